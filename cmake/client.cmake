@@ -1,0 +1,86 @@
+# The two rules every folder uses: client_library() and client_test().
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+find_package(Threads REQUIRED)
+
+# Flags of everything we write; not of GoogleTest.
+add_library(client_flags INTERFACE)
+target_include_directories(client_flags INTERFACE "${CMAKE_SOURCE_DIR}/src")
+target_link_libraries(client_flags INTERFACE Threads::Threads)
+target_compile_options(client_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wcast-qual
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wextra-semi -Wsuggest-override -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  target_compile_options(client_flags INTERFACE -Wthread-safety)
+endif()
+if(WIN32)
+  target_compile_definitions(client_flags INTERFACE
+    UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00 WINVER=0x0A00)
+endif()
+
+if(VELMARINE_SANITIZE)
+  add_compile_options(-fsanitize=${VELMARINE_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${VELMARINE_SANITIZE})
+endif()
+if(VELMARINE_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+# client_library(NAME PURE files... WIN files... POSIX files... DEPS libraries...)
+# WIN files build only for Windows, POSIX files only natively; PURE files build for both.
+function(client_library name)
+  cmake_parse_arguments(ARG "" "" "PURE;WIN;POSIX;DEPS;WIN_DEPS" ${ARGN})
+  set(sources ${ARG_PURE})
+  if(WIN32)
+    list(APPEND sources ${ARG_WIN})
+    list(APPEND ARG_DEPS ${ARG_WIN_DEPS})
+  else()
+    list(APPEND sources ${ARG_POSIX})
+  endif()
+  if(sources)
+    add_library(${name} STATIC ${sources})
+    target_link_libraries(${name} PUBLIC client_flags ${ARG_DEPS})
+  else()
+    add_library(${name} INTERFACE)
+    target_link_libraries(${name} INTERFACE client_flags ${ARG_DEPS})
+  endif()
+endfunction()
+
+# client_test(NAME SOURCES files... [WIN files...] [POSIX files...] [DEPS libraries...])
+# One program, NAME_test, for the folder of that name; ctest runs it (through Wine for Windows).
+function(client_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;WIN;POSIX;DEPS" ${ARGN})
+  set(sources ${ARG_SOURCES})
+  if(WIN32)
+    list(APPEND sources ${ARG_WIN})
+  else()
+    list(APPEND sources ${ARG_POSIX})
+  endif()
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(${name}_test ${sources})
+  target_include_directories(${name}_test PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  target_link_libraries(${name}_test PRIVATE ${name} ${ARG_DEPS} client_flags GTest::gmock_main)
+  set_target_properties(${name}_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
+  add_test(NAME ${name} COMMAND ${name}_test)
+endfunction()
+
+# client_fuzz(NAME DEPS libraries...): fuzz/NAME.cpp as a libFuzzer program.
+function(client_fuzz name)
+  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+  add_executable(${name} ${name}.cpp)
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} client_flags)
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+endfunction()
+
+# client_bench(NAME DEPS libraries...): bench/NAME.cpp as a Google Benchmark program.
+function(client_bench name)
+  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+  add_executable(${name} ${name}.cpp)
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} client_flags benchmark::benchmark_main)
+endfunction()

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace platform {
+
+// Whole-file access by UTF-16 path. Nothing here throws or reports; the return value says it all.
+
+// The file's bytes; empty optional when it cannot be opened or read.
+std::optional<std::string> ReadFileBytes(const std::wstring& path);
+
+// Replaces the file with `bytes` in one pass. False when it could not be opened or fully written.
+bool WriteFileBytes(const std::wstring& path, const std::string& bytes);
+
+// True when `path` names an existing file that is not a folder.
+bool IsFile(const std::wstring& path);
+
+// Creates the folder and its missing parents; an existing folder is fine. False on failure.
+bool CreateFolders(const std::wstring& path);
+
+// Renames `from` to `to`, which must not exist. False on failure.
+bool RenameFile(const std::wstring& from, const std::wstring& to);
+
+}  // namespace platform

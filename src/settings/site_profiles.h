@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "settings/json.h"
+
+namespace settings {
+
+// A named bundle of what it takes to reach one site.
+struct SiteProfile {
+  std::wstring name;
+  std::wstring serverUrl;
+  std::wstring deviceNumber;
+  std::wstring deviceSecret;
+  std::wstring targetNetwork;
+  std::vector<std::wstring> sharedNetworks;
+};
+
+// The profiles of the settings document's "siteProfiles" member, in its order; a profile without a
+// name and a member of another kind are left out.
+std::vector<SiteProfile> ReadSiteProfiles(const JsonValue& document);
+
+// The compact one-line array that the settings file holds.
+std::wstring WriteSiteProfiles(const std::vector<SiteProfile>& profiles);
+
+}  // namespace settings

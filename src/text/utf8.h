@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// Text is UTF-16 inside the program and UTF-8 outside it (files, HTTP bodies, the page).
+// A std::wstring holds UTF-16 code units on every platform; where wchar_t is wider, each element
+// still holds one unit (at most 0xFFFF) and an astral character is a surrogate pair.
+namespace text {
+
+// Decodes UTF-8. Each maximal invalid byte sequence becomes one U+FFFD, as
+// MultiByteToWideChar does without its error flag. Never fails.
+std::wstring FromUtf8(std::string_view bytes);
+
+// Encodes to UTF-8. A lone surrogate becomes U+FFFD. Never fails.
+std::string ToUtf8(std::wstring_view units);
+
+}  // namespace text

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tunnel {
+
+// What a connection authorisation gives the tunnel to work with.
+struct TunnelRequest {
+  std::wstring serverUrl;
+  std::wstring connectionId;
+  std::wstring engineerId;
+  std::wstring assignedAddress;      // dotted IPv4, perhaps with "/prefix"
+  std::vector<std::wstring> routes;  // CIDR texts; unusable ones are dropped
+  bool discoveryMode = false;
+};
+
+struct TunnelStarted {
+  std::wstring text;                        // the line for the engineer's log
+  std::vector<std::wstring> accessRoutes;   // CIDR texts of the networks as this computer uses them
+  std::wstring mappingText;                 // one line a route, CRLF between; for display
+};
+
+// The tunnel as the rest of the program sees it. Session is the real one.
+//
+// Threads: Start and Stop may be called from any thread and wait for each other; the two flags are
+//          atomic and may be read at any moment.
+// Errors:  Start throws std::runtime_error with a fixed English text and then leaves nothing running.
+class Tunnel {
+ public:
+  virtual ~Tunnel() = default;
+  virtual TunnelStarted Start(const TunnelRequest& request) = 0;
+  // Returns the line for the engineer's log.
+  virtual std::wstring Stop() = 0;
+  [[nodiscard]] virtual bool IsRunning() const noexcept = 0;
+  [[nodiscard]] virtual bool IsRelayConnected() const noexcept = 0;
+};
+
+}  // namespace tunnel

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+// The packet driver's published interface (WinDivert 2.x), as far as the tunnel uses it.
+namespace tunnel {
+
+// WINDIVERT_ADDRESS: 80 bytes, the same in every 2.x. Flags is one little-endian word: bits 0-7
+// layer, 8-15 event, 16 sniffed, 17 outbound, 18 loopback, 19 impostor, 20 IPv6, 21-23 valid
+// IP, TCP and UDP checksums.
+struct WinDivertAddress {
+  std::int64_t timestamp = 0;  // QueryPerformanceCounter ticks
+  std::uint32_t flags = 0;
+  std::uint32_t reserved = 0;
+  std::uint32_t interfaceIndex = 0;     // IfIdx
+  std::uint32_t subInterfaceIndex = 0;  // SubIfIdx
+  std::uint8_t rest[56] = {};
+};
+static_assert(sizeof(WinDivertAddress) == 80);
+static_assert(offsetof(WinDivertAddress, flags) == 8);
+static_assert(offsetof(WinDivertAddress, interfaceIndex) == 16);
+static_assert(offsetof(WinDivertAddress, subInterfaceIndex) == 20);
+
+inline constexpr int kLayerNetwork = 0;
+inline constexpr std::uint64_t kFlagSendOnly = 8;
+
+using WinDivertHandle = void*;
+// INVALID_HANDLE_VALUE; WinDivertOpen may also return null on failure.
+inline WinDivertHandle InvalidDriverHandle() noexcept {
+  return reinterpret_cast<WinDivertHandle>(static_cast<std::intptr_t>(-1));
+}
+inline bool IsValidDriverHandle(WinDivertHandle handle) noexcept {
+  return handle != nullptr && handle != InvalidDriverHandle();
+}
+
+// The library and the five functions the tunnel calls. Destroying it unloads the library; no
+// handle opened through it may outlive it. int results are Windows' BOOL.
+//
+// Threads: the functions may run on one handle from several threads, each with its own buffers.
+struct WinDivertApi {
+  WinDivertHandle (*open)(const char* filter, int layer, std::int16_t priority,
+                          std::uint64_t flags) = nullptr;
+  int (*recv)(WinDivertHandle handle, void* packet, std::uint32_t lengthBytes,
+              std::uint32_t* receivedBytes, WinDivertAddress* address) = nullptr;
+  int (*send)(WinDivertHandle handle, const void* packet, std::uint32_t lengthBytes,
+              std::uint32_t* sentBytes, const WinDivertAddress* address) = nullptr;
+  int (*calcChecksums)(void* packet, std::uint32_t lengthBytes, WinDivertAddress* address,
+                       std::uint64_t flags) = nullptr;
+  int (*close)(WinDivertHandle handle) = nullptr;
+  // Frees the library last of all; what it is made of is the loader's affair.
+  std::shared_ptr<void> module;
+};
+
+// Loads WinDivert.dll by its bare name (the runtime folder is on the library search path) and binds
+// the five functions. Throws std::runtime_error: "WinDivert.dll was not found in the runtime
+// cache." or "WinDivert.dll is missing required exports.". Windows only.
+std::unique_ptr<WinDivertApi> LoadWinDivert();
+
+}  // namespace tunnel
