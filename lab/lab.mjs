@@ -1,0 +1,162 @@
+// One lab: the network, the site, the service, the display and a Windows with the program in it.
+// create() starts all but the program; close() ends everything and says what was left over.
+import { mkdir, mkdtemp, readFile, readdir, rm, writeFile } from 'node:fs/promises';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+
+import { connectBridge } from './browser/client.mjs';
+import { Display } from './display.mjs';
+import {
+  kCloud, kCloudToSite, kDirectRoute, kOverlappingRoute, kSite, kTunnelAddress, Network,
+} from './network.mjs';
+import { kBrowserRuntime, kBuild, kRepo, kTunBridge } from './paths.mjs';
+import { Processes, run } from './processes.mjs';
+import { Program } from './program.mjs';
+import { connectService } from './service/client.mjs';
+import { WinePrefix } from './wine.mjs';
+
+export const kServicePort = 31080;
+export const kServiceUrl = `http://${kCloud}:${kServicePort}`;
+export const kDeviceSecret = 'KEY-7F3A-90C2-11D4';
+
+const kBridgePort = 7300;
+const kDriverPort = 7002;
+const kTunPort = 7001;
+const kSitePort = 7100;
+const kRelayToSitePort = 7101;
+
+export class Lab {
+  /**
+   * `artifacts` receives logs and screenshots. Options: `settings`, the settings file's contents
+   * before the start (an object is written as JSON with the lab's service address, a string as is,
+   * null for no file); `site: false` leaves out the controller.
+   */
+  static async create({ artifacts, settings = {}, site = true, size } = {}) {
+    const lab = new Lab();
+    lab.artifacts = artifacts;
+    await mkdir(artifacts, { recursive: true });
+    lab.processes = new Processes();
+    lab.network = new Network();
+    lab.prefix = new WinePrefix(path.join(kBuild, 'lab/prefix'));
+    lab.display = new Display();
+    lab.workFolder = await mkdtemp(path.join(tmpdir(), 'velmarine-lab-'));
+    try {
+      await lab.prefix.ensure();
+      await lab.network.create();
+      await lab.#startHosts(site);
+      await lab.#startDesk(settings, size);
+    } catch (error) {
+      await lab.close();
+      throw error;
+    }
+    return lab;
+  }
+
+  #log(name) { return path.join(this.artifacts, `${name}.log`); }
+
+  async #startHosts(site) {
+    const { cloud } = this.network;
+    await this.processes.start('site tun', [kTunBridge, '--tun', 'site0', '--listen',
+      `${kSite}:${kSitePort}`, '--peer', `${kCloudToSite}:${kRelayToSitePort}`],
+    { namespace: this.network.site, log: this.#log('site-tun'), ready: /ready/ });
+    await this.network.routeTunnelOnSite('site0');
+    const child = this.processes.fork('service', path.join(kRepo, 'lab/service/main.mjs'),
+      { namespace: cloud, log: this.#log('service') });
+    this.service = await connectService(child);
+    await this.service.setGrant({
+      connectionId: 'CONN-0001', assignedAddress: kTunnelAddress,
+      routes: [kDirectRoute, kOverlappingRoute],
+    });
+    await this.service.listen({
+      host: '0.0.0.0', port: kServicePort,
+      site: { host: kSite, port: kSitePort, localPort: kRelayToSitePort },
+    });
+    if (site) await this.#startPlc();
+  }
+
+  async #startPlc() {
+    this.plcFile = path.join(this.workFolder, 'plc.bin');
+    await run(['dd', 'if=/dev/urandom', `of=${this.plcFile}`, 'bs=1M', 'count=5', 'status=none']);
+    const namespace = this.network.plc;
+    await this.processes.start('plc', ['node', path.join(kRepo, 'lab/plc/main.mjs'), this.plcFile],
+      { namespace, log: this.#log('plc'), ready: /ready/ });
+    await this.processes.start('iperf3', ['iperf3', '-s', '--forceflush'],
+      { namespace, log: this.#log('iperf3'), ready: /Server listening/ });
+  }
+
+  async #startDesk(settings, size) {
+    const { engineer } = this.network;
+    await this.display.start(this.processes, { ...size, log: this.#log('xvfb') });
+    await this.processes.start('engineer tun', [kTunBridge, '--tun', 'wd0', '--listen',
+      `127.0.0.1:${kTunPort}`, '--peer', `127.0.0.1:${kDriverPort}`],
+    { namespace: engineer, log: this.#log('engineer-tun'), ready: /ready/ });
+    await this.network.routeEngineerThrough('wd0');
+    const child = this.processes.fork('browser bridge', path.join(kRepo, 'lab/browser/main.mjs'),
+      { namespace: engineer, log: this.#log('browser') });
+    this.bridge = await connectBridge(child);
+    await this.bridge.listen({ port: kBridgePort });
+    await this.prefix.stopServer();
+    await this.prefix.forgetProgram();
+    await this.prefix.setBrowserRuntime(kBrowserRuntime, { namespace: engineer });
+    await this.writeSettings(settings);
+  }
+
+  /** What the settings file holds before the program starts; see create(). */
+  async writeSettings(settings) {
+    await mkdir(this.prefix.roaming, { recursive: true });
+    if (settings === null) await rm(this.prefix.settingsFile, { force: true });
+    else {
+      const text = typeof settings === 'string' ? settings
+        : JSON.stringify({ serverUrl: kServiceUrl, ...settings });
+      await writeFile(this.prefix.settingsFile, text);
+    }
+  }
+
+  /** Environment of the program and of Windows commands beside it. */
+  get windowsEnv() {
+    return {
+      ...this.prefix.env, DISPLAY: this.display.name, LAB_WEBVIEW_PORT: String(kBridgePort),
+      LAB_WINDIVERT_PORT: String(kDriverPort), LAB_WINDIVERT_PEER: String(kTunPort),
+      LAB_WINDIVERT_LOG: this.#log('driver'),
+    };
+  }
+
+  /** Starts the program in the engineer's namespace; the page is ready when this returns. */
+  async startProgram({ env = {}, waitForPage = true } = {}) {
+    this.program = new Program(this);
+    await this.program.start({ env, waitForPage });
+    return this.program;
+  }
+
+  /** Runs one of the engineer's tools. */
+  async tool(command, options = {}) {
+    return run(command, { namespace: this.network.engineer, ...options });
+  }
+
+  async driverLog() {
+    return readFile(this.#log('driver'), 'utf8').catch(() => '');
+  }
+
+  /** Ends everything. Returns a list of what outlived the lab (empty: nothing). */
+  async close() {
+    await this.program?.end();
+    await this.program?.keepLog();
+    await this.bridge?.closeAll().catch(() => {});
+    await this.prefix.stopServer();
+    await this.processes.stopAll();
+    const left = [];
+    for (const host of ['engineer', 'cloud', 'site', 'plc']) {
+      for (const pid of await this.network.processesIn(host)) left.push(`process ${pid} in ${host}`);
+    }
+    await this.network.remove();
+    left.push(...(await this.network.leftovers()).map((name) => `namespace ${name}`));
+    await rm(this.workFolder, { recursive: true, force: true });
+    left.push(...(await this.#temporaryFiles()));
+    return left;
+  }
+
+  async #temporaryFiles() {
+    const names = await readdir(tmpdir());
+    return names.filter((name) => name.startsWith('velmarine-lab-')).map((name) => `folder ${name}`);
+  }
+}

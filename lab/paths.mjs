@@ -1,0 +1,9 @@
+// Where the lab finds what the build made.
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+export const kRepo = fileURLToPath(new URL('..', import.meta.url));
+export const kBuild = path.join(kRepo, 'build');
+export const kProgramFile = path.join(kBuild, 'windows/Velmarine.Client.exe');
+export const kBrowserRuntime = path.join(kBuild, 'windows/lab/browser/120.0.0.0');
+export const kTunBridge = path.join(kBuild, 'native/lab/driver/tunbridge');

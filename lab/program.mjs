@@ -1,0 +1,134 @@
+// The program under test, as a person at its window sees and handles it.
+import { cp, mkdir, readdir, readFile } from 'node:fs/promises';
+import path from 'node:path';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { kProgramFile } from './paths.mjs';
+
+export const kTitle = 'Velmarine.Client 维马林';
+const kPageReadyMs = 30_000;
+
+/** Waits until `probe()` gives something truthy and returns it; fails with `what` after `timeoutMs`. */
+export async function waitUntil(what, probe, timeoutMs = 15_000) {
+  const end = performance.now() + timeoutMs;
+  for (;;) {
+    const value = await probe();
+    if (value) return value;
+    if (performance.now() > end) throw new Error(`Not seen in ${timeoutMs / 1000} s: ${what}`);
+    await sleep(50);
+  }
+}
+
+export class Program {
+  constructor(lab) {
+    this.lab = lab;
+    this.folder = path.join(lab.workFolder, `run${Math.floor(performance.now())}`);
+  }
+
+  async start({ env, waitForPage }) {
+    const { lab } = this;
+    await mkdir(this.folder, { recursive: true });
+    const command = lab.prefix.command(lab.prefix.windowsPath(kProgramFile));
+    this.child = await lab.processes.start('program', command, {
+      namespace: lab.network.engineer, env: { ...lab.windowsEnv, ...env }, cwd: this.folder,
+      log: path.join(lab.artifacts, 'program-output.log'),
+    });
+    if (!waitForPage) return;
+    this.page = await lab.bridge.waitForPage(kPageReadyMs);
+    await this.page.waitFor('document.body.classList.contains("embedded")', kPageReadyMs);
+    await this.waitForLog('客户端启动中');
+  }
+
+  // ---- what a person does
+
+  async type(selector, text) { await this.page.type(selector, text); }
+  async click(selector) { await this.page.click(selector); }
+
+  /** Screen coordinates of an element's middle. */
+  async screenPoint(selector) {
+    const area = await waitUntil('the window', () => this.lab.display.clientArea(kTitle));
+    const rect = JSON.parse(await this.page.evaluate(`(() => {
+      const r = document.querySelector(${JSON.stringify(selector)}).getBoundingClientRect();
+      return JSON.stringify({ x: r.x + r.width / 2, y: r.y + r.height / 2 });
+    })()`));
+    return { x: area.x + rect.x, y: area.y + rect.y };
+  }
+
+  /** Clicks with the real mouse of the display. */
+  async pointAndClick(selector) {
+    const { x, y } = await this.screenPoint(selector);
+    await this.lab.display.click(x, y);
+  }
+
+  /** Closes the window as its close button does and returns the exit code. */
+  async closeWindow(timeoutMs = 20_000) {
+    await this.pointAndClick('#s-logo').catch(() => {});
+    await this.lab.display.pressCloseButton();
+    return this.lab.processes.waitForExit(this.child, timeoutMs);
+  }
+
+  // ---- what a person sees
+
+  async text(selector) { return this.page.text(selector); }
+  async state() { return this.text('#s-state'); }
+  async detail() { return this.text('#s-detail'); }
+  async statusLine() { return this.text('#c-statusline'); }
+
+  async waitForText(selector, wanted, timeoutMs = 20_000) {
+    let seen;
+    await waitUntil(`${selector} showing ${wanted}`, async () => {
+      seen = await this.text(selector);
+      return wanted instanceof RegExp ? wanted.test(seen) : seen === wanted;
+    }, timeoutMs).catch((error) => { throw new Error(`${error.message} (shows: ${seen})`); });
+    return seen;
+  }
+
+  /** The value of the info card named `key`. */
+  async card(key) {
+    return this.page.evaluate(`[...document.querySelectorAll('#s-cards > *')]
+      .find((card) => card.querySelector('.k').textContent === ${JSON.stringify(key)})
+      ?.querySelector('.v').textContent ?? null`);
+  }
+
+  /** The lines of the page's live log: [{text, cls}]. */
+  async pageLog() {
+    return JSON.parse(await this.page.evaluate(`JSON.stringify([...document.querySelectorAll('#c-log > *')]
+      .map((line) => ({ text: line.lastElementChild.textContent, cls: line.lastElementChild.className })))`));
+  }
+
+  // ---- what is on disk
+
+  async logFile() {
+    const root = path.join(this.folder, 'Log');
+    for (const month of await readdir(root).catch(() => [])) {
+      const [name] = await readdir(path.join(root, month));
+      if (name) return path.join(root, month, name);
+    }
+    return null;
+  }
+
+  /** The log file's text without its mark. */
+  async log() {
+    const file = await this.logFile();
+    return file ? (await readFile(file, 'utf8')).replace(/^\uFEFF/, '') : '';
+  }
+
+  async waitForLog(wanted, timeoutMs = 20_000) {
+    let seen = '';
+    await waitUntil(`the log line ${wanted}`, async () => {
+      seen = await this.log();
+      return wanted instanceof RegExp ? wanted.test(seen) : seen.includes(wanted);
+    }, timeoutMs).catch((error) => { throw new Error(`${error.message}\n${seen}`); });
+    return seen;
+  }
+
+  async keepLog() {
+    const file = await this.logFile();
+    if (file) await cp(file, path.join(this.lab.artifacts, 'program.log'));
+  }
+
+  /** Ends the program without ceremony, if it still runs. */
+  async end() {
+    if (this.child && !this.lab.processes.hasEnded(this.child)) await this.lab.prefix.stopServer();
+  }
+}

@@ -1,0 +1,55 @@
+# Sourced by demo, test, bench and check: what a fresh Debian 12 needs before anything can run.
+# Every function says what it does and stops the command when it cannot.
+
+repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+export LC_ALL=C.UTF-8
+
+say() { printf '\n== %s\n' "$*"; }
+fail() { printf '%s\n' "$*" >&2; exit 1; }
+
+need_root() {
+  [ "$(id -u)" = 0 ] || fail "This command needs root: it installs packages and makes network namespaces."
+}
+
+need_namespaces() {
+  ip netns add velmarine-probe 2>/dev/null && ip netns del velmarine-probe \
+    || fail "This command needs network namespaces (ip netns add failed); run it on a machine or in a container that allows them."
+  [ -c /dev/net/tun ] || fail "This command needs /dev/net/tun."
+}
+
+# Installs what is missing from lab/packages.txt and the npm packages of lab/package.json.
+install_packages() {
+  local missing=() name
+  while read -r name; do
+    dpkg-query -W -f='${Status}' "$name" 2>/dev/null | grep -q 'ok installed' || missing+=("$name")
+  done < <(grep -v '^#' "$repo/lab/packages.txt")
+  command -v npm >/dev/null || missing+=(nodejs npm)
+  if [ ${#missing[@]} -gt 0 ]; then
+    need_root
+    say "Installing ${#missing[@]} packages: ${missing[*]}"
+    apt-get update -qq || fail "apt-get update failed."
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
+      >"$repo/build/apt.log" 2>&1 || { tail -20 "$repo/build/apt.log"; fail "Installing packages failed."; }
+  fi
+  if ! locale -a | grep -qi '^zh_CN\.utf-\?8$'; then
+    say "Making the locale zh_CN.UTF-8"
+    localedef -i zh_CN -f UTF-8 zh_CN.UTF-8 || fail "The locale could not be made."
+  fi
+  if ! cmp -s "$repo/lab/package-lock.json" "$repo/lab/node_modules/.lock-installed"; then
+    say "Installing npm packages"
+    (cd "$repo/lab" && npm ci --no-audit --no-fund --loglevel=error) || fail "npm ci failed."
+    cp "$repo/lab/package-lock.json" "$repo/lab/node_modules/.lock-installed"
+  fi
+}
+
+# build PRESET [TARGET...]: configures and builds, showing the compiler's output only when it fails.
+build() {
+  local preset=$1 log="$repo/build/$1.log"
+  shift
+  say "Building $preset"
+  (cd "$repo" && cmake --preset "$preset" >"$log" 2>&1) || { tail -40 "$log"; fail "Configuring $preset failed."; }
+  (cd "$repo" && cmake --build --preset "$preset" -j "$(nproc)" ${1:+--target "$@"} >>"$log" 2>&1) \
+    || { tail -80 "$log"; fail "Building $preset failed."; }
+}
+
+mkdir -p "$repo/build"

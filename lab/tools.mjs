@@ -1,0 +1,50 @@
+// The engineer's ordinary tools, run in the engineer's namespace. Each returns {ok, figures} or, with
+// the tool's own words, {ok: false, error}.
+import { createHash } from 'node:crypto';
+import { readFile, rm } from 'node:fs/promises';
+import path from 'node:path';
+
+import { kRepo } from './paths.mjs';
+
+const failed = (result) => ({ ok: false, error: `${result.stdout}${result.stderr}`.trim().slice(-400) });
+
+export async function ping(lab, address, count = 5) {
+  const result = await lab.tool(['ping', '-n', '-c', String(count), '-i', '0.2', '-W', '2', address]);
+  const received = Number(/(\d+) received/.exec(result.stdout)?.[1] ?? 0);
+  if (received !== count) return failed(result);
+  const [, min, avg, max] = /= ([\d.]+)\/([\d.]+)\/([\d.]+)/.exec(result.stdout).map(Number);
+  return { ok: true, figures: { sent: count, received, minMs: min, avgMs: avg, maxMs: max } };
+}
+
+const sha256 = async (file) => createHash('sha256').update(await readFile(file)).digest('hex');
+
+/** Downloads the controller's 5 MB file and compares its hash with the original's. */
+export async function download(lab, address) {
+  const target = path.join(lab.workFolder, 'downloaded.bin');
+  const result = await lab.tool(['curl', '-sS', '--max-time', '60', '-o', target,
+    '-w', '%{size_download} %{time_total}', `http://${address}/file`]);
+  if (result.code !== 0) return failed(result);
+  const [bytes, seconds] = result.stdout.split(' ').map(Number);
+  const [got, wanted] = await Promise.all([sha256(target), sha256(lab.plcFile)]);
+  await rm(target, { force: true });
+  return {
+    ok: got === wanted, error: got === wanted ? undefined : 'The hash differs.',
+    figures: { bytes, seconds, megabytesPerSecond: bytes / 1e6 / seconds, sha256: got },
+  };
+}
+
+/** Writes and reads holding registers with a Modbus client library. */
+export async function modbus(lab, address) {
+  const result = await lab.tool(['/usr/bin/python3', path.join(kRepo, 'lab/plc/modbus_check.py'), address]);
+  return result.code === 0 ? { ok: true, figures: JSON.parse(result.stdout) } : failed(result);
+}
+
+/** Throughput towards the controller, or from it when `reverse`. */
+export async function iperf(lab, address, { reverse = false, seconds = 3 } = {}) {
+  const result = await lab.tool(['iperf3', '-J', '-c', address, '-t', String(seconds),
+    '--connect-timeout', '5000', ...(reverse ? ['-R'] : [])]);
+  if (result.code !== 0) return failed(result);
+  const { sum_received: received } = JSON.parse(result.stdout).end;
+  const megabits = received.bits_per_second / 1e6;
+  return { ok: megabits > 1, figures: { megabitsPerSecond: megabits, bytes: received.bytes } };
+}

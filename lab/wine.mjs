@@ -1,0 +1,93 @@
+// A Windows installation (a Wine prefix) for one lab: made once, emptied of the program's traces
+// before each run, started and ended with the wineserver that belongs to it.
+import { access, mkdir, readdir, readFile, rm, symlink } from 'node:fs/promises';
+import path from 'node:path';
+
+import { inNamespace, run, runOrFail } from './processes.mjs';
+
+export const kWine = '/usr/lib/wine/wine64';
+const kWineserver = '/usr/bin/wineserver';
+const kRuntimeKey = 'HKLM\\Software\\Microsoft\\EdgeUpdate\\ClientState\\' +
+  '{F3017226-FE2A-4295-8BDF-00C3A9A7E4C5}';
+const kInternetSettings = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings';
+
+const exists = (file) => access(file).then(() => true, () => false);
+
+export class WinePrefix {
+  constructor(folder) {
+    this.folder = folder;
+    this.env = {
+      WINEPREFIX: folder, WINEARCH: 'win64', WINEDEBUG: '-all',
+      WINEDLLOVERRIDES: 'mscoree,mshtml=', LC_ALL: 'zh_CN.UTF-8',
+    };
+    this.user = path.join(folder, 'drive_c/users', process.env.USER || 'root');
+  }
+
+  /** Makes the installation if it is not there (about 15 s), as Windows 10. */
+  async ensure() {
+    if (await exists(path.join(this.folder, 'lab-ready'))) return;
+    await rm(this.folder, { recursive: true, force: true });
+    await mkdir(path.dirname(this.folder), { recursive: true });
+    await runOrFail([kWine, 'wineboot', '-i'], { env: this.env, timeoutMs: 180_000 });
+    await runOrFail([kWineserver, '-w'], { env: this.env, timeoutMs: 60_000 });
+    await runOrFail([kWine, 'winecfg.exe', '-v', 'win10'], { env: this.env });
+    await runOrFail([kWineserver, '-w'], { env: this.env, timeoutMs: 60_000 });
+    await symlink('.', path.join(this.folder, 'lab-ready'));
+  }
+
+  get roaming() { return path.join(this.user, 'AppData/Roaming/Velmarine'); }
+  get local() { return path.join(this.user, 'AppData/Local/Velmarine'); }
+  get temp() { return path.join(this.user, 'AppData/Local/Temp'); }
+  get settingsFile() { return path.join(this.roaming, 'Client.settings.json'); }
+  get runtimeFolder() { return path.join(this.local, 'Runtime'); }
+
+  /** Removes what an earlier run of the program left: settings, runtime folder, temporary files. */
+  async forgetProgram() {
+    await rm(this.roaming, { recursive: true, force: true });
+    await rm(this.local, { recursive: true, force: true });
+    for (const name of await readdir(this.temp).catch(() => [])) {
+      await rm(path.join(this.temp, name), { recursive: true, force: true });
+    }
+  }
+
+  /** The Windows path of a file of this machine. */
+  windowsPath(file) {
+    return `Z:${path.resolve(file).replaceAll('/', '\\')}`;
+  }
+
+  /** Names `versionFolder` as the browser runtime, or no runtime at all when it is null. */
+  async setBrowserRuntime(versionFolder, options) {
+    const command = versionFolder === null
+      ? ['reg.exe', 'delete', kRuntimeKey, '/f', '/reg:32']
+      : ['reg.exe', 'add', kRuntimeKey, '/v', 'EBWebView', '/d', this.windowsPath(versionFolder),
+        '/f', '/reg:32'];
+    await run([kWine, ...command], { env: this.env, ...options });
+  }
+
+  async proxyOverride(options) {
+    const { stdout } = await run([kWine, 'reg.exe', 'query', kInternetSettings, '/v', 'ProxyOverride'],
+      { env: this.env, ...options });
+    return /ProxyOverride\s+REG_SZ\s+(.*?)\r?\n/.exec(stdout)?.[1] ?? null;
+  }
+
+  /** The command line of a Windows program, on one processor: its server calls are faster there. */
+  command(program, args = []) {
+    return ['taskset', '-c', '1', kWine, program, ...args];
+  }
+
+  /** Ends the prefix's server and all that runs under it; a new one starts where the next program does. */
+  async stopServer() {
+    await run([kWineserver, '-k'], { env: this.env, timeoutMs: 20_000 });
+    await run([kWineserver, '-w'], { env: this.env, timeoutMs: 30_000 });
+  }
+
+  /** Waits until the last Windows program has ended by itself; false when one has not. */
+  async waitForIdle(timeoutMs) {
+    const line = inNamespace(null, [kWineserver, '-w']);
+    return (await run(line, { env: this.env, timeoutMs })).code === 0;
+  }
+
+  async readSettings() {
+    return JSON.parse(await readFile(this.settingsFile, 'utf8'));
+  }
+}

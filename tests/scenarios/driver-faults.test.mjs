@@ -1,0 +1,39 @@
+// The packet driver is missing or refuses.
+import assert from 'node:assert/strict';
+import { rm } from 'node:fs/promises';
+import path from 'node:path';
+
+import { clickConnect, connect, scenario } from './scenario.mjs';
+
+/** The start failed with `line`; nothing runs and the service knows. */
+async function startFails(lab, program, line) {
+  await clickConnect(program);
+  await program.waitForLog(line);
+  assert.equal(await program.state(), '未连接');
+  assert.equal(await lab.service.relayConnections(), 0);
+  const reports = await lab.service.requests({ pathPrefix: '/api/connections/CONN-0001/disconnect' });
+  assert.equal(JSON.parse(reports.at(-1).body).reason, '本地隧道启动失败');
+}
+
+scenario('a driver that refuses the filter fails the start',
+  { env: { LAB_WINDIVERT_OPEN_ERROR: '87' } }, async (lab, program) => {
+    await startFails(lab, program, 'Error: WinDivertOpen failed for filter: outbound and ip and !impostor');
+  });
+
+scenario('more routes than the driver accepts fail the start, fewer work', {}, async (lab, program) => {
+  const routes = (count) => Array.from({ length: count }, (_, i) => `10.${100 + (i >> 8)}.${i & 255}.0/24`);
+  await lab.service.setGrant({ connectionId: 'CONN-0001', assignedAddress: '10.88.0.2', routes: routes(125) });
+  await startFails(lab, program, 'Error: WinDivertOpen failed for filter: ');
+  await lab.service.setGrant({ connectionId: 'CONN-0001', assignedAddress: '10.88.0.2', routes: routes(124) });
+  await connect(program);
+});
+
+scenario('missing driver files fail the start and come back with the next run', {},
+  async (lab, program) => {
+    const library = path.join(lab.prefix.runtimeFolder, 'WinDivert.dll');
+    await rm(library);
+    await startFails(lab, program, 'Error: WinDivert.dll was not found in the runtime cache.');
+    await program.closeWindow();
+    const next = await lab.startProgram();
+    await connect(next);
+  });

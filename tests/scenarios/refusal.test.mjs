@@ -1,0 +1,56 @@
+// The service refuses a connection: the program asks again every five seconds until it is granted.
+import assert from 'node:assert/strict';
+
+import { waitUntil } from '../../lab/program.mjs';
+import { clickConnect, occurrences, scenario } from './scenario.mjs';
+
+const kRetryLine = '授权未恢复，将每 5 秒自动重试连接。';
+const kCodes = ['DEVICE_NOT_BOUND', 'TRAFFIC_QUOTA_EXCEEDED', 'CONCURRENT_LIMIT_EXCEEDED',
+  'DEVICE_OFFLINE', 'DEVICE_RELAY_OFFLINE'];
+
+const connectRequests = (lab) => lab.service.requests({ pathPrefix: '/api/connections/request' });
+
+/** Refuses `times` requests with `code`, connects, and checks the times of the requests. */
+async function refuseThenGrant(lab, program, code, times) {
+  const earlier = (await connectRequests(lab)).length;
+  await lab.service.refuseNext({ code, message: `refused: ${code}`, times });
+  await clickConnect(program);
+  await program.waitForLog(new RegExp(`refused: ${code}`));
+  await program.waitForText('#s-state', '在线', 8_000 + 6_000 * times);
+  const requests = (await connectRequests(lab)).slice(earlier);
+  assert.equal(requests.length, times + 1);
+  for (let i = 1; i < requests.length; i += 1) {
+    const gap = requests[i].timeMs - requests[i - 1].timeMs;
+    assert.ok(gap > 4_700 && gap < 7_000, `${code}: retry ${i} came after ${gap} ms`);
+  }
+}
+
+for (const [index, code] of kCodes.entries()) {
+  const times = index === 0 ? 3 : 1;
+  scenario(`a refusal with ${code} is retried every 5 s until it is granted`, {},
+    async (lab, program) => {
+      await refuseThenGrant(lab, program, code, times);
+      assert.equal(occurrences(await program.log(), kRetryLine), 1, 'the retry is armed once');
+      const granted = (await connectRequests(lab)).length;
+      await new Promise((resolve) => { setTimeout(resolve, 6_500); });
+      assert.equal((await connectRequests(lab)).length, granted, 'no request after the grant');
+    });
+}
+
+scenario('a refusal with another code is not retried', {}, async (lab, program) => {
+  await lab.service.refuseNext({ code: 'WRONG_SECRET', message: '密钥错误', times: 1 });
+  await clickConnect(program);
+  await program.waitForLog('Connection authorization failed: 密钥错误');
+  await new Promise((resolve) => { setTimeout(resolve, 6_500); });
+  assert.equal((await connectRequests(lab)).length, 1);
+  assert.equal(occurrences(await program.log(), kRetryLine), 0);
+});
+
+scenario('a retry stops when the engineer disconnects', {}, async (lab, program) => {
+  await lab.service.refuseNext({ code: 'device_offline', message: 'offline', times: 50 });
+  await clickConnect(program);
+  await program.waitForLog(kRetryLine);
+  await waitUntil('a retry', async () => (await connectRequests(lab)).length >= 2);
+  const lines = await program.pageLog();
+  assert.ok(lines.some(({ text, cls }) => text === kRetryLine && /\bwn\b/.test(cls)));
+});

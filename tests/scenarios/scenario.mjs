@@ -1,0 +1,49 @@
+// What every scenario shares: a lab made before it and ended after it, whatever happened between.
+import assert from 'node:assert/strict';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { kDeviceSecret, Lab } from '../../lab/lab.mjs';
+import { kBuild } from '../../lab/paths.mjs';
+
+export { kDeviceSecret };
+const kScenarioMs = 180_000;
+
+/**
+ * Runs `body(lab, program)` as one test in a lab of its own. `options` go to Lab.create() and
+ * startProgram(); `start: false` leaves the start to the body. Afterwards nothing may be left.
+ */
+export function scenario(name, options, body) {
+  test(name, { timeout: options.timeoutMs ?? kScenarioMs }, async (t) => {
+    const folder = name.replaceAll(/[^\p{L}\p{N}]+/gu, '-').slice(0, 80);
+    const lab = await Lab.create({
+      artifacts: path.join(kBuild, 'test/scenarios', folder), site: false, ...options,
+    });
+    let failure;
+    try {
+      const program = options.start === false ? undefined : await lab.startProgram(options);
+      await body(lab, program, t);
+    } catch (error) {
+      failure = error;
+      await lab.display.screenshot(path.join(lab.artifacts, 'failure.png')).catch(() => {});
+    }
+    const left = await lab.close();
+    if (failure) throw failure;
+    assert.deepEqual(left, [], 'something outlived the lab');
+  });
+}
+
+/** Pastes the key and clicks 连接, without waiting for the outcome. */
+export async function clickConnect(program) {
+  await program.type('#c-secret', kDeviceSecret);
+  await program.click('#c-connect');
+}
+
+/** Connects and waits until the page shows the tunnel online. */
+export async function connect(program) {
+  await clickConnect(program);
+  await program.waitForText('#s-state', '在线');
+}
+
+/** How often `text` occurs in `whole`. */
+export const occurrences = (whole, text) => whole.split(text).length - 1;

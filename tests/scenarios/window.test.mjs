@@ -1,0 +1,54 @@
+// The window, its page and what the page may send.
+import assert from 'node:assert/strict';
+
+import { kTitle, waitUntil } from '../../lab/program.mjs';
+import { kDeviceSecret, scenario } from './scenario.mjs';
+
+scenario('without a browser runtime a message box and the log say so',
+  { start: false }, async (lab) => {
+    await lab.prefix.setBrowserRuntime(null, { namespace: lab.network.engineer });
+    const program = await lab.startProgram({ waitForPage: false });
+    await program.waitForLog('WebView2 环境创建失败，请确认已安装 WebView2 运行时。');
+    const box = await waitUntil('the message box', async () => {
+      const windows = await lab.display.windowTitles();
+      return windows.filter((title) => title.includes('Velmarine.Client')).length >= 2;
+    });
+    assert.ok(box);
+  });
+
+scenario('malformed messages from the page change nothing', {}, async (lab, program) => {
+  const before = await program.log();
+  for (const message of ['', '{', '[1,2]', '{"action":5}', '{"action":"CONNECT","f":{}}', '"connect"',
+    '{"f":{"secret":"x"}}', '['.repeat(100_000)]) {
+    await program.page.evaluate(`chrome.webview.postMessage(${JSON.stringify(message)})`);
+  }
+  await program.page.evaluate('chrome.webview.postMessage({ action: "connect", f: {} })');
+  await program.page.evaluate('chrome.webview.postMessage(null)');
+  await program.click('#c-discovery');
+  await program.waitForLog('局域网发现模式已开启：支持 PLC 广播扫描。');
+  const after = (await program.log()).slice(before.length);
+  assert.equal(after.trim().split('\n').length, 1, after);
+  assert.equal((await lab.service.requests({ pathPrefix: '/api/connections' })).length, 0);
+});
+
+scenario('the real mouse and keyboard reach the page', {}, async (lab, program) => {
+  await program.pointAndClick('#c-secret');
+  await lab.display.type(kDeviceSecret);
+  await waitUntil('the typed key', async () =>
+    (await program.page.evaluate('document.querySelector("#c-secret").value')) === kDeviceSecret);
+  await program.pointAndClick('#c-discovery');
+  await program.waitForText('#c-discovery', 'PLC发现模式：开');
+  const area = await lab.display.clientArea(kTitle);
+  assert.ok(area.width >= 1200 && area.height >= 780, JSON.stringify(area));
+});
+
+scenario('actions that are not built yet say so and change nothing', {}, async (lab, program) => {
+  for (const [button, line] of [['#c-test', '延迟测试功能尚未提供。'], ['#c-desktop', '远程桌面功能尚未提供。'],
+    ['#c-fetch', '获取现场端网段功能尚未提供。'], ['#c-save', '档案功能尚未提供。']]) {
+    await program.click(button);
+    await program.waitForLog(line);
+    await waitUntil('the job ended', async () => (await program.statusLine()) !== '正在测试通讯延迟...');
+  }
+  const requests = (await lab.service.requests({})).filter(({ url }) => !url.includes('/updates/'));
+  assert.deepEqual(requests, []);
+});
