@@ -1,0 +1,225 @@
+// One page: what the stand-in DLL asks of it, what it tells the DLL, and the handle that tests use.
+import { writeFile } from 'node:fs/promises';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { deliverJson, kBinding, kInjectedScript, kSelectedText } from './injected.mjs';
+import { dispatchKey } from './keys.mjs';
+import { Navigation } from './navigation.mjs';
+
+const kPollMs = 25;
+const kActionMs = 5000;
+const kKeptMessages = 10_000;
+
+/**
+ * `host` receives what the page tells: message(source, json), navigated(id, success, status),
+ * frame(number, jpeg), selection(text).
+ */
+export class Page {
+  #browser;
+  #host;
+  #navigation;
+  #record = [];
+  #showing = false;
+  #lastInput = Promise.resolve();
+
+  constructor(id, browser, host) {
+    this.id = id;
+    this.#browser = browser;
+    this.#host = host;
+    this.#navigation = new Navigation(browser, (...result) => host.navigated(...result));
+  }
+
+  get pid() { return this.#browser.pid; }
+
+  async open({ width, height }) {
+    const browser = this.#browser;
+    browser.on('Runtime.bindingCalled', (call) => this.#onPosted(call));
+    browser.on('Page.screencastFrame', ({ data, sessionId }) =>
+      this.#host.frame(sessionId, Buffer.from(data, 'base64')));
+    browser.on('Page.javascriptDialogOpening', () =>
+      browser.send('Page.handleJavaScriptDialog', { accept: true }).catch(() => {}));
+    await Promise.all([
+      browser.send('Page.enable'),
+      browser.send('Runtime.enable'),
+      browser.send('Page.setLifecycleEventsEnabled', { enabled: true }),
+      browser.send('Runtime.addBinding', { name: kBinding }),
+      browser.send('Page.addScriptToEvaluateOnNewDocument', { source: kInjectedScript }),
+      browser.send('Emulation.setFocusEmulationEnabled', { enabled: true }),
+      this.resize(width, height),
+    ]);
+    await this.show(true);
+  }
+
+  async close() {
+    await this.#browser.close();
+  }
+
+  // ---- what the DLL asks
+
+  #onPosted({ name, payload }) {
+    if (name !== kBinding) return;
+    this.#keep('toHost', payload);
+    this.#host.message(this.#navigation.source, payload);
+  }
+
+  #keep(direction, json) {
+    this.#record.push({ direction, json });
+    if (this.#record.length > kKeptMessages) this.#record.shift();
+  }
+
+  async loadText(id, html) { await this.#navigation.toText(id, html); }
+  async loadUrl(id, url) { await this.#navigation.toUrl(id, url); }
+
+  /** Hands a JSON text to the page; one that is not JSON is dropped and kept as 'notJson'. */
+  async post(json) {
+    const { result } = await this.#browser.send('Runtime.evaluate', { expression: deliverJson(json) });
+    this.#keep(result.value === true ? 'toPage' : 'notJson', json);
+  }
+
+  async resize(width, height) {
+    if (width === 0 || height === 0) return;
+    await this.#browser.send('Emulation.setDeviceMetricsOverride',
+      { width, height, deviceScaleFactor: 1, mobile: false });
+  }
+
+  /** Starts or stops the pictures. */
+  async show(visible) {
+    if (visible === this.#showing) return;
+    this.#showing = visible;
+    if (!visible) await this.#browser.send('Page.stopScreencast');
+    else {
+      await this.#browser.send('Page.startScreencast',
+        { format: 'jpeg', quality: 80, everyNthFrame: 1 });
+    }
+  }
+
+  async frameDone(number) {
+    await this.#browser.send('Page.screencastFrameAck', { sessionId: number });
+  }
+
+  async background(r, g, b, alpha) {
+    await this.#browser.send('Emulation.setDefaultBackgroundColorOverride',
+      { color: { r, g, b, a: alpha / 255 } });
+  }
+
+  async mouse(event) { await this.#input(this.#browser.send('Input.dispatchMouseEvent', event)); }
+  async insertText(text) { await this.#input(this.#browser.send('Input.insertText', { text })); }
+  async key(event) { await this.#input(dispatchKey(this.#browser, event)); }
+
+  #input(sent) {
+    this.#lastInput = sent.catch(() => {});
+    return sent;
+  }
+
+  /** Sends the selected text for the clipboard; input takes another way to the page, so wait for it. */
+  async copy(cut) {
+    await this.#lastInput;
+    const text = await this.evaluate(kSelectedText);
+    if (text === '') return;
+    if (cut) await this.evaluate('document.execCommand("delete")');
+    this.#host.selection(text);
+  }
+
+  // ---- what tests ask
+
+  /** The value of a JavaScript expression (promises are awaited), as plain data. */
+  async evaluate(expression) {
+    const { result, exceptionDetails } = await this.#browser.send('Runtime.evaluate',
+      { expression, returnByValue: true, awaitPromise: true, userGesture: true });
+    if (exceptionDetails) {
+      throw new Error(exceptionDetails.exception?.description ?? exceptionDetails.text);
+    }
+    return result.value;
+  }
+
+  /** Evaluates until the value is truthy and returns it; throws after `timeoutMs`. */
+  async waitFor(expression, timeoutMs = kActionMs) {
+    const end = performance.now() + timeoutMs;
+    for (;;) {
+      let seen;
+      try {
+        seen = await this.evaluate(expression);
+        if (seen) return seen;
+      } catch (error) {
+        seen = error.message;  // between two documents an expression may fail
+      }
+      if (performance.now() > end) {
+        throw new Error(`Not true in ${timeoutMs} ms: ${expression} (last: ${seen})`);
+      }
+      await sleep(kPollMs);
+    }
+  }
+
+  /** The text of an element, hidden or not. */
+  async text(selector) {
+    return this.evaluate(`(${kFind})(${JSON.stringify(selector)}).textContent`);
+  }
+
+  /** A real mouse click in the middle of an element, which must be what the pointer meets there. */
+  async click(selector) {
+    const name = JSON.stringify(selector);
+    await this.waitFor(`document.querySelector(${name}) !== null`, kActionMs);
+    const { x, y, met } = await this.evaluate(`(${kAim})((${kFind})(${name}))`);
+    if (met !== true) throw new Error(`${selector} cannot be clicked: ${met}.`);
+    const at = { x, y, button: 'left', clickCount: 1 };
+    await this.mouse({ ...at, type: 'mouseMoved', button: 'none', buttons: 0 });
+    await this.mouse({ ...at, type: 'mousePressed', buttons: 1 });
+    await this.mouse({ ...at, type: 'mouseReleased', buttons: 0 });
+  }
+
+  /** Replaces what a field holds by `text`, as a person who selects all and types or pastes. */
+  async type(selector, text) {
+    await this.waitFor(`document.querySelector(${JSON.stringify(selector)}) !== null`, kActionMs);
+    await this.evaluate(`(${kTakeAll})((${kFind})(${JSON.stringify(selector)}))`);
+    if (text === '') await this.key({ kind: 'rawKeyDown', virtualKey: 0x2e, modifiers: 0 });
+    else await this.insertText(text);
+  }
+
+  /** Chooses an option of a select element by its value, with the events that a person causes. */
+  async select(selector, value) {
+    const chosen = await this.evaluate(
+      `(${kChoose})((${kFind})(${JSON.stringify(selector)}), ${JSON.stringify(value)})`);
+    if (!chosen) throw new Error(`${selector} has no option ${value}.`);
+  }
+
+  /** All messages so far: [{direction: 'toHost' | 'toPage' | 'notJson', json}]. */
+  messages() { return [...this.#record]; }
+
+  async screenshot(path) {
+    const { data } = await this.#browser.send('Page.captureScreenshot', { format: 'png' });
+    await writeFile(path, Buffer.from(data, 'base64'));
+  }
+}
+
+const kFind = `(selector) => {
+  const found = document.querySelector(selector);
+  if (!found) throw new Error('There is no element ' + selector);
+  return found;
+}`;
+
+const kAim = `(element) => {
+  element.scrollIntoView({ block: 'nearest', inline: 'nearest', behavior: 'instant' });
+  const r = element.getBoundingClientRect();
+  const x = r.x + r.width / 2;
+  const y = r.y + r.height / 2;
+  if (r.width === 0 || r.height === 0) return { x, y, met: 'it has no size' };
+  const top = document.elementFromPoint(x, y);
+  const met = top === element || element.contains(top) || !!top?.closest('label')?.contains(element);
+  return { x, y, met: met || 'covered by ' + (top ? top.tagName + '#' + top.id : 'nothing') };
+}`;
+
+const kTakeAll = `(field) => {
+  field.focus();
+  if (document.activeElement !== field) throw new Error('The field does not take the focus.');
+  if (field.select) field.select();
+  else getSelection().selectAllChildren(field);
+}`;
+
+const kChoose = `(element, value) => {
+  if (![...element.options].some((option) => option.value === value)) return false;
+  element.focus();
+  element.value = value;
+  element.dispatchEvent(new Event('input', { bubbles: true }));
+  element.dispatchEvent(new Event('change', { bubbles: true }));
+  return true;
+}`;

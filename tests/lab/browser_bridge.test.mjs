@@ -1,0 +1,413 @@
+// The browser bridge alone: this test plays the DLL's side of the connection.
+import assert from 'node:assert/strict';
+import { fork } from 'node:child_process';
+import { once } from 'node:events';
+import { readdir, readFile, rm, mkdtemp, writeFile } from 'node:fs/promises';
+import net from 'node:net';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { after, before, describe, it } from 'node:test';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { startBridge } from '../../lab/browser/bridge.mjs';
+import { connectBridge } from '../../lab/browser/client.mjs';
+import { kProfilePrefix } from '../../lab/browser/chromium.mjs';
+import { keyName } from '../../lab/browser/keys.mjs';
+
+const kCreate = 1;
+const kLoadText = 2;
+const kLoadUrl = 3;
+const kPostJson = 4;
+const kPostText = 5;
+const kBounds = 6;
+const kMouse = 9;
+const kKey = 10;
+const kInsertText = 11;
+const kCopy = 12;
+const kFrameDone = 13;
+const kReady = 101;
+const kFailed = 102;
+const kMessage = 103;
+const kNavigated = 104;
+const kFrame = 105;
+const kSelection = 106;
+
+/** The DLL's side, written against the frame table and not with the bridge's own code. */
+class FakeHost {
+  static async connect(port) {
+    const host = new FakeHost();
+    host.socket = net.connect(port, '127.0.0.1');
+    host.frames = [];
+    host.waiters = [];
+    let kept = Buffer.alloc(0);
+    host.socket.on('data', (bytes) => {
+      kept = Buffer.concat([kept, bytes]);
+      while (kept.length >= 5 && kept.length >= 5 + kept.readUInt32LE(0)) {
+        const end = 5 + kept.readUInt32LE(0);
+        host.#take(kept[4], kept.subarray(5, end));
+        kept = kept.subarray(end);
+      }
+    });
+    host.socket.on('error', () => {});
+    host.closed = once(host.socket, 'close');
+    await once(host.socket, 'connect');
+    return host;
+  }
+
+  #take(kind, body) {
+    if (kind === kFrame) this.send(kFrameDone, body.subarray(0, 4));
+    this.frames.push({ kind, body });
+    this.waiters = this.waiters.filter((look) => !look());
+  }
+
+  send(kind, ...parts) {
+    const body = Buffer.concat(parts.map((part) => (typeof part === 'string' ? Buffer.from(part) : part)));
+    const head = Buffer.alloc(5);
+    head.writeUInt32LE(body.length);
+    head[4] = kind;
+    this.socket.write(Buffer.concat([head, body]));
+  }
+
+  /** Takes the next frame of that kind out of those that came. */
+  async next(kind, timeoutMs = 15_000) {
+    return new Promise((resolve, reject) => {
+      const look = () => {
+        const at = this.frames.findIndex((frame) => frame.kind === kind);
+        if (at < 0) return false;
+        clearTimeout(timer);
+        resolve(this.frames.splice(at, 1)[0].body);
+        return true;
+      };
+      const timer = setTimeout(() => reject(new Error(`No frame ${kind} in ${timeoutMs} ms`)), timeoutMs);
+      if (!look()) this.waiters.push(look);
+    });
+  }
+
+  async open(width = 640, height = 480) {
+    this.send(kCreate, u32(width), u32(height));
+    return (await this.next(kReady)).readUInt32LE(0);
+  }
+
+  async load(html, id = 1n) {
+    this.send(kLoadText, u64(id), html);
+    return readNavigated(await this.next(kNavigated));
+  }
+
+  async message() {
+    const body = await this.next(kMessage);
+    const sourceEnd = 5 + body.readUInt32LE(1);
+    const jsonEnd = sourceEnd + 4 + body.readUInt32LE(sourceEnd);
+    return {
+      isText: body[0] === 1, source: body.toString('utf8', 5, sourceEnd),
+      json: body.toString('utf8', sourceEnd + 4, jsonEnd), text: body.toString('utf8', jsonEnd),
+    };
+  }
+}
+
+function u32(value) {
+  const bytes = Buffer.alloc(4);
+  bytes.writeUInt32LE(value);
+  return bytes;
+}
+
+function u64(value) {
+  const bytes = Buffer.alloc(8);
+  bytes.writeBigUInt64LE(value);
+  return bytes;
+}
+
+function readNavigated(body) {
+  return { id: body.readBigUInt64LE(0), success: body[8] === 1, status: body.readUInt32LE(9) };
+}
+
+/** kind: 0 move, 1 press, 2 release; the left button. */
+function mouse(kind, x, y, buttons) {
+  const body = Buffer.alloc(21);
+  body[0] = kind;
+  body[1] = kind === 0 ? 0 : 1;
+  body[2] = buttons;
+  body[4] = kind === 0 ? 0 : 1;
+  body.writeInt32LE(x, 5);
+  body.writeInt32LE(y, 9);
+  return body;
+}
+
+const key = (kind, modifiers, virtualKey, text = '') =>
+  Buffer.concat([Buffer.from([kind, modifiers]), u32(virtualKey), Buffer.from(text)]);
+
+const kPage = `<!doctype html><html lang="zh-CN"><head><title>测试页</title>
+<script>window.early = !!(window.chrome && chrome.webview);
+  window.leaked = '__labPostToHost' in window;
+  const got = [];
+  const listen = (event) => got.push(event.data);
+  chrome.webview.addEventListener('message', listen);
+</script></head>
+<body style="margin:0">
+<h1 id="title">工程师远程调试</h1><input id="name"><textarea id="note"></textarea>
+<button id="send" onclick="chrome.webview.postMessage(document.getElementById('name').value)">连接</button>
+<select id="choice" onchange="chrome.webview.postMessage('chose ' + this.value)">
+<option value="a">一</option><option value="b">二</option></select>
+<p id="hidden" style="display:none">隐</p>
+<div id="under">下</div><script>chrome.webview.postMessage({ ready: true });</script></body></html>`;
+
+/** Ids of live processes whose command line names one of the profiles of this machine's bridges. */
+async function browserProcesses(profile) {
+  const found = [];
+  for (const pid of await readdir('/proc')) {
+    if (!/^\d+$/.test(pid)) continue;
+    const line = await readFile(`/proc/${pid}/cmdline`, 'utf8').catch(() => '');
+    if (line.includes(profile)) found.push(Number(pid));
+  }
+  return found;
+}
+
+async function profileOf(pid) {
+  const line = await readFile(`/proc/${pid}/cmdline`, 'utf8');
+  return /--user-data-dir=([^\0 ]+)/.exec(line)[1];
+}
+
+async function untilGone(profile, timeoutMs = 8000) {
+  const end = performance.now() + timeoutMs;
+  for (;;) {
+    const processes = await browserProcesses(profile);
+    const folders = (await readdir(tmpdir())).filter((name) => name === path.basename(profile));
+    if (processes.length + folders.length === 0) return;
+    assert.ok(performance.now() < end, `left: ${processes} ${folders}`);
+    await sleep(50);
+  }
+}
+
+describe('one page', () => {
+  let bridge;
+  let host;
+  let page;
+  before(async () => {
+    bridge = await startBridge({ port: 0, log: (line) => assert.fail(line) });
+    host = await FakeHost.connect(bridge.port);
+    await host.open();
+    page = await bridge.waitForPage();
+    assert.deepEqual(await host.load(kPage, 7n), { id: 7n, success: true, status: 0 });
+  });
+  after(() => bridge.close());
+
+  it('gives the page its bridge object before the first script and hides the binding', async () => {
+    assert.equal(await page.evaluate('early'), true);
+    assert.equal(await page.evaluate('leaked'), false);
+    assert.equal(await page.evaluate('origin'), 'null');
+  });
+
+  it('hands on what the page posts, with its JSON, from about:blank', async () => {
+    assert.deepEqual(await host.message(),
+      { isText: false, source: 'about:blank', json: '{"ready":true}', text: '' });
+    const posted = [
+      ['"中文 \\u0001 \\"引号\\" 😀"', { isText: true, text: '中文 \u0001 "引号" 😀' }],
+      ['""', { isText: true, text: '' }],
+      ['null', { isText: false, json: 'null' }], ['undefined', { isText: false, json: 'null' }],
+      ['[1,"a"]', { isText: false, json: '[1,"a"]' }], ['1.5', { isText: false, json: '1.5' }],
+    ];
+    for (const [expression, wanted] of posted) {
+      await page.evaluate(`chrome.webview.postMessage(${expression})`);
+      const seen = await host.message();
+      for (const [name, value] of Object.entries(wanted)) assert.equal(seen[name], value, expression);
+      if (wanted.isText) assert.equal(JSON.parse(seen.json), wanted.text);
+    }
+  });
+
+  it('delivers posted JSON parsed, strings as strings, in order, and drops what is not JSON', async () => {
+    host.send(kPostJson, '{"t":"state","v":"在线","__proto__":{"x":1}}');
+    host.send(kPostJson, '{"t":"lone');
+    host.send(kPostText, '{"not":"parsed"}\u2028');
+    host.send(kPostJson, '[1,null]');
+    await page.waitFor('got.length >= 3');
+    assert.equal(await page.evaluate('JSON.stringify(got)'),
+      '[{"t":"state","v":"在线","__proto__":{"x":1}},"{\\"not\\":\\"parsed\\"}\u2028",[1,null]]');
+    const kinds = page.messages().map(({ direction }) => direction);
+    assert.equal(kinds.filter((kind) => kind === 'notJson').length, 1);
+    await page.evaluate('chrome.webview.removeEventListener("message", listen)');
+    host.send(kPostJson, '4');
+    host.send(kPostText, 'x');
+    await page.waitFor('true');
+    assert.equal(await page.evaluate('got.length'), 3);
+  });
+
+  it('types Chinese into a field, replacing its contents, and clicks for real', async () => {
+    await page.type('#name', '旧的');
+    await page.type('#name', '维马林 密钥-7F3A');
+    await page.evaluate('document.querySelector("#send").addEventListener("click", (e) => { window.trusted = e.isTrusted; })');
+    await page.click('#send');
+    assert.equal((await host.message()).text, '维马林 密钥-7F3A');
+    assert.equal(await page.evaluate('trusted'), true);
+    await page.type('#name', '');
+    assert.equal(await page.evaluate('document.querySelector("#name").value'), '');
+  });
+
+  it('refuses to click what is covered, has no size or is missing', async () => {
+    await page.evaluate(`document.body.insertAdjacentHTML('beforeend',
+      '<div id="cover" style="position:fixed;inset:0"></div>')`);
+    await assert.rejects(page.click('#send'), /covered by DIV#cover/);
+    await page.evaluate('document.querySelector("#cover").remove()');
+    await assert.rejects(page.click('#hidden'), /no size/);
+    await assert.rejects(page.text('#none'), /no element #none/);
+  });
+
+  it('reads text, chooses options, and waits for conditions', async () => {
+    assert.equal(await page.text('#title'), '工程师远程调试');
+    assert.equal(await page.text('#hidden'), '隐');
+    await page.select('#choice', 'b');
+    assert.equal((await host.message()).text, 'chose b');
+    await assert.rejects(page.select('#choice', 'c'), /no option c/);
+    await assert.rejects(page.waitFor('false', 60), /Not true in 60 ms/);
+    assert.equal(await page.waitFor('new Promise((done) => setTimeout(done, 5, "späte"))'), 'späte');
+    await assert.rejects(page.evaluate('nothing.here'), /ReferenceError/);
+  });
+
+  it('passes mouse, keys and the clipboard of the window on', async () => {
+    const { x, y } = await page.evaluate(`(() => { const r = document.querySelector('#note')
+      .getBoundingClientRect(); return { x: Math.round(r.x + 20), y: Math.round(r.y + 10) }; })()`);
+    for (const [kind, buttons] of [[0, 0], [1, 1], [2, 0]]) host.send(kMouse, mouse(kind, x, y, buttons));
+    await page.waitFor('document.activeElement.id === "note"');
+    for (const letter of ['a', '中', '\r', 'b']) {
+      const virtualKey = letter === '\r' ? 0x0d : 0x41;
+      host.send(kKey, key(0, 0, virtualKey));
+      host.send(kKey, key(2, 0, virtualKey, letter));
+      host.send(kKey, key(1, 0, virtualKey));
+    }
+    await page.waitFor('document.querySelector("#note").value === "a中\\nb"');
+    host.send(kKey, key(0, 0, 0x08));
+    await page.waitFor('document.querySelector("#note").value === "a中\\n"');
+    host.send(kInsertText, '粘贴');
+    await page.waitFor('document.querySelector("#note").value === "a中\\n粘贴"');
+    host.send(kKey, key(0, 2, 0x41));
+    host.send(kCopy, Buffer.from([0]));
+    assert.equal((await host.next(kSelection)).toString(), 'a中\n粘贴');
+    host.send(kCopy, Buffer.from([1]));
+    assert.equal((await host.next(kSelection)).toString(), 'a中\n粘贴');
+    await page.waitFor('document.querySelector("#note").value === ""');
+  });
+
+  it('sends JPEG pictures of the size that the window has', async () => {
+    host.frames = [];
+    host.send(kBounds, u32(500), u32(300));
+    await page.waitFor('innerWidth === 500 && innerHeight === 300');
+    for (let tries = 0; ; tries += 1) {
+      const picture = (await host.next(kFrame)).subarray(4);
+      assert.deepEqual([...picture.subarray(0, 2)], [0xff, 0xd8]);
+      const size = jpegSize(picture);
+      if (size.width === 500 && size.height === 300) break;
+      assert.ok(tries < 20, `last size ${size.width}x${size.height}`);
+    }
+  });
+
+  it('loads a file by its URL and tells of one that is missing', async () => {
+    const folder = await mkdtemp(path.join(tmpdir(), 'lab-page-'));
+    await writeFile(path.join(folder, 'app.html'), '<title>文件</title><script>chrome.webview.postMessage("f")</script>');
+    host.send(kLoadUrl, u64(8n), `file://${folder}/app.html`);
+    assert.deepEqual(readNavigated(await host.next(kNavigated)), { id: 8n, success: true, status: 0 });
+    assert.equal((await host.message()).source, `file://${folder}/app.html`);
+    host.send(kLoadUrl, u64(9n), `file://${folder}/none.html`);
+    assert.deepEqual(readNavigated(await host.next(kNavigated)), { id: 9n, success: false, status: 0 });
+    host.send(kLoadUrl, u64(10n), 'http://outside.example/');
+    assert.deepEqual(readNavigated(await host.next(kNavigated)), { id: 10n, success: false, status: 13 });
+    await rm(folder, { recursive: true });
+  });
+
+  it('shows a page of the largest size that the control takes', async () => {
+    const html = '<body>' + 'x'.repeat(1_572_834 - 6);
+    assert.equal((await host.load(html, 11n)).success, true);
+    assert.equal(await page.evaluate('document.body.textContent.length'), 1_572_828);
+  });
+});
+
+/** Size in the picture's frame header (markers C0 to C2). */
+function jpegSize(picture) {
+  for (let at = 2; at < picture.length;) {
+    const marker = picture[at + 1];
+    if (marker >= 0xc0 && marker <= 0xc2) {
+      return { height: picture.readUInt16BE(at + 5), width: picture.readUInt16BE(at + 7) };
+    }
+    at += 2 + picture.readUInt16BE(at + 2);
+  }
+  throw new Error('No frame header');
+}
+
+describe('lifetime', () => {
+  it('ends the browser and removes its profile when the DLL goes away', async () => {
+    const bridge = await startBridge({ port: 0 });
+    const host = await FakeHost.connect(bridge.port);
+    const profile = await profileOf(await host.open());
+    assert.ok(path.basename(profile).startsWith(kProfilePrefix));
+    assert.ok((await browserProcesses(profile)).length > 1);
+    host.socket.destroy();
+    await untilGone(profile);
+    assert.deepEqual(bridge.pages(), []);
+    await bridge.close();
+  });
+
+  it('closes two pages that are apart from each other', async () => {
+    const bridge = await startBridge({ port: 0 });
+    const hosts = [await FakeHost.connect(bridge.port), await FakeHost.connect(bridge.port)];
+    const pids = await Promise.all(hosts.map((host) => host.open()));
+    assert.notEqual(pids[0], pids[1]);
+    const profiles = await Promise.all(pids.map(profileOf));
+    await hosts[0].load('<title>one</title>');
+    await hosts[1].load('<title>two</title>');
+    const titles = await Promise.all(bridge.pages().map((page) => page.evaluate('document.title')));
+    assert.deepEqual(titles, ['one', 'two']);
+    await bridge.close();
+    for (const profile of profiles) await untilGone(profile);
+  });
+
+  it('closes the connection when the browser dies', async () => {
+    const bridge = await startBridge({ port: 0 });
+    const host = await FakeHost.connect(bridge.port);
+    const pid = await host.open();
+    const profile = await profileOf(pid);
+    process.kill(pid, 'SIGKILL');
+    await host.closed;
+    await untilGone(profile);
+    await bridge.close();
+  });
+
+  it('says so when the browser cannot be started', async () => {
+    const bridge = await startBridge({ port: 0, chromium: '/nonexistent/chromium' });
+    const host = await FakeHost.connect(bridge.port);
+    host.send(kCreate, u32(10), u32(10));
+    assert.match((await host.next(kFailed)).toString(), /ENOENT/);
+    await bridge.close();
+  });
+
+  it('drops a connection that declares an absurd frame', async () => {
+    const bridge = await startBridge({ port: 0 });
+    const host = await FakeHost.connect(bridge.port);
+    host.socket.write(Buffer.from([0xff, 0xff, 0xff, 0xff, 1]));
+    await host.closed;
+    await bridge.close();
+  });
+
+  it('works as a process of its own and ends with its parent', async () => {
+    const child = fork(new URL('../../lab/browser/main.mjs', import.meta.url).pathname);
+    const bridge = await connectBridge(child);
+    const { port } = await bridge.listen({ port: 0 });
+    const host = await FakeHost.connect(port);
+    const profile = await profileOf(await host.open());
+    await host.load(kPage);
+    const page = await bridge.waitForPage(5000);
+    await page.type('#name', '进程');
+    await page.click('#send');
+    assert.deepEqual((await page.messages()).map(({ json }) => json), ['{"ready":true}', '"进程"']);
+    await assert.rejects(page.text('#none'), /no element/);
+    assert.equal((await bridge.pages()).length, 1);
+    const exit = once(child, 'exit');
+    child.disconnect();
+    assert.deepEqual(await exit, [0, null]);
+    await assert.rejects(page.text('#name'), /bridge has ended/);
+    await untilGone(profile);
+  });
+});
+
+it('names the keys of a keyboard', () => {
+  for (const [virtualKey, name] of [[0x0d, 'Enter'], [0x41, 'a'], [0x39, '9'], [0x70, 'F1'],
+    [0x7b, 'F12'], [0x7c, ''], [0x2e, 'Delete'], [0xff, '']]) {
+    assert.equal(keyName(virtualKey), name);
+  }
+});
