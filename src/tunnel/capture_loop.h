@@ -1,0 +1,15 @@
+#pragma once
+
+#include "tunnel/driver.h"
+#include "tunnel/packet_path.h"
+#include "tunnel/tunnel_flags.h"
+
+namespace tunnel {
+
+// The capture thread's body: receives packets until the flags end it, hands tunnel packets to the
+// packet path and puts every other back unchanged. A failed receive is passed over: closing the
+// driver's handles, after the flags are set, is what wakes and ends it. An error of the driver ends
+// the loop quietly and leaves the tunnel alone.
+void CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& path) noexcept;
+
+}  // namespace tunnel

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// IPv4 addresses and networks. An address is an unsigned 32-bit number in host order: the first
+// dotted octet is the most significant byte. All functions are pure.
+namespace tunnel {
+
+struct Ipv4Network {
+  std::uint32_t network = 0;  // already masked with the prefix
+  std::uint32_t prefix = 0;   // 0..32
+
+  friend bool operator==(const Ipv4Network&, const Ipv4Network&) = default;
+};
+
+// The network mask of a prefix length 0..32.
+constexpr std::uint32_t MaskOf(std::uint32_t prefix) noexcept {
+  return prefix == 0 ? 0 : ~std::uint32_t{0} << (32 - prefix);
+}
+constexpr std::uint32_t FirstAddress(const Ipv4Network& network) noexcept {
+  return network.network & MaskOf(network.prefix);
+}
+constexpr std::uint32_t LastAddress(const Ipv4Network& network) noexcept {
+  return FirstAddress(network) | ~MaskOf(network.prefix);
+}
+constexpr bool Contains(const Ipv4Network& network, std::uint32_t address) noexcept {
+  return (address & MaskOf(network.prefix)) == FirstAddress(network);
+}
+
+// Whether the two networks share at least one address.
+bool Overlaps(const Ipv4Network& a, const Ipv4Network& b) noexcept;
+
+// "192.168.1.20".
+std::wstring FormatAddress(std::uint32_t address);
+// "192.168.1.0/24".
+std::wstring FormatNetwork(const Ipv4Network& network);
+
+// A strict dotted quad, as inet_pton takes it: four decimal octets of one to three digits, none
+// above 255, none with a leading zero, nothing around them. Own code, so that every platform
+// agrees.
+std::optional<std::uint32_t> ParseIpv4(std::wstring_view text);
+
+// The address of an authorisation's assigned address: the dotted quad before the first "/", or the
+// whole text where there is none.
+std::optional<std::uint32_t> ParseTunnelAddress(std::wstring_view text);
+
+}  // namespace tunnel

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+// Reading and changing IPv4 packets (RFC 791) in place. Pure functions over plain bytes; addresses
+// and ports are in host order. Checksums are not kept: whoever changes a packet has them
+// recomputed.
+namespace tunnel {
+
+// One whole IPv4 packet, IP header first.
+using Packet = std::vector<std::byte>;
+
+inline constexpr std::size_t kMaxPacketBytes = 65535;
+inline constexpr std::uint8_t kProtocolIcmp = 1;
+inline constexpr std::uint8_t kProtocolTcp = 6;
+inline constexpr std::uint8_t kProtocolUdp = 17;
+inline constexpr std::uint32_t kLimitedBroadcast = 0xFFFFFFFF;  // 255.255.255.255
+
+// Where things are in one packet; lengths in bytes.
+struct PacketLayout {
+  std::size_t totalLength = 0;      // as the IP header says; may be less than was captured
+  std::size_t headerLength = 0;     // of the IP header
+  std::size_t transportOffset = 0;  // = headerLength
+  std::size_t transportMinimum = 0;
+  std::uint8_t protocol = 0;  // one of the three above
+};
+
+// The layout of an IPv4 packet of ICMP, TCP or UDP with a whole transport header; nothing for
+// anything else. `buffer` is any bytes.
+std::optional<PacketLayout> ValidatePacket(std::span<const std::byte> buffer) noexcept;
+
+// The functions below take a packet and the layout that ValidatePacket gave for it.
+
+std::uint32_t SourceAddress(std::span<const std::byte> packet) noexcept;
+std::uint32_t DestinationAddress(std::span<const std::byte> packet) noexcept;
+void SetSourceAddress(std::span<std::byte> packet, std::uint32_t address) noexcept;
+void SetDestinationAddress(std::span<std::byte> packet, std::uint32_t address) noexcept;
+
+// TCP's and UDP's port; for ICMP the identifier, which plays the port's role on the asking side.
+std::uint16_t SourcePort(std::span<const std::byte> packet, const PacketLayout& layout) noexcept;
+// TCP's and UDP's port; 0 for ICMP.
+std::uint16_t DestinationPort(std::span<const std::byte> packet,
+                              const PacketLayout& layout) noexcept;
+// ICMP's identifier (RFC 792, echo and timestamp messages).
+std::uint16_t IcmpIdentifier(std::span<const std::byte> packet,
+                             const PacketLayout& layout) noexcept;
+
+// Lowers the maximum segment size that a TCP SYN announces (RFC 9293, section 3.7.1) to 1310, so
+// that full segments still fit the tunnel. Leaves everything else alone.
+void ClampMss(std::span<std::byte> packet, const PacketLayout& layout) noexcept;
+
+}  // namespace tunnel
