@@ -28,7 +28,9 @@ class JsonValue {
   // The payload when the value is of that kind, else nullptr.
   [[nodiscard]] const bool* AsBoolean() const { return std::get_if<bool>(&payload_); }
   [[nodiscard]] const double* AsNumber() const { return std::get_if<double>(&payload_); }
-  [[nodiscard]] const std::wstring* AsString() const { return std::get_if<std::wstring>(&payload_); }
+  [[nodiscard]] const std::wstring* AsString() const {
+    return std::get_if<std::wstring>(&payload_);
+  }
   [[nodiscard]] const JsonObject* AsObject() const { return std::get_if<JsonObject>(&payload_); }
   [[nodiscard]] const JsonArray* AsArray() const { return std::get_if<JsonArray>(&payload_); }
 

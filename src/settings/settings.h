@@ -8,7 +8,8 @@
 
 namespace settings {
 
-// All that the client remembers between runs, in the order of its file. Jobs work on a copy.
+// All that the client remembers between runs, in the order of its file. Jobs work on a copy; the
+// functions below take no lock and may run on any thread that owns the record they are given.
 // A fresh record has the default service address, empty texts and false switches.
 struct Settings {
   std::wstring serverUrl;  // the default address in a fresh record
@@ -40,21 +41,29 @@ struct Settings {
   Settings();
 };
 
-// The file's text, exactly as it is written (UTF-16 here, UTF-8 without mark in the file).
+// The file's text, exactly as it is written (UTF-16 here, UTF-8 without mark in the file): one
+// member a line in the order above, the service address in its normalised form.
 std::wstring WriteSettingsText(const Settings& settings);
 
-// Takes every member of `text` that has the right kind into `settings`; the rest keeps its value.
-// Throws std::runtime_error ("Invalid JSON.", "Invalid JSON string.") before anything changed.
+// Takes every member of `text` that has the right kind into `settings`; the rest keeps its value,
+// but for the profile list, which an object without one empties. Then fills an empty profileName
+// from deviceName and an empty engineerId with a new one. Throws std::runtime_error ("Invalid
+// JSON.", "Invalid JSON string.") before anything changed.
 void ReadSettingsText(std::wstring_view text, Settings& settings);
 
-// Roaming application data \ Velmarine \ Client.settings.json.
+// Roaming application data \ Velmarine \ Client.settings.json. Windows only.
 std::wstring SettingsFilePath();
 
-// Fills `settings` from the file. No file: a new engineer id, all else unchanged. Empty file:
-// nothing changes. Throws as ReadSettingsText for a file that is not JSON.
-void LoadSettings(Settings& settings);
+// Fills `settings` from the file at `path`. A file that cannot be opened or read: a new engineer
+// id, all else unchanged. Empty file: nothing changes. Throws as ReadSettingsText for a file that
+// is not JSON. A byte-order mark, as some editors put one, is passed over.
+void LoadSettings(const std::wstring& path, Settings& settings);
 
-// Writes the whole file in one pass, making its folder. A failure is not reported.
+// Writes the whole file at `path` in one pass, making its folder. A failure is not reported.
+void SaveSettings(const std::wstring& path, const Settings& settings);
+
+// The same with the file at SettingsFilePath(). Windows only.
+void LoadSettings(Settings& settings);
 void SaveSettings(const Settings& settings);
 
 }  // namespace settings

@@ -1,0 +1,47 @@
+#include "platform/error_text_win.h"
+
+#include "platform/unique_handle.h"
+
+namespace platform {
+namespace {
+
+constexpr DWORD kFirstHttpError = 12000;
+constexpr DWORD kLastHttpError = 12199;
+
+// A text that FormatMessageW allocated.
+struct LocalTextTraits {
+  using Raw = wchar_t*;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw text) noexcept { return text != nullptr; }
+  static void Close(Raw text) noexcept { ::LocalFree(text); }
+};
+using LocalText = UniqueHandle<LocalTextTraits>;
+
+// The text of `code` in the table that `source` (a FORMAT_MESSAGE_FROM_ flag) names, or empty.
+std::wstring FormatFrom(DWORD source, HMODULE module, DWORD code) {
+  wchar_t* allocated = nullptr;
+  // With ALLOCATE_BUFFER the function wants the address of the pointer in the buffer's place.
+  const DWORD lengthUnits =
+      ::FormatMessageW(source | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_ALLOCATE_BUFFER,
+                       module, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
+                       reinterpret_cast<wchar_t*>(&allocated), 0, nullptr);
+  const LocalText owner(allocated);
+  return lengthUnits == 0 ? std::wstring() : std::wstring(allocated, lengthUnits);
+}
+
+}  // namespace
+
+std::wstring SystemErrorText(DWORD code) {
+  // Already loaded, as this program imports it.
+  return SystemErrorText(code, ::GetModuleHandleW(L"winhttp.dll"));
+}
+
+std::wstring SystemErrorText(DWORD code, HMODULE httpMessages) {
+  if (code >= kFirstHttpError && code <= kLastHttpError && httpMessages != nullptr) {
+    std::wstring found = FormatFrom(FORMAT_MESSAGE_FROM_HMODULE, httpMessages, code);
+    if (!found.empty()) return found;
+  }
+  return FormatFrom(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code);
+}
+
+}  // namespace platform

@@ -1,0 +1,60 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+#include "platform/files.h"
+#include "text/utf8.h"
+
+// The native build's files, so that what builds on them can be tested there. A backslash separates
+// folders here too: paths are put together as on Windows.
+namespace platform {
+namespace {
+
+std::string NativePath(const std::wstring& path) {
+  std::string native = text::ToUtf8(path);
+  std::replace(native.begin(), native.end(), '\\', '/');
+  return native;
+}
+
+}  // namespace
+
+std::optional<std::string> ReadFileBytes(const std::wstring& path) {
+  if (!IsFile(path)) return std::nullopt;  // a stream would open a folder
+  std::ifstream file(NativePath(path), std::ios::binary);
+  if (!file) return std::nullopt;
+  std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  if (file.bad()) return std::nullopt;
+  return bytes;
+}
+
+bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
+  std::ofstream file(NativePath(path), std::ios::binary | std::ios::trunc);
+  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  file.close();
+  return !file.fail();
+}
+
+bool IsFile(const std::wstring& path) {
+  struct stat status {};
+  return ::stat(NativePath(path).c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
+bool CreateFolders(const std::wstring& path) {
+  std::error_code error;
+  const std::filesystem::path folder(NativePath(path));
+  std::filesystem::create_directories(folder, error);
+  return std::filesystem::is_directory(folder, error);
+}
+
+bool RenameFile(const std::wstring& from, const std::wstring& to) {
+  return ::renameat2(AT_FDCWD, NativePath(from).c_str(), AT_FDCWD, NativePath(to).c_str(),
+                     RENAME_NOREPLACE) == 0;
+}
+
+}  // namespace platform

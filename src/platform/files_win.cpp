@@ -1,0 +1,80 @@
+#include <algorithm>
+
+#include "platform/files.h"
+#include "platform/handles_win.h"
+// After the SDK, which it needs.
+#include <shlobj.h>
+
+namespace platform {
+namespace {
+
+constexpr DWORD kChunkBytes = 1 << 20;
+
+bool IsFolder(const std::wstring& path) {
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+// The path from its drive on, with backslashes only: what SHCreateDirectoryExW insists on.
+std::wstring AbsolutePath(const std::wstring& path) {
+  const DWORD neededUnits = ::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+  std::wstring absolute(neededUnits, L'\0');
+  const DWORD lengthUnits = ::GetFullPathNameW(path.c_str(), neededUnits, absolute.data(), nullptr);
+  absolute.resize(lengthUnits < neededUnits ? lengthUnits : 0);
+  return absolute;
+}
+
+}  // namespace
+
+std::optional<std::string> ReadFileBytes(const std::wstring& path) {
+  const FileHandle file(::CreateFileW(path.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) return std::nullopt;
+  std::string bytes;
+  for (;;) {
+    const std::size_t before = bytes.size();
+    bytes.resize(before + kChunkBytes);
+    DWORD readBytes = 0;
+    if (!::ReadFile(file.Get(), bytes.data() + before, kChunkBytes, &readBytes, nullptr)) {
+      return std::nullopt;
+    }
+    bytes.resize(before + readBytes);
+    if (readBytes == 0) return bytes;
+  }
+}
+
+bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
+  const FileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                      CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) return false;
+  for (std::size_t written = 0; written < bytes.size();) {
+    const auto chunkBytes =
+        static_cast<DWORD>(std::min<std::size_t>(bytes.size() - written, kChunkBytes));
+    DWORD takenBytes = 0;
+    if (!::WriteFile(file.Get(), bytes.data() + written, chunkBytes, &takenBytes, nullptr) ||
+        takenBytes != chunkBytes) {
+      return false;
+    }
+    written += chunkBytes;
+  }
+  return true;
+}
+
+bool IsFile(const std::wstring& path) {
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+bool CreateFolders(const std::wstring& path) {
+  const std::wstring absolute = AbsolutePath(path);
+  if (absolute.empty()) return false;
+  return ::SHCreateDirectoryExW(nullptr, absolute.c_str(), nullptr) == ERROR_SUCCESS ||
+         IsFolder(absolute);
+}
+
+bool RenameFile(const std::wstring& from, const std::wstring& to) {
+  return ::MoveFileExW(from.c_str(), to.c_str(), 0) != FALSE;
+}
+
+}  // namespace platform

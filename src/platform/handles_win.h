@@ -1,0 +1,52 @@
+#pragma once
+
+#include "platform/unique_handle.h"
+#include "platform/windows_sdk.h"
+// After the SDK, which it needs.
+#include <winhttp.h>
+
+// The kinds of Windows handles that the program owns.
+namespace platform {
+
+// Files, and other kernel objects that CloseHandle closes. The API says "no handle" with nullptr or
+// with INVALID_HANDLE_VALUE, depending on the call; both are empty here.
+struct KernelHandleTraits {
+  using Raw = HANDLE;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw handle) noexcept {
+    return handle != nullptr && handle != INVALID_HANDLE_VALUE;
+  }
+  static void Close(Raw handle) noexcept { ::CloseHandle(handle); }
+};
+using FileHandle = UniqueHandle<KernelHandleTraits>;
+using ProcessHandle = UniqueHandle<KernelHandleTraits>;
+using ThreadHandle = UniqueHandle<KernelHandleTraits>;
+
+// A library that LoadLibrary gave; not for GetModuleHandle's borrowed ones.
+struct ModuleTraits {
+  using Raw = HMODULE;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw module) noexcept { return module != nullptr; }
+  static void Close(Raw module) noexcept { ::FreeLibrary(module); }
+};
+using Module = UniqueHandle<ModuleTraits>;
+
+// An opened registry key; never a predefined one.
+struct RegistryKeyTraits {
+  using Raw = HKEY;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw key) noexcept { return key != nullptr; }
+  static void Close(Raw key) noexcept { ::RegCloseKey(key); }
+};
+using RegistryKey = UniqueHandle<RegistryKeyTraits>;
+
+// A WinHTTP session, connection or request.
+struct HttpHandleTraits {
+  using Raw = HINTERNET;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw handle) noexcept { return handle != nullptr; }
+  static void Close(Raw handle) noexcept { ::WinHttpCloseHandle(handle); }
+};
+using HttpHandle = UniqueHandle<HttpHandleTraits>;
+
+}  // namespace platform

@@ -1,0 +1,59 @@
+#include <array>
+
+#include "platform/known_folders.h"
+#include "platform/path.h"
+#include "platform/unique_handle.h"
+#include "platform/windows_sdk.h"
+// After the SDK, which they need.
+#include <knownfolders.h>
+#include <objbase.h>
+#include <shlobj.h>
+
+namespace platform {
+namespace {
+
+struct TaskTextTraits {
+  using Raw = wchar_t*;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw text) noexcept { return text != nullptr; }
+  static void Close(Raw text) noexcept { ::CoTaskMemFree(text); }
+};
+using TaskText = UniqueHandle<TaskTextTraits>;
+
+std::wstring KnownFolder(const KNOWNFOLDERID& id) {
+  wchar_t* allocated = nullptr;
+  const HRESULT result = ::SHGetKnownFolderPath(id, KF_FLAG_DEFAULT, nullptr, &allocated);
+  const TaskText path(allocated);  // to be freed after a failure too
+  return SUCCEEDED(result) ? std::wstring(path.Get()) : std::wstring();
+}
+
+}  // namespace
+
+std::wstring RoamingAppDataFolder() {
+  return KnownFolder(FOLDERID_RoamingAppData);
+}
+
+std::wstring LocalAppDataFolder() {
+  return KnownFolder(FOLDERID_LocalAppData);
+}
+
+std::wstring TemporaryFolder() {
+  std::array<wchar_t, MAX_PATH + 2> buffer{};
+  const DWORD lengthUnits = ::GetTempPathW(static_cast<DWORD>(buffer.size()), buffer.data());
+  if (lengthUnits == 0 || lengthUnits >= buffer.size()) return {};
+  return std::wstring(buffer.data(), lengthUnits);
+}
+
+std::wstring ProgramPath() {
+  std::array<wchar_t, MAX_PATH> buffer{};
+  const DWORD lengthUnits =
+      ::GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
+  if (lengthUnits == 0 || lengthUnits >= buffer.size()) return {};
+  return std::wstring(buffer.data(), lengthUnits);
+}
+
+std::wstring ProgramFolder() {
+  return ParentFolder(ProgramPath());
+}
+
+}  // namespace platform

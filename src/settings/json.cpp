@@ -1,0 +1,49 @@
+#include "settings/json.h"
+
+namespace settings {
+
+const JsonValue* FindJsonMember(const JsonValue& value, std::wstring_view key) {
+  const JsonObject* object = value.AsObject();
+  if (object == nullptr) return nullptr;
+  const auto found = object->find(key);
+  return found == object->end() ? nullptr : &found->second;
+}
+
+std::wstring JsonStringOrEmpty(const JsonValue& value, std::wstring_view key) {
+  const JsonValue* member = FindJsonMember(value, key);
+  const std::wstring* string = member == nullptr ? nullptr : member->AsString();
+  return string == nullptr ? std::wstring() : *string;
+}
+
+std::wstring EscapeJsonString(std::wstring_view value) {
+  std::wstring escaped;
+  escaped.reserve(value.size());
+  for (const wchar_t unit : value) {
+    switch (unit) {
+      case L'\t':
+        escaped += L"\\t";
+        break;
+      case L'\n':
+        escaped += L"\\n";
+        break;
+      case L'\r':
+        escaped += L"\\r";
+        break;
+      case L'"':
+        escaped += L"\\\"";
+        break;
+      case L'\\':
+        escaped += L"\\\\";
+        break;
+      default:
+        escaped.push_back(unit);
+    }
+  }
+  return escaped;
+}
+
+std::wstring QuoteJsonString(std::wstring_view value) {
+  return L"\"" + EscapeJsonString(value) + L"\"";
+}
+
+}  // namespace settings

@@ -1,0 +1,22 @@
+#include "settings/server_address.h"
+
+#include <algorithm>
+
+#include "text/strings.h"
+
+namespace settings {
+
+std::wstring DefaultServerUrl() {
+  return L"http://" VELMARINE_DEFAULT_HOST ":31080";
+}
+
+std::wstring NormaliseServerUrl(std::wstring_view typed) {
+  std::wstring url = text::Trim(typed);
+  if (url.empty()) return DefaultServerUrl();
+  std::replace(url.begin(), url.end(), L'\\', L'/');
+  if (url.find(L"://") == std::wstring::npos) url.insert(0, L"http://");
+  url.erase(url.find_last_not_of(L'/') + 1);
+  return url.empty() ? DefaultServerUrl() : url;
+}
+
+}  // namespace settings

@@ -1,0 +1,78 @@
+#include "settings/site_profiles.h"
+
+#include "settings/server_address.h"
+
+namespace settings {
+namespace {
+
+constexpr std::wstring_view kAllNetworks = L"ALL";
+
+// Puts the member's text into `field` when it is a string, an empty one too.
+void TakeString(const JsonValue& object, std::wstring_view key, std::wstring& field) {
+  const JsonValue* member = FindJsonMember(object, key);
+  const std::wstring* string = member == nullptr ? nullptr : member->AsString();
+  if (string != nullptr) field = *string;
+}
+
+const JsonArray* FindArray(const JsonValue& object, std::wstring_view key) {
+  const JsonValue* member = FindJsonMember(object, key);
+  return member == nullptr ? nullptr : member->AsArray();
+}
+
+SiteProfile ReadProfile(const JsonValue& object) {
+  SiteProfile profile;
+  profile.serverUrl = DefaultServerUrl();
+  profile.targetNetwork = kAllNetworks;
+  TakeString(object, L"name", profile.name);
+  TakeString(object, L"serverUrl", profile.serverUrl);
+  TakeString(object, L"deviceNumber", profile.deviceNumber);
+  TakeString(object, L"deviceSecret", profile.deviceSecret);
+  TakeString(object, L"targetNetwork", profile.targetNetwork);
+  const JsonArray* networks = FindArray(object, L"sharedNetworks");
+  if (networks == nullptr) return profile;
+  for (const JsonValue& network : *networks) {
+    if (network.AsString() != nullptr) profile.sharedNetworks.push_back(*network.AsString());
+  }
+  return profile;
+}
+
+std::wstring WriteProfile(const SiteProfile& profile) {
+  std::wstring networks;
+  for (const std::wstring& network : profile.sharedNetworks) {
+    if (!networks.empty()) networks += L',';
+    networks += QuoteJsonString(network);
+  }
+  const std::wstring_view target =
+      profile.targetNetwork.empty() ? kAllNetworks : std::wstring_view(profile.targetNetwork);
+  return L"{\"name\":" + QuoteJsonString(profile.name) +                  //
+         L",\"serverUrl\":" + QuoteJsonString(profile.serverUrl) +        //
+         L",\"deviceNumber\":" + QuoteJsonString(profile.deviceNumber) +  //
+         L",\"deviceSecret\":" + QuoteJsonString(profile.deviceSecret) +  //
+         L",\"targetNetwork\":" + QuoteJsonString(target) +               //
+         L",\"sharedNetworks\":[" + networks + L"]}";
+}
+
+}  // namespace
+
+std::vector<SiteProfile> ReadSiteProfiles(const JsonValue& document) {
+  std::vector<SiteProfile> profiles;
+  const JsonArray* members = FindArray(document, L"siteProfiles");
+  if (members == nullptr) return profiles;
+  for (const JsonValue& member : *members) {
+    if (member.AsObject() == nullptr) continue;
+    SiteProfile profile = ReadProfile(member);
+    if (!profile.name.empty()) profiles.push_back(std::move(profile));
+  }
+  return profiles;
+}
+
+std::wstring WriteSiteProfiles(const std::vector<SiteProfile>& profiles) {
+  std::wstring list;
+  for (const SiteProfile& profile : profiles) {
+    if (!list.empty()) list += L',';
+    list += WriteProfile(profile);
+  }
+  return L"[" + list + L"]";
+}
+
+}  // namespace settings
