@@ -6,7 +6,8 @@
 
 #include "platform/url.h"
 
-// The two blocking operations through which all talk with the central service goes.
+// The two blocking operations through which all talk with the central service goes. Each opens and
+// closes a session of its own; nothing is shared, so any number may run at once on any threads.
 namespace service {
 
 using ParsedUrl = platform::UrlParts;
@@ -20,17 +21,20 @@ struct HttpResponse {
 ParsedUrl ParseUrl(const std::wstring& url);
 
 // Sends `body` (JSON, perhaps empty) with the verb `method` and waits for the whole reply. The
-// status is not judged. Throws std::runtime_error "<function>: <system text>" when no reply comes.
-// Time-outs: resolve and connect 10 s each, send 15 s, receive 30 s. Any thread.
+// status is not judged. Throws std::runtime_error "<function>: <system text>" (UTF-8) when no reply
+// comes, whether it was sending or receiving that failed as "WinHttpReceiveResponse". Time-outs:
+// resolve and connect 10 s each, send 15 s, receive 30 s.
 HttpResponse SendJsonRequest(const std::wstring& method, const std::wstring& url,
                              const std::wstring& body);
 
-// Streams `url` into `targetPath` by way of "<targetPath>.download". True only when the file now
-// holds the whole body of a 2xx reply; on failure an earlier file stays as it was. Any thread.
+// Streams `url` into `targetPath` by way of "<targetPath>.download", making the folder. True only
+// when the file now holds the whole body of a 2xx reply; on failure an earlier file stays as it was
+// and no partial file is left. Throws for neither transport nor file failures. Time-outs as above,
+// but receive 120 s.
 bool DownloadFile(const std::wstring& url, const std::wstring& targetPath);
 
 // How the jobs reach the service: SendJsonRequest in the program, a fake in their tests.
-using JsonRequester = std::function<HttpResponse(const std::wstring& method,
-                                                 const std::wstring& url, const std::wstring& body)>;
+using JsonRequester = std::function<HttpResponse(
+    const std::wstring& method, const std::wstring& url, const std::wstring& body)>;
 
 }  // namespace service

@@ -1,0 +1,466 @@
+#include "service/connection_jobs.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "service/fake_world.h"
+
+namespace service {
+namespace {
+
+using Events = std::vector<std::wstring>;
+
+constexpr wchar_t kRequestUrl[] = L"http://192.0.2.10:31080/api/connections/request";
+constexpr wchar_t kGrant[] =
+    LR"({"success":true,"data":{"connectionId":"c1","assignedAddress":"10.8.0.2",)"
+    LR"("routes":["192.168.1.0/24",7,"10.0.0.0/8"]}})";
+constexpr wchar_t kGrantText[] =
+    L"连接授权成功：c1，分配地址 10.8.0.2，路由 192.168.1.0/24\r\n10.0.0.0/8";
+constexpr wchar_t kDiscoveryOffText[] = L"\r\n局域网发现模式已关闭：只转发已知 IP 网段。";
+
+class ConnectionJobs : public testing::Test {
+ protected:
+  ConnectionJobs() {
+    settings_.serverUrl = L"http://192.0.2.10:31080";
+    settings_.deviceNumber = L"D-100";
+    settings_.deviceSecret = L"key";
+    settings_.targetNetwork = L"192.168.1.0/24";
+    settings_.engineerId = L"ENG-12345678";
+    world_.started.text = L"软件隧道已启动";
+  }
+
+  void HoldConnection() {
+    settings_.connectionId = L"old";
+    settings_.assignedAddress = L"10.8.0.9";
+    settings_.routesText = L"10.1.0.0/16\r\n10.2.0.0/16";
+    settings_.accessRoutesText = L"10.1.0.0/16";
+    settings_.routeMappingsText = L"a -> b";
+  }
+
+  void ExpectNoConnection(const settings::Settings& settings) {
+    EXPECT_EQ(settings.connectionId, L"");
+    EXPECT_EQ(settings.assignedAddress, L"");
+    EXPECT_EQ(settings.routesText, L"");
+  }
+
+  void ExpectForgotten(const settings::Settings& settings) {
+    ExpectNoConnection(settings);
+    EXPECT_EQ(settings.accessRoutesText, L"");
+    EXPECT_EQ(settings.routeMappingsText, L"");
+    EXPECT_EQ(settings.targetNetwork, L"ALL");
+  }
+
+  std::wstring Authorize() { return AuthorizeConnection(settings_, world_.Ports()); }
+  std::wstring Disconnect() { return DisconnectConnection(settings_, world_.Ports()); }
+  std::wstring Connect() { return ConnectJob(settings_, world_, world_.Ports()); }
+  std::wstring StopTunnel() { return StopJob(settings_, world_, world_.Ports()); }
+
+  template <typename Call>
+  std::string FailureOf(Call call) {
+    try {
+      call();
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+    return "(none)";
+  }
+
+  settings::Settings settings_;
+  FakeWorld world_;
+};
+
+// Authorising.
+
+TEST_F(ConnectionJobs, AuthorizingPostsTheRequestBody) {
+  world_.Answer(kGrant);
+  Authorize();
+
+  ASSERT_EQ(world_.requests.size(), 1u);
+  EXPECT_EQ(world_.requests[0].method, L"POST");
+  EXPECT_EQ(world_.requests[0].url, kRequestUrl);
+  EXPECT_EQ(world_.requests[0].body,
+            LR"({"deviceNumber":"D-100","deviceSecret":"key","targetNetwork":"192.168.1.0/24",)"
+            LR"("engineerId":"ENG-12345678","clientPublicKey":""})");
+}
+
+TEST_F(ConnectionJobs, AuthorizingStoresWhatWasGrantedAndSavesOnce) {
+  settings_.heartbeatMessage = L"DEVICE_OFFLINE";
+  world_.Answer(kGrant);
+
+  EXPECT_EQ(Authorize(), kGrantText);
+
+  EXPECT_EQ(settings_.connectionId, L"c1");
+  EXPECT_EQ(settings_.assignedAddress, L"10.8.0.2");
+  EXPECT_EQ(settings_.routesText, L"192.168.1.0/24\r\n10.0.0.0/8");
+  EXPECT_EQ(settings_.heartbeatMessage, L"");
+  EXPECT_EQ(settings_.deviceNumber, L"D-100");
+  EXPECT_EQ(settings_.targetNetwork, L"192.168.1.0/24");
+  ASSERT_EQ(world_.saved.size(), 1u);
+  EXPECT_EQ(world_.saved[0].connectionId, L"c1");
+  EXPECT_EQ(world_.saved[0].heartbeatMessage, L"");
+}
+
+TEST_F(ConnectionJobs, AuthorizingGivesTheRoutesToTheProxyBypassBeforeSaving) {
+  world_.addText = L"已加入系统代理旁路：10.*";
+  world_.Answer(kGrant);
+
+  EXPECT_EQ(Authorize(), kGrantText) << "the bypass's own line is not shown";
+
+  EXPECT_EQ(world_.events, (Events{std::wstring(L"POST ") + kRequestUrl,
+                                   L"bypass+ 192.168.1.0/24 10.0.0.0/8", L"save"}));
+}
+
+TEST_F(ConnectionJobs, AuthorizingTakesDeviceNumberAndTargetOnlyWhereTheyAreStrings) {
+  world_.Answer(
+      LR"({"success":true,"data":{"connectionId":"c1","assignedAddress":"10.8.0.2",)"
+      LR"("routes":["10.0.0.0/8"],"deviceNumber":"D-200","targetNetwork":7}})");
+  Authorize();
+  EXPECT_EQ(settings_.deviceNumber, L"D-200");
+  EXPECT_EQ(settings_.targetNetwork, L"192.168.1.0/24");
+
+  world_.Answer(
+      LR"({"success":true,"data":{"connectionId":"c1","assignedAddress":"10.8.0.2",)"
+      LR"("routes":["10.0.0.0/8"],"deviceNumber":null,"targetNetwork":""}})");
+  Authorize();
+  EXPECT_EQ(settings_.deviceNumber, L"D-200");
+  EXPECT_EQ(settings_.targetNetwork, L"") << "an empty string is a string";
+}
+
+TEST_F(ConnectionJobs, AuthorizingWithoutAnEngineerSendsAndKeepsAFreshIdentity) {
+  settings_.engineerId.clear();
+  world_.Answer(kGrant);
+  Authorize();
+
+  ASSERT_EQ(settings_.engineerId.size(), 12u);
+  EXPECT_EQ(settings_.engineerId.substr(0, 4), L"ENG-");
+  EXPECT_NE(world_.requests[0].body.find(L"\"engineerId\":\"" + settings_.engineerId + L"\""),
+            std::wstring::npos);
+  EXPECT_EQ(world_.saved.back().engineerId, settings_.engineerId);
+}
+
+TEST_F(ConnectionJobs, ARefusalLeavesItsCodeAndChangesNothingElse) {
+  settings_.heartbeatMessage = L"OLD";
+  world_.Answer(LR"({"success":false,"code":"DEVICE_OFFLINE","message":"offline"})", 403);
+
+  EXPECT_EQ(Authorize(), L"Connection authorization failed: offline");
+
+  EXPECT_EQ(settings_.heartbeatMessage, L"DEVICE_OFFLINE");
+  EXPECT_EQ(settings_.connectionId, L"");
+  EXPECT_EQ(settings_.targetNetwork, L"192.168.1.0/24");
+  ASSERT_EQ(world_.saved.size(), 1u);
+  EXPECT_EQ(world_.saved[0].heartbeatMessage, L"DEVICE_OFFLINE");
+  EXPECT_EQ(world_.events.back(), L"save") << "no proxy edit";
+}
+
+TEST_F(ConnectionJobs, ARefusalWithDataGrantsNothing) {
+  world_.Answer(
+      LR"({"success":"true","data":{"connectionId":"c1","assignedAddress":"10.8.0.2",)"
+      LR"("routes":["10.0.0.0/8"]}})");
+
+  EXPECT_EQ(Authorize(), L"Connection authorization failed: ");
+  EXPECT_EQ(settings_.connectionId, L"");
+}
+
+TEST_F(ConnectionJobs, AnHtmlErrorPageIsARefusalWithoutWords) {
+  settings_.heartbeatMessage = L"DEVICE_OFFLINE";
+  world_.Answer(L"<html>502</html>", 502);
+
+  EXPECT_EQ(Authorize(), L"Connection authorization failed: ");
+  EXPECT_EQ(settings_.heartbeatMessage, L"") << "no code, so no retry";
+}
+
+TEST_F(ConnectionJobs, AnIncompleteGrantThrowsAndChangesOnlyTheEngineer) {
+  settings_.engineerId.clear();
+  settings_.heartbeatMessage = L"DEVICE_OFFLINE";
+  const settings::Settings before = settings_;
+  world_.Answer(
+      LR"({"success":true,"data":{"connectionId":"c1","assignedAddress":"10.8.0.2",)"
+      LR"("routes":[],"deviceNumber":"D-200"}})");
+
+  EXPECT_EQ(FailureOf([this] { Authorize(); }),
+            "Connection authorization response is missing connectionId, assignedAddress, or "
+            "routes.");
+
+  EXPECT_NE(settings_.engineerId, L"");
+  settings_.engineerId.clear();
+  EXPECT_EQ(settings::WriteSettingsText(settings_), settings::WriteSettingsText(before));
+  EXPECT_TRUE(world_.saved.empty());
+}
+
+TEST_F(ConnectionJobs, AuthorizingThrowsTransportFailuresAndMalformedReplies) {
+  world_.FailRequest("WinHttpReceiveResponse failed.");
+  EXPECT_EQ(FailureOf([this] { Authorize(); }), "WinHttpReceiveResponse failed.");
+  world_.Answer(L"{\"success\":true,");
+  EXPECT_EQ(FailureOf([this] { Authorize(); }), "Invalid JSON.");
+  EXPECT_EQ(settings_.connectionId, L"");
+}
+
+// Disconnecting.
+
+TEST_F(ConnectionJobs, DisconnectingReportsTheEndAndForgets) {
+  HoldConnection();
+  world_.Answer(LR"({"success":true})");
+
+  EXPECT_EQ(Disconnect(), L"\r\n远程调试会话已断开。");
+
+  ASSERT_EQ(world_.requests.size(), 1u);
+  EXPECT_EQ(world_.requests[0].body,
+            LR"({"engineerId":"ENG-12345678","reason":"本地客户端断开连接"})");
+  EXPECT_EQ(world_.events, (Events{L"POST http://192.0.2.10:31080/api/connections/old/disconnect",
+                                   L"bypass- 10.1.0.0/16 10.2.0.0/16", L"save"}));
+  ExpectForgotten(settings_);
+  ExpectForgotten(world_.saved.back());
+}
+
+TEST_F(ConnectionJobs, DisconnectingWithoutAConnectionSendsNothingButStillForgets) {
+  HoldConnection();
+  settings_.connectionId.clear();
+
+  EXPECT_EQ(Disconnect(), L"");
+
+  EXPECT_EQ(world_.events, (Events{L"bypass- 10.1.0.0/16 10.2.0.0/16", L"save"}));
+  ExpectForgotten(settings_);
+}
+
+TEST_F(ConnectionJobs, DisconnectingShowsTheServicesWordsWhenItRefuses) {
+  HoldConnection();
+  world_.Answer(LR"({"success":false,"message":"unknown connection"})", 404);
+
+  EXPECT_EQ(Disconnect(), L"\r\n会话断开上报失败：unknown connection");
+  ExpectForgotten(settings_);
+}
+
+TEST_F(ConnectionJobs, DisconnectingAppendsTheProxyBypasssLine) {
+  HoldConnection();
+  world_.removeText = L"已移除系统代理旁路：10.1.*";
+  world_.Answer(LR"({"success":true})");
+
+  EXPECT_EQ(Disconnect(), L"\r\n远程调试会话已断开。\r\n已移除系统代理旁路：10.1.*");
+
+  EXPECT_EQ(Disconnect(), L"\r\n已移除系统代理旁路：10.1.*");
+}
+
+TEST_F(ConnectionJobs, DisconnectingForgetsEvenWhenNoReplyComes) {
+  HoldConnection();
+  world_.FailRequest("WinHttpReceiveResponse failed.");
+
+  EXPECT_EQ(FailureOf([this] { Disconnect(); }), "WinHttpReceiveResponse failed.");
+
+  ExpectForgotten(settings_);
+  ExpectForgotten(world_.saved.back());
+  EXPECT_EQ(world_.events[1], L"bypass- 10.1.0.0/16 10.2.0.0/16");
+}
+
+TEST_F(ConnectionJobs, DisconnectingForgetsEvenWhenTheReplyIsMalformed) {
+  HoldConnection();
+  world_.Answer(L"{\"success\":\"");
+
+  EXPECT_EQ(FailureOf([this] { Disconnect(); }), "Invalid JSON string.");
+  ExpectForgotten(settings_);
+}
+
+// The connect job.
+
+TEST_F(ConnectionJobs, ConnectingAuthorizesStartsTheTunnelAndSaves) {
+  world_.started.accessRoutes = {L"192.168.1.0/24", L"172.31.0.0/24"};
+  world_.started.mappingText = L"10.0.0.0/8 -> 172.31.0.0/24";
+  world_.Answer(kGrant);
+
+  EXPECT_EQ(Connect(), std::wstring(L"\r\n") + kGrantText +
+                           L"\r\n软件隧道已启动\r\n10.0.0.0/8 -> 172.31.0.0/24" +
+                           kDiscoveryOffText);
+
+  EXPECT_EQ(world_.events,
+            (Events{L"bypass-", L"save", std::wstring(L"POST ") + kRequestUrl,
+                    L"bypass+ 192.168.1.0/24 10.0.0.0/8", L"save", L"start", L"save"}));
+  EXPECT_EQ(settings_.accessRoutesText, L"192.168.1.0/24\r\n172.31.0.0/24");
+  EXPECT_EQ(settings_.routeMappingsText, L"10.0.0.0/8 -> 172.31.0.0/24");
+  EXPECT_EQ(world_.saved.back().accessRoutesText, settings_.accessRoutesText);
+  EXPECT_EQ(world_.saved.back().routeMappingsText, settings_.routeMappingsText);
+}
+
+TEST_F(ConnectionJobs, ConnectingGivesTheTunnelWhatWasGranted) {
+  settings_.serverUrl = L"192.0.2.10:31080/";
+  settings_.discoveryModeEnabled = true;
+  world_.Answer(kGrant);
+  const std::wstring text = Connect();
+
+  ASSERT_EQ(world_.starts.size(), 1u);
+  const tunnel::TunnelRequest& request = world_.starts[0];
+  EXPECT_EQ(request.serverUrl, L"http://192.0.2.10:31080");
+  EXPECT_EQ(request.connectionId, L"c1");
+  EXPECT_EQ(request.engineerId, L"ENG-12345678");
+  EXPECT_EQ(request.assignedAddress, L"10.8.0.2");
+  EXPECT_EQ(request.routes, (std::vector<std::wstring>{L"192.168.1.0/24", L"10.0.0.0/8"}));
+  EXPECT_TRUE(request.discoveryMode);
+  EXPECT_EQ(text,
+            std::wstring(L"\r\n") + kGrantText + L"\r\n软件隧道已启动\r\n局域网发现模式已开启");
+}
+
+TEST_F(ConnectionJobs, ConnectingAlwaysAsksForEveryNetwork) {
+  world_.Answer(kGrant);
+  Connect();
+
+  EXPECT_NE(world_.requests[0].body.find(L"\"targetNetwork\":\"ALL\""), std::wstring::npos);
+  EXPECT_EQ(settings_.targetNetwork, L"ALL");
+}
+
+TEST_F(ConnectionJobs, ConnectingEndsTheConnectionHeldBeforeFirst) {
+  HoldConnection();
+  world_.Answer(LR"({"success":true})");
+  world_.Answer(kGrant);
+
+  EXPECT_EQ(Connect(), std::wstring(L"\r\n远程调试会话已断开。\r\n") + kGrantText +
+                           L"\r\n软件隧道已启动" + kDiscoveryOffText);
+
+  ASSERT_EQ(world_.requests.size(), 2u);
+  EXPECT_EQ(world_.requests[0].url, L"http://192.0.2.10:31080/api/connections/old/disconnect");
+  EXPECT_EQ(world_.requests[1].url, kRequestUrl);
+}
+
+TEST_F(ConnectionJobs, ConnectingEndsWithTheTextOfARefusal) {
+  world_.Answer(LR"({"success":false,"code":"DEVICE_OFFLINE","message":"offline"})");
+
+  EXPECT_EQ(Connect(), L"\r\nConnection authorization failed: offline");
+
+  EXPECT_TRUE(world_.starts.empty());
+  EXPECT_EQ(world_.requests.size(), 1u) << "nothing to report as ended";
+  EXPECT_EQ(world_.saved.back().heartbeatMessage, L"DEVICE_OFFLINE");
+  ExpectForgotten(world_.saved.back());
+}
+
+TEST_F(ConnectionJobs, AFailedTunnelStartIsReportedAndDropsAllTextBefore) {
+  HoldConnection();
+  world_.Answer(LR"({"success":true})");
+  world_.Answer(kGrant);
+  world_.Answer(LR"({"success":false,"message":"too late"})");
+  world_.onStart = [] {
+    throw std::runtime_error("WinDivertOpen failed \xE9\xA9\xB1\xE5\x8A\xA8");
+  };
+
+  EXPECT_EQ(Connect(), L"Error: WinDivertOpen failed 驱动");
+
+  ASSERT_EQ(world_.requests.size(), 3u);
+  EXPECT_EQ(world_.requests[2].method, L"POST");
+  EXPECT_EQ(world_.requests[2].url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
+  EXPECT_EQ(world_.requests[2].body,
+            LR"({"engineerId":"ENG-12345678","reason":"本地隧道启动失败"})");
+  EXPECT_EQ(world_.events.back(), L"save");
+  ExpectNoConnection(settings_);
+  ExpectNoConnection(world_.saved.back());
+}
+
+TEST_F(ConnectionJobs, AFailedReportDoesNotHideTheFirstError) {
+  for (const bool malformed : {false, true}) {
+    world_.Answer(kGrant);
+    if (malformed) {
+      world_.Answer(L"{\"success\"");
+    } else {
+      world_.FailRequest("WinHttpReceiveResponse failed.");
+    }
+    world_.onStart = [] { throw std::runtime_error("No valid target routes were configured."); };
+
+    EXPECT_EQ(Connect(), L"Error: No valid target routes were configured.");
+
+    ExpectNoConnection(settings_);
+    ExpectNoConnection(world_.saved.back());
+    EXPECT_EQ(world_.events.back(), L"save");
+  }
+}
+
+TEST_F(ConnectionJobs, AnErrorThatIsNoStandardOneIsUnknown) {
+  world_.Answer(kGrant);
+  world_.Answer(LR"({"success":true})");
+  world_.onStart = [] { throw 7; };
+
+  EXPECT_EQ(Connect(), L"Unknown error.");
+
+  EXPECT_EQ(world_.requests.size(), 2u) << "the granted connection is reported ended all the same";
+  ExpectNoConnection(world_.saved.back());
+}
+
+TEST_F(ConnectionJobs, AnAuthorizationThatThrowsIsShownWithoutAReport) {
+  struct Row {
+    std::wstring reply;
+    std::wstring text;
+  };
+  const Row rows[] = {
+      {L"{\"success\":tr", L"Error: Invalid JSON."},
+      {L"{\"success\":true,\"message\":\"", L"Error: Invalid JSON string."},
+      {L"{\"success\":true,\"data\":{}}",
+       L"Error: Connection authorization response is missing connectionId, assignedAddress, or "
+       L"routes."},
+  };
+  for (const Row& row : rows) {
+    world_.requests.clear();
+    world_.Answer(row.reply);
+    EXPECT_EQ(Connect(), row.text);
+    EXPECT_EQ(world_.requests.size(), 1u) << "no connection id, no report";
+    ExpectForgotten(world_.saved.back());
+  }
+}
+
+TEST_F(ConnectionJobs, ADeadServiceIsShownAsTheTransportsError) {
+  world_.FailRequest(
+      "WinHttpReceiveResponse: \xE6\x97\xA0\xE6\xB3\x95\xE8\xBF\x9E\xE6\x8E\xA5\r\n");
+
+  EXPECT_EQ(Connect(), L"Error: WinHttpReceiveResponse: 无法连接\r\n");
+  EXPECT_EQ(world_.events.back(), L"save");
+}
+
+TEST_F(ConnectionJobs, ADeadServiceOnReconnectEndsTheOldConnectionLocally) {
+  HoldConnection();
+  world_.FailRequest("WinHttpReceiveResponse failed.");
+
+  EXPECT_EQ(Connect(), L"Error: WinHttpReceiveResponse failed.");
+
+  EXPECT_EQ(world_.requests.size(), 1u);
+  EXPECT_TRUE(world_.starts.empty());
+  ExpectForgotten(settings_);
+  ExpectForgotten(world_.saved.back());
+}
+
+TEST_F(ConnectionJobs, ConnectingThrowsNothingEvenWhenSavingFails) {
+  world_.onSave = [] { throw std::runtime_error("disk full"); };
+
+  EXPECT_EQ(Connect(), L"Error: disk full");
+}
+
+// The stop job.
+
+TEST_F(ConnectionJobs, StoppingStopsTheTunnelBeforeItTellsTheService) {
+  HoldConnection();
+  world_.stopText = L"软件隧道已停止。";
+  world_.Answer(LR"({"success":true})");
+
+  EXPECT_EQ(StopTunnel(), L"软件隧道已停止。\r\n远程调试会话已断开。");
+
+  EXPECT_EQ(world_.events,
+            (Events{L"stop", L"POST http://192.0.2.10:31080/api/connections/old/disconnect",
+                    L"bypass- 10.1.0.0/16 10.2.0.0/16", L"save"}));
+  ExpectForgotten(world_.saved.back());
+}
+
+TEST_F(ConnectionJobs, StoppingWithoutAConnectionSaysOnlyWhatTheTunnelSays) {
+  world_.stopText = L"软件隧道运行中。";
+
+  EXPECT_EQ(StopTunnel(), L"软件隧道运行中。");
+  EXPECT_TRUE(world_.requests.empty());
+}
+
+TEST_F(ConnectionJobs, StoppingWithADeadServiceLeavesTheTunnelStoppedAndThrows) {
+  HoldConnection();
+  world_.FailRequest("WinHttpReceiveResponse failed.");
+
+  EXPECT_EQ(FailureOf([this] { StopTunnel(); }), "WinHttpReceiveResponse failed.");
+
+  EXPECT_EQ(world_.events.front(), L"stop");
+  ExpectForgotten(world_.saved.back());
+}
+
+}  // namespace
+}  // namespace service
