@@ -1,0 +1,51 @@
+#include "webui/actions.h"
+
+#include <stdexcept>
+
+#include "text/strings.h"
+#include "webui/status_presentation.h"
+
+namespace webui {
+namespace {
+
+std::wstring TakeText(const settings::JsonValue& form, std::wstring_view key) {
+  return text::Trim(settings::JsonStringOrEmpty(form, key));
+}
+
+std::optional<settings::JsonValue> ParseDocument(std::wstring_view json) {
+  try {
+    return settings::ReadJsonDocument(json);
+  } catch (const std::runtime_error&) {
+    return std::nullopt;  // whatever reaches the page may post; what is no message is ignored
+  }
+}
+
+}  // namespace
+
+std::optional<PageMessage> ParsePageMessage(std::wstring_view json) {
+  const std::optional<settings::JsonValue> document = ParseDocument(json);
+  if (!document) return std::nullopt;
+  const settings::JsonValue* action = settings::FindJsonMember(*document, L"action");
+  const std::wstring* name = action == nullptr ? nullptr : action->AsString();
+  if (name == nullptr) return std::nullopt;
+
+  PageMessage message{*name, std::nullopt};
+  const settings::JsonValue* form = settings::FindJsonMember(*document, L"f");
+  if (form != nullptr && form->AsObject() != nullptr) message.form = *form;
+  return message;
+}
+
+void TakeFields(const settings::JsonValue& form, settings::Settings& settings) {
+  settings.deviceSecret = TakeText(form, L"secret");
+  settings.targetNetwork = TakeText(form, L"target");
+  if (settings.targetNetwork.empty() || settings.targetNetwork == kAutomaticTarget) {
+    settings.targetNetwork = kAllNetworks;
+  }
+  settings.testIp = TakeText(form, L"testip");
+  settings.profileName = TakeText(form, L"profileName");
+  const settings::JsonValue* discovery = settings::FindJsonMember(form, L"discovery");
+  const bool* enabled = discovery == nullptr ? nullptr : discovery->AsBoolean();
+  settings.discoveryModeEnabled = enabled != nullptr && *enabled;
+}
+
+}  // namespace webui

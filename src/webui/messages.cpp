@@ -1,0 +1,78 @@
+#include "webui/messages.h"
+
+#include <vector>
+
+#include "settings/json.h"
+
+namespace webui {
+namespace {
+
+using settings::QuoteJsonString;
+
+std::wstring_view Boolean(bool value) noexcept {
+  return value ? L"true" : L"false";
+}
+
+// `items`, each written by `write`, as the inside of an array.
+template <typename Item, typename Write>
+std::wstring JoinItems(const std::vector<Item>& items, Write write) {
+  std::wstring joined;
+  for (const Item& item : items) {
+    if (!joined.empty()) joined += L',';
+    joined += write(item);
+  }
+  return joined;
+}
+
+std::wstring WriteCard(const Card& card) {
+  std::wstring json = L"{\"k\":" + QuoteJsonString(card.key);
+  json.append(L",\"v\":").append(QuoteJsonString(card.value));
+  return json.append(L",\"cls\":\"").append(ClassName(card.statusClass)).append(L"\"}");
+}
+
+std::wstring WriteSidePanel(const settings::Settings& settings, const TunnelStatus& tunnel) {
+  const SidePanel side = DescribeTunnel(settings, tunnel);
+  std::wstring json = L"{\"logo\":\"Velmarine.Client\",\"sub\":\"工程师远程调试\",\"on\":";
+  json.append(Boolean(side.online)).append(L",\"err\":false,\"state\":");
+  json.append(QuoteJsonString(side.state)).append(L",\"detail\":");
+  json.append(QuoteJsonString(side.detail)).append(L",\"foot\":\"\",\"cards\":[");
+  return json.append(JoinItems(StatusCards(settings), WriteCard)).append(L"]}");
+}
+
+std::wstring TwoDigits(int number) {
+  return {static_cast<wchar_t>(L'0' + number / 10 % 10), static_cast<wchar_t>(L'0' + number % 10)};
+}
+
+}  // namespace
+
+std::wstring BuildStateMessage(const settings::Settings& settings, const TunnelStatus& tunnel,
+                               std::wstring_view statusLine) {
+  std::wstring json = L"{\"t\":\"state\",\"role\":\"client\",\"side\":";
+  json.append(WriteSidePanel(settings, tunnel)).append(L",\"statusline\":");
+  return json.append(QuoteJsonString(statusLine)).append(L"}");
+}
+
+std::wstring BuildApplyMessage(const settings::Settings& settings) {
+  const auto quoteName = [](const settings::SiteProfile& profile) {
+    return QuoteJsonString(profile.name);
+  };
+  std::wstring json = L"{\"t\":\"apply\",\"role\":\"client\",\"fields\":{\"secret\":";
+  json.append(QuoteJsonString(settings.deviceSecret)).append(L",\"testip\":");
+  json.append(QuoteJsonString(settings.testIp)).append(L",\"profileName\":");
+  json.append(QuoteJsonString(settings.profileName)).append(L",\"targets\":[");
+  json.append(JoinItems(TargetList(settings), QuoteJsonString)).append(L"],\"target\":");
+  json.append(QuoteJsonString(ShownTarget(settings.targetNetwork))).append(L",\"discovery\":");
+  json.append(Boolean(settings.discoveryModeEnabled)).append(L",\"profiles\":[");
+  json.append(JoinItems(settings.siteProfiles, quoteName)).append(L"],\"profileSel\":");
+  return json.append(QuoteJsonString(settings.profileName)).append(L"}}");
+}
+
+std::wstring BuildLogMessage(const TimeOfDay& time, std::wstring_view text) {
+  std::wstring json = L"{\"t\":\"log\",\"ts\":\"";
+  json.append(TwoDigits(time.hours)).append(L":").append(TwoDigits(time.minutes));
+  json.append(L":").append(TwoDigits(time.seconds)).append(L"\",\"msg\":");
+  json.append(QuoteJsonString(text)).append(L",\"cls\":\"");
+  return json.append(ClassName(ClassifyStatus(text))).append(L"\"}");
+}
+
+}  // namespace webui

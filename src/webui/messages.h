@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "settings/settings.h"
+#include "webui/status_presentation.h"
+
+// The JSON texts that the program sends to its page: no blanks, members in a fixed order. Only
+// tab, CR, LF, quote and backslash are escaped in them. Pure; any thread.
+namespace webui {
+
+// The side panel and the status line.
+std::wstring BuildStateMessage(const settings::Settings& settings, const TunnelStatus& tunnel,
+                               std::wstring_view statusLine);
+
+// The form's values. Overwrites what the engineer has typed, so it goes out only where the program
+// itself has changed them.
+std::wstring BuildApplyMessage(const settings::Settings& settings);
+
+// Local time of day.
+struct TimeOfDay {
+  int hours = 0;
+  int minutes = 0;
+  int seconds = 0;
+};
+
+// One line for the live log, coloured by ClassifyStatus.
+std::wstring BuildLogMessage(const TimeOfDay& time, std::wstring_view text);
+
+}  // namespace webui

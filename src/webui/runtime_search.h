@@ -1,0 +1,45 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// Choosing among the WebView2 runtimes that a computer has. Pure; the registry and the disk are
+// reached through the two functions handed in.
+namespace webui {
+
+using RuntimeVersion = std::array<std::uint32_t, 4>;
+
+// The oldest runtime that speaks the interfaces the program uses.
+inline constexpr RuntimeVersion kOldestRuntime = {86, 0, 616, 0};
+
+// The version that is the last part of a runtime folder's path ("...\121.0.2277.106"); nothing when
+// that part is not four numbers.
+std::optional<RuntimeVersion> ParseRuntimeVersion(std::wstring_view runtimeFolder);
+
+enum class RuntimeRoot { AllUsers, CurrentUser };
+
+// What is registered for one release channel (its GUID in braces) under one root.
+using RegisteredRuntime =
+    std::function<std::optional<std::wstring>(RuntimeRoot root, std::wstring_view channel)>;
+using FileExists = std::function<bool(const std::wstring& path)>;
+
+// The runtime's library inside its versioned folder.
+std::wstring RuntimeLibraryPath(std::wstring_view runtimeFolder);
+
+// The library of a runtime that the administrator has put into a folder of its own (a relative one
+// lies beside the program): no version is asked of it. Nothing when `folder` is part of the Edge
+// browser, which is no runtime to build on.
+std::optional<std::wstring> FixedRuntimeLibrary(std::wstring_view folder,
+                                                std::wstring_view programFolder);
+
+// The library of the first usable installed runtime: stable before beta, dev, canary and internal;
+// of each, the one for all users before the user's own. One that is too old, or whose library is
+// missing, is passed over.
+std::optional<std::wstring> FindInstalledRuntime(const RegisteredRuntime& registered,
+                                                 const FileExists& fileExists);
+
+}  // namespace webui

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "webui/webview2.h"
+
+namespace webui {
+
+// What the host tells its owner. All calls come on the window's thread, also from inside WebCreate.
+struct WebHostEvents {
+  std::function<void(const std::wstring& text)> log;      // one status line for the engineer
+  std::function<void(std::wstring message)> pageMessage;  // a string that the page has posted
+  // The environment could not be made, `text` being the reason as logged. WebView2 gives no
+  // callbacks inside a nested message loop here: a message box has to wait.
+  std::function<void(const std::wstring& text)> environmentFailed;
+};
+
+// The browser control that covers the window. Comes up by itself some time after WebCreate; until
+// then, after a failure and after Close(), every operation does nothing.
+//
+// Threads: the window's thread only, a single-threaded apartment with a message loop.
+// Errors:  failures to come up are told through the events; later ones are of no consequence.
+class WebHost {
+ public:
+  WebHost() = default;
+  virtual ~WebHost() = default;
+  WebHost(const WebHost&) = delete;
+  WebHost& operator=(const WebHost&) = delete;
+
+  // True between the control's coming up and Close().
+  [[nodiscard]] virtual bool IsUp() const = 0;
+  virtual void PostJson(const std::wstring& json) = 0;
+  // Covers the window's client area.
+  virtual void FitToWindow() = 0;
+  virtual void SetVisible(bool visible) = 0;
+  virtual void WindowMoved() = 0;
+  // Gives the page the keyboard.
+  virtual void Focus() = 0;
+  // To be called before the window is destroyed; ends what is still coming up, too.
+  virtual void Close() = 0;
+};
+
+// Makes the environment; webui::CreateCoreWebView2EnvironmentWithOptions in the program.
+using CreateEnvironment =
+    std::function<HRESULT(const std::wstring& userDataFolder,
+                          ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler)>;
+
+// Starts bringing up the control and its page in `window`, with the browser's data kept in
+// `userDataFolder`. Returns at once.
+std::unique_ptr<WebHost> WebCreate(HWND window, const std::wstring& userDataFolder,
+                                   WebHostEvents events, const CreateEnvironment& create);
+
+}  // namespace webui
