@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include "platform/windows_sdk.h"
+
+// How carried files reach the disk. Files are compared by their size alone, on purpose: one of the
+// same size is left alone, so that a driver file in use is not touched at every start.
+namespace shell {
+
+// The RCDATA resources that hold the packet driver.
+inline constexpr WORD kDriverLibraryResource = 201;  // WinDivert.dll
+inline constexpr WORD kDriverResource = 202;         // WinDivert64.sys
+
+// Writes the resource `id` of `module` to `targetPath`, making its folder, unless a file of that
+// size is there. False when the resource is missing or empty, or not every byte was written.
+bool ExtractResource(HMODULE module, WORD id, const std::wstring& targetPath);
+
+// Copies `source` over `target`, making its folder, when `source` exists and `target` is missing or
+// differs in size. A failure is not reported.
+void CopyIfChanged(const std::wstring& source, const std::wstring& target);
+
+// LayOutRuntimeFiles() for the resources of `module`, the runtime folder `folder` and a program
+// that runs from `programPath`. Run from the build output of a source tree, it also refreshes the
+// driver files which the next build embeds; otherwise it touches no file outside `folder`.
+void LayOutRuntimeFilesFrom(HMODULE module, const std::wstring& folder,
+                            const std::wstring& programPath);
+
+}  // namespace shell

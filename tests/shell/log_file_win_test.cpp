@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "platform/files.h"
+#include "platform/handles_win.h"
+#include "shell/log_file.h"
+#include "shell/test_folder_win.h"
+
+namespace shell {
+namespace {
+
+constexpr char kMark[] = "\xEF\xBB\xBF";
+
+// The system's files, but a clock and a folder of the test's own.
+class LogOnDisk : public testing::Test {
+ protected:
+  LogPorts Ports() {
+    LogPorts ports = RealLogPorts();
+    ports.now = [] { return LocalTime{2026, 3, 15, 9, 41, 2}; };
+    ports.baseFolder = [this] { return folder_.Root(); };
+    return ports;
+  }
+
+  TestFolder folder_{L"log"};
+};
+
+TEST_F(LogOnDisk, MakesItsFolderAndBeginsItsFileWithOneMark) {
+  LogFile log(Ports());
+  log.Start();
+  EXPECT_FALSE(platform::IsFile(log.Path()));
+  log.WriteLine(L"一");
+  log.WriteLine(L"二");
+
+  EXPECT_EQ(log.Path(), folder_.Path(L"Log\\202603\\20260315_094102.log"));
+  EXPECT_EQ(platform::ReadFileBytes(log.Path()),
+            std::string(kMark) + "[09:41:02] \xE4\xB8\x80\r\n[09:41:02] \xE4\xBA\x8C\r\n");
+}
+
+TEST_F(LogOnDisk, AppendsToTheFileOfAStartInTheSameSecond) {
+  for (const wchar_t* text : {L"first", L"second"}) {
+    LogFile log(Ports());
+    log.Start();
+    log.WriteLine(text);
+  }
+
+  EXPECT_EQ(platform::ReadFileBytes(folder_.Path(L"Log\\202603\\20260315_094102.log")),
+            std::string(kMark) + "[09:41:02] first\r\n[09:41:02] second\r\n");
+}
+
+TEST_F(LogOnDisk, CanBeReadWhileItGrowsAndBeginsAnewWhenRemoved) {
+  LogFile log(Ports());
+  log.Start();
+  log.WriteLine(L"gone");
+  ASSERT_TRUE(std::filesystem::remove(log.Path())) << "no handle is kept open";
+  log.WriteLine(L"there");
+
+  EXPECT_EQ(platform::ReadFileBytes(log.Path()), std::string(kMark) + "[09:41:02] there\r\n");
+}
+
+TEST_F(LogOnDisk, LosesLinesSilentlyWhileTheFileCannotBeOpened) {
+  LogFile log(Ports());
+  log.Start();
+  log.WriteLine(L"before");
+  {
+    const platform::FileHandle lock(::CreateFileW(log.Path().c_str(), GENERIC_READ, 0, nullptr,
+                                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(static_cast<bool>(lock));
+    log.WriteLine(L"lost");
+  }
+  log.WriteLine(L"after");
+
+  EXPECT_EQ(platform::ReadFileBytes(log.Path()),
+            std::string(kMark) + "[09:41:02] before\r\n[09:41:02] after\r\n");
+}
+
+TEST_F(LogOnDisk, IgnoresAFolderThatCannotBeMade) {
+  ASSERT_TRUE(platform::WriteFileBytes(folder_.Path(L"Log"), "a file"));
+  LogFile log(Ports());
+  log.Start();
+  log.WriteLine(L"lost");
+
+  EXPECT_EQ(log.Path(), folder_.Path(L"Log\\202603\\20260315_094102.log"));
+  EXPECT_EQ(platform::ReadFileBytes(folder_.Path(L"Log")), "a file");
+}
+
+TEST_F(LogOnDisk, TheProcessLogLiesBelowTheCurrentFolder) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder_.Root());
+  WriteLogLine(L"before the start");
+  EXPECT_EQ(LogPath(), L"");
+  StartLog();
+  std::filesystem::current_path(before);
+  WriteLogLine(L"line");
+
+  const std::wstring path = LogPath();
+  EXPECT_EQ(path.rfind(folder_.Path(L"Log\\"), 0), 0u);
+  const auto bytes = platform::ReadFileBytes(path);
+  ASSERT_TRUE(bytes.has_value());
+  EXPECT_EQ(bytes->size(), std::string("\xEF\xBB\xBF[00:00:00] line\r\n").size());
+  EXPECT_EQ(bytes->substr(bytes->size() - 6), "line\r\n");
+}
+
+}  // namespace
+}  // namespace shell
