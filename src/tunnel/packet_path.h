@@ -48,9 +48,8 @@ class PacketPath {
  private:
   void SendToRoute(Packet packet, const PacketLayout& layout, const WinDivertAddress& driverAddress)
       REQUIRES(packetLock_);
-  void BroadcastToRoutes(const Packet& packet, const WinDivertAddress& driverAddress)
-      REQUIRES(packetLock_);
-  void InjectReply(std::span<std::byte> packet, const FlowEntry& entry) REQUIRES(packetLock_);
+  void BroadcastToRoutes(const Packet& packet, const PacketLayout& layout,
+                         const WinDivertAddress& driverAddress) REQUIRES(packetLock_);
   const FlowEntry* FindReturn(std::span<const std::byte> packet, const PacketLayout& layout) const
       REQUIRES(packetLock_);
 
