@@ -17,9 +17,9 @@ TEST_F(ConnectionCalls, AuthorizingPostsTheRequestBody) {
   Authorize();
 
   ASSERT_EQ(world_.requests.size(), 1u);
-  EXPECT_EQ(world_.requests[0].method, L"POST");
-  EXPECT_EQ(world_.requests[0].url, kRequestUrl);
-  EXPECT_EQ(world_.requests[0].body,
+  EXPECT_EQ(world_.requests.at(0).method, L"POST");
+  EXPECT_EQ(world_.requests.at(0).url, kRequestUrl);
+  EXPECT_EQ(world_.requests.at(0).body,
             LR"({"deviceNumber":"D-100","deviceSecret":"key","targetNetwork":"192.168.1.0/24",)"
             LR"("engineerId":"ENG-12345678","clientPublicKey":""})");
 }
@@ -37,8 +37,8 @@ TEST_F(ConnectionCalls, AuthorizingStoresWhatWasGrantedAndSavesOnce) {
   EXPECT_EQ(settings_.deviceNumber, L"D-100");
   EXPECT_EQ(settings_.targetNetwork, L"192.168.1.0/24");
   ASSERT_EQ(world_.saved.size(), 1u);
-  EXPECT_EQ(world_.saved[0].connectionId, L"c1");
-  EXPECT_EQ(world_.saved[0].heartbeatMessage, L"");
+  EXPECT_EQ(world_.saved.at(0).connectionId, L"c1");
+  EXPECT_EQ(world_.saved.at(0).heartbeatMessage, L"");
 }
 
 TEST_F(ConnectionCalls, AuthorizingGivesTheRoutesToTheProxyBypassBeforeSaving) {
@@ -74,9 +74,9 @@ TEST_F(ConnectionCalls, AuthorizingWithoutAnEngineerSendsAndKeepsAFreshIdentity)
 
   ASSERT_EQ(settings_.engineerId.size(), 12u);
   EXPECT_EQ(settings_.engineerId.substr(0, 4), L"ENG-");
-  EXPECT_NE(world_.requests[0].body.find(L"\"engineerId\":\"" + settings_.engineerId + L"\""),
+  EXPECT_NE(world_.requests.at(0).body.find(L"\"engineerId\":\"" + settings_.engineerId + L"\""),
             std::wstring::npos);
-  EXPECT_EQ(world_.saved.back().engineerId, settings_.engineerId);
+  EXPECT_EQ(world_.LastSaved().engineerId, settings_.engineerId);
 }
 
 TEST_F(ConnectionCalls, ARefusalLeavesItsCodeAndChangesNothingElse) {
@@ -89,8 +89,8 @@ TEST_F(ConnectionCalls, ARefusalLeavesItsCodeAndChangesNothingElse) {
   EXPECT_EQ(settings_.connectionId, L"");
   EXPECT_EQ(settings_.targetNetwork, L"192.168.1.0/24");
   ASSERT_EQ(world_.saved.size(), 1u);
-  EXPECT_EQ(world_.saved[0].heartbeatMessage, L"DEVICE_OFFLINE");
-  EXPECT_EQ(world_.events.back(), L"save") << "no proxy edit";
+  EXPECT_EQ(world_.saved.at(0).heartbeatMessage, L"DEVICE_OFFLINE");
+  EXPECT_EQ(world_.LastEvent(), L"save") << "no proxy edit";
 }
 
 TEST_F(ConnectionCalls, ARefusalWithDataGrantsNothing) {
@@ -143,12 +143,12 @@ TEST_F(ConnectionCalls, DisconnectingReportsTheEndAndForgets) {
   EXPECT_EQ(Disconnect(), L"\r\n远程调试会话已断开。");
 
   ASSERT_EQ(world_.requests.size(), 1u);
-  EXPECT_EQ(world_.requests[0].body,
+  EXPECT_EQ(world_.requests.at(0).body,
             LR"({"engineerId":"ENG-12345678","reason":"本地客户端断开连接"})");
   EXPECT_EQ(world_.events, (Events{L"POST http://192.0.2.10:31080/api/connections/old/disconnect",
                                    L"bypass- 10.1.0.0/16 10.2.0.0/16", L"save"}));
   ExpectForgotten(settings_);
-  ExpectForgotten(world_.saved.back());
+  ExpectForgotten(world_.LastSaved());
 }
 
 TEST_F(ConnectionCalls, DisconnectingWithoutAConnectionSendsNothingButStillForgets) {
@@ -186,8 +186,8 @@ TEST_F(ConnectionCalls, DisconnectingForgetsEvenWhenNoReplyComes) {
   EXPECT_EQ(FailureOf([this] { Disconnect(); }), "WinHttpReceiveResponse failed.");
 
   ExpectForgotten(settings_);
-  ExpectForgotten(world_.saved.back());
-  EXPECT_EQ(world_.events[1], L"bypass- 10.1.0.0/16 10.2.0.0/16");
+  ExpectForgotten(world_.LastSaved());
+  EXPECT_EQ(world_.events.at(1), L"bypass- 10.1.0.0/16 10.2.0.0/16");
 }
 
 TEST_F(ConnectionCalls, DisconnectingForgetsEvenWhenTheReplyIsMalformed) {

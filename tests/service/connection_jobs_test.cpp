@@ -28,8 +28,8 @@ TEST_F(ConnectionJobs, ConnectingAuthorizesStartsTheTunnelAndSaves) {
                     L"bypass+ 192.168.1.0/24 10.0.0.0/8", L"save", L"start", L"save"}));
   EXPECT_EQ(settings_.accessRoutesText, L"192.168.1.0/24\r\n172.31.0.0/24");
   EXPECT_EQ(settings_.routeMappingsText, L"10.0.0.0/8 -> 172.31.0.0/24");
-  EXPECT_EQ(world_.saved.back().accessRoutesText, settings_.accessRoutesText);
-  EXPECT_EQ(world_.saved.back().routeMappingsText, settings_.routeMappingsText);
+  EXPECT_EQ(world_.LastSaved().accessRoutesText, settings_.accessRoutesText);
+  EXPECT_EQ(world_.LastSaved().routeMappingsText, settings_.routeMappingsText);
 }
 
 TEST_F(ConnectionJobs, ConnectingGivesTheTunnelWhatWasGranted) {
@@ -54,7 +54,7 @@ TEST_F(ConnectionJobs, ConnectingAlwaysAsksForEveryNetwork) {
   world_.Answer(kGrant);
   Connect();
 
-  EXPECT_NE(world_.requests[0].body.find(L"\"targetNetwork\":\"ALL\""), std::wstring::npos);
+  EXPECT_NE(world_.requests.at(0).body.find(L"\"targetNetwork\":\"ALL\""), std::wstring::npos);
   EXPECT_EQ(settings_.targetNetwork, L"ALL");
 }
 
@@ -67,8 +67,8 @@ TEST_F(ConnectionJobs, ConnectingEndsTheConnectionHeldBeforeFirst) {
                            L"\r\n软件隧道已启动" + kDiscoveryOffText);
 
   ASSERT_EQ(world_.requests.size(), 2u);
-  EXPECT_EQ(world_.requests[0].url, L"http://192.0.2.10:31080/api/connections/old/disconnect");
-  EXPECT_EQ(world_.requests[1].url, kRequestUrl);
+  EXPECT_EQ(world_.requests.at(0).url, L"http://192.0.2.10:31080/api/connections/old/disconnect");
+  EXPECT_EQ(world_.requests.at(1).url, kRequestUrl);
 }
 
 TEST_F(ConnectionJobs, ConnectingEndsWithTheTextOfARefusal) {
@@ -78,8 +78,8 @@ TEST_F(ConnectionJobs, ConnectingEndsWithTheTextOfARefusal) {
 
   EXPECT_TRUE(world_.starts.empty());
   EXPECT_EQ(world_.requests.size(), 1u) << "nothing to report as ended";
-  EXPECT_EQ(world_.saved.back().heartbeatMessage, L"DEVICE_OFFLINE");
-  ExpectForgotten(world_.saved.back());
+  EXPECT_EQ(world_.LastSaved().heartbeatMessage, L"DEVICE_OFFLINE");
+  ExpectForgotten(world_.LastSaved());
 }
 
 TEST_F(ConnectionJobs, AFailedTunnelStartIsReportedAndDropsAllTextBefore) {
@@ -94,13 +94,13 @@ TEST_F(ConnectionJobs, AFailedTunnelStartIsReportedAndDropsAllTextBefore) {
   EXPECT_EQ(Connect(), L"Error: WinDivertOpen failed 驱动");
 
   ASSERT_EQ(world_.requests.size(), 3u);
-  EXPECT_EQ(world_.requests[2].method, L"POST");
-  EXPECT_EQ(world_.requests[2].url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
-  EXPECT_EQ(world_.requests[2].body,
+  EXPECT_EQ(world_.requests.at(2).method, L"POST");
+  EXPECT_EQ(world_.requests.at(2).url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
+  EXPECT_EQ(world_.requests.at(2).body,
             LR"({"engineerId":"ENG-12345678","reason":"本地隧道启动失败"})");
-  EXPECT_EQ(world_.events.back(), L"save");
+  EXPECT_EQ(world_.LastEvent(), L"save");
   ExpectNoConnection(settings_);
-  ExpectNoConnection(world_.saved.back());
+  ExpectNoConnection(world_.LastSaved());
 }
 
 TEST_F(ConnectionJobs, AFailedReportDoesNotHideTheFirstError) {
@@ -116,8 +116,8 @@ TEST_F(ConnectionJobs, AFailedReportDoesNotHideTheFirstError) {
     EXPECT_EQ(Connect(), L"Error: No valid target routes were configured.");
 
     ExpectNoConnection(settings_);
-    ExpectNoConnection(world_.saved.back());
-    EXPECT_EQ(world_.events.back(), L"save");
+    ExpectNoConnection(world_.LastSaved());
+    EXPECT_EQ(world_.LastEvent(), L"save");
   }
 }
 
@@ -129,7 +129,7 @@ TEST_F(ConnectionJobs, AnErrorThatIsNoStandardOneIsUnknown) {
   EXPECT_EQ(Connect(), L"Unknown error.");
 
   EXPECT_EQ(world_.requests.size(), 2u) << "the granted connection is reported ended all the same";
-  ExpectNoConnection(world_.saved.back());
+  ExpectNoConnection(world_.LastSaved());
 }
 
 TEST_F(ConnectionJobs, AnAuthorizationThatThrowsIsShownWithoutAReport) {
@@ -149,7 +149,7 @@ TEST_F(ConnectionJobs, AnAuthorizationThatThrowsIsShownWithoutAReport) {
     world_.Answer(row.reply);
     EXPECT_EQ(Connect(), row.text);
     EXPECT_EQ(world_.requests.size(), 1u) << "no connection id, no report";
-    ExpectForgotten(world_.saved.back());
+    ExpectForgotten(world_.LastSaved());
   }
 }
 
@@ -158,7 +158,7 @@ TEST_F(ConnectionJobs, ADeadServiceIsShownAsTheTransportsError) {
       "WinHttpReceiveResponse: \xE6\x97\xA0\xE6\xB3\x95\xE8\xBF\x9E\xE6\x8E\xA5\r\n");
 
   EXPECT_EQ(Connect(), L"Error: WinHttpReceiveResponse: 无法连接\r\n");
-  EXPECT_EQ(world_.events.back(), L"save");
+  EXPECT_EQ(world_.LastEvent(), L"save");
 }
 
 TEST_F(ConnectionJobs, ADeadServiceOnReconnectEndsTheOldConnectionLocally) {
@@ -170,7 +170,7 @@ TEST_F(ConnectionJobs, ADeadServiceOnReconnectEndsTheOldConnectionLocally) {
   EXPECT_EQ(world_.requests.size(), 1u);
   EXPECT_TRUE(world_.starts.empty());
   ExpectForgotten(settings_);
-  ExpectForgotten(world_.saved.back());
+  ExpectForgotten(world_.LastSaved());
 }
 
 TEST_F(ConnectionJobs, ConnectingThrowsNothingEvenWhenSavingFails) {
@@ -189,7 +189,7 @@ TEST_F(ConnectionJobs, StoppingStopsTheTunnelBeforeItTellsTheService) {
   EXPECT_EQ(world_.events,
             (Events{L"stop", L"POST http://192.0.2.10:31080/api/connections/old/disconnect",
                     L"bypass- 10.1.0.0/16 10.2.0.0/16", L"save"}));
-  ExpectForgotten(world_.saved.back());
+  ExpectForgotten(world_.LastSaved());
 }
 
 TEST_F(ConnectionJobs, StoppingWithoutAConnectionSaysOnlyWhatTheTunnelSays) {
@@ -205,8 +205,8 @@ TEST_F(ConnectionJobs, StoppingWithADeadServiceLeavesTheTunnelStoppedAndThrows) 
 
   EXPECT_EQ(FailureOf([this] { StopTunnel(); }), "WinHttpReceiveResponse failed.");
 
-  EXPECT_EQ(world_.events.front(), L"stop");
-  ExpectForgotten(world_.saved.back());
+  EXPECT_EQ(world_.events.at(0), L"stop");
+  ExpectForgotten(world_.LastSaved());
 }
 
 }  // namespace

@@ -58,6 +58,10 @@ class FakeWorld : public tunnel::Tunnel {
     return ports;
   }
 
+  // Throw when there is none, which fails the test that asks.
+  [[nodiscard]] const settings::Settings& LastSaved() const { return saved.at(saved.size() - 1); }
+  [[nodiscard]] const std::wstring& LastEvent() const { return events.at(events.size() - 1); }
+
   tunnel::TunnelStarted Start(const tunnel::TunnelRequest& request) override {
     events.push_back(L"start");
     starts.push_back(request);

@@ -8,6 +8,7 @@ namespace service {
 namespace {
 
 constexpr std::chrono::milliseconds kPause{40};
+constexpr DWORD kRequestLimitMs = 3000;  // a request that never ends fails its test, no more
 
 struct WinsockStart {
   WinsockStart() {
@@ -53,6 +54,8 @@ std::size_t AnnouncedBytes(const std::string& headers) {
 }
 
 std::string ReadRequest(SOCKET socket) {
+  ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&kRequestLimitMs),
+               sizeof(kRequestLimitMs));
   std::string request;
   char buffer[4096];
   for (;;) {
