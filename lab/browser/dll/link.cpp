@@ -1,0 +1,84 @@
+#include "link.h"
+
+#include <utility>
+
+namespace browser {
+
+Link::Link() {
+  WSADATA data;
+  ::WSAStartup(MAKEWORD(2, 2), &data);
+}
+
+Link::~Link() {
+  Close();
+  ::WSACleanup();
+}
+
+bool Link::Connect(uint16_t port) {
+  const SOCKET fresh = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+  {
+    const std::lock_guard guard(socketLock_);
+    if (closed_) {
+      if (fresh != INVALID_SOCKET) ::closesocket(fresh);
+      return false;
+    }
+    socket_ = fresh;
+  }
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = ::htons(port);
+  address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+  const BOOL noDelay = TRUE;
+  ::setsockopt(fresh, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&noDelay),
+               sizeof(noDelay));
+  return ::connect(fresh, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+}
+
+bool Link::Send(FromHost kind, const BodyWriter& body) {
+  BodyWriter head;
+  head.U32(static_cast<uint32_t>(body.Bytes().size())).U8(static_cast<uint8_t>(kind));
+  const std::string bytes = head.Bytes() + body.Bytes();
+  const std::lock_guard guard(sendLock_);
+  for (size_t sent = 0; sent < bytes.size();) {
+    const int count =
+        ::send(Current(), bytes.data() + sent, static_cast<int>(bytes.size() - sent), 0);
+    if (count <= 0) return false;
+    sent += static_cast<size_t>(count);
+  }
+  return true;
+}
+
+bool Link::Receive(Frame& frame) {
+  char head[kFrameHeadBytes];
+  if (!ReceiveBytes(head, sizeof(head))) return false;
+  BodyReader reader(std::string_view(head, sizeof(head)));
+  const uint32_t size = reader.U32();
+  frame.kind = static_cast<ToHost>(reader.U8());
+  if (size > kMaxFrameBytes) return false;
+  frame.body.resize(size);
+  return ReceiveBytes(frame.body.data(), size);
+}
+
+bool Link::ReceiveBytes(char* bytes, size_t size) {
+  while (size > 0) {
+    const int count = ::recv(Current(), bytes, static_cast<int>(size), 0);
+    if (count <= 0) return false;
+    bytes += count;
+    size -= static_cast<size_t>(count);
+  }
+  return true;
+}
+
+SOCKET Link::Current() {
+  const std::lock_guard guard(socketLock_);
+  return socket_;
+}
+
+void Link::Close() {
+  const std::lock_guard guard(socketLock_);
+  closed_ = true;
+  const SOCKET old = std::exchange(socket_, INVALID_SOCKET);
+  if (old != INVALID_SOCKET) ::closesocket(old);
+}
+
+}  // namespace browser

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <string_view>
+
+namespace browser {
+
+// Unpaired surrogates and invalid bytes become U+FFFD.
+std::string ToUtf8(std::wstring_view text);
+std::wstring FromUtf8(std::string_view bytes);
+
+// Copies `text` for the caller of a COM method, who frees it with CoTaskMemFree. Errors: E_POINTER
+// without `out`, E_OUTOFMEMORY.
+HRESULT CopyForCaller(std::wstring_view text, LPWSTR* out);
+
+// The value of an environment variable; empty when it is not set.
+std::wstring EnvironmentValue(const wchar_t* name);
+
+}  // namespace browser

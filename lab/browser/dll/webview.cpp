@@ -1,0 +1,132 @@
+#include "webview.h"
+
+#include <utility>
+
+#include "event_args.h"
+#include "options.h"
+#include "text.h"
+
+namespace browser {
+namespace {
+
+// The real control carries the text as a base64 data URL, which must stay below 2 MiB. Measured
+// there: 1572834 bytes load, one more does not.
+constexpr size_t kMaxUrlBytes = 2 * 1024 * 1024;
+constexpr size_t kUrlHeadBytes = 36;  // data:text/html;charset=utf-8;base64,
+
+bool FitsAsUrl(size_t textBytes) {
+  return kUrlHeadBytes + (textBytes + 2) / 3 * 4 < kMaxUrlBytes;
+}
+
+}  // namespace
+
+WebView::WebView(std::shared_ptr<Session> session)
+    : session_(std::move(session)), settings_(ComPtr<Settings>::Adopt(new Settings(session_))) {
+  session_->SetEvents(this);
+}
+
+void WebView::Detach() {
+  session_->SetEvents(nullptr);
+  navigationCompleted_.Clear();
+  messageReceived_.Clear();
+}
+
+HRESULT WebView::get_Settings(ICoreWebView2Settings** settings) {
+  const HRESULT refused = session_->Check();
+  if (FAILED(refused)) return refused;
+  if (settings == nullptr) return E_POINTER;
+  *settings = settings_.Share();
+  return S_OK;
+}
+
+HRESULT WebView::get_Source(LPWSTR* uri) {
+  const HRESULT refused = session_->Check();
+  return FAILED(refused) ? refused : CopyForCaller(source_, uri);
+}
+
+HRESULT WebView::CheckNavigation(LPCWSTR argument) const {
+  const HRESULT refused = session_->Check();
+  if (FAILED(refused)) return refused;
+  if (argument == nullptr) return E_POINTER;
+  return FailureAt(L"navigate", E_INVALIDARG).value_or(S_OK);
+}
+
+HRESULT WebView::Navigate(LPCWSTR uri) {
+  const HRESULT refused = CheckNavigation(uri);
+  Log("Navigate: %08lx", static_cast<unsigned long>(refused));
+  if (FAILED(refused)) return refused;
+  const std::wstring_view address(uri);
+  if (address.find(L':') == std::wstring_view::npos) return E_INVALIDARG;  // not absolute
+  source_ = address;
+  session_->Send(FromHost::LoadUrl, BodyWriter().U64(++lastNavigation_).Text(address));
+  return S_OK;
+}
+
+HRESULT WebView::NavigateToString(LPCWSTR html) {
+  const HRESULT refused = CheckNavigation(html);
+  Log("NavigateToString: %08lx", static_cast<unsigned long>(refused));
+  if (FAILED(refused)) return refused;
+  BodyWriter body;
+  body.U64(lastNavigation_ + 1).Text(html);
+  if (!FitsAsUrl(body.Bytes().size() - sizeof(uint64_t))) return E_INVALIDARG;
+  ++lastNavigation_;
+  source_ = L"about:blank";
+  session_->Send(FromHost::LoadText, body);
+  return S_OK;
+}
+
+HRESULT WebView::add_NavigationCompleted(NavigationCompletedHandler* handler,
+                                         EventRegistrationToken* token) {
+  const HRESULT refused = session_->Check();
+  return FAILED(refused) ? refused : navigationCompleted_.Add(handler, token);
+}
+
+HRESULT WebView::remove_NavigationCompleted(EventRegistrationToken token) {
+  const HRESULT refused = session_->Check();
+  return FAILED(refused) ? refused : navigationCompleted_.Remove(token);
+}
+
+HRESULT WebView::add_WebMessageReceived(WebMessageReceivedHandler* handler,
+                                        EventRegistrationToken* token) {
+  const HRESULT refused = session_->Check();
+  Log("add_WebMessageReceived: %08lx", static_cast<unsigned long>(refused));
+  return FAILED(refused) ? refused : messageReceived_.Add(handler, token);
+}
+
+HRESULT WebView::remove_WebMessageReceived(EventRegistrationToken token) {
+  const HRESULT refused = session_->Check();
+  return FAILED(refused) ? refused : messageReceived_.Remove(token);
+}
+
+HRESULT WebView::PostWebMessageAsJson(LPCWSTR json) {
+  return Post(FromHost::PostJson, json);
+}
+
+HRESULT WebView::PostWebMessageAsString(LPCWSTR text) {
+  return Post(FromHost::PostText, text);
+}
+
+HRESULT WebView::Post(FromHost kind, LPCWSTR text) {
+  const HRESULT refused = session_->Check();
+  if (FAILED(refused)) return refused;
+  if (text == nullptr) return E_POINTER;
+  if (!settings_->IsOn(Settings::kWebMessage)) return E_ACCESSDENIED;
+  session_->Send(kind, BodyWriter().Text(text));
+  return S_OK;
+}
+
+void WebView::OnPosted(const PostedMessage& message) {
+  if (!settings_->IsOn(Settings::kWebMessage)) return;
+  const ComPtr<WebView> self(this);
+  const auto arguments = ComPtr<WebMessageArgs>::Adopt(new WebMessageArgs(message));
+  messageReceived_.Invoke(static_cast<ICoreWebView2*>(this), arguments.Get());
+}
+
+void WebView::OnNavigated(const FinishedNavigation& navigation) {
+  const ComPtr<WebView> self(this);
+  const auto arguments =
+      ComPtr<NavigationCompletedArgs>::Adopt(new NavigationCompletedArgs(navigation));
+  navigationCompleted_.Invoke(static_cast<ICoreWebView2*>(this), arguments.Get());
+}
+
+}  // namespace browser
