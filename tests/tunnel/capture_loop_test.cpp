@@ -1,0 +1,126 @@
+#include "tunnel/capture_loop.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "tunnel/bytes.h"
+#include "tunnel/fake_driver.h"
+#include "tunnel/test_packets.h"
+
+namespace tunnel {
+namespace {
+
+class CaptureLoopTest : public ::testing::Test {
+ protected:
+  CaptureLoopTest() {
+    address_.flags = 0x00E20000;
+    address_.interfaceIndex = 12;
+    driver_.Load(fake_.Api());
+    driver_.OpenCapture(L"true");
+    driver_.OpenInject();
+    queue_.Start();
+    path_.Configure(0x0A630007, {{0xC0A80100, 24, 0xAC1F0000, 24, true}}, false);
+    flags_.running = true;
+  }
+  ~CaptureLoopTest() override {
+    Stop();
+    driver_.Unload();
+    EXPECT_EQ(fake_.Misuses(), std::vector<std::string>{});
+  }
+
+  void Start() {
+    thread_ = std::thread([this] { CaptureLoop(flags_, driver_, path_); });
+  }
+  // As stopping the tunnel does it: the flags, then the handles, then the thread.
+  void Stop() {
+    flags_.running = false;
+    flags_.stopping = true;
+    driver_.CloseHandles();
+    if (thread_.joinable()) thread_.join();
+  }
+
+  FakeDriver fake_;
+  Driver driver_;
+  PacketQueue queue_;
+  PacketPath path_{driver_, queue_};
+  TunnelFlags flags_;
+  WinDivertAddress address_;
+  std::thread thread_;
+};
+
+TEST_F(CaptureLoopTest, HandsTunnelPacketsToThePath) {
+  fake_.Capture(PacketOf(kUdp), address_);
+  Start();
+  EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+}
+
+TEST_F(CaptureLoopTest, PutsOtherPacketsBackUnchanged) {
+  Packet igmp = PacketOf(kUdp);
+  WriteU8(igmp, 9, 2);
+  fake_.Capture(igmp, address_);
+  fake_.Capture(PacketOf(kUdp), address_);
+  Start();
+  EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+  const auto sent = fake_.SentPackets();
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_EQ(sent[0].packet, igmp);
+  EXPECT_EQ(sent[0].address.flags, address_.flags);
+  EXPECT_EQ(sent[0].address.interfaceIndex, 12U);
+}
+
+TEST_F(CaptureLoopTest, PassesOverAFailedReceive) {
+  fake_.FailNth(FakeDriver::Call::Receive, 1);
+  fake_.Capture(PacketOf(kUdp), address_);
+  Start();
+  EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+}
+
+TEST_F(CaptureLoopTest, TakesTheLargestPacket) {
+  Packet packet = PacketOf(kUdp);
+  packet.resize(65535, std::byte{0x5A});
+  WriteU16Be(packet, 2, 65535);
+  fake_.Capture(packet, address_);
+  Start();
+  const auto left = queue_.Take();
+  ASSERT_TRUE(left);
+  EXPECT_EQ(left->size(), 65535U);
+  EXPECT_TRUE(HasCorrectChecksums(*left));
+}
+
+TEST_F(CaptureLoopTest, EndsWhenTheHandleIsClosedUnderIt) {
+  Start();
+  ASSERT_TRUE(fake_.WaitForReceives(1));
+  Stop();
+  EXPECT_EQ(fake_.OpenHandles(), 0U);
+}
+
+TEST_F(CaptureLoopTest, DoesNotBeginOnceStopped) {
+  flags_.stopping = true;
+  CaptureLoop(flags_, driver_, path_);
+  flags_.stopping = false;
+  flags_.running = false;
+  CaptureLoop(flags_, driver_, path_);
+  EXPECT_EQ(fake_.Receives(), 0U);
+}
+
+TEST_F(CaptureLoopTest, EndsQuietlyOnAFailedSend) {
+  fake_.FailNth(FakeDriver::Call::Send, 1);
+  fake_.Capture(Packet(10), address_);
+  Start();
+  thread_.join();
+  EXPECT_TRUE(flags_.running);
+  EXPECT_TRUE(driver_.CanInject());
+}
+
+TEST_F(CaptureLoopTest, EndsQuietlyOnFailedChecksums) {
+  fake_.FailNth(FakeDriver::Call::Checksums, 1);
+  fake_.Capture(PacketOf(kUdp), address_);
+  Start();
+  thread_.join();
+  EXPECT_TRUE(flags_.running);
+  EXPECT_EQ(queue_.Size(), 0U);
+}
+
+}  // namespace
+}  // namespace tunnel

@@ -1,0 +1,155 @@
+#include "tunnel/driver.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <thread>
+
+#include "tunnel/fake_driver.h"
+#include "tunnel/test_packets.h"
+
+namespace tunnel {
+namespace {
+
+template <typename Action>
+std::string ErrorOf(Action action) {
+  try {
+    action();
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+class DriverTest : public ::testing::Test {
+ protected:
+  ~DriverTest() override {
+    driver_.Unload();
+    EXPECT_EQ(fake_.Misuses(), std::vector<std::string>{});
+    EXPECT_EQ(fake_.OpenHandles(), 0U);
+    EXPECT_EQ(fake_.LoadedLibraries(), 0);
+  }
+
+  FakeDriver fake_;
+  Driver driver_;
+  Packet packet_ = PacketOf(kUdp);
+  WinDivertAddress address_;
+};
+
+TEST_F(DriverTest, OpensOneHandleToCaptureAndOneBelowItToInject) {
+  driver_.Load(fake_.Api());
+  driver_.OpenCapture(L"outbound and ip");
+  driver_.OpenInject();
+  const auto opened = fake_.Opened();
+  ASSERT_EQ(opened.size(), 2U);
+  EXPECT_EQ(opened[0].filter, "outbound and ip");
+  EXPECT_EQ(opened[0].layer, 0);
+  EXPECT_EQ(opened[0].priority, -300);
+  EXPECT_EQ(opened[0].flags, 0U);
+  EXPECT_EQ(opened[1].filter, "false");
+  EXPECT_EQ(opened[1].layer, 0);
+  EXPECT_EQ(opened[1].priority, -301);
+  EXPECT_EQ(opened[1].flags, 8U);
+}
+
+TEST_F(DriverTest, NamesTheFilterThatTheDriverRefused) {
+  driver_.Load(fake_.Api());
+  for (const auto failure :
+       {FakeDriver::OpenFailure::InvalidHandle, FakeDriver::OpenFailure::NullHandle}) {
+    fake_.SetOpenFailure(failure);
+    fake_.FailNth(FakeDriver::Call::Open, 1);
+    EXPECT_EQ(ErrorOf([&] { driver_.OpenCapture(L"outbound"); }),
+              "WinDivertOpen failed for filter: outbound");
+    fake_.FailNth(FakeDriver::Call::Open, 1);
+    EXPECT_EQ(ErrorOf([&] { driver_.OpenInject(); }), "WinDivertOpen failed for filter: false");
+  }
+  EXPECT_FALSE(driver_.CanInject());
+}
+
+TEST_F(DriverTest, CanInjectOnlyWhileLoadedAndOpen) {
+  EXPECT_FALSE(driver_.CanInject());
+  driver_.Load(fake_.Api());
+  EXPECT_FALSE(driver_.CanInject());
+  driver_.OpenInject();
+  EXPECT_TRUE(driver_.CanInject());
+  driver_.CloseHandles();
+  EXPECT_FALSE(driver_.CanInject());
+}
+
+TEST_F(DriverTest, DoesNothingWithoutTheLibrary) {
+  EXPECT_FALSE(driver_.Receive(packet_, address_));
+  EXPECT_EQ(ErrorOf([&] { driver_.Inject(packet_, address_); }), "WinDivertSend failed.");
+  EXPECT_EQ(ErrorOf([&] { driver_.RecalculateChecksums(packet_); }),
+            "WinDivert checksum recalculation failed.");
+  EXPECT_EQ(ErrorOf([&] { driver_.OpenInject(); }), "WinDivertOpen failed for filter: false");
+  driver_.CloseHandles();
+}
+
+TEST_F(DriverTest, ReportsWhatTheDriverRefuses) {
+  driver_.Load(fake_.Api());
+  driver_.OpenCapture(L"true");
+  driver_.OpenInject();
+  fake_.FailNth(FakeDriver::Call::Send, 2);
+  fake_.FailNth(FakeDriver::Call::Checksums, 1);
+  fake_.FailNth(FakeDriver::Call::Receive, 1);
+  EXPECT_EQ(ErrorOf([&] { driver_.Inject(packet_, address_); }), "no error");
+  EXPECT_EQ(ErrorOf([&] { driver_.Inject(packet_, address_); }), "WinDivertSend failed.");
+  EXPECT_EQ(ErrorOf([&] { driver_.RecalculateChecksums(packet_); }),
+            "WinDivert checksum recalculation failed.");
+  EXPECT_FALSE(driver_.Receive(packet_, address_));
+}
+
+TEST_F(DriverTest, ReceivesWhatIsCapturedWithItsRecord) {
+  driver_.Load(fake_.Api());
+  driver_.OpenCapture(L"true");
+  WinDivertAddress captured;
+  captured.interfaceIndex = 7;
+  fake_.Capture(packet_, captured);
+  std::vector<std::byte> buffer(kMaxPacketBytes);
+  ASSERT_EQ(driver_.Receive(buffer, address_), packet_.size());
+  buffer.resize(packet_.size());
+  EXPECT_EQ(buffer, packet_);
+  EXPECT_EQ(address_.interfaceIndex, 7U);
+}
+
+TEST_F(DriverTest, LoadingAgainFreesTheLibraryBefore) {
+  driver_.Load(fake_.Api());
+  driver_.OpenInject();
+  driver_.Load(fake_.Api());
+  EXPECT_EQ(fake_.LoadedLibraries(), 1);
+  EXPECT_EQ(fake_.OpenHandles(), 0U);
+  EXPECT_FALSE(driver_.CanInject());
+}
+
+TEST_F(DriverTest, ClosingWakesAWaitingReceive) {
+  driver_.Load(fake_.Api());
+  driver_.OpenCapture(L"true");
+  std::jthread receiver([&] {
+    std::vector<std::byte> buffer(kMaxPacketBytes);
+    WinDivertAddress address;
+    EXPECT_FALSE(driver_.Receive(buffer, address));
+  });
+  ASSERT_TRUE(fake_.WaitForReceives(1));
+  driver_.CloseHandles();
+}
+
+TEST_F(DriverTest, NeverSendsOnAHandleThatAnotherThreadClosed) {
+  for (int round = 0; round < 50; ++round) {
+    driver_.Load(fake_.Api());
+    driver_.OpenInject();
+    std::vector<std::jthread> senders;
+    for (int index = 0; index < 2; ++index) {
+      senders.emplace_back([this] {
+        try {
+          while (true) driver_.Inject(packet_, address_);
+        } catch (const std::runtime_error& error) {
+          EXPECT_STREQ(error.what(), "WinDivertSend failed.");
+        }
+      });
+    }
+    driver_.CloseHandles();
+  }
+}
+
+}  // namespace
+}  // namespace tunnel
