@@ -1,0 +1,48 @@
+// Method calls between a process and its parent over child_process's channel:
+// {id, method, args} -> {id, result} or {id, error}.
+
+/** The parent's side: call(method, ...args) as a promise. `name` is the process's, for messages. */
+export function caller(child, name) {
+  const waiting = new Map();
+  let lastId = 0;
+  let gone = false;
+  child.on('message', ({ id, result, error }) => {
+    const { resolve, reject } = waiting.get(id);
+    waiting.delete(id);
+    if (error === undefined) resolve(result);
+    else reject(new Error(error));
+  });
+  child.once('exit', () => {
+    gone = true;
+    for (const { reject } of waiting.values()) reject(new Error(`The ${name} has ended.`));
+    waiting.clear();
+  });
+  return (method, ...args) => new Promise((resolve, reject) => {
+    if (gone || !child.connected) {
+      reject(new Error(`The ${name} has ended.`));
+      return;
+    }
+    lastId += 1;
+    waiting.set(lastId, { resolve, reject });
+    child.send({ id: lastId, method, args });
+  });
+}
+
+/**
+ * The process's side: answers calls with `invoke(method, args)` and, when the parent goes or asks it
+ * to, runs `close()` and exits.
+ */
+export function serve(invoke, close) {
+  process.on('message', async ({ id, method, args }) => {
+    try {
+      process.send({ id, result: await invoke(method, args) });
+    } catch (error) {
+      process.send({ id, error: error.message });
+    }
+  });
+  const end = async () => {
+    await close();
+    process.exit(0);
+  };
+  for (const event of ['disconnect', 'SIGTERM', 'SIGINT']) process.on(event, end);
+}

@@ -1,0 +1,41 @@
+// The service's HTTP interface: every request is recorded, then answered as Replies says.
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import express from 'express';
+
+/** An express application over `record` and `replies`. */
+export function httpApi(record, replies) {
+  const app = express();
+  app.disable('x-powered-by');
+  app.disable('etag');
+  app.use(express.text({ type: () => true, limit: '8mb' }));
+  app.use(async (request, response) => {
+    const body = typeof request.body === 'string' ? request.body : '';
+    record.addRequest({ method: request.method, url: request.originalUrl, headers: request.headers, body });
+    await answer(response, replies.take({ method: request.method, path: request.path }));
+  });
+  return app;
+}
+
+async function answer(response, reply) {
+  if (reply.delayMs) await sleep(reply.delayMs);
+  const { socket } = response;
+  if (reply.cut) {
+    socket.destroy();
+    return;
+  }
+  if (reply.raw !== undefined) {
+    socket.end(Buffer.from(reply.raw, 'latin1'));
+    return;
+  }
+  const body = Buffer.from(reply.body ?? '', 'utf8');
+  response.status(reply.status);
+  response.set({ 'content-type': 'application/json; charset=utf-8', ...reply.headers });
+  if (reply.truncateTo === undefined) {
+    response.end(body);
+    return;
+  }
+  response.set('content-length', String(body.length));
+  response.flushHeaders();
+  response.write(body.subarray(0, reply.truncateTo), () => socket.destroy());
+}

@@ -1,0 +1,134 @@
+// The central service of the lab: HTTP interface, WebSocket relay and UDP relay on one port number.
+// Everything it is sent is recorded; everything it answers can be scripted. Loopback or a lab
+// namespace only.
+import dgram from 'node:dgram';
+import { once } from 'node:events';
+import http from 'node:http';
+
+import { kHandshakes, writeFault } from './faults.mjs';
+import { httpApi } from './http_api.mjs';
+import { Record } from './record.mjs';
+import { Relay } from './relay.mjs';
+import { Replies } from './replies.mjs';
+
+const kSocketBytes = 4 << 20;
+
+export class LabService {
+  #record = new Record();
+  #replies = new Replies();
+  #relay = new Relay(this.#record, (packet) => this.#toSite(packet));
+  #http = null;
+  #udp = null;
+  #siteSocket = null;
+  #options = null;
+  #datagrams = [];
+  #sockets = new Set();
+
+  /**
+   * Listens on `host`:`port` (0: any) for HTTP and WebSocket (TCP) and for datagrams (UDP). `site`
+   * {host, port, localPort} is where packets go on to, one a datagram; without it they end here.
+   * Returns {port}.
+   */
+  async listen({ host = '127.0.0.1', port = 0, site = null } = {}) {
+    this.#options = { host, port, site };
+    await this.resumeListening();
+    this.#options.port = this.#http.address().port;
+    this.#udp = dgram.createSocket({ type: 'udp4', recvBufferSize: kSocketBytes });
+    this.#udp.on('message', (bytes) => this.#datagrams.push(bytes.toString('hex')));
+    this.#udp.bind(this.#options.port, host);
+    await once(this.#udp, 'listening');
+    if (site) await this.#openSite(site);
+    return { port: this.#options.port };
+  }
+
+  async #openSite({ localPort = 0 }) {
+    this.#siteSocket = dgram.createSocket({
+      type: 'udp4', recvBufferSize: kSocketBytes, sendBufferSize: kSocketBytes,
+    });
+    this.#siteSocket.on('error', () => {});
+    this.#siteSocket.on('message', (packet) => this.#relay.fromSite(packet));
+    this.#siteSocket.bind(localPort);
+    await once(this.#siteSocket, 'listening');
+  }
+
+  #toSite(packet) {
+    const { site } = this.#options;
+    if (site) this.#siteSocket.send(packet, site.port, site.host);
+  }
+
+  /** Closes the listening port and every connection: connecting is refused from now on. */
+  async stopListening() {
+    const server = this.#http;
+    this.#http = null;
+    server.close();
+    for (const socket of this.#sockets) socket.destroy();
+    await once(server, 'close');
+  }
+
+  async resumeListening() {
+    const server = http.createServer(httpApi(this.#record, this.#replies));
+    server.on('connection', (socket) => {
+      this.#sockets.add(socket);
+      socket.on('close', () => this.#sockets.delete(socket));
+    });
+    server.on('upgrade', (...args) => this.#relay.handleUpgrade(...args));
+    server.listen(this.#options.port, this.#options.host);
+    await once(server, 'listening');
+    this.#http = server;
+  }
+
+  async close() {
+    this.#relay.close();
+    if (this.#http) await this.stopListening();
+    this.#udp?.close();
+    this.#siteSocket?.close();
+  }
+
+  // ---- what it answers; see Replies
+
+  setGrant(grant) { this.#replies.grant = grant; }
+  setReply(reply) { this.#replies.set(reply); }
+  refuseNext(refusal) { this.#replies.refuseNext(refusal); }
+  resetReplies() { this.#replies.reset(); }
+
+  // ---- the relay
+
+  /** Refuses upgrades with `status`, or answers them with one of kHandshakes by its name. */
+  refuseUpgrade({ status = null, handshake = null }) {
+    this.#relay.upgrade = {
+      refuseStatus: status, answer: handshake === null ? null : kHandshakes[handshake],
+    };
+  }
+  acceptUpgrades() { this.#relay.upgrade = { refuseStatus: null, answer: null }; }
+  /** Ends every relay connection at once, without a close frame; returns the time. */
+  cutRelay() { return this.#relay.cutAll(); }
+  /** A silent relay neither pings nor carries packets, but keeps its connections. */
+  setSilent(isSilent) { this.#relay.isSilent = isSilent; }
+  /** Writes a fault of faults.mjs onto the newest connection; `packet` in hexadecimal. */
+  writeFault({ name, packet = '' }) {
+    const entry = this.#relay.newest();
+    if (!entry) throw new Error('There is no relay connection.');
+    writeFault(entry, name, Buffer.from(packet, 'hex'));
+  }
+  /** Sends a message of the newest connection; `packet` in hexadecimal. */
+  sendToClient({ packet }) { this.#relay.fromSite(Buffer.from(packet, 'hex')); }
+  relayConnections() { return this.#relay.connections().length; }
+  relayClients() {
+    return this.#relay.connections().map(({ connectionId, engineerId, sinceMs }) =>
+      ({ connectionId, engineerId, sinceMs }));
+  }
+
+  // ---- what it was sent; see Record
+
+  requests(filter) { return this.#record.requests(filter); }
+  relayAttempts(filter) { return this.#record.relayAttempts(filter); }
+  protocolErrors() { return this.#record.protocolErrors(); }
+  counts() { return this.#record.counts(); }
+  keepPackets(keep) { this.#record.keepPackets = keep; }
+  packets() { return this.#record.packets(); }
+  datagrams() { return this.#datagrams; }
+}
+
+/** What may be called from outside the process. */
+export const kMethods = Object.getOwnPropertyNames(LabService.prototype)
+  .filter((name) => name !== 'constructor');
