@@ -1,0 +1,79 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "driver/adapters_win.h"
+#include "driver/bridge_win.h"
+#include "driver/environment_win.h"
+#include "driver/lock_win.h"
+#include "driver/switchboard.h"
+
+namespace driver {
+
+// All handles of this process and the way to the TUN. Functions answer with 0 or the error code
+// that the published interface gives in that case.
+//
+// Threads: any; Close() waits until no other call is inside its handle.
+class Driver {
+ public:
+  static Driver& Instance();
+
+  std::uint32_t Open(const char* filter, int layer, int priority, std::uint64_t flags,
+                     std::uint64_t& id);
+  // Blocks until there is a packet. `gotBytes` and `address` may be null.
+  std::uint32_t Recv(std::uint64_t id, std::span<std::uint8_t> buffer, std::uint32_t* gotBytes,
+                     Address* address);
+  std::uint32_t Send(std::uint64_t id, std::span<const std::uint8_t> packet,
+                     const Address& address);
+  std::uint32_t Shutdown(std::uint64_t id, int how);
+  // Packets still queued go on their way, unprotected, as with the real driver.
+  std::uint32_t Close(std::uint64_t id);
+  std::uint32_t SetParam(std::uint64_t id, int param, std::uint64_t value);
+  std::uint32_t GetParam(std::uint64_t id, int param, std::uint64_t& value);
+  // Whether this checksum call is the one that is to fail.
+  bool IsChecksumFault() noexcept;
+
+ private:
+  std::uint32_t OpenHandle(const char* filter, int layer, int priority, std::uint64_t flags,
+                           std::uint64_t& id) REQUIRES(doorLock_);
+  std::uint32_t StartBridge() REQUIRES(doorLock_);
+  void HandleFromTun(std::span<const std::uint8_t> bytes);
+  Address DescribeCaptured(const Packet& packet, std::int64_t nowMs) REQUIRES(lock_);
+  std::uint32_t WaitForPacket(Handle& handle, Captured& captured) REQUIRES(lock_);
+  enum class Fate { GoesOn, Ends };
+  std::uint32_t Judge(Handle& handle, Packet& packet, const Address& address, Fate& fate)
+      REQUIRES(lock_);
+  std::uint32_t JudgeInbound(const Packet& packet, const Headers& headers, const Address& address,
+                             Fate& fate) REQUIRES(lock_);
+  void DrainOnClose(Handle& handle) REQUIRES(lock_);
+  void LogOpen(const char* filter, int priority, std::uint64_t flags, std::uint64_t id,
+               std::uint32_t error) REQUIRES(doorLock_);
+  void LogClose(const Handle& handle) REQUIRES(doorLock_, lock_);
+  void Leave(Handle& handle) REQUIRES(lock_);
+
+  Lock doorLock_;  // Open and Close, one at a time; taken before lock_
+  Bridge bridge_;  // started while a handle is open
+  bool isLoaded_ GUARDED_BY(doorLock_) = false;
+  std::uint64_t openCalls_ GUARDED_BY(doorLock_) = 0;
+  Environment environment_ GUARDED_BY(doorLock_);
+
+  Lock lock_;
+  Wakeup changed_;  // a queue or a handle's state
+  Switchboard switchboard_ GUARDED_BY(lock_);
+  Adapters adapters_ GUARDED_BY(lock_);
+  std::uint64_t uncapturedCount_ GUARDED_BY(lock_) = 0;
+  std::uint64_t wrongChecksumCount_ GUARDED_BY(lock_) = 0;
+  std::uint64_t wrongInterfaceCount_ GUARDED_BY(lock_) = 0;
+
+  struct Fault {
+    std::atomic<std::uint64_t> at{0};
+    std::atomic<std::uint64_t> calls{0};
+    bool IsNow() noexcept { return ++calls == at; }
+  };
+  Fault recvFault_, sendFault_, checksumFault_;
+};
+
+}  // namespace driver

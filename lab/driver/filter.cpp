@@ -1,0 +1,204 @@
+#include "driver/filter.h"
+
+#include "driver/filter_fields.h"
+#include "driver/filter_lexer.h"
+
+namespace driver {
+namespace {
+
+bool Compares(Filter::Compare compare, std::uint32_t left, std::uint32_t right) noexcept {
+  switch (compare) {
+    case Filter::Compare::Equal:
+      return left == right;
+    case Filter::Compare::NotEqual:
+      return left != right;
+    case Filter::Compare::Less:
+      return left < right;
+    case Filter::Compare::LessOrEqual:
+      return left <= right;
+    case Filter::Compare::Greater:
+      return left > right;
+    case Filter::Compare::GreaterOrEqual:
+      return left >= right;
+  }
+  return false;
+}
+
+Filter::Compare Opposite(Filter::Compare compare) noexcept {
+  switch (compare) {
+    case Filter::Compare::Equal:
+      return Filter::Compare::NotEqual;
+    case Filter::Compare::NotEqual:
+      return Filter::Compare::Equal;
+    case Filter::Compare::Less:
+      return Filter::Compare::GreaterOrEqual;
+    case Filter::Compare::LessOrEqual:
+      return Filter::Compare::Greater;
+    case Filter::Compare::Greater:
+      return Filter::Compare::LessOrEqual;
+    case Filter::Compare::GreaterOrEqual:
+      return Filter::Compare::Less;
+  }
+  return compare;
+}
+
+// Recursive descent over the tokens; each Parse function gives the index of the node it added, or
+// nothing once error_ is set.
+class Parser {
+ public:
+  using Parsed = std::optional<std::size_t>;
+
+  Parser(const std::vector<Token>& tokens, std::vector<Filter::Node>& nodes, FilterError& error)
+      : tokens_(tokens), nodes_(nodes), error_(error) {}
+
+  Parsed ParseAll() {
+    const Parsed root = ParseOr(kMaxDepth);
+    if (root && Next().kind != TokenKind::End) return Fail("Filter expression parse error");
+    return root;
+  }
+  [[nodiscard]] std::size_t TestCount() const noexcept { return testCount_; }
+
+ private:
+  Parsed ParseOr(std::size_t depth) {
+    if (depth == 0) return Fail("Filter expression is too deep");
+    const Parsed first = ParseAnd(depth);
+    if (!first || Next().kind != TokenKind::Or) return first;
+    ++at_;
+    const Parsed second = ParseOr(depth - 1);
+    if (!second) return std::nullopt;
+    return Add({.kind = Filter::Node::Kind::Or, .first = *first, .second = *second});
+  }
+
+  Parsed ParseAnd(std::size_t depth) {
+    Parsed all = ParseArgument(depth);
+    while (all && Next().kind == TokenKind::And) {
+      ++at_;
+      const Parsed next = ParseArgument(depth);
+      if (!next) return std::nullopt;
+      all = Add({.kind = Filter::Node::Kind::And, .first = *all, .second = *next});
+    }
+    return all;
+  }
+
+  Parsed ParseArgument(std::size_t depth) {
+    if (Take(TokenKind::Open)) return ParseGroup(depth - 1);
+    const bool negated = Take(TokenKind::Not);
+    return ParseTest(negated);
+  }
+
+  Parsed ParseGroup(std::size_t depth) {
+    Parsed group = ParseOr(depth);
+    if (group && Take(TokenKind::Question)) group = ParseChoice(*group, depth);
+    if (!group) return std::nullopt;
+    if (!Take(TokenKind::Close)) return Fail("Filter expression lacks a closing parenthesis");
+    return group;
+  }
+
+  Parsed ParseChoice(std::size_t condition, std::size_t depth) {
+    const Parsed yes = ParseOr(depth);
+    if (!yes) return std::nullopt;
+    if (!Take(TokenKind::Colon)) return Fail("Filter expression parse error");
+    const Parsed no = ParseOr(depth);
+    if (!no) return std::nullopt;
+    return Add(
+        {.kind = Filter::Node::Kind::Choose, .first = condition, .second = *yes, .third = *no});
+  }
+
+  Parsed ParseTest(bool negated) {
+    if (Next().kind != TokenKind::Word) return Fail("Filter expression parse error");
+    const Field* field = FindField(Next().text);
+    if (field == nullptr) return Fail("Filter expression contains a bad token");
+    if (testCount_ == kMaxTests) return Fail("Filter expression is too long");
+    ++testCount_;
+    ++at_;
+    Filter::Node test;
+    test.read = field->read;
+    if (field->isIndexed && !ParseIndex(test.index)) return std::nullopt;
+    if (Next().kind == TokenKind::Compare) {
+      test.compare = Next().compare;
+      ++at_;
+      if (!ParseValue(test.value)) return std::nullopt;
+    }
+    if (negated) test.compare = Opposite(test.compare);
+    return Add(test);
+  }
+
+  bool ParseIndex(std::uint32_t& index) {
+    if (Take(TokenKind::OpenIndex) && ParseValue(index) && Take(TokenKind::CloseIndex) &&
+        index <= kMaxPacketBytes) {
+      return true;
+    }
+    return Fail("Filter expression has a bad index").has_value();
+  }
+
+  bool ParseValue(std::uint32_t& value) {
+    const auto number =
+        Next().kind == TokenKind::Word ? ParseNumber(Next().text) : std::optional<std::uint32_t>();
+    if (!number) return Fail("Filter expression has a bad number").has_value();
+    value = *number;
+    ++at_;
+    return true;
+  }
+
+  [[nodiscard]] const Token& Next() const { return tokens_[at_]; }
+  bool Take(TokenKind kind) {
+    if (Next().kind != kind) return false;
+    ++at_;  // never past End, which no caller takes
+    return true;
+  }
+  std::size_t Add(const Filter::Node& node) {
+    nodes_.push_back(node);
+    return nodes_.size() - 1;
+  }
+  Parsed Fail(const char* message) {
+    if (!failed_) error_ = {message, Next().position};
+    failed_ = true;
+    return std::nullopt;
+  }
+
+  const std::vector<Token>& tokens_;
+  std::vector<Filter::Node>& nodes_;
+  FilterError& error_;
+  std::size_t at_ = 0;
+  std::size_t testCount_ = 0;
+  bool failed_ = false;
+};
+
+}  // namespace
+
+std::optional<Filter> Filter::Compile(std::string_view text, FilterError* error) {
+  FilterError ignored;
+  FilterError& reason = error != nullptr ? *error : ignored;
+  const auto tokens = CutTokens(text, reason);
+  if (!tokens) return std::nullopt;
+  Filter filter;
+  Parser parser(*tokens, filter.nodes_, reason);
+  const auto root = parser.ParseAll();
+  if (!root) return std::nullopt;
+  filter.root_ = *root;
+  filter.testCount_ = parser.TestCount();
+  return filter;
+}
+
+bool Filter::Matches(const PacketView& packet) const {
+  return Evaluate(root_, packet);
+}
+
+bool Filter::Evaluate(std::size_t index, const PacketView& packet) const {
+  const Node& node = nodes_[index];
+  switch (node.kind) {
+    case Node::Kind::And:
+      return Evaluate(node.first, packet) && Evaluate(node.second, packet);
+    case Node::Kind::Or:
+      return Evaluate(node.first, packet) || Evaluate(node.second, packet);
+    case Node::Kind::Choose:
+      return Evaluate(node.first, packet) ? Evaluate(node.second, packet)
+                                          : Evaluate(node.third, packet);
+    case Node::Kind::Test:
+      break;
+  }
+  const auto value = node.read(packet, node.index);
+  return value && Compares(node.compare, *value, node.value);
+}
+
+}  // namespace driver

@@ -1,0 +1,60 @@
+#include "driver/headers.h"
+
+#include <algorithm>
+
+namespace driver {
+namespace {
+
+constexpr std::size_t kMinIpHeaderBytes = 20;
+constexpr std::size_t kMinTcpHeaderBytes = 20;
+constexpr std::size_t kMinIcmpOrUdpHeaderBytes = 8;
+
+Transport ReadTransport(std::uint8_t protocol, std::span<const std::uint8_t> payload) noexcept {
+  if (protocol == kProtocolTcp) {
+    if (payload.size() < kMinTcpHeaderBytes) return Transport::None;
+    const std::size_t headerBytes = (payload[12] >> 4U) * std::size_t{4};
+    const bool fits = headerBytes >= kMinTcpHeaderBytes && headerBytes <= payload.size();
+    return fits ? Transport::Tcp : Transport::None;
+  }
+  if (payload.size() < kMinIcmpOrUdpHeaderBytes) return Transport::None;
+  if (protocol == kProtocolIcmp) return Transport::Icmp;
+  return protocol == kProtocolUdp ? Transport::Udp : Transport::None;
+}
+
+}  // namespace
+
+std::optional<Headers> ReadHeaders(std::span<const std::uint8_t> packet) noexcept {
+  if (packet.size() < kMinIpHeaderBytes || packet[0] >> 4U != 4) return std::nullopt;
+  Headers headers;
+  headers.headerBytes = (packet[0] & 0x0FU) * std::size_t{4};
+  headers.totalBytes = ReadU16Be(packet, 2);
+  if (headers.headerBytes < kMinIpHeaderBytes || headers.headerBytes > packet.size() ||
+      headers.totalBytes < headers.headerBytes) {
+    return std::nullopt;
+  }
+  const std::uint16_t fragment = ReadU16Be(packet, 6);
+  headers.moreFragments = (fragment & 0x2000U) != 0;
+  headers.fragmentOffset = fragment & 0x1FFFU;
+  headers.protocol = packet[9];
+  if (headers.fragmentOffset == 0) {
+    const std::size_t endBytes = std::min(headers.totalBytes, packet.size());
+    headers.transport = ReadTransport(
+        headers.protocol, packet.subspan(headers.headerBytes, endBytes - headers.headerBytes));
+  }
+  return headers;
+}
+
+std::uint16_t ReadU16Be(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept {
+  return static_cast<std::uint16_t>(bytes[offset] << 8U | bytes[offset + 1]);
+}
+
+std::uint32_t ReadU32Be(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept {
+  return static_cast<std::uint32_t>(ReadU16Be(bytes, offset)) << 16U | ReadU16Be(bytes, offset + 2);
+}
+
+void WriteU16Be(std::span<std::uint8_t> bytes, std::size_t offset, std::uint16_t value) noexcept {
+  bytes[offset] = static_cast<std::uint8_t>(value >> 8U);
+  bytes[offset + 1] = static_cast<std::uint8_t>(value & 0xFFU);
+}
+
+}  // namespace driver

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+// Reading of IPv4 packets for the filter, the checksums and the injection rules. Pure; any thread.
+namespace driver {
+
+inline constexpr std::uint8_t kProtocolIcmp = 1;
+inline constexpr std::uint8_t kProtocolTcp = 6;
+inline constexpr std::uint8_t kProtocolUdp = 17;
+
+enum class Transport { None, Icmp, Tcp, Udp };
+
+struct Headers {
+  std::size_t headerBytes = 0;  // of the IP header; the transport starts here
+  std::size_t totalBytes = 0;   // as the IP header says; may exceed the buffer
+  std::uint8_t protocol = 0;
+  bool moreFragments = false;
+  std::uint16_t fragmentOffset = 0;  // in units of 8 bytes
+  // None for later fragments, other protocols, and headers that are cut off or malformed.
+  Transport transport = Transport::None;
+
+  [[nodiscard]] bool IsFragment() const noexcept { return moreFragments || fragmentOffset != 0; }
+};
+
+// Nothing when `packet` is not IPv4 or its IP header is malformed: under 20 bytes, header length
+// under 20 or beyond the buffer, total length under the header length.
+std::optional<Headers> ReadHeaders(std::span<const std::uint8_t> packet) noexcept;
+
+// Big-endian numbers inside a packet; the caller has checked the bounds.
+std::uint16_t ReadU16Be(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept;
+std::uint32_t ReadU32Be(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept;
+void WriteU16Be(std::span<std::uint8_t> bytes, std::size_t offset, std::uint16_t value) noexcept;
+
+}  // namespace driver
