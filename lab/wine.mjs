@@ -3,12 +3,11 @@
 import { access, mkdir, readdir, readFile, rm, symlink } from 'node:fs/promises';
 import path from 'node:path';
 
+import { kRuntimeKey } from './browser/install.mjs';
 import { inNamespace, run, runOrFail } from './processes.mjs';
 
 export const kWine = '/usr/lib/wine/wine64';
 const kWineserver = '/usr/bin/wineserver';
-const kRuntimeKey = 'HKLM\\Software\\Microsoft\\EdgeUpdate\\ClientState\\' +
-  '{F3017226-FE2A-4295-8BDF-00C3A9A7E4C5}';
 const kInternetSettings = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings';
 
 const exists = (file) => access(file).then(() => true, () => false);

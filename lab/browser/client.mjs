@@ -1,4 +1,5 @@
 // The parent's side of main.mjs: the same methods as the bridge in the same process.
+import { caller } from '../remote_call.mjs';
 
 /**
  * Takes a process that was forked from main.mjs. The result:
@@ -10,7 +11,7 @@
  * and screenshot, as in page.mjs.
  */
 export async function connectBridge(child) {
-  const call = caller(child);
+  const call = caller(child, 'browser bridge');
   const handle = ({ id, pid }) => pageHandle(call, id, pid);
   return {
     listen: (options = {}) => call('listen', options),
@@ -18,32 +19,6 @@ export async function connectBridge(child) {
     waitForPage: async (timeoutMs) => handle(await call('waitForPage', timeoutMs)),
     closeAll: () => call('closeAll'),
   };
-}
-
-function caller(child) {
-  const waiting = new Map();
-  let lastId = 0;
-  let gone = false;
-  child.on('message', ({ id, result, error }) => {
-    const { resolve, reject } = waiting.get(id);
-    waiting.delete(id);
-    if (error === undefined) resolve(result);
-    else reject(new Error(error));
-  });
-  child.once('exit', () => {
-    gone = true;
-    for (const { reject } of waiting.values()) reject(new Error('The browser bridge has ended.'));
-    waiting.clear();
-  });
-  return (method, ...args) => new Promise((resolve, reject) => {
-    if (gone || !child.connected) {
-      reject(new Error('The browser bridge has ended.'));
-      return;
-    }
-    lastId += 1;
-    waiting.set(lastId, { resolve, reject });
-    child.send({ id: lastId, method, args });
-  });
 }
 
 function pageHandle(call, id, pid) {

@@ -5,7 +5,8 @@ import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 
-const kKey = 'HKLM\\Software\\Microsoft\\EdgeUpdate\\ClientState\\' +
+/** Where the loader finds the runtime (32-bit view). */
+export const kRuntimeKey = 'HKLM\\Software\\Microsoft\\EdgeUpdate\\ClientState\\' +
   '{F3017226-FE2A-4295-8BDF-00C3A9A7E4C5}';
 const kWine = '/usr/lib/wine/wine64';
 
@@ -13,7 +14,7 @@ const kWine = '/usr/lib/wine/wine64';
 export async function installRuntime(folder, env = process.env) {
   const windowsPath = `Z:${path.resolve(folder).replaceAll('/', '\\')}`;
   await promisify(execFile)(kWine,
-    ['reg.exe', 'add', kKey, '/v', 'EBWebView', '/d', windowsPath, '/f', '/reg:32'],
+    ['reg.exe', 'add', kRuntimeKey, '/v', 'EBWebView', '/d', windowsPath, '/f', '/reg:32'],
     { env: { ...process.env, ...env } });
 }
 

@@ -1,6 +1,6 @@
 // The bridge as a process of its own, so that it can run inside a network namespace (loopback belongs
 // to one, and the Windows program's loopback is the namespace of its wineserver).
-// Started with child_process.fork; speaks {id, method, args} -> {id, result} or {id, error}.
+import { serve } from '../remote_call.mjs';
 import { startBridge } from './bridge.mjs';
 
 let bridge = null;
@@ -36,21 +36,7 @@ const methods = {
   },
 };
 
-async function answer({ id, method, args }) {
-  try {
-    if (!Object.hasOwn(methods, method)) throw new Error(`There is no method ${method}.`);
-    process.send({ id, result: await methods[method](...args) });
-  } catch (error) {
-    process.send({ id, error: error.message });
-  }
-}
-
-async function end() {
-  await methods.closeAll();
-  process.exit(0);
-}
-
-process.on('message', answer);
-process.on('disconnect', end);
-process.on('SIGTERM', end);
-process.on('SIGINT', end);
+serve((method, args) => {
+  if (!Object.hasOwn(methods, method)) throw new Error(`There is no method ${method}.`);
+  return methods[method](...args);
+}, methods.closeAll);
