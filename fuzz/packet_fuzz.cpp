@@ -1,0 +1,63 @@
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+#include "tunnel/packet_path.h"
+#include "tunnel/silent_driver.h"
+
+namespace tunnel {
+namespace {
+
+// A network of each kind, small enough that random addresses meet them.
+const std::vector<RouteMapping> kMappings = {
+    {0, 1, 0, 1, false},
+    {0xC0A80100, 24, 0xAC1F0000, 24, true},
+    {0xFFFFFFFF, 32, 0xFFFFFFFF, 32, false},
+};
+
+// Whatever leaves for the relay is a whole packet from the tunnel address.
+void CheckQueue(PacketQueue& queue, std::uint32_t tunnelAddress) {
+  while (queue.Size() > 0) {
+    const std::optional<Packet> packet = queue.Take();
+    if (!packet) std::abort();
+    const std::optional<PacketLayout> layout = ValidatePacket(*packet);
+    if (!layout || layout->totalLength != packet->size()) std::abort();
+    if (SourceAddress(*packet) != tunnelAddress) std::abort();
+  }
+}
+
+// The input is cut into packets: one byte that says which way and how long, then the bytes.
+void Run(std::span<const std::byte> input) {
+  constexpr std::uint32_t kTunnelAddress = 0x0A630007;
+  Driver driver;
+  PacketQueue queue;
+  PacketPath path(driver, queue);
+  driver.Load(SilentDriver());
+  driver.OpenInject();
+  queue.Start();
+  if (input.empty()) return;
+  path.Configure(kTunnelAddress, kMappings, std::to_integer<int>(input[0]) % 2 == 1);
+  input = input.subspan(1);
+  while (!input.empty()) {
+    const auto head = std::to_integer<std::size_t>(input[0]);
+    input = input.subspan(1);
+    const std::size_t length = std::min(input.size(), head / 2);
+    Packet packet(input.begin(), input.begin() + static_cast<std::ptrdiff_t>(length));
+    input = input.subspan(length);
+    if (head % 2 == 0) {
+      path.HandleOutbound(packet, {});
+    } else {
+      path.HandleInbound(packet);
+    }
+    CheckQueue(queue, kTunnelAddress);
+  }
+}
+
+}  // namespace
+}  // namespace tunnel
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
+  tunnel::Run(std::as_bytes(std::span(data, sizeBytes)));
+  return 0;
+}
