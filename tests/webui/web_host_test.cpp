@@ -1,0 +1,433 @@
+#include "webui/web_host.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "webui/com.h"
+#include "webui/raw_object.h"
+
+namespace webui {
+namespace {
+
+constexpr LONGLONG kToken = 0x1122334455667788;
+
+// What the host did to the browser, in order.
+using Calls = std::vector<std::string>;
+
+class FakeWebView : public RawObject {
+ public:
+  explicit FakeWebView(Calls& calls) : calls_(calls) {
+    Put(5, &Navigate);
+    Put(6, &NavigateToString);
+    Put(32, &PostJson);
+    Put(34, &AddMessageReceived);
+    Put(35, &RemoveMessageReceived);
+  }
+
+  HRESULT navigateResult = S_OK;
+  std::wstring url;
+  std::wstring html;
+  std::vector<std::wstring> posted;
+  ComPtr<ICoreWebView2WebMessageReceivedEventHandler> handler;
+
+ private:
+  static HRESULT Navigate(FakeWebView* self, LPCWSTR url) {
+    self->calls_.push_back("Navigate");
+    self->url = url;
+    return self->navigateResult;
+  }
+  static HRESULT NavigateToString(FakeWebView* self, LPCWSTR html) {
+    self->calls_.push_back("NavigateToString");
+    self->html = html;
+    return self->navigateResult;
+  }
+  static HRESULT PostJson(FakeWebView* self, LPCWSTR json) {
+    self->posted.emplace_back(json);
+    return S_OK;
+  }
+  static HRESULT AddMessageReceived(FakeWebView* self,
+                                    ICoreWebView2WebMessageReceivedEventHandler* handler,
+                                    EventRegistrationToken* token) {
+    self->calls_.push_back("add_WebMessageReceived");
+    self->handler = ComPtr<ICoreWebView2WebMessageReceivedEventHandler>::Share(handler);
+    token->value = kToken;
+    return S_OK;
+  }
+  static HRESULT RemoveMessageReceived(FakeWebView* self, EventRegistrationToken token) {
+    self->calls_.push_back("remove_WebMessageReceived");
+    EXPECT_EQ(token.value, kToken);
+    return S_OK;
+  }
+
+  Calls& calls_;
+};
+
+class FakeController : public RawObject {
+ public:
+  FakeController(Calls& calls, FakeWebView& webView) : calls_(calls), webView_(webView) {
+    Put(4, &PutVisible);
+    Put(6, &PutBounds);
+    Put(12, &MoveFocus);
+    Put(23, &Moved);
+    Put(24, &Close);
+    Put(25, &GetWebView);
+  }
+
+  HRESULT getWebViewResult = S_OK;
+  RECT bounds{};
+
+ private:
+  static HRESULT PutVisible(FakeController* self, BOOL visible) {
+    self->calls_.push_back(visible != FALSE ? "show" : "hide");
+    return S_OK;
+  }
+  static HRESULT PutBounds(FakeController* self, RECT bounds) {
+    self->calls_.push_back("put_Bounds");
+    self->bounds = bounds;
+    return S_OK;
+  }
+  static HRESULT MoveFocus(FakeController* self, int reason) {
+    EXPECT_EQ(reason, 0);
+    self->calls_.push_back("MoveFocus");
+    return S_OK;
+  }
+  static HRESULT Moved(FakeController* self) {
+    self->calls_.push_back("moved");
+    return S_OK;
+  }
+  static HRESULT Close(FakeController* self) {
+    self->calls_.push_back("Close");
+    return S_OK;
+  }
+  static HRESULT GetWebView(FakeController* self, ICoreWebView2** webView) {
+    *webView = nullptr;
+    if (FAILED(self->getWebViewResult)) return self->getWebViewResult;
+    *webView = self->webView_.As<ICoreWebView2>();
+    (*webView)->AddRef();
+    return S_OK;
+  }
+
+  Calls& calls_;
+  FakeWebView& webView_;
+};
+
+class FakeEnvironment : public RawObject {
+ public:
+  explicit FakeEnvironment(Calls& calls) : calls_(calls) { Put(3, &CreateController); }
+
+  HRESULT createResult = S_OK;
+  ICoreWebView2Controller* completeWith = nullptr;  // at once, inside the call
+  HWND parent = nullptr;
+  ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> handler;
+
+ private:
+  static HRESULT CreateController(
+      FakeEnvironment* self, HWND parent,
+      ICoreWebView2CreateCoreWebView2ControllerCompletedHandler* handler) {
+    self->calls_.push_back("CreateController");
+    self->parent = parent;
+    self->handler =
+        ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler>::Share(handler);
+    if (self->completeWith != nullptr) handler->Invoke(S_OK, self->completeWith);
+    return self->createResult;
+  }
+
+  Calls& calls_;
+};
+
+// A posted message: `text` is what TryGetWebMessageAsString gives, nothing = E_INVALIDARG.
+class FakeMessage : public RawObject {
+ public:
+  explicit FakeMessage(std::optional<std::wstring> text) : text_(std::move(text)) {
+    Put(5, &TryGetString);
+  }
+
+ private:
+  static HRESULT TryGetString(FakeMessage* self, LPWSTR* text) {
+    *text = nullptr;
+    if (!self->text_) return E_INVALIDARG;
+    const std::size_t sizeBytes = (self->text_->size() + 1) * sizeof(wchar_t);
+    *text = static_cast<LPWSTR>(::CoTaskMemAlloc(sizeBytes));
+    std::char_traits<wchar_t>::copy(*text, self->text_->c_str(), self->text_->size() + 1);
+    return S_OK;
+  }
+
+  const std::optional<std::wstring> text_;
+};
+
+class WebHostTest : public testing::Test {
+ protected:
+  WebHostTest() {
+    window_ = ::CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 300, 200, nullptr, nullptr,
+                                nullptr, nullptr);
+  }
+  ~WebHostTest() override {
+    host_.reset();
+    if (window_ != nullptr) ::DestroyWindow(window_);
+  }
+
+  void Create() {
+    WebHostEvents events;
+    events.log = [this](const std::wstring& text) { logged_.push_back(text); };
+    events.pageMessage = [this](std::wstring text) { messages_.push_back(std::move(text)); };
+    events.environmentFailed = [this](const std::wstring& text) { failures_.push_back(text); };
+    host_ = WebCreate(
+        window_, L"C:\\data", std::move(events),
+        [this](const std::wstring& folder,
+               ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler) {
+          folder_ = folder;
+          environmentHandler_ =
+              ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler>::Share(handler);
+          if (completeAtOnce_) CompleteEnvironment();
+          if (failAtOnce_) handler->Invoke(E_FAIL, nullptr);
+          return createResult_;
+        });
+  }
+
+  void CompleteEnvironment() {
+    environmentHandler_->Invoke(S_OK, environment_.As<ICoreWebView2Environment>());
+  }
+  void CompleteController() {
+    environment_.handler->Invoke(S_OK, controller_.As<ICoreWebView2Controller>());
+  }
+  void BringUp() {
+    Create();
+    CompleteEnvironment();
+    CompleteController();
+    calls_.clear();
+  }
+  void Post(std::optional<std::wstring> text) {
+    FakeMessage message(std::move(text));
+    webView_.handler->Invoke(webView_.As<ICoreWebView2>(),
+                             message.As<ICoreWebView2WebMessageReceivedEventArgs>());
+  }
+
+  Calls calls_;
+  FakeWebView webView_{calls_};
+  FakeController controller_{calls_, webView_};
+  FakeEnvironment environment_{calls_};
+  ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> environmentHandler_;
+  bool completeAtOnce_ = false;
+  bool failAtOnce_ = false;
+  HRESULT createResult_ = S_OK;
+  std::wstring folder_;
+  std::vector<std::wstring> logged_;
+  std::vector<std::wstring> messages_;
+  std::vector<std::wstring> failures_;
+  HWND window_ = nullptr;
+  std::unique_ptr<WebHost> host_;
+};
+
+const std::vector<std::wstring> kEnvironmentFailed = {
+    L"WebView2 环境创建失败，请确认已安装 WebView2 运行时。"};
+const std::vector<std::wstring> kControllerFailed = {L"WebView2 控制器创建失败。"};
+const std::vector<std::wstring> kPageFailed = {L"界面加载失败。"};
+
+TEST_F(WebHostTest, ComesUpStepByStep) {
+  Create();
+  EXPECT_EQ(folder_, L"C:\\data");
+  EXPECT_TRUE(calls_.empty());
+  EXPECT_FALSE(host_->IsUp());
+  CompleteEnvironment();
+  EXPECT_EQ(calls_, Calls{"CreateController"});
+  EXPECT_EQ(environment_.parent, window_);
+  EXPECT_FALSE(host_->IsUp());
+  CompleteController();
+  // The test program carries no page, and no app.html lies beside it.
+  EXPECT_EQ(calls_,
+            (Calls{"CreateController", "put_Bounds", "add_WebMessageReceived", "Navigate"}));
+  EXPECT_TRUE(host_->IsUp());
+  EXPECT_TRUE(logged_.empty());
+  EXPECT_EQ(controller_.bounds.right, 300);
+  EXPECT_EQ(controller_.bounds.bottom, 200);
+}
+
+TEST_F(WebHostTest, ComesUpWhenEverythingCompletesInsideTheCalls) {
+  completeAtOnce_ = true;
+  environment_.completeWith = controller_.As<ICoreWebView2Controller>();
+  Create();
+  EXPECT_TRUE(host_->IsUp());
+  EXPECT_TRUE(logged_.empty());
+}
+
+TEST_F(WebHostTest, ShowsTheFileInTheSourceTreeWithoutAPageInTheResources) {
+  BringUp();
+  EXPECT_TRUE(webView_.html.empty());
+  EXPECT_TRUE(webView_.url.starts_with(L"file:///"));
+  EXPECT_TRUE(webView_.url.ends_with(L"/../../../src/VelmarineNative/webui/app.html"));
+  EXPECT_EQ(webView_.url.find(L'\\'), std::wstring::npos);
+  EXPECT_TRUE(logged_.empty());
+}
+
+TEST_F(WebHostTest, LogsARefusedNavigation) {
+  webView_.navigateResult = E_INVALIDARG;
+  BringUp();
+  EXPECT_EQ(logged_, kPageFailed);
+  EXPECT_TRUE(host_->IsUp());
+}
+
+TEST_F(WebHostTest, LogsAMissingRuntimeOnce) {
+  createResult_ = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+  Create();
+  EXPECT_EQ(logged_, kEnvironmentFailed);
+  EXPECT_EQ(failures_, kEnvironmentFailed);
+  EXPECT_FALSE(host_->IsUp());
+}
+
+TEST_F(WebHostTest, LogsAFailureThatComesBothWaysOnce) {
+  createResult_ = E_FAIL;
+  failAtOnce_ = true;
+  Create();
+  EXPECT_EQ(logged_, kEnvironmentFailed);
+  EXPECT_EQ(failures_, kEnvironmentFailed);
+}
+
+TEST_F(WebHostTest, LogsAnEnvironmentThatFailsLater) {
+  Create();
+  environmentHandler_->Invoke(E_ACCESSDENIED, nullptr);
+  EXPECT_EQ(logged_, kEnvironmentFailed);
+  EXPECT_EQ(failures_, kEnvironmentFailed);
+  EXPECT_TRUE(calls_.empty());
+}
+
+TEST_F(WebHostTest, LogsAnEnvironmentThatIsMissingInASuccess) {
+  Create();
+  environmentHandler_->Invoke(S_OK, nullptr);
+  EXPECT_EQ(logged_, kEnvironmentFailed);
+}
+
+TEST_F(WebHostTest, LogsAControllerThatFailsLater) {
+  Create();
+  CompleteEnvironment();
+  environment_.handler->Invoke(E_ABORT, nullptr);
+  EXPECT_EQ(logged_, kControllerFailed);
+  EXPECT_TRUE(failures_.empty());
+  EXPECT_FALSE(host_->IsUp());
+}
+
+TEST_F(WebHostTest, LogsAControllerThatIsMissingInASuccess) {
+  Create();
+  CompleteEnvironment();
+  environment_.handler->Invoke(S_OK, nullptr);
+  EXPECT_EQ(logged_, kControllerFailed);
+}
+
+TEST_F(WebHostTest, LogsAControllerThatIsRefusedAtOnce) {
+  environment_.createResult = E_FAIL;
+  Create();
+  CompleteEnvironment();
+  EXPECT_EQ(logged_, kControllerFailed);
+}
+
+TEST_F(WebHostTest, LogsAControllerWithoutAWebView) {
+  controller_.getWebViewResult = E_FAIL;
+  BringUp();
+  EXPECT_EQ(logged_, kControllerFailed);
+  EXPECT_FALSE(host_->IsUp());
+}
+
+TEST_F(WebHostTest, PassesOnStringsAndNothingElse) {
+  BringUp();
+  Post(L"{\"action\":\"ready\"}");
+  Post(std::nullopt);
+  Post(L"");
+  webView_.handler->Invoke(webView_.As<ICoreWebView2>(), nullptr);
+  EXPECT_EQ(messages_, (std::vector<std::wstring>{L"{\"action\":\"ready\"}", L""}));
+}
+
+TEST_F(WebHostTest, TellsTheControlOfTheWindow) {
+  BringUp();
+  host_->FitToWindow();
+  host_->SetVisible(false);
+  host_->SetVisible(true);
+  host_->WindowMoved();
+  host_->Focus();
+  host_->PostJson(L"{}");
+  EXPECT_EQ(calls_, (Calls{"put_Bounds", "hide", "show", "moved", "MoveFocus"}));
+  EXPECT_EQ(webView_.posted, std::vector<std::wstring>{L"{}"});
+}
+
+TEST_F(WebHostTest, DoesNothingBeforeItIsUp) {
+  Create();
+  host_->FitToWindow();
+  host_->SetVisible(false);
+  host_->WindowMoved();
+  host_->Focus();
+  host_->PostJson(L"{}");
+  host_->Close();
+  EXPECT_TRUE(calls_.empty());
+  EXPECT_TRUE(webView_.posted.empty());
+}
+
+TEST_F(WebHostTest, GivesThePageTheKeyboardThatTheWindowAlreadyHas) {
+  ::ShowWindow(window_, SW_SHOW);
+  ::SetFocus(window_);
+  ASSERT_EQ(::GetFocus(), window_);
+  Create();
+  CompleteEnvironment();
+  CompleteController();
+  EXPECT_EQ(calls_.back(), "MoveFocus");
+}
+
+TEST_F(WebHostTest, ClosesInTheOrderOfTheRuntimeAndKeepsNothing) {
+  BringUp();
+  host_->Close();
+  EXPECT_EQ(calls_, (Calls{"remove_WebMessageReceived", "Close"}));
+  EXPECT_FALSE(host_->IsUp());
+  host_->Close();
+  host_->PostJson(L"{}");
+  host_->Focus();
+  EXPECT_EQ(calls_.size(), 2u);
+  EXPECT_TRUE(webView_.posted.empty());
+  webView_.handler.Reset();
+  EXPECT_EQ(webView_.References(), 1);
+  EXPECT_EQ(controller_.References(), 1);
+  EXPECT_EQ(environment_.References(), 1);
+}
+
+TEST_F(WebHostTest, GoesWithoutBeingClosed) {
+  BringUp();
+  host_.reset();
+  EXPECT_EQ(calls_, (Calls{"remove_WebMessageReceived", "Close"}));
+  EXPECT_EQ(controller_.References(), 1);
+  Post(L"late");
+  EXPECT_TRUE(messages_.empty());
+}
+
+TEST_F(WebHostTest, ClosesAControllerThatComesTooLate) {
+  Create();
+  CompleteEnvironment();
+  host_->Close();
+  calls_.clear();
+  CompleteController();
+  EXPECT_EQ(calls_, Calls{"Close"});
+  EXPECT_FALSE(host_->IsUp());
+  host_.reset();
+  calls_.clear();
+  CompleteController();
+  EXPECT_EQ(calls_, Calls{"Close"});
+  EXPECT_TRUE(logged_.empty());
+}
+
+TEST_F(WebHostTest, IgnoresAnEnvironmentThatComesTooLate) {
+  Create();
+  host_->Close();
+  CompleteEnvironment();
+  environmentHandler_->Invoke(E_ABORT, nullptr);
+  EXPECT_TRUE(calls_.empty());
+  EXPECT_TRUE(logged_.empty());
+}
+
+TEST_F(WebHostTest, IgnoresACancelledControllerWhileTheWindowGoes) {
+  Create();
+  CompleteEnvironment();
+  host_->Close();
+  environment_.handler->Invoke(E_ABORT, nullptr);
+  EXPECT_TRUE(logged_.empty());
+}
+
+}  // namespace
+}  // namespace webui
