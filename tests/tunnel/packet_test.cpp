@@ -180,6 +180,13 @@ TEST(ClampMss, EndsAtAnOptionThatReachesPastTheHeader) {
   EXPECT_EQ(Clamped(packet), packet);
 }
 
+TEST(ClampMss, NeverReadsTheDataAsOptions) {
+  Packet packet = Segment({1, 1, 3, 3});  // the last option is cut off by the end of the header
+  for (const int byte : {0, 2, 4, 5, 0xB4}) packet.push_back(static_cast<std::byte>(byte));
+  WriteU16Be(packet, 2, static_cast<std::uint16_t>(packet.size()));
+  EXPECT_EQ(Clamped(packet), packet);
+}
+
 TEST(ClampMss, LeavesADataOffsetAloneThatMakesNoSense) {
   for (const int words : {0, 4, 7, 15}) {
     Packet packet = Segment({2, 4, 5, 0xB4});  // 24 header bytes: 6 words
