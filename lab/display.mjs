@@ -1,5 +1,5 @@
 // A virtual display with a window manager, and the hands and eyes of a person in front of it.
-import { readdir, rm } from 'node:fs/promises';
+import { readdir, readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { run, runOrFail } from './processes.mjs';
@@ -77,8 +77,15 @@ export class Display {
     await this.key('alt+F4');
   }
 
+  /** The whole screen, once two looks in a row show the same (or after five seconds). */
   async screenshot(path) {
-    await rm(path, { force: true });
-    await this.#tool(['import', '-window', 'root', path]);
+    let earlier = null;
+    for (let i = 0; i < 12; i += 1) {
+      await this.#tool(['import', '-window', 'root', path]);
+      const picture = await readFile(path);
+      if (earlier?.equals(picture)) return;
+      earlier = picture;
+      await sleep(400);
+    }
   }
 }
