@@ -1,0 +1,164 @@
+#include "shell/actions.h"
+
+#include <optional>
+#include <string>
+
+#include "shell/clipboard.h"
+#include "shell/page_link.h"
+#include "shell/settings_care.h"
+#include "shell/worker.h"
+#include "webui/actions.h"
+
+namespace shell {
+namespace {
+
+constexpr wchar_t kConnectBusy[] = L"正在请求连接授权...";
+constexpr wchar_t kStopBusy[] = L"正在停止软件隧道...";
+constexpr wchar_t kLatencyBusy[] = L"正在测试通讯延迟...";
+constexpr wchar_t kDesktopBusy[] = L"正在请求远程桌面...";
+constexpr wchar_t kResolveBusy[] = L"正在获取现场端网段...";
+
+constexpr wchar_t kDiscoveryOn[] = L"局域网发现模式已开启：支持 PLC 广播扫描。";
+constexpr wchar_t kDiscoveryOff[] = L"局域网发现模式已关闭：仅支持已知 IP 访问。";
+constexpr wchar_t kDiscoveryOnCaption[] = L"PLC发现模式：开";
+constexpr wchar_t kDiscoveryOffCaption[] = L"PLC发现模式：关";
+constexpr wchar_t kSecretCopied[] = L"接入密钥已复制。";
+constexpr wchar_t kNoSecret[] = L"当前没有可复制的密钥。";
+constexpr wchar_t kCopyFailed[] = L"接入密钥复制失败：剪贴板不可用。";
+constexpr wchar_t kNoProfiles[] = L"档案功能尚未提供。";
+
+constexpr int kSelectionChanged = 1;  // of list and combo boxes
+
+void Connect(AppState& state) {
+  StartWorker(state, kConnectBusy, state.surroundings.jobs.connect);
+}
+void Stop(AppState& state) {
+  StartWorker(state, kStopBusy, state.surroundings.jobs.stop);
+}
+void TestLatency(AppState& state) {
+  StartWorker(state, kLatencyBusy, state.surroundings.jobs.testLatency);
+}
+void OpenDesktop(AppState& state) {
+  StartWorker(state, kDesktopBusy, state.surroundings.jobs.openDesktop);
+}
+void ResolveDevice(AppState& state) {
+  StartWorker(state, kResolveBusy, state.surroundings.jobs.resolveDevice);
+}
+
+void Repaint(const AppState& state) {
+  ::InvalidateRect(state.window, nullptr, FALSE);
+}
+
+void LogDiscovery(const AppState& state) {
+  Log(state, state.settings.discoveryModeEnabled ? kDiscoveryOn : kDiscoveryOff);
+}
+
+// The second state message behind the first is wanted: the page draws its side panel anew with it.
+void PageReady(AppState& state) {
+  state.pageReady = true;
+  DeliverKept(state);
+  PostApplyMessage(state);
+  PostStateMessage(state);
+  PostStateMessage(state);
+}
+
+void TakeDiscovery(AppState& state) {
+  webui::TakeFields(state.form, state.settings);
+  SaveSettings(state);
+  LogDiscovery(state);
+  PostStateMessage(state);
+}
+
+void SaveProfile(AppState& state) {
+  webui::TakeFields(state.form, state.settings);
+  Log(state, kNoProfiles);
+  PostApplyMessage(state);
+  PostStateMessage(state);
+}
+
+void LoadProfile(AppState& state) {
+  webui::TakeFields(state.form, state.settings);
+  Log(state, kNoProfiles);
+}
+
+struct PageAction {
+  std::wstring_view name;
+  void (*run)(AppState& state);
+};
+
+constexpr PageAction kPageActions[] = {
+    {L"ready", PageReady},         {L"connect", Connect},         {L"stop", Stop},
+    {L"test", TestLatency},        {L"desktop", OpenDesktop},     {L"secondary", ResolveDevice},
+    {L"discovery", TakeDiscovery}, {L"saveProfile", SaveProfile}, {L"loadProfile", LoadProfile},
+};
+
+void CopySecret(AppState& state) {
+  webui::TakeFields(state.form, state.settings);
+  if (state.settings.deviceSecret.empty()) return Log(state, kNoSecret);
+  const bool copied = CopyToClipboard(state.window, state.settings.deviceSecret);
+  Log(state, copied ? kSecretCopied : kCopyFailed);
+}
+
+void ToggleDiscovery(AppState& state, HWND toggle) {
+  bool& enabled = state.settings.discoveryModeEnabled;
+  enabled = !enabled;
+  if (toggle != nullptr) {
+    ::SetWindowTextW(toggle, enabled ? kDiscoveryOnCaption : kDiscoveryOffCaption);
+  }
+  SaveSettings(state);
+  LogDiscovery(state);
+}
+
+}  // namespace
+
+void HandlePageMessage(AppState& state, std::wstring_view json) {
+  std::optional<webui::PageMessage> message = webui::ParsePageMessage(json);
+  if (!message) return;
+  if (message->form) state.form = *std::move(message->form);
+  for (const PageAction& action : kPageActions) {
+    if (message->action == action.name) return action.run(state);
+  }
+}
+
+bool HandleCommand(AppState& state, int id, int notification, HWND control) {
+  switch (id) {
+    case 1009:
+      Connect(state);
+      return true;
+    case 1010:
+      ResolveDevice(state);
+      return true;
+    case 1011:
+      OpenDesktop(state);
+      return true;
+    case 1012:
+      SaveProfile(state);
+      Repaint(state);
+      return true;
+    case 1013:
+      Stop(state);
+      return true;
+    case 1014:
+      CopySecret(state);
+      return true;
+    case 1022:
+      if (notification == kSelectionChanged) LoadProfile(state);
+      return true;
+    case 1023:
+      TestLatency(state);
+      return true;
+    case 1025:
+      ToggleDiscovery(state, control);
+      return true;
+    case 1016:
+    case 1019:
+    case 1020:
+    case 1021:
+    case 1024:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace shell

@@ -1,0 +1,17 @@
+#include "shell/command_line.h"
+
+#include <cwchar>
+
+#include "text/strings.h"
+
+namespace shell {
+
+std::optional<ApplyUpdateArguments> ParseApplyUpdate(const std::vector<std::wstring>& arguments) {
+  if (arguments.size() < 5 || !text::EqualsIgnoreCase(arguments[1], L"--apply-update")) {
+    return std::nullopt;
+  }
+  const unsigned long pid = std::wcstoul(arguments[2].c_str(), nullptr, 10);
+  return ApplyUpdateArguments{pid, arguments[3], arguments[4]};
+}
+
+}  // namespace shell

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace shell {
+
+// What a program started to replace another one is told.
+struct ApplyUpdateArguments {
+  unsigned long parentPid = 0;
+  std::wstring source;
+  std::wstring destination;
+};
+
+// The request in `arguments` (the program's own name first): "--apply-update" in any letter case
+// and three arguments behind it. Nothing for every other command line, which starts the client.
+std::optional<ApplyUpdateArguments> ParseApplyUpdate(const std::vector<std::wstring>& arguments);
+
+}  // namespace shell

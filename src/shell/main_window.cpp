@@ -1,0 +1,158 @@
+#include "shell/main_window.h"
+
+#include <exception>
+
+#include "shell/actions.h"
+#include "shell/page_link.h"
+#include "shell/window_events.h"
+#include "shell/window_messages.h"
+#include "text/utf8.h"
+
+namespace shell {
+namespace {
+
+constexpr wchar_t kWindowClass[] = L"VelmarineNativeWindow";
+constexpr WORD kIcon = 301;
+constexpr int kWidthPixels = 1220;
+constexpr int kHeightPixels = 820;
+
+AppState* StateOf(HWND window) {
+  return reinterpret_cast<AppState*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
+}
+
+// The messages that carry a text.
+LRESULT DispatchText(AppState& state, UINT message, std::wstring text) {
+  switch (message) {
+    case kJobFinished:
+      OnJobFinished(state, text);
+      break;
+    case kHeartbeatRefused:
+      OnHeartbeatRefused(state, std::move(text));
+      break;
+    case kNotice:
+      OnNotice(state, text);
+      break;
+    case kFromPage:
+      HandlePageMessage(state, text);
+      break;
+    case kToPage:
+      DeliverToPage(state, std::move(text));
+      break;
+    case kShowFailure:
+      state.surroundings.showMessageBox(state.window, text);
+      break;
+    default:
+      break;
+  }
+  return 0;
+}
+
+LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
+  switch (message) {
+    case kJobFinished:
+    case kHeartbeatRefused:
+    case kNotice:
+    case kFromPage:
+    case kToPage:
+    case kShowFailure: {
+      const std::unique_ptr<std::wstring> text = TakePostedText(lParam);
+      return DispatchText(state, message, text ? std::move(*text) : std::wstring());
+    }
+    case kIgnored:
+      return 0;
+    case WM_TIMER:
+      return OnTimer(state, wParam, lParam);
+    case WM_SIZE:
+      return OnSize(state, wParam);
+    case WM_MOVE:
+    case WM_MOVING:
+      return OnMoved(state, message, wParam, lParam);
+    case WM_SETFOCUS:
+      return OnFocus(state);
+    case WM_ACTIVATE:
+      return OnActivate(state, wParam, lParam);
+    case WM_DPICHANGED:
+      return OnDpiChanged(state, lParam);
+    case WM_PAINT:
+      return OnPaint(state);
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORLISTBOX:
+    case WM_CTLCOLORBTN:
+    case WM_CTLCOLORSTATIC:
+      return OnControlColour(state, message, wParam);
+    case WM_DRAWITEM:
+      return OnDrawItem(state, wParam, lParam);
+    case WM_LBUTTONDOWN:
+      return OnMouseDown(state, wParam, lParam);
+    case WM_COMMAND:
+      return OnCommand(state, wParam, lParam);
+    case WM_CLOSE:
+      return OnClose(state);
+    case WM_DESTROY:
+      return OnDestroy(state);
+    case WM_NCDESTROY:
+      return OnGone(state, wParam, lParam);
+    default:
+      return ::DefWindowProcW(state.window, message, wParam, lParam);
+  }
+}
+
+// An exception that reached the door; the window goes on.
+void Report(const AppState& state, const std::wstring& text) noexcept {
+  try {
+    Log(state, text);
+  } catch (...) {  // no memory for the line either
+  }
+}
+
+LRESULT CALLBACK MainWindowProcedure(HWND window, UINT message, WPARAM wParam,
+                                     LPARAM lParam) noexcept {
+  // Asked for before WM_CREATE, too.
+  if (message == WM_GETMINMAXINFO) return OnMinMaxInfo(lParam);
+  if (message == WM_CREATE) return OnCreate(window, lParam);
+  AppState* state = StateOf(window);
+  if (state == nullptr) return ::DefWindowProcW(window, message, wParam, lParam);
+  try {
+    return Dispatch(*state, message, wParam, lParam);
+  } catch (const std::exception& error) {
+    Report(*state, L"Error: " + text::FromUtf8(error.what()));
+  } catch (...) {
+    Report(*state, L"Unknown error.");
+  }
+  return 0;
+}
+
+}  // namespace
+
+bool RegisterMainWindow(HINSTANCE instance) {
+  WNDCLASSEXW window{};
+  window.cbSize = sizeof(window);
+  window.lpfnWndProc = MainWindowProcedure;
+  window.hInstance = instance;
+  window.hIcon = ::LoadIconW(instance, MAKEINTRESOURCEW(kIcon));
+  window.hIconSm = window.hIcon;
+  window.hCursor = ::LoadCursorW(nullptr, IDC_ARROW);
+  window.hbrBackground = ::CreateSolidBrush(kWindowColour);  // the class's from here on
+  window.lpszClassName = kWindowClass;
+  return ::RegisterClassExW(&window) != 0;
+}
+
+HWND CreateMainWindow(HINSTANCE instance, AppState& state) {
+  return ::CreateWindowExW(0, kWindowClass, kWindowTitle, WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
+                           CW_USEDEFAULT, CW_USEDEFAULT, kWidthPixels, kHeightPixels, nullptr,
+                           nullptr, instance, &state);
+}
+
+void ShowMainWindow(HINSTANCE instance, HWND window, int showCommand) {
+  const auto icon = reinterpret_cast<LPARAM>(::LoadIconW(instance, MAKEINTRESOURCEW(kIcon)));
+  ::SendMessageW(window, WM_SETICON, ICON_BIG, icon);
+  ::SendMessageW(window, WM_SETICON, ICON_SMALL, icon);
+  ::SetWindowPos(window, nullptr, 0, 0, kWidthPixels, kHeightPixels,
+                 SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+  ::ShowWindow(window, showCommand);
+  LayOut(window);
+  ::InvalidateRect(window, nullptr, TRUE);
+  ::UpdateWindow(window);
+}
+
+}  // namespace shell

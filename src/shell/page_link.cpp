@@ -1,0 +1,51 @@
+#include "shell/page_link.h"
+
+#include <utility>
+
+#include "shell/window_messages.h"
+#include "webui/messages.h"
+
+namespace shell {
+namespace {
+
+webui::TimeOfDay LocalTimeOfDay() {
+  SYSTEMTIME now{};
+  ::GetLocalTime(&now);
+  return {now.wHour, now.wMinute, now.wSecond};
+}
+
+}  // namespace
+
+void PostToPage(const AppState& state, std::wstring json) {
+  if (state.window != nullptr) PostText(state.window, kToPage, std::move(json));
+}
+
+void DeliverToPage(AppState& state, std::wstring json) {
+  if (state.pageReady && state.web && state.web->IsUp()) {
+    state.web->PostJson(json);
+  } else {
+    state.pageQueue.push_back(std::move(json));
+  }
+}
+
+void DeliverKept(AppState& state) {
+  for (std::wstring& json : std::exchange(state.pageQueue, {})) {
+    DeliverToPage(state, std::move(json));
+  }
+}
+
+void PostStateMessage(const AppState& state) {
+  const webui::TunnelStatus tunnel{state.tunnel->IsRunning(), state.tunnel->IsRelayConnected()};
+  PostToPage(state, webui::BuildStateMessage(state.settings, tunnel, state.lastMessage));
+}
+
+void PostApplyMessage(const AppState& state) {
+  PostToPage(state, webui::BuildApplyMessage(state.settings));
+}
+
+void Log(const AppState& state, const std::wstring& text) {
+  PostToPage(state, webui::BuildLogMessage(LocalTimeOfDay(), text));
+  state.surroundings.writeLogLine(text);
+}
+
+}  // namespace shell

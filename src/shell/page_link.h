@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "shell/app_state.h"
+
+// The way to the page, and the log that goes the same way. Window's thread, except PostToPage.
+namespace shell {
+
+// Sends `json` to the page by way of the window's message queue; dropped when there is no window.
+void PostToPage(const AppState& state, std::wstring json);
+
+// The other end of it: hands `json` to the page, or keeps it until the page is ready.
+void DeliverToPage(AppState& state, std::wstring json);
+
+// The page is ready: hands over all that has been kept, in order.
+void DeliverKept(AppState& state);
+
+void PostStateMessage(const AppState& state);
+void PostApplyMessage(const AppState& state);
+
+// One line for the engineer: to the page's live log and to the log file.
+void Log(const AppState& state, const std::wstring& text);
+
+}  // namespace shell

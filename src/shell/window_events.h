@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+
+#include "platform/windows_sdk.h"
+#include "shell/app_state.h"
+
+// What the main window does at each of its messages; one function a message. Window's thread.
+// Those that return an LRESULT give the window procedure's answer.
+namespace shell {
+
+// ---- its life (window_life.cpp)
+
+// -1, which ends the window's creation, when memory is short. A thread that cannot be started ends
+// the program.
+LRESULT OnCreate(HWND window, LPARAM lParam) noexcept;
+// The page's control has to be closed while its window is still whole.
+LRESULT OnClose(AppState& state);
+// Ends retry, tunnel and worker; the central service is not told. What the tunnel's stop throws is
+// dropped: nobody is left to read it.
+LRESULT OnDestroy(AppState& state);
+LRESULT OnGone(AppState& state, WPARAM wParam, LPARAM lParam);
+
+// ---- reports and timers (window_reports.cpp)
+
+void OnJobFinished(AppState& state, const std::wstring& text);
+// Stops a tunnel that the service no longer accepts, so that nothing looks online which is not.
+void OnHeartbeatRefused(AppState& state, std::wstring text);
+void OnNotice(AppState& state, const std::wstring& text);
+LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam);
+LRESULT OnCommand(AppState& state, WPARAM wParam, LPARAM lParam);
+
+// ---- its place and looks (window_view.cpp)
+
+LRESULT OnMinMaxInfo(LPARAM lParam) noexcept;
+LRESULT OnSize(AppState& state, WPARAM wParam);
+LRESULT OnMoved(AppState& state, UINT message, WPARAM wParam, LPARAM lParam);
+LRESULT OnFocus(AppState& state);
+LRESULT OnActivate(AppState& state, WPARAM wParam, LPARAM lParam);
+LRESULT OnDpiChanged(AppState& state, LPARAM lParam);
+LRESULT OnPaint(AppState& state);
+LRESULT OnControlColour(AppState& state, UINT message, WPARAM wParam);
+LRESULT OnDrawItem(AppState& state, WPARAM wParam, LPARAM lParam);
+LRESULT OnMouseDown(AppState& state, WPARAM wParam, LPARAM lParam);
+
+// Moves the native controls into place. The page covers the window and there are none of them, so
+// that what is left of it is the repainting.
+void LayOut(HWND window);
+
+}  // namespace shell

@@ -1,0 +1,110 @@
+#include <dwmapi.h>
+
+#include <exception>
+#include <utility>
+
+#include "shell/job.h"
+#include "shell/page_link.h"
+#include "shell/settings_care.h"
+#include "shell/window_events.h"
+#include "shell/window_messages.h"
+#include "shell/worker.h"
+
+namespace shell {
+namespace {
+
+constexpr wchar_t kStarting[] = L"客户端启动中";
+
+void AskForDarkTitleBar(HWND window) {
+  constexpr DWORD kUseImmersiveDarkMode = 20;  // DWMWA_USE_IMMERSIVE_DARK_MODE
+  const BOOL dark = TRUE;
+  ::DwmSetWindowAttribute(window, kUseImmersiveDarkMode, &dark, sizeof(dark));
+}
+
+void StartPage(AppState& state) {
+  webui::WebHostEvents events;
+  events.log = [&state](const std::wstring& text) { Log(state, text); };
+  events.pageMessage = [window = state.window](std::wstring message) {
+    PostText(window, kFromPage, std::move(message));
+  };
+  events.environmentFailed = [window = state.window](const std::wstring& text) {
+    PostText(window, kShowFailure, text);
+  };
+  state.web = state.surroundings.createWebHost(state.window, std::move(events));
+}
+
+// The update check's thread.
+void CheckForUpdate(HWND window, const UpdateCheck& check,
+                    const settings::Settings& settings) noexcept {
+  std::wstring notice = RunUpdateCheck(check, settings);
+  if (!notice.empty()) PostText(window, kNotice, std::move(notice));
+}
+
+void StartUpdateCheck(const AppState& state) {
+  StartThread([window = state.window, check = state.surroundings.checkForUpdate,
+               settings = state.settings] {
+    CheckForUpdate(window, check, settings);
+  }).detach();
+}
+
+void Create(AppState& state, HWND window) {
+  state.window = window;
+  state.apartment = std::make_unique<ComApartment>();
+  state.gdi.Create();
+  AskForDarkTitleBar(window);
+  StartPage(state);
+  LoadSettings(state);
+  PostApplyMessage(state);
+  PostStateMessage(state);
+  LayOut(window);
+  Log(state, kStarting);
+  StartUpdateCheck(state);
+}
+
+void StopTunnel(AppState& state) noexcept {
+  try {
+    state.tunnel->Stop();
+  } catch (const std::exception&) {
+  }
+}
+
+}  // namespace
+
+LRESULT OnCreate(HWND window, LPARAM lParam) noexcept {
+  const auto* creation = reinterpret_cast<const CREATESTRUCTW*>(lParam);
+  auto* state = static_cast<AppState*>(creation->lpCreateParams);
+  ::SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(state));
+  try {
+    Create(*state, window);
+    return 0;
+  } catch (...) {
+    return -1;
+  }
+}
+
+LRESULT OnClose(AppState& state) {
+  if (state.web) state.web->Close();
+  ::DestroyWindow(state.window);
+  return 0;
+}
+
+LRESULT OnDestroy(AppState& state) {
+  if (state.web) state.web->Close();
+  DisarmRetry(state);
+  StopTunnel(state);
+  JoinWorker(state);
+  state.gdi.Delete();
+  DropPostedTexts(state.window);
+  ::PostQuitMessage(0);
+  return 0;
+}
+
+LRESULT OnGone(AppState& state, WPARAM wParam, LPARAM lParam) {
+  const HWND window = std::exchange(state.window, nullptr);
+  ::SetWindowLongPtrW(window, GWLP_USERDATA, 0);
+  state.web.reset();
+  state.apartment.reset();
+  return ::DefWindowProcW(window, WM_NCDESTROY, wParam, lParam);
+}
+
+}  // namespace shell

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/windows_sdk.h"
+
+// The window's own messages. Those with a text carry it as a heap string in lParam, owned by
+// whoever receives the message.
+namespace shell {
+
+inline constexpr UINT kJobFinished = WM_APP + 20;  // text: the job's result
+inline constexpr UINT kIgnored = WM_APP + 21;
+inline constexpr UINT kHeartbeatRefused = WM_APP + 22;  // text: the service's refusal
+inline constexpr UINT kNotice = WM_APP + 23;            // text: a line for the log
+inline constexpr UINT kFromPage = WM_APP + 30;          // text: what the page has posted
+inline constexpr UINT kToPage = WM_APP + 31;            // text: JSON for the page
+inline constexpr UINT kShowFailure = WM_APP + 32;       // text: for a message box
+
+inline constexpr UINT_PTR kUnusedTimer = 302;
+inline constexpr UINT_PTR kRetryTimer = 303;
+inline constexpr UINT kRetryMs = 5000;
+
+// Posts `message` with `text`. False, with nothing left over, when the window is gone or its queue
+// is full. Any thread.
+bool PostText(HWND window, UINT message, std::wstring text);
+
+// The text that came with a message, null when it came without. To be called once per message.
+std::unique_ptr<std::wstring> TakePostedText(LPARAM lParam) noexcept;
+
+// Frees the texts that still wait in the queue of a window about to go. Window's thread.
+void DropPostedTexts(HWND window) noexcept;
+
+}  // namespace shell

@@ -1,0 +1,57 @@
+#include "shell/actions.h"
+#include "shell/page_link.h"
+#include "shell/settings_care.h"
+#include "shell/window_events.h"
+#include "shell/window_messages.h"
+#include "shell/worker.h"
+
+namespace shell {
+namespace {
+
+constexpr wchar_t kTunnelStopped[] =
+    L"\r\n中心服务未接受心跳，已停止本机软件隧道，避免显示假在线。";
+constexpr wchar_t kLineBreak[] = L"\r\n";
+
+void Repaint(const AppState& state) {
+  ::InvalidateRect(state.window, nullptr, FALSE);
+}
+
+}  // namespace
+
+void OnJobFinished(AppState& state, const std::wstring& text) {
+  FinishJob(state, text);
+}
+
+void OnHeartbeatRefused(AppState& state, std::wstring text) {
+  state.heartbeatRunning.exchange(false);
+  ReloadSettings(state);
+  if (!state.settings.heartbeatAccepted && state.tunnel->IsRunning()) {
+    text += kTunnelStopped;
+    const std::wstring stopped = state.tunnel->Stop();
+    if (!stopped.empty()) text.append(kLineBreak).append(stopped);
+  }
+  PostApplyMessage(state);
+  PostStateMessage(state);
+  Log(state, text);
+  Repaint(state);
+}
+
+void OnNotice(AppState& state, const std::wstring& text) {
+  if (!text.empty()) Log(state, text);
+  Repaint(state);
+}
+
+LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam) {
+  if (wParam == kUnusedTimer) return 0;
+  if (wParam != kRetryTimer) return ::DefWindowProcW(state.window, WM_TIMER, wParam, lParam);
+  RetryConnect(state);
+  return 0;
+}
+
+LRESULT OnCommand(AppState& state, WPARAM wParam, LPARAM lParam) {
+  const auto control = reinterpret_cast<HWND>(lParam);
+  if (HandleCommand(state, LOWORD(wParam), HIWORD(wParam), control)) return 0;
+  return ::DefWindowProcW(state.window, WM_COMMAND, wParam, lParam);
+}
+
+}  // namespace shell

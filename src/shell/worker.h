@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "shell/app_state.h"
+
+// The one worker thread and what follows from its results. Window's thread.
+namespace shell {
+
+// Starts a thread; one that cannot be started ends the program.
+template <typename Body>
+std::thread StartThread(Body&& body) noexcept {
+  return std::thread(std::forward<Body>(body));
+}
+
+// Waits for the worker's end, if there is one; a failed wait ends the program.
+void JoinWorker(AppState& state) noexcept;
+
+// Takes the form's fields, saves them and starts `job` on the worker, with `busyText` as the
+// status. Dropped without a trace while another job runs. The result comes back as kJobFinished.
+void StartWorker(AppState& state, const std::wstring& busyText, const Job& job);
+
+// The job has ended with `text`: takes over what it has saved, shows the text, and decides whether
+// the connection request is to be repeated.
+void FinishJob(AppState& state, const std::wstring& text);
+
+// The retry timer has run out: asks for the connection again, if that is still wanted.
+void RetryConnect(AppState& state);
+
+// No retry from here on.
+void DisarmRetry(AppState& state) noexcept;
+
+}  // namespace shell

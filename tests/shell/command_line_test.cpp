@@ -1,0 +1,48 @@
+#include "shell/command_line.h"
+
+#include <gtest/gtest.h>
+
+namespace shell {
+namespace {
+
+struct Row {
+  const char* name;
+  std::vector<std::wstring> arguments;
+  bool wanted;
+};
+
+TEST(ParseApplyUpdate, NeedsTheWordAndThreeArguments) {
+  const Row rows[] = {
+      {"nothing", {}, false},
+      {"the program alone", {L"c.exe"}, false},
+      {"the word alone", {L"c.exe", L"--apply-update"}, false},
+      {"one argument", {L"c.exe", L"--apply-update", L"12"}, false},
+      {"two arguments", {L"c.exe", L"--apply-update", L"12", L"a"}, false},
+      {"three arguments", {L"c.exe", L"--apply-update", L"12", L"a", L"b"}, true},
+      {"more", {L"c.exe", L"--apply-update", L"12", L"a", L"b", L"c"}, true},
+      {"any letter case", {L"c.exe", L"--Apply-UPDATE", L"12", L"a", L"b"}, true},
+      {"another word", {L"c.exe", L"--apply", L"12", L"a", L"b"}, false},
+      {"the word in another place", {L"c.exe", L"12", L"--apply-update", L"a", L"b"}, false},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(ParseApplyUpdate(row.arguments).has_value(), row.wanted) << row.name;
+  }
+}
+
+TEST(ParseApplyUpdate, TakesTheArguments) {
+  const auto request =
+      ParseApplyUpdate({L"c.exe", L"--apply-update", L"4321", L"C:\\新 a", L"D:\\b"});
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->parentPid, 4321u);
+  EXPECT_EQ(request->source, L"C:\\新 a");
+  EXPECT_EQ(request->destination, L"D:\\b");
+}
+
+TEST(ParseApplyUpdate, ReadsWhatIsNoNumberAsZero) {
+  const auto request = ParseApplyUpdate({L"c.exe", L"--apply-update", L"x", L"a", L"b"});
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->parentPid, 0u);
+}
+
+}  // namespace
+}  // namespace shell

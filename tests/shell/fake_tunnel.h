@@ -1,0 +1,32 @@
+#pragma once
+
+#include <atomic>
+
+#include "tunnel/tunnel.h"
+
+namespace shell {
+
+// A tunnel that only remembers what it was told.
+class FakeTunnel final : public tunnel::Tunnel {
+ public:
+  tunnel::TunnelStarted Start(const tunnel::TunnelRequest&) override {
+    running = true;
+    relayConnected = true;
+    return {};
+  }
+  std::wstring Stop() override {
+    ++stops;
+    running = false;
+    relayConnected = false;
+    return stopText;
+  }
+  bool IsRunning() const noexcept override { return running; }
+  bool IsRelayConnected() const noexcept override { return relayConnected; }
+
+  std::atomic<bool> running{false};
+  std::atomic<bool> relayConnected{false};
+  std::atomic<int> stops{0};
+  std::wstring stopText = L"软件隧道已停止。";
+};
+
+}  // namespace shell

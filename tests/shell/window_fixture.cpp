@@ -1,0 +1,182 @@
+#include "shell/window_fixture.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "settings/json.h"
+#include "shell/main_window.h"
+#include "shell/window_messages.h"
+#include "text/utf8.h"
+
+namespace shell {
+namespace {
+
+constexpr DWORD kPatienceMs = 10'000;
+
+class FakeWebHost final : public webui::WebHost {
+ public:
+  explicit FakeWebHost(PageRecord& record) : record_(record) {}
+  bool IsUp() const override { return record_.up; }
+  void PostJson(const std::wstring& json) override { record_.posted.push_back(json); }
+  void FitToWindow() override { record_.calls.push_back("fit"); }
+  void SetVisible(bool visible) override { record_.calls.push_back(visible ? "show" : "hide"); }
+  void WindowMoved() override { record_.calls.push_back("moved"); }
+  void Focus() override { record_.calls.push_back("focus"); }
+  void Close() override {
+    record_.calls.push_back("close");
+    record_.up = false;
+  }
+
+ private:
+  PageRecord& record_;
+};
+
+bool DispatchOne() {
+  MSG message{};
+  if (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) == FALSE) return false;
+  if (message.message == WM_QUIT) {
+    ::PostQuitMessage(static_cast<int>(message.wParam));  // left for the test to find
+    return false;
+  }
+  ::DispatchMessageW(&message);
+  return true;
+}
+
+}  // namespace
+
+WindowTest::WindowTest() {
+  static const bool registered = RegisterMainWindow(::GetModuleHandleW(nullptr));
+  EXPECT_TRUE(registered);
+  auto tunnel = std::make_unique<FakeTunnel>();
+  tunnel_ = tunnel.get();
+  state_ = std::make_unique<AppState>(MakeSurroundings(), std::move(tunnel));
+  jobBody_ = [](settings::Settings&, tunnel::Tunnel&) { return std::wstring(L"完成"); };
+}
+
+WindowTest::~WindowTest() {
+  Close();
+  MSG message{};
+  ::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE);
+}
+
+Job WindowTest::NamedJob(const char* name) {
+  return [this, name](settings::Settings& settings, tunnel::Tunnel& tunnel) {
+    jobsRun_.push_back(name);
+    return jobBody_(settings, tunnel);
+  };
+}
+
+Surroundings WindowTest::MakeSurroundings() {
+  Surroundings fakes;
+  fakes.jobs = {NamedJob("connect"), NamedJob("stop"), NamedJob("latency"), NamedJob("desktop"),
+                NamedJob("resolve")};
+  fakes.store.load = [this](settings::Settings& settings) {
+    storeCalls_.push_back("load");
+    if (fileDamaged_) throw std::runtime_error("Invalid JSON.");
+    settings = file_;
+  };
+  fakes.store.save = [this](const settings::Settings& settings) {
+    storeCalls_.push_back("save");
+    if (saveFails_) throw std::runtime_error("disk");
+    ++saves_;
+    fileDamaged_ = false;
+    file_ = settings;
+  };
+  fakes.store.keepDamaged = [this] {
+    storeCalls_.push_back("keep");
+    ++keeps_;
+    return keptAs_;
+  };
+  // The update check outlives the window: it gets nothing of the test's own.
+  fakes.checkForUpdate = [](const settings::Settings& settings) { return settings.deviceName; };
+  fakes.writeLogLine = [this](const std::wstring& text) { logged_.push_back(text); };
+  fakes.createWebHost = [this](HWND, webui::WebHostEvents events) {
+    events_ = std::move(events);
+    if (!environmentFailure_.empty()) {
+      events_.log(environmentFailure_);
+      events_.environmentFailed(environmentFailure_);
+    }
+    return std::make_unique<FakeWebHost>(page_);
+  };
+  fakes.showMessageBox = [this](HWND, const std::wstring& text) { boxes_.push_back(text); };
+  return fakes;
+}
+
+void WindowTest::Open() {
+  ASSERT_NE(CreateMainWindow(::GetModuleHandleW(nullptr), *state_), nullptr);
+}
+
+void WindowTest::Pump() {
+  while (DispatchOne()) {
+  }
+}
+
+void WindowTest::PumpUntil(const std::function<bool()>& done) {
+  const ULONGLONG end = ::GetTickCount64() + kPatienceMs;
+  while (!done()) {
+    ASSERT_LT(::GetTickCount64(), end) << "nothing came of it";
+    if (!DispatchOne()) ::MsgWaitForMultipleObjects(0, nullptr, FALSE, 100, QS_ALLINPUT);
+  }
+}
+
+void WindowTest::FinishJob() {
+  PumpUntil([this] { return !state_->busy; });
+  Pump();
+}
+
+void WindowTest::OpenWithReadyPage() {
+  Open();
+  Pump();
+  PageSends(L"{\"action\":\"ready\",\"f\":{\"secret\":\"key\"}}");
+  Pump();
+  ForgetRecords();
+}
+
+void WindowTest::Close() {
+  if (state_->window != nullptr) Send(WM_CLOSE);
+}
+
+void WindowTest::PageSends(const std::wstring& json) {
+  SendText(kFromPage, json);
+}
+
+void WindowTest::SendText(UINT message, const std::wstring& text) {
+  auto posted = std::make_unique<std::wstring>(text);
+  Send(message, 0, reinterpret_cast<LPARAM>(posted.release()));
+}
+
+LRESULT WindowTest::Send(UINT message, WPARAM wParam, LPARAM lParam) {
+  return ::SendMessageW(state_->window, message, wParam, lParam);
+}
+
+void WindowTest::Connect(const std::wstring& refusal, const std::wstring& connectionId) {
+  jobBody_ = [this, refusal, connectionId](settings::Settings& settings, tunnel::Tunnel&) {
+    settings.heartbeatMessage = refusal;
+    settings.connectionId = connectionId;
+    file_ = settings;
+    return std::wstring(L"结果");
+  };
+  PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"key\"}}");
+  FinishJob();
+}
+
+void WindowTest::ForgetRecords() {
+  logged_.clear();
+  page_.posted.clear();
+  page_.calls.clear();
+  storeCalls_.clear();
+  jobsRun_.clear();
+  saves_ = 0;
+  keeps_ = 0;
+}
+
+std::vector<std::string> WindowTest::PostedKinds() const {
+  std::vector<std::string> kinds;
+  for (const std::wstring& json : page_.posted) {
+    kinds.push_back(
+        text::ToUtf8(settings::JsonStringOrEmpty(settings::ReadJsonDocument(json), L"t")));
+  }
+  return kinds;
+}
+
+}  // namespace shell

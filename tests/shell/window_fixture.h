@@ -1,0 +1,76 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "shell/app_state.h"
+#include "shell/fake_tunnel.h"
+
+namespace shell {
+
+// A browser control that only remembers what it was told.
+struct PageRecord {
+  bool up = true;
+  std::vector<std::wstring> posted;
+  std::vector<std::string> calls;
+};
+
+// The real main window, with its real procedure and message queue, among fakes.
+class WindowTest : public testing::Test {
+ protected:
+  WindowTest();
+  ~WindowTest() override;
+
+  // Makes the window, not shown. Posted messages wait until they are pumped.
+  void Open();
+  // Dispatches posted messages until there are none left.
+  void Pump();
+  // Dispatches messages until `done`, for at most some seconds.
+  void PumpUntil(const std::function<bool()>& done);
+  // Pumps until the running job's result has been handled, and all that it posted.
+  void FinishJob();
+  // As Open and Pump, with the page ready and all records empty.
+  void OpenWithReadyPage();
+  // Destroys the window as its close button does.
+  void Close();
+
+  // The page posts `json`; handled at once.
+  void PageSends(const std::wstring& json);
+  // Posts one of the window's own messages with a text and handles it.
+  void SendText(UINT message, const std::wstring& text);
+  LRESULT Send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0);
+  // The engineer clicks 连接, and the job leaves `refusal` and `connectionId` in the file.
+  void Connect(const std::wstring& refusal, const std::wstring& connectionId);
+  void ForgetRecords();
+
+  // The members named t of the posted messages, in order: "state", "apply", "log".
+  std::vector<std::string> PostedKinds() const;
+
+  // What the fakes do and what they saw.
+  settings::Settings file_;   // the settings file
+  bool fileDamaged_ = false;  // loading throws
+  bool saveFails_ = false;    // saving throws
+  std::wstring keptAs_ = L"C:\\kept.json";
+  int saves_ = 0;
+  int keeps_ = 0;
+  std::vector<std::string> storeCalls_;
+  std::vector<std::string> jobsRun_;
+  std::function<std::wstring(settings::Settings&, tunnel::Tunnel&)> jobBody_;
+  std::vector<std::wstring> logged_;
+  std::vector<std::wstring> boxes_;
+  PageRecord page_;
+  webui::WebHostEvents events_;
+  std::wstring environmentFailure_;  // when set, making the environment fails at once
+  FakeTunnel* tunnel_ = nullptr;     // the state's
+  std::unique_ptr<AppState> state_;
+
+ private:
+  Surroundings MakeSurroundings();
+  Job NamedJob(const char* name);
+};
+
+}  // namespace shell

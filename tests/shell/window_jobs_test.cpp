@@ -1,0 +1,242 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <future>
+#include <stdexcept>
+
+#include "settings/json.h"
+#include "shell/window_fixture.h"
+#include "shell/window_messages.h"
+
+namespace shell {
+namespace {
+
+using Lines = std::vector<std::wstring>;
+using Names = std::vector<std::string>;
+
+constexpr wchar_t kConnectBusy[] = L"正在请求连接授权...";
+constexpr wchar_t kRetryBusy[] = L"正在自动重试连接授权...";
+constexpr wchar_t kRetryLine[] = L"授权未恢复，将每 5 秒自动重试连接。";
+
+class WindowJobs : public WindowTest {
+ protected:
+  WindowJobs() { OpenWithReadyPage(); }
+
+  // True when the retry timer was set; it no longer is afterwards.
+  bool TakeRetryTimer() { return ::KillTimer(state_->window, kRetryTimer) != FALSE; }
+
+  std::wstring StatusLine(std::size_t message) const {
+    return settings::JsonStringOrEmpty(settings::ReadJsonDocument(page_.posted.at(message)),
+                                       L"statusline");
+  }
+};
+
+TEST_F(WindowJobs, ShowABusyTextAndThenTheResult) {
+  Connect(L"", L"c1");
+  EXPECT_EQ(logged_, (Lines{kConnectBusy, L"结果"}));
+  EXPECT_EQ(PostedKinds(), (Names{"state", "log", "apply", "state", "state", "log"}));
+  EXPECT_EQ(StatusLine(0), kConnectBusy);
+  EXPECT_EQ(StatusLine(3), kConnectBusy);
+  EXPECT_EQ(StatusLine(4), L"结果");
+  EXPECT_EQ(storeCalls_, (Names{"save", "load"}));
+  EXPECT_EQ(state_->lastMessage, L"结果");
+  EXPECT_EQ(state_->settings.connectionId, L"c1");
+  EXPECT_FALSE(state_->worker.joinable());
+}
+
+TEST_F(WindowJobs, WorkOnACopyOfTheSettingsWithTheFormsFields) {
+  settings::Settings given;
+  jobBody_ = [&given](settings::Settings& settings, tunnel::Tunnel&) {
+    given = settings;
+    settings.deviceNumber = L"not saved";
+    return std::wstring();
+  };
+  PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\" s \",\"testip\":\"1.2.3.4\"}}");
+  EXPECT_EQ(file_.deviceSecret, L"s");
+  FinishJob();
+  EXPECT_EQ(given.deviceSecret, L"s");
+  EXPECT_EQ(given.testIp, L"1.2.3.4");
+  EXPECT_EQ(state_->settings.deviceNumber, L"");
+}
+
+TEST_F(WindowJobs, ShowWhatTheyThrow) {
+  jobBody_ = [](settings::Settings&, tunnel::Tunnel&) -> std::wstring {
+    throw std::runtime_error("WinHttpReceiveResponse failed.");
+  };
+  PageSends(L"{\"action\":\"stop\",\"f\":{}}");
+  FinishJob();
+  EXPECT_EQ(logged_.back(), L"Error: WinHttpReceiveResponse failed.");
+  EXPECT_TRUE(page_.posted.back().ends_with(L"\"cls\":\"er\"}"));
+  EXPECT_FALSE(state_->busy);
+}
+
+TEST_F(WindowJobs, AreDroppedWithoutATraceWhileOneRuns) {
+  std::promise<void> gate;
+  jobBody_ = [opened = gate.get_future().share()](settings::Settings&, tunnel::Tunnel&) {
+    opened.wait();
+    return std::wstring(L"完成");
+  };
+  PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"first\"}}");
+  Pump();
+  ForgetRecords();
+  for (const wchar_t* action : {L"connect", L"test", L"stop", L"desktop", L"secondary"}) {
+    PageSends(L"{\"action\":\"" + std::wstring(action) + L"\",\"f\":{\"secret\":\"second\"}}");
+  }
+  Send(WM_COMMAND, 1009);
+  Pump();
+  EXPECT_TRUE(logged_.empty());
+  EXPECT_TRUE(page_.posted.empty());
+  EXPECT_TRUE(storeCalls_.empty());
+  EXPECT_EQ(state_->settings.deviceSecret, L"first");
+  gate.set_value();
+  FinishJob();
+  EXPECT_EQ(logged_, Lines{L"完成"});
+}
+
+TEST_F(WindowJobs, MayFollowOneAnother) {
+  for (int i = 0; i < 3; ++i) Connect(L"", L"");
+  EXPECT_EQ(jobsRun_, (Names{"connect", "connect", "connect"}));
+}
+
+TEST_F(WindowJobs, RefusalArmsTheRetryOnceAndSaysSoOnce) {
+  Connect(L"DEVICE_OFFLINE", L"");
+  EXPECT_EQ(logged_, (Lines{kConnectBusy, L"结果", kRetryLine}));
+  EXPECT_TRUE(state_->retryArmed);
+  ForgetRecords();
+
+  Send(WM_TIMER, kRetryTimer);
+  FinishJob();
+  EXPECT_EQ(logged_, (Lines{kRetryBusy, L"结果"}));
+  EXPECT_EQ(jobsRun_, Names{"connect"});
+  Connect(L"TRAFFIC_QUOTA_EXCEEDED", L"");
+  EXPECT_EQ(std::count(logged_.begin(), logged_.end(), kRetryLine), 0);
+  EXPECT_TRUE(state_->retryArmed);
+  EXPECT_TRUE(TakeRetryTimer());
+}
+
+TEST_F(WindowJobs, SuccessEndsTheRetry) {
+  Connect(L"DEVICE_OFFLINE", L"");
+  Connect(L"", L"c1");
+  EXPECT_FALSE(state_->retryArmed);
+  EXPECT_FALSE(TakeRetryTimer());
+  Connect(L"DEVICE_OFFLINE", L"");
+  EXPECT_EQ(std::count(logged_.begin(), logged_.end(), kRetryLine), 2);
+}
+
+TEST_F(WindowJobs, AnotherRefusalEndsTheRetry) {
+  Connect(L"DEVICE_OFFLINE", L"");
+  Connect(L"INVALID_SECRET", L"");
+  EXPECT_FALSE(state_->retryArmed);
+  EXPECT_FALSE(TakeRetryTimer());
+}
+
+struct TimerRow {
+  const char* name;
+  bool busy;
+  const wchar_t* connectionId;
+  const wchar_t* code;
+  WPARAM timer;
+  bool starts;
+};
+
+TEST_F(WindowJobs, RetryTimerAsksAgainOnlyWhileThatIsWanted) {
+  const TimerRow rows[] = {
+      {"refused", false, L"", L"DEVICE_OFFLINE", kRetryTimer, true},
+      {"busy", true, L"", L"DEVICE_OFFLINE", kRetryTimer, false},
+      {"connected", false, L"c1", L"DEVICE_OFFLINE", kRetryTimer, false},
+      {"no longer refused", false, L"", L"", kRetryTimer, false},
+      {"refused for good", false, L"", L"INVALID_SECRET", kRetryTimer, false},
+      {"the unused timer", false, L"", L"DEVICE_OFFLINE", kUnusedTimer, false},
+      {"a foreign timer", false, L"", L"DEVICE_OFFLINE", 7, false},
+  };
+  for (const TimerRow& row : rows) {
+    ForgetRecords();
+    state_->busy = row.busy;
+    state_->settings.connectionId = row.connectionId;
+    state_->settings.heartbeatMessage = row.code;
+    Send(WM_TIMER, row.timer);
+    if (row.starts) FinishJob();
+    state_->busy = false;
+    EXPECT_EQ(jobsRun_, row.starts ? Names{"connect"} : Names{}) << row.name;
+    EXPECT_EQ(logged_.empty(), !row.starts) << row.name;
+  }
+}
+
+TEST_F(WindowJobs, ResultWithoutATextIsAnEmptyLine) {
+  Send(kJobFinished);
+  EXPECT_EQ(logged_, Lines{L""});
+}
+
+struct HeartbeatRow {
+  const char* name;
+  bool accepted;
+  bool running;
+  const wchar_t* stopText;
+  bool stops;
+  const wchar_t* wanted;
+};
+
+TEST_F(WindowJobs, RefusedHeartbeatStopsATunnelThatIsNoLongerAccepted) {
+  const HeartbeatRow rows[] = {
+      {"refused", false, true, L"软件隧道已停止。", true,
+       L"拒绝\r\n中心服务未接受心跳，已停止本机软件隧道，避免显示假在线。\r\n软件隧道已停止。"},
+      {"refused, nothing to say at the stop", false, true, L"", true,
+       L"拒绝\r\n中心服务未接受心跳，已停止本机软件隧道，避免显示假在线。"},
+      {"refused without a tunnel", false, false, L"x", false, L"拒绝"},
+      {"accepted meanwhile", true, true, L"x", false, L"拒绝"},
+      {"accepted, no tunnel", true, false, L"x", false, L"拒绝"},
+  };
+  for (const HeartbeatRow& row : rows) {
+    ForgetRecords();
+    file_.heartbeatAccepted = row.accepted;
+    state_->settings.heartbeatAccepted = !row.accepted;
+    state_->heartbeatRunning = true;
+    tunnel_->running = row.running;
+    tunnel_->stopText = row.stopText;
+    tunnel_->stops = 0;
+    SendText(kHeartbeatRefused, L"拒绝");
+    Pump();
+    EXPECT_EQ(tunnel_->stops, row.stops ? 1 : 0) << row.name;
+    EXPECT_EQ(logged_, Lines{row.wanted}) << row.name;
+    EXPECT_EQ(PostedKinds(), (Names{"apply", "state", "log"})) << row.name;
+    EXPECT_FALSE(state_->heartbeatRunning) << row.name;
+  }
+}
+
+TEST_F(WindowJobs, RefusedHeartbeatMayComeWithoutAText) {
+  tunnel_->running = true;
+  Send(kHeartbeatRefused);
+  EXPECT_EQ(logged_, Lines{L"\r\n中心服务未接受心跳，已停止本机软件隧道，避免显示假在线。\r\n"
+                           L"软件隧道已停止。"});
+}
+
+TEST_F(WindowJobs, NoticesAreLoggedUnlessEmpty) {
+  SendText(kNotice, L"新版本");
+  SendText(kNotice, L"");
+  Send(kNotice);
+  Send(kIgnored);
+  EXPECT_EQ(logged_, Lines{L"新版本"});
+}
+
+TEST_F(WindowJobs, FileDamagedMeanwhileIsToldAndSetAsideBeforeTheNextSave) {
+  file_.siteProfiles.resize(1);
+  jobBody_ = [this](settings::Settings&, tunnel::Tunnel&) {
+    fileDamaged_ = true;
+    return std::wstring(L"结果");
+  };
+  PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"mine\"}}");
+  FinishJob();
+  EXPECT_EQ(state_->settings.deviceSecret, L"mine");
+  ASSERT_EQ(logged_.size(), 3u);
+  EXPECT_NE(logged_[1].find(L"设置文件无法读取"), std::wstring::npos);
+  EXPECT_EQ(logged_[2], L"结果");
+  ForgetRecords();
+
+  PageSends(L"{\"action\":\"discovery\",\"f\":{\"secret\":\"mine\",\"discovery\":true}}");
+  EXPECT_EQ(storeCalls_, (Names{"keep", "save"}));
+  PageSends(L"{\"action\":\"discovery\",\"f\":{}}");
+  EXPECT_EQ(storeCalls_, (Names{"keep", "save", "save"}));
+}
+
+}  // namespace
+}  // namespace shell
