@@ -1,0 +1,398 @@
+#include "platform/socket.h"
+
+#include <algorithm>
+#include <cstring>
+
+#ifdef _WIN32
+#include "platform/windows_sdk.h"
+#else
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#endif
+
+namespace platform {
+namespace {
+
+// ---- What differs between the two systems, and nothing else. ----
+#ifdef _WIN32
+
+using Raw = SOCKET;
+using Length = int;
+constexpr int kSendFlags = 0;
+constexpr int kClosed = WSAENOTSOCK;
+
+bool IsValid(Raw raw) noexcept {
+  return raw != INVALID_SOCKET;
+}
+int LastError() noexcept {
+  return ::WSAGetLastError();
+}
+void CloseRaw(Raw raw) noexcept {
+  ::closesocket(raw);
+}
+int ShutDown(Raw raw) noexcept {
+  return ::shutdown(raw, SD_BOTH);
+}
+// shutdown() alone leaves a blocked receive asleep here; cancelling its request wakes it, while the
+// handle stays ours.
+void Wake(Raw raw) noexcept {
+  ::CancelIoEx(reinterpret_cast<HANDLE>(raw), nullptr);
+}
+Length ToLength(std::size_t size) noexcept {
+  return static_cast<Length>(std::min<std::size_t>(size, 0x7FFFFFFF));
+}
+
+using TimeValue = DWORD;
+TimeValue ToTimeValue(std::chrono::milliseconds time) noexcept {
+  return static_cast<TimeValue>(time.count());
+}
+std::chrono::milliseconds FromTimeValue(TimeValue value) noexcept {
+  return std::chrono::milliseconds(value);
+}
+
+#else
+
+using Raw = int;
+using Length = std::size_t;
+constexpr int kSendFlags = MSG_NOSIGNAL;
+constexpr int kClosed = EBADF;
+
+bool IsValid(Raw raw) noexcept {
+  return raw >= 0;
+}
+int LastError() noexcept {
+  return errno;
+}
+void CloseRaw(Raw raw) noexcept {
+  ::close(raw);
+}
+int ShutDown(Raw raw) noexcept {
+  return ::shutdown(raw, SHUT_RDWR);
+}
+// close() alone leaves a blocked call asleep here; shutdown() wakes it. Repeated, for a connect()
+// that was entered after the first one.
+void Wake(Raw raw) noexcept {
+  ShutDown(raw);
+}
+Length ToLength(std::size_t size) noexcept {
+  return size;
+}
+
+using TimeValue = timeval;
+TimeValue ToTimeValue(std::chrono::milliseconds time) noexcept {
+  TimeValue value{};
+  value.tv_sec = static_cast<decltype(value.tv_sec)>(time.count() / 1000);
+  value.tv_usec = static_cast<decltype(value.tv_usec)>(time.count() % 1000 * 1000);
+  return value;
+}
+std::chrono::milliseconds FromTimeValue(TimeValue value) noexcept {
+  return std::chrono::milliseconds(value.tv_sec * 1000 + value.tv_usec / 1000);
+}
+
+#endif
+
+// Winsock takes char*, POSIX void*, which char* becomes.
+const char* Bytes(const void* data) noexcept {
+  return static_cast<const char*>(data);
+}
+char* Bytes(void* data) noexcept {
+  return static_cast<char*>(data);
+}
+
+constexpr int kOn = 1;
+// How often Close() tries to wake calls, and the pause between two tries.
+constexpr int kWakeTries = 100;
+constexpr std::chrono::milliseconds kWakePause{2};
+
+template <typename Value>
+Value ReadOption(Raw raw, int level, int name) noexcept {
+  Value value{};
+  socklen_t size = sizeof(value);
+  ::getsockopt(raw, level, name, static_cast<char*>(static_cast<void*>(&value)), &size);
+  return value;
+}
+
+const sockaddr* System(const SocketAddress& address) noexcept {
+  return static_cast<const sockaddr*>(address.Data());
+}
+
+// What one send or recv returned, with the error saved at once.
+template <typename Moved>
+SocketResult ToResult(Moved moved) noexcept {
+  if (moved < 0) return {0, LastError()};
+  return {static_cast<std::size_t>(moved), 0};
+}
+
+}  // namespace
+
+SocketLibrary::~SocketLibrary() {
+#ifdef _WIN32
+  if (started_) ::WSACleanup();
+#endif
+}
+
+int SocketLibrary::Start() noexcept {
+  if (started_) return 0;
+#ifdef _WIN32
+  WSADATA data{};
+  const int error = ::WSAStartup(MAKEWORD(2, 2), &data);
+  if (error != 0) return error;
+#endif
+  started_ = true;
+  return 0;
+}
+
+SocketAddress SocketAddress::Ipv4(std::uint32_t address, std::uint16_t port) noexcept {
+  sockaddr_in system{};
+  system.sin_family = AF_INET;
+  system.sin_port = htons(port);
+  system.sin_addr.s_addr = htonl(address);
+  return FromSystem(&system, sizeof(system));
+}
+
+SocketAddress SocketAddress::FromSystem(const void* address, std::size_t lengthBytes) noexcept {
+  SocketAddress result;
+  result.sizeBytes_ = std::min(lengthBytes, result.bytes_.size());
+  std::memcpy(result.bytes_.data(), address, result.sizeBytes_);
+  return result;
+}
+
+std::uint16_t SocketAddress::Port() const noexcept {
+  // Both families keep it in the same place.
+  static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
+  if (Family() != AF_INET && Family() != AF_INET6) return 0;
+  std::uint16_t portBe = 0;
+  std::memcpy(&portBe, bytes_.data() + offsetof(sockaddr_in, sin_port), sizeof(portBe));
+  return ntohs(portBe);
+}
+
+int SocketAddress::Family() const noexcept {
+  return sizeBytes_ < sizeof(sockaddr_in) ? 0 : System(*this)->sa_family;
+}
+
+std::vector<SocketAddress> ResolveHost(const std::string& host, std::uint16_t port,
+                                       SocketKind kind) {
+  addrinfo hints{};
+  const bool udp = kind == SocketKind::UdpIpv4;
+  hints.ai_family = udp ? AF_INET : AF_UNSPEC;
+  hints.ai_socktype = udp ? SOCK_DGRAM : SOCK_STREAM;
+  hints.ai_protocol = udp ? IPPROTO_UDP : IPPROTO_TCP;
+  addrinfo* found = nullptr;
+  const int failed = ::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
+  if (failed != 0) return {};
+  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
+  std::vector<SocketAddress> addresses;
+  for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+    addresses.push_back(SocketAddress::FromSystem(entry->ai_addr, entry->ai_addrlen));
+  }
+  return addresses;
+}
+
+bool IsSocketTimeout(int error) noexcept {
+#ifdef _WIN32
+  return error == WSAETIMEDOUT;
+#else
+  return error == EAGAIN || error == EWOULDBLOCK || error == ETIMEDOUT;
+#endif
+}
+
+int SocketClosedError() noexcept {
+  return kClosed;
+}
+
+// One call on the socket: holds the handle open from its construction to its end.
+class Socket::Call {
+ public:
+  explicit Call(Socket& socket) noexcept : socket_(socket) {
+    const MutexLock held(socket_.lock_);
+    if (socket_.closed_) return;
+    ++socket_.callsInside_;
+    raw_ = static_cast<Raw>(socket_.raw_);
+    entered_ = true;
+  }
+  ~Call() {
+    if (!entered_) return;
+    const MutexLock held(socket_.lock_);
+    --socket_.callsInside_;
+    socket_.left_.NotifyAll();
+  }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
+  [[nodiscard]] bool Entered() const noexcept { return entered_; }
+  [[nodiscard]] Raw Handle() const noexcept { return raw_; }
+  // `error`, or the closed code when Close() came meanwhile.
+  [[nodiscard]] int Judge(int error) const noexcept {
+    const MutexLock held(socket_.lock_);
+    return socket_.closed_ ? kClosed : error;
+  }
+  [[nodiscard]] SocketResult Judge(SocketResult result) const noexcept {
+    const int error = Judge(result.error);
+    return error == 0 ? result : SocketResult{0, error};
+  }
+
+ private:
+  Socket& socket_;
+  Raw raw_{};
+  bool entered_ = false;
+};
+
+std::shared_ptr<Socket> Socket::Create(SocketKind kind, int family, int& error) {
+  const bool udp = kind == SocketKind::UdpIpv4;
+  const Raw raw = ::socket(family, udp ? SOCK_DGRAM : SOCK_STREAM, udp ? IPPROTO_UDP : IPPROTO_TCP);
+  error = IsValid(raw) ? 0 : LastError();
+  if (!IsValid(raw)) return nullptr;
+  return std::shared_ptr<Socket>(new Socket(static_cast<std::uintptr_t>(raw)));
+}
+
+Socket::~Socket() {
+  Close();
+}
+
+int Socket::SetOption(int level, int name, const void* value, std::size_t sizeBytes) noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return kClosed;
+  const int failed = ::setsockopt(call.Handle(), level, name, static_cast<const char*>(value),
+                                  static_cast<socklen_t>(sizeBytes));
+  return failed == 0 ? 0 : LastError();
+}
+
+int Socket::SetTimeouts(std::chrono::milliseconds receive,
+                        std::chrono::milliseconds send) noexcept {
+  const TimeValue receiveValue = ToTimeValue(receive);
+  const TimeValue sendValue = ToTimeValue(send);
+  const int error = SetOption(SOL_SOCKET, SO_RCVTIMEO, &receiveValue, sizeof(receiveValue));
+  const int second = SetOption(SOL_SOCKET, SO_SNDTIMEO, &sendValue, sizeof(sendValue));
+  return error != 0 ? error : second;
+}
+
+int Socket::SetNoDelay() noexcept {
+  return SetOption(IPPROTO_TCP, TCP_NODELAY, &kOn, sizeof(kOn));
+}
+
+int Socket::SetKeepAlive() noexcept {
+  return SetOption(SOL_SOCKET, SO_KEEPALIVE, &kOn, sizeof(kOn));
+}
+
+int Socket::SetBufferBytes(int receiveBytes, int sendBytes) noexcept {
+  const int error = SetOption(SOL_SOCKET, SO_RCVBUF, &receiveBytes, sizeof(receiveBytes));
+  const int second = SetOption(SOL_SOCKET, SO_SNDBUF, &sendBytes, sizeof(sendBytes));
+  return error != 0 ? error : second;
+}
+
+Socket::Options Socket::ReadOptions() noexcept {
+  Options options;
+  const Call call(*this);
+  if (!call.Entered()) return options;
+  const Raw raw = call.Handle();
+  options.receiveTimeout = FromTimeValue(ReadOption<TimeValue>(raw, SOL_SOCKET, SO_RCVTIMEO));
+  options.sendTimeout = FromTimeValue(ReadOption<TimeValue>(raw, SOL_SOCKET, SO_SNDTIMEO));
+  options.noDelay = ReadOption<int>(raw, IPPROTO_TCP, TCP_NODELAY) != 0;
+  options.keepAlive = ReadOption<int>(raw, SOL_SOCKET, SO_KEEPALIVE) != 0;
+  options.receiveBufferBytes = ReadOption<int>(raw, SOL_SOCKET, SO_RCVBUF);
+  options.sendBufferBytes = ReadOption<int>(raw, SOL_SOCKET, SO_SNDBUF);
+  return options;
+}
+
+int Socket::Connect(const SocketAddress& address) noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return kClosed;
+  const int failed =
+      ::connect(call.Handle(), System(address), static_cast<socklen_t>(address.SizeBytes()));
+  return call.Judge(failed == 0 ? 0 : LastError());
+}
+
+int Socket::Bind(const SocketAddress& address) noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return kClosed;
+  const int failed =
+      ::bind(call.Handle(), System(address), static_cast<socklen_t>(address.SizeBytes()));
+  return failed == 0 ? 0 : LastError();
+}
+
+int Socket::Listen() noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return kClosed;
+  return ::listen(call.Handle(), 16) == 0 ? 0 : LastError();
+}
+
+std::shared_ptr<Socket> Socket::Accept(int& error) {
+  const Call call(*this);
+  error = kClosed;
+  if (!call.Entered()) return nullptr;
+  const Raw raw = ::accept(call.Handle(), nullptr, nullptr);
+  error = call.Judge(IsValid(raw) ? 0 : LastError());
+  if (error == 0) return std::shared_ptr<Socket>(new Socket(static_cast<std::uintptr_t>(raw)));
+  if (IsValid(raw)) CloseRaw(raw);
+  return nullptr;
+}
+
+SocketAddress Socket::LocalAddress() noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return {};
+  sockaddr_storage storage{};
+  socklen_t size = sizeof(storage);
+  sockaddr* const name = static_cast<sockaddr*>(static_cast<void*>(&storage));
+  if (::getsockname(call.Handle(), name, &size) != 0) return {};
+  return SocketAddress::FromSystem(&storage, static_cast<std::size_t>(size));
+}
+
+SocketResult Socket::Send(std::span<const std::byte> bytes) noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return {0, kClosed};
+  return call.Judge(
+      ToResult(::send(call.Handle(), Bytes(bytes.data()), ToLength(bytes.size()), kSendFlags)));
+}
+
+SocketResult Socket::Receive(std::span<std::byte> buffer) noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return {0, kClosed};
+  return call.Judge(
+      ToResult(::recv(call.Handle(), Bytes(buffer.data()), ToLength(buffer.size()), 0)));
+}
+
+SocketResult Socket::SendTo(std::span<const std::byte> bytes, const SocketAddress& to) noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return {0, kClosed};
+  return call.Judge(
+      ToResult(::sendto(call.Handle(), Bytes(bytes.data()), ToLength(bytes.size()), kSendFlags,
+                        System(to), static_cast<socklen_t>(to.SizeBytes()))));
+}
+
+SocketResult Socket::ReceiveFrom(std::span<std::byte> buffer, SocketAddress& from) noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return {0, kClosed};
+  sockaddr_storage storage{};
+  socklen_t size = sizeof(storage);
+  sockaddr* const name = static_cast<sockaddr*>(static_cast<void*>(&storage));
+  const SocketResult result = call.Judge(ToResult(
+      ::recvfrom(call.Handle(), Bytes(buffer.data()), ToLength(buffer.size()), 0, name, &size)));
+  if (result.error == 0) {
+    from = SocketAddress::FromSystem(&storage, static_cast<std::size_t>(size));
+  }
+  return result;
+}
+
+void Socket::Close() noexcept {
+  const MutexLock held(lock_);
+  if (closed_) return;
+  closed_ = true;
+  const Raw raw = static_cast<Raw>(raw_);
+  ShutDown(raw);
+  // A call may be counted and not yet blocked, so it is woken again until it has left. Should the
+  // system refuse to wake it, closing the handle under it is the last resort.
+  for (int tries = 0; callsInside_ > 0 && tries < kWakeTries; ++tries) {
+    Wake(raw);
+    left_.WaitFor(lock_, kWakePause);
+  }
+  CloseRaw(raw);
+}
+
+}  // namespace platform

@@ -1,0 +1,85 @@
+#include "platform/files.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/scratch_folder.h"
+
+namespace platform {
+namespace {
+
+class FilesTest : public testing::Test {
+ protected:
+  ScratchFolder scratch_;
+};
+
+TEST_F(FilesTest, ReadsBackWhatItWrote) {
+  const std::string everyByte = [] {
+    std::string bytes;
+    for (int i = 0; i < 256; ++i) bytes.push_back(static_cast<char>(i));
+    return bytes;
+  }();
+  const std::wstring path = scratch_.Path(L"\x5DE5\x5177 \xD83D\xDE00.json");
+  for (const std::string& bytes : {std::string(), std::string("\r\n\x1A\n"), everyByte,
+                                   std::string((1 << 20), 'x'), std::string((1 << 20) + 1, 'y')}) {
+    ASSERT_TRUE(WriteFileBytes(path, bytes));
+    const auto read = ReadFileBytes(path);
+    ASSERT_TRUE(read.has_value());
+    EXPECT_TRUE(*read == bytes) << bytes.size();
+  }
+}
+
+TEST_F(FilesTest, ReplacesALongerFileWhole) {
+  const std::wstring path = scratch_.Path(L"a");
+  ASSERT_TRUE(WriteFileBytes(path, "a long text"));
+  ASSERT_TRUE(WriteFileBytes(path, "short"));
+  EXPECT_EQ(ReadFileBytes(path), "short");
+}
+
+TEST_F(FilesTest, ReadsNothingWhereThereIsNoFile) {
+  EXPECT_EQ(ReadFileBytes(scratch_.Path(L"missing")), std::nullopt);
+  EXPECT_EQ(ReadFileBytes(scratch_.Path(L"missing\\deeper")), std::nullopt);
+  EXPECT_EQ(ReadFileBytes(scratch_.Folder()), std::nullopt);
+}
+
+TEST_F(FilesTest, WritesNothingWithoutItsFolder) {
+  EXPECT_FALSE(WriteFileBytes(scratch_.Path(L"missing\\a"), "x"));
+  EXPECT_FALSE(WriteFileBytes(scratch_.Folder(), "x"));
+}
+
+TEST_F(FilesTest, KnowsFilesFromFolders) {
+  ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"a"), ""));
+  EXPECT_TRUE(IsFile(scratch_.Path(L"a")));
+  EXPECT_FALSE(IsFile(scratch_.Folder()));
+  EXPECT_FALSE(IsFile(scratch_.Path(L"missing")));
+}
+
+TEST_F(FilesTest, CreatesFoldersWithTheirParents) {
+  const std::wstring deep = scratch_.Path(L"a\\\x4E2D\x6587/c");
+  EXPECT_TRUE(CreateFolders(deep));
+  EXPECT_TRUE(CreateFolders(deep));  // one that exists is fine
+  EXPECT_TRUE(WriteFileBytes(deep + L"\\file", "x"));
+}
+
+TEST_F(FilesTest, CreatesNoFolderInPlaceOfAFile) {
+  ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"a"), ""));
+  EXPECT_FALSE(CreateFolders(scratch_.Path(L"a")));
+  EXPECT_FALSE(CreateFolders(scratch_.Path(L"a\\b")));
+  EXPECT_FALSE(CreateFolders(L""));
+}
+
+TEST_F(FilesTest, RenamesButNeverOverAFile) {
+  ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"a"), "first"));
+  ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"b"), "second"));
+  EXPECT_FALSE(RenameFile(scratch_.Path(L"a"), scratch_.Path(L"b")));
+  EXPECT_EQ(ReadFileBytes(scratch_.Path(L"a")), "first");
+  EXPECT_EQ(ReadFileBytes(scratch_.Path(L"b")), "second");
+  EXPECT_TRUE(RenameFile(scratch_.Path(L"a"), scratch_.Path(L"c")));
+  EXPECT_FALSE(IsFile(scratch_.Path(L"a")));
+  EXPECT_EQ(ReadFileBytes(scratch_.Path(L"c")), "first");
+  EXPECT_FALSE(RenameFile(scratch_.Path(L"missing"), scratch_.Path(L"d")));
+}
+
+}  // namespace
+}  // namespace platform

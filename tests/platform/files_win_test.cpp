@@ -1,0 +1,46 @@
+#include <gtest/gtest.h>
+
+#include "platform/files.h"
+#include "platform/handles_win.h"
+#include "platform/scratch_folder.h"
+
+namespace platform {
+namespace {
+
+// Under Wine the administrator of the host may write read-only files, so ask the system first.
+TEST(FilesOnWindows, WritesAReadOnlyFileOnlyWhereTheSystemOpensOne) {
+  const ScratchFolder scratch;
+  const std::wstring path = scratch.Path(L"a");
+  ASSERT_TRUE(WriteFileBytes(path, "kept"));
+  ASSERT_TRUE(::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
+  const bool writable(FileHandle(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr,
+                                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)));
+  EXPECT_EQ(WriteFileBytes(path, "written"), writable);
+  EXPECT_EQ(ReadFileBytes(path), writable ? "written" : "kept");
+  ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+TEST(FilesOnWindows, WritesNothingWhileOthersKeepWritersOut) {
+  const ScratchFolder scratch;
+  const std::wstring path = scratch.Path(L"a");
+  ASSERT_TRUE(WriteFileBytes(path, "kept"));
+  const FileHandle holder(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  ASSERT_TRUE(holder);
+  EXPECT_FALSE(WriteFileBytes(path, "lost"));
+  EXPECT_EQ(ReadFileBytes(path), "kept");
+}
+
+TEST(FilesOnWindows, ReadsNothingFromAFileHeldForItself) {
+  const ScratchFolder scratch;
+  const std::wstring path = scratch.Path(L"a");
+  ASSERT_TRUE(WriteFileBytes(path, "x"));
+  const FileHandle holder(::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+  ASSERT_TRUE(holder);
+  EXPECT_EQ(ReadFileBytes(path), std::nullopt);
+  EXPECT_FALSE(WriteFileBytes(path, "y"));
+}
+
+}  // namespace
+}  // namespace platform

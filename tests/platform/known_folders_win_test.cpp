@@ -1,0 +1,33 @@
+#include "platform/known_folders.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/path.h"
+#include "platform/windows_sdk.h"
+
+namespace platform {
+namespace {
+
+bool IsFolder(const std::wstring& path) {
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+TEST(KnownFolders, AreFoldersOfTheUser) {
+  EXPECT_TRUE(IsFolder(RoamingAppDataFolder()));
+  EXPECT_TRUE(IsFolder(LocalAppDataFolder()));
+  EXPECT_TRUE(IsFolder(TemporaryFolder()));
+  EXPECT_NE(RoamingAppDataFolder(), LocalAppDataFolder());
+  EXPECT_FALSE(RoamingAppDataFolder().ends_with(L'\\'));
+  EXPECT_FALSE(LocalAppDataFolder().ends_with(L'\\'));
+  EXPECT_TRUE(TemporaryFolder().ends_with(L'\\'));
+}
+
+TEST(KnownFolders, NameTheRunningProgram) {
+  EXPECT_TRUE(ProgramPath().ends_with(L"platform_test.exe"));
+  EXPECT_TRUE(IsFolder(ProgramFolder()));
+  EXPECT_EQ(JoinPath(ProgramFolder(), L"platform_test.exe"), ProgramPath());
+}
+
+}  // namespace
+}  // namespace platform

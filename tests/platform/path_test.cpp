@@ -1,0 +1,32 @@
+#include "platform/path.h"
+
+#include <gtest/gtest.h>
+
+namespace platform {
+namespace {
+
+TEST(JoinPath, PutsOneBackslashBetween) {
+  EXPECT_EQ(JoinPath(L"C:\\Data", L"Velmarine"), L"C:\\Data\\Velmarine");
+  EXPECT_EQ(JoinPath(L"C:\\Data\\", L"Velmarine"), L"C:\\Data\\Velmarine");
+  EXPECT_EQ(JoinPath(L"C:/Data/", L"Velmarine"), L"C:/Data/Velmarine");
+  EXPECT_EQ(JoinPath(L"C:/Data", L"Velmarine"), L"C:/Data\\Velmarine");
+  EXPECT_EQ(JoinPath(L"C:\\", L"x"), L"C:\\x");
+}
+
+TEST(JoinPath, LeavesTheRelativePartAloneWithoutABase) {
+  EXPECT_EQ(JoinPath(L"", L"RustDesk\\rustdesk.exe"), L"RustDesk\\rustdesk.exe");
+  EXPECT_EQ(JoinPath(L"", L""), L"");
+}
+
+TEST(ParentFolder, IsWhatStandsBeforeTheLastSlash) {
+  EXPECT_EQ(ParentFolder(L"C:\\Data\\a.json"), L"C:\\Data");
+  EXPECT_EQ(ParentFolder(L"C:/Data/a.json"), L"C:/Data");
+  EXPECT_EQ(ParentFolder(L"C:\\Data/x\\a"), L"C:\\Data/x");
+  EXPECT_EQ(ParentFolder(L"C:/Data\\x/a"), L"C:/Data\\x");
+  EXPECT_EQ(ParentFolder(L"C:\\Data\\"), L"C:\\Data");
+  EXPECT_EQ(ParentFolder(L"a.json"), L"");
+  EXPECT_EQ(ParentFolder(L""), L"");
+}
+
+}  // namespace
+}  // namespace platform
