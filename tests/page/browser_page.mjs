@@ -1,0 +1,120 @@
+// The page in a real Chromium, with a bridge stub in the place of the window's.
+import { readFile } from 'node:fs/promises';
+import { createRequire } from 'node:module';
+import { after, before, test } from 'node:test';
+
+const require = createRequire(new URL('../../lab/package.json', import.meta.url));
+const { chromium } = require('playwright-core');
+
+const kPageFile = new URL('../../webui/app.html', import.meta.url);
+// Answered by interception, so a page can be altered before its scripts run; nothing is looked up.
+const kPageAddress = 'http://page.test/app.html';
+const kActionMs = 5_000;
+const kTestMs = 20_000;
+const kStartMs = 40_000;
+
+let browser;
+
+/** One Chromium for the test file that calls this. */
+export function useBrowser() {
+  before(async () => {
+    browser = await chromium.launch({
+      executablePath: '/usr/bin/chromium',
+      args: ['--headless=new', '--no-sandbox', '--disable-gpu', '--disable-background-networking',
+        '--disable-component-update', '--lang=zh-CN'],
+      env: { ...process.env, LC_ALL: 'zh_CN.UTF-8' },
+      timeout: kStartMs - 5_000,
+    });
+  }, { timeout: kStartMs });
+  after(() => browser?.close(), { timeout: kActionMs });
+}
+
+/** Runs inside the page before its scripts: keeps what is posted and hands out what is delivered. */
+function installBridge() {
+  const listeners = [];
+  window.posted = [];
+  window.chrome ??= {};
+  window.chrome.webview = {
+    postMessage: (value) => window.posted.push(value),
+    addEventListener: (type, listener) => { if (type === 'message') listeners.push(listener); },
+  };
+  window.deliver = (data) => listeners.forEach((listener) => listener({ data }));
+}
+
+/** The page as a test handles it. */
+export class BrowserPage {
+  static async open({ embedded = true, alter = (html) => html, width = 1220, height = 820 } = {}) {
+    const self = new BrowserPage();
+    self.view = await browser.newPage({ viewport: { width, height } });
+    self.view.setDefaultTimeout(kActionMs);
+    self.errors = [];
+    self.requests = [];
+    self.console = [];
+    self.view.on('pageerror', (error) => self.errors.push(error.message));
+    self.view.on('console', (line) => self.console.push(line.text()));
+    const html = alter(await readFile(kPageFile, 'utf8'));
+    await self.view.route('**/*', (route) => {
+      const address = route.request().url();
+      self.requests.push(address);
+      if (address !== kPageAddress) return route.abort();
+      return route.fulfill({ contentType: 'text/html; charset=utf-8', body: html });
+    });
+    if (embedded) await self.view.addInitScript(installBridge);
+    await self.view.goto(kPageAddress);
+    return self;
+  }
+
+  close() { return this.view.close(); }
+
+  /** A message from the window: an object as WebView2 gives it, or a JSON text. */
+  deliver(data) { return this.view.evaluate((value) => window.deliver(value), data); }
+
+  /** The texts posted since the last call. */
+  takePosted() { return this.view.evaluate(() => window.posted.splice(0)); }
+
+  click(id) { return this.view.click(`#${id}`); }
+  fill(id, text) { return this.view.fill(`#${id}`, text); }
+  value(id) { return this.view.inputValue(`#${id}`); }
+  text(id) { return this.view.locator(`#${id}`).evaluate((element) => element.textContent); }
+  className(id) { return this.view.locator(`#${id}`).evaluate((element) => element.className); }
+  isVisible(id) { return this.view.isVisible(`#${id}`); }
+
+  options(id) {
+    return this.view.locator(`#${id} option`).evaluateAll((all) =>
+      all.map((option) => ({ value: option.value, text: option.textContent })));
+  }
+
+  cards() {
+    return this.view.locator('#s-cards > *').evaluateAll((all) => all.map((card) => ({
+      k: card.querySelector('.k').textContent,
+      v: card.querySelector('.v').textContent,
+      cls: card.querySelector('.v').className,
+    })));
+  }
+
+  /** The lines of a log list as [time, text, class]. */
+  log(id = 'c-log') {
+    return this.view.locator(`#${id} > *`).evaluateAll((all) => all.map((line) =>
+      [line.querySelector('.ts').textContent, line.lastElementChild.textContent,
+        line.lastElementChild.className]));
+  }
+
+  style(selector, property, pseudo) {
+    return this.view.locator(selector).first().evaluate((element, [name, part]) =>
+      getComputedStyle(element, part).getPropertyValue(name), [property, pseudo]);
+  }
+}
+
+/** A test with a fresh page of its own; an error inside the page fails it. */
+export function pageTest(name, options, body) {
+  const run = body ?? options;
+  test(name, { timeout: kTestMs }, async () => {
+    const page = await BrowserPage.open(body ? options : {});
+    try {
+      await run(page);
+      if (page.errors.length > 0) throw new Error(`The page raised: ${page.errors.join('; ')}`);
+    } finally {
+      await page.close();
+    }
+  });
+}
