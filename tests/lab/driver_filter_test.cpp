@@ -19,12 +19,13 @@ const std::string kF2Head = "outbound and ip and !impostor and (((icmp or tcp or
 const std::string kF2Tail = ")) or (udp and ip.DstAddr == 255.255.255.255))";
 
 std::string Dotted(unsigned i, unsigned last) {
-  return "10." + std::to_string(i / 256) + "." + std::to_string(i % 256) + "." +
+  return std::string("10.") + std::to_string(i / 256) + "." + std::to_string(i % 256) + "." +
          std::to_string(last);
 }
 
 std::string Range(unsigned i) {
-  return "(ip.DstAddr >= " + Dotted(i, 0) + " and ip.DstAddr <= " + Dotted(i, 255) + ")";
+  return std::string("(ip.DstAddr >= ") + Dotted(i, 0) + " and ip.DstAddr <= " + Dotted(i, 255) +
+         ")";
 }
 
 // `count` clauses joined with " or " between `head` and `tail`.
@@ -75,35 +76,38 @@ struct LimitRow {
 TEST(FilterLimits, AreThePublishedOnesForOurShapes) {
   const LimitRow rows[] = {
       {"F1", [](unsigned n) { return Clauses(kF1Head, n, ")"); }, 125, 124},
-      {"F1 + !loopback", [](unsigned n) { return "!loopback and " + Clauses(kF1Head, n, ")"); },
-       124, 124},
+      {"F1 + !loopback",
+       [](unsigned n) { return std::string("!loopback and ") + Clauses(kF1Head, n, ")"); }, 124,
+       124},
       {"F2", [](unsigned n) { return Clauses(kF2Head, n, kF2Tail); }, 124, 123},
       {"F2 + !loopback + port",
        [](unsigned n) {
-         return "!loopback and udp.DstPort != 67 and " + Clauses(kF2Head, n, kF2Tail);
+         return std::string("!loopback and udp.DstPort != 67 and ") + Clauses(kF2Head, n, kF2Tail);
        },
        123, 122},
       {"single hosts",
        [](unsigned n) {
          return Clauses(kF1Head, n, ")",
-                        [](unsigned i) { return "ip.DstAddr == " + Dotted(i, 1); });
+                        [](unsigned i) { return std::string("ip.DstAddr == ") + Dotted(i, 1); });
        },
        250, 249},
       {"doubled parentheses",
        [](unsigned n) {
-         return Clauses(kF1Head, n, ")", [](unsigned i) { return "(" + Range(i) + ")"; });
+         return Clauses(kF1Head, n, ")",
+                        [](unsigned i) { return std::string("(") + Range(i) + ")"; });
        },
        105, 105},
       {"extra ip in every clause",
        [](unsigned n) {
          return Clauses(kF1Head, n, ")",
-                        [](unsigned i) { return "(ip and " + Range(i).substr(1); });
+                        [](unsigned i) { return std::string("(ip and ") + Range(i).substr(1); });
        },
        83, 83},
       {"packet16",
        [](unsigned n) {
-         return Clauses(kF1Head, n, ")",
-                        [](unsigned i) { return "packet16[8] == " + std::to_string(i); });
+         return Clauses(kF1Head, n, ")", [](unsigned i) {
+           return std::string("packet16[8] == ") + std::to_string(i);
+         });
        },
        180, 180},
   };
@@ -127,8 +131,8 @@ TEST(FilterLimits, CountTokensUpToTheEnd) {
 
 TEST(FilterLimits, TokensHaveAtMost39Characters) {
   const std::string zeros(35, '0');
-  EXPECT_TRUE(Compiles("ip.TTL == " + zeros + "1234"));
-  EXPECT_FALSE(Compiles("ip.TTL == " + zeros + "01234"));
+  EXPECT_TRUE(Compiles(std::string("ip.TTL == ") + zeros + "1234"));
+  EXPECT_FALSE(Compiles(std::string("ip.TTL == ") + zeros + "01234"));
 }
 
 TEST(FilterLimits, NestingEndsAt1024Levels) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -43,10 +44,11 @@ inline constexpr std::uint32_t kDestination = 0xC0A84D0A;  // 192.168.77.10
 // An IPv4 packet around `transport`; the IP checksum field is left 0.
 inline Bytes Ip(std::uint8_t protocol, const Bytes& transport, std::uint32_t source = kSource,
                 std::uint32_t destination = kDestination, std::size_t optionBytes = 0) {
-  Bytes packet(20 + optionBytes, 1);  // options of kind 1: no operation
+  Bytes packet(20 + optionBytes + transport.size(), 1);  // options of kind 1: no operation
+  std::copy(transport.rbegin(), transport.rend(), packet.rbegin());
   packet[0] = static_cast<std::uint8_t>(0x45 + optionBytes / 4);
   packet[1] = 0;
-  SetWord(packet, 2, static_cast<unsigned>(packet.size() + transport.size()));
+  SetWord(packet, 2, static_cast<unsigned>(packet.size()));
   SetWord(packet, 4, 0x1234);
   SetWord(packet, 6, 0);
   packet[8] = 64;
@@ -56,7 +58,6 @@ inline Bytes Ip(std::uint8_t protocol, const Bytes& transport, std::uint32_t sou
   SetWord(packet, 14, source & 0xFFFFU);
   SetWord(packet, 16, destination >> 16U);
   SetWord(packet, 18, destination & 0xFFFFU);
-  packet.insert(packet.end(), transport.begin(), transport.end());
   return packet;
 }
 
