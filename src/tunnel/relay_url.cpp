@@ -1,0 +1,42 @@
+#include "tunnel/relay_url.h"
+
+#include <stdexcept>
+
+#include "platform/url.h"
+#include "settings/server_address.h"
+#include "text/strings.h"
+#include "text/utf8.h"
+
+namespace tunnel {
+
+std::wstring BuildRelayPath(std::wstring_view connectionId, std::wstring_view engineerId) {
+  return L"/api/relay/client/" + text::PercentEncode(connectionId) + L"?engineerId=" +
+         text::PercentEncode(engineerId);
+}
+
+std::wstring BuildRelayUrl(std::wstring_view serverUrl, std::wstring_view relayPath) {
+  std::wstring url = text::Trim(serverUrl);
+  if (url.empty()) url = settings::DefaultServerUrl();
+  if (url.find(L"://") == std::wstring::npos) url.insert(0, L"http://");
+  while (!url.empty() && url.back() == L'/') url.pop_back();
+  url += relayPath;
+
+  platform::UrlParts parts;
+  if (!platform::CrackUrl(url, parts)) {
+    throw std::runtime_error("WinHttpCrackUrl failed for URL: " + text::ToUtf8(url));
+  }
+  std::wstring relayUrl = (parts.secure ? L"wss://" : L"ws://") + parts.host;
+  const std::uint16_t schemePort = parts.secure ? 443 : 80;
+  if (parts.port != schemePort) relayUrl += L":" + std::to_wstring(parts.port);
+  return relayUrl + parts.path;
+}
+
+std::optional<RelayEndpoint> ParseRelayUrl(std::wstring_view relayUrl) {
+  // ws and wss differ from http and https in nothing but the name (RFC 6455, section 3).
+  if (!text::EqualsIgnoreCase(relayUrl.substr(0, 2), L"ws")) return std::nullopt;
+  platform::UrlParts parts;
+  if (!platform::CrackUrl(L"http" + std::wstring(relayUrl.substr(2)), parts)) return std::nullopt;
+  return RelayEndpoint{parts.secure, parts.host, parts.port, parts.path};
+}
+
+}  // namespace tunnel

@@ -1,0 +1,61 @@
+#include "tunnel/relay_worker.h"
+
+#include <algorithm>
+#include <exception>
+#include <vector>
+
+namespace tunnel {
+namespace {
+
+constexpr std::chrono::seconds kFirstDelay{1};
+constexpr std::chrono::seconds kLongestDelay{10};
+
+}  // namespace
+
+void RelayWorker::Run() noexcept {
+  try {
+    while (work_.flags.KeepGoing()) {
+      ReceiveUntilLost();
+      while (work_.flags.KeepGoing() && !Reconnect()) {
+      }
+    }
+  } catch (const std::exception& error) {
+    // Only an exhausted memory comes this far; the status shows why nothing is received any more.
+    work_.link.ClearConnected();
+    work_.link.SetLastError(error.what());
+  }
+}
+
+void RelayWorker::ReceiveUntilLost() {
+  const RelayLink::RelayPointer relay = work_.link.Current();
+  if (relay == nullptr) return;
+  std::vector<std::byte> packet;
+  while (relay->ReadMessage(packet)) {
+    try {
+      work_.inbound(packet);
+    } catch (const std::exception&) {
+      // The driver refused this packet; the next may pass.
+    }
+  }
+  if (work_.flags.KeepGoing()) work_.link.Drop(relay);
+}
+
+bool RelayWorker::Reconnect() {
+  work_.link.ClearConnected();
+  work_.pause(reconnectDelay_);
+  if (!work_.flags.KeepGoing()) return false;
+  work_.udp.Close();
+  work_.udp.Join();
+  try {
+    work_.link.Connect(work_.relayUrl);
+    work_.udp.Start(work_.udpRequest);
+  } catch (const std::exception& error) {
+    work_.link.SetLastError(error.what());
+    reconnectDelay_ = std::min(reconnectDelay_ * 2, kLongestDelay);
+    return false;
+  }
+  reconnectDelay_ = kFirstDelay;
+  return true;
+}
+
+}  // namespace tunnel

@@ -1,0 +1,22 @@
+#include "tunnel/session_win.h"
+
+#include "platform/process_win.h"
+#include "platform/windows_sdk.h"
+#include "tunnel/adapter_list.h"
+#include "tunnel/session.h"
+#include "tunnel/windivert_api.h"
+
+namespace tunnel {
+
+std::unique_ptr<Tunnel> MakeRealTunnel() {
+  SessionDeps deps;
+  deps.loadDriver = LoadWinDivert;
+  deps.collectLocalNetworks = CollectLocalNetworks;
+  deps.makeUdpRelay = MakeIdleUdpRelay;
+  deps.runHidden = platform::RunHidden;
+  deps.tickMs = []() -> std::uint32_t { return ::GetTickCount(); };
+  deps.pause = [](StopSignal& signal, std::chrono::milliseconds time) { signal.WaitFor(time); };
+  return std::make_unique<Session>(std::move(deps));
+}
+
+}  // namespace tunnel

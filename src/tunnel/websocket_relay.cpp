@@ -1,0 +1,207 @@
+#include "tunnel/websocket_relay.h"
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "text/utf8.h"
+#include "tunnel/websocket_handshake.h"
+
+namespace tunnel {
+namespace {
+
+constexpr std::chrono::milliseconds kNetworkTimeout{8000};
+constexpr int kSocketBufferBytes = 4194304;
+constexpr std::size_t kSliceBytes = 65536;
+
+// What GetTickCount gives: milliseconds of a steady clock, cut to 32 bits.
+std::uint32_t SteadyTickMs() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::uint32_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+std::runtime_error ErrorWithCode(const std::string& what, int code) {
+  return std::runtime_error(what + std::to_string(code));
+}
+
+}  // namespace
+
+WebSocketRelay::WebSocketRelay(RelayHooks hooks) : hooks_(std::move(hooks)) {}
+
+WebSocketRelay::~WebSocketRelay() {
+  Close();
+}
+
+void WebSocketRelay::Connect(std::wstring_view relayUrl) {
+  const std::optional<RelayEndpoint> endpoint = ParseRelayUrl(relayUrl);
+  if (!endpoint) {
+    throw std::runtime_error("WinHttpCrackUrl failed for URL: " + text::ToUtf8(relayUrl));
+  }
+  if (endpoint->secure) {
+    throw std::runtime_error("wss relay is not supported by the native Winsock transport.");
+  }
+  Close();
+  const auto library = std::make_shared<platform::SocketLibrary>();
+  if (const int error = library->Start(); error != 0) {
+    throw ErrorWithCode("WSAStartup failed, error ", error);
+  }
+  {
+    const platform::MutexLock held(stateLock_);
+    library_ = library;
+  }
+  try {
+    const SocketPointer socket = ConnectSocket(*endpoint);
+    socket->SetNoDelay();
+    socket->SetKeepAlive();
+    socket->SetBufferBytes(kSocketBufferBytes, kSocketBufferBytes);
+    ShakeHands(*socket, *endpoint);
+    const platform::MutexLock held(stateLock_);
+    if (socket_ != socket) throw std::runtime_error("The relay connection was closed.");
+    connected_ = true;
+  } catch (...) {
+    Close();
+    throw;
+  }
+}
+
+WebSocketRelay::SocketPointer WebSocketRelay::ConnectSocket(const RelayEndpoint& endpoint) {
+  const std::string host = text::ToUtf8(endpoint.host);
+  const std::vector<platform::SocketAddress> addresses =
+      platform::ResolveHost(host, endpoint.port, platform::SocketKind::Tcp);
+  if (addresses.empty()) throw std::runtime_error("getaddrinfo failed for relay host.");
+  int error = 0;
+  for (const platform::SocketAddress& address : addresses) {
+    SocketPointer socket =
+        platform::Socket::Create(platform::SocketKind::Tcp, address.Family(), error);
+    if (socket == nullptr) continue;
+    Publish(socket);
+    ThrowIfCancelled();
+    socket->SetTimeouts(kNetworkTimeout, kNetworkTimeout);
+    error = socket->Connect(address);
+    if (error == 0) return socket;
+    ThrowIfCancelled();
+    socket->Close();
+  }
+  throw ErrorWithCode(
+      "Relay TCP connect failed to " + host + ":" + std::to_string(endpoint.port) + ", error ",
+      error);
+}
+
+// Makes `socket` the one that Close() closes. Looking at isCancelled after this, and cancelling
+// before Close(), leaves no moment in which a connect could be missed.
+WebSocketRelay::SocketPointer WebSocketRelay::Publish(SocketPointer socket) {
+  const platform::MutexLock held(stateLock_);
+  return std::exchange(socket_, std::move(socket));
+}
+
+WebSocketRelay::SocketPointer WebSocketRelay::CurrentSocket() {
+  const platform::MutexLock held(stateLock_);
+  return socket_;
+}
+
+void WebSocketRelay::ThrowIfCancelled() const {
+  if (hooks_.isCancelled && hooks_.isCancelled()) {
+    throw std::runtime_error("The relay connection was closed.");
+  }
+}
+
+void WebSocketRelay::ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint) {
+  const std::string request = BuildHandshakeRequest(endpoint.path, endpoint.host);
+  const platform::SocketResult sent = socket.Send(std::as_bytes(std::span(request)));
+  if (sent.bytes != request.size()) {
+    throw ErrorWithCode("WebSocket handshake send failed, error ", sent.error);
+  }
+  reader_ = std::make_unique<FrameReader>();
+  unread_ = {};
+  HandshakeReader response;
+  for (;;) {
+    int error = 0;
+    if (!ReceiveMore(socket, error)) {
+      throw ErrorWithCode("WebSocket handshake receive failed, error ", error);
+    }
+    const HandshakeReader::Result result = response.Feed(unread_);
+    unread_ = unread_.subspan(result.takenBytes);
+    if (result.state == HandshakeState::TooLarge) {
+      throw std::runtime_error("WebSocket handshake response was too large.");
+    }
+    if (result.state == HandshakeState::Done) break;
+  }
+  if (response.Status() != 101) {
+    throw ErrorWithCode("WebSocket HTTP upgrade failed, status ", response.Status());
+  }
+}
+
+bool WebSocketRelay::SendFrame(std::uint8_t opcode, std::span<const std::byte> payload) {
+  const platform::MutexLock held(sendLock_);
+  const SocketPointer socket = CurrentSocket();
+  if (!connected_ || socket == nullptr) return false;
+  const std::uint32_t tickMs = hooks_.tickMs ? hooks_.tickMs() : SteadyTickMs();
+  return SendAll(*socket, EncodeFrame(opcode, payload, MakeMaskKey(maskCounter_++, tickMs)));
+}
+
+bool WebSocketRelay::SendAll(platform::Socket& socket, std::span<const std::byte> bytes) {
+  while (!bytes.empty()) {
+    const auto slice = bytes.first(std::min(bytes.size(), kSliceBytes));
+    const platform::SocketResult sent = socket.Send(slice);
+    if (sent.bytes == 0) return false;
+    bytes = bytes.subspan(sent.bytes);
+  }
+  return true;
+}
+
+// Fills the buffer, of which all must have been read. False at the end of the stream (error 0) or
+// when the receive failed.
+bool WebSocketRelay::ReceiveMore(platform::Socket& socket, int& error) {
+  buffer_.resize(kSliceBytes);
+  const platform::SocketResult received = socket.Receive(buffer_);
+  error = received.error;
+  unread_ = std::span(buffer_).first(received.bytes);
+  return received.bytes > 0;
+}
+
+bool WebSocketRelay::ReadMessage(std::vector<std::byte>& message) {
+  const SocketPointer socket = CurrentSocket();
+  if (!connected_ || socket == nullptr) return false;
+  for (;;) {
+    const FrameReader::Result result = reader_->Feed(unread_);
+    unread_ = unread_.subspan(result.takenBytes);
+    const std::span<const std::byte> payload = reader_->Payload();
+    int error = 0;
+    switch (result.event) {
+      case FrameEvent::NeedMore:
+        if (!ReceiveMore(*socket, error)) return false;
+        break;
+      case FrameEvent::Message:
+        message.assign(payload.begin(), payload.end());
+        return true;
+      case FrameEvent::Ping:
+        // A pong that cannot be sent ends nothing by itself; the next receive will.
+        SendFrame(kOpcodePong, payload);
+        break;
+      case FrameEvent::Ended:
+        return false;
+    }
+  }
+}
+
+void WebSocketRelay::Close() noexcept {
+  connected_ = false;
+  SocketPointer socket;
+  std::shared_ptr<platform::SocketLibrary> library;
+  {
+    const platform::MutexLock held(stateLock_);
+    socket.swap(socket_);
+    library.swap(library_);
+  }
+  if (socket != nullptr) socket->Close();
+}
+
+platform::Socket::Options WebSocketRelay::SocketOptions() {
+  const SocketPointer socket = CurrentSocket();
+  return socket == nullptr ? platform::Socket::Options{} : socket->ReadOptions();
+}
+
+}  // namespace tunnel

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "platform/mutex.h"
+#include "platform/socket.h"
+#include "tunnel/relay_url.h"
+#include "tunnel/websocket_frame.h"
+
+namespace tunnel {
+
+// What a relay connection takes from the world besides sockets; both may be left empty.
+struct RelayHooks {
+  std::function<std::uint32_t()> tickMs;  // for the masking keys; empty: the system's up-time
+  std::function<bool()> isCancelled;      // any thread; true makes Connect() give up
+};
+
+// One connection to the relay: a WebSocket over plain TCP. Each binary message is one IPv4 packet.
+//
+// Threads: Connect() and ReadMessage() by one thread at a time (the receiving one); SendFrame() and
+//          Close() by any. Close() ends a call that waits in the network.
+// Owns:    its sockets and buffers. Held by shared ownership, so that a thread that uses it keeps
+//          it alive while the tunnel lets it go.
+// Errors:  Connect() throws std::runtime_error with the texts below; the rest returns false.
+class WebSocketRelay {
+ public:
+  explicit WebSocketRelay(RelayHooks hooks = {});
+  ~WebSocketRelay();
+  WebSocketRelay(const WebSocketRelay&) = delete;
+  WebSocketRelay& operator=(const WebSocketRelay&) = delete;
+
+  // Opens the connection and does the handshake, after closing what is still open. The texts, where
+  // N is a system's error code or an HTTP status:
+  //   "wss relay is not supported by the native Winsock transport."
+  //   "WSAStartup failed, error N"
+  //   "getaddrinfo failed for relay host."
+  //   "Relay TCP connect failed to HOST:PORT, error N"
+  //   "WebSocket handshake send failed, error N"
+  //   "WebSocket handshake receive failed, error N" (0: the relay ended the connection)
+  //   "WebSocket handshake response was too large."
+  //   "WebSocket HTTP upgrade failed, status N"
+  // A network that stays silent for 8 seconds is an error, here and later.
+  void Connect(std::wstring_view relayUrl);
+
+  // Sends one unfragmented frame; whole frames of several threads never mix. False when not
+  // connected or the network refuses; the connection is then of no more use.
+  bool SendFrame(std::uint8_t opcode, std::span<const std::byte> payload);
+
+  // Waits for the next binary message and answers pings meanwhile. False when the connection has
+  // ended: by the relay, a fault, 8 seconds of silence or Close().
+  bool ReadMessage(std::vector<std::byte>& message);
+
+  // Ends the connection. Safe to call twice.
+  void Close() noexcept;
+
+  [[nodiscard]] bool IsConnected() const noexcept { return connected_; }
+  // The socket's options as the system holds them; all zero when closed.
+  [[nodiscard]] platform::Socket::Options SocketOptions();
+
+ private:
+  using SocketPointer = std::shared_ptr<platform::Socket>;
+
+  SocketPointer ConnectSocket(const RelayEndpoint& endpoint);
+  SocketPointer Publish(SocketPointer socket);
+  SocketPointer CurrentSocket();
+  void ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint);
+  bool SendAll(platform::Socket& socket, std::span<const std::byte> bytes);
+  bool ReceiveMore(platform::Socket& socket, int& error);
+  void ThrowIfCancelled() const;
+
+  const RelayHooks hooks_;
+  std::atomic<bool> connected_{false};
+
+  platform::Mutex stateLock_;  // innermost; only for the pointers
+  // Held by the connection and by a Connect() under way, so that neither stops it for the other.
+  std::shared_ptr<platform::SocketLibrary> library_ GUARDED_BY(stateLock_);
+  SocketPointer socket_ GUARDED_BY(stateLock_);
+
+  platform::Mutex sendLock_;  // one whole frame
+  std::uint32_t maskCounter_ GUARDED_BY(sendLock_) = 0;
+
+  // The receiving thread's.
+  std::unique_ptr<FrameReader> reader_ = std::make_unique<FrameReader>();
+  std::vector<std::byte> buffer_;
+  std::span<const std::byte> unread_;  // of buffer_
+};
+
+}  // namespace tunnel
