@@ -1,0 +1,148 @@
+#include "tunnel/test_session.h"
+
+#include <stdexcept>
+
+namespace tunnel {
+namespace {
+
+constexpr std::chrono::seconds kPatience{10};
+
+// A UDP path that only tells what is asked of it.
+class NotingUdpRelay : public UdpRelay {
+ public:
+  explicit NotingUdpRelay(TestWorld& world) : world_(world) {}
+  void Start(const UdpRelayRequest&) override { world_.StartUdp(); }
+  void Close() noexcept override { world_.Note("udp close"); }
+  void Join() noexcept override { world_.Note("udp join"); }
+  [[nodiscard]] bool IsReady() const noexcept override { return false; }
+  bool Send(std::span<const std::byte>) override { return false; }
+
+ private:
+  TestWorld& world_;
+};
+
+}  // namespace
+
+SessionDeps TestWorld::Deps(FakeDriver& driver) {
+  SessionDeps deps;
+  deps.loadDriver = [this, &driver]() {
+    if (const char* const error = driverError) throw std::runtime_error(error);
+    return driver.Api();
+  };
+  deps.collectLocalNetworks = []() { return std::vector<Ipv4Network>{{0xC0A80100, 24}}; };
+  deps.makeUdpRelay = [this](UdpRelayHooks) { return std::make_unique<NotingUdpRelay>(*this); };
+  deps.runHidden = [this, &driver](const std::wstring& command, std::chrono::milliseconds wait) {
+    EXPECT_EQ(wait, std::chrono::milliseconds(5000));
+    Note("command with " + std::to_string(driver.LoadedLibraries()) + " libraries");
+    const platform::MutexLock held(lock_);
+    commands_.push_back(command);
+    if (failCommands) throw std::runtime_error("no such command");
+    return true;
+  };
+  deps.pause = [this](StopSignal& signal, std::chrono::milliseconds time) { Pause(signal, time); };
+  return deps;
+}
+
+void TestWorld::Pause(StopSignal& signal, std::chrono::milliseconds time) {
+  {
+    const platform::MutexLock held(lock_);
+    pauses_.push_back(time);
+  }
+  changed_.NotifyAll();
+  for (;;) {
+    {
+      const platform::MutexLock held(lock_);
+      if (!holdsPauses_) return;
+      if (released_ > 0) {
+        --released_;
+        return;
+      }
+    }
+    if (signal.WaitFor(std::chrono::milliseconds(1))) return;
+  }
+}
+
+void TestWorld::HoldPauses() {
+  const platform::MutexLock held(lock_);
+  holdsPauses_ = true;
+}
+
+void TestWorld::ReleasePause() {
+  const platform::MutexLock held(lock_);
+  ++released_;
+}
+
+template <typename Condition>
+bool TestWorld::WaitUntil(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    changed_.WaitFor(lock_, std::chrono::milliseconds(100));
+  }
+  return true;
+}
+
+bool TestWorld::WaitForPauses(std::size_t count) {
+  const platform::MutexLock held(lock_);
+  return WaitUntil([&]() REQUIRES(lock_) { return pauses_.size() >= count; });
+}
+
+bool TestWorld::WaitForUdpStarts(std::size_t count) {
+  const platform::MutexLock held(lock_);
+  return WaitUntil([&]() REQUIRES(lock_) { return udpStarts_ >= count; });
+}
+
+std::vector<std::chrono::milliseconds> TestWorld::Pauses() const {
+  const platform::MutexLock held(lock_);
+  return pauses_;
+}
+
+std::vector<std::wstring> TestWorld::Commands() const {
+  const platform::MutexLock held(lock_);
+  return commands_;
+}
+
+std::vector<std::string> TestWorld::Take() {
+  const platform::MutexLock held(lock_);
+  return std::exchange(events_, {});
+}
+
+void TestWorld::StartUdp() {
+  if (const char* const error = udpError) throw std::runtime_error(error);
+  {
+    const platform::MutexLock held(lock_);
+    ++udpStarts_;
+    events_.push_back("udp start");
+  }
+  changed_.NotifyAll();
+}
+
+void TestWorld::Note(std::string event) {
+  const platform::MutexLock held(lock_);
+  events_.push_back(std::move(event));
+}
+
+SessionFixture::SessionFixture() {
+  request_.serverUrl = relay_.ServerUrl();
+  request_.connectionId = L"c1";
+  request_.engineerId = L"ENG-1";
+  request_.assignedAddress = L"10.99.0.7/16";
+  request_.routes = {L"192.168.1.0/24", L"10.0.0.0/8"};
+  session_ = std::make_unique<Session>(world_.Deps(driver_));
+}
+
+void SessionFixture::TearDown() {
+  session_.reset();
+  EXPECT_EQ(driver_.OpenHandles(), 0U);
+  EXPECT_EQ(driver_.LoadedLibraries(), 0);
+  EXPECT_EQ(driver_.Misuses(), std::vector<std::string>{});
+}
+
+void SessionFixture::ExpectNothingLeft() {
+  EXPECT_FALSE(session_->IsRunning());
+  EXPECT_EQ(driver_.OpenHandles(), 0U);
+  EXPECT_EQ(driver_.LoadedLibraries(), 0);
+  EXPECT_EQ(driver_.Misuses(), std::vector<std::string>{});
+}
+
+}  // namespace tunnel

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/mutex.h"
+#include "tunnel/fake_driver.h"
+#include "tunnel/session.h"
+#include "tunnel/test_relay.h"
+
+namespace tunnel {
+
+// What a session under test sees of the world besides driver and relay: it notes commands, UDP
+// calls and pauses, and makes them fail or wait on demand. No pause takes time by itself.
+//
+// Threads: any. Waits end after ten seconds at most.
+class TestWorld {
+ public:
+  std::atomic<const char*> driverError{nullptr};  // what loading the driver throws
+  std::atomic<const char*> udpError{nullptr};     // what starting the UDP path throws
+  std::atomic<bool> failCommands{false};
+
+  SessionDeps Deps(FakeDriver& driver);
+
+  // From now on a pause lasts until it is released or the tunnel stops.
+  void HoldPauses() EXCLUDES(lock_);
+  // Lets one pause go, the one that waits or the next.
+  void ReleasePause() EXCLUDES(lock_);
+  [[nodiscard]] bool WaitForPauses(std::size_t count) EXCLUDES(lock_);
+  [[nodiscard]] bool WaitForUdpStarts(std::size_t count) EXCLUDES(lock_);
+
+  [[nodiscard]] std::vector<std::chrono::milliseconds> Pauses() const EXCLUDES(lock_);
+  [[nodiscard]] std::vector<std::wstring> Commands() const EXCLUDES(lock_);
+  // What happened since the last call: "udp start", "udp close", "udp join", "command with N
+  // libraries".
+  std::vector<std::string> Take() EXCLUDES(lock_);
+
+  void StartUdp() EXCLUDES(lock_);
+  void Note(std::string event) EXCLUDES(lock_);
+
+ private:
+  void Pause(StopSignal& signal, std::chrono::milliseconds time) EXCLUDES(lock_);
+  template <typename Condition>
+  bool WaitUntil(Condition condition) REQUIRES(lock_);
+
+  mutable platform::Mutex lock_;
+  platform::Condition changed_;
+  bool holdsPauses_ GUARDED_BY(lock_) = false;
+  int released_ GUARDED_BY(lock_) = 0;
+  std::size_t udpStarts_ GUARDED_BY(lock_) = 0;
+  std::vector<std::chrono::milliseconds> pauses_ GUARDED_BY(lock_);
+  std::vector<std::wstring> commands_ GUARDED_BY(lock_);
+  std::vector<std::string> events_ GUARDED_BY(lock_);
+};
+
+// A session on a fake driver and a loopback relay, with a request that starts it: this computer is
+// in 192.168.1.0/24, so the site's network of that name is reached as 172.31.0.0/24.
+class SessionFixture : public testing::Test {
+ protected:
+  SessionFixture();
+  void TearDown() override;
+  void ExpectNothingLeft();
+
+  TestRelay relay_;
+  FakeDriver driver_;
+  TestWorld world_;
+  TunnelRequest request_;
+  std::unique_ptr<Session> session_;
+};
+
+}  // namespace tunnel
