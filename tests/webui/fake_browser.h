@@ -1,0 +1,162 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "webui/com.h"
+#include "webui/raw_object.h"
+
+// The runtime's side of the binary interface, as far as the host uses it.
+namespace webui {
+
+inline constexpr LONGLONG kToken = 0x1122334455667788;
+
+// What the host did to the browser, in order.
+using Calls = std::vector<std::string>;
+
+class FakeWebView : public RawObject {
+ public:
+  explicit FakeWebView(Calls& calls) : calls_(calls) {
+    Put(5, &Navigate);
+    Put(6, &NavigateToString);
+    Put(32, &PostJson);
+    Put(34, &AddMessageReceived);
+    Put(35, &RemoveMessageReceived);
+  }
+
+  HRESULT navigateResult = S_OK;
+  std::wstring url;
+  std::wstring html;
+  std::vector<std::wstring> posted;
+  ComPtr<ICoreWebView2WebMessageReceivedEventHandler> handler;
+
+ private:
+  static HRESULT Navigate(FakeWebView* self, LPCWSTR url) {
+    self->calls_.push_back("Navigate");
+    self->url = url;
+    return self->navigateResult;
+  }
+  static HRESULT NavigateToString(FakeWebView* self, LPCWSTR html) {
+    self->calls_.push_back("NavigateToString");
+    self->html = html;
+    return self->navigateResult;
+  }
+  static HRESULT PostJson(FakeWebView* self, LPCWSTR json) {
+    self->posted.emplace_back(json);
+    return S_OK;
+  }
+  static HRESULT AddMessageReceived(FakeWebView* self,
+                                    ICoreWebView2WebMessageReceivedEventHandler* handler,
+                                    EventRegistrationToken* token) {
+    self->calls_.push_back("add_WebMessageReceived");
+    self->handler = ComPtr<ICoreWebView2WebMessageReceivedEventHandler>::Share(handler);
+    token->value = kToken;
+    return S_OK;
+  }
+  static HRESULT RemoveMessageReceived(FakeWebView* self, EventRegistrationToken token) {
+    self->calls_.push_back("remove_WebMessageReceived");
+    EXPECT_EQ(token.value, kToken);
+    return S_OK;
+  }
+
+  Calls& calls_;
+};
+
+class FakeController : public RawObject {
+ public:
+  FakeController(Calls& calls, FakeWebView& webView) : calls_(calls), webView_(webView) {
+    Put(4, &PutVisible);
+    Put(6, &PutBounds);
+    Put(12, &MoveFocus);
+    Put(23, &Moved);
+    Put(24, &Close);
+    Put(25, &GetWebView);
+  }
+
+  HRESULT getWebViewResult = S_OK;
+  RECT bounds{};
+
+ private:
+  static HRESULT PutVisible(FakeController* self, BOOL visible) {
+    self->calls_.push_back(visible != FALSE ? "show" : "hide");
+    return S_OK;
+  }
+  static HRESULT PutBounds(FakeController* self, RECT bounds) {
+    self->calls_.push_back("put_Bounds");
+    self->bounds = bounds;
+    return S_OK;
+  }
+  static HRESULT MoveFocus(FakeController* self, int reason) {
+    EXPECT_EQ(reason, 0);
+    self->calls_.push_back("MoveFocus");
+    return S_OK;
+  }
+  static HRESULT Moved(FakeController* self) {
+    self->calls_.push_back("moved");
+    return S_OK;
+  }
+  static HRESULT Close(FakeController* self) {
+    self->calls_.push_back("Close");
+    return S_OK;
+  }
+  static HRESULT GetWebView(FakeController* self, ICoreWebView2** webView) {
+    *webView = nullptr;
+    if (FAILED(self->getWebViewResult)) return self->getWebViewResult;
+    *webView = self->webView_.As<ICoreWebView2>();
+    (*webView)->AddRef();
+    return S_OK;
+  }
+
+  Calls& calls_;
+  FakeWebView& webView_;
+};
+
+class FakeEnvironment : public RawObject {
+ public:
+  explicit FakeEnvironment(Calls& calls) : calls_(calls) { Put(3, &CreateController); }
+
+  HRESULT createResult = S_OK;
+  ICoreWebView2Controller* completeWith = nullptr;  // at once, inside the call
+  HWND parent = nullptr;
+  ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> handler;
+
+ private:
+  static HRESULT CreateController(
+      FakeEnvironment* self, HWND parent,
+      ICoreWebView2CreateCoreWebView2ControllerCompletedHandler* handler) {
+    self->calls_.push_back("CreateController");
+    self->parent = parent;
+    self->handler =
+        ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler>::Share(handler);
+    if (self->completeWith != nullptr) handler->Invoke(S_OK, self->completeWith);
+    return self->createResult;
+  }
+
+  Calls& calls_;
+};
+
+// A posted message: `text` is what TryGetWebMessageAsString gives, nothing = E_INVALIDARG.
+class FakeMessage : public RawObject {
+ public:
+  explicit FakeMessage(std::optional<std::wstring> text) : text_(std::move(text)) {
+    Put(5, &TryGetString);
+  }
+
+ private:
+  static HRESULT TryGetString(FakeMessage* self, LPWSTR* text) {
+    *text = nullptr;
+    if (!self->text_) return E_INVALIDARG;
+    const std::size_t sizeBytes = (self->text_->size() + 1) * sizeof(wchar_t);
+    *text = static_cast<LPWSTR>(::CoTaskMemAlloc(sizeBytes));
+    std::char_traits<wchar_t>::copy(*text, self->text_->c_str(), self->text_->size() + 1);
+    return S_OK;
+  }
+
+  const std::optional<std::wstring> text_;
+};
+
+}  // namespace webui
