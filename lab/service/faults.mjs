@@ -40,13 +40,21 @@ const kFaults = {
   ]),
   largestMessage: () => frame(Opcode.binary, Buffer.alloc(kLimit)),
   tooLargeMessage: () => frame(Opcode.binary, Buffer.alloc(kLimit + 1)),
-  garbage: () => randomBytes(4096),
+  /** The first byte's reserved bits are set, so that no reader may take it for a frame. */
+  garbage: () => Buffer.concat([Buffer.from([0xff]), randomBytes(4095)]),
+  unknownOpcode: (packet) => frame(11, packet),
+  emptyMessage: () => frame(Opcode.binary, Buffer.alloc(0)),
+  hugeLength: () => Buffer.from([0x80 | Opcode.binary, 127, ...Array(8).fill(0x7f)]),
+  /** As far as the middle of a frame; the connection ends there. */
+  cutInTheMiddle: (packet) => frame(Opcode.binary, packet).subarray(0, 2 + third(packet)),
 };
 
 /** Writes the fault `name` onto a relay connection. */
 export function writeFault(entry, name, packet) {
   if (!Object.hasOwn(kFaults, name)) throw new Error(`There is no fault ${name}.`);
-  entry.socket.write(kFaults[name](packet));
+  const bytes = kFaults[name](packet);
+  if (name === 'cutInTheMiddle') entry.socket.end(bytes);
+  else entry.socket.write(bytes);
 }
 
 /** Answers to the upgrade request that are not what a client hopes for. */

@@ -1,15 +1,25 @@
 // The WebSocket relay: one connection per client, one raw IPv4 packet per binary message. Packets go
-// on to the site as UDP datagrams; what comes back goes to the client.
+// on to the site as UDP datagrams; what comes back goes to the client whose address it bears.
 import { WebSocketServer } from 'ws';
 
+import { frame, Opcode } from './faults.mjs';
 import { nowMs } from './record.mjs';
 
 const kPath = /^\/api\/relay\/client\/([^/?]+)\?engineerId=([^&]+)$/;
 const kPingMs = 3000;  // the client takes a relay that is silent for 8 s for dead
+const kWaitingBytes = 8 << 20;  // for a client that does not read; more is dropped
+const kDestination = 16;  // where the destination stands in an IPv4 header (RFC 791, section 3.1)
+
+/** The destination of an IPv4 packet in dotted form; null for anything else. */
+function destinationOf(packet) {
+  if (packet.length < 20 || packet[0] >> 4 !== 4) return null;
+  return packet.subarray(kDestination, kDestination + 4).join('.');
+}
 
 export class Relay {
   #record;
   #toSite;
+  #addressOf;
   #server = new WebSocketServer({
     noServer: true, perMessageDeflate: false, maxPayload: 16 << 20, clientTracking: false,
   });
@@ -17,11 +27,14 @@ export class Relay {
   #pingTimer;
   upgrade = { refuseStatus: null, answer: null };
   isSilent = false;
+  /** A packet that goes out in one piece with the response to the next handshake; null: none. */
+  firstPacket = null;
 
-  /** `toSite(packet)` takes what the client sends. */
-  constructor(record, toSite) {
+  /** `toSite(packet)` takes what clients send; `addressOf(connectionId)` knows the granted address. */
+  constructor(record, { toSite, addressOf }) {
     this.#record = record;
     this.#toSite = toSite;
+    this.#addressOf = addressOf;
     this.#pingTimer = setInterval(() => this.#ping(), kPingMs);
     this.#pingTimer.unref();
   }
@@ -41,7 +54,9 @@ export class Relay {
       return;
     }
     socket.setNoDelay(true);
+    socket.cork();
     this.#server.handleUpgrade(request, socket, head, (client) => this.#adopt(client, socket, match));
+    socket.uncork();
   }
 
   #adopt(client, socket, [, connectionId, engineerId]) {
@@ -49,6 +64,11 @@ export class Relay {
       client, socket, connectionId: decodeURIComponent(connectionId),
       engineerId: decodeURIComponent(engineerId), sinceMs: nowMs(),
     };
+    entry.address = this.#addressOf(entry.connectionId);
+    if (this.firstPacket !== null) {
+      socket.write(frame(Opcode.binary, this.firstPacket));
+      this.firstPacket = null;
+    }
     this.#clients.add(entry);
     client.on('message', (data, isBinary) => {
       if (!isBinary) return;
@@ -64,10 +84,21 @@ export class Relay {
     for (const { client } of this.#clients) client.ping();
   }
 
-  /** A packet from the site, for the newest connection. */
+  /**
+   * A packet from the site, for the newest connection with its destination's address. A connection
+   * whose id was never granted has none and takes every IPv4 packet.
+   */
   fromSite(packet) {
-    const entry = this.newest();
-    if (!entry || this.isSilent) {
+    const destination = destinationOf(packet);
+    const takes = ({ address }) => destination !== null && (address ?? destination) === destination;
+    this.#deliver(this.connections().findLast(takes), packet);
+  }
+
+  /** Any bytes as one message of the newest connection. */
+  toNewest(packet) { this.#deliver(this.newest(), packet); }
+
+  #deliver(entry, packet) {
+    if (!entry || this.isSilent || entry.client.bufferedAmount > kWaitingBytes) {
       this.#record.addDropped();
       return;
     }
@@ -78,15 +109,20 @@ export class Relay {
   newest() { return [...this.#clients].at(-1) ?? null; }
   connections() { return [...this.#clients]; }
 
-  /** Destroys every connection without a close frame; returns when, in the record's time. */
-  cutAll() {
-    for (const { socket } of this.#clients) socket.resetAndDestroy();
+  /**
+   * Destroys connections without a close frame: all, or those of one connection id. Returns when, in
+   * the record's time.
+   */
+  cut(connectionId = null) {
+    for (const entry of this.#clients) {
+      if (connectionId === null || entry.connectionId === connectionId) entry.socket.resetAndDestroy();
+    }
     return nowMs();
   }
 
   close() {
     clearInterval(this.#pingTimer);
-    this.cutAll();
+    this.cut();
     this.#server.close();
   }
 }

@@ -26,8 +26,19 @@ function ownReply(grant, { method, path }) {
 }
 
 export class Replies {
-  grant = { ...kDefaultGrant };
+  #grant = null;
+  #addresses = new Map();  // of every connection id that was ever granted
   #scripted = [];
+
+  constructor() { this.setGrant(kDefaultGrant); }
+
+  setGrant(grant) {
+    this.#grant = grant;
+    this.#addresses.set(grant.connectionId, String(grant.assignedAddress).split('/')[0]);
+  }
+
+  /** The tunnel address granted with a connection id, without its prefix; null: never granted. */
+  addressOf(connectionId) { return this.#addresses.get(connectionId) ?? null; }
 
   /**
    * Puts a reply in the place of the service's own, for `path` (a prefix), `times` times (default:
@@ -50,7 +61,7 @@ export class Replies {
 
   /** The reply to one request; counts down the scripted one it uses. */
   take({ method, path }) {
-    const own = ownReply(this.grant, { method, path });
+    const own = ownReply(this.#grant, { method, path });
     const scripted = this.#scripted.find((one) => path.startsWith(one.path) && one.times > 0);
     if (!scripted) return own;
     scripted.times -= 1;

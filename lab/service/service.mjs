@@ -10,18 +10,21 @@ import { httpApi } from './http_api.mjs';
 import { Record } from './record.mjs';
 import { Relay } from './relay.mjs';
 import { Replies } from './replies.mjs';
+import { UdpRelay } from './udp_relay.mjs';
 
 const kSocketBytes = 4 << 20;
 
 export class LabService {
   #record = new Record();
   #replies = new Replies();
-  #relay = new Relay(this.#record, (packet) => this.#toSite(packet));
+  #relay = new Relay(this.#record, {
+    toSite: (packet) => this.#toSite(packet),
+    addressOf: (connectionId) => this.#replies.addressOf(connectionId),
+  });
   #http = null;
   #udp = null;
   #siteSocket = null;
   #options = null;
-  #datagrams = [];
   #sockets = new Set();
 
   /**
@@ -33,10 +36,8 @@ export class LabService {
     this.#options = { host, port, site };
     await this.resumeListening();
     this.#options.port = this.#http.address().port;
-    this.#udp = dgram.createSocket({ type: 'udp4', recvBufferSize: kSocketBytes });
-    this.#udp.on('message', (bytes) => this.#datagrams.push(bytes.toString('hex')));
-    this.#udp.bind(this.#options.port, host);
-    await once(this.#udp, 'listening');
+    this.#udp = new UdpRelay();
+    await this.#udp.bind(this.#options.port, host);
     if (site) await this.#openSite(site);
     return { port: this.#options.port };
   }
@@ -86,7 +87,7 @@ export class LabService {
 
   // ---- what it answers; see Replies
 
-  setGrant(grant) { this.#replies.grant = grant; }
+  setGrant(grant) { this.#replies.setGrant(grant); }
   setReply(reply) { this.#replies.set(reply); }
   refuseNext(refusal) { this.#replies.refuseNext(refusal); }
   resetReplies() { this.#replies.reset(); }
@@ -95,13 +96,18 @@ export class LabService {
 
   /** Refuses upgrades with `status`, or answers them with one of kHandshakes by its name. */
   refuseUpgrade({ status = null, handshake = null }) {
+    if (handshake !== null && !Object.hasOwn(kHandshakes, handshake)) {
+      throw new Error(`There is no handshake ${handshake}.`);
+    }
     this.#relay.upgrade = {
       refuseStatus: status, answer: handshake === null ? null : kHandshakes[handshake],
     };
   }
   acceptUpgrades() { this.#relay.upgrade = { refuseStatus: null, answer: null }; }
-  /** Ends every relay connection at once, without a close frame; returns the time. */
-  cutRelay() { return this.#relay.cutAll(); }
+  /** Ends relay connections (all, or one id's) without a close frame; returns the time. */
+  cutRelay({ connectionId = null } = {}) { return this.#relay.cut(connectionId); }
+  /** The next upgrade's response carries the packet (hexadecimal) in the same TCP segment. */
+  sendWithHandshake({ packet }) { this.#relay.firstPacket = Buffer.from(packet, 'hex'); }
   /** A silent relay neither pings nor carries packets, but keeps its connections. */
   setSilent(isSilent) { this.#relay.isSilent = isSilent; }
   /** Writes a fault of faults.mjs onto the newest connection; `packet` in hexadecimal. */
@@ -110,8 +116,8 @@ export class LabService {
     if (!entry) throw new Error('There is no relay connection.');
     writeFault(entry, name, Buffer.from(packet, 'hex'));
   }
-  /** Sends a message of the newest connection; `packet` in hexadecimal. */
-  sendToClient({ packet }) { this.#relay.fromSite(Buffer.from(packet, 'hex')); }
+  /** Sends a message on the newest connection, whatever its destination; `packet` in hexadecimal. */
+  sendToClient({ packet }) { this.#relay.toNewest(Buffer.from(packet, 'hex')); }
   relayConnections() { return this.#relay.connections().length; }
   relayClients() {
     return this.#relay.connections().map(({ connectionId, engineerId, sinceMs }) =>
@@ -126,7 +132,7 @@ export class LabService {
   counts() { return this.#record.counts(); }
   keepPackets(keep) { this.#record.keepPackets = keep; }
   packets() { return this.#record.packets(); }
-  datagrams() { return this.#datagrams; }
+  datagrams() { return this.#udp.datagrams(); }
 }
 
 /** What may be called from outside the process. */
