@@ -60,6 +60,9 @@ LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
     }
     case kIgnored:
       return 0;
+    case kLinkChanged:
+      OnLinkChanged(state);
+      return 0;
     case WM_TIMER:
       return OnTimer(state, wParam, lParam);
     case WM_SIZE:

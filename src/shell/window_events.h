@@ -27,6 +27,8 @@ void OnJobFinished(AppState& state, const std::wstring& text);
 // Stops a tunnel that the service no longer accepts, so that nothing looks online which is not.
 void OnHeartbeatRefused(AppState& state, std::wstring text);
 void OnNotice(AppState& state, const std::wstring& text);
+// Shows and logs a lost or a regained relay; nothing once the tunnel has stopped.
+void OnLinkChanged(AppState& state);
 LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam);
 LRESULT OnCommand(AppState& state, WPARAM wParam, LPARAM lParam);
 

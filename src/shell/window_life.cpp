@@ -51,6 +51,7 @@ void Create(AppState& state, HWND window) {
   state.window = window;
   state.apartment = std::make_unique<ComApartment>();
   state.gdi.Create();
+  state.tunnel->ObserveLink([window] { ::PostMessageW(window, kLinkChanged, 0, 0); });
   AskForDarkTitleBar(window);
   StartPage(state);
   LoadSettings(state);

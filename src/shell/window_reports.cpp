@@ -10,6 +10,8 @@ namespace {
 
 constexpr wchar_t kTunnelStopped[] =
     L"\r\n中心服务未接受心跳，已停止本机软件隧道，避免显示假在线。";
+constexpr wchar_t kLinkLost[] = L"警告：中继连接中断，软件隧道正在自动重连。";
+constexpr wchar_t kLinkFound[] = L"软件隧道已重新在线。";
 constexpr wchar_t kLineBreak[] = L"\r\n";
 
 void Repaint(const AppState& state) {
@@ -39,6 +41,12 @@ void OnHeartbeatRefused(AppState& state, std::wstring text) {
 void OnNotice(AppState& state, const std::wstring& text) {
   if (!text.empty()) Log(state, text);
   Repaint(state);
+}
+
+void OnLinkChanged(AppState& state) {
+  if (!state.tunnel->IsRunning()) return;
+  PostStateMessage(state);
+  Log(state, state.tunnel->IsRelayConnected() ? kLinkFound : kLinkLost);
 }
 
 LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam) {

@@ -41,7 +41,8 @@ class RelayLink {
   // Set from a successful Connect() until ClearConnected(), so it stays set while a lost connection
   // is not yet noticed.
   [[nodiscard]] bool IsConnected() const noexcept { return connected_; }
-  void ClearConnected() noexcept { connected_ = false; }
+  // True when it was set.
+  bool ClearConnected() noexcept { return connected_.exchange(false); }
 
   // Why the last reconnect failed; empty once connected.
   [[nodiscard]] std::string LastError() const EXCLUDES(statusLock_);

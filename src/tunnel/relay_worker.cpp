@@ -41,7 +41,7 @@ void RelayWorker::ReceiveUntilLost() {
 }
 
 bool RelayWorker::Reconnect() {
-  work_.link.ClearConnected();
+  if (work_.link.ClearConnected()) work_.linkChanged();
   work_.pause(reconnectDelay_);
   if (!work_.flags.KeepGoing()) return false;
   work_.udp.Close();
@@ -55,6 +55,7 @@ bool RelayWorker::Reconnect() {
     return false;
   }
   reconnectDelay_ = kFirstDelay;
+  work_.linkChanged();
   return true;
 }
 

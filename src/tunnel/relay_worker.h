@@ -21,6 +21,7 @@ struct RelayWork {
   UdpRelayRequest udpRequest;
   std::function<void(std::span<std::byte>)> inbound;     // one packet; may throw
   std::function<void(std::chrono::milliseconds)> pause;  // a stop ends it at once
+  std::function<void()> linkChanged;                     // lost, or found again
 };
 
 // The relay thread's body: hands every message of the current relay to the inbound path until the

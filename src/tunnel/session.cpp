@@ -113,10 +113,16 @@ void Session::StartThreads(const std::wstring& relayUrl, const UdpRelayRequest& 
                  relayUrl,
                  udpRequest,
                  [this](std::span<std::byte> packet) { path_.HandleInbound(packet); },
-                 [this](std::chrono::milliseconds time) { deps_.pause(signal_, time); }};
+                 [this](std::chrono::milliseconds time) { deps_.pause(signal_, time); },
+                 linkChanged_};
   threads_.emplace_back(
       [worker = RelayWorker(std::move(work))]() mutable noexcept { worker.Run(); });
   threads_.emplace_back([this]() noexcept { SenderLoop(flags_, queue_, link_, *udp_); });
+}
+
+void Session::ObserveLink(std::function<void()> changed) {
+  const platform::MutexLock held(threadLock_);
+  linkChanged_ = std::move(changed);
 }
 
 void Session::ThrowIfStopped() const {

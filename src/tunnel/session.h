@@ -49,6 +49,7 @@ class Session : public Tunnel {
   // Removes the driver's kernel service even if nothing was running. The text for that case says
   // that the tunnel is running; it is the established wording.
   std::wstring Stop() override EXCLUDES(threadLock_);
+  void ObserveLink(std::function<void()> changed) override EXCLUDES(threadLock_);
   [[nodiscard]] bool IsRunning() const noexcept override { return flags_.running; }
   [[nodiscard]] bool IsRelayConnected() const noexcept override { return link_.IsConnected(); }
   // Why the last reconnect failed; empty while connected.
@@ -78,6 +79,7 @@ class Session : public Tunnel {
   std::unique_ptr<UdpRelay> udp_;  // set once, at construction
   platform::Mutex threadLock_;
   std::vector<std::thread> threads_ GUARDED_BY(threadLock_);
+  std::function<void()> linkChanged_ GUARDED_BY(threadLock_) = []() {};
 };
 
 }  // namespace tunnel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 
 #include "tunnel/tunnel.h"
 
@@ -20,12 +21,14 @@ class FakeTunnel final : public tunnel::Tunnel {
     relayConnected = false;
     return stopText;
   }
+  void ObserveLink(std::function<void()> changed) override { linkChanged = std::move(changed); }
   bool IsRunning() const noexcept override { return running; }
   bool IsRelayConnected() const noexcept override { return relayConnected; }
 
   std::atomic<bool> running{false};
   std::atomic<bool> relayConnected{false};
   std::atomic<int> stops{0};
+  std::function<void()> linkChanged;
   std::wstring stopText = L"软件隧道已停止。";
 };
 

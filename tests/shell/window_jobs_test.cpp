@@ -218,6 +218,29 @@ TEST_F(WindowJobs, NoticesAreLoggedUnlessEmpty) {
   EXPECT_EQ(logged_, Lines{L"新版本"});
 }
 
+TEST_F(WindowJobs, LostAndRegainedRelaysAreShownAndLogged) {
+  tunnel_->running = true;
+  tunnel_->relayConnected = false;
+  tunnel_->linkChanged();
+  Pump();
+  EXPECT_EQ(PostedKinds(), (Names{"state", "log"}));
+  EXPECT_NE(page_.posted[0].find(L"软件隧道正在自动重连"), std::wstring::npos);
+  EXPECT_EQ(logged_, Lines{L"警告：中继连接中断，软件隧道正在自动重连。"});
+  ForgetRecords();
+
+  tunnel_->relayConnected = true;
+  tunnel_->linkChanged();
+  Pump();
+  EXPECT_NE(page_.posted[0].find(L"\"state\":\"在线\""), std::wstring::npos);
+  EXPECT_EQ(logged_, Lines{L"软件隧道已重新在线。"});
+  ForgetRecords();
+
+  tunnel_->running = false;
+  tunnel_->linkChanged();
+  Pump();
+  EXPECT_EQ(logged_, Lines{});
+}
+
 TEST_F(WindowJobs, FileDamagedMeanwhileIsToldAndSetAsideBeforeTheNextSave) {
   file_.siteProfiles.resize(1);
   jobBody_ = [this](settings::Settings&, tunnel::Tunnel&) {

@@ -239,9 +239,31 @@ TEST_F(SessionTest, ALostRelayIsReplacedAndTrafficFlowsAgain) {
   EXPECT_EQ(session_->LastRelayError(), "");
 }
 
+TEST_F(SessionTest, TheObserverLearnsOfEachLossAndReturnOnceEach) {
+  std::atomic<int> losses{0};
+  std::atomic<int> returns{0};
+  session_->ObserveLink([&] { ++(session_->IsRelayConnected() ? returns : losses); });
+  session_->Start(request_);
+  ASSERT_TRUE(relay_.WaitForConnections(1));
+  EXPECT_EQ(losses + returns, 0);
+  world_.HoldPauses();
+  relay_.SetBehaviour(TestRelay::Refuse());
+  relay_.CutConnection();
+  world_.ReleasePause();
+  ASSERT_TRUE(world_.WaitForPauses(2));
+  EXPECT_EQ(losses, 1);
+  EXPECT_EQ(returns, 0);
+  relay_.SetBehaviour(relay_.Serve());
+  world_.ReleasePause();
+  ASSERT_TRUE(world_.WaitForUdpStarts(2));
+  session_->Stop();
+  EXPECT_EQ(losses, 1);
+  EXPECT_EQ(returns, 1);
+}
+
 TEST_F(SessionTest, ACloseFrameFromTheRelayIsALoss) {
   session_->Start(request_);
-  ASSERT_TRUE(relay_.Push(ServerFrame(0x88, {})));
+  relay_.Push(ServerFrame(0x88, {}));  // the client may be gone before this returns
   EXPECT_TRUE(relay_.WaitForConnections(2));
 }
 
@@ -328,7 +350,13 @@ TEST_F(SessionTest, StartOvertakenByAStopFailsAndLeavesNothing) {
 }
 
 TEST_F(SessionTest, StopAtAnyMomentOfAStartLeavesNothing) {
+  // The moments reach from before the start to well after it, on slow machines too.
+  const auto begin = std::chrono::steady_clock::now();
+  session_->Start(request_);
+  const std::chrono::nanoseconds startTime = std::chrono::steady_clock::now() - begin;
+  session_->Stop();
   std::mt19937 random(20240501);
+  std::uniform_int_distribution<std::chrono::nanoseconds::rep> moment(0, 3 * startTime.count());
   int stopped = 0;
   for (int round = 0; round < 200; ++round) {
     std::atomic<bool> go{false};
@@ -341,8 +369,7 @@ TEST_F(SessionTest, StopAtAnyMomentOfAStartLeavesNothing) {
       }
     });
     while (!go) std::this_thread::yield();
-    const auto until =
-        std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 3000);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::nanoseconds(moment(random));
     while (std::chrono::steady_clock::now() < until) std::this_thread::yield();
     if (round % 4 == 0) relay_.CutConnection();
     if (session_->Stop() == kStopped) ++stopped;
