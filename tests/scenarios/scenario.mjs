@@ -23,6 +23,7 @@ export function scenario(name, options, body) {
     try {
       const program = options.start === false ? undefined : await lab.startProgram(options);
       await body(lab, program, t);
+      assert.deepEqual(await lab.service.protocolErrors(), [], 'frames that a strict relay refuses');
     } catch (error) {
       failure = error;
       await lab.display.screenshot(path.join(lab.artifacts, 'failure.png')).catch(() => {});
