@@ -105,9 +105,8 @@ void FrameReader::ReadHeader() {
   maskKey_ = isMasked_ ? static_cast<std::uint32_t>(ReadBe(header.subspan(2 + extended, 4))) : 0;
   headerBytes_ = 0;
   takenBytes_ = 0;
-  if (opcode_ == kOpcodeBinary) isSkipping_ = false;
-  // What is skipped is not held, so the message so far does not count against it.
-  const std::size_t held = IsData() && !isSkipping_ ? message_.size() : 0;
+  // What is skipped or a ping is not added to the message so far.
+  const std::size_t held = IsData() ? message_.size() : 0;
   part_ = length > kMaxMessageBytes - held ? Part::Ended : Part::Body;
   bodyBytes_ = part_ == Part::Body ? static_cast<std::size_t>(length) : 0;
 }
@@ -123,7 +122,7 @@ void FrameReader::ReleaseFinished() {
 
 // Where the frame's payload is gathered; null when it is passed over.
 std::vector<std::byte>* FrameReader::Target() noexcept {
-  if (IsData()) return isSkipping_ ? nullptr : &message_;
+  if (IsData()) return &message_;
   return opcode_ == kOpcodePing ? &control_ : nullptr;
 }
 
@@ -146,15 +145,9 @@ FrameEvent FrameReader::FinishFrame() {
     finished_ = &control_;
     return FrameEvent::Ping;
   }
-  if (IsData() && !isSkipping_) {
-    if (!isFinal_) return FrameEvent::NeedMore;
-    finished_ = &message_;
-    return FrameEvent::Message;
-  }
-  // Opcodes below 8 start messages, and the message's later frames carry no kind of their own.
-  const bool isControl = opcode_ >= kOpcodeClose;
-  if (!isControl) isSkipping_ = !isFinal_;
-  return FrameEvent::NeedMore;
+  if (!IsData() || !isFinal_) return FrameEvent::NeedMore;
+  finished_ = &message_;
+  return FrameEvent::Message;
 }
 
 }  // namespace tunnel

@@ -39,10 +39,10 @@ enum class FrameEvent {
 
 // Cuts one relay connection's byte stream into messages.
 //
-// Only binary messages are delivered. Text messages and frames of unknown kinds are skipped, a text
-// message together with its continuation frames. Masked frames are unmasked; reserved bits are not
-// looked at. A continuation that continues nothing counts as a binary message, and a binary frame
-// within an unfinished message goes on with it.
+// Binary and continuation frames make up the messages; text frames and frames of unknown kinds are
+// skipped, one frame at a time. So a continuation always belongs to the message being gathered,
+// also when it continues nothing or a text, and a binary frame within an unfinished message goes on
+// with it. Masked frames are unmasked; reserved bits are not looked at.
 //
 // Threads: none inside; one caller at a time (the receiving thread).
 // Owns:    what has arrived of the current message and frame, each up to kMaxMessageBytes.
@@ -87,7 +87,6 @@ class FrameReader {
   std::uint32_t maskKey_ = 0;
   std::size_t bodyBytes_ = 0;   // the frame's payload
   std::size_t takenBytes_ = 0;  // of them that have arrived
-  bool isSkipping_ = false;     // an unfinished message that is not delivered
   std::vector<std::byte> message_;
   std::vector<std::byte> control_;
   std::vector<std::byte>* finished_ = nullptr;  // message_ or control_, for Payload()

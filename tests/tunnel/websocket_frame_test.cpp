@@ -129,15 +129,15 @@ TEST(FrameReader, ReadsTheSameHoweverTheStreamIsCut) {
        Join({ServerFrame(kFin | 10, BytesOf("old")), ServerFrame(kFin | 2, BytesOf("a"))}), "M:a "},
       {"text passed over",
        Join({ServerFrame(kFin | 1, BytesOf("text")), ServerFrame(kFin | 2, BytesOf("a"))}), "M:a "},
-      {"text passed over with its continuations",
+      {"only the text frame itself is passed over",
        Join({ServerFrame(1, BytesOf("te")), ServerFrame(0, BytesOf("x")),
              ServerFrame(kFin, BytesOf("t")), ServerFrame(kFin | 2, BytesOf("a"))}),
-       "M:a "},
-      {"ping inside a text passed over",
+       "M:xt M:a "},
+      {"ping after a text passed over",
        Join({ServerFrame(1, BytesOf("te")), ServerFrame(kFin | 9, BytesOf("p")),
              ServerFrame(kFin, BytesOf("xt")), ServerFrame(kFin | 2, BytesOf("a"))}),
-       "P:p M:a "},
-      {"binary ends a text that never ended",
+       "P:p M:xt M:a "},
+      {"binary after a text that never ended",
        Join({ServerFrame(1, BytesOf("te")), ServerFrame(2, BytesOf("a")),
              ServerFrame(kFin, BytesOf("b"))}),
        "M:ab "},
@@ -227,11 +227,14 @@ TEST(FrameReader, FragmentsTogetherMayReachTheLimitAndNoMore) {
   }
 }
 
-TEST(FrameReader, PassedOverFragmentsAreNotCountedAgainstTheLimit) {
-  FrameReader reader;
-  EXPECT_EQ(reader.Feed(ServerFrame(1, Pattern(kMaxMessageBytes))).event, FrameEvent::NeedMore);
-  EXPECT_EQ(reader.Feed(ServerFrame(kFin, Pattern(kMaxMessageBytes))).event, FrameEvent::NeedMore);
-  EXPECT_EQ(Describe(reader, ServerFrame(kFin | 2, BytesOf("a")), 100), "M:a ");
+TEST(FrameReader, WhatIsPassedOverOrAPingIsNotCountedAgainstTheMessage) {
+  for (const int firstByte : {kFin | 1, 3, kFin | 9, kFin | 10}) {
+    FrameReader reader;
+    EXPECT_EQ(reader.Feed(ServerFrame(2, BytesOf("a"))).event, FrameEvent::NeedMore);
+    EXPECT_NE(reader.Feed(ServerFrame(firstByte, Pattern(kMaxMessageBytes))).event,
+              FrameEvent::Ended);
+    EXPECT_EQ(Describe(reader, ServerFrame(kFin, BytesOf("b")), 100), "M:ab ") << firstByte;
+  }
 }
 
 TEST(FrameReader, StaysEnded) {
