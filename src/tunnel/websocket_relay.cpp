@@ -27,6 +27,17 @@ std::runtime_error ErrorWithCode(const std::string& what, int code) {
   return std::runtime_error(what + std::to_string(code));
 }
 
+// In slices of at most `sliceBytes`; 0, or the code of the send that failed.
+int SendAll(platform::Socket& socket, std::span<const std::byte> bytes, std::size_t sliceBytes) {
+  while (!bytes.empty()) {
+    const platform::SocketResult sent =
+        socket.Send(bytes.first(std::min(bytes.size(), sliceBytes)));
+    if (sent.bytes == 0) return sent.error;
+    bytes = bytes.subspan(sent.bytes);
+  }
+  return 0;
+}
+
 }  // namespace
 
 WebSocketRelay::WebSocketRelay(RelayHooks hooks) : hooks_(std::move(hooks)) {}
@@ -110,9 +121,9 @@ void WebSocketRelay::ThrowIfCancelled() const {
 
 void WebSocketRelay::ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint) {
   const std::string request = BuildHandshakeRequest(endpoint.path, endpoint.host);
-  const platform::SocketResult sent = socket.Send(std::as_bytes(std::span(request)));
-  if (sent.bytes != request.size()) {
-    throw ErrorWithCode("WebSocket handshake send failed, error ", sent.error);
+  // One piece; only a request that the socket's buffer cannot hold goes on in a second one.
+  if (const int error = SendAll(socket, std::as_bytes(std::span(request)), request.size())) {
+    throw ErrorWithCode("WebSocket handshake send failed, error ", error);
   }
   reader_ = std::make_unique<FrameReader>();
   unread_ = {};
@@ -139,17 +150,9 @@ bool WebSocketRelay::SendFrame(std::uint8_t opcode, std::span<const std::byte> p
   const SocketPointer socket = CurrentSocket();
   if (!connected_ || socket == nullptr) return false;
   const std::uint32_t tickMs = hooks_.tickMs ? hooks_.tickMs() : SteadyTickMs();
-  return SendAll(*socket, EncodeFrame(opcode, payload, MakeMaskKey(maskCounter_++, tickMs)));
-}
-
-bool WebSocketRelay::SendAll(platform::Socket& socket, std::span<const std::byte> bytes) {
-  while (!bytes.empty()) {
-    const auto slice = bytes.first(std::min(bytes.size(), kSliceBytes));
-    const platform::SocketResult sent = socket.Send(slice);
-    if (sent.bytes == 0) return false;
-    bytes = bytes.subspan(sent.bytes);
-  }
-  return true;
+  const std::vector<std::byte> frame =
+      EncodeFrame(opcode, payload, MakeMaskKey(maskCounter_++, tickMs));
+  return SendAll(*socket, frame, kSliceBytes) == 0;
 }
 
 // Fills the buffer, of which all must have been read. False at the end of the stream (error 0) or
@@ -178,8 +181,8 @@ bool WebSocketRelay::ReadMessage(std::vector<std::byte>& message) {
         message.assign(payload.begin(), payload.end());
         return true;
       case FrameEvent::Ping:
-        // A pong that cannot be sent ends nothing by itself; the next receive will.
-        SendFrame(kOpcodePong, payload);
+        // A pong cut short would have the next frame read as its rest.
+        if (!SendFrame(kOpcodePong, payload)) return false;
         break;
       case FrameEvent::Ended:
         return false;

@@ -54,7 +54,7 @@ class WebSocketRelay {
   bool SendFrame(std::uint8_t opcode, std::span<const std::byte> payload);
 
   // Waits for the next binary message and answers pings meanwhile. False when the connection has
-  // ended: by the relay, a fault, 8 seconds of silence or Close().
+  // ended: by the relay, a fault, a pong that could not be sent, 8 seconds of silence or Close().
   bool ReadMessage(std::vector<std::byte>& message);
 
   // Ends the connection. Safe to call twice.
@@ -71,7 +71,6 @@ class WebSocketRelay {
   SocketPointer Publish(SocketPointer socket);
   SocketPointer CurrentSocket();
   void ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint);
-  bool SendAll(platform::Socket& socket, std::span<const std::byte> bytes);
   bool ReceiveMore(platform::Socket& socket, int& error);
   void ThrowIfCancelled() const;
 

@@ -79,6 +79,23 @@ TEST_F(WebSocketRelayTest, SaysWhereTheConnectFailed) {
       << failure;
 }
 
+TEST_F(WebSocketRelayTest, SaysThatTheRequestCouldNotBeSent) {
+  // Far more than sockets hold of what nobody reads.
+  TestRelay server(TestRelay::Refuse());
+  const std::string failure = FailureOf(server.RelayUrl() + std::wstring(16 << 20, L'x'));
+  constexpr std::string_view kStart = "WebSocket handshake send failed, error ";
+  ASSERT_TRUE(failure.starts_with(kStart)) << failure;
+  EXPECT_GT(std::stoi(failure.substr(kStart.size())), 0) << failure;
+}
+
+TEST_F(WebSocketRelayTest, TriesEachAddressOfTheHost) {
+  // Where the name also stands for ::1, that comes first, and nobody listens there.
+  TestRelay server;
+  const std::wstring url = server.RelayUrl();
+  relay_.Connect(L"ws://localhost" + url.substr(url.find(L':', 5)));
+  EXPECT_TRUE(server.WaitForConnections(1));
+}
+
 TEST_F(WebSocketRelayTest, SendsTheRequestAndSetsTheSocketUp) {
   TestRelay server;
   relay_.Connect(server.RelayUrl());
@@ -154,6 +171,22 @@ TEST_F(WebSocketRelayTest, AnswersPingInsideFragmentedMessage) {
   EXPECT_EQ(server.Frames()[0].firstByte, 0x8A);
   EXPECT_TRUE(server.Frames()[0].isMasked);
   EXPECT_EQ(server.Frames()[0].payload, BytesOf("are you there"));
+}
+
+TEST_F(WebSocketRelayTest, APongThatCannotBeSentEndsTheConnection) {
+  // Ping and message come with the upgrade, so they are here when the connection is gone.
+  TestRelay server([](TestPeer& peer) {
+    peer.ReadRequest();
+    Bytes all = BytesOf(kUpgrade);
+    Append(all, ServerFrame(0x89, BytesOf("are you there")));
+    Append(all, ServerFrame(0x82, BytesOf("message")));
+    peer.Send(all);
+  });
+  relay_.Connect(server.RelayUrl());
+  while (relay_.SendFrame(kOpcodeBinary, BytesOf("x"))) std::this_thread::yield();
+  Bytes message;
+  EXPECT_FALSE(relay_.ReadMessage(message));
+  EXPECT_TRUE(message.empty());
 }
 
 TEST_F(WebSocketRelayTest, SendsEachPacketAsOneMaskedFrame) {
