@@ -21,8 +21,8 @@ void RelayWorker::Run() noexcept {
     }
   } catch (const std::exception& error) {
     // Only an exhausted memory comes this far; the status shows why nothing is received any more.
-    work_.link.ClearConnected();
     work_.link.SetLastError(error.what());
+    if (work_.link.ClearConnected()) work_.linkChanged();
   }
 }
 

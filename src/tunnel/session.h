@@ -43,7 +43,7 @@ struct SessionDeps {
 class Session : public Tunnel {
  public:
   explicit Session(SessionDeps deps);
-  ~Session() override;  // stops a running tunnel
+  ~Session() override;  // stops a running tunnel; no other call may be under way
 
   TunnelStarted Start(const TunnelRequest& request) override EXCLUDES(threadLock_);
   // Removes the driver's kernel service even if nothing was running. The text for that case says

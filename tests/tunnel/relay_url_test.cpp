@@ -59,9 +59,23 @@ TEST(RelayUrl, EmptyServiceAddressMeansTheDefaultService) {
 }
 
 TEST(RelayUrl, SaysWhichAddressCannotBeTakenApart) {
-  EXPECT_EQ(FailureOf(L"ftp://relay.example"),
-            "WinHttpCrackUrl failed for URL: ftp://relay.example"
-            "/api/relay/client/c1?engineerId=ENG-1");
+  const struct {
+    const wchar_t* serverUrl;
+    const char* taken;  // what was to be taken apart, before the path
+  } rows[] = {
+      {L"ftp://relay.example", "ftp://relay.example"},
+      {L" ftp://relay.example// ", "ftp://relay.example"},
+      {L"ws://relay.example", "ws://relay.example"},
+      {L"http://relay.example:65536", "http://relay.example:65536"},
+      {L"http://relay.example:x", "http://relay.example:x"},
+      {L"://relay.example", "://relay.example"},
+      {L"ftp://\x4E2D\xD83D\xDE00", "ftp://\xE4\xB8\xAD\xF0\x9F\x98\x80"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(FailureOf(row.serverUrl),
+              "WinHttpCrackUrl failed for URL: " + std::string(row.taken) +
+                  "/api/relay/client/c1?engineerId=ENG-1");
+  }
 }
 
 TEST(RelayUrl, IsTakenApartAgain) {

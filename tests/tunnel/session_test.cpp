@@ -35,7 +35,7 @@ TEST_F(SessionTest, StartOpensEverythingAndTellsTheRoutes) {
   EXPECT_TRUE(session_->IsRunning());
   EXPECT_TRUE(session_->IsRelayConnected());
   EXPECT_EQ(session_->LastRelayError(), "");
-  EXPECT_EQ(world_.Take(), std::vector<std::string>{"udp start"});
+  EXPECT_EQ(world_.Take(), std::vector<std::string>{"udp start with 0 handles"});
 
   const std::vector<FakeDriver::OpenCall> opened = driver_.Opened();
   ASSERT_EQ(opened.size(), 2U);
@@ -75,7 +75,7 @@ TEST_F(SessionTest, StopClosesInTheStatedOrder) {
   const std::vector<std::string> events = world_.Take();
   // The UDP path is closed first without waiting, then for good when all threads have ended.
   ASSERT_GE(events.size(), 3U);
-  EXPECT_EQ(events.front(), "udp close");
+  EXPECT_EQ(events.front(), "udp close with 0 handles");
   EXPECT_EQ(std::ranges::count(events, "udp join"), 1);
   const auto unloaded = std::ranges::find(events, "command with 0 libraries");
   EXPECT_LT(std::ranges::find(events, "udp join"), unloaded);

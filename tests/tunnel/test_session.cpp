@@ -10,15 +10,20 @@ constexpr std::chrono::seconds kPatience{10};
 // A UDP path that only tells what is asked of it.
 class NotingUdpRelay : public UdpRelay {
  public:
-  explicit NotingUdpRelay(TestWorld& world) : world_(world) {}
-  void Start(const UdpRelayRequest&) override { world_.StartUdp(); }
-  void Close() noexcept override { world_.Note("udp close"); }
+  NotingUdpRelay(TestWorld& world, FakeDriver& driver) : world_(world), driver_(driver) {}
+  void Start(const UdpRelayRequest&) override { world_.StartUdp(Handles()); }
+  void Close() noexcept override { world_.Note("udp close" + Handles()); }
   void Join() noexcept override { world_.Note("udp join"); }
   [[nodiscard]] bool IsReady() const noexcept override { return false; }
   bool Send(std::span<const std::byte>) override { return false; }
 
  private:
+  std::string Handles() const {
+    return " with " + std::to_string(driver_.OpenHandles()) + " handles";
+  }
+
   TestWorld& world_;
+  FakeDriver& driver_;
 };
 
 }  // namespace
@@ -30,7 +35,9 @@ SessionDeps TestWorld::Deps(FakeDriver& driver) {
     return driver.Api();
   };
   deps.collectLocalNetworks = []() { return std::vector<Ipv4Network>{{0xC0A80100, 24}}; };
-  deps.makeUdpRelay = [this](UdpRelayHooks) { return std::make_unique<NotingUdpRelay>(*this); };
+  deps.makeUdpRelay = [this, &driver](UdpRelayHooks) {
+    return std::make_unique<NotingUdpRelay>(*this, driver);
+  };
   deps.runHidden = [this, &driver](const std::wstring& command, std::chrono::milliseconds wait) {
     EXPECT_EQ(wait, std::chrono::milliseconds(5000));
     Note("command with " + std::to_string(driver.LoadedLibraries()) + " libraries");
@@ -107,12 +114,12 @@ std::vector<std::string> TestWorld::Take() {
   return std::exchange(events_, {});
 }
 
-void TestWorld::StartUdp() {
+void TestWorld::StartUdp(const std::string& handles) {
   if (const char* const error = udpError) throw std::runtime_error(error);
   {
     const platform::MutexLock held(lock_);
     ++udpStarts_;
-    events_.push_back("udp start");
+    events_.push_back("udp start" + handles);
   }
   changed_.NotifyAll();
 }

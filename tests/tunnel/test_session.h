@@ -36,11 +36,11 @@ class TestWorld {
 
   [[nodiscard]] std::vector<std::chrono::milliseconds> Pauses() const EXCLUDES(lock_);
   [[nodiscard]] std::vector<std::wstring> Commands() const EXCLUDES(lock_);
-  // What happened since the last call: "udp start", "udp close", "udp join", "command with N
-  // libraries".
+  // What happened since the last call, with what of the driver was open then: "udp start with N
+  // handles", "udp close with N handles", "udp join", "command with N libraries".
   std::vector<std::string> Take() EXCLUDES(lock_);
 
-  void StartUdp() EXCLUDES(lock_);
+  void StartUdp(const std::string& handles) EXCLUDES(lock_);
   void Note(std::string event) EXCLUDES(lock_);
 
  private:
