@@ -7,6 +7,7 @@
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/path.h"
+#include "platform/resource_win.h"
 #include "shell/runtime_folder.h"
 
 namespace shell {
@@ -19,17 +20,6 @@ std::optional<std::uint64_t> FileSizeBytes(const std::wstring& path) {
   WIN32_FILE_ATTRIBUTE_DATA data = {};
   if (!::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) return std::nullopt;
   return (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
-}
-
-// The resource's bytes, which live as long as the module; empty when it is missing.
-std::span<const std::byte> FindResourceBytes(HMODULE module, WORD id) {
-  HRSRC found = ::FindResourceW(module, MAKEINTRESOURCEW(id), RT_RCDATA);
-  if (found == nullptr) return {};
-  HGLOBAL loaded = ::LoadResource(module, found);
-  if (loaded == nullptr) return {};
-  const auto* bytes = static_cast<const std::byte*>(::LockResource(loaded));
-  if (bytes == nullptr) return {};
-  return {bytes, ::SizeofResource(module, found)};
 }
 
 bool WriteAnew(const std::wstring& path, std::span<const std::byte> bytes) {
@@ -53,7 +43,7 @@ void RefreshDevelopmentTree(const std::wstring& root) {
 }  // namespace
 
 bool ExtractResource(HMODULE module, WORD id, const std::wstring& targetPath) {
-  const std::span<const std::byte> bytes = FindResourceBytes(module, id);
+  const std::span<const std::byte> bytes = platform::FindResourceBytes(module, id);
   if (bytes.empty()) return false;
 
   platform::CreateFolders(platform::ParentFolder(targetPath));

@@ -1,4 +1,4 @@
-#include "platform/windows_sdk.h"
+#include "platform/resource_win.h"
 #include "text/utf8.h"
 #include "webui/page_source.h"
 
@@ -10,14 +10,8 @@ constexpr WORD kPageResource = 210;
 }  // namespace
 
 std::wstring PageFromResources() {
-  // A resource is part of the mapped program: neither the handle nor the bytes are freed.
-  const HRSRC resource = ::FindResourceW(nullptr, MAKEINTRESOURCEW(kPageResource), RT_RCDATA);
-  if (resource == nullptr) return {};
-  const DWORD sizeBytes = ::SizeofResource(nullptr, resource);
-  const HGLOBAL loaded = ::LoadResource(nullptr, resource);
-  const void* bytes = loaded == nullptr ? nullptr : ::LockResource(loaded);
-  if (bytes == nullptr) return {};
-  return text::FromUtf8({static_cast<const char*>(bytes), sizeBytes});
+  const std::span<const std::byte> bytes = platform::FindResourceBytes(nullptr, kPageResource);
+  return text::FromUtf8({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 }  // namespace webui
