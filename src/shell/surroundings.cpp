@@ -11,6 +11,7 @@
 #include "shell/log_file.h"
 #include "shell/main_window.h"
 #include "update/update_check.h"
+#include "webui/page_source.h"
 #include "webui/webview2_loader.h"
 
 namespace shell {
@@ -67,7 +68,8 @@ Surroundings RealSurroundings() {
   real.writeLogLine = WriteLogLine;
   real.createWebHost = [](HWND window, webui::WebHostEvents events) {
     return webui::WebCreate(window, platform::TemporaryFolder() + kUserDataFolder,
-                            std::move(events), webui::CreateCoreWebView2EnvironmentWithOptions);
+                            std::move(events), webui::CreateCoreWebView2EnvironmentWithOptions,
+                            webui::PageFromResources);
   };
   real.showMessageBox = [](HWND window, const std::wstring& text) {
     ::MessageBoxW(window, text.c_str(), kWindowTitle, MB_OK | MB_ICONERROR);

@@ -18,7 +18,8 @@ constexpr wchar_t kPageFailed[] = L"界面加载失败。";
 // weakly, so a callback that comes after Close() or the owner's end finds nothing to do.
 class Control : public std::enable_shared_from_this<Control> {
  public:
-  Control(HWND window, WebHostEvents events) : window_(window), events_(std::move(events)) {}
+  Control(HWND window, WebHostEvents events, ReadPage readPage)
+      : window_(window), events_(std::move(events)), readPage_(std::move(readPage)) {}
 
   void Start(const std::wstring& userDataFolder, const CreateEnvironment& create);
   void Close();
@@ -39,6 +40,7 @@ class Control : public std::enable_shared_from_this<Control> {
 
   const HWND window_;
   const WebHostEvents events_;
+  const ReadPage readPage_;
   bool closed_ = false;
   bool failed_ = false;  // a failure may come both as a result and through its handler
   ComPtr<ICoreWebView2Environment> environment_;
@@ -100,7 +102,7 @@ void Control::ListenToPage() {
 }
 
 void Control::ShowPage() {
-  const std::wstring page = PageFromResources();
+  const std::wstring page = readPage_();
   const HRESULT result =
       page.empty()
           ? webView_->Navigate(PageFileUrl(platform::ProgramPath(), platform::IsFile).c_str())
@@ -150,8 +152,8 @@ void Control::Close() {
 
 class WebView2Host final : public WebHost {
  public:
-  WebView2Host(HWND window, WebHostEvents events)
-      : control_(std::make_shared<Control>(window, std::move(events))) {}
+  WebView2Host(HWND window, WebHostEvents events, ReadPage readPage)
+      : control_(std::make_shared<Control>(window, std::move(events), std::move(readPage))) {}
   ~WebView2Host() override { control_->Close(); }
 
   Control& GetControl() { return *control_; }
@@ -181,8 +183,9 @@ class WebView2Host final : public WebHost {
 }  // namespace
 
 std::unique_ptr<WebHost> WebCreate(HWND window, const std::wstring& userDataFolder,
-                                   WebHostEvents events, const CreateEnvironment& create) {
-  auto host = std::make_unique<WebView2Host>(window, std::move(events));
+                                   WebHostEvents events, const CreateEnvironment& create,
+                                   ReadPage readPage) {
+  auto host = std::make_unique<WebView2Host>(window, std::move(events), std::move(readPage));
   host->GetControl().Start(userDataFolder, create);
   return host;
 }

@@ -47,9 +47,14 @@ using CreateEnvironment =
     std::function<HRESULT(const std::wstring& userDataFolder,
                           ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler)>;
 
+// The page as the program carries it, empty when it does not; webui::PageFromResources in the
+// program.
+using ReadPage = std::function<std::wstring()>;
+
 // Starts bringing up the control and its page in `window`, with the browser's data kept in
-// `userDataFolder`. Returns at once.
+// `userDataFolder`. Without a page to read, the control shows PageFileUrl(). Returns at once.
 std::unique_ptr<WebHost> WebCreate(HWND window, const std::wstring& userDataFolder,
-                                   WebHostEvents events, const CreateEnvironment& create);
+                                   WebHostEvents events, const CreateEnvironment& create,
+                                   ReadPage readPage);
 
 }  // namespace webui

@@ -51,7 +51,8 @@ std::optional<std::wstring> ReadRegistryString(HKEY key, const wchar_t* name) {
                                               reinterpret_cast<BYTE*>(value.data()), &sizeBytes);
     if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) return std::nullopt;
     if (type != REG_SZ) return std::nullopt;
-    value.resize(sizeBytes / sizeof(wchar_t));
+    // Rounded up: a value with half a unit at its end would never find room enough.
+    value.resize((sizeBytes + sizeof(wchar_t) - 1) / sizeof(wchar_t));
     if (status == ERROR_MORE_DATA) continue;
     value.resize(std::wstring_view(value).find_last_not_of(L'\0') + 1);
     return value;

@@ -38,7 +38,8 @@ class WebHostTest : public testing::Test {
           if (completeAtOnce_) CompleteEnvironment();
           if (failAtOnce_) handler->Invoke(E_FAIL, nullptr);
           return createResult_;
-        });
+        },
+        [this] { return page_; });
   }
 
   void CompleteEnvironment() {
@@ -67,6 +68,7 @@ class WebHostTest : public testing::Test {
   bool completeAtOnce_ = false;
   bool failAtOnce_ = false;
   HRESULT createResult_ = S_OK;
+  std::wstring page_;  // in the resources
   std::wstring folder_;
   std::vector<std::wstring> logged_;
   std::vector<std::wstring> messages_;
@@ -90,7 +92,7 @@ TEST_F(WebHostTest, ComesUpStepByStep) {
   EXPECT_EQ(environment_.parent, window_);
   EXPECT_FALSE(host_->IsUp());
   CompleteController();
-  // The test program carries no page, and no app.html lies beside it.
+  // No app.html lies beside the test program.
   EXPECT_EQ(calls_,
             (Calls{"CreateController", "put_Bounds", "add_WebMessageReceived", "Navigate"}));
   EXPECT_TRUE(host_->IsUp());
@@ -116,11 +118,26 @@ TEST_F(WebHostTest, ShowsTheFileInTheSourceTreeWithoutAPageInTheResources) {
   EXPECT_TRUE(logged_.empty());
 }
 
+TEST_F(WebHostTest, ShowsThePageInTheResourcesAndLooksForNoFile) {
+  page_ = L"<p>维马林</p>";
+  Create();
+  CompleteEnvironment();
+  CompleteController();
+  EXPECT_EQ(calls_, (Calls{"CreateController", "put_Bounds", "add_WebMessageReceived",
+                           "NavigateToString"}));
+  EXPECT_EQ(webView_.html, page_);
+  EXPECT_TRUE(webView_.url.empty());
+}
+
 TEST_F(WebHostTest, LogsARefusedNavigation) {
-  webView_.navigateResult = E_INVALIDARG;
-  BringUp();
-  EXPECT_EQ(logged_, kPageFailed);
-  EXPECT_TRUE(host_->IsUp());
+  for (const wchar_t* page : {L"", L"<p></p>"}) {
+    page_ = page;
+    logged_.clear();
+    webView_.navigateResult = E_INVALIDARG;
+    BringUp();
+    EXPECT_EQ(logged_, kPageFailed);
+    EXPECT_TRUE(host_->IsUp());
+  }
 }
 
 TEST_F(WebHostTest, LogsAMissingRuntimeOnce) {
