@@ -6,6 +6,7 @@
 #include "shell/clipboard.h"
 #include "shell/page_link.h"
 #include "shell/settings_care.h"
+#include "shell/window_events.h"
 #include "shell/worker.h"
 #include "webui/actions.h"
 
@@ -43,10 +44,6 @@ void OpenDesktop(AppState& state) {
 }
 void ResolveDevice(AppState& state) {
   StartWorker(state, kResolveBusy, state.surroundings.jobs.resolveDevice);
-}
-
-void Repaint(const AppState& state) {
-  ::InvalidateRect(state.window, nullptr, FALSE);
 }
 
 void LogDiscovery(const AppState& state) {
@@ -133,7 +130,7 @@ bool HandleCommand(AppState& state, int id, int notification, HWND control) {
       return true;
     case 1012:
       SaveProfile(state);
-      Repaint(state);
+      Repaint(state.window);
       return true;
     case 1013:
       Stop(state);

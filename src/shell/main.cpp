@@ -1,3 +1,4 @@
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,11 +33,10 @@ void BecomeDpiAware() {
 
 std::vector<std::wstring> CommandLineArguments() {
   int count = 0;
-  LPWSTR* const parts = ::CommandLineToArgvW(::GetCommandLineW(), &count);
-  if (parts == nullptr) return {};
-  std::vector<std::wstring> arguments(parts, parts + count);
-  ::LocalFree(parts);
-  return arguments;
+  const std::unique_ptr<LPWSTR[], decltype(&::LocalFree)> parts(
+      ::CommandLineToArgvW(::GetCommandLineW(), &count), &::LocalFree);
+  if (!parts) return {};
+  return std::vector<std::wstring>(parts.get(), parts.get() + count);
 }
 
 void InitialiseCommonControls() {

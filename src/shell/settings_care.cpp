@@ -20,6 +20,7 @@ constexpr wchar_t kNotKept[] = L"警告：无法读取的设置文件未能另�
 bool TryLoad(AppState& state) {
   try {
     state.surroundings.store.load(state.settings);
+    state.settingsDamaged = false;
     return true;
   } catch (const std::exception&) {
     state.settingsDamaged = true;

@@ -48,5 +48,7 @@ LRESULT OnMouseDown(AppState& state, WPARAM wParam, LPARAM lParam);
 // Moves the native controls into place. The page covers the window and there are none of them, so
 // that what is left of it is the repainting.
 void LayOut(HWND window);
+// Has what shows of the window drawn again when it next comes to that.
+void Repaint(HWND window);
 
 }  // namespace shell

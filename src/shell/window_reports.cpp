@@ -14,10 +14,6 @@ constexpr wchar_t kLinkLost[] = L"警告：中继连接中断，软件隧道正�
 constexpr wchar_t kLinkFound[] = L"软件隧道已重新在线。";
 constexpr wchar_t kLineBreak[] = L"\r\n";
 
-void Repaint(const AppState& state) {
-  ::InvalidateRect(state.window, nullptr, FALSE);
-}
-
 }  // namespace
 
 void OnJobFinished(AppState& state, const std::wstring& text) {
@@ -35,12 +31,12 @@ void OnHeartbeatRefused(AppState& state, std::wstring text) {
   PostApplyMessage(state);
   PostStateMessage(state);
   Log(state, text);
-  Repaint(state);
+  Repaint(state.window);
 }
 
 void OnNotice(AppState& state, const std::wstring& text) {
   if (!text.empty()) Log(state, text);
-  Repaint(state);
+  Repaint(state.window);
 }
 
 void OnLinkChanged(AppState& state) {

@@ -102,4 +102,8 @@ void LayOut(HWND window) {
   ::InvalidateRect(window, nullptr, TRUE);
 }
 
+void Repaint(HWND window) {
+  ::InvalidateRect(window, nullptr, FALSE);
+}
+
 }  // namespace shell

@@ -3,6 +3,7 @@
 #include "shell/page_link.h"
 #include "shell/retry.h"
 #include "shell/settings_care.h"
+#include "shell/window_events.h"
 #include "shell/window_messages.h"
 #include "webui/actions.h"
 
@@ -11,6 +12,23 @@ namespace {
 
 constexpr wchar_t kRetryArmed[] = L"授权未恢复，将每 5 秒自动重试连接。";
 constexpr wchar_t kRetryBusy[] = L"正在自动重试连接授权...";
+
+// Ends the time of being busy, also when an exception cuts the work short: a flag that stayed set
+// would refuse every later job.
+class BusyEnd {
+ public:
+  explicit BusyEnd(std::atomic<bool>& busy) noexcept : busy_(&busy) {}
+  ~BusyEnd() {
+    if (busy_ != nullptr) busy_->exchange(false);
+  }
+  BusyEnd(const BusyEnd&) = delete;
+  BusyEnd& operator=(const BusyEnd&) = delete;
+  // The job runs; its result ends the time.
+  void Cancel() noexcept { busy_ = nullptr; }
+
+ private:
+  std::atomic<bool>* busy_;
+};
 
 // What the worker thread gets to work with; all its own but the tunnel, which outlives it.
 struct WorkerRecord {
@@ -39,6 +57,7 @@ void JoinWorker(AppState& state) noexcept {
 
 void StartWorker(AppState& state, const std::wstring& busyText, const Job& job) {
   if (state.busy.exchange(true)) return;
+  BusyEnd unlessStarted(state.busy);
   JoinWorker(state);
   webui::TakeFields(state.form, state.settings);
   SaveSettings(state);
@@ -47,18 +66,21 @@ void StartWorker(AppState& state, const std::wstring& busyText, const Job& job) 
   Log(state, busyText);
   WorkerRecord record{state.window, state.settings, state.tunnel.get(), job};
   state.worker = StartThread([owned = std::move(record)]() mutable { Work(std::move(owned)); });
+  unlessStarted.Cancel();
 }
 
 void FinishJob(AppState& state, const std::wstring& text) {
   JoinWorker(state);
-  ReloadSettings(state);
-  PostApplyMessage(state);
-  PostStateMessage(state);
-  state.busy.exchange(false);
+  {
+    const BusyEnd afterwards(state.busy);
+    ReloadSettings(state);
+    PostApplyMessage(state);
+    PostStateMessage(state);
+  }
   state.lastMessage = text;
   PostStateMessage(state);
   Log(state, text);
-  ::InvalidateRect(state.window, nullptr, FALSE);
+  Repaint(state.window);
 
   switch (DecideRetry(state.settings, state.retryArmed)) {
     case RetryStep::Arm:

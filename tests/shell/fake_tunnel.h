@@ -19,6 +19,7 @@ class FakeTunnel final : public tunnel::Tunnel {
     ++stops;
     running = false;
     relayConnected = false;
+    if (stopThrows) throw 7;
     return stopText;
   }
   void ObserveLink(std::function<void()> changed) override { linkChanged = std::move(changed); }
@@ -28,6 +29,7 @@ class FakeTunnel final : public tunnel::Tunnel {
   std::atomic<bool> running{false};
   std::atomic<bool> relayConnected{false};
   std::atomic<int> stops{0};
+  bool stopThrows = false;
   std::function<void()> linkChanged;
   std::wstring stopText = L"软件隧道已停止。";
 };

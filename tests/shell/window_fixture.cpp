@@ -72,6 +72,7 @@ Surroundings WindowTest::MakeSurroundings() {
                 NamedJob("resolve")};
   fakes.store.load = [this](settings::Settings& settings) {
     storeCalls_.push_back("load");
+    if (loadFails_) throw 7;
     if (fileDamaged_) throw std::runtime_error("Invalid JSON.");
     settings = file_;
   };
@@ -92,6 +93,7 @@ Surroundings WindowTest::MakeSurroundings() {
   fakes.writeLogLine = [this](const std::wstring& text) { logged_.push_back(text); };
   fakes.createWebHost = [this](HWND, webui::WebHostEvents events) {
     events_ = std::move(events);
+    if (hostFails_) throw std::runtime_error("memory");
     if (!environmentFailure_.empty()) {
       events_.log(environmentFailure_);
       events_.environmentFailed(environmentFailure_);

@@ -53,7 +53,9 @@ class WindowTest : public testing::Test {
   // What the fakes do and what they saw.
   settings::Settings file_;   // the settings file
   bool fileDamaged_ = false;  // loading throws
+  bool loadFails_ = false;    // loading throws what is no std::exception
   bool saveFails_ = false;    // saving throws
+  bool hostFails_ = false;    // making the browser control throws
   std::wstring keptAs_ = L"C:\\kept.json";
   int saves_ = 0;
   int keeps_ = 0;

@@ -93,6 +93,28 @@ TEST_F(WindowJobs, AreDroppedWithoutATraceWhileOneRuns) {
   EXPECT_EQ(logged_, Lines{L"完成"});
 }
 
+TEST_F(WindowJobs, ThatCannotBeStartedLeaveTheWayFree) {
+  saveFails_ = true;
+  PageSends(L"{\"action\":\"test\",\"f\":{}}");
+  EXPECT_EQ(logged_, Lines{L"Error: disk"});
+  EXPECT_FALSE(state_->busy);
+  EXPECT_TRUE(jobsRun_.empty());
+  saveFails_ = false;
+  Connect(L"", L"c1");
+  EXPECT_EQ(jobsRun_, Names{"connect"});
+}
+
+TEST_F(WindowJobs, WhoseResultCannotBeTakenOverLeaveTheWayFree) {
+  loadFails_ = true;
+  Connect(L"", L"c1");
+  EXPECT_EQ(logged_.back(), L"Unknown error.");
+  EXPECT_FALSE(state_->busy);
+  loadFails_ = false;
+  Connect(L"", L"c1");
+  EXPECT_EQ(jobsRun_, (Names{"connect", "connect"}));
+  EXPECT_EQ(state_->settings.connectionId, L"c1");
+}
+
 TEST_F(WindowJobs, MayFollowOneAnother) {
   for (int i = 0; i < 3; ++i) Connect(L"", L"");
   EXPECT_EQ(jobsRun_, (Names{"connect", "connect", "connect"}));
@@ -259,6 +281,17 @@ TEST_F(WindowJobs, FileDamagedMeanwhileIsToldAndSetAsideBeforeTheNextSave) {
   EXPECT_EQ(storeCalls_, (Names{"keep", "save"}));
   PageSends(L"{\"action\":\"discovery\",\"f\":{}}");
   EXPECT_EQ(storeCalls_, (Names{"keep", "save", "save"}));
+}
+
+TEST_F(WindowJobs, FileRepairedMeanwhileIsNotSetAside) {
+  fileDamaged_ = true;
+  Send(kHeartbeatRefused);
+  EXPECT_TRUE(state_->settingsDamaged);
+  fileDamaged_ = false;
+  Send(kHeartbeatRefused);
+  ForgetRecords();
+  PageSends(L"{\"action\":\"discovery\",\"f\":{}}");
+  EXPECT_EQ(storeCalls_, Names{"save"});
 }
 
 }  // namespace
