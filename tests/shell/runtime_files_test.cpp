@@ -14,7 +14,7 @@
 namespace shell {
 namespace {
 
-// What runtime_files_test.rc embeds in this program.
+// What shell_test.rc embeds in this program.
 constexpr char kLibraryBytes[] = "library bytes";
 constexpr char kDriverBytes[] = "driver bytes, a few more";
 
@@ -137,14 +137,14 @@ TEST_F(RuntimeFiles, KeepASourceTreesFilesOfTheSameSize) {
   EXPECT_FALSE(platform::IsFile(embedded + L"WinDivert64.sys")) << "there is nothing to copy";
 }
 
-TEST_F(RuntimeFiles, FailWithoutTheirResource) {
+TEST_F(RuntimeFiles, FailWithoutTheirResourceOrWithNothingInIt) {
+  constexpr WORD kEmpty = 203;
   constexpr WORD kMissing = 999;
   const std::wstring target = folder_.Path(L"new\\file.bin");
-
-  EXPECT_FALSE(ExtractResource(::GetModuleHandleW(nullptr), kMissing, target));
-
-  EXPECT_FALSE(platform::IsFile(target));
-  EXPECT_FALSE(std::filesystem::exists(folder_.Path(L"new")));
+  for (const WORD id : {kEmpty, kMissing}) {
+    EXPECT_FALSE(ExtractResource(::GetModuleHandleW(nullptr), id, target)) << id;
+    EXPECT_FALSE(std::filesystem::exists(folder_.Path(L"new"))) << id;
+  }
 }
 
 TEST_F(RuntimeFiles, MakeEveryMissingFolder) {

@@ -3,7 +3,6 @@
 #include <future>
 
 #include "settings/json.h"
-#include "shell/gdi_objects.h"
 #include "shell/main_window.h"
 #include "shell/page_link.h"
 #include "shell/window_fixture.h"
@@ -37,23 +36,6 @@ TEST_F(WindowLife, StartsWithTheSettingsFileAndOneLine) {
   EXPECT_TRUE(state_->pageQueue[1].starts_with(L"{\"t\":\"state\""));
   EXPECT_NE(state_->pageQueue[1].find(L"\"statusline\":\"就绪。\""), std::wstring::npos);
   EXPECT_TRUE(state_->pageQueue[2].starts_with(L"{\"t\":\"log\""));
-}
-
-TEST_F(WindowLife, HasItsTitleStyleAndSmallestSize) {
-  Open();
-  wchar_t title[64] = {};
-  ::GetWindowTextW(state_->window, title, 64);
-  EXPECT_STREQ(title, L"Velmarine.Client 维马林");
-  wchar_t name[64] = {};
-  ::GetClassNameW(state_->window, name, 64);
-  EXPECT_STREQ(name, L"VelmarineNativeWindow");
-  const auto style = ::GetWindowLongPtrW(state_->window, GWL_STYLE);
-  EXPECT_EQ(style & (WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN), WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN);
-  EXPECT_EQ(::GetClassLongPtrW(state_->window, GCL_STYLE), 0u);
-  MINMAXINFO limits{};
-  Send(WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&limits));
-  EXPECT_EQ(limits.ptMinTrackSize.x, 1220);
-  EXPECT_EQ(limits.ptMinTrackSize.y, 860);
 }
 
 TEST_F(WindowLife, DamagedFileLeavesTheDefaultsAndIsSetAsideBeforeTheFirstSave) {
@@ -146,6 +128,23 @@ TEST_F(WindowLife, ClosingWaitsForTheJobThatRuns) {
   EXPECT_EQ(QuitCode(), 0);
 }
 
+TEST_F(WindowLife, ClosesEvenWhenTheTunnelsStopFails) {
+  OpenWithReadyPage();
+  tunnel_->stopThrows = true;
+  Close();
+  EXPECT_EQ(tunnel_->stops, 1);
+  EXPECT_EQ(state_->window, nullptr);
+  EXPECT_EQ(QuitCode(), 0);
+}
+
+TEST_F(WindowLife, LeavesNothingBehindWhenItCannotBeMade) {
+  hostFails_ = true;
+  EXPECT_EQ(CreateMainWindow(::GetModuleHandleW(nullptr), *state_), nullptr);
+  EXPECT_EQ(state_->window, nullptr);
+  EXPECT_EQ(state_->apartment, nullptr);
+  EXPECT_TRUE(storeCalls_.empty());
+}
+
 TEST_F(WindowLife, ClosingEndsTheRetry) {
   OpenWithReadyPage();
   Connect(L"DEVICE_OFFLINE", L"");
@@ -171,111 +170,6 @@ TEST_F(WindowLife, TextsForAWindowThatIsGoneAreFreed) {
   PostToPage(*state_, L"{}");
   Log(*state_, L"after the end");
   EXPECT_EQ(logged_.back(), L"after the end");
-}
-
-TEST_F(WindowLife, ThePageFollowsTheWindow) {
-  OpenWithReadyPage();
-  Send(WM_SIZE, SIZE_RESTORED, MAKELPARAM(1300, 900));
-  EXPECT_EQ(page_.calls, (Names{"fit", "show"}));
-  page_.calls.clear();
-  Send(WM_SIZE, SIZE_MINIMIZED, 0);
-  EXPECT_EQ(page_.calls, (Names{"fit", "hide"}));
-  page_.calls.clear();
-  Send(WM_MOVE, 0, MAKELPARAM(5, 5));
-  EXPECT_EQ(page_.calls, Names{"moved"});
-}
-
-TEST_F(WindowLife, ThePageGetsTheKeyboard) {
-  OpenWithReadyPage();
-  Send(WM_SETFOCUS);
-  EXPECT_EQ(page_.calls, Names{"focus"});
-  page_.calls.clear();
-  Send(WM_ACTIVATE, WA_INACTIVE);
-  EXPECT_TRUE(page_.calls.empty());
-  const auto style = ::GetWindowLongPtrW(state_->window, GWL_STYLE);
-  ::SetWindowLongPtrW(state_->window, GWL_STYLE, style | WS_MINIMIZE);
-  page_.calls.clear();
-  Send(WM_ACTIVATE, MAKEWPARAM(WA_ACTIVE, 1));  // minimised
-  EXPECT_TRUE(page_.calls.empty());
-  ::SetWindowLongPtrW(state_->window, GWL_STYLE, style);
-  page_.calls.clear();
-  Send(WM_ACTIVATE, WA_ACTIVE);
-  ASSERT_FALSE(page_.calls.empty());
-  EXPECT_EQ(page_.calls.back(), "focus");
-}
-
-TEST_F(WindowLife, AChangeOfScaleTakesTheSuggestedPlace) {
-  OpenWithReadyPage();
-  RECT suggested{8, 6, 8 + 1260, 6 + 900};
-  Send(WM_DPICHANGED, MAKEWPARAM(120, 120), reinterpret_cast<LPARAM>(&suggested));
-  RECT place{};
-  ::GetWindowRect(state_->window, &place);
-  EXPECT_NE(::EqualRect(&place, &suggested), FALSE);
-  EXPECT_EQ(page_.calls.back(), "fit");
-}
-
-TEST_F(WindowLife, SizeMessagesBeforeThereIsAPageAreHarmless) {
-  Open();
-  state_->web.reset();
-  Send(WM_SIZE, SIZE_RESTORED, MAKELPARAM(1300, 900));
-  Send(WM_SETFOCUS);
-  Send(WM_MOVE);
-  EXPECT_TRUE(page_.calls.empty());
-}
-
-TEST_F(WindowLife, ColoursNativeControls) {
-  Open();
-  const HDC context = ::GetDC(nullptr);
-  for (const UINT message : {UINT{WM_CTLCOLOREDIT}, UINT{WM_CTLCOLORLISTBOX}}) {
-    const LRESULT brush = Send(message, reinterpret_cast<WPARAM>(context));
-    EXPECT_EQ(brush, reinterpret_cast<LRESULT>(state_->gdi.Get(GdiObjects::Edit)));
-    EXPECT_EQ(::GetBkMode(context), OPAQUE);
-    EXPECT_EQ(::GetBkColor(context), RGB(20, 27, 31));
-    EXPECT_EQ(::GetTextColor(context), RGB(233, 245, 242));
-  }
-  for (const UINT message : {UINT{WM_CTLCOLORBTN}, UINT{WM_CTLCOLORSTATIC}}) {
-    const LRESULT brush = Send(message, reinterpret_cast<WPARAM>(context));
-    EXPECT_EQ(brush, reinterpret_cast<LRESULT>(state_->gdi.Get(GdiObjects::Panel)));
-    EXPECT_EQ(::GetBkMode(context), TRANSPARENT);
-    EXPECT_EQ(::GetTextColor(context),
-              message == WM_CTLCOLORBTN ? RGB(140, 168, 166) : RGB(233, 245, 242));
-  }
-  ::ReleaseDC(nullptr, context);
-}
-
-TEST_F(WindowLife, TabStripSelectsThePage) {
-  Open();
-  Send(WM_LBUTTONDOWN, 0, MAKELPARAM(500, 80));
-  EXPECT_EQ(state_->selectedPage, 1);
-  Send(WM_LBUTTONDOWN, 0, MAKELPARAM(440, 80));
-  EXPECT_EQ(state_->selectedPage, 1);
-  Send(WM_LBUTTONDOWN, 0, MAKELPARAM(400, 80));
-  EXPECT_EQ(state_->selectedPage, 0);
-}
-
-TEST_F(WindowLife, PaintsOwnerDrawnButtons) {
-  Open();
-  const HWND button = ::CreateWindowExW(0, L"BUTTON", L"连接", WS_CHILD | BS_OWNERDRAW, 0, 0, 40,
-                                        20, state_->window, nullptr, nullptr, nullptr);
-  const HDC screen = ::GetDC(nullptr);
-  const HDC context = ::CreateCompatibleDC(screen);
-  const HBITMAP bitmap = ::CreateCompatibleBitmap(screen, 40, 20);
-  const HGDIOBJ old = ::SelectObject(context, bitmap);
-  DRAWITEMSTRUCT item{};
-  item.CtlType = ODT_BUTTON;
-  item.hwndItem = button;
-  item.hDC = context;
-  item.rcItem = {0, 0, 40, 20};
-  EXPECT_EQ(Send(WM_DRAWITEM, 0, reinterpret_cast<LPARAM>(&item)), TRUE);
-  EXPECT_EQ(::GetPixel(context, 0, 0), RGB(38, 52, 56));
-  EXPECT_EQ(::GetPixel(context, 2, 2), RGB(13, 18, 21));
-  item.itemState = ODS_SELECTED;
-  Send(WM_DRAWITEM, 0, reinterpret_cast<LPARAM>(&item));
-  EXPECT_EQ(::GetPixel(context, 2, 2), RGB(46, 196, 160));
-  ::SelectObject(context, old);
-  ::DeleteObject(bitmap);
-  ::DeleteDC(context);
-  ::ReleaseDC(nullptr, screen);
 }
 
 TEST_F(WindowLife, AnExceptionInsideIsLoggedAndTheWindowGoesOn) {
