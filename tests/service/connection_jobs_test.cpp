@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -82,6 +83,31 @@ TEST_F(ConnectionJobs, ConnectingEndsWithTheTextOfARefusal) {
   ExpectForgotten(world_.LastSaved());
 }
 
+TEST_F(ConnectionJobs, ARefusalTouchesNoTunnelEvenWhenAnEarlierConnectionHadOne) {
+  HoldConnection();
+  world_.Answer(LR"({"success":true})");
+  world_.Answer(LR"({"success":false,"code":"DEVICE_OFFLINE","message":"offline"})");
+
+  EXPECT_EQ(Connect(), L"\r\n远程调试会话已断开。\r\nConnection authorization failed: offline");
+
+  EXPECT_EQ(world_.events, (Events{L"POST http://192.0.2.10:31080/api/connections/old/disconnect",
+                                   L"bypass- 10.1.0.0/16 10.2.0.0/16", L"save",
+                                   std::wstring(L"POST ") + kRequestUrl, L"save"}));
+  ExpectForgotten(world_.LastSaved());
+}
+
+TEST_F(ConnectionJobs, ARefusedReportOfTheOldEndDoesNotStopTheNewConnection) {
+  HoldConnection();
+  world_.Answer(LR"({"success":false,"message":"unknown connection"})", 404);
+  world_.Answer(kGrant);
+
+  EXPECT_EQ(Connect(), std::wstring(L"\r\n会话断开上报失败：unknown connection\r\n") + kGrantText +
+                           L"\r\n软件隧道已启动" + kDiscoveryOffText);
+
+  EXPECT_EQ(world_.starts.size(), 1u);
+  EXPECT_EQ(world_.LastSaved().connectionId, L"c1");
+}
+
 TEST_F(ConnectionJobs, AFailedTunnelStartIsReportedAndDropsAllTextBefore) {
   HoldConnection();
   world_.Answer(LR"({"success":true})");
@@ -98,7 +124,12 @@ TEST_F(ConnectionJobs, AFailedTunnelStartIsReportedAndDropsAllTextBefore) {
   EXPECT_EQ(world_.requests.at(2).url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
   EXPECT_EQ(world_.requests.at(2).body,
             LR"({"engineerId":"ENG-12345678","reason":"本地隧道启动失败"})");
-  EXPECT_EQ(world_.LastEvent(), L"save");
+  const Events afterStart(std::find(world_.events.begin(), world_.events.end(), L"start"),
+                          world_.events.end());
+  EXPECT_EQ(
+      afterStart,
+      (Events{L"start", L"POST http://192.0.2.10:31080/api/connections/c1/disconnect", L"save"}))
+      << "the granted routes stay on the proxy bypass list";
   ExpectNoConnection(settings_);
   ExpectNoConnection(world_.LastSaved());
 }
@@ -173,10 +204,73 @@ TEST_F(ConnectionJobs, ADeadServiceOnReconnectEndsTheOldConnectionLocally) {
   ExpectForgotten(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobs, ConnectingThrowsNothingEvenWhenSavingFails) {
-  world_.onSave = [] { throw std::runtime_error("disk full"); };
+// The saves of one job: after disconnecting, after authorising, after the tunnel's start.
+TEST_F(ConnectionJobs, ASaveThatThrowsEndsTheJobAndGivesUpWhatWasGranted) {
+  struct Row {
+    const char* name;
+    int failingSave;
+    bool goesOnFailing;
+    bool isReported;  // a connection had been granted by then
+  };
+  const Row rows[] = {
+      {"after disconnecting", 1, false, false},       {"after authorising", 2, false, true},
+      {"after the tunnel's start", 3, false, true},   {"every one", 1, true, false},
+      {"every one from the grant on", 2, true, true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    FakeWorld world;
+    settings_.engineerId = L"ENG-12345678";
+    int saves = 0;
+    world.onSave = [&] {
+      ++saves;
+      if (saves == row.failingSave || (row.goesOnFailing && saves > row.failingSave)) {
+        throw std::runtime_error("disk full");
+      }
+    };
+    world.Answer(kGrant);
+    world.Answer(LR"({"success":true})");
 
-  EXPECT_EQ(Connect(), L"Error: disk full");
+    EXPECT_EQ(ConnectJob(settings_, world, world.Ports()), L"Error: disk full");
+
+    const std::wstring lastRequest = world.requests.empty() ? L"" : world.requests.back().body;
+    EXPECT_EQ(lastRequest.find(L"本地隧道启动失败") != std::wstring::npos, row.isReported);
+    EXPECT_EQ(world.LastEvent(), L"save") << "saved once more";
+    ExpectNoConnection(settings_);
+    ExpectNoConnection(world.LastSaved());
+  }
+}
+
+TEST_F(ConnectionJobs, AProxyListThatThrowsEndsTheJobAndGivesUpWhatWasGranted) {
+  ConnectionPorts ports = world_.Ports();
+  ports.addProxyBypass = [](const std::vector<std::wstring>&) -> std::wstring {
+    throw std::runtime_error("no list");
+  };
+  world_.Answer(kGrant);
+  world_.Answer(LR"({"success":true})");
+
+  EXPECT_EQ(ConnectJob(settings_, world_, ports), L"Error: no list");
+
+  ASSERT_EQ(world_.requests.size(), 2u);
+  EXPECT_EQ(world_.requests.at(1).url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
+  EXPECT_TRUE(world_.starts.empty());
+  ExpectNoConnection(world_.LastSaved());
+}
+
+TEST_F(ConnectionJobs, NoTextForTheEngineerHoldsTheKey) {
+  settings_.deviceSecret = L"the-key-itself";
+  for (const wchar_t* reply :
+       {kGrant, LR"({"success":false,"message":"no"})", L"{\"a\"", LR"({"success":true})"}) {
+    FakeWorld world;
+    settings_.connectionId.clear();
+    world.Answer(reply);
+
+    const std::wstring text = ConnectJob(settings_, world, world.Ports());
+
+    EXPECT_NE(world.requests.at(0).body.find(settings_.deviceSecret), std::wstring::npos);
+    EXPECT_FALSE(text.empty());
+    EXPECT_EQ(text.find(settings_.deviceSecret), std::wstring::npos);
+  }
 }
 
 TEST_F(ConnectionJobs, StoppingStopsTheTunnelBeforeItTellsTheService) {

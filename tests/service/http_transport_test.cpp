@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "service/http_exchange_win.h"
 #include "service/scripted_server_win.h"
 
 namespace service {
@@ -202,6 +204,47 @@ TEST(SendJsonRequest, NamesReceivingWhenTheServerClosesBeforeItsHeaders) {
     const std::string message =
         FailureOf([&] { SendJsonRequest(L"POST", server.Url(L"/x"), L"{}"); });
     EXPECT_TRUE(IsFailureOf("WinHttpReceiveResponse", message)) << message;
+  }
+}
+
+TEST(SendJsonRequest, NamesReadingWhenTheBodyIsNoHttp) {
+  ScriptedServer server({"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n"});
+  const std::string message =
+      FailureOf([&] { SendJsonRequest(L"POST", server.Url(L"/x"), L"{}"); });
+
+  EXPECT_TRUE(IsFailureOf("WinHttpQueryDataAvailable", message) ||
+              IsFailureOf("WinHttpReadData", message))
+      << message;
+}
+
+TEST(SendJsonRequest, SpeaksTlsToAnHttpsAddress) {
+  ScriptedServer server(RawReply{});
+  const std::wstring url = L"https://127.0.0.1:" + std::to_wstring(server.Port()) + L"/x";
+  const std::string message = FailureOf([&] { SendJsonRequest(L"POST", url, L"{\"key\":1}"); });
+
+  EXPECT_TRUE(IsFailureOf("WinHttpReceiveResponse", message)) << message;
+  ASSERT_EQ(server.Requests().size(), 1u);
+  EXPECT_EQ(server.Requests()[0][0], kTlsHandshake);
+  EXPECT_EQ(server.Requests()[0].find("key"), std::string::npos);
+}
+
+TEST(HttpExchange, WaitsForTheReplyNoLongerThanItsLimit) {
+  RawReply late(10, "");  // silent for 400 ms behind the headers
+  late[0] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n";
+  late.push_back("{}");
+  struct Row {
+    std::chrono::milliseconds limit;
+    bool fails;
+  };
+  for (const Row& row :
+       {Row{std::chrono::milliseconds(50), true}, Row{std::chrono::milliseconds(20000), false}}) {
+    ScriptedServer server(late);
+    HttpExchange exchange(L"POST", server.Url(L"/x"), row.limit);
+    exchange.Run("{}");
+    std::string body;
+    const std::string message = FailureOf([&] { body = exchange.ReadChunk(); });
+    EXPECT_EQ(message != "(none)", row.fails) << message;
+    EXPECT_EQ(body, row.fails ? "" : "{}");
   }
 }
 

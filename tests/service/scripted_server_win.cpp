@@ -64,6 +64,7 @@ std::string ReadRequest(SOCKET socket) {
     const int received = ::recv(socket, buffer, sizeof(buffer), 0);
     if (received <= 0) break;
     request.append(buffer, static_cast<std::size_t>(received));
+    if (request[0] == kTlsHandshake) break;
   }
   return request;
 }

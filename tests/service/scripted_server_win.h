@@ -23,6 +23,10 @@ using TestSocket = platform::UniqueHandle<TestSocketTraits>;
 // Bytes sent as they are, piece by piece with a short pause between; then the connection closes.
 using RawReply = std::vector<std::string>;
 
+// The first byte of a client that begins with a TLS handshake (RFC 8446, section 5.1). The server
+// records what came first and closes, as it knows no TLS.
+inline constexpr char kTlsHandshake = 0x16;
+
 // An HTTP server on a loopback port of its own that knows no HTTP: it records each request's raw
 // bytes and answers the n-th connection with the n-th reply. A connection beyond the last reply is
 // closed at once.
