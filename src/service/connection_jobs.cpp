@@ -16,7 +16,6 @@ namespace {
 using settings::Settings;
 
 constexpr std::wstring_view kLineBreak = L"\r\n";
-constexpr std::wstring_view kAllNetworks = L"ALL";
 
 constexpr std::wstring_view kRefusedPrefix = L"Connection authorization failed: ";
 constexpr std::wstring_view kGrantedPrefix = L"连接授权成功：";
@@ -57,7 +56,7 @@ std::wstring ForgetConnection(Settings& settings, const ConnectionPorts& ports) 
   std::wstring text = ports.removeProxyBypass(text::SplitLines(settings.routesText));
   if (!text.empty()) text.insert(0, kLineBreak);
   ClearConnection(settings);
-  settings.targetNetwork = kAllNetworks;
+  settings.targetNetwork = settings::kAllNetworks;
   ports.saveSettings(settings);
   return text;
 }
@@ -68,9 +67,7 @@ void StoreGrant(Settings& settings, const ConnectionGrant& grant, const settings
   settings.routesText = text::Join(grant.routes, kLineBreak);
 
   const auto replace = [&data](std::wstring& field, std::wstring_view key) {
-    const settings::JsonValue* member = settings::FindJsonMember(data, key);
-    const std::wstring* string = member == nullptr ? nullptr : member->AsString();
-    if (string != nullptr) field = *string;
+    if (const std::wstring* string = settings::FindJsonString(data, key)) field = *string;
   };
   replace(settings.deviceNumber, L"deviceNumber");
   replace(settings.targetNetwork, L"targetNetwork");

@@ -12,16 +12,6 @@ using settings::QuoteJsonString;
 constexpr const char* kIncompleteGrant =
     "Connection authorization response is missing connectionId, assignedAddress, or routes.";
 
-std::vector<std::wstring> ReadStrings(const settings::JsonValue* value) {
-  std::vector<std::wstring> strings;
-  const settings::JsonArray* items = value == nullptr ? nullptr : value->AsArray();
-  if (items == nullptr) return strings;
-  for (const settings::JsonValue& item : *items) {
-    if (const std::wstring* string = item.AsString()) strings.push_back(*string);
-  }
-  return strings;
-}
-
 }  // namespace
 
 std::wstring AuthorizationUrl(std::wstring_view serverUrl) {
@@ -50,7 +40,7 @@ ConnectionGrant ReadConnectionGrant(const settings::JsonValue& data) {
   ConnectionGrant grant;
   grant.connectionId = settings::JsonStringOrEmpty(data, L"connectionId");
   grant.assignedAddress = settings::JsonStringOrEmpty(data, L"assignedAddress");
-  grant.routes = ReadStrings(settings::FindJsonMember(data, L"routes"));
+  grant.routes = settings::JsonStringsOf(data, L"routes");
   if (grant.connectionId.empty() || grant.assignedAddress.empty() || grant.routes.empty()) {
     throw std::runtime_error(kIncompleteGrant);
   }

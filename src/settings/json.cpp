@@ -9,10 +9,25 @@ const JsonValue* FindJsonMember(const JsonValue& value, std::wstring_view key) {
   return found == object->end() ? nullptr : &found->second;
 }
 
-std::wstring JsonStringOrEmpty(const JsonValue& value, std::wstring_view key) {
+const std::wstring* FindJsonString(const JsonValue& value, std::wstring_view key) {
   const JsonValue* member = FindJsonMember(value, key);
-  const std::wstring* string = member == nullptr ? nullptr : member->AsString();
+  return member == nullptr ? nullptr : member->AsString();
+}
+
+std::wstring JsonStringOrEmpty(const JsonValue& value, std::wstring_view key) {
+  const std::wstring* string = FindJsonString(value, key);
   return string == nullptr ? std::wstring() : *string;
+}
+
+std::vector<std::wstring> JsonStringsOf(const JsonValue& value, std::wstring_view key) {
+  std::vector<std::wstring> strings;
+  const JsonValue* member = FindJsonMember(value, key);
+  const JsonArray* items = member == nullptr ? nullptr : member->AsArray();
+  if (items == nullptr) return strings;
+  for (const JsonValue& item : *items) {
+    if (item.AsString() != nullptr) strings.push_back(*item.AsString());
+  }
+  return strings;
 }
 
 std::wstring EscapeJsonString(std::wstring_view value) {

@@ -53,8 +53,15 @@ JsonValue ReadJsonDocument(std::wstring_view text);
 // Valid as long as `value`.
 const JsonValue* FindJsonMember(const JsonValue& value, std::wstring_view key);
 
-// The member's text when it is a string, else an empty text.
+// The member's text when it is a string, else nullptr. Valid as long as `value`.
+const std::wstring* FindJsonString(const JsonValue& value, std::wstring_view key);
+
+// The same as a copy, else an empty text.
 std::wstring JsonStringOrEmpty(const JsonValue& value, std::wstring_view key);
+
+// The strings of the member when it is an array, in its order, members of other kinds left out;
+// else nothing.
+std::vector<std::wstring> JsonStringsOf(const JsonValue& value, std::wstring_view key);
 
 // Escapes exactly tab, line feed, carriage return, quote and backslash; all else is copied as is.
 std::wstring EscapeJsonString(std::wstring_view value);

@@ -5,18 +5,9 @@
 namespace settings {
 namespace {
 
-constexpr std::wstring_view kAllNetworks = L"ALL";
-
 // Puts the member's text into `field` when it is a string, an empty one too.
 void TakeString(const JsonValue& object, std::wstring_view key, std::wstring& field) {
-  const JsonValue* member = FindJsonMember(object, key);
-  const std::wstring* string = member == nullptr ? nullptr : member->AsString();
-  if (string != nullptr) field = *string;
-}
-
-const JsonArray* FindArray(const JsonValue& object, std::wstring_view key) {
-  const JsonValue* member = FindJsonMember(object, key);
-  return member == nullptr ? nullptr : member->AsArray();
+  if (const std::wstring* string = FindJsonString(object, key)) field = *string;
 }
 
 SiteProfile ReadProfile(const JsonValue& object) {
@@ -28,11 +19,7 @@ SiteProfile ReadProfile(const JsonValue& object) {
   TakeString(object, L"deviceNumber", profile.deviceNumber);
   TakeString(object, L"deviceSecret", profile.deviceSecret);
   TakeString(object, L"targetNetwork", profile.targetNetwork);
-  const JsonArray* networks = FindArray(object, L"sharedNetworks");
-  if (networks == nullptr) return profile;
-  for (const JsonValue& network : *networks) {
-    if (network.AsString() != nullptr) profile.sharedNetworks.push_back(*network.AsString());
-  }
+  profile.sharedNetworks = JsonStringsOf(object, L"sharedNetworks");
   return profile;
 }
 
@@ -56,7 +43,8 @@ std::wstring WriteProfile(const SiteProfile& profile) {
 
 std::vector<SiteProfile> ReadSiteProfiles(const JsonValue& document) {
   std::vector<SiteProfile> profiles;
-  const JsonArray* members = FindArray(document, L"siteProfiles");
+  const JsonValue* list = FindJsonMember(document, L"siteProfiles");
+  const JsonArray* members = list == nullptr ? nullptr : list->AsArray();
   if (members == nullptr) return profiles;
   for (const JsonValue& member : *members) {
     if (member.AsObject() == nullptr) continue;

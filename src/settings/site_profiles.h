@@ -1,11 +1,15 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "settings/json.h"
 
 namespace settings {
+
+// The target network that means every shared network.
+inline constexpr std::wstring_view kAllNetworks = L"ALL";
 
 // A named bundle of what it takes to reach one site.
 struct SiteProfile {

@@ -25,8 +25,7 @@ std::optional<settings::JsonValue> ParseDocument(std::wstring_view json) {
 std::optional<PageMessage> ParsePageMessage(std::wstring_view json) {
   const std::optional<settings::JsonValue> document = ParseDocument(json);
   if (!document) return std::nullopt;
-  const settings::JsonValue* action = settings::FindJsonMember(*document, L"action");
-  const std::wstring* name = action == nullptr ? nullptr : action->AsString();
+  const std::wstring* name = settings::FindJsonString(*document, L"action");
   if (name == nullptr) return std::nullopt;
 
   PageMessage message{*name, std::nullopt};
@@ -39,7 +38,7 @@ void TakeFields(const settings::JsonValue& form, settings::Settings& settings) {
   settings.deviceSecret = TakeText(form, L"secret");
   settings.targetNetwork = TakeText(form, L"target");
   if (settings.targetNetwork.empty() || settings.targetNetwork == kAutomaticTarget) {
-    settings.targetNetwork = kAllNetworks;
+    settings.targetNetwork = settings::kAllNetworks;
   }
   settings.testIp = TakeText(form, L"testip");
   settings.profileName = TakeText(form, L"profileName");

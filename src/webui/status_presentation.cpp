@@ -92,14 +92,14 @@ std::vector<std::wstring> TargetList(const settings::Settings& settings) {
   for (auto at = source.begin(); at != source.end();) {
     const auto end = std::find_if(at, source.end(), IsTargetSeparator);
     std::wstring entry(at, end);
-    if (!entry.empty() && entry != kAllNetworks) targets.push_back(std::move(entry));
+    if (!entry.empty() && entry != settings::kAllNetworks) targets.push_back(std::move(entry));
     at = end == source.end() ? end : std::next(end);
   }
   return targets;
 }
 
 std::wstring ShownTarget(std::wstring_view targetNetwork) {
-  if (targetNetwork.empty() || targetNetwork == kAllNetworks) return std::wstring(kAutomaticTarget);
+  if (targetNetwork.empty() || targetNetwork == settings::kAllNetworks) return std::wstring(kAutomaticTarget);
   return std::wstring(targetNetwork);
 }
 

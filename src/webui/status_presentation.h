@@ -54,8 +54,7 @@ std::vector<std::wstring> TargetList(const settings::Settings& settings);
 // The target as the page shows it: "自动" stands for an empty text and for "ALL".
 std::wstring ShownTarget(std::wstring_view targetNetwork);
 
-// What the target field and the settings call "every network".
+// What the target field calls settings::kAllNetworks.
 inline constexpr std::wstring_view kAutomaticTarget = L"自动";
-inline constexpr std::wstring_view kAllNetworks = L"ALL";
 
 }  // namespace webui

@@ -72,6 +72,26 @@ TEST(JsonStringOrEmpty, TakesStringsOnly) {
   EXPECT_EQ(JsonStringOrEmpty(JsonValue(), L"s"), L"");
 }
 
+TEST(FindJsonString, TellsAnEmptyStringFromNone) {
+  const JsonValue value = ReadJsonDocument(L"{\"s\":\"text\",\"e\":\"\",\"n\":1}");
+  ASSERT_NE(FindJsonString(value, L"s"), nullptr);
+  EXPECT_EQ(*FindJsonString(value, L"s"), L"text");
+  ASSERT_NE(FindJsonString(value, L"e"), nullptr);
+  EXPECT_EQ(FindJsonString(value, L"n"), nullptr);
+  EXPECT_EQ(FindJsonString(value, L"missing"), nullptr);
+  EXPECT_EQ(FindJsonString(ReadJsonDocument(L"[\"s\"]"), L"s"), nullptr);
+}
+
+TEST(JsonStringsOf, TakesTheStringsOfAnArrayInTheirOrder) {
+  const JsonValue value = ReadJsonDocument(
+      L"{\"a\":[\"z\",1,\"\",null,[\"x\"],\"b\"],\"s\":\"text\",\"o\":{\"0\":\"x\"}}");
+  EXPECT_EQ(JsonStringsOf(value, L"a"), (std::vector<std::wstring>{L"z", L"", L"b"}));
+  for (const wchar_t* key : {L"s", L"o", L"missing"}) {
+    EXPECT_TRUE(JsonStringsOf(value, key).empty()) << key;
+  }
+  EXPECT_TRUE(JsonStringsOf(ReadJsonDocument(L"[\"a\"]"), L"a").empty());
+}
+
 TEST(JsonObject, OrdersKeysByUnitWithPrefixesFirst) {
   const JsonValue value =
       ReadJsonDocument(L"{\"b\":0,\"\xFFFF\":0,\"ab\":0,\"a\":0,\"\xD83D\":0,\"B\":0}");
