@@ -94,6 +94,15 @@ TEST_F(SettingsFileTest, BrokenFileThrowsAndChangesNothing) {
   }
 }
 
+TEST_F(SettingsFileTest, NewIdentityReachesTheFileWithTheNextSaveOnly) {
+  Settings settings = LoadBytes("{\"deviceName\":\"d\"}");
+  EXPECT_EQ(platform::ReadFileBytes(path_), "{\"deviceName\":\"d\"}");
+  SaveSettings(path_, settings);
+  Settings again;
+  LoadSettings(path_, again);
+  EXPECT_EQ(again.engineerId, settings.engineerId);
+}
+
 TEST_F(SettingsFileTest, FileOfWrongKindsGivesDefaults) {
   const Settings settings = LoadBytes(
       "{\"serverUrl\":1,\"deviceSecret\":true,\"engineerId\":[],\"autoStartEnabled\":\"true\","
