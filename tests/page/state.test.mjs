@@ -202,7 +202,7 @@ pageTest('unknown messages change nothing', async (page) => {
 });
 
 const kColours = [
-  ['body', 'background-color', '#05080a'], ['body', 'color', '#e9f6f2'],
+  ['body', 'background-color', '#05080a'], ['body', 'color', '#e9f6f2'], ['#s-cards .k', 'color', '#8ba8a6'],
   ['#s-cards .v.ok', 'color', '#5effc8'], ['#s-cards .v.off', 'color', '#5f7a79'],
   ['#c-log .ok', 'color', '#5effc8'], ['#c-log .er', 'color', '#ff5c72'], ['#c-log .wn', 'color', '#f5c451'],
   ['#c-log .ts', 'color', '#5f7a79'], ['#s-status .dot', 'background-color', '#2bd47d'],
