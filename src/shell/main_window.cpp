@@ -20,7 +20,7 @@ AppState* StateOf(HWND window) {
   return reinterpret_cast<AppState*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
 }
 
-// The messages that carry a text.
+// The messages of CarriesText().
 LRESULT DispatchText(AppState& state, UINT message, std::wstring text) {
   switch (message) {
     case kJobFinished:
@@ -48,16 +48,11 @@ LRESULT DispatchText(AppState& state, UINT message, std::wstring text) {
 }
 
 LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
+  if (CarriesText(message)) {
+    const std::unique_ptr<std::wstring> text = TakePostedText(lParam);
+    return DispatchText(state, message, text ? std::move(*text) : std::wstring());
+  }
   switch (message) {
-    case kJobFinished:
-    case kHeartbeatRefused:
-    case kNotice:
-    case kFromPage:
-    case kToPage:
-    case kShowFailure: {
-      const std::unique_ptr<std::wstring> text = TakePostedText(lParam);
-      return DispatchText(state, message, text ? std::move(*text) : std::wstring());
-    }
     case kIgnored:
       return 0;
     case kLinkChanged:

@@ -3,7 +3,6 @@
 #include <utility>
 
 namespace shell {
-namespace {
 
 bool CarriesText(UINT message) noexcept {
   switch (message) {
@@ -18,8 +17,6 @@ bool CarriesText(UINT message) noexcept {
       return false;
   }
 }
-
-}  // namespace
 
 bool PostText(HWND window, UINT message, std::wstring text) {
   auto posted = std::make_unique<std::wstring>(std::move(text));

@@ -22,6 +22,9 @@ inline constexpr UINT_PTR kUnusedTimer = 302;
 inline constexpr UINT_PTR kRetryTimer = 303;
 inline constexpr UINT kRetryMs = 5000;
 
+// True for those with a text, which whoever takes the message out of the queue has to free.
+bool CarriesText(UINT message) noexcept;
+
 // Posts `message` with `text`. False, with nothing left over, when the window is gone or its queue
 // is full. Any thread.
 bool PostText(HWND window, UINT message, std::wstring text);
