@@ -99,7 +99,8 @@ std::vector<std::wstring> TargetList(const settings::Settings& settings) {
 }
 
 std::wstring ShownTarget(std::wstring_view targetNetwork) {
-  if (targetNetwork.empty() || targetNetwork == settings::kAllNetworks) return std::wstring(kAutomaticTarget);
+  if (targetNetwork.empty() || targetNetwork == settings::kAllNetworks)
+    return std::wstring(kAutomaticTarget);
   return std::wstring(targetNetwork);
 }
 
