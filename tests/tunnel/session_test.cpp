@@ -200,6 +200,27 @@ TEST_F(SessionTest, AnErrorOfTheInboundPathCostsOnePacketOnly) {
   EXPECT_TRUE(session_->IsRelayConnected());
 }
 
+TEST_F(SessionTest, TheUdpPathGetsWhatItNeedsOfTheTunnel) {
+  EXPECT_FALSE(world_.UdpHooks().keepGoing());
+  session_->Start(request_);
+  EXPECT_TRUE(world_.UdpHooks().keepGoing());
+  ASSERT_EQ(world_.UdpStarts().size(), 1U);
+  EXPECT_EQ(world_.UdpStarts()[0].serverUrl, request_.serverUrl);
+  EXPECT_EQ(world_.UdpStarts()[0].connectionId, L"c1");
+  EXPECT_EQ(world_.UdpStarts()[0].engineerId, L"ENG-1");
+  driver_.Capture(PacketOf(kPing), {});
+  ASSERT_TRUE(relay_.WaitForFrames(1));
+  driver_.FailNth(FakeDriver::Call::Send, 1);
+  for (int i = 0; i < 2; ++i) {  // the first costs itself only
+    Packet reply = PacketOf(kPingReply);
+    EXPECT_NO_THROW(world_.UdpHooks().inbound(reply));
+  }
+  ASSERT_EQ(driver_.SentPackets().size(), 1U);
+  EXPECT_EQ(driver_.SentPackets()[0].packet, PacketOf(kPingReplyAtHome));
+  session_->Stop();
+  EXPECT_FALSE(world_.UdpHooks().keepGoing());
+}
+
 TEST_F(SessionTest, RubbishFromTheRelayIsDropped) {
   session_->Start(request_);
   driver_.Capture(PacketOf(kPing), {});

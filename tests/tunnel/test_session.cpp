@@ -11,7 +11,7 @@ constexpr std::chrono::seconds kPatience{10};
 class NotingUdpRelay : public UdpRelay {
  public:
   NotingUdpRelay(TestWorld& world, FakeDriver& driver) : world_(world), driver_(driver) {}
-  void Start(const UdpRelayRequest&) override { world_.StartUdp(Handles()); }
+  void Start(const UdpRelayRequest& request) override { world_.StartUdp(request, Handles()); }
   void Close() noexcept override { world_.Note("udp close" + Handles()); }
   void Join() noexcept override { world_.Note("udp join"); }
   [[nodiscard]] bool IsReady() const noexcept override { return false; }
@@ -35,7 +35,8 @@ SessionDeps TestWorld::Deps(FakeDriver& driver) {
     return driver.Api();
   };
   deps.collectLocalNetworks = []() { return std::vector<Ipv4Network>{{0xC0A80100, 24}}; };
-  deps.makeUdpRelay = [this, &driver](UdpRelayHooks) {
+  deps.makeUdpRelay = [this, &driver](UdpRelayHooks hooks) {
+    udpHooks_ = std::move(hooks);
     return std::make_unique<NotingUdpRelay>(*this, driver);
   };
   deps.runHidden = [this, &driver](const std::wstring& command, std::chrono::milliseconds wait) {
@@ -96,7 +97,7 @@ bool TestWorld::WaitForPauses(std::size_t count) {
 
 bool TestWorld::WaitForUdpStarts(std::size_t count) {
   const platform::MutexLock held(lock_);
-  return WaitUntil([&]() REQUIRES(lock_) { return udpStarts_ >= count; });
+  return WaitUntil([&]() REQUIRES(lock_) { return udpStarts_.size() >= count; });
 }
 
 std::vector<std::chrono::milliseconds> TestWorld::Pauses() const {
@@ -114,11 +115,16 @@ std::vector<std::string> TestWorld::Take() {
   return std::exchange(events_, {});
 }
 
-void TestWorld::StartUdp(const std::string& handles) {
+std::vector<UdpRelayRequest> TestWorld::UdpStarts() const {
+  const platform::MutexLock held(lock_);
+  return udpStarts_;
+}
+
+void TestWorld::StartUdp(const UdpRelayRequest& request, const std::string& handles) {
   if (const char* const error = udpError) throw std::runtime_error(error);
   {
     const platform::MutexLock held(lock_);
-    ++udpStarts_;
+    udpStarts_.push_back(request);
     events_.push_back("udp start" + handles);
   }
   changed_.NotifyAll();

@@ -40,7 +40,11 @@ class TestWorld {
   // handles", "udp close with N handles", "udp join", "command with N libraries".
   std::vector<std::string> Take() EXCLUDES(lock_);
 
-  void StartUdp(const std::string& handles) EXCLUDES(lock_);
+  // What the session gave the UDP path at its making, and what each start of it asked for.
+  [[nodiscard]] const UdpRelayHooks& UdpHooks() const { return udpHooks_; }
+  [[nodiscard]] std::vector<UdpRelayRequest> UdpStarts() const EXCLUDES(lock_);
+
+  void StartUdp(const UdpRelayRequest& request, const std::string& handles) EXCLUDES(lock_);
   void Note(std::string event) EXCLUDES(lock_);
 
  private:
@@ -52,7 +56,8 @@ class TestWorld {
   platform::Condition changed_;
   bool holdsPauses_ GUARDED_BY(lock_) = false;
   int released_ GUARDED_BY(lock_) = 0;
-  std::size_t udpStarts_ GUARDED_BY(lock_) = 0;
+  UdpRelayHooks udpHooks_;  // set while the session is made
+  std::vector<UdpRelayRequest> udpStarts_ GUARDED_BY(lock_);
   std::vector<std::chrono::milliseconds> pauses_ GUARDED_BY(lock_);
   std::vector<std::wstring> commands_ GUARDED_BY(lock_);
   std::vector<std::string> events_ GUARDED_BY(lock_);
