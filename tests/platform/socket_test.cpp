@@ -43,7 +43,7 @@ class SocketTest : public testing::Test {
     server_ = listener_->Accept(error);
     ASSERT_NE(server_, nullptr);
   }
-  // Closes `socket` from here while `call` runs on another thread; what the call returned.
+  // Closes `socket` from here while `call` waits on another thread; what the call returned.
   template <typename Call>
   static int CloseDuring(Socket& socket, Call call) {
     std::atomic<bool> entered{false};
@@ -53,6 +53,10 @@ class SocketTest : public testing::Test {
       error = call();
     });
     while (!entered) std::this_thread::yield();
+    // Nothing tells that the call has begun to wait, so it is given the time for it. On a machine
+    // too slow for that the close comes first, which must end the call as well.
+    const auto until = std::chrono::steady_clock::now() + milliseconds(30);
+    while (std::chrono::steady_clock::now() < until) std::this_thread::yield();
     socket.Close();
     caller.join();
     return error;
@@ -190,6 +194,20 @@ TEST_F(SocketTest, CloseWakesABlockedSend) {
                           }
                         }),
             SocketClosedError());
+}
+
+TEST_F(SocketTest, CloseWakesABlockedConnect) {
+  // A listener that accepts nobody: once its queue is full, the next connect waits.
+  listener_ = MakeBound(SocketKind::Tcp);
+  ASSERT_EQ(listener_->Listen(), 0);
+  std::vector<std::shared_ptr<Socket>> waiting;
+  int error = 0;
+  while (error == 0 && waiting.size() < 100) {
+    waiting.push_back(Make(SocketKind::Tcp));
+    Socket& next = *waiting.back();
+    error = CloseDuring(next, [&]() { return next.Connect(listener_->LocalAddress()); });
+  }
+  EXPECT_EQ(error, SocketClosedError());
 }
 
 // Whatever moment the close hits: before, at or inside the call.
