@@ -78,7 +78,7 @@ function(client_fuzz name)
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
 endfunction()
 
-# client_bench(NAME DEPS libraries...): bench/NAME.cpp as a Google Benchmark program.
+# client_bench(NAME DEPS libraries...): benchmarks/NAME.cpp as a Google Benchmark program.
 function(client_bench name)
   cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
   add_executable(${name} ${name}.cpp)
