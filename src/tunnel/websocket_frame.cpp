@@ -39,11 +39,17 @@ std::uint32_t MakeMaskKey(std::uint32_t framesSent, std::uint32_t tickMs) noexce
 }
 
 void ApplyMask(std::span<std::byte> bytes, std::uint32_t key, std::size_t offset) noexcept {
-  std::byte keyBytes[4];
-  for (std::size_t i = 0; i < 4; ++i) {
+  // The key repeated over one vector register: the compiler makes one operation of the inner loop.
+  constexpr std::size_t kBlock = 16;
+  std::byte keyBytes[kBlock];
+  for (std::size_t i = 0; i < kBlock; ++i) {
     keyBytes[i] = static_cast<std::byte>(key >> (24 - 8 * ((i + offset) % 4)));
   }
-  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] ^= keyBytes[i % 4];
+  std::size_t at = 0;
+  for (; bytes.size() - at >= kBlock; at += kBlock) {
+    for (std::size_t i = 0; i < kBlock; ++i) bytes[at + i] ^= keyBytes[i];
+  }
+  for (std::size_t i = 0; at < bytes.size(); ++at, ++i) bytes[at] ^= keyBytes[i];
 }
 
 std::vector<std::byte> EncodeFrame(std::uint8_t opcode, std::span<const std::byte> payload,
