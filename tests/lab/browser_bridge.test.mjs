@@ -2,180 +2,20 @@
 import assert from 'node:assert/strict';
 import { fork } from 'node:child_process';
 import { once } from 'node:events';
-import { readdir, readFile, rm, mkdtemp, writeFile } from 'node:fs/promises';
-import net from 'node:net';
+import { mkdtemp, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, describe, it } from 'node:test';
-import { setTimeout as sleep } from 'node:timers/promises';
 
 import { startBridge } from '../../lab/browser/bridge.mjs';
 import { connectBridge } from '../../lab/browser/client.mjs';
 import { kProfilePrefix } from '../../lab/browser/chromium.mjs';
 import { keyName } from '../../lab/browser/keys.mjs';
-
-const kCreate = 1;
-const kLoadText = 2;
-const kLoadUrl = 3;
-const kPostJson = 4;
-const kPostText = 5;
-const kBounds = 6;
-const kMouse = 9;
-const kKey = 10;
-const kInsertText = 11;
-const kCopy = 12;
-const kFrameDone = 13;
-const kReady = 101;
-const kFailed = 102;
-const kMessage = 103;
-const kNavigated = 104;
-const kFrame = 105;
-const kSelection = 106;
-
-/** The DLL's side, written against the frame table and not with the bridge's own code. */
-class FakeHost {
-  static async connect(port) {
-    const host = new FakeHost();
-    host.socket = net.connect(port, '127.0.0.1');
-    host.frames = [];
-    host.waiters = [];
-    let kept = Buffer.alloc(0);
-    host.socket.on('data', (bytes) => {
-      kept = Buffer.concat([kept, bytes]);
-      while (kept.length >= 5 && kept.length >= 5 + kept.readUInt32LE(0)) {
-        const end = 5 + kept.readUInt32LE(0);
-        host.#take(kept[4], kept.subarray(5, end));
-        kept = kept.subarray(end);
-      }
-    });
-    host.socket.on('error', () => {});
-    host.closed = once(host.socket, 'close');
-    await once(host.socket, 'connect');
-    return host;
-  }
-
-  #take(kind, body) {
-    if (kind === kFrame) this.send(kFrameDone, body.subarray(0, 4));
-    this.frames.push({ kind, body });
-    this.waiters = this.waiters.filter((look) => !look());
-  }
-
-  send(kind, ...parts) {
-    const body = Buffer.concat(parts.map((part) => (typeof part === 'string' ? Buffer.from(part) : part)));
-    const head = Buffer.alloc(5);
-    head.writeUInt32LE(body.length);
-    head[4] = kind;
-    this.socket.write(Buffer.concat([head, body]));
-  }
-
-  /** Takes the next frame of that kind out of those that came. */
-  async next(kind, timeoutMs = 15_000) {
-    return new Promise((resolve, reject) => {
-      const look = () => {
-        const at = this.frames.findIndex((frame) => frame.kind === kind);
-        if (at < 0) return false;
-        clearTimeout(timer);
-        resolve(this.frames.splice(at, 1)[0].body);
-        return true;
-      };
-      const timer = setTimeout(() => reject(new Error(`No frame ${kind} in ${timeoutMs} ms`)), timeoutMs);
-      if (!look()) this.waiters.push(look);
-    });
-  }
-
-  async open(width = 640, height = 480) {
-    this.send(kCreate, u32(width), u32(height));
-    return (await this.next(kReady)).readUInt32LE(0);
-  }
-
-  async load(html, id = 1n) {
-    this.send(kLoadText, u64(id), html);
-    return readNavigated(await this.next(kNavigated));
-  }
-
-  async message() {
-    const body = await this.next(kMessage);
-    const sourceEnd = 5 + body.readUInt32LE(1);
-    const jsonEnd = sourceEnd + 4 + body.readUInt32LE(sourceEnd);
-    return {
-      isText: body[0] === 1, source: body.toString('utf8', 5, sourceEnd),
-      json: body.toString('utf8', sourceEnd + 4, jsonEnd), text: body.toString('utf8', jsonEnd),
-    };
-  }
-}
-
-function u32(value) {
-  const bytes = Buffer.alloc(4);
-  bytes.writeUInt32LE(value);
-  return bytes;
-}
-
-function u64(value) {
-  const bytes = Buffer.alloc(8);
-  bytes.writeBigUInt64LE(value);
-  return bytes;
-}
-
-function readNavigated(body) {
-  return { id: body.readBigUInt64LE(0), success: body[8] === 1, status: body.readUInt32LE(9) };
-}
-
-/** kind: 0 move, 1 press, 2 release; the left button. */
-function mouse(kind, x, y, buttons) {
-  const body = Buffer.alloc(21);
-  body[0] = kind;
-  body[1] = kind === 0 ? 0 : 1;
-  body[2] = buttons;
-  body[4] = kind === 0 ? 0 : 1;
-  body.writeInt32LE(x, 5);
-  body.writeInt32LE(y, 9);
-  return body;
-}
-
-const key = (kind, modifiers, virtualKey, text = '') =>
-  Buffer.concat([Buffer.from([kind, modifiers]), u32(virtualKey), Buffer.from(text)]);
-
-const kPage = `<!doctype html><html lang="zh-CN"><head><title>测试页</title>
-<script>window.early = !!(window.chrome && chrome.webview);
-  window.leaked = '__labPostToHost' in window;
-  const got = [];
-  const listen = (event) => got.push(event.data);
-  chrome.webview.addEventListener('message', listen);
-</script></head>
-<body style="margin:0">
-<h1 id="title">工程师远程调试</h1><input id="name"><textarea id="note"></textarea>
-<button id="send" onclick="chrome.webview.postMessage(document.getElementById('name').value)">连接</button>
-<select id="choice" onchange="chrome.webview.postMessage('chose ' + this.value)">
-<option value="a">一</option><option value="b">二</option></select>
-<p id="hidden" style="display:none">隐</p>
-<div id="under">下</div><script>chrome.webview.postMessage({ ready: true });</script></body></html>`;
-
-/** Ids of live processes whose command line names one of the profiles of this machine's bridges. */
-async function browserProcesses(profile) {
-  const found = [];
-  for (const pid of await readdir('/proc')) {
-    if (!/^\d+$/.test(pid)) continue;
-    const line = await readFile(`/proc/${pid}/cmdline`, 'utf8').catch(() => '');
-    if (line.includes(profile)) found.push(Number(pid));
-  }
-  return found;
-}
-
-async function profileOf(pid) {
-  const line = await readFile(`/proc/${pid}/cmdline`, 'utf8');
-  return /--user-data-dir=([^\0 ]+)/.exec(line)[1];
-}
-
-async function untilGone(profile, timeoutMs = 8000) {
-  const end = performance.now() + timeoutMs;
-  for (;;) {
-    const processes = await browserProcesses(profile);
-    const folders = (await readdir(tmpdir())).filter((name) => name === path.basename(profile));
-    if (processes.length + folders.length === 0) return;
-    assert.ok(performance.now() < end, `left: ${processes} ${folders}`);
-    await sleep(50);
-  }
-}
+import {
+  kCreate, kLoadUrl, kPostJson, kPostText, kBounds, kMouse, kKey, kInsertText, kCopy, kFailed,
+  kNavigated, kFrame, kSelection, FakeHost, u32, u64, readNavigated, mouse, key, kPage,
+  browserProcesses, profileOf, untilGone,
+} from './browser_fake_host.mjs';
 
 describe('one page', () => {
   let bridge;
