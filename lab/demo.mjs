@@ -91,7 +91,7 @@ async function cleanUp() {
 await rm(kFolder, { recursive: true, force: true });
 await mkdir(kFolder, { recursive: true });
 try {
-  await step('lab', async () => { lab = await Lab.create({ artifacts: kFolder }); });
+  await step('lab', async () => { lab = await Lab.create({ artifacts: kFolder, closeOnSignal: !keep }); });
   await step('program', async () => { await lab.startProgram(); });
   await step('connect', connect);
   await tools('direct', kPlc);

@@ -1,11 +1,13 @@
 // One lab: the network, the site, the service, the display and a Windows with the program in it.
 // create() starts all but the program; close() ends everything and says what was left over.
-import { mkdir, mkdtemp, readFile, readdir, rm, writeFile } from 'node:fs/promises';
+import { mkdir, mkdtemp, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 
+import { kProfilePrefix } from './browser/chromium.mjs';
 import { connectBridge } from './browser/client.mjs';
 import { Display } from './display.mjs';
+import { kWorkFolderPrefix, processesHolding, temporaryFolders } from './leftovers.mjs';
 import {
   kCloud, kCloudToSite, kDirectRoute, kOverlappingRoute, kSite, kTunnelAddress, Network,
 } from './network.mjs';
@@ -24,22 +26,27 @@ const kDriverPort = 7002;
 const kTunPort = 7001;
 const kSitePort = 7100;
 const kRelayToSitePort = 7101;
+const kSignals = ['SIGINT', 'SIGTERM'];
 
 export class Lab {
+  #onSignal = () => this.close().finally(() => process.exit(130));
+
   /**
    * `artifacts` receives logs and screenshots. Options: `settings`, the settings file's contents
    * before the start (an object is written as JSON with the lab's service address, a string as is,
-   * null for no file); `site: false` leaves out the controller.
+   * null for no file); `site: false` leaves out the controller; `closeOnSignal: false` leaves Ctrl+C to
+   * the caller.
    */
-  static async create({ artifacts, settings = {}, site = true, size } = {}) {
+  static async create({ artifacts, settings = {}, site = true, size, closeOnSignal = true } = {}) {
     const lab = new Lab();
     lab.artifacts = artifacts;
+    if (closeOnSignal) for (const signal of kSignals) process.once(signal, lab.#onSignal);
     await mkdir(artifacts, { recursive: true });
     lab.processes = new Processes();
     lab.network = new Network();
     lab.prefix = new WinePrefix(path.join(kBuild, 'lab/prefix'));
     lab.display = new Display();
-    lab.workFolder = await mkdtemp(path.join(tmpdir(), 'velmarine-lab-'));
+    lab.workFolder = await mkdtemp(path.join(tmpdir(), kWorkFolderPrefix));
     try {
       await lab.prefix.ensure();
       await lab.network.create();
@@ -139,6 +146,7 @@ export class Lab {
 
   /** Ends everything. Returns a list of what outlived the lab (empty: nothing). */
   async close() {
+    for (const signal of kSignals) process.off(signal, this.#onSignal);
     await this.program?.end();
     await this.program?.keepLog();
     await this.bridge?.closeAll().catch(() => {});
@@ -151,12 +159,8 @@ export class Lab {
     await this.network.remove();
     left.push(...(await this.network.leftovers()).map((name) => `namespace ${name}`));
     await rm(this.workFolder, { recursive: true, force: true });
-    left.push(...(await this.#temporaryFiles()));
+    left.push(...(await processesHolding([this.prefix.folder, this.workFolder, kProfilePrefix])));
+    left.push(...(await temporaryFolders()));
     return left;
-  }
-
-  async #temporaryFiles() {
-    const names = await readdir(tmpdir());
-    return names.filter((name) => name.startsWith('velmarine-lab-')).map((name) => `folder ${name}`);
   }
 }

@@ -23,6 +23,8 @@ const kHosts = ['engineer', 'cloud', 'site', 'plc'];
 
 /** One lab's namespaces. `suffix` keeps two labs on one machine apart ("" for the plain names). */
 export class Network {
+  #isOurs = false;  // namespaces of another lab are left alone
+
   constructor(suffix = '') {
     this.suffix = suffix;
     for (const host of kHosts) this[host] = host + suffix;
@@ -30,6 +32,7 @@ export class Network {
 
   async create() {
     await this.#refuseForeign();
+    this.#isOurs = true;
     for (const host of kHosts) {
       await runOrFail(['ip', 'netns', 'add', this[host]]);
       await this.#onlyHostsFile(this[host]);
@@ -54,6 +57,7 @@ export class Network {
   }
 
   async remove() {
+    if (!this.#isOurs) return;
     for (const host of kHosts) {
       for (const pid of await this.processesIn(host)) {
         try { process.kill(pid, 'SIGKILL'); } catch { /* ended meanwhile */ }
@@ -71,12 +75,17 @@ export class Network {
 
   /** The hosts of this lab that still exist. */
   async leftovers() {
+    if (!this.#isOurs) return [];
+    return this.#existing();
+  }
+
+  async #existing() {
     const names = await readdir('/run/netns').catch(() => []);
     return kHosts.map((host) => this[host]).filter((name) => names.includes(name));
   }
 
   async #refuseForeign() {
-    const existing = await this.leftovers();
+    const existing = await this.#existing();
     if (existing.length > 0) {
       throw new Error(`Namespaces of another lab exist (${existing.join(', ')}). ` +
         'If none is running, remove them: ip netns del NAME');

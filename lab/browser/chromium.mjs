@@ -62,7 +62,7 @@ export class Chromium extends EventEmitter {
     this.#child = spawn(program, args, {
       detached: true, stdio: ['ignore', 'ignore', 'ignore', 'pipe', 'pipe'],
       env: { ...process.env, LC_ALL: 'zh_CN.UTF-8', HOME: this.profile,
-        XDG_CONFIG_HOME: this.profile, XDG_CACHE_HOME: this.profile },
+        XDG_CONFIG_HOME: this.profile, XDG_CACHE_HOME: this.profile, TMPDIR: this.profile },
     });
     this.exited = new Promise((resolve) => {
       this.#child.once('exit', resolve);
