@@ -12,7 +12,7 @@ import { connectBridge } from '../../lab/browser/client.mjs';
 import { kProfilePrefix } from '../../lab/browser/chromium.mjs';
 import { keyName } from '../../lab/browser/keys.mjs';
 import {
-  kCreate, kLoadUrl, kPostJson, kPostText, kBounds, kMouse, kKey, kInsertText, kCopy, kFailed,
+  kCreate, kLoadUrl, kPostJson, kPostText, kBounds, kMouse, kKey, kInsertText, kCopy, kFailed, kMessage,
   kNavigated, kFrame, kSelection, FakeHost, u32, u64, readNavigated, mouse, key, kPage,
   browserProcesses, profileOf, untilGone,
 } from './browser_fake_host.mjs';
@@ -224,8 +224,10 @@ describe('lifetime', () => {
     await bridge.close();
   });
 
-  it('works as a process of its own and ends with its parent', async () => {
+  it('works as a process of its own and ends with its parent', async (t) => {
     const child = fork(new URL('../../lab/browser/main.mjs', import.meta.url).pathname);
+    t.after(() => child.kill());
+    const exit = once(child, 'exit');
     const bridge = await connectBridge(child);
     const { port } = await bridge.listen({ port: 0 });
     const host = await FakeHost.connect(port);
@@ -234,10 +236,11 @@ describe('lifetime', () => {
     const page = await bridge.waitForPage(5000);
     await page.type('#name', '进程');
     await page.click('#send');
+    await host.next(kMessage);  // ready
+    await host.next(kMessage);  // from the click, which may come after the click has returned
     assert.deepEqual((await page.messages()).map(({ json }) => json), ['{"ready":true}', '"进程"']);
     await assert.rejects(page.text('#none'), /no element/);
     assert.equal((await bridge.pages()).length, 1);
-    const exit = once(child, 'exit');
     child.disconnect();
     assert.deepEqual(await exit, [0, null]);
     await assert.rejects(page.text('#name'), /bridge has ended/);
