@@ -21,7 +21,7 @@ std::wstring DamagedSettingsPath(std::wstring_view path, std::wstring_view time,
 
 std::wstring KeepDamagedSettings(const std::wstring& path, std::wstring_view time) {
   for (int attempt = 1; attempt <= kMaxAttempts; ++attempt) {
-    const std::wstring kept = DamagedSettingsPath(path, time, attempt);
+    std::wstring kept = DamagedSettingsPath(path, time, attempt);
     if (platform::RenameFile(path, kept)) return kept;
     if (!platform::IsFile(kept)) break;  // failed for another reason than a name in use
   }

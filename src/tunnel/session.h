@@ -40,7 +40,7 @@ struct SessionDeps {
 // Locks:   the thread lock (start and stop) outermost; then the packet lock before the queue's;
 //          relay, driver and status locks are taken alone or innermost.
 // Errors:  Start throws std::runtime_error and leaves nothing running.
-class Session : public Tunnel {
+class Session final : public Tunnel {
  public:
   explicit Session(SessionDeps deps);
   ~Session() override;  // stops a running tunnel; no other call may be under way

@@ -14,7 +14,7 @@ class IdleUdpRelay : public UdpRelay {
 
 }  // namespace
 
-std::unique_ptr<UdpRelay> MakeIdleUdpRelay(UdpRelayHooks) {
+std::unique_ptr<UdpRelay> MakeIdleUdpRelay(const UdpRelayHooks&) {
   return std::make_unique<IdleUdpRelay>();
 }
 

@@ -53,6 +53,6 @@ class UdpRelay {
 };
 
 // A path that opens nothing and never becomes ready: every packet goes over the WebSocket.
-std::unique_ptr<UdpRelay> MakeIdleUdpRelay(UdpRelayHooks hooks);
+std::unique_ptr<UdpRelay> MakeIdleUdpRelay(const UdpRelayHooks& hooks);
 
 }  // namespace tunnel

@@ -29,6 +29,7 @@ inline constexpr std::uint64_t kFlagSendOnly = 8;
 using WinDivertHandle = void*;
 // INVALID_HANDLE_VALUE; WinDivertOpen may also return null on failure.
 inline WinDivertHandle InvalidDriverHandle() noexcept {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the value is the interface's own.
   return reinterpret_cast<WinDivertHandle>(static_cast<std::intptr_t>(-1));
 }
 inline bool IsValidDriverHandle(WinDivertHandle handle) noexcept {
