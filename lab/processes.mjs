@@ -7,7 +7,7 @@ import { setTimeout as sleep } from 'node:timers/promises';
 const kTermGraceMs = 3000;
 
 /** The command line that runs `command` inside the network namespace `namespace` (none: as is). */
-export function inNamespace(namespace, command) {
+function inNamespace(namespace, command) {
   return namespace ? ['ip', 'netns', 'exec', namespace, ...command] : command;
 }
 

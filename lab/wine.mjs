@@ -4,11 +4,10 @@ import { access, mkdir, readdir, readFile, rm, symlink } from 'node:fs/promises'
 import path from 'node:path';
 
 import { kRuntimeKey } from './browser/install.mjs';
-import { inNamespace, run, runOrFail } from './processes.mjs';
+import { run, runOrFail } from './processes.mjs';
 
 export const kWine = '/usr/lib/wine/wine64';
 const kWineserver = '/usr/bin/wineserver';
-const kInternetSettings = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings';
 
 const exists = (file) => access(file).then(() => true, () => false);
 
@@ -63,12 +62,6 @@ export class WinePrefix {
     await run([kWine, ...command], { env: this.env, ...options });
   }
 
-  async proxyOverride(options) {
-    const { stdout } = await run([kWine, 'reg.exe', 'query', kInternetSettings, '/v', 'ProxyOverride'],
-      { env: this.env, ...options });
-    return /ProxyOverride\s+REG_SZ\s+(.*?)\r?\n/.exec(stdout)?.[1] ?? null;
-  }
-
   /** The command line of a Windows program, on one processor: its server calls are faster there. */
   command(program, args = []) {
     return ['taskset', '-c', '1', kWine, program, ...args];
@@ -78,12 +71,6 @@ export class WinePrefix {
   async stopServer() {
     await run([kWineserver, '-k'], { env: this.env, timeoutMs: 20_000 });
     await run([kWineserver, '-w'], { env: this.env, timeoutMs: 30_000 });
-  }
-
-  /** Waits until the last Windows program has ended by itself; false when one has not. */
-  async waitForIdle(timeoutMs) {
-    const line = inNamespace(null, [kWineserver, '-w']);
-    return (await run(line, { env: this.env, timeoutMs })).code === 0;
   }
 
   async readSettings() {
