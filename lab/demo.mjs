@@ -79,7 +79,7 @@ async function tools(label, address) {
 async function leaveRunning() {
   console.log(`\nEverything is running. The display is ${lab.display.name}; to look at it:\n` +
     `  DISPLAY=${lab.display.name} import -window root screen.png\n` +
-    `The engineer's tools: ip netns exec engineer ping ${kPlc}\nCtrl+C ends it.`);
+    `The engineer's tools: ip netns exec ${lab.network.engineer} ping ${kPlc}\nCtrl+C ends it.`);
   await new Promise((resolve) => { process.once('SIGINT', resolve); process.once('SIGTERM', resolve); });
 }
 

@@ -11,7 +11,7 @@ import { kWorkFolderPrefix, processesHolding, temporaryFolders } from './leftove
 import {
   kCloud, kCloudToSite, kDirectRoute, kOverlappingRoute, kSite, kTunnelAddress, Network,
 } from './network.mjs';
-import { kBrowserRuntime, kBuild, kRepo, kTunBridge } from './paths.mjs';
+import { kBrowserRuntime, kBuild, kLabSuffix, kRepo, kTunBridge } from './paths.mjs';
 import { Processes, run } from './processes.mjs';
 import { Program } from './program.mjs';
 import { connectService } from './service/client.mjs';
@@ -43,8 +43,8 @@ export class Lab {
     if (closeOnSignal) for (const signal of kSignals) process.once(signal, lab.#onSignal);
     await mkdir(artifacts, { recursive: true });
     lab.processes = new Processes();
-    lab.network = new Network();
-    lab.prefix = new WinePrefix(path.join(kBuild, 'lab/prefix'));
+    lab.network = new Network(kLabSuffix);
+    lab.prefix = new WinePrefix(path.join(kBuild, `lab${kLabSuffix}/prefix`));
     lab.display = new Display();
     lab.workFolder = await mkdtemp(path.join(tmpdir(), kWorkFolderPrefix));
     try {

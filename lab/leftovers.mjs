@@ -3,8 +3,9 @@ import { readdir, readFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 
 import { kProfilePrefix } from './browser/chromium.mjs';
+import { kLabSuffix } from './paths.mjs';
 
-export const kWorkFolderPrefix = 'velmarine-lab-';
+export const kWorkFolderPrefix = `velmarine${kLabSuffix}-lab-`;
 
 /** Live processes, but this one, whose command line or environment holds one of `texts`. */
 export async function processesHolding(texts) {

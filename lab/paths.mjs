@@ -4,6 +4,8 @@ import { fileURLToPath } from 'node:url';
 
 export const kRepo = fileURLToPath(new URL('..', import.meta.url));
 export const kBuild = path.join(kRepo, 'build');
+/** Keeps a lab's namespaces, Windows and folders apart from another's beside it; "" for the plain names. */
+export const kLabSuffix = process.env.LAB_SUFFIX ?? '';
 export const kProgramFile = path.join(kBuild, 'windows/Velmarine.Client.exe');
 export const kBrowserRuntime = path.join(kBuild, 'windows/lab/browser/120.0.0.0');
 export const kTunBridge = path.join(kBuild, 'native/lab/driver/tunbridge');

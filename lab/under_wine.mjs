@@ -5,12 +5,12 @@ import { once } from 'node:events';
 import path from 'node:path';
 
 import { Display } from './display.mjs';
-import { kBuild } from './paths.mjs';
+import { kBuild, kLabSuffix } from './paths.mjs';
 import { Processes } from './processes.mjs';
 import { WinePrefix } from './wine.mjs';
 
 const processes = new Processes();
-const prefix = new WinePrefix(path.join(kBuild, 'lab/prefix-tests'));
+const prefix = new WinePrefix(path.join(kBuild, `lab-unit${kLabSuffix}/prefix`));
 const display = new Display();
 let code = 1;
 try {

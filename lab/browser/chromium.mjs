@@ -7,8 +7,10 @@ import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
+import { kLabSuffix } from '../paths.mjs';
+
 export const kChromium = '/usr/lib/chromium/chromium';
-export const kProfilePrefix = 'lab-browser-';
+export const kProfilePrefix = `lab${kLabSuffix}-browser-`;
 
 const kCloseGraceMs = 2000;
 const kPageMs = 20_000;
