@@ -1,8 +1,11 @@
-// The controller on site: Modbus TCP on port 502, a web server on port 80, as real ones have.
+// The controller on site: Modbus TCP on port 502, a web server on port 80, as real ones have, and an
+// echo service on port 7.
 // Usage: node main.mjs FILE   (the file that the web server hands out as /file)
 import { createReadStream, statSync } from 'node:fs';
 import http from 'node:http';
 import { createRequire } from 'node:module';
+
+import { startEcho } from './echo.mjs';
 
 const { ServerTCP } = createRequire(new URL('../package.json', import.meta.url))('modbus-serial');
 
@@ -23,5 +26,8 @@ const web = http.createServer((request, response) => {
   createReadStream(file).pipe(response);
 });
 
-modbus.on('initialized', () => web.listen(80, '0.0.0.0', () => console.log('ready')));
+modbus.on('initialized', async () => {
+  await startEcho();
+  web.listen(80, '0.0.0.0', () => console.log('ready'));
+});
 modbus.on('serverError', (error) => { console.error(error.message); process.exit(1); });
