@@ -20,6 +20,7 @@ export class Relay {
   #record;
   #toSite;
   #addressOf;
+  #deliverByUdp;
   #server = new WebSocketServer({
     noServer: true, perMessageDeflate: false, maxPayload: 16 << 20, clientTracking: false,
   });
@@ -30,11 +31,15 @@ export class Relay {
   /** A packet that goes out in one piece with the response to the next handshake; null: none. */
   firstPacket = null;
 
-  /** `toSite(packet)` takes what clients send; `addressOf(connectionId)` knows the granted address. */
-  constructor(record, { toSite, addressOf }) {
+  /**
+   * `toSite(packet)` takes what clients send; `addressOf(connectionId)` knows the granted address;
+   * `deliverByUdp(connectionId, packet)` says whether it took a packet for a client.
+   */
+  constructor(record, { toSite, addressOf, deliverByUdp }) {
     this.#record = record;
     this.#toSite = toSite;
     this.#addressOf = addressOf;
+    this.#deliverByUdp = deliverByUdp;
     this.#pingTimer = setInterval(() => this.#ping(), kPingMs);
     this.#pingTimer.unref();
   }
@@ -72,7 +77,7 @@ export class Relay {
     this.#clients.add(entry);
     client.on('message', (data, isBinary) => {
       if (!isBinary) return;
-      this.#record.addPacket('fromClient', data);
+      this.#record.addPacket('fromClient', data, 'webSocket');
       if (!this.isSilent) this.#toSite(data);
     });
     client.on('error', (error) => this.#record.addProtocolError(error.message));
@@ -91,7 +96,9 @@ export class Relay {
   fromSite(packet) {
     const destination = destinationOf(packet);
     const takes = ({ address }) => destination !== null && (address ?? destination) === destination;
-    this.#deliver(this.connections().findLast(takes), packet);
+    const entry = this.connections().findLast(takes);
+    if (entry && !this.isSilent && this.#deliverByUdp(entry.connectionId, packet)) return;
+    this.#deliver(entry, packet);
   }
 
   /** Any bytes as one message of the newest connection. */
@@ -102,7 +109,7 @@ export class Relay {
       this.#record.addDropped();
       return;
     }
-    this.#record.addPacket('toClient', packet);
+    this.#record.addPacket('toClient', packet, 'webSocket');
     entry.client.send(packet, { binary: true });
   }
 

@@ -20,9 +20,10 @@ export class LabService {
   #relay = new Relay(this.#record, {
     toSite: (packet) => this.#toSite(packet),
     addressOf: (connectionId) => this.#replies.addressOf(connectionId),
+    deliverByUdp: (connectionId, packet) => this.#udp.deliver(connectionId, packet),
   });
   #http = null;
-  #udp = null;
+  #udp = new UdpRelay(this.#record, { toSite: (packet) => this.#toSite(packet) });
   #siteSocket = null;
   #options = null;
   #sockets = new Set();
@@ -36,7 +37,6 @@ export class LabService {
     this.#options = { host, port, site };
     await this.resumeListening();
     this.#options.port = this.#http.address().port;
-    this.#udp = new UdpRelay();
     await this.#udp.bind(this.#options.port, host);
     if (site) await this.#openSite(site);
     return { port: this.#options.port };
@@ -57,7 +57,10 @@ export class LabService {
     if (site) this.#siteSocket.send(packet, site.port, site.host);
   }
 
-  /** Closes the listening port and every connection: connecting is refused from now on. */
+  /**
+   * Closes the listening TCP port and every connection: connecting is refused from now on. The UDP
+   * port stays open.
+   */
   async stopListening() {
     const server = this.#http;
     this.#http = null;
@@ -81,7 +84,7 @@ export class LabService {
   async close() {
     this.#relay.close();
     if (this.#http) await this.stopListening();
-    this.#udp?.close();
+    this.#udp.close();
     this.#siteSocket?.close();
   }
 
@@ -108,8 +111,11 @@ export class LabService {
   cutRelay({ connectionId = null } = {}) { return this.#relay.cut(connectionId); }
   /** The next upgrade's response carries the packet (hexadecimal) in the same TCP segment. */
   sendWithHandshake({ packet }) { this.#relay.firstPacket = Buffer.from(packet, 'hex'); }
-  /** A silent relay neither pings nor carries packets, but keeps its connections. */
-  setSilent(isSilent) { this.#relay.isSilent = isSilent; }
+  /** A silent relay neither pings nor answers hellos nor carries packets, but keeps its connections. */
+  setSilent(isSilent) {
+    this.#relay.isSilent = isSilent;
+    this.#udp.isSilent = isSilent;
+  }
   /** Writes a fault of faults.mjs onto the newest connection; `packet` in hexadecimal. */
   writeFault({ name, packet = '' }) {
     const entry = this.#relay.newest();
@@ -124,6 +130,23 @@ export class LabService {
       ({ connectionId, engineerId, sinceMs }));
   }
 
+  // ---- the relay's UDP side
+
+  /**
+   * How datagrams are treated from now on; what is left out stays:
+   *   helloAnswer    one of kHelloAnswers by its name ('proper', 'none', 'short', ...)
+   *   carryPackets   false: packets are taken and recorded, but go no further
+   *   sendPackets    false: everything from the site goes over the WebSocket
+   */
+  setUdp(ways) { this.#udp.setWays(ways); }
+  /** The next hello gets a new token, and the old one counts no longer. */
+  renewToken() { this.#udp.renewToken(); }
+  /** Sends any bytes (hexadecimal) as one datagram to the newest client that was acknowledged. */
+  sendDatagram({ hex }) { this.#udp.sendRaw(Buffer.from(hex, 'hex')); }
+  /** Sends it a packet (hexadecimal), with `token` (16 hexadecimal digits) or the right one. */
+  sendUdpPacket({ packet, token = null }) { this.#udp.sendPacket(Buffer.from(packet, 'hex'), token); }
+  udpEndpoints() { return this.#udp.endpoints(); }
+
   // ---- what it was sent; see Record
 
   requests(filter) { return this.#record.requests(filter); }
@@ -132,7 +155,11 @@ export class LabService {
   counts() { return this.#record.counts(); }
   keepPackets(keep) { this.#record.keepPackets = keep; }
   packets() { return this.#record.packets(); }
-  datagrams() { return this.#udp.datagrams(); }
+  forgetPackets() { this.#record.forgetPackets(); }
+  hellos(filter) { return this.#record.hellos(filter); }
+  wrongTokens() { return this.#record.wrongTokens(); }
+  keepDatagrams(keep) { this.#record.keepDatagrams = keep; }
+  datagrams() { return this.#record.datagrams(); }
 }
 
 /** What may be called from outside the process. */

@@ -1,18 +1,32 @@
-// The UDP side of the service's port: it keeps what it is sent and answers nothing.
+// The UDP side of the relay: hellos are acknowledged with a token, packets carry it. A client's
+// endpoint is where its newest hello came from; it counts for 45 s.
 import dgram from 'node:dgram';
 import { once } from 'node:events';
 
 import { nowMs } from './record.mjs';
+import { kHelloAnswers } from './udp_answers.mjs';
+import {
+  DatagramType, kMaxUdpPacketBytes, newToken, packetDatagram, parseFromClient,
+} from './udp_datagrams.mjs';
 
 const kSocketBytes = 4 << 20;
+const kEndpointMs = 45_000;
 
 export class UdpRelay {
-  #socket = dgram.createSocket({ type: 'udp4', recvBufferSize: kSocketBytes });
-  #datagrams = [];
+  #record;
+  #toSite;
+  #socket = dgram.createSocket({ type: 'udp4', recvBufferSize: kSocketBytes, sendBufferSize: kSocketBytes });
+  #endpoints = new Map();  // by connection id, the newest hello last
+  #ways = { helloAnswer: 'proper', carryPackets: true, sendPackets: true };
+  #renewNext = false;
+  isSilent = false;
 
-  constructor() {
-    this.#socket.on('message', (bytes, { address, port }) =>
-      this.#datagrams.push({ timeMs: nowMs(), from: `${address}:${port}`, hex: bytes.toString('hex') }));
+  /** `toSite(packet)` takes what clients send. */
+  constructor(record, { toSite }) {
+    this.#record = record;
+    this.#toSite = toSite;
+    this.#socket.on('error', () => {});
+    this.#socket.on('message', (bytes, { address, port }) => this.#take(bytes, { address, port }));
   }
 
   async bind(port, host) {
@@ -20,8 +34,98 @@ export class UdpRelay {
     await once(this.#socket, 'listening');
   }
 
-  /** Every datagram that came: [{timeMs, from, hex}]. */
-  datagrams() { return this.#datagrams; }
+  /**
+   * What it does from now on; see LabService.setUdp(). A member that is left out stays as it is.
+   */
+  setWays(ways) {
+    for (const name of Object.keys(ways)) {
+      if (!Object.hasOwn(this.#ways, name)) throw new Error(`The UDP relay has no way ${name}.`);
+    }
+    const next = { ...this.#ways, ...ways };
+    if (!Object.hasOwn(kHelloAnswers, next.helloAnswer)) {
+      throw new Error(`There is no answer ${next.helloAnswer} to a hello.`);
+    }
+    this.#ways = next;
+  }
+
+  /** The next hello is acknowledged with a new token; packets with the old one are dropped from then on. */
+  renewToken() { this.#renewNext = true; }
+
+  #take(bytes, source) {
+    const from = `${source.address}:${source.port}`;
+    this.#record.addDatagram({ direction: 'fromClient', from, bytes });
+    let datagram;
+    try {
+      datagram = parseFromClient(bytes);
+    } catch (error) {
+      this.#record.addProtocolError(error.message);
+      return;
+    }
+    if (datagram.type === DatagramType.hello) this.#takeHello(datagram, bytes, source, from);
+    else this.#takePacket(datagram, from);
+  }
+
+  #takeHello({ connectionId, engineerId }, bytes, source, from) {
+    const old = this.#endpoints.get(connectionId);
+    const keepsToken = old && old.from === from && !this.#renewNext;
+    const answer = this.isSilent ? null
+      : kHelloAnswers[this.#ways.helloAnswer](keepsToken ? old.token : newToken());
+    this.#record.addHello({ from, connectionId, engineerId, hex: bytes.toString('hex'), isAnswered: answer !== null });
+    if (answer === null) return;
+    this.#send(answer, { ...source, from });
+    if (this.#ways.helloAnswer !== 'proper') return;
+    this.#renewNext = false;
+    this.#endpoints.delete(connectionId);
+    this.#endpoints.set(connectionId, {
+      ...source, from, connectionId, engineerId, token: answer.subarray(6).toString('hex'), helloMs: nowMs(),
+    });
+  }
+
+  #takePacket({ token, packet }, from) {
+    const endpoint = [...this.#endpoints.values()].find((one) => one.from === from);
+    if (endpoint?.token !== token) {
+      this.#record.addWrongToken({ from, token, bytes: packet.length });
+      return;
+    }
+    this.#record.addPacket('fromClient', packet, 'udp');
+    if (this.#ways.carryPackets && !this.isSilent) this.#toSite(packet);
+  }
+
+  /** Sends a packet from the site to a connection's endpoint; false when it has to go another way. */
+  deliver(connectionId, packet) {
+    const endpoint = this.#endpoints.get(connectionId);
+    if (!this.#ways.sendPackets || packet.length > kMaxUdpPacketBytes || !endpoint) return false;
+    if (nowMs() - endpoint.helloMs > kEndpointMs) return false;
+    this.#record.addPacket('toClient', packet, 'udp');
+    this.#send(packetDatagram(endpoint.token, packet), endpoint);
+    return true;
+  }
+
+  /** Any bytes as one datagram to the newest endpoint. */
+  sendRaw(bytes) { this.#send(bytes, this.#newest()); }
+
+  /** A packet datagram to the newest endpoint, with a token of the caller's or the endpoint's own. */
+  sendPacket(packet, token = null) {
+    const endpoint = this.#newest();
+    this.#send(packetDatagram(token ?? endpoint.token, packet), endpoint);
+  }
+
+  #newest() {
+    const endpoint = [...this.#endpoints.values()].at(-1);
+    if (!endpoint) throw new Error('No client has said hello by UDP.');
+    return endpoint;
+  }
+
+  #send(bytes, { address, port, from }) {
+    this.#record.addDatagram({ direction: 'toClient', from, bytes });
+    this.#socket.send(bytes, port, address);
+  }
+
+  /** Who was acknowledged, the newest last: [{connectionId, engineerId, from, token, helloMs}]. */
+  endpoints() {
+    return [...this.#endpoints.values()].map(({ connectionId, engineerId, from, token, helloMs }) =>
+      ({ connectionId, engineerId, from, token, helloMs }));
+  }
 
   close() { this.#socket.close(); }
 }

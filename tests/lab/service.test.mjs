@@ -1,6 +1,5 @@
 // The lab's service, HTTP side: what it records and what it can be made to answer.
 import assert from 'node:assert/strict';
-import dgram from 'node:dgram';
 import net from 'node:net';
 import { once } from 'node:events';
 
@@ -119,19 +118,4 @@ each('stops listening, which refuses connections, and resumes on the same port',
   assert.equal(error.code, 'ECONNREFUSED');
   await service.resumeListening();
   assert.equal((await post('/api/devices/resolve')).status, 200);
-});
-
-each('keeps datagrams sent to the same port number and answers none', async ({ service, port, post }) => {
-  const socket = dgram.createSocket('udp4').bind(0, '127.0.0.1');
-  await once(socket, 'listening');
-  let answers = 0;
-  socket.on('message', () => { answers += 1; });
-  socket.send(Buffer.from('TNR1\x02'), port, '127.0.0.1');
-  await until(() => service.datagrams().length === 1);
-  const [{ from, hex }] = service.datagrams();
-  assert.equal(hex, '544e523102');
-  assert.equal(from, `127.0.0.1:${socket.address().port}`);
-  await post('/api/devices/resolve');
-  assert.equal(answers, 0);
-  socket.close();
 });

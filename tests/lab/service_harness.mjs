@@ -59,6 +59,17 @@ class Bench {
     return socket;
   };
 
+  /** A UDP socket of its own port that talks to the service and keeps what it hears. */
+  udpClient = async () => {
+    const socket = dgram.createSocket('udp4').bind(0, '127.0.0.1');
+    this.#ends.push(() => socket.close());
+    await once(socket, 'listening');
+    const heard = [];
+    socket.on('message', (bytes) => heard.push(bytes));
+    const send = (bytes) => socket.send(bytes, this.port, '127.0.0.1');
+    return { send, heard, from: `127.0.0.1:${socket.address().port}` };
+  };
+
   async stop() {
     for (const end of this.#ends) end();
     await this.service.close();

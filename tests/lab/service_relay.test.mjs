@@ -21,8 +21,10 @@ each('carries packets between the client and the site', async ({ service, site, 
   assert.deepEqual(await answered, [kPacket, true]);
   const [{ connectionId, engineerId }] = service.relayClients();
   assert.deepEqual([connectionId, engineerId], ['C ONN', 'ENG-12345678']);
-  assert.deepEqual(service.counts(),
-    { fromClient: 1, toClient: 1, bytesFromClient: 20, bytesToClient: 20, dropped: 0 });
+  assert.deepEqual(service.counts(), {
+    fromClient: 1, toClient: 1, bytesFromClient: 20, bytesToClient: 20, dropped: 0,
+    udpFromClient: 0, udpToClient: 0, webSocketFromClient: 1, webSocketToClient: 1, wrongToken: 0,
+  });
 });
 
 each('sends a packet to the connection whose address it bears', async ({ service, site, relayClient }) => {
@@ -65,7 +67,10 @@ each('keeps packets when asked to', async ({ service, relayClient }) => {
   service.keepPackets(true);
   client.send(kPacket);
   await until(() => service.counts().fromClient === 2);
-  assert.deepEqual(service.packets().map(({ direction, hex }) => [direction, hex]), [['fromClient', kPacketHex]]);
+  assert.deepEqual(service.packets().map(({ direction, via, hex }) => [direction, via, hex]),
+    [['fromClient', 'webSocket', kPacketHex]]);
+  service.forgetPackets();
+  assert.deepEqual(service.packets(), []);
 });
 
 each('does not take a text message for a packet', async ({ service, relayClient }) => {
