@@ -26,9 +26,16 @@ const kDriverPort = 7002;
 const kTunPort = 7001;
 const kSitePort = 7100;
 const kRelayToSitePort = 7101;
+const kKillMs = 5000;
 const kSignals = ['SIGINT', 'SIGTERM'];
 
 export class Lab {
+  #serviceChild;
+  #serviceStarts = 0;
+  #grant = {
+    connectionId: 'CONN-0001', assignedAddress: kTunnelAddress,
+    routes: [kDirectRoute, kOverlappingRoute],
+  };
   #onSignal = () => this.close().finally(() => process.exit(130));
 
   /**
@@ -62,24 +69,47 @@ export class Lab {
   #log(name) { return path.join(this.artifacts, `${name}.log`); }
 
   async #startHosts(site) {
-    const { cloud } = this.network;
     await this.processes.start('site tun', [kTunBridge, '--tun', 'site0', '--listen',
       `${kSite}:${kSitePort}`, '--peer', `${kCloudToSite}:${kRelayToSitePort}`],
     { namespace: this.network.site, log: this.#log('site-tun'), ready: /ready/ });
     await this.network.routeTunnelOnSite('site0');
-    const child = this.processes.fork('service', path.join(kRepo, 'lab/service/main.mjs'),
-      { namespace: cloud, log: this.#log('service') });
-    this.service = await connectService(child);
-    await this.service.setGrant({
-      connectionId: 'CONN-0001', assignedAddress: kTunnelAddress,
-      routes: [kDirectRoute, kOverlappingRoute],
-    });
+    await this.restartService();
+    if (site) await this.#startPlc();
+  }
+
+  // ---- the service's process
+
+  /** Starts the service, anew after killService(): it offers the last grant and knows nothing else. */
+  async restartService() {
+    this.#serviceStarts += 1;
+    const name = this.#serviceStarts === 1 ? 'service' : `service-${this.#serviceStarts}`;
+    this.#serviceChild = this.processes.fork(name, path.join(kRepo, 'lab/service/main.mjs'),
+      { namespace: this.network.cloud, log: this.#log(name) });
+    const service = await connectService(this.#serviceChild);
+    const setGrant = async (grant) => {
+      this.#grant = grant;
+      await service.setGrant(grant);
+    };
+    this.service = { ...service, setGrant };
+    await this.service.setGrant(this.#grant);
     await this.service.listen({
       host: '0.0.0.0', port: kServicePort,
       site: { host: kSite, port: kSitePort, localPort: kRelayToSitePort },
     });
-    if (site) await this.#startPlc();
   }
+
+  /** Ends the service as a crash would; its record is lost. The kernel resets its connections. */
+  async killService() {
+    this.#serviceChild.kill('SIGKILL');
+    await this.processes.waitForExit(this.#serviceChild, kKillMs);
+  }
+
+  /**
+   * Stops the service's process without ending it. The kernel goes on for it: it accepts connections and
+   * takes data until its buffers are full. Calls of the service wait until continueService().
+   */
+  pauseService() { this.#serviceChild.kill('SIGSTOP'); }
+  continueService() { this.#serviceChild.kill('SIGCONT'); }
 
   async #startPlc() {
     this.plcFile = path.join(this.workFolder, 'plc.bin');
@@ -151,6 +181,7 @@ export class Lab {
     await this.program?.keepLog();
     await this.bridge?.closeAll().catch(() => {});
     await this.prefix.stopServer();
+    if (this.#serviceChild) this.continueService();  // a stopped process hears no request to end
     await this.processes.stopAll();
     const left = [];
     for (const host of ['engineer', 'cloud', 'site', 'plc']) {
