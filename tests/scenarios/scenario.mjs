@@ -1,5 +1,6 @@
 // What every scenario shares: a lab made before it and ended after it, whatever happened between.
 import assert from 'node:assert/strict';
+import { rm } from 'node:fs/promises';
 import path from 'node:path';
 import { test } from 'node:test';
 
@@ -16,9 +17,9 @@ const kScenarioMs = 180_000;
 export function scenario(name, options, body) {
   test(name, { timeout: options.timeoutMs ?? kScenarioMs }, async (t) => {
     const folder = name.replaceAll(/[^\p{L}\p{N}]+/gu, '-').slice(0, 80);
-    const lab = await Lab.create({
-      artifacts: path.join(kBuild, 'test/scenarios', folder), site: false, ...options,
-    });
+    const artifacts = path.join(kBuild, 'test/scenarios', folder);
+    await rm(artifacts, { recursive: true, force: true });  // the driver's log is appended to
+    const lab = await Lab.create({ artifacts, site: false, ...options });
     let failure;
     try {
       const program = options.start === false ? undefined : await lab.startProgram(options);
