@@ -46,9 +46,14 @@ export class Network {
     await runOrFail(['sysctl', '-qw', 'net.ipv4.ip_forward=1'], { namespace: this.site });
   }
 
-  /** What stands behind the tunnel's end on site: replies to the tunnel address go into its TUN. */
+  /**
+   * What stands behind the tunnel's end on site: replies to the tunnel address go into its TUN, and
+   * broadcasts to one of the site's networks that come out of it go on into that network.
+   */
   async routeTunnelOnSite(tun) {
     await this.#ip('site', `route add ${kTunnelAddress}/32 dev ${tun}`);
+    await runOrFail(['sysctl', '-qw', 'net.ipv4.conf.all.bc_forwarding=1',
+      `net.ipv4.conf.${tun}.bc_forwarding=1`], { namespace: this.site });
   }
 
   /** All that is not on the engineer's own network reaches the stand-in driver's TUN. */
@@ -90,6 +95,13 @@ export class Network {
       throw new Error(`Namespaces of another lab exist (${existing.join(', ')}). ` +
         'If none is running, remove them: ip netns del NAME');
     }
+  }
+
+  /** Gives one host's processes names for addresses, {name: address}, in the place of earlier ones. */
+  async setNames(host, names) {
+    const lines = Object.entries(names).map(([name, address]) => `${address} ${name}\n`);
+    // Written in place: the processes have this very file as their /etc/hosts.
+    await writeFile(`/etc/netns/${this[host]}/hosts`, `127.0.0.1 localhost\n${lines.join('')}`);
   }
 
   // Names are answered from the hosts file alone, so that an unknown one fails at once.

@@ -1,0 +1,55 @@
+// Searching for devices: what answers on site, and the engineer's tools that search.
+import path from 'node:path';
+
+import { kPlc, kPlcOverlapping } from './network.mjs';
+import { kRepo } from './paths.mjs';
+import { kPlainPort } from './plc/plain_device.mjs';
+
+export { kPlainPort };
+export const kLimitedBroadcast = '255.255.255.255';
+export const kBacnetPort = 47808;
+export const kEthernetIpPort = 44818;
+
+/** The devices, one in each of the site's networks. */
+export const kDevices = [
+  { address: kPlc, broadcast: '192.168.77.255', number: 77010 },
+  { address: kPlcOverlapping, broadcast: '10.10.0.255', number: 10010 },
+];
+
+const kWaitMs = 8_000;  // for answers that should come
+
+/** Starts the devices in the controller's namespace; they end with the lab, or with the process. */
+export async function startDevices(lab) {
+  return lab.processes.start('devices', ['node', path.join(kRepo, 'lab/plc/devices.mjs'),
+    ...kDevices.map(({ address, broadcast, number }) => `${address}/${broadcast}/${number}`)],
+  { namespace: lab.network.plc, log: path.join(lab.artifacts, 'devices.log'), ready: /ready/ });
+}
+
+async function search(lab, name, ...words) {
+  const result = await lab.tool(['node', path.join(kRepo, 'lab/engineer', name), ...words.map(String)]);
+  if (result.code !== 0) throw new Error(`${name} ended with ${result.code}\n${result.stderr}`);
+  return JSON.parse(result.stdout);
+}
+
+const byOrigin = (a, b) => a.from.localeCompare(b.from);
+
+// Each of these runs one search in the engineer's namespace and returns its answers, ordered by where
+// they came from. It ends soon after `expected` answers, or after `waitMs`; 0 expected waits that long.
+
+/** BACnet Who-Is: [{device, vendor, from}]. */
+export async function whoIs(lab, { expected = kDevices.length, waitMs = kWaitMs } = {}) {
+  return (await search(lab, 'who_is.mjs', expected, waitMs)).sort(byOrigin);
+}
+
+/** EtherNet/IP ListIdentity: [{serial, product, named, from}]. */
+export async function listIdentity(lab, { expected = kDevices.length, waitMs = kWaitMs } = {}) {
+  return (await search(lab, 'list_identity.mjs', expected, waitMs)).sort(byOrigin);
+}
+
+/** One datagram of no known protocol: [{from, text}]; the devices' texts are JSON (plain_device.mjs). */
+export async function broadcast(lab, {
+  to = kLimitedBroadcast, port = kPlainPort, sourcePort = 40_000, text = 'anyone?',
+  expected = kDevices.length, waitMs = kWaitMs,
+} = {}) {
+  return (await search(lab, 'broadcast.mjs', to, port, sourcePort, text, expected, waitMs)).sort(byOrigin);
+}
