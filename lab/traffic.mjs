@@ -42,8 +42,8 @@ class Traffic {
   async start(options) { await this.#call('start', options); }
 
   /**
-   * A look in between: {nowMs, udp: {sent, received, duplicated, reordered, wrong, lost, answeredSince,
-   * longestGapMs, gaps: [{from, fromMs, toMs, lost}]}, tcp: {bytes, connections, failedConnects,
+   * A look in between: {nowMs, udp: {sent, received, duplicated, reordered, late, wrong, lost,
+   * answeredSince, longestGapMs, gaps: [{from, fromMs, toMs, lost}]}, tcp: {bytes, connections, failedConnects,
    * breaks: [{atMs, reason, unansweredBytes}], outOfOrder, wrongBytes, longestStallMs}}. Options as in
    * UdpTraffic.report().
    */
@@ -78,7 +78,8 @@ export function describe({ udp, tcp }) {
   const parts = [];
   if (udp) {
     parts.push(`udp: ${udp.lost} of ${udp.sent} lost in ${udp.gaps.length} gaps, the longest ` +
-      `${Math.round(udp.longestGapMs)} ms; ${udp.duplicated} twice, ${udp.reordered} out of order`);
+      `${Math.round(udp.longestGapMs)} ms; ${udp.late} late, ${udp.duplicated} twice, ` +
+      `${udp.reordered} out of order`);
   }
   if (tcp) {
     const breaks = tcp.breaks.map(({ atMs, reason }) => ` (${reason} at ${Math.round(atMs)} ms)`);

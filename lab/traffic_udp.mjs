@@ -20,7 +20,7 @@ export class UdpTraffic {
   #timer;
   #sentMs = [];
   #isAnswered = [];
-  #counts = { received: 0, duplicated: 0, reordered: 0, wrong: 0 };
+  #counts = { received: 0, duplicated: 0, reordered: 0, late: 0, wrong: 0 };
   #newest = -1;  // the highest number that was answered
 
   constructor(options) { this.#options = options; }
@@ -71,6 +71,7 @@ export class UdpTraffic {
       this.#isAnswered[number] = true;
       this.#counts.received += 1;
       if (number < this.#newest) this.#counts.reordered += 1;
+      if (this.#nowMs() - this.#sentMs[number] > this.#options.waitMs) this.#counts.late += 1;
       this.#newest = Math.max(this.#newest, number);
     }
   }
@@ -82,8 +83,8 @@ export class UdpTraffic {
 
   /**
    * What was sent and what came back. `lateMs`: a datagram unanswered for so long is lost, a
-   * younger one under way. `since`: counts in `answeredSince` the answered ones with that number or a higher
-   * one. `wrong` counts datagrams that nobody sent.
+   * younger one under way. `since`: `answeredSince` counts the answered ones from that number on. `late`
+   * counts those that were answered after more than `waitMs`, `wrong` what nobody sent.
    */
   report({ lateMs, since = 0 }) {
     const limit = this.#nowMs() - lateMs;

@@ -56,7 +56,7 @@ each('nothing is lost on a good way', async (start, t) => {
   assert.ok(udp.sent >= 30);
   assert.equal(udp.received, udp.sent);
   assert.deepEqual({ ...udp, sent: 0, received: 0, answeredSince: 0 }, {
-    sent: 0, received: 0, duplicated: 0, reordered: 0, wrong: 0, lost: 0, answeredSince: 0,
+    sent: 0, received: 0, duplicated: 0, reordered: 0, late: 0, wrong: 0, lost: 0, answeredSince: 0,
     longestGapMs: 0, gaps: [],
   });
   assert.ok(tcp.bytes >= 2048);
@@ -94,6 +94,15 @@ each('what may still be answered is not lost yet', async (start, t) => {
   assert.equal((await traffic.report({ lateMs: 60_000 })).udp.lost, 0);
   const { udp } = await traffic.stop();
   assert.deepEqual([udp.lost, udp.received], [4, 0]);
+});
+
+each('an answer that takes too long is late, not lost', async (start, t) => {
+  const port = await udpEcho(t, (number, send) => setTimeout(send, number === 1 ? 400 : 0));
+  const traffic = await start(port, { waitMs: 200, udp: { intervalMs: 5, count: 2, batch: 2 }, tcp: false });
+  await until(async () => (await traffic.report()).udp.lost === 1);
+  await until(async () => (await traffic.report()).udp.received === 2);
+  const { udp } = await traffic.stop();
+  assert.deepEqual([udp.lost, udp.late, udp.gaps], [0, 1, []]);
 });
 
 each('a TCP connection that breaks is recorded and opened again', async (start, t) => {
