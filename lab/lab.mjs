@@ -11,6 +11,7 @@ import { kWorkFolderPrefix, processesHolding, temporaryFolders } from './leftove
 import {
   kCloud, kCloudToSite, kDirectRoute, kOverlappingRoute, kSite, kTunnelAddress, Network,
 } from './network.mjs';
+import { NetworkFaults } from './network_faults.mjs';
 import { kBrowserRuntime, kBuild, kLabSuffix, kRepo, kTunBridge } from './paths.mjs';
 import { Processes, run } from './processes.mjs';
 import { Program } from './program.mjs';
@@ -51,6 +52,7 @@ export class Lab {
     await mkdir(artifacts, { recursive: true });
     lab.processes = new Processes();
     lab.network = new Network(kLabSuffix);
+    lab.faults = new NetworkFaults(lab.network, lab.processes, kServicePort);
     lab.prefix = new WinePrefix(path.join(kBuild, `lab${kLabSuffix}/prefix`));
     lab.display = new Display();
     lab.workFolder = await mkdtemp(path.join(tmpdir(), kWorkFolderPrefix));

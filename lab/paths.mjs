@@ -9,3 +9,4 @@ export const kLabSuffix = process.env.LAB_SUFFIX ?? '';
 export const kProgramFile = path.join(kBuild, 'windows/Velmarine.Client.exe');
 export const kBrowserRuntime = path.join(kBuild, 'windows/lab/browser/120.0.0.0');
 export const kTunBridge = path.join(kBuild, 'native/lab/driver/tunbridge');
+export const kWire = path.join(kBuild, 'native/lab/tun/wire');

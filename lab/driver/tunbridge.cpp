@@ -1,29 +1,21 @@
 #include <arpa/inet.h>
-#include <fcntl.h>
-#include <linux/if_tun.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/ioctl.h>
-#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <system_error>
 
-#include "platform/unique_handle.h"
+#include "tun/tun_device.h"
 
 // Joins a TUN device and a UDP port: one datagram per IPv4 packet, both ways.
 //
@@ -34,16 +26,11 @@
 namespace {
 
 constexpr int kSocketBufferBytes = 8 * 1024 * 1024;
-constexpr int kTunQueuePackets = 2000;
 constexpr int kBatch = 64;  // packets from one side before the other gets its turn
 
-struct FileTraits {
-  using Raw = int;
-  static Raw Invalid() noexcept { return -1; }
-  static bool IsValid(Raw file) noexcept { return file >= 0; }
-  static void Close(Raw file) noexcept { ::close(file); }
-};
-using File = platform::UniqueHandle<FileTraits>;
+using tun::Fail;
+using tun::File;
+using tun::ParseInteger;
 
 struct Options {
   std::string tun;
@@ -51,20 +38,6 @@ struct Options {
   std::optional<sockaddr_in> peer;
   int mtu = 1500;
 };
-
-[[noreturn]] void Fail(const std::string& what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
-int ParseInteger(std::string_view text, int least, int most) {
-  int value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end || value < least || value > most) {
-    throw std::runtime_error("Not a number in range: " + std::string(text));
-  }
-  return value;
-}
 
 sockaddr_in ParseEndpoint(const std::string& text) {
   const auto colon = text.find(':');
@@ -104,36 +77,6 @@ Options ParseOptions(std::span<char*> arguments) {
   return options;
 }
 
-ifreq RequestFor(const std::string& name) {
-  ifreq request = {};
-  std::memcpy(request.ifr_name, name.data(), name.size());
-  return request;
-}
-
-void BringUp(const Options& options) {
-  const File control(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ifreq request = RequestFor(options.tun);
-  request.ifr_mtu = options.mtu;
-  if (::ioctl(control.Get(), SIOCSIFMTU, &request) != 0) Fail("MTU of " + options.tun);
-  request = RequestFor(options.tun);
-  request.ifr_qlen = kTunQueuePackets;
-  if (::ioctl(control.Get(), SIOCSIFTXQLEN, &request) != 0) Fail("Queue of " + options.tun);
-  request = RequestFor(options.tun);
-  if (::ioctl(control.Get(), SIOCGIFFLAGS, &request) != 0) Fail("Flags of " + options.tun);
-  request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP | IFF_RUNNING);
-  if (::ioctl(control.Get(), SIOCSIFFLAGS, &request) != 0) Fail("Bringing up " + options.tun);
-}
-
-File OpenTun(const Options& options) {
-  File tun(::open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC));
-  if (!tun) Fail("/dev/net/tun");
-  ifreq request = RequestFor(options.tun);
-  request.ifr_flags = IFF_TUN | IFF_NO_PI;
-  if (::ioctl(tun.Get(), TUNSETIFF, &request) != 0) Fail("Creating " + options.tun);
-  BringUp(options);
-  return tun;
-}
-
 void EnlargeBuffer(int socket, int forced, int plain) {
   const auto set = [socket](int option) {
     return ::setsockopt(socket, SOL_SOCKET, option, &kSocketBufferBytes, sizeof(int)) == 0;
@@ -152,17 +95,6 @@ File OpenSocket(const sockaddr_in& listen) {
   return socket;
 }
 
-File OpenSignals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGTERM);
-  sigaddset(&signals, SIGINT);
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-  File file(::signalfd(-1, &signals, SFD_CLOEXEC));
-  if (!file) Fail("Signals");
-  return file;
-}
-
 bool IsSame(const sockaddr_in& a, const sockaddr_in& b) noexcept {
   return a.sin_addr.s_addr == b.sin_addr.s_addr && a.sin_port == b.sin_port;
 }
@@ -170,7 +102,7 @@ bool IsSame(const sockaddr_in& a, const sockaddr_in& b) noexcept {
 class TunBridge {
  public:
   explicit TunBridge(const Options& options)
-      : tun_(OpenTun(options)),
+      : tun_(tun::OpenTun(options.tun, options.mtu)),
         socket_(OpenSocket(options.listen)),
         peer_(options.peer),
         isPeerFixed_(options.peer.has_value()) {}
@@ -234,7 +166,7 @@ class TunBridge {
 int main(int argc, char** argv) {
   try {
     const Options options = ParseOptions(std::span(argv, static_cast<std::size_t>(argc)));
-    const File signals = OpenSignals();
+    const File signals = tun::OpenSignals();
     TunBridge bridge(options);
     std::puts("ready");
     std::fflush(stdout);
