@@ -1,15 +1,13 @@
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <string>
-#include <vector>
 
 #include "platform/mutex.h"
+#include "platform/socket_address.h"
 
 // Sockets, the same on Winsock and POSIX. Error codes are the system's own numbers (WSAGetLastError
 // or errno); 0 means no error.
@@ -32,38 +30,6 @@ class SocketLibrary {
   bool started_ = false;
 };
 
-enum class SocketKind {
-  Tcp,      // stream, IPv4 or IPv6
-  UdpIpv4,  // datagrams, IPv4 only
-};
-
-// An IPv4 or IPv6 address with a port, held as the system's sockaddr.
-class SocketAddress {
- public:
-  SocketAddress() noexcept = default;
-  // `address` and `port` in host order.
-  static SocketAddress Ipv4(std::uint32_t address, std::uint16_t port) noexcept;
-  static SocketAddress Loopback(std::uint16_t port) noexcept { return Ipv4(0x7F000001, port); }
-  // Copies a sockaddr of `lengthBytes`; bytes past 128 are left out.
-  static SocketAddress FromSystem(const void* address, std::size_t lengthBytes) noexcept;
-
-  // Host order; 0 when the address is neither IPv4 nor IPv6.
-  [[nodiscard]] std::uint16_t Port() const noexcept;
-  // AF_INET, AF_INET6; 0 when empty.
-  [[nodiscard]] int Family() const noexcept;
-  [[nodiscard]] const void* Data() const noexcept { return bytes_.data(); }
-  [[nodiscard]] std::size_t SizeBytes() const noexcept { return sizeBytes_; }
-
- private:
-  alignas(8) std::array<std::byte, 128> bytes_{};
-  std::size_t sizeBytes_ = 0;
-};
-
-// getaddrinfo, in the system's order; empty when it fails. `host` is the name's UTF-8 form. Blocks
-// for as long as the system's resolver takes; nothing can end it early.
-std::vector<SocketAddress> ResolveHost(const std::string& host, std::uint16_t port,
-                                       SocketKind kind);
-
 // What one call moved. bytes 0 with error 0 on a stream: the peer has ended the connection.
 struct SocketResult {
   std::size_t bytes = 0;
@@ -72,6 +38,9 @@ struct SocketResult {
 
 // True for what a receive or send returns when SO_RCVTIMEO or SO_SNDTIMEO has passed.
 bool IsSocketTimeout(int error) noexcept;
+// True for what says that the socket is closed or its call was cancelled (Windows: WSAENOTSOCK,
+// ERROR_OPERATION_ABORTED).
+bool IsSocketClosed(int error) noexcept;
 // The code every call returns once Close() has been called, also the call that Close() woke,
 // whatever the system itself said: WSAENOTSOCK (10038), EBADF.
 int SocketClosedError() noexcept;

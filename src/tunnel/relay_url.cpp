@@ -8,6 +8,28 @@
 #include "text/utf8.h"
 
 namespace tunnel {
+namespace {
+
+// What `serverUrl` with `path` behind it consists of.
+platform::UrlParts CrackServiceUrl(std::wstring_view serverUrl, std::wstring_view path) {
+  std::wstring url = text::Trim(serverUrl);
+  if (url.empty()) url = settings::DefaultServerUrl();
+  if (url.find(L"://") == std::wstring::npos) url.insert(0, L"http://");
+  while (!url.empty() && url.back() == L'/') url.pop_back();
+  url += path;
+  platform::UrlParts parts;
+  if (!platform::CrackUrl(url, parts)) {
+    throw std::runtime_error("WinHttpCrackUrl failed for URL: " + text::ToUtf8(url));
+  }
+  return parts;
+}
+
+}  // namespace
+
+ServiceEndpoint ParseServiceEndpoint(std::wstring_view serverUrl) {
+  const platform::UrlParts parts = CrackServiceUrl(serverUrl, L"/");
+  return {parts.host, parts.port};
+}
 
 std::wstring BuildRelayPath(std::wstring_view connectionId, std::wstring_view engineerId) {
   return L"/api/relay/client/" + text::PercentEncode(connectionId) + L"?engineerId=" +
@@ -15,16 +37,7 @@ std::wstring BuildRelayPath(std::wstring_view connectionId, std::wstring_view en
 }
 
 std::wstring BuildRelayUrl(std::wstring_view serverUrl, std::wstring_view relayPath) {
-  std::wstring url = text::Trim(serverUrl);
-  if (url.empty()) url = settings::DefaultServerUrl();
-  if (url.find(L"://") == std::wstring::npos) url.insert(0, L"http://");
-  while (!url.empty() && url.back() == L'/') url.pop_back();
-  url += relayPath;
-
-  platform::UrlParts parts;
-  if (!platform::CrackUrl(url, parts)) {
-    throw std::runtime_error("WinHttpCrackUrl failed for URL: " + text::ToUtf8(url));
-  }
+  const platform::UrlParts parts = CrackServiceUrl(serverUrl, relayPath);
   std::wstring relayUrl = (parts.secure ? L"wss://" : L"ws://") + parts.host;
   const std::uint16_t schemePort = parts.secure ? 443 : 80;
   if (parts.port != schemePort) relayUrl += L":" + std::to_wstring(parts.port);

@@ -8,6 +8,15 @@
 // Where the relay is: the central service's address with the connection's path. Pure, any thread.
 namespace tunnel {
 
+struct ServiceEndpoint {
+  std::wstring host;
+  std::uint16_t port = 0;  // the scheme's own where the address names none
+};
+
+// Host and port of a service address as the settings hold it, completed as below. Throws as
+// BuildRelayUrl().
+ServiceEndpoint ParseServiceEndpoint(std::wstring_view serverUrl);
+
 // The path that names one connection at the relay; both texts are percent-encoded.
 std::wstring BuildRelayPath(std::wstring_view connectionId, std::wstring_view engineerId);
 

@@ -52,6 +52,30 @@ TEST(RelayUrl, FollowsTheServiceAddress) {
   }
 }
 
+TEST(ServiceEndpoint, IsTheServicesHostAndPort) {
+  const struct {
+    const char* name;
+    const wchar_t* serverUrl;
+    const wchar_t* host;
+    std::uint16_t port;
+  } rows[] = {
+      {"plain", L"http://relay.example:31080", L"relay.example", 31080},
+      {"no scheme", L"relay.example:31080", L"relay.example", 31080},
+      {"no port", L"http://relay.example", L"relay.example", 80},
+      {"secure without port", L"https://relay.example/", L"relay.example", 443},
+      {"slashes after", L" http://10.1.2.3:5000// ", L"10.1.2.3", 5000},
+      {"a path", L"http://relay.example:31080/base", L"relay.example", 31080},
+      {"two letters", L"ab", L"ab", 80},
+  };
+  for (const auto& row : rows) {
+    const ServiceEndpoint endpoint = ParseServiceEndpoint(row.serverUrl);
+    EXPECT_EQ(endpoint.host, row.host) << row.name;
+    EXPECT_EQ(endpoint.port, row.port) << row.name;
+  }
+  EXPECT_EQ(ParseServiceEndpoint(L"").port, 31080);
+  EXPECT_THROW(ParseServiceEndpoint(L"ftp://relay.example"), std::runtime_error);
+}
+
 TEST(RelayUrl, EmptyServiceAddressMeansTheDefaultService) {
   const std::wstring expected = L"ws://" + settings::DefaultServerUrl().substr(7) + kPath;
   EXPECT_EQ(BuildRelayUrl(L"", kPath), expected);
