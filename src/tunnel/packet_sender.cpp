@@ -4,11 +4,13 @@
 #include <optional>
 #include <span>
 
+#include "tunnel/udp_datagram.h"
+
 namespace tunnel {
 namespace {
 
 void SendPacket(std::span<const std::byte> packet, RelayLink& link, UdpRelay& udp) {
-  if (packet.size() <= kMaxUdpPacketBytes && udp.IsReady() && udp.Send(packet)) return;
+  if (packet.size() <= kMaxUdpPacketBytes && udp.IsReady() && udp.SendUdpPacket(packet)) return;
   const RelayLink::RelayPointer relay = link.Current();
   if (relay == nullptr || !relay->IsConnected()) return;
   if (!relay->SendFrame(kOpcodeBinary, packet)) link.Drop(relay);

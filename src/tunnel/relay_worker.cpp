@@ -48,7 +48,7 @@ bool RelayWorker::Reconnect() {
   work_.udp.Join();
   try {
     work_.link.Connect(work_.relayUrl);
-    work_.udp.Start(work_.udpRequest);
+    work_.udp.StartUdpRelay(work_.udpRequest);
   } catch (const std::exception& error) {
     work_.link.SetLastError(error.what());
     reconnectDelay_ = std::min(reconnectDelay_ * 2, kLongestDelay);

@@ -96,7 +96,7 @@ void Session::Open(const TunnelRequest& request, const std::wstring& filter,
   link_.Connect(relayUrl);
   flags_.running = true;
   ThrowIfStopped();
-  udp_->Start(udpRequest);
+  udp_->StartUdpRelay(udpRequest);
   ThrowIfStopped();
   driver_.OpenCapture(filter);
   driver_.OpenInject();

@@ -2,17 +2,12 @@
 
 #include <cstddef>
 #include <functional>
-#include <memory>
 #include <span>
 #include <string>
 
 namespace tunnel {
 
-// The longest packet that goes by UDP: with IP, UDP and relay headers it still fits an Ethernet
-// frame of 1400 bytes, so it is not cut on the way.
-inline constexpr std::size_t kMaxUdpPacketBytes = 1330;
-
-// What the tunnel gives the path at its making; both may be called from any thread, never throw and
+// What the tunnel gives the path at its making; all may be called from any thread, never throw and
 // outlive the path.
 struct UdpRelayHooks {
   // Takes one packet that came from the relay; may change it in place.
@@ -31,28 +26,26 @@ struct UdpRelayRequest {
 // The tunnel's path for small packets beside the WebSocket. While it is not ready, everything goes
 // over the WebSocket.
 //
-// Threads: Start() and Join() by the thread that starts, reconnects or stops the tunnel, one at a
-//          time; everything else by any thread at any moment. An implementation runs its own
-//          receiving and keep-alive threads, from Start() until Close(), and calls the inbound
+// Threads: StartUdpRelay() and Join() by the thread that starts, reconnects or stops the tunnel,
+// one
+//          at a time; everything else by any thread at any moment. An implementation runs its own
+//          receiving and keep-alive threads, from the start until Close(), and calls the inbound
 //          handler that it was made with from the receiving one.
-// Errors:  Start() throws std::runtime_error with a fixed text, which fails the tunnel's start or
-//          reconnect.
+// Errors:  StartUdpRelay() throws std::runtime_error with a fixed text, which fails the tunnel's
+//          start or reconnect.
 class UdpRelay {
  public:
   virtual ~UdpRelay() = default;
   // Opens the path. A relay that does not answer is no error; the path is then not ready.
-  virtual void Start(const UdpRelayRequest& request) = 0;
-  // Closes the sockets, so that a Start() under way and the threads end soon. Waits for nothing;
-  // does nothing when not started.
+  virtual void StartUdpRelay(const UdpRelayRequest& request) = 0;
+  // Closes the sockets, so that a start under way and the threads end soon. Waits for nothing; does
+  // nothing when not started.
   virtual void Close() noexcept = 0;
   // Waits for the threads of a path that Close() has closed.
   virtual void Join() noexcept = 0;
   [[nodiscard]] virtual bool IsReady() const noexcept = 0;
   // Sends one packet of at most kMaxUdpPacketBytes; false when it could not be handed over.
-  virtual bool Send(std::span<const std::byte> packet) = 0;
+  virtual bool SendUdpPacket(std::span<const std::byte> packet) = 0;
 };
-
-// A path that opens nothing and never becomes ready: every packet goes over the WebSocket.
-std::unique_ptr<UdpRelay> MakeIdleUdpRelay(const UdpRelayHooks& hooks);
 
 }  // namespace tunnel

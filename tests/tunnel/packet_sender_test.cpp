@@ -13,11 +13,11 @@ namespace {
 
 class FakeUdpRelay : public UdpRelay {
  public:
-  void Start(const UdpRelayRequest&) override {}
+  void StartUdpRelay(const UdpRelayRequest&) override {}
   void Close() noexcept override {}
   void Join() noexcept override {}
   [[nodiscard]] bool IsReady() const noexcept override { return isReady; }
-  bool Send(std::span<const std::byte> packet) override {
+  bool SendUdpPacket(std::span<const std::byte> packet) override {
     if (refuses) return false;
     const platform::MutexLock held(lock_);
     sizes_.push_back(packet.size());
@@ -127,16 +127,6 @@ TEST_F(PacketSenderTest, AStopEndsTheWaitForPackets) {
   StartSender();
   StopSender();
   EXPECT_FALSE(sender_.joinable());
-}
-
-TEST(IdleUdpRelay, IsNeverReadyAndTakesNothing) {
-  const std::unique_ptr<UdpRelay> idle = MakeIdleUdpRelay({});
-  EXPECT_FALSE(idle->IsReady());
-  idle->Start({L"http://127.0.0.1:1", L"c1", L"ENG-1"});
-  EXPECT_FALSE(idle->IsReady());
-  EXPECT_FALSE(idle->Send(Pattern(20)));
-  idle->Close();
-  idle->Join();
 }
 
 TEST(StopSignal, WaitsUntilSetAndCountsItsRequests) {

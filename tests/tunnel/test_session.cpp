@@ -11,11 +11,11 @@ constexpr std::chrono::seconds kPatience{10};
 class NotingUdpRelay : public UdpRelay {
  public:
   NotingUdpRelay(TestWorld& world, FakeDriver& driver) : world_(world), driver_(driver) {}
-  void Start(const UdpRelayRequest& request) override { world_.StartUdp(request, Handles()); }
+  void StartUdpRelay(const UdpRelayRequest& request) override { world_.StartUdp(request, Handles()); }
   void Close() noexcept override { world_.Note("udp close" + Handles()); }
   void Join() noexcept override { world_.Note("udp join"); }
   [[nodiscard]] bool IsReady() const noexcept override { return false; }
-  bool Send(std::span<const std::byte>) override { return false; }
+  bool SendUdpPacket(std::span<const std::byte>) override { return false; }
 
  private:
   std::string Handles() const {

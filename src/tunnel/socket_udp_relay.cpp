@@ -1,0 +1,185 @@
+#include "tunnel/socket_udp_relay.h"
+
+#include <array>
+#include <cassert>
+#include <exception>
+#include <utility>
+
+#include "tunnel/udp_datagram.h"
+
+namespace tunnel {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kAttempts = 4;
+constexpr milliseconds kAttemptTime{900};
+constexpr milliseconds kReceiveTimeout{2000};
+constexpr milliseconds kErrorPause{20};
+constexpr milliseconds kKeepAlivePeriod{15000};
+constexpr milliseconds kLossTime{45000};
+
+}  // namespace
+
+UdpRelayDeps RealUdpRelayDeps() {
+  return {[](const std::wstring& serverUrl, milliseconds timeout) {
+            return std::make_shared<RelayDatagramSocket>(serverUrl, timeout);
+          },
+          []() {
+            return std::chrono::duration_cast<milliseconds>(
+                std::chrono::steady_clock::now().time_since_epoch());
+          },
+          [](platform::Condition& condition, platform::Mutex& mutex, milliseconds time)
+              REQUIRES(mutex) { condition.WaitFor(mutex, time); }};
+}
+
+SocketUdpRelay::SocketUdpRelay(UdpRelayHooks hooks, UdpRelayDeps deps)
+    : hooks_(std::move(hooks)), deps_(std::move(deps)) {}
+
+SocketUdpRelay::~SocketUdpRelay() {
+  Close();
+  Join();
+}
+
+void SocketUdpRelay::StartUdpRelay(const UdpRelayRequest& request) {
+  assert(threads_.empty());
+  const DatagramSocketPointer socket = deps_.openSocket(request.serverUrl, kAttemptTime);
+  const auto hello = std::make_shared<const std::vector<std::byte>>(
+      BuildHello(request.connectionId, request.engineerId));
+  {
+    // From here on Close() reaches the socket; a stop that came before shows in keepGoing.
+    const platform::MutexLock held(udpLock_);
+    socket_ = socket;
+    hello_ = hello;
+  }
+  const std::optional<std::uint64_t> token = SayHello(*socket, hello);
+  socket->SetReceiveTimeout(kReceiveTimeout);
+  token_ = token.value_or(0);
+  lastAcknowledgement_ = deps_.now();
+  ready_ = token.has_value();
+  threads_.emplace_back([this, socket]() noexcept { ReceiveLoop(*socket); });
+  threads_.emplace_back([this]() noexcept { KeepAliveLoop(); });
+}
+
+// The token of the first acknowledgement.
+std::optional<std::uint64_t> SocketUdpRelay::SayHello(DatagramSocket& socket, const Hello& hello) {
+  for (int attempt = 0; attempt < kAttempts && hooks_.keepGoing(); ++attempt) {
+    socket.Send(*hello);
+    if (const auto token = AwaitAcknowledgement(socket)) return token;
+  }
+  return std::nullopt;
+}
+
+// Waits through one attempt's time, whatever else arrives or fails meanwhile.
+std::optional<std::uint64_t> SocketUdpRelay::AwaitAcknowledgement(DatagramSocket& socket) {
+  const milliseconds end = deps_.now() + kAttemptTime;
+  std::array<std::byte, kMaxUdpDatagramBytes> buffer;
+  for (milliseconds left = kAttemptTime; left.count() > 0; left = end - deps_.now()) {
+    socket.SetReceiveTimeout(left);
+    const platform::SocketResult received = socket.Receive(buffer);
+    if (platform::IsSocketClosed(received.error) || !hooks_.keepGoing()) return std::nullopt;
+    if (received.error == 0) {
+      const auto token = ParseAcknowledgement(std::span(buffer).first(received.bytes));
+      if (token) return token;
+    } else if (!platform::IsSocketTimeout(received.error) && !WaitOut(kErrorPause)) {
+      return std::nullopt;
+    }
+  }
+  return std::nullopt;
+}
+
+void SocketUdpRelay::Close() noexcept {
+  DatagramSocketPointer socket;
+  {
+    const platform::MutexLock held(udpLock_);
+    socket = std::move(socket_);
+    socket_ = nullptr;
+  }
+  closed_.NotifyAll();
+  ready_ = false;
+  if (socket != nullptr) socket->Close();
+}
+
+void SocketUdpRelay::Join() noexcept {
+  for (std::thread& thread : threads_) thread.join();
+  threads_.clear();
+}
+
+bool SocketUdpRelay::IsReady() const noexcept {
+  return ready_ && HasRecentAcknowledgement();
+}
+
+bool SocketUdpRelay::SendUdpPacket(std::span<const std::byte> packet) {
+  if (packet.size() > kMaxUdpPacketBytes) return false;
+  DatagramSocketPointer socket;
+  {
+    const platform::MutexLock held(udpLock_);
+    socket = socket_;
+  }
+  const std::uint64_t token = token_;
+  if (socket == nullptr || token == 0) return false;
+  std::array<std::byte, kUdpHeaderBytes + kMaxUdpPacketBytes> buffer;
+  return socket->Send(WriteUdpPacket(buffer, token, packet)).error == 0;
+}
+
+void SocketUdpRelay::ReceiveLoop(DatagramSocket& socket) noexcept {
+  std::array<std::byte, kMaxUdpDatagramBytes> buffer;
+  while (hooks_.keepGoing()) {
+    const platform::SocketResult received = socket.Receive(buffer);
+    if (received.error == 0) {
+      Take(std::span(buffer).first(received.bytes));
+    } else if (platform::IsSocketClosed(received.error)) {
+      return;
+    } else if (!platform::IsSocketTimeout(received.error) && !WaitOut(kErrorPause)) {
+      return;
+    }
+  }
+}
+
+void SocketUdpRelay::Take(std::span<std::byte> datagram) {
+  if (const auto token = ParseAcknowledgement(datagram)) {
+    Acknowledge(*token);
+  } else if (const auto packet = ParseUdpPacket(datagram, token_)) {
+    hooks_.inbound(*packet);
+  }
+}
+
+void SocketUdpRelay::Acknowledge(std::uint64_t token) {
+  token_ = token;
+  lastAcknowledgement_ = deps_.now();
+  ready_ = true;
+}
+
+void SocketUdpRelay::KeepAliveLoop() noexcept {
+  while (WaitOut(kKeepAlivePeriod) && hooks_.keepGoing()) {
+    if (!SendHello() || token_ == 0 || !HasRecentAcknowledgement()) ready_ = false;
+  }
+}
+
+bool SocketUdpRelay::SendHello() {
+  DatagramSocketPointer socket;
+  Hello hello;
+  {
+    const platform::MutexLock held(udpLock_);
+    socket = socket_;
+    hello = hello_;
+  }
+  return socket != nullptr && socket->Send(*hello).error == 0;
+}
+
+bool SocketUdpRelay::HasRecentAcknowledgement() const {
+  return deps_.now() - lastAcknowledgement_.load() <= kLossTime;
+}
+
+bool SocketUdpRelay::WaitOut(milliseconds time) {
+  const milliseconds end = deps_.now() + time;
+  const platform::MutexLock held(udpLock_);
+  while (socket_ != nullptr) {
+    const milliseconds left = end - deps_.now();
+    if (left.count() <= 0) return true;
+    deps_.wait(closed_, udpLock_, left);
+  }
+  return false;
+}
+
+}  // namespace tunnel

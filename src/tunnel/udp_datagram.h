@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+// What travels between program and relay by UDP. Every datagram begins with the four bytes "TNR1"
+// and one byte that tells its type; numbers are big-endian. Pure, any thread.
+namespace tunnel {
+
+// The longest packet that goes by UDP: with IP, UDP and relay headers it still fits an Ethernet
+// frame of 1400 bytes, so it is not cut on the way.
+inline constexpr std::size_t kMaxUdpPacketBytes = 1330;
+// Magic, type and token, before each packet.
+inline constexpr std::size_t kUdpHeaderBytes = 13;
+// The longest datagram that is taken from the relay.
+inline constexpr std::size_t kMaxUdpDatagramBytes = 1400;
+
+// What a hello asks for; the relay's acknowledgement repeats it.
+inline constexpr std::uint8_t kRelayModeHello = 2;
+
+// Says whose tunnel this is: type 2, then both texts as UTF-8 without surrounding white space, each
+// behind its length in two bytes. A text of more than 65535 bytes is cut there.
+std::vector<std::byte> BuildHello(std::wstring_view connectionId, std::wstring_view engineerId);
+
+// The token of an acknowledgement of our hello: 14 bytes, type 3, the hello's type, the token.
+// Empty for everything else, a zero token included.
+std::optional<std::uint64_t> ParseAcknowledgement(std::span<const std::byte> datagram);
+
+// The packet in a datagram of 14 to 1400 bytes, type 4, with this token; a view into `datagram`.
+// Empty for everything else and when `token` is zero, which no relay hands out.
+std::optional<std::span<std::byte>> ParseUdpPacket(std::span<std::byte> datagram,
+                                                   std::uint64_t token);
+
+// Writes header and packet, type 4, to the start of `datagram` and returns that part. `datagram`
+// must have room for both.
+std::span<const std::byte> WriteUdpPacket(std::span<std::byte> datagram, std::uint64_t token,
+                                          std::span<const std::byte> packet);
+
+}  // namespace tunnel
