@@ -7,7 +7,7 @@ import http from 'node:http';
 
 import { kHandshakes, writeFault } from './faults.mjs';
 import { httpApi } from './http_api.mjs';
-import { Record } from './record.mjs';
+import { nowMs, Record } from './record.mjs';
 import { Relay } from './relay.mjs';
 import { Replies } from './replies.mjs';
 import { UdpRelay } from './udp_relay.mjs';
@@ -134,9 +134,11 @@ export class LabService {
 
   /**
    * How datagrams are treated from now on; what is left out stays:
-   *   helloAnswer    one of kHelloAnswers by its name ('proper', 'none', 'short', ...)
+   *   helloAnswer    one of kHelloAnswers by its name ('proper', 'none', 'short', ...), or a list of
+   *                  which each hello uses up one; the last one stays
    *   carryPackets   false: packets are taken and recorded, but go no further
-   *   sendPackets    false: everything from the site goes over the WebSocket
+   *   sendPackets    when small packets from the site go by UDP: 'afterHello', 'afterPacket' (once
+   *                  the client has sent one by UDP, so that its token did arrive) or 'never'
    */
   setUdp(ways) { this.#udp.setWays(ways); }
   /** The next hello gets a new token, and the old one counts no longer. */
@@ -149,6 +151,8 @@ export class LabService {
 
   // ---- what it was sent; see Record
 
+  /** The record's clock. */
+  nowMs() { return nowMs(); }
   requests(filter) { return this.#record.requests(filter); }
   relayAttempts(filter) { return this.#record.relayAttempts(filter); }
   protocolErrors() { return this.#record.protocolErrors(); }

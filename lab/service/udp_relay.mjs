@@ -11,13 +11,14 @@ import {
 
 const kSocketBytes = 4 << 20;
 const kEndpointMs = 45_000;
+const kSendPackets = ['afterHello', 'afterPacket', 'never'];
 
 export class UdpRelay {
   #record;
   #toSite;
   #socket = dgram.createSocket({ type: 'udp4', recvBufferSize: kSocketBytes, sendBufferSize: kSocketBytes });
   #endpoints = new Map();  // by connection id, the newest hello last
-  #ways = { helloAnswer: 'proper', carryPackets: true, sendPackets: true };
+  #ways = { helloAnswer: ['proper'], carryPackets: true, sendPackets: 'afterHello' };
   #renewNext = false;
   isSilent = false;
 
@@ -42,9 +43,11 @@ export class UdpRelay {
       if (!Object.hasOwn(this.#ways, name)) throw new Error(`The UDP relay has no way ${name}.`);
     }
     const next = { ...this.#ways, ...ways };
-    if (!Object.hasOwn(kHelloAnswers, next.helloAnswer)) {
-      throw new Error(`There is no answer ${next.helloAnswer} to a hello.`);
+    next.helloAnswer = [next.helloAnswer].flat();
+    for (const name of next.helloAnswer) {
+      if (!Object.hasOwn(kHelloAnswers, name)) throw new Error(`There is no answer ${name} to a hello.`);
     }
+    if (!kSendPackets.includes(next.sendPackets)) throw new Error(`Packets cannot be sent ${next.sendPackets}.`);
     this.#ways = next;
   }
 
@@ -67,18 +70,24 @@ export class UdpRelay {
 
   #takeHello({ connectionId, engineerId }, bytes, source, from) {
     const old = this.#endpoints.get(connectionId);
-    const keepsToken = old && old.from === from && !this.#renewNext;
-    const answer = this.isSilent ? null
-      : kHelloAnswers[this.#ways.helloAnswer](keepsToken ? old.token : newToken());
+    const keepsToken = old?.from === from && !this.#renewNext;
+    const way = this.isSilent ? 'none' : this.#nextAnswer();
+    const answer = kHelloAnswers[way](keepsToken ? old.token : newToken());
     this.#record.addHello({ from, connectionId, engineerId, hex: bytes.toString('hex'), isAnswered: answer !== null });
     if (answer === null) return;
     this.#send(answer, { ...source, from });
-    if (this.#ways.helloAnswer !== 'proper') return;
+    if (way !== 'proper') return;
     this.#renewNext = false;
     this.#endpoints.delete(connectionId);
     this.#endpoints.set(connectionId, {
       ...source, from, connectionId, engineerId, token: answer.subarray(6).toString('hex'), helloMs: nowMs(),
+      hasSent: keepsToken && old.hasSent,
     });
+  }
+
+  #nextAnswer() {
+    const { helloAnswer } = this.#ways;
+    return helloAnswer.length > 1 ? helloAnswer.shift() : helloAnswer[0];
   }
 
   #takePacket({ token, packet }, from) {
@@ -87,6 +96,7 @@ export class UdpRelay {
       this.#record.addWrongToken({ from, token, bytes: packet.length });
       return;
     }
+    endpoint.hasSent = true;
     this.#record.addPacket('fromClient', packet, 'udp');
     if (this.#ways.carryPackets && !this.isSilent) this.#toSite(packet);
   }
@@ -94,7 +104,9 @@ export class UdpRelay {
   /** Sends a packet from the site to a connection's endpoint; false when it has to go another way. */
   deliver(connectionId, packet) {
     const endpoint = this.#endpoints.get(connectionId);
-    if (!this.#ways.sendPackets || packet.length > kMaxUdpPacketBytes || !endpoint) return false;
+    if (!endpoint || packet.length > kMaxUdpPacketBytes) return false;
+    const { sendPackets } = this.#ways;
+    if (sendPackets === 'never' || (sendPackets === 'afterPacket' && !endpoint.hasSent)) return false;
     if (nowMs() - endpoint.helloMs > kEndpointMs) return false;
     this.#record.addPacket('toClient', packet, 'udp');
     this.#send(packetDatagram(endpoint.token, packet), endpoint);

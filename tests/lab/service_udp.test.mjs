@@ -108,13 +108,30 @@ each('sends by WebSocket when the last hello is more than 45 s old', async (benc
 
 each('prefers the WebSocket when told not to send by UDP', async (bench) => {
   const { udp, token, messages, fromSite } = await bothWays(bench);
-  bench.service.setUdp({ sendPackets: false });
+  bench.service.setUdp({ sendPackets: 'never' });
   fromSite(kPacket);
   await until(() => messages.length === 1);
   bench.service.setUdp({ carryPackets: false });
   bench.site.on('message', () => assert.fail('a packet went on'));
   udp.send(packetDatagram(token, kPacket));
   await until(() => bench.service.counts().udpFromClient === 2);
+});
+
+each('waits with sending by UDP until a packet has come so, when told to', async (bench) => {
+  const { udp, messages, fromSite } = await bothWays(bench);
+  bench.service.setUdp({ sendPackets: 'afterPacket' });
+  bench.service.renewToken();
+  const token = await sayHello(udp);
+  fromSite(kPacket);
+  await until(() => messages.length === 1);
+  udp.send(packetDatagram(token, kPacket));
+  await until(() => bench.service.counts().udpFromClient === 2);
+  fromSite(kPacket);
+  await until(() => udp.heard.length === 3);
+  assert.equal(await sayHello(udp), token);
+  fromSite(kPacket);
+  await until(() => udp.heard.length === 5);
+  assert.equal(messages.length, 1);
 });
 
 each('drops and records packets with another token, or from another port', async (bench) => {
@@ -223,7 +240,21 @@ for (const [what, change] of [
   });
 }
 
+each('answers hellos with a list of answers, the last one for good', async ({ service, udpClient }) => {
+  service.setUdp({ helloAnswer: ['short', 'none', 'long', 'proper'] });
+  const client = await udpClient();
+  for (let sent = 1; sent <= 5; sent += 1) {
+    client.send(kHello);
+    await until(() => service.hellos().length === sent);
+  }
+  await until(() => client.heard.length === 4);
+  assert.deepEqual(client.heard.map(({ length }) => length), [13, 15, 14, 14]);
+  assert.deepEqual(service.hellos().map(({ isAnswered }) => isAnswered), [true, false, true, true, true]);
+});
+
 each('says so when it is asked for an answer or a way that does not exist', async ({ service }) => {
   assert.throws(() => service.setUdp({ helloAnswer: 'no such' }), /no answer no such/);
+  assert.throws(() => service.setUdp({ helloAnswer: ['proper', 'no such'] }), /no answer no such/);
+  assert.throws(() => service.setUdp({ sendPackets: 'sometimes' }), /sent sometimes/);
   assert.throws(() => service.setUdp({ noSuch: true }), /no way noSuch/);
 });
