@@ -1,49 +1,129 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <optional>
 #include <random>
 #include <stdexcept>
 #include <thread>
 
+#include "tunnel/socket_udp_relay.h"
 #include "tunnel/test_packets.h"
 #include "tunnel/test_session.h"
+#include "tunnel/test_udp_relay.h"
 
 namespace tunnel {
 namespace {
 
-// Starts and stops that meet at moments nobody chose.
-class SessionRaceTest : public SessionFixture {};
+using Clock = std::chrono::steady_clock;
+
+constexpr int kRounds = 500;
+// A relay may stay silent for 8 s; a stop must not wait longer than that and one second. It closes
+// what it would wait for, so it takes far less.
+constexpr std::chrono::seconds kLongestStop{9};
+
+// Starts, losses and stops that meet at moments nobody chose, on real sockets.
+class SessionRaceTest : public SessionFixture {
+ protected:
+  SessionRaceTest() {
+    SessionDeps deps = world_.Deps(driver_);
+    deps.makeUdpRelay = [](UdpRelayHooks hooks) {
+      return std::make_unique<SocketUdpRelay>(std::move(hooks), RealUdpRelayDeps());
+    };
+    session_ = std::make_unique<Session>(std::move(deps));
+  }
+
+  void TearDown() override {
+    RecordProperty("longest_stop_ms", std::to_string(longestStop_.count()));
+    EXPECT_LT(longestStop_, kLongestStop);
+    SessionFixture::TearDown();
+  }
+
+  // A connection that nobody reads or answers; it ends when the client ends it.
+  static TestRelay::Behaviour Hang() {
+    return [](TestPeer& peer) { peer.WaitForEnd(); };
+  }
+
+  std::chrono::nanoseconds Moment(std::chrono::nanoseconds latest) {
+    return std::chrono::nanoseconds(
+        std::uniform_int_distribution<std::chrono::nanoseconds::rep>(0, latest.count())(random_));
+  }
+  static void Await(Clock::time_point moment) {
+    while (Clock::now() < moment) std::this_thread::yield();
+  }
+
+  std::wstring StopTimed() {
+    const Clock::time_point before = Clock::now();
+    std::wstring text = session_->Stop();
+    longestStop_ = std::max(
+        longestStop_, std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - before));
+    return text;
+  }
+
+  void StartSomehow() {
+    try {
+      session_->Start(request_);
+      driver_.Capture(PacketOf(kPing), {});
+    } catch (const std::runtime_error&) {
+      // Overtaken by the stop, or by a relay that refuses.
+    }
+  }
+
+  std::mt19937 random_{20240501};
+  std::chrono::milliseconds longestStop_{0};
+  TestUdpRelay udp_{relay_.Port()};
+};
 
 TEST_F(SessionRaceTest, StopAtAnyMomentOfAStartLeavesNothing) {
   // The moments reach from before the start to well after it, on slow machines too.
-  const auto begin = std::chrono::steady_clock::now();
+  const Clock::time_point begin = Clock::now();
   session_->Start(request_);
-  const std::chrono::nanoseconds startTime = std::chrono::steady_clock::now() - begin;
+  const std::chrono::nanoseconds startTime = Clock::now() - begin;
   session_->Stop();
-  std::mt19937 random(20240501);
-  std::uniform_int_distribution<std::chrono::nanoseconds::rep> moment(0, 3 * startTime.count());
   int stopped = 0;
-  for (int round = 0; round < 200; ++round) {
+  for (int round = 0; round < kRounds; ++round) {
+    // One in four waits for an acknowledgement, one in eight for the relay's handshake.
+    udp_.answersHellos = round % 4 != 1;
+    relay_.SetBehaviour(round % 8 == 3 ? Hang() : relay_.Serve());
     std::atomic<bool> go{false};
     std::thread starter([&]() {
       go = true;
-      try {
-        session_->Start(request_);
-        driver_.Capture(PacketOf(kPing), {});
-      } catch (const std::runtime_error&) {
-      }
+      StartSomehow();
     });
     while (!go) std::this_thread::yield();
-    const auto until = std::chrono::steady_clock::now() + std::chrono::nanoseconds(moment(random));
-    while (std::chrono::steady_clock::now() < until) std::this_thread::yield();
+    Await(Clock::now() + Moment(3 * startTime));
     if (round % 4 == 0) relay_.CutConnection();
-    if (session_->Stop() == L"软件隧道已停止。") ++stopped;
+    if (StopTimed() == L"软件隧道已停止。") ++stopped;
     starter.join();
     // A start that only began after the stop was done has succeeded.
     if (session_->IsRunning()) session_->Stop();
     ExpectNothingLeft();
   }
   EXPECT_GT(stopped, 0);
+}
+
+TEST_F(SessionRaceTest, StopAtAnyMomentOfAReconnectLeavesNothing) {
+  std::optional<std::chrono::nanoseconds> reconnectTime;
+  for (int round = 0; round < kRounds; ++round) {
+    udp_.answersHellos = true;
+    relay_.SetBehaviour(relay_.Serve());
+    session_->Start(request_);
+    ASSERT_TRUE(relay_.WaitForConnections(1));
+    if (!reconnectTime) {
+      const Clock::time_point begin = Clock::now();
+      relay_.CutConnection();
+      while (udp_.Hellos() < 2) std::this_thread::yield();
+      reconnectTime = Clock::now() - begin;
+    }
+    udp_.answersHellos = round % 4 != 1;
+    const TestRelay::Behaviour next[] = {relay_.Serve(), Hang(), TestRelay::Refuse()};
+    relay_.SetBehaviour(next[static_cast<std::size_t>(round) % std::size(next)]);
+    relay_.CutConnection();
+    driver_.Capture(PacketOf(kPing), {});
+    Await(Clock::now() + Moment(3 * *reconnectTime));
+    StopTimed();
+    ExpectNothingLeft();
+  }
 }
 
 TEST_F(SessionRaceTest, ManyThreadsMayStartAndStopAtOnce) {
@@ -62,6 +142,14 @@ TEST_F(SessionRaceTest, ManyThreadsMayStartAndStopAtOnce) {
   for (std::thread& thread : threads) thread.join();
   session_->Stop();
   ExpectNothingLeft();
+}
+
+TEST_F(SessionRaceTest, PacketsGoByUdpOnceItIsAcknowledged) {
+  session_->Start(request_);
+  driver_.Capture(PacketOf(kPing), {});
+  while (udp_.Packets() == 0) std::this_thread::yield();
+  EXPECT_TRUE(relay_.Frames().empty());
+  session_->Stop();
 }
 
 }  // namespace

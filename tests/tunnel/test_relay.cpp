@@ -102,7 +102,7 @@ TestRelay::~TestRelay() {
 }
 
 std::string TestRelay::HostAndPort() const {
-  return "127.0.0.1:" + std::to_string(listener_->LocalAddress().Port());
+  return "127.0.0.1:" + std::to_string(Port());
 }
 
 std::wstring TestRelay::ServerUrl() const {

@@ -62,6 +62,7 @@ class TestRelay {
   [[nodiscard]] std::wstring ServerUrl() const;  // "http://127.0.0.1:<port>"
   [[nodiscard]] std::wstring RelayUrl() const;   // a ws:// address of it
   [[nodiscard]] std::string HostAndPort() const;
+  [[nodiscard]] std::uint16_t Port() const { return listener_->LocalAddress().Port(); }
 
   // For the connections to come. Serve() is what the default constructor has.
   void SetBehaviour(Behaviour behaviour) EXCLUDES(lock_);
