@@ -6,93 +6,12 @@
 #include <thread>
 
 #include "tunnel/bytes.h"
-#include "tunnel/fake_driver.h"
+#include "tunnel/test_packet_path.h"
 #include "tunnel/test_packets.h"
 #include "tunnel/test_random.h"
 
 namespace tunnel {
 namespace {
-
-constexpr std::uint32_t kComputer = 0xC0A80132;       // 192.168.1.50
-constexpr std::uint32_t kTunnelAddress = 0x0A630007;  // 10.99.0.7
-constexpr RouteMapping kDirect{0x0A000000, 24, 0x0A000000, 24, false};
-constexpr RouteMapping kNat{0xC0A80100, 24, 0xAC1F0000, 24, true};
-
-template <typename Action>
-std::string ErrorOf(Action action) {
-  try {
-    action();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "no error";
-}
-
-Packet WithDestination(Packet packet, std::uint32_t destination) {
-  SetDestinationAddress(packet, destination);
-  return packet;
-}
-
-// The answer to a packet as the site sees it: addresses and ports swapped. Checksums are left.
-Packet AnswerTo(Packet packet) {
-  const auto layout = ValidatePacket(packet);
-  const std::uint32_t source = SourceAddress(packet);
-  SetSourceAddress(packet, DestinationAddress(packet));
-  SetDestinationAddress(packet, source);
-  if (layout && layout->protocol != kProtocolIcmp) {
-    const std::uint16_t sourcePort = ReadU16Be(packet, layout->transportOffset);
-    WriteU16Be(packet, layout->transportOffset, ReadU16Be(packet, layout->transportOffset + 2));
-    WriteU16Be(packet, layout->transportOffset + 2, sourcePort);
-  }
-  return packet;
-}
-
-class PacketPathTest : public ::testing::Test {
- protected:
-  PacketPathTest() {
-    address_.timestamp = 99;
-    address_.flags = 0x00E20000;
-    address_.interfaceIndex = 12;
-    address_.subInterfaceIndex = 3;
-    driver_.Load(fake_.Api());
-    driver_.OpenCapture(L"true");
-    driver_.OpenInject();
-    queue_.Start();
-    path_.Configure(kTunnelAddress, {kDirect, kNat}, false);
-  }
-  ~PacketPathTest() override {
-    driver_.Unload();
-    EXPECT_EQ(fake_.Misuses(), std::vector<std::string>{});
-  }
-
-  // What leaves for the relay when this is captured.
-  std::vector<Packet> Outbound(const Packet& packet) {
-    path_.HandleOutbound(packet, address_);
-    std::vector<Packet> packets;
-    while (queue_.Size() > 0) packets.push_back(*queue_.Take());
-    return packets;
-  }
-
-  // What is injected when this comes from the relay.
-  std::vector<Packet> Inbound(Packet packet) {
-    const std::size_t before = fake_.SentPackets().size();
-    path_.HandleInbound(packet);
-    std::vector<Packet> packets;
-    const auto sent = fake_.SentPackets();
-    for (std::size_t index = before; index < sent.size(); ++index) {
-      packets.push_back(sent[index].packet);
-    }
-    return packets;
-  }
-
-  FakeDriver fake_;
-  Driver driver_;
-  PacketQueue queue_;
-  PacketPath path_{driver_, queue_};
-  WinDivertAddress address_;
-};
-
-using Packets = std::vector<Packet>;
 
 TEST_F(PacketPathTest, CarriesEachProtocolThereAndBackUnderNat) {
   struct {
@@ -229,92 +148,6 @@ TEST_F(PacketPathTest, ReportsAFailingDriver) {
   fake_.FailNth(FakeDriver::Call::Send, 1);
   EXPECT_EQ(ErrorOf([&] { Inbound(PacketOf(kUdpReply)); }), "WinDivertSend failed.");
   EXPECT_EQ(Inbound(PacketOf(kUdpReply)), Packets{PacketOf(kUdpReplyAtHome)});
-}
-
-TEST_F(PacketPathTest, ReportsAFailingDriverOnABroadcast) {
-  path_.Configure(kTunnelAddress, {kDirect, kNat}, true);
-  fake_.FailNth(FakeDriver::Call::Checksums, 2);
-  EXPECT_EQ(ErrorOf([&] { path_.HandleOutbound(PacketOf(kScan), address_); }),
-            "WinDivert checksum recalculation failed.");
-  EXPECT_EQ(queue_.Size(), 1U);  // the first network's copy had left
-}
-
-TEST_F(PacketPathTest, TurnsOneBroadcastIntoOneForEachNetwork) {
-  const RouteMapping host{0x0B000001, 32, 0x0B000001, 32, false};
-  const RouteMapping pair{0x0B000002, 31, 0x0B000002, 31, false};
-  path_.Configure(kTunnelAddress, {kDirect, host, pair, kNat}, true);
-  const auto left = Outbound(PacketOf(kScan));
-  ASSERT_EQ(left.size(), 2U);
-  EXPECT_EQ(DestinationAddress(left[0]), 0x0A0000FFU);
-  EXPECT_EQ(SourceAddress(left[0]), kTunnelAddress);
-  EXPECT_TRUE(HasCorrectChecksums(left[0]));
-  EXPECT_EQ(left[1], PacketOf(kScanAtSite));
-  EXPECT_EQ(path_.FlowCount(), 2U);
-  EXPECT_EQ(path_.BroadcastCount(), 2U);
-}
-
-TEST_F(PacketPathTest, BringsADevicesAnswerFromTheMappedBroadcastAddress) {
-  path_.Configure(kTunnelAddress, {kDirect, kNat}, true);
-  Outbound(PacketOf(kScan));
-  EXPECT_EQ(Inbound(PacketOf(kScanAnswer)), Packets{PacketOf(kScanAnswerAtHome)});
-  EXPECT_EQ(fake_.SentPackets()[0].address.interfaceIndex, 12U);
-
-  Packet wrongPort = PacketOf(kScanAnswer);
-  WriteU16Be(wrongPort, 20, 34965);
-  EXPECT_TRUE(Inbound(wrongPort).empty());
-  Packet wrongNetwork = PacketOf(kScanAnswer);
-  SetSourceAddress(wrongNetwork, 0xC0A8024D);
-  EXPECT_TRUE(Inbound(wrongNetwork).empty());
-}
-
-TEST_F(PacketPathTest, AnswersFromTheBroadcastAddressItselfAreTheFlows) {
-  path_.Configure(kTunnelAddress, {kNat}, true);
-  const auto left = Outbound(PacketOf(kScan));
-  ASSERT_EQ(left.size(), 1U);
-  const auto back = Inbound(AnswerTo(left[0]));
-  ASSERT_EQ(back.size(), 1U);
-  EXPECT_EQ(SourceAddress(back[0]), 0xAC1F00FFU);
-  EXPECT_EQ(DestinationAddress(back[0]), kComputer);
-}
-
-TEST_F(PacketPathTest, DropsLimitedBroadcastsOutsideDiscovery) {
-  EXPECT_TRUE(Outbound(PacketOf(kScan)).empty());
-}
-
-TEST_F(PacketPathTest, DiscoveryTakesOnlyUdpBroadcasts) {
-  path_.Configure(kTunnelAddress, {kDirect, kNat}, true);
-  EXPECT_TRUE(Outbound(WithDestination(PacketOf(kPing), kLimitedBroadcast)).empty());
-  EXPECT_TRUE(Outbound(WithDestination(PacketOf(kSyn), kLimitedBroadcast)).empty());
-  EXPECT_EQ(Outbound(PacketOf(kUdp)).size(), 1U);
-}
-
-TEST_F(PacketPathTest, LetsAnyHostAnswerADirectedBroadcast) {
-  const auto left = Outbound(WithDestination(PacketOf(kUdp), 0xAC1F00FF));
-  ASSERT_EQ(left.size(), 1U);
-  EXPECT_EQ(DestinationAddress(left[0]), 0xC0A801FFU);
-  EXPECT_EQ(path_.BroadcastCount(), 1U);
-  Packet answer = AnswerTo(left[0]);
-  SetSourceAddress(answer, 0xC0A8014D);
-  const auto back = Inbound(answer);
-  ASSERT_EQ(back.size(), 1U);
-  EXPECT_EQ(SourceAddress(back[0]), 0xAC1F00FFU);
-  EXPECT_TRUE(HasCorrectChecksums(back[0]));
-}
-
-TEST_F(PacketPathTest, RecordsBroadcastsOfUdpOnly) {
-  Outbound(WithDestination(PacketOf(kPing), 0xAC1F00FF));
-  Outbound(WithDestination(PacketOf(kSyn), 0xAC1F00FF));
-  EXPECT_EQ(path_.BroadcastCount(), 0U);
-  EXPECT_EQ(path_.FlowCount(), 2U);
-}
-
-TEST_F(PacketPathTest, RecordsALimitedBroadcastThatARouteOfEverythingTakes) {
-  path_.Configure(kTunnelAddress, {{0, 0, 0, 0, false}}, false);
-  const auto left = Outbound(PacketOf(kScan));
-  ASSERT_EQ(left.size(), 1U);
-  EXPECT_EQ(DestinationAddress(left[0]), kLimitedBroadcast);
-  EXPECT_EQ(path_.BroadcastCount(), 1U);
-  EXPECT_EQ(Inbound(PacketOf(kScanAnswer)).size(), 1U);
 }
 
 TEST_F(PacketPathTest, ForgetsFlowsWhenClearedOrConfiguredAnew) {
