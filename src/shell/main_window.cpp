@@ -58,6 +58,9 @@ LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
     case kLinkChanged:
       OnLinkChanged(state);
       return 0;
+    case kUdpChanged:
+      OnUdpChanged(state, wParam != 0);
+      return 0;
     case WM_TIMER:
       return OnTimer(state, wParam, lParam);
     case WM_SIZE:

@@ -29,6 +29,8 @@ void OnHeartbeatRefused(AppState& state, std::wstring text);
 void OnNotice(AppState& state, const std::wstring& text);
 // Shows and logs a lost or a regained relay; nothing once the tunnel has stopped.
 void OnLinkChanged(AppState& state);
+// Logs by which way small packets go from now on; nothing once the tunnel has stopped.
+void OnUdpChanged(AppState& state, bool ready);
 LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam);
 LRESULT OnCommand(AppState& state, WPARAM wParam, LPARAM lParam);
 

@@ -51,6 +51,8 @@ void Create(AppState& state, HWND window) {
   state.apartment = std::make_unique<ComApartment>();
   state.gdi.Create();
   state.tunnel->ObserveLink([window] { ::PostMessageW(window, kLinkChanged, 0, 0); });
+  state.tunnel->ObserveUdp(
+      [window](bool ready) { ::PostMessageW(window, kUdpChanged, ready ? 1 : 0, 0); });
   AskForDarkTitleBar(window);
   StartPage(state);
   LoadSettings(state);

@@ -14,6 +14,7 @@ inline constexpr UINT kIgnored = WM_APP + 21;
 inline constexpr UINT kHeartbeatRefused = WM_APP + 22;  // text: the service's refusal
 inline constexpr UINT kNotice = WM_APP + 23;            // text: a line for the log
 inline constexpr UINT kLinkChanged = WM_APP + 24;  // the tunnel lost its relay or found it again
+inline constexpr UINT kUdpChanged = WM_APP + 25;   // wParam: whether packets go by UDP now
 inline constexpr UINT kFromPage = WM_APP + 30;     // text: what the page has posted
 inline constexpr UINT kToPage = WM_APP + 31;       // text: JSON for the page
 inline constexpr UINT kShowFailure = WM_APP + 32;  // text: for a message box

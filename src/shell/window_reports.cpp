@@ -12,6 +12,9 @@ constexpr wchar_t kTunnelStopped[] =
     L"\r\n中心服务未接受心跳，已停止本机软件隧道，避免显示假在线。";
 constexpr wchar_t kLinkLost[] = L"警告：中继连接中断，软件隧道正在自动重连。";
 constexpr wchar_t kLinkFound[] = L"软件隧道已重新在线。";
+constexpr wchar_t kUdpReady[] = L"UDP 通道已就绪：小数据包经 UDP 传输。";
+constexpr wchar_t kUdpNotReady[] =
+    L"提示：UDP 通道不可用，小数据包改经 WebSocket 传输，连接不受影响。";
 constexpr wchar_t kLineBreak[] = L"\r\n";
 
 }  // namespace
@@ -43,6 +46,10 @@ void OnLinkChanged(AppState& state) {
   if (!state.tunnel->IsRunning()) return;
   PostStateMessage(state);
   Log(state, state.tunnel->IsRelayConnected() ? kLinkFound : kLinkLost);
+}
+
+void OnUdpChanged(AppState& state, bool ready) {
+  if (state.tunnel->IsRunning()) Log(state, ready ? kUdpReady : kUdpNotReady);
 }
 
 LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam) {

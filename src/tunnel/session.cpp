@@ -28,14 +28,24 @@ constexpr std::chrono::milliseconds kCommandWait{5000};
 Session::Session(SessionDeps deps)
     : deps_(std::move(deps)),
       link_(signal_, deps_.tickMs),
-      udp_(deps_.makeUdpRelay(UdpRelayHooks{[this](std::span<std::byte> packet) {
-                                              try {
-                                                path_.HandleInbound(packet);
-                                              } catch (const std::exception&) {
-                                                // Costs this packet only.
-                                              }
-                                            },
-                                            [this]() { return flags_.KeepGoing(); }})) {}
+      udp_(deps_.makeUdpRelay(HooksForUdp())) {}
+
+UdpRelayHooks Session::HooksForUdp() {
+  UdpRelayHooks hooks;
+  hooks.inbound = [this](std::span<std::byte> packet) {
+    try {
+      path_.HandleInbound(packet);
+    } catch (const std::exception&) {
+      // Costs this packet only.
+    }
+  };
+  hooks.keepGoing = [this]() { return flags_.KeepGoing(); };
+  hooks.readyChanged = [this](bool ready) {
+    const platform::MutexLock held(observerLock_);
+    udpChanged_(ready);
+  };
+  return hooks;
+}
 
 Session::~Session() {
   if (IsRunning()) Stop();
@@ -123,6 +133,11 @@ void Session::StartThreads(const std::wstring& relayUrl, const UdpRelayRequest& 
 void Session::ObserveLink(std::function<void()> changed) {
   const platform::MutexLock held(threadLock_);
   linkChanged_ = std::move(changed);
+}
+
+void Session::ObserveUdp(std::function<void(bool)> changed) {
+  const platform::MutexLock held(observerLock_);
+  udpChanged_ = std::move(changed);
 }
 
 void Session::ThrowIfStopped() const {

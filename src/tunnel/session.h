@@ -50,6 +50,7 @@ class Session final : public Tunnel {
   // that the tunnel is running; it is the established wording.
   std::wstring Stop() override EXCLUDES(threadLock_);
   void ObserveLink(std::function<void()> changed) override EXCLUDES(threadLock_);
+  void ObserveUdp(std::function<void(bool ready)> changed) override EXCLUDES(observerLock_);
   [[nodiscard]] bool IsRunning() const noexcept override { return flags_.running; }
   [[nodiscard]] bool IsRelayConnected() const noexcept override { return link_.IsConnected(); }
   // Why the last reconnect failed; empty while connected.
@@ -68,6 +69,7 @@ class Session final : public Tunnel {
   void EndThreads() noexcept REQUIRES(threadLock_);
   void TearDown() noexcept REQUIRES(threadLock_);
   void RemoveDriverService() noexcept;
+  UdpRelayHooks HooksForUdp();
 
   const SessionDeps deps_;
   TunnelFlags flags_;
@@ -76,10 +78,12 @@ class Session final : public Tunnel {
   PacketQueue queue_;
   PacketPath path_{driver_, queue_};
   RelayLink link_;
-  std::unique_ptr<UdpRelay> udp_;  // set once, at construction
   platform::Mutex threadLock_;
   std::vector<std::thread> threads_ GUARDED_BY(threadLock_);
   std::function<void()> linkChanged_ GUARDED_BY(threadLock_) = []() {};
+  platform::Mutex observerLock_;  // innermost; the UDP path's threads know no thread lock
+  std::function<void(bool)> udpChanged_ GUARDED_BY(observerLock_) = [](bool) {};
+  std::unique_ptr<UdpRelay> udp_;  // set once, at construction; its threads use what is above
 };
 
 }  // namespace tunnel

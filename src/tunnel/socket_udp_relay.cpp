@@ -56,7 +56,7 @@ void SocketUdpRelay::StartUdpRelay(const UdpRelayRequest& request) {
   socket->SetReceiveTimeout(kReceiveTimeout);
   token_ = token.value_or(0);
   lastAcknowledgement_ = deps_.now();
-  ready_ = token.has_value();
+  if (hooks_.keepGoing()) SetReady(token.has_value());
   threads_.emplace_back([this, socket]() noexcept { ReceiveLoop(*socket); });
   threads_.emplace_back([this]() noexcept { KeepAliveLoop(); });
 }
@@ -147,12 +147,12 @@ void SocketUdpRelay::Take(std::span<std::byte> datagram) {
 void SocketUdpRelay::Acknowledge(std::uint64_t token) {
   token_ = token;
   lastAcknowledgement_ = deps_.now();
-  ready_ = true;
+  SetReady(true);
 }
 
 void SocketUdpRelay::KeepAliveLoop() noexcept {
   while (WaitOut(kKeepAlivePeriod) && hooks_.keepGoing()) {
-    if (!SendHello() || token_ == 0 || !HasRecentAcknowledgement()) ready_ = false;
+    if (!SendHello() || token_ == 0 || !HasRecentAcknowledgement()) SetReady(false);
   }
 }
 
@@ -165,6 +165,14 @@ bool SocketUdpRelay::SendHello() {
     hello = hello_;
   }
   return socket != nullptr && socket->Send(*hello).error == 0;
+}
+
+void SocketUdpRelay::SetReady(bool ready) {
+  const platform::MutexLock held(reportLock_);
+  ready_ = ready;
+  if (reported_ == ready) return;
+  reported_ = ready;
+  hooks_.readyChanged(ready);
 }
 
 bool SocketUdpRelay::HasRecentAcknowledgement() const {

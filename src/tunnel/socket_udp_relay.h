@@ -55,6 +55,7 @@ class SocketUdpRelay final : public UdpRelay {
   void KeepAliveLoop() noexcept;
   bool SendHello();
   bool HasRecentAcknowledgement() const;
+  void SetReady(bool ready) EXCLUDES(reportLock_);
   // False when the path was closed, at once or meanwhile.
   bool WaitOut(std::chrono::milliseconds time) EXCLUDES(udpLock_);
 
@@ -69,6 +70,8 @@ class SocketUdpRelay final : public UdpRelay {
   std::atomic<std::uint64_t> token_{0};  // 0: none
   std::atomic<std::chrono::milliseconds> lastAcknowledgement_{std::chrono::milliseconds(0)};
   std::atomic<bool> ready_{false};
+  platform::Mutex reportLock_;  // one report after the other
+  std::optional<bool> reported_ GUARDED_BY(reportLock_);
 
   std::vector<std::thread> threads_;  // of the thread that starts and joins
 };

@@ -38,6 +38,9 @@ class Tunnel {
   // found it again; it must not throw, wait or call the tunnel's Start or Stop. Set it before the
   // first start.
   virtual void ObserveLink(std::function<void()> changed) = 0;
+  // The same for the UDP path: `changed` is told whether small packets go by it from now on or
+  // over the WebSocket; first by the first start.
+  virtual void ObserveUdp(std::function<void(bool ready)> changed) = 0;
   [[nodiscard]] virtual bool IsRunning() const noexcept = 0;
   [[nodiscard]] virtual bool IsRelayConnected() const noexcept = 0;
 };

@@ -14,6 +14,8 @@ struct UdpRelayHooks {
   std::function<void(std::span<std::byte>)> inbound;
   // False as soon as the tunnel stops; to be asked before each wait and each attempt.
   std::function<bool()> keepGoing;
+  // Told at the first start whether the path is ready, then at each change, one call at a time.
+  std::function<void(bool ready)> readyChanged;
 };
 
 // Whose tunnel it is, as the relay has to know.

@@ -73,6 +73,7 @@ class FakeWorld : public tunnel::Tunnel {
     return stopText;
   }
   void ObserveLink(std::function<void()>) override {}
+  void ObserveUdp(std::function<void(bool)>) override {}
   [[nodiscard]] bool IsRunning() const noexcept override { return false; }
   [[nodiscard]] bool IsRelayConnected() const noexcept override { return false; }
 

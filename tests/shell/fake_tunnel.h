@@ -23,6 +23,7 @@ class FakeTunnel final : public tunnel::Tunnel {
     return stopText;
   }
   void ObserveLink(std::function<void()> changed) override { linkChanged = std::move(changed); }
+  void ObserveUdp(std::function<void(bool)> changed) override { udpChanged = std::move(changed); }
   bool IsRunning() const noexcept override { return running; }
   bool IsRelayConnected() const noexcept override { return relayConnected; }
 
@@ -31,6 +32,7 @@ class FakeTunnel final : public tunnel::Tunnel {
   std::atomic<int> stops{0};
   bool stopThrows = false;
   std::function<void()> linkChanged;
+  std::function<void(bool ready)> udpChanged;
   std::wstring stopText = L"软件隧道已停止。";
 };
 

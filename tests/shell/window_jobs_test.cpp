@@ -263,6 +263,21 @@ TEST_F(WindowJobs, LostAndRegainedRelaysAreShownAndLogged) {
   EXPECT_EQ(logged_, Lines{});
 }
 
+TEST_F(WindowJobs, TheWayOfSmallPacketsIsLogged) {
+  tunnel_->running = true;
+  tunnel_->udpChanged(true);
+  tunnel_->udpChanged(false);
+  Pump();
+  EXPECT_EQ(logged_, (Lines{L"UDP 通道已就绪：小数据包经 UDP 传输。",
+                            L"提示：UDP 通道不可用，小数据包改经 WebSocket 传输，连接不受影响。"}));
+  ForgetRecords();
+
+  tunnel_->running = false;
+  tunnel_->udpChanged(true);
+  Pump();
+  EXPECT_EQ(logged_, Lines{});
+}
+
 TEST_F(WindowJobs, FileDamagedMeanwhileIsToldAndSetAsideBeforeTheNextSave) {
   file_.siteProfiles.resize(1);
   jobBody_ = [this](settings::Settings&, tunnel::Tunnel&) {

@@ -282,6 +282,15 @@ TEST_F(SessionTest, TheObserverLearnsOfEachLossAndReturnOnceEach) {
   EXPECT_EQ(returns, 1);
 }
 
+TEST_F(SessionTest, TheUdpPathsReportsReachTheObserver) {
+  world_.UdpHooks().readyChanged(true);  // nobody listens yet
+  std::vector<bool> reports;
+  session_->ObserveUdp([&](bool ready) { reports.push_back(ready); });
+  world_.UdpHooks().readyChanged(false);
+  world_.UdpHooks().readyChanged(true);
+  EXPECT_EQ(reports, (std::vector<bool>{false, true}));
+}
+
 TEST_F(SessionTest, ACloseFrameFromTheRelayIsALoss) {
   session_->Start(request_);
   relay_.Push(ServerFrame(0x88, {}));  // the client may be gone before this returns

@@ -55,7 +55,13 @@ class SocketUdpRelayTest : public testing::Test {
     return inbound_;
   }
 
+  std::vector<bool> Reports() {
+    const platform::MutexLock held(lock_);
+    return reports_;
+  }
+
   platform::Mutex lock_;
+  std::vector<bool> reports_ GUARDED_BY(lock_);
   std::vector<Bytes> inbound_ GUARDED_BY(lock_);
   std::atomic<bool> keepGoing_{true};
   FakeDatagrams world_;
@@ -63,7 +69,11 @@ class SocketUdpRelayTest : public testing::Test {
                            const platform::MutexLock held(lock_);
                            inbound_.emplace_back(packet.begin(), packet.end());
                          },
-                         [this]() { return keepGoing_.load(); }},
+                         [this]() { return keepGoing_.load(); },
+                         [this](bool ready) {
+                           const platform::MutexLock held(lock_);
+                           reports_.push_back(ready);
+                         }},
                         world_.Deps()};
 };
 
@@ -232,6 +242,22 @@ TEST_F(SocketUdpRelayTest, AnAcknowledgementAfterALossMakesThePathReadyAgain) {
   Acknowledge(kToken);
   PassKeepAlive();
   EXPECT_TRUE(relay_.IsReady());
+}
+
+TEST_F(SocketUdpRelayTest, TellsTheFirstStateAndThenEachChangeOnce) {
+  AcknowledgeNothing();
+  Start();
+  EXPECT_EQ(Reports(), std::vector<bool>{false});
+  Acknowledge(kToken);
+  for (int i = 0; i < 3; ++i) PassKeepAlive();
+  EXPECT_EQ(Reports(), (std::vector<bool>{false, true}));
+  AcknowledgeNothing();
+  for (int i = 0; i < 6; ++i) PassKeepAlive();
+  EXPECT_EQ(Reports(), (std::vector<bool>{false, true, false}));
+  Acknowledge(kToken);
+  Restart();
+  Restart();
+  EXPECT_EQ(Reports(), (std::vector<bool>{false, true, false, true}));
 }
 
 TEST_F(SocketUdpRelayTest, EachAcknowledgementPutsTheLossOff) {

@@ -11,7 +11,9 @@ constexpr std::chrono::seconds kPatience{10};
 class NotingUdpRelay : public UdpRelay {
  public:
   NotingUdpRelay(TestWorld& world, FakeDriver& driver) : world_(world), driver_(driver) {}
-  void StartUdpRelay(const UdpRelayRequest& request) override { world_.StartUdp(request, Handles()); }
+  void StartUdpRelay(const UdpRelayRequest& request) override {
+    world_.StartUdp(request, Handles());
+  }
   void Close() noexcept override { world_.Note("udp close" + Handles()); }
   void Join() noexcept override { world_.Note("udp join"); }
   [[nodiscard]] bool IsReady() const noexcept override { return false; }

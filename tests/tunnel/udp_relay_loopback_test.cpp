@@ -62,7 +62,7 @@ class UdpRelayLoopbackTest : public testing::Test {
   std::atomic<bool> keepGoing_{true};
   std::atomic<std::size_t> inboundBytes_{0};
   SocketUdpRelay relay_{{[this](std::span<std::byte> packet) { inboundBytes_ += packet.size(); },
-                         [this]() { return keepGoing_.load(); }},
+                         [this]() { return keepGoing_.load(); }, [](bool) {}},
                         RealUdpRelayDeps()};
 };
 
