@@ -16,14 +16,21 @@ export const kDevices = [
   { address: kPlcOverlapping, broadcast: '10.10.0.255', number: 10010 },
 ];
 
+/** A BACnet device that answers its whole network, and so nobody behind a tunnel. */
+export const kShoutingDevice = { ...kDevices[0], number: 77011 };
+
 const kWaitMs = 8_000;  // for answers that should come
 
 /** Starts the devices in the controller's namespace; they end with the lab, or with the process. */
 export async function startDevices(lab) {
+  const words = ({ address, broadcast, number }) => `${address}/${broadcast}/${number}`;
   return lab.processes.start('devices', ['node', path.join(kRepo, 'lab/plc/devices.mjs'),
-    ...kDevices.map(({ address, broadcast, number }) => `${address}/${broadcast}/${number}`)],
-  { namespace: lab.network.plc, log: path.join(lab.artifacts, 'devices.log'), ready: /ready/ });
+    ...kDevices.map(words), `${words(kShoutingDevice)}/everybody`],
+  { namespace: lab.network.plc, log: devicesLog(lab), ready: /ready/ });
 }
+
+/** Where the devices note what nobody behind the tunnel can see. */
+export const devicesLog = (lab) => path.join(lab.artifacts, 'devices.log');
 
 async function search(lab, name, ...words) {
   const result = await lab.tool(['node', path.join(kRepo, 'lab/engineer', name), ...words.map(String)]);

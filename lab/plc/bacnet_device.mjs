@@ -1,4 +1,5 @@
-// A BACnet/IP device that answers Who-Is (ANSI/ASHRAE 135, section 16.10) with I-Am by unicast.
+// A BACnet/IP device that answers Who-Is with I-Am (ANSI/ASHRAE 135, section 16.10): by unicast, or to
+// everybody in its network, as many devices do.
 import { once } from 'node:events';
 import { createRequire } from 'node:module';
 
@@ -12,15 +13,17 @@ const isAsked = (number, { lowLimit = number, highLimit = number } = {}) =>
 
 /**
  * Starts the device. It hears on one socket and speaks on another; see broadcast_answers.mjs for why.
- * `device`: {address, broadcast, number}; the number is its device instance.
+ * `device`: {address, broadcast, number}; the number is its device instance. What it answers to
+ * everybody, it prints, too.
  */
-export async function startBacnetDevice(device) {
-  const speaker = new BacnetClient({ interface: device.address });
+export async function startBacnetDevice(device, { answersEverybody = false } = {}) {
+  const speaker = new BacnetClient({ interface: device.address, broadcastAddress: device.broadcast });
   await once(speaker, 'listening');
   const answer = ({ header, payload }) => {
     if (!isAsked(device.number, payload)) return;
-    speaker.iAmResponse({ address: header.sender.address }, device.number,
-      Segmentation.NO_SEGMENTATION, kVendor);
+    const receiver = answersEverybody ? undefined : { address: header.sender.address };
+    speaker.iAmResponse(receiver, device.number, Segmentation.NO_SEGMENTATION, kVendor);
+    if (answersEverybody) console.log(`${device.number} answered everybody`);
   };
   speaker.on('whoIs', answer);
   const listener = new BacnetClient({ interface: device.broadcast });
