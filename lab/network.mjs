@@ -44,6 +44,8 @@ export class Network {
       'plc', 'lan0', [`${kPlc}/24`, `${kPlcOverlapping}/24`]);
     await this.#ip('plc', 'route add default via 192.168.77.1');
     await runOrFail(['sysctl', '-qw', 'net.ipv4.ip_forward=1'], { namespace: this.site });
+    // Windows asks for no TCP timestamps unless told to; with them Linux's TCP acts differently on losses.
+    await runOrFail(['sysctl', '-qw', 'net.ipv4.tcp_timestamps=0'], { namespace: this.engineer });
   }
 
   /**
