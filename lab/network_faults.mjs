@@ -72,7 +72,9 @@ export class NetworkFaults {
   async limitMtu(mtu, { dropFragments = true } = {}) {
     await this.#setMtu(mtu);
     if (!dropFragments) return;
-    for (const host of ['engineer', 'cloud']) this.#rules[host].push('ip frag-off & 0x3fff != 0 drop');
+    for (const [host, sender] of [['engineer', kCloud], ['cloud', kEngineer]]) {
+      this.#rules[host].push(`ip saddr ${sender} ip frag-off & 0x3fff != 0 drop`);
+    }
     await this.#apply();
   }
 
