@@ -40,8 +40,12 @@ const kFaults = {
   ]),
   largestMessage: () => frame(Opcode.binary, Buffer.alloc(kLimit)),
   tooLargeMessage: () => frame(Opcode.binary, Buffer.alloc(kLimit + 1)),
-  /** The first byte's reserved bits are set, so that no reader may take it for a frame. */
-  garbage: () => Buffer.concat([Buffer.from([0xff]), randomBytes(4095)]),
+  /** Reserved bits are set and the length has no end, so that no reader may take it for a frame. */
+  garbage: () => Buffer.concat([Buffer.alloc(10, 0xff), randomBytes(4086)]),
+  /** What a server in front of the relay might say. */
+  httpReply: () => Buffer.from('HTTP/1.1 502 Bad Gateway\r\nContent-Type: text/html\r\n\r\n' +
+    '<html><body><h1>502 Bad Gateway</h1>The server returned an invalid response.</body></html>\r\n'),
+  closeFrame: () => frame(Opcode.close, Buffer.from([3, 232])),
   unknownOpcode: (packet) => frame(11, packet),
   emptyMessage: () => frame(Opcode.binary, Buffer.alloc(0)),
   hugeLength: () => Buffer.from([0x80 | Opcode.binary, 127, ...Array(8).fill(0x7f)]),

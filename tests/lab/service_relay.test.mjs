@@ -172,7 +172,7 @@ for (const [name, bytes, isBinary] of [
 for (const [name, reason] of [
   ['maskedFrame', /MASK must be clear/], ['tooLargeMessage', /Max payload size exceeded/],
   ['unknownOpcode', /invalid opcode 11/], ['hugeLength', /Unsupported WebSocket frame/],
-  ['garbage', /RSV/],
+  ['garbage', /RSV/], ['httpReply', /RSV/],
 ]) {
   each(`writes a fault that ends a strict reader: ${name}`, async ({ service, relayClient }) => {
     const client = await relayClient(kRelayPath, { maxPayload: 4 << 20 });
@@ -185,7 +185,7 @@ for (const [name, reason] of [
   });
 }
 
-for (const [name, code] of [['closeInTheMiddle', 1000], ['cutInTheMiddle', 1006]]) {
+for (const [name, code] of [['closeFrame', 1000], ['closeInTheMiddle', 1000], ['cutInTheMiddle', 1006]]) {
   each(`ends a connection before a message is whole: ${name}`, async ({ service, relayClient }) => {
     const client = await relayClient();
     client.on('message', () => assert.fail('a message'));

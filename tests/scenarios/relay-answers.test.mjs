@@ -1,0 +1,73 @@
+// The relay sends what a relay should not, or rarely does: the tunnel goes on, or connects anew, and
+// traffic flows again.
+import assert from 'node:assert/strict';
+
+import { kPlc } from '../../lab/network.mjs';
+import { waitUntil } from '../../lab/program.mjs';
+import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { connect, occurrences, scenario } from './scenario.mjs';
+
+// Each is given an answer that the program has had already: a second one shows that it was delivered.
+const kGoesOn = [
+  { name: 'maskedFrame', delivers: 1 },
+  { name: 'fragmentsWithPings', delivers: 1 },
+  { name: 'largestMessage', delivers: 0 },  // 4 MiB of zeros are no packet
+  { name: 'textFrame', delivers: 0 },
+  { name: 'unknownOpcode', delivers: 0 },
+  { name: 'emptyMessage', delivers: 0 },
+];
+const kConnectsAnew = ['tooLargeMessage', 'hugeLength', 'closeFrame', 'closeInTheMiddle', 'cutInTheMiddle',
+  'garbage', 'httpReply'];
+
+/** The newest echoed datagram that went to the program, in hexadecimal. */
+async function oneAnswer(lab, traffic) {
+  await lab.service.keepPackets(true);
+  await traffic.waitUntilFlowing();
+  await lab.service.keepPackets(false);
+  const kUdp = '11';  // the protocol field of an IPv4 header
+  const answers = (await lab.service.packets()).filter(({ direction, hex }) =>
+    direction === 'toClient' && hex.slice(18, 20) === kUdp);
+  return answers.at(-1).hex;
+}
+
+const attempts = async (lab) => (await lab.service.relayAttempts()).length;
+
+scenario('strange frames are passed over or end the connection, and traffic flows again', { site: true },
+  async (lab, program, t) => {
+    await connect(program);
+    // Large enough for the WebSocket alone, which the faults are written to.
+    const traffic = await startTraffic(lab, kPlc, { udp: { sizes: [1400] } });
+    const packet = await oneAnswer(lab, traffic);
+
+    const lostBefore = (await traffic.report()).udp.lost;
+    for (const { name, delivers } of kGoesOn) {
+      const before = await traffic.report();
+      await lab.service.writeFault({ name, packet });
+      await traffic.waitUntilFlowing();
+      const { udp } = await traffic.report();
+      assert.equal(udp.duplicated - before.udp.duplicated, delivers, `${name}: delivered`);
+      assert.equal(await attempts(lab), 1, `${name}: the connection stays`);
+      assert.equal(await program.state(), '在线', name);
+    }
+    await traffic.waitUntilFlowing({ datagrams: 110 });  // past the time in which a late answer counts
+    assert.equal((await traffic.report()).udp.lost, lostBefore, 'none of this costs a packet');
+
+    for (const [index, name] of kConnectsAnew.entries()) {
+      const { udp: before, nowMs } = await traffic.report();
+      await lab.service.writeFault({ name, packet });
+      await waitUntil(`a new connection after ${name}`, async () => (await attempts(lab)) === index + 2);
+      await program.waitForText('#s-state', '在线');
+      await traffic.waitUntilFlowing();
+      const { udp, nowMs: laterMs } = await traffic.report();
+      assert.equal(udp.duplicated, before.duplicated, `${name}: delivered nothing`);
+      t.diagnostic(`${name}: connected anew, traffic again after ${Math.round(laterMs - nowMs)} ms`);
+    }
+
+    const report = await traffic.stop();
+    t.diagnostic(describe(report));
+    assert.deepEqual([report.udp.wrong, report.tcp.outOfOrder, report.tcp.wrongBytes], [0, 0, 0]);
+    assert.deepEqual(report.tcp.breaks, []);
+    const log = await program.log();
+    assert.equal(occurrences(log, '警告：中继连接中断'), kConnectsAnew.length, log);
+    assert.equal(occurrences(log, '软件隧道已重新在线。'), kConnectsAnew.length, log);
+  });
