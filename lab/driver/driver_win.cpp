@@ -167,6 +167,7 @@ void Driver::LogClose(const Handle& handle) {
   add("wrongChecksum", wrongChecksumCount_);
   add("wrongInterface", wrongInterfaceCount_);
   add("uncaptured", uncapturedCount_);
+  add("faults", recvFault_.Count() + sendFault_.Count() + checksumFault_.Count());
   AppendLog(environment_.logFile, line);
 }
 

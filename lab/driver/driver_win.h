@@ -72,6 +72,7 @@ class Driver {
     std::atomic<std::uint64_t> at{0};
     std::atomic<std::uint64_t> calls{0};
     bool IsNow() noexcept { return ++calls == at; }
+    [[nodiscard]] std::uint64_t Count() const noexcept { return at != 0 && calls >= at ? 1 : 0; }
   };
   Fault recvFault_, sendFault_, checksumFault_;
 };

@@ -133,7 +133,7 @@ TEST_F(DriverLibrary, LogsEachOpenAndClose) {
             "open handle=0 error=87 priority=0 flags=0 filter=nonsense\n"
             "open handle=1 error=0 priority=-300 flags=0 filter=udp\n"
             "close handle=1 captured=1 received=1 lost=0 drained=0 inbound=1 outbound=0 "
-            "wrongChecksum=0 wrongInterface=0 uncaptured=0\n");
+            "wrongChecksum=0 wrongInterface=0 uncaptured=0 faults=0\n");
   ::DeleteFileW(file.c_str());
 }
 
