@@ -64,6 +64,12 @@ class Traffic {
     return now.nowMs - before.nowMs;
   }
 
+  /** Waits until so many datagrams have been sent in all. */
+  async waitUntilSent(datagrams, timeoutMs = 60_000) {
+    await waitUntil(`${datagrams} datagrams sent`, async () => (await this.report()).udp.sent >= datagrams,
+      timeoutMs);
+  }
+
   /** Sends no more, waits for late answers, ends the process and returns the last report. */
   async stop() {
     const report = await this.#call('finish');
