@@ -8,13 +8,20 @@ import {
   startDevices, whoIs,
 } from '../../lab/discovery.mjs';
 import { kDirectRoute, kOverlappingRoute, kPlc, kTunnelAddress } from '../../lab/network.mjs';
+import { waitUntil } from '../../lab/program.mjs';
 import { ping } from '../../lab/tools.mjs';
 import { connect, occurrences, scenario } from './scenario.mjs';
 
 const kHostRoute = '192.168.78.9/32';
 const kMappedBroadcast = '172.31.0.255';
-const kOn = '局域网发现模式已开启：支持 PLC 广播扫描。';
-const kOff = '局域网发现模式已关闭：仅支持已知 IP 访问。';
+const kOn = {
+  line: '局域网发现模式已开启：支持 PLC 广播扫描。', button: 'PLC发现模式：开', card: 'PLC发现模式已开启',
+};
+const kOff = {
+  line: '局域网发现模式已关闭：仅支持已知 IP 访问。', button: 'PLC发现模式：关', card: '已关闭',
+};
+const kConnectedWith = /\r\n局域网发现模式已开启$/;
+const kConnectedWithout = /\r\n局域网发现模式已关闭：只转发已知 IP 网段。$/;
 const kUdp = 17;
 const kQuietMs = 1_000;  // for answers that must not come
 const [kDirect, kNat] = kDevices;
@@ -57,11 +64,16 @@ async function disconnect(program) {
   await program.waitForText('#s-state', '未连接');
 }
 
-/** Flips the switch; `line` is what the log then says once more. */
-async function flip(program, line) {
-  const before = occurrences(await program.log(), line);
+const showsCard = (program, value) => waitUntil(`the card showing ${value}`,
+  async () => (await program.card('PLC发现模式')) === value);
+
+/** Flips the switch; the log, the button and the card then show `mode`. */
+async function flip(program, mode) {
+  const before = occurrences(await program.log(), mode.line);
   await program.click('#c-discovery');
-  await program.waitForLog(new RegExp(`(${line}[^]*){${before + 1}}`));
+  await program.waitForLog(new RegExp(`(${mode.line}[^]*){${before + 1}}`));
+  await program.waitForText('#c-discovery', mode.button);
+  await showsCard(program, mode.card);
 }
 
 /** A number in the driver's log lines, in their order. */
@@ -138,12 +150,10 @@ scenario('a broadcast finds the devices of every routed network, directly and th
       connectionId: 'CONN-0001', assignedAddress: kTunnelAddress,
       routes: [kDirectRoute, kOverlappingRoute, kHostRoute],
     });
-    assert.equal(await program.card('PLC发现模式'), '已关闭');
+    await showsCard(program, kOff.card);
     await flip(program, kOn);
-    assert.equal(await program.text('#c-discovery'), 'PLC发现模式：开');
-    assert.equal(await program.card('PLC发现模式'), 'PLC发现模式已开启');
     await connect(program);
-    assert.match(await program.statusLine(), /\r\n局域网发现模式已开启$/);
+    await program.waitForText('#c-statusline', kConnectedWith);
     assert.deepEqual(await capturesOfBroadcasts(lab), [true]);
 
     await aPlainDatagramFindsBoth(lab);
@@ -167,7 +177,8 @@ scenario('a tool may broadcast to one network by its own address, in either mode
     await lab.service.keepPackets(true);
     await connect(program);
     for (const [device, seenAs] of [[kDirect, kDirect.broadcast], [kNat, kMappedBroadcast]]) {
-      const { answers, left } = await watched(lab, () => broadcast(lab, { to: seenAs, expected: 1 }));
+      const search = () => broadcast(lab, { to: seenAs, expected: 1 });
+      const { answers, left } = await watched(lab, search);
       assert.deepEqual(destinations(left), [`${device.broadcast}:${kPlainPort}`]);
       assert.deepEqual(parsed(answers), [plainAnswer(device, seenAs, 40_000)]);
     }
@@ -185,10 +196,9 @@ scenario('the switch is stored, and counts from the next connection', { site: tr
     };
 
     await connect(program);
-    assert.match(await program.statusLine(), /\r\n局域网发现模式已关闭：只转发已知 IP 网段。$/);
+    await program.waitForText('#c-statusline', kConnectedWithout);
     await finds(0);
     await flip(program, kOn);
-    assert.equal(await program.card('PLC发现模式'), 'PLC发现模式已开启');
     await finds(0);
     assert.equal(await program.state(), '在线');
     await disconnect(program);
@@ -197,15 +207,14 @@ scenario('the switch is stored, and counts from the next connection', { site: tr
     assert.equal(await program.closeWindow(), 0);
 
     const next = await lab.startProgram();
-    await next.waitForText('#c-discovery', 'PLC发现模式：开');
-    assert.equal(await next.card('PLC发现模式'), 'PLC发现模式已开启');
+    await next.waitForText('#c-discovery', kOn.button);
+    await showsCard(next, kOn.card);
     await connect(next);
     await finds(2);
     await flip(next, kOff);
-    assert.equal(await next.card('PLC发现模式'), '已关闭');
     await finds(2);
     await connect(next);
-    await next.waitForText('#c-statusline', /局域网发现模式已关闭/);
+    await next.waitForText('#c-statusline', kConnectedWithout);
     await finds(0);
     assert.deepEqual(await capturesOfBroadcasts(lab), [false, true, false]);
   });
