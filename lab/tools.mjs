@@ -19,10 +19,10 @@ export async function ping(lab, address, count = 5) {
 const sha256 = async (file) => createHash('sha256').update(await readFile(file)).digest('hex');
 
 /** Downloads the controller's 5 MB file and compares its hash with the original's. */
-export async function download(lab, address) {
+export async function download(lab, address, { seconds: limit = 60 } = {}) {
   const target = path.join(lab.workFolder, 'downloaded.bin');
-  const result = await lab.tool(['curl', '-sS', '--max-time', '60', '-o', target,
-    '-w', '%{size_download} %{time_total}', `http://${address}/file`]);
+  const result = await lab.tool(['curl', '-sS', '--max-time', String(limit), '-o', target,
+    '-w', '%{size_download} %{time_total}', `http://${address}/file`], { timeoutMs: (limit + 5) * 1000 });
   if (result.code !== 0) return failed(result);
   const [bytes, seconds] = result.stdout.split(' ').map(Number);
   const [got, wanted] = await Promise.all([sha256(target), sha256(lab.plcFile)]);

@@ -2,8 +2,22 @@
 import dgram from 'node:dgram';
 import { once } from 'node:events';
 import net from 'node:net';
+import { networkInterfaces } from 'node:os';
 
 const kSocketBytes = 4 << 20;
+
+const ownAddresses = () => Object.values(networkInterfaces()).flat()
+  .filter(({ family }) => family === 'IPv4').map(({ address }) => address);
+
+async function echoDatagrams(address, port) {
+  const socket = dgram.createSocket({
+    type: 'udp4', recvBufferSize: kSocketBytes, sendBufferSize: kSocketBytes,
+  });
+  socket.on('message', (bytes, from) => socket.send(bytes, from.port, from.address, () => {}));
+  socket.bind(port, address);
+  await once(socket, 'listening');
+  return socket;
+}
 
 /** Answers UDP and TCP on `port` (0: any, one number for both). Returns {port, close()}. */
 export async function startEcho({ port = 7, host = '0.0.0.0' } = {}) {
@@ -17,16 +31,13 @@ export async function startEcho({ port = 7, host = '0.0.0.0' } = {}) {
   });
   tcp.listen(port, host);
   await once(tcp, 'listening');
-  const udp = dgram.createSocket({
-    type: 'udp4', recvBufferSize: kSocketBytes, sendBufferSize: kSocketBytes,
-  });
-  udp.on('message', (bytes, from) => udp.send(bytes, from.port, from.address, () => {}));
-  udp.bind(tcp.address().port, host);
-  await once(udp, 'listening');
+  // One socket an address, so that an answer comes from where the question went to.
+  const addresses = host === '0.0.0.0' ? ownAddresses() : [host];
+  const udp = await Promise.all(addresses.map((address) => echoDatagrams(address, tcp.address().port)));
   return {
     port: tcp.address().port,
     close() {
-      udp.close();
+      for (const socket of udp) socket.close();
       tcp.close();
       for (const socket of connections) socket.destroy();
     },

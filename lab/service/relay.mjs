@@ -20,7 +20,7 @@ export class Relay {
   #record;
   #toSite;
   #addressOf;
-  #deliverByUdp;
+  #udp;
   #server = new WebSocketServer({
     noServer: true, perMessageDeflate: false, maxPayload: 16 << 20, clientTracking: false,
   });
@@ -28,18 +28,20 @@ export class Relay {
   #pingTimer;
   upgrade = { refuseStatus: null, answer: null };
   isSilent = false;
+  /** An OrderWatch, or null. */
+  order = null;
   /** A packet that goes out in one piece with the response to the next handshake; null: none. */
   firstPacket = null;
 
   /**
    * `toSite(packet)` takes what clients send; `addressOf(connectionId)` knows the granted address;
-   * `deliverByUdp(connectionId, packet)` says whether it took a packet for a client.
+   * `udp` is the UdpRelay beside it.
    */
-  constructor(record, { toSite, addressOf, deliverByUdp }) {
+  constructor(record, { toSite, addressOf, udp }) {
     this.#record = record;
     this.#toSite = toSite;
     this.#addressOf = addressOf;
-    this.#deliverByUdp = deliverByUdp;
+    this.#udp = udp;
     this.#pingTimer = setInterval(() => this.#ping(), kPingMs);
     this.#pingTimer.unref();
   }
@@ -78,6 +80,8 @@ export class Relay {
     client.on('message', (data, isBinary) => {
       if (!isBinary) return;
       this.#record.addPacket('fromClient', data, 'webSocket');
+      this.#udp.noteWebSocketPacket(entry.connectionId, data);
+      this.order?.take(entry, data);
       if (!this.isSilent) this.#toSite(data);
     });
     client.on('error', (error) => this.#record.addProtocolError(error.message));
@@ -97,7 +101,7 @@ export class Relay {
     const destination = destinationOf(packet);
     const takes = ({ address }) => destination !== null && (address ?? destination) === destination;
     const entry = this.connections().findLast(takes);
-    if (entry && !this.isSilent && this.#deliverByUdp(entry.connectionId, packet)) return;
+    if (entry && !this.isSilent && this.#udp.deliver(entry.connectionId, packet)) return;
     this.#deliver(entry, packet);
   }
 
@@ -110,6 +114,7 @@ export class Relay {
       return;
     }
     this.#record.addPacket('toClient', packet, 'webSocket');
+    this.order?.takeReturned(packet);
     entry.client.send(packet, { binary: true });
   }
 

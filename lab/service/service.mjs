@@ -7,6 +7,7 @@ import http from 'node:http';
 
 import { kHandshakes, writeFault } from './faults.mjs';
 import { httpApi } from './http_api.mjs';
+import { OrderWatch } from './order_watch.mjs';
 import { nowMs, Record } from './record.mjs';
 import { Relay } from './relay.mjs';
 import { Replies } from './replies.mjs';
@@ -17,13 +18,13 @@ const kSocketBytes = 4 << 20;
 export class LabService {
   #record = new Record();
   #replies = new Replies();
+  #udp = new UdpRelay(this.#record, { toSite: (packet) => this.#toSite(packet) });
   #relay = new Relay(this.#record, {
     toSite: (packet) => this.#toSite(packet),
     addressOf: (connectionId) => this.#replies.addressOf(connectionId),
-    deliverByUdp: (connectionId, packet) => this.#udp.deliver(connectionId, packet),
+    udp: this.#udp,
   });
   #http = null;
-  #udp = new UdpRelay(this.#record, { toSite: (packet) => this.#toSite(packet) });
   #siteSocket = null;
   #options = null;
   #sockets = new Set();
@@ -137,8 +138,9 @@ export class LabService {
    *   helloAnswer    one of kHelloAnswers by its name ('proper', 'none', 'short', ...), or a list of
    *                  which each hello uses up one; the last one stays
    *   carryPackets   false: packets are taken and recorded, but go no further
-   *   sendPackets    when small packets from the site go by UDP: 'afterHello', 'afterPacket' (once
-   *                  the client has sent one by UDP, so that its token did arrive) or 'never'
+   *   sendPackets    when small packets from the site go by UDP: 'afterHello', 'likeClient' (while
+   *                  the client's newest small packet came so, which shows that it has the token)
+   *                  or 'never'
    */
   setUdp(ways) { this.#udp.setWays(ways); }
   /** The next hello gets a new token, and the old one counts no longer. */
@@ -153,6 +155,9 @@ export class LabService {
 
   /** The record's clock. */
   nowMs() { return nowMs(); }
+  /** From now on watches the order of numbered datagrams to `port`; see OrderWatch. */
+  watchOrder({ port }) { this.#relay.order = new OrderWatch(port); }
+  order() { return this.#relay.order.sums(); }
   requests(filter) { return this.#record.requests(filter); }
   relayAttempts(filter) { return this.#record.relayAttempts(filter); }
   protocolErrors() { return this.#record.protocolErrors(); }

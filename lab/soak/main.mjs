@@ -1,0 +1,152 @@
+// A soak: mixed traffic through the tunnel for a long time, with faults at random moments. The seed
+// that is printed repeats their choice. Usage: node main.mjs [MINUTES] [SEED]
+import { randomInt } from 'node:crypto';
+import { mkdir, rm, writeFile } from 'node:fs/promises';
+import path from 'node:path';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { kDeviceSecret, Lab } from '../lab.mjs';
+import { kPlc } from '../network.mjs';
+import { kBuild } from '../paths.mjs';
+import { download, modbus, ping } from '../tools.mjs';
+import { describe, startTraffic } from '../traffic.mjs';
+import { kSoakFaults } from './faults.mjs';
+import { Random } from './random.mjs';
+import { Usage } from './usage.mjs';
+
+const kFolder = path.join(kBuild, 'soak');
+const kOverlappingPlc = '172.31.0.10';  // 10.10.0.10 on site, as this computer reaches it
+const kEchoPort = 7;
+const kLargePayload = 1400;  // its packet is too large for the UDP path
+const kTransferSeconds = 240;
+const kRecoveryMs = 90_000;
+// What memory may grow by that is no leak: the page's log and the flow tables, 80 bytes a flow.
+const kMegabytes = 16;
+const kHandles = 10;
+
+const minutes = Number(process.argv[2] ?? 30);
+const seed = Number(process.argv[3] ?? randomInt(2 ** 31));
+const random = new Random(seed);
+const order = { connections: 0, messages: 0, outOfOrder: 0, missing: 0, returnedOutOfOrder: 0 };
+const protocolErrors = [];
+let lab;
+let ending = false;
+
+/** Takes over what the service has seen, which it loses when it is killed. */
+async function takeRecord() {
+  for (const [name, value] of Object.entries(await lab.service.order())) order[name] += value;
+  protocolErrors.push(...await lab.service.protocolErrors());
+}
+
+/** Transfers, requests and pings, one after the other, over both routes in turn. */
+async function useTools(results) {
+  for (let round = 0; !ending; round += 1) {
+    const address = round % 2 === 0 ? kPlc : kOverlappingPlc;
+    results.downloads.push(await download(lab, address, { seconds: kTransferSeconds }));
+    for (const [name, tool] of [['modbus', modbus], ['pings', ping]]) {
+      const { ok } = await tool(lab, address);
+      results[name][ok ? 'ok' : 'failed'] += 1;
+    }
+  }
+}
+
+async function runFaults(traffic, report) {
+  const started = performance.now();
+  const end = started + minutes * 60_000;
+  while (performance.now() < end) {
+    await sleep(random.between(1, 6) * 1000);
+    const fault = random.choice(kSoakFaults);
+    const atSeconds = (performance.now() - started) / 1000;
+    const killing = fault.name === 'service killed';
+    if (killing) await takeRecord();
+    const what = await fault.run(lab, random);
+    if (killing) await lab.service.watchOrder({ port: kEchoPort });
+    const entry = { atSeconds, name: fault.name, what };
+    report.faults.push(entry);
+    process.stdout.write(`${atSeconds.toFixed(0).padStart(5)} s  ${fault.name}${what ? `: ${what}` : ''}; `);
+    const recoveries = await Promise.all(traffic.map((one) => one.waitUntilFlowing({ timeoutMs: kRecoveryMs })));
+    entry.recoverySeconds = Math.max(...recoveries) / 1000;
+    console.log(`traffic after ${entry.recoverySeconds.toFixed(1)} s`);
+  }
+}
+
+async function connect() {
+  const program = await lab.startProgram();
+  await program.type('#c-secret', kDeviceSecret);
+  await program.click('#c-connect');
+  await program.waitForText('#s-state', '在线');
+}
+
+function judge({ tools, small, large, usage, finalTools }) {
+  const { megabytes, threads, handles } = usage;
+  return {
+    'every transfer complete and its hash right': tools.downloads.every(({ ok }) => ok),
+    'TCP stream in order and unbroken': small.tcp.outOfOrder === 0 && small.tcp.wrongBytes === 0 &&
+      small.tcp.breaks.length === 0,
+    'datagrams as they were sent': small.udp.wrong === 0 && large.udp.wrong === 0,
+    // What waits in a lost connection may reach the relay after newer packets, and so be answered late.
+    'order kept on each WebSocket, both ways': order.outOfOrder === 0 &&
+      large.udp.reordered <= order.returnedOutOfOrder,
+    'nothing lost on a WebSocket that lives': order.missing === 0 && order.messages > 0,
+    'no frame or datagram that the relay refuses': protocolErrors.length === 0,
+    'memory bounded': megabytes.last - megabytes.first < kMegabytes,
+    'threads bounded': threads.last <= threads.first + 2,
+    'handles bounded': handles.last - handles.first < kHandles,
+    'all tools work afterwards': finalTools.every(({ ok }) => ok),
+  };
+}
+
+async function soak() {
+  const report = { minutes, seed, faults: [] };
+  await lab.service.watchOrder({ port: kEchoPort });
+  await connect();
+  const small = await startTraffic(lab, kPlc, { udp: { sizes: [32, 256, 1302] } });
+  const large = await startTraffic(lab, kOverlappingPlc, { udp: { sizes: [kLargePayload] }, tcp: false });
+  await Promise.all([small, large].map((one) => one.waitUntilFlowing()));
+  const usage = new Usage();
+  await usage.start(lab);
+  report.tools = { downloads: [], modbus: { ok: 0, failed: 0 }, pings: { ok: 0, failed: 0 } };
+  const tools = useTools(report.tools);
+  await runFaults([small, large], report);
+  ending = true;
+  await tools;
+  report.usage = await usage.stop();
+  report.small = await small.stop();
+  report.large = await large.stop();
+  report.finalTools = [];
+  for (const address of [kPlc, kOverlappingPlc]) {
+    for (const tool of [ping, download, modbus]) report.finalTools.push(await tool(lab, address));
+  }
+  await takeRecord();
+  Object.assign(report, { order, protocolErrors, checks: judge(report) });
+  return report;
+}
+
+function print({ small, large, tools, usage, checks }) {
+  console.log(`\nsmall datagrams and stream: ${describe(small)}\nlarge datagrams: ${describe(large)}`);
+  console.log(`over WebSockets: ${JSON.stringify(order)}`);
+  const { length } = tools.downloads;
+  console.log(`transfers: ${length}; modbus ${JSON.stringify(tools.modbus)}; pings ${JSON.stringify(tools.pings)}`);
+  for (const [name, { first, last, highest }] of Object.entries(usage)) {
+    console.log(`${name}: ${first.toFixed(1)} at first, ${last.toFixed(1)} at last, ${highest.toFixed(1)} at most`);
+  }
+  for (const [name, ok] of Object.entries(checks)) console.log(`${ok ? 'ok' : 'not ok'} - ${name}`);
+}
+
+console.log(`soak: ${minutes} minutes, seed ${seed}`);
+await rm(kFolder, { recursive: true, force: true });
+await mkdir(kFolder, { recursive: true });
+let report = { minutes, seed, checks: {} };
+try {
+  lab = await Lab.create({ artifacts: kFolder });
+  report = await soak();
+  print(report);
+} catch (error) {
+  console.log(`not ok - the soak broke off: ${error.stack}`);
+  report.checks['ran to its end'] = false;
+}
+const left = lab ? await lab.close() : [];
+report.checks['nothing left behind'] = left.length === 0;
+console.log(`${left.length === 0 ? 'ok' : 'not ok'} - nothing left behind ${left.join(', ')}`);
+await writeFile(path.join(kFolder, 'report.json'), `${JSON.stringify(report, null, 2)}\n`);
+process.exitCode = Object.values(report.checks).every(Boolean) ? 0 : 1;
