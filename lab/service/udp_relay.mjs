@@ -11,7 +11,7 @@ import {
 
 const kSocketBytes = 4 << 20;
 const kEndpointMs = 45_000;
-const kSendPackets = ['afterHello', 'afterPacket', 'never'];
+const kSendPackets = ['afterHello', 'likeClient', 'never'];
 
 export class UdpRelay {
   #record;
@@ -81,7 +81,7 @@ export class UdpRelay {
     this.#endpoints.delete(connectionId);
     this.#endpoints.set(connectionId, {
       ...source, from, connectionId, engineerId, token: answer.subarray(6).toString('hex'), helloMs: nowMs(),
-      hasSent: keepsToken && old.hasSent,
+      isUsed: keepsToken && old.isUsed,
     });
   }
 
@@ -96,9 +96,15 @@ export class UdpRelay {
       this.#record.addWrongToken({ from, token, bytes: packet.length });
       return;
     }
-    endpoint.hasSent = true;
+    endpoint.isUsed = true;
     this.#record.addPacket('fromClient', packet, 'udp');
     if (this.#ways.carryPackets && !this.isSilent) this.#toSite(packet);
+  }
+
+  /** A packet that came over a connection's WebSocket: a small one shows that the client does not use UDP. */
+  noteWebSocketPacket(connectionId, packet) {
+    const endpoint = this.#endpoints.get(connectionId);
+    if (endpoint && packet.length <= kMaxUdpPacketBytes) endpoint.isUsed = false;
   }
 
   /** Sends a packet from the site to a connection's endpoint; false when it has to go another way. */
@@ -106,7 +112,7 @@ export class UdpRelay {
     const endpoint = this.#endpoints.get(connectionId);
     if (!endpoint || packet.length > kMaxUdpPacketBytes) return false;
     const { sendPackets } = this.#ways;
-    if (sendPackets === 'never' || (sendPackets === 'afterPacket' && !endpoint.hasSent)) return false;
+    if (sendPackets === 'never' || (sendPackets === 'likeClient' && !endpoint.isUsed)) return false;
     if (nowMs() - endpoint.helloMs > kEndpointMs) return false;
     this.#record.addPacket('toClient', packet, 'udp');
     this.#send(packetDatagram(endpoint.token, packet), endpoint);

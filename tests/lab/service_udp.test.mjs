@@ -117,21 +117,28 @@ each('prefers the WebSocket when told not to send by UDP', async (bench) => {
   await until(() => bench.service.counts().udpFromClient === 2);
 });
 
-each('waits with sending by UDP until a packet has come so, when told to', async (bench) => {
-  const { udp, messages, fromSite } = await bothWays(bench);
-  bench.service.setUdp({ sendPackets: 'afterPacket' });
-  bench.service.renewToken();
+each('sends the way that the client\'s newest small packet came, when told to', async (bench) => {
+  const { webSocket, udp, messages, fromSite } = await bothWays(bench);
+  const { service } = bench;
+  service.setUdp({ sendPackets: 'likeClient' });
+  service.renewToken();
   const token = await sayHello(udp);
   fromSite(kPacket);
   await until(() => messages.length === 1);
   udp.send(packetDatagram(token, kPacket));
-  await until(() => bench.service.counts().udpFromClient === 2);
+  await until(() => service.counts().udpFromClient === 2);
   fromSite(kPacket);
   await until(() => udp.heard.length === 3);
   assert.equal(await sayHello(udp), token);
+  webSocket.send(packetOf(1331));
+  await until(() => service.counts().webSocketFromClient === 1);
   fromSite(kPacket);
   await until(() => udp.heard.length === 5);
-  assert.equal(messages.length, 1);
+  webSocket.send(packetOf(1330));
+  await until(() => service.counts().webSocketFromClient === 2);
+  fromSite(kPacket);
+  await until(() => messages.length === 2);
+  assert.equal(udp.heard.length, 5);
 });
 
 each('drops and records packets with another token, or from another port', async (bench) => {

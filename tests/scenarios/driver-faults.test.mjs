@@ -20,13 +20,19 @@ scenario('a driver that refuses the filter fails the start',
     await startFails(lab, program, 'Error: WinDivertOpen failed for filter: outbound and ip and !impostor');
   });
 
-scenario('more routes than the driver accepts fail the start, fewer work', {}, async (lab, program) => {
-  const routes = (count) => Array.from({ length: count }, (_, i) => `10.${100 + (i >> 8)}.${i & 255}.0/24`);
-  await lab.service.setGrant({ connectionId: 'CONN-0001', assignedAddress: '10.88.0.2', routes: routes(125) });
-  await startFails(lab, program, 'Error: WinDivertOpen failed for filter: ');
-  await lab.service.setGrant({ connectionId: 'CONN-0001', assignedAddress: '10.88.0.2', routes: routes(124) });
-  await connect(program);
-});
+for (const [discoveryModeEnabled, most] of [[false, 124], [true, 123]]) {
+  scenario(`${most + 1} routes fail the start, ${most} work, discovery mode ${discoveryModeEnabled ? 'on' : 'off'}`,
+    { settings: { discoveryModeEnabled } }, async (lab, program) => {
+      const grant = (count) => lab.service.setGrant({
+        connectionId: 'CONN-0001', assignedAddress: '10.88.0.2',
+        routes: Array.from({ length: count }, (_, i) => `10.${100 + (i >> 8)}.${i & 255}.0/24`),
+      });
+      await grant(most + 1);
+      await startFails(lab, program, 'Error: WinDivertOpen failed for filter: ');
+      await grant(most);
+      await connect(program);
+    });
+}
 
 scenario('missing driver files fail the start and come back with the next run', {},
   async (lab, program) => {

@@ -65,19 +65,19 @@ scenario('a start without UDP works by WebSocket; a blocked UDP path loses what 
     assert.equal((await lab.service.relayAttempts()).length, 2, 'one reconnect, after the cut');
   });
 
-scenario('acknowledgements that never arrive: a relay that waits for a packet loses nothing', { site: true },
+scenario('acknowledgements that never arrive: a relay that sends as the client does loses nothing', { site: true },
   async (lab, program, t) => {
     await lab.faults.blockUdp('toClient');
-    await lab.service.setUdp({ sendPackets: 'afterPacket' });
+    await lab.service.setUdp({ sendPackets: 'likeClient' });
     await connect(program);
     assert.equal((await lab.service.hellos()).length, 4, 'four attempts');
-    const patient = await duringTraffic(lab, t, 'relay waits for a packet', { udp: kSmall }, () => sleep(500));
+    const patient = await duringTraffic(lab, t, 'relay sends as the client does', { udp: kSmall }, () => sleep(500));
     assert.equal(patient.udp.lost, 0);
     await lab.service.setUdp({ sendPackets: 'afterHello' });
     const hasty = await startTraffic(lab, kPlc, { udp: kSmall, tcp: false });
     await sleep(1000);
     assert.equal((await hasty.report()).udp.received, 0, 'what the relay sends by UDP is lost');
-    await lab.service.setUdp({ sendPackets: 'afterPacket' });
+    await lab.service.setUdp({ sendPackets: 'likeClient' });
     await lab.faults.clear();
     await hasty.waitUntilFlowing();
     t.diagnostic(`relay sends at once: ${describe(await hasty.stop())}`);
