@@ -28,6 +28,8 @@ export class Relay {
   #pingTimer;
   upgrade = { refuseStatus: null, answer: null };
   isSilent = false;
+  /** An OrderWatch, or null. */
+  order = null;
   /** A packet that goes out in one piece with the response to the next handshake; null: none. */
   firstPacket = null;
 
@@ -79,6 +81,7 @@ export class Relay {
       if (!isBinary) return;
       this.#record.addPacket('fromClient', data, 'webSocket');
       this.#udp.noteWebSocketPacket(entry.connectionId, data);
+      this.order?.take(entry, data);
       if (!this.isSilent) this.#toSite(data);
     });
     client.on('error', (error) => this.#record.addProtocolError(error.message));
@@ -111,6 +114,7 @@ export class Relay {
       return;
     }
     this.#record.addPacket('toClient', packet, 'webSocket');
+    this.order?.takeReturned(packet);
     entry.client.send(packet, { binary: true });
   }
 

@@ -7,6 +7,7 @@ import http from 'node:http';
 
 import { kHandshakes, writeFault } from './faults.mjs';
 import { httpApi } from './http_api.mjs';
+import { OrderWatch } from './order_watch.mjs';
 import { nowMs, Record } from './record.mjs';
 import { Relay } from './relay.mjs';
 import { Replies } from './replies.mjs';
@@ -154,6 +155,9 @@ export class LabService {
 
   /** The record's clock. */
   nowMs() { return nowMs(); }
+  /** From now on watches the order of numbered datagrams to `port`; see OrderWatch. */
+  watchOrder({ port }) { this.#relay.order = new OrderWatch(port); }
+  order() { return this.#relay.order.sums(); }
   requests(filter) { return this.#record.requests(filter); }
   relayAttempts(filter) { return this.#record.relayAttempts(filter); }
   protocolErrors() { return this.#record.protocolErrors(); }
