@@ -1,0 +1,114 @@
+// Ten thousand packets while nothing takes them: the newest 4096 wait, the rest is gone, memory stays
+// bounded, and what nobody could take in time does not arrive later.
+import assert from 'node:assert/strict';
+import { readFile } from 'node:fs/promises';
+
+import { kPlc } from '../../lab/network.mjs';
+import { waitUntil } from '../../lab/program.mjs';
+import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { connect, scenario } from './scenario.mjs';
+
+const kQueued = 4096;
+const kCount = 10_000;
+const kPayloadBytes = 1400;  // by WebSocket alone
+const kFlood = {
+  udp: { sizes: [kPayloadBytes], intervalMs: 1, batch: 5, count: kCount }, tcp: false,
+};
+const kBackground = { udp: { sizes: [64], intervalMs: 100 } };
+const kIpAndUdpBytes = 28;
+const kAlmost = 20;
+const kMoreMib = 12;  // the whole flood would be 14
+
+/** The program's memory that is its own, in MiB. */
+async function memory(program) {
+  const status = await readFile(`/proc/${program.child.pid}/status`, 'utf8');
+  assert.match(status, /^Name:\s+Velmarine/m);
+  return Number(/^RssAnon:\s+(\d+) kB/m.exec(status)[1]) / 1024;
+}
+
+/** Sends the flood to its end; what comes back meanwhile and later is counted. */
+async function flood(lab) {
+  const traffic = await startTraffic(lab, kPlc, kFlood);
+  await traffic.waitUntilSent(kCount);
+  return traffic;
+}
+
+/** The numbers of the flood's datagrams that the service was sent, in order of arrival. */
+async function arrived(lab) {
+  const bytes = kPayloadBytes + kIpAndUdpBytes;
+  return (await lab.service.packets())
+    .filter(({ direction, hex }) => direction === 'fromClient' && hex.length / 2 === bytes)
+    .map(({ hex }) => Buffer.from(hex, 'hex').readUInt32BE(kIpAndUdpBytes + 4));
+}
+
+const isAscending = (numbers) => numbers.every((number, i) => i === 0 || number > numbers[i - 1]);
+
+async function blockedSender(lab, program, t) {
+  const before = await memory(program);
+  lab.pauseService();
+  const traffic = await flood(lab);
+  const during = await memory(program);
+  lab.continueService();  // before the 8 s after which the connection is given up
+  const numbers = await waitUntil('the newest packets at the service', async () => {
+    const list = await arrived(lab);
+    return list.some((number) => number > kCount - kAlmost) && list;
+  });
+  const { udp } = await traffic.stop();
+  assert.equal((await lab.service.relayAttempts()).length, 1, 'the connection stayed');
+
+  assert.ok(isAscending(numbers), 'out of order');
+  const sizes = numbers.map((number, i) => number - (numbers[i - 1] ?? -1) - 1);
+  const lost = Math.max(...sizes);
+  const inBuffers = sizes.indexOf(lost);
+  const waited = numbers.length - inBuffers;
+  t.diagnostic(`relay that does not read: of ${kCount} the system's buffers held the first ${inBuffers}, ` +
+    `${lost} in the middle are lost, the newest ${waited} waited; ${udp.late} answers late; ` +
+    `memory ${before.toFixed(1)} -> ${during.toFixed(1)} MiB`);
+  assert.ok(lost > 100, `the oldest go: ${lost}`);
+  // A few of the places are other traffic's.
+  assert.ok(waited <= kQueued && waited > kQueued - 4 * kAlmost, `the newest stay: ${waited}`);
+  assert.ok(during - before < kMoreMib, `memory grew by ${during - before} MiB`);
+}
+
+async function noTransport(lab, program, t) {
+  await lab.service.forgetPackets();
+  await lab.service.refuseUpgrade({ status: 503 });
+  await lab.service.cutRelay();
+  // The first attempt closes the UDP path, too.
+  await waitUntil('a refused attempt', async () => (await lab.service.relayAttempts()).length > 1);
+  const before = await memory(program);
+  const traffic = await flood(lab);
+  const during = await memory(program);
+  assert.equal(await program.state(), '未连接');
+  await lab.service.acceptUpgrades();
+  await program.waitForText('#s-state', '在线', 30_000);
+  const { udp } = await traffic.stop();
+  t.diagnostic(`no transport: ${describe({ udp })}; memory ${before.toFixed(1)} -> ${during.toFixed(1)} MiB`);
+  assert.equal(udp.received, 0);
+  assert.deepEqual(await arrived(lab), [], 'nothing stale');
+  assert.ok(during - before < kMoreMib, `memory grew by ${during - before} MiB`);
+}
+
+/** How many packets the driver handed over in all. */
+async function captured(lab) {
+  const log = await lab.driverLog();
+  return [...log.matchAll(/\breceived=(\d+)/g)].reduce((sum, [, count]) => sum + Number(count), 0);
+}
+
+scenario('of ten thousand packets that nothing takes, the newest wait for a relay and none for a lost one',
+  { site: true }, async (lab, program, t) => {
+    await connect(program);
+    const background = await startTraffic(lab, kPlc, kBackground);
+    await background.waitUntilFlowing();
+    await lab.service.keepPackets(true);
+    await blockedSender(lab, program, t);
+    await background.waitUntilFlowing();
+    await noTransport(lab, program, t);
+    await background.waitUntilFlowing();
+    t.diagnostic(`throughout: ${describe(await background.stop())}`);
+
+    await program.click('#c-stop');
+    await program.waitForText('#s-state', '未连接');
+    const count = await captured(lab);
+    assert.ok(count > 1.5 * kCount, `the driver handed over ${count}`);
+  });
