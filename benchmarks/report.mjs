@@ -48,8 +48,8 @@ for (const program of process.argv.slice(2)) {
 const folder = path.join(here, '../build/bench');
 mkdirSync(folder, { recursive: true });
 writeFileSync(path.join(folder, 'report.json'), `${JSON.stringify(report, null, 2)}\n`);
-for (const { name, value, unit, ratio, goal, met } of report) {
+for (const { name, value, unit, ratio, goal, met, bytes_per_flow: bytesPerFlow } of report) {
   console.log(`${name.padEnd(44)} ${value.toFixed(1).padStart(12)} ${unit}` +
-    `${ratio === null ? '' : `   ${ratio.toFixed(2)} x anchor`}${goal === null ? '' : `   goal ${goal}: ${met ? 'met' : 'MISSED'}`}`);
+    `${bytesPerFlow ? `   ${bytesPerFlow.toFixed(1)} bytes a flow` : ''}${ratio === null ? '' : `   ${ratio.toFixed(2)} x anchor`}${goal === null ? '' : `   goal ${goal}: ${met ? 'met' : 'MISSED'}`}`);
 }
 process.exitCode = report.some(({ met }) => met === false) ? 1 : 0;
