@@ -61,6 +61,12 @@ void SocketUdpRelay::StartUdpRelay(const UdpRelayRequest& request) {
   threads_.emplace_back([this]() noexcept { KeepAliveLoop(); });
 }
 
+// After a time-out at once, after any other error when a pause has passed; false when the path was
+// closed meanwhile.
+bool SocketUdpRelay::MayReceiveAgain(int error) {
+  return platform::IsSocketTimeout(error) || WaitOut(kErrorPause);
+}
+
 // The token of the first acknowledgement.
 std::optional<std::uint64_t> SocketUdpRelay::SayHello(DatagramSocket& socket, const Hello& hello) {
   for (int attempt = 0; attempt < kAttempts && hooks_.keepGoing(); ++attempt) {
@@ -81,7 +87,7 @@ std::optional<std::uint64_t> SocketUdpRelay::AwaitAcknowledgement(DatagramSocket
     if (received.error == 0) {
       const auto token = ParseAcknowledgement(std::span(buffer).first(received.bytes));
       if (token) return token;
-    } else if (!platform::IsSocketTimeout(received.error) && !WaitOut(kErrorPause)) {
+    } else if (!MayReceiveAgain(received.error)) {
       return std::nullopt;
     }
   }
@@ -128,9 +134,7 @@ void SocketUdpRelay::ReceiveLoop(DatagramSocket& socket) noexcept {
     const platform::SocketResult received = socket.Receive(buffer);
     if (received.error == 0) {
       Take(std::span(buffer).first(received.bytes));
-    } else if (platform::IsSocketClosed(received.error)) {
-      return;
-    } else if (!platform::IsSocketTimeout(received.error) && !WaitOut(kErrorPause)) {
+    } else if (platform::IsSocketClosed(received.error) || !MayReceiveAgain(received.error)) {
       return;
     }
   }

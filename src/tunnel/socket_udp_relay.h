@@ -49,6 +49,7 @@ class SocketUdpRelay final : public UdpRelay {
 
   std::optional<std::uint64_t> SayHello(DatagramSocket& socket, const Hello& hello);
   std::optional<std::uint64_t> AwaitAcknowledgement(DatagramSocket& socket);
+  bool MayReceiveAgain(int error) EXCLUDES(udpLock_);
   void Acknowledge(std::uint64_t token);
   void ReceiveLoop(DatagramSocket& socket) noexcept;
   void Take(std::span<std::byte> datagram);
