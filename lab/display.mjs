@@ -1,35 +1,16 @@
 // A virtual display with a window manager, and the hands and eyes of a person in front of it.
-import { readdir, readFile } from 'node:fs/promises';
+import { readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { run, runOrFail } from './processes.mjs';
 
-const kFirstDisplay = 77;
-
-async function freeDisplay() {
-  const taken = new Set((await readdir('/tmp')).concat(await readdir('/tmp/.X11-unix').catch(() => [])));
-  let number = kFirstDisplay;
-  while (taken.has(`.X${number}-lock`) || taken.has(`X${number}`)) number += 1;
-  return number;
-}
-
 export class Display {
   async start(processes, { width = 1280, height = 960, log } = {}) {
-    this.number = await freeDisplay();
-    this.name = `:${this.number}`;
-    await processes.start('Xvfb', ['Xvfb', this.name, '-screen', '0', `${width}x${height}x24`,
-      '-nolisten', 'tcp', '-noreset'], { log });
-    await this.#waitUntilUp();
+    // The server takes a free number itself, so that two that start at once never share one.
+    const server = await processes.start('Xvfb', ['Xvfb', '-displayfd', '1', '-screen', '0',
+      `${width}x${height}x24`, '-nolisten', 'tcp', '-noreset'], { log, ready: /^\d+\s/m });
+    this.name = `:${/^(\d+)\s/m.exec(processes.outputOf(server))[1]}`;
     await processes.start('openbox', ['openbox'], { env: { DISPLAY: this.name, HOME: '/nonexistent' } });
-  }
-
-  async #waitUntilUp() {
-    for (let i = 0; i < 200; i += 1) {
-      if ((await run(['xset', '-display', this.name, 'q'])).code === 0 ||
-          (await run(['xwininfo', '-display', this.name, '-root'])).code === 0) return;
-      await sleep(50);
-    }
-    throw new Error(`The display ${this.name} did not come up.`);
   }
 
   async #tool(command) {

@@ -109,6 +109,11 @@ export class Processes {
     return this.#children.find((one) => one.child === child).ended;
   }
 
+  /** What a started process has printed, cut to the newest 64 KiB. */
+  outputOf(child) {
+    return this.#children.find((one) => one.child === child).output;
+  }
+
   async stop(child, signal = 'SIGTERM') {
     const entry = this.#children.find((one) => one.child === child);
     if (!entry.ended) child.kill(signal);
