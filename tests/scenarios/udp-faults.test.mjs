@@ -8,7 +8,9 @@ import { describe, startTraffic } from '../../lab/traffic.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 const kBlockedMs = 2_000;
-const kSmall = { sizes: [32, 256, 1302] };  // all of them small enough for UDP
+/** Traffic that is small enough for UDP, also when several of the stream's chunks go in one segment. */
+const kSmall = { udp: { sizes: [32, 256, 1302] }, tcp: { chunkBytes: 16, intervalMs: 50 } };
+const kFlowing = { bytes: 160 };
 
 /** What the relay has carried since `before`, by transport and direction. */
 async function carriedSince(lab, before) {
@@ -19,9 +21,9 @@ async function carriedSince(lab, before) {
 /** Traffic while `fault(traffic)` does its work; its TCP stream must come through whole. */
 async function duringTraffic(lab, t, name, options, fault) {
   const traffic = await startTraffic(lab, kPlc, options);
-  await traffic.waitUntilFlowing();
+  await traffic.waitUntilFlowing(kFlowing);
   await fault(traffic);
-  await traffic.waitUntilFlowing();
+  await traffic.waitUntilFlowing(kFlowing);
   const report = await traffic.stop();
   t.diagnostic(`${name}: ${describe(report)}`);
   if (report.tcp) assert.deepEqual([report.tcp.connections, report.tcp.breaks, report.tcp.wrongBytes], [1, [], 0]);
@@ -31,7 +33,7 @@ async function duringTraffic(lab, t, name, options, fault) {
 /** Blocks for a while in the middle of traffic. Returns the report and what the relay carried meanwhile. */
 async function blockedFor(lab, t, direction) {
   let carried;
-  const report = await duringTraffic(lab, t, `blocked ${direction} for ${kBlockedMs / 1000} s`, { udp: kSmall },
+  const report = await duringTraffic(lab, t, `blocked ${direction} for ${kBlockedMs / 1000} s`, kSmall,
     async () => {
       await lab.faults.blockUdp(direction);
       await sleep(200);  // what was under way
@@ -71,20 +73,20 @@ scenario('acknowledgements that never arrive: a relay that sends as the client d
     await lab.service.setUdp({ sendPackets: 'likeClient' });
     await connect(program);
     assert.equal((await lab.service.hellos()).length, 4, 'four attempts');
-    const patient = await duringTraffic(lab, t, 'relay sends as the client does', { udp: kSmall }, () => sleep(500));
+    const patient = await duringTraffic(lab, t, 'relay sends as the client does', kSmall, () => sleep(500));
     assert.equal(patient.udp.lost, 0);
     await lab.service.setUdp({ sendPackets: 'afterHello' });
-    const hasty = await startTraffic(lab, kPlc, { udp: kSmall, tcp: false });
+    const hasty = await startTraffic(lab, kPlc, { ...kSmall, tcp: false });
     await sleep(1000);
     assert.equal((await hasty.report()).udp.received, 0, 'what the relay sends by UDP is lost');
     await lab.service.setUdp({ sendPackets: 'likeClient' });
     await lab.faults.clear();
-    await hasty.waitUntilFlowing();
+    await hasty.waitUntilFlowing(kFlowing);
     t.diagnostic(`relay sends at once: ${describe(await hasty.stop())}`);
 
     const { udpFromClient, udpToClient } = await lab.service.counts();
     assert.equal(udpFromClient, 0, 'the client has no token');
-    const later = await duringTraffic(lab, t, 'restored', { udp: kSmall }, () =>
+    const later = await duringTraffic(lab, t, 'restored', kSmall, () =>
       waitUntil('packets by UDP', async () => (await lab.service.counts()).udpToClient > udpToClient, 20_000));
     assert.equal(later.udp.lost, 0, 'the change costs nothing');
     assert.equal((await lab.service.relayAttempts()).length, 1, 'no reconnect');

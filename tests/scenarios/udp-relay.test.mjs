@@ -10,7 +10,9 @@ import { connect, scenario } from './scenario.mjs';
 const kIcmp = 1;
 const kUdp = 17;
 const kEchoPort = 7;
-const kSmall = { sizes: [32, 256, 1302] };  // all of them small enough for UDP
+/** Traffic that is small enough for UDP, also when several of the stream's chunks go in one segment. */
+const kSmall = { udp: { sizes: [32, 256, 1302], intervalMs: 40 }, tcp: { chunkBytes: 16, intervalMs: 50 } };
+const kFlowing = { bytes: 160 };
 const kNoToken = '0'.repeat(16);
 const kOtherToken = '0123456789abcdef';
 
@@ -67,17 +69,23 @@ async function checkSizes(lab) {
   }
 }
 
-/** Sends the client an answer that it had before, in ways that it must not take, then in one that it must. */
-async function checkTokens(lab, traffic) {
+/** An answer that the client has had by UDP: when it takes it once more, the traffic counts a duplicate. */
+async function recordedAnswer(lab, traffic) {
   await lab.service.keepPackets(true);
-  await traffic.waitUntilFlowing();
+  await traffic.waitUntilFlowing(kFlowing);
   await lab.service.keepPackets(false);
-  const answer = (await packetsOf(lab, kUdp)).find(({ direction, via, bytes }) =>
-    direction === 'toClient' && via === 'udp' && bytes.readUInt16BE(20) === kEchoPort);
+  const packets = await packetsOf(lab, kUdp);
   await lab.service.forgetPackets();
-  const packet = answer.bytes.toString('hex');
+  return packets.find(({ direction, via, bytes }) =>
+    direction === 'toClient' && via === 'udp' && bytes.readUInt16BE(20) === kEchoPort).bytes;
+}
+
+/** Sends the client an answer in ways that it must not take, then in two that it must. */
+async function checkTokens(lab, traffic) {
+  const answer = await recordedAnswer(lab, traffic);
+  const packet = answer.toString('hex');
   const [{ token }] = await lab.service.udpEndpoints();
-  const good = packetDatagram(token, answer.bytes);
+  const good = packetDatagram(token, answer);
   for (const wrong of [kNoToken, kOtherToken]) await lab.service.sendUdpPacket({ packet, token: wrong });
   const otherMagic = Buffer.from(good);
   otherMagic[0] ^= 1;
@@ -87,7 +95,7 @@ async function checkTokens(lab, traffic) {
   for (const bytes of [otherMagic, otherType, tooLong, good.subarray(0, 13), Buffer.alloc(0)]) {
     await lab.service.sendDatagram({ hex: bytes.toString('hex') });
   }
-  await traffic.waitUntilFlowing();
+  await traffic.waitUntilFlowing(kFlowing);
   assert.equal((await traffic.report()).udp.duplicated, 0, 'none of these was taken');
   await lab.service.sendUdpPacket({ packet });
   await lab.service.sendToClient({ packet });
@@ -100,8 +108,8 @@ scenario('1330 bytes go by UDP and 1331 over the WebSocket, and only packets wit
     await checkHellos(lab, 1);
     await checkSizes(lab);
     const before = await lab.service.counts();
-    const traffic = await startTraffic(lab, kPlc, { udp: kSmall });
-    await traffic.waitUntilFlowing();
+    const traffic = await startTraffic(lab, kPlc, kSmall);
+    await traffic.waitUntilFlowing(kFlowing);
     await checkTokens(lab, traffic);
     const report = await traffic.stop();
     t.diagnostic(describe(report));
@@ -139,7 +147,7 @@ scenario('acknowledgements that are not as they must be leave everything to the 
     assert.deepEqual([report.tcp.connections, report.tcp.breaks, report.tcp.wrongBytes], [1, [], 0]);
   });
 
-/** The n-th hello that was answered, and none that came in between, has come. */
+/** The n-th hello, once it has come. */
 async function waitForHello(lab, count) {
   return waitUntil(`hello ${count}`, async () => {
     const hellos = await lab.service.hellos();
@@ -158,7 +166,7 @@ const kSecond = 1000;
 scenario('a hello every 15 s keeps the UDP path; 45 s without an answer end it until the next answer',
   { site: true }, async (lab, program, t) => {
     await connect(program);
-    const traffic = await startTraffic(lab, kPlc, { udp: { ...kSmall, intervalMs: 40 } });
+    const traffic = await startTraffic(lab, kPlc, kSmall);
     const first = await waitForHello(lab, 1);
     const [{ token: oldToken }] = await lab.service.udpEndpoints();
     await lab.service.renewToken();
@@ -166,7 +174,12 @@ scenario('a hello every 15 s keeps the UDP path; 45 s without an answer end it u
     await lab.service.setUdp({ helloAnswer: 'none' });
     const [{ token }] = await lab.service.udpEndpoints();
     assert.notEqual(token, oldToken);
-    await traffic.waitUntilFlowing();
+    const packet = (await recordedAnswer(lab, traffic)).toString('hex');
+    await lab.service.sendUdpPacket({ packet, token: oldToken });
+    await traffic.waitUntilFlowing(kFlowing);
+    assert.equal((await traffic.report()).udp.duplicated, 0, 'the old token counts no longer');
+    await lab.service.sendUdpPacket({ packet });
+    await waitUntil('the new one counts', async () => (await traffic.report()).udp.duplicated === 1);
     const { wrongToken, webSocketFromClient } = await lab.service.counts();
     assert.equal(webSocketFromClient, 0);
     t.diagnostic(`${wrongToken} packets still bore the old token`);
@@ -179,9 +192,9 @@ scenario('a hello every 15 s keeps the UDP path; 45 s without an answer end it u
     assert.ok(silentMs > 44.9 * kSecond && silentMs < 60 * kSecond, `after ${silentMs} ms`);
     await lab.service.setUdp({ helloAnswer: 'proper' });
     await waitForGrowth(lab, 'udpFromClient', 25 * kSecond);
-    await traffic.waitUntilFlowing();
+    await traffic.waitUntilFlowing(kFlowing);
     const { webSocketFromClient: whole } = await lab.service.counts();
-    await traffic.waitUntilFlowing();
+    await traffic.waitUntilFlowing(kFlowing);
     assert.equal((await lab.service.counts()).webSocketFromClient, whole, 'all by UDP again');
 
     const hellos = await lab.service.hellos();
