@@ -41,6 +41,20 @@ TEST(PacketQueue, DropsTheFirstForThe4097th) {
   }
 }
 
+TEST(PacketQueue, HoldsTheNewestOf10000InOrderAndNeverMoreThanItsCapacity) {
+  constexpr std::uint32_t kCount = 10000;
+  PacketQueue queue;
+  queue.Start();
+  for (std::uint32_t number = 0; number < kCount; ++number) {
+    queue.EnqueueOutbound(Numbered(number));
+    ASSERT_LE(queue.Size(), PacketQueue::kCapacity);
+  }
+  for (std::uint32_t number = kCount - PacketQueue::kCapacity; number < kCount; ++number) {
+    ASSERT_EQ(NumberOf(queue.Take()), number);
+  }
+  EXPECT_EQ(queue.Size(), 0U);
+}
+
 TEST(PacketQueue, GivesNothingOnceStoppedUntilStartedAfresh) {
   PacketQueue queue;
   EXPECT_FALSE(queue.Take());  // not started yet

@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <thread>
 
 #include "platform/mutex.h"
+#include "tunnel/bytes.h"
 #include "tunnel/test_relay.h"
 
 namespace tunnel {
@@ -121,6 +124,37 @@ TEST_F(PacketSenderTest, AFailedFrameDropsTheRelay) {
   StopSender();
   EXPECT_FALSE(lost->IsConnected());
   EXPECT_TRUE(link_.IsConnected());  // until a reconnect begins
+}
+
+TEST_F(PacketSenderTest, WhileTheRelayDoesNotReadTheNewestWaitAndAStopEndsItSoon) {
+  constexpr std::size_t kMoreThanAnySystemBuffers = 64U << 20;
+  constexpr std::uint32_t kCount = 10000;
+  std::promise<void> release;
+  relay_.SetBehaviour([this, end = release.get_future().share()](TestPeer& peer) {
+    if (!relay_.TakeRequest(peer).empty() && peer.AcceptUpgrade()) end.wait();
+  });
+  link_.Connect(relay_.RelayUrl());
+  udp_.isReady = false;
+  queue_.EnqueueOutbound(Packet(kMoreThanAnySystemBuffers));
+  StartSender();
+  while (queue_.Size() > 0) std::this_thread::yield();
+  for (std::uint32_t number = 0; number < kCount; ++number) {
+    Packet packet(20);
+    WriteU32Be(packet, 0, number);
+    queue_.EnqueueOutbound(std::move(packet));
+  }
+
+  const auto start = std::chrono::steady_clock::now();
+  flags_.stopping = true;
+  link_.Close();
+  sender_.join();
+  // Well before the 8 seconds after which the send would have given up.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  release.set_value();
+  ASSERT_EQ(queue_.Size(), PacketQueue::kCapacity);
+  for (std::uint32_t number = kCount - PacketQueue::kCapacity; number < kCount; ++number) {
+    ASSERT_EQ(ReadU32Be(queue_.Take().value(), 0), number);
+  }
 }
 
 TEST_F(PacketSenderTest, AStopEndsTheWaitForPackets) {
