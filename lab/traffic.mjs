@@ -79,6 +79,15 @@ class Traffic {
   }
 }
 
+const kUdp = 17;
+const kHeaderBytes = 28;  // IPv4 without options, UDP
+
+/** The number of a datagram in its whole IPv4 packet (hexadecimal); null if it is no UDP. */
+export function datagramNumber(hex) {
+  const packet = Buffer.from(hex, 'hex');
+  return packet[9] === kUdp ? packet.readUInt32BE(kHeaderBytes + 4) : null;
+}
+
 /** A report in one line, for a scenario to print. */
 export function describe({ udp, tcp }) {
   const parts = [];

@@ -8,7 +8,7 @@ import { test } from 'node:test';
 
 import { startEcho } from '../../lab/plc/echo.mjs';
 import { Processes } from '../../lab/processes.mjs';
-import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { datagramNumber, describe, startTraffic } from '../../lab/traffic.mjs';
 import { until } from './service_harness.mjs';
 
 const kHost = '127.0.0.1';
@@ -157,4 +157,11 @@ each('a refused connection is tried again', async (start, t) => {
   await until(async () => (await traffic.report()).tcp.failedConnects >= 2);
   const { tcp } = await traffic.stop();
   assert.deepEqual([tcp.connections, tcp.breaks], [0, []]);
+});
+
+test('the number of a datagram is read from its packet', () => {
+  const ipv4 = (protocol) => `4500002400000000 40${protocol}0000 0a580002 c0a84d0a`.replaceAll(' ', '');
+  const udp = 'c000000700100000' + '12345678' + '0000abcd';
+  assert.equal(datagramNumber(ipv4('11') + udp), 0xabcd);
+  assert.equal(datagramNumber(ipv4('06') + udp), null);
 });

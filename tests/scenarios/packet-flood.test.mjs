@@ -5,7 +5,7 @@ import { readFile } from 'node:fs/promises';
 
 import { kPlc } from '../../lab/network.mjs';
 import { waitUntil } from '../../lab/program.mjs';
-import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { datagramNumber, describe, startTraffic } from '../../lab/traffic.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 const kQueued = 4096;
@@ -15,7 +15,7 @@ const kFlood = {
   udp: { sizes: [kPayloadBytes], intervalMs: 1, batch: 5, count: kCount }, tcp: false,
 };
 const kBackground = { udp: { sizes: [64], intervalMs: 100 } };
-const kIpAndUdpBytes = 28;
+const kPacketBytes = kPayloadBytes + 28;  // IPv4 and UDP headers
 const kAlmost = 20;
 const kMoreMib = 12;  // the whole flood would be 14
 
@@ -35,10 +35,9 @@ async function flood(lab) {
 
 /** The numbers of the flood's datagrams that the service was sent, in order of arrival. */
 async function arrived(lab) {
-  const bytes = kPayloadBytes + kIpAndUdpBytes;
   return (await lab.service.packets())
-    .filter(({ direction, hex }) => direction === 'fromClient' && hex.length / 2 === bytes)
-    .map(({ hex }) => Buffer.from(hex, 'hex').readUInt32BE(kIpAndUdpBytes + 4));
+    .filter(({ direction, hex }) => direction === 'fromClient' && hex.length / 2 === kPacketBytes)
+    .map(({ hex }) => datagramNumber(hex));
 }
 
 const isAscending = (numbers) => numbers.every((number, i) => i === 0 || number > numbers[i - 1]);

@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 
 import { kPlc } from '../../lab/network.mjs';
 import { waitUntil } from '../../lab/program.mjs';
-import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { datagramNumber, describe, startTraffic } from '../../lab/traffic.mjs';
 import { connect, occurrences, scenario } from './scenario.mjs';
 
 // Each is given an answer that the program has had already: a second one shows that it was delivered.
@@ -24,9 +24,8 @@ async function oneAnswer(lab, traffic) {
   await lab.service.keepPackets(true);
   await traffic.waitUntilFlowing();
   await lab.service.keepPackets(false);
-  const kUdp = '11';  // the protocol field of an IPv4 header
   const answers = (await lab.service.packets()).filter(({ direction, hex }) =>
-    direction === 'toClient' && hex.slice(18, 20) === kUdp);
+    direction === 'toClient' && datagramNumber(hex) !== null);
   return answers.at(-1).hex;
 }
 

@@ -5,7 +5,7 @@ import { setTimeout as sleep } from 'node:timers/promises';
 import { kServicePort } from '../../lab/lab.mjs';
 import { kCloud, kPlc } from '../../lab/network.mjs';
 import { waitUntil } from '../../lab/program.mjs';
-import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { datagramNumber, describe, startTraffic } from '../../lab/traffic.mjs';
 import { connect, occurrences, scenario } from './scenario.mjs';
 
 const kLost = '警告：中继连接中断，软件隧道正在自动重连。';
@@ -26,6 +26,12 @@ async function seesReturn(program, traffic) {
   await program.waitForText('#s-state', '在线', 30_000);
   await program.waitForLog(new RegExp(`${kLost}[^]*${kFound}`));
   await traffic.waitUntilFlowing();
+}
+
+/** The numbers of the datagrams that reached the service, in order of arrival. */
+async function arrived(lab) {
+  return (await lab.service.packets()).filter(({ direction }) => direction === 'fromClient')
+    .map(({ hex }) => datagramNumber(hex)).filter((number) => number !== null);
 }
 
 /**
@@ -90,14 +96,24 @@ scenario('a relay that hangs or falls silent is given up after 8 s and found aga
 
     const stopped = await duringTraffic(lab, t, `service stopped for ${kStoppedMs / 1000} s`, async (traffic) => {
       const [{ timeMs: connectedMs }] = await lab.service.relayAttempts();
+      await lab.service.keepPackets(true);
       const startMs = performance.now();
+      const { udp: atStop } = await traffic.report();
       lab.pauseService();
       await seesLoss(program);
+      const { udp: atLoss } = await traffic.report();
       assert.ok(performance.now() - startMs > 7_000, 'the connection was given up too early');
       await sleep(kStoppedMs - (performance.now() - startMs));
       assert.equal(await program.state(), '未连接', 'a relay that answers nothing is no relay');
+      const { udp: atEnd } = await traffic.report();
       lab.continueService();
       await seesReturn(program, traffic);
+      // What was sent before the loss waited in the relay's buffers. The UDP path lasts until the first
+      // attempt, a second longer; all later datagrams had no way and must not come after all.
+      const late = (await arrived(lab)).filter((number) => number >= atStop.sent && number < atEnd.sent);
+      t.diagnostic(`the relay went on with ${late.length} old datagrams`);
+      const newest = Math.max(...late);
+      assert.ok(newest < atLoss.sent + 100, `sent after the loss: ${newest - atLoss.sent}`);
       const attempts = await lab.service.relayAttempts({ sinceMs: connectedMs + 1 });
       // 1 s after the loss and 2 s after that; each waits 8 s for the response. The kernel took both.
       assert.ok(attempts.length >= 2, `${attempts.length} attempts`);
