@@ -46,6 +46,7 @@ void SocketUdpRelay::StartUdpRelay(const UdpRelayRequest& request) {
   const DatagramSocketPointer socket = deps_.openSocket(request.serverUrl, kAttemptTime);
   const auto hello = std::make_shared<const std::vector<std::byte>>(
       BuildHello(request.connectionId, request.engineerId));
+  token_ = 0;  // an earlier path's means nothing to this one
   {
     // From here on Close() reaches the socket; a stop that came before shows in keepGoing.
     const platform::MutexLock held(udpLock_);
@@ -100,9 +101,9 @@ void SocketUdpRelay::Close() noexcept {
     const platform::MutexLock held(udpLock_);
     socket = std::move(socket_);
     socket_ = nullptr;
+    ready_ = false;
   }
   closed_.NotifyAll();
-  ready_ = false;
   if (socket != nullptr) socket->Close();
 }
 
@@ -173,7 +174,12 @@ bool SocketUdpRelay::SendHello() {
 
 void SocketUdpRelay::SetReady(bool ready) {
   const platform::MutexLock held(reportLock_);
-  ready_ = ready;
+  {
+    // A closed path is not ready, whatever was on its way here when Close() came.
+    const platform::MutexLock open(udpLock_);
+    if (socket_ == nullptr) return;
+    ready_ = ready;
+  }
   if (reported_ == ready) return;
   reported_ = ready;
   hooks_.readyChanged(ready);

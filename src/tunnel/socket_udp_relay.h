@@ -56,7 +56,7 @@ class SocketUdpRelay final : public UdpRelay {
   void KeepAliveLoop() noexcept;
   bool SendHello();
   bool HasRecentAcknowledgement() const;
-  void SetReady(bool ready) EXCLUDES(reportLock_);
+  void SetReady(bool ready) EXCLUDES(reportLock_, udpLock_);
   // False when the path was closed, at once or meanwhile.
   bool WaitOut(std::chrono::milliseconds time) EXCLUDES(udpLock_);
 

@@ -78,8 +78,9 @@ class FakeDatagrams::FakeSocket final : public DatagramSocket {
     for (;;) {
       if (isClosed_) return {0, platform::SocketClosedError()};
       if (world_.receiveError_ != 0) return {0, std::exchange(world_.receiveError_, 0)};
+      if (world_.attemptError_ != 0 && IsAttempt()) return {0, world_.attemptError_};
       if (!world_.incoming_.empty()) break;
-      if (timeout_ <= kLongestAttempt) world_.now_ = std::max(world_.now_, end);
+      if (IsAttempt()) world_.now_ = std::max(world_.now_, end);
       if (world_.now_ >= end) return {0, kTimedOut};
       world_.changed_.WaitFor(world_.lock_, milliseconds(100));
     }
@@ -90,6 +91,8 @@ class FakeDatagrams::FakeSocket final : public DatagramSocket {
     return {size, 0};
   }
 
+  [[nodiscard]] bool IsAttempt() const { return timeout_ <= kLongestAttempt; }
+
   FakeDatagrams& world_;
   milliseconds timeout_;
   bool isClosed_ = false;
@@ -97,7 +100,11 @@ class FakeDatagrams::FakeSocket final : public DatagramSocket {
 
 UdpRelayDeps FakeDatagrams::Deps() {
   UdpRelayDeps deps;
-  deps.openSocket = [this](const std::wstring&, milliseconds timeout) {
+  deps.openSocket = [this](const std::wstring& serverUrl, milliseconds timeout) {
+    {
+      const platform::MutexLock held(lock_);
+      openings_.push_back({serverUrl, timeout});
+    }
     return std::make_shared<FakeSocket>(*this, timeout);
   };
   deps.now = [this]() { return Now(); };
@@ -105,10 +112,12 @@ UdpRelayDeps FakeDatagrams::Deps() {
                   REQUIRES(mutex) {
                     {
                       const platform::MutexLock held(lock_);
-                      if (time <= kErrorPause)
+                      if (time <= kErrorPause) {
                         now_ += time;
-                      else
+                        pauses_.push_back(time);
+                      } else {
                         sleepsUntil_ = now_ + time;
+                      }
                     }
                     changed_.NotifyAll();
                     condition.WaitFor(mutex, kSlice);
@@ -133,6 +142,11 @@ void FakeDatagrams::FailReceive(int error) {
   changed_.NotifyAll();
 }
 
+void FakeDatagrams::FailAttempts(int error) {
+  const platform::MutexLock held(lock_);
+  attemptError_ = error;
+}
+
 void FakeDatagrams::FailSends(bool fail) {
   const platform::MutexLock held(lock_);
   failSends_ = fail;
@@ -154,9 +168,19 @@ std::vector<Bytes> FakeDatagrams::Sent() const {
   return sent_;
 }
 
+std::vector<FakeDatagrams::Opening> FakeDatagrams::Openings() const {
+  const platform::MutexLock held(lock_);
+  return openings_;
+}
+
 std::vector<milliseconds> FakeDatagrams::Timeouts() const {
   const platform::MutexLock held(lock_);
   return timeouts_;
+}
+
+std::vector<milliseconds> FakeDatagrams::Pauses() const {
+  const platform::MutexLock held(lock_);
+  return pauses_;
 }
 
 int FakeDatagrams::OpenSockets() const {

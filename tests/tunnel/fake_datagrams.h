@@ -3,6 +3,7 @@
 #include <chrono>
 #include <deque>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "platform/mutex.h"
@@ -27,14 +28,25 @@ class FakeDatagrams {
   void Deliver(Bytes datagram) EXCLUDES(lock_);
   // The next receive fails with this error.
   void FailReceive(int error) EXCLUDES(lock_);
+  // Every receive of a start's attempts fails with this error from now on.
+  void FailAttempts(int error) EXCLUDES(lock_);
   // Sends fail from now on.
   void FailSends(bool fail) EXCLUDES(lock_);
   void Advance(std::chrono::milliseconds time) EXCLUDES(lock_);
 
   [[nodiscard]] std::chrono::milliseconds Now() const EXCLUDES(lock_);
   [[nodiscard]] std::vector<Bytes> Sent() const EXCLUDES(lock_);
+  // What each socket was opened with.
+  struct Opening {
+    std::wstring serverUrl;
+    std::chrono::milliseconds timeout;
+    friend bool operator==(const Opening&, const Opening&) = default;
+  };
+  [[nodiscard]] std::vector<Opening> Openings() const EXCLUDES(lock_);
   // The receive time-outs in the order they were set.
   [[nodiscard]] std::vector<std::chrono::milliseconds> Timeouts() const EXCLUDES(lock_);
+  // What was waited for at most 20 ms each.
+  [[nodiscard]] std::vector<std::chrono::milliseconds> Pauses() const EXCLUDES(lock_);
   [[nodiscard]] int OpenSockets() const EXCLUDES(lock_);
   [[nodiscard]] bool WaitForSent(std::size_t count) EXCLUDES(lock_);
   // True once every datagram has been received and the receiver waits again.
@@ -53,8 +65,11 @@ class FakeDatagrams {
   std::chrono::milliseconds now_ GUARDED_BY(lock_){1000000};
   std::deque<Bytes> incoming_ GUARDED_BY(lock_);
   std::vector<Bytes> sent_ GUARDED_BY(lock_);
+  std::vector<Opening> openings_ GUARDED_BY(lock_);
   std::vector<std::chrono::milliseconds> timeouts_ GUARDED_BY(lock_);
-  int receiveError_ GUARDED_BY(lock_) = 0;
+  std::vector<std::chrono::milliseconds> pauses_ GUARDED_BY(lock_);
+  int receiveError_ GUARDED_BY(lock_) = 0;  // of one receive
+  int attemptError_ GUARDED_BY(lock_) = 0;
   bool failSends_ GUARDED_BY(lock_) = false;
   int openSockets_ GUARDED_BY(lock_) = 0;
   int receivers_ GUARDED_BY(lock_) = 0;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -80,6 +81,9 @@ class SocketUdpRelayTest : public testing::Test {
 TEST_F(SocketUdpRelayTest, AnAcknowledgedStartIsReadyAtOnce) {
   Start();
   EXPECT_TRUE(relay_.IsReady());
+  EXPECT_EQ(
+      world_.Openings(),
+      (std::vector<FakeDatagrams::Opening>{{L"http://relay.example:31080", milliseconds(900)}}));
   EXPECT_EQ(world_.Sent(), std::vector<Bytes>{BuildHello(L"C1", L"ENG-1")});
   EXPECT_EQ(world_.Timeouts(), (std::vector<milliseconds>{milliseconds(900), milliseconds(2000)}));
 }
@@ -146,6 +150,29 @@ TEST_F(SocketUdpRelayTest, AnErrorDuringAnAttemptDoesNotEndIt) {
   Start();
   EXPECT_TRUE(relay_.IsReady());
   EXPECT_EQ(hellos, 1);
+  EXPECT_EQ(world_.Pauses(), std::vector<milliseconds>{milliseconds(20)});
+}
+
+TEST_F(SocketUdpRelayTest, AnErrorDuringAnAttemptDoesNotLengthenIt) {
+  AcknowledgeNothing();
+  world_.FailReceive(kConnectionReset);
+  const milliseconds before = world_.Now();
+  Start();
+  EXPECT_EQ(world_.Now() - before, milliseconds(3600));
+  std::vector<milliseconds> expected;
+  for (const int time : {900, 880, 900, 900, 900, 2000}) expected.emplace_back(time);
+  EXPECT_EQ(world_.Timeouts(), expected);
+}
+
+TEST_F(SocketUdpRelayTest, AComputerThatRefusesEveryHelloIsAskedFourTimesAllTheSame) {
+  AcknowledgeNothing();
+  world_.FailAttempts(kConnectionReset);
+  const milliseconds before = world_.Now();
+  Start();
+  EXPECT_EQ(world_.Now() - before, milliseconds(3600));
+  EXPECT_EQ(world_.Sent().size(), 4U);
+  EXPECT_EQ(world_.Pauses(), std::vector<milliseconds>(180, milliseconds(20)));
+  EXPECT_FALSE(relay_.IsReady());
 }
 
 TEST_F(SocketUdpRelayTest, HellosThatCannotBeSentStillTakeTheirTime) {
@@ -160,11 +187,34 @@ TEST_F(SocketUdpRelayTest, AStopEndsTheAttempts) {
   std::atomic<int> hellos{0};
   world_.AnswerHellosWith([&]() {
     if (++hellos == 2) keepGoing_ = false;
-    return std::vector<Bytes>{};
+    return std::vector<Bytes>{Pattern(14)};
   });
+  const milliseconds before = world_.Now();
   Start();
   EXPECT_EQ(hellos, 2);
+  EXPECT_EQ(world_.Now() - before, milliseconds(900));  // nothing of the second attempt's time
   EXPECT_FALSE(relay_.IsReady());
+  EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(SocketUdpRelayTest, AnAcknowledgementThatComesAfterAStopMakesNothingReady) {
+  world_.AnswerHellosWith([this]() {
+    keepGoing_ = false;
+    return std::vector<Bytes>{AcknowledgementOf(kToken)};
+  });
+  Start();
+  EXPECT_FALSE(relay_.IsReady());
+  EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(SocketUdpRelayTest, BothThreadsEndWithTheTunnelThoughNobodyClosesThePath) {
+  Start();
+  ASSERT_TRUE(world_.WaitForSleeper());
+  ASSERT_TRUE(world_.WaitForQuiet());
+  keepGoing_ = false;
+  world_.Advance(seconds(15));
+  relay_.Join();
+  EXPECT_EQ(world_.Sent().size(), 1U);
 }
 
 TEST_F(SocketUdpRelayTest, AStopBeforeTheStartSendsNothing) {
@@ -184,6 +234,36 @@ TEST_F(SocketUdpRelayTest, ClosingEndsAStartThatWaits) {
   EXPECT_EQ(hellos, 1);
   EXPECT_FALSE(relay_.IsReady());
   EXPECT_FALSE(relay_.SendUdpPacket(Pattern(20)));
+}
+
+TEST_F(SocketUdpRelayTest, APathClosedAtTheEndOfItsStartDoesNotBecomeReady) {
+  std::atomic<bool> isClosed{false};
+  std::atomic<int> reports{0};
+  std::unique_ptr<SocketUdpRelay> relay;
+  UdpRelayHooks hooks;
+  hooks.keepGoing = [&]() {
+    // The acknowledgement has come, its report has not.
+    const bool isAsked = std::ranges::count(world_.Timeouts(), milliseconds(2000)) > 0;
+    if (isAsked && !isClosed.exchange(true)) relay->Close();
+    return true;
+  };
+  hooks.readyChanged = [&](bool) { ++reports; };
+  relay = std::make_unique<SocketUdpRelay>(std::move(hooks), world_.Deps());
+  relay->StartUdpRelay({L"http://relay.example", L"C1", L"ENG-1"});
+  relay->Join();
+  EXPECT_FALSE(relay->IsReady());
+  EXPECT_EQ(reports, 0);
+}
+
+TEST_F(SocketUdpRelayTest, ATokenOfAnEarlierPathIsNotUsedWhileANewStartAsks) {
+  Start();
+  std::atomic<int> sent{0};
+  world_.AnswerHellosWith([&]() {
+    if (relay_.SendUdpPacket(Pattern(20))) ++sent;
+    return std::vector<Bytes>{};
+  });
+  Restart();
+  EXPECT_EQ(sent, 0);
 }
 
 TEST_F(SocketUdpRelayTest, ALaterAcknowledgementMakesThePathReady) {
@@ -342,6 +422,7 @@ TEST_F(SocketUdpRelayTest, ReceivesOnAfterErrorsAndTimeouts) {
     Receive(PacketDatagram(kToken, Pattern(20)));
   }
   EXPECT_EQ(Inbound().size(), 3U);
+  EXPECT_EQ(world_.Pauses(), std::vector<milliseconds>(3, milliseconds(20)));
 }
 
 TEST_F(SocketUdpRelayTest, AClosedPathIsNotReadyAndMayStartAgain) {
