@@ -3,6 +3,7 @@
 
 #include <system_error>
 
+#include "tunnel/fake_datagrams.h"
 #include "tunnel/test_session.h"
 
 // What only a POSIX system lets a test spoil: making threads.
@@ -38,6 +39,22 @@ TEST_F(SessionPosixTest, AThreadThatCannotBeMadeFailsTheStartAndLeavesNothing) {
   EXPECT_FALSE(session_->IsRelayConnected());
   ExpectNothingLeft();
   session_->Start(request_);
+}
+
+TEST(SocketUdpRelayPosix, AThreadThatCannotBeMadeFailsTheStartAndThePathMayStartAgain) {
+  FakeDatagrams world;
+  world.AnswerHellosWith([]() { return std::vector<Bytes>{AcknowledgementOf(1)}; });
+  SocketUdpRelay relay({[](std::span<std::byte>) {}, []() { return true; }, [](bool) {}},
+                       world.Deps());
+  {
+    const NoNewThreads spoiled;
+    EXPECT_THROW(relay.StartUdpRelay({}), std::system_error);
+  }
+  relay.Close();
+  relay.Join();
+  EXPECT_EQ(world.OpenSockets(), 0);
+  relay.StartUdpRelay({});
+  EXPECT_TRUE(relay.IsReady());
 }
 
 }  // namespace

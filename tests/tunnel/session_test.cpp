@@ -344,6 +344,8 @@ TEST_F(SessionTest, StopEndsTheWaitBeforeAReconnect) {
   ASSERT_TRUE(world_.WaitForPauses(1));
   EXPECT_EQ(session_->Stop(), kStopped);
   ExpectNothingLeft();
+  EXPECT_EQ(relay_.Requests().size(), 1U);
+  EXPECT_EQ(session_->LastRelayError(), "");  // none was tried
 }
 
 TEST_F(SessionTest, StopEndsARelayThatStaysSilentInTheHandshake) {

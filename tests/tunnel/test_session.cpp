@@ -14,7 +14,7 @@ class NotingUdpRelay : public UdpRelay {
   void StartUdpRelay(const UdpRelayRequest& request) override {
     world_.StartUdp(request, Handles());
   }
-  void Close() noexcept override { world_.Note("udp close" + Handles()); }
+  void Close() noexcept override { world_.CloseUdp(Handles()); }
   void Join() noexcept override { world_.Note("udp join"); }
   [[nodiscard]] bool IsReady() const noexcept override { return false; }
   bool SendUdpPacket(std::span<const std::byte>) override { return false; }
@@ -124,11 +124,20 @@ std::vector<UdpRelayRequest> TestWorld::UdpStarts() const {
 
 void TestWorld::StartUdp(const UdpRelayRequest& request, const std::string& handles) {
   if (const char* const error = udpError) throw std::runtime_error(error);
-  {
-    const platform::MutexLock held(lock_);
-    udpStarts_.push_back(request);
-    events_.push_back("udp start" + handles);
-  }
+  const platform::MutexLock held(lock_);
+  udpStarts_.push_back(request);
+  events_.push_back("udp start" + handles);
+  changed_.NotifyAll();
+  if (udpStartEndsAfter == 0) return;
+  const int enough = udpCloses_ + udpStartEndsAfter;
+  EXPECT_TRUE(WaitUntil([&]() REQUIRES(lock_) { return udpCloses_ >= enough; }));
+  events_.emplace_back("udp started");
+}
+
+void TestWorld::CloseUdp(const std::string& handles) {
+  const platform::MutexLock held(lock_);
+  ++udpCloses_;
+  events_.push_back("udp close" + handles);
   changed_.NotifyAll();
 }
 

@@ -24,6 +24,7 @@ class TestWorld {
   std::atomic<const char*> driverError{nullptr};  // what loading the driver throws
   std::atomic<const char*> udpError{nullptr};     // what starting the UDP path throws
   std::atomic<bool> failCommands{false};
+  std::atomic<int> udpStartEndsAfter{0};  // a start of the UDP path waits for so many closes
 
   SessionDeps Deps(FakeDriver& driver);
 
@@ -37,7 +38,8 @@ class TestWorld {
   [[nodiscard]] std::vector<std::chrono::milliseconds> Pauses() const EXCLUDES(lock_);
   [[nodiscard]] std::vector<std::wstring> Commands() const EXCLUDES(lock_);
   // What happened since the last call, with what of the driver was open then: "udp start with N
-  // handles", "udp close with N handles", "udp join", "command with N libraries".
+  // handles", "udp started" after one that waited, "udp close with N handles", "udp join", "command
+  // with N libraries".
   std::vector<std::string> Take() EXCLUDES(lock_);
 
   // What the session gave the UDP path at its making, and what each start of it asked for.
@@ -45,6 +47,7 @@ class TestWorld {
   [[nodiscard]] std::vector<UdpRelayRequest> UdpStarts() const EXCLUDES(lock_);
 
   void StartUdp(const UdpRelayRequest& request, const std::string& handles) EXCLUDES(lock_);
+  void CloseUdp(const std::string& handles) EXCLUDES(lock_);
   void Note(std::string event) EXCLUDES(lock_);
 
  private:
@@ -58,6 +61,7 @@ class TestWorld {
   int released_ GUARDED_BY(lock_) = 0;
   UdpRelayHooks udpHooks_;  // set while the session is made
   std::vector<UdpRelayRequest> udpStarts_ GUARDED_BY(lock_);
+  int udpCloses_ GUARDED_BY(lock_) = 0;
   std::vector<std::chrono::milliseconds> pauses_ GUARDED_BY(lock_);
   std::vector<std::wstring> commands_ GUARDED_BY(lock_);
   std::vector<std::string> events_ GUARDED_BY(lock_);
