@@ -14,7 +14,9 @@ namespace {
 using Raw = SOCKET;
 using Length = int;
 constexpr int kSendFlags = 0;
+constexpr int kDatagramFlags = 0;
 constexpr int kClosed = WSAENOTSOCK;
+constexpr int kTooLong = WSAEMSGSIZE;
 
 bool IsValid(Raw raw) noexcept {
   return raw != INVALID_SOCKET;
@@ -50,7 +52,9 @@ std::chrono::milliseconds FromTimeValue(TimeValue value) noexcept {
 using Raw = int;
 using Length = std::size_t;
 constexpr int kSendFlags = MSG_NOSIGNAL;
+constexpr int kDatagramFlags = MSG_TRUNC;  // tell the length of a datagram that is cut
 constexpr int kClosed = EBADF;
+constexpr int kTooLong = EMSGSIZE;
 
 bool IsValid(Raw raw) noexcept {
   return raw >= 0;
@@ -321,8 +325,9 @@ SocketResult Socket::ReceiveFrom(std::span<std::byte> buffer, SocketAddress& fro
   sockaddr_storage storage{};
   socklen_t size = sizeof(storage);
   sockaddr* const name = static_cast<sockaddr*>(static_cast<void*>(&storage));
-  const SocketResult result = call.Judge(ToResult(
-      ::recvfrom(call.Handle(), Bytes(buffer.data()), ToLength(buffer.size()), 0, name, &size)));
+  const SocketResult result = call.Judge(ToResult(::recvfrom(
+      call.Handle(), Bytes(buffer.data()), ToLength(buffer.size()), kDatagramFlags, name, &size)));
+  if (result.bytes > buffer.size()) return {0, kTooLong};  // Winsock says so by itself
   if (result.error == 0) {
     from = SocketAddress::FromSystem(&storage, static_cast<std::size_t>(size));
   }

@@ -89,7 +89,8 @@ class Socket {
   // One send or recv; may move less than asked. Never raises SIGPIPE.
   SocketResult Send(std::span<const std::byte> bytes) noexcept;
   SocketResult Receive(std::span<std::byte> buffer) noexcept;
-  // One datagram. Receive cuts one that is longer than `buffer` (Windows reports error 10040).
+  // One datagram. Receiving one that is longer than `buffer` is an error (WSAEMSGSIZE, EMSGSIZE),
+  // and the datagram is gone.
   SocketResult SendTo(std::span<const std::byte> bytes, const SocketAddress& to) noexcept;
   SocketResult ReceiveFrom(std::span<std::byte> buffer, SocketAddress& from) noexcept;
 

@@ -19,7 +19,7 @@ class DatagramSocket {
   virtual ~DatagramSocket() = default;
   virtual void SetReceiveTimeout(std::chrono::milliseconds timeout) noexcept = 0;
   virtual platform::SocketResult Send(std::span<const std::byte> datagram) noexcept = 0;
-  // One datagram, whoever sent it. One that is longer than `buffer` is cut or an error.
+  // One datagram, whoever sent it. One that is longer than `buffer` is an error, and gone.
   virtual platform::SocketResult Receive(std::span<std::byte> buffer) noexcept = 0;
   virtual void Close() noexcept = 0;
 };

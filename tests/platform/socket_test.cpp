@@ -158,6 +158,20 @@ TEST_F(SocketTest, CarriesDatagrams) {
   EXPECT_EQ(from.Port(), left->LocalAddress().Port());
 }
 
+TEST_F(SocketTest, ADatagramLongerThanTheBufferIsAnErrorAndGone) {
+  const std::shared_ptr<Socket> left = MakeBound(SocketKind::UdpIpv4);
+  const std::shared_ptr<Socket> right = MakeBound(SocketKind::UdpIpv4);
+  const std::array<std::byte, 65> bytes{};
+  SocketAddress from;
+  for (const std::size_t size : {65U, 64U, 0U}) {
+    EXPECT_EQ(left->SendTo(std::span(bytes).first(size), right->LocalAddress()).bytes, size);
+    const SocketResult received = right->ReceiveFrom(buffer_, from);
+    EXPECT_EQ(received.bytes, size > buffer_.size() ? 0 : size);
+    EXPECT_EQ(received.error != 0, size > buffer_.size()) << received.error;
+    EXPECT_FALSE(IsSocketTimeout(received.error) || IsSocketClosed(received.error));
+  }
+}
+
 TEST_F(SocketTest, CloseWakesABlockedReceive) {
   Connect();
   EXPECT_EQ(CloseDuring(*client_, [&]() { return client_->Receive(buffer_).error; }),
