@@ -38,7 +38,8 @@ struct SessionDeps {
 //          under way: it closes what the Start has opened, and the Start fails. Three threads run
 //          inside: capture, relay and sender; with the UDP relay's own, five.
 // Locks:   the thread lock (start and stop) outermost; then the packet lock before the queue's;
-//          relay, driver and status locks are taken alone or innermost.
+//          relay, driver, status and observer locks are innermost: no other lock of the session
+//          is taken under them.
 // Errors:  Start throws std::runtime_error and leaves nothing running.
 class Session final : public Tunnel {
  public:

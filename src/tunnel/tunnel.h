@@ -27,7 +27,7 @@ struct TunnelStarted {
 // Threads: Start and Stop may be called from any thread and wait for each other; the two flags are
 //          atomic and may be read at any moment.
 // Errors:  Start throws std::runtime_error with a fixed English text and then leaves nothing
-// running.
+//          running.
 class Tunnel {
  public:
   virtual ~Tunnel() = default;

@@ -14,7 +14,8 @@ struct UdpRelayHooks {
   std::function<void(std::span<std::byte>)> inbound;
   // False as soon as the tunnel stops; to be asked before each wait and each attempt.
   std::function<bool()> keepGoing;
-  // Told at the first start whether the path is ready, then at each change, one call at a time.
+  // Told at the first start whether the path is ready, then at each change, one call at a time. A
+  // close is no change: what was told stays until the next start.
   std::function<void(bool ready)> readyChanged;
 };
 
@@ -29,10 +30,9 @@ struct UdpRelayRequest {
 // over the WebSocket.
 //
 // Threads: StartUdpRelay() and Join() by the thread that starts, reconnects or stops the tunnel,
-// one
-//          at a time; everything else by any thread at any moment. An implementation runs its own
-//          receiving and keep-alive threads, from the start until Close(), and calls the inbound
-//          handler that it was made with from the receiving one.
+//          one at a time; everything else by any thread at any moment. An implementation runs its
+//          own receiving and keep-alive threads, from the start until Close(), and calls the
+//          inbound handler that it was made with from the receiving one.
 // Errors:  StartUdpRelay() throws std::runtime_error with a fixed text, which fails the tunnel's
 //          start or reconnect.
 class UdpRelay {

@@ -17,6 +17,7 @@ constexpr milliseconds kSlice{1};
 // WSAETIMEDOUT or ETIMEDOUT.
 const int kTimedOut = platform::IsSocketTimeout(10060) ? 10060 : 110;
 constexpr int kSendRefused = 10051;
+constexpr int kTooLong = 10040;
 
 bool IsHello(std::span<const std::byte> datagram) {
   return datagram.size() > 4 && (datagram[4] == std::byte{1} || datagram[4] == std::byte{2});
@@ -86,9 +87,9 @@ class FakeDatagrams::FakeSocket final : public DatagramSocket {
     }
     const Bytes datagram = std::move(world_.incoming_.front());
     world_.incoming_.pop_front();
-    const std::size_t size = std::min(datagram.size(), buffer.size());
-    std::copy_n(datagram.begin(), size, buffer.begin());
-    return {size, 0};
+    if (datagram.size() > buffer.size()) return {0, kTooLong};
+    std::ranges::copy(datagram, buffer.begin());
+    return {datagram.size(), 0};
   }
 
   [[nodiscard]] bool IsAttempt() const { return timeout_ <= kLongestAttempt; }
@@ -112,6 +113,7 @@ UdpRelayDeps FakeDatagrams::Deps() {
                   REQUIRES(mutex) {
                     {
                       const platform::MutexLock held(lock_);
+                      ++waits_;
                       if (time <= kErrorPause) {
                         now_ += time;
                         pauses_.push_back(time);
@@ -208,6 +210,11 @@ bool FakeDatagrams::WaitForQuiet() {
   return WaitUntil([this]() REQUIRES(lock_) {
     return incoming_.empty() && receiveError_ == 0 && receivers_ > 0;
   });
+}
+
+bool FakeDatagrams::WaitForWaits(std::size_t count) {
+  const platform::MutexLock held(lock_);
+  return WaitUntil([&]() REQUIRES(lock_) { return waits_ >= count; });
 }
 
 bool FakeDatagrams::WaitForSleeper() {

@@ -51,6 +51,8 @@ class FakeDatagrams {
   [[nodiscard]] bool WaitForSent(std::size_t count) EXCLUDES(lock_);
   // True once every datagram has been received and the receiver waits again.
   [[nodiscard]] bool WaitForQuiet() EXCLUDES(lock_);
+  // True once the path has gone to wait so many times in all; each wait wakes by itself soon.
+  [[nodiscard]] bool WaitForWaits(std::size_t count) EXCLUDES(lock_);
   // True once the keep-alive waits for a time that has not come.
   [[nodiscard]] bool WaitForSleeper() EXCLUDES(lock_);
 
@@ -73,6 +75,7 @@ class FakeDatagrams {
   bool failSends_ GUARDED_BY(lock_) = false;
   int openSockets_ GUARDED_BY(lock_) = 0;
   int receivers_ GUARDED_BY(lock_) = 0;
+  std::size_t waits_ GUARDED_BY(lock_) = 0;
   std::chrono::milliseconds sleepsUntil_ GUARDED_BY(lock_){0};
 };
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <stdexcept>
 #include <thread>
@@ -103,6 +104,18 @@ TEST_F(RelayLinkTest, AClosedRelayStaysCurrentUntilItIsReleased) {
   link_.Release();
   EXPECT_EQ(link_.Current(), nullptr);
   EXPECT_EQ(relay.use_count(), 1);
+}
+
+TEST_F(RelayLinkTest, TheLastErrorMayBeReadWhileItChanges) {
+  const std::string texts[] = {"getaddrinfo failed for relay host.", "UDP socket failed."};
+  link_.SetLastError(texts[0]);
+  std::atomic<bool> isDone{false};
+  std::thread writer([&]() {
+    for (std::size_t i = 0; i < 1000; ++i) link_.SetLastError(texts[i % 2]);
+    isDone = true;
+  });
+  while (!isDone) EXPECT_NE(std::ranges::find(texts, link_.LastError()), std::end(texts));
+  writer.join();
 }
 
 TEST_F(RelayLinkTest, NothingIsConnectedAfterAStop) {

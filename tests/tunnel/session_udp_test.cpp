@@ -86,6 +86,30 @@ TEST_F(SessionUdpTest, AUdpPathThatOpensAfterTheStopHasClosedItIsClosedAgain) {
   ExpectNothingLeft();
 }
 
+TEST_F(SessionUdpTest, TheObserverMayBeSetWhileThePathReports) {
+  std::atomic<int> reports{0};
+  std::thread path([this]() {
+    for (int i = 0; i < 1000; ++i) world_.UdpHooks().readyChanged(i % 2 == 0);
+  });
+  for (int i = 0; i < 100; ++i) {
+    session_->ObserveUdp([&reports](bool) { ++reports; });
+  }
+  path.join();
+  world_.UdpHooks().readyChanged(true);
+  EXPECT_GT(reports, 0);
+}
+
+TEST_F(SessionUdpTest, AFailedStartForgetsTheErrorOfTheTunnelBefore) {
+  StartAndLoseTheRelay();
+  relay_.SetBehaviour(TestRelay::Refuse());
+  world_.ReleasePause();
+  ASSERT_TRUE(world_.WaitForPauses(2));
+  EXPECT_NE(session_->LastRelayError(), "");
+  session_->Stop();
+  EXPECT_THROW(session_->Start(request_), std::runtime_error);
+  EXPECT_EQ(session_->LastRelayError(), "");
+}
+
 TEST_F(SessionUdpTest, ASecondStartEndsTheWaitBeforeAReconnect) {
   StartAndLoseTheRelay();
   session_->Start(request_);

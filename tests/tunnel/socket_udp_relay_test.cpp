@@ -303,6 +303,12 @@ TEST_F(SocketUdpRelayTest, SaysHelloEveryFifteenSeconds) {
   EXPECT_TRUE(relay_.IsReady());
 }
 
+TEST_F(SocketUdpRelayTest, AWakeUpBeforeTheTimeDoesNotBringTheNextHello) {
+  Start();
+  ASSERT_TRUE(world_.WaitForWaits(4));
+  EXPECT_EQ(world_.Sent().size(), 1U);
+}
+
 TEST_F(SocketUdpRelayTest, FortyFiveSecondsWithoutAcknowledgementAreALoss) {
   Start();
   AcknowledgeNothing();
@@ -338,6 +344,29 @@ TEST_F(SocketUdpRelayTest, TellsTheFirstStateAndThenEachChangeOnce) {
   Restart();
   Restart();
   EXPECT_EQ(Reports(), (std::vector<bool>{false, true, false, true}));
+}
+
+TEST_F(SocketUdpRelayTest, TwoThreadsReportInTurn) {
+  Start();
+  world_.FailSends(true);
+  for (int i = 0; i < 200; ++i) {
+    ASSERT_TRUE(world_.WaitForSleeper());
+    world_.Deliver(AcknowledgementOf(kToken));  // the receiver's report: ready
+    world_.Advance(seconds(15));                // the keep-alive's: not ready
+  }
+  const std::vector<bool> reports = Reports();
+  EXPECT_EQ(std::ranges::adjacent_find(reports), reports.end());
+}
+
+TEST_F(SocketUdpRelayTest, AHelloMayMeetTheClosing) {
+  for (int i = 0; i < 100; ++i) {
+    Restart();
+    ASSERT_TRUE(world_.WaitForSleeper());
+    world_.Advance(seconds(15));
+    relay_.Close();
+    relay_.Join();
+    EXPECT_EQ(world_.OpenSockets(), 0);
+  }
 }
 
 TEST_F(SocketUdpRelayTest, EachAcknowledgementPutsTheLossOff) {
@@ -390,6 +419,7 @@ TEST_F(SocketUdpRelayTest, HandsOverPacketsWithTheRightTokenOnly) {
   Receive(PacketDatagram(0, Pattern(21)));
   Receive(PacketDatagram(kToken + 1, Pattern(22)));
   Receive(PacketDatagram(kToken, {}));
+  Receive(PacketDatagram(kToken, Pattern(1388)));
   Receive(PacketDatagram(kToken, Pattern(1387)));
   EXPECT_EQ(Inbound(), (std::vector<Bytes>{Pattern(20), Pattern(1387)}));
 }
