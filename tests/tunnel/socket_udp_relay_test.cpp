@@ -175,6 +175,26 @@ TEST_F(SocketUdpRelayTest, ClosingEndsAStartThatWaits) {
   EXPECT_FALSE(relay_.SendUdpPacket(Pattern(20)));
 }
 
+TEST_F(SocketUdpRelayTest, AStopWhileTheNameIsResolvedLeavesNothingToSend) {
+  std::unique_ptr<SocketUdpRelay> relay;
+  UdpRelayDeps deps = world_.Deps();
+  deps.openSocket = [&, open = deps.openSocket](const std::wstring& serverUrl,
+                                                milliseconds timeout) {
+    keepGoing_ = false;
+    relay->Close();  // finds nothing to close
+    return open(serverUrl, timeout);
+  };
+  relay = std::make_unique<SocketUdpRelay>(
+      UdpRelayHooks{nullptr, [this]() { return keepGoing_.load(); }, nullptr}, std::move(deps));
+  relay->StartUdpRelay({});
+  EXPECT_FALSE(relay->IsReady());
+  EXPECT_TRUE(world_.Sent().empty());
+  // The threads have begun; the close that follows every stop ends them.
+  relay->Close();
+  relay->Join();
+  EXPECT_EQ(world_.OpenSockets(), 0);
+}
+
 TEST_F(SocketUdpRelayTest, APathClosedAtTheEndOfItsStartDoesNotBecomeReady) {
   std::atomic<bool> isClosed{false};
   std::atomic<int> reports{0};
