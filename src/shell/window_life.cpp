@@ -1,5 +1,6 @@
 #include <dwmapi.h>
 
+#include <string>
 #include <utility>
 
 #include "shell/job.h"
@@ -8,11 +9,14 @@
 #include "shell/window_events.h"
 #include "shell/window_messages.h"
 #include "shell/worker.h"
+#include "text/utf8.h"
 
 namespace shell {
 namespace {
 
 constexpr wchar_t kStarting[] = L"客户端启动中";
+constexpr wchar_t kNotReconnected[] = L"警告：自动重连未成功（";
+constexpr wchar_t kTryingOn[] = L"），将继续重试。";
 
 void AskForDarkTitleBar(HWND window) {
   constexpr DWORD kUseImmersiveDarkMode = 20;  // DWMWA_USE_IMMERSIVE_DARK_MODE
@@ -46,13 +50,25 @@ void StartUpdateCheck(const AppState& state) {
   }).detach();
 }
 
+// The tunnel's threads tell the window by message.
+void ObserveTunnel(AppState& state) {
+  const HWND window = state.window;
+  tunnel::TunnelObserver observer;
+  observer.linkChanged = [window] { ::PostMessageW(window, kLinkChanged, 0, 0); };
+  observer.reconnectFailed = [window](const std::string& reason) {
+    PostText(window, kNotice, kNotReconnected + text::FromUtf8(reason) + kTryingOn);
+  };
+  observer.udpChanged = [window](bool ready) {
+    ::PostMessageW(window, kUdpChanged, ready ? 1 : 0, 0);
+  };
+  state.tunnel->Observe(std::move(observer));
+}
+
 void Create(AppState& state, HWND window) {
   state.window = window;
   state.apartment = std::make_unique<ComApartment>();
   state.gdi.Create();
-  state.tunnel->ObserveLink([window] { ::PostMessageW(window, kLinkChanged, 0, 0); });
-  state.tunnel->ObserveUdp(
-      [window](bool ready) { ::PostMessageW(window, kUdpChanged, ready ? 1 : 0, 0); });
+  ObserveTunnel(state);
   AskForDarkTitleBar(window);
   StartPage(state);
   LoadSettings(state);

@@ -51,12 +51,21 @@ bool RelayWorker::Reconnect() {
     work_.udp.StartUdpRelay(work_.udpRequest);
   } catch (const std::exception& error) {
     work_.link.SetLastError(error.what());
+    TellFailure(error.what());
     reconnectDelay_ = std::min(reconnectDelay_ * 2, kLongestDelay);
     return false;
   }
+  toldReason_.clear();
   reconnectDelay_ = kFirstDelay;
   work_.linkChanged();
   return true;
+}
+
+// What a stop has ended is no failure worth telling.
+void RelayWorker::TellFailure(const std::string& reason) {
+  if (reason == toldReason_ || !work_.flags.KeepGoing()) return;
+  toldReason_ = reason;
+  work_.reconnectFailed(reason);
 }
 
 }  // namespace tunnel

@@ -22,6 +22,8 @@ struct RelayWork {
   std::function<void(std::span<std::byte>)> inbound;     // one packet; may throw
   std::function<void(std::chrono::milliseconds)> pause;  // a stop ends it at once
   std::function<void()> linkChanged;                     // lost, or found again
+  // As TunnelObserver says.
+  std::function<void(const std::string& reason)> reconnectFailed;
 };
 
 // The relay thread's body: hands every message of the current relay to the inbound path until the
@@ -38,8 +40,11 @@ class RelayWorker {
   // is 1 s again after a success. True when connected.
   bool Reconnect();
 
+  void TellFailure(const std::string& reason);
+
   const RelayWork work_;
   std::chrono::seconds reconnectDelay_{1};
+  std::string toldReason_;  // since the loss
 };
 
 }  // namespace tunnel

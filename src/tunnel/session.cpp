@@ -9,7 +9,6 @@
 #include "tunnel/ipv4.h"
 #include "tunnel/packet_sender.h"
 #include "tunnel/relay_url.h"
-#include "tunnel/relay_worker.h"
 
 namespace tunnel {
 namespace {
@@ -42,7 +41,7 @@ UdpRelayHooks Session::HooksForUdp() {
   hooks.keepGoing = [this]() { return flags_.KeepGoing(); };
   hooks.readyChanged = [this](bool ready) {
     const platform::MutexLock held(observerLock_);
-    udpChanged_(ready);
+    observer_.udpChanged(ready);
   };
   return hooks;
 }
@@ -117,27 +116,32 @@ void Session::Open(const TunnelRequest& request, const std::wstring& filter,
 
 void Session::StartThreads(const std::wstring& relayUrl, const UdpRelayRequest& udpRequest) {
   threads_.emplace_back([this]() noexcept { CaptureLoop(flags_, driver_, path_); });
-  RelayWork work{flags_,
-                 link_,
-                 *udp_,
-                 relayUrl,
-                 udpRequest,
-                 [this](std::span<std::byte> packet) { path_.HandleInbound(packet); },
-                 [this](std::chrono::milliseconds time) { deps_.pause(signal_, time); },
-                 linkChanged_};
-  threads_.emplace_back(
-      [worker = RelayWorker(std::move(work))]() mutable noexcept { worker.Run(); });
+  threads_.emplace_back([worker = RelayWorker(MakeRelayWork(
+                             relayUrl, udpRequest))]() mutable noexcept { worker.Run(); });
   threads_.emplace_back([this]() noexcept { SenderLoop(flags_, queue_, link_, *udp_); });
 }
 
-void Session::ObserveLink(std::function<void()> changed) {
-  const platform::MutexLock held(threadLock_);
-  linkChanged_ = std::move(changed);
+RelayWork Session::MakeRelayWork(const std::wstring& relayUrl, const UdpRelayRequest& udpRequest) {
+  return {flags_,
+          link_,
+          *udp_,
+          relayUrl,
+          udpRequest,
+          [this](std::span<std::byte> packet) { path_.HandleInbound(packet); },
+          [this](std::chrono::milliseconds time) { deps_.pause(signal_, time); },
+          [this]() {
+            const platform::MutexLock held(observerLock_);
+            observer_.linkChanged();
+          },
+          [this](const std::string& reason) {
+            const platform::MutexLock held(observerLock_);
+            observer_.reconnectFailed(reason);
+          }};
 }
 
-void Session::ObserveUdp(std::function<void(bool)> changed) {
+void Session::Observe(TunnelObserver observer) {
   const platform::MutexLock held(observerLock_);
-  udpChanged_ = std::move(changed);
+  observer_ = std::move(observer);
 }
 
 void Session::ThrowIfStopped() const {

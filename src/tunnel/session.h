@@ -12,6 +12,7 @@
 #include "tunnel/packet_path.h"
 #include "tunnel/packet_queue.h"
 #include "tunnel/relay_link.h"
+#include "tunnel/relay_worker.h"
 #include "tunnel/stop_signal.h"
 #include "tunnel/tunnel.h"
 #include "tunnel/tunnel_flags.h"
@@ -50,8 +51,7 @@ class Session final : public Tunnel {
   // Removes the driver's kernel service even if nothing was running. The text for that case says
   // that the tunnel is running; it is the established wording.
   std::wstring Stop() override EXCLUDES(threadLock_);
-  void ObserveLink(std::function<void()> changed) override EXCLUDES(threadLock_);
-  void ObserveUdp(std::function<void(bool ready)> changed) override EXCLUDES(observerLock_);
+  void Observe(TunnelObserver observer) override EXCLUDES(observerLock_);
   [[nodiscard]] bool IsRunning() const noexcept override { return flags_.running; }
   [[nodiscard]] bool IsRelayConnected() const noexcept override { return link_.IsConnected(); }
   // Why the last reconnect failed; empty while connected.
@@ -71,6 +71,7 @@ class Session final : public Tunnel {
   void TearDown() noexcept REQUIRES(threadLock_);
   void RemoveDriverService() noexcept;
   UdpRelayHooks HooksForUdp();
+  RelayWork MakeRelayWork(const std::wstring& relayUrl, const UdpRelayRequest& udpRequest);
 
   const SessionDeps deps_;
   TunnelFlags flags_;
@@ -81,9 +82,8 @@ class Session final : public Tunnel {
   RelayLink link_;
   platform::Mutex threadLock_;
   std::vector<std::thread> threads_ GUARDED_BY(threadLock_);
-  std::function<void()> linkChanged_ GUARDED_BY(threadLock_) = []() {};
-  platform::Mutex observerLock_;  // innermost; the UDP path's threads know no thread lock
-  std::function<void(bool)> udpChanged_ GUARDED_BY(observerLock_) = [](bool) {};
+  platform::Mutex observerLock_;  // innermost
+  TunnelObserver observer_ GUARDED_BY(observerLock_);
   std::unique_ptr<UdpRelay> udp_;  // set once, at construction; its threads use what is above
 };
 

@@ -22,6 +22,19 @@ struct TunnelStarted {
   std::wstring mappingText;                // one line a route, CRLF between; for display
 };
 
+// Who is told what happens to a running tunnel, from the tunnel's own threads, one call at a time.
+// None may throw, wait or call the tunnel's Start or Stop.
+struct TunnelObserver {
+  // The relay was lost or found again.
+  std::function<void()> linkChanged = []() {};
+  // An attempt to find it again has failed, for another reason than the one before or as the first;
+  // English text.
+  std::function<void(const std::string& reason)> reconnectFailed = [](const std::string&) {};
+  // Whether small packets go by UDP from now on or over the WebSocket; first told by the first
+  // start.
+  std::function<void(bool ready)> udpChanged = [](bool) {};
+};
+
 // The tunnel as the rest of the program sees it. Session is the real one.
 //
 // Threads: Start and Stop may be called from any thread and wait for each other; the two flags are
@@ -34,13 +47,8 @@ class Tunnel {
   virtual TunnelStarted Start(const TunnelRequest& request) = 0;
   // Returns the line for the engineer's log.
   virtual std::wstring Stop() = 0;
-  // `changed` is called from a thread of the tunnel whenever a running tunnel has lost its relay or
-  // found it again; it must not throw, wait or call the tunnel's Start or Stop. Set it before the
-  // first start.
-  virtual void ObserveLink(std::function<void()> changed) = 0;
-  // The same for the UDP path: `changed` is told whether small packets go by it from now on or
-  // over the WebSocket; first by the first start.
-  virtual void ObserveUdp(std::function<void(bool ready)> changed) = 0;
+  // To be set before the first start.
+  virtual void Observe(TunnelObserver observer) = 0;
   [[nodiscard]] virtual bool IsRunning() const noexcept = 0;
   [[nodiscard]] virtual bool IsRelayConnected() const noexcept = 0;
 };

@@ -72,8 +72,7 @@ class FakeWorld : public tunnel::Tunnel {
     events.push_back(L"stop");
     return stopText;
   }
-  void ObserveLink(std::function<void()>) override {}
-  void ObserveUdp(std::function<void(bool)>) override {}
+  void Observe(tunnel::TunnelObserver) override {}
   [[nodiscard]] bool IsRunning() const noexcept override { return false; }
   [[nodiscard]] bool IsRelayConnected() const noexcept override { return false; }
 

@@ -22,8 +22,7 @@ class FakeTunnel final : public tunnel::Tunnel {
     if (stopThrows) throw 7;
     return stopText;
   }
-  void ObserveLink(std::function<void()> changed) override { linkChanged = std::move(changed); }
-  void ObserveUdp(std::function<void(bool)> changed) override { udpChanged = std::move(changed); }
+  void Observe(tunnel::TunnelObserver given) override { observer = std::move(given); }
   bool IsRunning() const noexcept override { return running; }
   bool IsRelayConnected() const noexcept override { return relayConnected; }
 
@@ -31,8 +30,7 @@ class FakeTunnel final : public tunnel::Tunnel {
   std::atomic<bool> relayConnected{false};
   std::atomic<int> stops{0};
   bool stopThrows = false;
-  std::function<void()> linkChanged;
-  std::function<void(bool ready)> udpChanged;
+  tunnel::TunnelObserver observer;
   std::wstring stopText = L"软件隧道已停止。";
 };
 

@@ -243,7 +243,7 @@ TEST_F(WindowJobs, NoticesAreLoggedUnlessEmpty) {
 TEST_F(WindowJobs, LostAndRegainedRelaysAreShownAndLogged) {
   tunnel_->running = true;
   tunnel_->relayConnected = false;
-  tunnel_->linkChanged();
+  tunnel_->observer.linkChanged();
   Pump();
   EXPECT_EQ(PostedKinds(), (Names{"state", "log"}));
   EXPECT_NE(page_.posted[0].find(L"软件隧道正在自动重连"), std::wstring::npos);
@@ -251,29 +251,37 @@ TEST_F(WindowJobs, LostAndRegainedRelaysAreShownAndLogged) {
   ForgetRecords();
 
   tunnel_->relayConnected = true;
-  tunnel_->linkChanged();
+  tunnel_->observer.linkChanged();
   Pump();
   EXPECT_NE(page_.posted[0].find(L"\"state\":\"在线\""), std::wstring::npos);
   EXPECT_EQ(logged_, Lines{L"软件隧道已重新在线。"});
   ForgetRecords();
 
   tunnel_->running = false;
-  tunnel_->linkChanged();
+  tunnel_->observer.linkChanged();
   Pump();
   EXPECT_EQ(logged_, Lines{});
 }
 
+TEST_F(WindowJobs, TheReasonOfAFailedReconnectIsLogged) {
+  tunnel_->running = true;
+  tunnel_->observer.reconnectFailed("getaddrinfo failed for relay host.");
+  Pump();
+  EXPECT_EQ(logged_,
+            Lines{L"警告：自动重连未成功（getaddrinfo failed for relay host.），将继续重试。"});
+}
+
 TEST_F(WindowJobs, TheWayOfSmallPacketsIsLogged) {
   tunnel_->running = true;
-  tunnel_->udpChanged(true);
-  tunnel_->udpChanged(false);
+  tunnel_->observer.udpChanged(true);
+  tunnel_->observer.udpChanged(false);
   Pump();
   EXPECT_EQ(logged_, (Lines{L"UDP 通道已就绪：小数据包经 UDP 传输。",
                             L"提示：UDP 通道不可用，小数据包改经 WebSocket 传输，连接不受影响。"}));
   ForgetRecords();
 
   tunnel_->running = false;
-  tunnel_->udpChanged(true);
+  tunnel_->observer.udpChanged(true);
   Pump();
   EXPECT_EQ(logged_, Lines{});
 }

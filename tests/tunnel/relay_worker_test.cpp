@@ -36,7 +36,8 @@ class RelayWorkerTest : public testing::Test {
                         {},
                         [](std::span<std::byte>) {},
                         std::move(pause),
-                        [this]() { ++changes_; }});
+                        [this]() { ++changes_; },
+                        [](const std::string&) {}});
     worker.Run();
   }
 

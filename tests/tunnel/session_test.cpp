@@ -260,37 +260,6 @@ TEST_F(SessionTest, ALostRelayIsReplacedAndTrafficFlowsAgain) {
   EXPECT_EQ(session_->LastRelayError(), "");
 }
 
-TEST_F(SessionTest, TheObserverLearnsOfEachLossAndReturnOnceEach) {
-  std::atomic<int> losses{0};
-  std::atomic<int> returns{0};
-  session_->ObserveLink([&] { ++(session_->IsRelayConnected() ? returns : losses); });
-  session_->Start(request_);
-  ASSERT_TRUE(relay_.WaitForConnections(1));
-  EXPECT_EQ(losses + returns, 0);
-  world_.HoldPauses();
-  relay_.SetBehaviour(TestRelay::Refuse());
-  relay_.CutConnection();
-  world_.ReleasePause();
-  ASSERT_TRUE(world_.WaitForPauses(2));
-  EXPECT_EQ(losses, 1);
-  EXPECT_EQ(returns, 0);
-  relay_.SetBehaviour(relay_.Serve());
-  world_.ReleasePause();
-  ASSERT_TRUE(world_.WaitForUdpStarts(2));
-  session_->Stop();
-  EXPECT_EQ(losses, 1);
-  EXPECT_EQ(returns, 1);
-}
-
-TEST_F(SessionTest, TheUdpPathsReportsReachTheObserver) {
-  world_.UdpHooks().readyChanged(true);  // nobody listens yet
-  std::vector<bool> reports;
-  session_->ObserveUdp([&](bool ready) { reports.push_back(ready); });
-  world_.UdpHooks().readyChanged(false);
-  world_.UdpHooks().readyChanged(true);
-  EXPECT_EQ(reports, (std::vector<bool>{false, true}));
-}
-
 TEST_F(SessionTest, ACloseFrameFromTheRelayIsALoss) {
   session_->Start(request_);
   relay_.Push(ServerFrame(0x88, {}));  // the client may be gone before this returns

@@ -92,7 +92,9 @@ TEST_F(SessionUdpTest, TheObserverMayBeSetWhileThePathReports) {
     for (int i = 0; i < 1000; ++i) world_.UdpHooks().readyChanged(i % 2 == 0);
   });
   for (int i = 0; i < 100; ++i) {
-    session_->ObserveUdp([&reports](bool) { ++reports; });
+    TunnelObserver observer;
+    observer.udpChanged = [&reports](bool) { ++reports; };
+    session_->Observe(std::move(observer));
   }
   path.join();
   world_.UdpHooks().readyChanged(true);
