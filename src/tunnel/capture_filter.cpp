@@ -2,14 +2,15 @@
 
 #include <vector>
 
+#include "text/ipv4_text.h"
 #include "text/strings.h"
 
 namespace tunnel {
 
 std::wstring RouteClause(const RouteMapping& mapping) {
   const Ipv4Network mapped = mapping.Mapped();
-  return L"(ip.DstAddr >= " + FormatAddress(FirstAddress(mapped)) + L" and ip.DstAddr <= " +
-         FormatAddress(LastAddress(mapped)) + L")";
+  return L"(ip.DstAddr >= " + text::FormatIpv4(FirstAddress(mapped)) + L" and ip.DstAddr <= " +
+         text::FormatIpv4(LastAddress(mapped)) + L")";
 }
 
 std::wstring BuildCaptureFilter(std::span<const RouteMapping> mappings, bool discoveryMode) {

@@ -1,61 +1,19 @@
 #include "tunnel/ipv4.h"
 
+#include "text/ipv4_text.h"
+
 namespace tunnel {
-namespace {
-
-bool IsDigit(wchar_t unit) noexcept {
-  return unit >= L'0' && unit <= L'9';
-}
-
-// The octet at the start of `text`, which is cut off it.
-std::optional<std::uint32_t> TakeOctet(std::wstring_view& text) noexcept {
-  std::uint32_t value = 0;
-  std::size_t digits = 0;
-  while (digits < text.size() && IsDigit(text[digits])) {
-    if (digits > 0 && value == 0) return std::nullopt;  // a leading zero
-    value = value * 10 + static_cast<std::uint32_t>(text[digits] - L'0');
-    if (value > 255) return std::nullopt;
-    ++digits;
-  }
-  if (digits == 0) return std::nullopt;
-  text.remove_prefix(digits);
-  return value;
-}
-
-}  // namespace
-
 bool Overlaps(const Ipv4Network& a, const Ipv4Network& b) noexcept {
   if (FirstAddress(a) > LastAddress(b)) return false;
   return FirstAddress(b) <= LastAddress(a);
 }
 
-std::wstring FormatAddress(std::uint32_t address) {
-  std::wstring text = std::to_wstring(address >> 24);
-  for (const int shift : {16, 8, 0}) text += L'.' + std::to_wstring(address >> shift & 0xFF);
-  return text;
-}
-
 std::wstring FormatNetwork(const Ipv4Network& network) {
-  return FormatAddress(network.network) + L'/' + std::to_wstring(network.prefix);
+  return text::FormatIpv4(network.network) + L'/' + std::to_wstring(network.prefix);
 }
 
-std::optional<std::uint32_t> ParseIpv4(std::wstring_view text) {
-  std::uint32_t address = 0;
-  for (int index = 0; index < 4; ++index) {
-    if (index > 0) {
-      if (text.empty() || text.front() != L'.') return std::nullopt;
-      text.remove_prefix(1);
-    }
-    const std::optional<std::uint32_t> octet = TakeOctet(text);
-    if (!octet) return std::nullopt;
-    address = address << 8 | *octet;
-  }
-  if (!text.empty()) return std::nullopt;
-  return address;
-}
-
-std::optional<std::uint32_t> ParseTunnelAddress(std::wstring_view text) {
-  return ParseIpv4(text.substr(0, text.find(L'/')));
+std::optional<std::uint32_t> ParseTunnelAddress(std::wstring_view value) {
+  return text::ParseIpv4(value.substr(0, value.find(L'/')));
 }
 
 }  // namespace tunnel

@@ -33,18 +33,11 @@ constexpr bool Contains(const Ipv4Network& network, std::uint32_t address) noexc
 // Whether the two networks share at least one address.
 bool Overlaps(const Ipv4Network& a, const Ipv4Network& b) noexcept;
 
-// "192.168.1.20".
-std::wstring FormatAddress(std::uint32_t address);
 // "192.168.1.0/24".
 std::wstring FormatNetwork(const Ipv4Network& network);
 
-// A strict dotted quad, as inet_pton takes it: four decimal octets of one to three digits, none
-// above 255, none with a leading zero, nothing around them. Own code, so that every platform
-// agrees.
-std::optional<std::uint32_t> ParseIpv4(std::wstring_view text);
-
 // The address of an authorisation's assigned address: the dotted quad before the first "/", or the
 // whole text where there is none.
-std::optional<std::uint32_t> ParseTunnelAddress(std::wstring_view text);
+std::optional<std::uint32_t> ParseTunnelAddress(std::wstring_view value);
 
 }  // namespace tunnel

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "text/ipv4_text.h"
 #include "text/strings.h"
 #include "tunnel/address_ranges.h"
 
@@ -32,7 +33,7 @@ std::optional<Ipv4Network> ParseRoute(std::wstring_view entry) {
   const std::size_t slash = text.find(L'/');
   if (slash == std::wstring::npos) return std::nullopt;
   const std::wstring_view view = text;
-  const std::optional<std::uint32_t> address = ParseIpv4(view.substr(0, slash));
+  const std::optional<std::uint32_t> address = text::ParseIpv4(view.substr(0, slash));
   const std::optional<std::uint32_t> prefix = ParsePrefix(view.substr(slash + 1));
   if (!address || !prefix) return std::nullopt;
   return Ipv4Network{*address & MaskOf(*prefix), *prefix};
