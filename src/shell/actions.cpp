@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "settings/site_profile_actions.h"
 #include "shell/clipboard.h"
 #include "shell/page_link.h"
 #include "shell/settings_care.h"
@@ -26,7 +27,6 @@ constexpr wchar_t kDiscoveryOffCaption[] = L"PLC发现模式：关";
 constexpr wchar_t kSecretCopied[] = L"接入密钥已复制。";
 constexpr wchar_t kNoSecret[] = L"当前没有可复制的密钥。";
 constexpr wchar_t kCopyFailed[] = L"接入密钥复制失败：剪贴板不可用。";
-constexpr wchar_t kNoProfiles[] = L"档案功能尚未提供。";
 
 constexpr int kSelectionChanged = 1;  // of list and combo boxes
 
@@ -68,14 +68,25 @@ void TakeDiscovery(AppState& state) {
 
 void SaveProfile(AppState& state) {
   webui::TakeFields(state.form, state.settings);
-  Log(state, kNoProfiles);
+  const settings::ProfileOutcome outcome = settings::SaveSiteProfile(state.settings);
+  if (outcome.changed) SaveSettings(state);
+  Log(state, outcome.logText);
   PostApplyMessage(state);
   PostStateMessage(state);
 }
 
-void LoadProfile(AppState& state) {
+void LoadProfile(AppState& state, settings::ProfileChooser chooser) {
   webui::TakeFields(state.form, state.settings);
-  Log(state, kNoProfiles);
+  const std::wstring name = settings::JsonStringOrEmpty(state.form, L"profileSel");
+  const settings::ProfileOutcome outcome = settings::LoadSiteProfile(state.settings, name, chooser);
+  if (!outcome.changed) return;
+  SaveSettings(state);
+  PostApplyMessage(state);
+  PostStateMessage(state);
+  Log(state, outcome.logText);
+}
+void LoadProfileFromPage(AppState& state) {
+  LoadProfile(state, settings::ProfileChooser::Page);
 }
 
 struct PageAction {
@@ -84,9 +95,15 @@ struct PageAction {
 };
 
 constexpr PageAction kPageActions[] = {
-    {L"ready", PageReady},         {L"connect", Connect},         {L"stop", Stop},
-    {L"test", TestLatency},        {L"desktop", OpenDesktop},     {L"secondary", ResolveDevice},
-    {L"discovery", TakeDiscovery}, {L"saveProfile", SaveProfile}, {L"loadProfile", LoadProfile},
+    {L"ready", PageReady},
+    {L"connect", Connect},
+    {L"stop", Stop},
+    {L"test", TestLatency},
+    {L"desktop", OpenDesktop},
+    {L"secondary", ResolveDevice},
+    {L"discovery", TakeDiscovery},
+    {L"saveProfile", SaveProfile},
+    {L"loadProfile", LoadProfileFromPage},
 };
 
 void CopySecret(AppState& state) {
@@ -139,7 +156,9 @@ bool HandleCommand(AppState& state, int id, int notification, HWND control) {
       CopySecret(state);
       return true;
     case 1022:
-      if (notification == kSelectionChanged) LoadProfile(state);
+      if (notification == kSelectionChanged) {
+        LoadProfile(state, settings::ProfileChooser::Window);
+      }
       return true;
     case 1023:
       TestLatency(state);
