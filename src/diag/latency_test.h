@@ -1,13 +1,39 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 
 #include "settings/settings.h"
 
+// Measuring the round trip to an address that the engineer enters, as a rule a device on site.
 namespace diag {
 
-// Measuring the round trip to the test address. Not built yet: sends nothing, changes no setting
-// and returns the line for the log that says so. Any thread.
-std::wstring RunLatencyTest(const settings::Settings& settings);
+enum class EchoOutcome {
+  NoHandle,  // the system refuses to make an echo request
+  Silence,   // nothing came back in time
+  Refused,   // an answer that is no echo, such as "unreachable"
+  Answered,
+};
+
+struct Echo {
+  EchoOutcome outcome = EchoOutcome::Silence;
+  std::uint32_t roundTripMs = 0;  // of an answered one
+};
+
+// What the test acts through: the program's own operations, or fakes in tests.
+struct LatencyPorts {
+  // Sends one ICMP echo request and waits for its answer, for 1000 ms. `address` in host order.
+  std::function<Echo(std::uint32_t address)> sendEcho;
+  std::function<void(const settings::Settings&)> saveSettings;
+};
+
+// The program's own: the system's ICMP interface and the settings file. Windows only.
+LatencyPorts RealLatencyPorts();
+
+// Sends one echo request to testIp, an IPv4 address, perhaps in white space. Leaves the outcome in
+// latencyText, saves the settings and returns the line for the log. Blocks for up to a second; any
+// thread.
+std::wstring RunLatencyTest(settings::Settings& settings, const LatencyPorts& ports);
 
 }  // namespace diag

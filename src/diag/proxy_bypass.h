@@ -1,15 +1,42 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+// The networks of a connection on the current user's proxy bypass list, so that browsers and other
+// programs reach the site through the tunnel and not through a web proxy, which does not know it.
+//
+// Threads: any; called on the worker thread that connects or disconnects. Nothing guards the list
+//          between reading and writing: another program that edits it at that moment may lose.
 namespace diag {
 
-// The current user's proxy bypass list. The editing itself is not built yet: both operations leave
-// the list alone and, as there is nothing to report, return an empty text.
-//
-// Threads: any; called on the worker thread that connects or disconnects.
-std::wstring AddProxyBypass(const std::vector<std::wstring>& routes);
-std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes);
+// The list as the system holds it: entries separated by ";".
+struct ProxyOverrideStore {
+  std::function<std::wstring()> read;  // empty when there is none
+  std::function<void(const std::wstring& list)> write;
+};
+
+// The current user's, in the registry; writing it tells running programs. Windows only.
+ProxyOverrideStore RealProxyOverride();
+
+// The entry for one route ("10.1.2.0/24" gives "10.1.2.*"): bypass entries know only "*" for whole
+// bytes, so that a prefix between two bytes widens to the shorter one. Empty for a prefix below 8
+// and for what is no route.
+std::wstring RouteToBypassEntry(std::wstring_view route);
+
+// The entries of all usable routes in their order; of equal ones, in any letter case, the first.
+std::vector<std::wstring> BypassEntriesForRoutes(const std::vector<std::wstring>& routes);
+
+// Appends the routes' entries that the list does not have yet. Returns the line that names the
+// routes' entries, written or not; empty when there are none.
+std::wstring AddProxyBypass(const std::vector<std::wstring>& routes,
+                            const ProxyOverrideStore& store);
+
+// Takes the routes' entries off the list, those too that were there before. Returns the line that
+// names them when the list has changed, else an empty text.
+std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes,
+                               const ProxyOverrideStore& store);
 
 }  // namespace diag

@@ -1,9 +1,57 @@
 #include "service/device_resolve.h"
 
-namespace service {
+#include <string_view>
+#include <vector>
 
-std::wstring ResolveDevice(const settings::Settings& /*settings*/) {
-  return L"获取现场端网段功能尚未提供。";
+#include "service/api_envelope.h"
+#include "settings/json.h"
+#include "settings/server_address.h"
+#include "text/strings.h"
+
+namespace service {
+namespace {
+
+constexpr std::wstring_view kPath = L"/api/devices/resolve";
+constexpr std::wstring_view kRefusedPrefix = L"Resolve failed: ";
+constexpr std::wstring_view kResolvedPrefix = L"已获取现场端 ";
+constexpr std::wstring_view kResolvedSuffix = L" 的共享网段。";
+constexpr std::wstring_view kLineBreak = L"\r\n";
+
+void TakeString(const settings::JsonValue& data, std::wstring_view key, std::wstring& field) {
+  if (const std::wstring* string = settings::FindJsonString(data, key)) field = *string;
+}
+
+void TakeNetworks(const settings::JsonValue& data, settings::Settings& settings) {
+  const std::vector<std::wstring> networks = settings::JsonStringsOf(data, L"sharedNetworks");
+  if (networks.empty()) return;
+  settings.routesText = text::Join(networks, kLineBreak);
+  settings.targetNetwork = networks.front();
+}
+
+}  // namespace
+
+bool ResolveDevice(settings::Settings& settings, const ResolvePorts& ports, std::wstring& text) {
+  std::wstring url = settings::NormaliseServerUrl(settings.serverUrl);
+  url.append(kPath);
+  std::wstring body = L"{\"deviceSecret\":";
+  body.append(settings::QuoteJsonString(settings.deviceSecret)).append(L"}");
+  const ApiEnvelope envelope = ParseApiEnvelope(ports.sendJsonRequest(L"POST", url, body).body);
+  if (!envelope.success) {
+    text = kRefusedPrefix;
+    text.append(envelope.message);
+    return false;
+  }
+  TakeString(envelope.data, L"deviceNumber", settings.deviceNumber);
+  TakeNetworks(envelope.data, settings);
+  TakeString(envelope.data, L"deviceName", settings.deviceName);
+  if (settings.profileName.empty()) {
+    settings.profileName =
+        settings.deviceName.empty() ? settings.deviceNumber : settings.deviceName;
+  }
+  ports.saveSettings(settings);
+  text = kResolvedPrefix;
+  text.append(settings.deviceNumber).append(kResolvedSuffix);
+  return true;
 }
 
 }  // namespace service

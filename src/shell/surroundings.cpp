@@ -40,11 +40,17 @@ JobTable RealJobs() {
   jobs.stop = [](Settings& settings, Tunnel& tunnel) {
     return service::StopJob(settings, tunnel, service::RealConnectionPorts());
   };
-  jobs.testLatency = [](Settings& settings, Tunnel&) { return diag::RunLatencyTest(settings); };
+  jobs.testLatency = [](Settings& settings, Tunnel&) {
+    return diag::RunLatencyTest(settings, diag::RealLatencyPorts());
+  };
   jobs.openDesktop = [](Settings& settings, Tunnel&) {
     return remote::StartRemoteDesktop(settings);
   };
-  jobs.resolveDevice = [](Settings& settings, Tunnel&) { return service::ResolveDevice(settings); };
+  jobs.resolveDevice = [](Settings& settings, Tunnel&) {
+    std::wstring text;
+    service::ResolveDevice(settings, service::RealResolvePorts(), text);
+    return text;
+  };
   return jobs;
 }
 
