@@ -12,7 +12,7 @@ import {
   kCloud, kCloudToSite, kDirectRoute, kOverlappingRoute, kSite, kTunnelAddress, Network,
 } from './network.mjs';
 import { NetworkFaults } from './network_faults.mjs';
-import { kBrowserRuntime, kBuild, kLabSuffix, kRepo, kTunBridge } from './paths.mjs';
+import { kBrowserRuntime, kBuild, kLabSuffix, kRepo, kSettingWatch, kTunBridge } from './paths.mjs';
 import { Processes, run } from './processes.mjs';
 import { Program } from './program.mjs';
 import { connectService } from './service/client.mjs';
@@ -137,6 +137,7 @@ export class Lab {
     await this.prefix.stopServer();
     await this.prefix.forgetProgram();
     await this.prefix.setBrowserRuntime(kBrowserRuntime, { namespace: engineer });
+    await this.prefix.setProxyOverride(null, { namespace: engineer });
     await this.writeSettings(settings);
   }
 
@@ -165,6 +166,19 @@ export class Lab {
     this.program = new Program(this);
     await this.program.start({ env, waitForPage });
     return this.program;
+  }
+
+  /**
+   * Starts another program on the desk, which hears of changed settings of the system; it takes
+   * `busyMs` over each. Returns a function that gives their texts so far.
+   */
+  async startSettingWatch({ busyMs = 0 } = {}) {
+    const command = this.prefix.command(this.prefix.windowsPath(kSettingWatch), [String(busyMs)]);
+    const child = await this.processes.start('setting watch', command, {
+      namespace: this.network.engineer, env: this.windowsEnv, log: this.#log('setting-watch'), ready: /ready/,
+    });
+    return () => [...this.processes.outputOf(child).matchAll(/^setting change, (.*?)\r?$/gm)]
+      .map(([, text]) => text);
   }
 
   /** Runs one of the engineer's tools. */

@@ -58,6 +58,17 @@ export class Network {
       `net.ipv4.conf.${tun}.bc_forwarding=1`], { namespace: this.site });
   }
 
+  /** From now on `host` answers for `network` that it cannot be reached (ICMP type 3, code 1). */
+  async refuseNetwork(host, network) {
+    await runOrFail(['sysctl', '-qw', 'net.ipv4.ip_forward=1'], { namespace: this[host] });
+    await this.#ip(host, `route add unreachable ${network}`);
+  }
+
+  /** The engineer's computer has a way to `network` that leads not through the tunnel but by the cable. */
+  async routeEngineerByCable(network) {
+    await this.#ip('engineer', `route add ${network} via ${kCloud}`);
+  }
+
   /** All that is not on the engineer's own network reaches the stand-in driver's TUN. */
   async routeEngineerThrough(tun) {
     await this.#ip('engineer', `route add default dev ${tun} src ${kEngineer}`);

@@ -8,5 +8,6 @@ export const kBuild = path.join(kRepo, 'build');
 export const kLabSuffix = process.env.LAB_SUFFIX ?? '';
 export const kProgramFile = path.join(kBuild, 'windows/Velmarine.Client.exe');
 export const kBrowserRuntime = path.join(kBuild, 'windows/lab/browser/120.0.0.0');
+export const kSettingWatch = path.join(kBuild, 'windows/lab/desk/setting_watch.exe');
 export const kTunBridge = path.join(kBuild, 'native/lab/driver/tunbridge');
 export const kWire = path.join(kBuild, 'native/lab/tun/wire');

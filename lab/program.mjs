@@ -7,6 +7,7 @@ import { kProgramFile } from './paths.mjs';
 
 export const kTitle = 'Velmarine.Client 维马林';
 const kPageReadyMs = 30_000;
+const kGoneMs = 5_000;
 
 /** Waits until `probe()` gives something truthy and returns it; fails with `what` after `timeoutMs`. */
 export async function waitUntil(what, probe, timeoutMs = 15_000) {
@@ -43,6 +44,7 @@ export class Program {
 
   async type(selector, text) { await this.page.type(selector, text); }
   async click(selector) { await this.page.click(selector); }
+  async choose(selector, value) { await this.page.select(selector, value); }
 
   /** Screen coordinates of an element's middle. */
   async screenPoint(selector) {
@@ -70,6 +72,12 @@ export class Program {
   // ---- what a person sees
 
   async text(selector) { return this.page.text(selector); }
+  async value(selector) { return this.page.evaluate(`document.querySelector('${selector}').value`); }
+  /** What a list offers. */
+  async options(selector) {
+    return JSON.parse(await this.page.evaluate(
+      `JSON.stringify([...document.querySelector('${selector}').options].map(({ text }) => text))`));
+  }
   async state() { return this.text('#s-state'); }
   async detail() { return this.text('#s-detail'); }
   async statusLine() { return this.text('#c-statusline'); }
@@ -125,6 +133,14 @@ export class Program {
   async keepLog() {
     const file = await this.logFile();
     if (file) await cp(file, path.join(this.lab.artifacts, 'program.log'));
+  }
+
+  /** Ends the program as the task manager does, from one moment to the next. */
+  async kill() {
+    const { processes, bridge } = this.lab;
+    this.child.kill('SIGKILL');
+    await processes.waitForExit(this.child, kGoneMs);
+    await waitUntil('the page gone with its program', async () => (await bridge.pages()).length === 0);
   }
 
   /** Ends the program without ceremony, if it still runs. */

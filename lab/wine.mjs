@@ -8,6 +8,7 @@ import { run, runOrFail } from './processes.mjs';
 
 export const kWine = '/usr/lib/wine/wine64';
 const kWineserver = '/usr/bin/wineserver';
+const kInternetSettings = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings';
 
 const exists = (file) => access(file).then(() => true, () => false);
 
@@ -60,6 +61,20 @@ export class WinePrefix {
       : ['reg.exe', 'add', kRuntimeKey, '/v', 'EBWebView', '/d', this.windowsPath(versionFolder),
         '/f', '/reg:32'];
     await run([kWine, ...command], { env: this.env, ...options });
+  }
+
+  /** The user's list of what does not go to the web proxy, as the registry holds it; null: none. */
+  async proxyOverride(options) {
+    const { stdout } = await run([kWine, 'reg.exe', 'query', kInternetSettings, '/v', 'ProxyOverride'],
+      { env: this.env, ...options });
+    return /^ +ProxyOverride +REG_(?:EXPAND_)?SZ {4}(.*?)\r?$/m.exec(stdout)?.[1] ?? null;
+  }
+
+  /** Puts `text` in the place of that list, or takes the value away when it is null. */
+  async setProxyOverride(text, { type = 'REG_SZ', ...options } = {}) {
+    const value = [kInternetSettings, '/v', 'ProxyOverride', '/f'];
+    const command = text === null ? ['delete', ...value] : ['add', ...value, '/t', type, '/d', text];
+    await run([kWine, 'reg.exe', ...command], { env: this.env, ...options });
   }
 
   /** The command line of a Windows program, on one processor: its server calls are faster there. */

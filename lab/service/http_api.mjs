@@ -12,7 +12,7 @@ export function httpApi(record, replies) {
   app.use(async (request, response) => {
     const body = typeof request.body === 'string' ? request.body : '';
     record.addRequest({ method: request.method, url: request.originalUrl, headers: request.headers, body });
-    await answer(response, replies.take({ method: request.method, path: request.path }));
+    await answer(response, replies.take({ method: request.method, path: request.path, body }));
   });
   return app;
 }

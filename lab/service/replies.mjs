@@ -2,31 +2,42 @@
 
 const json = (value) => ({ status: 200, headers: {}, body: JSON.stringify(value) });
 const success = (data) => json({ success: true, code: '', message: '', data });
+const refusal = (code, message) => json({ success: false, code, message, data: null });
 
 export const kDefaultGrant = {
   connectionId: 'CONN-0001', assignedAddress: '10.88.0.2', routes: ['192.168.77.0/24'],
 };
 
+/** The device that a resolve request's body asks for; of no list, one that takes any key. */
+function resolve(devices, grant, body) {
+  if (devices === null) {
+    return success({ deviceNumber: 'DEV-2041', deviceName: '二号泵站', sharedNetworks: grant.routes });
+  }
+  const { deviceSecret } = JSON.parse(body);
+  const device = devices.find((one) => one.deviceSecret === deviceSecret);
+  if (!device) return refusal('DEVICE_NOT_FOUND', '密钥无效');
+  const { deviceSecret: _, ...known } = device;
+  return success(known);
+}
+
 /** The service as it should be. Each entry: [method, path pattern, reply]. */
-function ownReply(grant, { method, path }) {
+function ownReply(grant, devices, { method, path, body }) {
   const table = [
     ['POST', /^\/api\/connections\/request$/, () => success(grant)],
     ['POST', /^\/api\/connections\/[^/]+\/disconnect$/, () => success(null)],
-    ['POST', /^\/api\/devices\/resolve$/, () => success({
-      deviceNumber: 'DEV-2041', deviceName: '二号泵站', sharedNetworks: grant.routes,
-    })],
+    ['POST', /^\/api\/devices\/resolve$/, () => resolve(devices, grant, body)],
     ['POST', /^\/api\/devices\/[^/]+\/remote-desktop\/session$/, () => success({
       rustDeskId: '123456789', accessPassword: 'lab-password', server: {},
     })],
     ['GET', /^\/api\/updates\/client$/, () => success({ updateAvailable: false })],
   ];
   const row = table.find(([wanted, pattern]) => wanted === method && pattern.test(path));
-  return row ? row[2]()
-    : { ...json({ success: false, code: 'NOT_FOUND', message: 'not found', data: null }), status: 404 };
+  return row ? row[2]() : { ...refusal('NOT_FOUND', 'not found'), status: 404 };
 }
 
 export class Replies {
   #grant = null;
+  #devices = null;
   #addresses = new Map();  // of every connection id that was ever granted
   #scripted = [];
 
@@ -36,6 +47,12 @@ export class Replies {
     this.#grant = grant;
     this.#addresses.set(grant.connectionId, String(grant.assignedAddress).split('/')[0]);
   }
+
+  /**
+   * The devices that resolving finds, by their keys: [{deviceSecret, deviceNumber, deviceName,
+   * sharedNetworks}], each answered as it is. Another key is refused. null: one device for every key.
+   */
+  setDevices(devices) { this.#devices = devices; }
 
   /** The tunnel address granted with a connection id, without its prefix; null: never granted. */
   addressOf(connectionId) { return this.#addresses.get(connectionId) ?? null; }
@@ -53,15 +70,14 @@ export class Replies {
   }
 
   refuseNext({ code, message = '', times = 1 }) {
-    const body = JSON.stringify({ success: false, code, message, data: null });
-    this.set({ path: '/api/connections/request', times, status: 200, body });
+    this.set({ path: '/api/connections/request', times, ...refusal(code, message) });
   }
 
   reset() { this.#scripted = []; }
 
   /** The reply to one request; counts down the scripted one it uses. */
-  take({ method, path }) {
-    const own = ownReply(this.#grant, { method, path });
+  take({ method, path, body = '' }) {
+    const own = ownReply(this.#grant, this.#devices, { method, path, body });
     const scripted = this.#scripted.find((one) => path.startsWith(one.path) && one.times > 0);
     if (!scripted) return own;
     scripted.times -= 1;

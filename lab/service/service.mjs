@@ -92,6 +92,7 @@ export class LabService {
   // ---- what it answers; see Replies
 
   setGrant(grant) { this.#replies.setGrant(grant); }
+  setDevices(devices) { this.#replies.setDevices(devices); }
   setReply(reply) { this.#replies.set(reply); }
   refuseNext(refusal) { this.#replies.refuseNext(refusal); }
   resetReplies() { this.#replies.reset(); }

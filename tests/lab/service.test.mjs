@@ -63,6 +63,17 @@ each('answers with scripted status, headers, body and delay until reset', async 
   assert.equal((await post('/api/devices/resolve')).status, 200);
 });
 
+each('resolves the devices that it is given by their keys, and no others', async ({ service, request }) => {
+  const device = { deviceSecret: 'KEY-1', deviceNumber: 'DEV-1', deviceName: '水厂', sharedNetworks: [] };
+  service.setDevices([device]);
+  const resolve = async (deviceSecret) => (await request('/api/devices/resolve',
+    { method: 'POST', body: JSON.stringify({ deviceSecret }) })).json();
+  const { deviceSecret, ...known } = device;
+  assert.deepEqual(await resolve(deviceSecret), { success: true, code: '', message: '', data: known });
+  assert.deepEqual(await resolve('KEY-2'),
+    { success: false, code: 'DEVICE_NOT_FOUND', message: '密钥无效', data: null });
+});
+
 each('delays its own reply', async ({ service, post }) => {
   service.setReply({ path: '/api/connections/request', delayMs: 120, times: 1 });
   const started = performance.now();
