@@ -6,6 +6,7 @@ import { test } from 'node:test';
 
 import { kDeviceSecret, Lab } from '../../lab/lab.mjs';
 import { kBuild } from '../../lab/paths.mjs';
+import { waitUntil } from '../../lab/program.mjs';
 
 export { kDeviceSecret };
 const kScenarioMs = 180_000;
@@ -45,6 +46,21 @@ export async function clickConnect(program) {
 export async function connect(program) {
   await clickConnect(program);
   await program.waitForText('#s-state', '在线');
+}
+
+/**
+ * Does `action`, waits until the log has grown by the line or pattern `wanted`, and returns all that it
+ * has grown by.
+ */
+export async function logsAfter(program, wanted, action) {
+  const before = (await program.log()).length;
+  await action();
+  let grown = '';
+  await waitUntil(`the log line ${wanted}`, async () => {
+    grown = (await program.log()).slice(before);
+    return wanted instanceof RegExp ? wanted.test(grown) : grown.includes(`${wanted}\r\n`);
+  }).catch((error) => { throw new Error(`${error.message}\n${grown}`); });
+  return grown;
 }
 
 /** How often `text` occurs in `whole`. */

@@ -1,0 +1,78 @@
+// While connected, the site's networks stand on the user's list of what does not go to the web proxy.
+import assert from 'node:assert/strict';
+
+import { kTunnelAddress } from '../../lab/network.mjs';
+import { waitUntil } from '../../lab/program.mjs';
+import { connect, scenario } from './scenario.mjs';
+
+const kTold = 'wParam 0: Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings';
+const kRemoved = '已移除系统代理旁路：';
+const kBusyMs = 20_000;  // of a program that no longer answers
+
+const read = (lab) => lab.prefix.proxyOverride({ namespace: lab.network.engineer });
+const write = (lab, text, options) =>
+  lab.prefix.setProxyOverride(text, { namespace: lab.network.engineer, ...options });
+
+const grant = (lab, ...routes) =>
+  lab.service.setGrant({ connectionId: 'CONN-0001', assignedAddress: kTunnelAddress, routes });
+
+/** Clicks 断开 and waits for its outcome; returns its text. */
+async function disconnect(program) {
+  await program.click('#c-stop');
+  return program.waitForText('#c-statusline', /远程调试会话已断开。/);
+}
+
+/** Another program hears of exactly one change more. */
+async function isTold(heard, count) {
+  await waitUntil(`message ${count}`, () => heard().length >= count);
+  assert.deepEqual(heard(), Array(count).fill(kTold));
+}
+
+scenario('connecting adds the networks to the proxy bypass list and disconnecting takes them off', {},
+  async (lab, program) => {
+    const heard = await lab.startSettingWatch();
+    await write(lab, ' localhost ; <local>;10.1.*;');
+    await grant(lab, '10.1.0.0/16', '192.168.5.0/24', '192.168.5.128/25', '96.0.0.0/7', '203.0.113.9/32');
+    await connect(program);
+    assert.equal(await read(lab), 'localhost;<local>;10.1.*;192.168.5.*;203.0.113.9');
+    await isTold(heard, 1);
+
+    // What others add meanwhile stays; an entry that was there before is taken off with the rest.
+    await write(lab, `${await read(lab)};*.intern.example`);
+    const text = await disconnect(program);
+    assert.ok(text.endsWith(`\r\n${kRemoved}10.1.*;192.168.5.*;203.0.113.9`), text);
+    assert.equal(await read(lab), 'localhost;<local>;*.intern.example');
+    await isTold(heard, 2);
+
+    // Nothing to add: nobody is told.
+    await write(lab, 'localhost;10.1.*', { type: 'REG_EXPAND_SZ' });
+    await grant(lab, '10.1.0.0/16');
+    await connect(program);
+    assert.equal(await read(lab), 'localhost;10.1.*');
+    await write(lab, 'localhost');
+    assert.equal((await disconnect(program)).includes(kRemoved), false);
+    assert.equal(await read(lab), 'localhost');
+    await isTold(heard, 2);
+
+    // A list of the connection's entries alone, and none at all before.
+    await write(lab, null);
+    await connect(program);
+    assert.equal(await read(lab), '10.1.*');
+    await disconnect(program);
+    assert.equal(await read(lab), '');
+    await isTold(heard, 4);
+  });
+
+scenario('closing the window leaves the entries, which 断开 takes off at the next start', {},
+  async (lab, program) => {
+    const heard = await lab.startSettingWatch({ busyMs: kBusyMs });
+    await write(lab, 'localhost');
+    await connect(program);
+    assert.deepEqual(heard(), [kTold], 'a program that does not answer does not hold the connection up');
+    assert.equal(await program.closeWindow(), 0);
+    assert.equal(await read(lab), 'localhost;192.168.77.*;10.10.0.*');
+
+    const next = await lab.startProgram();
+    await disconnect(next);
+    assert.equal(await read(lab), 'localhost');
+  });
