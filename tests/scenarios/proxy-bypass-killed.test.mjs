@@ -1,0 +1,81 @@
+// The program is ended from one moment to the next, as by the task manager or a power cut. Started again,
+// it takes the connection's networks off the proxy bypass list when the engineer clicks 断开.
+import assert from 'node:assert/strict';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { waitUntil } from '../../lab/program.mjs';
+import { Random } from '../../lab/soak/random.mjs';
+import { clickConnect, connect, scenario } from './scenario.mjs';
+
+const kBefore = 'localhost;<local>;10.1.*';
+const kStarting = '就绪。';
+const kStopping = '正在停止软件隧道...';
+const kEntries = /192\.168\.77\.\*;10\.10\.0\.\*/;
+const kSlowServiceMs = 800;
+
+const seed = Number(process.env.SEED ?? Math.floor(Math.random() * 1e6));
+
+const proxyOverride = (lab) => lab.prefix.proxyOverride({ namespace: lab.network.engineer });
+
+const slowly = (lab, path) => lab.service.setReply({ path, delayMs: kSlowServiceMs });
+
+// Each leads the program to a state and returns how long it lasts, in milliseconds.
+const kMoments = {
+  async 'before the connection is granted'(lab, program) {
+    await slowly(lab, '/api/connections/request');
+    await clickConnect(program);
+    await waitUntil('the request', async () =>
+      (await lab.service.requests({ pathPrefix: '/api/connections/request' })).length > 0);
+    return kSlowServiceMs - 200;
+  },
+  // A relay that acknowledges no hello makes the start last for seconds.
+  async 'while the tunnel starts'(lab, program) {
+    await lab.service.setUdp({ helloAnswer: 'none' });
+    const earlier = (await lab.service.relayAttempts({})).length;
+    await clickConnect(program);
+    await waitUntil('the relay connection', async () =>
+      (await lab.service.relayAttempts({})).length > earlier);
+    assert.match(await proxyOverride(lab), kEntries);
+    return 2_000;
+  },
+  async 'while connected'(lab, program) {
+    await connect(program);
+    assert.match(await proxyOverride(lab), kEntries);
+    return 1_500;
+  },
+  async 'while disconnecting'(lab, program) {
+    await connect(program);
+    await slowly(lab, '/api/connections/CONN-0001/disconnect');
+    await program.click('#c-stop');
+    return kSlowServiceMs + 500;
+  },
+};
+
+/** Clicks 断开 and waits until the job has ended. */
+async function disconnect(program) {
+  await program.click('#c-stop');
+  await waitUntil('the outcome of 断开', async () =>
+    ![kStarting, kStopping].includes(await program.statusLine()));
+}
+
+scenario(`a run killed at any moment leaves nothing that 断开 does not clean up (seed ${seed})`, {},
+  async (lab, program, t) => {
+    const random = new Random(seed);
+    await lab.prefix.setProxyOverride(kBefore, { namespace: lab.network.engineer });
+    let running = program;
+    for (const [name, reach] of Object.entries(kMoments)) {
+      const lastsMs = await reach(lab, running);
+      const afterMs = random.integer(0, lastsMs);
+      await sleep(afterMs);
+      await running.kill();
+      const left = await proxyOverride(lab);
+      t.diagnostic(`killed ${afterMs} ms into "${name}": ${left}`);
+
+      await lab.service.resetReplies();
+      await lab.service.setUdp({ helloAnswer: 'proper' });
+      running = await lab.startProgram();
+      await disconnect(running);
+      assert.equal(await proxyOverride(lab), kBefore, `${name}, after ${afterMs} ms`);
+      assert.equal((await lab.prefix.readSettings()).routesText, '');
+    }
+  });
