@@ -21,13 +21,14 @@ std::wstring ReadProxyOverride() {
     return {};
   }
   if ((type != REG_SZ && type != REG_EXPAND_SZ) || sizeBytes == 0) return {};
-  // One more for a value whose size is no whole number of units.
+  // One more for a value whose size is no whole number of units; the rest of it is no character.
   std::wstring text(sizeBytes / sizeof(wchar_t) + 1, L'\0');
   if (::RegQueryValueExW(key.Get(), kValue, nullptr, nullptr,
                          static_cast<BYTE*>(static_cast<void*>(text.data())),
                          &sizeBytes) != ERROR_SUCCESS) {
     return {};
   }
+  text.resize(sizeBytes / sizeof(wchar_t));
   text.resize(text.find_last_not_of(L'\0') + 1);
   return text;
 }
