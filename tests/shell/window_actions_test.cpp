@@ -144,20 +144,6 @@ TEST_F(WindowActions, AutomaticTargetIsKeptAsAllAndComesBack) {
   EXPECT_TRUE(seen);
 }
 
-TEST_F(WindowActions, ProfilesSayThatTheyAreNotThereYet) {
-  OpenWithReadyPage();
-  PageSends(L"{\"action\":\"saveProfile\",\"f\":{\"profileName\":\"A\"}}");
-  Pump();
-  EXPECT_EQ(PostedKinds(), (Names{"log", "apply", "state"}));
-  PageSends(L"{\"action\":\"loadProfile\",\"f\":{}}");
-  Send(WM_COMMAND, 1012);
-  Send(WM_COMMAND, MAKEWPARAM(1022, 1));
-  EXPECT_EQ(logged_, Lines(4, L"档案功能尚未提供。"));
-  Send(WM_COMMAND, MAKEWPARAM(1022, 5));
-  EXPECT_EQ(logged_.size(), 4u);
-  EXPECT_TRUE(storeCalls_.empty());
-}
-
 TEST_F(WindowActions, CommandsWithoutAnActionDoNothing) {
   OpenWithReadyPage();
   for (const WPARAM id : {1016u, 1019u, 1020u, 1021u, 1024u, 1u, 999u, 1099u}) Send(WM_COMMAND, id);

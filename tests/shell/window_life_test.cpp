@@ -178,7 +178,7 @@ TEST_F(WindowLife, AnExceptionInsideIsLoggedAndTheWindowGoesOn) {
   PageSends(L"{\"action\":\"discovery\",\"f\":{}}");
   EXPECT_EQ(logged_.back(), L"Error: disk");
   PageSends(L"{\"action\":\"saveProfile\",\"f\":{}}");
-  EXPECT_EQ(logged_.back(), L"档案功能尚未提供。");
+  EXPECT_EQ(logged_.back(), L"档案未保存：请先填写档案名称。");
 }
 
 }  // namespace
