@@ -1,0 +1,67 @@
+// Takes the user guide's pictures, docs/images/*.png, from the program in the lab:
+//   node lab/screenshots.mjs        (as root, after ./demo or ./test has built everything)
+import { mkdir, mkdtemp, rm } from 'node:fs/promises';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { Lab } from './lab.mjs';
+import { kDirectRoute, kOverlappingRoute, kPlc } from './network.mjs';
+import { kRepo } from './paths.mjs';
+import { runOrFail } from './processes.mjs';
+import { kTitle } from './program.mjs';
+
+const kImages = path.join(kRepo, 'docs/images');
+const kColours = '128';  // enough for the page
+const kPaintMs = 1500;    // until the last change is on the screen
+const kSites = [
+  ['KEY-41D0-88A2-6C13', 'DEV-4100', '污水处理厂', ['10.60.0.0/16']],
+  ['KEY-30B7-15E9-02F4', 'DEV-3077', '城东水厂', ['172.20.8.0/24']],
+  ['KEY-7F3A-90C2-11D4', 'DEV-2041', '二号泵站', [kDirectRoute, kOverlappingRoute]],
+].map(([deviceSecret, deviceNumber, deviceName, sharedNetworks]) =>
+  ({ deviceSecret, deviceNumber, deviceName, sharedNetworks }));
+
+const folder = await mkdtemp(path.join(tmpdir(), 'velmarine-pictures-'));
+const lab = await Lab.create({ artifacts: folder, site: false });
+
+/** The window's inside, without the screen around it. */
+async function picture(name) {
+  await lab.display.click(1, 1);  // the pointer away from the page
+  await sleep(kPaintMs);
+  const screen = path.join(folder, `${name}.png`);
+  await lab.display.screenshot(screen);
+  const { width, height, x, y } = await lab.display.clientArea(kTitle);
+  await runOrFail(['convert', screen, '-crop', `${width}x${height}+${x}+${y}`, '+repage', '+dither',
+    '-colors', kColours, '-define', 'png:exclude-chunks=date,time', path.join(kImages, `${name}.png`)]);
+}
+
+async function saveSites(program) {
+  await lab.service.setDevices(kSites);
+  for (const { deviceSecret, deviceNumber, deviceName } of kSites) {
+    await program.type('#c-pname', '');
+    await program.type('#c-secret', deviceSecret);
+    await program.click('#c-fetch');
+    await program.waitForLog(`已获取现场端 ${deviceNumber} 的共享网段。`);
+    await program.click('#c-save');
+    await program.page.waitFor(`document.querySelector('#c-profiles').value === '${deviceName}'`);
+  }
+}
+
+try {
+  await mkdir(kImages, { recursive: true });
+  const program = await lab.startProgram();
+  await saveSites(program);
+  await picture('resolved');
+  await program.pointAndClick('#c-connect');
+  await program.waitForText('#s-state', '在线');
+  await program.waitForLog('UDP 通道已就绪');
+  await picture('connected');
+  await program.type('#c-testip', kPlc);
+  await program.pointAndClick('#c-test');
+  await program.waitForText('#c-statusline', /^通讯延迟 \d+ ms/);
+  await picture('latency');
+} finally {
+  const left = await lab.close();
+  await rm(folder, { recursive: true, force: true });
+  if (left.length > 0) throw new Error(left.join(', '));
+}
