@@ -1,6 +1,7 @@
 #include "diag/latency_test.h"
 
 #include <optional>
+#include <utility>
 
 #include "text/ipv4_text.h"
 #include "text/strings.h"

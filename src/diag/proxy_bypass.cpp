@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <utility>
 
 #include "text/ipv4_text.h"
 #include "text/strings.h"
@@ -38,8 +39,7 @@ std::wstring WholeOctets(const std::wstring& address, int count) {
 
 std::wstring EntryFor(std::uint32_t address, std::uint32_t prefix) {
   if (prefix < 8) return {};
-  const std::wstring network =
-      text::FormatIpv4(address & ~std::uint32_t{0} << (kMaxPrefix - prefix));
+  std::wstring network = text::FormatIpv4(address & ~std::uint32_t{0} << (kMaxPrefix - prefix));
   if (prefix == kMaxPrefix) return network;
   return WholeOctets(network, static_cast<int>(prefix / 8));
 }

@@ -264,6 +264,7 @@ TEST(LoadSiteProfile, FindsTheFirstOfThatNameInAnyCaseAndWithoutBlanks) {
 TEST(LoadSiteProfile, IsSilentForAnEmptyAndForAnUnknownName) {
   for (const wchar_t* name : {L"", L" \t\r\n\x3000", L"Plant", L"Plant  A", L"Plant AB", L"D-1"}) {
     Settings settings = WithPlant();
+    settings.siteProfiles.push_back(ProfileOf(L"", L"nameless"));
     const std::wstring before = WriteSettingsText(settings);
     const ProfileOutcome outcome = LoadSiteProfile(settings, name, ProfileChooser::Window);
     EXPECT_FALSE(outcome.changed) << name;
