@@ -122,6 +122,7 @@ void GiveUpConnection(Settings& settings, const ConnectionPorts& ports) noexcept
   if (!settings.connectionId.empty()) {
     Quietly([&] { PostReport(settings, ports, kReasonTunnelFailed); });
   }
+  Quietly([&] { ports.removeProxyBypass(text::SplitLines(settings.routesText)); });
   settings.connectionId.clear();
   settings.assignedAddress.clear();
   settings.routesText.clear();
@@ -144,6 +145,7 @@ std::wstring AuthorizeConnection(Settings& settings, const ConnectionPorts& port
 
   const ConnectionGrant grant = ReadConnectionGrant(envelope.data);
   StoreGrant(settings, grant, envelope.data);
+  ports.saveSettings(settings);        // a run that ends here must find the routes again
   ports.addProxyBypass(grant.routes);  // its report is of no interest here
   ports.saveSettings(settings);
 

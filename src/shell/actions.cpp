@@ -61,7 +61,7 @@ void PageReady(AppState& state) {
 
 void TakeDiscovery(AppState& state) {
   webui::TakeFields(state.form, state.settings);
-  SaveSettings(state);
+  SaveWindowsChange(state);
   LogDiscovery(state);
   PostStateMessage(state);
 }
@@ -69,7 +69,7 @@ void TakeDiscovery(AppState& state) {
 void SaveProfile(AppState& state) {
   webui::TakeFields(state.form, state.settings);
   const settings::ProfileOutcome outcome = settings::SaveSiteProfile(state.settings);
-  if (outcome.changed) SaveSettings(state);
+  if (outcome.changed) SaveWindowsChange(state);
   Log(state, outcome.logText);
   PostApplyMessage(state);
   PostStateMessage(state);
@@ -119,7 +119,7 @@ void ToggleDiscovery(AppState& state, HWND toggle) {
   if (toggle != nullptr) {
     ::SetWindowTextW(toggle, enabled ? kDiscoveryOnCaption : kDiscoveryOffCaption);
   }
-  SaveSettings(state);
+  SaveWindowsChange(state);
   LogDiscovery(state);
 }
 

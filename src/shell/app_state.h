@@ -78,8 +78,9 @@ struct AppState {
   bool settingsDamaged = false;  // the file could not be read and has not been set aside yet
   std::unique_ptr<tunnel::Tunnel> tunnel;
   std::atomic<bool> busy{false};
-  int selectedPage = 0;  // of the native tab strip: 0 work, 1 log
-  std::thread worker;    // one that is joinable outlives neither its next nor the window
+  bool changedWhileBusy = false;  // profiles or discovery mode, which a job's copy does not know
+  int selectedPage = 0;           // of the native tab strip: 0 work, 1 log
+  std::thread worker;             // one that is joinable outlives neither its next nor the window
   std::atomic<bool> heartbeatRunning{false};
   bool retryArmed = false;
   std::unique_ptr<ComApartment> apartment;  // before what needs it

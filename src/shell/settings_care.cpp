@@ -2,6 +2,8 @@
 
 #include <exception>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "settings/engineer_id.h"
 #include "shell/page_link.h"
@@ -43,12 +45,23 @@ void LoadSettings(AppState& state) {
 }
 
 void ReloadSettings(AppState& state) {
+  std::vector<settings::SiteProfile> profiles = state.settings.siteProfiles;
+  const bool discoveryMode = state.settings.discoveryModeEnabled;
   if (!TryLoad(state)) Log(state, kDamagedLater);
+  if (!std::exchange(state.changedWhileBusy, false)) return;
+  state.settings.siteProfiles = std::move(profiles);
+  state.settings.discoveryModeEnabled = discoveryMode;
+  SaveSettings(state);
 }
 
 void SaveSettings(AppState& state) {
   if (state.settingsDamaged) SetDamagedFileAside(state);
   state.surroundings.store.save(state.settings);
+}
+
+void SaveWindowsChange(AppState& state) {
+  state.changedWhileBusy = state.busy;
+  SaveSettings(state);
 }
 
 }  // namespace shell

@@ -79,3 +79,29 @@ scenario(`a run killed at any moment leaves nothing that 断开 does not clean u
       assert.equal((await lab.prefix.readSettings()).routesText, '');
     }
   });
+
+// Telling the other programs takes its time when one of them does not answer; there it is killed.
+scenario('a run killed while it adds to the list leaves nothing that 断开 does not clean up', {},
+  async (lab, program) => {
+    const { engineer: namespace } = lab.network;
+    await lab.prefix.setProxyOverride(kBefore, { namespace });
+    const heard = await lab.startSettingWatch({ busyMs: 20_000 });
+    await clickConnect(program);
+    await waitUntil('the programs told', () => heard().length > 0);
+    await program.kill();
+    assert.match(await proxyOverride(lab), kEntries);
+
+    const next = await lab.startProgram();
+    await disconnect(next);
+    assert.equal(await proxyOverride(lab), kBefore);
+    assert.equal((await lab.service.requests({ pathPrefix: '/api/connections/CONN-0001/disconnect' })).length, 1);
+  });
+
+scenario('a tunnel that does not start leaves nothing on the list', {}, async (lab, program) => {
+  const { engineer: namespace } = lab.network;
+  await lab.prefix.setProxyOverride('localhost', { namespace });
+  await lab.service.refuseUpgrade({ status: 503 });
+  await clickConnect(program);
+  await program.waitForLog('Error: WebSocket HTTP upgrade failed, status 503');
+  assert.equal(await proxyOverride(lab), 'localhost');
+});

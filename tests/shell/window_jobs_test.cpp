@@ -286,6 +286,38 @@ TEST_F(WindowJobs, TheWayOfSmallPacketsIsLogged) {
   EXPECT_EQ(logged_, Lines{});
 }
 
+// The job works on a copy from before, which it saves whole.
+TEST_F(WindowJobs, WhatTheWindowSavesWhileAJobRunsOutlivesTheJobsOwnSave) {
+  std::promise<void> gate;
+  jobBody_ = [this, opened = gate.get_future().share()](settings::Settings& settings,
+                                                        tunnel::Tunnel&) {
+    opened.wait();
+    settings.latencyText = L"12 ms";
+    file_ = settings;
+    return std::wstring(L"结果");
+  };
+  PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"mine\"}}");
+  PageSends(
+      L"{\"action\":\"saveProfile\",\"f\":{\"secret\":\"mine\",\"profileName\":\"A\",\"discovery\":"
+      L"true}}");
+  gate.set_value();
+  FinishJob();
+  for (const settings::Settings* settings : {&file_, &state_->settings}) {
+    ASSERT_EQ(settings->siteProfiles.size(), 1u);
+    EXPECT_EQ(settings->siteProfiles[0].name, L"A");
+    EXPECT_TRUE(settings->discoveryModeEnabled);
+    EXPECT_EQ(settings->latencyText, L"12 ms");
+  }
+}
+
+TEST_F(WindowJobs, WithoutAChangeOfTheWindowsOwnNothingIsSavedAfterAJob) {
+  PageSends(L"{\"action\":\"saveProfile\",\"f\":{\"secret\":\"mine\",\"profileName\":\"A\"}}");
+  PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"mine\"}}");
+  ForgetRecords();
+  FinishJob();
+  EXPECT_EQ(saves_, 0);
+}
+
 TEST_F(WindowJobs, FileDamagedMeanwhileIsToldAndSetAsideBeforeTheNextSave) {
   file_.siteProfiles.resize(1);
   jobBody_ = [this](settings::Settings&, tunnel::Tunnel&) {
