@@ -16,7 +16,7 @@ std::string RandomText(std::mt19937& random) {
     value += std::to_string(random() % 300);
   }
   constexpr char kUnits[] = "0123456789..  -+x";
-  for (unsigned edits = random() % 3; edits > 0; --edits) {
+  for (auto edits = random() % 3; edits > 0; --edits) {
     const std::size_t at = random() % value.size();
     if (random() % 2 == 0) {
       value[at] = kUnits[random() % (sizeof(kUnits) - 1)];
