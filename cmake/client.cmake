@@ -66,6 +66,8 @@ function(client_test name)
   add_executable(${name}_test ${sources})
   target_include_directories(${name}_test PRIVATE "${CMAKE_SOURCE_DIR}/tests")
   target_link_libraries(${name}_test PRIVATE ${name} ${ARG_DEPS} client_flags GTest::gmock_main)
+  # What is tested is built as it ships; the tests themselves build in half the time this way.
+  target_compile_options(${name}_test PRIVATE -O0 -g1)
   set_target_properties(${name}_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
   add_test(NAME ${name} COMMAND ${name}_test)
 endfunction()
