@@ -1,13 +1,14 @@
 // An echo service as RFC 862 has it: every datagram goes back to its sender, every TCP stream too.
+import { execFileSync } from 'node:child_process';
 import dgram from 'node:dgram';
 import { once } from 'node:events';
 import net from 'node:net';
-import { networkInterfaces } from 'node:os';
 
 const kSocketBytes = 4 << 20;
 
-const ownAddresses = () => Object.values(networkInterfaces()).flat()
-  .filter(({ family }) => family === 'IPv4').map(({ address }) => address);
+/** All, also of a device whose cable was plugged in a moment ago. */
+const ownAddresses = () => JSON.parse(execFileSync('ip', ['-j', '-4', 'address']))
+  .flatMap(({ addr_info: addresses }) => addresses.map(({ local }) => local));
 
 async function echoDatagrams(address, port) {
   const socket = dgram.createSocket({
