@@ -51,7 +51,8 @@ scenario('a controller is reached directly and through NAT, then the connection 
 
     await program.click('#c-stop');
     await program.waitForText('#s-state', '未连接');
-    await program.waitForText('#c-statusline', '软件隧道已停止。\r\n远程调试会话已断开。');
+    await program.waitForText('#c-statusline',
+      '软件隧道已停止。\r\n远程调试会话已断开。\r\n已移除系统代理旁路：192.168.77.*;10.10.0.*');
     const [report] = await lab.service.requests({ pathPrefix: '/api/connections/CONN-0001/disconnect' });
     assert.deepEqual(JSON.parse(report.body),
       { engineerId: body.engineerId, reason: '本地客户端断开连接' });
