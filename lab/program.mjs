@@ -7,6 +7,8 @@ import { kProgramFile } from './paths.mjs';
 
 export const kTitle = 'Velmarine.Client 维马林';
 const kPageReadyMs = 30_000;
+/** One that waited for the page and one for its being ready; either would undo what was typed before. */
+const kStartApplies = 2;
 const kGoneMs = 5_000;
 
 /** Waits until `probe()` gives something truthy and returns it; fails with `what` after `timeoutMs`. */
@@ -38,6 +40,8 @@ export class Program {
     this.page = await lab.bridge.waitForPage(kPageReadyMs);
     await this.page.waitFor('document.body.classList.contains("embedded")', kPageReadyMs);
     await this.waitForLog('客户端启动中');
+    await waitUntil('the forms that a start fills in', async () => (await this.page.messages())
+      .filter(({ direction, json }) => direction === 'toPage' && json.includes('"t":"apply"')).length >= kStartApplies);
   }
 
   // ---- what a person does
