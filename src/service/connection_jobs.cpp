@@ -66,11 +66,8 @@ void StoreGrant(Settings& settings, const ConnectionGrant& grant, const settings
   settings.assignedAddress = grant.assignedAddress;
   settings.routesText = text::Join(grant.routes, kLineBreak);
 
-  const auto replace = [&data](std::wstring& field, std::wstring_view key) {
-    if (const std::wstring* string = settings::FindJsonString(data, key)) field = *string;
-  };
-  replace(settings.deviceNumber, L"deviceNumber");
-  replace(settings.targetNetwork, L"targetNetwork");
+  settings::TakeJsonString(data, L"deviceNumber", settings.deviceNumber);
+  settings::TakeJsonString(data, L"targetNetwork", settings.targetNetwork);
   settings.heartbeatMessage.clear();
 }
 

@@ -17,10 +17,6 @@ constexpr std::wstring_view kResolvedPrefix = L"已获取现场端 ";
 constexpr std::wstring_view kResolvedSuffix = L" 的共享网段。";
 constexpr std::wstring_view kLineBreak = L"\r\n";
 
-void TakeString(const settings::JsonValue& data, std::wstring_view key, std::wstring& field) {
-  if (const std::wstring* string = settings::FindJsonString(data, key)) field = *string;
-}
-
 void TakeNetworks(const settings::JsonValue& data, settings::Settings& settings) {
   const std::vector<std::wstring> networks = settings::JsonStringsOf(data, L"sharedNetworks");
   if (networks.empty()) return;
@@ -41,9 +37,9 @@ bool ResolveDevice(settings::Settings& settings, const ResolvePorts& ports, std:
     text.append(envelope.message);
     return false;
   }
-  TakeString(envelope.data, L"deviceNumber", settings.deviceNumber);
+  settings::TakeJsonString(envelope.data, L"deviceNumber", settings.deviceNumber);
   TakeNetworks(envelope.data, settings);
-  TakeString(envelope.data, L"deviceName", settings.deviceName);
+  settings::TakeJsonString(envelope.data, L"deviceName", settings.deviceName);
   if (settings.profileName.empty()) {
     settings.profileName =
         settings.deviceName.empty() ? settings.deviceNumber : settings.deviceName;

@@ -14,6 +14,10 @@ const std::wstring* FindJsonString(const JsonValue& value, std::wstring_view key
   return member == nullptr ? nullptr : member->AsString();
 }
 
+void TakeJsonString(const JsonValue& value, std::wstring_view key, std::wstring& field) {
+  if (const std::wstring* string = FindJsonString(value, key)) field = *string;
+}
+
 std::wstring JsonStringOrEmpty(const JsonValue& value, std::wstring_view key) {
   const std::wstring* string = FindJsonString(value, key);
   return string == nullptr ? std::wstring() : *string;

@@ -59,6 +59,9 @@ const std::wstring* FindJsonString(const JsonValue& value, std::wstring_view key
 // The same as a copy, else an empty text.
 std::wstring JsonStringOrEmpty(const JsonValue& value, std::wstring_view key);
 
+// Puts the member's text into `field` when it is a string, an empty one too.
+void TakeJsonString(const JsonValue& value, std::wstring_view key, std::wstring& field);
+
 // The strings of the member when it is an array, in its order, members of other kinds left out;
 // else nothing.
 std::vector<std::wstring> JsonStringsOf(const JsonValue& value, std::wstring_view key);

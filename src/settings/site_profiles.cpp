@@ -5,20 +5,15 @@
 namespace settings {
 namespace {
 
-// Puts the member's text into `field` when it is a string, an empty one too.
-void TakeString(const JsonValue& object, std::wstring_view key, std::wstring& field) {
-  if (const std::wstring* string = FindJsonString(object, key)) field = *string;
-}
-
 SiteProfile ReadProfile(const JsonValue& object) {
   SiteProfile profile;
   profile.serverUrl = DefaultServerUrl();
   profile.targetNetwork = kAllNetworks;
-  TakeString(object, L"name", profile.name);
-  TakeString(object, L"serverUrl", profile.serverUrl);
-  TakeString(object, L"deviceNumber", profile.deviceNumber);
-  TakeString(object, L"deviceSecret", profile.deviceSecret);
-  TakeString(object, L"targetNetwork", profile.targetNetwork);
+  TakeJsonString(object, L"name", profile.name);
+  TakeJsonString(object, L"serverUrl", profile.serverUrl);
+  TakeJsonString(object, L"deviceNumber", profile.deviceNumber);
+  TakeJsonString(object, L"deviceSecret", profile.deviceSecret);
+  TakeJsonString(object, L"targetNetwork", profile.targetNetwork);
   profile.sharedNetworks = JsonStringsOf(object, L"sharedNetworks");
   return profile;
 }
