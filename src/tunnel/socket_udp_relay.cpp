@@ -157,8 +157,19 @@ void SocketUdpRelay::Acknowledge(std::uint64_t token) {
 
 void SocketUdpRelay::KeepAliveLoop() noexcept {
   while (WaitOut(kKeepAlivePeriod) && hooks_.keepGoing()) {
-    if (!SendHello() || token_ == 0 || !HasRecentAcknowledgement()) SetReady(false);
+    if (!SendHello()) {
+      SetReady(false);
+    } else {
+      LoseIfSilent();
+    }
   }
+}
+
+// Looks and tells in one go: between the two, the acknowledgement of the hello just sent must not
+// make the path ready, only to be overruled by what was true before it came.
+void SocketUdpRelay::LoseIfSilent() {
+  const platform::MutexLock held(reportLock_);
+  if (token_ == 0 || !HasRecentAcknowledgement()) TellReady(false);
 }
 
 bool SocketUdpRelay::SendHello() {
@@ -174,6 +185,10 @@ bool SocketUdpRelay::SendHello() {
 
 void SocketUdpRelay::SetReady(bool ready) {
   const platform::MutexLock held(reportLock_);
+  TellReady(ready);
+}
+
+void SocketUdpRelay::TellReady(bool ready) {
   {
     // A closed path is not ready, whatever was on its way here when Close() came.
     const platform::MutexLock open(udpLock_);

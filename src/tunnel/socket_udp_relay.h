@@ -56,7 +56,9 @@ class SocketUdpRelay final : public UdpRelay {
   void KeepAliveLoop() noexcept;
   bool SendHello();
   bool HasRecentAcknowledgement() const;
+  void LoseIfSilent() EXCLUDES(reportLock_, udpLock_);
   void SetReady(bool ready) EXCLUDES(reportLock_, udpLock_);
+  void TellReady(bool ready) REQUIRES(reportLock_) EXCLUDES(udpLock_);
   // False when the path was closed, at once or meanwhile.
   bool WaitOut(std::chrono::milliseconds time) EXCLUDES(udpLock_);
 
