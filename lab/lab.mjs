@@ -6,15 +6,19 @@ import path from 'node:path';
 
 import { kProfilePrefix } from './browser/chromium.mjs';
 import { connectBridge } from './browser/client.mjs';
+import { Clipboard } from './clipboard.mjs';
 import { Display } from './display.mjs';
 import { kWorkFolderPrefix, processesHolding, temporaryFolders } from './leftovers.mjs';
 import {
   kCloud, kCloudToSite, kDirectRoute, kOverlappingRoute, kSite, kTunnelAddress, Network,
 } from './network.mjs';
 import { NetworkFaults } from './network_faults.mjs';
-import { kBrowserRuntime, kBuild, kLabSuffix, kRepo, kSettingWatch, kTunBridge } from './paths.mjs';
+import {
+  kBrowserRuntime, kBuild, kLabSuffix, kRepo, kRustDesk, kSettingWatch, kTunBridge,
+} from './paths.mjs';
 import { Processes, run } from './processes.mjs';
 import { Program } from './program.mjs';
+import { forgetRustDesk, RustDesk } from './rustdesk/rustdesk.mjs';
 import { connectService } from './service/client.mjs';
 import { WinePrefix } from './wine.mjs';
 
@@ -136,6 +140,9 @@ export class Lab {
     await this.bridge.listen({ port: kBridgePort });
     await this.prefix.stopServer();
     await this.prefix.forgetProgram();
+    await forgetRustDesk(this.prefix);
+    this.rustDesk = this.#makeRustDesk('rustdesk');
+    this.clipboard = new Clipboard(this.prefix, this.#windowsOptions);
     await this.prefix.setBrowserRuntime(kBrowserRuntime, { namespace: engineer });
     await this.prefix.setProxyOverride(null, { namespace: engineer });
     await this.writeSettings(settings);
@@ -157,14 +164,17 @@ export class Lab {
     return {
       ...this.prefix.env, DISPLAY: this.display.name, LAB_WEBVIEW_PORT: String(kBridgePort),
       LAB_WINDIVERT_PORT: String(kDriverPort), LAB_WINDIVERT_PEER: String(kTunPort),
-      LAB_WINDIVERT_LOG: this.#log('driver'),
+      LAB_WINDIVERT_LOG: this.#log('driver'), LAB_RUSTDESK: path.join(this.artifacts, 'rustdesk'),
     };
   }
 
-  /** Starts the program in the engineer's namespace; the page is ready when this returns. */
-  async startProgram({ env = {}, waitForPage = true } = {}) {
+  /**
+   * Starts the program in the engineer's namespace; the page is ready when this returns. `file` is a
+   * copy of it elsewhere on this machine.
+   */
+  async startProgram({ file, env = {}, waitForPage = true } = {}) {
     this.program = new Program(this);
-    await this.program.start({ env, waitForPage });
+    await this.program.start({ file, env, waitForPage });
     return this.program;
   }
 
@@ -179,6 +189,27 @@ export class Lab {
     });
     return () => [...this.processes.outputOf(child).matchAll(/^setting change, (.*?)\r?$/gm)]
       .map(([, text]) => text);
+  }
+
+  get #windowsOptions() { return { namespace: this.network.engineer, env: this.windowsEnv }; }
+
+  #makeRustDesk(name) {
+    return new RustDesk(this.prefix, path.join(this.artifacts, name), this.#windowsOptions);
+  }
+
+  /**
+   * Starts another window on the desk with RustDesk's stand-in: it records what reaches it in a folder
+   * of its own. `plan` as for RustDesk.plan(). Returns it after `event`, as a rule when it shows.
+   */
+  async startWindow(name, plan, event = 'shown') {
+    const window = this.#makeRustDesk(name);
+    await window.plan(plan);
+    const { env, namespace } = this.#windowsOptions;
+    await this.processes.start(name, this.prefix.command(this.prefix.windowsPath(kRustDesk)),
+      { namespace, env: { ...env, ...window.env } });
+    const { pid } = await window.started(1);
+    await window.happened(pid, event);
+    return window;
   }
 
   /** Runs one of the engineer's tools. */

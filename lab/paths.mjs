@@ -9,5 +9,7 @@ export const kLabSuffix = process.env.LAB_SUFFIX ?? '';
 export const kProgramFile = path.join(kBuild, 'windows/Velmarine.Client.exe');
 export const kBrowserRuntime = path.join(kBuild, 'windows/lab/browser/120.0.0.0');
 export const kSettingWatch = path.join(kBuild, 'windows/lab/desk/setting_watch.exe');
+export const kClipboard = path.join(kBuild, 'windows/lab/desk/clipboard.exe');
+export const kRustDesk = path.join(kBuild, 'windows/lab/rustdesk/rustdesk.exe');
 export const kTunBridge = path.join(kBuild, 'native/lab/driver/tunbridge');
 export const kWire = path.join(kBuild, 'native/lab/tun/wire');

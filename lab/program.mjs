@@ -28,10 +28,10 @@ export class Program {
     this.folder = path.join(lab.workFolder, `run${Math.floor(performance.now())}`);
   }
 
-  async start({ env, waitForPage }) {
+  async start({ file, env, waitForPage }) {
     const { lab } = this;
     await mkdir(this.folder, { recursive: true });
-    const command = lab.prefix.command(lab.prefix.windowsPath(kProgramFile));
+    const command = lab.prefix.command(lab.prefix.windowsPath(file ?? kProgramFile));
     this.child = await lab.processes.start('program', command, {
       namespace: lab.network.engineer, env: { ...lab.windowsEnv, ...env }, cwd: this.folder,
       log: path.join(lab.artifacts, 'program-output.log'),

@@ -54,6 +54,12 @@ export class WinePrefix {
     return `Z:${path.resolve(file).replaceAll('/', '\\')}`;
   }
 
+  /** The file of this machine behind an absolute Windows path. */
+  unixPath(windowsPath) {
+    const [drive, ...parts] = windowsPath.split('\\');
+    return path.join(this.folder, 'dosdevices', drive.toLowerCase(), ...parts);
+  }
+
   /** Names `versionFolder` as the browser runtime, or no runtime at all when it is null. */
   async setBrowserRuntime(versionFolder, options) {
     const command = versionFolder === null

@@ -1,4 +1,5 @@
 // The service's HTTP interface: every request is recorded, then answered as Replies says.
+import { readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import express from 'express';
@@ -29,7 +30,7 @@ async function answer(response, reply) {
     socket.end(Buffer.from(reply.raw, 'latin1'));
     return;
   }
-  const body = Buffer.from(reply.body ?? '', 'utf8');
+  const body = reply.file === undefined ? Buffer.from(reply.body ?? '', 'utf8') : await readFile(reply.file);
   response.status(reply.status);
   response.set({ 'content-type': 'application/json; charset=utf-8', ...reply.headers });
   if (reply.truncateTo === undefined) {

@@ -8,6 +8,10 @@ export const kDefaultGrant = {
   connectionId: 'CONN-0001', assignedAddress: '10.88.0.2', routes: ['192.168.77.0/24'],
 };
 
+export const kDefaultDesktop = {
+  rustDeskId: '123456789', accessPassword: 'lab-password', server: {},
+};
+
 /** The device that a resolve request's body asks for; of no list, one that takes any key. */
 function resolve(devices, grant, body) {
   if (devices === null) {
@@ -21,14 +25,12 @@ function resolve(devices, grant, body) {
 }
 
 /** The service as it should be. Each entry: [method, path pattern, reply]. */
-function ownReply(grant, devices, { method, path, body }) {
+function ownReply({ grant, devices, desktop }, { method, path, body }) {
   const table = [
     ['POST', /^\/api\/connections\/request$/, () => success(grant)],
     ['POST', /^\/api\/connections\/[^/]+\/disconnect$/, () => success(null)],
     ['POST', /^\/api\/devices\/resolve$/, () => resolve(devices, grant, body)],
-    ['POST', /^\/api\/devices\/[^/]+\/remote-desktop\/session$/, () => success({
-      rustDeskId: '123456789', accessPassword: 'lab-password', server: {},
-    })],
+    ['POST', /^\/api\/devices\/[^/]+\/remote-desktop\/session$/, () => success(desktop)],
     ['GET', /^\/api\/updates\/client$/, () => success({ updateAvailable: false })],
   ];
   const row = table.find(([wanted, pattern]) => wanted === method && pattern.test(path));
@@ -38,6 +40,7 @@ function ownReply(grant, devices, { method, path, body }) {
 export class Replies {
   #grant = null;
   #devices = null;
+  #desktop = kDefaultDesktop;
   #addresses = new Map();  // of every connection id that was ever granted
   #scripted = [];
 
@@ -54,12 +57,16 @@ export class Replies {
    */
   setDevices(devices) { this.#devices = devices; }
 
+  /** What a request for a desktop session is answered with, as it is. */
+  setDesktop(desktop) { this.#desktop = desktop; }
+
   /** The tunnel address granted with a connection id, without its prefix; null: never granted. */
   addressOf(connectionId) { return this.#addresses.get(connectionId) ?? null; }
 
   /**
    * Puts a reply in the place of the service's own, for `path` (a prefix), `times` times (default:
-   * until reset). Members: status, headers, body (text), delayMs, and one of the faults
+   * until reset). Members: status, headers, body (text) or file (the body is this
+   * file's bytes), delayMs, and one of the faults
    *   cut: true          the connection is destroyed instead of an answer
    *   truncateTo: bytes  the head announces the whole body, the connection ends after so many bytes
    *   raw: text          these bytes instead of an HTTP reply (latin1), then the end
@@ -77,12 +84,13 @@ export class Replies {
 
   /** The reply to one request; counts down the scripted one it uses. */
   take({ method, path, body = '' }) {
-    const own = ownReply(this.#grant, this.#devices, { method, path, body });
+    const own = ownReply({ grant: this.#grant, devices: this.#devices, desktop: this.#desktop },
+      { method, path, body });
     const scripted = this.#scripted.find((one) => path.startsWith(one.path) && one.times > 0);
     if (!scripted) return own;
     scripted.times -= 1;
     const { reply } = scripted;
-    return reply.body === undefined && reply.status === undefined ? { ...own, ...reply }
+    return [reply.body, reply.file, reply.status].every((one) => one === undefined) ? { ...own, ...reply }
       : { status: 200, headers: {}, ...reply };
   }
 }

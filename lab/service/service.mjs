@@ -93,6 +93,7 @@ export class LabService {
 
   setGrant(grant) { this.#replies.setGrant(grant); }
   setDevices(devices) { this.#replies.setDevices(devices); }
+  setDesktop(desktop) { this.#replies.setDesktop(desktop); }
   setReply(reply) { this.#replies.set(reply); }
   refuseNext(refusal) { this.#replies.refuseNext(refusal); }
   resetReplies() { this.#replies.reset(); }

@@ -1,5 +1,6 @@
 // The lab's service, HTTP side: what it records and what it can be made to answer.
 import assert from 'node:assert/strict';
+import { readFile } from 'node:fs/promises';
 import net from 'node:net';
 import { once } from 'node:events';
 
@@ -72,6 +73,24 @@ each('resolves the devices that it is given by their keys, and no others', async
   assert.deepEqual(await resolve(deviceSecret), { success: true, code: '', message: '', data: known });
   assert.deepEqual(await resolve('KEY-2'),
     { success: false, code: 'DEVICE_NOT_FOUND', message: '密钥无效', data: null });
+});
+
+each('grants the desktop session that it is told to', async ({ service, post }) => {
+  for (const desktop of [{ rustDeskId: '7', server: { key: 'K=' } }, 'no object', null]) {
+    service.setDesktop(desktop);
+    const reply = await (await post('/api/devices/DEV%201/remote-desktop/session')).json();
+    assert.deepEqual(reply, { success: true, code: '', message: '', data: desktop });
+  }
+});
+
+each('sends a file of this machine, and ends in its middle when told', async ({ service, request }) => {
+  const bytes = await readFile(process.execPath);
+  service.setReply({ path: '/node', file: process.execPath, headers: { 'content-type': 'application/octet-stream' } });
+  const response = await request('/node');
+  assert.equal(response.headers.get('content-type'), 'application/octet-stream');
+  assert.ok(bytes.equals(Buffer.from(await response.arrayBuffer())));
+  service.setReply({ path: '/node', file: process.execPath, truncateTo: 1000 });
+  await assert.rejects(async () => (await request('/node')).arrayBuffer());
 });
 
 each('delays its own reply', async ({ service, post }) => {
