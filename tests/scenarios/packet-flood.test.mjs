@@ -2,6 +2,7 @@
 // bounded, and what nobody could take in time does not arrive later.
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
+import { setTimeout as sleep } from 'node:timers/promises';
 
 import { kPlc } from '../../lab/network.mjs';
 import { waitUntil } from '../../lab/program.mjs';
@@ -17,6 +18,8 @@ const kFlood = {
 const kBackground = { udp: { sizes: [64], intervalMs: 100 } };
 const kPacketBytes = kPayloadBytes + 28;  // IPv4 and UDP headers
 const kAlmost = 20;
+const kRestMs = 300;
+const kRestTicks = 2;  // of 10 ms: the background's packets
 const kMoreMib = 12;  // the whole flood would be 14
 
 /** The program's memory that is its own, in MiB. */
@@ -24,6 +27,25 @@ async function memory(program) {
   const status = await readFile(`/proc/${program.child.pid}/status`, 'utf8');
   assert.match(status, /^Name:\s+Velmarine/m);
   return Number(/^RssAnon:\s+(\d+) kB/m.exec(status)[1]) / 1024;
+}
+
+/** The processor time that the program has used, in clock ticks. */
+async function ticks(program) {
+  const stat = await readFile(`/proc/${program.child.pid}/stat`, 'utf8');
+  const [userTicks, systemTicks] = stat.slice(stat.lastIndexOf(')') + 2).split(' ').slice(11, 13);
+  return Number(userTicks) + Number(systemTicks);
+}
+
+/** Until the program has nothing left to capture: on a busy machine it is behind its tools. */
+async function waitUntilCaptured(program) {
+  let last = await ticks(program);
+  await waitUntil('a program at rest', async () => {
+    await sleep(kRestMs);
+    const now = await ticks(program);
+    const rests = now - last <= kRestTicks;
+    last = now;
+    return rests;
+  });
 }
 
 /** Sends the flood to its end; what comes back meanwhile and later is counted. */
@@ -46,6 +68,7 @@ async function blockedSender(lab, program, t) {
   const before = await memory(program);
   lab.pauseService();
   const traffic = await flood(lab);
+  await waitUntilCaptured(program);
   const during = await memory(program);
   lab.continueService();  // before the 8 s after which the connection is given up
   const numbers = await waitUntil('the newest packets at the service', async () => {
