@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace platform {
 
@@ -15,6 +17,16 @@ bool WriteFileBytes(const std::wstring& path, const std::string& bytes);
 
 // True when `path` names an existing file that is not a folder.
 bool IsFile(const std::wstring& path);
+
+// The size of a file that is no folder; empty optional when there is none.
+std::optional<std::uint64_t> FileSizeBytes(const std::wstring& path);
+
+// The names of the folders in `folder`, without "." and "..", in the system's order, links to
+// folders among them; none when it cannot be listed.
+std::vector<std::wstring> ListFolders(const std::wstring& folder);
+
+// False when the file is still there afterwards.
+bool DeleteFileAt(const std::wstring& path);
 
 // Creates the folder and its missing parents; an existing folder is fine. False on failure.
 bool CreateFolders(const std::wstring& path);

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -43,6 +44,30 @@ bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
 bool IsFile(const std::wstring& path) {
   struct stat status {};
   return ::stat(NativePath(path).c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
+std::optional<std::uint64_t> FileSizeBytes(const std::wstring& path) {
+  struct stat status {};
+  if (::stat(NativePath(path).c_str(), &status) != 0 || S_ISDIR(status.st_mode)) {
+    return std::nullopt;
+  }
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
+std::vector<std::wstring> ListFolders(const std::wstring& folder) {
+  std::vector<std::wstring> names;
+  std::error_code error;
+  std::filesystem::directory_iterator entry(NativePath(folder), error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    std::error_code unknown;
+    if (!entry->is_directory(unknown)) continue;
+    names.push_back(text::FromUtf8(entry->path().filename().string()));
+  }
+  return names;
+}
+
+bool DeleteFileAt(const std::wstring& path) {
+  return ::unlink(NativePath(path).c_str()) == 0 || !IsFile(path);
 }
 
 bool CreateFolders(const std::wstring& path) {

@@ -2,11 +2,20 @@
 
 #include "platform/files.h"
 #include "platform/handles_win.h"
+#include "platform/path.h"
 // After the SDK, which it needs.
 #include <shlobj.h>
 
 namespace platform {
 namespace {
+
+struct FindHandleTraits {
+  using Raw = HANDLE;
+  static Raw Invalid() noexcept { return INVALID_HANDLE_VALUE; }
+  static bool IsValid(Raw handle) noexcept { return handle != INVALID_HANDLE_VALUE; }
+  static void Close(Raw handle) noexcept { ::FindClose(handle); }
+};
+using FindHandle = UniqueHandle<FindHandleTraits>;
 
 constexpr DWORD kChunkBytes = 1 << 20;
 
@@ -64,6 +73,30 @@ bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
 bool IsFile(const std::wstring& path) {
   const DWORD attributes = ::GetFileAttributesW(path.c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+std::optional<std::uint64_t> FileSizeBytes(const std::wstring& path) {
+  WIN32_FILE_ATTRIBUTE_DATA found{};
+  if (!::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &found)) return std::nullopt;
+  if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return std::nullopt;
+  return std::uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow;
+}
+
+std::vector<std::wstring> ListFolders(const std::wstring& folder) {
+  std::vector<std::wstring> names;
+  WIN32_FIND_DATAW entry{};
+  const FindHandle find(::FindFirstFileW(JoinPath(folder, L"*").c_str(), &entry));
+  if (!find) return names;
+  do {
+    const std::wstring name = entry.cFileName;
+    const bool isFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (isFolder && name != L"." && name != L"..") names.push_back(name);
+  } while (::FindNextFileW(find.Get(), &entry));
+  return names;
+}
+
+bool DeleteFileAt(const std::wstring& path) {
+  return ::DeleteFileW(path.c_str()) != FALSE || !IsFile(path);
 }
 
 bool CreateFolders(const std::wstring& path) {

@@ -8,6 +8,9 @@ namespace platform {
 // when the system cannot tell.
 std::wstring RoamingAppDataFolder();
 std::wstring LocalAppDataFolder();
+std::wstring ProgramFilesFolder();
+std::wstring ProgramFilesX86Folder();
+std::wstring WindowsFolder();
 std::wstring TemporaryFolder();  // ends in a backslash (GetTempPathW)
 
 // The running program's file and the folder it lies in (paths up to 259 characters).

@@ -37,6 +37,21 @@ std::wstring LocalAppDataFolder() {
   return KnownFolder(FOLDERID_LocalAppData);
 }
 
+std::wstring ProgramFilesFolder() {
+  return KnownFolder(FOLDERID_ProgramFiles);
+}
+
+std::wstring ProgramFilesX86Folder() {
+  return KnownFolder(FOLDERID_ProgramFilesX86);
+}
+
+std::wstring WindowsFolder() {
+  std::array<wchar_t, MAX_PATH> buffer{};
+  const UINT lengthUnits = ::GetWindowsDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));
+  if (lengthUnits == 0 || lengthUnits >= buffer.size()) return {};
+  return std::wstring(buffer.data(), lengthUnits);
+}
+
 std::wstring TemporaryFolder() {
   std::array<wchar_t, MAX_PATH + 2> buffer{};
   const DWORD lengthUnits = ::GetTempPathW(static_cast<DWORD>(buffer.size()), buffer.data());

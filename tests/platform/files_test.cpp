@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "platform/scratch_folder.h"
@@ -53,6 +54,40 @@ TEST_F(FilesTest, KnowsFilesFromFolders) {
   EXPECT_TRUE(IsFile(scratch_.Path(L"a")));
   EXPECT_FALSE(IsFile(scratch_.Folder()));
   EXPECT_FALSE(IsFile(scratch_.Path(L"missing")));
+}
+
+TEST_F(FilesTest, TellsTheSizeOfAFile) {
+  for (const std::size_t sizeBytes : {std::size_t{0}, std::size_t{1}, std::size_t{1'048'577}}) {
+    ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"a"), std::string(sizeBytes, 'x')));
+    EXPECT_EQ(FileSizeBytes(scratch_.Path(L"a")), sizeBytes);
+  }
+  EXPECT_EQ(FileSizeBytes(scratch_.Folder()), std::nullopt);
+  EXPECT_EQ(FileSizeBytes(scratch_.Path(L"missing")), std::nullopt);
+}
+
+TEST_F(FilesTest, ListsFoldersAndNothingElse) {
+  for (const wchar_t* const name : {L"b", L".hidden", L"\x674E \xD83D\xDE00", L"a"}) {
+    ASSERT_TRUE(CreateFolders(scratch_.Path(name)));
+  }
+  ASSERT_TRUE(CreateFolders(scratch_.Path(L"a\\deeper")));
+  ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"file"), ""));
+  std::vector<std::wstring> names = ListFolders(scratch_.Folder());
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::wstring>{L".hidden", L"a", L"b", L"\x674E \xD83D\xDE00"}));
+  EXPECT_TRUE(ListFolders(scratch_.Path(L"b")).empty());
+  EXPECT_TRUE(ListFolders(scratch_.Path(L"file")).empty());
+  EXPECT_TRUE(ListFolders(scratch_.Path(L"missing")).empty());
+}
+
+TEST_F(FilesTest, DeletesAFileButNoFolder) {
+  ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"a"), "x"));
+  EXPECT_TRUE(DeleteFileAt(scratch_.Path(L"a")));
+  EXPECT_FALSE(IsFile(scratch_.Path(L"a")));
+  EXPECT_TRUE(DeleteFileAt(scratch_.Path(L"a")));
+  EXPECT_TRUE(DeleteFileAt(scratch_.Path(L"missing\\a")));
+  ASSERT_TRUE(CreateFolders(scratch_.Path(L"b")));
+  DeleteFileAt(scratch_.Path(L"b"));
+  EXPECT_TRUE(WriteFileBytes(scratch_.Path(L"b\\file"), "x"));
 }
 
 TEST_F(FilesTest, CreatesFoldersWithTheirParents) {

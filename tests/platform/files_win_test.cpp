@@ -42,5 +42,31 @@ TEST(FilesOnWindows, ReadsNothingFromAFileHeldForItself) {
   EXPECT_FALSE(WriteFileBytes(path, "y"));
 }
 
+TEST(FilesOnWindows, TellsASizeBeyondFourGibibytes) {
+  const ScratchFolder scratch;
+  const std::wstring path = scratch.Path(L"sparse");
+  {
+    const FileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    LARGE_INTEGER size;
+    size.QuadPart = (LONGLONG{5} << 32) + 7;
+    ASSERT_TRUE(::SetFilePointerEx(file.Get(), size, nullptr, FILE_BEGIN));
+    ASSERT_TRUE(::SetEndOfFile(file.Get()));
+  }
+  EXPECT_EQ(FileSizeBytes(path), (std::uint64_t{5} << 32) + 7);
+}
+
+TEST(FilesOnWindows, KnowsThatAFileInUseIsStillThere) {
+  const ScratchFolder scratch;
+  const std::wstring path = scratch.Path(L"a");
+  ASSERT_TRUE(WriteFileBytes(path, "x"));
+  {
+    const FileHandle holder(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    EXPECT_FALSE(DeleteFileAt(path));
+  }
+  EXPECT_TRUE(DeleteFileAt(path));
+}
+
 }  // namespace
 }  // namespace platform

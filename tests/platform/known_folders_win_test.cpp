@@ -23,6 +23,14 @@ TEST(KnownFolders, AreFoldersOfTheUser) {
   EXPECT_TRUE(TemporaryFolder().ends_with(L'\\'));
 }
 
+TEST(KnownFolders, AreFoldersOfTheComputer) {
+  EXPECT_TRUE(IsFolder(ProgramFilesFolder()));
+  EXPECT_TRUE(IsFolder(ProgramFilesX86Folder()));
+  EXPECT_TRUE(ProgramFilesFolder().ends_with(L"Program Files")) << "of a 64-bit program";
+  EXPECT_TRUE(ProgramFilesX86Folder().ends_with(L"Program Files (x86)"));
+  EXPECT_TRUE(IsFolder(JoinPath(WindowsFolder(), L"system32")));
+}
+
 TEST(KnownFolders, NameTheRunningProgram) {
   EXPECT_TRUE(ProgramPath().ends_with(L"platform_test.exe"));
   EXPECT_TRUE(IsFolder(ProgramFolder()));
