@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/clipboard.h"
 #include "settings/site_profile_actions.h"
-#include "shell/clipboard.h"
 #include "shell/page_link.h"
 #include "shell/settings_care.h"
 #include "shell/window_events.h"
@@ -109,7 +109,7 @@ constexpr PageAction kPageActions[] = {
 void CopySecret(AppState& state) {
   webui::TakeFields(state.form, state.settings);
   if (state.settings.deviceSecret.empty()) return Log(state, kNoSecret);
-  const bool copied = CopyToClipboard(state.window, state.settings.deviceSecret);
+  const bool copied = platform::CopyTextToClipboard(state.settings.deviceSecret, state.window);
   Log(state, copied ? kSecretCopied : kCopyFailed);
 }
 

@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+#include "platform/clipboard.h"
+#include "platform/windows_sdk.h"
+
+namespace platform {
+namespace {
+
+// What the clipboard holds as text; also shows that nobody has left it open.
+std::wstring ClipboardText() {
+  if (::OpenClipboard(nullptr) == FALSE) return L"(held)";
+  std::wstring text = L"(none)";
+  if (const HANDLE data = ::GetClipboardData(CF_UNICODETEXT)) {
+    text = static_cast<const wchar_t*>(::GlobalLock(data));
+    ::GlobalUnlock(data);
+  }
+  ::CloseClipboard();
+  return text;
+}
+
+// Another program's window that holds the clipboard open while it lives.
+class Holder {
+ public:
+  Holder() {
+    std::promise<bool> opened;
+    std::future<bool> isOpen = opened.get_future();
+    thread_ = std::thread([this, &opened] { Run(opened); });
+    EXPECT_TRUE(isOpen.get());
+  }
+  ~Holder() {
+    letGo_.set_value();
+    thread_.join();
+  }
+  Holder(const Holder&) = delete;
+  Holder& operator=(const Holder&) = delete;
+
+ private:
+  void Run(std::promise<bool>& opened) {
+    const HWND window = ::CreateWindowExW(0, L"STATIC", L"holder", WS_OVERLAPPED, 0, 0, 1, 1,
+                                          nullptr, nullptr, nullptr, nullptr);
+    std::future<void> end = letGo_.get_future();
+    opened.set_value(::OpenClipboard(window) != FALSE);
+    end.wait();
+    ::CloseClipboard();
+    ::DestroyWindow(window);
+  }
+
+  std::promise<void> letGo_;
+  std::thread thread_;
+};
+
+TEST(Clipboard, GivesBackEveryText) {
+  const std::wstring texts[] = {L"pw", L"密码 1", L"\xD83D\xDE00 astral \xD83D\xDE01",
+                                L"a\tb\r\nc\"'\\", std::wstring(100'000, L'钥')};
+  for (const std::wstring& text : texts) {
+    EXPECT_TRUE(CopyTextToClipboard(text));
+    EXPECT_EQ(ClipboardText(), text);
+  }
+}
+
+TEST(Clipboard, AnEmptyTextChangesNothing) {
+  ASSERT_TRUE(CopyTextToClipboard(L"before"));
+  EXPECT_FALSE(CopyTextToClipboard(L""));
+  EXPECT_EQ(ClipboardText(), L"before");
+}
+
+TEST(Clipboard, HeldByAnotherWindowIsAFailureThatPasses) {
+  ASSERT_TRUE(CopyTextToClipboard(L"before"));
+  {
+    const Holder holder;
+    EXPECT_FALSE(CopyTextToClipboard(L"lost"));
+    EXPECT_EQ(ClipboardText(), L"(held)");
+  }
+  EXPECT_EQ(ClipboardText(), L"before");
+  EXPECT_TRUE(CopyTextToClipboard(L"after"));
+  EXPECT_EQ(ClipboardText(), L"after");
+}
+
+TEST(Clipboard, IsFreeForOthersAfterEachCopy) {
+  for (const wchar_t* const text : {L"pw", L""}) {
+    CopyTextToClipboard(text);
+    const Holder holder;  // could not open it otherwise
+  }
+}
+
+TEST(Clipboard, TakesTheTextInAWindowsName) {
+  const HWND window = ::CreateWindowExW(0, L"STATIC", L"owner", WS_OVERLAPPED, 0, 0, 1, 1, nullptr,
+                                        nullptr, nullptr, nullptr);
+  EXPECT_TRUE(CopyTextToClipboard(L"owned", window));
+  EXPECT_EQ(::GetClipboardOwner(), window);
+  EXPECT_EQ(ClipboardText(), L"owned");
+  ::DestroyWindow(window);
+}
+
+}  // namespace
+}  // namespace platform
