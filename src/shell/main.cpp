@@ -13,7 +13,7 @@
 #include "shell/command_line.h"
 #include "shell/log_file.h"
 #include "shell/main_window.h"
-#include "shell/runtime_folder.h"
+#include "shell/runtime_files_win.h"
 #include "shell/surroundings.h"
 #include "tunnel/session_win.h"
 #include "update/apply_update.h"

@@ -6,21 +6,16 @@
 
 #include "platform/files.h"
 #include "platform/handles_win.h"
+#include "platform/known_folders.h"
 #include "platform/path.h"
 #include "platform/resource_win.h"
-#include "shell/runtime_folder.h"
+#include "settings/runtime_folder.h"
+#include "shell/development_tree.h"
 
 namespace shell {
 namespace {
 
 constexpr const wchar_t* kDriverFiles[] = {L"WinDivert.dll", L"WinDivert64.sys"};
-
-// Empty when there is no such file.
-std::optional<std::uint64_t> FileSizeBytes(const std::wstring& path) {
-  WIN32_FILE_ATTRIBUTE_DATA data = {};
-  if (!::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) return std::nullopt;
-  return (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
-}
 
 bool WriteAnew(const std::wstring& path, std::span<const std::byte> bytes) {
   const platform::FileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr,
@@ -47,15 +42,20 @@ bool ExtractResource(HMODULE module, WORD id, const std::wstring& targetPath) {
   if (bytes.empty()) return false;
 
   platform::CreateFolders(platform::ParentFolder(targetPath));
-  if (FileSizeBytes(targetPath) == bytes.size()) return true;
+  if (platform::FileSizeBytes(targetPath) == bytes.size()) return true;
   return WriteAnew(targetPath, bytes);
 }
 
 void CopyIfChanged(const std::wstring& source, const std::wstring& target) {
-  const std::optional<std::uint64_t> sourceBytes = FileSizeBytes(source);
-  if (!sourceBytes || FileSizeBytes(target) == sourceBytes) return;
+  const std::optional<std::uint64_t> sourceBytes = platform::FileSizeBytes(source);
+  if (!sourceBytes || platform::FileSizeBytes(target) == sourceBytes) return;
   platform::CreateFolders(platform::ParentFolder(target));
   ::CopyFileW(source.c_str(), target.c_str(), FALSE);
+}
+
+void LayOutRuntimeFiles() {
+  LayOutRuntimeFilesFrom(::GetModuleHandleW(nullptr), settings::RuntimeFolder(),
+                         platform::ProgramPath());
 }
 
 void LayOutRuntimeFilesFrom(HMODULE module, const std::wstring& folder,

@@ -20,7 +20,12 @@ bool ExtractResource(HMODULE module, WORD id, const std::wstring& targetPath);
 // differs in size. A failure is not reported.
 void CopyIfChanged(const std::wstring& source, const std::wstring& target);
 
-// LayOutRuntimeFiles() for the resources of `module`, the runtime folder `folder` and a program
+// Makes sure that the packet driver's two files lie in the runtime folder and puts that folder
+// first in the search for libraries. Called once, before the window exists. Every failure is
+// silent: an old copy in use stays, and loading the driver tells when there is none.
+void LayOutRuntimeFiles();
+
+// The same for the resources of `module`, the runtime folder `folder` and a program
 // that runs from `programPath`. Run from the build output of a source tree, it also refreshes the
 // driver files which the next build embeds; otherwise it touches no file outside `folder`.
 void LayOutRuntimeFilesFrom(HMODULE module, const std::wstring& folder,

@@ -7,8 +7,8 @@
 
 #include "platform/files.h"
 #include "platform/handles_win.h"
+#include "settings/runtime_folder.h"
 #include "shell/runtime_files_win.h"
-#include "shell/runtime_folder.h"
 #include "shell/test_folder_win.h"
 
 namespace shell {
@@ -157,7 +157,7 @@ TEST_F(RuntimeFiles, MakeEveryMissingFolder) {
 }
 
 TEST(RuntimeFolder, LiesInTheUsersOwnData) {
-  const std::wstring folder = RuntimeFolder();
+  const std::wstring folder = settings::RuntimeFolder();
   const std::wstring end = L"\\Velmarine\\Runtime";
   ASSERT_GT(folder.size(), end.size());
   EXPECT_EQ(folder.substr(folder.size() - end.size()), end);

@@ -1,23 +1,9 @@
-#include "shell/runtime_folder.h"
+#include "shell/development_tree.h"
 
 #include <gtest/gtest.h>
 
-#include <optional>
-#include <string>
-
 namespace shell {
 namespace {
-
-TEST(RuntimeFolderBelow, LiesBelowTheLocalApplicationData) {
-  EXPECT_EQ(RuntimeFolderBelow(L"C:\\Users\\u\\AppData\\Local", L"C:\\Temp\\"),
-            L"C:\\Users\\u\\AppData\\Local\\Velmarine\\Runtime");
-  EXPECT_EQ(RuntimeFolderBelow(L"C:\\", L"C:\\Temp\\"), L"C:\\Velmarine\\Runtime");
-  EXPECT_EQ(RuntimeFolderBelow(L"C:/", L"C:\\Temp\\"), L"C:/Velmarine\\Runtime");
-}
-
-TEST(RuntimeFolderBelow, FallsBackToTheTemporaryFolder) {
-  EXPECT_EQ(RuntimeFolderBelow(L"", L"C:\\Temp\\"), L"C:\\Temp\\Velmarine\\Runtime");
-}
 
 TEST(DevelopmentTreeRoot, IsThePartBeforeTheSourceFolder) {
   EXPECT_EQ(DevelopmentTreeRoot(L"D:\\tree\\src\\VelmarineNative\\build\\x64\\client.exe"),

@@ -1,12 +1,6 @@
-#include "shell/runtime_folder.h"
-
-#include "platform/path.h"
+#include "shell/development_tree.h"
 
 namespace shell {
-
-std::wstring RuntimeFolderBelow(std::wstring_view localAppData, std::wstring_view temporary) {
-  return platform::JoinPath(localAppData.empty() ? temporary : localAppData, L"Velmarine\\Runtime");
-}
 
 std::optional<std::wstring> DevelopmentTreeRoot(std::wstring_view programPath) {
   const std::size_t end = programPath.find(L"\\src\\VelmarineNative\\");

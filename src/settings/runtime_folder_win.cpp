@@ -1,0 +1,10 @@
+#include "platform/known_folders.h"
+#include "settings/runtime_folder.h"
+
+namespace settings {
+
+std::wstring RuntimeFolder() {
+  return RuntimeFolderBelow(platform::LocalAppDataFolder(), platform::TemporaryFolder());
+}
+
+}  // namespace settings
