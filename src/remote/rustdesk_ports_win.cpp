@@ -1,0 +1,33 @@
+#include "platform/files.h"
+#include "platform/known_folders.h"
+#include "remote/rustdesk_config.h"
+#include "remote/rustdesk_places.h"
+#include "remote/rustdesk_program.h"
+#include "service/http_transport.h"
+#include "settings/runtime_folder.h"
+
+namespace remote {
+
+RustDeskFolders RealRustDeskFolders() {
+  RustDeskFolders folders;
+  folders.programFiles = platform::ProgramFilesFolder();
+  folders.programFilesX86 = platform::ProgramFilesX86Folder();
+  folders.localAppData = platform::LocalAppDataFolder();
+  folders.roamingAppData = platform::RoamingAppDataFolder();
+  folders.program = platform::ProgramFolder();
+  folders.runtime = settings::RuntimeFolder();
+  folders.windows = platform::WindowsFolder();
+  return folders;
+}
+
+RustDeskProgramPorts RealRustDeskProgramPorts() {
+  return {platform::FileSizeBytes, platform::CreateFolders, platform::DeleteFileAt,
+          service::DownloadFile,
+          [](const settings::Settings& settings) { settings::SaveSettings(settings); }};
+}
+
+RustDeskConfigPorts RealRustDeskConfigPorts() {
+  return {platform::ListFolders, platform::CreateFolders, platform::WriteFileBytes};
+}
+
+}  // namespace remote

@@ -1,0 +1,61 @@
+#include "remote/rustdesk_server.h"
+
+#include <gtest/gtest.h>
+
+namespace remote {
+namespace {
+
+RustDeskServer Read(const wchar_t* json) {
+  return ReadRustDeskServer(settings::ReadJsonDocument(json));
+}
+
+TEST(RustDeskServer, TakesEachTextOfItsOwnName) {
+  const RustDeskServer server = Read(
+      LR"({"rendezvousServer":"r","relayServer":"l","apiServer":"a","key":"k",)"
+      LR"("windowsDownloadUrl":"w","more":"x"})");
+  EXPECT_EQ(server.rendezvousServer, L"r");
+  EXPECT_EQ(server.relayServer, L"l");
+  EXPECT_EQ(server.apiServer, L"a");
+  EXPECT_EQ(server.key, L"k");
+  EXPECT_EQ(server.windowsDownloadUrl, L"w");
+}
+
+TEST(RustDeskServer, CountsEveryOtherKindAsEmpty) {
+  const wchar_t* const descriptions[] = {
+      LR"({"rendezvousServer":1,"relayServer":["l"],"apiServer":null,"key":true,)"
+      LR"("windowsDownloadUrl":{}})",
+      L"{}",
+      LR"({"RendezvousServer":"r","Key":"k"})",
+  };
+  for (const wchar_t* const json : descriptions) {
+    const RustDeskServer server = Read(json);
+    EXPECT_EQ(server.rendezvousServer + server.relayServer + server.apiServer + server.key +
+                  server.windowsDownloadUrl,
+              L"")
+        << json;
+  }
+}
+
+TEST(RustDeskDownloadUrl, IsAbsoluteOrBelowTheService) {
+  const struct {
+    const wchar_t* given;
+    const wchar_t* expected;
+  } rows[] = {
+      {L"", L""},
+      {L"https://cdn.example/rd.exe", L"https://cdn.example/rd.exe"},
+      {L"/files/rd.exe", L"http://h:1/files/rd.exe"},
+      {L"//files/rd.exe", L"http://h:1//files/rd.exe"},
+      {L"files/rd.exe", L"http://h:1/files/rd.exe"},
+      {L"files/rd.exe?from=a:/b", L"http://h:1/files/rd.exe?from=a:/b"},
+      {L"a?u=x://y", L"a?u=x://y"},
+      {L"/", L"http://h:1/"},
+  };
+  for (const auto& row : rows) {
+    RustDeskServer server;
+    server.windowsDownloadUrl = row.given;
+    EXPECT_EQ(RustDeskDownloadUrl(server, L" h:1/ "), row.expected) << row.given;
+  }
+}
+
+}  // namespace
+}  // namespace remote
