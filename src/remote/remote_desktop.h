@@ -1,13 +1,43 @@
 #pragma once
 
+#include <functional>
+#include <span>
 #include <string>
 
+#include "remote/rustdesk_server.h"
+#include "service/http_transport.h"
 #include "settings/settings.h"
 
 namespace remote {
 
-// Opening a remote desktop on the site's computer. Not built yet: starts nothing, changes no
-// setting and returns the line for the log that says so. Any thread.
-std::wstring StartRemoteDesktop(const settings::Settings& settings);
+// RustDesk as opening a desktop sees it. `server` may be null.
+struct RustDeskPorts {
+  std::function<std::wstring(settings::Settings& settings, const RustDeskServer* server)> find;
+  std::function<void(const RustDeskServer& server)> configure;
+  std::function<void(const std::wstring& exePath, std::span<const std::wstring> arguments)> launch;
+};
+
+// What opening a desktop acts through: the program's own operations, or fakes in tests.
+struct RemoteDesktopPorts {
+  service::JsonRequester sendJsonRequest;
+  std::function<void(const settings::Settings&)> saveSettings;
+  RustDeskPorts rustDesk;
+  std::function<bool(const std::wstring& text)> copyToClipboard;
+  // Returns at once; throws std::system_error when no thread can be made.
+  std::function<void(const std::wstring& password, const std::wstring& rustDeskId)>
+      startPasswordPaste;
+};
+
+// The program's own. Windows only.
+RemoteDesktopPorts RealRemoteDesktopPorts();
+
+// Asks the service for a desktop session of the settings' device, finds and configures RustDesk,
+// starts it with the session's ID, and sees to it that the password is on the clipboard and in
+// RustDesk's window. Returns the line for the log, which never holds the password; a refusal or
+// failure of the service is such a line too. The settings (engineerId when it was empty,
+// rustDeskPath) are saved once RustDesk was started, whether or not it came up. Throws
+// std::system_error when the pasting thread cannot be made. Blocks, for minutes when RustDesk is
+// downloaded; any thread.
+std::wstring StartRemoteDesktop(settings::Settings& settings, const RemoteDesktopPorts& ports);
 
 }  // namespace remote

@@ -44,7 +44,7 @@ JobTable RealJobs() {
     return diag::RunLatencyTest(settings, diag::RealLatencyPorts());
   };
   jobs.openDesktop = [](Settings& settings, Tunnel&) {
-    return remote::StartRemoteDesktop(settings);
+    return remote::StartRemoteDesktop(settings, remote::RealRemoteDesktopPorts());
   };
   jobs.resolveDevice = [](Settings& settings, Tunnel&) {
     std::wstring text;

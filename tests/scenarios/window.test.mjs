@@ -42,11 +42,12 @@ scenario('the real mouse and keyboard reach the page', {}, async (lab, program) 
   assert.ok(area.width >= 1200 && area.height >= 780, JSON.stringify(area));
 });
 
-scenario('the remote desktop, which is not built yet, says so and changes nothing', {},
+scenario('without RustDesk and with nowhere to get it, the remote desktop says so', {},
   async (lab, program) => {
+    await program.type('#c-secret', kDeviceSecret);
+    await program.click('#c-fetch');
+    await program.waitForLog('已获取现场端 ');
     await program.click('#c-desktop');
-    await program.waitForLog('远程桌面功能尚未提供。');
-    await program.waitForText('#c-statusline', '远程桌面功能尚未提供。');
-    const requests = (await lab.service.requests({})).filter(({ url }) => !url.includes('/updates/'));
-    assert.deepEqual(requests, []);
+    await program.waitForLog('未找到 RustDesk 程序。');
+    await program.waitForText('#c-statusline', '未找到 RustDesk 程序。');
   });

@@ -1,0 +1,57 @@
+#include "remote/desktop_session.h"
+
+#include "settings/server_address.h"
+#include "text/strings.h"
+
+namespace remote {
+namespace {
+
+constexpr std::wstring_view kOpenedPrefix = L"远程桌面已打开：";
+constexpr std::wstring_view kCopied = L"，访问密码已复制。";
+constexpr std::wstring_view kCopyFailed = L"，访问密码复制失败，请手动复制。";
+constexpr std::wstring_view kNoPassword = L"。";
+constexpr std::wstring_view kProgramInTitle = L"rustdesk";
+
+std::wstring Member(std::wstring_view name, std::wstring_view value) {
+  return L"\"" + std::wstring(name) + L"\":" + settings::QuoteJsonString(value);
+}
+
+std::wstring_view SuffixFor(PasswordCopy copy) {
+  if (copy == PasswordCopy::None) return kNoPassword;
+  return copy == PasswordCopy::Done ? kCopied : kCopyFailed;
+}
+
+}  // namespace
+
+std::wstring DesktopSessionUrl(const settings::Settings& settings) {
+  return settings::NormaliseServerUrl(settings.serverUrl) + L"/api/devices/" +
+         text::PercentEncode(settings.deviceNumber) + L"/remote-desktop/session";
+}
+
+std::wstring DesktopSessionBody(const settings::Settings& settings) {
+  return L"{" + Member(L"deviceNumber", settings.deviceNumber) + L"," +
+         Member(L"deviceSecret", settings.deviceSecret) + L"," +
+         Member(L"engineerId", settings.engineerId) + L"}";
+}
+
+DesktopSession ReadDesktopSession(const settings::JsonValue& data) {
+  DesktopSession session;
+  session.rustDeskId = settings::JsonStringOrEmpty(data, L"rustDeskId");
+  session.accessPassword = settings::JsonStringOrEmpty(data, L"accessPassword");
+  const settings::JsonValue* const server = settings::FindJsonMember(data, L"server");
+  if (server != nullptr && server->AsObject() != nullptr) {
+    session.server = ReadRustDeskServer(*server);
+  }
+  return session;
+}
+
+bool IsRustDeskTitle(std::wstring_view title, std::wstring_view rustDeskId) {
+  if (!rustDeskId.empty() && title.find(rustDeskId) != std::wstring_view::npos) return true;
+  return text::FoldCase(title).find(kProgramInTitle) != std::wstring::npos;
+}
+
+std::wstring DesktopOpenedText(std::wstring_view rustDeskId, PasswordCopy copy) {
+  return std::wstring(kOpenedPrefix).append(rustDeskId).append(SuffixFor(copy));
+}
+
+}  // namespace remote
