@@ -15,18 +15,22 @@ const kStartMs = 40_000;
 
 let browser;
 
+export async function openBrowser() {
+  browser = await chromium.launch({
+    executablePath: '/usr/bin/chromium',
+    args: ['--headless=new', '--no-sandbox', '--disable-gpu', '--disable-background-networking',
+      '--disable-component-update', '--lang=zh-CN'],
+    env: { ...process.env, LC_ALL: 'zh_CN.UTF-8' },
+    timeout: kStartMs - 5_000,
+  });
+}
+
+export const closeBrowser = () => browser?.close();
+
 /** One Chromium for the test file that calls this. */
 export function useBrowser() {
-  before(async () => {
-    browser = await chromium.launch({
-      executablePath: '/usr/bin/chromium',
-      args: ['--headless=new', '--no-sandbox', '--disable-gpu', '--disable-background-networking',
-        '--disable-component-update', '--lang=zh-CN'],
-      env: { ...process.env, LC_ALL: 'zh_CN.UTF-8' },
-      timeout: kStartMs - 5_000,
-    });
-  }, { timeout: kStartMs });
-  after(() => browser?.close(), { timeout: kActionMs });
+  before(openBrowser, { timeout: kStartMs });
+  after(closeBrowser, { timeout: kActionMs });
 }
 
 /** Runs inside the page before its scripts: keeps what is posted and hands out what is delivered. */
@@ -43,9 +47,10 @@ function installBridge() {
 
 /** The page as a test handles it. */
 export class BrowserPage {
-  static async open({ embedded = true, alter = (html) => html, width = 1220, height = 820 } = {}) {
+  static async open({ embedded = true, alter = (html) => html, width = 1220, height = 820,
+    scale = 1, reducedMotion = 'no-preference', forcedColors = 'none' } = {}) {
     const self = new BrowserPage();
-    self.view = await browser.newPage({ viewport: { width, height } });
+    self.view = await browser.newPage({ viewport: { width, height }, deviceScaleFactor: scale, reducedMotion, forcedColors });
     self.view.setDefaultTimeout(kActionMs);
     self.errors = [];
     self.requests = [];
@@ -68,6 +73,9 @@ export class BrowserPage {
 
   /** A message from the window: an object as WebView2 gives it, or a JSON text. */
   deliver(data) { return this.view.evaluate((value) => window.deliver(value), data); }
+
+  /** Several messages, one task. */
+  deliverAll(messages) { return this.view.evaluate((all) => all.forEach((data) => window.deliver(data)), messages); }
 
   /** The texts posted since the last call. */
   takePosted() { return this.view.evaluate(() => window.posted.splice(0)); }

@@ -194,11 +194,44 @@ pageTest('a card without members is an empty card', async (page) => {
   assert.deepEqual((await page.cards()).map(({ k, v, cls }) => [k, v, cls.trim()]), [['', '', 'v']]);
 });
 
-pageTest('unknown messages change nothing', async (page) => {
+pageTest('unknown and malformed messages change nothing, and the next one is taken', async (page) => {
   const shown = () => page.view.evaluate(() => document.body.innerText);
   const atFirst = await shown();
-  for (const data of [{}, { t: 'other' }, { t: 'State', side: kSide }, '"text"', '[]']) await page.deliver(data);
+  for (const data of [{}, { t: 'other' }, { t: 'State', side: kSide }, { t: null }, null, 5, true, [], '"text"', '[]', 'null', '5',
+    '', '{', '{"t":"state",}', "{'t':'state'}", '{"t":"log"', 'text', '\u0000', '['.repeat(100_000)]) await page.deliver(data);
   assert.equal(await shown(), atFirst);
+  await page.deliver(stateMessage());
+  assert.equal(await page.text('s-state'), '在线');
+});
+
+const kMisshapen = [
+  { t: 'state', side: 'text' }, { t: 'state', side: { cards: 'text' } }, { t: 'state', side: { cards: [null, 5, 'x', []] } },
+  { t: 'state', role: 'other', side: {} }, { t: 'init', role: 'other' }, { t: 'init' }, { t: 'apply', fields: 'text' },
+  { t: 'apply' }, { t: 'apply', fields: { targets: 'text', profiles: {} } }, { t: 'apply', fields: { targets: [null, 5] } },
+  { t: 'apply', role: 'edge', fields: { nics: 5, shared: null } }, { t: 'logs' }, { t: 'logs', lines: 'text' },
+  { t: 'logs', lines: [null, 5, [], ['01:02:03']] }, { t: 'log', msg: 5, cls: 6 },
+];
+for (const misshapen of kMisshapen) {
+  pageTest(`survives ${JSON.stringify(misshapen)}`, async (page) => {
+    await page.deliver(misshapen);
+    await page.deliver(JSON.stringify(misshapen));
+    await page.deliver(stateMessage());
+    await page.deliver({ t: 'log', ts: '01:02:03', msg: '还在', cls: 'ok' });
+    assert.ok(await page.isVisible('pane-client'));
+    assert.equal(await page.text('s-state'), '在线');
+    assert.equal((await page.cards()).length, 5);
+    assert.deepEqual((await page.log()).at(-1), ['01:02:03', '还在', 'ok']);
+    await page.takePosted();
+    await page.click('c-connect');
+    assert.equal(JSON.parse((await page.takePosted())[0]).action, 'connect');
+  });
+}
+
+pageTest('a state told again leaves a selection alone, so that an address can be copied', async (page) => {
+  await page.deliver(stateMessage());
+  await page.view.evaluate(() => getSelection().selectAllChildren(document.querySelectorAll('#s-cards .v')[1]));
+  await page.deliver(stateMessage());
+  assert.equal(await page.view.evaluate(() => getSelection().toString()), '10.88.0.2');
 });
 
 const kColours = [

@@ -1,4 +1,4 @@
-// The log lists, tabs, the two roles' layout, and the room that long values get.
+// The log lists, tabs, and the two roles' layout.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
@@ -54,6 +54,58 @@ pageTest('a logs message of more than 500 lines keeps the last ones', async (pag
   const shown = await page.log();
   assert.equal(shown.length, 500);
   assert.equal(shown[0][1], '第4行');
+});
+
+pageTest('a burst keeps its order, its last 500 lines and its end, line by line', async (page) => {
+  await page.deliver({ t: 'logs', lines: lines(1, 100) });
+  const seen = await page.view.evaluate((burst) => {
+    const list = document.getElementById('c-log');
+    let inOrder = true;
+    for (const [ts, msg, cls] of burst) {
+      window.deliver({ t: 'log', ts, msg, cls });
+      inOrder &&= list.lastElementChild.lastElementChild.textContent === msg && list.childElementCount <= 500;
+    }
+    return inOrder;
+  }, lines(101, 1_400));
+  assert.ok(seen, 'each line is there at once');
+  const wanted = lines(1_001, 500);
+  for (const id of ['c-log', 'full-log']) assert.deepEqual(await page.log(id), wanted);
+  await page.view.waitForFunction(() => {
+    const list = document.getElementById('c-log');
+    return list.scrollTop + list.clientHeight >= list.scrollHeight - 1;
+  });
+});
+
+pageTest('a window without frames, as a minimised one, loses no line and hoards none', async (page) => {
+  await page.view.evaluate(() => { window.requestAnimationFrame = () => 0; });
+  await page.deliverAll(lines(1, 2_000).map(([ts, msg, cls]) => ({ t: 'log', ts, msg, cls })));
+  const shown = await page.log();
+  assert.deepEqual([shown.length, shown[0][1], shown[499][1]], [500, '第1501行', '第2000行']);
+  await page.click('t-log');
+  assert.ok(await isAtEnd(page, 'full-log'));
+});
+
+pageTest('a burst lays the page out once a frame, not once a line', async (page) => {
+  await page.deliver({ t: 'logs', lines: lines(1, 500) });
+  const scrolls = await page.view.evaluate((burst) => {
+    let count = 0;
+    const list = document.getElementById('c-log');
+    const { set, get } = Object.getOwnPropertyDescriptor(Element.prototype, 'scrollTop');
+    Object.defineProperty(list, 'scrollTop', { get: () => get.call(list), set: (top) => { count += 1; set.call(list, top); } });
+    burst.forEach(([ts, msg, cls]) => window.deliver({ t: 'log', ts, msg, cls }));
+    return count;
+  }, lines(501, 300));
+  assert.ok(scrolls <= 1, `${scrolls}`);
+});
+
+pageTest('the list stays at its end when its window changes', async (page) => {
+  await page.deliver({ t: 'logs', lines: lines(1, 100) });
+  await page.view.setViewportSize({ width: 1220, height: 1000 });
+  await page.view.setViewportSize({ width: 1220, height: 760 });
+  await page.view.waitForFunction(() => {
+    const list = document.getElementById('c-log');
+    return list.scrollTop + list.clientHeight >= list.scrollHeight - 1;
+  });
 });
 
 pageTest('both lists stand at their end', async (page) => {
@@ -154,69 +206,3 @@ pageTest('works without the edge elements', { alter: withoutEdge }, async (page)
   assert.equal(await page.text('c-statusline'), '在线');
   assert.ok(await page.isVisible('pane-client'));
 });
-
-// ---- room
-
-const kMappings = Array.from({ length: 5 }, (_, i) =>
-  `NAT模式IP 172.31.${i}.0/24 -> 现场真实 192.168.${i}.0/24`).join('\r\n');
-
-async function fillWithLongValues(page) {
-  await page.deliver({ t: 'state', role: 'client', side: {
-    on: true, state: '在线', detail: `访问网段 ${kMappings}`, cards: [
-      { k: '设备', v: '东区水厂二号泵站'.repeat(8), cls: '' }, { k: '组网 IP', v: '10.88.0.2', cls: 'ok' },
-      { k: '运行库', v: '软件隧道已就绪', cls: '' }, { k: 'NAT访问IP', v: kMappings, cls: '' },
-      { k: 'PLC发现模式', v: 'PLC发现模式已开启', cls: 'ok' }] },
-  statusline: `${'0123456789abcdef'.repeat(25)}\r\n${'连接授权成功'.repeat(20)}` });
-  await page.deliver({ t: 'apply', fields: {
-    targets: ['自动', ...lines(1, 200).map(([, text]) => text)], target: '自动',
-    profiles: lines(1, 40).map(([, text]) => text.repeat(8)), profileSel: '' } });
-  for (let i = 0; i < 12; i += 1) await page.deliver({ t: 'log', ts: '01:02:03', msg: 'x'.repeat(400), cls: 'er' });
-}
-
-/** Elements that stick out of a box that hides them, with nothing to scroll in between; runs in the page. */
-function findCut() {
-  const hides = (box) => getComputedStyle(box).overflowY === 'hidden' || box === document.documentElement;
-  const scrolls = (box) => /auto|scroll/.test(getComputedStyle(box).overflowY);
-  const cut = [];
-  for (const element of document.querySelectorAll('body *:not(option)')) {
-    const inner = element.getBoundingClientRect();
-    if (inner.width === 0 || inner.height === 0) continue;
-    if (element.scrollWidth > element.clientWidth + 1 && !/^(INPUT|SELECT|SPAN|B)$/.test(element.tagName)) {
-      cut.push(`${element.tagName}#${element.id} is too narrow`);
-    }
-    for (let box = element.parentElement; box && !scrolls(box); box = box.parentElement) {
-      const outer = box.getBoundingClientRect();
-      if (hides(box) && (inner.bottom > outer.bottom + 1 || inner.right > outer.right + 1)) {
-        cut.push(`${element.tagName}#${element.id} in ${box.tagName}#${box.id}`);
-      }
-    }
-  }
-  return cut;
-}
-
-/** Neighbours in a column that overlap; runs in the page. */
-function findOverlaps() {
-  const overlaps = [];
-  for (const column of document.querySelectorAll('aside, .cards, #pane-client')) {
-    const boxes = [...column.children].map((child) => child.getBoundingClientRect()).filter(({ height }) => height > 0);
-    boxes.slice(1).forEach((box, i) => {
-      if (box.top < boxes[i].bottom) overlaps.push(`${column.tagName}#${column.id}: ${i}`);
-    });
-  }
-  return overlaps;
-}
-
-for (const [width, height] of [[1220, 820], [1204, 821], [1920, 1080], [900, 600]]) {
-  pageTest(`long values are not cut at ${width} x ${height}`, { width, height }, async (page) => {
-    await fillWithLongValues(page);
-    assert.deepEqual(await page.view.evaluate(findCut), []);
-    assert.deepEqual(await page.view.evaluate(findOverlaps), []);
-    for (const id of ['s-foot', 'c-log']) {
-      await page.view.locator(`#${id}`).evaluate((element) => element.scrollIntoView({ block: 'end' }));
-    }
-    const bottom = await page.view.locator('#c-log').evaluate((list) => list.getBoundingClientRect().bottom);
-    assert.ok(bottom <= height, `the log ends at ${bottom}`);
-    await page.click('t-log');
-    assert.deepEqual(await page.view.evaluate(findCut), []);
-  });
-}

@@ -1,0 +1,160 @@
+// What the eye gets: contrast, states that differ in shape as well as colour, motion, high contrast.
+import assert from 'node:assert/strict';
+
+import { pageTest, useBrowser } from './browser_page.mjs';
+import { findFaintTexts } from './page_colours.mjs';
+import { kLongValues, kStates, log } from './page_states.mjs';
+
+useBrowser();
+
+const kAllClasses = ['', 'ok', 'er', 'wn', 'off'];
+const kColourful = [
+  ...kLongValues,
+  { t: 'state', side: { foot: '脚注', cards: kAllClasses.map((cls) => ({ k: `键${cls}`, v: `值${cls}`, cls })) } },
+  ...kAllClasses.map((cls) => log('01:02:03', `行${cls}`, cls)),
+];
+
+for (const [name, messages] of Object.entries({ ...kStates, everyClass: kColourful })) {
+  pageTest(`every text has the contrast of WCAG AA: ${name}`, async (page) => {
+    await page.deliverAll(messages);
+    for (const id of ['c-connect', 'c-stop', 'c-desktop', 'c-discovery', 't-log']) {
+      await page.view.hover(`#${id}`);
+      await page.view.waitForTimeout(200);  // the colours' change takes 120 ms
+      assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
+      await page.view.mouse.down();
+      await page.view.waitForTimeout(200);
+      assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
+      await page.view.mouse.move(1, 1);
+      await page.view.mouse.up();
+    }
+    await page.click('t-log');
+    assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
+  });
+}
+
+pageTest('every text of the preview and the edge pane has contrast', { embedded: false }, async (page) => {
+  assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
+  await page.view.click('[data-preview="edge"]');
+  await page.view.waitForTimeout(200);
+  assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
+});
+
+pageTest('no text is smaller than 13 px, and the state is three times as large as the rest', async (page) => {
+  await page.deliverAll(kColourful);
+  const sizes = await page.view.locator('body *').evaluateAll((all) => all
+    .filter((element) => element.checkVisibility() && element.innerText?.trim())
+    .map((element) => parseFloat(getComputedStyle(element).fontSize)));
+  assert.ok(Math.min(...sizes) >= 13, Math.min(...sizes));
+  assert.ok([...new Set(sizes)].length <= 5, [...new Set(sizes)].join(' '));
+  assert.ok(parseFloat(await page.style('#s-state', 'font-size')) >= 40);
+});
+
+/** What a person sees of the state from two metres: its sign's outline and glyph, its colours, the bar, the word. */
+const seenOfState = (page) => page.view.evaluate(() => {
+  const dot = document.querySelector('.dot');
+  const glyphs = [...dot.querySelectorAll('path')].filter((path) => getComputedStyle(path).display !== 'none');
+  const { backgroundColor, borderRadius, borderTopColor, borderTopWidth, color } = getComputedStyle(dot);
+  const bar = getComputedStyle(document.querySelector('#s-status'), '::before');
+  return {
+    shape: JSON.stringify([glyphs.map((path) => getComputedStyle(path).d).join(), borderRadius, borderTopWidth]),
+    colour: JSON.stringify([backgroundColor, borderTopColor, color, bar.backgroundColor, bar.backgroundImage]),
+    text: document.querySelector('.headline').innerText.replace(/\s+/g, ' ').trim(),
+  };
+});
+
+pageTest('each state has a shape, a colour and a text of its own', async (page) => {
+  const seen = {};
+  for (const name of ['first', 'working', 'online', 'reconnecting', 'retrying', 'failed']) {
+    await page.view.reload();
+    await page.deliverAll(kStates[name]);
+    seen[name] = await seenOfState(page);
+  }
+  for (const aspect of ['shape', 'colour', 'text']) {
+    const values = Object.values(seen).map((one) => one[aspect]);
+    assert.equal(new Set(values).size, values.length, `${aspect}: ${JSON.stringify(seen, null, 1)}`);
+  }
+});
+
+/** How a control looks just now, its outline included. */
+const look = (page, id) => page.view.locator(`#${id}`).evaluate((element) => {
+  const style = getComputedStyle(element);
+  return ['color', 'background-color', 'background-image', 'border-top-color', 'border-top-style', 'outline-style', 'outline-color']
+    .map((name) => style.getPropertyValue(name)).join(' | ');
+});
+
+for (const id of ['c-connect', 'c-fetch', 'c-stop']) {
+  pageTest(`${id} looks different at rest, hovered, pressed, focused, busy and out of turn`, async (page) => {
+    await page.deliverAll(kStates.online);
+    const settled = async () => { await page.view.waitForTimeout(200); return look(page, id); };
+    const looks = { rest: await settled() };
+    await page.view.hover(`#${id}`);
+    looks.hovered = await settled();
+    await page.view.mouse.down();
+    looks.pressed = await settled();
+    await page.view.mouse.move(1, 1);
+    await page.view.mouse.up();
+    await page.view.focus('#c-secret');
+    for (let i = 0; i < 7 && !(await page.view.evaluate((wanted) => document.activeElement.id === wanted, id)); i += 1) {
+      await page.view.keyboard.press('Tab');
+    }
+    looks.focused = await settled();
+    await page.view.focus('#c-secret');
+    const [own, other] = { 'c-connect': ['正在请求连接授权...', '正在测试通讯延迟...'],
+      'c-fetch': ['正在获取现场端网段...', '正在测试通讯延迟...'], 'c-stop': ['正在停止软件隧道...', '正在测试通讯延迟...'] }[id];
+    await page.deliver({ t: 'state', side: { on: true }, statusline: own });
+    looks.busy = await settled();
+    await page.deliver({ t: 'state', side: { on: true }, statusline: other });
+    looks.outOfTurn = await settled();
+    assert.equal(new Set(Object.values(looks)).size, 6, JSON.stringify(looks, null, 1));
+  });
+}
+
+pageTest('a focused field is told by its outline', async (page) => {
+  for (const id of ['c-secret', 'c-target', 'c-testip', 'c-profiles', 'c-pname']) {
+    const atRest = await look(page, id);
+    await page.view.focus(`#${id}`);
+    assert.notEqual(await look(page, id), atRest, id);
+    assert.equal(await page.style(`#${id}`, 'outline-style'), 'solid', id);
+  }
+});
+
+const runningMotion = (page) => page.view.evaluate(() =>
+  document.getAnimations().filter(({ playState }) => playState === 'running').length);
+
+pageTest('a running job moves, a resting page does not', async (page) => {
+  await page.deliverAll(kStates.resolved);
+  await page.view.waitForTimeout(200);
+  assert.equal(await runningMotion(page), 0);
+  await page.deliverAll(kStates.working);
+  assert.ok(await runningMotion(page) >= 3);
+});
+
+pageTest('who asks for little motion gets none, and still sees the job', { reducedMotion: 'reduce' }, async (page) => {
+  for (const name of ['working', 'testing', 'reconnecting']) {
+    await page.deliverAll(kStates[name]);
+    assert.equal(await runningMotion(page), 0, name);
+  }
+  await page.deliverAll(kStates.working);
+  assert.equal(await page.text('s-tag'), '处理中');
+  assert.notEqual(await page.style('.statusbar', 'content', '::after'), 'none');
+});
+
+pageTest('in high contrast the tab, the main button and the signs are still told apart', { forcedColors: 'active' }, async (page) => {
+  const seen = new Set();
+  for (const name of ['first', 'online', 'reconnecting', 'retrying', 'failed']) {
+    await page.view.reload();
+    await page.deliverAll(kStates[name]);
+    seen.add((await seenOfState(page)).shape);
+  }
+  assert.equal(seen.size, 5);
+  assert.notEqual(await page.style('#t-work', 'border-bottom-color'), await page.style('#t-log', 'border-bottom-color'));
+  assert.notEqual(await page.style('#c-connect', 'background-color'), await page.style('#c-fetch', 'background-color'));
+  assert.equal(await page.style('#c-target', 'background-image'), 'none');
+});
+
+pageTest('the list of choices is dark as the rest', async (page) => {
+  await page.deliverAll(kStates.resolved);
+  const ground = await page.style('#c-profiles option', 'background-color');
+  assert.ok(ground.match(/\d+/g).slice(0, 3).every((part) => Number(part) < 32), ground);
+  assert.equal(await page.style('html', 'color-scheme'), 'dark');
+});
