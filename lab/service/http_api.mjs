@@ -20,6 +20,7 @@ export function httpApi(record, replies) {
 
 async function answer(response, reply) {
   if (reply.delayMs) await sleep(reply.delayMs);
+  await reply.held;
   const { socket } = response;
   if (!socket) return;  // the client did not wait
   if (reply.cut) {

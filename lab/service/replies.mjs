@@ -43,6 +43,7 @@ export class Replies {
   #desktop = kDefaultDesktop;
   #addresses = new Map();  // of every connection id that was ever granted
   #scripted = [];
+  #releases = [];
 
   constructor() { this.setGrant(kDefaultGrant); }
 
@@ -65,22 +66,31 @@ export class Replies {
 
   /**
    * Puts a reply in the place of the service's own, for `path` (a prefix), `times` times (default:
-   * until reset). Members: status, headers, body (text) or file (the body is this
-   * file's bytes), delayMs, and one of the faults
+   * until reset). Members: status, headers, body (text) or file (a path), delayMs, hold: true (the
+   * answer waits for release()), and one of the faults
    *   cut: true          the connection is destroyed instead of an answer
    *   truncateTo: bytes  the head announces the whole body, the connection ends after so many bytes
    *   raw: text          these bytes instead of an HTTP reply (latin1), then the end
-   * A reply with only a delay delays the service's own.
+   * A reply with only a delay, or that is only held, is the service's own.
    */
-  set({ path, times = Infinity, ...reply }) {
+  set({ path, times = Infinity, hold = false, ...reply }) {
+    if (hold) reply.held = new Promise((resolve) => { this.#releases.push(resolve); });
     this.#scripted.unshift({ path, times, reply });
+  }
+
+  /** Lets all answers go that are held. */
+  release() {
+    for (const go of this.#releases.splice(0)) go();
   }
 
   refuseNext({ code, message = '', times = 1 }) {
     this.set({ path: '/api/connections/request', times, ...refusal(code, message) });
   }
 
-  reset() { this.#scripted = []; }
+  reset() {
+    this.#scripted = [];
+    this.release();
+  }
 
   /** The reply to one request; counts down the scripted one it uses. */
   take({ method, path, body = '' }) {

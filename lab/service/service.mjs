@@ -96,6 +96,7 @@ export class LabService {
   setDesktop(desktop) { this.#replies.setDesktop(desktop); }
   setReply(reply) { this.#replies.set(reply); }
   refuseNext(refusal) { this.#replies.refuseNext(refusal); }
+  releaseReplies() { this.#replies.release(); }
   resetReplies() { this.#replies.reset(); }
 
   // ---- the relay

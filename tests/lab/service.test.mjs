@@ -100,6 +100,17 @@ each('delays its own reply', async ({ service, post }) => {
   assert.ok(performance.now() - started > 110);
 });
 
+each('holds a reply until it is released', async ({ service, post }) => {
+  service.setReply({ path: '/api/connections/request', hold: true, times: 1 });
+  let isAnswered = false;
+  const answered = post('/api/connections/request').then((reply) => { isAnswered = true; return reply; });
+  assert.equal((await post('/api/devices/resolve')).status, 200, 'others are answered');
+  assert.equal(isAnswered, false);
+  service.releaseReplies();
+  assert.equal((await (await answered).json()).success, true);
+  assert.equal((await post('/api/connections/request')).status, 200, 'the next is not held');
+});
+
 each('survives a client that does not wait for a delayed reply', async ({ service, request, post }) => {
   service.setReply({ path: '/slow', delayMs: 60, cut: true });
   await assert.rejects(request('/slow', { signal: AbortSignal.timeout(20) }));
