@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace platform {
@@ -14,6 +15,10 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path);
 
 // Replaces the file with `bytes` in one pass. False when it could not be opened or fully written.
 bool WriteFileBytes(const std::wstring& path, const std::string& bytes);
+
+// Appends `bytes` to the file at `path`; a file that did not exist is made and begins with `mark`.
+// Others may read it meanwhile. A file that cannot be opened is left as it is.
+void AppendToFile(const std::wstring& path, std::string_view mark, std::string_view bytes);
 
 // True when `path` names an existing file that is not a folder.
 bool IsFile(const std::wstring& path);

@@ -41,6 +41,13 @@ bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
   return !file.fail();
 }
 
+void AppendToFile(const std::wstring& path, std::string_view mark, std::string_view bytes) {
+  const bool existed = IsFile(path);
+  std::ofstream file(NativePath(path), std::ios::binary | std::ios::app);
+  if (!existed) file.write(mark.data(), static_cast<std::streamsize>(mark.size()));
+  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
 bool IsFile(const std::wstring& path) {
   struct stat status {};
   return ::stat(NativePath(path).c_str(), &status) == 0 && !S_ISDIR(status.st_mode);

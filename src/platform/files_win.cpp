@@ -33,6 +33,11 @@ std::wstring AbsolutePath(const std::wstring& path) {
   return absolute;
 }
 
+void Write(const FileHandle& file, std::string_view bytes) {
+  DWORD writtenBytes = 0;
+  ::WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &writtenBytes, nullptr);
+}
+
 }  // namespace
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path) {
@@ -68,6 +73,16 @@ bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
     written += chunkBytes;
   }
   return true;
+}
+
+void AppendToFile(const std::wstring& path, std::string_view mark, std::string_view bytes) {
+  // CreateFile resets the last error when it makes the file, and says when it did not have to.
+  const FileHandle file(::CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
+                                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const bool existed = ::GetLastError() == ERROR_ALREADY_EXISTS;
+  if (!file) return;
+  if (!existed) Write(file, mark);
+  Write(file, bytes);
 }
 
 bool IsFile(const std::wstring& path) {

@@ -5,20 +5,14 @@
 #include <string>
 #include <string_view>
 
+#include "platform/local_time.h"
+
 // The log: one plain-text file per run, which is opened by name for every line, so that it can be
 // read or copied while the program runs. Nothing here reports an error; a line that cannot be
 // written is lost.
 namespace shell {
 
-// A moment on the user's clock.
-struct LocalTime {
-  int year = 0;
-  int month = 1;  // 1 to 12
-  int day = 1;    // 1 to 31
-  int hour = 0;
-  int minute = 0;
-  int second = 0;
-};
+using platform::LocalTime;
 
 // What a log acts through: the system, or fakes in tests. None of them may fail loudly.
 struct LogPorts {

@@ -68,5 +68,23 @@ TEST(FilesOnWindows, KnowsThatAFileInUseIsStillThere) {
   EXPECT_TRUE(DeleteFileAt(path));
 }
 
+TEST(FilesOnWindows, AppendsWhileOthersReadButNotWhileTheyWrite) {
+  const ScratchFolder scratch;
+  const std::wstring path = scratch.Path(L"a");
+  ASSERT_TRUE(WriteFileBytes(path, "1"));
+  FileHandle holder(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  ASSERT_TRUE(holder);
+  AppendToFile(path, "mark", "2");
+  EXPECT_EQ(ReadFileBytes(path), "12");
+  holder.Reset(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                             FILE_ATTRIBUTE_NORMAL, nullptr));
+  ASSERT_TRUE(holder);
+  AppendToFile(path, "mark", "3");
+  holder.Reset();
+  EXPECT_EQ(ReadFileBytes(path), "12");
+}
+
 }  // namespace
 }  // namespace platform
