@@ -10,7 +10,7 @@ std::optional<ApplyUpdateArguments> ParseApplyUpdate(const std::vector<std::wstr
   if (arguments.size() < 5 || !text::EqualsIgnoreCase(arguments[1], L"--apply-update")) {
     return std::nullopt;
   }
-  const unsigned long pid = std::wcstoul(arguments[2].c_str(), nullptr, 10);
+  const auto pid = static_cast<std::uint32_t>(std::wcstoul(arguments[2].c_str(), nullptr, 10));
   return ApplyUpdateArguments{pid, arguments[3], arguments[4]};
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,13 +9,14 @@ namespace shell {
 
 // What a program started to replace another one is told.
 struct ApplyUpdateArguments {
-  unsigned long parentPid = 0;
+  std::uint32_t parentPid = 0;
   std::wstring source;
   std::wstring destination;
 };
 
 // The request in `arguments` (the program's own name first): "--apply-update" in any letter case
-// and three arguments behind it. Nothing for every other command line, which starts the client.
+// and three arguments behind it; a process id that is no number is 0. Nothing for every other
+// command line, which starts the client.
 std::optional<ApplyUpdateArguments> ParseApplyUpdate(const std::vector<std::wstring>& arguments);
 
 }  // namespace shell

@@ -22,6 +22,9 @@ namespace {
 
 using namespace shell;
 
+// The build names it, here and in the version resource.
+constexpr wchar_t kVersion[] = VELMARINE_VERSION;
+
 // As sharp as each monitor allows; the older call where the newer one is missing or refused.
 void BecomeDpiAware() {
   using SetContext = BOOL(WINAPI*)(HANDLE context);
@@ -58,7 +61,7 @@ int RunClient(HINSTANCE instance, int showCommand) {
   StartLog();
   WriteLogLine(std::wstring(kWindowTitle) + L" starting. Log file: " + LogPath());
   LayOutRuntimeFiles();
-  AppState state(RealSurroundings(), tunnel::MakeRealTunnel());
+  AppState state(RealSurroundings(kVersion), tunnel::MakeRealTunnel());
   RegisterMainWindow(instance);
   const HWND window = CreateMainWindow(instance, state);
   if (window == nullptr) return 1;
@@ -73,7 +76,8 @@ int RunClient(HINSTANCE instance, int showCommand) {
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int showCommand) {
   BecomeDpiAware();
   if (const auto request = ParseApplyUpdate(CommandLineArguments())) {
-    return update::ApplyUpdate(request->parentPid, request->source, request->destination);
+    return update::ApplyUpdate(request->parentPid, request->source, request->destination,
+                               update::RealApplyPorts(StartLog));
   }
   return RunClient(instance, showCommand);
 }

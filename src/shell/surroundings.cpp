@@ -66,11 +66,13 @@ SettingsStore RealStore() {
 
 }  // namespace
 
-Surroundings RealSurroundings() {
+Surroundings RealSurroundings(const std::wstring& version) {
   Surroundings real;
   real.jobs = RealJobs();
   real.store = RealStore();
-  real.checkForUpdate = update::CheckForUpdate;
+  real.checkForUpdate = [version](const settings::Settings& settings) {
+    return update::CheckForUpdate(settings, update::RealCheckPorts(version));
+  };
   real.writeLogLine = WriteLogLine;
   real.createWebHost = [](HWND window, webui::WebHostEvents events) {
     return webui::WebCreate(window, platform::TemporaryFolder() + kUserDataFolder,

@@ -1,13 +1,49 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <string_view>
 
+#include "service/http_transport.h"
+#include "settings/json.h"
 #include "settings/settings.h"
 
 namespace update {
 
-// Asking the service for a newer version. Not built yet: sends nothing, installs nothing and
-// returns the notice for the log that says so. Any thread.
-std::wstring CheckForUpdate(const settings::Settings& settings);
+// What the service says of newer programs. What is missing, or of another kind, is false or empty.
+struct UpdateOffer {
+  bool isAvailable = false;
+  std::wstring version;
+  std::wstring downloadUrl;  // absolute, or a path on the service
+  bool isForced = false;
+};
+
+// From a reply's `data`, of whatever kind that is. Pure; any thread.
+UpdateOffer ReadUpdateOffer(const settings::JsonValue& data);
+
+// `downloadUrl` when it names a scheme; any other is a path on the service, with or without a slash
+// before it. An empty one stays empty. Pure; any thread.
+std::wstring AbsoluteDownloadUrl(std::wstring_view downloadUrl, std::wstring_view serverUrl);
+
+// What the check acts through: the program's own operations, or fakes in tests.
+struct CheckPorts {
+  std::wstring currentVersion;  // of the program that asks
+  std::wstring downloadTarget;  // a path; empty when there is no temporary folder
+  service::JsonRequester sendJsonRequest;
+  std::function<bool(const std::wstring& url, const std::wstring& targetPath)> downloadFile;
+  std::function<bool(const std::wstring& downloadedPath)> startUpdater;
+  std::function<void(const std::wstring& path)> deleteFile;
+  std::function<void()> endProcess;  // does not return in the program
+};
+
+// Asks the service for a newer version, once; gives one line for the log. A forced update is
+// installed at once and without asking: it is downloaded, the replacement process is started, and
+// the running program ends from one moment to the next, on this thread. Any failure leaves the
+// program as it was. Throws std::runtime_error when the service cannot be reached or answers with
+// broken JSON. Blocks; any thread.
+std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts& ports);
+
+// The program's own. Windows only.
+CheckPorts RealCheckPorts(const std::wstring& currentVersion);
 
 }  // namespace update

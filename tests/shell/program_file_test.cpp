@@ -64,8 +64,8 @@ TEST_F(ProgramFile, TellsItsNameAndVersion) {
   ASSERT_NE(::GetFileVersionInfoW(path_.c_str(), 0, static_cast<DWORD>(block.size()), block.data()),
             FALSE);
   const std::pair<const wchar_t*, const wchar_t*> rows[] = {
-      {L"FileVersion", L"1.0.4"},
-      {L"ProductVersion", L"1.0.4"},
+      {L"FileVersion", VELMARINE_VERSION},
+      {L"ProductVersion", VELMARINE_VERSION},
       {L"ProductName", L"Velmarine.Client"},
       {L"OriginalFilename", L"Velmarine.Client.exe"},
   };
@@ -80,8 +80,16 @@ TEST_F(ProgramFile, TellsItsNameAndVersion) {
   UINT sizeBytes = 0;
   ASSERT_NE(::VerQueryValueW(block.data(), L"\\", &fixed, &sizeBytes), FALSE);
   const auto* numbers = static_cast<const VS_FIXEDFILEINFO*>(fixed);
-  EXPECT_EQ(numbers->dwFileVersionMS, DWORD{0x10000});
-  EXPECT_EQ(numbers->dwFileVersionLS, DWORD{0x40000});
+  int wanted[4] = {};
+  std::swscanf(VELMARINE_VERSION, L"%d.%d.%d.%d", &wanted[0], &wanted[1], &wanted[2], &wanted[3]);
+  EXPECT_EQ(numbers->dwFileVersionMS, MAKELONG(wanted[1], wanted[0]));
+  EXPECT_EQ(numbers->dwFileVersionLS, MAKELONG(wanted[3], wanted[2]));
+  EXPECT_EQ(numbers->dwProductVersionMS, numbers->dwFileVersionMS);
+  EXPECT_EQ(numbers->dwProductVersionLS, numbers->dwFileVersionLS);
+  std::string manifestVersion = "name=\"Velmarine.Client\" version=\"";
+  for (const int number : wanted) manifestVersion += std::to_string(number) + ".";
+  manifestVersion.back() = '"';
+  EXPECT_NE(Manifest().find(manifestVersion), std::string_view::npos) << manifestVersion;
 }
 
 }  // namespace

@@ -2,23 +2,266 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/files.h"
-#include "platform/scratch_folder.h"
+#include "update/fake_computer.h"
 
 namespace update {
 namespace {
 
-TEST(ApplyUpdate, FailsAndTouchesNoFileWhileItIsNotBuilt) {
-  const platform::ScratchFolder scratch;
-  const std::wstring source = scratch.Path(L"new.exe");
-  const std::wstring destination = scratch.Path(L"old.exe");
-  ASSERT_TRUE(platform::WriteFileBytes(source, "new"));
-  ASSERT_TRUE(platform::WriteFileBytes(destination, "old"));
+using platform::SystemResult;
+using std::chrono::milliseconds;
+using Texts = std::vector<std::wstring>;
 
-  EXPECT_NE(ApplyUpdate(0, source, destination), 0);
+constexpr wchar_t kSource[] = L"C:\\Temp 夹\\new.exe";
+constexpr wchar_t kDestination[] = L"D:\\工具\\Client.exe";
+constexpr wchar_t kBackup[] = L"D:\\工具\\Client.exe.bak";
+constexpr char kOld[] = "the old program";
+constexpr char kNew[] = "the new program, which is longer";
 
-  EXPECT_EQ(platform::ReadFileBytes(source), "new");
-  EXPECT_EQ(platform::ReadFileBytes(destination), "old");
+class ApplyUpdateTest : public testing::Test {
+ protected:
+  ApplyUpdateTest() { computer_.files = {{kSource, kNew}, {kDestination, kOld}}; }
+
+  int Apply() { return ApplyUpdate(4711, kSource, kDestination, computer_.Ports()); }
+
+  const std::wstring begun_ =
+      std::wstring(L"开始执行强制更新。src=") + kSource + L" dst=" + kDestination + L" parent=4711";
+  FakeComputer computer_;
+};
+
+TEST_F(ApplyUpdateTest, ReplacesTheProgramAndStartsTheNewOneInThisOrder) {
+  const std::wstring source = kSource;
+  const std::wstring destination = kDestination;
+  const std::wstring backup = kBackup;
+  EXPECT_EQ(Apply(), 0);
+  EXPECT_EQ(computer_.events, (Texts{L"prepare log files", L"log", L"wait", L"pause",
+                                     L"remove " + backup, L"move " + destination + L" > " + backup,
+                                     L"copy " + source + L" > " + destination, L"copy, second half",
+                                     L"remove " + source, L"remove " + backup,
+                                     L"start \"" + destination + L"\"", L"log"}));
+  EXPECT_EQ(computer_.log, (Texts{begun_, L"更新成功，已重启主程序。"}));
+  EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kDestination, kNew}}));
+}
+
+TEST_F(ApplyUpdateTest, WithoutASourceNothingIsTouchedOrWaitedFor) {
+  computer_.files.erase(kSource);
+  for (const std::wstring& source : {std::wstring(), std::wstring(kSource)}) {
+    computer_.events.clear();
+    computer_.log.clear();
+    EXPECT_EQ(ApplyUpdate(1, source, kDestination, computer_.Ports()), 2);
+    EXPECT_EQ(computer_.events, (Texts{L"prepare log files", L"log", L"log"}));
+    EXPECT_EQ(computer_.log,
+              (Texts{L"开始执行强制更新。src=" + source + L" dst=" + kDestination + L" parent=1",
+                     L"更新失败：下载文件不存在。"}));
+  }
+  EXPECT_EQ(computer_.File(kDestination), kOld);
+}
+
+// A path that names nothing can hardly be a file, but a system might say so.
+TEST_F(ApplyUpdateTest, AnEmptySourceIsMissingWhateverTheSystemSays) {
+  computer_.files[L""] = "?";
+  EXPECT_EQ(ApplyUpdate(1, L"", kDestination, computer_.Ports()), 2);
+}
+
+TEST_F(ApplyUpdateTest, WaitsForTheOldProgramAndPausesAfterIt) {
+  const struct {
+    const char* name;
+    std::uint32_t parentPid;
+    std::optional<milliseconds> endsAt;
+    milliseconds startedAt;
+  } rows[] = {
+      {"one that is gone", 0, std::nullopt, milliseconds(800)},
+      {"one that has just ended", 4711, milliseconds(0), milliseconds(800)},
+      {"one that takes its time", 4711, milliseconds(12345), milliseconds(13145)},
+      {"one that ends in the last moment", 4711, milliseconds(59999), milliseconds(60799)},
+      {"one that never ends", 4711, std::nullopt, milliseconds(60800)},
+      {"another process", 4712, std::nullopt, milliseconds(800)},
+  };
+  for (const auto& row : rows) {
+    computer_ = FakeComputer();
+    computer_.files = {{kSource, kNew}, {kDestination, kOld}};
+    computer_.parentPid = row.parentPid;
+    computer_.parentEndsAt = row.endsAt;
+    EXPECT_EQ(Apply(), 0) << row.name;
+    EXPECT_EQ(computer_.startedAt, row.startedAt) << row.name;
+  }
+}
+
+TEST_F(ApplyUpdateTest, AnOldProgramThatStillRunsKeepsItsFile) {
+  computer_.parentPid = 4711;
+  computer_.locked = {kDestination};
+  EXPECT_EQ(Apply(), 32);
+  EXPECT_EQ(computer_.log, (Texts{begun_, L"更新失败：覆盖主程序失败，错误码 32"}));
+  EXPECT_EQ(computer_.files,
+            (std::map<std::wstring, std::string>{{kSource, kNew}, {kDestination, kOld}}));
+  EXPECT_EQ(computer_.now, milliseconds(60800));
+  EXPECT_FALSE(computer_.startedAt);
+}
+
+TEST_F(ApplyUpdateTest, ACopyThatFailsBringsTheOldProgramBack) {
+  const struct {
+    SystemResult failure;
+    bool leavesHalf;
+    int exitCode;
+    const wchar_t* line;
+  } rows[] = {
+      {{false, 5}, false, 5, L"更新失败：覆盖主程序失败，错误码 5"},
+      {{false, 112}, true, 112, L"更新失败：覆盖主程序失败，错误码 112"},
+      {{false, 0}, false, 3, L"更新失败：覆盖主程序失败，错误码 0"},
+      {{false, 0}, true, 3, L"更新失败：覆盖主程序失败，错误码 0"},
+  };
+  for (const auto& row : rows) {
+    computer_ = FakeComputer();
+    computer_.files = {{kSource, kNew}, {kDestination, kOld}};
+    computer_.copyFailure = row.failure;
+    computer_.leavesHalfACopy = row.leavesHalf;
+    EXPECT_EQ(Apply(), row.exitCode) << row.line;
+    EXPECT_EQ(computer_.log, (Texts{begun_, row.line}));
+    EXPECT_EQ(computer_.files,
+              (std::map<std::wstring, std::string>{{kSource, kNew}, {kDestination, kOld}}))
+        << row.line;
+    EXPECT_FALSE(computer_.startedAt);
+  }
+}
+
+// The line tells of the copy, before anything else goes wrong.
+TEST_F(ApplyUpdateTest, LogsTheFailureBeforeItBringsTheBackupBack) {
+  computer_.copyFailure = SystemResult{false, 5};
+  Apply();
+  ASSERT_GE(computer_.events.size(), 2u);
+  EXPECT_EQ(computer_.events[computer_.events.size() - 2], L"log");
+  EXPECT_EQ(computer_.events.back(),
+            L"move " + std::wstring(kBackup) + L" > " + std::wstring(kDestination));
+}
+
+TEST_F(ApplyUpdateTest, ADestinationThatIsMissingIsMade) {
+  computer_.files.erase(kDestination);
+  EXPECT_EQ(Apply(), 0);
+  EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kDestination, kNew}}));
+}
+
+TEST_F(ApplyUpdateTest, ACopyThatFailsWithoutABackupLeavesNothingToBringBack) {
+  computer_.files.erase(kDestination);
+  computer_.copyFailure = SystemResult{false, 3};
+  EXPECT_EQ(Apply(), 3);
+  EXPECT_EQ(computer_.events.back(), L"log");
+  EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kSource, kNew}}));
+}
+
+TEST_F(ApplyUpdateTest, ABackupOfAnEarlierTimeGivesWay) {
+  computer_.files[kBackup] = "older still";
+  EXPECT_EQ(Apply(), 0);
+  EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kDestination, kNew}}));
+}
+
+TEST_F(ApplyUpdateTest, ABackupThatCannotBeRemovedHindersNothing) {
+  computer_.files[kBackup] = "in use";
+  computer_.locked = {kBackup};
+  EXPECT_EQ(Apply(), 0);
+  EXPECT_EQ(computer_.File(kDestination), kNew);
+  EXPECT_EQ(computer_.File(kBackup), "in use");
+}
+
+TEST_F(ApplyUpdateTest, ADownloadThatCannotBeRemovedHindersNothing) {
+  computer_.locked = {kSource};
+  EXPECT_EQ(Apply(), 0);
+  EXPECT_EQ(computer_.File(kDestination), kNew);
+}
+
+TEST_F(ApplyUpdateTest, ANewProgramThatDoesNotStartStaysInPlace) {
+  const struct {
+    SystemResult result;
+    int exitCode;
+    const wchar_t* line;
+  } rows[] = {
+      {{false, 193}, 193, L"更新已覆盖，但重启失败，错误码 193"},
+      {{false, 740}, 740, L"更新已覆盖，但重启失败，错误码 740"},
+      {{false, 0}, 4, L"更新已覆盖，但重启失败，错误码 0"},
+  };
+  for (const auto& row : rows) {
+    computer_ = FakeComputer();
+    computer_.files = {{kSource, kNew}, {kDestination, kOld}};
+    computer_.startResult = row.result;
+    EXPECT_EQ(Apply(), row.exitCode) << row.line;
+    EXPECT_EQ(computer_.log, (Texts{begun_, row.line}));
+    EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kDestination, kNew}}));
+  }
+}
+
+TEST_F(ApplyUpdateTest, QuotesTheProgramItStarts) {
+  computer_.files[L"D:\\a \"b\".exe"] = kOld;
+  EXPECT_EQ(ApplyUpdate(1, kSource, L"D:\\a \"b\".exe", computer_.Ports()), 0);
+  EXPECT_EQ(computer_.events.at(computer_.events.size() - 2), L"start \"D:\\a \\\"b\\\".exe\"");
+}
+
+// ---- the power fails between any two steps, or in the middle of the copy
+
+struct Cut {
+  const char* before;
+  std::optional<std::string> destination;
+  std::optional<std::string> backup;
+};
+
+const std::string kHalf = std::string(kNew).substr(0, std::string(kNew).size() / 2);
+
+void ExpectAfterEveryCut(const std::vector<Cut>& cuts, FakeComputer computer) {
+  for (std::size_t step = 0; step < cuts.size(); ++step) {
+    FakeComputer cutComputer = computer;
+    cutComputer.stepsLeft = static_cast<int>(step);
+    EXPECT_THROW(ApplyUpdate(4711, kSource, kDestination, cutComputer.Ports()), PowerCut) << step;
+    const Cut& cut = cuts[step];
+    EXPECT_EQ(cutComputer.File(kDestination), cut.destination) << "before " << cut.before;
+    EXPECT_EQ(cutComputer.File(kBackup), cut.backup) << "before " << cut.before;
+    const bool hasProgram = cutComputer.File(kDestination) == kOld ||
+                            cutComputer.File(kDestination) == kNew ||
+                            cutComputer.File(kBackup) == kOld;
+    EXPECT_TRUE(hasProgram) << "before " << cut.before;
+  }
+  computer.stepsLeft = static_cast<int>(cuts.size());
+  EXPECT_NO_THROW(ApplyUpdate(4711, kSource, kDestination, computer.Ports()))
+      << "a step is missing";
+}
+
+TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgram) {
+  ExpectAfterEveryCut(
+      {
+          {"an old backup is removed", kOld, std::nullopt},
+          {"the old program is set aside", kOld, std::nullopt},
+          {"the copy begins", std::nullopt, kOld},
+          {"the copy ends", kHalf, kOld},
+          {"the download is removed", kNew, kOld},
+          {"the backup is removed", kNew, kOld},
+          {"the new program starts", kNew, std::nullopt},
+      },
+      computer_);
+}
+
+TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgramWhenTheCopyFails) {
+  computer_.copyFailure = SystemResult{false, 112};
+  computer_.leavesHalfACopy = true;
+  ExpectAfterEveryCut(
+      {
+          {"an old backup is removed", kOld, std::nullopt},
+          {"the old program is set aside", kOld, std::nullopt},
+          {"the copy begins", std::nullopt, kOld},
+          {"the copy fails", kHalf, kOld},
+          {"the backup is brought back", kHalf, kOld},
+      },
+      computer_);
+}
+
+TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgramWhereABackupLay) {
+  computer_.files[kBackup] = "older still";
+  ExpectAfterEveryCut(
+      {
+          {"an old backup is removed", kOld, "older still"},
+          {"the old program is set aside", kOld, std::nullopt},
+          {"the copy begins", std::nullopt, kOld},
+          {"the copy ends", kHalf, kOld},
+          {"the download is removed", kNew, kOld},
+          {"the backup is removed", kNew, kOld},
+          {"the new program starts", kNew, std::nullopt},
+      },
+      computer_);
 }
 
 }  // namespace

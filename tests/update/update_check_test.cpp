@@ -2,11 +2,212 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+#include <vector>
+
 namespace update {
 namespace {
 
-TEST(UpdateCheck, SaysThatItIsNotBuilt) {
-  EXPECT_EQ(CheckForUpdate(settings::Settings()), L"自动更新尚未提供：本版本不检查更新。");
+constexpr wchar_t kTarget[] = L"C:\\Temp\\Velmarine.Client.update.exe";
+using Texts = std::vector<std::wstring>;
+
+class UpdateCheckTest : public testing::Test {
+ protected:
+  UpdateCheckTest() { settings_.serverUrl = L"http://192.0.2.10:31080"; }
+
+  CheckPorts Ports() {
+    CheckPorts ports;
+    ports.currentVersion = current_;
+    ports.downloadTarget = kTarget;
+    ports.sendJsonRequest = [this](const std::wstring& method, const std::wstring& url,
+                                   const std::wstring& body) {
+      events_.push_back(method + L" " + url + L" " + body);
+      return service::HttpResponse{status_, reply_};
+    };
+    ports.downloadFile = [this](const std::wstring& url, const std::wstring& target) {
+      events_.push_back(L"download " + url + L" > " + target);
+      return downloads_;
+    };
+    ports.startUpdater = [this](const std::wstring& path) {
+      events_.push_back(L"start updater " + path);
+      return starts_;
+    };
+    ports.deleteFile = [this](const std::wstring& path) { events_.push_back(L"delete " + path); };
+    ports.endProcess = [this] { events_.push_back(L"end"); };
+    return ports;
+  }
+
+  // The check's line after the reply `reply`.
+  std::wstring Check(const std::wstring& reply) {
+    reply_ = reply;
+    events_.clear();
+    return CheckForUpdate(settings_, Ports());
+  }
+  // After a successful one with this payload.
+  std::wstring CheckData(const std::wstring& data) {
+    return Check(L"{\"success\":true,\"data\":" + data + L"}");
+  }
+  // After the offer of `version` under `url`.
+  std::wstring Offer(const std::wstring& version, const std::wstring& url, bool force = true) {
+    return CheckData(L"{\"updateAvailable\":true,\"version\":\"" + version +
+                     L"\",\"downloadUrl\":\"" + url + L"\",\"force\":" +
+                     (force ? L"true" : L"false") + L"}");
+  }
+  // What was done after the question.
+  [[nodiscard]] Texts Deeds() const { return {events_.begin() + 1, events_.end()}; }
+
+  const std::wstring question_ =
+      L"GET http://192.0.2.10:31080/api/updates/client?currentVersion=1.0.4 ";
+  settings::Settings settings_;
+  std::wstring current_ = L"1.0.4";
+  std::uint32_t status_ = 200;
+  std::wstring reply_;
+  bool downloads_ = true;
+  bool starts_ = true;
+  Texts events_;
+};
+
+TEST_F(UpdateCheckTest, AsksOnceWithItsVersion) {
+  CheckData(L"{}");
+  EXPECT_EQ(events_, Texts{question_});
+}
+
+TEST_F(UpdateCheckTest, AsksAtTheNormalisedAddressWithTheVersionEncoded) {
+  settings_.serverUrl = L" 10.1.2.3:8080\\ ";
+  current_ = L"1.0.4 β/+~_-";
+  CheckData(L"{}");
+  EXPECT_EQ(events_, Texts{L"GET http://10.1.2.3:8080/api/updates/client"
+                           L"?currentVersion=1.0.4%20%CE%B2%2F%2B~_- "});
+}
+
+TEST_F(UpdateCheckTest, TellsWhatTheServiceSaysAgainstIt) {
+  const struct {
+    const wchar_t* reply;
+    const wchar_t* wanted;
+  } rows[] = {
+      {L"{\"success\":false,\"code\":\"X\",\"message\":\"暂停服务\"}",
+       L"自动更新检查失败：暂停服务"},
+      {L"{\"success\":false,\"code\":\"X\"}", L"自动更新检查失败："},
+      {L"{\"success\":\"true\",\"data\":{\"updateAvailable\":true}}", L"自动更新检查失败："},
+      {L"<html><body>Bad Gateway</body></html>", L"自动更新检查失败："},
+      {L"", L"自动更新检查失败："},
+      {L"[1,2]", L"自动更新检查失败："},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(Check(row.reply), row.wanted) << row.reply;
+    EXPECT_EQ(events_, Texts{question_}) << row.reply;
+  }
+}
+
+TEST_F(UpdateCheckTest, ReadsTheReplyWhateverItsStatus) {
+  status_ = 500;
+  EXPECT_EQ(CheckData(L"{}"), L"当前已是最新版本：1.0.4");
+}
+
+TEST_F(UpdateCheckTest, LeavesFailuresToTheCaller) {
+  EXPECT_THROW(Check(L"{\"success\":true,"), std::runtime_error);
+  CheckPorts ports = Ports();
+  ports.sendJsonRequest = [](const auto&, const auto&, const auto&) -> service::HttpResponse {
+    throw std::runtime_error("WinHttpReceiveResponse failed.");
+  };
+  EXPECT_THROW(CheckForUpdate(settings_, ports), std::runtime_error);
+}
+
+TEST_F(UpdateCheckTest, IsUpToDateUnlessAnUpdateIsTrulyOffered) {
+  for (const wchar_t* data :
+       {L"null", L"{}", L"[]", L"7", L"\"x\"", L"{\"updateAvailable\":false}",
+        L"{\"updateAvailable\":\"true\"}", L"{\"updateAvailable\":1}",
+        L"{\"UpdateAvailable\":true}",
+        L"{\"updateAvailable\":false,\"version\":\"9\",\"downloadUrl\":\"/x\",\"force\":true}"}) {
+    EXPECT_EQ(CheckData(data), L"当前已是最新版本：1.0.4") << data;
+    EXPECT_EQ(events_, Texts{question_}) << data;
+  }
+  EXPECT_EQ(Check(L"{\"success\":true}"), L"当前已是最新版本：1.0.4");
+}
+
+TEST_F(UpdateCheckTest, RefusesAnOfferThatNamesNoNewerVersionOrNoAddress) {
+  for (const wchar_t* data : {
+           L"{\"updateAvailable\":true}",
+           L"{\"updateAvailable\":true,\"downloadUrl\":\"/x\",\"force\":true}",
+           L"{\"updateAvailable\":true,\"version\":\"\",\"downloadUrl\":\"/x\",\"force\":true}",
+           L"{\"updateAvailable\":true,\"version\":2,\"downloadUrl\":\"/x\",\"force\":true}",
+           L"{\"updateAvailable\":true,\"version\":\"2.0\",\"force\":true}",
+           L"{\"updateAvailable\":true,\"version\":\"2.0\",\"downloadUrl\":\"\",\"force\":true}",
+           L"{\"updateAvailable\":true,\"version\":\"2.0\",\"downloadUrl\":[],\"force\":true}",
+       }) {
+    EXPECT_EQ(CheckData(data), L"自动更新信息无效。") << data;
+    EXPECT_EQ(events_, Texts{question_}) << data;
+  }
+  for (const wchar_t* version : {L"1.0.4", L"1.0.3", L"0.9", L"1", L"no number"}) {
+    EXPECT_EQ(Offer(version, L"/x"), L"自动更新信息无效。") << version;
+    EXPECT_EQ(Offer(version, L"/x", false), L"自动更新信息无效。") << version;
+  }
+}
+
+TEST_F(UpdateCheckTest, TellsOfAnOfferThatIsNotForcedAndDoesNothing) {
+  const std::wstring wanted =
+      L"发现新版本 1.0.10，当前版本 1.0.4。后台未设置强制更新，本次暂不自动覆盖。";
+  EXPECT_EQ(Offer(L"1.0.10", L"/x", false), wanted);
+  EXPECT_EQ(events_, Texts{question_});
+  for (const wchar_t* force : {L"\"true\"", L"1", L"null", L"{}"}) {
+    EXPECT_EQ(CheckData(L"{\"updateAvailable\":true,\"version\":\"1.0.10\",\"downloadUrl\":\"/x\","
+                        L"\"force\":" +
+                        std::wstring(force) + L"}"),
+              wanted)
+        << force;
+    EXPECT_EQ(events_, Texts{question_}) << force;
+  }
+}
+
+TEST_F(UpdateCheckTest, InstallsAForcedOfferAndEndsTheProcess) {
+  EXPECT_EQ(Offer(L"1.0.10", L"updates/client.exe"), L"");
+  EXPECT_EQ(
+      Deeds(),
+      (Texts{std::wstring(L"download http://192.0.2.10:31080/updates/client.exe > ") + kTarget,
+             std::wstring(L"start updater ") + kTarget, L"end"}));
+}
+
+TEST_F(UpdateCheckTest, ADownloadThatFailsLeavesAllAsItIs) {
+  downloads_ = false;
+  EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新下载失败：2.0");
+  EXPECT_EQ(Deeds().size(), 1u) << "one attempt, and nothing after it";
+}
+
+TEST_F(UpdateCheckTest, WithoutATemporaryFolderNothingIsDownloaded) {
+  reply_ =
+      L"{\"success\":true,\"data\":{\"updateAvailable\":true,\"version\":\"2.0\","
+      L"\"downloadUrl\":\"/x\",\"force\":true}}";
+  CheckPorts ports = Ports();
+  ports.downloadTarget.clear();
+  EXPECT_EQ(CheckForUpdate(settings_, ports), L"强制更新下载失败：2.0");
+  EXPECT_EQ(events_, Texts{question_});
+}
+
+TEST_F(UpdateCheckTest, AReplacementProcessThatDoesNotStartCostsTheDownload) {
+  starts_ = false;
+  EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新启动替换进程失败：2.0");
+  EXPECT_EQ(Deeds(),
+            (Texts{std::wstring(L"download http://192.0.2.10:31080/x > ") + kTarget,
+                   std::wstring(L"start updater ") + kTarget, std::wstring(L"delete ") + kTarget}));
+}
+
+TEST(AbsoluteDownloadUrl, StaysOrLiesOnTheService) {
+  const struct {
+    const wchar_t* url;
+    const wchar_t* wanted;
+  } rows[] = {
+      {L"http://cdn.example/a.exe", L"http://cdn.example/a.exe"},
+      {L"HTTPS://cdn.example/a.exe?x=1", L"HTTPS://cdn.example/a.exe?x=1"},
+      {L"/updates/a.exe", L"http://10.1.2.3:31080/updates/a.exe"},
+      {L"updates/a.exe", L"http://10.1.2.3:31080/updates/a.exe"},
+      {L"//updates/a.exe", L"http://10.1.2.3:31080//updates/a.exe"},
+      {L" /a", L"http://10.1.2.3:31080/ /a"},
+      {L"/go?to=http://x/", L"/go?to=http://x/"},
+      {L"", L""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(AbsoluteDownloadUrl(row.url, L" 10.1.2.3:31080/ "), row.wanted);
+  }
 }
 
 }  // namespace

@@ -1,0 +1,50 @@
+# The program's file: its entry, all its folders, and what it carries as resources.
+include(driver_files)
+
+# Sets `out` to the four numbers of `version`, missing ones 0, as Windows wants them.
+function(version_numbers out version)
+  if(NOT version MATCHES "^[0-9]+(\\.[0-9]+)?(\\.[0-9]+)?(\\.[0-9]+)?$")
+    message(FATAL_ERROR "\"${version}\" is no version: one to four numbers with points between.")
+  endif()
+  string(REPLACE "." ";" numbers "${version}")
+  foreach(number ${numbers})
+    if(number GREATER 65535)
+      message(FATAL_ERROR "The version ${version} holds a number above 65535.")
+    endif()
+  endforeach()
+  list(APPEND numbers 0 0 0)
+  list(SUBLIST numbers 0 4 numbers)
+  set(${out} "${numbers}" PARENT_SCOPE)
+endfunction()
+
+# client_program(TARGET VERSION numbers FOLDER folder): FOLDER/Velmarine.Client.exe, which tells the
+# service and the version resource the same VERSION. Windows only.
+function(client_program target)
+  cmake_parse_arguments(ARG "" "VERSION;FOLDER" "" ${ARGN})
+  version_numbers(numbers "${ARG_VERSION}")
+  list(JOIN numbers "," numbers_by_comma)
+  list(JOIN numbers "." numbers_by_point)
+  set(resources "${CMAKE_SOURCE_DIR}/resources")
+  set(made "${CMAKE_CURRENT_BINARY_DIR}/${target}")
+  configure_file("${resources}/velmarine.rc.in" "${made}/velmarine.rc" @ONLY)
+  configure_file("${resources}/velmarine.manifest.in" "${made}/velmarine.manifest" @ONLY)
+
+  # The driver files, the page, the icon. Built apart from the C++ files, whose warning flags the
+  # resource compiler does not know.
+  driver_files(driver_folder)
+  add_library(${target}_resources OBJECT "${made}/velmarine.rc")
+  target_include_directories(${target}_resources PRIVATE
+    "${made}" "${driver_folder}" "${CMAKE_SOURCE_DIR}/webui" "${resources}")
+  set_source_files_properties("${made}/velmarine.rc" PROPERTIES OBJECT_DEPENDS
+    "${driver_folder}/WinDivert.dll;${driver_folder}/WinDivert64.sys;${CMAKE_SOURCE_DIR}/webui/app.html;${resources}/velmarine.ico;${made}/velmarine.manifest")
+  if(VELMARINE_DRIVER STREQUAL "lab")
+    add_dependencies(${target}_resources lab_windivert)
+  endif()
+
+  add_executable(${target} WIN32 "${CMAKE_SOURCE_DIR}/src/shell/main.cpp")
+  target_compile_definitions(${target} PRIVATE VELMARINE_VERSION=L"${ARG_VERSION}")
+  target_link_libraries(${target} PRIVATE shell ${target}_resources comctl32 shell32)
+  target_link_options(${target} PRIVATE -municode)
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME Velmarine.Client RUNTIME_OUTPUT_DIRECTORY "${ARG_FOLDER}")
+endfunction()

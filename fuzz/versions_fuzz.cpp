@@ -1,0 +1,48 @@
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "text/utf8.h"
+#include "update/compare_versions.h"
+
+namespace update {
+namespace {
+
+int Sign(int value) {
+  return (value > 0) - (value < 0);
+}
+
+// Three versions, cut at the first two bytes 0, form a chain of any total order.
+void Run(const std::string& bytes) {
+  std::vector<std::wstring> versions(3);
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < versions.size() && start <= bytes.size(); ++i) {
+    const std::size_t end =
+        i + 1 < versions.size() ? std::min(bytes.find('\0', start), bytes.size()) : bytes.size();
+    versions[i] = text::FromUtf8(bytes.substr(start, end - start));
+    start = end + 1;
+  }
+  const auto compare = [&](int a, int b) {
+    return Sign(CompareVersions(versions[static_cast<std::size_t>(a)],
+                                versions[static_cast<std::size_t>(b)]));
+  };
+  for (int a = 0; a < 3; ++a) {
+    if (compare(a, a) != 0) std::abort();
+    for (int b = 0; b < 3; ++b) {
+      if (compare(a, b) != -compare(b, a)) std::abort();
+      for (int c = 0; c < 3; ++c) {
+        if (compare(a, b) <= 0 && compare(b, c) <= 0 && compare(a, c) > 0) std::abort();
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace update
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
+  update::Run({reinterpret_cast<const char*>(data), sizeBytes});
+  return 0;
+}

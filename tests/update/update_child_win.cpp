@@ -1,0 +1,105 @@
+// What the tests of the update start as another process. Each run tells of itself in the file
+// "<own path>.ran": how it was to be shown, then its arguments, a line each, in UTF-8.
+//   update_child.exe                              that alone
+//   update_child.exe sleep MILLISECONDS           ends after so long
+//   update_child.exe end CODE                     ends at once, from a second thread, while others
+//                                                 hold locks and would do things on an orderly way
+//                                                 out
+//   update_child.exe swap STEP SOURCE DESTINATION replaces a file and ends with kCutCode before the
+//                                                 given step (a copy is two, with half in between)
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "platform/files.h"
+#include "platform/known_folders.h"
+#include "platform/process_win.h"
+#include "platform/windows_sdk.h"
+#include "text/utf8.h"
+#include "update/apply_update.h"
+#include "update/update_child.h"
+
+namespace update {
+namespace {
+
+// Its destructor must not be seen.
+struct Tidy {
+  ~Tidy() { platform::WriteFileBytes(platform::ProgramPath() + L".tidied", "x"); }
+};
+const Tidy tidy;
+
+void TellOfThisRun(int count, wchar_t** arguments) {
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  ::GetStartupInfoW(&startup);
+  const bool isHidden =
+      (startup.dwFlags & STARTF_USESHOWWINDOW) != 0 && startup.wShowWindow == SW_HIDE;
+  std::wstring lines = isHidden ? L"hidden\n" : L"shown\n";
+  for (int i = 1; i < count; ++i) lines.append(arguments[i]).append(L"\n");
+  platform::WriteFileBytes(platform::ProgramPath() + L".ran", text::ToUtf8(lines));
+}
+
+void Step(int& stepsLeft) {
+  if (stepsLeft-- == 0) platform::EndProcessAtOnce(kCutCode);
+}
+
+// The program's own operations, the power failing before the step `stepsLeft`.
+ApplyPorts PortsWithACut(int& stepsLeft) {
+  ApplyPorts ports = RealApplyPorts([] {});
+  const SwapFiles real = ports.files;
+  ports.files.remove = [real, &stepsLeft](const std::wstring& path) {
+    Step(stepsLeft);
+    real.remove(path);
+  };
+  ports.files.moveOver = [real, &stepsLeft](const std::wstring& from, const std::wstring& to) {
+    Step(stepsLeft);
+    real.moveOver(from, to);
+  };
+  ports.files.copyOver = [real, &stepsLeft](const std::wstring& from, const std::wstring& to) {
+    Step(stepsLeft);
+    if (stepsLeft == 0) {
+      const std::string whole = platform::ReadFileBytes(from).value_or("");
+      platform::WriteFileBytes(to, whole.substr(0, whole.size() / 2));
+    }
+    Step(stepsLeft);
+    return real.copyOver(from, to);
+  };
+  const auto realStart = ports.start;
+  ports.start = [realStart, &stepsLeft](const std::wstring& commandLine) {
+    Step(stepsLeft);
+    return realStart(commandLine);
+  };
+  ports.pause = [](std::chrono::milliseconds) {};
+  ports.writeLog = [](std::wstring_view) {};
+  return ports;
+}
+
+int EndFromAnotherThread(int code) {
+  static std::mutex held;
+  held.lock();
+  std::thread([] { const std::lock_guard<std::mutex> never(held); }).detach();
+  std::thread([code] { platform::EndProcessAtOnce(code); }).join();
+  return 1;
+}
+
+int Run(int count, wchar_t** arguments) {
+  const auto is = [&](const wchar_t* mode, int needed) {
+    return count == needed + 2 && std::wstring(arguments[1]) == mode;
+  };
+  if (is(L"swap", 3)) {
+    int stepsLeft = std::stoi(arguments[2]);
+    return ApplyUpdate(0, arguments[3], arguments[4], PortsWithACut(stepsLeft));
+  }
+  TellOfThisRun(count, arguments);
+  if (is(L"sleep", 1)) ::Sleep(std::stoul(arguments[2]));
+  if (is(L"end", 1)) return EndFromAnotherThread(std::stoi(arguments[2]));
+  return 0;
+}
+
+}  // namespace
+}  // namespace update
+
+int wmain(int count, wchar_t** arguments) {
+  return update::Run(count, arguments);
+}

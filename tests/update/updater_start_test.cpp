@@ -1,0 +1,83 @@
+#include "update/updater_start.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <vector>
+
+namespace update {
+namespace {
+
+constexpr wchar_t kSelf[] = L"D:\\工具 箱\\Velmarine.Client.exe";
+constexpr wchar_t kCopy[] = L"D:\\工具 箱\\Velmarine.Client.exe.updater.exe";
+constexpr wchar_t kDownload[] = L"C:\\Temp\\Velmarine.Client.update.exe";
+
+class UpdaterStart : public testing::Test {
+ protected:
+  UpdaterPorts Ports() {
+    UpdaterPorts ports;
+    ports.programPath = kSelf;
+    ports.processId = 4711;
+    ports.copyOver = [this](const std::wstring& from, const std::wstring& to) {
+      events_.push_back(L"copy " + from + L" > " + to);
+      if (canCopy_) files_.insert(to);
+    };
+    ports.isFile = [this](const std::wstring& path) { return files_.count(path) == 1; };
+    ports.startHidden = [this](const std::wstring& commandLine) {
+      events_.push_back(L"start " + commandLine);
+      return canStart_;
+    };
+    return ports;
+  }
+
+  const std::wstring copied_ = std::wstring(L"copy ") + kSelf + L" > " + kCopy;
+  const std::wstring arguments_ =
+      std::wstring(L" --apply-update \"4711\" \"") + kDownload + L"\" \"" + kSelf + L"\"";
+  std::set<std::wstring> files_{kSelf};
+  bool canCopy_ = true;
+  bool canStart_ = true;
+  std::vector<std::wstring> events_;
+};
+
+TEST_F(UpdaterStart, StartsACopyOfTheProgramBesideIt) {
+  EXPECT_TRUE(StartUpdater(kDownload, Ports()));
+  EXPECT_EQ(events_, (std::vector<std::wstring>{
+                         copied_, L"start \"" + std::wstring(kCopy) + L"\"" + arguments_}));
+}
+
+TEST_F(UpdaterStart, StartsTheProgramItselfWhereNoCopyCanBeMade) {
+  canCopy_ = false;
+  EXPECT_TRUE(StartUpdater(kDownload, Ports()));
+  EXPECT_EQ(events_, (std::vector<std::wstring>{
+                         copied_, L"start \"" + std::wstring(kSelf) + L"\"" + arguments_}));
+}
+
+TEST_F(UpdaterStart, UsesTheCopyOfAnEarlierUpdateThatCannotBeOverwritten) {
+  canCopy_ = false;
+  files_.insert(kCopy);
+  EXPECT_TRUE(StartUpdater(kDownload, Ports()));
+  EXPECT_EQ(events_.back(), L"start \"" + std::wstring(kCopy) + L"\"" + arguments_);
+}
+
+TEST_F(UpdaterStart, SaysThatTheProcessCouldNotBeStarted) {
+  canStart_ = false;
+  EXPECT_FALSE(StartUpdater(kDownload, Ports()));
+  EXPECT_EQ(events_.size(), 2u) << "one attempt";
+}
+
+TEST_F(UpdaterStart, DoesNothingWhenTheProgramsOwnPathIsUnknown) {
+  UpdaterPorts ports = Ports();
+  ports.programPath.clear();
+  EXPECT_FALSE(StartUpdater(kDownload, ports));
+  EXPECT_TRUE(events_.empty());
+}
+
+TEST(UpdaterCommandLine, QuotesEveryArgumentButTheMode) {
+  EXPECT_EQ(UpdaterCommandLine(L"u", 0, L"s \"x\"", L"维 马"),
+            L"\"u\" --apply-update \"0\" \"s \\\"x\\\"\" \"维 马\"");
+  EXPECT_EQ(UpdaterCommandLine(L"u", 4294967295u, L"s", L"d"),
+            L"\"u\" --apply-update \"4294967295\" \"s\" \"d\"");
+}
+
+}  // namespace
+}  // namespace update
