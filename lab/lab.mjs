@@ -169,12 +169,13 @@ export class Lab {
   }
 
   /**
-   * Starts the program in the engineer's namespace; the page is ready when this returns. `file` is a
-   * copy of it elsewhere on this machine.
+   * Starts the program in the engineer's namespace. When this returns, the page is ready and the service
+   * was asked for updates; `waitForPage: false`, `waitForUpdateCheck: false` do not wait for it. `file`
+   * is the program's file, by default the built one.
    */
-  async startProgram({ file, env = {}, waitForPage = true } = {}) {
+  async startProgram({ env = {}, file, waitForPage, waitForUpdateCheck } = {}) {
     this.program = new Program(this);
-    await this.program.start({ file, env, waitForPage });
+    await this.program.start({ env, file, waitForPage, waitForUpdateCheck });
     return this.program;
   }
 

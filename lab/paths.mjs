@@ -7,6 +7,8 @@ export const kBuild = path.join(kRepo, 'build');
 /** Keeps a lab's namespaces, Windows and folders apart from another's beside it; "" for the plain names. */
 export const kLabSuffix = process.env.LAB_SUFFIX ?? '';
 export const kProgramFile = path.join(kBuild, 'windows/Velmarine.Client.exe');
+/** The same program with a higher version. */
+export const kNextProgramFile = path.join(kBuild, 'windows/lab/update/Velmarine.Client.exe');
 export const kBrowserRuntime = path.join(kBuild, 'windows/lab/browser/120.0.0.0');
 export const kSettingWatch = path.join(kBuild, 'windows/lab/desk/setting_watch.exe');
 export const kClipboard = path.join(kBuild, 'windows/lab/desk/clipboard.exe');

@@ -9,6 +9,9 @@ export const kTitle = 'Velmarine.Client 维马林';
 const kPageReadyMs = 30_000;
 /** One that waited for the page and one for its being ready; either would undo what was typed before. */
 const kStartApplies = 2;
+/** What the check for a newer version may say at its end. */
+const kUpdateChecked = /当前已是最新版本：|自动更新|发现新版本 |强制更新/;
+const kUpdateCheckMs = 30_000;
 const kGoneMs = 5_000;
 
 /** Waits until `probe()` gives something truthy and returns it; fails with `what` after `timeoutMs`. */
@@ -28,20 +31,35 @@ export class Program {
     this.folder = path.join(lab.workFolder, `run${Math.floor(performance.now())}`);
   }
 
-  async start({ file, env, waitForPage }) {
+  /** Resolves once the page is ready and the service was asked for updates, unless told not to wait. */
+  async start({ env, file = kProgramFile, waitForPage = true, waitForUpdateCheck = true }) {
     const { lab } = this;
     await mkdir(this.folder, { recursive: true });
-    const command = lab.prefix.command(lab.prefix.windowsPath(file ?? kProgramFile));
+    const command = lab.prefix.command(lab.prefix.windowsPath(file));
     this.child = await lab.processes.start('program', command, {
       namespace: lab.network.engineer, env: { ...lab.windowsEnv, ...env }, cwd: this.folder,
       log: path.join(lab.artifacts, 'program-output.log'),
     });
     if (!waitForPage) return;
-    this.page = await lab.bridge.waitForPage(kPageReadyMs);
+    await this.#takePage(await lab.bridge.waitForPage(kPageReadyMs));
+    if (waitForUpdateCheck) await this.waitForLog(kUpdateChecked, kUpdateCheckMs);
+  }
+
+  async #takePage(page) {
+    this.page = page;
     await this.page.waitFor('document.body.classList.contains("embedded")', kPageReadyMs);
     await this.waitForLog('客户端启动中');
     await waitUntil('the forms that a start fills in', async () => (await this.page.messages())
       .filter(({ direction, json }) => direction === 'toPage' && json.includes('"t":"apply"')).length >= kStartApplies);
+  }
+
+  /** After an update: takes the page and the log of the program that was started in this one's place. */
+  async followUpdate() {
+    const old = this.page.id;
+    const page = await waitUntil('the page of the new program', async () =>
+      (await this.lab.bridge.pages()).find(({ id }) => id !== old), kPageReadyMs);
+    await this.#takePage(page);
+    await this.waitForLog(kUpdateChecked, kUpdateCheckMs);
   }
 
   // ---- what a person does
@@ -110,13 +128,12 @@ export class Program {
 
   // ---- what is on disk
 
+  /** The newest. */
   async logFile() {
     const root = path.join(this.folder, 'Log');
-    for (const month of await readdir(root).catch(() => [])) {
-      const [name] = await readdir(path.join(root, month));
-      if (name) return path.join(root, month, name);
-    }
-    return null;
+    const names = await readdir(root, { recursive: true }).catch(() => []);
+    const newest = names.filter((name) => name.endsWith('.log')).sort().at(-1);
+    return newest ? path.join(root, newest) : null;
   }
 
   /** The log file's text without its mark. */

@@ -36,7 +36,7 @@ export class WinePrefix {
 
   get roaming() { return path.join(this.user, 'AppData/Roaming/Velmarine'); }
   get local() { return path.join(this.user, 'AppData/Local/Velmarine'); }
-  get temp() { return path.join(this.user, 'AppData/Local/Temp'); }
+  get temp() { return path.join(this.user, 'Temp'); }
   get settingsFile() { return path.join(this.roaming, 'Client.settings.json'); }
   get runtimeFolder() { return path.join(this.local, 'Runtime'); }
 
