@@ -201,6 +201,7 @@ TEST(AbsoluteDownloadUrl, StaysOrLiesOnTheService) {
       {L"/updates/a.exe", L"http://10.1.2.3:31080/updates/a.exe"},
       {L"updates/a.exe", L"http://10.1.2.3:31080/updates/a.exe"},
       {L"//updates/a.exe", L"http://10.1.2.3:31080//updates/a.exe"},
+      {L"updates/v2:a.exe", L"http://10.1.2.3:31080/updates/v2:a.exe"},
       {L" /a", L"http://10.1.2.3:31080/ /a"},
       {L"/go?to=http://x/", L"/go?to=http://x/"},
       {L"", L""},
