@@ -1,5 +1,6 @@
 // Runs Google Benchmark programs and writes build/bench/report.json.
-// Usage: node bench/report.mjs PROGRAM...
+// Usage: node benchmarks/report.mjs PROGRAM...
+// A program that ends in .mjs is run with node and prints its medians in the same form.
 //
 // A benchmark NAME that has a partner NAME_Anchor is reported with the ratio of the two, both measured
 // in the same run with their repetitions interleaved. Values are medians.
@@ -12,12 +13,14 @@ const kRepetitions = 7;
 const here = path.dirname(fileURLToPath(import.meta.url));
 const goals = JSON.parse(readFileSync(path.join(here, 'goals.json'), 'utf8'));
 
+const kArguments = [
+  '--benchmark_format=json', `--benchmark_repetitions=${kRepetitions}`,
+  '--benchmark_enable_random_interleaving=true', '--benchmark_report_aggregates_only=true', '--benchmark_min_time=0.05',
+];
+
 function medians(program) {
-  const { status, stdout, stderr } = spawnSync(program, [
-    '--benchmark_format=json', `--benchmark_repetitions=${kRepetitions}`,
-    '--benchmark_enable_random_interleaving=true', '--benchmark_report_aggregates_only=true',
-    '--benchmark_min_time=0.05',
-  ], { encoding: 'utf8', maxBuffer: 1 << 26 });
+  const command = program.endsWith('.mjs') ? [process.execPath, program] : [program, ...kArguments];
+  const { status, stdout, stderr } = spawnSync(command[0], command.slice(1), { encoding: 'utf8', maxBuffer: 1 << 26 });
   if (status !== 0) throw new Error(`${program} ended with ${status}\n${stderr}`);
   return JSON.parse(stdout).benchmarks.filter(({ aggregate_name: kind }) => kind === 'median');
 }
