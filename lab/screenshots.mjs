@@ -25,8 +25,8 @@ const folder = await mkdtemp(path.join(tmpdir(), 'velmarine-pictures-'));
 const lab = await Lab.create({ artifacts: folder, site: false });
 
 /** The window's inside, without the screen around it. */
-async function picture(name) {
-  await lab.display.click(1, 1);  // the pointer away from the page
+async function picture(program, name) {
+  await program.click('#s-logo');  // the pointer away from all buttons
   await sleep(kPaintMs);
   const screen = path.join(folder, `${name}.png`);
   await lab.display.screenshot(screen);
@@ -51,15 +51,15 @@ try {
   await mkdir(kImages, { recursive: true });
   const program = await lab.startProgram();
   await saveSites(program);
-  await picture('resolved');
+  await picture(program, 'resolved');
   await program.pointAndClick('#c-connect');
   await program.waitForText('#s-state', '在线');
   await program.waitForLog('UDP 通道已就绪');
-  await picture('connected');
+  await picture(program, 'connected');
   await program.type('#c-testip', kPlc);
   await program.pointAndClick('#c-test');
   await program.waitForText('#c-statusline', /^通讯延迟 \d+ ms/);
-  await picture('latency');
+  await picture(program, 'latency');
 } finally {
   const left = await lab.close();
   await rm(folder, { recursive: true, force: true });

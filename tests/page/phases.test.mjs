@@ -77,8 +77,9 @@ pageTest('the status line has the colour of the log line with its text', async (
   }
 });
 
-for (const text of [kRefused, 'Connection authorization failed: x', 'Resolve failed: ']) {
-  pageTest(`${text.trim()} looks like the failure it is`, async (page) => {
+for (const text of [kRefused, 'Connection authorization failed: x', 'Resolve failed: ',
+  '\r\n远程调试会话已断开。\r\nConnection authorization failed: x']) {
+  pageTest(`${JSON.stringify(text)} looks like the failure it is`, async (page) => {
     await page.deliverAll([state('off', text), log('02:00:00', text, '')]);
     assert.equal(await phase(page), 'failed');
     assert.equal(await tone(page), 'er');

@@ -234,6 +234,14 @@ pageTest('a state told again leaves a selection alone, so that an address can be
   assert.equal(await page.view.evaluate(() => getSelection().toString()), '10.88.0.2');
 });
 
+pageTest('what a narrow list cannot show in full is its hint', async (page) => {
+  const name = '东区水厂二号泵站变频控制柜'.repeat(5).slice(0, 60);
+  await page.deliver({ t: 'apply', fields: { profiles: [name, '西区'], profileSel: name } });
+  assert.equal(await page.view.getAttribute('#c-profiles', 'title'), name);
+  await page.view.selectOption('#c-profiles', '西区');
+  assert.equal(await page.view.getAttribute('#c-profiles', 'title'), '西区');
+});
+
 const kColours = [
   ['body', 'background-color', '#05080a'], ['body', 'color', '#e9f6f2'], ['#s-cards .k', 'color', '#8ba8a6'],
   ['#s-cards .v.ok', 'color', '#5effc8'], ['#s-cards .v.off', 'color', '#5f7a79'],
