@@ -1,0 +1,116 @@
+// 桌面 when something is not as it should be: the service refuses, there is no RustDesk, it does not start,
+// or its window comes late or never.
+import assert from 'node:assert/strict';
+import { rm, writeFile } from 'node:fs/promises';
+import path from 'node:path';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { waitUntil } from '../../lab/program.mjs';
+import { kProgramFiles, openDesktop, opensRustDesk, savesNothing, starts } from './desktop.mjs';
+import { occurrences, scenario } from './scenario.mjs';
+
+const kFile = `${kProgramFiles}\\rustdesk.exe`;
+const kFailed = '远程桌面失败：';
+const kSession = '/api/devices/DEV-2041/remote-desktop/session';
+const kFocusMs = 500;  // until a new window has the keyboard
+const kOutside = 1300;  // right of the program's window
+const kEveryAttemptMs = 900;
+const kAfterLastAttemptMs = 12_000;  // the tenth is at about nine seconds
+const kBeforeNinthAttemptMs = 7_600;  // the eighth is at 7.2 s, the ninth at 8.1 s
+
+const says = (success, message, code = '') => ({
+  path: kSession, times: 1, body: JSON.stringify({ success, code, message, data: null }),
+});
+
+/** What the service answers, or how; then the line. */
+const kAnswers = [
+  [says(false, '设备离线', 'DEVICE_OFFLINE'), `${kFailed}设备离线`],
+  [says(false, ''), kFailed],
+  [{ ...says(false, '没有权限'), status: 403 }, `${kFailed}没有权限`],
+  [{ path: kSession, times: 1, status: 502, headers: { 'content-type': 'text/html' }, body: '<html>' }, kFailed],
+  [{ path: kSession, times: 1, body: '{"success":true,' }, `${kFailed}Invalid JSON.`],
+  [{ path: kSession, times: 1, cut: true }, /远程桌面失败：WinHttp\S+/],
+];
+
+async function refusalsOpenNothing(lab, program) {
+  await lab.service.setReply(says(false, '第一次'));
+  await openDesktop(program, `${kFailed}第一次`);  // from now on the file is as the program writes it
+  for (const [reply, line] of kAnswers) {
+    await lab.service.setReply(reply);
+    await savesNothing(lab, () => openDesktop(program, line));
+  }
+  await lab.service.stopListening();
+  await savesNothing(lab, () => openDesktop(program, /远程桌面失败：WinHttp\S+/));
+  await lab.service.resumeListening();
+  assert.equal(await starts(lab), 0);
+}
+
+async function withoutRustDeskThereIsALine(lab, program) {
+  for (const server of [undefined, {}, { windowsDownloadUrl: '' }, { windowsDownloadUrl: 5 }, 'text']) {
+    await lab.service.setDesktop({ rustDeskId: '1', accessPassword: 'never-copied', server });
+    await savesNothing(lab, () => openDesktop(program, '未找到 RustDesk 程序。'));
+  }
+  assert.equal(await lab.clipboard.read(), null);
+}
+
+/** A file that is there and is no program: Windows tells the engineer, who presses Enter. */
+async function oneThatDoesNotStartIsNotLookedAt(lab, program) {
+  const file = lab.prefix.unixPath(kFile);
+  await lab.rustDesk.install(kFile);
+  await writeFile(file, 'no program');
+  await lab.service.setDesktop({ rustDeskId: '444' });
+  await openDesktop(program, '远程桌面已打开：444。', async () => {
+    await program.click('#c-desktop');
+    await waitUntil("Windows' message", () => lab.display.clientArea('错误'));
+    await sleep(kFocusMs);
+    await lab.display.key('Return');
+  });
+  assert.equal((await lab.prefix.readSettings()).rustDeskPath, kFile);
+  assert.equal(await starts(lab), 0);
+  await rm(path.dirname(file), { recursive: true });
+}
+
+/** Grants a session for `id` and opens it; RustDesk's window bears the ID. */
+async function opens(lab, program, id, plan) {
+  await lab.service.setDesktop({ rustDeskId: id, accessPassword: `password-${id}` });
+  await lab.rustDesk.plan({ title: `${id} 号`, ...plan });
+  return opensRustDesk(lab, program, `远程桌面已打开：${id}，访问密码已复制。`);
+}
+
+const happenings = async (lab, { pid }) => (await lab.rustDesk.events({ pid })).map(({ event }) => event);
+
+scenario('桌面 says why it cannot open a device', { settings: { deviceNumber: 'DEV-2041', engineerId: 'ENG-12345678' } },
+  async (lab, program) => {
+    await refusalsOpenNothing(lab, program);
+    await withoutRustDeskThereIsALine(lab, program);
+    await oneThatDoesNotStartIsNotLookedAt(lab, program);
+    const log = await program.log();
+    assert.equal(occurrences(log, 'never-copied'), 0);
+  });
+
+scenario('a RustDesk window that comes late is found, one that comes too late is left alone',
+  { settings: { deviceNumber: 'DEV-2041' } }, async (lab, program) => {
+    await lab.rustDesk.install(kFile);
+    // Two are waited for at the same time: one in vain, while the other gets its own password.
+    const late = await opens(lab, program, '111', { showAfterMs: kAfterLastAttemptMs });
+    const prompt = await opens(lab, program, '222');
+    const { field } = await lab.rustDesk.happened(prompt.pid, 'enter');
+    assert.equal(field, 'password-222');
+    await lab.rustDesk.happened(late.pid, 'shown');
+    await sleep(2 * kEveryAttemptMs);
+    assert.deepEqual(await happenings(lab, late), ['started', 'shown']);
+    await lab.rustDesk.end(late.pid);
+
+    const ninth = await opens(lab, program, '333', { showAfterMs: kBeforeNinthAttemptMs });
+    const pasted = await lab.rustDesk.happened(ninth.pid, 'enter');
+    assert.equal(pasted.field, 'password-333');
+    const seconds = (pasted.atMs - ninth.atMs) / 1000;
+    assert.ok(seconds > 9 * 0.9 - 0.2, `pasted after ${seconds} s`);
+    assert.equal((await lab.rustDesk.events({ pid: prompt.pid, event: 'enter' })).length, 1);
+
+    // Closed while it waits for a window, the program ends as ever and leaves RustDesk alone.
+    const { pid } = await opens(lab, program, '444', { showAfterMs: kAfterLastAttemptMs, left: kOutside });
+    assert.equal(await program.closeWindow(), 0);
+    await lab.rustDesk.happened(pid, 'shown');
+    assert.deepEqual(await happenings(lab, { pid }), ['started', 'shown']);
+  });
