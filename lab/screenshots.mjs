@@ -1,5 +1,5 @@
 // Takes the user guide's pictures, docs/images/*.png, from the program in the lab:
-//   node lab/screenshots.mjs        (as root, after ./demo or ./test has built everything)
+//   node lab/screenshots.mjs        (as root, after ./test has built everything)
 import { mkdir, mkdtemp, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
@@ -14,6 +14,7 @@ import { kTitle } from './program.mjs';
 const kImages = path.join(kRepo, 'docs/images');
 const kColours = '128';  // enough for the page
 const kPaintMs = 1500;    // until the last change is on the screen
+const kOutside = 1400;    // right of what is taken
 const kSites = [
   ['KEY-41D0-88A2-6C13', 'DEV-4100', '污水处理厂', ['10.60.0.0/16']],
   ['KEY-30B7-15E9-02F4', 'DEV-3077', '城东水厂', ['172.20.8.0/24']],
@@ -60,6 +61,12 @@ try {
   await program.pointAndClick('#c-test');
   await program.waitForText('#c-statusline', /^通讯延迟 \d+ ms/);
   await picture(program, 'latency');
+  await lab.rustDesk.install('C:\\Program Files\\RustDesk\\rustdesk.exe');
+  await lab.rustDesk.plan({ left: kOutside });
+  await lab.service.setDesktop({ rustDeskId: '123456789', accessPassword: 'lab-password', server: {} });
+  await program.pointAndClick('#c-desktop');
+  await program.waitForText('#c-statusline', '远程桌面已打开：123456789，访问密码已复制。');
+  await picture(program, 'desktop');
 } finally {
   const left = await lab.close();
   await rm(folder, { recursive: true, force: true });
