@@ -22,8 +22,8 @@ TEST(RustDeskServer, TakesEachTextOfItsOwnName) {
 
 TEST(RustDeskServer, CountsEveryOtherKindAsEmpty) {
   const wchar_t* const descriptions[] = {
-      LR"({"rendezvousServer":1,"relayServer":["l"],"apiServer":null,"key":true,)"
-      LR"("windowsDownloadUrl":{}})",
+      LR"({"rendezvousServer":1,"relayServer":["l"],"apiServer":null,"key":true})",
+      LR"({"rendezvousServer":null,"key":["k"],"windowsDownloadUrl":{}})",
       L"{}",
       LR"({"RendezvousServer":"r","Key":"k"})",
   };
