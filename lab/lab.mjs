@@ -171,11 +171,11 @@ export class Lab {
   /**
    * Starts the program in the engineer's namespace. When this returns, the page is ready and the service
    * was asked for updates; `waitForPage: false`, `waitForUpdateCheck: false` do not wait for it. `file`
-   * is the program's file, by default the built one.
+   * is the program's file, by default the built one; `args` are its arguments.
    */
-  async startProgram({ env = {}, file, waitForPage, waitForUpdateCheck } = {}) {
+  async startProgram({ env = {}, file, args, waitForPage, waitForUpdateCheck } = {}) {
     this.program = new Program(this);
-    await this.program.start({ env, file, waitForPage, waitForUpdateCheck });
+    await this.program.start({ env, file, args, waitForPage, waitForUpdateCheck });
     return this.program;
   }
 

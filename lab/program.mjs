@@ -32,10 +32,10 @@ export class Program {
   }
 
   /** Resolves once the page is ready and the service was asked for updates, unless told not to wait. */
-  async start({ env, file = kProgramFile, waitForPage = true, waitForUpdateCheck = true }) {
+  async start({ env, file = kProgramFile, args = [], waitForPage = true, waitForUpdateCheck = true }) {
     const { lab } = this;
     await mkdir(this.folder, { recursive: true });
-    const command = lab.prefix.command(lab.prefix.windowsPath(file));
+    const command = lab.prefix.command(lab.prefix.windowsPath(file), args);
     this.child = await lab.processes.start('program', command, {
       namespace: lab.network.engineer, env: { ...lab.windowsEnv, ...env }, cwd: this.folder,
       log: path.join(lab.artifacts, 'program-output.log'),

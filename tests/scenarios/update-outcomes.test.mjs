@@ -67,6 +67,11 @@ scenario('an update that does not take place ends in one line', { start: false }
   await lab.service.stopListening();
   await expectOutcome(lab, { name: 'service down', line: /\] 自动更新检查异常：WinHttpReceiveResponse/ });
   await lab.service.resumeListening();
+
+  // An incomplete order to replace a program is none.
+  const program = await lab.startProgram({ args: ['--apply-update', '1', 'C:\\new.exe'] });
+  assert.equal(await program.state(), '未连接');
+  assert.deepEqual(await readdir(lab.prefix.temp).then((names) => names.filter((name) => name.endsWith('.log'))), []);
 });
 
 /** Puts a file system with `options` in the place of the user's temporary folder while `body` runs. */
