@@ -7,8 +7,9 @@
 // Putting one file into the place of another. Windows only; any thread; nothing throws.
 namespace platform {
 
-// Copies the file `from`, contents and attributes, over `to`, which need not exist. After a failure
-// `to` may be missing or incomplete.
+// Copies the file `from`, contents and attributes, over `to`, which need not exist, and returns
+// once the disk has it where that can be asked for: what the caller deletes then is surely
+// replaced, even if the power fails. After a failure `to` may be missing or incomplete.
 SystemResult CopyFileOver(const std::wstring& from, const std::wstring& to);
 
 // Renames `from` to `to`, replacing a file there, and returns once the disk has it. Both must lie

@@ -1,13 +1,27 @@
 #include "platform/file_swap.h"
 
-#include "platform/windows_sdk.h"
+#include "platform/handles_win.h"
 
 namespace platform {
+namespace {
+
+// A copy lies in the system's cache at first.
+void Flush(const std::wstring& path) {
+  const FileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (file) ::FlushFileBuffers(file.Get());
+}
+
+}  // namespace
 
 SystemResult CopyFileOver(const std::wstring& from, const std::wstring& to) {
-  if (::CopyFileW(from.c_str(), to.c_str(), FALSE)) return {true, 0};
-  const DWORD error = ::GetLastError();
-  return {false, error};
+  if (!::CopyFileW(from.c_str(), to.c_str(), FALSE)) {
+    const DWORD error = ::GetLastError();
+    return {false, error};
+  }
+  Flush(to);
+  return {true, 0};
 }
 
 SystemResult MoveFileOver(const std::wstring& from, const std::wstring& to) {

@@ -36,6 +36,18 @@ TEST_F(FileSwap, CopiesOverAFileThatIsThereOrNot) {
   }
 }
 
+// Such a copy cannot be opened for writing any more.
+TEST_F(FileSwap, CopiesAReadOnlyFile) {
+  const std::wstring to = scratch_.Path(L"another");
+  ASSERT_TRUE(::SetFileAttributesW(from_.c_str(), FILE_ATTRIBUTE_READONLY));
+  EXPECT_TRUE(CopyFileOver(from_, to).succeeded);
+  EXPECT_EQ(ReadFileBytes(to), "new");
+  EXPECT_NE(::GetFileAttributesW(to.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
+  for (const std::wstring& path : {from_, to}) {
+    ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+  }
+}
+
 TEST_F(FileSwap, TellsWhyACopyFailed) {
   const SystemResult missing = CopyFileOver(scratch_.Path(L"missing"), to_);
   EXPECT_FALSE(missing.succeeded);
