@@ -48,23 +48,20 @@ std::wstring ProgramFilesX86Folder() {
 std::wstring WindowsFolder() {
   std::array<wchar_t, MAX_PATH> buffer{};
   const UINT lengthUnits = ::GetWindowsDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));
-  if (lengthUnits == 0 || lengthUnits >= buffer.size()) return {};
-  return std::wstring(buffer.data(), lengthUnits);
+  return PathFromBuffer(buffer, lengthUnits);
 }
 
 std::wstring TemporaryFolder() {
   std::array<wchar_t, MAX_PATH + 2> buffer{};
   const DWORD lengthUnits = ::GetTempPathW(static_cast<DWORD>(buffer.size()), buffer.data());
-  if (lengthUnits == 0 || lengthUnits >= buffer.size()) return {};
-  return std::wstring(buffer.data(), lengthUnits);
+  return PathFromBuffer(buffer, lengthUnits);
 }
 
 std::wstring ProgramPath() {
   std::array<wchar_t, MAX_PATH> buffer{};
   const DWORD lengthUnits =
       ::GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
-  if (lengthUnits == 0 || lengthUnits >= buffer.size()) return {};
-  return std::wstring(buffer.data(), lengthUnits);
+  return PathFromBuffer(buffer, lengthUnits);
 }
 
 std::wstring ProgramFolder() {

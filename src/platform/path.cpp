@@ -14,4 +14,9 @@ std::wstring ParentFolder(std::wstring_view path) {
   return slash == std::wstring_view::npos ? std::wstring() : std::wstring(path.substr(0, slash));
 }
 
+std::wstring PathFromBuffer(std::span<const wchar_t> buffer, std::size_t lengthUnits) {
+  if (lengthUnits >= buffer.size()) return {};
+  return std::wstring(buffer.data(), lengthUnits);
+}
+
 }  // namespace platform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -11,5 +13,9 @@ std::wstring JoinPath(std::wstring_view base, std::wstring_view relative);
 
 // Everything before the last slash of either kind; empty when there is none.
 std::wstring ParentFolder(std::wstring_view path);
+
+// The path that the system put into `buffer`, whose length without terminator it told as
+// `lengthUnits`; empty when it told 0, a failure, or a length for which the buffer has no room.
+std::wstring PathFromBuffer(std::span<const wchar_t> buffer, std::size_t lengthUnits);
 
 }  // namespace platform

@@ -28,5 +28,15 @@ TEST(ParentFolder, IsWhatStandsBeforeTheLastSlash) {
   EXPECT_EQ(ParentFolder(L""), L"");
 }
 
+TEST(PathFromBuffer, IsEmptyUnlessItFitsWithItsTerminator) {
+  const std::wstring filled(260, L'x');
+  for (const std::size_t lengthUnits : {0U, 1U, 258U, 259U}) {
+    EXPECT_EQ(PathFromBuffer(filled, lengthUnits), std::wstring(lengthUnits, L'x'));
+  }
+  for (const std::size_t lengthUnits : {260U, 261U, 32767U}) {
+    EXPECT_EQ(PathFromBuffer(filled, lengthUnits), L"") << lengthUnits;
+  }
+}
+
 }  // namespace
 }  // namespace platform

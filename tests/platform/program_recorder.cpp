@@ -1,0 +1,25 @@
+// A program for tests to start: writes what it was started with beside its own file, as
+// "<its file>.txt" in UTF-8, a line each: its command line and its working folder.
+#include <array>
+
+#include "platform/files.h"
+#include "platform/known_folders.h"
+#include "platform/windows_sdk.h"
+#include "text/utf8.h"
+
+namespace {
+
+std::wstring WorkingFolder() {
+  std::array<wchar_t, MAX_PATH + 1> path{};
+  ::GetCurrentDirectoryW(static_cast<DWORD>(path.size()), path.data());
+  return path.data();
+}
+
+}  // namespace
+
+int wmain() {
+  const std::wstring record = std::wstring(::GetCommandLineW()) + L"\n" + WorkingFolder() + L"\n";
+  const std::wstring target = platform::ProgramPath() + L".txt";
+  if (!platform::WriteFileBytes(target + L".new", text::ToUtf8(record))) return 1;
+  return platform::RenameFile(target + L".new", target) ? 0 : 1;  // there whole or not at all
+}

@@ -1,0 +1,140 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "platform/windows_sdk.h"
+#include "remote/password_paste.h"
+
+namespace remote {
+namespace {
+
+constexpr wchar_t kId[] = L"987654321";
+
+// A top-level window of this thread.
+class TestWindow {
+ public:
+  explicit TestWindow(const std::wstring& title, bool visible = true, HWND owner = nullptr)
+      : window_(::CreateWindowExW(0, L"STATIC", title.c_str(), WS_OVERLAPPEDWINDOW, 10, 10, 300,
+                                  200, owner, nullptr, nullptr, nullptr)) {
+    if (visible) ::ShowWindow(window_, SW_SHOW);
+  }
+  ~TestWindow() { ::DestroyWindow(window_); }
+  TestWindow(const TestWindow&) = delete;
+  TestWindow& operator=(const TestWindow&) = delete;
+
+  [[nodiscard]] HWND Get() const { return window_; }
+
+ private:
+  const HWND window_;
+};
+
+HWND Find(const std::wstring& id = kId) {
+  return static_cast<HWND>(RealPasteDesk().findWindow(id));
+}
+
+TEST(PasteDeskWindows, AreNoneAmongDecoys) {
+  const TestWindow untitled(L"");
+  const TestWindow other(L"Notes");
+  const TestWindow shorter(L"Rust");
+  const TestWindow hidden(std::wstring(L"RustDesk ") + kId, false);
+  const TestWindow owned(std::wstring(L"RustDesk ") + kId, true, other.Get());
+  EXPECT_EQ(Find(), nullptr);
+  EXPECT_EQ(Find(L""), nullptr);
+}
+
+TEST(PasteDeskWindows, AreFoundAmongDecoys) {
+  const std::wstring titles[] = {kId, std::wstring(L"远程桌面 ") + kId, L"RustDesk",
+                                 L"rUSTdESK 1.2", std::wstring(3000, L'x') + kId};
+  const TestWindow other(L"Notes");
+  const TestWindow hidden(kId, false);
+  const TestWindow owned(kId, true, other.Get());
+  for (const std::wstring& title : titles) {
+    const TestWindow wanted(title);
+    EXPECT_EQ(Find(), wanted.Get()) << title.size();
+  }
+  EXPECT_EQ(Find(), nullptr);
+}
+
+TEST(PasteDeskWindows, TheFirstThatMatchesInTheSystemsOrderIsTaken) {
+  const TestWindow byName(L"RustDesk");
+  const TestWindow byId(kId);
+  for (const HWND first : {byName.Get(), byId.Get()}) {
+    ::SetWindowPos(first, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE);
+    EXPECT_EQ(Find(), first);
+  }
+}
+
+// Runs this thread's windows until `done`, noting which keys they get; false when that takes too
+// long.
+class Pump {
+ public:
+  template <typename Condition>
+  bool Until(const Condition& done) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!done()) {
+      if (std::chrono::steady_clock::now() > end) return false;
+      MSG message{};
+      while (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) Dispatch(message);
+      ::Sleep(5);
+    }
+    return true;
+  }
+
+  [[nodiscard]] const std::vector<std::wstring>& Keys() const { return keys_; }
+
+ private:
+  void Dispatch(const MSG& message) {
+    if (message.message == WM_KEYDOWN) keys_.push_back(L"down " + std::to_wstring(message.wParam));
+    if (message.message == WM_KEYUP) keys_.push_back(L"up " + std::to_wstring(message.wParam));
+    ::TranslateMessage(&message);
+    ::DispatchMessageW(&message);
+  }
+
+  std::vector<std::wstring> keys_;
+};
+
+TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
+  const std::wstring password = L"s3cret 密码 \xD83D\xDE00";
+  const TestWindow wanted(std::wstring(L"RustDesk ") + kId);
+  const HWND field = ::CreateWindowExW(0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | ES_AUTOHSCROLL, 5,
+                                       5, 200, 30, wanted.Get(), nullptr, nullptr, nullptr);
+  const TestWindow decoy(L"Notes");
+  Pump pump;
+  ::SetForegroundWindow(decoy.Get());
+  pump.Until([&] { return ::GetForegroundWindow() == decoy.Get(); });
+
+  PasteDesk desk = RealPasteDesk();
+  std::atomic<bool> inFront{false};
+  std::atomic<bool> focused{false};
+  desk.sleep =
+      [&](std::chrono::milliseconds time) {  // as the real one, once the field has the focus
+        while (inFront && !focused) std::this_thread::yield();
+        std::this_thread::sleep_for(time);
+      };
+  desk.bringToFront = [&, real = desk.bringToFront](void* window) {
+    real(window);
+    inFront = true;
+  };
+  std::atomic<bool> ended{false};
+  std::thread paster([&] {
+    PastePassword(password, kId, desk);
+    ended = true;
+  });
+  EXPECT_TRUE(pump.Until([&] { return inFront && ::GetForegroundWindow() == wanted.Get(); }));
+  ::SetFocus(field);  // as RustDesk gives the focus to its field
+  focused = true;
+  EXPECT_TRUE(pump.Until([&] { return ended && pump.Keys().size() >= 6; }));
+  paster.join();
+
+  EXPECT_EQ(pump.Keys(), (std::vector<std::wstring>{L"down 17", L"down 86", L"up 86", L"up 17",
+                                                    L"down 13", L"up 13"}));
+  std::wstring text(200, L'\0');
+  text.resize(static_cast<std::size_t>(::GetWindowTextW(field, text.data(), 200)));
+  EXPECT_EQ(text, password);
+}
+
+}  // namespace
+}  // namespace remote
