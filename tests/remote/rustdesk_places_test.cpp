@@ -39,6 +39,7 @@ TEST(RustDeskCandidates, AreRelativeWhereAFolderIsUnknown) {
 TEST(RuntimeFolderTest, IsRecognisedInAnyLetterCase) {
   EXPECT_TRUE(LiesInRuntimeFolder(
       L"c:\\users\\LI\\appdata\\local\\velmarine\\runtime\\rustdesk.exe", kFolders));
+  EXPECT_TRUE(LiesInRuntimeFolder(L"\\\\?\\" + kFolders.runtime + L"\\older\\rd.exe", kFolders));
   EXPECT_FALSE(LiesInRuntimeFolder(L"C:\\Users\\li\\AppData\\Local\\rustdesk.exe", kFolders));
   EXPECT_FALSE(LiesInRuntimeFolder(L"C:\\rustdesk.exe", {}));
 }
@@ -51,7 +52,9 @@ TEST(UsersFolder, LiesOnTheDriveOfWindows) {
               {L"E:\\Win", L"E:\\Users"},
               {L"", L"C:\\Users"},
               {L"\\\\server\\win", L"C:\\Users"},
-              {L"D:", L"C:\\Users"}};
+              {L"D:", L"C:\\Users"},
+              {L"D:\\", L"D:\\Users"},
+              {L"E:/Win", L"E:/Users"}};
   for (const auto& row : rows) {
     RustDeskFolders folders;
     folders.windows = row.windows;
