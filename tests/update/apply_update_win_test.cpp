@@ -152,6 +152,7 @@ TEST_F(ApplyUpdateMode, WaitsForAProgramThatStillRunsFromTheDestination) {
   EXPECT_EQ(TakeRunOf(destination_), L"shown\nsleep\n2500\n");
   const std::wstring parent = std::to_wstring(old.Id());
   EXPECT_EQ(Apply(source_, destination_, parent), 0);
+  EXPECT_TRUE(old.HasEnded()) << "nothing was replaced before";
   EXPECT_EQ(old.ExitCode(), 0) << "it was let go on to its end";
   EXPECT_EQ(TakeRunOf(destination_), L"shown\n");
   EXPECT_EQ(Log().front(), Begun(source_, destination_, parent));

@@ -30,6 +30,10 @@ TestProcess::~TestProcess() {
   }
 }
 
+bool TestProcess::HasEnded() const {
+  return process_ && ::WaitForSingleObject(process_.Get(), 0) == WAIT_OBJECT_0;
+}
+
 std::optional<int> TestProcess::ExitCode() const {
   DWORD code = 0;
   if (!process_ || ::WaitForSingleObject(process_.Get(), 90000) != WAIT_OBJECT_0 ||

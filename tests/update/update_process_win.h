@@ -20,6 +20,7 @@ class TestProcess {
   TestProcess& operator=(const TestProcess&) = delete;
 
   [[nodiscard]] std::uint32_t Id() const { return id_; }
+  [[nodiscard]] bool HasEnded() const;
   // Waits for its end, up to a minute and a half.
   [[nodiscard]] std::optional<int> ExitCode() const;
 
