@@ -60,6 +60,19 @@ for (const size of kSizes) {
   });
 }
 
+for (const size of kSizes.filter(({ width }) => width >= 860)) {
+  pageTest(`the full log fills its tab, and the live log what is left: ${size.width} x ${size.height}`, size, async (page) => {
+    await page.deliverAll(kStates.online);
+    const box = (id) => page.view.locator(`#${id}`).boundingBox();
+    const [live, tabs] = [await box('c-log'), await page.view.locator('.tabs').boundingBox()];
+    assert.ok(live.y + live.height > size.height - 40, JSON.stringify(live));
+    await page.click('t-log');
+    const full = await box('full-log');
+    assert.ok(full.y - tabs.y - tabs.height < 24, JSON.stringify(full));
+    assert.ok(full.y + full.height > size.height - 40 && full.width > 0.6 * (size.width - 400), JSON.stringify(full));
+  });
+}
+
 pageTest('the edge pane has room too', { width: 900, height: 600 }, async (page) => {
   await page.deliverAll([{ t: 'init', role: 'edge' }, { t: 'apply', fields: {
     devname: '泵房', nics: ['以太网'], nicSel: '以太网', shared: ['192.168.1.0/24'], manual: '', autostart: true } }]);
