@@ -215,6 +215,7 @@ for (const misshapen of kMisshapen) {
   pageTest(`survives ${JSON.stringify(misshapen)}`, async (page) => {
     await page.deliver(misshapen);
     await page.deliver(JSON.stringify(misshapen));
+    assert.ok(await page.isVisible('pane-client'));
     await page.deliver(stateMessage());
     await page.deliver({ t: 'log', ts: '01:02:03', msg: '还在', cls: 'ok' });
     assert.ok(await page.isVisible('pane-client'));
