@@ -1,7 +1,8 @@
 #include "remote/password_paste.h"
 
-#include <thread>
 #include <utility>
+
+#include "platform/detached_thread.h"
 
 namespace remote {
 namespace {
@@ -41,13 +42,13 @@ void PastePassword(const std::wstring& password, const std::wstring& rustDeskId,
 
 void StartPasswordPaste(const std::wstring& password, const std::wstring& rustDeskId,
                         PasteDesk desk) {
-  std::thread([password, rustDeskId, owned = std::move(desk)]() noexcept {
+  platform::StartDetached([password, rustDeskId, owned = std::move(desk)]() {
     try {
       PastePassword(password, rustDeskId, owned);
     } catch (...) {
       return;  // the password is on the clipboard; the engineer can paste it
     }
-  }).detach();
+  });
 }
 
 }  // namespace remote

@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/detached_thread.h"
 #include "shell/job.h"
 #include "shell/page_link.h"
 #include "shell/settings_care.h"
@@ -43,11 +44,10 @@ void CheckForUpdate(HWND window, const UpdateCheck& check,
   if (!notice.empty()) PostText(window, kNotice, std::move(notice));
 }
 
-void StartUpdateCheck(const AppState& state) {
-  StartThread([window = state.window, check = state.surroundings.checkForUpdate,
-               settings = state.settings] {
-    CheckForUpdate(window, check, settings);
-  }).detach();
+// No thread to be had ends the program.
+void StartUpdateCheck(const AppState& state) noexcept {
+  platform::StartDetached([window = state.window, check = state.surroundings.checkForUpdate,
+                           settings = state.settings] { CheckForUpdate(window, check, settings); });
 }
 
 // The tunnel's threads tell the window by message.

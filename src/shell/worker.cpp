@@ -49,6 +49,12 @@ void ArmRetry(AppState& state) {
   Log(state, kRetryArmed);
 }
 
+// Starts a thread; one that cannot be started ends the program.
+template <typename Body>
+std::thread StartThread(Body&& body) noexcept {
+  return std::thread(std::forward<Body>(body));
+}
+
 }  // namespace
 
 void JoinWorker(AppState& state) noexcept {

@@ -1,18 +1,11 @@
 #pragma once
 
 #include <string>
-#include <utility>
 
 #include "shell/app_state.h"
 
 // The one worker thread and what follows from its results. Window's thread.
 namespace shell {
-
-// Starts a thread; one that cannot be started ends the program.
-template <typename Body>
-std::thread StartThread(Body&& body) noexcept {
-  return std::thread(std::forward<Body>(body));
-}
 
 // Waits for the worker's end, if there is one; a failed wait ends the program.
 void JoinWorker(AppState& state) noexcept;

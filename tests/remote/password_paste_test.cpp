@@ -95,19 +95,6 @@ struct Held {
   ~Held() { ended.set_value(); }
 };
 
-// Starts a paste whose thread waits at its first step until the start has returned: as on the real
-// desk, where it sleeps first. A thread that ends before it is detached may hang mingw's library.
-void Start(const std::wstring& password, const std::wstring& rustDeskId, PasteDesk desk) {
-  std::promise<void> returned;
-  desk.sleep = [sleep = desk.sleep,
-                gate = returned.get_future().share()](std::chrono::milliseconds time) {
-    gate.wait();
-    sleep(time);
-  };
-  StartPasswordPaste(password, rustDeskId, std::move(desk));
-  returned.set_value();
-}
-
 PasteDesk DeskHolding(const std::shared_ptr<Held>& held) {
   PasteDesk desk;
   desk.sleep = [held](std::chrono::milliseconds) {};
@@ -128,7 +115,7 @@ TEST(StartPasswordPaste, PastesOnAThreadOfItsOwnThatHoldsNothingAfterwards) {
     PasteDesk desk = fake.Desk();
     desk.bringToFront = [held, before = desk.bringToFront](void* window) { before(window); };
     held.reset();
-    Start(password, id, std::move(desk));
+    StartPasswordPaste(password, id, std::move(desk));
     password = id = L"overwritten";
   }
   ended.wait();
@@ -151,7 +138,7 @@ TEST(StartPasswordPaste, EndsQuietlyWhateverTheDeskThrows) {
       thrower();
       return nullptr;
     };
-    Start(L"pw", L"987", std::move(desk));
+    StartPasswordPaste(L"pw", L"987", std::move(desk));
     ended.wait();
   }
 }
@@ -176,7 +163,7 @@ TEST(StartPasswordPaste, LetsSeveralBeUnderWayEachWithItsOwn) {
       copied[static_cast<std::size_t>(i)].set_value(text);
       return true;
     };
-    Start(L"pw" + std::to_wstring(i), L"987", std::move(desk));
+    StartPasswordPaste(L"pw" + std::to_wstring(i), L"987", std::move(desk));
   }
   while (waiting < kThreads) std::this_thread::yield();
   go.set_value();
