@@ -12,10 +12,6 @@ constexpr std::wstring_view kCopyFailed = L"，访问密码复制失败，请手
 constexpr std::wstring_view kNoPassword = L"。";
 constexpr std::wstring_view kProgramInTitle = L"rustdesk";
 
-std::wstring Member(std::wstring_view name, std::wstring_view value) {
-  return L"\"" + std::wstring(name) + L"\":" + settings::QuoteJsonString(value);
-}
-
 std::wstring_view SuffixFor(PasswordCopy copy) {
   if (copy == PasswordCopy::None) return kNoPassword;
   return copy == PasswordCopy::Done ? kCopied : kCopyFailed;
@@ -29,9 +25,10 @@ std::wstring DesktopSessionUrl(const settings::Settings& settings) {
 }
 
 std::wstring DesktopSessionBody(const settings::Settings& settings) {
-  return L"{" + Member(L"deviceNumber", settings.deviceNumber) + L"," +
-         Member(L"deviceSecret", settings.deviceSecret) + L"," +
-         Member(L"engineerId", settings.engineerId) + L"}";
+  using settings::QuoteJsonString;
+  return L"{\"deviceNumber\":" + QuoteJsonString(settings.deviceNumber) +  //
+         L",\"deviceSecret\":" + QuoteJsonString(settings.deviceSecret) +  //
+         L",\"engineerId\":" + QuoteJsonString(settings.engineerId) + L"}";
 }
 
 DesktopSession ReadDesktopSession(const settings::JsonValue& data) {

@@ -1,5 +1,7 @@
 #include "remote/rustdesk_program.h"
 
+#include "settings/server_address.h"
+
 namespace remote {
 namespace {
 
@@ -33,7 +35,7 @@ std::wstring DownloadRustDesk(settings::Settings& settings, const RustDeskServer
   ports.deleteFile(target + L".download");
   if (IsWhole(settings.rustDeskPath, ports)) return settings.rustDeskPath;
   if (server == nullptr) return {};
-  const std::wstring url = RustDeskDownloadUrl(*server, settings.serverUrl);
+  const std::wstring url = settings::AbsoluteUrl(server->windowsDownloadUrl, settings.serverUrl);
   if (url.empty()) return {};
   ports.download(url, target);  // what lies there afterwards decides
   if (!IsWhole(target, ports)) return {};

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "settings/json.h"
 
@@ -19,9 +18,5 @@ struct RustDeskServer {
 
 // Takes the members of `description` that are strings; all others count as empty.
 RustDeskServer ReadRustDeskServer(const settings::JsonValue& description);
-
-// The address from which the program is downloaded; empty when the service names none. What has no
-// "://" in it stands below the service's address `serverUrl`, which is normalised first.
-std::wstring RustDeskDownloadUrl(const RustDeskServer& server, std::wstring_view serverUrl);
 
 }  // namespace remote

@@ -19,4 +19,13 @@ std::wstring NormaliseServerUrl(std::wstring_view typed) {
   return url.empty() ? DefaultServerUrl() : url;
 }
 
+std::wstring AbsoluteUrl(std::wstring_view address, std::wstring_view serverUrl) {
+  if (address.empty() || address.find(L"://") != std::wstring_view::npos) {
+    return std::wstring(address);
+  }
+  std::wstring url = NormaliseServerUrl(serverUrl);
+  if (address.front() != L'/') url += L'/';
+  return url.append(address);
+}
+
 }  // namespace settings

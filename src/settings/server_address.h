@@ -13,4 +13,8 @@ std::wstring DefaultServerUrl();
 // gives the default address.
 std::wstring NormaliseServerUrl(std::wstring_view typed);
 
+// An address from one of the service's replies: as it is when it has "://" in it, any other is a
+// path on the service, with or without a slash before it. An empty one stays empty.
+std::wstring AbsoluteUrl(std::wstring_view address, std::wstring_view serverUrl);
+
 }  // namespace settings

@@ -48,15 +48,6 @@ UpdateOffer ReadUpdateOffer(const settings::JsonValue& data) {
   return offer;
 }
 
-std::wstring AbsoluteDownloadUrl(std::wstring_view downloadUrl, std::wstring_view serverUrl) {
-  if (downloadUrl.empty() || downloadUrl.find(L"://") != std::wstring_view::npos) {
-    return std::wstring(downloadUrl);
-  }
-  std::wstring url = settings::NormaliseServerUrl(serverUrl);
-  if (downloadUrl.front() != L'/') url += L'/';
-  return url.append(downloadUrl);
-}
-
 std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts& ports) {
   const std::wstring& current = ports.currentVersion;
   const std::wstring question =
@@ -67,7 +58,7 @@ std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts
 
   const UpdateOffer offer = ReadUpdateOffer(envelope.data);
   if (!offer.isAvailable) return kUpToDate + current;
-  const std::wstring url = AbsoluteDownloadUrl(offer.downloadUrl, settings.serverUrl);
+  const std::wstring url = settings::AbsoluteUrl(offer.downloadUrl, settings.serverUrl);
   if (url.empty() || offer.version.empty() || CompareVersions(offer.version, current) <= 0) {
     return kUselessOffer;
   }

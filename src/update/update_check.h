@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <string>
-#include <string_view>
 
 #include "service/http_transport.h"
 #include "settings/json.h"
@@ -20,10 +19,6 @@ struct UpdateOffer {
 
 // From a reply's `data`, of whatever kind that is. Pure; any thread.
 UpdateOffer ReadUpdateOffer(const settings::JsonValue& data);
-
-// `downloadUrl` when it names a scheme; any other is a path on the service, with or without a slash
-// before it. An empty one stays empty. Pure; any thread.
-std::wstring AbsoluteDownloadUrl(std::wstring_view downloadUrl, std::wstring_view serverUrl);
 
 // What the check acts through: the program's own operations, or fakes in tests.
 struct CheckPorts {

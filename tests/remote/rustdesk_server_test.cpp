@@ -36,26 +36,5 @@ TEST(RustDeskServer, CountsEveryOtherKindAsEmpty) {
   }
 }
 
-TEST(RustDeskDownloadUrl, IsAbsoluteOrBelowTheService) {
-  const struct {
-    const wchar_t* given;
-    const wchar_t* expected;
-  } rows[] = {
-      {L"", L""},
-      {L"https://cdn.example/rd.exe", L"https://cdn.example/rd.exe"},
-      {L"/files/rd.exe", L"http://h:1/files/rd.exe"},
-      {L"//files/rd.exe", L"http://h:1//files/rd.exe"},
-      {L"files/rd.exe", L"http://h:1/files/rd.exe"},
-      {L"files/rd.exe?from=a:/b", L"http://h:1/files/rd.exe?from=a:/b"},
-      {L"a?u=x://y", L"a?u=x://y"},
-      {L"/", L"http://h:1/"},
-  };
-  for (const auto& row : rows) {
-    RustDeskServer server;
-    server.windowsDownloadUrl = row.given;
-    EXPECT_EQ(RustDeskDownloadUrl(server, L" h:1/ "), row.expected) << row.given;
-  }
-}
-
 }  // namespace
 }  // namespace remote

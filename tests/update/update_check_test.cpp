@@ -191,25 +191,5 @@ TEST_F(UpdateCheckTest, AReplacementProcessThatDoesNotStartCostsTheDownload) {
                    std::wstring(L"start updater ") + kTarget, std::wstring(L"delete ") + kTarget}));
 }
 
-TEST(AbsoluteDownloadUrl, StaysOrLiesOnTheService) {
-  const struct {
-    const wchar_t* url;
-    const wchar_t* wanted;
-  } rows[] = {
-      {L"http://cdn.example/a.exe", L"http://cdn.example/a.exe"},
-      {L"HTTPS://cdn.example/a.exe?x=1", L"HTTPS://cdn.example/a.exe?x=1"},
-      {L"/updates/a.exe", L"http://10.1.2.3:31080/updates/a.exe"},
-      {L"updates/a.exe", L"http://10.1.2.3:31080/updates/a.exe"},
-      {L"//updates/a.exe", L"http://10.1.2.3:31080//updates/a.exe"},
-      {L"updates/v2:a.exe", L"http://10.1.2.3:31080/updates/v2:a.exe"},
-      {L" /a", L"http://10.1.2.3:31080/ /a"},
-      {L"/go?to=http://x/", L"/go?to=http://x/"},
-      {L"", L""},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(AbsoluteDownloadUrl(row.url, L" 10.1.2.3:31080/ "), row.wanted);
-  }
-}
-
 }  // namespace
 }  // namespace update
