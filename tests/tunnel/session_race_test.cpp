@@ -17,7 +17,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kRounds = 500;
+constexpr int kRounds = RACE_ROUNDS;
 // A relay may stay silent for 8 s; a stop must not wait longer than that and one second. It closes
 // what it would wait for, so it takes far less.
 constexpr std::chrono::seconds kLongestStop{9};
