@@ -97,6 +97,20 @@ void AppendBytes(std::uint32_t codePoint, std::string& out) {
   }
 }
 
+// `high` is the index of the more significant byte in each pair.
+std::wstring FromUtf16Bytes(std::string_view bytes, std::size_t high) {
+  const auto byteAt = [bytes](std::size_t index) {
+    return static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[index]));
+  };
+  std::wstring units;
+  units.reserve(bytes.size() / 2);
+  for (std::size_t pair = 0; pair + 1 < bytes.size(); pair += 2) {
+    units.push_back(static_cast<wchar_t>(byteAt(pair + high) << 8 | byteAt(pair + 1 - high)));
+  }
+  if (bytes.size() % 2 != 0) units.push_back(static_cast<wchar_t>(kReplacement));
+  return units;
+}
+
 }  // namespace
 
 std::wstring FromUtf8(std::string_view bytes) {
@@ -106,6 +120,16 @@ std::wstring FromUtf8(std::string_view bytes) {
     AppendUnits(DecodeOne(bytes, position), units);
   }
   return units;
+}
+
+std::wstring FromMarkedBytes(std::string_view bytes) {
+  constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+  constexpr std::string_view kLittleEndianMark = "\xFF\xFE";
+  constexpr std::string_view kBigEndianMark = "\xFE\xFF";
+  if (bytes.starts_with(kUtf8Mark)) return FromUtf8(bytes.substr(kUtf8Mark.size()));
+  if (bytes.starts_with(kLittleEndianMark)) return FromUtf16Bytes(bytes.substr(2), 1);
+  if (bytes.starts_with(kBigEndianMark)) return FromUtf16Bytes(bytes.substr(2), 0);
+  return FromUtf8(bytes);
 }
 
 std::string ToUtf8(std::wstring_view units) {

@@ -12,6 +12,10 @@ namespace text {
 // MultiByteToWideChar does without its error flag. Never fails.
 std::wstring FromUtf8(std::string_view bytes);
 
+// Decodes what an editor may have saved: UTF-16 in the byte order that its mark names, else UTF-8,
+// the mark not being part of the text. An odd last byte of UTF-16 becomes U+FFFD.
+std::wstring FromMarkedBytes(std::string_view bytes);
+
 // Encodes to UTF-8. A lone surrogate becomes U+FFFD. Never fails.
 std::string ToUtf8(std::wstring_view units);
 

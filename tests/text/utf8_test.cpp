@@ -113,5 +113,25 @@ TEST(Utf8, DecodesAnyBytesToTextThatRoundTrips) {
   }
 }
 
+TEST(MarkedBytes, AreReadInTheEncodingThatTheirMarkNames) {
+  using namespace std::string_view_literals;
+  constexpr Pair kMarked[] = {
+      {"no mark", "a\xE6\xB3\xB5", L"a\x6CF5"},
+      {"UTF-8",
+       "\xEF\xBB\xBF"
+       "a\xE6\xB3\xB5",
+       L"a\x6CF5"},
+      {"UTF-16, little-endian", "\xFF\xFE\x61\x00\xF5\x6C\x3D\xD8\x00\xDE"sv,
+       L"a\x6CF5\xD83D\xDE00"},
+      {"UTF-16, big-endian", "\xFE\xFF\x00\x61\x6C\xF5\xD8\x3D\xDE\x00"sv, L"a\x6CF5\xD83D\xDE00"},
+      {"half a unit at the end", "\xFF\xFE\x61\x00\xF5"sv, L"a\xFFFD"},
+      {"a mark alone", "\xFF\xFE", L""},
+      {"half a mark", "\xFF", L"\xFFFD"},
+      {"nothing", "", L""},
+      {"zeros", "\x00\x00"sv, std::wstring_view(L"\0\0", 2)},
+  };
+  for (const Pair& row : kMarked) EXPECT_EQ(FromMarkedBytes(row.bytes), row.units) << row.name;
+}
+
 }  // namespace
 }  // namespace text
