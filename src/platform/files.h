@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/system_result.h"
+
 namespace platform {
 
 // Whole-file access by UTF-16 path. Nothing here throws or reports; the return value says it all.
@@ -15,6 +17,10 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path);
 
 // Replaces the file with `bytes` in one pass. False when it could not be opened or fully written.
 bool WriteFileBytes(const std::wstring& path, const std::string& bytes);
+
+// The same, and returns once the disk has it: after a success not even a power cut loses it. After
+// a failure the file may be missing, empty or cut short.
+SystemResult WriteFileDurably(const std::wstring& path, const std::string& bytes);
 
 // Appends `bytes` to the file at `path`; a file that did not exist is made and begins with `mark`.
 // Others may read it meanwhile. A file that cannot be opened is left as it is.

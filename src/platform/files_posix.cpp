@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +11,7 @@
 #include <system_error>
 
 #include "platform/files.h"
+#include "platform/unique_handle.h"
 #include "text/utf8.h"
 
 // The native build's files, so that what builds on them can be tested there. A backslash separates
@@ -21,6 +23,32 @@ std::string NativePath(const std::wstring& path) {
   std::string native = text::ToUtf8(path);
   std::replace(native.begin(), native.end(), '\\', '/');
   return native;
+}
+
+struct DescriptorTraits {
+  using Raw = int;
+  static Raw Invalid() noexcept { return -1; }
+  static bool IsValid(Raw descriptor) noexcept { return descriptor >= 0; }
+  static void Close(Raw descriptor) noexcept { ::close(descriptor); }
+};
+using Descriptor = UniqueHandle<DescriptorTraits>;
+
+SystemResult LastFailure() {
+  return {false, static_cast<std::uint32_t>(errno)};
+}
+
+SystemResult WriteOver(const std::wstring& path, std::string_view bytes, bool flush) {
+  constexpr mode_t kEveryoneReads = 0644;
+  const Descriptor file(
+      ::open(NativePath(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kEveryoneReads));
+  if (!file) return LastFailure();
+  while (!bytes.empty()) {
+    const ssize_t takenBytes = ::write(file.Get(), bytes.data(), bytes.size());
+    if (takenBytes < 0) return LastFailure();
+    bytes.remove_prefix(static_cast<std::size_t>(takenBytes));
+  }
+  if (flush && ::fsync(file.Get()) != 0) return LastFailure();
+  return {true, 0};
 }
 
 }  // namespace
@@ -35,10 +63,11 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path) {
 }
 
 bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
-  std::ofstream file(NativePath(path), std::ios::binary | std::ios::trunc);
-  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  file.close();
-  return !file.fail();
+  return WriteOver(path, bytes, false).succeeded;
+}
+
+SystemResult WriteFileDurably(const std::wstring& path, const std::string& bytes) {
+  return WriteOver(path, bytes, true);
 }
 
 void AppendToFile(const std::wstring& path, std::string_view mark, std::string_view bytes) {

@@ -33,6 +33,40 @@ std::wstring AbsolutePath(const std::wstring& path) {
   return absolute;
 }
 
+SystemResult LastFailure() {
+  const DWORD error = ::GetLastError();
+  return {false, error};
+}
+
+// Empties the file. A virus scanner, a backup or a second client may hold it for some milliseconds.
+FileHandle OpenForWriting(const std::wstring& path) {
+  constexpr int kAttempts = 6;
+  constexpr DWORD kPauseMs = 20;
+  for (int attempt = 1;; ++attempt) {
+    FileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                  CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (file || ::GetLastError() != ERROR_SHARING_VIOLATION || attempt == kAttempts) return file;
+    ::Sleep(kPauseMs);
+  }
+}
+
+SystemResult WriteOver(const std::wstring& path, std::string_view bytes, bool flush) {
+  const FileHandle file = OpenForWriting(path);
+  if (!file) return LastFailure();
+  while (!bytes.empty()) {
+    const auto chunkBytes = static_cast<DWORD>(std::min<std::size_t>(bytes.size(), kChunkBytes));
+    DWORD takenBytes = 0;
+    if (!::WriteFile(file.Get(), bytes.data(), chunkBytes, &takenBytes, nullptr)) {
+      return LastFailure();
+    }
+    // A full disk may take less than asked for without calling it an error.
+    if (takenBytes != chunkBytes) return {false, ERROR_DISK_FULL};
+    bytes.remove_prefix(chunkBytes);
+  }
+  if (flush && !::FlushFileBuffers(file.Get())) return LastFailure();
+  return {true, 0};
+}
+
 void Write(const FileHandle& file, std::string_view bytes) {
   DWORD writtenBytes = 0;
   ::WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &writtenBytes, nullptr);
@@ -59,20 +93,11 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path) {
 }
 
 bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
-  const FileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                      CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) return false;
-  for (std::size_t written = 0; written < bytes.size();) {
-    const auto chunkBytes =
-        static_cast<DWORD>(std::min<std::size_t>(bytes.size() - written, kChunkBytes));
-    DWORD takenBytes = 0;
-    if (!::WriteFile(file.Get(), bytes.data() + written, chunkBytes, &takenBytes, nullptr) ||
-        takenBytes != chunkBytes) {
-      return false;
-    }
-    written += chunkBytes;
-  }
-  return true;
+  return WriteOver(path, bytes, false).succeeded;
+}
+
+SystemResult WriteFileDurably(const std::wstring& path, const std::string& bytes) {
+  return WriteOver(path, bytes, true);
 }
 
 void AppendToFile(const std::wstring& path, std::string_view mark, std::string_view bytes) {

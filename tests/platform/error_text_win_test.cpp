@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/error_reason.h"
+
 namespace platform {
 namespace {
 
@@ -34,6 +36,17 @@ TEST(SystemErrorText, LooksOtherCodesUpInTheSystemOnly) {
 TEST(SystemErrorText, IsEmptyWhereNobodyHasAText) {
   EXPECT_EQ(SystemErrorText(0x2FFFFFFF), L"");
   EXPECT_EQ(SystemErrorText(12198, nullptr), L"");
+}
+
+TEST(ErrorReason, IsTheSystemsTextInOneLine) {
+  const std::wstring reason = ErrorReason(ERROR_ACCESS_DENIED);
+  EXPECT_EQ(SystemErrorText(ERROR_ACCESS_DENIED).find(reason), 0u);
+  EXPECT_FALSE(reason.empty());
+  EXPECT_EQ(reason.find_first_of(L"\r\n"), std::wstring::npos);
+}
+
+TEST(ErrorReason, NamesTheNumberWhereTheSystemHasNoText) {
+  EXPECT_EQ(ErrorReason(0x2FFFFFFF), L"错误 805306367");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <string>
 
+#include "platform/error_reason.h"
 #include "platform/scratch_folder.h"
 
 namespace platform {
@@ -47,6 +48,21 @@ TEST_F(FilesTest, ReadsNothingWhereThereIsNoFile) {
 TEST_F(FilesTest, WritesNothingWithoutItsFolder) {
   EXPECT_FALSE(WriteFileBytes(scratch_.Path(L"missing\\a"), "x"));
   EXPECT_FALSE(WriteFileBytes(scratch_.Folder(), "x"));
+}
+
+TEST_F(FilesTest, WritesDurablyOrSaysWhyNot) {
+  const std::wstring path = scratch_.Path(L"a");
+  for (const std::string& bytes : {std::string("a long text"), std::string("short"), std::string(),
+                                   std::string((1 << 20) + 1, 'y')}) {
+    EXPECT_TRUE(WriteFileDurably(path, bytes).succeeded);
+    EXPECT_TRUE(ReadFileBytes(path) == bytes) << bytes.size();
+  }
+  for (const std::wstring& nowhere : {scratch_.Path(L"missing\\a"), scratch_.Folder()}) {
+    const SystemResult result = WriteFileDurably(nowhere, "x");
+    EXPECT_FALSE(result.succeeded);
+    EXPECT_NE(result.errorCode, 0u);
+    EXPECT_NE(ErrorReason(result.errorCode), L"");
+  }
 }
 
 TEST_F(FilesTest, KnowsFilesFromFolders) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/scratch_folder.h"
@@ -29,6 +31,23 @@ TEST(FilesOnWindows, WritesNothingWhileOthersKeepWritersOut) {
   ASSERT_TRUE(holder);
   EXPECT_FALSE(WriteFileBytes(path, "lost"));
   EXPECT_EQ(ReadFileBytes(path), "kept");
+}
+
+TEST(FilesOnWindows, DurableWriteWaitsForAFileThatIsHeldForAMoment) {
+  const ScratchFolder scratch;
+  const std::wstring path = scratch.Path(L"a");
+  ASSERT_TRUE(WriteFileBytes(path, "kept"));
+  FileHandle holder(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  ASSERT_TRUE(holder);
+  EXPECT_EQ(WriteFileDurably(path, "lost").errorCode, DWORD{ERROR_SHARING_VIOLATION});
+  std::thread release([&holder] {
+    ::Sleep(30);
+    holder.Reset();
+  });
+  EXPECT_TRUE(WriteFileDurably(path, "written").succeeded);
+  release.join();
+  EXPECT_EQ(ReadFileBytes(path), "written");
 }
 
 TEST(FilesOnWindows, ReadsNothingFromAFileHeldForItself) {
