@@ -28,6 +28,8 @@ struct IcmpHandleTraits {
 };
 using IcmpHandle = platform::UniqueHandle<IcmpHandleTraits>;
 
+}  // namespace
+
 Echo SendEcho(std::uint32_t address) {
   alignas(ICMP_ECHO_REPLY) std::array<std::byte, kReplyBytes> buffer{};
   DWORD replies = 0;
@@ -43,12 +45,6 @@ Echo SendEcho(std::uint32_t address) {
   const auto* const first = static_cast<const ICMP_ECHO_REPLY*>(static_cast<void*>(buffer.data()));
   if (first->Status != IP_SUCCESS) return {EchoOutcome::Refused};
   return {EchoOutcome::Answered, first->RoundTripTime};
-}
-
-}  // namespace
-
-LatencyPorts RealLatencyPorts() {
-  return {SendEcho, [](const settings::Settings& settings) { settings::SaveSettings(settings); }};
 }
 
 }  // namespace diag

@@ -30,19 +30,18 @@ LatencyTexts Describe(const Echo& echo, const std::wstring& address) {
   return {time, L"通讯延迟 " + time + L"：" + address};
 }
 
-LatencyTexts Measure(const std::wstring& address, const LatencyPorts& ports) {
+LatencyTexts Measure(const std::wstring& address, const EchoSender& sendEcho) {
   if (address.empty()) return {L"未填写测试 IP", L"通讯延迟：未填写测试 IP。"};
   const std::optional<std::uint32_t> parsed = text::ParseIpv4(address);
   if (!parsed) return {L"IP 无效", L"通讯延迟测试失败：测试 IP 无效。"};
-  return Describe(ports.sendEcho(*parsed), address);
+  return Describe(sendEcho(*parsed), address);
 }
 
 }  // namespace
 
-std::wstring RunLatencyTest(settings::Settings& settings, const LatencyPorts& ports) {
-  LatencyTexts texts = Measure(text::Trim(settings.testIp), ports);
+std::wstring RunLatencyTest(settings::Settings& settings, const EchoSender& sendEcho) {
+  LatencyTexts texts = Measure(text::Trim(settings.testIp), sendEcho);
   settings.latencyText = std::move(texts.kept);
-  ports.saveSettings(settings);
   return texts.logged;
 }
 

@@ -21,19 +21,14 @@ struct Echo {
   std::uint32_t roundTripMs = 0;  // of an answered one
 };
 
-// What the test acts through: the program's own operations, or fakes in tests.
-struct LatencyPorts {
-  // Sends one ICMP echo request and waits for its answer, for 1000 ms. `address` in host order.
-  std::function<Echo(std::uint32_t address)> sendEcho;
-  std::function<void(const settings::Settings&)> saveSettings;
-};
+// Sends one ICMP echo request and waits for its answer, for 1000 ms. `address` in host order.
+using EchoSender = std::function<Echo(std::uint32_t address)>;
 
-// The program's own: the system's ICMP interface and the settings file. Windows only.
-LatencyPorts RealLatencyPorts();
+// The system's. Windows only.
+Echo SendEcho(std::uint32_t address);
 
 // Sends one echo request to testIp, an IPv4 address, perhaps in white space. Leaves the outcome in
-// latencyText, saves the settings and returns the line for the log. Blocks for up to a second; any
-// thread.
-std::wstring RunLatencyTest(settings::Settings& settings, const LatencyPorts& ports);
+// latencyText and returns the line for the log. Blocks for up to a second; any thread.
+std::wstring RunLatencyTest(settings::Settings& settings, const EchoSender& sendEcho);
 
 }  // namespace diag

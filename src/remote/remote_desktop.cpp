@@ -45,7 +45,6 @@ std::wstring OpenDesktop(const DesktopSession& session, settings::Settings& sett
     ports.startPasswordPaste(session.accessPassword, session.rustDeskId);
   }
   settings.rustDeskPath = exePath;
-  ports.saveSettings(settings);
   return DesktopOpenedText(session.rustDeskId, copy);
 }
 

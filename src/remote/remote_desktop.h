@@ -20,7 +20,6 @@ struct RustDeskPorts {
 // What opening a desktop acts through: the program's own operations, or fakes in tests.
 struct RemoteDesktopPorts {
   service::JsonRequester sendJsonRequest;
-  std::function<void(const settings::Settings&)> saveSettings;
   RustDeskPorts rustDesk;
   std::function<bool(const std::wstring& text)> copyToClipboard;
   // Returns at once; throws std::system_error when no thread can be made.
@@ -34,8 +33,8 @@ RemoteDesktopPorts RealRemoteDesktopPorts();
 // Asks the service for a desktop session of the settings' device, finds and configures RustDesk,
 // starts it with the session's ID, and sees to it that the password is on the clipboard and in
 // RustDesk's window. Returns the line for the log, which never holds the password; a refusal or
-// failure of the service is such a line too. The settings (engineerId when it was empty,
-// rustDeskPath) are saved once RustDesk was started, whether or not it came up. Throws
+// failure of the service is such a line too. The settings get an engineerId when they had none, and
+// rustDeskPath once RustDesk was started, whether or not it came up. Throws
 // std::system_error when the pasting thread cannot be made. Blocks, for minutes when RustDesk is
 // downloaded; any thread.
 std::wstring StartRemoteDesktop(settings::Settings& settings, const RemoteDesktopPorts& ports);

@@ -26,7 +26,6 @@ RustDeskPorts RealRustDesk() {
 RemoteDesktopPorts RealRemoteDesktopPorts() {
   RemoteDesktopPorts ports;
   ports.sendJsonRequest = service::SendJsonRequest;
-  ports.saveSettings = [](const settings::Settings& settings) { settings::SaveSettings(settings); };
   ports.rustDesk = RealRustDesk();
   ports.copyToClipboard = [](const std::wstring& text) {
     return platform::CopyTextToClipboard(text);

@@ -22,8 +22,7 @@ RustDeskFolders RealRustDeskFolders() {
 
 RustDeskProgramPorts RealRustDeskProgramPorts() {
   return {platform::FileSizeBytes, platform::CreateFolders, platform::DeleteFileAt,
-          service::DownloadFile,
-          [](const settings::Settings& settings) { settings::SaveSettings(settings); }};
+          service::DownloadFile};
 }
 
 RustDeskConfigPorts RealRustDeskConfigPorts() {

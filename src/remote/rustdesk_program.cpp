@@ -40,7 +40,6 @@ std::wstring DownloadRustDesk(settings::Settings& settings, const RustDeskServer
   ports.download(url, target);  // what lies there afterwards decides
   if (!IsWhole(target, ports)) return {};
   settings.rustDeskPath = target;
-  ports.saveSettings(settings);
   return target;
 }
 

@@ -20,10 +20,9 @@ struct RustDeskProgramPorts {
   std::function<bool(const std::wstring& folder)> createFolders;
   std::function<bool(const std::wstring& path)> deleteFile;
   std::function<bool(const std::wstring& url, const std::wstring& targetPath)> download;
-  std::function<void(const settings::Settings&)> saveSettings;
 };
 
-// The program's own: the file system, WinHTTP and the settings file. Windows only.
+// The program's own: the file system and WinHTTP. Windows only.
 RustDeskProgramPorts RealRustDeskProgramPorts();
 
 // The path of an existing program file: rustDeskPath, unless that lies in the runtime folder; one
@@ -32,10 +31,10 @@ RustDeskProgramPorts RealRustDeskProgramPorts();
 std::wstring FindRustDesk(settings::Settings& settings, const RustDeskServer* server,
                           const RustDeskFolders& folders, const RustDeskProgramPorts& ports);
 
-// Fetches the program into the runtime folder, stores its path in rustDeskPath, saves the settings
-// and returns the path. A file of more than 1 MiB that rustDeskPath names is taken as it is,
-// without asking the network. Empty when the service names no address, or when what then lies in
-// the runtime folder is not larger than 1 MiB; that file stays.
+// Fetches the program into the runtime folder, stores its path in rustDeskPath and returns it. A
+// file of more than 1 MiB that rustDeskPath names is taken as it is, without asking the network.
+// Empty when the service names no address, or when what then lies in the runtime folder is not
+// larger than 1 MiB; that file stays.
 std::wstring DownloadRustDesk(settings::Settings& settings, const RustDeskServer* server,
                               const RustDeskFolders& folders, const RustDeskProgramPorts& ports);
 

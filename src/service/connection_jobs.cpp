@@ -13,6 +13,8 @@
 namespace service {
 namespace {
 
+using settings::ConnectionInForce;
+using settings::GrantedConnection;
 using settings::Settings;
 
 constexpr std::wstring_view kLineBreak = L"\r\n";
@@ -34,30 +36,32 @@ void ClearConnection(Settings& settings) {
   settings.routesText.clear();
   settings.accessRoutesText.clear();
   settings.routeMappingsText.clear();
+  settings.granted = {};
 }
 
-ApiEnvelope PostReport(const Settings& settings, const ConnectionPorts& ports,
+ApiEnvelope PostReport(const GrantedConnection& held, const ConnectionPorts& ports,
                        std::wstring_view reason) {
   const HttpResponse response =
-      ports.sendJsonRequest(L"POST", DisconnectUrl(settings.serverUrl, settings.connectionId),
-                            DisconnectBody(settings.engineerId, reason));
+      ports.sendJsonRequest(L"POST", DisconnectUrl(held.serverUrl, held.connectionId),
+                            DisconnectBody(held.engineerId, reason));
   return ParseApiEnvelope(response.body);
 }
 
-std::wstring ReportDisconnect(const Settings& settings, const ConnectionPorts& ports) {
-  if (settings.connectionId.empty()) return {};
-  const ApiEnvelope envelope = PostReport(settings, ports, kReasonEndedHere);
+std::wstring ReportDisconnect(const GrantedConnection& held, const ConnectionPorts& ports) {
+  if (held.connectionId.empty()) return {};
+  const ApiEnvelope envelope = PostReport(held, ports, kReasonEndedHere);
   if (envelope.success) return std::wstring(kDisconnected);
   return std::wstring(kReportFailedPrefix) + envelope.message;
 }
 
 // The local half of a disconnect; returns what it adds to the text.
-std::wstring ForgetConnection(Settings& settings, const ConnectionPorts& ports) {
-  std::wstring text = ports.removeProxyBypass(text::SplitLines(settings.routesText));
+std::wstring ForgetConnection(settings::JobSettings& job, const GrantedConnection& held,
+                              const ConnectionPorts& ports) {
+  std::wstring text = ports.removeProxyBypass(held.routes);
   if (!text.empty()) text.insert(0, kLineBreak);
-  ClearConnection(settings);
-  settings.targetNetwork = settings::kAllNetworks;
-  ports.saveSettings(settings);
+  ClearConnection(job.record);
+  job.record.targetNetwork = settings::kAllNetworks;
+  job.Save();  // or a sudden end would have the service told once more
   return text;
 }
 
@@ -65,6 +69,7 @@ void StoreGrant(Settings& settings, const ConnectionGrant& grant, const settings
   settings.connectionId = grant.connectionId;
   settings.assignedAddress = grant.assignedAddress;
   settings.routesText = text::Join(grant.routes, kLineBreak);
+  settings.granted = {grant.connectionId, settings.serverUrl, settings.engineerId, grant.routes};
 
   settings::TakeJsonString(data, L"deviceNumber", settings.deviceNumber);
   settings::TakeJsonString(data, L"targetNetwork", settings.targetNetwork);
@@ -94,15 +99,12 @@ std::wstring StartTunnel(Settings& settings, tunnel::Tunnel& tunnel) {
   return text.append(settings.discoveryModeEnabled ? kDiscoveryOn : kDiscoveryOff);
 }
 
-std::wstring Connect(Settings& settings, tunnel::Tunnel& tunnel, const ConnectionPorts& ports) {
-  std::wstring text = DisconnectConnection(settings, ports);
-  ClearConnection(settings);
-  text.append(kLineBreak).append(AuthorizeConnection(settings, ports));
-  if (settings.connectionId.empty()) return text;
-
-  text.append(kLineBreak).append(StartTunnel(settings, tunnel));
-  ports.saveSettings(settings);
-  return text;
+std::wstring Connect(settings::JobSettings& job, tunnel::Tunnel& tunnel,
+                     const ConnectionPorts& ports) {
+  std::wstring text = DisconnectConnection(job, ports);
+  text.append(kLineBreak).append(AuthorizeConnection(job, ports));
+  if (job.record.connectionId.empty()) return text;
+  return text.append(kLineBreak).append(StartTunnel(job.record, tunnel));
 }
 
 // For the clean-up after a failure, which is the one worth showing: a second one is dropped.
@@ -116,19 +118,21 @@ void Quietly(Action action) noexcept {
 
 // Tells the service that what it granted came to nothing, and forgets it.
 void GiveUpConnection(Settings& settings, const ConnectionPorts& ports) noexcept {
-  if (!settings.connectionId.empty()) {
-    Quietly([&] { PostReport(settings, ports, kReasonTunnelFailed); });
+  const GrantedConnection held = ConnectionInForce(settings);
+  if (!held.connectionId.empty()) {
+    Quietly([&] { PostReport(held, ports, kReasonTunnelFailed); });
   }
-  Quietly([&] { ports.removeProxyBypass(text::SplitLines(settings.routesText)); });
+  Quietly([&] { ports.removeProxyBypass(held.routes); });
   settings.connectionId.clear();
   settings.assignedAddress.clear();
   settings.routesText.clear();
-  Quietly([&] { ports.saveSettings(settings); });
+  settings.granted = {};
 }
 
 }  // namespace
 
-std::wstring AuthorizeConnection(Settings& settings, const ConnectionPorts& ports) {
+std::wstring AuthorizeConnection(settings::JobSettings& job, const ConnectionPorts& ports) {
+  Settings& settings = job.record;
   if (settings.engineerId.empty()) settings.engineerId = settings::MakeEngineerId();
 
   const HttpResponse response = ports.sendJsonRequest(L"POST", AuthorizationUrl(settings.serverUrl),
@@ -136,15 +140,13 @@ std::wstring AuthorizeConnection(Settings& settings, const ConnectionPorts& port
   const ApiEnvelope envelope = ParseApiEnvelope(response.body);
   if (!envelope.success) {
     settings.heartbeatMessage = envelope.code;
-    ports.saveSettings(settings);
     return std::wstring(kRefusedPrefix) + envelope.message;
   }
 
   const ConnectionGrant grant = ReadConnectionGrant(envelope.data);
   StoreGrant(settings, grant, envelope.data);
-  ports.saveSettings(settings);        // a run that ends here must find the routes again
+  job.Save();                          // a run that ends here must find the routes again
   ports.addProxyBypass(grant.routes);  // its report is of no interest here
-  ports.saveSettings(settings);
 
   std::wstring text(kGrantedPrefix);
   text.append(settings.connectionId);
@@ -152,33 +154,36 @@ std::wstring AuthorizeConnection(Settings& settings, const ConnectionPorts& port
   return text.append(kGrantedRoutes).append(settings.routesText);
 }
 
-std::wstring DisconnectConnection(Settings& settings, const ConnectionPorts& ports) {
+std::wstring DisconnectConnection(settings::JobSettings& job, const ConnectionPorts& ports) {
+  const GrantedConnection held = ConnectionInForce(job.record);
   std::wstring report;
   try {
-    report = ReportDisconnect(settings, ports);
+    report = ReportDisconnect(held, ports);
   } catch (...) {
-    ForgetConnection(settings, ports);
+    ForgetConnection(job, held, ports);
     throw;
   }
-  return report + ForgetConnection(settings, ports);
+  return report + ForgetConnection(job, held, ports);
 }
 
-std::wstring ConnectJob(Settings& settings, tunnel::Tunnel& tunnel, const ConnectionPorts& ports) {
+std::wstring ConnectJob(settings::JobSettings& job, tunnel::Tunnel& tunnel,
+                        const ConnectionPorts& ports) {
   std::wstring failure;
   try {
-    return Connect(settings, tunnel, ports);
+    return Connect(job, tunnel, ports);
   } catch (const std::exception& error) {
     failure = std::wstring(kErrorPrefix) + text::FromUtf8(error.what());
   } catch (...) {
     failure = kUnknownError;
   }
-  GiveUpConnection(settings, ports);
+  GiveUpConnection(job.record, ports);
   return failure;
 }
 
-std::wstring StopJob(Settings& settings, tunnel::Tunnel& tunnel, const ConnectionPorts& ports) {
+std::wstring StopJob(settings::JobSettings& job, tunnel::Tunnel& tunnel,
+                     const ConnectionPorts& ports) {
   const std::wstring stopped = tunnel.Stop();
-  return stopped + DisconnectConnection(settings, ports);
+  return stopped + DisconnectConnection(job, ports);
 }
 
 }  // namespace service

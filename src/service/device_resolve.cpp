@@ -26,12 +26,13 @@ void TakeNetworks(const settings::JsonValue& data, settings::Settings& settings)
 
 }  // namespace
 
-bool ResolveDevice(settings::Settings& settings, const ResolvePorts& ports, std::wstring& text) {
+bool ResolveDevice(settings::Settings& settings, const JsonRequester& sendJsonRequest,
+                   std::wstring& text) {
   std::wstring url = settings::NormaliseServerUrl(settings.serverUrl);
   url.append(kPath);
   std::wstring body = L"{\"deviceSecret\":";
   body.append(settings::QuoteJsonString(settings.deviceSecret)).append(L"}");
-  const ApiEnvelope envelope = ParseApiEnvelope(ports.sendJsonRequest(L"POST", url, body).body);
+  const ApiEnvelope envelope = ParseApiEnvelope(sendJsonRequest(L"POST", url, body).body);
   if (!envelope.success) {
     text = kRefusedPrefix;
     text.append(envelope.message);
@@ -44,7 +45,6 @@ bool ResolveDevice(settings::Settings& settings, const ResolvePorts& ports, std:
     settings.profileName =
         settings.deviceName.empty() ? settings.deviceNumber : settings.deviceName;
   }
-  ports.saveSettings(settings);
   text = kResolvedPrefix;
   text.append(settings.deviceNumber).append(kResolvedSuffix);
   return true;

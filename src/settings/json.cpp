@@ -65,4 +65,13 @@ std::wstring QuoteJsonString(std::wstring_view value) {
   return L"\"" + EscapeJsonString(value) + L"\"";
 }
 
+std::wstring WriteJsonStrings(const std::vector<std::wstring>& values) {
+  std::wstring array = L"[";
+  for (const std::wstring& value : values) {
+    if (array.size() > 1) array += L',';
+    array += QuoteJsonString(value);
+  }
+  return array + L"]";
+}
+
 }  // namespace settings

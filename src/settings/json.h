@@ -70,4 +70,7 @@ std::vector<std::wstring> JsonStringsOf(const JsonValue& value, std::wstring_vie
 std::wstring EscapeJsonString(std::wstring_view value);
 std::wstring QuoteJsonString(std::wstring_view value);
 
+// An array of strings, without blanks.
+std::wstring WriteJsonStrings(const std::vector<std::wstring>& values);
+
 }  // namespace settings

@@ -4,13 +4,14 @@
 #include <string_view>
 #include <vector>
 
+#include "settings/granted_connection.h"
 #include "settings/site_profiles.h"
 
 namespace settings {
 
-// All that the client remembers between runs, in the order of its file. Jobs work on a copy; the
-// functions below take no lock and may run on any thread that owns the record they are given.
-// A fresh record has the default service address, empty texts and false switches.
+// All that the client remembers between runs, in the order of its file. SettingsStore owns the one
+// that counts; jobs work on a copy. A fresh record has the default service address, empty texts and
+// false switches.
 struct Settings {
   std::wstring serverUrl;  // the default address in a fresh record
   std::wstring deviceNumber;
@@ -38,6 +39,8 @@ struct Settings {
   bool discoveryModeEnabled = false;
   std::vector<SiteProfile> siteProfiles;
 
+  GrantedConnection granted;  // in a file of its own; use ConnectionInForce()
+
   Settings();
 };
 
@@ -50,20 +53,5 @@ std::wstring WriteSettingsText(const Settings& settings);
 // from deviceName and an empty engineerId with a new one. Throws std::runtime_error ("Invalid
 // JSON.", "Invalid JSON string.") before anything changed.
 void ReadSettingsText(std::wstring_view text, Settings& settings);
-
-// Roaming application data \ Velmarine \ Client.settings.json. Windows only.
-std::wstring SettingsFilePath();
-
-// Fills `settings` from the file at `path`. A file that cannot be opened or read: a new engineer
-// id, all else unchanged. Empty file: nothing changes. Throws as ReadSettingsText for a file that
-// is not JSON. A byte-order mark, as some editors put one, is passed over.
-void LoadSettings(const std::wstring& path, Settings& settings);
-
-// Writes the whole file at `path` in one pass, making its folder. A failure is not reported.
-void SaveSettings(const std::wstring& path, const Settings& settings);
-
-// The same with the file at SettingsFilePath(). Windows only.
-void LoadSettings(Settings& settings);
-void SaveSettings(const Settings& settings);
 
 }  // namespace settings

@@ -1,27 +1,183 @@
+#include "settings/settings_file.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "platform/error_reason.h"
 #include "platform/files.h"
 #include "platform/path.h"
 #include "settings/engineer_id.h"
-#include "settings/settings.h"
+#include "settings/json.h"
+#include "text/strings.h"
 #include "text/utf8.h"
 
 namespace settings {
+namespace {
 
-void LoadSettings(const std::wstring& path, Settings& settings) {
-  const std::optional<std::string> bytes = platform::ReadFileBytes(path);
-  if (!bytes) {
-    settings.engineerId = MakeEngineerId();
-    return;
-  }
-  if (bytes->empty()) return;
-  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  std::string_view document = *bytes;
-  if (document.starts_with(kByteOrderMark)) document.remove_prefix(kByteOrderMark.size());
-  ReadSettingsText(text::FromUtf8(document), settings);
+constexpr std::wstring_view kExtension = L".json";
+constexpr wchar_t kGrantName[] = L"Client.connection.json";
+
+constexpr wchar_t kDefaults[] =
+    L"警告：设置文件无法读取，已使用默认设置；原文件将在首次保存前另行保留。";
+constexpr wchar_t kRestored[] =
+    L"警告：设置文件无法读取，已恢复上次保存的设置；原文件将在首次保存前另行保留。";
+constexpr wchar_t kRestoredFromEmpty[] = L"警告：设置文件为空，已恢复上次保存的设置。";
+constexpr wchar_t kSetAside[] = L"警告：无法读取的设置文件已另行保留：";
+constexpr wchar_t kNotSetAside[] = L"原设置文件未能另行保留，";
+constexpr wchar_t kUnreadable[] = L"原设置文件无法读取：";
+
+// "Client.settings.json" with `suffix` before its extension.
+std::wstring Beside(std::wstring_view path, std::wstring_view suffix) {
+  if (path.ends_with(kExtension)) path.remove_suffix(kExtension.size());
+  return std::wstring(path).append(suffix).append(kExtension);
 }
 
-void SaveSettings(const std::wstring& path, const Settings& settings) {
-  platform::CreateFolders(platform::ParentFolder(path));
-  platform::WriteFileBytes(path, text::ToUtf8(WriteSettingsText(settings)));
+// Whether `text` is a settings document in one piece. What is left of one that has lost its front
+// may begin with the brace of a profile: an object, but with more text behind it.
+bool IsWhole(std::wstring_view text) {
+  try {
+    std::size_t end = 0;
+    const JsonValue document = ReadJsonValue(text, end);
+    if (document.AsObject() == nullptr) return false;
+    return std::ranges::all_of(text.substr(end), text::IsSpace) ||
+           FindJsonMember(document, L"siteProfiles") != nullptr;
+  } catch (const std::runtime_error&) {
+    return false;
+  }
+}
+
+bool IsTrusted(const FileContent& content) {
+  return content.bytes && IsWhole(text::FromMarkedBytes(*content.bytes));
+}
+
+void NeedEngineerId(Settings& settings) {
+  if (settings.engineerId.empty()) settings.engineerId = MakeEngineerId();
+}
+
+}  // namespace
+
+SettingsFile::SettingsFile(std::wstring path, SettingsDisk disk)
+    : path_(std::move(path)),
+      lastPath_(Beside(path_, L".last")),
+      grantPath_(platform::JoinPath(platform::ParentFolder(path_), kGrantName)),
+      disk_(std::move(disk)) {}
+
+std::wstring SettingsFile::Load(Settings& settings) const {
+  const FileContent content = disk_.read(path_);
+  if (!content.exists) {
+    settings.engineerId = MakeEngineerId();
+    return {};
+  }
+  std::wstring report;
+  if (IsTrusted(content)) {
+    ReadSettingsText(text::FromMarkedBytes(*content.bytes), settings);
+  } else {
+    report = LoadUntrusted(content, settings);
+  }
+  LoadGrant(settings);
+  return report;
+}
+
+std::wstring SettingsFile::LoadUntrusted(const FileContent& content, Settings& settings) const {
+  const bool empty = content.bytes && content.bytes->empty();
+  const FileContent last = disk_.read(lastPath_);
+  if (IsTrusted(last)) {
+    ReadSettingsText(text::FromMarkedBytes(*last.bytes), settings);
+    return empty ? kRestoredFromEmpty : kRestored;
+  }
+  if (empty) return {};
+  try {
+    ReadSettingsText(text::FromMarkedBytes(content.bytes.value_or("")), settings);
+  } catch (const std::runtime_error&) {
+    NeedEngineerId(settings);
+  }
+  return kDefaults;
+}
+
+// A grant that belongs to another connection than the settings name is an earlier one's.
+void SettingsFile::LoadGrant(Settings& settings) const {
+  const FileContent content = disk_.read(grantPath_);
+  if (!IsTrusted(content)) return;
+  GrantedConnection granted = ReadGrantedConnection(text::FromMarkedBytes(*content.bytes));
+  if (granted.connectionId == settings.connectionId) settings.granted = std::move(granted);
+}
+
+SettingsFile::Saved SettingsFile::Save(const Settings& settings) const {
+  Saved saved;
+  const std::string bytes = text::ToUtf8(WriteSettingsText(settings));
+  const FileContent before = disk_.read(path_);
+  // Before the settings that name it: what they name must be there.
+  const std::wstring grantFailure = SaveGrant(settings);
+  if (before.bytes != bytes) {
+    SecureWhatIsThere(before, saved);
+    if (saved.failure.empty()) saved.failure = WriteFile(path_, bytes);
+    if (!saved.failure.empty()) return saved;
+  }
+  // Should this fail, the next save makes up for it before it touches the file.
+  WriteIfOther(lastPath_, bytes);
+  saved.failure = grantFailure;
+  return saved;
+}
+
+// What the file holds has to be somewhere else, too, before it is truncated.
+void SettingsFile::SecureWhatIsThere(const FileContent& content, Saved& saved) const {
+  if (!content.exists) return;
+  if (!content.bytes) {
+    saved.failure = kUnreadable + path_;
+  } else if (IsTrusted(content)) {
+    saved.failure = WriteIfOther(lastPath_, *content.bytes);
+  } else if (!content.bytes->empty()) {
+    SetAside(*content.bytes, saved);
+  }
+}
+
+// A copy, not a renaming: at no moment is there no file, which would read as a first start. And
+// another program may hold the file in a way that forbids renaming it.
+void SettingsFile::SetAside(const std::string& bytes, Saved& saved) const {
+  const std::wstring base = L".damaged-" + disk_.time();
+  std::wstring kept = Beside(path_, base);
+  for (int number = 2; disk_.read(kept).exists; ++number) {
+    kept = Beside(path_, base + L"-" + std::to_wstring(number));
+  }
+  const std::wstring failure = WriteFile(kept, bytes);
+  if (failure.empty()) {
+    saved.report = kSetAside + kept;
+  } else {
+    saved.failure = kNotSetAside + failure;
+  }
+}
+
+std::wstring SettingsFile::SaveGrant(const Settings& settings) const {
+  const GrantedConnection& granted = settings.granted;
+  if (granted.connectionId.empty() || granted.connectionId != settings.connectionId) return {};
+  return WriteIfOther(grantPath_, text::ToUtf8(WriteGrantedConnection(granted)));
+}
+
+std::wstring SettingsFile::WriteIfOther(const std::wstring& path, const std::string& bytes) const {
+  if (disk_.read(path).bytes == bytes) return {};
+  return WriteFile(path, bytes);
+}
+
+std::wstring SettingsFile::WriteFile(const std::wstring& path, const std::string& bytes) const {
+  const std::wstring reason = disk_.write(path, bytes);
+  return reason.empty() ? reason : reason + L"（" + path + L"）";
+}
+
+SettingsDisk RealSettingsDisk(std::function<std::wstring()> time) {
+  SettingsDisk disk;
+  disk.read = [](const std::wstring& path) {
+    std::optional<std::string> bytes = platform::ReadFileBytes(path);
+    const bool exists = bytes || platform::IsFile(path);
+    return FileContent{exists, std::move(bytes)};
+  };
+  disk.write = [](const std::wstring& path, const std::string& bytes) -> std::wstring {
+    platform::CreateFolders(platform::ParentFolder(path));
+    const platform::SystemResult written = platform::WriteFileDurably(path, bytes);
+    return written.succeeded ? std::wstring() : platform::ErrorReason(written.errorCode);
+  };
+  disk.time = std::move(time);
+  return disk;
 }
 
 }  // namespace settings

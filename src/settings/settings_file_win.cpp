@@ -1,19 +1,30 @@
+#include <array>
+#include <cwchar>
+
 #include "platform/known_folders.h"
+#include "platform/local_time.h"
 #include "platform/path.h"
-#include "settings/settings.h"
+#include "settings/settings_file.h"
 
 namespace settings {
+namespace {
+
+std::wstring FileTime() {
+  const platform::LocalTime now = platform::LocalTimeNow();
+  std::array<wchar_t, 32> time{};
+  std::swprintf(time.data(), time.size(), L"%04d%02d%02d_%02d%02d%02d", now.year, now.month,
+                now.day, now.hour, now.minute, now.second);
+  return time.data();
+}
+
+}  // namespace
 
 std::wstring SettingsFilePath() {
   return platform::JoinPath(platform::RoamingAppDataFolder(), L"Velmarine\\Client.settings.json");
 }
 
-void LoadSettings(Settings& settings) {
-  LoadSettings(SettingsFilePath(), settings);
-}
-
-void SaveSettings(const Settings& settings) {
-  SaveSettings(SettingsFilePath(), settings);
+SettingsFile RealSettingsFile() {
+  return SettingsFile(SettingsFilePath(), RealSettingsDisk(FileTime));
 }
 
 }  // namespace settings

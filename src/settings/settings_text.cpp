@@ -1,46 +1,11 @@
-#include <variant>
-
 #include "settings/engineer_id.h"
 #include "settings/json.h"
 #include "settings/server_address.h"
 #include "settings/settings.h"
+#include "settings/settings_members.h"
 
 namespace settings {
 namespace {
-
-// One member of the file and where it lives in the record.
-struct Member {
-  const wchar_t* key;
-  std::variant<std::wstring Settings::*, bool Settings::*> field;
-};
-
-// In the file's order; siteProfiles follows them.
-constexpr Member kMembers[] = {
-    {L"serverUrl", &Settings::serverUrl},
-    {L"deviceNumber", &Settings::deviceNumber},
-    {L"deviceSecret", &Settings::deviceSecret},
-    {L"deviceName", &Settings::deviceName},
-    {L"profileName", &Settings::profileName},
-    {L"networkInterfaceName", &Settings::networkInterfaceName},
-    {L"sharedNetworksText", &Settings::sharedNetworksText},
-    {L"targetNetwork", &Settings::targetNetwork},
-    {L"engineerId", &Settings::engineerId},
-    {L"rustDeskPath", &Settings::rustDeskPath},
-    {L"rustDeskAccessPassword", &Settings::rustDeskAccessPassword},
-    {L"rustDeskId", &Settings::rustDeskId},
-    {L"rustDeskServiceRunning", &Settings::rustDeskServiceRunning},
-    {L"connectionId", &Settings::connectionId},
-    {L"assignedAddress", &Settings::assignedAddress},
-    {L"routesText", &Settings::routesText},
-    {L"accessRoutesText", &Settings::accessRoutesText},
-    {L"routeMappingsText", &Settings::routeMappingsText},
-    {L"testIp", &Settings::testIp},
-    {L"latencyText", &Settings::latencyText},
-    {L"heartbeatAccepted", &Settings::heartbeatAccepted},
-    {L"heartbeatMessage", &Settings::heartbeatMessage},
-    {L"autoStartEnabled", &Settings::autoStartEnabled},
-    {L"discoveryModeEnabled", &Settings::discoveryModeEnabled},
-};
 
 std::wstring WriteValue(const std::wstring& value) {
   return QuoteJsonString(value);
@@ -57,7 +22,7 @@ void TakeValue(const JsonValue& value, bool& field) {
 }
 
 void TakeMembers(const JsonValue& document, Settings& settings) {
-  for (const Member& member : kMembers) {
+  for (const SettingsMember& member : kSettingsMembers) {
     const JsonValue* value = FindJsonMember(document, member.key);
     if (value == nullptr) continue;
     std::visit([&](auto field) { TakeValue(*value, settings.*field); }, member.field);
@@ -74,7 +39,7 @@ std::wstring WriteSettingsText(const Settings& given) {
   Settings settings = given;
   settings.serverUrl = NormaliseServerUrl(given.serverUrl);
   std::wstring text = L"{\n";
-  for (const Member& member : kMembers) {
+  for (const SettingsMember& member : kSettingsMembers) {
     const std::wstring value =
         std::visit([&](auto field) { return WriteValue(settings.*field); }, member.field);
     text += L"  \"" + std::wstring(member.key) + L"\": " + value + L",\n";

@@ -19,11 +19,6 @@ SiteProfile ReadProfile(const JsonValue& object) {
 }
 
 std::wstring WriteProfile(const SiteProfile& profile) {
-  std::wstring networks;
-  for (const std::wstring& network : profile.sharedNetworks) {
-    if (!networks.empty()) networks += L',';
-    networks += QuoteJsonString(network);
-  }
   const std::wstring_view target =
       profile.targetNetwork.empty() ? kAllNetworks : std::wstring_view(profile.targetNetwork);
   return L"{\"name\":" + QuoteJsonString(profile.name) +                  //
@@ -31,7 +26,7 @@ std::wstring WriteProfile(const SiteProfile& profile) {
          L",\"deviceNumber\":" + QuoteJsonString(profile.deviceNumber) +  //
          L",\"deviceSecret\":" + QuoteJsonString(profile.deviceSecret) +  //
          L",\"targetNetwork\":" + QuoteJsonString(target) +               //
-         L",\"sharedNetworks\":[" + networks + L"]}";
+         L",\"sharedNetworks\":" + WriteJsonStrings(profile.sharedNetworks) + L"}";
 }
 
 }  // namespace

@@ -19,6 +19,8 @@ struct SiteProfile {
   std::wstring deviceSecret;
   std::wstring targetNetwork;
   std::vector<std::wstring> sharedNetworks;
+
+  friend bool operator==(const SiteProfile&, const SiteProfile&) = default;
 };
 
 // The profiles of the settings document's "siteProfiles" member, in its order; a profile without a

@@ -1,12 +1,12 @@
 #include "shell/actions.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 
 #include "platform/clipboard.h"
 #include "settings/site_profile_actions.h"
 #include "shell/page_link.h"
-#include "shell/settings_care.h"
 #include "shell/window_events.h"
 #include "shell/worker.h"
 #include "webui/actions.h"
@@ -47,7 +47,7 @@ void ResolveDevice(AppState& state) {
 }
 
 void LogDiscovery(const AppState& state) {
-  Log(state, state.settings.discoveryModeEnabled ? kDiscoveryOn : kDiscoveryOff);
+  Log(state, state.settings.Read().discoveryModeEnabled ? kDiscoveryOn : kDiscoveryOff);
 }
 
 // The second state message behind the first is wanted: the page draws its side panel anew with it.
@@ -60,27 +60,40 @@ void PageReady(AppState& state) {
 }
 
 void TakeDiscovery(AppState& state) {
-  webui::TakeFields(state.form, state.settings);
-  SaveWindowsChange(state);
+  TakeFields(state);
+  state.settings.Save();
   LogDiscovery(state);
   PostStateMessage(state);
 }
 
+// Behind a line that calls something saved: it must not stand alone when that is not on the disk,
+// however often the cause has been told.
+void LogUnsaved(AppState& state) {
+  const std::vector<std::wstring> reports = state.settings.TakeReports();
+  for (const std::wstring& report : reports) Log(state, report);
+  const std::wstring unsaved = state.settings.Unsaved();
+  if (!unsaved.empty() && std::ranges::find(reports, unsaved) == reports.end()) Log(state, unsaved);
+}
+
 void SaveProfile(AppState& state) {
-  webui::TakeFields(state.form, state.settings);
-  const settings::ProfileOutcome outcome = settings::SaveSiteProfile(state.settings);
-  if (outcome.changed) SaveWindowsChange(state);
+  TakeFields(state);
+  settings::ProfileOutcome outcome;
+  state.settings.Edit([&](settings::Settings& settings) { outcome = SaveSiteProfile(settings); });
+  if (outcome.changed) state.settings.Save();
   Log(state, outcome.logText);
+  if (outcome.changed) LogUnsaved(state);
   PostApplyMessage(state);
   PostStateMessage(state);
 }
 
 void LoadProfile(AppState& state, settings::ProfileChooser chooser) {
-  webui::TakeFields(state.form, state.settings);
+  TakeFields(state);
   const std::wstring name = settings::JsonStringOrEmpty(state.form, L"profileSel");
-  const settings::ProfileOutcome outcome = settings::LoadSiteProfile(state.settings, name, chooser);
+  settings::ProfileOutcome outcome;
+  state.settings.Edit(
+      [&](settings::Settings& settings) { outcome = LoadSiteProfile(settings, name, chooser); });
   if (!outcome.changed) return;
-  SaveSettings(state);
+  state.settings.Save();
   PostApplyMessage(state);
   PostStateMessage(state);
   Log(state, outcome.logText);
@@ -107,19 +120,23 @@ constexpr PageAction kPageActions[] = {
 };
 
 void CopySecret(AppState& state) {
-  webui::TakeFields(state.form, state.settings);
-  if (state.settings.deviceSecret.empty()) return Log(state, kNoSecret);
-  const bool copied = platform::CopyTextToClipboard(state.settings.deviceSecret, state.window);
+  TakeFields(state);
+  const std::wstring secret = state.settings.Read().deviceSecret;
+  if (secret.empty()) return Log(state, kNoSecret);
+  const bool copied = platform::CopyTextToClipboard(secret, state.window);
   Log(state, copied ? kSecretCopied : kCopyFailed);
 }
 
 void ToggleDiscovery(AppState& state, HWND toggle) {
-  bool& enabled = state.settings.discoveryModeEnabled;
-  enabled = !enabled;
+  bool enabled = false;
+  state.settings.Edit([&enabled](settings::Settings& settings) {
+    enabled = !settings.discoveryModeEnabled;
+    settings.discoveryModeEnabled = enabled;
+  });
   if (toggle != nullptr) {
     ::SetWindowTextW(toggle, enabled ? kDiscoveryOnCaption : kDiscoveryOffCaption);
   }
-  SaveWindowsChange(state);
+  state.settings.Save();
   LogDiscovery(state);
 }
 

@@ -10,7 +10,8 @@
 
 #include "platform/windows_sdk.h"
 #include "settings/json.h"
-#include "settings/settings.h"
+#include "settings/settings_file.h"
+#include "settings/settings_store.h"
 #include "shell/gdi_objects.h"
 #include "shell/initial_settings.h"
 #include "shell/job.h"
@@ -28,22 +29,16 @@ struct JobTable {
   Job resolveDevice;
 };
 
-// The settings file.
-struct SettingsStore {
-  std::function<void(settings::Settings&)> load;  // throws for a damaged file, changing nothing
-  std::function<void(const settings::Settings&)> save;
-  std::function<std::wstring()> keepDamaged;  // sets the file aside; its new path, empty = failed
-};
-
 // What the window acts through: the program's own parts, or fakes in tests.
 struct Surroundings {
   JobTable jobs;
-  SettingsStore store;
   UpdateCheck checkForUpdate;
   std::function<void(const std::wstring& text)> writeLogLine;
   std::function<std::unique_ptr<webui::WebHost>(HWND window, webui::WebHostEvents events)>
       createWebHost;
   std::function<void(HWND window, const std::wstring& text)> showMessageBox;
+  // Posts a job's result to the window; false when its message queue takes nothing more.
+  std::function<bool(HWND window, const std::wstring& text)> postJobResult;
 };
 
 // The thread's COM apartment while it lives.
@@ -63,24 +58,25 @@ class ComApartment {
 
 // The one record of the program's state, made by start-up for the life of the process.
 //
-// Threads: the window's, except for the two atomic flags and the tunnel object, which the worker's
-//          job uses too. A job works on a copy of the settings; its results come by way of the
-//          file.
+// Threads: the window's, except for the atomic flags, the settings' store, the tunnel object and a
+//          result that could not be posted, which the worker uses too.
 struct AppState {
-  AppState(Surroundings around, std::unique_ptr<tunnel::Tunnel> theTunnel)
-      : surroundings(std::move(around)), tunnel(std::move(theTunnel)) {}
+  AppState(Surroundings around, settings::SettingsFile settingsFile,
+           std::unique_ptr<tunnel::Tunnel> theTunnel)
+      : surroundings(std::move(around)),
+        settings(std::move(settingsFile), InitialSettings()),
+        tunnel(std::move(theTunnel)) {}
 
   const Surroundings surroundings;
 
   HWND window = nullptr;  // null before WM_CREATE and after the window's end
   GdiObjects gdi;
-  settings::Settings settings = InitialSettings();
-  bool settingsDamaged = false;  // the file could not be read and has not been set aside yet
+  settings::SettingsStore settings;
   std::unique_ptr<tunnel::Tunnel> tunnel;
   std::atomic<bool> busy{false};
-  bool changedWhileBusy = false;  // profiles or discovery mode, which a job's copy does not know
-  int selectedPage = 0;           // of the native tab strip: 0 work, 1 log
-  std::thread worker;             // one that is joinable outlives neither its next nor the window
+  ResultBox strandedResult;  // of a job whose result the message queue did not take
+  int selectedPage = 0;      // of the native tab strip: 0 work, 1 log
+  std::thread worker;        // joined before the next job and before the window goes
   std::atomic<bool> heartbeatRunning{false};
   bool retryArmed = false;
   std::unique_ptr<ComApartment> apartment;  // before what needs it
@@ -88,7 +84,9 @@ struct AppState {
   bool pageReady = false;
   std::vector<std::wstring> pageQueue;  // JSON texts that wait for the page
   std::wstring lastMessage = L"就绪。";
-  settings::JsonValue form;  // the page's last form snapshot
+  // What the page shows in its form, as far as the window knows: the page's last snapshot, or what
+  // the window has had it apply since.
+  settings::JsonValue form;
 };
 
 }  // namespace shell

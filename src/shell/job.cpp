@@ -1,6 +1,7 @@
 #include "shell/job.h"
 
 #include <exception>
+#include <utility>
 
 #include "text/utf8.h"
 
@@ -13,7 +14,7 @@ constexpr wchar_t kUpdateCheckPrefix[] = L"自动更新检查异常：";
 
 }  // namespace
 
-std::wstring RunJob(const Job& job, settings::Settings& settings, tunnel::Tunnel& tunnel) {
+std::wstring RunJob(const Job& job, settings::JobSettings& settings, tunnel::Tunnel& tunnel) {
   try {
     return job(settings, tunnel);
   } catch (const std::exception& error) {
@@ -21,6 +22,26 @@ std::wstring RunJob(const Job& job, settings::Settings& settings, tunnel::Tunnel
   } catch (...) {
     return kUnknownError;
   }
+}
+
+void ResultBox::Put(std::wstring text) {
+  const platform::MutexLock held(lock_);
+  text_ = std::move(text);
+}
+
+std::optional<std::wstring> ResultBox::Take() {
+  const platform::MutexLock held(lock_);
+  return std::exchange(text_, std::nullopt);
+}
+
+void DeliverResult(std::wstring text, const std::function<bool(const std::wstring&)>& post,
+                   const std::function<void()>& pause, ResultBox& box) {
+  constexpr int kAttempts = 5;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (post(text)) return;
+    pause();
+  }
+  box.Put(std::move(text));
 }
 
 std::wstring RunUpdateCheck(const UpdateCheck& check, const settings::Settings& settings) {

@@ -1,19 +1,37 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
-#include "settings/settings.h"
+#include "platform/mutex.h"
+#include "settings/settings_store.h"
 #include "tunnel/tunnel.h"
 
 // What runs beside the window: the worker's jobs and the update check. Pure; any thread.
 namespace shell {
 
 // A long action: works on its own copy of the settings, returns the text for the engineer's log.
-using Job = std::function<std::wstring(settings::Settings& settings, tunnel::Tunnel& tunnel)>;
+using Job = std::function<std::wstring(settings::JobSettings& settings, tunnel::Tunnel& tunnel)>;
 
 // Runs `job`. What it throws becomes its text: "Error: " and the message, or "Unknown error.".
-std::wstring RunJob(const Job& job, settings::Settings& settings, tunnel::Tunnel& tunnel);
+std::wstring RunJob(const Job& job, settings::JobSettings& settings, tunnel::Tunnel& tunnel);
+
+// A result on its way to a window that did not take it; whoever looks finds it here. Any thread.
+class ResultBox {
+ public:
+  void Put(std::wstring text) EXCLUDES(lock_);
+  [[nodiscard]] std::optional<std::wstring> Take() EXCLUDES(lock_);
+
+ private:
+  platform::Mutex lock_;
+  std::optional<std::wstring> text_ GUARDED_BY(lock_);
+};
+
+// Hands `text` to the window: `post` is tried some times, `pause` called after each refusal. If it
+// is never taken, the text goes into `box`. Blocks for the pauses.
+void DeliverResult(std::wstring text, const std::function<bool(const std::wstring&)>& post,
+                   const std::function<void()>& pause, ResultBox& box);
 
 // Returns the notice for the engineer; empty when there is nothing to say.
 using UpdateCheck = std::function<std::wstring(const settings::Settings& settings)>;

@@ -61,7 +61,8 @@ int RunClient(HINSTANCE instance, int showCommand) {
   StartLog();
   WriteLogLine(std::wstring(kWindowTitle) + L" starting. Log file: " + LogPath());
   LayOutRuntimeFiles();
-  AppState state(RealSurroundings(kVersion), tunnel::MakeRealTunnel());
+  AppState state(RealSurroundings(kVersion), settings::RealSettingsFile(),
+                 tunnel::MakeRealTunnel());
   RegisterMainWindow(instance);
   const HWND window = CreateMainWindow(instance, state);
   if (window == nullptr) return 1;

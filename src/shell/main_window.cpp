@@ -21,7 +21,7 @@ AppState* StateOf(HWND window) {
 }
 
 // The messages of CarriesText().
-LRESULT DispatchText(AppState& state, UINT message, std::wstring text) {
+void DispatchText(AppState& state, UINT message, std::wstring text) {
   switch (message) {
     case kJobFinished:
       OnJobFinished(state, text);
@@ -44,13 +44,13 @@ LRESULT DispatchText(AppState& state, UINT message, std::wstring text) {
     default:
       break;
   }
-  return 0;
 }
 
 LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
   if (CarriesText(message)) {
     const std::unique_ptr<std::wstring> text = TakePostedText(lParam);
-    return DispatchText(state, message, text ? std::move(*text) : std::wstring());
+    DispatchText(state, message, text ? std::move(*text) : std::wstring());
+    return 0;
   }
   switch (message) {
     case kIgnored:
@@ -98,6 +98,11 @@ LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
   }
 }
 
+// Jobs, actions, commands and the retry save.
+bool MayHaveSaved(UINT message) {
+  return CarriesText(message) || message == WM_COMMAND || message == WM_TIMER;
+}
+
 // An exception that reached the door; the window goes on.
 void Report(const AppState& state, const std::wstring& text) noexcept {
   try {
@@ -114,7 +119,9 @@ LRESULT CALLBACK MainWindowProcedure(HWND window, UINT message, WPARAM wParam,
   AppState* state = StateOf(window);
   if (state == nullptr) return ::DefWindowProcW(window, message, wParam, lParam);
   try {
-    return Dispatch(*state, message, wParam, lParam);
+    const LRESULT result = Dispatch(*state, message, wParam, lParam);
+    if (MayHaveSaved(message)) LogSettingsReports(*state);
+    return result;
   } catch (const std::exception& error) {
     Report(*state, L"Error: " + text::FromUtf8(error.what()));
   } catch (...) {

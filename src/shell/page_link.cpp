@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "shell/window_messages.h"
+#include "webui/actions.h"
 #include "webui/messages.h"
 
 namespace shell {
@@ -36,16 +37,28 @@ void DeliverKept(AppState& state) {
 
 void PostStateMessage(const AppState& state) {
   const webui::TunnelStatus tunnel{state.tunnel->IsRunning(), state.tunnel->IsRelayConnected()};
-  PostToPage(state, webui::BuildStateMessage(state.settings, tunnel, state.lastMessage));
+  PostToPage(state, webui::BuildStateMessage(state.settings.Read(), tunnel, state.lastMessage));
 }
 
-void PostApplyMessage(const AppState& state) {
-  PostToPage(state, webui::BuildApplyMessage(state.settings));
+// Otherwise a retry would put back what stood in the form before a profile was loaded.
+void PostApplyMessage(AppState& state) {
+  const settings::Settings settings = state.settings.Read();
+  state.form = webui::FormOf(settings);
+  PostToPage(state, webui::BuildApplyMessage(settings));
+}
+
+void TakeFields(AppState& state) {
+  state.settings.Edit(
+      [&state](settings::Settings& settings) { webui::TakeFields(state.form, settings); });
 }
 
 void Log(const AppState& state, const std::wstring& text) {
   PostToPage(state, webui::BuildLogMessage(LocalTimeOfDay(), text));
   state.surroundings.writeLogLine(text);
+}
+
+void LogSettingsReports(AppState& state) {
+  for (const std::wstring& report : state.settings.TakeReports()) Log(state, report);
 }
 
 }  // namespace shell

@@ -17,9 +17,16 @@ void DeliverToPage(AppState& state, std::wstring json);
 void DeliverKept(AppState& state);
 
 void PostStateMessage(const AppState& state);
-void PostApplyMessage(const AppState& state);
+// The form is taken to show what it is told here.
+void PostApplyMessage(AppState& state);
+
+// Takes the form's fields into the settings.
+void TakeFields(AppState& state);
 
 // One line for the engineer: to the page's live log and to the log file.
 void Log(const AppState& state, const std::wstring& text);
+
+// The lines that the settings' store has for the engineer.
+void LogSettingsReports(AppState& state);
 
 }  // namespace shell

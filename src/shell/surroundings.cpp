@@ -1,15 +1,13 @@
 #include "shell/surroundings.h"
 
-#include <cstdio>
-
 #include "diag/latency_test.h"
 #include "platform/known_folders.h"
 #include "remote/remote_desktop.h"
 #include "service/connection_jobs.h"
 #include "service/device_resolve.h"
-#include "settings/damaged_settings.h"
 #include "shell/log_file.h"
 #include "shell/main_window.h"
+#include "shell/window_messages.h"
 #include "update/update_check.h"
 #include "webui/page_source.h"
 #include "webui/webview2_loader.h"
@@ -20,48 +18,28 @@ namespace {
 // The browser's data lies where the user can surely write.
 constexpr wchar_t kUserDataFolder[] = L"VelmarineWebUI_Client";
 
-// The moment as file names have it.
-std::wstring FileTime() {
-  SYSTEMTIME now{};
-  ::GetLocalTime(&now);
-  wchar_t time[32] = {};
-  std::swprintf(time, std::size(time), L"%04d%02d%02d_%02d%02d%02d", now.wYear, now.wMonth,
-                now.wDay, now.wHour, now.wMinute, now.wSecond);
-  return time;
-}
-
 JobTable RealJobs() {
-  using settings::Settings;
+  using settings::JobSettings;
   using tunnel::Tunnel;
   JobTable jobs;
-  jobs.connect = [](Settings& settings, Tunnel& tunnel) {
+  jobs.connect = [](JobSettings& settings, Tunnel& tunnel) {
     return service::ConnectJob(settings, tunnel, service::RealConnectionPorts());
   };
-  jobs.stop = [](Settings& settings, Tunnel& tunnel) {
+  jobs.stop = [](JobSettings& settings, Tunnel& tunnel) {
     return service::StopJob(settings, tunnel, service::RealConnectionPorts());
   };
-  jobs.testLatency = [](Settings& settings, Tunnel&) {
-    return diag::RunLatencyTest(settings, diag::RealLatencyPorts());
+  jobs.testLatency = [](JobSettings& settings, Tunnel&) {
+    return diag::RunLatencyTest(settings.record, diag::SendEcho);
   };
-  jobs.openDesktop = [](Settings& settings, Tunnel&) {
-    return remote::StartRemoteDesktop(settings, remote::RealRemoteDesktopPorts());
+  jobs.openDesktop = [](JobSettings& settings, Tunnel&) {
+    return remote::StartRemoteDesktop(settings.record, remote::RealRemoteDesktopPorts());
   };
-  jobs.resolveDevice = [](Settings& settings, Tunnel&) {
+  jobs.resolveDevice = [](JobSettings& settings, Tunnel&) {
     std::wstring text;
-    service::ResolveDevice(settings, service::RealResolvePorts(), text);
+    service::ResolveDevice(settings.record, service::SendJsonRequest, text);
     return text;
   };
   return jobs;
-}
-
-SettingsStore RealStore() {
-  SettingsStore store;
-  store.load = [](settings::Settings& settings) { settings::LoadSettings(settings); };
-  store.save = [](const settings::Settings& settings) { settings::SaveSettings(settings); };
-  store.keepDamaged = [] {
-    return settings::KeepDamagedSettings(settings::SettingsFilePath(), FileTime());
-  };
-  return store;
 }
 
 }  // namespace
@@ -69,7 +47,6 @@ SettingsStore RealStore() {
 Surroundings RealSurroundings(const std::wstring& version) {
   Surroundings real;
   real.jobs = RealJobs();
-  real.store = RealStore();
   real.checkForUpdate = [version](const settings::Settings& settings) {
     return update::CheckForUpdate(settings, update::RealCheckPorts(version));
   };
@@ -81,6 +58,9 @@ Surroundings RealSurroundings(const std::wstring& version) {
   };
   real.showMessageBox = [](HWND window, const std::wstring& text) {
     ::MessageBoxW(window, text.c_str(), kWindowTitle, MB_OK | MB_ICONERROR);
+  };
+  real.postJobResult = [](HWND window, const std::wstring& text) {
+    return PostText(window, kJobFinished, text);
   };
   return real;
 }

@@ -6,7 +6,6 @@
 #include "platform/detached_thread.h"
 #include "shell/job.h"
 #include "shell/page_link.h"
-#include "shell/settings_care.h"
 #include "shell/window_events.h"
 #include "shell/window_messages.h"
 #include "shell/worker.h"
@@ -46,8 +45,9 @@ void CheckForUpdate(HWND window, const UpdateCheck& check,
 
 // No thread to be had ends the program.
 void StartUpdateCheck(const AppState& state) noexcept {
-  platform::StartDetached([window = state.window, check = state.surroundings.checkForUpdate,
-                           settings = state.settings] { CheckForUpdate(window, check, settings); });
+  platform::StartDetached(
+      [window = state.window, check = state.surroundings.checkForUpdate,
+       settings = state.settings.Read()] { CheckForUpdate(window, check, settings); });
 }
 
 // The tunnel's threads tell the window by message.
@@ -71,7 +71,8 @@ void Create(AppState& state, HWND window) {
   ObserveTunnel(state);
   AskForDarkTitleBar(window);
   StartPage(state);
-  LoadSettings(state);
+  state.settings.Load();
+  LogSettingsReports(state);
   PostApplyMessage(state);
   PostStateMessage(state);
   LayOut(window);
@@ -111,6 +112,8 @@ LRESULT OnDestroy(AppState& state) {
   DisarmRetry(state);
   StopTunnel(state);
   JoinWorker(state);
+  if (!state.settings.Unsaved().empty()) state.settings.Save();
+  LogSettingsReports(state);
   state.gdi.Delete();
   DropPostedTexts(state.window);
   ::PostQuitMessage(0);

@@ -22,6 +22,8 @@ inline constexpr UINT kShowFailure = WM_APP + 32;  // text: for a message box
 inline constexpr UINT_PTR kUnusedTimer = 302;
 inline constexpr UINT_PTR kRetryTimer = 303;
 inline constexpr UINT kRetryMs = 5000;
+inline constexpr UINT_PTR kResultTimer = 304;  // while a job runs: looks for a stranded result
+inline constexpr UINT kResultMs = 1000;
 
 // True for those with a text, which whoever takes the message out of the queue has to free.
 bool CarriesText(UINT message) noexcept;

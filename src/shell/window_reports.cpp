@@ -1,6 +1,5 @@
 #include "shell/actions.h"
 #include "shell/page_link.h"
-#include "shell/settings_care.h"
 #include "shell/window_events.h"
 #include "shell/window_messages.h"
 #include "shell/worker.h"
@@ -25,8 +24,7 @@ void OnJobFinished(AppState& state, const std::wstring& text) {
 
 void OnHeartbeatRefused(AppState& state, std::wstring text) {
   state.heartbeatRunning.exchange(false);
-  ReloadSettings(state);
-  if (!state.settings.heartbeatAccepted && state.tunnel->IsRunning()) {
+  if (!state.settings.Read().heartbeatAccepted && state.tunnel->IsRunning()) {
     text += kTunnelStopped;
     const std::wstring stopped = state.tunnel->Stop();
     if (!stopped.empty()) text.append(kLineBreak).append(stopped);
@@ -54,6 +52,10 @@ void OnUdpChanged(AppState& state, bool ready) {
 
 LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam) {
   if (wParam == kUnusedTimer) return 0;
+  if (wParam == kResultTimer) {
+    TakeStrandedResult(state);
+    return 0;
+  }
   if (wParam != kRetryTimer) return ::DefWindowProcW(state.window, WM_TIMER, wParam, lParam);
   RetryConnect(state);
   return 0;

@@ -1,11 +1,13 @@
 #include "shell/worker.h"
 
+#include <memory>
+#include <optional>
+#include <utility>
+
 #include "shell/page_link.h"
 #include "shell/retry.h"
-#include "shell/settings_care.h"
 #include "shell/window_events.h"
 #include "shell/window_messages.h"
-#include "webui/actions.h"
 
 namespace shell {
 namespace {
@@ -30,17 +32,16 @@ class BusyEnd {
   std::atomic<bool>* busy_;
 };
 
-// What the worker thread gets to work with; all its own but the tunnel, which outlives it.
-struct WorkerRecord {
-  HWND window = nullptr;
-  settings::Settings settings;
-  tunnel::Tunnel* tunnel = nullptr;
-  Job job;
-};
-
-// The worker thread.
-void Work(WorkerRecord record) noexcept {
-  PostText(record.window, kJobFinished, RunJob(record.job, record.settings, *record.tunnel));
+// The worker thread; `state` outlives it. The settings are given back before the result is told.
+void Work(AppState& state, HWND window, const Job& job,
+          std::unique_ptr<settings::JobSettings> settings) noexcept {
+  constexpr DWORD kPauseMs = 50;
+  std::wstring text = RunJob(job, *settings, *state.tunnel);
+  settings.reset();
+  DeliverResult(
+      std::move(text),
+      [&](const std::wstring& result) { return state.surroundings.postJobResult(window, result); },
+      [] { ::Sleep(kPauseMs); }, state.strandedResult);
 }
 
 void ArmRetry(AppState& state) {
@@ -65,21 +66,25 @@ void StartWorker(AppState& state, const std::wstring& busyText, const Job& job) 
   if (state.busy.exchange(true)) return;
   BusyEnd unlessStarted(state.busy);
   JoinWorker(state);
-  webui::TakeFields(state.form, state.settings);
-  SaveSettings(state);
+  TakeFields(state);
+  state.settings.Save();
   state.lastMessage = busyText;
   PostStateMessage(state);
   Log(state, busyText);
-  WorkerRecord record{state.window, state.settings, state.tunnel.get(), job};
-  state.worker = StartThread([owned = std::move(record)]() mutable { Work(std::move(owned)); });
+  ::SetTimer(state.window, kResultTimer, kResultMs, nullptr);
+  state.worker =
+      StartThread([&state, window = state.window, job,
+                   copy = std::make_unique<settings::JobSettings>(state.settings)]() mutable {
+        Work(state, window, job, std::move(copy));
+      });
   unlessStarted.Cancel();
 }
 
 void FinishJob(AppState& state, const std::wstring& text) {
   JoinWorker(state);
+  ::KillTimer(state.window, kResultTimer);
   {
     const BusyEnd afterwards(state.busy);
-    ReloadSettings(state);
     PostApplyMessage(state);
     PostStateMessage(state);
   }
@@ -88,7 +93,7 @@ void FinishJob(AppState& state, const std::wstring& text) {
   Log(state, text);
   Repaint(state.window);
 
-  switch (DecideRetry(state.settings, state.retryArmed)) {
+  switch (DecideRetry(state.settings.Read(), state.retryArmed)) {
     case RetryStep::Arm:
       return ArmRetry(state);
     case RetryStep::Keep:
@@ -98,8 +103,12 @@ void FinishJob(AppState& state, const std::wstring& text) {
   }
 }
 
+void TakeStrandedResult(AppState& state) {
+  if (const std::optional<std::wstring> text = state.strandedResult.Take()) FinishJob(state, *text);
+}
+
 void RetryConnect(AppState& state) {
-  if (state.busy || !CallsForRetry(state.settings)) return;
+  if (state.busy || !CallsForRetry(state.settings.Read())) return;
   StartWorker(state, kRetryBusy, state.surroundings.jobs.connect);
 }
 

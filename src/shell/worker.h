@@ -14,9 +14,12 @@ void JoinWorker(AppState& state) noexcept;
 // status. Dropped without a trace while another job runs. The result comes back as kJobFinished.
 void StartWorker(AppState& state, const std::wstring& busyText, const Job& job);
 
-// The job has ended with `text`: takes over what it has saved, shows the text, and decides whether
-// the connection request is to be repeated.
+// The job has ended with `text`: shows what it has left and the text, and decides whether the
+// connection request is to be repeated.
 void FinishJob(AppState& state, const std::wstring& text);
+
+// The same for a job whose result could not be posted, if there is one.
+void TakeStrandedResult(AppState& state);
 
 // The retry timer has run out: asks for the connection again, if that is still wanted.
 void RetryConnect(AppState& state);

@@ -47,4 +47,16 @@ void TakeFields(const settings::JsonValue& form, settings::Settings& settings) {
   settings.discoveryModeEnabled = enabled != nullptr && *enabled;
 }
 
+settings::JsonValue FormOf(const settings::Settings& settings) {
+  using settings::JsonValue;
+  return JsonValue(settings::JsonObject{
+      {L"secret", JsonValue(settings.deviceSecret)},
+      {L"target", JsonValue(ShownTarget(settings.targetNetwork))},
+      {L"testip", JsonValue(settings.testIp)},
+      {L"profileName", JsonValue(settings.profileName)},
+      {L"profileSel", JsonValue(settings.profileName)},
+      {L"discovery", JsonValue(settings.discoveryModeEnabled)},
+  });
+}
+
 }  // namespace webui

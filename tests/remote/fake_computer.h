@@ -14,7 +14,7 @@ using Events = std::vector<std::wstring>;
 
 // A computer whose files are names and sizes, with a network that has one file to give. Notes what
 // is done to it, in order: "mkdir <folder>", "delete <path>", "write <path>", "get <url> to
-// <path>", "save <rustDeskPath>".
+// <path>".
 class FakeComputer {
  public:
   FakeComputer() {
@@ -39,7 +39,6 @@ class FakeComputer {
       if (downloadBytes) files[path] = *downloadBytes;
       return Note(L"get " + url + L" to " + path) && downloadBytes.has_value();
     };
-    ports.saveSettings = [this](const settings::Settings& settings) { Save(settings); };
     return ports;
   }
 
@@ -58,11 +57,6 @@ class FakeComputer {
     return ports;
   }
 
-  void Save(const settings::Settings& settings) {
-    Note(L"save " + settings.rustDeskPath);
-    saved.push_back(settings);
-  }
-
   bool Note(const std::wstring& event) {
     events.push_back(event);
     return true;
@@ -75,7 +69,6 @@ class FakeComputer {
   std::wstring throwsAt;                       // writing this file throws,
   std::wstring refusesAt;                      // this one gives false
   std::map<std::wstring, std::string> written;
-  std::vector<settings::Settings> saved;
   Events events;
 
  private:

@@ -13,7 +13,6 @@ namespace {
 
 const std::wstring kProgram = L"C:\\PF\\RustDesk\\rustdesk.exe";
 const std::wstring kLaunch = L"launch " + kProgram + L" \"--connect\" \"987\"";
-const std::wstring kSave = L"save " + kProgram;
 const std::wstring kRequest =
     L"POST http://h:1/api/devices/D-1/remote-desktop/session "
     L"{\"deviceNumber\":\"D-1\",\"deviceSecret\":\"key\",\"engineerId\":\"ENG-12345678\"}";
@@ -39,7 +38,6 @@ class RemoteDesktopTest : public testing::Test {
         throw std::runtime_error("WinHttpReceiveResponse: \xE8\xB6\x85\xE6\x97\xB6");
       return {400, reply};  // the status is not looked at
     };
-    ports.saveSettings = [&](const settings::Settings& settings) { computer_.Save(settings); };
     ports.rustDesk = RustDesk();
     ports.copyToClipboard = [&](const std::wstring& text) {
       computer_.Note(L"copy " + text);
@@ -82,11 +80,11 @@ TEST_F(RemoteDesktopTest, DoesEverythingInItsOrder) {
                  LR"("server":{"rendezvousServer":"r"}}})"),
             L"远程桌面已打开：987，访问密码已复制。");
   ASSERT_EQ(computer_.written.size(), 3U);
-  ASSERT_EQ(Done().size(), 12U);
+  ASSERT_EQ(Done().size(), 11U);
   EXPECT_EQ(Done()[0], kRequest);
   EXPECT_EQ(Done()[1], L"configure r");
   EXPECT_EQ(Events(Done().begin() + 8, Done().end()),
-            (Events{L"copy pw", kLaunch, L"paste pw into 987", kSave}));
+            (Events{L"copy pw", kLaunch, L"paste pw into 987"}));
   EXPECT_EQ(settings_.rustDeskPath, kProgram);
 }
 
@@ -97,7 +95,7 @@ TEST_F(RemoteDesktopTest, WithoutAServerNothingIsConfigured) {
     computer_.events.clear();
     EXPECT_EQ(Open(std::wstring(L"{\"success\":true,\"data\":") + data + L"}"),
               L"远程桌面已打开：987。");
-    EXPECT_EQ(Done(), (Events{kRequest, kLaunch, kSave}));
+    EXPECT_EQ(Done(), (Events{kRequest, kLaunch}));
   }
 }
 
@@ -105,21 +103,21 @@ TEST_F(RemoteDesktopTest, WithoutAPasswordTheClipboardIsLeftAlone) {
   copies_ = false;
   EXPECT_EQ(Open(LR"({"success":true,"data":{"rustDeskId":"987","accessPassword":""}})"),
             L"远程桌面已打开：987。");
-  EXPECT_EQ(Done(), (Events{kRequest, kLaunch, kSave}));
+  EXPECT_EQ(Done(), (Events{kRequest, kLaunch}));
 }
 
 TEST_F(RemoteDesktopTest, WithoutAnIdRustDeskStartsWithoutArguments) {
   EXPECT_EQ(Open(LR"({"success":true,"data":{"accessPassword":"pw"}})"),
             L"远程桌面已打开：，访问密码已复制。");
   EXPECT_EQ(Done(),
-            (Events{kRequest, L"copy pw", L"launch " + kProgram + L" ", L"paste pw into ", kSave}));
+            (Events{kRequest, L"copy pw", L"launch " + kProgram + L" ", L"paste pw into "}));
 }
 
 TEST_F(RemoteDesktopTest, WithoutAnythingInTheReplyRustDeskStillStarts) {
   for (const wchar_t* const reply : {L"{\"success\":true}", L"{\"success\":true,\"data\":[1]}"}) {
     computer_.events.clear();
     EXPECT_EQ(Open(reply), L"远程桌面已打开：。");
-    EXPECT_EQ(Done(), (Events{kRequest, L"launch " + kProgram + L" ", kSave}));
+    EXPECT_EQ(Done(), (Events{kRequest, L"launch " + kProgram + L" "}));
   }
 }
 
@@ -132,7 +130,7 @@ TEST_F(RemoteDesktopTest, AClipboardThatIsHeldMeansNoPasting) {
   copies_ = false;
   EXPECT_EQ(Open(LR"({"success":true,"data":{"rustDeskId":"987","accessPassword":"pw"}})"),
             L"远程桌面已打开：987，访问密码复制失败，请手动复制。");
-  EXPECT_EQ(Done(), (Events{kRequest, L"copy pw", kLaunch, kSave}));
+  EXPECT_EQ(Done(), (Events{kRequest, L"copy pw", kLaunch}));
 }
 
 TEST_F(RemoteDesktopTest, ARefusalEndsItAndSavesNothing) {
@@ -177,15 +175,13 @@ TEST_F(RemoteDesktopTest, WithoutAProgramNothingIsConfiguredCopiedOrSaved) {
   }
 }
 
-TEST_F(RemoteDesktopTest, ADownloadedProgramIsSavedAtOnceAndAgainAtTheEnd) {
+TEST_F(RemoteDesktopTest, ADownloadedProgramIsRemembered) {
   computer_.files.clear();
   computer_.downloadBytes = 1'048'577;
   EXPECT_EQ(Open(LR"({"success":true,"data":{"server":{"windowsDownloadUrl":"rd.exe"}}})"),
             L"远程桌面已打开：。");
   const std::wstring target = computer_.folders.runtime + L"\\rustdesk.exe";
   EXPECT_EQ(settings_.rustDeskPath, target);
-  ASSERT_EQ(computer_.saved.size(), 2U);
-  EXPECT_EQ(Done().back(), L"save " + target);
 }
 
 TEST_F(RemoteDesktopTest, AnotherProgramThanTheLastIsRemembered) {
@@ -194,8 +190,6 @@ TEST_F(RemoteDesktopTest, AnotherProgramThanTheLastIsRemembered) {
   EXPECT_EQ(settings_.rustDeskPath, kProgram);
   Open(LR"({"success":true})");
   EXPECT_EQ(settings_.rustDeskPath, kProgram);
-  ASSERT_EQ(computer_.saved.size(), 2U);
-  EXPECT_EQ(computer_.saved[0].rustDeskPath, kProgram);
 }
 
 TEST_F(RemoteDesktopTest, FilesThatCannotBeWrittenAreNotReported) {
@@ -203,30 +197,28 @@ TEST_F(RemoteDesktopTest, FilesThatCannotBeWrittenAreNotReported) {
   EXPECT_EQ(Open(LR"({"success":true,"data":{"server":{"rendezvousServer":"r"}}})"),
             L"远程桌面已打开：。");
   EXPECT_EQ(computer_.written.size(), 2U);
-  EXPECT_EQ(Done().back(), kSave);
+  EXPECT_EQ(Done().back(), kLaunch.substr(0, kLaunch.find(L'"')));
 }
 
-TEST_F(RemoteDesktopTest, WithoutAThreadToPasteOnItFailsUnsaved) {
+TEST_F(RemoteDesktopTest, WithoutAThreadToPasteOnItFails) {
   threads_ = false;
   EXPECT_THROW(Open(LR"({"success":true,"data":{"rustDeskId":"987","accessPassword":"pw"}})"),
                std::system_error);
   EXPECT_EQ(Done().back(), L"paste pw into 987");
 }
 
-TEST_F(RemoteDesktopTest, AFreshEngineerIdIsInTheRequestAndInWhatIsSaved) {
+TEST_F(RemoteDesktopTest, AFreshEngineerIdIsInTheRequestAndInTheRecord) {
   settings_.engineerId.clear();
   Open(LR"({"success":true})");
   EXPECT_TRUE(std::regex_match(settings_.engineerId, std::wregex(L"ENG-[1-9][0-9]{7}")));
   EXPECT_NE(Done()[0].find(L"\"engineerId\":\"" + settings_.engineerId + L"\""),
             std::wstring::npos);
-  EXPECT_EQ(computer_.saved.at(0).engineerId, settings_.engineerId);
 }
 
 TEST_F(RemoteDesktopTest, AFreshEngineerIdStaysInTheRecordAfterARefusal) {
   settings_.engineerId.clear();
   Open(LR"({"success":false})");
   EXPECT_EQ(settings_.engineerId.size(), 12U);
-  EXPECT_TRUE(computer_.saved.empty());
 }
 
 TEST_F(RemoteDesktopTest, AnEngineerIdThatIsThereIsKept) {

@@ -38,17 +38,21 @@ TEST_F(ConnectionCalls, AuthorizingStoresAndSavesWhatWasGranted) {
   EXPECT_EQ(settings_.targetNetwork, L"192.168.1.0/24");
   EXPECT_EQ(world_.LastSaved().connectionId, L"c1");
   EXPECT_EQ(world_.LastSaved().heartbeatMessage, L"");
+  const settings::GrantedConnection granted = {
+      L"c1", L"http://192.0.2.10:31080", L"ENG-12345678", {L"192.168.1.0/24", L"10.0.0.0/8"}};
+  EXPECT_EQ(settings_.granted, granted);
+  EXPECT_EQ(world_.LastSaved().granted, granted);
 }
 
-// The first save is for a run that ends while the list is changed: the next one finds the routes.
-TEST_F(ConnectionCalls, AuthorizingSavesBeforeAndAfterTheProxyBypassGetsTheRoutes) {
+// For a run that ends while the list is changed: the next one finds the routes.
+TEST_F(ConnectionCalls, AuthorizingSavesBeforeTheProxyBypassGetsTheRoutes) {
   world_.addText = L"已加入系统代理旁路：10.*";
   world_.Answer(kGrant);
 
   EXPECT_EQ(Authorize(), kGrantText) << "the bypass's own line is not shown";
 
   EXPECT_EQ(world_.events, (Events{std::wstring(L"POST ") + kRequestUrl, L"save",
-                                   L"bypass+ 192.168.1.0/24 10.0.0.0/8", L"save"}));
+                                   L"bypass+ 192.168.1.0/24 10.0.0.0/8"}));
   EXPECT_EQ(world_.saved.at(0).routesText, L"192.168.1.0/24\r\n10.0.0.0/8");
 }
 
@@ -126,7 +130,6 @@ TEST_F(ConnectionCalls, AnIncompleteGrantThrowsAndChangesOnlyTheEngineer) {
   EXPECT_NE(settings_.engineerId, L"");
   settings_.engineerId.clear();
   EXPECT_EQ(settings::WriteSettingsText(settings_), settings::WriteSettingsText(before));
-  EXPECT_TRUE(world_.saved.empty());
 }
 
 TEST_F(ConnectionCalls, AuthorizingThrowsTransportFailuresAndMalformedReplies) {
@@ -160,6 +163,24 @@ TEST_F(ConnectionCalls, DisconnectingWithoutAConnectionSendsNothingButStillForge
 
   EXPECT_EQ(world_.events, (Events{L"bypass- 10.1.0.0/16 10.2.0.0/16", L"save"}));
   ExpectForgotten(settings_);
+}
+
+// Another site's profile was loaded while connected, and perhaps the program started anew.
+TEST_F(ConnectionCalls, DisconnectingGoesByTheGrantWhateverIsInTheForm) {
+  HoldConnection();
+  settings_.granted = {L"old", L"http://granted:1", L"ENG-87654321", {L"10.1.0.0/16"}};
+  settings_.serverUrl = L"http://loaded:1";
+  settings_.routesText = L"172.16.0.0/12";
+  world_.Answer(LR"({"success":true})");
+
+  EXPECT_EQ(Disconnect(), L"\r\n远程调试会话已断开。");
+
+  EXPECT_EQ(world_.events, (Events{L"POST http://granted:1/api/connections/old/disconnect",
+                                   L"bypass- 10.1.0.0/16", L"save"}));
+  EXPECT_NE(world_.requests.at(0).body.find(L"ENG-87654321"), std::wstring::npos);
+  ExpectForgotten(settings_);
+  EXPECT_EQ(settings_.granted, settings::GrantedConnection());
+  EXPECT_EQ(settings_.serverUrl, L"http://loaded:1");
 }
 
 TEST_F(ConnectionCalls, DisconnectingShowsTheServicesWordsWhenItRefuses) {

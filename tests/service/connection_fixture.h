@@ -53,10 +53,26 @@ class ConnectionTest : public testing::Test {
     EXPECT_EQ(settings.targetNetwork, L"ALL");
   }
 
-  std::wstring Authorize() { return AuthorizeConnection(settings_, world_.Ports()); }
-  std::wstring Disconnect() { return DisconnectConnection(settings_, world_.Ports()); }
-  std::wstring Connect() { return ConnectJob(settings_, world_, world_.Ports()); }
-  std::wstring StopTunnel() { return StopJob(settings_, world_, world_.Ports()); }
+  std::wstring Authorize() {
+    return Run(
+        [this](settings::JobSettings& job) { return AuthorizeConnection(job, world_.Ports()); });
+  }
+  std::wstring Disconnect() {
+    return Run(
+        [this](settings::JobSettings& job) { return DisconnectConnection(job, world_.Ports()); });
+  }
+  std::wstring Connect() { return ConnectIn(world_, world_.Ports()); }
+  std::wstring ConnectIn(FakeWorld& world, const ConnectionPorts& ports) {
+    return world.RunJob(settings_,
+                        [&](settings::JobSettings& job) { return ConnectJob(job, world, ports); });
+  }
+  std::wstring StopTunnel() {
+    return Run([this](settings::JobSettings& job) { return StopJob(job, world_, world_.Ports()); });
+  }
+  template <typename Call>
+  std::wstring Run(Call call) {
+    return world_.RunJob(settings_, call);
+  }
 
   template <typename Call>
   std::string FailureOf(Call call) {

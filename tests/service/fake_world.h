@@ -1,12 +1,14 @@
 #pragma once
 
 #include <deque>
+#include <exception>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "service/connection_jobs.h"
+#include "settings/memory_disk.h"
 
 namespace service {
 
@@ -42,11 +44,6 @@ class FakeWorld : public tunnel::Tunnel {
       replies_.pop_front();
       return reply();
     };
-    ports.saveSettings = [this](const settings::Settings& settings) {
-      saved.push_back(settings);
-      events.push_back(L"save");
-      if (onSave) onSave();
-    };
     ports.addProxyBypass = [this](const std::vector<std::wstring>& routes) {
       events.push_back(L"bypass+" + Listed(routes));
       return addText;
@@ -58,8 +55,37 @@ class FakeWorld : public tunnel::Tunnel {
     return ports;
   }
 
-  // Throw when there is none, which fails the test that asks.
-  [[nodiscard]] const settings::Settings& LastSaved() const { return saved.at(saved.size() - 1); }
+  // Runs `call` as a job on `settings`, which are on the disk before and hold afterwards what the
+  // job has made of them.
+  template <typename Call>
+  std::wstring RunJob(settings::Settings& settings, Call call) {
+    settings::SettingsStore store(disk.File(), settings);
+    store.Save();
+    disk.onWritten = [this](const std::wstring& path) {
+      if (path != settings::kPath) return;
+      saved.push_back(disk.Load());
+      events.push_back(L"save");
+    };
+    std::wstring text;
+    std::exception_ptr failure;
+    {
+      settings::JobSettings job(store);
+      try {
+        text = call(job);
+      } catch (...) {
+        failure = std::current_exception();
+      }
+      settings = job.record;
+    }
+    disk.onWritten = nullptr;
+    reports = store.TakeReports();
+    if (failure) std::rethrow_exception(failure);
+    return text;
+  }
+
+  // What a start would find.
+  [[nodiscard]] settings::Settings LastSaved() { return disk.Load(); }
+  // Throws when there is none, which fails the test that asks.
   [[nodiscard]] const std::wstring& LastEvent() const { return events.at(events.size() - 1); }
 
   tunnel::TunnelStarted Start(const tunnel::TunnelRequest& request) override {
@@ -78,14 +104,15 @@ class FakeWorld : public tunnel::Tunnel {
 
   std::vector<std::wstring> events;
   std::vector<SentRequest> requests;
-  std::vector<settings::Settings> saved;
+  settings::MemoryDisk disk;
+  std::vector<settings::Settings> saved;  // during the job, in order
+  std::vector<std::wstring> reports;      // of the settings' store, after the job
   std::vector<tunnel::TunnelRequest> starts;
   std::wstring addText;
   std::wstring removeText;
   std::wstring stopText;
   tunnel::TunnelStarted started;
   std::function<void()> onStart;  // may throw
-  std::function<void()> onSave;   // may throw
 
  private:
   static std::wstring Listed(const std::vector<std::wstring>& routes) {

@@ -1,37 +1,69 @@
 #include <gtest/gtest.h>
 
+#include "platform/error_reason.h"
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/known_folders.h"
 #include "platform/scratch_folder.h"
-#include "settings/settings.h"
+#include "settings/settings_file.h"
 
 namespace settings {
 namespace {
 
-TEST(SettingsFileOnWindows, LiesInTheRoamingFolder) {
+class SettingsFileOnWindows : public testing::Test {
+ protected:
+  // Holds the file open for reading, allowing others what `sharing` says.
+  [[nodiscard]] platform::FileHandle Hold(DWORD sharing) const {
+    return platform::FileHandle(::CreateFileW(path_.c_str(), GENERIC_READ, sharing, nullptr,
+                                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  }
+
+  platform::ScratchFolder scratch_;
+  std::wstring path_ = scratch_.Path(L"Client.settings.json");
+  SettingsFile file_{path_, RealSettingsDisk([] { return std::wstring(L"now"); })};
+};
+
+TEST_F(SettingsFileOnWindows, LiesInTheRoamingFolder) {
   EXPECT_EQ(SettingsFilePath(),
             platform::RoamingAppDataFolder() + L"\\Velmarine\\Client.settings.json");
 }
 
-// A file that may be read but not written: loading works, a save is lost without a word.
-TEST(SettingsFileOnWindows, ReadOnlyFileIsReadAndASaveIsLost) {
-  const platform::ScratchFolder scratch;
-  const std::wstring path = scratch.Path(L"Client.settings.json");
+TEST_F(SettingsFileOnWindows, HeldAgainstWritersItIsReadAndASaveSaysWhyItFailed) {
   Settings settings;
   settings.deviceName = L"first";
-  SaveSettings(path, settings);
-  const auto before = platform::ReadFileBytes(path);
-  const platform::FileHandle holder(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ,
-                                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
-                                                  nullptr));
+  ASSERT_EQ(file_.Save(settings).failure, L"");
+  const auto before = platform::ReadFileBytes(path_);
+  const platform::FileHandle holder = Hold(FILE_SHARE_READ);
   ASSERT_TRUE(holder);
   Settings loaded;
-  LoadSettings(path, loaded);
+  EXPECT_EQ(file_.Load(loaded), L"");
   EXPECT_EQ(loaded.deviceName, L"first");
   loaded.deviceName = L"second";
-  EXPECT_NO_THROW(SaveSettings(path, loaded));
-  EXPECT_EQ(platform::ReadFileBytes(path), before);
+  EXPECT_EQ(file_.Save(loaded).failure,
+            platform::ErrorReason(ERROR_SHARING_VIOLATION) + L"（" + path_ + L"）");
+  EXPECT_EQ(platform::ReadFileBytes(path_), before);
+}
+
+// A file that another program holds without letting it be renamed can still be copied.
+TEST_F(SettingsFileOnWindows, DamagedOneIsSetAsideWhileAnotherProgramHoldsIt) {
+  ASSERT_TRUE(platform::WriteFileBytes(path_, "damaged"));
+  const platform::FileHandle holder = Hold(FILE_SHARE_READ | FILE_SHARE_WRITE);
+  ASSERT_TRUE(holder);
+  ASSERT_FALSE(platform::RenameFile(path_, scratch_.Path(L"renamed")));
+  EXPECT_EQ(file_.Save(Settings()).failure, L"");
+  EXPECT_EQ(platform::ReadFileBytes(scratch_.Path(L"Client.settings.damaged-now.json")), "damaged");
+  Settings loaded;
+  EXPECT_EQ(file_.Load(loaded), L"");
+}
+
+TEST_F(SettingsFileOnWindows, DamagedOneThatNobodyElseMayReadIsNotOverwritten) {
+  ASSERT_TRUE(platform::WriteFileBytes(path_, "damaged"));
+  {
+    const platform::FileHandle holder = Hold(0);
+    ASSERT_TRUE(holder);
+    EXPECT_EQ(file_.Save(Settings()).failure, L"原设置文件无法读取：" + path_);
+  }
+  EXPECT_EQ(platform::ReadFileBytes(path_), "damaged");
 }
 
 }  // namespace

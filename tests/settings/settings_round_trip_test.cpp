@@ -7,7 +7,7 @@
 #include "platform/files.h"
 #include "platform/scratch_folder.h"
 #include "settings/server_address.h"
-#include "settings/settings.h"
+#include "settings/settings_file.h"
 #include "settings/site_profile_actions.h"
 #include "text/strings.h"
 
@@ -81,9 +81,12 @@ void ExpectSameFileAgain(const platform::ScratchFolder& scratch, const Settings&
                          Settings& loaded) {
   const std::wstring first = scratch.Path(L"first.json");
   const std::wstring second = scratch.Path(L"second.json");
-  SaveSettings(first, made);
-  LoadSettings(first, loaded);
-  SaveSettings(second, loaded);
+  const auto fileAt = [](const std::wstring& path) {
+    return SettingsFile(path, RealSettingsDisk([] { return std::wstring(); }));
+  };
+  ASSERT_EQ(fileAt(first).Save(made).failure, L"");
+  ASSERT_EQ(fileAt(first).Load(loaded), L"");
+  ASSERT_EQ(fileAt(second).Save(loaded).failure, L"");
   const auto bytes = platform::ReadFileBytes(first);
   ASSERT_TRUE(bytes.has_value());
   ASSERT_GT(bytes->size(), 600u);

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "settings/memory_disk.h"
 #include "shell/fake_tunnel.h"
 
 namespace shell {
@@ -24,24 +25,67 @@ TEST(RunJob, GivesTheJobsTextOrWhatItThrew) {
       {"anything else", [](auto&, auto&) -> std::wstring { throw 7; }, L"Unknown error."},
   };
   for (const Row& row : rows) {
-    settings::Settings settings;
+    settings::MemoryDisk disk;
+    settings::SettingsStore store(disk.File(), settings::Settings());
+    settings::JobSettings settings(store);
     FakeTunnel tunnel;
     EXPECT_EQ(RunJob(row.job, settings, tunnel), row.wanted) << row.name;
   }
 }
 
 TEST(RunJob, HandsOverSettingsAndTunnel) {
-  settings::Settings settings;
-  settings.deviceSecret = L"s";
+  settings::MemoryDisk disk;
+  settings::SettingsStore store(disk.File(), settings::Settings());
+  settings::JobSettings settings(store);
+  settings.record.deviceSecret = L"s";
   FakeTunnel tunnel;
   RunJob(
-      [](settings::Settings& given, tunnel::Tunnel& slot) {
-        given.deviceSecret += L"!";
+      [](settings::JobSettings& given, tunnel::Tunnel& slot) {
+        given.record.deviceSecret += L"!";
         return slot.Stop();
       },
       settings, tunnel);
-  EXPECT_EQ(settings.deviceSecret, L"s!");
+  EXPECT_EQ(settings.record.deviceSecret, L"s!");
   EXPECT_EQ(tunnel.stops, 1);
+}
+
+// ---- a result on its way to the window
+
+struct Delivery {
+  int attempts = 0;
+  int pauses = 0;
+  ResultBox box;
+
+  void Run(int refusals) {
+    DeliverResult(
+        L"结果",
+        [&](const std::wstring& text) { return text == L"结果" && attempts++ >= refusals; },
+        [&] { ++pauses; }, box);
+  }
+};
+
+TEST(DeliverResult, PostsItOnceWhereItIsTaken) {
+  Delivery delivery;
+  delivery.Run(0);
+  EXPECT_EQ(delivery.attempts, 1);
+  EXPECT_EQ(delivery.pauses, 0);
+  EXPECT_EQ(delivery.box.Take(), std::nullopt);
+}
+
+TEST(DeliverResult, TriesAgainAfterAPause) {
+  Delivery delivery;
+  delivery.Run(4);
+  EXPECT_EQ(delivery.attempts, 5);
+  EXPECT_EQ(delivery.pauses, 4);
+  EXPECT_EQ(delivery.box.Take(), std::nullopt);
+}
+
+TEST(DeliverResult, LeavesWhatIsNeverTakenInTheBoxForOneTaker) {
+  Delivery delivery;
+  delivery.Run(1000);
+  EXPECT_EQ(delivery.attempts, 5);
+  EXPECT_EQ(delivery.box.Take(), L"结果");
+  EXPECT_EQ(delivery.box.Take(), std::nullopt);
 }
 
 struct CheckRow {

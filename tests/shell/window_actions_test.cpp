@@ -67,7 +67,7 @@ TEST_F(WindowActions, WhatIsNoKnownActionIsIgnored) {
   Pump();
   EXPECT_TRUE(logged_.empty());
   EXPECT_TRUE(page_.posted.empty());
-  EXPECT_TRUE(storeCalls_.empty());
+  EXPECT_TRUE(disk_.written.empty());
   EXPECT_TRUE(jobsRun_.empty());
 }
 
@@ -76,7 +76,7 @@ TEST_F(WindowActions, AnUnknownActionStillBringsItsForm) {
   PageSends(L"{\"action\":\"format\",\"f\":{\"secret\":\"x\"}}");
   PageSends(L"{\"action\":\"test\",\"f\":7}");
   FinishJob();
-  EXPECT_EQ(file_.deviceSecret, L"x");
+  EXPECT_EQ(OnDisk().deviceSecret, L"x");
 }
 
 struct JobRow {
@@ -122,10 +122,10 @@ TEST_F(WindowActions, DiscoveryFollowsTheForm) {
   OpenWithReadyPage();
   for (const DiscoveryRow& row : rows) {
     ForgetRecords();
-    file_.discoveryModeEnabled = !row.on;
+    Edit([&row](settings::Settings& settings) { settings.discoveryModeEnabled = !row.on; });
     PageSends(L"{\"action\":\"discovery\",\"f\":" + std::wstring(row.form) + L"}");
     Pump();
-    EXPECT_EQ(file_.discoveryModeEnabled, row.on) << row.name;
+    EXPECT_EQ(OnDisk().discoveryModeEnabled, row.on) << row.name;
     EXPECT_EQ(logged_, Lines{row.on ? kDiscoveryOn : kDiscoveryOff}) << row.name;
     EXPECT_EQ(PostedKinds(), (Names{"log", "state"})) << row.name;
     EXPECT_TRUE(jobsRun_.empty()) << row.name;
@@ -135,8 +135,8 @@ TEST_F(WindowActions, DiscoveryFollowsTheForm) {
 TEST_F(WindowActions, AutomaticTargetIsKeptAsAllAndComesBack) {
   OpenWithReadyPage();
   PageSends(L"{\"action\":\"test\",\"f\":{\"target\":\"自动\"}}");
-  EXPECT_EQ(file_.targetNetwork, L"ALL");
   FinishJob();
+  EXPECT_EQ(OnDisk().targetNetwork, L"ALL");
   bool seen = false;
   for (const std::wstring& json : page_.posted) {
     seen = seen || json.find(L"\"target\":\"自动\"") != std::wstring::npos;
@@ -150,7 +150,7 @@ TEST_F(WindowActions, CommandsWithoutAnActionDoNothing) {
   Pump();
   EXPECT_TRUE(logged_.empty());
   EXPECT_TRUE(page_.posted.empty());
-  EXPECT_TRUE(storeCalls_.empty());
+  EXPECT_TRUE(disk_.written.empty());
 }
 
 std::wstring ClipboardText() {
@@ -189,10 +189,10 @@ TEST_F(WindowActions, ToggleFlipsDiscoveryAndItsCaption) {
   ASSERT_NE(toggle, nullptr);
   Send(WM_COMMAND, 1025, reinterpret_cast<LPARAM>(toggle));
   EXPECT_EQ(CaptionOf(toggle), L"PLC发现模式：开");
-  EXPECT_TRUE(file_.discoveryModeEnabled);
+  EXPECT_TRUE(OnDisk().discoveryModeEnabled);
   Send(WM_COMMAND, 1025, reinterpret_cast<LPARAM>(toggle));
   EXPECT_EQ(CaptionOf(toggle), L"PLC发现模式：关");
-  EXPECT_FALSE(file_.discoveryModeEnabled);
+  EXPECT_FALSE(OnDisk().discoveryModeEnabled);
   Send(WM_COMMAND, 1025);
   EXPECT_EQ(logged_, (Lines{kDiscoveryOn, kDiscoveryOff, kDiscoveryOn}));
 }

@@ -1,5 +1,6 @@
 #include "shell/window_fixture.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -15,9 +16,12 @@ constexpr DWORD kPatienceMs = 10'000;
 
 class FakeWebHost final : public webui::WebHost {
  public:
-  explicit FakeWebHost(PageRecord& record) : record_(record) {}
+  FakeWebHost(PageRecord& record, bool& throws) : record_(record), throws_(throws) {}
   bool IsUp() const override { return record_.up; }
-  void PostJson(const std::wstring& json) override { record_.posted.push_back(json); }
+  void PostJson(const std::wstring& json) override {
+    if (std::exchange(throws_, false)) throw std::runtime_error("page");
+    record_.posted.push_back(json);
+  }
   void FitToWindow() override { record_.calls.push_back("fit"); }
   void SetVisible(bool visible) override { record_.calls.push_back(visible ? "show" : "hide"); }
   void WindowMoved() override { record_.calls.push_back("moved"); }
@@ -29,6 +33,7 @@ class FakeWebHost final : public webui::WebHost {
 
  private:
   PageRecord& record_;
+  bool& throws_;
 };
 
 bool DispatchOne() {
@@ -49,7 +54,8 @@ WindowTest::WindowTest() {
   EXPECT_TRUE(registered);
   auto tunnel = std::make_unique<FakeTunnel>();
   tunnel_ = tunnel.get();
-  state_ = std::make_unique<AppState>(MakeSurroundings(), std::move(tunnel));
+  disk_.files[settings::kPath] = settings::FileBytes(settings::Settings());
+  state_ = std::make_unique<AppState>(MakeSurroundings(), disk_.File(), std::move(tunnel));
   jobBody_ = [](settings::Settings&, tunnel::Tunnel&) { return std::wstring(L"完成"); };
 }
 
@@ -60,9 +66,9 @@ WindowTest::~WindowTest() {
 }
 
 Job WindowTest::NamedJob(const char* name) {
-  return [this, name](settings::Settings& settings, tunnel::Tunnel& tunnel) {
+  return [this, name](settings::JobSettings& settings, tunnel::Tunnel& tunnel) {
     jobsRun_.push_back(name);
-    return jobBody_(settings, tunnel);
+    return jobBody_(settings.record, tunnel);
   };
 }
 
@@ -70,24 +76,6 @@ Surroundings WindowTest::MakeSurroundings() {
   Surroundings fakes;
   fakes.jobs = {NamedJob("connect"), NamedJob("stop"), NamedJob("latency"), NamedJob("desktop"),
                 NamedJob("resolve")};
-  fakes.store.load = [this](settings::Settings& settings) {
-    storeCalls_.push_back("load");
-    if (loadFails_) throw 7;
-    if (fileDamaged_) throw std::runtime_error("Invalid JSON.");
-    settings = file_;
-  };
-  fakes.store.save = [this](const settings::Settings& settings) {
-    storeCalls_.push_back("save");
-    if (saveFails_) throw std::runtime_error("disk");
-    ++saves_;
-    fileDamaged_ = false;
-    file_ = settings;
-  };
-  fakes.store.keepDamaged = [this] {
-    storeCalls_.push_back("keep");
-    ++keeps_;
-    return keptAs_;
-  };
   // The update check outlives the window: it gets nothing of the test's own.
   fakes.checkForUpdate = [](const settings::Settings& settings) { return settings.deviceName; };
   fakes.writeLogLine = [this](const std::wstring& text) { logged_.push_back(text); };
@@ -98,9 +86,16 @@ Surroundings WindowTest::MakeSurroundings() {
       events_.log(environmentFailure_);
       events_.environmentFailed(environmentFailure_);
     }
-    return std::make_unique<FakeWebHost>(page_);
+    return std::make_unique<FakeWebHost>(page_, pageThrows_);
   };
   fakes.showMessageBox = [this](HWND, const std::wstring& text) { boxes_.push_back(text); };
+  fakes.postJobResult = [this](HWND window, const std::wstring& text) {
+    if (refusedResultPosts_ > 0) {
+      --refusedResultPosts_;
+      return false;
+    }
+    return PostText(window, kJobFinished, text);
+  };
   return fakes;
 }
 
@@ -152,24 +147,32 @@ LRESULT WindowTest::Send(UINT message, WPARAM wParam, LPARAM lParam) {
 }
 
 void WindowTest::Connect(const std::wstring& refusal, const std::wstring& connectionId) {
-  jobBody_ = [this, refusal, connectionId](settings::Settings& settings, tunnel::Tunnel&) {
+  jobBody_ = [refusal, connectionId](settings::Settings& settings, tunnel::Tunnel&) {
     settings.heartbeatMessage = refusal;
     settings.connectionId = connectionId;
-    file_ = settings;
     return std::wstring(L"结果");
   };
   PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"key\"}}");
   FinishJob();
 }
 
+void WindowTest::PutOnDisk(const std::function<void(settings::Settings&)>& change) {
+  settings::Settings record;
+  change(record);
+  disk_.files[settings::kPath] = settings::FileBytes(record);
+}
+
+int WindowTest::Saves() const {
+  return static_cast<int>(
+      std::count(disk_.written.begin(), disk_.written.end(), std::wstring(settings::kPath)));
+}
+
 void WindowTest::ForgetRecords() {
   logged_.clear();
   page_.posted.clear();
   page_.calls.clear();
-  storeCalls_.clear();
+  disk_.written.clear();
   jobsRun_.clear();
-  saves_ = 0;
-  keeps_ = 0;
 }
 
 std::vector<std::string> WindowTest::PostedKinds() const {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "settings/memory_disk.h"
 #include "shell/app_state.h"
 #include "shell/fake_tunnel.h"
 
@@ -43,23 +44,30 @@ class WindowTest : public testing::Test {
   // Posts one of the window's own messages with a text and handles it.
   void SendText(UINT message, const std::wstring& text);
   LRESULT Send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0);
-  // The engineer clicks 连接, and the job leaves `refusal` and `connectionId` in the file.
+  // The engineer clicks 连接, and the job leaves `refusal` and `connectionId` in its settings.
   void Connect(const std::wstring& refusal, const std::wstring& connectionId);
   void ForgetRecords();
 
   // The members named t of the posted messages, in order: "state", "apply", "log".
   std::vector<std::string> PostedKinds() const;
 
+  // The record as the window shows it, and as the next start would find it.
+  settings::Settings Record() const { return state_->settings.Read(); }
+  settings::Settings OnDisk() { return disk_.Load(); }
+  // Puts a field of the window's record, without saving.
+  void Edit(const std::function<void(settings::Settings&)>& change) {
+    state_->settings.Edit(change);
+  }
+  // Changes what lies on the disk before the start.
+  void PutOnDisk(const std::function<void(settings::Settings&)>& change);
+  // How often the settings file was written.
+  int Saves() const;
+
   // What the fakes do and what they saw.
-  settings::Settings file_;   // the settings file
-  bool fileDamaged_ = false;  // loading throws
-  bool loadFails_ = false;    // loading throws what is no std::exception
-  bool saveFails_ = false;    // saving throws
-  bool hostFails_ = false;    // making the browser control throws
-  std::wstring keptAs_ = L"C:\\kept.json";
-  int saves_ = 0;
-  int keeps_ = 0;
-  std::vector<std::string> storeCalls_;
+  settings::MemoryDisk disk_;
+  bool pageThrows_ = false;     // the next post to the page throws
+  bool hostFails_ = false;      // making the browser control throws
+  int refusedResultPosts_ = 0;  // so many times the window does not take a job's result
   std::vector<std::string> jobsRun_;
   std::function<std::wstring(settings::Settings&, tunnel::Tunnel&)> jobBody_;
   std::vector<std::wstring> logged_;

@@ -38,9 +38,8 @@ TEST_F(WindowJobs, ShowABusyTextAndThenTheResult) {
   EXPECT_EQ(StatusLine(0), kConnectBusy);
   EXPECT_EQ(StatusLine(3), kConnectBusy);
   EXPECT_EQ(StatusLine(4), L"结果");
-  EXPECT_EQ(storeCalls_, (Names{"save", "load"}));
   EXPECT_EQ(state_->lastMessage, L"结果");
-  EXPECT_EQ(state_->settings.connectionId, L"c1");
+  EXPECT_EQ(Record().connectionId, L"c1");
   EXPECT_FALSE(state_->worker.joinable());
 }
 
@@ -48,15 +47,16 @@ TEST_F(WindowJobs, WorkOnACopyOfTheSettingsWithTheFormsFields) {
   settings::Settings given;
   jobBody_ = [&given](settings::Settings& settings, tunnel::Tunnel&) {
     given = settings;
-    settings.deviceNumber = L"not saved";
+    settings.deviceNumber = L"D-1";
     return std::wstring();
   };
   PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\" s \",\"testip\":\"1.2.3.4\"}}");
-  EXPECT_EQ(file_.deviceSecret, L"s");
+  EXPECT_EQ(Record().deviceSecret, L"s");
   FinishJob();
   EXPECT_EQ(given.deviceSecret, L"s");
   EXPECT_EQ(given.testIp, L"1.2.3.4");
-  EXPECT_EQ(state_->settings.deviceNumber, L"");
+  EXPECT_EQ(Record().deviceNumber, L"D-1");
+  EXPECT_EQ(OnDisk().deviceNumber, L"D-1");
 }
 
 TEST_F(WindowJobs, ShowWhatTheyThrow) {
@@ -86,33 +86,35 @@ TEST_F(WindowJobs, AreDroppedWithoutATraceWhileOneRuns) {
   Pump();
   EXPECT_TRUE(logged_.empty());
   EXPECT_TRUE(page_.posted.empty());
-  EXPECT_TRUE(storeCalls_.empty());
-  EXPECT_EQ(state_->settings.deviceSecret, L"first");
+  EXPECT_TRUE(disk_.written.empty());
+  EXPECT_EQ(Record().deviceSecret, L"first");
   gate.set_value();
   FinishJob();
   EXPECT_EQ(logged_, Lines{L"完成"});
 }
 
-TEST_F(WindowJobs, ThatCannotBeStartedLeaveTheWayFree) {
-  saveFails_ = true;
-  PageSends(L"{\"action\":\"test\",\"f\":{}}");
-  EXPECT_EQ(logged_, Lines{L"Error: disk"});
-  EXPECT_FALSE(state_->busy);
-  EXPECT_TRUE(jobsRun_.empty());
-  saveFails_ = false;
+// The window's queue may be full for a while, or for good.
+TEST_F(WindowJobs, WhoseResultIsRefusedAtFirstTellItAgain) {
+  refusedResultPosts_ = 3;
   Connect(L"", L"c1");
-  EXPECT_EQ(jobsRun_, Names{"connect"});
+  EXPECT_EQ(logged_, (Lines{kConnectBusy, L"结果"}));
+  EXPECT_FALSE(state_->busy);
 }
 
-TEST_F(WindowJobs, WhoseResultCannotBeTakenOverLeaveTheWayFree) {
-  loadFails_ = true;
-  Connect(L"", L"c1");
-  EXPECT_EQ(logged_.back(), L"Unknown error.");
+TEST_F(WindowJobs, WhoseResultIsNeverTakenAreFoundByTheTimer) {
+  refusedResultPosts_ = 1000;
+  Connect(L"DEVICE_OFFLINE", L"");
+  EXPECT_EQ(logged_, (Lines{kConnectBusy, L"结果", kRetryLine}));
   EXPECT_FALSE(state_->busy);
-  loadFails_ = false;
+  EXPECT_EQ(::KillTimer(state_->window, kResultTimer), FALSE) << "it runs while a job does";
+  refusedResultPosts_ = 0;
   Connect(L"", L"c1");
-  EXPECT_EQ(jobsRun_, (Names{"connect", "connect"}));
-  EXPECT_EQ(state_->settings.connectionId, L"c1");
+  EXPECT_EQ(Record().connectionId, L"c1");
+}
+
+TEST_F(WindowJobs, ResultTimerFindsNothingWhereAllWentWell) {
+  Send(WM_TIMER, kResultTimer);
+  EXPECT_TRUE(logged_.empty());
 }
 
 TEST_F(WindowJobs, MayFollowOneAnother) {
@@ -174,8 +176,10 @@ TEST_F(WindowJobs, RetryTimerAsksAgainOnlyWhileThatIsWanted) {
   for (const TimerRow& row : rows) {
     ForgetRecords();
     state_->busy = row.busy;
-    state_->settings.connectionId = row.connectionId;
-    state_->settings.heartbeatMessage = row.code;
+    Edit([&row](settings::Settings& settings) {
+      settings.connectionId = row.connectionId;
+      settings.heartbeatMessage = row.code;
+    });
     Send(WM_TIMER, row.timer);
     if (row.starts) FinishJob();
     state_->busy = false;
@@ -210,8 +214,7 @@ TEST_F(WindowJobs, RefusedHeartbeatStopsATunnelThatIsNoLongerAccepted) {
   };
   for (const HeartbeatRow& row : rows) {
     ForgetRecords();
-    file_.heartbeatAccepted = row.accepted;
-    state_->settings.heartbeatAccepted = !row.accepted;
+    Edit([&row](settings::Settings& settings) { settings.heartbeatAccepted = row.accepted; });
     state_->heartbeatRunning = true;
     tunnel_->running = row.running;
     tunnel_->stopText = row.stopText;
@@ -286,67 +289,119 @@ TEST_F(WindowJobs, TheWayOfSmallPacketsIsLogged) {
   EXPECT_EQ(logged_, Lines{});
 }
 
-// The job works on a copy from before, which it saves whole.
-TEST_F(WindowJobs, WhatTheWindowSavesWhileAJobRunsOutlivesTheJobsOwnSave) {
-  std::promise<void> gate;
-  jobBody_ = [this, opened = gate.get_future().share()](settings::Settings& settings,
-                                                        tunnel::Tunnel&) {
-    opened.wait();
-    settings.latencyText = L"12 ms";
-    file_ = settings;
-    return std::wstring(L"结果");
-  };
+// A job that waits until the test lets it go on.
+class WindowJobsHeld : public WindowJobs {
+ protected:
+  WindowJobsHeld() {
+    jobBody_ = [this, opened = gate_.get_future().share()](settings::Settings& settings,
+                                                           tunnel::Tunnel&) {
+      opened.wait();
+      change_(settings);
+      return std::wstring(L"结果");
+    };
+  }
+  void LetGo(std::function<void(settings::Settings&)> change) {
+    change_ = std::move(change);
+    gate_.set_value();
+    FinishJob();
+  }
+  // The last apply message's field.
+  std::wstring Applied(const wchar_t* key) const {
+    std::wstring value;
+    for (const std::wstring& json : page_.posted) {
+      const settings::JsonValue message = settings::ReadJsonDocument(json);
+      const settings::JsonValue* fields = settings::FindJsonMember(message, L"fields");
+      if (fields != nullptr) value = settings::JsonStringOrEmpty(*fields, key);
+    }
+    return value;
+  }
+
+  std::promise<void> gate_;
+  std::function<void(settings::Settings&)> change_;
+};
+
+TEST_F(WindowJobsHeld, WhatTheEngineerDoesMeanwhileStaysBesideTheResult) {
   PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"mine\"}}");
   PageSends(
       L"{\"action\":\"saveProfile\",\"f\":{\"secret\":\"mine\",\"profileName\":\"A\",\"discovery\":"
       L"true}}");
-  gate.set_value();
-  FinishJob();
-  for (const settings::Settings* settings : {&file_, &state_->settings}) {
-    ASSERT_EQ(settings->siteProfiles.size(), 1u);
-    EXPECT_EQ(settings->siteProfiles[0].name, L"A");
-    EXPECT_TRUE(settings->discoveryModeEnabled);
-    EXPECT_EQ(settings->latencyText, L"12 ms");
+  LetGo([](settings::Settings& settings) { settings.latencyText = L"12 ms"; });
+  for (const settings::Settings& settings : {OnDisk(), Record()}) {
+    ASSERT_EQ(settings.siteProfiles.size(), 1u);
+    EXPECT_EQ(settings.siteProfiles[0].name, L"A");
+    EXPECT_TRUE(settings.discoveryModeEnabled);
+    EXPECT_EQ(settings.latencyText, L"12 ms");
   }
 }
 
-TEST_F(WindowJobs, WithoutAChangeOfTheWindowsOwnNothingIsSavedAfterAJob) {
-  PageSends(L"{\"action\":\"saveProfile\",\"f\":{\"secret\":\"mine\",\"profileName\":\"A\"}}");
-  PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"mine\"}}");
-  ForgetRecords();
-  FinishJob();
-  EXPECT_EQ(saves_, 0);
+TEST_F(WindowJobsHeld, ProfileLoadedMeanwhileStaysInTheForm) {
+  Edit([](settings::Settings& settings) {
+    settings.siteProfiles = {{L"B", L"http://b:1", L"D-2", L"key b", L"ALL", {L"10.2.0.0/16"}}};
+  });
+  PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"key a\"}}");
+  PageSends(L"{\"action\":\"loadProfile\",\"f\":{\"secret\":\"key a\",\"profileSel\":\"B\"}}");
+  LetGo([](settings::Settings& settings) {
+    settings.connectionId = L"c1";
+    settings.deviceNumber = L"D-1";
+  });
+  EXPECT_EQ(Applied(L"secret"), L"key b");
+  EXPECT_EQ(OnDisk().deviceSecret, L"key b");
+  EXPECT_EQ(OnDisk().deviceNumber, L"D-2");
+  EXPECT_EQ(OnDisk().connectionId, L"c1");
 }
 
-TEST_F(WindowJobs, FileDamagedMeanwhileIsToldAndSetAsideBeforeTheNextSave) {
-  file_.siteProfiles.resize(1);
-  jobBody_ = [this](settings::Settings&, tunnel::Tunnel&) {
-    fileDamaged_ = true;
+// A state message in the middle shows what the job has brought so far.
+TEST_F(WindowJobsHeld, OnlineIsNeverShownWithoutItsConnection) {
+  PageSends(L"{\"action\":\"connect\",\"f\":{}}");
+  PageSends(L"{\"action\":\"discovery\",\"f\":{\"discovery\":true}}");
+  LetGo([](settings::Settings& settings) { settings.connectionId = L"c1"; });
+  EXPECT_EQ(Record().connectionId, L"c1");
+  EXPECT_TRUE(OnDisk().discoveryModeEnabled);
+}
+
+// The form as it was posted with the refused request is older than the profile.
+TEST_F(WindowJobs, RetryAfterAProfileWasLoadedAsksWithItsKey) {
+  Edit([](settings::Settings& settings) {
+    settings.siteProfiles = {{L"B", L"http://b:1", L"D-2", L"key b", L"ALL", {}}};
+  });
+  Connect(L"DEVICE_OFFLINE", L"");
+  PageSends(L"{\"action\":\"loadProfile\",\"f\":{\"secret\":\"key\",\"profileSel\":\"B\"}}");
+  std::wstring asked;
+  jobBody_ = [&asked](settings::Settings& settings, tunnel::Tunnel&) {
+    asked = settings.deviceSecret;
+    return std::wstring(L"结果");
+  };
+  Send(WM_TIMER, kRetryTimer);
+  FinishJob();
+  EXPECT_EQ(asked, L"key b");
+  EXPECT_EQ(Record().profileName, L"B");
+}
+
+TEST_F(WindowJobs, RefusedRetriesWriteNothing) {
+  Connect(L"DEVICE_OFFLINE", L"");
+  disk_.written.clear();
+  for (int i = 0; i < 3; ++i) {
+    Send(WM_TIMER, kRetryTimer);
+    FinishJob();
+  }
+  EXPECT_EQ(jobsRun_.size(), 4u);
+  EXPECT_TRUE(disk_.written.empty());
+}
+
+TEST_F(WindowJobs, FileDamagedMeanwhileIsSetAsideBeforeTheNextSave) {
+  jobBody_ = [this](settings::Settings& settings, tunnel::Tunnel&) {
+    disk_.files[settings::kPath] = "damaged";
+    settings.latencyText = L"12 ms";
     return std::wstring(L"结果");
   };
   PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"mine\"}}");
   FinishJob();
-  EXPECT_EQ(state_->settings.deviceSecret, L"mine");
-  ASSERT_EQ(logged_.size(), 3u);
-  EXPECT_NE(logged_[1].find(L"设置文件无法读取"), std::wstring::npos);
-  EXPECT_EQ(logged_[2], L"结果");
-  ForgetRecords();
-
-  PageSends(L"{\"action\":\"discovery\",\"f\":{\"secret\":\"mine\",\"discovery\":true}}");
-  EXPECT_EQ(storeCalls_, (Names{"keep", "save"}));
-  PageSends(L"{\"action\":\"discovery\",\"f\":{}}");
-  EXPECT_EQ(storeCalls_, (Names{"keep", "save", "save"}));
-}
-
-TEST_F(WindowJobs, FileRepairedMeanwhileIsNotSetAside) {
-  fileDamaged_ = true;
-  Send(kHeartbeatRefused);
-  EXPECT_TRUE(state_->settingsDamaged);
-  fileDamaged_ = false;
-  Send(kHeartbeatRefused);
-  ForgetRecords();
-  PageSends(L"{\"action\":\"discovery\",\"f\":{}}");
-  EXPECT_EQ(storeCalls_, Names{"save"});
+  EXPECT_EQ(disk_.files[settings::kDamagedPath], "damaged");
+  EXPECT_EQ(OnDisk().deviceSecret, L"mine");
+  EXPECT_EQ(OnDisk().latencyText, L"12 ms");
+  const std::wstring kept =
+      std::wstring(L"警告：无法读取的设置文件已另行保留：") + settings::kDamagedPath;
+  EXPECT_EQ(std::count(logged_.begin(), logged_.end(), kept), 1);
 }
 
 }  // namespace

@@ -25,11 +25,11 @@ class WindowLife : public WindowTest {
 };
 
 TEST_F(WindowLife, StartsWithTheSettingsFileAndOneLine) {
-  file_.deviceNumber = L"D-7";
+  PutOnDisk([](settings::Settings& settings) { settings.deviceNumber = L"D-7"; });
   Open();
   EXPECT_EQ(logged_, Lines{L"客户端启动中"});
-  EXPECT_EQ(state_->settings.deviceNumber, L"D-7");
-  EXPECT_EQ(storeCalls_, Names{"load"});
+  EXPECT_EQ(Record().deviceNumber, L"D-7");
+  EXPECT_TRUE(disk_.written.empty());
   Pump();
   ASSERT_EQ(state_->pageQueue.size(), 3u);
   EXPECT_TRUE(state_->pageQueue[0].starts_with(L"{\"t\":\"apply\""));
@@ -39,36 +39,51 @@ TEST_F(WindowLife, StartsWithTheSettingsFileAndOneLine) {
 }
 
 TEST_F(WindowLife, DamagedFileLeavesTheDefaultsAndIsSetAsideBeforeTheFirstSave) {
-  fileDamaged_ = true;
+  disk_.files[settings::kPath] = "damaged";
   Open();
   Pump();
   ASSERT_EQ(logged_.size(), 2u);
   EXPECT_NE(logged_[0].find(L"设置文件无法读取"), std::wstring::npos);
   EXPECT_EQ(logged_[1], L"客户端启动中");
-  EXPECT_EQ(state_->settings.targetNetwork, L"192.168.1.0/24");
-  EXPECT_EQ(state_->settings.engineerId.size(), 12u);
-  EXPECT_TRUE(state_->settings.engineerId.starts_with(L"ENG-"));
-  EXPECT_EQ(storeCalls_, Names{"load"});
+  EXPECT_EQ(Record().targetNetwork, L"192.168.1.0/24");
+  EXPECT_EQ(Record().engineerId.size(), 12u);
+  EXPECT_TRUE(Record().engineerId.starts_with(L"ENG-"));
+  EXPECT_TRUE(disk_.written.empty());
 
   PageSends(L"{\"action\":\"test\",\"f\":{}}");
   FinishJob();
-  EXPECT_EQ(storeCalls_, (Names{"load", "keep", "save", "load"}));
-  EXPECT_EQ(logged_[2], L"警告：无法读取的设置文件已另行保留：C:\\kept.json");
-  Connect(L"", L"");
-  EXPECT_EQ(keeps_, 1);
+  EXPECT_EQ(disk_.files[settings::kDamagedPath], "damaged");
+  const std::wstring kept =
+      std::wstring(L"警告：无法读取的设置文件已另行保留：") + settings::kDamagedPath;
+  EXPECT_EQ(std::count(logged_.begin(), logged_.end(), kept), 1);
+  EXPECT_EQ(OnDisk().engineerId, Record().engineerId);
 }
 
-TEST_F(WindowLife, DamagedFileThatCannotBeSetAsideIsTold) {
-  fileDamaged_ = true;
-  keptAs_.clear();
+TEST_F(WindowLife, DamagedFileIsReplacedByTheSecondCopy) {
+  settings::Settings last;
+  last.engineerId = L"ENG-12345678";
+  disk_.files[settings::kLastPath] = settings::FileBytes(last);
+  disk_.files[settings::kPath] = "damaged";
+  Open();
+  EXPECT_EQ(Record().engineerId, L"ENG-12345678");
+  EXPECT_EQ(logged_,
+            (Lines{L"警告：设置文件无法读取，已恢复上次保存的设置；原文件将在首次保存前另行"
+                   L"保留。",
+                   L"客户端启动中"}));
+}
+
+TEST_F(WindowLife, DamagedFileThatCannotBeSetAsideIsToldAndStays) {
+  disk_.files[settings::kPath] = "damaged";
+  disk_.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
   Open();
   PageSends(L"{\"action\":\"discovery\",\"f\":{}}");
-  EXPECT_EQ(storeCalls_, (Names{"load", "keep", "save"}));
-  EXPECT_EQ(logged_[2], L"警告：无法读取的设置文件未能另行保留。");
+  EXPECT_TRUE(logged_.back().starts_with(L"警告：设置未能保存：原设置文件未能另行保留"));
+  EXPECT_EQ(disk_.files[settings::kPath], "damaged");
 }
 
 TEST_F(WindowLife, UpdateCheckRunsOnACopyOfTheLoadedSettingsAndPostsItsNotice) {
-  file_.deviceName = L"新版本可用";  // what the fake check says
+  // What the fake check says.
+  PutOnDisk([](settings::Settings& settings) { settings.deviceName = L"新版本可用"; });
   Open();
   PumpUntil([this] { return logged_.size() == 2; });
   EXPECT_EQ(logged_[1], L"新版本可用");
@@ -94,12 +109,12 @@ TEST_F(WindowLife, PageMessagesComeThroughTheQueue) {
 TEST_F(WindowLife, ClosingStopsTheTunnelAndNotTheService) {
   OpenWithReadyPage();
   tunnel_->running = true;
-  state_->settings.connectionId = L"c1";
+  Edit([](settings::Settings& settings) { settings.connectionId = L"c1"; });
   Close();
   EXPECT_EQ(tunnel_->stops, 1);
   EXPECT_TRUE(jobsRun_.empty());
   EXPECT_TRUE(logged_.empty());
-  EXPECT_TRUE(storeCalls_.empty());
+  EXPECT_TRUE(disk_.written.empty());
   EXPECT_EQ(state_->window, nullptr);
   EXPECT_EQ(state_->web, nullptr);
   EXPECT_EQ(page_.calls.front(), "close");
@@ -128,6 +143,31 @@ TEST_F(WindowLife, ClosingWaitsForTheJobThatRuns) {
   EXPECT_EQ(QuitCode(), 0);
 }
 
+// What the engineer did while the job ran, and what the job has brought, are both on the disk.
+TEST_F(WindowLife, ClosingDuringAJobLosesNeitherItsResultNorAProfile) {
+  OpenWithReadyPage();
+  jobBody_ = [this](settings::Settings& settings, tunnel::Tunnel&) {
+    while (tunnel_->stops == 0) std::this_thread::yield();  // until the window is closing
+    settings.latencyText = L"12 ms";
+    return std::wstring(L"完成");
+  };
+  PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"mine\"}}");
+  PageSends(L"{\"action\":\"saveProfile\",\"f\":{\"secret\":\"mine\",\"profileName\":\"A\"}}");
+  Close();
+  EXPECT_EQ(OnDisk().latencyText, L"12 ms");
+  ASSERT_EQ(OnDisk().siteProfiles.size(), 1u);
+  EXPECT_EQ(OnDisk().siteProfiles[0].name, L"A");
+}
+
+TEST_F(WindowLife, ClosingTriesOnceMoreToSaveWhatCouldNotBeSaved) {
+  OpenWithReadyPage();
+  disk_.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
+  PageSends(L"{\"action\":\"saveProfile\",\"f\":{\"secret\":\"mine\",\"profileName\":\"A\"}}");
+  disk_.refuse = nullptr;
+  Close();
+  EXPECT_EQ(OnDisk().siteProfiles.size(), 1u);
+}
+
 TEST_F(WindowLife, ClosesEvenWhenTheTunnelsStopFails) {
   OpenWithReadyPage();
   tunnel_->stopThrows = true;
@@ -142,7 +182,7 @@ TEST_F(WindowLife, LeavesNothingBehindWhenItCannotBeMade) {
   EXPECT_EQ(CreateMainWindow(::GetModuleHandleW(nullptr), *state_), nullptr);
   EXPECT_EQ(state_->window, nullptr);
   EXPECT_EQ(state_->apartment, nullptr);
-  EXPECT_TRUE(storeCalls_.empty());
+  EXPECT_TRUE(disk_.written.empty());
 }
 
 TEST_F(WindowLife, ClosingEndsTheRetry) {
@@ -174,9 +214,10 @@ TEST_F(WindowLife, TextsForAWindowThatIsGoneAreFreed) {
 
 TEST_F(WindowLife, AnExceptionInsideIsLoggedAndTheWindowGoesOn) {
   OpenWithReadyPage();
-  saveFails_ = true;
-  PageSends(L"{\"action\":\"discovery\",\"f\":{}}");
-  EXPECT_EQ(logged_.back(), L"Error: disk");
+  pageThrows_ = true;
+  PageSends(L"{\"action\":\"ready\",\"f\":{}}");
+  Pump();
+  EXPECT_EQ(logged_.back(), L"Error: page");
   PageSends(L"{\"action\":\"saveProfile\",\"f\":{}}");
   EXPECT_EQ(logged_.back(), L"档案未保存：请先填写档案名称。");
 }

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "settings/settings.h"
+
+namespace settings {
+
+struct FileContent {
+  bool exists = false;
+  std::optional<std::string> bytes;  // none of a file that exists: it cannot be read
+};
+
+// What the settings file needs of the disk; the system's, or a test's.
+struct SettingsDisk {
+  std::function<FileContent(const std::wstring& path)> read;
+  // Replaces or makes the file, with its folder, and returns once the disk has it. Returns nothing
+  // when that worked, else the system's reason.
+  std::function<std::wstring(const std::wstring& path, const std::string& bytes)> write;
+  // The local moment as the names of files have it: "20260315_094102".
+  std::function<std::wstring()> time;
+};
+
+// The settings file "Client.settings.json" and what lies beside it in its folder:
+//
+//   Client.settings.last.json            the last good text, as a second copy
+//   Client.settings.damaged-<time>.json  a file that could not be trusted, as it was found
+//   Client.connection.json               the connection in force (GrantedConnection)
+//
+// The file is truncated and written in place. It can be trusted when it holds one whole JSON
+// object, in UTF-8 or, behind a byte-order mark, UTF-16; an empty, cut or overwritten one cannot.
+// What can be trusted is in the second copy before it is overwritten, what cannot is set aside
+// first, so that no end of the program or of the power at any moment loses what had been saved
+// before.
+//
+// Threads: any, one call at a time.
+// Errors:  none thrown but for exhausted memory; what went wrong is returned as a line or reason.
+class SettingsFile {
+ public:
+  SettingsFile(std::wstring path, SettingsDisk disk);
+
+  // Fills `settings`. A missing file is a first start: a new engineer id, all else unchanged. A
+  // file that cannot be trusted: the second copy instead, or else what can be read of the file,
+  // with a new engineer id if it yields none; an empty file without a second copy changes nothing.
+  // Returns the line that says so, empty when there is nothing to say. Writes nothing.
+  [[nodiscard]] std::wstring Load(Settings& settings) const;
+
+  struct Saved {
+    std::wstring failure;  // why `settings` are not on the disk; empty when they are
+    std::wstring report;   // the line that names a file set aside, if one was
+  };
+  // Brings `settings` to the disk; writes nothing that lies there already.
+  [[nodiscard]] Saved Save(const Settings& settings) const;
+
+ private:
+  std::wstring LoadUntrusted(const FileContent& content, Settings& settings) const;
+  void LoadGrant(Settings& settings) const;
+  std::wstring WriteFile(const std::wstring& path, const std::string& bytes) const;
+  std::wstring WriteIfOther(const std::wstring& path, const std::string& bytes) const;
+  std::wstring SaveGrant(const Settings& settings) const;
+  void SecureWhatIsThere(const FileContent& content, Saved& saved) const;
+  void SetAside(const std::string& bytes, Saved& saved) const;
+
+  std::wstring path_;
+  std::wstring lastPath_;
+  std::wstring grantPath_;
+  SettingsDisk disk_;
+};
+
+// The disk of this computer; `time` as in SettingsDisk.
+SettingsDisk RealSettingsDisk(std::function<std::wstring()> time);
+
+// Roaming application data \ Velmarine \ Client.settings.json. Windows only.
+std::wstring SettingsFilePath();
+
+// The file there. Windows only.
+SettingsFile RealSettingsFile();
+
+}  // namespace settings

@@ -1,0 +1,86 @@
+#include "settings/settings_store.h"
+
+#include <utility>
+
+#include "settings/merge_settings.h"
+
+namespace settings {
+namespace {
+
+constexpr wchar_t kNotSaved[] = L"警告：设置未能保存：";
+
+}  // namespace
+
+using platform::MutexLock;
+
+SettingsStore::SettingsStore(SettingsFile file, Settings initial)
+    : file_(std::move(file)), record_(std::move(initial)) {}
+
+void SettingsStore::Load() {
+  const MutexLock held(lock_);
+  std::wstring report = file_.Load(record_);
+  if (!report.empty()) reports_.push_back(std::move(report));
+}
+
+Settings SettingsStore::Read() const {
+  const MutexLock held(lock_);
+  return Merged();
+}
+
+void SettingsStore::Edit(const std::function<void(Settings& settings)>& change) {
+  const MutexLock held(lock_);
+  change(record_);
+}
+
+void SettingsStore::Save() {
+  const MutexLock held(lock_);
+  SaveMerged();
+}
+
+std::vector<std::wstring> SettingsStore::TakeReports() {
+  const MutexLock held(lock_);
+  return std::exchange(reports_, {});
+}
+
+std::wstring SettingsStore::Unsaved() const {
+  const MutexLock held(lock_);
+  return unsaved_;
+}
+
+Settings SettingsStore::BeginJob() {
+  const MutexLock held(lock_);
+  job_ = RunningJob{record_, record_};
+  return record_;
+}
+
+void SettingsStore::SaveFromJob(const Settings& copy) {
+  const MutexLock held(lock_);
+  job_->brought = copy;
+  SaveMerged();
+}
+
+void SettingsStore::EndJob(const Settings& copy) {
+  const MutexLock held(lock_);
+  job_->brought = copy;
+  record_ = Merged();
+  job_.reset();
+  SaveMerged();
+}
+
+Settings SettingsStore::Merged() const {
+  return job_ ? MergeSettings(job_->base, record_, job_->brought) : record_;
+}
+
+void SettingsStore::SaveMerged() {
+  SettingsFile::Saved saved = file_.Save(Merged());
+  if (!saved.report.empty()) reports_.push_back(std::move(saved.report));
+  if (saved.failure.empty()) {
+    unsaved_.clear();
+    toldFailures_.clear();
+    return;
+  }
+  unsaved_ = kNotSaved + saved.failure;
+  if (toldFailures_.insert(std::move(saved.failure)).second) reports_.push_back(unsaved_);
+}
+
+}  // namespace settings
