@@ -56,7 +56,7 @@ LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
     case kIgnored:
       return 0;
     case kLinkChanged:
-      OnLinkChanged(state);
+      OnLinkChanged(state, wParam != 0);
       return 0;
     case kUdpChanged:
       OnUdpChanged(state, wParam != 0);

@@ -27,8 +27,9 @@ void OnJobFinished(AppState& state, const std::wstring& text);
 // Stops a tunnel that the service no longer accepts, so that nothing looks online which is not.
 void OnHeartbeatRefused(AppState& state, std::wstring text);
 void OnNotice(AppState& state, const std::wstring& text);
-// Shows and logs a lost or a regained relay; nothing once the tunnel has stopped.
-void OnLinkChanged(AppState& state);
+// Shows and logs a lost or a regained relay; nothing once the tunnel has stopped. `connected` is
+// what the relay became then; it may be different again by now.
+void OnLinkChanged(AppState& state, bool connected);
 // Logs by which way small packets go from now on; nothing once the tunnel has stopped.
 void OnUdpChanged(AppState& state, bool ready);
 LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam);

@@ -54,7 +54,9 @@ void StartUpdateCheck(const AppState& state) noexcept {
 void ObserveTunnel(AppState& state) {
   const HWND window = state.window;
   tunnel::TunnelObserver observer;
-  observer.linkChanged = [window] { ::PostMessageW(window, kLinkChanged, 0, 0); };
+  observer.linkChanged = [window](bool connected) {
+    ::PostMessageW(window, kLinkChanged, connected ? 1 : 0, 0);
+  };
   observer.reconnectFailed = [window](const std::string& reason) {
     PostText(window, kNotice, kNotReconnected + text::FromUtf8(reason) + kTryingOn);
   };

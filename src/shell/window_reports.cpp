@@ -40,10 +40,10 @@ void OnNotice(AppState& state, const std::wstring& text) {
   Repaint(state.window);
 }
 
-void OnLinkChanged(AppState& state) {
+void OnLinkChanged(AppState& state, bool connected) {
   if (!state.tunnel->IsRunning()) return;
   PostStateMessage(state);
-  Log(state, state.tunnel->IsRelayConnected() ? kLinkFound : kLinkLost);
+  Log(state, connected ? kLinkFound : kLinkLost);
 }
 
 void OnUdpChanged(AppState& state, bool ready) {

@@ -22,7 +22,7 @@ void RelayWorker::Run() noexcept {
   } catch (const std::exception& error) {
     // Only an exhausted memory comes this far; the status shows why nothing is received any more.
     work_.link.SetLastError(error.what());
-    if (work_.link.ClearConnected()) work_.linkChanged();
+    if (work_.link.ClearConnected()) work_.linkChanged(false);
   }
 }
 
@@ -41,7 +41,7 @@ void RelayWorker::ReceiveUntilLost() {
 }
 
 bool RelayWorker::Reconnect() {
-  if (work_.link.ClearConnected()) work_.linkChanged();
+  if (work_.link.ClearConnected()) work_.linkChanged(false);
   work_.pause(reconnectDelay_);
   if (!work_.flags.KeepGoing()) return false;
   work_.udp.Close();
@@ -57,7 +57,7 @@ bool RelayWorker::Reconnect() {
   }
   toldReason_.clear();
   reconnectDelay_ = kFirstDelay;
-  work_.linkChanged();
+  work_.linkChanged(true);
   return true;
 }
 

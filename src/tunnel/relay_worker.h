@@ -21,8 +21,8 @@ struct RelayWork {
   UdpRelayRequest udpRequest;
   std::function<void(std::span<std::byte>)> inbound;     // one packet; may throw
   std::function<void(std::chrono::milliseconds)> pause;  // a stop ends it at once
-  std::function<void()> linkChanged;                     // lost, or found again
-  // As TunnelObserver says.
+  // Both as TunnelObserver says.
+  std::function<void(bool connected)> linkChanged;
   std::function<void(const std::string& reason)> reconnectFailed;
 };
 

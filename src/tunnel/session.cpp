@@ -129,9 +129,9 @@ RelayWork Session::MakeRelayWork(const std::wstring& relayUrl, const UdpRelayReq
           udpRequest,
           [this](std::span<std::byte> packet) { path_.HandleInbound(packet); },
           [this](std::chrono::milliseconds time) { deps_.pause(signal_, time); },
-          [this]() {
+          [this](bool connected) {
             const platform::MutexLock held(observerLock_);
-            observer_.linkChanged();
+            observer_.linkChanged(connected);
           },
           [this](const std::string& reason) {
             const platform::MutexLock held(observerLock_);

@@ -25,8 +25,9 @@ struct TunnelStarted {
 // Who is told what happens to a running tunnel, from the tunnel's own threads, one call at a time.
 // None may throw, wait or call the tunnel's Start or Stop.
 struct TunnelObserver {
-  // The relay was lost or found again.
-  std::function<void()> linkChanged = []() {};
+  // The relay was lost (false) or found again (true), in the order in which it happened.
+  // IsRelayConnected() may have moved on by the time that the report is read.
+  std::function<void(bool connected)> linkChanged = [](bool) {};
   // An attempt to find it again has failed, for another reason than the one before or as the first;
   // English text.
   std::function<void(const std::string& reason)> reconnectFailed = [](const std::string&) {};

@@ -246,7 +246,7 @@ TEST_F(WindowJobs, NoticesAreLoggedUnlessEmpty) {
 TEST_F(WindowJobs, LostAndRegainedRelaysAreShownAndLogged) {
   tunnel_->running = true;
   tunnel_->relayConnected = false;
-  tunnel_->observer.linkChanged();
+  tunnel_->observer.linkChanged(false);
   Pump();
   EXPECT_EQ(PostedKinds(), (Names{"state", "log"}));
   EXPECT_NE(page_.posted[0].find(L"软件隧道正在自动重连"), std::wstring::npos);
@@ -254,16 +254,28 @@ TEST_F(WindowJobs, LostAndRegainedRelaysAreShownAndLogged) {
   ForgetRecords();
 
   tunnel_->relayConnected = true;
-  tunnel_->observer.linkChanged();
+  tunnel_->observer.linkChanged(true);
   Pump();
   EXPECT_NE(page_.posted[0].find(L"\"state\":\"在线\""), std::wstring::npos);
   EXPECT_EQ(logged_, Lines{L"软件隧道已重新在线。"});
   ForgetRecords();
 
   tunnel_->running = false;
-  tunnel_->observer.linkChanged();
+  tunnel_->observer.linkChanged(false);
   Pump();
   EXPECT_EQ(logged_, Lines{});
+}
+
+// The window may come to the report of a return when the relay is already lost again.
+TEST_F(WindowJobs, AReturnAndALossThatWaitTogetherAreLoggedAsWhatTheyWere) {
+  tunnel_->running = true;
+  tunnel_->relayConnected = true;
+  tunnel_->observer.linkChanged(true);
+  tunnel_->relayConnected = false;
+  tunnel_->observer.linkChanged(false);
+  Pump();
+  EXPECT_EQ(logged_,
+            (Lines{L"软件隧道已重新在线。", L"警告：中继连接中断，软件隧道正在自动重连。"}));
 }
 
 TEST_F(WindowJobs, TheReasonOfAFailedReconnectIsLogged) {

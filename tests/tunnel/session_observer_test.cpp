@@ -17,7 +17,7 @@ TEST_F(SessionObserverTest, TheObserverLearnsOfEachLossAndReturnOnceEach) {
   std::atomic<int> losses{0};
   std::atomic<int> returns{0};
   TunnelObserver observer;
-  observer.linkChanged = [&] { ++(session_->IsRelayConnected() ? returns : losses); };
+  observer.linkChanged = [&](bool connected) { ++(connected ? returns : losses); };
   session_->Observe(std::move(observer));
   session_->Start(request_);
   ASSERT_TRUE(relay_.WaitForConnections(1));
