@@ -50,6 +50,7 @@ bool RelayWorker::Reconnect() {
     work_.link.Connect(work_.relayUrl);
     work_.udp.StartUdpRelay(work_.udpRequest);
   } catch (const std::exception& error) {
+    DropHalfMade();
     work_.link.SetLastError(error.what());
     TellFailure(error.what());
     reconnectDelay_ = std::min(reconnectDelay_ * 2, kLongestDelay);
@@ -59,6 +60,13 @@ bool RelayWorker::Reconnect() {
   reconnectDelay_ = kFirstDelay;
   work_.linkChanged(true);
   return true;
+}
+
+// The WebSocket of an attempt whose UDP path failed: nobody would read it during the wait, and the
+// next attempt would take its mark for a connection and report one more loss.
+void RelayWorker::DropHalfMade() {
+  work_.link.ClearConnected();
+  if (const RelayLink::RelayPointer relay = work_.link.Current()) work_.link.Drop(relay);
 }
 
 // What a stop has ended is no failure worth telling.

@@ -28,7 +28,8 @@ struct RelayWork {
 
 // The relay thread's body: hands every message of the current relay to the inbound path until the
 // connection ends, then connects anew, and so on until the tunnel stops. An error of the inbound
-// path costs that packet only.
+// path costs that packet only. However many attempts an outage takes, it is one loss; it ends with
+// an attempt that brings both the WebSocket and the UDP path up.
 class RelayWorker {
  public:
   explicit RelayWorker(RelayWork work) : work_(std::move(work)) {}
@@ -40,6 +41,7 @@ class RelayWorker {
   // is 1 s again after a success. True when connected.
   bool Reconnect();
 
+  void DropHalfMade();
   void TellFailure(const std::string& reason);
 
   const RelayWork work_;

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/mutex.h"
@@ -72,6 +74,52 @@ TEST_F(SessionObserverTest, TheObserverLearnsWhyAReconnectFailsOncePerReason) {
   const std::string refused = "WebSocket handshake receive failed, error 0";
   EXPECT_EQ(reasons, (std::vector<std::string>{"WebSocket HTTP upgrade failed, status 503", refused,
                                                refused}));
+}
+
+TEST_F(SessionObserverTest, AttemptsWhoseUdpPathFailsBelongToTheLossBefore) {
+  platform::Mutex lock;
+  std::vector<bool> changes;
+  std::vector<std::string> reasons;
+  std::vector<bool> wasConnected;
+  TunnelObserver observer;
+  observer.linkChanged = [&](bool connected) {
+    const platform::MutexLock held(lock);
+    changes.push_back(connected);
+  };
+  observer.reconnectFailed = [&](const std::string& reason) {
+    const platform::MutexLock held(lock);
+    reasons.push_back(reason);
+    wasConnected.push_back(session_->IsRelayConnected());
+  };
+  session_->Observe(std::move(observer));
+  session_->Start(request_);
+  ASSERT_TRUE(relay_.WaitForConnections(1));
+  std::atomic<std::size_t> ended{0};
+  relay_.SetBehaviour([&](TestPeer& peer) {
+    relay_.Serve()(peer);  // until the client ends the connection
+    ++ended;
+  });
+  world_.HoldPauses();
+  world_.udpError = "UDP socket failed.";
+  relay_.CutConnection();
+  for (std::size_t attempt = 1; attempt <= 4; ++attempt) {
+    world_.ReleasePause();
+    ASSERT_TRUE(world_.WaitForPauses(attempt + 1));
+    EXPECT_FALSE(session_->IsRelayConnected());
+    // Nobody would read what arrives, so the connection does not last through the wait.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (ended < attempt && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::yield();
+    }
+    EXPECT_EQ(ended, attempt);
+  }
+  world_.udpError = nullptr;
+  world_.ReleasePause();
+  ASSERT_TRUE(world_.WaitForUdpStarts(2));
+  session_->Stop();
+  EXPECT_EQ(changes, (std::vector<bool>{false, true}));
+  EXPECT_EQ(reasons, std::vector<std::string>{"UDP socket failed."});
+  EXPECT_EQ(wasConnected, std::vector<bool>{false});
 }
 
 TEST_F(SessionObserverTest, TheUdpPathsReportsReachTheObserver) {
