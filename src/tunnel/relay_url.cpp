@@ -10,6 +10,17 @@
 namespace tunnel {
 namespace {
 
+bool IsWebSocketUrl(std::wstring_view url) {
+  const std::wstring_view scheme = url.substr(0, url.find(L"://"));
+  return text::EqualsIgnoreCase(scheme, L"ws") || text::EqualsIgnoreCase(scheme, L"wss");
+}
+
+// CrackUrl() for ws:// and wss:// too. The system's splitter refuses those, though they differ from
+// http:// and https:// in nothing but the name (RFC 6455, section 3).
+bool CrackAnyUrl(const std::wstring& url, platform::UrlParts& parts) {
+  return platform::CrackUrl(IsWebSocketUrl(url) ? L"http" + url.substr(2) : url, parts);
+}
+
 // What `serverUrl` with `path` behind it consists of.
 platform::UrlParts CrackServiceUrl(std::wstring_view serverUrl, std::wstring_view path) {
   std::wstring url = text::Trim(serverUrl);
@@ -18,7 +29,7 @@ platform::UrlParts CrackServiceUrl(std::wstring_view serverUrl, std::wstring_vie
   while (!url.empty() && url.back() == L'/') url.pop_back();
   url += path;
   platform::UrlParts parts;
-  if (!platform::CrackUrl(url, parts)) {
+  if (!CrackAnyUrl(url, parts)) {
     throw std::runtime_error("WinHttpCrackUrl failed for URL: " + text::ToUtf8(url));
   }
   return parts;
@@ -45,10 +56,8 @@ std::wstring BuildRelayUrl(std::wstring_view serverUrl, std::wstring_view relayP
 }
 
 std::optional<RelayEndpoint> ParseRelayUrl(std::wstring_view relayUrl) {
-  // ws and wss differ from http and https in nothing but the name (RFC 6455, section 3).
-  if (!text::EqualsIgnoreCase(relayUrl.substr(0, 2), L"ws")) return std::nullopt;
   platform::UrlParts parts;
-  if (!platform::CrackUrl(L"http" + std::wstring(relayUrl.substr(2)), parts)) return std::nullopt;
+  if (!IsWebSocketUrl(relayUrl) || !CrackAnyUrl(std::wstring(relayUrl), parts)) return std::nullopt;
   return RelayEndpoint{parts.secure, parts.host, parts.port, parts.path};
 }
 

@@ -21,9 +21,10 @@ ServiceEndpoint ParseServiceEndpoint(std::wstring_view serverUrl);
 std::wstring BuildRelayPath(std::wstring_view connectionId, std::wstring_view engineerId);
 
 // The relay's ws:// or wss:// address for a service address as the settings hold it: trimmed, the
-// default service when empty, "http://" when it names no scheme. The port is left out where it is
-// the scheme's own (80, 443). Throws std::runtime_error "WinHttpCrackUrl failed for URL: " and the
-// address that could not be taken apart.
+// default service when empty, "http://" when it names no scheme. https:// and wss:// make the relay
+// secure, http:// and ws:// do not. The port is left out where it is the scheme's own (80, 443).
+// Throws std::runtime_error "WinHttpCrackUrl failed for URL: " and the address that could not be
+// taken apart.
 std::wstring BuildRelayUrl(std::wstring_view serverUrl, std::wstring_view relayPath);
 
 // A relay address taken apart again.

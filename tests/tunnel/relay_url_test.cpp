@@ -46,6 +46,12 @@ TEST(RelayUrl, FollowsTheServiceAddress) {
       {"secure", L"https://relay.example:31443", L"wss://relay.example:31443"},
       {"secure default port", L"https://relay.example:443", L"wss://relay.example"},
       {"plain port on secure", L"https://relay.example:80", L"wss://relay.example:80"},
+      {"ws", L"ws://relay.example:31080/", L"ws://relay.example:31080"},
+      {"ws default port", L"ws://relay.example:80", L"ws://relay.example"},
+      {"wss", L"wss://relay.example:31443", L"wss://relay.example:31443"},
+      {"wss default port", L"wss://relay.example:443", L"wss://relay.example"},
+      {"capitals", L"WsS://relay.example", L"wss://relay.example"},
+      {"a host that begins so", L"ws.example:31080", L"ws://ws.example:31080"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(BuildRelayUrl(row.serverUrl, kPath), std::wstring(row.start) + kPath) << row.name;
@@ -66,6 +72,9 @@ TEST(ServiceEndpoint, IsTheServicesHostAndPort) {
       {"slashes after", L" http://10.1.2.3:5000// ", L"10.1.2.3", 5000},
       {"a path", L"http://relay.example:31080/base", L"relay.example", 31080},
       {"two letters", L"ab", L"ab", 80},
+      {"ws", L"ws://relay.example:31080", L"relay.example", 31080},
+      {"ws without port", L"ws://relay.example/", L"relay.example", 80},
+      {"wss without port", L"WSS://relay.example", L"relay.example", 443},
   };
   for (const auto& row : rows) {
     const ServiceEndpoint endpoint = ParseServiceEndpoint(row.serverUrl);
@@ -89,7 +98,9 @@ TEST(RelayUrl, SaysWhichAddressCannotBeTakenApart) {
   } rows[] = {
       {L"ftp://relay.example", "ftp://relay.example"},
       {L" ftp://relay.example// ", "ftp://relay.example"},
-      {L"ws://relay.example", "ws://relay.example"},
+      {L"ws://relay.example:65536", "ws://relay.example:65536"},
+      {L"WSS://", "WSS:"},
+      {L"wsx://relay.example", "wsx://relay.example"},
       {L"http://relay.example:65536", "http://relay.example:65536"},
       {L"://relay.example", "://relay.example"},
       {L"ftp://\x4E2D\xD83D\xDE00", "ftp://\xE4\xB8\xAD\xF0\x9F\x98\x80"},

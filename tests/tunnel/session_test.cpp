@@ -139,6 +139,10 @@ TEST_F(SessionTest, EachFailedStartSaysWhyAndLeavesNothing) {
        "WinDivert.dll was not found in the runtime cache."},
       {"secure relay", [this]() { request_.serverUrl = L"https://127.0.0.1:1"; },
        "wss relay is not supported by the native Winsock transport."},
+      {"wss relay", [this]() { request_.serverUrl = L"wss://127.0.0.1:1"; },
+       "wss relay is not supported by the native Winsock transport."},
+      {"wss relay in capitals", [this]() { request_.serverUrl = L" WSS://127.0.0.1:1/ "; },
+       "wss relay is not supported by the native Winsock transport."},
       {"relay url", [this]() { request_.serverUrl = L"ftp://127.0.0.1"; },
        "WinHttpCrackUrl failed for URL: ftp://127.0.0.1/api/relay/client/c1?engineerId=ENG-1"},
       {"relay", [this]() { relay_.SetBehaviour(TestRelay::Refuse()); },
@@ -168,6 +172,13 @@ TEST_F(SessionTest, EachFailedStartSaysWhyAndLeavesNothing) {
     EXPECT_EQ(session_->Start(request_).text, kStarted) << row.name;
     session_->Stop();
   }
+}
+
+TEST_F(SessionTest, AWsAddressStartsAsItsHttpFormDoes) {
+  request_.serverUrl = L"ws" + relay_.ServerUrl().substr(4);
+  EXPECT_EQ(session_->Start(request_).text, kStarted);
+  ASSERT_TRUE(relay_.WaitForRequests(1));
+  EXPECT_TRUE(relay_.Requests()[0].starts_with("GET /api/relay/client/c1?engineerId=ENG-1 HTTP"));
 }
 
 TEST_F(SessionTest, FailureWhileOpeningRunsTheStop) {
