@@ -108,9 +108,14 @@ WebSocketRelay::SocketPointer WebSocketRelay::Publish(SocketPointer socket) {
   return std::exchange(socket_, std::move(socket));
 }
 
-WebSocketRelay::SocketPointer WebSocketRelay::CurrentSocket() {
+WebSocketRelay::SocketPointer WebSocketRelay::ConnectedSocket() {
   const platform::MutexLock held(stateLock_);
-  return socket_;
+  return connected_ ? socket_ : nullptr;
+}
+
+bool WebSocketRelay::IsConnected() const noexcept {
+  const platform::MutexLock held(stateLock_);
+  return connected_;
 }
 
 void WebSocketRelay::ThrowIfCancelled() const {
@@ -147,8 +152,8 @@ void WebSocketRelay::ShakeHands(platform::Socket& socket, const RelayEndpoint& e
 
 bool WebSocketRelay::SendFrame(std::uint8_t opcode, std::span<const std::byte> payload) {
   const platform::MutexLock held(sendLock_);
-  const SocketPointer socket = CurrentSocket();
-  if (!connected_ || socket == nullptr) return false;
+  const SocketPointer socket = ConnectedSocket();
+  if (socket == nullptr) return false;
   const std::uint32_t tickMs = hooks_.tickMs ? hooks_.tickMs() : SteadyTickMs();
   const std::vector<std::byte> frame =
       EncodeFrame(opcode, payload, MakeMaskKey(maskCounter_++, tickMs));
@@ -166,8 +171,8 @@ bool WebSocketRelay::ReceiveMore(platform::Socket& socket, int& error) {
 }
 
 bool WebSocketRelay::ReadMessage(std::vector<std::byte>& message) {
-  const SocketPointer socket = CurrentSocket();
-  if (!connected_ || socket == nullptr) return false;
+  const SocketPointer socket = ConnectedSocket();
+  if (socket == nullptr) return false;
   for (;;) {
     const FrameReader::Result result = reader_->Feed(unread_);
     unread_ = unread_.subspan(result.takenBytes);
@@ -191,11 +196,11 @@ bool WebSocketRelay::ReadMessage(std::vector<std::byte>& message) {
 }
 
 void WebSocketRelay::Close() noexcept {
-  connected_ = false;
   SocketPointer socket;
   std::shared_ptr<platform::SocketLibrary> library;
   {
     const platform::MutexLock held(stateLock_);
+    connected_ = false;
     socket.swap(socket_);
     library.swap(library_);
   }
@@ -203,7 +208,7 @@ void WebSocketRelay::Close() noexcept {
 }
 
 platform::Socket::Options WebSocketRelay::SocketOptions() {
-  const SocketPointer socket = CurrentSocket();
+  const SocketPointer socket = ConnectedSocket();
   return socket == nullptr ? platform::Socket::Options{} : socket->ReadOptions();
 }
 

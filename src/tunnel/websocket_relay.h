@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -60,8 +59,8 @@ class WebSocketRelay {
   // Ends the connection. Safe to call twice.
   void Close() noexcept;
 
-  [[nodiscard]] bool IsConnected() const noexcept { return connected_; }
-  // The socket's options as the system holds them; all zero when closed.
+  [[nodiscard]] bool IsConnected() const noexcept EXCLUDES(stateLock_);
+  // The socket's options as the system holds them; all zero when not connected.
   [[nodiscard]] platform::Socket::Options SocketOptions();
 
  private:
@@ -69,18 +68,20 @@ class WebSocketRelay {
 
   SocketPointer ConnectSocket(const RelayEndpoint& endpoint);
   SocketPointer Publish(SocketPointer socket);
-  SocketPointer CurrentSocket();
+  // Null when not connected.
+  SocketPointer ConnectedSocket();
   void ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint);
   bool ReceiveMore(platform::Socket& socket, int& error);
   void ThrowIfCancelled() const;
 
   const RelayHooks hooks_;
-  std::atomic<bool> connected_{false};
 
-  platform::Mutex stateLock_;  // innermost; only for the pointers
+  mutable platform::Mutex stateLock_;  // innermost; never held during a call on the socket
   // Held by the connection and by a Connect() under way, so that neither stops it for the other.
   std::shared_ptr<platform::SocketLibrary> library_ GUARDED_BY(stateLock_);
   SocketPointer socket_ GUARDED_BY(stateLock_);
+  // Changes together with the socket, so that a closed relay never counts as connected.
+  bool connected_ GUARDED_BY(stateLock_) = false;
 
   platform::Mutex sendLock_;  // one whole frame
   std::uint32_t maskCounter_ GUARDED_BY(sendLock_) = 0;

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <random>
 #include <stdexcept>
 #include <thread>
 
@@ -11,6 +13,7 @@
 namespace tunnel {
 namespace {
 
+constexpr std::size_t kCloseRounds = RACE_ROUNDS;
 constexpr char kUpgrade[] = "HTTP/1.1 101 Switching Protocols\r\n\r\n";
 
 class WebSocketRelayTest : public testing::Test {
@@ -256,6 +259,23 @@ TEST_F(WebSocketRelayTest, CloseEndsAWaitingHandshake) {
   const std::string error = " failed, error " + std::to_string(platform::SocketClosedError());
   EXPECT_THAT(failure, testing::AnyOf("WebSocket handshake receive" + error,
                                       "WebSocket handshake send" + error));
+}
+
+TEST_F(WebSocketRelayTest, CloseAtTheEndOfAHandshakeLeavesNoConnectionBehind) {
+  TestRelay server;
+  std::mt19937 random(20240501);
+  for (std::size_t round = 1; round <= kCloseRounds; ++round) {
+    std::thread connecter([&]() { FailureOf(server.RelayUrl()); });
+    // From here on the relay has a socket to close, and the handshake is all but done.
+    EXPECT_TRUE(server.WaitForRequests(round));
+    const auto moment =
+        std::chrono::steady_clock::now() + std::chrono::nanoseconds(random() % 200000);
+    while (std::chrono::steady_clock::now() < moment) {
+    }
+    relay_.Close();
+    connecter.join();
+    ASSERT_FALSE(relay_.IsConnected()) << "round " << round;
+  }
 }
 
 TEST_F(WebSocketRelayTest, CancelledConnectOpensNothing) {
