@@ -27,18 +27,23 @@ std::runtime_error ErrorWithCode(const std::string& what, int code) {
   return std::runtime_error(what + std::to_string(code));
 }
 
-// In slices of at most `sliceBytes`; 0, or the code of the send that failed.
-int SendAll(platform::Socket& socket, std::span<const std::byte> bytes, std::size_t sliceBytes) {
-  while (!bytes.empty()) {
-    const platform::SocketResult sent =
-        socket.Send(bytes.first(std::min(bytes.size(), sliceBytes)));
-    if (sent.bytes == 0) return sent.error;
-    bytes = bytes.subspan(sent.bytes);
-  }
-  return 0;
+// How the socket is handed to SendAll().
+auto SenderOf(platform::Socket& socket) {
+  return [&socket](std::span<const std::byte> slice) { return socket.Send(slice); };
 }
 
 }  // namespace
+
+std::optional<int> SendAll(
+    const std::function<platform::SocketResult(std::span<const std::byte>)>& send,
+    std::span<const std::byte> bytes, std::size_t sliceBytes) {
+  while (!bytes.empty()) {
+    const platform::SocketResult sent = send(bytes.first(std::min(bytes.size(), sliceBytes)));
+    if (sent.bytes == 0) return sent.error;
+    bytes = bytes.subspan(sent.bytes);
+  }
+  return {};
+}
 
 WebSocketRelay::WebSocketRelay(RelayHooks hooks) : hooks_(std::move(hooks)) {}
 
@@ -127,8 +132,9 @@ void WebSocketRelay::ThrowIfCancelled() const {
 void WebSocketRelay::ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint) {
   const std::string request = BuildHandshakeRequest(endpoint.path, endpoint.host);
   // One piece; only a request that the socket's buffer cannot hold goes on in a second one.
-  if (const int error = SendAll(socket, std::as_bytes(std::span(request)), request.size())) {
-    throw ErrorWithCode("WebSocket handshake send failed, error ", error);
+  const std::span bytes = std::as_bytes(std::span(request));
+  if (const auto error = SendAll(SenderOf(socket), bytes, bytes.size())) {
+    throw ErrorWithCode("WebSocket handshake send failed, error ", *error);
   }
   reader_ = std::make_unique<FrameReader>();
   unread_ = {};
@@ -157,7 +163,7 @@ bool WebSocketRelay::SendFrame(std::uint8_t opcode, std::span<const std::byte> p
   const std::uint32_t tickMs = hooks_.tickMs ? hooks_.tickMs() : SteadyTickMs();
   const std::vector<std::byte> frame =
       EncodeFrame(opcode, payload, MakeMaskKey(maskCounter_++, tickMs));
-  return SendAll(*socket, frame, kSliceBytes) == 0;
+  return !SendAll(SenderOf(*socket), frame, kSliceBytes);
 }
 
 // Fills the buffer, of which all must have been read. False at the end of the stream (error 0) or

@@ -21,6 +21,13 @@ struct RelayHooks {
   std::function<bool()> isCancelled;      // any thread; true makes Connect() give up
 };
 
+// Sends all of `bytes` by calls of `send`, each with a slice of at most `sliceBytes`. Empty when
+// that worked, else the error code of the send that did not: one that moves nothing has failed even
+// if it reports no error (0).
+std::optional<int> SendAll(
+    const std::function<platform::SocketResult(std::span<const std::byte>)>& send,
+    std::span<const std::byte> bytes, std::size_t sliceBytes);
+
 // One connection to the relay: a WebSocket over plain TCP. Each binary message is one IPv4 packet.
 //
 // Threads: Connect() and ReadMessage() by one thread at a time (the receiving one); SendFrame() and

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <random>
 #include <stdexcept>
@@ -15,6 +16,34 @@ namespace {
 
 constexpr std::size_t kCloseRounds = RACE_ROUNDS;
 constexpr char kUpgrade[] = "HTTP/1.1 101 Switching Protocols\r\n\r\n";
+
+TEST(SendAll, GoesOnWhereAShortSendEndedUntilAllIsSent) {
+  std::vector<std::size_t> slices;
+  Bytes sent;
+  const auto send = [&](std::span<const std::byte> slice) {
+    slices.push_back(slice.size());
+    const std::size_t taken = std::min<std::size_t>(slice.size(), 3);
+    Append(sent, slice.first(taken));
+    return platform::SocketResult{taken, 0};
+  };
+  EXPECT_FALSE(SendAll(send, Pattern(8), 5));
+  EXPECT_EQ(slices, (std::vector<std::size_t>{5, 5, 2}));
+  EXPECT_EQ(sent, Pattern(8));
+}
+
+TEST(SendAll, FailsWhenASendFailsOrMovesNothing) {
+  const platform::SocketResult failures[] = {{0, 10054}, {0, 0}};
+  for (const platform::SocketResult& failure : failures) {
+    for (const int failing : {1, 2, 3}) {
+      int calls = 0;
+      const auto send = [&](std::span<const std::byte>) {
+        return ++calls == failing ? failure : platform::SocketResult{1, 0};
+      };
+      EXPECT_EQ(SendAll(send, Pattern(3), 65536), failure.error) << failing;
+      EXPECT_EQ(calls, failing);
+    }
+  }
+}
 
 class WebSocketRelayTest : public testing::Test {
  protected:
