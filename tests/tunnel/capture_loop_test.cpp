@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <thread>
 
 #include "tunnel/bytes.h"
@@ -74,6 +75,19 @@ TEST_F(CaptureLoopTest, PassesOverAFailedReceive) {
   fake_.Capture(PacketOf(kUdp), address_);
   Start();
   EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+}
+
+// A driver that fails every receive at once must not keep a processor busy.
+TEST_F(CaptureLoopTest, PausesAfterEachFailedReceive) {
+  constexpr int kFailures = 20;
+  for (int i = 0; i < kFailures; ++i) fake_.Capture(Packet(kMaxPacketBytes + 1), address_);
+  fake_.Capture(PacketOf(kUdp), address_);
+  const auto begin = std::chrono::steady_clock::now();
+  Start();
+  EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+  // A millisecond each, of which a coarse system clock may keep a part back.
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(kFailures) / 2);
+  EXPECT_GE(fake_.Receives(), std::size_t{kFailures + 1});
 }
 
 TEST_F(CaptureLoopTest, TakesTheLargestPacket) {
