@@ -21,7 +21,7 @@ void Require(bool holds) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::wstring text =
-      text::FromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
+      text::FromMarkedBytes(std::string_view(reinterpret_cast<const char*>(data), size));
   settings::Settings taken;
   const std::wstring untouched = settings::WriteSettingsText(taken);
   try {

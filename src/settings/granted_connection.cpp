@@ -20,8 +20,7 @@ std::wstring WriteGrantedConnection(const GrantedConnection& granted) {
          L",\"routes\":" + WriteJsonStrings(granted.routes) + L"}\n";
 }
 
-GrantedConnection ReadGrantedConnection(std::wstring_view text) {
-  const JsonValue document = ReadJsonDocument(text);
+GrantedConnection ReadGrantedConnection(const JsonValue& document) {
   return {JsonStringOrEmpty(document, L"connectionId"), JsonStringOrEmpty(document, L"serverUrl"),
           JsonStringOrEmpty(document, L"engineerId"), JsonStringsOf(document, L"routes")};
 }

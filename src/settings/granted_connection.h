@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "settings/json.h"
@@ -28,7 +27,7 @@ GrantedConnection ConnectionInForce(const Settings& settings);
 // The form in which it lies beside the settings file: one JSON object in one line.
 std::wstring WriteGrantedConnection(const GrantedConnection& granted);
 
-// Members of other kinds are empty. Throws as ReadJsonDocument.
-GrantedConnection ReadGrantedConnection(std::wstring_view text);
+// Members of other kinds are empty.
+GrantedConnection ReadGrantedConnection(const JsonValue& document);
 
 }  // namespace settings

@@ -54,4 +54,7 @@ std::wstring WriteSettingsText(const Settings& settings);
 // JSON.", "Invalid JSON string.") before anything changed.
 void ReadSettingsText(std::wstring_view text, Settings& settings);
 
+// The same for a text that has been read.
+void ReadSettingsDocument(const JsonValue& document, Settings& settings);
+
 }  // namespace settings

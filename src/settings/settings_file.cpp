@@ -33,22 +33,23 @@ std::wstring Beside(std::wstring_view path, std::wstring_view suffix) {
   return std::wstring(path).append(suffix).append(kExtension);
 }
 
-// Whether `text` is a settings document in one piece. What is left of one that has lost its front
-// may begin with the brace of a profile: an object, but with more text behind it.
-bool IsWhole(std::wstring_view text) {
+// The settings document that the file holds in one piece; nothing when it cannot be trusted. What
+// is left of one that has lost its front may begin with the brace of a profile: an object, but with
+// more text behind it.
+std::optional<JsonValue> ReadWhole(const FileContent& content) {
+  if (!content.bytes) return std::nullopt;
+  const std::wstring text = text::FromMarkedBytes(*content.bytes);
   try {
     std::size_t end = 0;
-    const JsonValue document = ReadJsonValue(text, end);
-    if (document.AsObject() == nullptr) return false;
-    return std::ranges::all_of(text.substr(end), text::IsSpace) ||
-           FindJsonMember(document, L"siteProfiles") != nullptr;
+    JsonValue document = ReadJsonValue(text, end);
+    if (document.AsObject() == nullptr) return std::nullopt;
+    const bool isAll =
+        std::all_of(text.begin() + static_cast<std::ptrdiff_t>(end), text.end(), text::IsSpace);
+    if (!isAll && FindJsonMember(document, L"siteProfiles") == nullptr) return std::nullopt;
+    return document;
   } catch (const std::runtime_error&) {
-    return false;
+    return std::nullopt;
   }
-}
-
-bool IsTrusted(const FileContent& content) {
-  return content.bytes && IsWhole(text::FromMarkedBytes(*content.bytes));
 }
 
 void NeedEngineerId(Settings& settings) {
@@ -70,8 +71,8 @@ std::wstring SettingsFile::Load(Settings& settings) const {
     return {};
   }
   std::wstring report;
-  if (IsTrusted(content)) {
-    ReadSettingsText(text::FromMarkedBytes(*content.bytes), settings);
+  if (const std::optional<JsonValue> document = ReadWhole(content)) {
+    ReadSettingsDocument(*document, settings);
   } else {
     report = LoadUntrusted(content, settings);
   }
@@ -81,9 +82,8 @@ std::wstring SettingsFile::Load(Settings& settings) const {
 
 std::wstring SettingsFile::LoadUntrusted(const FileContent& content, Settings& settings) const {
   const bool empty = content.bytes && content.bytes->empty();
-  const FileContent last = disk_.read(lastPath_);
-  if (IsTrusted(last)) {
-    ReadSettingsText(text::FromMarkedBytes(*last.bytes), settings);
+  if (const std::optional<JsonValue> last = ReadWhole(disk_.read(lastPath_))) {
+    ReadSettingsDocument(*last, settings);
     return empty ? kRestoredFromEmpty : kRestored;
   }
   if (empty) return {};
@@ -97,9 +97,9 @@ std::wstring SettingsFile::LoadUntrusted(const FileContent& content, Settings& s
 
 // A grant that belongs to another connection than the settings name is an earlier one's.
 void SettingsFile::LoadGrant(Settings& settings) const {
-  const FileContent content = disk_.read(grantPath_);
-  if (!IsTrusted(content)) return;
-  GrantedConnection granted = ReadGrantedConnection(text::FromMarkedBytes(*content.bytes));
+  const std::optional<JsonValue> document = ReadWhole(disk_.read(grantPath_));
+  if (!document) return;
+  GrantedConnection granted = ReadGrantedConnection(*document);
   if (granted.connectionId == settings.connectionId) settings.granted = std::move(granted);
 }
 
@@ -125,7 +125,7 @@ void SettingsFile::SecureWhatIsThere(const FileContent& content, Saved& saved) c
   if (!content.exists) return;
   if (!content.bytes) {
     saved.failure = kUnreadable + path_;
-  } else if (IsTrusted(content)) {
+  } else if (ReadWhole(content)) {
     saved.failure = WriteIfOther(lastPath_, *content.bytes);
   } else if (!content.bytes->empty()) {
     SetAside(*content.bytes, saved);

@@ -48,7 +48,10 @@ std::wstring WriteSettingsText(const Settings& given) {
 }
 
 void ReadSettingsText(std::wstring_view text, Settings& settings) {
-  const JsonValue document = ReadJsonDocument(text);
+  ReadSettingsDocument(ReadJsonDocument(text), settings);
+}
+
+void ReadSettingsDocument(const JsonValue& document, Settings& settings) {
   // A document of another kind tells nothing, not even that there are no profiles.
   if (document.AsObject() != nullptr) TakeMembers(document, settings);
   if (settings.profileName.empty()) settings.profileName = settings.deviceName;

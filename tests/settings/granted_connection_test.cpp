@@ -19,6 +19,10 @@ Settings Held() {
   return settings;
 }
 
+GrantedConnection Read(const std::wstring& text) {
+  return ReadGrantedConnection(ReadJsonDocument(text));
+}
+
 TEST(ConnectionInForce, IsTheGrantWhateverTheOtherFieldsHold) {
   Settings settings = Held();
   settings.granted = kGranted;
@@ -46,15 +50,15 @@ TEST(GrantedConnectionText, IsOneLineThatReadsBack) {
   EXPECT_EQ(WriteGrantedConnection(kGranted),
             L"{\"connectionId\":\"c1\",\"serverUrl\":\"http://granted:1\",\"engineerId\":\"ENG-1\","
             L"\"routes\":[\"10.1.0.0/16\",\"10.2.0.0/16\"]}\n");
-  EXPECT_EQ(ReadGrantedConnection(WriteGrantedConnection(kGranted)), kGranted);
+  EXPECT_EQ(Read(WriteGrantedConnection(kGranted)), kGranted);
   const GrantedConnection odd = {L"a\"b\\", L"", L"\t\x5DE5", {}};
-  EXPECT_EQ(ReadGrantedConnection(WriteGrantedConnection(odd)), odd);
+  EXPECT_EQ(Read(WriteGrantedConnection(odd)), odd);
 }
 
 TEST(GrantedConnectionText, LeavesOutWhatIsOfAnotherKind) {
-  EXPECT_EQ(ReadGrantedConnection(L"{\"connectionId\":5,\"routes\":[1,\"10.0.0.0/8\"]}"),
+  EXPECT_EQ(Read(L"{\"connectionId\":5,\"routes\":[1,\"10.0.0.0/8\"]}"),
             (GrantedConnection{L"", L"", L"", {L"10.0.0.0/8"}}));
-  EXPECT_EQ(ReadGrantedConnection(L"[]"), GrantedConnection());
+  EXPECT_EQ(Read(L"[]"), GrantedConnection());
 }
 
 }  // namespace

@@ -123,6 +123,14 @@ TEST_F(SettingsFileTest, ReadsEveryEncodingThatAnEditorSaves) {
   }
 }
 
+TEST_F(SettingsFileTest, TrustsWhatAnEditorLeavesAroundTheObject) {
+  for (const char* bytes : {" \r\n{\"deviceName\":\"d\"}", "{\"deviceName\":\"d\"}\r\n\t ",
+                            "{\"deviceName\":\"d\",\"siteProfiles\":[]} // mine"}) {
+    EXPECT_EQ(LoadBytes(bytes).deviceName, L"d") << bytes;
+    EXPECT_EQ(disk_.loadReport, L"") << bytes;
+  }
+}
+
 TEST_F(SettingsFileTest, ReadsInvalidUtf8AsReplacementCharacters) {
   EXPECT_EQ(LoadBytes("{\"deviceName\":\"a\xFF"
                       "b\"}")
