@@ -1,5 +1,6 @@
 #include "webui/web_host.h"
 
+#include <optional>
 #include <utility>
 
 #include "platform/files.h"
@@ -16,6 +17,10 @@ constexpr wchar_t kPageFailed[] = L"界面加载失败。";
 
 // The host proper. The runtime holds the callbacks for as long as it likes; they hold this only
 // weakly, so a callback that comes after Close() or the owner's end finds nothing to do.
+//
+// The runtime may dispatch messages inside any of its calls, and the owner may call Close() or end
+// the host from there. So every call goes through a reference of its own, and what follows the call
+// first looks at closed_.
 class Control : public std::enable_shared_from_this<Control> {
  public:
   Control(HWND window, WebHostEvents events, ReadPage readPage)
@@ -24,8 +29,13 @@ class Control : public std::enable_shared_from_this<Control> {
   void Start(const std::wstring& userDataFolder, const CreateEnvironment& create);
   void Close();
 
-  [[nodiscard]] ICoreWebView2Controller* Controller() const { return controller_.Get(); }
-  [[nodiscard]] ICoreWebView2* WebView() const { return webView_.Get(); }
+  // References for one call; empty while there is no control.
+  [[nodiscard]] ComPtr<ICoreWebView2Controller> Controller() const {
+    return ComPtr<ICoreWebView2Controller>::Share(controller_.Get());
+  }
+  [[nodiscard]] ComPtr<ICoreWebView2> WebView() const {
+    return ComPtr<ICoreWebView2>::Share(webView_.Get());
+  }
   void FitToWindow();
 
  private:
@@ -34,9 +44,9 @@ class Control : public std::enable_shared_from_this<Control> {
   void OnPageMessage(ICoreWebView2WebMessageReceivedEventArgs* args);
   void ReportEnvironmentFailure();
   void ReportControllerFailure();
-  void ListenToPage();
-  void ShowPage();
-  void AdoptWindowState();
+  void ListenToPage(ICoreWebView2& webView);
+  void ShowPage(ICoreWebView2& webView);
+  void AdoptWindowState(ICoreWebView2Controller& controller);
 
   const HWND window_;
   const WebHostEvents events_;
@@ -46,7 +56,7 @@ class Control : public std::enable_shared_from_this<Control> {
   ComPtr<ICoreWebView2Environment> environment_;
   ComPtr<ICoreWebView2Controller> controller_;
   ComPtr<ICoreWebView2> webView_;
-  EventRegistrationToken messageToken_{};
+  std::optional<EventRegistrationToken> messageToken_;
 };
 
 void Control::Start(const std::wstring& userDataFolder, const CreateEnvironment& create) {
@@ -62,6 +72,7 @@ void Control::OnEnvironment(HRESULT result, ICoreWebView2Environment* environmen
   if (closed_) return;
   if (FAILED(result) || environment == nullptr) return ReportEnvironmentFailure();
   environment_ = ComPtr<ICoreWebView2Environment>::Share(environment);
+  const auto kept = ComPtr<ICoreWebView2Environment>::Share(environment);
   const ComPtr<ControllerCompleted> handler(new ControllerCompleted(
       kIidControllerCompletedHandler,
       [weak = weak_from_this()](HRESULT created, ICoreWebView2Controller* controller) {
@@ -71,49 +82,55 @@ void Control::OnEnvironment(HRESULT result, ICoreWebView2Environment* environmen
           controller->Close();  // nobody is left to do it
         }
       }));
-  if (FAILED(environment->CreateCoreWebView2Controller(window_, handler.Get()))) {
+  if (FAILED(kept->CreateCoreWebView2Controller(window_, handler.Get()))) {
     ReportControllerFailure();
   }
 }
 
-void Control::OnController(HRESULT result, ICoreWebView2Controller* controller) {
+void Control::OnController(HRESULT result, ICoreWebView2Controller* given) {
   if (closed_) {
-    if (controller != nullptr) controller->Close();
+    if (given != nullptr) given->Close();
     return;
   }
-  if (FAILED(result) || controller == nullptr) return ReportControllerFailure();
-  controller_ = ComPtr<ICoreWebView2Controller>::Share(controller);
-  if (FAILED(controller_->get_CoreWebView2(webView_.Receive()))) webView_.Reset();
+  if (FAILED(result) || given == nullptr) return ReportControllerFailure();
+  controller_ = ComPtr<ICoreWebView2Controller>::Share(given);
+  const auto controller = Controller();
+  ComPtr<ICoreWebView2> webView;
+  if (FAILED(controller->get_CoreWebView2(webView.Receive()))) webView.Reset();
+  if (closed_) return;
+  webView_ = ComPtr<ICoreWebView2>::Share(webView.Get());
   FitToWindow();
-  if (!webView_) return ReportControllerFailure();
-  ListenToPage();
-  ShowPage();
-  AdoptWindowState();
+  if (closed_) return;
+  if (!webView) return ReportControllerFailure();
+  ListenToPage(*webView.Get());
+  if (!closed_) ShowPage(*webView.Get());
+  if (!closed_) AdoptWindowState(*controller.Get());
 }
 
 // Before the page is shown: its first message must find a listener.
-void Control::ListenToPage() {
+void Control::ListenToPage(ICoreWebView2& webView) {
   const ComPtr<WebMessageReceived> handler(new WebMessageReceived(
       kIidWebMessageReceivedHandler,
       [weak = weak_from_this()](ICoreWebView2*, ICoreWebView2WebMessageReceivedEventArgs* args) {
         if (const auto self = weak.lock()) self->OnPageMessage(args);
       }));
-  webView_->add_WebMessageReceived(handler.Get(), &messageToken_);
+  EventRegistrationToken token{};
+  if (SUCCEEDED(webView.add_WebMessageReceived(handler.Get(), &token))) messageToken_ = token;
 }
 
-void Control::ShowPage() {
+void Control::ShowPage(ICoreWebView2& webView) {
   const std::wstring page = readPage_();
   const HRESULT result =
       page.empty()
-          ? webView_->Navigate(PageFileUrl(platform::ProgramPath(), platform::IsFile).c_str())
-          : webView_->NavigateToString(page.c_str());
-  if (FAILED(result)) events_.log(kPageFailed);
+          ? webView.Navigate(PageFileUrl(platform::ProgramPath(), platform::IsFile).c_str())
+          : webView.NavigateToString(page.c_str());
+  if (FAILED(result) && !closed_) events_.log(kPageFailed);
 }
 
 // What the window was told while there was no control yet.
-void Control::AdoptWindowState() {
-  if (::IsIconic(window_) != FALSE) controller_->put_IsVisible(FALSE);
-  if (::GetFocus() == window_) controller_->MoveFocus(MoveFocusReason::Programmatic);
+void Control::AdoptWindowState(ICoreWebView2Controller& controller) {
+  if (::IsIconic(window_) != FALSE) controller.put_IsVisible(FALSE);
+  if (!closed_ && ::GetFocus() == window_) controller.MoveFocus(MoveFocusReason::Programmatic);
 }
 
 void Control::OnPageMessage(ICoreWebView2WebMessageReceivedEventArgs* args) {
@@ -126,28 +143,30 @@ void Control::OnPageMessage(ICoreWebView2WebMessageReceivedEventArgs* args) {
 
 void Control::FitToWindow() {
   RECT area{};
-  if (controller_ && ::GetClientRect(window_, &area) != FALSE) controller_->put_Bounds(area);
+  const auto controller = Controller();
+  if (controller && ::GetClientRect(window_, &area) != FALSE) controller->put_Bounds(area);
 }
 
 void Control::ReportEnvironmentFailure() {
-  if (std::exchange(failed_, true)) return;
+  if (closed_ || std::exchange(failed_, true)) return;
   events_.log(kEnvironmentFailed);
   events_.environmentFailed(kEnvironmentFailed);
 }
 
 void Control::ReportControllerFailure() {
-  if (std::exchange(failed_, true)) return;
+  if (closed_ || std::exchange(failed_, true)) return;
   events_.log(kControllerFailed);
 }
 
-// In the runtime's own order: handlers, controller, references, environment.
+// In the runtime's own order: handlers, controller, references, environment. The members are empty
+// before the first call, so that nothing inside it finds a control that is on its way out.
 void Control::Close() {
   if (std::exchange(closed_, true)) return;
-  if (webView_) webView_->remove_WebMessageReceived(messageToken_);
-  if (controller_) controller_->Close();
-  webView_.Reset();
-  controller_.Reset();
-  environment_.Reset();
+  const auto environment = std::move(environment_);
+  const auto controller = std::move(controller_);
+  const auto webView = std::move(webView_);
+  if (webView && messageToken_) webView->remove_WebMessageReceived(*messageToken_);
+  if (controller) controller->Close();
 }
 
 class WebView2Host final : public WebHost {
@@ -158,25 +177,29 @@ class WebView2Host final : public WebHost {
 
   Control& GetControl() { return *control_; }
 
-  bool IsUp() const override { return control_->WebView() != nullptr; }
+  bool IsUp() const override { return static_cast<bool>(control_->WebView()); }
   void PostJson(const std::wstring& json) override {
-    if (IsUp()) control_->WebView()->PostWebMessageAsJson(json.c_str());
+    if (const auto webView = control_->WebView()) webView->PostWebMessageAsJson(json.c_str());
   }
   void FitToWindow() override { control_->FitToWindow(); }
   void SetVisible(bool visible) override {
-    if (Controller() != nullptr) Controller()->put_IsVisible(visible ? TRUE : FALSE);
+    if (const auto controller = control_->Controller()) {
+      controller->put_IsVisible(visible ? TRUE : FALSE);
+    }
   }
   void WindowMoved() override {
-    if (Controller() != nullptr) Controller()->NotifyParentWindowPositionChanged();
+    if (const auto controller = control_->Controller()) {
+      controller->NotifyParentWindowPositionChanged();
+    }
   }
   void Focus() override {
-    if (Controller() != nullptr) Controller()->MoveFocus(MoveFocusReason::Programmatic);
+    if (const auto controller = control_->Controller()) {
+      controller->MoveFocus(MoveFocusReason::Programmatic);
+    }
   }
   void Close() override { control_->Close(); }
 
  private:
-  ICoreWebView2Controller* Controller() const { return control_->Controller(); }
-
   const std::shared_ptr<Control> control_;
 };
 

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,9 +20,23 @@ inline constexpr LONGLONG kToken = 0x1122334455667788;
 // What the host did to the browser, in order.
 using Calls = std::vector<std::string>;
 
+// What the thread does inside one of the browser's calls, as when the runtime dispatches a message
+// there; once.
+struct Interruption {
+  std::string call;
+  std::function<void()> action;
+
+  void At(std::string_view current, const RawObject& object) {
+    if (call != current || !action) return;
+    std::exchange(action, nullptr)();
+    EXPECT_GT(object.References(), 1) << call << ": the caller keeps no reference";
+  }
+};
+
 class FakeWebView : public RawObject {
  public:
-  explicit FakeWebView(Calls& calls) : calls_(calls) {
+  FakeWebView(Calls& calls, Interruption& interruption)
+      : calls_(calls), interruption_(interruption) {
     Put(5, &Navigate);
     Put(6, &NavigateToString);
     Put(32, &PostJson);
@@ -38,15 +54,18 @@ class FakeWebView : public RawObject {
   static HRESULT Navigate(FakeWebView* self, LPCWSTR url) {
     self->calls_.push_back("Navigate");
     self->url = url;
+    self->interruption_.At("Navigate", *self);
     return self->navigateResult;
   }
   static HRESULT NavigateToString(FakeWebView* self, LPCWSTR html) {
     self->calls_.push_back("NavigateToString");
     self->html = html;
+    self->interruption_.At("NavigateToString", *self);
     return self->navigateResult;
   }
   static HRESULT PostJson(FakeWebView* self, LPCWSTR json) {
     self->posted.emplace_back(json);
+    self->interruption_.At("PostWebMessageAsJson", *self);
     return S_OK;
   }
   static HRESULT AddMessageReceived(FakeWebView* self,
@@ -54,21 +73,25 @@ class FakeWebView : public RawObject {
                                     EventRegistrationToken* token) {
     self->calls_.push_back("add_WebMessageReceived");
     self->handler = ComPtr<ICoreWebView2WebMessageReceivedEventHandler>::Share(handler);
+    self->interruption_.At("add_WebMessageReceived", *self);
     token->value = kToken;
     return S_OK;
   }
   static HRESULT RemoveMessageReceived(FakeWebView* self, EventRegistrationToken token) {
     self->calls_.push_back("remove_WebMessageReceived");
     EXPECT_EQ(token.value, kToken);
+    self->interruption_.At("remove_WebMessageReceived", *self);
     return S_OK;
   }
 
   Calls& calls_;
+  Interruption& interruption_;
 };
 
 class FakeController : public RawObject {
  public:
-  FakeController(Calls& calls, FakeWebView& webView) : calls_(calls), webView_(webView) {
+  FakeController(Calls& calls, Interruption& interruption, FakeWebView& webView)
+      : calls_(calls), interruption_(interruption), webView_(webView) {
     Put(4, &PutVisible);
     Put(6, &PutBounds);
     Put(12, &MoveFocus);
@@ -83,27 +106,33 @@ class FakeController : public RawObject {
  private:
   static HRESULT PutVisible(FakeController* self, BOOL visible) {
     self->calls_.push_back(visible != FALSE ? "show" : "hide");
+    self->interruption_.At("put_IsVisible", *self);
     return S_OK;
   }
   static HRESULT PutBounds(FakeController* self, RECT bounds) {
     self->calls_.push_back("put_Bounds");
     self->bounds = bounds;
+    self->interruption_.At("put_Bounds", *self);
     return S_OK;
   }
   static HRESULT MoveFocus(FakeController* self, int reason) {
     EXPECT_EQ(reason, 0);
     self->calls_.push_back("MoveFocus");
+    self->interruption_.At("MoveFocus", *self);
     return S_OK;
   }
   static HRESULT Moved(FakeController* self) {
     self->calls_.push_back("moved");
+    self->interruption_.At("NotifyParentWindowPositionChanged", *self);
     return S_OK;
   }
   static HRESULT Close(FakeController* self) {
     self->calls_.push_back("Close");
+    self->interruption_.At("Close", *self);
     return S_OK;
   }
   static HRESULT GetWebView(FakeController* self, ICoreWebView2** webView) {
+    self->interruption_.At("get_CoreWebView2", *self);
     *webView = nullptr;
     if (FAILED(self->getWebViewResult)) return self->getWebViewResult;
     *webView = self->webView_.As<ICoreWebView2>();
@@ -112,12 +141,16 @@ class FakeController : public RawObject {
   }
 
   Calls& calls_;
+  Interruption& interruption_;
   FakeWebView& webView_;
 };
 
 class FakeEnvironment : public RawObject {
  public:
-  explicit FakeEnvironment(Calls& calls) : calls_(calls) { Put(3, &CreateController); }
+  FakeEnvironment(Calls& calls, Interruption& interruption)
+      : calls_(calls), interruption_(interruption) {
+    Put(3, &CreateController);
+  }
 
   HRESULT createResult = S_OK;
   ICoreWebView2Controller* completeWith = nullptr;  // at once, inside the call
@@ -132,11 +165,13 @@ class FakeEnvironment : public RawObject {
     self->parent = parent;
     self->handler =
         ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler>::Share(handler);
+    self->interruption_.At("CreateCoreWebView2Controller", *self);
     if (self->completeWith != nullptr) handler->Invoke(S_OK, self->completeWith);
     return self->createResult;
   }
 
   Calls& calls_;
+  Interruption& interruption_;
 };
 
 // A posted message: `text` is what TryGetWebMessageAsString gives, nothing = E_INVALIDARG.

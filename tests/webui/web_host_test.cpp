@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "webui/com.h"
@@ -61,9 +64,10 @@ class WebHostTest : public testing::Test {
   }
 
   Calls calls_;
-  FakeWebView webView_{calls_};
-  FakeController controller_{calls_, webView_};
-  FakeEnvironment environment_{calls_};
+  Interruption interruption_;
+  FakeWebView webView_{calls_, interruption_};
+  FakeController controller_{calls_, interruption_, webView_};
+  FakeEnvironment environment_{calls_, interruption_};
   ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> environmentHandler_;
   bool completeAtOnce_ = false;
   bool failAtOnce_ = false;
@@ -290,6 +294,70 @@ TEST_F(WebHostTest, IgnoresAnEnvironmentThatComesTooLate) {
   environmentHandler_->Invoke(E_ABORT, nullptr);
   EXPECT_TRUE(calls_.empty());
   EXPECT_TRUE(logged_.empty());
+}
+
+TEST_F(WebHostTest, StopsWhereItIsClosedInsideACallThatBringsItUp) {
+  const Calls bringingUp = {"CreateCoreWebView2Controller",
+                            "get_CoreWebView2",
+                            "put_Bounds",
+                            "add_WebMessageReceived",
+                            "NavigateToString",
+                            "Navigate",
+                            "put_IsVisible"};
+  ::ShowWindow(window_, SW_SHOWMINIMIZED);
+  for (const std::string& call : bringingUp) {
+    for (const bool destroyed : {false, true}) {
+      SCOPED_TRACE(call + (destroyed ? ", destroyed" : ", closed"));
+      page_ = call == "Navigate" ? L"" : L"<p></p>";
+      // What a closed control answers; none of it is a failure that the engineer needs to know.
+      webView_.navigateResult = call.starts_with("Navigate") ? E_ABORT : S_OK;
+      environment_.createResult = call.starts_with("Create") ? E_ABORT : S_OK;
+      Calls before;
+      interruption_ = {call, [&] {
+                         if (destroyed) host_.reset();
+                         if (host_) host_->Close();
+                         before = calls_;
+                       }};
+      calls_.clear();
+      Create();
+      CompleteEnvironment();
+      if (call != "CreateCoreWebView2Controller") CompleteController();
+      ASSERT_FALSE(interruption_.action) << "never called";
+      EXPECT_EQ(calls_, before);
+      EXPECT_EQ(std::ranges::count(calls_, "Close"),
+                call == "CreateCoreWebView2Controller" ? 0 : 1);
+      EXPECT_TRUE(!host_ || !host_->IsUp());
+      EXPECT_TRUE(logged_.empty());
+      webView_.handler.Reset();
+      host_.reset();
+      EXPECT_EQ(webView_.References(), 1);
+      EXPECT_EQ(controller_.References(), 1);
+      EXPECT_EQ(environment_.References(), 1);
+    }
+  }
+}
+
+TEST_F(WebHostTest, GoesInsideEveryCallThatTheOwnerMakes) {
+  const std::pair<const char*, std::function<void(WebHost&)>> rows[] = {
+      {"put_Bounds", [](WebHost& host) { host.FitToWindow(); }},
+      {"put_IsVisible", [](WebHost& host) { host.SetVisible(true); }},
+      {"NotifyParentWindowPositionChanged", [](WebHost& host) { host.WindowMoved(); }},
+      {"MoveFocus", [](WebHost& host) { host.Focus(); }},
+      {"PostWebMessageAsJson", [](WebHost& host) { host.PostJson(L"{}"); }},
+      {"remove_WebMessageReceived", [](WebHost& host) { host.Close(); }},
+      {"Close", [](WebHost& host) { host.Close(); }},
+  };
+  for (const auto& [call, make] : rows) {
+    SCOPED_TRACE(call);
+    BringUp();
+    interruption_ = {call, [this] { host_.reset(); }};
+    make(*host_);
+    EXPECT_EQ(host_, nullptr);
+    EXPECT_EQ(std::ranges::count(calls_, "Close"), 1);
+    webView_.handler.Reset();
+    EXPECT_EQ(webView_.References(), 1);
+    EXPECT_EQ(controller_.References(), 1);
+  }
 }
 
 TEST_F(WebHostTest, IgnoresACancelledControllerWhileTheWindowGoes) {
