@@ -83,6 +83,7 @@ struct AppState {
   std::unique_ptr<webui::WebHost> web;
   bool pageReady = false;
   std::vector<std::wstring> pageQueue;  // JSON texts that wait for the page
+  bool refusalLogged = false;           // the page has refused a message in this run
   std::wstring lastMessage = L"就绪。";
   // What the page shows in its form, as far as the window knows: the page's last snapshot, or what
   // the window has had it apply since.

@@ -9,10 +9,22 @@
 namespace shell {
 namespace {
 
+constexpr wchar_t kReplaced[] = L"警告：一条消息含有页面无法接受的字符，已替换后重新发送。";
+
 webui::TimeOfDay LocalTimeOfDay() {
   SYSTEMTIME now{};
   ::GetLocalTime(&now);
   return {now.wHour, now.wMinute, now.wSecond};
+}
+
+// Without this a text of the service with a control character would be lost, and the page would
+// wait for it for ever. The warning comes once a run: it goes to the page, too.
+void DeliverRefused(AppState& state, const std::wstring& json) {
+  const std::wstring clean = webui::WithoutControlCharacters(json);
+  // The control may have gone during the first try.
+  if (clean == json || !state.web) return;
+  state.web->PostJson(clean);
+  if (!std::exchange(state.refusalLogged, true)) Log(state, kReplaced);
 }
 
 }  // namespace
@@ -23,7 +35,7 @@ void PostToPage(const AppState& state, std::wstring json) {
 
 void DeliverToPage(AppState& state, std::wstring json) {
   if (state.pageReady && state.web && state.web->IsUp()) {
-    state.web->PostJson(json);
+    if (!state.web->PostJson(json)) DeliverRefused(state, json);
   } else {
     state.pageQueue.push_back(std::move(json));
   }

@@ -10,7 +10,9 @@ namespace shell {
 // Sends `json` to the page by way of the window's message queue; dropped when there is no window.
 void PostToPage(const AppState& state, std::wstring json);
 
-// The other end of it: hands `json` to the page, or keeps it until the page is ready.
+// The other end of it: hands `json` to the page, or keeps it until the page is ready. A text that
+// the page refuses is sent once more with its control characters replaced; refused again, it is
+// dropped.
 void DeliverToPage(AppState& state, std::wstring json);
 
 // The page is ready: hands over all that has been kept, in order.

@@ -1,8 +1,10 @@
 #include "webui/messages.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "settings/json.h"
+#include "text/utf8.h"
 
 namespace webui {
 namespace {
@@ -73,6 +75,14 @@ std::wstring BuildLogMessage(const TimeOfDay& time, std::wstring_view text) {
   json.append(L":").append(TwoDigits(time.seconds)).append(L"\",\"msg\":");
   json.append(QuoteJsonString(text)).append(L",\"cls\":\"");
   return json.append(ClassName(ClassifyStatus(text))).append(L"\"}");
+}
+
+std::wstring WithoutControlCharacters(std::wstring_view json) {
+  // UTF-8 has no lone surrogates: they come back as U+FFFD.
+  std::wstring clean = text::FromUtf8(text::ToUtf8(json));
+  std::ranges::replace_if(
+      clean, [](wchar_t unit) { return unit < L' '; }, L'\xFFFD');
+  return clean;
 }
 
 }  // namespace webui

@@ -28,4 +28,8 @@ struct TimeOfDay {
 // One line for the live log, coloured by ClassifyStatus.
 std::wstring BuildLogMessage(const TimeOfDay& time, std::wstring_view text);
 
+// A message above in a form that the page takes whatever its texts hold: each control character
+// (below U+0020; there are none between the members) and each lone surrogate is U+FFFD instead.
+std::wstring WithoutControlCharacters(std::wstring_view json);
+
 }  // namespace webui

@@ -178,8 +178,11 @@ class WebView2Host final : public WebHost {
   Control& GetControl() { return *control_; }
 
   bool IsUp() const override { return static_cast<bool>(control_->WebView()); }
-  void PostJson(const std::wstring& json) override {
-    if (const auto webView = control_->WebView()) webView->PostWebMessageAsJson(json.c_str());
+  bool PostJson(const std::wstring& json) override {
+    const auto webView = control_->WebView();
+    if (!webView) return true;
+    const bool isWhole = json.find(L'\0') == std::wstring::npos;  // as far as the control reads
+    return isWhole && SUCCEEDED(webView->PostWebMessageAsJson(json.c_str()));
   }
   void FitToWindow() override { control_->FitToWindow(); }
   void SetVisible(bool visible) override {

@@ -31,7 +31,10 @@ class WebHost {
 
   // True between the control's coming up and Close().
   [[nodiscard]] virtual bool IsUp() const = 0;
-  virtual void PostJson(const std::wstring& json) = 0;
+  // False: the control has refused `json`, which is no valid JSON (a raw control character in a
+  // string is enough) or holds U+0000, at which the control would cut it. True otherwise, also
+  // while the control is not up.
+  virtual bool PostJson(const std::wstring& json) = 0;
   // Covers the window's client area.
   virtual void FitToWindow() = 0;
   virtual void SetVisible(bool visible) = 0;

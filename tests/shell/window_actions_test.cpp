@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "settings/json.h"
 #include "shell/page_link.h"
 #include "shell/window_fixture.h"
@@ -47,6 +49,59 @@ TEST_F(WindowActions, MessagesWaitWhileTheControlIsNotUp) {
   Pump();
   EXPECT_TRUE(page_.posted.empty());
   EXPECT_EQ(state_->pageQueue.size(), 1u);
+}
+
+constexpr wchar_t kReplaced[] = L"警告：一条消息含有页面无法接受的字符，已替换后重新发送。";
+
+TEST_F(WindowActions, AResultThatThePageRefusesReachesItWithItsCharactersReplaced) {
+  OpenWithReadyPage();
+  const std::wstring result(L"甲\x01乙\0丙", 5);
+  jobBody_ = [&](settings::Settings&, tunnel::Tunnel&) { return result; };
+  for (const std::size_t warnings : {1u, 0u}) {  // one is enough for a run of the program
+    ForgetRecords();
+    PageSends(L"{\"action\":\"test\",\"f\":{}}");
+    FinishJob();
+    EXPECT_EQ(page_.refused.size(), 2u);  // the state and the log line
+    const bool shown = std::ranges::any_of(page_.posted, [](const std::wstring& json) {
+      return json.find(L"\"statusline\":\"甲\xFFFD乙\xFFFD丙\"") != std::wstring::npos;
+    });
+    EXPECT_TRUE(shown);
+    EXPECT_EQ(std::ranges::count(logged_, kReplaced), warnings);
+    EXPECT_EQ(std::ranges::count(logged_, result), 1);
+  }
+}
+
+TEST_F(WindowActions, AWaitingMessageThatIsRefusedKeepsItsPlace) {
+  Open();
+  for (const wchar_t* json : {L"\"1\"", L"\"2\x1f\"", L"\"3\""}) PostToPage(*state_, json);
+  Pump();
+  PageSends(L"{\"action\":\"ready\"}");
+  const auto first = std::ranges::find(page_.posted, L"\"1\"");
+  ASSERT_GE(page_.posted.end() - first, 3);
+  EXPECT_EQ(first[1], L"\"2\xFFFD\"");
+  EXPECT_EQ(first[2], L"\"3\"");
+}
+
+TEST_F(WindowActions, AMessageThatIsRefusedAgainIsDropped) {
+  OpenWithReadyPage();
+  page_.refusesAll = true;
+  PostToPage(*state_, L"\"fine\"");
+  Pump();
+  EXPECT_EQ(page_.refused, Lines{L"\"fine\""});
+  EXPECT_TRUE(logged_.empty());
+  PostToPage(*state_, L"\"\x01\"");
+  Pump();
+  EXPECT_EQ(logged_, Lines{kReplaced});
+  EXPECT_EQ(page_.refused.size(), 4u);  // the message, its other form and the log line
+  EXPECT_TRUE(state_->pageQueue.empty());
+}
+
+TEST_F(WindowActions, AWindowThatClosesDuringARefusalSendsNothingMore) {
+  OpenWithReadyPage();
+  page_.duringPost = [this] { Close(); };
+  DeliverToPage(*state_, L"\"\x01\"");
+  EXPECT_EQ(page_.refused.size(), 1u);
+  EXPECT_TRUE(page_.posted.empty());
 }
 
 TEST_F(WindowActions, MessagesWithoutAWindowAreDropped) {

@@ -16,11 +16,14 @@ constexpr DWORD kPatienceMs = 10'000;
 
 class FakeWebHost final : public webui::WebHost {
  public:
-  FakeWebHost(PageRecord& record, bool& throws) : record_(record), throws_(throws) {}
+  explicit FakeWebHost(PageRecord& record) : record_(record) {}
   bool IsUp() const override { return record_.up; }
-  void PostJson(const std::wstring& json) override {
-    if (std::exchange(throws_, false)) throw std::runtime_error("page");
-    record_.posted.push_back(json);
+  bool PostJson(const std::wstring& json) override {
+    const bool refused =
+        record_.refusesAll || std::ranges::any_of(json, [](wchar_t unit) { return unit < L' '; });
+    (refused ? record_.refused : record_.posted).push_back(json);
+    if (const auto during = std::exchange(record_.duringPost, nullptr)) during();
+    return !refused;
   }
   void FitToWindow() override { record_.calls.push_back("fit"); }
   void SetVisible(bool visible) override { record_.calls.push_back(visible ? "show" : "hide"); }
@@ -33,7 +36,6 @@ class FakeWebHost final : public webui::WebHost {
 
  private:
   PageRecord& record_;
-  bool& throws_;
 };
 
 bool DispatchOne() {
@@ -86,7 +88,7 @@ Surroundings WindowTest::MakeSurroundings() {
       events_.log(environmentFailure_);
       events_.environmentFailed(environmentFailure_);
     }
-    return std::make_unique<FakeWebHost>(page_, pageThrows_);
+    return std::make_unique<FakeWebHost>(page_);
   };
   fakes.showMessageBox = [this](HWND, const std::wstring& text) { boxes_.push_back(text); };
   fakes.postJobResult = [this](HWND window, const std::wstring& text) {
@@ -170,6 +172,7 @@ int WindowTest::Saves() const {
 void WindowTest::ForgetRecords() {
   logged_.clear();
   page_.posted.clear();
+  page_.refused.clear();
   page_.calls.clear();
   disk_.written.clear();
   jobsRun_.clear();

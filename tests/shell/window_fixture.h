@@ -16,7 +16,10 @@ namespace shell {
 // A browser control that only remembers what it was told.
 struct PageRecord {
   bool up = true;
-  std::vector<std::wstring> posted;
+  bool refusesAll = false;
+  std::vector<std::wstring> posted;   // what the page took
+  std::vector<std::wstring> refused;  // with a control character, as the real page, or refusesAll
+  std::function<void()> duringPost;   // once
   std::vector<std::string> calls;
 };
 
@@ -65,7 +68,6 @@ class WindowTest : public testing::Test {
 
   // What the fakes do and what they saw.
   settings::MemoryDisk disk_;
-  bool pageThrows_ = false;     // the next post to the page throws
   bool hostFails_ = false;      // making the browser control throws
   int refusedResultPosts_ = 0;  // so many times the window does not take a job's result
   std::vector<std::string> jobsRun_;

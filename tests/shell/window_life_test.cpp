@@ -214,7 +214,7 @@ TEST_F(WindowLife, TextsForAWindowThatIsGoneAreFreed) {
 
 TEST_F(WindowLife, AnExceptionInsideIsLoggedAndTheWindowGoesOn) {
   OpenWithReadyPage();
-  pageThrows_ = true;
+  page_.duringPost = [] { throw std::runtime_error("page"); };
   PageSends(L"{\"action\":\"ready\",\"f\":{}}");
   Pump();
   EXPECT_EQ(logged_.back(), L"Error: page");

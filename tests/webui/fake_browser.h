@@ -47,6 +47,7 @@ class FakeWebView : public RawObject {
   HRESULT navigateResult = S_OK;
   std::wstring url;
   std::wstring html;
+  HRESULT postResult = S_OK;
   std::vector<std::wstring> posted;
   ComPtr<ICoreWebView2WebMessageReceivedEventHandler> handler;
 
@@ -66,7 +67,7 @@ class FakeWebView : public RawObject {
   static HRESULT PostJson(FakeWebView* self, LPCWSTR json) {
     self->posted.emplace_back(json);
     self->interruption_.At("PostWebMessageAsJson", *self);
-    return S_OK;
+    return self->postResult;
   }
   static HRESULT AddMessageReceived(FakeWebView* self,
                                     ICoreWebView2WebMessageReceivedEventHandler* handler,

@@ -121,6 +121,46 @@ TEST(BuildLogMessage, CarriesTimeTextAndColour) {
   }
 }
 
+struct ReplacedRow {
+  const char* name;
+  std::wstring json;
+  std::wstring wanted;
+};
+
+TEST(WithoutControlCharacters, ReplacesWhatThePageRefusesAndNothingElse) {
+  const ReplacedRow rows[] = {
+      {"nothing", L"", L""},
+      {"what JSON may hold", L"{\"a\":\"\\t\\n \x7f\x85\xFFFF中\"}",
+       L"{\"a\":\"\\t\\n \x7f\x85\xFFFF中\"}"},
+      {"the first and the last control character", L"\"\x01z\x1f\"", L"\"\xFFFDz\xFFFD\""},
+      {"U+0000, and what stands behind it", std::wstring(L"\"a\0b\"", 5),
+       L"\"a\xFFFD"
+       L"b\""},
+      {"a raw tab and line feed", L"\t\n", L"\xFFFD\xFFFD"},
+      {"a surrogate pair", L"\xD83D\xDE00", L"\xD83D\xDE00"},
+      {"the first half of a pair",
+       L"a\xD83D"
+       L"b",
+       L"a\xFFFD"
+       L"b"},
+      {"the second half", L"\xDE00", L"\xFFFD"},
+      {"halves in the wrong order", L"\xDE00\xD83D", L"\xFFFD\xFFFD"},
+      {"half a pair before a whole one", L"\xD83D\xD83D\xDE00", L"\xFFFD\xD83D\xDE00"},
+  };
+  for (const ReplacedRow& row : rows) {
+    EXPECT_EQ(WithoutControlCharacters(row.json), row.wanted) << row.name;
+  }
+}
+
+TEST(WithoutControlCharacters, KeepsTheLengthOfEveryUnitAlone) {
+  for (wchar_t unit = 0; unit < 0xFFFF; ++unit) {
+    const bool refused = unit < 0x20 || (unit >= 0xD800 && unit <= 0xDFFF);
+    ASSERT_EQ(WithoutControlCharacters(std::wstring(1, unit)),
+              std::wstring(1, refused ? L'\xFFFD' : unit))
+        << int{unit};
+  }
+}
+
 TEST(Messages, AreReadBackByOurOwnReader) {
   const std::wstring messages[] = {BuildStateMessage(ConnectedSettings(), {true, true}, L"x\"\\"),
                                    BuildApplyMessage(ConnectedSettings()),

@@ -225,6 +225,20 @@ TEST_F(WebHostTest, TellsTheControlOfTheWindow) {
   EXPECT_EQ(webView_.posted, std::vector<std::wstring>{L"{}"});
 }
 
+TEST_F(WebHostTest, TellsWhichMessagesThePageRefuses) {
+  BringUp();
+  EXPECT_TRUE(host_->PostJson(L"{}"));
+  webView_.postResult = E_INVALIDARG;
+  EXPECT_FALSE(host_->PostJson(L"{\x01}"));
+  EXPECT_EQ(webView_.posted.size(), 2u);
+  // The runtime takes texts that end at the first U+0000 and would show a part for the whole.
+  webView_.postResult = S_OK;
+  EXPECT_FALSE(host_->PostJson(std::wstring(L"1\0002", 3)));
+  EXPECT_EQ(webView_.posted.size(), 2u);
+  host_->Close();
+  EXPECT_TRUE(host_->PostJson(L"{}"));
+}
+
 TEST_F(WebHostTest, DoesNothingBeforeItIsUp) {
   Create();
   host_->FitToWindow();
