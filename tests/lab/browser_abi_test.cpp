@@ -272,6 +272,17 @@ TEST_F(Stand, PostsToThePageInOrder) {
   ExpectRequest(5, "text");
 }
 
+TEST_F(Stand, RefusesMessagesThatAreNotJson) {
+  OpenController();
+  for (const wchar_t* text : {L"", L"text", L"{\"t\":\"a\x01z\"}", L"{\"t\":\"a\tz\"}", L"[1,]"}) {
+    EXPECT_EQ(CallSlot(webview_, 32, text), E_INVALIDARG);
+  }
+  EXPECT_EQ(CallSlot(webview_, 32, L"{\"t\":\"a\\u0001z\"}"), S_OK);
+  EXPECT_EQ(CallSlot(webview_, 33, L"a\x01z"), S_OK);
+  ExpectRequest(4, "{\"t\":\"a\\u0001z\"}");  // the first of its kind
+  ExpectRequest(5, "a\x01z");
+}
+
 TEST_F(Stand, ServesNoOtherMethods) {
   OpenController();
   const std::initializer_list<size_t> webviewSlots = {7, 27, 29, 31, 40, 43, 48, 51, 57, 60};

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "event_args.h"
+#include "json_text.h"
 #include "options.h"
 #include "text.h"
 
@@ -99,20 +100,25 @@ HRESULT WebView::remove_WebMessageReceived(EventRegistrationToken token) {
 }
 
 HRESULT WebView::PostWebMessageAsJson(LPCWSTR json) {
-  return Post(FromHost::PostJson, json);
+  const HRESULT refused = CheckPost(json);
+  if (FAILED(refused)) return refused;
+  if (!IsJsonText(json)) return E_INVALIDARG;
+  session_->Send(FromHost::PostJson, BodyWriter().Text(json));
+  return S_OK;
 }
 
 HRESULT WebView::PostWebMessageAsString(LPCWSTR text) {
-  return Post(FromHost::PostText, text);
+  const HRESULT refused = CheckPost(text);
+  if (FAILED(refused)) return refused;
+  session_->Send(FromHost::PostText, BodyWriter().Text(text));
+  return S_OK;
 }
 
-HRESULT WebView::Post(FromHost kind, LPCWSTR text) {
+HRESULT WebView::CheckPost(LPCWSTR text) const {
   const HRESULT refused = session_->Check();
   if (FAILED(refused)) return refused;
   if (text == nullptr) return E_POINTER;
-  if (!settings_->IsOn(Settings::kWebMessage)) return E_ACCESSDENIED;
-  session_->Send(kind, BodyWriter().Text(text));
-  return S_OK;
+  return settings_->IsOn(Settings::kWebMessage) ? S_OK : E_ACCESSDENIED;
 }
 
 void WebView::OnPosted(const PostedMessage& message) {

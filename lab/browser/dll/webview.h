@@ -39,7 +39,8 @@ class WebView final : public ComObject<ICoreWebView2, &kIidWebView>, private Ses
   void OnNavigated(const FinishedNavigation& navigation) override;
   // The session's refusal, else a missing argument, else what LAB_WEBVIEW_FAIL asks for.
   HRESULT CheckNavigation(LPCWSTR argument) const;
-  HRESULT Post(FromHost kind, LPCWSTR text);
+  // What holds for every message: the session's refusal, a missing text, messages switched off.
+  HRESULT CheckPost(LPCWSTR text) const;
 
   const std::shared_ptr<Session> session_;
   const ComPtr<Settings> settings_;
