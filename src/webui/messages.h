@@ -14,8 +14,8 @@ namespace webui {
 std::wstring BuildStateMessage(const settings::Settings& settings, const TunnelStatus& tunnel,
                                std::wstring_view statusLine);
 
-// The form's values. Overwrites what the engineer has typed, so it goes out only where the program
-// itself has changed them.
+// The form's values. The page keeps what the engineer has typed until the values agree with it, but
+// shows all others, so this goes out only where the program itself has changed them.
 std::wstring BuildApplyMessage(const settings::Settings& settings);
 
 // Local time of day.
