@@ -241,6 +241,8 @@ pageTest('what a narrow list cannot show in full is its hint', async (page) => {
   assert.equal(await page.view.getAttribute('#c-profiles', 'title'), name);
   await page.view.selectOption('#c-profiles', '西区');
   assert.equal(await page.view.getAttribute('#c-profiles', 'title'), '西区');
+  await page.deliver({ t: 'apply', fields: { profiles: [], profileSel: '' } });
+  assert.equal(await page.view.getAttribute('#c-profiles', 'title'), '');
 });
 
 const kColours = [
