@@ -119,6 +119,82 @@ pageTest('both lists stand at their end', async (page) => {
   assert.ok(await isAtEnd(page, 'c-log'));
 });
 
+/** Scrolls with the mouse, and lets the page hear of it. */
+async function scrollUp(page, id) {
+  await page.view.hover(`#${id}`);
+  await page.view.mouse.wheel(0, -300);
+  await page.view.waitForFunction((list) => {
+    const { scrollTop, clientHeight, scrollHeight } = document.getElementById(list);
+    return scrollTop + clientHeight < scrollHeight - 100;
+  }, id);
+  await twoFrames(page);
+  return scrollTop(page, id);
+}
+const twoFrames = (page) => page.view.evaluate(() =>
+  new Promise((done) => { requestAnimationFrame(() => requestAnimationFrame(done)); }));
+const scrollTop = (page, id) => page.view.locator(`#${id}`).evaluate((list) => list.scrollTop);
+
+pageTest('a list that was scrolled up stays there through a change of its window', async (page) => {
+  await page.deliver({ t: 'logs', lines: lines(1, 100) });
+  const top = await scrollUp(page, 'c-log');
+  await page.view.setViewportSize({ width: 1220, height: 760 });
+  await twoFrames(page);
+  assert.equal(await scrollTop(page, 'c-log'), top);
+});
+
+pageTest('a list that was scrolled up stays there through a change of tabs', async (page) => {
+  await page.deliver({ t: 'logs', lines: lines(1, 100) });
+  const top = await scrollUp(page, 'c-log');
+  await page.click('t-log');
+  assert.ok(await isAtEnd(page, 'full-log'));
+  await page.click('t-work');
+  await twoFrames(page);
+  assert.equal(await scrollTop(page, 'c-log'), top);
+});
+
+pageTest('a list that grows and shrinks in one frame was not scrolled up', async (page) => {
+  await page.deliver({ t: 'logs', lines: lines(1, 100) });
+  await twoFrames(page);
+  await page.view.locator('#c-log').evaluate((list) => {
+    list.style.flex = 'none';
+    for (const height of ['400px', '100px']) {
+      list.style.height = height;
+      list.getBoundingClientRect();  // the end moves now, its event comes with the next frame
+    }
+  });
+  await twoFrames(page);
+  assert.ok(await isAtEnd(page, 'c-log'));
+});
+
+pageTest('a new line takes every list to its end, wherever it was and also while it is hidden', async (page) => {
+  await page.deliver({ t: 'logs', lines: lines(1, 100) });
+  await scrollUp(page, 'c-log');
+  await page.deliver({ t: 'log', ts: '01:02:04', msg: '又一行', cls: '' });
+  assert.ok(await isAtEnd(page, 'c-log'));
+  await scrollUp(page, 'c-log');
+  await page.click('t-log');
+  await page.deliver({ t: 'log', ts: '01:02:05', msg: '再一行', cls: '' });
+  await page.click('t-work');
+  assert.ok(await isAtEnd(page, 'c-log'));
+  await page.view.setViewportSize({ width: 1220, height: 760 });
+  await twoFrames(page);
+  assert.ok(await isAtEnd(page, 'c-log'));
+});
+
+pageTest('a list that was scrolled back to its end follows it again', async (page) => {
+  await page.deliver({ t: 'logs', lines: lines(1, 100) });
+  await scrollUp(page, 'c-log');
+  await page.view.mouse.wheel(0, 5_000);
+  await page.view.waitForFunction(() => {
+    const list = document.getElementById('c-log');
+    return list.scrollTop + list.clientHeight >= list.scrollHeight - 1;
+  });
+  await twoFrames(page);
+  await page.view.setViewportSize({ width: 1220, height: 760 });
+  await twoFrames(page);
+  assert.ok(await isAtEnd(page, 'c-log'));
+});
+
 async function shownPanes(page) {
   const panes = [];
   for (const id of ['pane-client', 'pane-edge', 'pane-logfull']) {
