@@ -71,6 +71,8 @@ describe('one page', () => {
   });
 
   it('types Chinese into a field, replacing its contents, and clicks for real', async () => {
+    await page.evaluate(`window.typed = [];
+      document.querySelector('#name').addEventListener('input', (e) => typed.push(e.isTrusted && e.target.value))`);
     await page.type('#name', '旧的');
     await page.type('#name', '维马林 密钥-7F3A');
     await page.evaluate('document.querySelector("#send").addEventListener("click", (e) => { window.trusted = e.isTrusted; })');
@@ -79,6 +81,7 @@ describe('one page', () => {
     assert.equal(await page.evaluate('trusted'), true);
     await page.type('#name', '');
     assert.equal(await page.evaluate('document.querySelector("#name").value'), '');
+    assert.deepEqual(await page.evaluate('typed'), ['旧的', '维马林 密钥-7F3A', '']);
   });
 
   it('refuses to click what is covered, has no size or is missing', async () => {
