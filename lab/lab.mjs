@@ -37,10 +37,10 @@ const kSignals = ['SIGINT', 'SIGTERM'];
 export class Lab {
   #serviceChild;
   #serviceStarts = 0;
-  #grant = {
+  #grant = [{
     connectionId: 'CONN-0001', assignedAddress: kTunnelAddress,
     routes: [kDirectRoute, kOverlappingRoute],
-  };
+  }];
   #onSignal = () => this.close().finally(() => process.exit(130));
 
   /**
@@ -92,12 +92,12 @@ export class Lab {
     this.#serviceChild = this.processes.fork(name, path.join(kRepo, 'lab/service/main.mjs'),
       { namespace: this.network.cloud, log: this.#log(name) });
     const service = await connectService(this.#serviceChild);
-    const setGrant = async (grant) => {
+    const setGrant = async (...grant) => {
       this.#grant = grant;
-      await service.setGrant(grant);
+      await service.setGrant(...grant);
     };
     this.service = { ...service, setGrant };
-    await this.service.setGrant(this.#grant);
+    await this.service.setGrant(...this.#grant);
     await this.service.listen({
       host: '0.0.0.0', port: kServicePort,
       site: { host: kSite, port: kSitePort, localPort: kRelayToSitePort },

@@ -24,10 +24,10 @@ function resolve(devices, grant, body) {
   return success(known);
 }
 
-/** The service as it should be. Each entry: [method, path pattern, reply]. */
-function ownReply({ grant, devices, desktop }, { method, path, body }) {
+/** The service as it should be. Each entry: [method, path pattern, reply]. `grantNext` makes a grant. */
+function ownReply({ grant, grantNext, devices, desktop }, { method, path, body }) {
   const table = [
-    ['POST', /^\/api\/connections\/request$/, () => success(grant)],
+    ['POST', /^\/api\/connections\/request$/, () => success(grantNext())],
     ['POST', /^\/api\/connections\/[^/]+\/disconnect$/, () => success(null)],
     ['POST', /^\/api\/devices\/resolve$/, () => resolve(devices, grant, body)],
     ['POST', /^\/api\/devices\/[^/]+\/remote-desktop\/session$/, () => success(desktop)],
@@ -39,6 +39,8 @@ function ownReply({ grant, devices, desktop }, { method, path, body }) {
 
 export class Replies {
   #grant = null;
+  #isNumbered = false;
+  #granted = [];
   #devices = null;
   #desktop = kDefaultDesktop;
   #addresses = new Map();  // of every connection id that was ever granted
@@ -47,10 +49,31 @@ export class Replies {
 
   constructor() { this.setGrant(kDefaultGrant); }
 
-  setGrant(grant) {
+  /**
+   * What a request for a connection is granted. `numbered`: each with a connection id of its own, the
+   * given one with this process's id and a number behind it, so that none comes twice.
+   */
+  setGrant(grant, { numbered = false } = {}) {
     this.#grant = grant;
-    this.#addresses.set(grant.connectionId, String(grant.assignedAddress).split('/')[0]);
+    this.#isNumbered = numbered;
+    if (!numbered) this.#noteAddress(grant);
   }
+
+  #noteAddress({ connectionId, assignedAddress }) {
+    this.#addresses.set(connectionId, String(assignedAddress).split('/')[0]);
+  }
+
+  #grantNext() {
+    const number = `${process.pid}-${this.#granted.length + 1}`;
+    const grant = this.#isNumbered
+      ? { ...this.#grant, connectionId: `${this.#grant.connectionId}-${number}` } : this.#grant;
+    this.#noteAddress(grant);
+    this.#granted.push(grant.connectionId);
+    return grant;
+  }
+
+  /** The connection ids that were granted, one for each request. */
+  granted() { return [...this.#granted]; }
 
   /**
    * The devices that resolving finds, by their keys: [{deviceSecret, deviceNumber, deviceName,
@@ -94,13 +117,14 @@ export class Replies {
 
   /** The reply to one request; counts down the scripted one it uses. */
   take({ method, path, body = '' }) {
-    const own = ownReply({ grant: this.#grant, devices: this.#devices, desktop: this.#desktop },
-      { method, path, body });
+    const own = () => ownReply({
+      grant: this.#grant, grantNext: () => this.#grantNext(), devices: this.#devices, desktop: this.#desktop,
+    }, { method, path, body });
     const scripted = this.#scripted.find((one) => path.startsWith(one.path) && one.times > 0);
-    if (!scripted) return own;
+    if (!scripted) return own();
     scripted.times -= 1;
     const { reply } = scripted;
-    return [reply.body, reply.file, reply.status].every((one) => one === undefined) ? { ...own, ...reply }
+    return [reply.body, reply.file, reply.status].every((one) => one === undefined) ? { ...own(), ...reply }
       : { status: 200, headers: {}, ...reply };
   }
 }

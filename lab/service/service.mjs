@@ -91,7 +91,8 @@ export class LabService {
 
   // ---- what it answers; see Replies
 
-  setGrant(grant) { this.#replies.setGrant(grant); }
+  setGrant(grant, options) { this.#replies.setGrant(grant, options); }
+  granted() { return this.#replies.granted(); }
   setDevices(devices) { this.#replies.setDevices(devices); }
   setDesktop(desktop) { this.#replies.setDesktop(desktop); }
   setReply(reply) { this.#replies.set(reply); }

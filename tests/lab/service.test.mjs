@@ -17,6 +17,23 @@ each('grants a connection and records the request', async ({ service, post }) =>
   assert.equal(request.url, '/api/connections/request');
 });
 
+each('numbers its grants when told, and knows all that it granted', async ({ service, post }) => {
+  const grant = { connectionId: 'C', assignedAddress: '10.88.0.9', routes: ['10.0.0.0/8'] };
+  const connect = async () => (await (await post('/api/connections/request')).json()).data?.connectionId;
+  service.setGrant(grant, { numbered: true });
+  const ids = [await connect(), await connect()];
+  service.refuseNext({ code: 'DEVICE_OFFLINE' });
+  assert.equal(await connect(), undefined);
+  service.setReply({ path: '/api/connections/request', delayMs: 1, times: 1 });
+  ids.push(await connect());
+  assert.equal(new Set(ids).size, 3);
+  for (const [index, id] of ids.entries()) assert.match(id, new RegExp(`^C-\\d+-${index + 1}$`));
+  assert.deepEqual(service.granted(), ids);
+  service.setGrant(grant);
+  assert.equal(await connect(), 'C');
+  assert.deepEqual(service.granted(), [...ids, 'C']);
+});
+
 const kOwnReplies = [
   ['POST', '/api/connections/request', 200, (data) => data.routes.length === 1],
   ['POST', '/api/connections/C%201/disconnect', 200, (data) => data === null],
