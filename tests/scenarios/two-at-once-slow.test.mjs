@@ -1,0 +1,13 @@
+// As two-at-once.test.mjs, with a service that takes its time, so that most acts fall into a request.
+import { twoAtOnce } from './two_at_once.mjs';
+
+const kGrantMs = 100;
+const kEndMs = 50;
+
+twoAtOnce('acts at random moments of 90 connections through a slow service stay done', {
+  connections: 90, stops: 0.2,
+  async prepare(lab) {
+    await lab.service.setReply({ path: '/api/connections/', delayMs: kEndMs });
+    await lab.service.setReply({ path: '/api/connections/request', delayMs: kGrantMs });
+  },
+});
