@@ -60,6 +60,8 @@ export class WinePrefix {
   get local() { return path.join(this.user, 'AppData/Local/Velmarine'); }
   get temp() { return path.join(this.user, 'Temp'); }
   get settingsFile() { return path.join(this.roaming, 'Client.settings.json'); }
+  /** The program's second copy of it. */
+  get lastSettingsFile() { return path.join(this.roaming, 'Client.settings.last.json'); }
   get runtimeFolder() { return path.join(this.local, 'Runtime'); }
 
   /** Removes what an earlier run of the program left: settings, runtime folder, temporary files. */

@@ -1,6 +1,8 @@
 // The service refuses a connection: the program asks again every five seconds until it is granted.
 import assert from 'node:assert/strict';
+import { stat } from 'node:fs/promises';
 
+import { waitUntil } from '../../lab/program.mjs';
 import { clickConnect, occurrences, scenario } from './scenario.mjs';
 
 const kRetryLine = '授权未恢复，将每 5 秒自动重试连接。';
@@ -35,6 +37,18 @@ for (const [index, code] of kCodes.entries()) {
       assert.equal((await connectRequests(lab)).length, granted, 'no request after the grant');
     });
 }
+
+scenario('a refusal that comes again is not written again', {}, async (lab, program) => {
+  await lab.service.refuseNext({ code: 'DEVICE_OFFLINE', message: 'offline', times: 10 });
+  await clickConnect(program);
+  await program.waitForLog(kRetryLine);
+  const { mtimeMs } = await stat(lab.prefix.settingsFile);
+  assert.equal((await lab.prefix.readSettings()).heartbeatMessage, 'DEVICE_OFFLINE');
+  await waitUntil('three more results', async () =>
+    occurrences(await program.log(), 'Connection authorization failed: offline') === 4, 20_000);
+  assert.equal((await connectRequests(lab)).length, 4);
+  assert.equal((await stat(lab.prefix.settingsFile)).mtimeMs, mtimeMs);
+});
 
 scenario('a refusal with another code is not retried', {}, async (lab, program) => {
   await lab.service.refuseNext({ code: 'WRONG_SECRET', message: '密钥错误', times: 1 });

@@ -1,6 +1,6 @@
 // What every scenario shares: a lab made before it and ended after it, whatever happened between.
 import assert from 'node:assert/strict';
-import { rm } from 'node:fs/promises';
+import { readdir, rm } from 'node:fs/promises';
 import path from 'node:path';
 import { test } from 'node:test';
 
@@ -61,6 +61,18 @@ export async function logsAfter(program, wanted, action) {
     return wanted instanceof RegExp ? wanted.test(grown) : grown.includes(`${wanted}\r\n`);
   }).catch((error) => { throw new Error(`${error.message}\n${grown}`); });
   return grown;
+}
+
+/** Pastes the key and makes the program save: the discovery switch, which was off, does. */
+export async function saveSettings(program) {
+  await program.type('#c-secret', kDeviceSecret);
+  await logsAfter(program, '局域网发现模式已开启：支持 PLC 广播扫描。', () => program.click('#c-discovery'));
+}
+
+/** The names of settings files that were damaged and kept. */
+export async function damagedCopies(lab) {
+  const names = await readdir(lab.prefix.roaming);
+  return names.filter((name) => name.startsWith('Client.settings.damaged-'));
 }
 
 /** How often `text` occurs in `whole`. */
