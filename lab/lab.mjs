@@ -25,6 +25,10 @@ import { WinePrefix } from './wine.mjs';
 export const kServicePort = 31080;
 export const kServiceUrl = `http://${kCloud}:${kServicePort}`;
 export const kDeviceSecret = 'KEY-7F3A-90C2-11D4';
+/** What the service grants unless told otherwise. */
+export const kGrant = {
+  connectionId: 'CONN-0001', assignedAddress: kTunnelAddress, routes: [kDirectRoute, kOverlappingRoute],
+};
 
 const kBridgePort = 7300;
 const kDriverPort = 7002;
@@ -37,10 +41,7 @@ const kSignals = ['SIGINT', 'SIGTERM'];
 export class Lab {
   #serviceChild;
   #serviceStarts = 0;
-  #grant = [{
-    connectionId: 'CONN-0001', assignedAddress: kTunnelAddress,
-    routes: [kDirectRoute, kOverlappingRoute],
-  }];
+  #grant = [kGrant];
   #onSignal = () => this.close().finally(() => process.exit(130));
 
   /**

@@ -1,11 +1,13 @@
-// A soak: mixed traffic through the tunnel for a long time, with faults at random moments. The seed
+// A soak: mixed traffic through the tunnel for a long time, with faults at random moments, and an engineer who does
+// several things at once when all is well again. The seed
 // that is printed repeats their choice. Usage: node main.mjs [MINUTES] [SEED]
 import { randomInt } from 'node:crypto';
 import { mkdir, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { kDeviceSecret, Lab } from '../lab.mjs';
+import { endedConnections, Engineer, wrongReports } from '../acts.mjs';
+import { kDeviceSecret, kGrant, Lab } from '../lab.mjs';
 import { kPlc } from '../network.mjs';
 import { kBuild } from '../paths.mjs';
 import { download, modbus, ping } from '../tools.mjs';
@@ -24,11 +26,14 @@ const kRecoveryMs = 90_000;
 const kMegabytes = 16;
 const kHandles = 10;
 
+const kJobs = ['#c-connect', '#c-test'];
+
 const minutes = Number(process.argv[2] ?? 30);
 const seed = Number(process.argv[3] ?? randomInt(2 ** 31));
 const random = new Random(seed);
 const order = { connections: 0, messages: 0, outOfOrder: 0, missing: 0, returnedOutOfOrder: 0 };
 const protocolErrors = [];
+const connections = { granted: [], ended: [] };
 let lab;
 let ending = false;
 
@@ -36,6 +41,8 @@ let ending = false;
 async function takeRecord() {
   for (const [name, value] of Object.entries(await lab.service.order())) order[name] += value;
   protocolErrors.push(...await lab.service.protocolErrors());
+  connections.granted.push(...await lab.service.granted());
+  connections.ended.push(...await endedConnections(lab.service));
 }
 
 /** Transfers, requests and pings, one after the other, over both routes in turn. */
@@ -50,7 +57,7 @@ async function useTools(results) {
   }
 }
 
-async function runFaults(traffic, report) {
+async function runFaults(traffic, engineer, report) {
   const started = performance.now();
   const end = started + minutes * 60_000;
   while (performance.now() < end) {
@@ -66,7 +73,9 @@ async function runFaults(traffic, report) {
     process.stdout.write(`${atSeconds.toFixed(0).padStart(5)} s  ${fault.name}${what ? `: ${what}` : ''}; `);
     const recoveries = await Promise.all(traffic.map((one) => one.waitUntilFlowing({ timeoutMs: kRecoveryMs })));
     entry.recoverySeconds = Math.max(...recoveries) / 1000;
-    console.log(`traffic after ${entry.recoverySeconds.toFixed(1)} s`);
+    const job = random.choice(kJobs);
+    const { acts } = await engineer.round(job);
+    console.log(`traffic after ${entry.recoverySeconds.toFixed(1)} s; ${[job, ...acts.map(({ act }) => act)].join(', ')}`);
   }
 }
 
@@ -77,7 +86,7 @@ async function connect() {
   await program.waitForText('#s-state', '在线');
 }
 
-function judge({ tools, small, large, usage, finalTools }) {
+function judge({ tools, small, large, usage, finalTools, engineer, reports }) {
   const { megabytes, threads, handles } = usage;
   return {
     'every transfer complete and its hash right': tools.downloads.every(({ ok }) => ok),
@@ -88,6 +97,8 @@ function judge({ tools, small, large, usage, finalTools }) {
     'order kept on each WebSocket, both ways': order.outOfOrder === 0 &&
       large.udp.reordered <= order.returnedOutOfOrder,
     'nothing lost on a WebSocket that lives': order.missing === 0 && order.messages > 0,
+    'what was done beside a job stays done': engineer.wrong.length === 0 && engineer.acts > 0,
+    'each connection reported ended once': reports.length === 0,
     'no frame or datagram that the relay refuses': protocolErrors.length === 0,
     'memory bounded': megabytes.last - megabytes.first < kMegabytes,
     'threads bounded': threads.last <= threads.first + 2,
@@ -99,7 +110,9 @@ function judge({ tools, small, large, usage, finalTools }) {
 async function soak() {
   const report = { minutes, seed, faults: [] };
   await lab.service.watchOrder({ port: kEchoPort });
+  await lab.service.setGrant(kGrant, { numbered: true });
   await connect();
+  const engineer = new Engineer(lab, random);
   const small = await startTraffic(lab, kPlc, { udp: { sizes: [32, 256, 1302] } });
   const large = await startTraffic(lab, kOverlappingPlc, { udp: { sizes: [kLargePayload] }, tcp: false });
   await Promise.all([small, large].map((one) => one.waitUntilFlowing()));
@@ -107,7 +120,7 @@ async function soak() {
   await usage.start(lab);
   report.tools = { downloads: [], modbus: { ok: 0, failed: 0 }, pings: { ok: 0, failed: 0 } };
   const tools = useTools(report.tools);
-  await runFaults([small, large], report);
+  await runFaults([small, large], engineer, report);
   ending = true;
   await tools;
   report.usage = await usage.stop();
@@ -118,11 +131,13 @@ async function soak() {
     for (const tool of [ping, download, modbus]) report.finalTools.push(await tool(lab, address));
   }
   await takeRecord();
+  report.engineer = { rounds: engineer.rounds, acts: engineer.acts, wrong: engineer.wrong };
+  report.reports = wrongReports({ ...connections, inForce: (await lab.prefix.readSettings()).connectionId });
   Object.assign(report, { order, protocolErrors, checks: judge(report) });
   return report;
 }
 
-function print({ small, large, tools, usage, checks }) {
+function print({ small, large, tools, usage, engineer, reports, checks }) {
   console.log(`\nsmall datagrams and stream: ${describe(small)}\nlarge datagrams: ${describe(large)}`);
   console.log(`over WebSockets: ${JSON.stringify(order)}`);
   const { length } = tools.downloads;
@@ -130,6 +145,9 @@ function print({ small, large, tools, usage, checks }) {
   for (const [name, { first, last, highest }] of Object.entries(usage)) {
     console.log(`${name}: ${first.toFixed(1)} at first, ${last.toFixed(1)} at last, ${highest.toFixed(1)} at most`);
   }
+  console.log(`beside ${engineer.rounds} jobs: ${engineer.acts} acts`);
+  for (const { round, done, text } of engineer.wrong) console.log(`job ${round} (${done}): ${text}`);
+  for (const text of reports) console.log(text);
   for (const [name, ok] of Object.entries(checks)) console.log(`${ok ? 'ok' : 'not ok'} - ${name}`);
 }
 
@@ -138,7 +156,7 @@ await rm(kFolder, { recursive: true, force: true });
 await mkdir(kFolder, { recursive: true });
 let report = { minutes, seed, checks: {} };
 try {
-  lab = await Lab.create({ artifacts: kFolder });
+  lab = await Lab.create({ artifacts: kFolder, settings: { testIp: kPlc } });
   report = await soak();
   print(report);
 } catch (error) {

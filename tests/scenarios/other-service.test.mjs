@@ -3,8 +3,8 @@
 import assert from 'node:assert/strict';
 
 import { endedConnections } from '../../lab/acts.mjs';
-import { kServicePort, kServiceUrl } from '../../lab/lab.mjs';
-import { kCloud, kCloudToSite, kDirectRoute, kOverlappingRoute, kTunnelAddress } from '../../lab/network.mjs';
+import { kGrant, kServicePort, kServiceUrl } from '../../lab/lab.mjs';
+import { kCloud, kCloudToSite } from '../../lab/network.mjs';
 import { waitUntil } from '../../lab/program.mjs';
 import { connect, kDeviceSecret, logsAfter, scenario } from './scenario.mjs';
 
@@ -39,9 +39,7 @@ async function disconnect(program) {
 
 /** Connects through the service's first address, then loads the profile of another. */
 async function connectThenLoad(lab, program) {
-  await lab.service.setGrant({
-    connectionId: 'CONN', assignedAddress: kTunnelAddress, routes: [kDirectRoute, kOverlappingRoute],
-  }, { numbered: true });
+  await lab.service.setGrant(kGrant, { numbered: true });
   await lab.network.routeEngineerByCable('10.20.0.0/24');
   await lab.prefix.setProxyOverride(kBefore, { namespace: lab.network.engineer });
   await connect(program);

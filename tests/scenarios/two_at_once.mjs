@@ -2,13 +2,9 @@
 import assert from 'node:assert/strict';
 
 import { endedConnections, Engineer, wrongReports } from '../../lab/acts.mjs';
-import { kDirectRoute, kOverlappingRoute, kTunnelAddress } from '../../lab/network.mjs';
+import { kGrant } from '../../lab/lab.mjs';
 import { Random } from '../../lab/soak/random.mjs';
 import { scenario } from './scenario.mjs';
-
-const kGrant = {
-  connectionId: 'CONN', assignedAddress: kTunnelAddress, routes: [kDirectRoute, kOverlappingRoute],
-};
 
 const seed = Number(process.env.VELMARINE_SEED ?? Math.floor(Math.random() * 1e6));
 
