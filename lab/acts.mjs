@@ -49,6 +49,11 @@ async function roundInPage({ button, acts, answerMs }) {
   chrome.webview.addEventListener('message', hear);
   const started = performance.now();
   let tookMs = 0;
+  // What the page sends of its switch counts. A form from before that may still be under way to the page; one behind
+  // the answer must not differ.
+  let sentOn = isOn();
+  let answered = 0;
+  const applied = () => heard.slice(answered).filter(({ t }) => t === 'apply').at(-1)?.fields;
   find(button).click();
   const ended = until(`the end of ${button}`, () => result() !== undefined && lines().includes(result()))
     .then(() => { tookMs = performance.now() - started; });
@@ -60,10 +65,14 @@ async function roundInPage({ button, acts, answerMs }) {
       continue;
     }
     const { answer, run } = kinds[act.act];
-    const earlier = lines().length;
+    const earlier = heard.length;
     run(act);
-    Object.assign(act, { isDone: true, isOn: isOn() });
-    await until(`the answer to ${act.act}`, () => lines().slice(earlier).some((line) => answer.test(line)));
+    act.isDone = true;
+    sentOn = isOn();
+    const isAnswer = ({ t, msg }, index) => index >= earlier && t === 'log' && answer.test(msg);
+    await until(`the answer to ${act.act}`, () => heard.some(isAnswer));
+    answered = heard.findIndex(isAnswer);
+    if (act.act === 'save') await until('the form behind it', () => applied() !== undefined);
   }
   await ended;
   chrome.webview.removeEventListener('message', hear);
@@ -72,7 +81,7 @@ async function roundInPage({ button, acts, answerMs }) {
   return {
     tookMs, acts, wrong, status: result(), state: find('#s-state').textContent,
     address: card.querySelector('.v').textContent, name: find('#c-pname').value, key: find('#c-secret').value,
-    isDiscovering: isOn(),
+    isDiscovering: sentOn, appliedDiscovery: applied()?.discovery ?? sentOn,
   };
 }
 
@@ -82,7 +91,6 @@ export class Engineer {
   #random;
   #jobMs = kFirstJobMs;
   #lastForm = null;
-  #isDiscovering = null;
   rounds = 0;
   acts = 0;
   /** Keys of profiles that were logged as saved, by their names. */
@@ -121,24 +129,20 @@ export class Engineer {
     });
   }
 
-  #note({ act, name, key, isOn }) {
+  #note({ act, name, key }) {
     this.acts += 1;
-    if (act === 'discovery') this.#isDiscovering = isOn;
-    else this.#lastForm = name;
+    if (act !== 'discovery') this.#lastForm = name;
     if (act === 'save') this.saved.set(name, key);
   }
 
-  #wrongOnPage({ name, key, state, address, isDiscovering }) {
+  #wrongOnPage({ name, key, state, address, isDiscovering, appliedDiscovery }) {
     const wrong = [];
     const last = this.#lastForm;
     if (last !== null && (name !== last || key !== this.saved.get(last))) {
       wrong.push(`the form shows "${name}" with "${key}" instead of "${last}"`);
       this.#lastForm = null;  // told once
     }
-    if (this.#isDiscovering !== null && isDiscovering !== this.#isDiscovering) {
-      wrong.push('the page shows another discovery mode');
-      this.#isDiscovering = isDiscovering;
-    }
+    if (appliedDiscovery !== isDiscovering) wrong.push('the page is told another discovery mode');
     if (state === '在线' && address === '未连接') wrong.push('online without an address');
     return wrong;
   }
@@ -161,7 +165,7 @@ export class Engineer {
     if (state === '在线' && (!connectionId || connectionId !== (granted ?? connectionId))) {
       wrong.push(`online, but the file has the connection "${connectionId}" and not ${granted}`);
     }
-    if (discoveryModeEnabled !== isDiscovering) wrong.push('the file has another discovery mode than the page');
+    if (discoveryModeEnabled !== isDiscovering) wrong.push('the file has another discovery mode');
     const keys = new Map(siteProfiles.map(({ name, deviceSecret }) => [name, deviceSecret]));
     const lost = [...this.saved].filter(([name, key]) => keys.get(name) !== key);
     return [...wrong, ...lost.map(([name]) => `the file has lost "${name}"`)];

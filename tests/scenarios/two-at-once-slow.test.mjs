@@ -4,8 +4,8 @@ import { twoAtOnce } from './two_at_once.mjs';
 const kGrantMs = 100;
 const kEndMs = 50;
 
-twoAtOnce('acts at random moments of 90 connections through a slow service stay done', {
-  connections: 90, stops: 0.2,
+twoAtOnce('acts at random moments of 100 connections through a slow service stay done', {
+  connections: 100, stops: 0.1,
   async prepare(lab) {
     await lab.service.setReply({ path: '/api/connections/', delayMs: kEndMs });
     await lab.service.setReply({ path: '/api/connections/request', delayMs: kGrantMs });

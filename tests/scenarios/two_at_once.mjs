@@ -6,6 +6,8 @@ import { kGrant } from '../../lab/lab.mjs';
 import { Random } from '../../lab/soak/random.mjs';
 import { scenario } from './scenario.mjs';
 
+const kMostMs = 300_000;
+
 const seed = Number(process.env.VELMARINE_SEED ?? Math.floor(Math.random() * 1e6));
 
 /**
@@ -13,7 +15,7 @@ const seed = Number(process.env.VELMARINE_SEED ?? Math.floor(Math.random() * 1e6
  * meanwhile: what was done stays done, and each connection but the last is reported ended once.
  */
 export function twoAtOnce(name, { connections, stops, prepare = () => {} }) {
-  scenario(`${name} (seed ${seed})`, {}, async (lab, program, t) => {
+  scenario(`${name} (seed ${seed})`, { timeoutMs: kMostMs }, async (lab, program, t) => {
     const random = new Random(seed);
     const engineer = new Engineer(lab, random);
     const states = { '#c-connect': new Set(), '#c-stop': new Set() };
