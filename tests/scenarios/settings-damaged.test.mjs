@@ -124,7 +124,7 @@ scenario('a damaged settings file is not overwritten before it is kept', { start
   const program = await startOn(lab, bytes, kWhole);
   await runOrFail(['chattr', '+i', lab.prefix.roaming]);  // no file can be made in there
   try {
-    await logsAfter(program, kNotSaved, () => saveSettings(program));
+    await logsAfter(program, new RegExp(kNotSaved), () => saveSettings(program));
     assert.deepEqual(await readFile(lab.prefix.settingsFile), bytes);
     assert.deepEqual(await damagedCopies(lab), []);
   } finally {
