@@ -38,6 +38,21 @@ TEST(MakeEngineerId, DrawsAgainWhereNumbersWouldBeLikelier) {
   EXPECT_EQ(Draw({0x80000000, 1}).second, 2u);
 }
 
+// All products are multiples of 128, as 90000000 is, and the limit is one too. So the lower halves
+// nearest to it are the limit itself, which is taken, and 128 less, which is drawn again.
+TEST(MakeEngineerId, TakesTheLimitItselfAndNothingBelow) {
+  constexpr std::uint32_t kLimit = 64967296;
+  const auto numberWithLowerHalf = [](std::uint32_t wanted) {
+    // 90000000 = 2^7 * 703125; 15941821 is the inverse of the odd part modulo 2^25.
+    const std::uint32_t number = (wanted >> 7) * 15941821u & 0x1FFFFFF;
+    EXPECT_EQ(number * 90000000u, wanted);
+    return number;
+  };
+  EXPECT_EQ(Draw({numberWithLowerHalf(kLimit), 1}).second, 1u);
+  EXPECT_EQ(Draw({numberWithLowerHalf(kLimit + 128), 1}).second, 1u);
+  EXPECT_EQ(Draw({numberWithLowerHalf(kLimit - 128), 1}).second, 2u);
+}
+
 // The draw with the limit written out in full, over a generator with a fixed seed.
 TEST(MakeEngineerId, FollowsTheGeneratorExactly) {
   std::mt19937 ours(5489);

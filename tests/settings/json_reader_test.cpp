@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "settings/json.h"
 
@@ -56,6 +57,12 @@ constexpr Row kAccepted[] = {
     {L"1e", L"1", 2},
     {L"--1", L"0", 3},
     {L"-12.5e1,", L"-125", 7},
+    {L"1.5E2", L"150", 5},
+    {L"+7", L"7", 2},
+    {L"[1E+2,-25E-1,+1e+1]", L"[100,-2.5,10,]", 19},
+    {L"5E", L"5", 2},
+    {L"E5", L"0", 2},
+    {L"1+2", L"1", 3},
     {L"[]", L"[]", 2},
     {L"[ ]", L"[]", 3},
     {L"[1,]", L"[1,0,]", 4},
@@ -98,6 +105,24 @@ TEST(ReadJsonValue, TakesFourUnitsBehindUEvenAQuote) {
   EXPECT_EQ(position, 8u);
 }
 
+// Four units stand between the escape and the end of the text, or they do not: three read on as
+// plain text, and four that include the closing quote leave the string without one.
+TEST(ReadJsonValue, CountsTheUnitsBehindUToTheEndOfTheText) {
+  for (const auto& [text, shown] : {
+           std::pair<const wchar_t*, const wchar_t*>{L"\"\\u41\"", L"<41>"},
+           {L"\"\\u4\"", L"<4>"},
+           {L"\"\\u\"", L"<>"},
+           {L"\"\\u0041\"", L"<A>"},
+       }) {
+    std::size_t position = 0;
+    EXPECT_EQ(Show(ReadJsonValue(text, position)), shown) << text;
+    EXPECT_EQ(position, std::wstring_view(text).size()) << text;
+  }
+  std::size_t position = 0;
+  EXPECT_THROW(ReadJsonValue(L"\"\\u041\"", position), std::runtime_error);
+  EXPECT_EQ(position, 7u) << "the quote was one of the four";
+}
+
 TEST(ReadJsonValue, KeepsZeroUnitsInStrings) {
   std::size_t position = 0;
   const JsonValue value = ReadJsonValue(std::wstring_view(L"\"a\0b\\u0000\"", 11), position);
@@ -129,7 +154,7 @@ TEST(ReadJsonValue, RefusesMalformedObjectsAndArrays) {
 
 TEST(ReadJsonValue, RefusesUnfinishedStrings) {
   for (const wchar_t* text : {L"\"", L"\"abc", L"\"ab\\", L"\"\\u", L"\"\\u004", L"\"\\u0041",
-                              L"{\"a", L"[\"", L"{\"a\":\"b"}) {
+                              L"\"\\u041\"", L"{\"a", L"[\"", L"{\"a\":\"b"}) {
     EXPECT_EQ(Failure(text), "Invalid JSON string.") << text;
   }
 }
