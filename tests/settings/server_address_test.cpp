@@ -47,6 +47,25 @@ TEST(NormaliseServerUrl, LeavesItsOwnResultAlone) {
   }
 }
 
+// The scheme is looked for before the trailing slashes go, and blanks are trimmed before either. An
+// address that is hardly more than its scheme is therefore another one the second time, as when a
+// loaded file is saved: it names no host in either form.
+TEST(NormaliseServerUrl, ChangesAnAddressWithoutAHostASecondTime) {
+  const struct {
+    const wchar_t* typed;
+    const wchar_t* first;
+    const wchar_t* second;
+  } rows[] = {
+      {L"http://", L"http:", L"http://http:"},
+      {L"/", L"http:", L"http://http:"},
+      {L"http:// /", L"http:// ", L"http:"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(NormaliseServerUrl(row.typed), row.first) << row.typed;
+    EXPECT_EQ(NormaliseServerUrl(row.first), row.second) << row.typed;
+  }
+}
+
 TEST(AbsoluteUrl, StaysOrLiesOnTheService) {
   const struct {
     const wchar_t* url;
