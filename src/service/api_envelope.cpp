@@ -21,6 +21,9 @@ bool IsJsonTrue(const settings::JsonValue* value) {
 }  // namespace
 
 ApiEnvelope ParseApiEnvelope(std::wstring_view body) {
+  constexpr wchar_t kByteOrderMark = 0xFEFF;
+  // Some servers write one; to the reader it would be text that is no JSON.
+  if (body.starts_with(kByteOrderMark)) body.remove_prefix(1);
   const settings::JsonValue reply = settings::ReadJsonDocument(body);
 
   ApiEnvelope envelope;

@@ -17,8 +17,8 @@ struct ApiEnvelope {
 };
 
 // Throws std::runtime_error ("Invalid JSON.", "Invalid JSON string.") for malformed JSON; a body
-// that does not start like JSON (empty, HTML) is a failed reply without code and message. Text
-// behind the first JSON value is ignored. Pure; any thread.
+// that does not start like JSON (empty, HTML) is a failed reply without code and message. One
+// byte-order mark in front and any text behind the first JSON value are ignored. Pure; any thread.
 ApiEnvelope ParseApiEnvelope(std::wstring_view body);
 
 // True for the five codes, in any letter case, with which the service refuses a device or engineer

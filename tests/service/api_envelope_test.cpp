@@ -92,6 +92,18 @@ TEST(ApiEnvelope, IgnoresSpaceAroundAndTextBehindTheObject) {
   EXPECT_TRUE(ParseApiEnvelope(L" \r\n {\"success\":true} trailing words").success);
 }
 
+TEST(ApiEnvelope, PassesOverOneByteOrderMark) {
+  const ApiEnvelope envelope = ParseApiEnvelope(
+      L"\xFEFF {\"success\":false,\"code\":\"DEVICE_OFFLINE\",\"message\":\"offline\"}");
+  EXPECT_EQ(envelope.code, L"DEVICE_OFFLINE");
+  EXPECT_EQ(envelope.message, L"offline");
+  EXPECT_TRUE(ParseApiEnvelope(L"\xFEFF{\"success\":true}").success);
+  EXPECT_EQ(FailureOf(L"\xFEFF{"), "Invalid JSON.");
+  EXPECT_FALSE(ParseApiEnvelope(L"\xFEFF").success) << "nothing behind it";
+  EXPECT_FALSE(ParseApiEnvelope(L"\xFEFF\xFEFF{\"success\":true}").success) << "the second is text";
+  EXPECT_FALSE(ParseApiEnvelope(L" \xFEFF{\"success\":true}").success) << "only in front of all";
+}
+
 TEST(ApiEnvelope, TakesTheLastOfRepeatedMembers) {
   EXPECT_FALSE(ParseApiEnvelope(LR"({"success":true,"success":false})").success);
 }
