@@ -14,7 +14,9 @@ bool IsSpace(wchar_t unit) noexcept;
 
 std::wstring Trim(std::wstring_view value);
 
-// Lower-cases A-Z, Latin-1, Greek and Cyrillic letters unit by unit, lengths unchanged.
+// Makes texts that differ in letter case only the same: Unicode's simple case folding, unit by
+// unit, lengths unchanged. That is the lower case but for a few letters (Cherokee folds to the
+// upper case, the final sigma to the other). Letters beyond the basic plane are left alone.
 std::wstring FoldCase(std::wstring_view value);
 bool EqualsIgnoreCase(std::wstring_view left, std::wstring_view right);
 

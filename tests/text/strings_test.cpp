@@ -29,23 +29,6 @@ TEST(Trim, TakesSpacesOffBothEndsOnly) {
   EXPECT_EQ(Trim(L" x"), L"x");
 }
 
-TEST(FoldCase, LowersLettersUnitByUnit) {
-  EXPECT_EQ(FoldCase(L"Plant A-9_[@`{"), L"plant a-9_[@`{");
-  EXPECT_EQ(FoldCase(L"\x00C4\x00D6\x00DE\x00DF"), L"\x00E4\x00F6\x00FE\x00DF");
-  EXPECT_EQ(FoldCase(L"\x00D7\x00F7"), L"\x00D7\x00F7");  // signs, not letters
-  EXPECT_EQ(FoldCase(L"\x0391\x03A3\x0386\x038F"), L"\x03B1\x03C3\x03AC\x03CE");
-  EXPECT_EQ(FoldCase(L"\x0410\x042F\x0401\x04C0"), L"\x0430\x044F\x0451\x04CF");
-  EXPECT_EQ(FoldCase(L"\xFF21\x5DE5"), L"\xFF41\x5DE5");
-  EXPECT_EQ(FoldCase(L"\xD83D\xDE00"), L"\xD83D\xDE00");
-}
-
-TEST(FoldCase, ChangesNothingTheSecondTime) {
-  for (std::uint32_t value = 0; value <= 0xFFFF; ++value) {
-    const std::wstring once = FoldCase(std::wstring(1, static_cast<wchar_t>(value)));
-    EXPECT_EQ(FoldCase(once), once) << std::hex << value;
-  }
-}
-
 TEST(EqualsIgnoreCase, ComparesWholeTexts) {
   EXPECT_TRUE(EqualsIgnoreCase(L"", L""));
   EXPECT_TRUE(EqualsIgnoreCase(L"Plant A", L"pLANT a"));
