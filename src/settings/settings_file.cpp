@@ -103,7 +103,7 @@ void SettingsFile::LoadGrant(Settings& settings) const {
   if (granted.connectionId == settings.connectionId) settings.granted = std::move(granted);
 }
 
-SettingsFile::Saved SettingsFile::Save(const Settings& settings) const {
+SettingsFile::Saved SettingsFile::Save(const Settings& settings) {
   Saved saved;
   const std::string bytes = text::ToUtf8(WriteSettingsText(settings));
   const FileContent before = disk_.read(path_);
@@ -121,7 +121,7 @@ SettingsFile::Saved SettingsFile::Save(const Settings& settings) const {
 }
 
 // What the file holds has to be somewhere else, too, before it is truncated.
-void SettingsFile::SecureWhatIsThere(const FileContent& content, Saved& saved) const {
+void SettingsFile::SecureWhatIsThere(const FileContent& content, Saved& saved) {
   if (!content.exists) return;
   if (!content.bytes) {
     saved.failure = kUnreadable + path_;
@@ -134,7 +134,10 @@ void SettingsFile::SecureWhatIsThere(const FileContent& content, Saved& saved) c
 
 // A copy, not a renaming: at no moment is there no file, which would read as a first start. And
 // another program may hold the file in a way that forbids renaming it.
-void SettingsFile::SetAside(const std::string& bytes, Saved& saved) const {
+void SettingsFile::SetAside(const std::string& bytes, Saved& saved) {
+  // A file that cannot be overwritten afterwards is found damaged by every save, and a save comes
+  // every few seconds while a connection is retried.
+  if (!keptPath_.empty() && disk_.read(keptPath_).bytes == bytes) return;
   const std::wstring base = L".damaged-" + disk_.time();
   std::wstring kept = Beside(path_, base);
   for (int number = 2; disk_.read(kept).exists; ++number) {
@@ -143,6 +146,7 @@ void SettingsFile::SetAside(const std::string& bytes, Saved& saved) const {
   const std::wstring failure = WriteFile(kept, bytes);
   if (failure.empty()) {
     saved.report = kSetAside + kept;
+    keptPath_ = kept;
   } else {
     saved.failure = kNotSetAside + failure;
   }

@@ -51,8 +51,9 @@ class SettingsFile {
     std::wstring failure;  // why `settings` are not on the disk; empty when they are
     std::wstring report;   // the line that names a file set aside, if one was
   };
-  // Brings `settings` to the disk; writes nothing that lies there already.
-  [[nodiscard]] Saved Save(const Settings& settings) const;
+  // Brings `settings` to the disk; writes nothing that lies there already, and sets nothing aside
+  // twice.
+  [[nodiscard]] Saved Save(const Settings& settings);
 
  private:
   std::wstring LoadUntrusted(const FileContent& content, Settings& settings) const;
@@ -60,12 +61,13 @@ class SettingsFile {
   std::wstring WriteFile(const std::wstring& path, const std::string& bytes) const;
   std::wstring WriteIfOther(const std::wstring& path, const std::string& bytes) const;
   std::wstring SaveGrant(const Settings& settings) const;
-  void SecureWhatIsThere(const FileContent& content, Saved& saved) const;
-  void SetAside(const std::string& bytes, Saved& saved) const;
+  void SecureWhatIsThere(const FileContent& content, Saved& saved);
+  void SetAside(const std::string& bytes, Saved& saved);
 
   std::wstring path_;
   std::wstring lastPath_;
   std::wstring grantPath_;
+  std::wstring keptPath_;  // of the file set aside last; empty = none yet
   SettingsDisk disk_;
 };
 

@@ -56,7 +56,7 @@ class SettingsStore {
   void SaveMerged() REQUIRES(lock_);
 
   mutable platform::Mutex lock_;
-  const SettingsFile file_ GUARDED_BY(lock_);
+  SettingsFile file_ GUARDED_BY(lock_);
   Settings record_ GUARDED_BY(lock_);
   std::optional<RunningJob> job_ GUARDED_BY(lock_);
   std::vector<std::wstring> reports_ GUARDED_BY(lock_);

@@ -250,6 +250,31 @@ TEST_F(SettingsFileTest, DamagedFileThatCannotBeSetAsideStays) {
   EXPECT_EQ(disk_.files[kPath], FileBytes(Worked()));
 }
 
+// A save comes every few seconds while a connection is retried.
+TEST_F(SettingsFileTest, DamagedFileThatCannotBeOverwrittenIsSetAsideOnce) {
+  disk_.files[kPath] = "damaged";
+  disk_.refuse = [](const std::wstring& path) {
+    return std::wstring(path == kPath ? L"拒绝访问。" : L"");
+  };
+  SettingsFile file = disk_.File();
+  EXPECT_NE(file.Save(Worked()).report, L"");
+  for (int times = 0; times < 3; ++times) {
+    const SettingsFile::Saved saved = file.Save(Worked());
+    EXPECT_EQ(saved.failure, std::wstring(L"拒绝访问。（") + kPath + L"）");
+    EXPECT_EQ(saved.report, L"");
+  }
+  EXPECT_EQ(disk_.written, Paths{kDamagedPath});
+
+  disk_.files[kPath] = "damaged otherwise";
+  EXPECT_NE(file.Save(Worked()).report, L"");
+  EXPECT_EQ(disk_.files.size(), 3u) << "each damage once";
+  disk_.files.erase(L"V\\Client.settings.damaged-20260315_094102-2.json");
+  EXPECT_NE(file.Save(Worked()).report, L"") << "not while it is kept nowhere";
+  disk_.refuse = nullptr;
+  EXPECT_EQ(file.Save(Worked()).failure, L"");
+  EXPECT_EQ(disk_.files[kPath], FileBytes(Worked()));
+}
+
 // ---- saving
 
 TEST_F(SettingsFileTest, SavesUtf8WithLineFeedsAndNoMark) {
@@ -361,7 +386,7 @@ TEST_F(SettingsFileTest, ConnectionThatCannotBeWrittenIsToldButKeepsNothingBack)
 TEST(SettingsOnDisk, AreSavedWithTheirFolderAndReadAgain) {
   const platform::ScratchFolder scratch;
   const std::wstring path = scratch.Path(L"Roaming\\Velmarine\\Client.settings.json");
-  const SettingsFile file(path, RealSettingsDisk([] { return std::wstring(L"now"); }));
+  SettingsFile file(path, RealSettingsDisk([] { return std::wstring(L"now"); }));
   Settings first;
   EXPECT_EQ(file.Load(first), L"");
   EXPECT_EQ(file.Save(Connected()).failure, L"");
@@ -376,7 +401,7 @@ TEST(SettingsOnDisk, AreSavedWithTheirFolderAndReadAgain) {
 
 TEST(SettingsOnDisk, FolderInTheFilesPlaceReadsLikeAMissingFileAndTakesNoSave) {
   const platform::ScratchFolder scratch;
-  const SettingsFile file(scratch.Folder(), RealSettingsDisk([] { return std::wstring(); }));
+  SettingsFile file(scratch.Folder(), RealSettingsDisk([] { return std::wstring(); }));
   Settings settings;
   EXPECT_EQ(file.Load(settings), L"");
   EXPECT_TRUE(IsNewEngineerId(settings.engineerId));
