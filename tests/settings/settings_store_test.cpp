@@ -125,7 +125,45 @@ TEST_F(SettingsStoreTest, WhatTheWindowDoesWhileAJobRunsIsKept) {
   for (const Settings& end : ends) {
     EXPECT_EQ(end.connectionId, L"c1");
     EXPECT_EQ(end.deviceSecret, L"second key");
+    EXPECT_EQ(end.deviceNumber, L"") << "the job's belongs to the first key";
     EXPECT_EQ(end.siteProfiles.size(), 1u);
+  }
+}
+
+TEST_F(SettingsStoreTest, WhatBothChangeGoesToItsOwner) {
+  std::optional<JobSettings> job(std::in_place, store_);
+  job->record.targetNetwork = L"ALL";
+  job->record.deviceNumber = L"job's";
+  job->Save();
+  Edit([](Settings& settings) {
+    settings.targetNetwork = L"10.1.0.0/16";
+    settings.deviceNumber = L"window's";
+  });
+  store_.Save();
+  const Settings during = disk_.Load();
+  job.reset();
+  for (const Settings& end : {during, store_.Read(), disk_.Load()}) {
+    EXPECT_EQ(end.targetNetwork, L"10.1.0.0/16");
+    EXPECT_EQ(end.deviceNumber, L"job's");
+  }
+}
+
+// A profile is loaded, or the form put back to what it was, after the job.
+TEST_F(SettingsStoreTest, JobThatHasEndedYieldsToEveryLaterEdit) {
+  Edit([](Settings& settings) { settings.targetNetwork = L"10.1.0.0/16"; });
+  {
+    JobSettings job(store_);
+    job.record.targetNetwork = L"ALL";
+    job.record.deviceNumber = L"job's";
+  }
+  Edit([](Settings& settings) {
+    settings.targetNetwork = L"10.1.0.0/16";
+    settings.deviceNumber = L"profile's";
+  });
+  store_.Save();
+  for (const Settings& end : {store_.Read(), disk_.Load()}) {
+    EXPECT_EQ(end.targetNetwork, L"10.1.0.0/16");
+    EXPECT_EQ(end.deviceNumber, L"profile's");
   }
 }
 
