@@ -169,8 +169,11 @@ TEST(SaveSiteProfile, KnowsNamesInOtherAlphabetsInAnyCase) {
   SaveAs(settings, L"\x041F\x043B\x0430\x043D", L"1");  // Cyrillic
   SaveAs(settings, L"\x043F\x041B\x0410\x041D", L"2");
   EXPECT_EQ(NamesOf(settings), Lines{L"\x043F\x041B\x0410\x041D"});
-  SaveAs(settings, L"泵站\xD83D\xDE00", L"3");
-  SaveAs(settings, L"泵站\xD83D\xDE01", L"4");
+  SaveAs(settings, L"\x0141\x00D3\x0179", L"2");  // Polish, with the key of the one before
+  SaveAs(settings, L"\x0142\x00F3\x017A", L"3");
+  EXPECT_EQ(NamesOf(settings), Lines{L"\x0142\x00F3\x017A"});
+  SaveAs(settings, L"泵站\xD83D\xDE00", L"4");
+  SaveAs(settings, L"泵站\xD83D\xDE01", L"5");
   EXPECT_EQ(settings.siteProfiles.size(), 3u);
 }
 
