@@ -56,6 +56,51 @@ TEST_F(SettingsFileTest, DamagedFileWithoutAGoodSecondCopyReadsAsFarAsItGoes) {
   }
 }
 
+// An object with another text behind it, which no save leaves: what it says is better than nothing.
+TEST_F(SettingsFileTest, DamagedFileWithoutASecondCopyGivesWhatItsFirstObjectSays) {
+  constexpr wchar_t kText[] = L"{\"deviceName\":\"d\",\"engineerId\":\"ENG-12345678\"} \x6CF5";
+  for (const std::string& bytes : {text::ToUtf8(kText), LittleEndian(kText), BigEndian(kText)}) {
+    const Settings settings = LoadBytes(bytes);
+    EXPECT_EQ(settings.deviceName, L"d");
+    EXPECT_EQ(settings.engineerId, L"ENG-12345678");
+    EXPECT_EQ(disk_.loadReport, kDefaults);
+  }
+}
+
+TEST_F(SettingsFileTest, DamagedFileThatYieldsNothingLeavesTheIdentityThatThereIs) {
+  for (const Damage& row : Damages()) {
+    disk_.files[kPath] = row.bytes;
+    Settings settings;
+    settings.engineerId = L"ENG-12345678";
+    EXPECT_EQ(disk_.File().Load(settings), kDefaults) << row.name;
+    EXPECT_EQ(settings.engineerId, L"ENG-12345678") << row.name;
+  }
+}
+
+// What an editor has saved is copied as it is before it is overwritten for the first time.
+TEST_F(SettingsFileTest, SecondCopyAndConnectionAreReadInUtf16Too) {
+  Settings held = Worked();
+  held.connectionId = L"c1";
+  held.granted = {L"c1", L"http://granted:1", L"ENG-87654321", {L"10.1.0.0/16"}};
+  disk_.files[kGrantPath] = BigEndian(WriteGrantedConnection(held.granted));
+  for (const std::string& last : {LittleEndian(WriteSettingsText(held)),  //
+                                  BigEndian(WriteSettingsText(held))}) {
+    disk_.files[kLastPath] = last;
+    const Settings settings = LoadBytes("damaged");
+    EXPECT_EQ(FileBytes(settings), FileBytes(held));
+    EXPECT_EQ(settings.granted, held.granted);
+    EXPECT_EQ(disk_.loadReport, kRestored);
+  }
+}
+
+TEST_F(SettingsFileTest, TextBehindAWholeFileIsNoDamage) {
+  const std::string bytes = FileBytes(Worked()) + "// mine";
+  EXPECT_EQ(FileBytes(LoadBytes(bytes)), FileBytes(Worked()));
+  EXPECT_EQ(disk_.loadReport, L"");
+  EXPECT_EQ(Save(Worked()).report, L"");
+  EXPECT_EQ(disk_.written, (Paths{kLastPath, kPath, kLastPath}));
+}
+
 TEST_F(SettingsFileTest, EmptyFileIsReplacedByTheSecondCopy) {
   disk_.files[kLastPath] = FileBytes(Worked());
   EXPECT_EQ(FileBytes(LoadBytes("")), FileBytes(Worked()));
@@ -101,6 +146,14 @@ TEST_F(SettingsFileTest, FilesSetAsideInOneSecondHaveNumbers) {
   EXPECT_EQ(disk_.files[kDamagedPath], "first");
   EXPECT_EQ(disk_.files[L"V\\Client.settings.damaged-20260315_094102-2.json"], "second");
   EXPECT_EQ(disk_.files[L"V\\Client.settings.damaged-20260315_094102-3.json"], "third");
+}
+
+TEST_F(SettingsFileTest, FileSetAsideThatAnotherProgramHoldsIsNotOverwritten) {
+  disk_.files = {{kPath, "second"}, {kDamagedPath, "first"}};
+  disk_.unreadable = kDamagedPath;
+  EXPECT_EQ(Save(Worked()).failure, L"");
+  EXPECT_EQ(disk_.files[kDamagedPath], "first");
+  EXPECT_EQ(disk_.files[L"V\\Client.settings.damaged-20260315_094102-2.json"], "second");
 }
 
 TEST_F(SettingsFileTest, DamagedFileThatCannotBeSetAsideStays) {

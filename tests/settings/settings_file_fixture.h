@@ -44,6 +44,20 @@ inline Settings Worked() {
   return settings;
 }
 
+// `text` as editors write UTF-16, with its mark.
+inline std::string LittleEndian(std::wstring_view text) {
+  std::string bytes = "\xFF\xFE";
+  for (const wchar_t unit : text) {
+    bytes.append({static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8 & 0xFF)});
+  }
+  return bytes;
+}
+inline std::string BigEndian(std::wstring_view text) {
+  std::string bytes = LittleEndian(text);
+  for (std::size_t i = 0; i < bytes.size(); i += 2) std::swap(bytes[i], bytes[i + 1]);
+  return bytes;
+}
+
 class SettingsFileTest : public testing::Test {
  protected:
   Settings LoadBytes(const std::string& bytes) {

@@ -62,15 +62,8 @@ TEST_F(SettingsFileTest, ReadsEveryEncodingThatAnEditorSaves) {
   using namespace std::string_view_literals;
   EXPECT_EQ(LoadBytes("{\"deviceName\":\"\xE6\xB3\xB5\xE7\xAB\x99\"}").deviceName, L"\x6CF5\x7AD9");
   EXPECT_EQ(LoadBytes("\xEF\xBB\xBF{\"deviceName\":\"d\"}").deviceName, L"d");
-  std::string littleEndian = "\xFF\xFE";
-  std::string bigEndian = "\xFE\xFF";
-  for (const wchar_t unit : WriteSettingsText(Worked())) {
-    const auto high = static_cast<char>(unit >> 8 & 0xFF);
-    const auto low = static_cast<char>(unit & 0xFF);
-    littleEndian.append({low, high});
-    bigEndian.append({high, low});
-  }
-  for (const std::string& bytes : {littleEndian, bigEndian}) {
+  const std::wstring text = WriteSettingsText(Worked());
+  for (const std::string& bytes : {LittleEndian(text), BigEndian(text)}) {
     EXPECT_EQ(FileBytes(LoadBytes(bytes)), FileBytes(Worked()));
     EXPECT_EQ(disk_.loadReport, L"");
   }
