@@ -22,7 +22,7 @@ std::optional<PageMessage> ParsePageMessage(std::wstring_view json);
 // wrong kind, clears its field. An empty or automatic target becomes "ALL".
 void TakeFields(const settings::JsonValue& form, settings::Settings& settings);
 
-// The form as it shows `settings`: taken into them, it changes nothing.
+// The form as it shows `settings`: taken into them, it changes nothing that a form has put there.
 settings::JsonValue FormOf(const settings::Settings& settings);
 
 }  // namespace webui

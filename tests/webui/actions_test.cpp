@@ -130,6 +130,37 @@ TEST(TakeFields, TakesWhatIsThereAndClearsTheRest) {
   }
 }
 
+// A form of the settings themselves, with each of them in its place.
+TEST(FormOf, GivesBackWhatItIsTakenInto) {
+  for (const wchar_t* target : {L"ALL", L"10.0.0.0/8", L"10.0.0.0/8, 10.1.0.0/16"}) {
+    for (const bool discovery : {false, true}) {
+      Settings settings = FilledSettings();
+      settings.targetNetwork = target;
+      settings.discoveryModeEnabled = discovery;
+      settings.deviceNumber = L"number";
+      settings.deviceName = L"name";
+      Settings taken;
+      taken.deviceNumber = settings.deviceNumber;
+      taken.deviceName = settings.deviceName;
+      TakeFields(FormOf(settings), taken);
+      EXPECT_EQ(settings::WriteSettingsText(taken), settings::WriteSettingsText(settings));
+    }
+  }
+}
+
+// Pressed right behind a loaded profile, the page's 载入 asks for the same again.
+TEST(FormOf, ShowsTheTargetAsThePageDoesAndChoosesTheProfile) {
+  Settings settings = FilledSettings();
+  settings.deviceName = L"not chosen";
+  for (const wchar_t* target : {L"", L"ALL"}) {
+    settings.targetNetwork = target;
+    const settings::JsonValue form = FormOf(settings);
+    EXPECT_EQ(settings::JsonStringOrEmpty(form, L"target"), L"自动");
+    EXPECT_EQ(settings::JsonStringOrEmpty(form, L"profileName"), L"old name");
+    EXPECT_EQ(settings::JsonStringOrEmpty(form, L"profileSel"), L"old name");
+  }
+}
+
 TEST(TakeFields, AutomaticTargetComesBackInTheNextApplyMessage) {
   Settings settings;
   TakeFields(settings::ReadJsonDocument(L"{\"target\":\"自动\"}"), settings);
