@@ -109,7 +109,7 @@ SettingsFile::Saved SettingsFile::Save(const Settings& settings) {
   const FileContent before = disk_.read(path_);
   // Before the settings that name it: what they name must be there.
   const std::wstring grantFailure = SaveGrant(settings);
-  if (before.bytes != bytes) {
+  if (before.bytes != bytes || unconfirmed_.contains(path_)) {
     SecureWhatIsThere(before, saved);
     if (saved.failure.empty()) saved.failure = WriteFile(path_, bytes);
     if (!saved.failure.empty()) return saved;
@@ -152,20 +152,24 @@ void SettingsFile::SetAside(const std::string& bytes, Saved& saved) {
   }
 }
 
-std::wstring SettingsFile::SaveGrant(const Settings& settings) const {
+std::wstring SettingsFile::SaveGrant(const Settings& settings) {
   const GrantedConnection& granted = settings.granted;
   if (granted.connectionId.empty() || granted.connectionId != settings.connectionId) return {};
   return WriteIfOther(grantPath_, text::ToUtf8(WriteGrantedConnection(granted)));
 }
 
-std::wstring SettingsFile::WriteIfOther(const std::wstring& path, const std::string& bytes) const {
-  if (disk_.read(path).bytes == bytes) return {};
+std::wstring SettingsFile::WriteIfOther(const std::wstring& path, const std::string& bytes) {
+  if (!unconfirmed_.contains(path) && disk_.read(path).bytes == bytes) return {};
   return WriteFile(path, bytes);
 }
 
-std::wstring SettingsFile::WriteFile(const std::wstring& path, const std::string& bytes) const {
+std::wstring SettingsFile::WriteFile(const std::wstring& path, const std::string& bytes) {
+  // Until the disk says that it has the file, one that reads well may be in memory only.
+  unconfirmed_.insert(path);
   const std::wstring reason = disk_.write(path, bytes);
-  return reason.empty() ? reason : reason + L"（" + path + L"）";
+  if (!reason.empty()) return reason + L"（" + path + L"）";
+  unconfirmed_.erase(path);
+  return {};
 }
 
 SettingsDisk RealSettingsDisk(std::function<std::wstring()> time) {

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "settings/settings.h"
@@ -51,23 +52,24 @@ class SettingsFile {
     std::wstring failure;  // why `settings` are not on the disk; empty when they are
     std::wstring report;   // the line that names a file set aside, if one was
   };
-  // Brings `settings` to the disk; writes nothing that lies there already, and sets nothing aside
-  // twice.
+  // Brings `settings` to the disk; writes nothing that lies there already, unless the disk has not
+  // confirmed it, and sets nothing aside twice.
   [[nodiscard]] Saved Save(const Settings& settings);
 
  private:
   std::wstring LoadUntrusted(const FileContent& content, Settings& settings) const;
   void LoadGrant(Settings& settings) const;
-  std::wstring WriteFile(const std::wstring& path, const std::string& bytes) const;
-  std::wstring WriteIfOther(const std::wstring& path, const std::string& bytes) const;
-  std::wstring SaveGrant(const Settings& settings) const;
+  std::wstring WriteFile(const std::wstring& path, const std::string& bytes);
+  std::wstring WriteIfOther(const std::wstring& path, const std::string& bytes);
+  std::wstring SaveGrant(const Settings& settings);
   void SecureWhatIsThere(const FileContent& content, Saved& saved);
   void SetAside(const std::string& bytes, Saved& saved);
 
   std::wstring path_;
   std::wstring lastPath_;
   std::wstring grantPath_;
-  std::wstring keptPath_;  // of the file set aside last; empty = none yet
+  std::wstring keptPath_;               // of the file set aside last; empty = none yet
+  std::set<std::wstring> unconfirmed_;  // files whose last write failed
   SettingsDisk disk_;
 };
 

@@ -51,6 +51,8 @@ class MemoryDisk {
   std::vector<std::wstring> written;  // the paths of all writes that were begun
   std::wstring unreadable;            // the path of a file that exists and cannot be read
   std::function<std::wstring(const std::wstring& path)> refuse;  // a reason, or nothing
+  // A reason after all was written: the file reads well, but the disk may not have it.
+  std::function<std::wstring(const std::wstring& path)> doubt;
   std::function<void(const std::wstring& path)> onWritten;
   int stepsToLive = -1;  // until the process is killed; below 0: it lives on
   std::wstring loadReport;
@@ -68,7 +70,7 @@ class MemoryDisk {
     files[path] = bytes;
     LiveOn();
     if (onWritten) onWritten(path);
-    return {};
+    return doubt ? doubt(path) : std::wstring();
   }
 
   void LiveOn() {

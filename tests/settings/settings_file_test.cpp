@@ -148,6 +148,24 @@ TEST_F(SettingsFileTest, MakesUpForASecondCopyThatCouldNotBeWritten) {
   EXPECT_EQ(disk_.files[kLastPath], FileBytes(Worked()));
 }
 
+// Every write is through and every one is refused at the end, where the disk is to have it.
+TEST_F(SettingsFileTest, WritesAgainWhatTheDiskHasNotConfirmed) {
+  SettingsFile file = disk_.File();
+  disk_.doubt = [](const std::wstring&) { return std::wstring(L"设备未就绪。"); };
+  const std::wstring failure = std::wstring(L"设备未就绪。（") + kPath + L"）";
+  EXPECT_EQ(file.Save(Worked()).failure, failure);
+  EXPECT_EQ(disk_.files[kPath], FileBytes(Worked()));
+  EXPECT_NE(file.Save(Worked()).failure, L"") << "reading well is no success";
+
+  disk_.doubt = nullptr;
+  disk_.written.clear();
+  EXPECT_EQ(file.Save(Worked()).failure, L"");
+  EXPECT_EQ(disk_.written, (Paths{kLastPath, kPath})) << "one of the two is whole at any moment";
+  disk_.written.clear();
+  EXPECT_EQ(file.Save(Worked()).failure, L"");
+  EXPECT_TRUE(disk_.written.empty());
+}
+
 TEST_F(SettingsFileTest, SaysWhyItCouldNotBeWritten) {
   disk_.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
   EXPECT_EQ(Save(Worked()).failure, std::wstring(L"拒绝访问。（") + kPath + L"）");
