@@ -5,6 +5,7 @@
 #include <atomic>
 #include <optional>
 #include <thread>
+#include <utility>
 
 #include "settings/memory_disk.h"
 
@@ -238,6 +239,34 @@ TEST_F(SettingsStoreTest, NothingIsLostBetweenTwoThreads) {
     EXPECT_EQ(end.latencyText, std::to_wstring(kRounds));
     EXPECT_EQ(end.profileName, std::to_wstring(saved));
   }
+}
+
+// The window takes the lines while a job's saves fail and work in turns.
+TEST_F(SettingsStoreTest, ReportsAreTakenWhileAJobSaves) {
+  constexpr int kRounds = 300;
+  int saves = 0;  // the disk is used under the store's lock
+  disk_.refuse = [&saves](const std::wstring& path) {
+    const bool refused = path == kPath && ++saves % 2 == 0;
+    return std::wstring(refused ? L"拒绝访问。" : L"");
+  };
+  std::atomic<bool> done{false};
+  std::thread worker([&] {
+    JobSettings job(store_);
+    for (int i = 1; i <= kRounds; ++i) {
+      job.record.latencyText = std::to_wstring(i);
+      job.Save();
+    }
+    done = true;
+  });
+  Lines taken;
+  while (!done) {
+    for (std::wstring& report : store_.TakeReports()) taken.push_back(std::move(report));
+    const std::wstring unsaved = store_.Unsaved();
+    EXPECT_TRUE(unsaved.empty() || unsaved == Warning(L"拒绝访问。"));
+  }
+  worker.join();
+  for (std::wstring& report : store_.TakeReports()) taken.push_back(std::move(report));
+  EXPECT_EQ(taken, Lines(kRounds / 2, Warning(L"拒绝访问。"))) << "each a success apart";
 }
 
 }  // namespace
