@@ -201,6 +201,15 @@ TEST_F(SettingsFileTest, ConnectionOfAnotherTimeIsNotInForce) {
   }
 }
 
+TEST_F(SettingsFileTest, GrantOfAnotherConnectionIsNotWritten) {
+  Settings settings = Connected();
+  for (const wchar_t* connectionId : {L"c2", L""}) {
+    settings.connectionId = connectionId;
+    EXPECT_EQ(Save(settings).failure, L"");
+    EXPECT_FALSE(disk_.files.contains(kGrantPath));
+  }
+}
+
 TEST_F(SettingsFileTest, ConnectionThatCannotBeWrittenIsToldButKeepsNothingBack) {
   disk_.refuse = [](const std::wstring& path) {
     return std::wstring(path == kGrantPath ? L"拒绝访问。" : L"");
