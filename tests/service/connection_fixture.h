@@ -44,6 +44,7 @@ class ConnectionTest : public testing::Test {
     EXPECT_EQ(settings.connectionId, L"");
     EXPECT_EQ(settings.assignedAddress, L"");
     EXPECT_EQ(settings.routesText, L"");
+    EXPECT_EQ(settings.granted, settings::GrantedConnection());
   }
 
   void ExpectForgotten(const settings::Settings& settings) {

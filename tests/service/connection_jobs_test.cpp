@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -11,6 +12,14 @@ namespace service {
 namespace {
 
 constexpr wchar_t kDiscoveryOffText[] = L"\r\n局域网发现模式已关闭：只转发已知 IP 网段。";
+
+// A proxy list that fails as soon as it has something to do.
+std::function<std::wstring(const std::vector<std::wstring>&)> ThrowsForRoutes(const char* message) {
+  return [message](const std::vector<std::wstring>& routes) -> std::wstring {
+    if (!routes.empty()) throw std::runtime_error(message);
+    return {};
+  };
+}
 
 // The connect and the stop job.
 class ConnectionJobs : public ConnectionTest {};
@@ -250,9 +259,8 @@ TEST_F(ConnectionJobs, ARefusalAfterARefusalWritesNothing) {
 
 TEST_F(ConnectionJobs, AProxyListThatThrowsEndsTheJobAndGivesUpWhatWasGranted) {
   ConnectionPorts ports = world_.Ports();
-  ports.addProxyBypass = [](const std::vector<std::wstring>&) -> std::wstring {
-    throw std::runtime_error("no list");
-  };
+  ports.addProxyBypass = ThrowsForRoutes("no list");
+  ports.removeProxyBypass = ThrowsForRoutes("no list at the end either");
   world_.Answer(kGrant);
   world_.Answer(LR"({"success":true})");
 
@@ -261,6 +269,24 @@ TEST_F(ConnectionJobs, AProxyListThatThrowsEndsTheJobAndGivesUpWhatWasGranted) {
   ASSERT_EQ(world_.requests.size(), 2u);
   EXPECT_EQ(world_.requests.at(1).url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
   EXPECT_TRUE(world_.starts.empty());
+  ExpectNoConnection(world_.LastSaved());
+}
+
+TEST_F(ConnectionJobs, AProxyListThatThrowsAtTheOldEndDoesNotKeepTheConnection) {
+  HoldConnection();
+  ConnectionPorts ports = world_.Ports();
+  ports.removeProxyBypass = ThrowsForRoutes("no list");
+  world_.Answer(LR"({"success":true})");
+  world_.Answer(LR"({"success":true})");
+
+  EXPECT_EQ(ConnectIn(world_, ports), L"Error: no list");
+
+  ASSERT_EQ(world_.requests.size(), 2u);
+  EXPECT_NE(world_.requests.at(0).body.find(L"本地客户端断开连接"), std::wstring::npos);
+  EXPECT_EQ(world_.requests.at(1).url, L"http://192.0.2.10:31080/api/connections/old/disconnect")
+      << "the job's failure";
+  EXPECT_TRUE(world_.starts.empty());
+  ExpectNoConnection(settings_);
   ExpectNoConnection(world_.LastSaved());
 }
 

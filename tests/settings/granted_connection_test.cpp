@@ -46,6 +46,13 @@ TEST(ConnectionInForce, HasNoIdWhenNoneIsHeld) {
   EXPECT_EQ(ConnectionInForce(settings).routes.size(), 2u);
 }
 
+TEST(GrantedConnectionText, EscapesEveryMember) {
+  EXPECT_EQ(WriteGrantedConnection({L"\"1", L"\"2", L"\"3", {L"\"4", L"\\5"}}),
+            LR"({"connectionId":"\"1","serverUrl":"\"2","engineerId":"\"3",)"
+            LR"("routes":["\"4","\\5"]})"
+            L"\n");
+}
+
 TEST(GrantedConnectionText, IsOneLineThatReadsBack) {
   EXPECT_EQ(WriteGrantedConnection(kGranted),
             L"{\"connectionId\":\"c1\",\"serverUrl\":\"http://granted:1\",\"engineerId\":\"ENG-1\","

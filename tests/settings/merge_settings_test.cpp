@@ -161,6 +161,8 @@ TEST(MergeSettings, ProfilesAreTheWindowsAndTheGrantIsTheJobs) {
   EXPECT_EQ(merged.siteProfiles, window.siteProfiles);
   EXPECT_EQ(merged.granted, job.granted);
   EXPECT_EQ(MergeSettings(Base(), window, Base()).siteProfiles, window.siteProfiles);
+  EXPECT_EQ(MergeSettings(Base(), window, Base()).granted, window.granted);
+  EXPECT_EQ(MergeSettings(Base(), Base(), job).siteProfiles, job.siteProfiles);
   EXPECT_EQ(MergeSettings(Base(), Base(), job).granted, job.granted);
 }
 
