@@ -88,6 +88,15 @@ TEST(DeliverResult, LeavesWhatIsNeverTakenInTheBoxForOneTaker) {
   EXPECT_EQ(delivery.box.Take(), std::nullopt);
 }
 
+TEST(ResultBox, HoldsTheLatest) {
+  ResultBox box;
+  EXPECT_EQ(box.Take(), std::nullopt);
+  box.Put(L"earlier");
+  box.Put(L"later");
+  EXPECT_EQ(box.Take(), L"later");
+  EXPECT_EQ(box.Take(), std::nullopt);
+}
+
 struct CheckRow {
   const char* name;
   UpdateCheck check;
