@@ -50,6 +50,22 @@ function(client_library name)
   endif()
 endfunction()
 
+# What every test includes, compiled once: half of a test's compile time is GoogleTest's headers.
+function(client_test_headers)
+  file(WRITE "${CMAKE_BINARY_DIR}/tests/test_headers.cpp" "// Only its precompiled headers are used.\n")
+  add_library(test_headers OBJECT "${CMAKE_BINARY_DIR}/tests/test_headers.cpp")
+  client_test_options(test_headers)
+  target_precompile_headers(test_headers PRIVATE
+    <gtest/gtest.h> <functional> <map> <memory> <optional> <string> <vector>)
+endfunction()
+
+# What is tested is built as it ships; the tests themselves build in half the time this way.
+function(client_test_options target)
+  target_include_directories(${target} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  target_link_libraries(${target} PRIVATE client_flags GTest::gmock_main)
+  target_compile_options(${target} PRIVATE -O0 -g1)
+endfunction()
+
 # client_test(NAME SOURCES files... [WIN files...] [POSIX files...] [DEPS libraries...])
 # One program, NAME_test, for the folder of that name; ctest runs it (through Wine for Windows).
 function(client_test name)
@@ -63,11 +79,13 @@ function(client_test name)
   if(NOT sources)
     return()
   endif()
+  if(NOT TARGET test_headers)
+    client_test_headers()
+  endif()
   add_executable(${name}_test ${sources})
-  target_include_directories(${name}_test PRIVATE "${CMAKE_SOURCE_DIR}/tests")
-  target_link_libraries(${name}_test PRIVATE ${name} ${ARG_DEPS} client_flags GTest::gmock_main)
-  # What is tested is built as it ships; the tests themselves build in half the time this way.
-  target_compile_options(${name}_test PRIVATE -O0 -g1)
+  client_test_options(${name}_test)
+  target_link_libraries(${name}_test PRIVATE ${name} ${ARG_DEPS})
+  target_precompile_headers(${name}_test REUSE_FROM test_headers)
   set_target_properties(${name}_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
   add_test(NAME ${name} COMMAND ${name}_test)
 endfunction()
