@@ -159,6 +159,12 @@ std::wstring Session::Stop() {
   return wasRunning ? kStoppedText : kWasNotRunningText;
 }
 
+// A request that is never settled: no start clears it.
+void Session::StopForGood() {
+  signal_.Request();
+  Stop();
+}
+
 // Wakes every thread of the tunnel, a starting one too; true when the tunnel was running. A stop
 // has been asked for already, so nothing that ends here is begun again.
 bool Session::InterruptAll() noexcept {

@@ -51,6 +51,8 @@ class Session final : public Tunnel {
   // Removes the driver's kernel service even if nothing was running. The text for that case says
   // that the tunnel is running; it is the established wording.
   std::wstring Stop() override EXCLUDES(threadLock_);
+  void StopForGood() override EXCLUDES(threadLock_);
+  void LookAtNetwork() override {}
   void Observe(TunnelObserver observer) override EXCLUDES(observerLock_);
   [[nodiscard]] bool IsRunning() const noexcept override { return flags_.running; }
   [[nodiscard]] bool IsRelayConnected() const noexcept override { return link_.IsConnected(); }

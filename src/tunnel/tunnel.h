@@ -48,6 +48,10 @@ class Tunnel {
   virtual TunnelStarted Start(const TunnelRequest& request) = 0;
   // Returns the line for the engineer's log.
   virtual std::wstring Stop() = 0;
+  // Stops for good, as the program ends: a start under way fails, and every later one.
+  virtual void StopForGood() = 0;
+  // The computer has woken, or its addresses have changed. Returns at once.
+  virtual void LookAtNetwork() = 0;
   // To be set before the first start.
   virtual void Observe(TunnelObserver observer) = 0;
   [[nodiscard]] virtual bool IsRunning() const noexcept = 0;

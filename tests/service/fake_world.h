@@ -94,6 +94,8 @@ class FakeWorld : public tunnel::Tunnel {
     if (onStart) onStart();
     return started;
   }
+  void StopForGood() override { Stop(); }
+  void LookAtNetwork() override {}
   std::wstring Stop() override {
     events.push_back(L"stop");
     return stopText;

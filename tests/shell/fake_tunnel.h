@@ -22,6 +22,11 @@ class FakeTunnel final : public tunnel::Tunnel {
     if (stopThrows) throw 7;
     return stopText;
   }
+  void StopForGood() override {
+    stoppedForGood = true;
+    Stop();
+  }
+  void LookAtNetwork() override { ++looks; }
   void Observe(tunnel::TunnelObserver given) override { observer = std::move(given); }
   bool IsRunning() const noexcept override { return running; }
   bool IsRelayConnected() const noexcept override { return relayConnected; }
@@ -29,6 +34,8 @@ class FakeTunnel final : public tunnel::Tunnel {
   std::atomic<bool> running{false};
   std::atomic<bool> relayConnected{false};
   std::atomic<int> stops{0};
+  std::atomic<bool> stoppedForGood{false};
+  std::atomic<int> looks{0};
   bool stopThrows = false;
   tunnel::TunnelObserver observer;
   std::wstring stopText = L"软件隧道已停止。";
