@@ -79,7 +79,9 @@ class Socket {
   };
   [[nodiscard]] Options ReadOptions() noexcept;
 
-  int Connect(const SocketAddress& address) noexcept;
+  // Gives up after `limit` with a code that IsSocketTimeout() knows; the system itself would try
+  // for more than twenty seconds, whatever the time-outs of the socket.
+  int Connect(const SocketAddress& address, std::chrono::milliseconds limit) noexcept;
   int Bind(const SocketAddress& address) noexcept;
   int Listen() noexcept;
   // Blocks for the next connection; null on failure, then `error` is the code.
@@ -100,6 +102,7 @@ class Socket {
 
  private:
   class Call;
+  class Unblocked;
   explicit Socket(std::uintptr_t raw) noexcept : raw_(raw) {}
   int SetOption(int level, int name, const void* value, std::size_t sizeBytes) noexcept;
 

@@ -1,12 +1,71 @@
 #include "platform/socket_address.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <exception>
 #include <memory>
+#include <optional>
+#include <utility>
 
+#include "platform/detached_thread.h"
+#include "platform/mutex.h"
+#include "platform/socket.h"
 #include "platform/socket_sdk.h"
 
 namespace platform {
+namespace {
+
+constexpr std::chrono::milliseconds kLookEvery{20};
+
+// Where the thread that looks a name up leaves what it has found. Any thread.
+class Answer {
+ public:
+  void Put(std::vector<SocketAddress> addresses) {
+    {
+      const MutexLock held(lock_);
+      addresses_ = std::move(addresses);
+    }
+    put_.NotifyAll();
+  }
+
+  // Waits for it; empty once `isCancelled`.
+  std::vector<SocketAddress> Take(const std::function<bool()>& isCancelled) {
+    const MutexLock held(lock_);
+    while (!addresses_) {
+      if (isCancelled && isCancelled()) return {};
+      put_.WaitFor(lock_, kLookEvery);
+    }
+    return *std::move(addresses_);
+  }
+
+ private:
+  Mutex lock_;
+  Condition put_;
+  std::optional<std::vector<SocketAddress>> addresses_ GUARDED_BY(lock_);
+};
+
+std::vector<SocketAddress> GetAddresses(const std::string& host, std::uint16_t port,
+                                        SocketKind kind, int flags) {
+  addrinfo hints{};
+  const bool udp = kind == SocketKind::UdpIpv4;
+  hints.ai_flags = flags;
+  hints.ai_family = udp ? AF_INET : AF_UNSPEC;
+  hints.ai_socktype = udp ? SOCK_DGRAM : SOCK_STREAM;
+  hints.ai_protocol = udp ? IPPROTO_UDP : IPPROTO_TCP;
+  addrinfo* found = nullptr;
+  const int failed = ::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
+  if (failed != 0) return {};
+  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
+  std::vector<SocketAddress> addresses;
+  for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+    addresses.push_back(SocketAddress::FromSystem(entry->ai_addr, entry->ai_addrlen));
+  }
+  return addresses;
+}
+
+}  // namespace
+
 SocketAddress SocketAddress::Ipv4(std::uint32_t address, std::uint16_t port) noexcept {
   sockaddr_in system{};
   system.sin_family = AF_INET;
@@ -35,22 +94,31 @@ int SocketAddress::Family() const noexcept {
   return sizeBytes_ < sizeof(sockaddr_in) ? 0 : static_cast<const sockaddr*>(Data())->sa_family;
 }
 
-std::vector<SocketAddress> ResolveHost(const std::string& host, std::uint16_t port,
-                                       SocketKind kind) {
-  addrinfo hints{};
-  const bool udp = kind == SocketKind::UdpIpv4;
-  hints.ai_family = udp ? AF_INET : AF_UNSPEC;
-  hints.ai_socktype = udp ? SOCK_DGRAM : SOCK_STREAM;
-  hints.ai_protocol = udp ? IPPROTO_UDP : IPPROTO_TCP;
-  addrinfo* found = nullptr;
-  const int failed = ::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
-  if (failed != 0) return {};
-  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
-  std::vector<SocketAddress> addresses;
-  for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
-    addresses.push_back(SocketAddress::FromSystem(entry->ai_addr, entry->ai_addrlen));
-  }
-  return addresses;
+std::vector<SocketAddress> LookUpHost(const std::string& host, std::uint16_t port,
+                                      SocketKind kind) {
+  return GetAddresses(host, port, kind, 0);
+}
+
+std::vector<SocketAddress> ResolveHost(const std::string& host, std::uint16_t port, SocketKind kind,
+                                       const std::function<bool()>& isCancelled,
+                                       const HostLookup& lookUp) {
+  // An address in digits needs no resolver, and no thread.
+  std::vector<SocketAddress> plain = GetAddresses(host, port, kind, AI_NUMERICHOST);
+  if (!plain.empty()) return plain;
+  const auto answer = std::make_shared<Answer>();
+  StartDetached([answer, host, port, kind, lookUp] {
+    std::vector<SocketAddress> addresses;
+    try {
+      SocketLibrary library;  // the caller's may be gone by then
+      if (library.Start() == 0) {
+        addresses = lookUp ? lookUp(host, port, kind) : LookUpHost(host, port, kind);
+      }
+    } catch (const std::exception&) {
+      // Short memory; as if the name were unknown.
+    }
+    answer->Put(std::move(addresses));
+  });
+  return answer->Take(isCancelled);
 }
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,9 +37,20 @@ class SocketAddress {
   std::size_t sizeBytes_ = 0;
 };
 
-// getaddrinfo, in the system's order; empty when it fails. `host` is the name's UTF-8 form. Blocks
-// for as long as the system's resolver takes; nothing can end it early.
-std::vector<SocketAddress> ResolveHost(const std::string& host, std::uint16_t port,
-                                       SocketKind kind);
+// A host's addresses; empty when there are none to be had. `host` is the name's UTF-8 form. May
+// block for as long as the system's resolver does.
+using HostLookup = std::function<std::vector<SocketAddress>(const std::string& host,
+                                                            std::uint16_t port, SocketKind kind)>;
+
+// getaddrinfo, in the system's order.
+std::vector<SocketAddress> LookUpHost(const std::string& host, std::uint16_t port, SocketKind kind);
+
+// An address in digits as it is; else `lookUp` on a thread of its own, as no system's resolver can
+// be told to stop: once `isCancelled` returns true, which is asked every few milliseconds, this
+// returns no addresses, and the thread is left behind to end by itself. An empty `lookUp` is
+// LookUpHost. Throws std::system_error when no thread can be made.
+std::vector<SocketAddress> ResolveHost(const std::string& host, std::uint16_t port, SocketKind kind,
+                                       const std::function<bool()>& isCancelled,
+                                       const HostLookup& lookUp = {});
 
 }  // namespace platform

@@ -14,13 +14,14 @@ constexpr int kBufferBytes = 4194304;
 }  // namespace
 
 RelayDatagramSocket::RelayDatagramSocket(const std::wstring& serverUrl,
-                                         std::chrono::milliseconds timeout)
+                                         std::chrono::milliseconds timeout,
+                                         const std::function<bool()>& isCancelled)
     : sendTimeout_(timeout) {
   const ServiceEndpoint endpoint = ParseServiceEndpoint(serverUrl);
   std::vector<platform::SocketAddress> addresses;
   if (library_.Start() == 0) {
     addresses = platform::ResolveHost(text::ToUtf8(endpoint.host), endpoint.port,
-                                      platform::SocketKind::UdpIpv4);
+                                      platform::SocketKind::UdpIpv4, isCancelled);
   }
   if (addresses.empty()) throw std::runtime_error("getaddrinfo failed for UDP relay host.");
   relay_ = addresses.front();

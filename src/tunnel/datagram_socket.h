@@ -26,18 +26,20 @@ class DatagramSocket {
 
 using DatagramSocketPointer = std::shared_ptr<DatagramSocket>;
 using DatagramSocketOpener = std::function<DatagramSocketPointer(
-    const std::wstring& serverUrl, std::chrono::milliseconds timeout)>;
+    const std::wstring& serverUrl, std::chrono::milliseconds timeout,
+    const std::function<bool()>& isCancelled)>;
 
 // The socket towards the UDP relay, which has the host and the port of the central service's HTTP
 // address (of the default service when `serverUrl` is empty). Both buffers have 4 MiB.
 class RelayDatagramSocket final : public DatagramSocket {
  public:
-  // `timeout` is for receiving and sending. Blocks while the system resolves the name; nothing can
-  // end that early. Throws std::runtime_error:
+  // `timeout` is for receiving and sending. Blocks while the system resolves the name, until
+  // `isCancelled` returns true. Throws std::runtime_error:
   //   "WinHttpCrackUrl failed for URL: " and the address that could not be taken apart
   //   "getaddrinfo failed for UDP relay host."
   //   "UDP socket failed."
-  RelayDatagramSocket(const std::wstring& serverUrl, std::chrono::milliseconds timeout);
+  RelayDatagramSocket(const std::wstring& serverUrl, std::chrono::milliseconds timeout,
+                      const std::function<bool()>& isCancelled = {});
 
   void SetReceiveTimeout(std::chrono::milliseconds timeout) noexcept override;
   platform::SocketResult Send(std::span<const std::byte> datagram) noexcept override;

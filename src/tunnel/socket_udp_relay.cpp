@@ -22,8 +22,9 @@ constexpr milliseconds kLossTime{45000};
 }  // namespace
 
 UdpRelayDeps RealUdpRelayDeps() {
-  return {[](const std::wstring& serverUrl, milliseconds timeout) {
-            return std::make_shared<RelayDatagramSocket>(serverUrl, timeout);
+  return {[](const std::wstring& serverUrl, milliseconds timeout,
+             const std::function<bool()>& isCancelled) {
+            return std::make_shared<RelayDatagramSocket>(serverUrl, timeout, isCancelled);
           },
           []() {
             return std::chrono::duration_cast<milliseconds>(
@@ -43,7 +44,8 @@ SocketUdpRelay::~SocketUdpRelay() {
 
 void SocketUdpRelay::StartUdpRelay(const UdpRelayRequest& request) {
   assert(threads_.empty());
-  const DatagramSocketPointer socket = deps_.openSocket(request.serverUrl, kAttemptTime);
+  const DatagramSocketPointer socket =
+      deps_.openSocket(request.serverUrl, kAttemptTime, [this] { return !hooks_.keepGoing(); });
   const auto hello = std::make_shared<const std::vector<std::byte>>(
       BuildHello(request.connectionId, request.engineerId));
   token_ = 0;  // an earlier path's means nothing to this one

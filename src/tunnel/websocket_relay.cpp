@@ -85,8 +85,9 @@ void WebSocketRelay::Connect(std::wstring_view relayUrl) {
 
 WebSocketRelay::SocketPointer WebSocketRelay::ConnectSocket(const RelayEndpoint& endpoint) {
   const std::string host = text::ToUtf8(endpoint.host);
-  const std::vector<platform::SocketAddress> addresses =
-      platform::ResolveHost(host, endpoint.port, platform::SocketKind::Tcp);
+  const std::vector<platform::SocketAddress> addresses = platform::ResolveHost(
+      host, endpoint.port, platform::SocketKind::Tcp, hooks_.isCancelled, hooks_.lookUp);
+  ThrowIfCancelled();
   if (addresses.empty()) throw std::runtime_error("getaddrinfo failed for relay host.");
   int error = 0;
   for (const platform::SocketAddress& address : addresses) {
@@ -96,7 +97,7 @@ WebSocketRelay::SocketPointer WebSocketRelay::ConnectSocket(const RelayEndpoint&
     Publish(socket);
     ThrowIfCancelled();
     socket->SetTimeouts(kNetworkTimeout, kNetworkTimeout);
-    error = socket->Connect(address);
+    error = socket->Connect(address, kNetworkTimeout);
     if (error == 0) return socket;
     ThrowIfCancelled();
     socket->Close();
@@ -173,6 +174,7 @@ bool WebSocketRelay::ReceiveMore(platform::Socket& socket, int& error) {
   const platform::SocketResult received = socket.Receive(buffer_);
   error = received.error;
   unread_ = std::span(buffer_).first(received.bytes);
+  receivedBytes_ += received.bytes;
   return received.bytes > 0;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -15,10 +16,11 @@
 
 namespace tunnel {
 
-// What a relay connection takes from the world besides sockets; both may be left empty.
+// What a relay connection takes from the world besides sockets; all may be left empty.
 struct RelayHooks {
   std::function<std::uint32_t()> tickMs;  // for the masking keys; empty: the system's up-time
   std::function<bool()> isCancelled;      // any thread; true makes Connect() give up
+  platform::HostLookup lookUp = {};       // empty: the system's
 };
 
 // Sends all of `bytes` by calls of `send`, each with a slice of at most `sliceBytes`. Empty when
@@ -67,6 +69,9 @@ class WebSocketRelay {
   void Close() noexcept;
 
   [[nodiscard]] bool IsConnected() const noexcept EXCLUDES(stateLock_);
+  // Of everything that the relay has sent so far, handshake and pongs included; more of them than
+  // a moment ago means that the relay is there. Any thread.
+  [[nodiscard]] std::uint64_t ReceivedBytes() const noexcept { return receivedBytes_; }
   // The socket's options as the system holds them; all zero when not connected.
   [[nodiscard]] platform::Socket::Options SocketOptions();
 
@@ -92,6 +97,8 @@ class WebSocketRelay {
 
   platform::Mutex sendLock_;  // one whole frame
   std::uint32_t maskCounter_ GUARDED_BY(sendLock_) = 0;
+
+  std::atomic<std::uint64_t> receivedBytes_{0};
 
   // The receiving thread's.
   std::unique_ptr<FrameReader> reader_ = std::make_unique<FrameReader>();

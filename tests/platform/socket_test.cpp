@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
+#include <new>
 #include <string>
 #include <thread>
 
@@ -13,6 +15,7 @@ using std::chrono::milliseconds;
 
 // IPv4's address family number is the same on both systems.
 constexpr int kIpv4 = 2;
+constexpr milliseconds kPatience{10000};
 
 std::span<const std::byte> BytesOf(std::string_view text) {
   return std::as_bytes(std::span(text));
@@ -38,7 +41,7 @@ class SocketTest : public testing::Test {
     listener_ = MakeBound(SocketKind::Tcp);
     ASSERT_EQ(listener_->Listen(), 0);
     client_ = Make(SocketKind::Tcp);
-    ASSERT_EQ(client_->Connect(listener_->LocalAddress()), 0);
+    ASSERT_EQ(client_->Connect(listener_->LocalAddress(), kPatience), 0);
     int error = 0;
     server_ = listener_->Accept(error);
     ASSERT_NE(server_, nullptr);
@@ -84,7 +87,7 @@ TEST_F(SocketTest, AddressKnowsItsPortAndFamily) {
 
 TEST_F(SocketTest, ResolvesAnAddressInDigits) {
   for (const SocketKind kind : {SocketKind::Tcp, SocketKind::UdpIpv4}) {
-    const std::vector<SocketAddress> found = ResolveHost("127.0.0.1", 31080, kind);
+    const std::vector<SocketAddress> found = LookUpHost("127.0.0.1", 31080, kind);
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].Port(), 31080);
     EXPECT_EQ(found[0].Family(), kIpv4);
@@ -92,15 +95,60 @@ TEST_F(SocketTest, ResolvesAnAddressInDigits) {
 }
 
 TEST_F(SocketTest, ResolvesAnIpv6AddressForTcpOnly) {
-  const std::vector<SocketAddress> found = ResolveHost("::1", 80, SocketKind::Tcp);
+  const std::vector<SocketAddress> found = LookUpHost("::1", 80, SocketKind::Tcp);
   ASSERT_EQ(found.size(), 1U);
   EXPECT_EQ(found[0].Port(), 80);
   EXPECT_NE(found[0].Family(), kIpv4);
-  EXPECT_TRUE(ResolveHost("::1", 80, SocketKind::UdpIpv4).empty());
+  EXPECT_TRUE(LookUpHost("::1", 80, SocketKind::UdpIpv4).empty());
 }
 
 TEST_F(SocketTest, FindsNothingForWhatIsNoHostName) {
-  EXPECT_TRUE(ResolveHost("not a host", 80, SocketKind::Tcp).empty());
+  EXPECT_TRUE(LookUpHost("not a host", 80, SocketKind::Tcp).empty());
+}
+
+TEST_F(SocketTest, ResolvingGivesWhatTheLookUpFinds) {
+  std::string asked;
+  const auto lookUp = [&asked](const std::string& host, std::uint16_t port, SocketKind) {
+    asked = host + ":" + std::to_string(port);
+    return std::vector<SocketAddress>{SocketAddress::Loopback(1), SocketAddress::Loopback(2)};
+  };
+  const std::vector<SocketAddress> found = ResolveHost(
+      "relay", 80, SocketKind::Tcp, [] { return false; }, lookUp);
+  EXPECT_EQ(asked, "relay:80");
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[1].Port(), 2);
+  EXPECT_EQ(ResolveHost("127.0.0.1", 80, SocketKind::Tcp, {}).size(), 1U);
+  EXPECT_FALSE(ResolveHost("localhost", 80, SocketKind::Tcp, {}).empty());
+}
+
+TEST_F(SocketTest, ResolvingEndsWhenCancelledHoweverLongTheResolverTakes) {
+  std::promise<void> release;
+  const std::shared_future<void> released = release.get_future().share();
+  std::promise<void> asked;
+  std::promise<void> left;
+  const auto lookUp = [&](const std::string&, std::uint16_t, SocketKind) {
+    asked.set_value();
+    released.wait();
+    left.set_value();
+    return std::vector<SocketAddress>{SocketAddress::Loopback(1)};
+  };
+  std::atomic<bool> cancelled{false};
+  std::thread canceller([&] {
+    asked.get_future().wait();
+    cancelled = true;
+  });
+  EXPECT_TRUE(ResolveHost(
+                  "relay", 80, SocketKind::Tcp, [&] { return cancelled.load(); }, lookUp)
+                  .empty());
+  canceller.join();
+  release.set_value();
+  left.get_future().wait();
+}
+
+TEST_F(SocketTest, ALookUpThatThrowsFindsNothing) {
+  const auto lookUp = [](const std::string&, std::uint16_t,
+                         SocketKind) -> std::vector<SocketAddress> { throw std::bad_alloc(); };
+  EXPECT_TRUE(ResolveHost("relay", 80, SocketKind::Tcp, {}, lookUp).empty());
 }
 
 TEST_F(SocketTest, CarriesBytesBothWays) {
@@ -122,7 +170,7 @@ TEST_F(SocketTest, TellsThatThePeerHasEnded) {
 
 TEST_F(SocketTest, RefusedConnectReturnsTheSystemsCode) {
   const std::shared_ptr<Socket> taken = MakeBound(SocketKind::Tcp);  // bound, not listening
-  const int error = Make(SocketKind::Tcp)->Connect(taken->LocalAddress());
+  const int error = Make(SocketKind::Tcp)->Connect(taken->LocalAddress(), kPatience);
   EXPECT_TRUE(error == 111 || error == 10061) << error;
 }
 
@@ -219,9 +267,35 @@ TEST_F(SocketTest, CloseWakesABlockedConnect) {
   while (error == 0 && waiting.size() < 100) {
     waiting.push_back(Make(SocketKind::Tcp));
     Socket& next = *waiting.back();
-    error = CloseDuring(next, [&]() { return next.Connect(listener_->LocalAddress()); });
+    error = CloseDuring(next, [&]() { return next.Connect(listener_->LocalAddress(), kPatience); });
   }
   EXPECT_EQ(error, SocketClosedError());
+}
+
+TEST_F(SocketTest, ConnectGivesUpAfterItsLimit) {
+  listener_ = MakeBound(SocketKind::Tcp);
+  ASSERT_EQ(listener_->Listen(), 0);
+  std::vector<std::shared_ptr<Socket>> waiting;
+  const milliseconds limit(150);
+  std::chrono::steady_clock::time_point begin;
+  int error = 0;
+  while (error == 0 && waiting.size() < 100) {
+    waiting.push_back(Make(SocketKind::Tcp));
+    begin = std::chrono::steady_clock::now();
+    error = waiting.back()->Connect(listener_->LocalAddress(), limit);
+  }
+  EXPECT_TRUE(IsSocketTimeout(error)) << error;
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, limit);
+}
+
+// A connect that does not block must not leave such a socket behind.
+TEST_F(SocketTest, AConnectedSocketWaits) {
+  Connect();
+  const milliseconds wait(100);
+  client_->SetTimeouts(wait, wait);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_TRUE(IsSocketTimeout(client_->Receive(buffer_).error));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, wait - milliseconds(10));
 }
 
 // Whatever moment the close hits: before, at or inside the call.
@@ -255,7 +329,7 @@ TEST_F(SocketTest, EveryCallOnAClosedSocketSaysSo) {
   EXPECT_EQ(client_->Receive(buffer_).error, closed);
   EXPECT_EQ(client_->SendTo(BytesOf("x"), SocketAddress::Loopback(9)).error, closed);
   EXPECT_EQ(client_->ReceiveFrom(buffer_, address).error, closed);
-  EXPECT_EQ(client_->Connect(SocketAddress::Loopback(9)), closed);
+  EXPECT_EQ(client_->Connect(SocketAddress::Loopback(9), kPatience), closed);
   EXPECT_EQ(client_->Bind(SocketAddress::Loopback(0)), closed);
   EXPECT_EQ(client_->Listen(), closed);
   EXPECT_EQ(client_->Accept(error), nullptr);

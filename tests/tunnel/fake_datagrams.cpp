@@ -101,7 +101,8 @@ class FakeDatagrams::FakeSocket final : public DatagramSocket {
 
 UdpRelayDeps FakeDatagrams::Deps() {
   UdpRelayDeps deps;
-  deps.openSocket = [this](const std::wstring& serverUrl, milliseconds timeout) {
+  deps.openSocket = [this](const std::wstring& serverUrl, milliseconds timeout,
+                           const std::function<bool()>&) {
     {
       const platform::MutexLock held(lock_);
       openings_.push_back({serverUrl, timeout});

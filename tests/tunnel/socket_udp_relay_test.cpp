@@ -178,11 +178,13 @@ TEST_F(SocketUdpRelayTest, ClosingEndsAStartThatWaits) {
 TEST_F(SocketUdpRelayTest, AStopWhileTheNameIsResolvedLeavesNothingToSend) {
   std::unique_ptr<SocketUdpRelay> relay;
   UdpRelayDeps deps = world_.Deps();
-  deps.openSocket = [&, open = deps.openSocket](const std::wstring& serverUrl,
-                                                milliseconds timeout) {
+  deps.openSocket = [&, open = deps.openSocket](const std::wstring& serverUrl, milliseconds timeout,
+                                                const std::function<bool()>& isCancelled) {
+    EXPECT_FALSE(isCancelled());
     keepGoing_ = false;
+    EXPECT_TRUE(isCancelled());
     relay->Close();  // finds nothing to close
-    return open(serverUrl, timeout);
+    return open(serverUrl, timeout, isCancelled);
   };
   relay = std::make_unique<SocketUdpRelay>(
       UdpRelayHooks{nullptr, [this]() { return keepGoing_.load(); }, nullptr}, std::move(deps));

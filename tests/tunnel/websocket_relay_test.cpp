@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <future>
 #include <random>
 #include <stdexcept>
 #include <thread>
@@ -47,6 +49,7 @@ TEST(SendAll, FailsWhenASendFailsOrMovesNothing) {
 
 class WebSocketRelayTest : public testing::Test {
  protected:
+  void SetUp() override { ASSERT_EQ(library_.Start(), 0); }
   std::string FailureOf(const std::wstring& url) {
     try {
       relay_.Connect(url);
@@ -80,6 +83,8 @@ class WebSocketRelayTest : public testing::Test {
     relay_.Close();
     return messages;
   }
+
+  platform::SocketLibrary library_;  // for sockets of the tests' own
 
   WebSocketRelay relay_{RelayHooks{[]() { return 0x11223344U; }, {}}};
 };
@@ -313,6 +318,89 @@ TEST_F(WebSocketRelayTest, CancelledConnectOpensNothing) {
   EXPECT_THROW(cancelled.Connect(server.RelayUrl()), std::runtime_error);
   EXPECT_FALSE(cancelled.IsConnected());
   EXPECT_TRUE(server.Requests().empty());
+}
+
+// A port on which nothing listens, and stays so while the socket lives.
+std::shared_ptr<platform::Socket> MakeDeadEnd() {
+  int error = 0;
+  auto socket = platform::Socket::Create(platform::SocketKind::Tcp,
+                                         platform::SocketAddress::Loopback(0).Family(), error);
+  EXPECT_EQ(socket->Bind(platform::SocketAddress::Loopback(0)), 0);
+  return socket;
+}
+
+// Looks every host up as `addresses`.
+RelayHooks HooksWith(std::vector<platform::SocketAddress> addresses) {
+  RelayHooks hooks;
+  hooks.lookUp = [addresses = std::move(addresses)](const std::string&, std::uint16_t,
+                                                    platform::SocketKind) { return addresses; };
+  return hooks;
+}
+
+TEST_F(WebSocketRelayTest, TriesAHostsAddressesInOrder) {
+  TestRelay first;
+  TestRelay second;
+  const auto dead = MakeDeadEnd();
+  WebSocketRelay relay{
+      HooksWith({dead->LocalAddress(), platform::SocketAddress::Loopback(first.Port()),
+                 platform::SocketAddress::Loopback(second.Port())})};
+  relay.Connect(L"ws://relay.example/api");
+  EXPECT_TRUE(relay.IsConnected());
+  EXPECT_TRUE(first.WaitForConnections(1));
+  EXPECT_TRUE(second.Requests().empty());
+  ASSERT_EQ(first.Requests().size(), 1U);
+  EXPECT_NE(first.Requests()[0].find("\r\nHost: relay.example\r\n"), std::string::npos);
+}
+
+TEST_F(WebSocketRelayTest, WhenNoAddressAnswersTheLastErrorIsTold) {
+  const auto dead = MakeDeadEnd();
+  // The limited broadcast address: no system connects a stream to it.
+  const platform::SocketAddress nobody = platform::SocketAddress::Ipv4(0xFFFFFFFF, 9);
+  for (const auto& addresses :
+       {std::vector{nobody, dead->LocalAddress()}, std::vector{dead->LocalAddress(), nobody}}) {
+    WebSocketRelay relay{HooksWith(addresses)};
+    int error = 0;
+    const auto probe = platform::Socket::Create(platform::SocketKind::Tcp, nobody.Family(), error);
+    const int last = probe->Connect(addresses.back(), std::chrono::seconds(8));
+    try {
+      relay.Connect(L"ws://relay.example:8080/api");
+      FAIL();
+    } catch (const std::runtime_error& failure) {
+      EXPECT_EQ(failure.what(),
+                "Relay TCP connect failed to relay.example:8080, error " + std::to_string(last));
+    }
+  }
+}
+
+TEST_F(WebSocketRelayTest, ALookUpIsGivenUpWhenCancelled) {
+  std::promise<void> release;
+  std::promise<void> left;
+  std::atomic<bool> cancelled{false};
+  RelayHooks hooks;
+  hooks.isCancelled = [&] { return cancelled.load(); };
+  hooks.lookUp = [&, released = release.get_future().share()](const std::string&, std::uint16_t,
+                                                              platform::SocketKind) {
+    cancelled = true;
+    released.wait();
+    left.set_value();
+    return std::vector<platform::SocketAddress>{};
+  };
+  WebSocketRelay relay{hooks};
+  EXPECT_THROW(relay.Connect(L"ws://relay.example/api"), std::runtime_error);
+  release.set_value();
+  left.get_future().wait();
+}
+
+TEST_F(WebSocketRelayTest, CountsWhatTheRelaySends) {
+  TestRelay server;
+  relay_.Connect(server.RelayUrl());
+  const std::uint64_t before = relay_.ReceivedBytes();
+  EXPECT_GT(before, 0U);  // the handshake
+  const Bytes frame = ServerFrame(0x82, BytesOf("12345"));
+  ASSERT_TRUE(server.Push(frame));
+  Bytes message;
+  ASSERT_TRUE(relay_.ReadMessage(message));
+  EXPECT_EQ(relay_.ReceivedBytes(), before + frame.size());
 }
 
 TEST_F(WebSocketRelayTest, ConnectsAgainAfterClose) {
