@@ -21,4 +21,19 @@ std::vector<Ipv4Network> SelectLocalNetworks(std::span<const AdapterAddress> add
   return networks;
 }
 
+SystemList ReadSystemList(
+    const std::function<std::uint32_t(std::byte* buffer, std::uint32_t& sizeBytes)>& read) {
+  constexpr int kTries = 3;
+  constexpr std::uint32_t kNothingToList = 232;  // ERROR_NO_DATA
+  std::uint32_t sizeBytes = 0;
+  SystemList list{{}, read(nullptr, sizeBytes)};
+  for (int tries = 0; list.error == kListTooLarge && tries < kTries; ++tries) {
+    list.bytes.assign(sizeBytes, std::byte{0});
+    list.error = read(list.bytes.data(), sizeBytes);
+  }
+  if (list.error != 0) list.bytes.clear();
+  if (list.error == kNothingToList) list.error = 0;
+  return list;
+}
+
 }  // namespace tunnel

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -19,8 +21,26 @@ struct AdapterAddress {
 // and link-local (169.254/16) addresses, in the order given. An illegal prefix counts as /32. Pure.
 std::vector<Ipv4Network> SelectLocalNetworks(std::span<const AdapterAddress> addresses);
 
-// SelectLocalNetworks of the system's adapters; empty when the system does not list them.
-// Windows only. Any thread.
-std::vector<Ipv4Network> CollectLocalNetworks();
+// A list that the system writes into a buffer of the caller's; with an error, no bytes.
+struct SystemList {
+  std::vector<std::byte> bytes;
+  std::uint32_t error = 0;  // 0: the list is whole
+};
+
+// Reads a list whose size the system tells when the buffer is too small. It may have grown when it
+// is asked for again: three tries. `read` fills `sizeBytes` bytes at `buffer`, or sets `sizeBytes`
+// to what is needed and returns kListTooLarge, or fails with any other code; 0 is success.
+inline constexpr std::uint32_t kListTooLarge = 111;  // ERROR_BUFFER_OVERFLOW
+SystemList ReadSystemList(
+    const std::function<std::uint32_t(std::byte* buffer, std::uint32_t& sizeBytes)>& read);
+
+struct LocalNetworks {
+  std::vector<Ipv4Network> networks;
+  std::uint32_t error = 0;  // why the system does not list them
+};
+
+// SelectLocalNetworks of the system's adapters; none when the system does not list them. Windows
+// only. Any thread.
+LocalNetworks CollectLocalNetworks();
 
 }  // namespace tunnel

@@ -8,29 +8,27 @@
 namespace tunnel {
 namespace {
 
-// The system's list, in one buffer that its pointers point into; empty when it gives none.
-std::vector<std::byte> ReadAdapterList() {
+// The system's list, in one buffer that its pointers point into.
+SystemList ReadAdapterList() {
   constexpr ULONG kFlags =
       GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST | GAA_FLAG_SKIP_DNS_SERVER;
-  ULONG sizeBytes = 0;
-  ::GetAdaptersAddresses(AF_INET, kFlags, nullptr, nullptr, &sizeBytes);
-  std::vector<std::byte> buffer(sizeBytes);
-  if (buffer.empty()) return {};
-  // operator new aligns for any record.
-  auto* list = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
-  if (::GetAdaptersAddresses(AF_INET, kFlags, nullptr, list, &sizeBytes) != ERROR_SUCCESS) {
-    return {};
-  }
-  return buffer;
+  return ReadSystemList([](std::byte* buffer, std::uint32_t& sizeBytes) -> std::uint32_t {
+    ULONG size = sizeBytes;
+    // operator new aligns for any record.
+    const ULONG error = ::GetAdaptersAddresses(
+        AF_INET, kFlags, nullptr, reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer), &size);
+    sizeBytes = size;
+    return error;
+  });
 }
 
 }  // namespace
 
-std::vector<Ipv4Network> CollectLocalNetworks() {
+LocalNetworks CollectLocalNetworks() {
   std::vector<AdapterAddress> addresses;
-  const std::vector<std::byte> buffer = ReadAdapterList();
-  if (buffer.empty()) return {};
-  const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(buffer.data());
+  const SystemList list = ReadAdapterList();
+  if (list.bytes.empty()) return {{}, list.error};
+  const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(list.bytes.data());
   for (; adapter != nullptr; adapter = adapter->Next) {
     const bool isUp = adapter->OperStatus == IfOperStatusUp;
     for (const auto* unicast = adapter->FirstUnicastAddress; unicast != nullptr;
@@ -41,7 +39,7 @@ std::vector<Ipv4Network> CollectLocalNetworks() {
       addresses.push_back({isUp, ::ntohl(ipv4->sin_addr.s_addr), unicast->OnLinkPrefixLength});
     }
   }
-  return SelectLocalNetworks(addresses);
+  return {SelectLocalNetworks(addresses), 0};
 }
 
 }  // namespace tunnel

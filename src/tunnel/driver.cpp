@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "text/utf8.h"
+#include "tunnel/driver_error.h"
 
 namespace tunnel {
 namespace {
@@ -30,6 +31,14 @@ void Driver::OpenCapture(const std::wstring& filter) {
   captureHandle_ = Open(filter, kCapturePriority, 0);
 }
 
+bool Driver::ReplaceCapture(const std::wstring& filter) {
+  const platform::MutexLock lock(driverLock_);
+  if (!IsValidDriverHandle(captureHandle_)) return false;
+  WinDivertHandle old = std::exchange(captureHandle_, Open(filter, kCapturePriority, 0));
+  CloseHandle(old);
+  return true;
+}
+
 void Driver::OpenInject() {
   const platform::MutexLock lock(driverLock_);
   CloseHandle(injectHandle_);
@@ -39,11 +48,13 @@ void Driver::OpenInject() {
 WinDivertHandle Driver::Open(const std::wstring& filter, std::int16_t priority,
                              std::uint64_t flags) {
   const std::string narrow = text::ToUtf8(filter);
+  std::uint32_t error = 0;
   if (api_) {
     const WinDivertHandle handle = api_->open(narrow.c_str(), kLayerNetwork, priority, flags);
+    error = api_->lastError();
     if (IsValidDriverHandle(handle)) return handle;
   }
-  throw std::runtime_error("WinDivertOpen failed for filter: " + narrow);
+  throw DriverError("WinDivertOpen failed for filter: " + narrow, error);
 }
 
 bool Driver::CanInject() const {

@@ -19,7 +19,8 @@ namespace tunnel {
 //          none uses the handle afterwards. A Receive() waiting in the driver is woken by the
 //          close, which is how the capture thread ends. Load() and Unload() only while no thread of
 //          the tunnel runs: a Receive() may still be inside the library.
-// Errors:  std::runtime_error with the texts given below.
+// Errors:  std::runtime_error with the texts given below; opening throws DriverError, which adds
+//          what the system says.
 class Driver {
  public:
   Driver() = default;
@@ -33,6 +34,11 @@ class Driver {
   // Opens the handle that captures what `filter` matches, priority -300. Throws
   // "WinDivertOpen failed for filter: " + filter.
   void OpenCapture(const std::wstring& filter) EXCLUDES(driverLock_);
+  // Captures by another filter from now on. The new handle is open before the old one closes, so
+  // that no packet which both want gets away; what waits in the old one is offered to the new one
+  // by the driver. Throws as OpenCapture, and then all stays as it was. False, with nothing done,
+  // when no capturing handle is open.
+  bool ReplaceCapture(const std::wstring& filter) EXCLUDES(driverLock_);
   // Opens the handle that only injects: filter "false", priority -301, below the capture handle, so
   // that what is injected is not captured again. Throws "WinDivertOpen failed for filter: false".
   void OpenInject() EXCLUDES(driverLock_);

@@ -86,6 +86,17 @@ std::vector<RouteMapping> BuildRouteMappings(std::span<const Ipv4Network> routes
   return mappings;
 }
 
+std::vector<RouteOverlap> FindOverlaps(std::span<const RouteMapping> mappings,
+                                       std::span<const Ipv4Network> localNetworks) {
+  std::vector<RouteOverlap> overlaps;
+  for (const RouteMapping& mapping : mappings) {
+    const auto touching = std::ranges::find_if(
+        localNetworks, [&](const Ipv4Network& local) { return Overlaps(local, mapping.Mapped()); });
+    if (touching != localNetworks.end()) overlaps.push_back({*touching, mapping.Mapped()});
+  }
+  return overlaps;
+}
+
 std::wstring DescribeRoutes(std::span<const RouteMapping> mappings) {
   std::vector<std::wstring> lines;
   for (const RouteMapping& mapping : mappings) {

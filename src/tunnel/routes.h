@@ -40,6 +40,17 @@ std::vector<Ipv4Network> ParseRoutes(std::span<const std::wstring> texts);
 std::vector<RouteMapping> BuildRouteMappings(std::span<const Ipv4Network> routes,
                                              std::span<const Ipv4Network> localNetworks);
 
+// A network of this computer's and a mapped one that share addresses.
+struct RouteOverlap {
+  Ipv4Network local;
+  Ipv4Network mapped;
+};
+
+// Each mapped network with the first of `localNetworks` that touches it. None touched it when the
+// mappings were built; a network that this computer has joined since may.
+std::vector<RouteOverlap> FindOverlaps(std::span<const RouteMapping> mappings,
+                                       std::span<const Ipv4Network> localNetworks);
+
 // The text for display: one line a mapping, CRLF between, none after the last; empty for none.
 std::wstring DescribeRoutes(std::span<const RouteMapping> mappings);
 

@@ -4,8 +4,10 @@
 #include <stdexcept>
 #include <utility>
 
+#include "text/utf8.h"
 #include "tunnel/capture_filter.h"
 #include "tunnel/capture_loop.h"
+#include "tunnel/driver_error.h"
 #include "tunnel/ipv4.h"
 #include "tunnel/packet_sender.h"
 #include "tunnel/relay_url.h"
@@ -16,6 +18,18 @@ namespace {
 constexpr wchar_t kStartedText[] = L"工程师端软件隧道已启动：";
 constexpr wchar_t kStoppedText[] = L"软件隧道已停止。";
 constexpr wchar_t kWasNotRunningText[] = L"软件隧道运行中。";
+
+constexpr wchar_t kNetworksUnknown[] = L"警告：无法读取本机网络列表（错误 ";
+constexpr wchar_t kNetworksUnknownEffect[] =
+    L"），现场网段若与本机网段相同将无法访问；请断开后重新连接。";
+constexpr wchar_t kDiscoveryPaused[] = L"局域网发现已暂停：中继恢复前不截取本机的广播。";
+constexpr wchar_t kDiscoveryResumed[] = L"局域网发现已恢复。";
+constexpr wchar_t kNotPaused[] = L"警告：局域网发现未能暂停。";
+constexpr wchar_t kNotResumed[] = L"警告：局域网发现未能恢复，请断开后重新连接。";
+constexpr wchar_t kOverlap[] = L"警告：本机新接入的网段 ";
+constexpr wchar_t kOverlapWith[] = L" 与现场访问网段 ";
+constexpr wchar_t kOverlapCure[] =
+    L" 重叠，现场设备可能无法访问；请断开后重新连接，以重新分配网段。";
 
 // The kernel service goes by the first name in 2.x of the driver, by the second in older ones.
 constexpr const wchar_t* kServiceCommands[] = {L"sc stop WinDivert64", L"sc delete WinDivert64",
@@ -58,13 +72,16 @@ TunnelStarted Session::Start(const TunnelRequest& request) {
   }
   // Cleared here and not when opening begins, so that a stop from now on is never overlooked.
   if (!signal_.TryClear()) ThrowIfStopped();
-  const std::vector<RouteMapping> mappings = BuildMappings(request);
-  const std::wstring filter = BuildCaptureFilter(mappings, request.discoveryMode);
+  Plan plan;
+  plan.mappings = BuildMappings(request);
+  plan.filter = BuildCaptureFilter(plan.mappings, request.discoveryMode);
+  plan.filterWithoutBroadcasts = BuildCaptureFilter(plan.mappings, false);
+  plan.udpRequest = {request.serverUrl, request.connectionId, request.engineerId};
   try {
-    Prepare(request, mappings);
-    const std::wstring relayUrl =
+    Prepare(request, plan.mappings);
+    plan.relayUrl =
         BuildRelayUrl(request.serverUrl, BuildRelayPath(request.connectionId, request.engineerId));
-    Open(request, filter, relayUrl);
+    Open(plan);
   } catch (...) {
     TearDown();
     RemoveDriverService();
@@ -72,19 +89,23 @@ TunnelStarted Session::Start(const TunnelRequest& request) {
   }
   TunnelStarted started;
   started.text = kStartedText + request.connectionId;
-  for (const RouteMapping& mapping : mappings) {
+  for (const RouteMapping& mapping : plan.mappings) {
     started.accessRoutes.push_back(FormatNetwork(mapping.Mapped()));
   }
-  started.mappingText = DescribeRoutes(mappings);
+  started.mappingText = DescribeRoutes(plan.mappings);
   return started;
 }
 
-std::vector<RouteMapping> Session::BuildMappings(const TunnelRequest& request) const {
+std::vector<RouteMapping> Session::BuildMappings(const TunnelRequest& request) {
   if (!ParseTunnelAddress(request.assignedAddress)) {
     throw std::runtime_error("Invalid assigned tunnel address.");
   }
+  const LocalNetworks local = deps_.collectLocalNetworks();
+  if (local.error != 0) {
+    Notice(kNetworksUnknown + std::to_wstring(local.error) + kNetworksUnknownEffect);
+  }
   std::vector<RouteMapping> mappings =
-      BuildRouteMappings(ParseRoutes(request.routes), deps_.collectLocalNetworks());
+      BuildRouteMappings(ParseRoutes(request.routes), local.networks);
   if (mappings.empty()) throw std::runtime_error("No valid target routes were configured.");
   return mappings;
 }
@@ -94,49 +115,104 @@ void Session::Prepare(const TunnelRequest& request, const std::vector<RouteMappi
   link_.ClearConnected();
   link_.SetLastError({});
   queue_.Start();
+  watch_.Start();
   path_.Configure(ParseTunnelAddress(request.assignedAddress).value(), mappings,
                   request.discoveryMode);
 }
 
-void Session::Open(const TunnelRequest& request, const std::wstring& filter,
-                   const std::wstring& relayUrl) {
-  const UdpRelayRequest udpRequest{request.serverUrl, request.connectionId, request.engineerId};
+void Session::Open(const Plan& plan) {
   ThrowIfStopped();
-  link_.Connect(relayUrl);
+  link_.Connect(plan.relayUrl);
   flags_.running = true;
   ThrowIfStopped();
-  udp_->StartUdpRelay(udpRequest);
+  udp_->StartUdpRelay(plan.udpRequest);
   ThrowIfStopped();
-  driver_.OpenCapture(filter);
-  driver_.OpenInject();
-  StartThreads(relayUrl, udpRequest);
+  OpenDriver(plan.filter);
+  StartThreads(plan);
   // What a stop closed before it was opened here, the caller closes again.
   ThrowIfStopped();
 }
 
-void Session::StartThreads(const std::wstring& relayUrl, const UdpRelayRequest& udpRequest) {
-  threads_.emplace_back([this]() noexcept { CaptureLoop(flags_, driver_, path_); });
-  threads_.emplace_back([worker = RelayWorker(MakeRelayWork(
-                             relayUrl, udpRequest))]() mutable noexcept { worker.Run(); });
-  threads_.emplace_back([this]() noexcept { SenderLoop(flags_, queue_, link_, *udp_); });
+// Another program that has used the driver, or an earlier run, may have left its service disabled
+// or half deleted; stopping it is all that this needs.
+void Session::OpenDriver(const std::wstring& filter) {
+  try {
+    driver_.OpenCapture(filter);
+  } catch (const DriverError& error) {
+    if (!IsDriverLeftover(error.Code())) throw;
+    RemoveDriverService();
+    ThrowIfStopped();
+    driver_.OpenCapture(filter);
+  }
+  driver_.OpenInject();
 }
 
-RelayWork Session::MakeRelayWork(const std::wstring& relayUrl, const UdpRelayRequest& udpRequest) {
+void Session::StartThreads(const Plan& plan) {
+  threads_.emplace_back([this]() noexcept { CaptureLoop(flags_, driver_, path_); });
+  threads_.emplace_back(
+      [worker = RelayWorker(MakeRelayWork(plan))]() mutable noexcept { worker.Run(); });
+  threads_.emplace_back([this]() noexcept { SenderLoop(flags_, queue_, link_, *udp_); });
+  threads_.emplace_back([this, plan]() noexcept {
+    std::set<std::wstring> told;
+    watch_.Run([&]() { WarnOfOverlaps(plan, told); });
+  });
+}
+
+RelayWork Session::MakeRelayWork(const Plan& plan) {
   return {flags_,
           link_,
           *udp_,
-          relayUrl,
-          udpRequest,
+          plan.relayUrl,
+          plan.udpRequest,
           [this](std::span<std::byte> packet) { path_.HandleInbound(packet); },
           [this](std::chrono::milliseconds time) { deps_.pause(signal_, time); },
-          [this](bool connected) {
-            const platform::MutexLock held(observerLock_);
-            observer_.linkChanged(connected);
-          },
+          [this, plan](bool connected) { OnLinkChanged(connected, plan); },
           [this](const std::string& reason) {
             const platform::MutexLock held(observerLock_);
             observer_.reconnectFailed(reason);
           }};
+}
+
+void Session::OnLinkChanged(bool connected, const Plan& plan) {
+  if (connected) signal_.ForgetHurry();
+  {
+    const platform::MutexLock held(observerLock_);
+    observer_.linkChanged(connected);
+  }
+  SwitchDiscovery(connected, plan);
+}
+
+// While the relay is away, the computer's broadcasts are its own: among them may be the one with
+// which it asks for an address, and without an address the relay could never come back.
+void Session::SwitchDiscovery(bool connected, const Plan& plan) {
+  if (plan.filter == plan.filterWithoutBroadcasts) return;
+  try {
+    if (driver_.ReplaceCapture(connected ? plan.filter : plan.filterWithoutBroadcasts)) {
+      Notice(connected ? kDiscoveryResumed : kDiscoveryPaused);
+    }
+  } catch (const std::exception& error) {
+    // It captures as before.
+    Notice((connected ? kNotResumed : kNotPaused) + text::FromUtf8(error.what()));
+  }
+}
+
+// Each pair of networks is told once; `told` keeps the lines.
+void Session::WarnOfOverlaps(const Plan& plan, std::set<std::wstring>& told) noexcept {
+  try {
+    const LocalNetworks local = deps_.collectLocalNetworks();
+    for (const RouteOverlap& overlap : FindOverlaps(plan.mappings, local.networks)) {
+      const std::wstring line = kOverlap + FormatNetwork(overlap.local) + kOverlapWith +
+                                FormatNetwork(overlap.mapped) + kOverlapCure;
+      if (told.insert(line).second) Notice(line);
+    }
+  } catch (const std::exception&) {
+    // Short memory; the next look may find it.
+  }
+}
+
+void Session::Notice(const std::wstring& line) {
+  const platform::MutexLock held(observerLock_);
+  observer_.notice(line);
 }
 
 void Session::Observe(TunnelObserver observer) {
@@ -173,6 +249,7 @@ bool Session::InterruptAll() noexcept {
   link_.Close();
   udp_->Close();
   queue_.Stop();
+  watch_.Stop();
   return wasRunning;
 }
 

@@ -3,15 +3,18 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/mutex.h"
+#include "tunnel/adapter_list.h"
 #include "tunnel/driver.h"
 #include "tunnel/packet_path.h"
 #include "tunnel/packet_queue.h"
 #include "tunnel/relay_link.h"
+#include "tunnel/relay_watch.h"
 #include "tunnel/relay_worker.h"
 #include "tunnel/stop_signal.h"
 #include "tunnel/tunnel.h"
@@ -24,7 +27,7 @@ namespace tunnel {
 // threads that start and stop the tunnel, `tickMs` and `pause` also from its own.
 struct SessionDeps {
   std::function<std::unique_ptr<WinDivertApi>()> loadDriver;  // throws as LoadWinDivert()
-  std::function<std::vector<Ipv4Network>()> collectLocalNetworks;
+  std::function<LocalNetworks()> collectLocalNetworks;
   std::function<std::unique_ptr<UdpRelay>(UdpRelayHooks)> makeUdpRelay;
   // As platform::RunHidden: starts a command and waits for its end up to `wait`.
   std::function<bool(const std::wstring& commandLine, std::chrono::milliseconds wait)> runHidden;
@@ -36,8 +39,8 @@ struct SessionDeps {
 // The tunnel of the whole run: turns a connection authorisation into a running tunnel and back.
 //
 // Threads: Start and Stop from any thread; they wait for each other. A Stop reaches a Start that is
-//          under way: it closes what the Start has opened, and the Start fails. Three threads run
-//          inside: capture, relay and sender; with the UDP relay's own, five.
+//          under way: it closes what the Start has opened, and the Start fails. Four threads run
+//          inside: capture, relay, sender and relay watch; with the UDP relay's own, six.
 // Locks:   the thread lock (start and stop) outermost; then the packet lock before the queue's;
 //          relay, driver, status and observer locks are innermost: no other lock of the session
 //          is taken under them.
@@ -52,7 +55,7 @@ class Session final : public Tunnel {
   // that the tunnel is running; it is the established wording.
   std::wstring Stop() override EXCLUDES(threadLock_);
   void StopForGood() override EXCLUDES(threadLock_);
-  void LookAtNetwork() override {}
+  void LookAtNetwork() override { watch_.Request(); }
   void Observe(TunnelObserver observer) override EXCLUDES(observerLock_);
   [[nodiscard]] bool IsRunning() const noexcept override { return flags_.running; }
   [[nodiscard]] bool IsRelayConnected() const noexcept override { return link_.IsConnected(); }
@@ -60,20 +63,33 @@ class Session final : public Tunnel {
   [[nodiscard]] std::string LastRelayError() const { return link_.LastError(); }
 
  private:
-  std::vector<RouteMapping> BuildMappings(const TunnelRequest& request) const;
+  // What a start has worked out of its request.
+  struct Plan {
+    std::vector<RouteMapping> mappings;
+    std::wstring filter;
+    std::wstring filterWithoutBroadcasts;  // the same text unless discovery is on
+    std::wstring relayUrl;
+    UdpRelayRequest udpRequest;
+  };
+
+  std::vector<RouteMapping> BuildMappings(const TunnelRequest& request) EXCLUDES(observerLock_);
   void Prepare(const TunnelRequest& request, const std::vector<RouteMapping>& mappings)
       REQUIRES(threadLock_);
-  void Open(const TunnelRequest& request, const std::wstring& filter, const std::wstring& relayUrl)
-      REQUIRES(threadLock_);
-  void StartThreads(const std::wstring& relayUrl, const UdpRelayRequest& udpRequest)
-      REQUIRES(threadLock_);
+  void Open(const Plan& plan) REQUIRES(threadLock_);
+  void OpenDriver(const std::wstring& filter) REQUIRES(threadLock_);
+  void StartThreads(const Plan& plan) REQUIRES(threadLock_);
   void ThrowIfStopped() const;
   bool InterruptAll() noexcept;
   void EndThreads() noexcept REQUIRES(threadLock_);
   void TearDown() noexcept REQUIRES(threadLock_);
   void RemoveDriverService() noexcept;
   UdpRelayHooks HooksForUdp();
-  RelayWork MakeRelayWork(const std::wstring& relayUrl, const UdpRelayRequest& udpRequest);
+  RelayWork MakeRelayWork(const Plan& plan);
+  void OnLinkChanged(bool connected, const Plan& plan) EXCLUDES(observerLock_);
+  void SwitchDiscovery(bool connected, const Plan& plan) EXCLUDES(observerLock_);
+  void WarnOfOverlaps(const Plan& plan, std::set<std::wstring>& told) noexcept
+      EXCLUDES(observerLock_);
+  void Notice(const std::wstring& line) EXCLUDES(observerLock_);
 
   const SessionDeps deps_;
   TunnelFlags flags_;
@@ -82,6 +98,7 @@ class Session final : public Tunnel {
   PacketQueue queue_;
   PacketPath path_{driver_, queue_};
   RelayLink link_;
+  RelayWatch watch_{link_, signal_};
   platform::Mutex threadLock_;
   std::vector<std::thread> threads_ GUARDED_BY(threadLock_);
   platform::Mutex observerLock_;  // innermost

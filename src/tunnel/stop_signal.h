@@ -27,7 +27,12 @@ class StopSignal {
 
   [[nodiscard]] bool IsSet() const noexcept { return flags_.stopping; }
 
-  // Waits; true when a stop is asked for, at once or meanwhile.
+  // Ends the wait under way before its time, or else the next one.
+  void Hurry() noexcept EXCLUDES(lock_);
+  // Takes that back, for a wait that has not begun.
+  void ForgetHurry() noexcept EXCLUDES(lock_);
+
+  // Waits; true when it ends early: a stop is asked for, at once or meanwhile, or it is to hurry.
   bool WaitFor(std::chrono::milliseconds time) EXCLUDES(lock_);
 
  private:
@@ -35,6 +40,7 @@ class StopSignal {
   platform::Mutex lock_;
   platform::Condition changed_;
   int pending_ GUARDED_BY(lock_) = 0;
+  bool hurries_ GUARDED_BY(lock_) = false;
 };
 
 }  // namespace tunnel

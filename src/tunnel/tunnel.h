@@ -22,8 +22,8 @@ struct TunnelStarted {
   std::wstring mappingText;                // one line a route, CRLF between; for display
 };
 
-// Who is told what happens to a running tunnel, from the tunnel's own threads, one call at a time.
-// None may throw, wait or call the tunnel's Start or Stop.
+// Who is told what happens to a tunnel, from its own threads or the one that starts it, one call at
+// a time. None may throw, wait or call the tunnel's Start or Stop.
 struct TunnelObserver {
   // The relay was lost (false) or found again (true), in the order in which it happened.
   // IsRelayConnected() may have moved on by the time that the report is read.
@@ -34,6 +34,8 @@ struct TunnelObserver {
   // Whether small packets go by UDP from now on or over the WebSocket; first told by the first
   // start.
   std::function<void(bool ready)> udpChanged = [](bool) {};
+  // A line for the engineer's log.
+  std::function<void(const std::wstring& line)> notice = [](const std::wstring&) {};
 };
 
 // The tunnel as the rest of the program sees it. Session is the real one.

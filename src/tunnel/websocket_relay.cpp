@@ -181,6 +181,7 @@ bool WebSocketRelay::ReceiveMore(platform::Socket& socket, int& error) {
 bool WebSocketRelay::ReadMessage(std::vector<std::byte>& message) {
   const SocketPointer socket = ConnectedSocket();
   if (socket == nullptr) return false;
+  isBeingRead_ = true;
   for (;;) {
     const FrameReader::Result result = reader_->Feed(unread_);
     unread_ = unread_.subspan(result.takenBytes);

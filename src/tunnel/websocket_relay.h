@@ -72,6 +72,8 @@ class WebSocketRelay {
   // Of everything that the relay has sent so far, handshake and pongs included; more of them than
   // a moment ago means that the relay is there. Any thread.
   [[nodiscard]] std::uint64_t ReceivedBytes() const noexcept { return receivedBytes_; }
+  // Whether ReadMessage() has been called; until then nothing that the relay sends is counted.
+  [[nodiscard]] bool IsBeingRead() const noexcept { return isBeingRead_; }
   // The socket's options as the system holds them; all zero when not connected.
   [[nodiscard]] platform::Socket::Options SocketOptions();
 
@@ -99,6 +101,7 @@ class WebSocketRelay {
   std::uint32_t maskCounter_ GUARDED_BY(sendLock_) = 0;
 
   std::atomic<std::uint64_t> receivedBytes_{0};
+  std::atomic<bool> isBeingRead_{false};
 
   // The receiving thread's.
   std::unique_ptr<FrameReader> reader_ = std::make_unique<FrameReader>();

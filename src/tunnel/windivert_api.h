@@ -50,13 +50,15 @@ struct WinDivertApi {
   int (*calcChecksums)(void* packet, std::uint32_t lengthBytes, WinDivertAddress* address,
                        std::uint64_t flags) = nullptr;
   int (*close)(WinDivertHandle handle) = nullptr;
+  // The system's code for the failure of the calling thread's last call.
+  std::uint32_t (*lastError)() = nullptr;
   // Frees the library last of all; what it is made of is the loader's affair.
   std::shared_ptr<void> module;
 };
 
 // Loads WinDivert.dll by its bare name (the runtime folder is on the library search path) and binds
-// the five functions. Throws std::runtime_error: "WinDivert.dll was not found in the runtime
-// cache." or "WinDivert.dll is missing required exports.". Windows only.
+// the five functions. Throws DriverError: "WinDivert.dll was not found in the runtime cache.", with
+// the system's code, or "WinDivert.dll is missing required exports.". Windows only.
 std::unique_ptr<WinDivertApi> LoadWinDivert();
 
 }  // namespace tunnel

@@ -1,9 +1,9 @@
-#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
 #include "platform/get_proc_address.h"
 #include "platform/handles_win.h"
+#include "tunnel/driver_error.h"
 #include "tunnel/windivert_api.h"
 
 namespace tunnel {
@@ -11,7 +11,8 @@ namespace tunnel {
 std::unique_ptr<WinDivertApi> LoadWinDivert() {
   auto api = std::make_unique<WinDivertApi>();
   platform::Module module(::LoadLibraryW(L"WinDivert.dll"));
-  if (!module) throw std::runtime_error("WinDivert.dll was not found in the runtime cache.");
+  const DWORD error = ::GetLastError();
+  if (!module) throw DriverError("WinDivert.dll was not found in the runtime cache.", error);
   const HMODULE library = module.Get();
   api->module = std::make_shared<platform::Module>(std::move(module));
 
@@ -24,8 +25,9 @@ std::unique_ptr<WinDivertApi> LoadWinDivert() {
       !bind(api->send, "WinDivertSend") ||
       !bind(api->calcChecksums, "WinDivertHelperCalcChecksums") ||
       !bind(api->close, "WinDivertClose")) {
-    throw std::runtime_error("WinDivert.dll is missing required exports.");
+    throw DriverError("WinDivert.dll is missing required exports.", 0);
   }
+  api->lastError = []() -> std::uint32_t { return ::GetLastError(); };
   return api;
 }
 

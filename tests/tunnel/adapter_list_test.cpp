@@ -29,5 +29,67 @@ TEST(LocalNetworks, CountsAddressesOfAdaptersThatAreUp) {
   EXPECT_TRUE(SelectLocalNetworks({}).empty());
 }
 
+// A system whose list has `sizes` bytes at each of the calls, and what it was asked.
+class GrowingList {
+ public:
+  explicit GrowingList(std::vector<std::uint32_t> sizes) : sizes_(std::move(sizes)) {}
+
+  std::uint32_t Read(std::byte* buffer, std::uint32_t& sizeBytes) {
+    asked.push_back(sizeBytes);
+    const std::uint32_t has = sizes_.at(asked.size() - 1);
+    const bool fits = sizeBytes >= has;
+    if (fits) buffer[has - 1] = std::byte{7};
+    sizeBytes = has;
+    return fits ? 0 : kListTooLarge;
+  }
+
+  std::vector<std::uint32_t> asked;
+
+ private:
+  const std::vector<std::uint32_t> sizes_;
+};
+
+TEST(SystemList, IsReadAgainWhenItHasGrownThreeTimesAtMost) {
+  using Sizes = std::vector<std::uint32_t>;
+  const auto read = [](GrowingList& list) {
+    return ReadSystemList([&list](std::byte* buffer, std::uint32_t& sizeBytes) {
+      return list.Read(buffer, sizeBytes);
+    });
+  };
+  GrowingList steady({40, 40});
+  EXPECT_EQ(read(steady).bytes.size(), 40U);
+  EXPECT_EQ(steady.asked, (Sizes{0, 40}));
+
+  GrowingList growing({40, 50, 60, 60});
+  const SystemList list = read(growing);
+  EXPECT_EQ(list.error, 0U);
+  ASSERT_EQ(list.bytes.size(), 60U);
+  EXPECT_EQ(list.bytes[59], std::byte{7});
+  EXPECT_EQ(list.bytes[0], std::byte{0});
+  EXPECT_EQ(growing.asked, (Sizes{0, 40, 50, 60}));
+
+  GrowingList endless({40, 50, 60, 70});
+  EXPECT_EQ(read(endless).error, kListTooLarge);
+  EXPECT_EQ(endless.asked, (Sizes{0, 40, 50, 60}));
+}
+
+TEST(SystemList, SaysWhyThereIsNone) {
+  for (const std::uint32_t error : {5U, 8U, 87U}) {
+    const SystemList list = ReadSystemList([error](std::byte*, std::uint32_t&) { return error; });
+    EXPECT_EQ(list.error, error);
+    EXPECT_TRUE(list.bytes.empty());
+  }
+  const SystemList nothing = ReadSystemList([](std::byte*, std::uint32_t&) { return 232U; });
+  EXPECT_EQ(nothing.error, 0U);  // a computer without an address has no list, and no fault
+  EXPECT_TRUE(nothing.bytes.empty());
+  int calls = 0;
+  const SystemList spoiled = ReadSystemList([&calls](std::byte*, std::uint32_t& sizeBytes) {
+    sizeBytes = 40;
+    return ++calls == 1 ? kListTooLarge : 5U;
+  });
+  EXPECT_EQ(spoiled.error, 5U);
+  EXPECT_TRUE(spoiled.bytes.empty());
+}
+
 }  // namespace
 }  // namespace tunnel

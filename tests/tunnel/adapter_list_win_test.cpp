@@ -7,7 +7,7 @@ namespace {
 
 // What the machine has differs; what may never be among it does not.
 TEST(LocalNetworks, OfThisMachineAreMaskedAndNeitherLoopbackNorLinkLocal) {
-  for (const Ipv4Network& network : CollectLocalNetworks()) {
+  for (const Ipv4Network& network : CollectLocalNetworks().networks) {
     SCOPED_TRACE(network.network);
     ASSERT_LE(network.prefix, 32U);
     EXPECT_EQ(network.network & ~MaskOf(network.prefix), 0U);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <thread>
 
 #include "tunnel/bytes.h"
@@ -54,6 +55,28 @@ TEST_F(CaptureLoopTest, HandsTunnelPacketsToThePath) {
   fake_.Capture(PacketOf(kUdp), address_);
   Start();
   EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+}
+
+TEST_F(CaptureLoopTest, PutsOtherPacketsBackWithTheirWholeRecord) {
+  auto* bytes = reinterpret_cast<std::byte*>(&address_);
+  for (std::size_t i = 0; i < sizeof(address_); ++i) bytes[i] = static_cast<std::byte>(i + 1);
+  Packet igmp = PacketOf(kUdp);
+  WriteU8(igmp, 9, 2);
+  fake_.Capture(igmp, address_);
+  Start();
+  ASSERT_TRUE(fake_.WaitForSent(1));
+  const auto sent = fake_.SentPackets();
+  EXPECT_EQ(sent[0].packet, igmp);
+  EXPECT_EQ(std::memcmp(&sent[0].address, &address_, sizeof(address_)), 0);
+}
+
+TEST_F(CaptureLoopTest, ADriverThatFailsForGoodDoesNotTakeTheProcessor) {
+  constexpr std::size_t kFailures = 30;
+  fake_.FailNth(FakeDriver::Call::Receive, 1, 1'000'000);
+  const auto begin = std::chrono::steady_clock::now();
+  Start();
+  ASSERT_TRUE(fake_.WaitForReceives(kFailures));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(kFailures - 1));
 }
 
 TEST_F(CaptureLoopTest, PutsOtherPacketsBackUnchanged) {

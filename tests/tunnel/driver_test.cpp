@@ -52,6 +52,57 @@ TEST_F(DriverTest, OpensOneHandleToCaptureAndOneBelowItToInject) {
   EXPECT_EQ(opened[1].flags, 8U);
 }
 
+TEST_F(DriverTest, AnotherFilterIsOpenBeforeTheOldOneCloses) {
+  driver_.Load(fake_.Api());
+  EXPECT_FALSE(driver_.ReplaceCapture(L"ip"));  // nothing captures yet
+  EXPECT_TRUE(fake_.Opened().empty());
+  driver_.OpenCapture(L"outbound and ip");
+  EXPECT_TRUE(driver_.ReplaceCapture(L"ip"));
+  const auto opened = fake_.Opened();
+  ASSERT_EQ(opened.size(), 2U);
+  EXPECT_EQ(opened[1].filter, "ip");
+  EXPECT_EQ(opened[1].priority, -300);
+  EXPECT_EQ(opened[1].openBefore, 1U);
+  EXPECT_EQ(fake_.OpenHandles(), 1U);
+  driver_.CloseHandles();
+  EXPECT_FALSE(driver_.ReplaceCapture(L"ip"));
+  EXPECT_EQ(fake_.OpenHandles(), 0U);
+}
+
+TEST_F(DriverTest, AFilterThatIsRefusedLeavesTheOldOneAtWork) {
+  driver_.Load(fake_.Api());
+  driver_.OpenCapture(L"outbound and ip");
+  fake_.FailNth(FakeDriver::Call::Open, 1);
+  EXPECT_EQ(ErrorOf([&] { driver_.ReplaceCapture(L"ip"); }), "WinDivertOpen failed for filter: ip");
+  fake_.Capture(packet_, address_);
+  Packet buffer(100);
+  EXPECT_EQ(driver_.Receive(buffer, address_), packet_.size());
+}
+
+TEST_F(DriverTest, APacketIsReceivedOnceHoweverOftenTheFilterChanges) {
+  driver_.Load(fake_.Api());
+  driver_.OpenCapture(L"outbound and ip");
+  constexpr std::uint32_t kPackets = 2000;
+  std::vector<std::uint32_t> received;
+  std::thread receiver([&] {
+    Packet buffer(100);
+    WinDivertAddress address;
+    while (received.size() < kPackets) {
+      if (driver_.Receive(buffer, address)) received.push_back(address.interfaceIndex);
+    }
+  });
+  for (std::uint32_t number = 0; number < kPackets; ++number) {
+    WinDivertAddress address;
+    address.interfaceIndex = number;
+    fake_.Capture(packet_, address);
+    if (number % 20 == 0) {
+      EXPECT_TRUE(driver_.ReplaceCapture(L"ip"));
+    }
+  }
+  receiver.join();
+  for (std::uint32_t number = 0; number < kPackets; ++number) ASSERT_EQ(received[number], number);
+}
+
 TEST_F(DriverTest, NamesTheFilterThatTheDriverRefused) {
   driver_.Load(fake_.Api());
   for (const auto failure :

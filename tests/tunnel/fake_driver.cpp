@@ -106,6 +106,7 @@ std::unique_ptr<WinDivertApi> FakeDriver::Api() {
   api->send = &FakeDriver::Send;
   api->calcChecksums = &FakeDriver::CalcChecksums;
   api->close = &FakeDriver::Close;
+  api->lastError = &FakeDriver::LastError;
   ++loadedLibraries_;
   api->module = std::shared_ptr<void>(this, [](void* self) {
     auto* driver = static_cast<FakeDriver*>(self);
@@ -126,14 +127,19 @@ void FakeDriver::Capture(Packet packet, const WinDivertAddress& address) {
   changed_.NotifyAll();
 }
 
-void FakeDriver::FailNth(Call call, int nth) {
+void FakeDriver::FailNth(Call call, int nth, int count) {
   const platform::MutexLock lock(lock_);
-  countdowns_[static_cast<int>(call)].untilFailure = nth;
+  countdowns_[static_cast<int>(call)] = {nth, count};
 }
 
 void FakeDriver::SetOpenFailure(OpenFailure failure) {
   const platform::MutexLock lock(lock_);
   openFailure_ = failure;
+}
+
+void FakeDriver::SetOpenError(std::uint32_t code) {
+  const platform::MutexLock lock(lock_);
+  openError_ = code;
 }
 
 bool FakeDriver::WaitForSent(std::size_t count) {
@@ -173,6 +179,10 @@ std::size_t FakeDriver::Receives() const {
 
 std::size_t FakeDriver::OpenHandles() const {
   const platform::MutexLock lock(lock_);
+  return CountOpen();
+}
+
+std::size_t FakeDriver::CountOpen() const {
   return static_cast<std::size_t>(
       std::ranges::count_if(handles_, [](const Handle& handle) { return handle.isOpen; }));
 }
@@ -183,8 +193,10 @@ std::vector<std::string> FakeDriver::Misuses() const {
 }
 
 bool FakeDriver::IsFailureDue(Call call) {
-  int& untilFailure = countdowns_[static_cast<int>(call)].untilFailure;
-  return untilFailure > 0 && --untilFailure == 0;
+  Countdown& countdown = countdowns_[static_cast<int>(call)];
+  if (countdown.untilFailure == 0 || --countdown.untilFailure > 0) return false;
+  if (--countdown.failures > 0) countdown.untilFailure = 1;
+  return true;
 }
 
 FakeDriver::Handle* FakeDriver::FindHandle(WinDivertHandle handle) {
@@ -202,12 +214,17 @@ WinDivertHandle FakeDriver::Open(const char* filter, int layer, std::int16_t pri
                                  std::uint64_t flags) {
   FakeDriver& driver = *current;
   const platform::MutexLock lock(driver.lock_);
-  driver.opened_.push_back({filter, layer, priority, flags});
+  driver.opened_.push_back({filter, layer, priority, flags, driver.CountOpen()});
   if (driver.IsFailureDue(Call::Open)) {
+    driver.lastError_ = driver.openError_;
     return driver.openFailure_ == OpenFailure::NullHandle ? nullptr : InvalidDriverHandle();
   }
   driver.handles_.push_back({true, (flags & kSendOnly) != 0});
   return &driver.handles_.back();
+}
+
+std::uint32_t FakeDriver::LastError() {
+  return current->lastError_;
 }
 
 int FakeDriver::Receive(WinDivertHandle handle, void* packet, std::uint32_t lengthBytes,

@@ -34,6 +34,7 @@ class FakeDriver {
     int layer = 0;
     std::int16_t priority = 0;
     std::uint64_t flags = 0;
+    std::size_t openBefore = 0;  // handles that were open then
   };
   struct Sent {
     Packet packet;
@@ -53,9 +54,12 @@ class FakeDriver {
   // What a capturing handle receives next, in order.
   void Capture(Packet packet, const WinDivertAddress& address) EXCLUDES(lock_);
 
-  // Makes the `nth` call of that kind from now fail (1 = the next), once.
-  void FailNth(Call call, int nth) EXCLUDES(lock_);
+  // Makes the `nth` call of that kind from now fail (1 = the next), and those that follow it,
+  // `count` in all.
+  void FailNth(Call call, int nth, int count = 1) EXCLUDES(lock_);
   void SetOpenFailure(OpenFailure failure) EXCLUDES(lock_);
+  // The system's code for a failing open; 0 at first.
+  void SetOpenError(std::uint32_t code) EXCLUDES(lock_);
 
   // Waits until that many packets were sent altogether; false after ten seconds.
   [[nodiscard]] bool WaitForSent(std::size_t count) EXCLUDES(lock_);
@@ -78,6 +82,7 @@ class FakeDriver {
   };
   struct Countdown {
     int untilFailure = 0;  // 0 = none due
+    int failures = 0;      // that follow
   };
 
   static WinDivertHandle Open(const char* filter, int layer, std::int16_t priority,
@@ -89,7 +94,9 @@ class FakeDriver {
   static int CalcChecksums(void* packet, std::uint32_t lengthBytes, WinDivertAddress* address,
                            std::uint64_t flags);
   static int Close(WinDivertHandle handle);
+  static std::uint32_t LastError();
 
+  std::size_t CountOpen() const REQUIRES(lock_);
   bool IsFailureDue(Call call) REQUIRES(lock_);
   Handle* FindHandle(WinDivertHandle handle) REQUIRES(lock_);
   void Misuse(std::string what) REQUIRES(lock_);
@@ -103,6 +110,8 @@ class FakeDriver {
   std::vector<std::string> misuses_ GUARDED_BY(lock_);
   Countdown countdowns_[4] GUARDED_BY(lock_);
   OpenFailure openFailure_ GUARDED_BY(lock_) = OpenFailure::InvalidHandle;
+  std::uint32_t openError_ GUARDED_BY(lock_) = 0;
+  std::atomic<std::uint32_t> lastError_{0};
   std::size_t receives_ GUARDED_BY(lock_) = 0;
   std::atomic<int> loadedLibraries_{0};
 };

@@ -360,6 +360,17 @@ TEST_F(PacketPathDiscovery, KnowsADirectedBroadcastByItsLastOctetOnly) {
   EXPECT_EQ(SeenFrom(0x0A000009), 0x0A00003FU);
 }
 
+// What counts is the address on site: halves of a /24 may lie the other way round on this side.
+TEST_F(PacketPathDiscovery, KnowsADirectedBroadcastByItsAddressOnSite) {
+  path_.Configure(kTunnelAddress,
+                  {{0xC0A80100, 25, 0xAC1F0080, 25, true}, {0xC0A80180, 25, 0xAC1F0000, 25, true}},
+                  true);
+  Outbound(WithDestination(PacketOf(kUdp), 0xAC1F00FF));  // 192.168.1.127
+  EXPECT_EQ(path_.BroadcastCount(), 0U);
+  Outbound(WithDestination(PacketOf(kUdp), 0xAC1F007F));  // 192.168.1.255
+  EXPECT_EQ(path_.BroadcastCount(), 1U);
+}
+
 TEST_F(PacketPathDiscovery, RecordsBroadcastsOfUdpOnly) {
   Outbound(WithDestination(PacketOf(kPing), 0xAC1F00FF));
   Outbound(WithDestination(PacketOf(kSyn), 0xAC1F00FF));

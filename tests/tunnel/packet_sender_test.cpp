@@ -179,5 +179,22 @@ TEST(StopSignal, WaitsUntilSetAndCountsItsRequests) {
   EXPECT_FALSE(flags.stopping);
 }
 
+TEST(StopSignal, HurryEndsOneWait) {
+  TunnelFlags flags;
+  StopSignal signal(flags);
+  signal.Hurry();
+  EXPECT_TRUE(signal.WaitFor(std::chrono::hours(1)));
+  EXPECT_FALSE(signal.WaitFor(std::chrono::milliseconds(1)));
+  std::thread hurrier([&]() { signal.Hurry(); });
+  EXPECT_TRUE(signal.WaitFor(std::chrono::hours(1)));
+  hurrier.join();
+  signal.Hurry();
+  signal.ForgetHurry();
+  EXPECT_FALSE(signal.WaitFor(std::chrono::milliseconds(1)));
+  signal.Hurry();
+  ASSERT_TRUE(signal.TryClear());  // a new start knows no hurry
+  EXPECT_FALSE(signal.WaitFor(std::chrono::milliseconds(1)));
+}
+
 }  // namespace
 }  // namespace tunnel

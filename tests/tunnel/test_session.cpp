@@ -36,7 +36,10 @@ SessionDeps TestWorld::Deps(FakeDriver& driver) {
     if (const char* const error = driverError) throw std::runtime_error(error);
     return driver.Api();
   };
-  deps.collectLocalNetworks = []() { return std::vector<Ipv4Network>{{0xC0A80100, 24}}; };
+  deps.collectLocalNetworks = [this]() {
+    const platform::MutexLock held(lock_);
+    return local_;
+  };
   deps.makeUdpRelay = [this, &driver](UdpRelayHooks hooks) {
     udpHooks_ = std::move(hooks);
     return std::make_unique<NotingUdpRelay>(*this, driver);
@@ -70,6 +73,11 @@ void TestWorld::Pause(StopSignal& signal, std::chrono::milliseconds time) {
     }
     if (signal.WaitFor(std::chrono::milliseconds(1))) return;
   }
+}
+
+void TestWorld::SetLocalNetworks(LocalNetworks local) {
+  const platform::MutexLock held(lock_);
+  local_ = std::move(local);
 }
 
 void TestWorld::HoldPauses() {

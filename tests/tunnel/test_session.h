@@ -28,7 +28,10 @@ class TestWorld {
 
   SessionDeps Deps(FakeDriver& driver);
 
-  // From now on a pause lasts until it is released or the tunnel stops.
+  // What this computer is in; at first 192.168.1.0/24.
+  void SetLocalNetworks(LocalNetworks local) EXCLUDES(lock_);
+
+  // From now on a pause lasts until it is released or cut short.
   void HoldPauses() EXCLUDES(lock_);
   // Lets one pause go, the one that waits or the next.
   void ReleasePause() EXCLUDES(lock_);
@@ -57,6 +60,7 @@ class TestWorld {
 
   mutable platform::Mutex lock_;
   platform::Condition changed_;
+  LocalNetworks local_ GUARDED_BY(lock_){{{0xC0A80100, 24}}, 0};
   bool holdsPauses_ GUARDED_BY(lock_) = false;
   int released_ GUARDED_BY(lock_) = 0;
   UdpRelayHooks udpHooks_;  // set while the session is made

@@ -3,6 +3,8 @@
 #include <stdexcept>
 
 #include "platform/windows_sdk.h"
+#include "text/utf8.h"
+#include "tunnel/driver_error.h"
 #include "tunnel/windivert_api.h"
 
 namespace tunnel {
@@ -42,7 +44,8 @@ bool IsLoaded() {
 
 TEST(LoadWinDivert, SaysSoWhenTheLibraryIsNotThere) {
   const SearchFolder folder(L"nowhere");
-  EXPECT_EQ(LoadError(), "WinDivert.dll was not found in the runtime cache.");
+  EXPECT_EQ(LoadError(), "WinDivert.dll was not found in the runtime cache.\r\n" +
+                             text::ToUtf8(DescribeDriverError(ERROR_MOD_NOT_FOUND)));
 }
 
 TEST(LoadWinDivert, SaysSoWhenAnExportIsMissingAndFreesTheLibrary) {
