@@ -13,8 +13,6 @@ namespace {
 
 constexpr wchar_t kWindowClass[] = L"VelmarineNativeWindow";
 constexpr WORD kIcon = 301;
-constexpr int kWidthPixels = 1220;
-constexpr int kHeightPixels = 820;
 
 AppState* StateOf(HWND window) {
   return reinterpret_cast<AppState*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
@@ -114,7 +112,7 @@ void Report(const AppState& state, const std::wstring& text) noexcept {
 LRESULT CALLBACK MainWindowProcedure(HWND window, UINT message, WPARAM wParam,
                                      LPARAM lParam) noexcept {
   // Asked for before WM_CREATE, too.
-  if (message == WM_GETMINMAXINFO) return OnMinMaxInfo(lParam);
+  if (message == WM_GETMINMAXINFO) return OnMinMaxInfo(window, lParam);
   if (message == WM_CREATE) return OnCreate(window, lParam);
   AppState* state = StateOf(window);
   if (state == nullptr) return ::DefWindowProcW(window, message, wParam, lParam);
@@ -128,6 +126,17 @@ LRESULT CALLBACK MainWindowProcedure(HWND window, UINT message, WPARAM wParam,
     Report(*state, L"Unknown error.");
   }
   return 0;
+}
+
+// Where the system has put it, unless it would stick out there.
+void TakeFirstSize(HWND window) {
+  const PixelArea room = WorkAreaOf(window);
+  RECT placed{};
+  ::GetWindowRect(window, &placed);
+  const PixelSize size = FitInto(kFirstSize, room.size);
+  const PixelArea place = MoveInto({placed.left, placed.top, size}, room);
+  ::SetWindowPos(window, nullptr, place.left, place.top, size.width, size.height,
+                 SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
 }  // namespace
@@ -147,16 +156,15 @@ bool RegisterMainWindow(HINSTANCE instance) {
 
 HWND CreateMainWindow(HINSTANCE instance, AppState& state) {
   return ::CreateWindowExW(0, kWindowClass, kWindowTitle, WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
-                           CW_USEDEFAULT, CW_USEDEFAULT, kWidthPixels, kHeightPixels, nullptr,
-                           nullptr, instance, &state);
+                           CW_USEDEFAULT, CW_USEDEFAULT, kFirstSize.width, kFirstSize.height,
+                           nullptr, nullptr, instance, &state);
 }
 
 void ShowMainWindow(HINSTANCE instance, HWND window, int showCommand) {
   const auto icon = reinterpret_cast<LPARAM>(::LoadIconW(instance, MAKEINTRESOURCEW(kIcon)));
   ::SendMessageW(window, WM_SETICON, ICON_BIG, icon);
   ::SendMessageW(window, WM_SETICON, ICON_SMALL, icon);
-  ::SetWindowPos(window, nullptr, 0, 0, kWidthPixels, kHeightPixels,
-                 SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+  TakeFirstSize(window);
   ::ShowWindow(window, showCommand);
   LayOut(window);
   ::InvalidateRect(window, nullptr, TRUE);

@@ -4,6 +4,7 @@
 
 #include "platform/windows_sdk.h"
 #include "shell/app_state.h"
+#include "shell/window_size.h"
 
 // What the main window does at each of its messages; one function a message. Window's thread.
 // Those that return an LRESULT give the window procedure's answer.
@@ -37,7 +38,7 @@ LRESULT OnCommand(AppState& state, WPARAM wParam, LPARAM lParam);
 
 // ---- its place and looks (window_view.cpp)
 
-LRESULT OnMinMaxInfo(LPARAM lParam) noexcept;
+LRESULT OnMinMaxInfo(HWND window, LPARAM lParam) noexcept;
 LRESULT OnSize(AppState& state, WPARAM wParam);
 LRESULT OnMoved(AppState& state, UINT message, WPARAM wParam, LPARAM lParam);
 LRESULT OnFocus(AppState& state);
@@ -47,6 +48,10 @@ LRESULT OnPaint(AppState& state);
 LRESULT OnControlColour(AppState& state, UINT message, WPARAM wParam);
 LRESULT OnDrawItem(AppState& state, WPARAM wParam, LPARAM lParam);
 LRESULT OnMouseDown(AppState& state, WPARAM wParam, LPARAM lParam);
+
+// What the window's monitor has left beside the task bar; without an extent when the system does
+// not say.
+PixelArea WorkAreaOf(HWND window) noexcept;
 
 // Moves the native controls into place. The page covers the window and there are none of them, so
 // that what is left of it is the repainting.

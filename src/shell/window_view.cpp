@@ -8,8 +8,6 @@
 namespace shell {
 namespace {
 
-constexpr POINT kMinimumPixels = {1220, 860};
-
 // Between BeginPaint and EndPaint.
 class PaintScope {
  public:
@@ -27,8 +25,21 @@ class PaintScope {
 
 }  // namespace
 
-LRESULT OnMinMaxInfo(LPARAM lParam) noexcept {
-  reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = kMinimumPixels;
+PixelArea WorkAreaOf(HWND window) noexcept {
+  MONITORINFO monitor{};
+  monitor.cbSize = sizeof(monitor);
+  if (::GetMonitorInfoW(::MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST), &monitor) == FALSE) {
+    return {};
+  }
+  const RECT& area = monitor.rcWork;
+  return {area.left, area.top, {area.right - area.left, area.bottom - area.top}};
+}
+
+// Windows holds to the smallest size even where the monitor is smaller, and for a maximised window
+// too: on a laptop's 768 lines the page's end would lie below the screen, out of reach.
+LRESULT OnMinMaxInfo(HWND window, LPARAM lParam) noexcept {
+  const PixelSize smallest = FitInto(kSmallestSize, WorkAreaOf(window).size);
+  reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {smallest.width, smallest.height};
   return 0;
 }
 

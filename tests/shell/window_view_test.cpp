@@ -25,8 +25,25 @@ TEST_F(WindowView, HasItsTitleStyleAndSmallestSize) {
   EXPECT_EQ(::GetClassLongPtrW(state_->window, GCL_STYLE), 0u);
   MINMAXINFO limits{};
   Send(WM_GETMINMAXINFO, 0, reinterpret_cast<LPARAM>(&limits));
-  EXPECT_EQ(limits.ptMinTrackSize.x, 1220);
-  EXPECT_EQ(limits.ptMinTrackSize.y, 860);
+  const PixelSize smallest = FitInto(kSmallestSize, WorkAreaOf(state_->window).size);
+  EXPECT_EQ(limits.ptMinTrackSize.x, smallest.width);
+  EXPECT_EQ(limits.ptMinTrackSize.y, smallest.height);
+}
+
+TEST_F(WindowView, ComesUpInsideTheMonitorsRoom) {
+  Open();
+  ShowMainWindow(::GetModuleHandleW(nullptr), state_->window, SW_SHOWNOACTIVATE);
+  MONITORINFO monitor{};
+  monitor.cbSize = sizeof(monitor);
+  ASSERT_TRUE(
+      ::GetMonitorInfoW(::MonitorFromWindow(state_->window, MONITOR_DEFAULTTONEAREST), &monitor));
+  RECT placed{};
+  ::GetWindowRect(state_->window, &placed);
+  EXPECT_GE(placed.left, monitor.rcWork.left);
+  EXPECT_GE(placed.top, monitor.rcWork.top);
+  EXPECT_LE(placed.right, monitor.rcWork.right);
+  EXPECT_LE(placed.bottom, monitor.rcWork.bottom);
+  EXPECT_EQ(placed.right - placed.left, 1220);
 }
 
 TEST_F(WindowView, ThePageFollowsTheWindow) {
