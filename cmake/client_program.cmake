@@ -43,7 +43,7 @@ function(client_program target)
 
   add_executable(${target} WIN32 "${CMAKE_SOURCE_DIR}/src/shell/main.cpp")
   target_compile_definitions(${target} PRIVATE VELMARINE_VERSION=L"${ARG_VERSION}")
-  target_link_libraries(${target} PRIVATE shell ${target}_resources comctl32 shell32)
+  target_link_libraries(${target} PRIVATE shell ${target}_resources)
   target_link_options(${target} PRIVATE -municode)
   set_target_properties(${target} PROPERTIES
     OUTPUT_NAME Velmarine.Client RUNTIME_OUTPUT_DIRECTORY "${ARG_FOLDER}")
