@@ -42,7 +42,4 @@ bool DeleteFileAt(const std::wstring& path);
 // Creates the folder and its missing parents; an existing folder is fine. False on failure.
 bool CreateFolders(const std::wstring& path);
 
-// Renames `from` to `to`, which must not exist. False on failure.
-bool RenameFile(const std::wstring& from, const std::wstring& to);
-
 }  // namespace platform

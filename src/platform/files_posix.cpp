@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -111,11 +110,6 @@ bool CreateFolders(const std::wstring& path) {
   const std::filesystem::path folder(NativePath(path));
   std::filesystem::create_directories(folder, error);
   return std::filesystem::is_directory(folder, error);
-}
-
-bool RenameFile(const std::wstring& from, const std::wstring& to) {
-  return ::renameat2(AT_FDCWD, NativePath(from).c_str(), AT_FDCWD, NativePath(to).c_str(),
-                     RENAME_NOREPLACE) == 0;
 }
 
 }  // namespace platform

@@ -146,8 +146,4 @@ bool CreateFolders(const std::wstring& path) {
          IsFolder(absolute);
 }
 
-bool RenameFile(const std::wstring& from, const std::wstring& to) {
-  return ::MoveFileExW(from.c_str(), to.c_str(), 0) != FALSE;
-}
-
 }  // namespace platform

@@ -141,17 +141,5 @@ TEST_F(FilesTest, AppendsNothingWhereThereCanBeNoFile) {
   EXPECT_FALSE(IsFile(scratch_.Path(L"missing\\a")));
 }
 
-TEST_F(FilesTest, RenamesButNeverOverAFile) {
-  ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"a"), "first"));
-  ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"b"), "second"));
-  EXPECT_FALSE(RenameFile(scratch_.Path(L"a"), scratch_.Path(L"b")));
-  EXPECT_EQ(ReadFileBytes(scratch_.Path(L"a")), "first");
-  EXPECT_EQ(ReadFileBytes(scratch_.Path(L"b")), "second");
-  EXPECT_TRUE(RenameFile(scratch_.Path(L"a"), scratch_.Path(L"c")));
-  EXPECT_FALSE(IsFile(scratch_.Path(L"a")));
-  EXPECT_EQ(ReadFileBytes(scratch_.Path(L"c")), "first");
-  EXPECT_FALSE(RenameFile(scratch_.Path(L"missing"), scratch_.Path(L"d")));
-}
-
 }  // namespace
 }  // namespace platform

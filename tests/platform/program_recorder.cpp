@@ -2,6 +2,7 @@
 // "<its file>.txt" in UTF-8, a line each: its command line and its working folder.
 #include <array>
 
+#include "platform/file_swap.h"
 #include "platform/files.h"
 #include "platform/known_folders.h"
 #include "platform/windows_sdk.h"
@@ -21,5 +22,6 @@ int wmain() {
   const std::wstring record = std::wstring(::GetCommandLineW()) + L"\n" + WorkingFolder() + L"\n";
   const std::wstring target = platform::ProgramPath() + L".txt";
   if (!platform::WriteFileBytes(target + L".new", text::ToUtf8(record))) return 1;
-  return platform::RenameFile(target + L".new", target) ? 0 : 1;  // there whole or not at all
+  // There whole or not at all.
+  return platform::MoveFileOver(target + L".new", target).succeeded ? 0 : 1;
 }

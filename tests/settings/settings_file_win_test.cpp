@@ -49,7 +49,7 @@ TEST_F(SettingsFileOnWindows, DamagedOneIsSetAsideWhileAnotherProgramHoldsIt) {
   ASSERT_TRUE(platform::WriteFileBytes(path_, "damaged"));
   const platform::FileHandle holder = Hold(FILE_SHARE_READ | FILE_SHARE_WRITE);
   ASSERT_TRUE(holder);
-  ASSERT_FALSE(platform::RenameFile(path_, scratch_.Path(L"renamed")));
+  ASSERT_FALSE(::MoveFileExW(path_.c_str(), scratch_.Path(L"renamed").c_str(), 0));
   EXPECT_EQ(file_.Save(Settings()).failure, L"");
   EXPECT_EQ(platform::ReadFileBytes(scratch_.Path(L"Client.settings.damaged-now.json")), "damaged");
   Settings loaded;
