@@ -5,12 +5,13 @@
 namespace platform {
 namespace {
 
-// A copy lies in the system's cache at first.
-void Flush(const std::wstring& path) {
+// A copy lies in the system's cache at first. Returns 0 once the disk has it, or why it may not.
+DWORD Flush(const std::wstring& path) {
   const FileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (file) ::FlushFileBuffers(file.Get());
+  if (file && ::FlushFileBuffers(file.Get())) return 0;
+  return ::GetLastError();
 }
 
 }  // namespace
@@ -20,8 +21,7 @@ SystemResult CopyFileOver(const std::wstring& from, const std::wstring& to) {
     const DWORD error = ::GetLastError();
     return {false, error};
   }
-  Flush(to);
-  return {true, 0};
+  return {true, Flush(to)};
 }
 
 SystemResult MoveFileOver(const std::wstring& from, const std::wstring& to) {

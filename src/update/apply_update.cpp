@@ -48,7 +48,9 @@ int Swap(const std::wstring& source, const std::wstring& destination, const Appl
   const SystemResult copied = ports.files.copyOver(source, destination);
   if (!copied.succeeded) return GiveUp(copied, backup, destination, ports);
   ports.files.remove(source);
-  ports.files.remove(backup);
+  // A copy that the disk may not have yet could be lost with the power; the next update removes
+  // the backup then.
+  if (copied.errorCode == 0) ports.files.remove(backup);
   return Restart(destination, ports);
 }
 

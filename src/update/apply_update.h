@@ -18,7 +18,7 @@ inline constexpr int kCopyFailed = 3;
 inline constexpr int kRestartFailed = 4;
 
 // The file operations of a swap. All that can go wrong but a copy is met by the next step, so
-// only a copy tells how it went.
+// only a copy tells how it went; one that succeeded with an error code may not be on the disk yet.
 struct SwapFiles {
   std::function<bool(const std::wstring& path)> isFile;  // a folder is none
   std::function<void(const std::wstring& path)> remove;
@@ -38,7 +38,7 @@ struct ApplyPorts {
 };
 
 // Replaces the file `destination` by the file `source` once the process `parentPid` has ended, and
-// starts it. The old file is kept as "<destination>.bak" until the new one is in place: at any
+// starts it. The old file is kept as "<destination>.bak" until the disk has the new one: at any
 // moment, even when the power fails, the old or the new program lies at `destination`, or the old
 // one as that backup. One wait, one pause, one attempt; each outcome is one line in the update log
 // and the exit code that this returns. A copy that fails brings the backup back. Blocks for up to a

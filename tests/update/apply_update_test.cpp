@@ -42,6 +42,14 @@ TEST_F(ApplyUpdateTest, ReplacesTheProgramAndStartsTheNewOneInThisOrder) {
   EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kDestination, kNew}}));
 }
 
+TEST_F(ApplyUpdateTest, KeepsTheBackupWhileTheDiskMayNotHaveTheNewProgram) {
+  computer_.flushError = 32;
+  EXPECT_EQ(Apply(), 0);
+  EXPECT_EQ(computer_.files,
+            (std::map<std::wstring, std::string>{{kDestination, kNew}, {kBackup, kOld}}));
+  EXPECT_EQ(computer_.log.back(), L"更新成功，已重启主程序。");
+}
+
 TEST_F(ApplyUpdateTest, WithoutASourceNothingIsTouchedOrWaitedFor) {
   computer_.files.erase(kSource);
   for (const std::wstring& source : {std::wstring(), std::wstring(kSource)}) {

@@ -62,6 +62,7 @@ class FakeComputer {
   std::set<std::wstring> locked;  // neither deleted, moved nor written
   std::optional<platform::SystemResult> copyFailure;
   bool leavesHalfACopy = false;  // when it fails
+  std::uint32_t flushError = 0;  // why the disk may not have a copy that succeeded
   platform::SystemResult startResult{true, 0};
   std::uint32_t parentPid = 0;  // 0: no such process
   std::optional<std::chrono::milliseconds> parentEndsAt;
@@ -101,7 +102,7 @@ class FakeComputer {
     Step(L"copy, second half");
     if (copyFailure) return *copyFailure;
     files[to] = whole;
-    return {true, 0};
+    return {true, flushError};
   }
 
   void WaitForEnd(std::uint32_t pid, std::chrono::milliseconds limit) {
