@@ -11,7 +11,7 @@ std::wstring LocalAppDataFolder();
 std::wstring ProgramFilesFolder();
 std::wstring ProgramFilesX86Folder();
 std::wstring WindowsFolder();
-std::wstring TemporaryFolder();  // ends in a backslash (GetTempPathW)
+std::wstring TemporaryFolder();  // ends in a backslash, up to 259 characters (GetTempPathW)
 
 // The running program's file and the folder it lies in (paths up to 259 characters).
 std::wstring ProgramPath();

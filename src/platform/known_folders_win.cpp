@@ -52,7 +52,7 @@ std::wstring WindowsFolder() {
 }
 
 std::wstring TemporaryFolder() {
-  std::array<wchar_t, MAX_PATH + 2> buffer{};
+  std::array<wchar_t, MAX_PATH> buffer{};
   const DWORD lengthUnits = ::GetTempPathW(static_cast<DWORD>(buffer.size()), buffer.data());
   return PathFromBuffer(buffer, lengthUnits);
 }
