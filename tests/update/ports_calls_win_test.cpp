@@ -1,0 +1,150 @@
+// What the update does through Windows: every call with its arguments, and what comes of a failure.
+#include <gtest/gtest.h>
+
+#include "platform/handles_win.h"
+#include "platform/known_folders.h"
+#include "update/apply_update.h"
+#include "update/update_check.h"
+#include "update/update_log.h"
+#include "update/updater_start.h"
+#include "win32/calls.h"
+
+namespace update {
+namespace {
+
+using namespace win32;
+
+constexpr char kShown[] = "{104 flags 0 show 0}";
+constexpr char kHidden[] = "{104 flags 1 show 0}";  // STARTF_USESHOWWINDOW, SW_HIDE
+
+std::string SaidCreateProcess(const wchar_t* commandLine, DWORD flags, const char* startup) {
+  return Said<Api::CreateProcessW>(nullptr, commandLine, nullptr, nullptr, FALSE, flags, nullptr,
+                                   nullptr, Text{startup}, Some{});
+}
+
+// A disk and processes on which everything succeeds and nothing happens.
+void StandIn(Calls& calls) {
+  calls.AnswerWith<Api::DeleteFileW>([](const wchar_t*) { return TRUE; });
+  calls.AnswerWith<Api::CopyFileW>([](const wchar_t*, const wchar_t*, BOOL) { return TRUE; });
+  calls.AnswerWith<Api::MoveFileExW>([](const wchar_t*, const wchar_t*, DWORD) { return TRUE; });
+  calls.AnswerWith<Api::CreateProcessW>([](const wchar_t*, wchar_t*, SECURITY_ATTRIBUTES*,
+                                           SECURITY_ATTRIBUTES*, BOOL, DWORD, void*, const wchar_t*,
+                                           STARTUPINFOW*, PROCESS_INFORMATION* started) {
+    started->hProcess = ::CreateEventW(nullptr, TRUE, TRUE, nullptr);
+    started->hThread = ::CreateEventW(nullptr, TRUE, TRUE, nullptr);
+    return TRUE;
+  });
+  calls.AnswerWith<Api::OpenProcess>(
+      [](DWORD, BOOL, DWORD) { return ::CreateEventW(nullptr, TRUE, TRUE, nullptr); });
+}
+
+TEST(UpdatePortsCalls, NameTheProgramItsProcessAndTheDownload) {
+  Calls calls;
+  const UpdaterPorts updater = RealUpdaterPorts();
+  EXPECT_EQ(updater.processId, Real<Api::GetCurrentProcessId>()());
+  EXPECT_TRUE(updater.programPath.ends_with(L"\\update_test.exe"));
+  const CheckPorts check = RealCheckPorts(L"1.0");
+  EXPECT_TRUE(check.downloadTarget.ends_with(L"\\Velmarine.Client.update.exe"));
+  EXPECT_EQ(check.currentVersion, L"1.0");
+  EXPECT_TRUE(calls.Were({Said<Api::GetModuleFileNameW>(nullptr, L"", 260),
+                          Said<Api::GetCurrentProcessId>(), Said<Api::GetTempPathW>(260, L"")}));
+}
+
+TEST(UpdatePortsCalls, HaveNoDownloadAndNoLogWithoutATemporaryFolder) {
+  Calls calls;
+  calls.Fail(Api::GetTempPathW, 1450, 0);
+  EXPECT_EQ(RealCheckPorts(L"1.0").downloadTarget, L"");
+  WriteUpdateLog(L"lost");
+  EXPECT_EQ(calls.Count(Api::CreateFileW), 0);
+}
+
+TEST(UpdatePortsCalls, StartTheUpdaterHidden) {
+  Calls calls;
+  StandIn(calls);
+  const UpdaterPorts ports = RealUpdaterPorts();
+  ports.copyOver(L"a", L"b");
+  EXPECT_TRUE(ports.startHidden(L"\"b\" x"));
+  calls.Fail(Api::CreateProcessW, 1450);
+  EXPECT_FALSE(ports.startHidden(L"\"b\" x"));
+  const std::string start = SaidCreateProcess(L"\"b\" x", CREATE_NO_WINDOW, kHidden);
+  EXPECT_TRUE(calls.WereAmong({Api::CopyFileW, Api::CreateProcessW},
+                              {Said<Api::CopyFileW>(L"a", L"b", FALSE), start, start}));
+}
+
+TEST(UpdatePortsCalls, SwapTheFilesAndStartTheNewProgram) {
+  Calls calls;
+  StandIn(calls);
+  bool prepared = false;
+  const ApplyPorts ports = RealApplyPorts([&prepared] { prepared = true; });
+  ports.prepareLogFiles();
+  EXPECT_TRUE(prepared);
+  ports.waitForEnd(4711, std::chrono::milliseconds(60000));
+  ports.files.remove(L"bak");
+  ports.files.moveOver(L"dst", L"bak");
+  EXPECT_TRUE(ports.files.copyOver(L"src", L"dst").succeeded);
+  EXPECT_TRUE(ports.start(L"\"dst\"").succeeded);
+  constexpr DWORD kMoveFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+  EXPECT_TRUE(calls.WereAmong({Api::OpenProcess, Api::WaitForSingleObject, Api::DeleteFileW,
+                               Api::MoveFileExW, Api::CopyFileW, Api::CreateProcessW},
+                              {
+                                  Said<Api::OpenProcess>(SYNCHRONIZE, FALSE, 4711),
+                                  Said<Api::WaitForSingleObject>(Handle{1}, 60000),
+                                  Said<Api::DeleteFileW>(L"bak"),
+                                  Said<Api::MoveFileExW>(L"dst", L"bak", kMoveFlags),
+                                  Said<Api::CopyFileW>(L"src", L"dst", FALSE),
+                                  SaidCreateProcess(L"\"dst\"", 0, kShown),
+                              }));
+}
+
+TEST(UpdatePortsCalls, PauseForAsLongAsAskedFor) {
+  const ApplyPorts ports = RealApplyPorts([] {});
+  const auto before = std::chrono::steady_clock::now();
+  ports.pause(std::chrono::milliseconds(60));
+  EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(59));
+}
+
+// The call does not return, so the thread that makes it ends inside it.
+DWORD WINAPI EndProcess(void*) {
+  RealCheckPorts(L"1.0").endProcess();
+  return 1;
+}
+
+TEST(UpdatePortsCalls, EndTheProgramWithCodeZero) {
+  Calls calls(Calls::Threads::All);
+  calls.AnswerWith<Api::TerminateProcess>([](HANDLE, UINT) -> BOOL {
+    ::ExitThread(0);
+    return FALSE;
+  });
+  const platform::ThreadHandle thread(::CreateThread(nullptr, 0, EndProcess, nullptr, 0, nullptr));
+  Real<Api::WaitForSingleObject>()(thread.Get(), 30000);
+  EXPECT_TRUE(calls.WereAmong({Api::TerminateProcess}, {"TerminateProcess(-1, 0)"}));
+}
+
+TEST(UpdatePortsCalls, WriteALineToTheLog) {
+  const std::wstring path = platform::TemporaryFolder() + kUpdateLogName;
+  Calls calls;
+  calls.AnswerWith<Api::GetLocalTime>(
+      [](SYSTEMTIME* time) { *time = {2026, 3, 6, 15, 9, 41, 2, 0}; });
+  calls.AnswerWith<Api::CreateFileW>(
+      [](const wchar_t*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) {
+        HANDLE made = ::CreateEventW(nullptr, TRUE, TRUE, nullptr);
+        ::SetLastError(0);  // as for a file that is made
+        return made;
+      });
+  calls.AnswerWith<Api::WriteFile>(
+      [](HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) { return TRUE; });
+  WriteUpdateLog(L"x");
+  const std::string line = "[2026-03-15 09:41:02] x\r\n";
+  EXPECT_TRUE(
+      calls.WereAmong({Api::CreateFileW, Api::WriteFile, Api::CloseHandle},
+                      {
+                          Said<Api::CreateFileW>(path, FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
+                                                 OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr),
+                          Said<Api::WriteFile>(Handle{1}, "\xEF\xBB\xBF", 3, Ref{0}, nullptr),
+                          Said<Api::WriteFile>(Handle{1}, line, line.size(), Ref{0}, nullptr),
+                          Said<Api::CloseHandle>(Handle{1}),
+                      }));
+}
+
+}  // namespace
+}  // namespace update
