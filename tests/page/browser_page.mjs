@@ -77,8 +77,20 @@ export class BrowserPage {
   /** Several messages, one task. */
   deliverAll(messages) { return this.view.evaluate((all) => all.forEach((data) => window.deliver(data)), messages); }
 
-  /** The texts posted since the last call. */
-  takePosted() { return this.view.evaluate(() => window.posted.splice(0)); }
+  /** The actions posted since the last call, as texts. */
+  takePosted() { return this.#take(false); }
+
+  /** What was posted since the last call for a page that stands in for this one: the fields. */
+  async takeTyped() { return (await this.#take(true)).map((text) => JSON.parse(text).f); }
+
+  #take(isTyped) {
+    return this.view.evaluate((wanted) => {
+      const isWanted = (text) => text.startsWith('{"action":"typed"') === wanted;
+      const taken = window.posted.filter(isWanted);
+      window.posted = window.posted.filter((text) => !isWanted(text));
+      return taken;
+    }, isTyped);
+  }
 
   click(id) { return this.view.click(`#${id}`); }
   fill(id, text) { return this.view.fill(`#${id}`, text); }
