@@ -46,17 +46,8 @@ void ResolveDevice(AppState& state) {
   StartWorker(state, kResolveBusy, state.surroundings.jobs.resolveDevice);
 }
 
-void LogDiscovery(const AppState& state) {
+void LogDiscovery(AppState& state) {
   Log(state, state.settings.Read().discoveryModeEnabled ? kDiscoveryOn : kDiscoveryOff);
-}
-
-// The second state message behind the first is wanted: the page draws its side panel anew with it.
-void PageReady(AppState& state) {
-  state.pageReady = true;
-  DeliverKept(state);
-  PostApplyMessage(state);
-  PostStateMessage(state);
-  PostStateMessage(state);
 }
 
 void TakeDiscovery(AppState& state) {
@@ -98,9 +89,15 @@ void LoadProfile(AppState& state, settings::ProfileChooser chooser) {
   PostStateMessage(state);
   Log(state, outcome.logText);
 }
+// The page gives up what was typed for the profile's own fields.
 void LoadProfileFromPage(AppState& state) {
+  state.changedFields = {};
   LoadProfile(state, settings::ProfileChooser::Page);
 }
+
+constexpr std::wstring_view kReady = L"ready";
+// The form's fields that the engineer has changed, while he types; no action.
+constexpr std::wstring_view kTyped = L"typed";
 
 struct PageAction {
   std::wstring_view name;
@@ -108,7 +105,7 @@ struct PageAction {
 };
 
 constexpr PageAction kPageActions[] = {
-    {L"ready", PageReady},
+    {kReady, WelcomePage},
     {L"connect", Connect},
     {L"stop", Stop},
     {L"test", TestLatency},
@@ -145,7 +142,14 @@ void ToggleDiscovery(AppState& state, HWND toggle) {
 void HandlePageMessage(AppState& state, std::wstring_view json) {
   std::optional<webui::PageMessage> message = webui::ParsePageMessage(json);
   if (!message) return;
-  if (message->form) state.form = *std::move(message->form);
+  state.pageFailures.OnPageAlive();
+  if (message->action == kTyped) {
+    if (message->form) state.changedFields = *std::move(message->form);
+    return;
+  }
+  // The form of a page that stands in for another one is still empty.
+  const bool isBlank = state.pageLost && message->action == kReady;
+  if (message->form && !isBlank) state.form = *std::move(message->form);
   for (const PageAction& action : kPageActions) {
     if (message->action == action.name) return action.run(state);
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -16,6 +17,8 @@
 #include "shell/initial_settings.h"
 #include "shell/job.h"
 #include "tunnel/tunnel.h"
+#include "webui/messages.h"
+#include "webui/page_failures.h"
 #include "webui/web_host.h"
 
 namespace shell {
@@ -81,13 +84,21 @@ struct AppState {
   bool retryArmed = false;
   std::unique_ptr<ComApartment> apartment;  // before what needs it
   std::unique_ptr<webui::WebHost> web;
+  webui::PageFailures pageFailures;
   bool pageReady = false;
-  std::vector<std::wstring> pageQueue;  // JSON texts that wait for the page
-  bool refusalLogged = false;           // the page has refused a message in this run
+  // A page was ready and has gone; the next one that is ready stands in for it. Until then nothing
+  // is kept for it: it gets all that there is to show.
+  bool pageLost = false;
+  std::vector<std::wstring> pageQueue;     // JSON texts that wait for the first page
+  std::deque<webui::LogLine> loggedLines;  // the last kMaxLoggedLines, for a page that stands in
+  bool refusalLogged = false;              // the page has refused a message in this run
   std::wstring lastMessage = L"就绪。";
   // What the page shows in its form, as far as the window knows: the page's last snapshot, or what
   // the window has had it apply since.
   settings::JsonValue form;
+  // What the engineer has changed in the page's form since, which no action has carried yet: shown
+  // again by a page that stands in for another one, and used for nothing else.
+  settings::JsonValue changedFields;
 };
 
 }  // namespace shell

@@ -59,6 +59,12 @@ LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
     case kUdpChanged:
       OnUdpChanged(state, wParam != 0);
       return 0;
+    case kBrowserFailed:
+      OnBrowserFailed(state, static_cast<webui::ProcessFailedKind>(wParam));
+      return 0;
+    case kMakePageAnew:
+      if (state.web) state.web->MakeAnew();
+      return 0;
     case WM_TIMER:
       return OnTimer(state, wParam, lParam);
     case WM_SIZE:
@@ -102,7 +108,7 @@ bool MayHaveSaved(UINT message) {
 }
 
 // An exception that reached the door; the window goes on.
-void Report(const AppState& state, const std::wstring& text) noexcept {
+void Report(AppState& state, const std::wstring& text) noexcept {
   try {
     Log(state, text);
   } catch (...) {  // no memory for the line either

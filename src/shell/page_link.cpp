@@ -1,5 +1,6 @@
 #include "shell/page_link.h"
 
+#include <chrono>
 #include <utility>
 
 #include "shell/window_messages.h"
@@ -9,12 +10,20 @@
 namespace shell {
 namespace {
 
+constexpr std::size_t kMaxLoggedLines = 500;  // as many as the page shows
+
 constexpr wchar_t kReplaced[] = L"警告：一条消息含有页面无法接受的字符，已替换后重新发送。";
 
 webui::TimeOfDay LocalTimeOfDay() {
   SYSTEMTIME now{};
   ::GetLocalTime(&now);
   return {now.wHour, now.wMinute, now.wSecond};
+}
+
+void DeliverKept(AppState& state) {
+  for (std::wstring& json : std::exchange(state.pageQueue, {})) {
+    DeliverToPage(state, std::move(json));
+  }
 }
 
 // Without this a text of the service with a control character would be lost, and the page would
@@ -36,14 +45,52 @@ void PostToPage(const AppState& state, std::wstring json) {
 void DeliverToPage(AppState& state, std::wstring json) {
   if (state.pageReady && state.web && state.web->IsUp()) {
     if (!state.web->PostJson(json)) DeliverRefused(state, json);
-  } else {
+  } else if (!state.pageLost) {
     state.pageQueue.push_back(std::move(json));
   }
 }
 
-void DeliverKept(AppState& state) {
-  for (std::wstring& json : std::exchange(state.pageQueue, {})) {
-    DeliverToPage(state, std::move(json));
+// The second state message behind the first is wanted: the page draws its side panel anew with it.
+// The lines come last and by way of the queue, so that one that is under way is among them and not
+// behind them.
+void WelcomePage(AppState& state) {
+  const bool standsIn = std::exchange(state.pageLost, false);
+  state.pageReady = true;
+  DeliverKept(state);
+  const settings::JsonValue form = state.form;
+  PostApplyMessage(state);
+  PostStateMessage(state);
+  PostStateMessage(state);
+  if (!standsIn) {
+    state.changedFields = {};
+    return;
+  }
+  state.form = form;
+  PostToPage(state, webui::BuildFormMessage(state.changedFields));
+  PostToPage(state, webui::BuildLogsMessage(state.loggedLines));
+}
+
+void LosePage(AppState& state) noexcept {
+  if (std::exchange(state.pageReady, false)) state.pageLost = true;
+}
+
+void OnBrowserFailed(AppState& state, webui::ProcessFailedKind kind) {
+  const webui::PageFailureResponse response =
+      state.pageFailures.OnFailure(kind, std::chrono::steady_clock::now());
+  if (response.recovery != webui::PageRecovery::None) LosePage(state);
+  if (!response.text.empty()) Log(state, response.text);
+  if (!state.web) return;
+  switch (response.recovery) {
+    case webui::PageRecovery::None:
+      return;
+    case webui::PageRecovery::ShowPage:
+      return state.web->ShowPage();
+    case webui::PageRecovery::MakeAnew:
+      return state.web->MakeAnew();
+    case webui::PageRecovery::GiveUp:
+      state.web->Close();
+      PostText(state.window, kShowFailure, webui::kPageGivenUp);
+      return;
   }
 }
 
@@ -64,8 +111,11 @@ void TakeFields(AppState& state) {
       [&state](settings::Settings& settings) { webui::TakeFields(state.form, settings); });
 }
 
-void Log(const AppState& state, const std::wstring& text) {
-  PostToPage(state, webui::BuildLogMessage(LocalTimeOfDay(), text));
+void Log(AppState& state, const std::wstring& text) {
+  const webui::TimeOfDay now = LocalTimeOfDay();
+  if (state.loggedLines.size() == kMaxLoggedLines) state.loggedLines.pop_front();
+  state.loggedLines.push_back({now, text});
+  PostToPage(state, webui::BuildLogMessage(now, text));
   state.surroundings.writeLogLine(text);
 }
 

@@ -52,7 +52,7 @@ Surroundings RealSurroundings(const std::wstring& version) {
   };
   real.writeLogLine = WriteLogLine;
   real.createWebHost = [](HWND window, webui::WebHostEvents events) {
-    return webui::WebCreate(window, platform::TemporaryFolder() + kUserDataFolder,
+    return webui::WebCreate(window, {platform::TemporaryFolder() + kUserDataFolder, nullptr},
                             std::move(events), webui::CreateCoreWebView2EnvironmentWithOptions,
                             webui::PageFromResources);
   };

@@ -33,6 +33,12 @@ void StartPage(AppState& state) {
   events.environmentFailed = [window = state.window](const std::wstring& text) {
     PostText(window, kShowFailure, text);
   };
+  events.processFailed = [window = state.window](webui::ProcessFailedKind kind) {
+    ::PostMessageW(window, kBrowserFailed, static_cast<WPARAM>(kind), 0);
+  };
+  events.otherFolderWanted = [window = state.window] {
+    ::PostMessageW(window, kMakePageAnew, 0, 0);
+  };
   state.web = state.surroundings.createWebHost(state.window, std::move(events));
 }
 

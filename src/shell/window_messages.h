@@ -18,6 +18,8 @@ inline constexpr UINT kUdpChanged = WM_APP + 25;   // wParam: whether packets go
 inline constexpr UINT kFromPage = WM_APP + 30;     // text: what the page has posted
 inline constexpr UINT kToPage = WM_APP + 31;       // text: JSON for the page
 inline constexpr UINT kShowFailure = WM_APP + 32;  // text: for a message box
+inline constexpr UINT kBrowserFailed = WM_APP + 33;  // wParam: the webui::ProcessFailedKind
+inline constexpr UINT kMakePageAnew = WM_APP + 34;
 
 inline constexpr UINT_PTR kUnusedTimer = 302;
 inline constexpr UINT_PTR kRetryTimer = 303;

@@ -107,5 +107,7 @@ using ControllerCompleted = Callback<ICoreWebView2CreateCoreWebView2ControllerCo
                                      HRESULT, ICoreWebView2Controller*>;
 using WebMessageReceived = Callback<ICoreWebView2WebMessageReceivedEventHandler, ICoreWebView2*,
                                     ICoreWebView2WebMessageReceivedEventArgs*>;
+using ProcessFailed = Callback<ICoreWebView2ProcessFailedEventHandler, ICoreWebView2*,
+                               ICoreWebView2ProcessFailedEventArgs*>;
 
 }  // namespace webui

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "settings/json.h"
+#include "text/strings.h"
 #include "text/utf8.h"
 
 namespace webui {
@@ -16,10 +17,10 @@ std::wstring_view Boolean(bool value) noexcept {
 }
 
 // `items`, each written by `write`, as the inside of an array.
-template <typename Item, typename Write>
-std::wstring JoinItems(const std::vector<Item>& items, Write write) {
+template <typename Items, typename Write>
+std::wstring JoinItems(const Items& items, Write write) {
   std::wstring joined;
-  for (const Item& item : items) {
+  for (const auto& item : items) {
     if (!joined.empty()) joined += L',';
     joined += write(item);
   }
@@ -43,6 +44,28 @@ std::wstring WriteSidePanel(const settings::Settings& settings, const TunnelStat
 
 std::wstring TwoDigits(int number) {
   return {static_cast<wchar_t>(L'0' + number / 10 % 10), static_cast<wchar_t>(L'0' + number % 10)};
+}
+
+std::wstring WriteTime(const TimeOfDay& time) {
+  std::wstring text = L"\"" + TwoDigits(time.hours);
+  text.append(L":").append(TwoDigits(time.minutes));
+  return text.append(L":").append(TwoDigits(time.seconds)).append(L"\"");
+}
+
+std::wstring WriteClass(std::wstring_view text) {
+  std::wstring json = L"\"";
+  return json.append(ClassName(ClassifyStatus(text))).append(L"\"");
+}
+
+std::wstring WriteLogLine(const LogLine& line) {
+  return L"[" + WriteTime(line.time) + L"," + QuoteJsonString(line.text) + L"," +
+         WriteClass(line.text) + L"]";
+}
+
+// `key` of `changed` as a member; empty when it is no string.
+std::wstring WriteChangedText(const settings::JsonValue& changed, const std::wstring& key) {
+  const std::wstring* text = settings::FindJsonString(changed, key);
+  return text == nullptr ? std::wstring() : L"\"" + key + L"\":" + QuoteJsonString(*text);
 }
 
 }  // namespace
@@ -70,11 +93,27 @@ std::wstring BuildApplyMessage(const settings::Settings& settings) {
 }
 
 std::wstring BuildLogMessage(const TimeOfDay& time, std::wstring_view text) {
-  std::wstring json = L"{\"t\":\"log\",\"ts\":\"";
-  json.append(TwoDigits(time.hours)).append(L":").append(TwoDigits(time.minutes));
-  json.append(L":").append(TwoDigits(time.seconds)).append(L"\",\"msg\":");
-  json.append(QuoteJsonString(text)).append(L",\"cls\":\"");
-  return json.append(ClassName(ClassifyStatus(text))).append(L"\"}");
+  std::wstring json = L"{\"t\":\"log\",\"ts\":" + WriteTime(time);
+  json.append(L",\"msg\":").append(QuoteJsonString(text));
+  return json.append(L",\"cls\":").append(WriteClass(text)).append(L"}");
+}
+
+std::wstring BuildLogsMessage(const std::deque<LogLine>& lines) {
+  std::wstring json = L"{\"t\":\"logs\",\"lines\":[";
+  return json.append(JoinItems(lines, WriteLogLine)).append(L"]}");
+}
+
+std::wstring BuildFormMessage(const settings::JsonValue& changed) {
+  std::vector<std::wstring> members;
+  for (const wchar_t* key : {L"secret", L"target", L"testip", L"profileName"}) {
+    std::wstring member = WriteChangedText(changed, key);
+    if (!member.empty()) members.push_back(std::move(member));
+  }
+  const settings::JsonValue* discovery = settings::FindJsonMember(changed, L"discovery");
+  const bool* enabled = discovery == nullptr ? nullptr : discovery->AsBoolean();
+  if (enabled != nullptr) members.push_back(L"\"discovery\":" + std::wstring(Boolean(*enabled)));
+  std::wstring json = L"{\"t\":\"form\",\"fields\":{";
+  return json.append(text::Join(members, L",")).append(L"}}");
 }
 
 std::wstring WithoutControlCharacters(std::wstring_view json) {

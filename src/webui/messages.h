@@ -1,8 +1,10 @@
 #pragma once
 
+#include <deque>
 #include <string>
 #include <string_view>
 
+#include "settings/json.h"
 #include "settings/settings.h"
 #include "webui/status_presentation.h"
 
@@ -27,6 +29,21 @@ struct TimeOfDay {
 
 // One line for the live log, coloured by ClassifyStatus.
 std::wstring BuildLogMessage(const TimeOfDay& time, std::wstring_view text);
+
+// A line as it was logged.
+struct LogLine {
+  TimeOfDay time;
+  std::wstring text;
+};
+
+// All lines that a page is to show, in the place of those that it shows: for a page that stands in
+// for another one.
+std::wstring BuildLogsMessage(const std::deque<LogLine>& lines);
+
+// The fields that the engineer has changed and no action has carried yet, for a page that stands in
+// for another one: of the form's five fields those that `changed`, an object, has. The page treats
+// them as typed again.
+std::wstring BuildFormMessage(const settings::JsonValue& changed);
 
 // A message above in a form that the page takes whatever its texts hold: each control character
 // (below U+0020; there are none between the members) and each lone surrogate is U+FFFD instead.

@@ -6,6 +6,8 @@
 #include <unknwn.h>
 // clang-format on
 
+#include "webui/page_failures.h"
+
 // The part of WebView2's binary interface that the program uses, in our own words: interface ids,
 // and methods in the order of the function tables. A method we do not call is a numbered
 // placeholder that only keeps its slot (slots 0-2 are IUnknown's); an interface ends at the last
@@ -24,6 +26,7 @@ namespace webui {
 struct ICoreWebView2;
 struct ICoreWebView2Controller;
 struct ICoreWebView2Environment;
+struct ICoreWebView2ProcessFailedEventArgs;
 struct ICoreWebView2WebMessageReceivedEventArgs;
 
 inline constexpr GUID kIidEnvironment = {
@@ -34,12 +37,19 @@ inline constexpr GUID kIidWebView = {
     0x76eceacb, 0x0462, 0x4d94, {0xac, 0x83, 0x42, 0x3a, 0x67, 0x93, 0x77, 0x5e}};
 inline constexpr GUID kIidWebMessageReceivedEventArgs = {
     0x0f99a40c, 0xe962, 0x4207, {0x9e, 0x92, 0xe3, 0xd5, 0x42, 0xef, 0xf8, 0x49}};
+inline constexpr GUID kIidProcessFailedEventArgs = {
+    0x8155a9a4, 0x1474, 0x4a86, {0x8c, 0xae, 0x15, 0x1b, 0x0f, 0xa6, 0xb8, 0xca}};
 inline constexpr GUID kIidEnvironmentCompletedHandler = {
     0x4e8a3389, 0xc9d8, 0x4bd2, {0xb6, 0xb5, 0x12, 0x4f, 0xee, 0x6c, 0xc1, 0x4d}};
 inline constexpr GUID kIidControllerCompletedHandler = {
     0x6c4819f3, 0xc9b7, 0x4260, {0x81, 0x27, 0xc9, 0xf5, 0xbd, 0xe7, 0xf6, 0x8c}};
 inline constexpr GUID kIidWebMessageReceivedHandler = {
     0x57213f19, 0x00e6, 0x49fa, {0x8e, 0x07, 0x89, 0x8e, 0xa0, 0x1e, 0xcb, 0xd2}};
+inline constexpr GUID kIidProcessFailedHandler = {
+    0x79e0aea4, 0x990b, 0x42d9, {0xaa, 0x1d, 0x0f, 0xcc, 0x2e, 0x5b, 0xc7, 0xf1}};
+
+// What a control answers whose browser has exited, whose window has gone, or which was closed.
+inline constexpr HRESULT kControlGone = static_cast<HRESULT>(0x8007139F);
 
 // The program's own objects, called by the runtime. On failure the second argument is null.
 struct ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler : IUnknown {
@@ -54,6 +64,15 @@ struct ICoreWebView2CreateCoreWebView2ControllerCompletedHandler : IUnknown {
 struct ICoreWebView2WebMessageReceivedEventHandler : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE Invoke(ICoreWebView2* sender,
                                            ICoreWebView2WebMessageReceivedEventArgs* args) = 0;
+};
+
+struct ICoreWebView2ProcessFailedEventHandler : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE Invoke(ICoreWebView2* sender,
+                                           ICoreWebView2ProcessFailedEventArgs* args) = 0;
+};
+
+struct ICoreWebView2ProcessFailedEventArgs : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE get_ProcessFailedKind(ProcessFailedKind* kind) = 0;
 };
 
 struct ICoreWebView2WebMessageReceivedEventArgs : IUnknown {
@@ -119,8 +138,9 @@ struct ICoreWebView2 : IUnknown {
   WEBVIEW2_UNUSED_SLOT(22);
   WEBVIEW2_UNUSED_SLOT(23);
   WEBVIEW2_UNUSED_SLOT(24);
-  WEBVIEW2_UNUSED_SLOT(25);
-  WEBVIEW2_UNUSED_SLOT(26);
+  virtual HRESULT STDMETHODCALLTYPE add_ProcessFailed(
+      ICoreWebView2ProcessFailedEventHandler* handler, EventRegistrationToken* token) = 0;
+  virtual HRESULT STDMETHODCALLTYPE remove_ProcessFailed(EventRegistrationToken token) = 0;
   WEBVIEW2_UNUSED_SLOT(27);
   WEBVIEW2_UNUSED_SLOT(28);
   WEBVIEW2_UNUSED_SLOT(29);

@@ -29,6 +29,12 @@ class FakeWebHost final : public webui::WebHost {
   void SetVisible(bool visible) override { record_.calls.push_back(visible ? "show" : "hide"); }
   void WindowMoved() override { record_.calls.push_back("moved"); }
   void Focus() override { record_.calls.push_back("focus"); }
+  void ShowPage() override { record_.calls.push_back("show page"); }
+  // The new control is there at once; its page is ready when the test says so.
+  void MakeAnew() override {
+    record_.calls.push_back("make anew");
+    record_.up = true;
+  }
   void Close() override {
     record_.calls.push_back("close");
     record_.up = false;

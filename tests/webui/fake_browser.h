@@ -16,6 +16,7 @@
 namespace webui {
 
 inline constexpr LONGLONG kToken = 0x1122334455667788;
+inline constexpr LONGLONG kFailureToken = 0x2233445566778899;
 
 // What the host did to the browser, in order.
 using Calls = std::vector<std::string>;
@@ -39,6 +40,8 @@ class FakeWebView : public RawObject {
       : calls_(calls), interruption_(interruption) {
     Put(5, &Navigate);
     Put(6, &NavigateToString);
+    Put(25, &AddProcessFailed);
+    Put(26, &RemoveProcessFailed);
     Put(32, &PostJson);
     Put(34, &AddMessageReceived);
     Put(35, &RemoveMessageReceived);
@@ -50,6 +53,7 @@ class FakeWebView : public RawObject {
   HRESULT postResult = S_OK;
   std::vector<std::wstring> posted;
   ComPtr<ICoreWebView2WebMessageReceivedEventHandler> handler;
+  ComPtr<ICoreWebView2ProcessFailedEventHandler> failureHandler;
 
  private:
   static HRESULT Navigate(FakeWebView* self, LPCWSTR url) {
@@ -82,6 +86,22 @@ class FakeWebView : public RawObject {
     self->calls_.push_back("remove_WebMessageReceived");
     EXPECT_EQ(token.value, kToken);
     self->interruption_.At("remove_WebMessageReceived", *self);
+    return S_OK;
+  }
+
+  static HRESULT AddProcessFailed(FakeWebView* self,
+                                  ICoreWebView2ProcessFailedEventHandler* handler,
+                                  EventRegistrationToken* token) {
+    self->calls_.push_back("add_ProcessFailed");
+    self->failureHandler = ComPtr<ICoreWebView2ProcessFailedEventHandler>::Share(handler);
+    self->interruption_.At("add_ProcessFailed", *self);
+    token->value = kFailureToken;
+    return S_OK;
+  }
+  static HRESULT RemoveProcessFailed(FakeWebView* self, EventRegistrationToken token) {
+    self->calls_.push_back("remove_ProcessFailed");
+    EXPECT_EQ(token.value, kFailureToken);
+    self->interruption_.At("remove_ProcessFailed", *self);
     return S_OK;
   }
 
@@ -193,6 +213,21 @@ class FakeMessage : public RawObject {
   }
 
   const std::optional<std::wstring> text_;
+};
+
+// A failed process: `kind` as the runtime numbers it, nothing = the call fails.
+class FakeFailure : public RawObject {
+ public:
+  explicit FakeFailure(std::optional<int> kind) : kind_(kind) { Put(3, &GetKind); }
+
+ private:
+  static HRESULT GetKind(FakeFailure* self, int* kind) {
+    if (!self->kind_) return E_FAIL;
+    *kind = *self->kind_;
+    return S_OK;
+  }
+
+  const std::optional<int> kind_;
 };
 
 }  // namespace webui

@@ -127,6 +127,27 @@ struct ReplacedRow {
   std::wstring wanted;
 };
 
+TEST(BuildLogsMessage, HoldsEveryLineInOrderWithItsTimeAndClass) {
+  EXPECT_EQ(BuildLogsMessage({{{9, 5, 59}, L"已连接"}, {{23, 0, 1}, L"甲\r\n\"乙\""}}),
+            L"{\"t\":\"logs\",\"lines\":[[\"09:05:59\",\"已连接\",\"ok\"],"
+            L"[\"23:00:01\",\"甲\\r\\n\\\"乙\\\"\",\"\"]]}");
+  EXPECT_EQ(BuildLogsMessage({}), L"{\"t\":\"logs\",\"lines\":[]}");
+}
+
+TEST(BuildFormMessage, HoldsTheChangedFieldsAndNoOthers) {
+  const auto build = [](const wchar_t* json) {
+    return BuildFormMessage(settings::ReadJsonDocument(json));
+  };
+  EXPECT_EQ(
+      build(L"{\"discovery\":true,\"profileName\":\"站\",\"secret\":\" k\\\"\",\"testip\":\"\","
+            L"\"target\":\"自动\"}"),
+      L"{\"t\":\"form\",\"fields\":{\"secret\":\" k\\\"\",\"target\":\"自动\",\"testip\":\"\","
+      L"\"profileName\":\"站\",\"discovery\":true}}");
+  EXPECT_EQ(build(L"{\"secret\":5,\"discovery\":\"yes\",\"other\":\"x\",\"testip\":\"1.2.3.4\"}"),
+            L"{\"t\":\"form\",\"fields\":{\"testip\":\"1.2.3.4\"}}");
+  EXPECT_EQ(BuildFormMessage({}), L"{\"t\":\"form\",\"fields\":{}}");
+}
+
 TEST(WithoutControlCharacters, ReplacesWhatThePageRefusesAndNothingElse) {
   const ReplacedRow rows[] = {
       {"nothing", L"", L""},

@@ -9,86 +9,30 @@
 #include <utility>
 #include <vector>
 
-#include "webui/com.h"
-#include "webui/fake_browser.h"
+#include "webui/web_host_fixture.h"
 
 namespace webui {
 namespace {
 
-class WebHostTest : public testing::Test {
- protected:
-  WebHostTest() {
-    window_ = ::CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 300, 200, nullptr, nullptr,
-                                nullptr, nullptr);
-  }
-  ~WebHostTest() override {
-    host_.reset();
-    if (window_ != nullptr) ::DestroyWindow(window_);
-  }
+using Lines = std::vector<std::wstring>;
 
-  void Create() {
-    WebHostEvents events;
-    events.log = [this](const std::wstring& text) { logged_.push_back(text); };
-    events.pageMessage = [this](std::wstring text) { messages_.push_back(std::move(text)); };
-    events.environmentFailed = [this](const std::wstring& text) { failures_.push_back(text); };
-    host_ = WebCreate(
-        window_, L"C:\\data", std::move(events),
-        [this](const std::wstring& folder,
-               ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler) {
-          folder_ = folder;
-          environmentHandler_ =
-              ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler>::Share(handler);
-          if (completeAtOnce_) CompleteEnvironment();
-          if (failAtOnce_) handler->Invoke(E_FAIL, nullptr);
-          return createResult_;
-        },
-        [this] { return page_; });
-  }
+constexpr wchar_t kEnvironmentFailed[] = L"WebView2 环境创建失败，请确认已安装 WebView2 运行时。";
+constexpr wchar_t kControllerFailed[] = L"WebView2 控制器创建失败。";
+const Lines kPageFailed = {L"界面加载失败。"};
+constexpr wchar_t kNoRuntime[] = L"错误 0x80070002：本机未找到 WebView2 运行时。";
+constexpr wchar_t kNoRights[] = L"错误 0x80070005：拒绝访问，无法写入界面数据文件夹。";
+constexpr wchar_t kNoStart[] = L"错误 0x80004005：浏览器进程无法启动。";
+constexpr wchar_t kNothing[] = L"错误 0x00000000：运行时没有给出结果。";
+constexpr wchar_t kAborted[] = L"错误 0x80004004：窗口在界面创建完成之前已关闭。";
 
-  void CompleteEnvironment() {
-    environmentHandler_->Invoke(S_OK, environment_.As<ICoreWebView2Environment>());
-  }
-  void CompleteController() {
-    environment_.handler->Invoke(S_OK, controller_.As<ICoreWebView2Controller>());
-  }
-  void BringUp() {
-    Create();
-    CompleteEnvironment();
-    CompleteController();
-    calls_.clear();
-  }
-  void Post(std::optional<std::wstring> text) {
-    FakeMessage message(std::move(text));
-    webView_.handler->Invoke(webView_.As<ICoreWebView2>(),
-                             message.As<ICoreWebView2WebMessageReceivedEventArgs>());
-  }
-
-  Calls calls_;
-  Interruption interruption_;
-  FakeWebView webView_{calls_, interruption_};
-  FakeController controller_{calls_, interruption_, webView_};
-  FakeEnvironment environment_{calls_, interruption_};
-  ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> environmentHandler_;
-  bool completeAtOnce_ = false;
-  bool failAtOnce_ = false;
-  HRESULT createResult_ = S_OK;
-  std::wstring page_;  // in the resources
-  std::wstring folder_;
-  std::vector<std::wstring> logged_;
-  std::vector<std::wstring> messages_;
-  std::vector<std::wstring> failures_;
-  HWND window_ = nullptr;
-  std::unique_ptr<WebHost> host_;
-};
-
-const std::vector<std::wstring> kEnvironmentFailed = {
-    L"WebView2 环境创建失败，请确认已安装 WebView2 运行时。"};
-const std::vector<std::wstring> kControllerFailed = {L"WebView2 控制器创建失败。"};
-const std::vector<std::wstring> kPageFailed = {L"界面加载失败。"};
+// Both lines of a failed environment, as the message box shows them.
+Lines Box(const wchar_t* cause) {
+  return {std::wstring(kEnvironmentFailed) + L"\r\n" + cause};
+}
 
 TEST_F(WebHostTest, ComesUpStepByStep) {
   Create();
-  EXPECT_EQ(folder_, L"C:\\data");
+  EXPECT_EQ(folders_, Lines{L"C:\\data"});
   EXPECT_TRUE(calls_.empty());
   EXPECT_FALSE(host_->IsUp());
   CompleteEnvironment();
@@ -97,8 +41,8 @@ TEST_F(WebHostTest, ComesUpStepByStep) {
   EXPECT_FALSE(host_->IsUp());
   CompleteController();
   // No app.html lies beside the test program.
-  EXPECT_EQ(calls_,
-            (Calls{"CreateController", "put_Bounds", "add_WebMessageReceived", "Navigate"}));
+  EXPECT_EQ(calls_, (Calls{"CreateController", "put_Bounds", "add_WebMessageReceived",
+                           "add_ProcessFailed", "Navigate"}));
   EXPECT_TRUE(host_->IsUp());
   EXPECT_TRUE(logged_.empty());
   EXPECT_EQ(controller_.bounds.right, 300);
@@ -128,7 +72,7 @@ TEST_F(WebHostTest, ShowsThePageInTheResourcesAndLooksForNoFile) {
   CompleteEnvironment();
   CompleteController();
   EXPECT_EQ(calls_, (Calls{"CreateController", "put_Bounds", "add_WebMessageReceived",
-                           "NavigateToString"}));
+                           "add_ProcessFailed", "NavigateToString"}));
   EXPECT_EQ(webView_.html, page_);
   EXPECT_TRUE(webView_.url.empty());
 }
@@ -147,8 +91,8 @@ TEST_F(WebHostTest, LogsARefusedNavigation) {
 TEST_F(WebHostTest, LogsAMissingRuntimeOnce) {
   createResult_ = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
   Create();
-  EXPECT_EQ(logged_, kEnvironmentFailed);
-  EXPECT_EQ(failures_, kEnvironmentFailed);
+  EXPECT_EQ(logged_, (Lines{kEnvironmentFailed, kNoRuntime}));
+  EXPECT_EQ(failures_, Box(kNoRuntime));
   EXPECT_FALSE(host_->IsUp());
 }
 
@@ -156,29 +100,29 @@ TEST_F(WebHostTest, LogsAFailureThatComesBothWaysOnce) {
   createResult_ = E_FAIL;
   failAtOnce_ = true;
   Create();
-  EXPECT_EQ(logged_, kEnvironmentFailed);
-  EXPECT_EQ(failures_, kEnvironmentFailed);
+  EXPECT_EQ(logged_, (Lines{kEnvironmentFailed, kNoStart}));
+  EXPECT_EQ(failures_, Box(kNoStart));
 }
 
 TEST_F(WebHostTest, LogsAnEnvironmentThatFailsLater) {
   Create();
   environmentHandler_->Invoke(E_ACCESSDENIED, nullptr);
-  EXPECT_EQ(logged_, kEnvironmentFailed);
-  EXPECT_EQ(failures_, kEnvironmentFailed);
+  EXPECT_EQ(logged_, (Lines{kEnvironmentFailed, kNoRights}));
+  EXPECT_EQ(failures_, Box(kNoRights));
   EXPECT_TRUE(calls_.empty());
 }
 
 TEST_F(WebHostTest, LogsAnEnvironmentThatIsMissingInASuccess) {
   Create();
   environmentHandler_->Invoke(S_OK, nullptr);
-  EXPECT_EQ(logged_, kEnvironmentFailed);
+  EXPECT_EQ(logged_, (Lines{kEnvironmentFailed, kNothing}));
 }
 
 TEST_F(WebHostTest, LogsAControllerThatFailsLater) {
   Create();
   CompleteEnvironment();
   environment_.handler->Invoke(E_ABORT, nullptr);
-  EXPECT_EQ(logged_, kControllerFailed);
+  EXPECT_EQ(logged_, (Lines{kControllerFailed, kAborted}));
   EXPECT_TRUE(failures_.empty());
   EXPECT_FALSE(host_->IsUp());
 }
@@ -187,20 +131,20 @@ TEST_F(WebHostTest, LogsAControllerThatIsMissingInASuccess) {
   Create();
   CompleteEnvironment();
   environment_.handler->Invoke(S_OK, nullptr);
-  EXPECT_EQ(logged_, kControllerFailed);
+  EXPECT_EQ(logged_, (Lines{kControllerFailed, kNothing}));
 }
 
 TEST_F(WebHostTest, LogsAControllerThatIsRefusedAtOnce) {
   environment_.createResult = E_FAIL;
   Create();
   CompleteEnvironment();
-  EXPECT_EQ(logged_, kControllerFailed);
+  EXPECT_EQ(logged_, (Lines{kControllerFailed, kNoStart}));
 }
 
 TEST_F(WebHostTest, LogsAControllerWithoutAWebView) {
   controller_.getWebViewResult = E_FAIL;
   BringUp();
-  EXPECT_EQ(logged_, kControllerFailed);
+  EXPECT_EQ(logged_, (Lines{kControllerFailed, kNoStart}));
   EXPECT_FALSE(host_->IsUp());
 }
 
@@ -264,14 +208,15 @@ TEST_F(WebHostTest, GivesThePageTheKeyboardThatTheWindowAlreadyHas) {
 TEST_F(WebHostTest, ClosesInTheOrderOfTheRuntimeAndKeepsNothing) {
   BringUp();
   host_->Close();
-  EXPECT_EQ(calls_, (Calls{"remove_WebMessageReceived", "Close"}));
+  EXPECT_EQ(calls_, (Calls{"remove_WebMessageReceived", "remove_ProcessFailed", "Close"}));
   EXPECT_FALSE(host_->IsUp());
   host_->Close();
   host_->PostJson(L"{}");
   host_->Focus();
-  EXPECT_EQ(calls_.size(), 2u);
+  EXPECT_EQ(calls_.size(), 3u);
   EXPECT_TRUE(webView_.posted.empty());
   webView_.handler.Reset();
+  webView_.failureHandler.Reset();
   EXPECT_EQ(webView_.References(), 1);
   EXPECT_EQ(controller_.References(), 1);
   EXPECT_EQ(environment_.References(), 1);
@@ -280,7 +225,7 @@ TEST_F(WebHostTest, ClosesInTheOrderOfTheRuntimeAndKeepsNothing) {
 TEST_F(WebHostTest, GoesWithoutBeingClosed) {
   BringUp();
   host_.reset();
-  EXPECT_EQ(calls_, (Calls{"remove_WebMessageReceived", "Close"}));
+  EXPECT_EQ(calls_, (Calls{"remove_WebMessageReceived", "remove_ProcessFailed", "Close"}));
   EXPECT_EQ(controller_.References(), 1);
   Post(L"late");
   EXPECT_TRUE(messages_.empty());
@@ -315,6 +260,7 @@ TEST_F(WebHostTest, StopsWhereItIsClosedInsideACallThatBringsItUp) {
                             "get_CoreWebView2",
                             "put_Bounds",
                             "add_WebMessageReceived",
+                            "add_ProcessFailed",
                             "NavigateToString",
                             "Navigate",
                             "put_IsVisible"};
@@ -343,6 +289,7 @@ TEST_F(WebHostTest, StopsWhereItIsClosedInsideACallThatBringsItUp) {
       EXPECT_TRUE(!host_ || !host_->IsUp());
       EXPECT_TRUE(logged_.empty());
       webView_.handler.Reset();
+      webView_.failureHandler.Reset();
       host_.reset();
       EXPECT_EQ(webView_.References(), 1);
       EXPECT_EQ(controller_.References(), 1);
@@ -358,9 +305,12 @@ TEST_F(WebHostTest, GoesInsideEveryCallThatTheOwnerMakes) {
       {"NotifyParentWindowPositionChanged", [](WebHost& host) { host.WindowMoved(); }},
       {"MoveFocus", [](WebHost& host) { host.Focus(); }},
       {"PostWebMessageAsJson", [](WebHost& host) { host.PostJson(L"{}"); }},
+      {"NavigateToString", [](WebHost& host) { host.ShowPage(); }},
       {"remove_WebMessageReceived", [](WebHost& host) { host.Close(); }},
+      {"remove_ProcessFailed", [](WebHost& host) { host.Close(); }},
       {"Close", [](WebHost& host) { host.Close(); }},
   };
+  page_ = L"<p></p>";
   for (const auto& [call, make] : rows) {
     SCOPED_TRACE(call);
     BringUp();
@@ -369,6 +319,7 @@ TEST_F(WebHostTest, GoesInsideEveryCallThatTheOwnerMakes) {
     EXPECT_EQ(host_, nullptr);
     EXPECT_EQ(std::ranges::count(calls_, "Close"), 1);
     webView_.handler.Reset();
+    webView_.failureHandler.Reset();
     EXPECT_EQ(webView_.References(), 1);
     EXPECT_EQ(controller_.References(), 1);
   }

@@ -60,6 +60,18 @@ const SlotRow kSlotRows[] = {
     {"WebView.Navigate", 5, [](NumberedObject& o) { return o.As<ICoreWebView2>()->Navigate(L""); }},
     {"WebView.NavigateToString", 6,
      [](NumberedObject& o) { return o.As<ICoreWebView2>()->NavigateToString(L""); }},
+    {"WebView.add_ProcessFailed", 25,
+     [](NumberedObject& o) { return o.As<ICoreWebView2>()->add_ProcessFailed(nullptr, nullptr); }},
+    {"WebView.remove_ProcessFailed", 26,
+     [](NumberedObject& o) { return o.As<ICoreWebView2>()->remove_ProcessFailed({}); }},
+    {"ProcessFailedEventArgs.get_ProcessFailedKind", 3,
+     [](NumberedObject& o) {
+       return o.As<ICoreWebView2ProcessFailedEventArgs>()->get_ProcessFailedKind(nullptr);
+     }},
+    {"ProcessFailedHandler.Invoke", 3,
+     [](NumberedObject& o) {
+       return o.As<ICoreWebView2ProcessFailedEventHandler>()->Invoke(nullptr, nullptr);
+     }},
     {"WebView.PostWebMessageAsJson", 32,
      [](NumberedObject& o) { return o.As<ICoreWebView2>()->PostWebMessageAsJson(L""); }},
     {"WebView.add_WebMessageReceived", 34,
@@ -137,6 +149,8 @@ TEST(WebView2Interfaces, HaveThePublishedIds) {
       {L"{4d00c0d1-9434-4eb6-8078-8697a560334f}", kIidController},
       {L"{76eceacb-0462-4d94-ac83-423a6793775e}", kIidWebView},
       {L"{0f99a40c-e962-4207-9e92-e3d542eff849}", kIidWebMessageReceivedEventArgs},
+      {L"{8155a9a4-1474-4a86-8cae-151b0fa6b8ca}", kIidProcessFailedEventArgs},
+      {L"{79e0aea4-990b-42d9-aa1d-0fcc2e5bc7f1}", kIidProcessFailedHandler},
       {L"{4e8a3389-c9d8-4bd2-b6b5-124fee6cc14d}", kIidEnvironmentCompletedHandler},
       {L"{6c4819f3-c9b7-4260-8127-c9f5bde7f68c}", kIidControllerCompletedHandler},
       {L"{57213f19-00e6-49fa-8e07-898ea01ecbd2}", kIidWebMessageReceivedHandler},

@@ -1,0 +1,241 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <future>
+
+#include "settings/json.h"
+#include "shell/page_link.h"
+#include "shell/window_fixture.h"
+#include "shell/window_messages.h"
+
+// The page dies under the window, and another one stands in for it.
+namespace shell {
+namespace {
+
+using Kind = webui::ProcessFailedKind;
+using Lines = std::vector<std::wstring>;
+using Names = std::vector<std::string>;
+
+constexpr wchar_t kReady[] = L"{\"action\":\"ready\",\"f\":{\"secret\":\"\",\"target\":\"自动\"}}";
+constexpr wchar_t kBrowserGone[] = L"警告：界面进程已退出，正在重新打开界面；连接不受影响。";
+
+class WindowPageLost : public WindowTest {
+ protected:
+  WindowPageLost() { OpenWithReadyPage(); }
+
+  // As the host reports it; with all that follows before a new page is ready.
+  void Fail(Kind kind) {
+    events_.processFailed(kind);
+    Pump();
+  }
+  // The page that stands in has loaded.
+  void ComeBack() {
+    PageSends(kReady);
+    Pump();
+  }
+  // The only message of that kind since the records were forgotten.
+  std::wstring Posted(const std::wstring& kind) const {
+    Lines found;
+    std::ranges::copy_if(page_.posted, std::back_inserter(found), [&](const std::wstring& json) {
+      return json.starts_with(L"{\"t\":\"" + kind + L"\"");
+    });
+    EXPECT_EQ(found.size(), 1u);
+    return found.empty() ? std::wstring() : found.front();
+  }
+  static std::size_t Occurrences(const std::wstring& whole, const std::wstring& part) {
+    std::size_t count = 0;
+    for (std::size_t at = whole.find(part); at != std::wstring::npos;
+         at = whole.find(part, at + 1)) {
+      ++count;
+    }
+    return count;
+  }
+};
+
+TEST_F(WindowPageLost, IsMadeAnewOrShownAgainOrLeftAlone) {
+  events_.processFailed(Kind::BrowserExited);
+  EXPECT_TRUE(page_.calls.empty()) << "not inside the browser's own call";
+  Pump();
+  EXPECT_EQ(page_.calls, Names{"make anew"});
+  EXPECT_EQ(logged_, Lines{kBrowserGone});
+  ComeBack();
+  Fail(Kind::RendererExited);
+  EXPECT_EQ(page_.calls, (Names{"make anew", "show page"}));
+  ComeBack();
+  Fail(Kind::GpuExited);
+  EXPECT_EQ(page_.calls.size(), 2u);
+  EXPECT_EQ(logged_.size(), 3u);
+  EXPECT_TRUE(state_->pageReady);
+}
+
+TEST_F(WindowPageLost, TheNextPageGetsFormStateAndEveryLineOnce) {
+  Log(*state_, L"一");
+  Pump();
+  Log(*state_, L"在途");  // under way when the browser dies
+  Fail(Kind::BrowserExited);
+  Log(*state_, L"其间");
+  Pump();
+  ForgetRecords();
+  Log(*state_, L"又在途");  // under way when the next page is ready
+  PageSends(kReady);
+  Pump();
+  EXPECT_EQ(PostedKinds(), (Names{"log", "apply", "state", "state", "form", "logs"}));
+  const std::wstring logs = Posted(L"logs");
+  for (const wchar_t* line : {L"客户端启动中", L"一", L"在途", kBrowserGone, L"其间", L"又在途"}) {
+    EXPECT_EQ(Occurrences(logs, L",\"" + std::wstring(line) + L"\","), 1u);
+  }
+  ForgetRecords();
+  ComeBack();
+  EXPECT_EQ(PostedKinds(), (Names{"apply", "state", "state"})) << "only for one that stands in";
+}
+
+TEST_F(WindowPageLost, TheLast500LinesAreKept) {
+  for (int i = 1; i <= 600; ++i) Log(*state_, L"行" + std::to_wstring(i) + L"。");
+  Pump();
+  Fail(Kind::BrowserExited);
+  for (int i = 601; i <= 700; ++i) Log(*state_, L"行" + std::to_wstring(i) + L"。");
+  ForgetRecords();
+  ComeBack();
+  const settings::JsonValue logs = settings::ReadJsonDocument(Posted(L"logs"));
+  const auto& lines = *settings::FindJsonMember(logs, L"lines")->AsArray();
+  ASSERT_EQ(lines.size(), 500u);
+  EXPECT_EQ(*(*lines.front().AsArray())[1].AsString(), L"行202。") << "and the browser's own line";
+  EXPECT_EQ(*(*lines.back().AsArray())[1].AsString(), L"行700。");
+}
+
+TEST_F(WindowPageLost, NothingPilesUpWhileThereIsNoPage) {
+  Fail(Kind::BrowserExited);
+  for (int i = 0; i < 100; ++i) Log(*state_, L"line");
+  Pump();
+  EXPECT_TRUE(state_->pageQueue.empty());
+  EXPECT_TRUE(page_.posted.empty());
+}
+
+TEST_F(WindowPageLost, APageThatDiesBeforeItWasReadyLosesNothing) {
+  PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"mine\"}}");
+  FinishJob();
+  Fail(Kind::BrowserExited);
+  Fail(Kind::BrowserExited);  // the one that stands in, too
+  ForgetRecords();
+  ComeBack();
+  EXPECT_EQ(PostedKinds(), (Names{"apply", "state", "state", "form", "logs"}));
+}
+
+TEST_F(WindowPageLost, WhatWasTypedComesBackAndIsUsedForNothingElse) {
+  PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"posted\",\"testip\":\"10.0.0.1\"}}");
+  FinishJob();
+  PageSends(L"{\"action\":\"typed\",\"f\":{\"secret\":\"half a k\",\"profileName\":\"新站\"}}");
+  EXPECT_EQ(jobsRun_.size(), 1u);
+  EXPECT_EQ(Record().deviceSecret, L"posted");
+  Fail(Kind::BrowserExited);
+  ForgetRecords();
+  ComeBack();
+  EXPECT_EQ(Posted(L"form"),
+            L"{\"t\":\"form\",\"fields\":{\"secret\":\"half a k\",\"profileName\":\"新站\"}}");
+  EXPECT_NE(Posted(L"apply").find(L"\"secret\":\"posted\""), std::wstring::npos);
+  std::wstring asked;
+  jobBody_ = [&asked](settings::Settings& settings, tunnel::Tunnel&) {
+    asked = settings.deviceSecret;
+    return std::wstring(L"结果");
+  };
+  Edit([](settings::Settings& settings) { settings.heartbeatMessage = L"DEVICE_OFFLINE"; });
+  Send(WM_TIMER, kRetryTimer);
+  FinishJob();
+  EXPECT_EQ(asked, L"posted") << "a retry asks with what was posted, not with what is being typed";
+}
+
+TEST_F(WindowPageLost, ThePagesEmptyFormIsNoSnapshot) {
+  PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"mine\",\"testip\":\"10.0.0.1\"}}");
+  FinishJob();
+  Fail(Kind::RendererExited);
+  ComeBack();
+  EXPECT_EQ(settings::JsonStringOrEmpty(state_->form, L"secret"), L"mine");
+  EXPECT_EQ(settings::JsonStringOrEmpty(state_->form, L"testip"), L"10.0.0.1");
+}
+
+TEST_F(WindowPageLost, ALoadedProfileReplacesWhatWasTyped) {
+  Edit([](settings::Settings& settings) {
+    settings.siteProfiles = {{L"B", L"http://b:1", L"D-2", L"key b", L"ALL", {}}};
+  });
+  PageSends(L"{\"action\":\"typed\",\"f\":{\"secret\":\"half\"}}");
+  PageSends(L"{\"action\":\"loadProfile\",\"f\":{\"secret\":\"half\",\"profileSel\":\"B\"}}");
+  Fail(Kind::BrowserExited);
+  ForgetRecords();
+  ComeBack();
+  EXPECT_EQ(Posted(L"form"), L"{\"t\":\"form\",\"fields\":{}}");
+  EXPECT_NE(Posted(L"apply").find(L"\"secret\":\"key b\""), std::wstring::npos);
+}
+
+TEST_F(WindowPageLost, AJobThatRunsIsShownAsRunning) {
+  std::promise<void> gate;
+  jobBody_ = [opened = gate.get_future().share()](settings::Settings&, tunnel::Tunnel&) {
+    opened.wait();
+    return std::wstring(L"结果");
+  };
+  PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"mine\"}}");
+  Pump();
+  Fail(Kind::BrowserExited);
+  ForgetRecords();
+  PageSends(kReady);
+  Pump();
+  EXPECT_NE(page_.posted[1].find(L"\"statusline\":\"正在请求连接授权...\""), std::wstring::npos);
+  EXPECT_TRUE(state_->busy);
+  PageSends(L"{\"action\":\"test\",\"f\":{}}");
+  EXPECT_EQ(jobsRun_.size(), 0u) << "dropped, as ever";
+  gate.set_value();
+  FinishJob();
+  EXPECT_NE(page_.posted.back().find(L"\"msg\":\"结果\""), std::wstring::npos);
+}
+
+// Posted by the old page and still in the window's queue when that page dies.
+TEST_F(WindowPageLost, AnActionThatWasUnderWayIsDone) {
+  events_.processFailed(Kind::BrowserExited);
+  events_.pageMessage(L"{\"action\":\"discovery\",\"f\":{\"discovery\":true}}");
+  Pump();
+  EXPECT_FALSE(state_->pageReady);
+  EXPECT_TRUE(Record().discoveryModeEnabled);
+  EXPECT_EQ(logged_.back(), L"局域网发现模式已开启：支持 PLC 广播扫描。");
+  ForgetRecords();
+  ComeBack();
+  EXPECT_NE(Posted(L"apply").find(L"\"discovery\":true"), std::wstring::npos);
+}
+
+TEST_F(WindowPageLost, AMessageThatTheNextPageRefusesIsSentCleaned) {
+  Log(*state_, L"甲\x01乙");
+  Pump();
+  Fail(Kind::BrowserExited);
+  ForgetRecords();
+  ComeBack();
+  const std::wstring logs = Posted(L"logs");
+  EXPECT_NE(logs.find(L"甲\xFFFD乙"), std::wstring::npos);
+  EXPECT_EQ(page_.refused.size(), 1u);
+  EXPECT_EQ(PostedKinds().back(), "logs") << "the warning was given before";
+}
+
+TEST_F(WindowPageLost, TheThirdTimeAMessageBoxSaysWhatToDo) {
+  tunnel_->Start({});
+  for (int i = 0; i < 2; ++i) {
+    Fail(Kind::BrowserExited);
+    ComeBack();
+  }
+  EXPECT_TRUE(boxes_.empty());
+  Fail(Kind::BrowserExited);
+  EXPECT_EQ(boxes_, Lines{webui::kPageGivenUp});
+  EXPECT_EQ(page_.calls, (Names{"make anew", "make anew", "close"}));
+  EXPECT_EQ(logged_.back(), L"界面恢复失败：一分钟内三次退出，已停止自动恢复；连接不受影响。");
+  Fail(Kind::BrowserExited);
+  EXPECT_EQ(boxes_.size(), 1u);
+  EXPECT_TRUE(tunnel_->running);
+  EXPECT_EQ(tunnel_->stops, 0);
+}
+
+TEST_F(WindowPageLost, TheOtherFolderIsTriedByAMessageOfItsOwn) {
+  events_.otherFolderWanted();
+  EXPECT_TRUE(page_.calls.empty());
+  Pump();
+  EXPECT_EQ(page_.calls, Names{"make anew"});
+  EXPECT_TRUE(state_->pageReady) << "no page was lost by it";
+}
+
+}  // namespace
+}  // namespace shell
