@@ -118,6 +118,7 @@ class Link {
       },
       frame: (number, jpeg) => this.#send(ToHost.frame, Buffer.concat([u32(number), jpeg])),
       selection: (text) => this.#send(ToHost.selection, text),
+      processFailed: (kind) => this.#send(ToHost.processFailed, u32(kind)),
     };
   }
 

@@ -8,7 +8,7 @@ import { caller } from '../remote_call.mjs';
  *   waitForPage(timeoutMs)           the newest page, once there is one
  *   closeAll()                       closes every page, its browser and the port
  * A page handle has id, pid (the browser's) and evaluate, waitFor, text, click, type, select, messages
- * and screenshot, as in page.mjs.
+ * screenshot and failProcess, as in page.mjs.
  */
 export async function connectBridge(child) {
   const call = caller(child, 'browser bridge');
@@ -22,7 +22,8 @@ export async function connectBridge(child) {
 }
 
 function pageHandle(call, id, pid) {
-  const methods = ['evaluate', 'waitFor', 'text', 'click', 'type', 'select', 'messages', 'screenshot'];
+  const methods = ['evaluate', 'waitFor', 'text', 'click', 'type', 'select', 'messages', 'screenshot',
+    'failProcess'];
   const handle = { id, pid };
   for (const method of methods) {
     handle[method] = (...args) => call('page', id, method, args);

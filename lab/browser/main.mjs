@@ -13,7 +13,7 @@ function pageOf(id) {
 }
 
 const kPageMethods = ['evaluate', 'waitFor', 'text', 'click', 'type', 'select', 'messages',
-  'screenshot'];
+  'screenshot', 'failProcess'];
 
 const methods = {
   async listen(options) {

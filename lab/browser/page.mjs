@@ -6,13 +6,16 @@ import { deliverJson, kBinding, kInjectedScript, kSelectedText } from './injecte
 import { dispatchKey } from './keys.mjs';
 import { Navigation } from './navigation.mjs';
 
+/** The kinds of failed processes that the lab knows by name. */
+export const FailedProcess = { browser: 0, renderer: 1, unresponsive: 2, gpu: 6 };
+
 const kPollMs = 25;
 const kActionMs = 5000;
 const kKeptMessages = 10_000;
 
 /**
  * `host` receives what the page tells: message(source, json), navigated(id, success, status),
- * frame(number, jpeg), selection(text).
+ * frame(number, jpeg), selection(text), processFailed(kind).
  */
 export class Page {
   #browser;
@@ -20,6 +23,7 @@ export class Page {
   #navigation;
   #record = [];
   #showing = false;
+  #crashed = false;
   #lastInput = Promise.resolve();
 
   constructor(id, browser, host) {
@@ -36,11 +40,16 @@ export class Page {
     browser.on('Runtime.bindingCalled', (call) => this.#onPosted(call));
     browser.on('Page.screencastFrame', ({ data, sessionId }) =>
       this.#host.frame(sessionId, Buffer.from(data, 'base64')));
+    browser.on('Inspector.targetCrashed', () => {
+      this.#crashed = true;
+      this.#host.processFailed(FailedProcess.renderer);
+    });
     browser.on('Page.javascriptDialogOpening', () =>
       browser.send('Page.handleJavaScriptDialog', { accept: true }).catch(() => {}));
     await Promise.all([
       browser.send('Page.enable'),
       browser.send('Runtime.enable'),
+      browser.send('Inspector.enable'),
       browser.send('Page.setLifecycleEventsEnabled', { enabled: true }),
       browser.send('Runtime.addBinding', { name: kBinding }),
       browser.send('Page.addScriptToEvaluateOnNewDocument', { source: kInjectedScript }),
@@ -67,11 +76,25 @@ export class Page {
     if (this.#record.length > kKeptMessages) this.#record.shift();
   }
 
-  async loadText(id, html) { await this.#navigation.toText(id, html); }
-  async loadUrl(id, url) { await this.#navigation.toUrl(id, url); }
+  async loadText(id, html) { await this.#load(this.#navigation.toText(id, html)); }
+  async loadUrl(id, url) { await this.#load(this.#navigation.toUrl(id, url)); }
 
-  /** Hands a JSON text to the page; one that is not JSON is dropped and kept as 'notJson'. */
+  /** A document after a crash has another process, which sends no pictures yet. */
+  async #load(loading) {
+    const again = this.#crashed && this.#showing;
+    this.#crashed = false;
+    await loading;
+    if (!again) return;
+    await this.show(false);
+    await this.show(true);
+  }
+
+  /**
+   * Hands a JSON text to the page; one that is not JSON is dropped and kept as 'notJson'. Between a crash
+   * and the next document there is nobody to take it.
+   */
   async post(json) {
+    if (this.#crashed) return;
     const { result } = await this.#browser.send('Runtime.evaluate', { expression: deliverJson(json) });
     this.#keep(result.value === true ? 'toPage' : 'notJson', json);
   }
@@ -180,6 +203,17 @@ export class Page {
     const chosen = await this.evaluate(
       `(${kChoose})((${kFind})(${JSON.stringify(selector)}), ${JSON.stringify(value)})`);
     if (!chosen) throw new Error(`${selector} has no option ${value}.`);
+  }
+
+  /**
+   * Makes the control report a failed process of that kind (FailedProcess). The browser and the page's own
+   * process really end; the rest are said to have failed.
+   */
+  failProcess(kind) {
+    if (kind === FailedProcess.browser) process.kill(this.pid, 'SIGKILL');
+    // Answered by nobody.
+    else if (kind === FailedProcess.renderer) this.#browser.send('Page.crash').catch(() => {});
+    else this.#host.processFailed(kind);
   }
 
   /** All messages so far: [{direction: 'toHost' | 'toPage' | 'notJson', json}]. */

@@ -29,6 +29,7 @@ export const ToHost = {
   navigated: 104,  // u64 navigation id, u8 success, u32 web error status
   frame: 105,      // u32 frame number, a JPEG picture
   selection: 106,  // text for the clipboard
+  processFailed: 107,  // u32 kind, as the control numbers them; a browser that exits ends the link instead
 };
 
 export const MouseKind = ['mouseMoved', 'mousePressed', 'mouseReleased', 'mouseWheel'];

@@ -10,10 +10,12 @@ import { after, before, describe, it } from 'node:test';
 import { startBridge } from '../../lab/browser/bridge.mjs';
 import { connectBridge } from '../../lab/browser/client.mjs';
 import { kProfilePrefix } from '../../lab/browser/chromium.mjs';
+import { FailedProcess } from '../../lab/browser/page.mjs';
+import { rendererProcesses } from '../../lab/browser/processes.mjs';
 import { keyName } from '../../lab/browser/keys.mjs';
 import {
   kCreate, kLoadUrl, kPostJson, kPostText, kBounds, kMouse, kKey, kInsertText, kCopy, kFailed, kMessage,
-  kNavigated, kFrame, kSelection, FakeHost, u32, u64, readNavigated, mouse, key, kPage,
+  kNavigated, kFrame, kSelection, kProcessFailed, FakeHost, u32, u64, readNavigated, mouse, key, kPage,
   browserProcesses, profileOf, untilGone,
 } from './browser_fake_host.mjs';
 
@@ -158,6 +160,58 @@ describe('one page', () => {
     const html = '<body>' + 'x'.repeat(1_572_834 - 6);
     assert.equal((await host.load(html, 11n)).success, true);
     assert.equal(await page.evaluate('document.body.textContent.length'), 1_572_828);
+  });
+});
+
+describe('a browser that fails', () => {
+  /** A bridge with one page; {bridge, host, page}. */
+  async function open(t) {
+    const bridge = await startBridge({ port: 0 });
+    t.after(() => bridge.close());
+    const host = await FakeHost.connect(bridge.port);
+    await host.open();
+    const page = await bridge.waitForPage();
+    await host.load(kPage, 1n);
+    await host.message();
+    return { bridge, host, page };
+  }
+
+  it('tells that the page\'s process has ended, and shows the next document', async (t) => {
+    const { host, page } = await open(t);
+    await page.failProcess(FailedProcess.renderer);
+    assert.equal((await host.next(kProcessFailed)).readUInt32LE(0), FailedProcess.renderer);
+    host.send(kPostJson, '"for nobody"');
+    host.frames = [];
+    assert.equal((await host.load(kPage, 2n)).success, true);
+    assert.deepEqual((await host.message()).json, '{"ready":true}');
+    host.send(kPostJson, '"for the next"');
+    await page.waitFor('got.length === 1 && got[0] === "for the next"');
+    await host.next(kFrame);
+    await page.type('#name', '新页');
+    await page.click('#send');
+    assert.equal((await host.message()).text, '新页');
+  });
+
+  it('tells the same when that process is killed', async (t) => {
+    const { host, page } = await open(t);
+    for (const pid of await rendererProcesses(page.pid)) process.kill(pid, 'SIGKILL');
+    assert.equal((await host.next(kProcessFailed)).readUInt32LE(0), FailedProcess.renderer);
+    assert.equal((await host.load(kPage, 2n)).success, true);
+  });
+
+  it('ends the connection with the browser', async (t) => {
+    const { host, page } = await open(t);
+    await page.failProcess(FailedProcess.browser);
+    await host.closed;
+  });
+
+  it('says of any other process that it has failed', async (t) => {
+    const { host, page } = await open(t);
+    for (const kind of [FailedProcess.unresponsive, 3, 4, 5, FailedProcess.gpu, 7, 8, 9]) {
+      await page.failProcess(kind);
+      assert.equal((await host.next(kProcessFailed)).readUInt32LE(0), kind);
+    }
+    assert.equal(await page.evaluate('document.title'), '测试页');
   });
 });
 

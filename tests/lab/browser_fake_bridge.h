@@ -61,6 +61,9 @@ class FakeBridge {
     ::send(peer_, bytes.data(), static_cast<int>(bytes.size()), 0);
   }
 
+  // Ends the connection, as the bridge does when its browser has exited.
+  void HangUp() { ::shutdown(peer_, SD_BOTH); }
+
   // The next frame of that kind; others before it are dropped. Nothing after five seconds.
   std::optional<Received> Next(uint8_t kind) {
     std::unique_lock guard(lock_);

@@ -24,6 +24,7 @@ export const kMessage = 103;
 export const kNavigated = 104;
 export const kFrame = 105;
 export const kSelection = 106;
+export const kProcessFailed = 107;
 
 /** The DLL's side, written against the frame table and not with the bridge's own code. */
 export class FakeHost {

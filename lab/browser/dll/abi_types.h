@@ -34,6 +34,11 @@ enum COREWEBVIEW2_MOVE_FOCUS_REASON : int {
 
 using COREWEBVIEW2_WEB_ERROR_STATUS = int;
 
+enum COREWEBVIEW2_PROCESS_FAILED_KIND : int {
+  kBrowserProcessExited = 0,
+  kRenderProcessExited = 1,
+};
+
 // What every call answers after Close and after the parent window is gone.
 inline constexpr HRESULT kInvalidState = static_cast<HRESULT>(0x8007139F);
 
@@ -52,6 +57,8 @@ inline constexpr IID kIidWebMessageArgs = {
     0x0f99a40c, 0xe962, 0x4207, {0x9e, 0x92, 0xe3, 0xd5, 0x42, 0xef, 0xf8, 0x49}};
 inline constexpr IID kIidNavigationCompletedArgs = {
     0x30d68b7d, 0x20d9, 0x4752, {0xa9, 0xca, 0xec, 0x84, 0x48, 0xfb, 0xb5, 0xc1}};
+inline constexpr IID kIidProcessFailedArgs = {
+    0x8155a9a4, 0x1474, 0x4a86, {0x8c, 0xae, 0x15, 0x1b, 0x0f, 0xa6, 0xb8, 0xca}};
 inline constexpr IID kIidEnvironmentCompletedHandler = {
     0x4e8a3389, 0xc9d8, 0x4bd2, {0xb6, 0xb5, 0x12, 0x4f, 0xee, 0x6c, 0xc1, 0x4d}};
 
@@ -73,6 +80,14 @@ struct ICoreWebView2NavigationCompletedEventArgs : public IUnknown {
   ~ICoreWebView2NavigationCompletedEventArgs() = default;
 };
 
+struct ICoreWebView2ProcessFailedEventArgs : public IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE
+  get_ProcessFailedKind(COREWEBVIEW2_PROCESS_FAILED_KIND* kind) = 0;  // 3
+
+ protected:
+  ~ICoreWebView2ProcessFailedEventArgs() = default;
+};
+
 // The host's callback objects: one method in slot 3. What Invoke is given is borrowed.
 template <typename First, typename Second>
 struct Handler : public IUnknown {
@@ -88,6 +103,7 @@ using WebMessageReceivedHandler =
     Handler<ICoreWebView2*, ICoreWebView2WebMessageReceivedEventArgs*>;
 using NavigationCompletedHandler =
     Handler<ICoreWebView2*, ICoreWebView2NavigationCompletedEventArgs*>;
+using ProcessFailedHandler = Handler<ICoreWebView2*, ICoreWebView2ProcessFailedEventArgs*>;
 
 // A method that the stand-in does not serve; its slot is there. The arguments do not matter to the
 // caller's side: on x64 the caller cleans up.

@@ -16,11 +16,13 @@ struct ICoreWebView2 : public IUnknown {
   virtual HRESULT STDMETHODCALLTYPE add_NavigationCompleted(
       NavigationCompletedHandler* handler, EventRegistrationToken* token) = 0;  // 15
   virtual HRESULT STDMETHODCALLTYPE remove_NavigationCompleted(EventRegistrationToken token) = 0;
-  LAB_EVENT_NOT_SERVED(FrameNavigationStarting)                                // 17, 18
-  LAB_EVENT_NOT_SERVED(FrameNavigationCompleted)                               // 19, 20
-  LAB_EVENT_NOT_SERVED(ScriptDialogOpening)                                    // 21, 22
-  LAB_EVENT_NOT_SERVED(PermissionRequested)                                    // 23, 24
-  LAB_EVENT_NOT_SERVED(ProcessFailed)                                          // 25, 26
+  LAB_EVENT_NOT_SERVED(FrameNavigationStarting)   // 17, 18
+  LAB_EVENT_NOT_SERVED(FrameNavigationCompleted)  // 19, 20
+  LAB_EVENT_NOT_SERVED(ScriptDialogOpening)       // 21, 22
+  LAB_EVENT_NOT_SERVED(PermissionRequested)       // 23, 24
+  virtual HRESULT STDMETHODCALLTYPE add_ProcessFailed(ProcessFailedHandler* handler,
+                                                      EventRegistrationToken* token) = 0;  // 25
+  virtual HRESULT STDMETHODCALLTYPE remove_ProcessFailed(EventRegistrationToken token) = 0;
   LAB_NOT_SERVED(AddScriptToExecuteOnDocumentCreated, LPCWSTR, IUnknown*)      // 27
   LAB_NOT_SERVED(RemoveScriptToExecuteOnDocumentCreated, LPCWSTR)              // 28
   LAB_NOT_SERVED(ExecuteScript, LPCWSTR, IUnknown*)                            // 29

@@ -36,4 +36,10 @@ HRESULT NavigationCompletedArgs::get_NavigationId(UINT64* id) {
   return S_OK;
 }
 
+HRESULT ProcessFailedArgs::get_ProcessFailedKind(COREWEBVIEW2_PROCESS_FAILED_KIND* kind) {
+  if (kind == nullptr) return E_POINTER;
+  *kind = kind_;
+  return S_OK;
+}
+
 }  // namespace browser

@@ -39,4 +39,18 @@ class NavigationCompletedArgs final
   const FinishedNavigation navigation_;
 };
 
+class ProcessFailedArgs final
+    : public ComObject<ICoreWebView2ProcessFailedEventArgs, &kIidProcessFailedArgs> {
+ public:
+  explicit ProcessFailedArgs(COREWEBVIEW2_PROCESS_FAILED_KIND kind) : kind_(kind) {}
+
+  HRESULT STDMETHODCALLTYPE get_ProcessFailedKind(COREWEBVIEW2_PROCESS_FAILED_KIND* kind) override;
+
+ private:
+  ~ProcessFailedArgs() = default;
+  void Destroy() override { delete this; }
+
+  const COREWEBVIEW2_PROCESS_FAILED_KIND kind_;
+};
+
 }  // namespace browser

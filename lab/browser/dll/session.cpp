@@ -63,7 +63,7 @@ void Session::Close() {
 
 HRESULT Session::Check() const {
   if (!dispatcher_->IsOwnThread()) return RPC_E_WRONG_THREAD;
-  return closed_ ? kInvalidState : S_OK;
+  return closed_ || browserGone_ ? kInvalidState : S_OK;
 }
 
 void Session::Read(uint16_t port, SIZE size) noexcept {
@@ -73,7 +73,7 @@ void Session::Read(uint16_t port, SIZE size) noexcept {
       Frame frame{};
       while (link_.Receive(frame)) OnFrame(std::move(frame));
     }
-    Post([](Session& self) { self.Finish(E_FAIL); });  // no effect once it has been created
+    Post([](Session& self) { self.OnBrowserGone(); });
   } catch (const std::exception& error) {
     Log("reader ended: %s", error.what());
   }
@@ -96,6 +96,12 @@ void Session::OnFrame(Frame frame) {
     case ToHost::Navigated:
       Post([navigation = ReadNavigated(frame.body)](Session& self) {
         if (self.events_ != nullptr) self.events_->OnNavigated(navigation);
+      });
+      break;
+    case ToHost::ProcessFailed:
+      Post([kind = BodyReader(frame.body).U32()](Session& self) {
+        if (self.events_ == nullptr) return;
+        self.events_->OnProcessFailed(static_cast<COREWEBVIEW2_PROCESS_FAILED_KIND>(kind));
       });
       break;
     case ToHost::Frame: {
@@ -124,6 +130,13 @@ void Session::Finish(HRESULT result) {
   const std::shared_ptr<Session> keep = shared_from_this();
   if (FAILED(result)) Close();
   created(result);
+}
+
+// A control that has come up tells of it once; every later call is refused.
+void Session::OnBrowserGone() {
+  if (created_) return Finish(E_FAIL);
+  browserGone_ = true;
+  if (events_ != nullptr) events_->OnProcessFailed(kBrowserProcessExited);
 }
 
 void Session::OnWindowGone() {

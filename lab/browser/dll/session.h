@@ -33,6 +33,7 @@ class SessionEvents {
  public:
   virtual void OnPosted(const PostedMessage& message) = 0;
   virtual void OnNavigated(const FinishedNavigation& navigation) = 0;
+  virtual void OnProcessFailed(COREWEBVIEW2_PROCESS_FAILED_KIND kind) = 0;
 
  protected:
   ~SessionEvents() = default;
@@ -59,7 +60,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // Ends browser, threads and window; safe to call again.
   void Close();
 
-  // S_OK, or why a call is refused: the wrong thread, or closed.
+  // S_OK, or why a call is refused: the wrong thread, closed, or a browser that has exited.
   [[nodiscard]] HRESULT Check() const;
   bool Send(FromHost kind, const BodyWriter& body) { return link_.Send(kind, body); }
   ViewWindow& Window() { return window_; }
@@ -73,10 +74,13 @@ class Session : public std::enable_shared_from_this<Session> {
   void Finish(HRESULT result);
   void Post(std::function<void(Session&)> task);
   void OnWindowGone();
+  // The link has ended by itself, and with it the browser.
+  void OnBrowserGone();
 
   const std::shared_ptr<Dispatcher> dispatcher_;
   Link link_;
   std::atomic<bool> closed_{false};
+  bool browserGone_ = false;  // own thread only
   Created created_;
   SessionEvents* events_ = nullptr;
   std::shared_ptr<Session> keepAlive_;

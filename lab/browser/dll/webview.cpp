@@ -29,6 +29,7 @@ WebView::WebView(std::shared_ptr<Session> session)
 void WebView::Detach() {
   session_->SetEvents(nullptr);
   navigationCompleted_.Clear();
+  processFailed_.Clear();
   messageReceived_.Clear();
 }
 
@@ -87,6 +88,17 @@ HRESULT WebView::remove_NavigationCompleted(EventRegistrationToken token) {
   return FAILED(refused) ? refused : navigationCompleted_.Remove(token);
 }
 
+HRESULT WebView::add_ProcessFailed(ProcessFailedHandler* handler, EventRegistrationToken* token) {
+  const HRESULT refused = session_->Check();
+  Log("add_ProcessFailed: %08lx", static_cast<unsigned long>(refused));
+  return FAILED(refused) ? refused : processFailed_.Add(handler, token);
+}
+
+HRESULT WebView::remove_ProcessFailed(EventRegistrationToken token) {
+  const HRESULT refused = session_->Check();
+  return FAILED(refused) ? refused : processFailed_.Remove(token);
+}
+
 HRESULT WebView::add_WebMessageReceived(WebMessageReceivedHandler* handler,
                                         EventRegistrationToken* token) {
   const HRESULT refused = session_->Check();
@@ -126,6 +138,13 @@ void WebView::OnPosted(const PostedMessage& message) {
   const ComPtr<WebView> self(this);
   const auto arguments = ComPtr<WebMessageArgs>::Adopt(new WebMessageArgs(message));
   messageReceived_.Invoke(static_cast<ICoreWebView2*>(this), arguments.Get());
+}
+
+void WebView::OnProcessFailed(COREWEBVIEW2_PROCESS_FAILED_KIND kind) {
+  Log("ProcessFailed %d", static_cast<int>(kind));
+  const ComPtr<WebView> self(this);
+  const auto arguments = ComPtr<ProcessFailedArgs>::Adopt(new ProcessFailedArgs(kind));
+  processFailed_.Invoke(static_cast<ICoreWebView2*>(this), arguments.Get());
 }
 
 void WebView::OnNavigated(const FinishedNavigation& navigation) {

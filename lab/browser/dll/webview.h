@@ -26,6 +26,9 @@ class WebView final : public ComObject<ICoreWebView2, &kIidWebView>, private Ses
   HRESULT STDMETHODCALLTYPE add_NavigationCompleted(NavigationCompletedHandler* handler,
                                                     EventRegistrationToken* token) override;
   HRESULT STDMETHODCALLTYPE remove_NavigationCompleted(EventRegistrationToken token) override;
+  HRESULT STDMETHODCALLTYPE add_ProcessFailed(ProcessFailedHandler* handler,
+                                              EventRegistrationToken* token) override;
+  HRESULT STDMETHODCALLTYPE remove_ProcessFailed(EventRegistrationToken token) override;
   HRESULT STDMETHODCALLTYPE PostWebMessageAsJson(LPCWSTR json) override;
   HRESULT STDMETHODCALLTYPE PostWebMessageAsString(LPCWSTR text) override;
   HRESULT STDMETHODCALLTYPE add_WebMessageReceived(WebMessageReceivedHandler* handler,
@@ -37,6 +40,7 @@ class WebView final : public ComObject<ICoreWebView2, &kIidWebView>, private Ses
   void Destroy() override { delete this; }
   void OnPosted(const PostedMessage& message) override;
   void OnNavigated(const FinishedNavigation& navigation) override;
+  void OnProcessFailed(COREWEBVIEW2_PROCESS_FAILED_KIND kind) override;
   // The session's refusal, else a missing argument, else what LAB_WEBVIEW_FAIL asks for.
   HRESULT CheckNavigation(LPCWSTR argument) const;
   // What holds for every message: the session's refusal, a missing text, messages switched off.
@@ -47,6 +51,7 @@ class WebView final : public ComObject<ICoreWebView2, &kIidWebView>, private Ses
   std::wstring source_ = L"about:blank";
   uint64_t lastNavigation_ = 0;
   HandlerList<NavigationCompletedHandler> navigationCompleted_;
+  HandlerList<ProcessFailedHandler> processFailed_;
   HandlerList<WebMessageReceivedHandler> messageReceived_;
 };
 

@@ -33,6 +33,7 @@ enum class ToHost : uint8_t {
   Navigated = 104,
   Frame = 105,
   Selection = 106,
+  ProcessFailed = 107,
 };
 
 inline constexpr size_t kFrameHeadBytes = 5;
