@@ -53,6 +53,19 @@ export class Program {
       .filter(({ direction, json }) => direction === 'toPage' && json.includes('"t":"apply"')).length >= kStartApplies);
   }
 
+  /** Takes the page that was opened last, ready or not; the old one stays where there is none. */
+  async takeNewestPage() {
+    this.page = (await this.lab.bridge.pages()).at(-1) ?? this.page;
+  }
+
+  /** After the end of the browser: takes the page of the next one, once it shows the program. */
+  async takeNextPage() {
+    const old = this.page.id;
+    this.page = await waitUntil('the page of the next browser', async () =>
+      (await this.lab.bridge.pages()).find(({ id }) => id !== old), kPageReadyMs);
+    await this.page.waitFor('document.querySelector("#s-cards")?.childElementCount > 0', kPageReadyMs);
+  }
+
   /** After an update: takes the page and the log of the program that was started in this one's place. */
   async followUpdate() {
     const old = this.page.id;
