@@ -60,6 +60,26 @@ Entries Split(std::wstring_view list) {
   return entries;
 }
 
+void Add(const Entries& entries, const ProxyOverrideStore& store) {
+  Entries list = Split(store.read());
+  const std::size_t before = list.size();
+  for (const std::wstring& entry : entries) {
+    if (!Has(list, entry)) list.push_back(entry);
+  }
+  if (list.size() > before) store.write(text::Join(list, kSeparator));
+  for (const ProxyOverrideStore& other : store.others) Add(entries, other);
+}
+
+// Whether a list has changed.
+bool Remove(const Entries& entries, const ProxyOverrideStore& store) {
+  Entries list = Split(store.read());
+  bool changed =
+      std::erase_if(list, [&](const std::wstring& entry) { return Has(entries, entry); }) > 0;
+  if (changed) store.write(text::Join(list, kSeparator));
+  for (const ProxyOverrideStore& other : store.others) changed |= Remove(entries, other);
+  return changed;
+}
+
 }  // namespace
 
 std::wstring RouteToBypassEntry(std::wstring_view route) {
@@ -84,24 +104,14 @@ std::wstring AddProxyBypass(const std::vector<std::wstring>& routes,
                             const ProxyOverrideStore& store) {
   const Entries entries = BypassEntriesForRoutes(routes);
   if (entries.empty()) return {};
-  Entries list = Split(store.read());
-  const std::size_t before = list.size();
-  for (const std::wstring& entry : entries) {
-    if (!Has(list, entry)) list.push_back(entry);
-  }
-  if (list.size() > before) store.write(text::Join(list, kSeparator));
+  Add(entries, store);
   return kAdded + text::Join(entries, kSeparator);
 }
 
 std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes,
                                const ProxyOverrideStore& store) {
   const Entries entries = BypassEntriesForRoutes(routes);
-  if (entries.empty()) return {};
-  Entries list = Split(store.read());
-  const auto removed =
-      std::erase_if(list, [&](const std::wstring& entry) { return Has(entries, entry); });
-  if (removed == 0) return {};
-  store.write(text::Join(list, kSeparator));
+  if (entries.empty() || !Remove(entries, store)) return {};
   return kRemoved + text::Join(entries, kSeparator);
 }
 

@@ -7,6 +7,7 @@
 
 // The networks of a connection on the current user's proxy bypass list, so that browsers and other
 // programs reach the site through the tunnel and not through a web proxy, which does not know it.
+// Where the desktop is another user's, those programs are his, and his list holds them, too.
 //
 // Threads: any; called on the worker thread that connects or disconnects. Nothing guards the list
 //          between reading and writing: another program that edits it at that moment may lose.
@@ -16,10 +17,17 @@ namespace diag {
 struct ProxyOverrideStore {
   std::function<std::wstring()> read;  // empty when there is none
   std::function<void(const std::wstring& list)> write;
+  // Lists of other users, which are edited alike, each by itself; no text speaks of them.
+  std::vector<ProxyOverrideStore> others = {};
 };
 
-// The current user's, in the registry; writing it tells running programs. Windows only.
+// The current user's, in the registry, and that of the desktop's user where he is another one;
+// writing tells running programs. Windows only.
 ProxyOverrideStore RealProxyOverride();
+
+// The list of the user with that SID, who must be signed in: otherwise it is empty and nothing is
+// written. Windows only.
+ProxyOverrideStore ProxyOverrideOf(const std::wstring& sid);
 
 // The entry for one route ("10.1.2.0/24" gives "10.1.2.*"): bypass entries know only "*" for whole
 // bytes, so that a prefix between two bytes widens to the shorter one. Empty for a prefix below 8
@@ -35,7 +43,7 @@ std::wstring AddProxyBypass(const std::vector<std::wstring>& routes,
                             const ProxyOverrideStore& store);
 
 // Takes the routes' entries off the list, those too that were there before. Returns the line that
-// names them when the list has changed, else an empty text.
+// names them when a list has changed, else an empty text.
 std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes,
                                const ProxyOverrideStore& store);
 

@@ -1,4 +1,5 @@
 #include "diag/proxy_bypass.h"
+#include "platform/desktop_user.h"
 #include "platform/handles_win.h"
 
 namespace diag {
@@ -9,9 +10,9 @@ constexpr wchar_t kValue[] = L"ProxyOverride";
 constexpr UINT kTellMs = 1500;
 
 // Empty on any failure and for a value that is no string.
-std::wstring ReadProxyOverride() {
+std::wstring ReadProxyOverride(HKEY root) {
   HKEY opened = nullptr;
-  if (::RegOpenKeyExW(HKEY_CURRENT_USER, kKey, 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) {
+  if (::RegOpenKeyExW(root, kKey, 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) {
     return {};
   }
   const platform::RegistryKey key(opened);
@@ -39,10 +40,10 @@ void TellSettingChange() {
                         SMTO_ABORTIFHUNG, kTellMs, nullptr);
 }
 
-void SetValue(const std::wstring& text) {
+void SetValue(HKEY root, const std::wstring& text) {
   HKEY opened = nullptr;
-  if (::RegCreateKeyExW(HKEY_CURRENT_USER, kKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &opened,
-                        nullptr) != ERROR_SUCCESS) {
+  if (::RegCreateKeyExW(root, kKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &opened, nullptr) !=
+      ERROR_SUCCESS) {
     return;
   }
   const platform::RegistryKey key(opened);
@@ -51,15 +52,41 @@ void SetValue(const std::wstring& text) {
                    static_cast<const BYTE*>(static_cast<const void*>(text.c_str())), sizeBytes);
 }
 
-void WriteProxyOverride(const std::wstring& text) {
-  SetValue(text);
+void WriteProxyOverride(HKEY root, const std::wstring& text) {
+  SetValue(root, text);
   TellSettingChange();
+}
+
+// The part of the registry that is the user's own; empty while he is not signed in.
+platform::RegistryKey RootOf(const std::wstring& sid) {
+  HKEY opened = nullptr;
+  const LSTATUS status =
+      ::RegOpenKeyExW(HKEY_USERS, sid.c_str(), 0, KEY_READ | KEY_CREATE_SUB_KEY, &opened);
+  return platform::RegistryKey(status == ERROR_SUCCESS ? opened : nullptr);
 }
 
 }  // namespace
 
 ProxyOverrideStore RealProxyOverride() {
-  return {ReadProxyOverride, WriteProxyOverride};
+  ProxyOverrideStore store{
+      [] { return ReadProxyOverride(HKEY_CURRENT_USER); },
+      [](const std::wstring& text) { WriteProxyOverride(HKEY_CURRENT_USER, text); }};
+  if (const auto user = platform::OtherDesktopUser()) {
+    store.others.push_back(ProxyOverrideOf(user->sid));
+  }
+  return store;
+}
+
+ProxyOverrideStore ProxyOverrideOf(const std::wstring& sid) {
+  return {[sid] {
+            const platform::RegistryKey root = RootOf(sid);
+            return root ? ReadProxyOverride(root.Get()) : std::wstring();
+          },
+          [sid](const std::wstring& text) {
+            if (const platform::RegistryKey root = RootOf(sid)) {
+              WriteProxyOverride(root.Get(), text);
+            }
+          }};
 }
 
 }  // namespace diag

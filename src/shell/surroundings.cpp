@@ -1,7 +1,9 @@
 #include "shell/surroundings.h"
 
 #include "diag/latency_test.h"
+#include "platform/desktop_user.h"
 #include "platform/known_folders.h"
+#include "platform/path.h"
 #include "remote/remote_desktop.h"
 #include "service/connection_jobs.h"
 #include "service/device_resolve.h"
@@ -17,6 +19,16 @@ namespace {
 
 // The browser's data lies where the user can surely write.
 constexpr wchar_t kUserDataFolder[] = L"VelmarineWebUI_Client";
+
+constexpr wchar_t kOtherUser[] =
+    L"提示：本程序以另一账户的权限运行，系统代理旁路同时为桌面用户维护。";
+
+// The browser's processes run as the desktop's user, who may be refused our temporary folder.
+std::wstring DesktopUsersFolder() {
+  const auto user = platform::OtherDesktopUser();
+  if (!user || user->localAppData.empty()) return {};
+  return platform::JoinPath(user->localAppData, kUserDataFolder);
+}
 
 JobTable RealJobs() {
   using settings::JobSettings;
@@ -52,7 +64,9 @@ Surroundings RealSurroundings(const std::wstring& version) {
   };
   real.writeLogLine = WriteLogLine;
   real.createWebHost = [](HWND window, webui::WebHostEvents events) {
-    return webui::WebCreate(window, {platform::TemporaryFolder() + kUserDataFolder, nullptr},
+    if (platform::OtherDesktopUser()) events.log(kOtherUser);
+    return webui::WebCreate(window,
+                            {platform::TemporaryFolder() + kUserDataFolder, DesktopUsersFolder},
                             std::move(events), webui::CreateCoreWebView2EnvironmentWithOptions,
                             webui::PageFromResources);
   };

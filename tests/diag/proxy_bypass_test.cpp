@@ -230,6 +230,50 @@ TEST_F(ProxyBypass, AddingTwiceIsAddingOnce) {
   EXPECT_EQ(writes_, 1);
 }
 
+// A list of some user, and how often it was written.
+struct FakeList {
+  std::wstring list;
+  int writes = 0;
+
+  ProxyOverrideStore Store() {
+    return {[this] { return list; },
+            [this](const std::wstring& written) {
+              list = written;
+              ++writes;
+            }};
+  }
+};
+
+TEST(ProxyBypassOfTwoUsers, EachListIsEditedByItself) {
+  FakeList own{L"localhost"};
+  FakeList desktop{L"10.1.*;intranet"};
+  ProxyOverrideStore store = own.Store();
+  store.others.push_back(desktop.Store());
+  const Entries routes = {L"10.1.0.0/16", L"192.168.5.0/24"};
+  EXPECT_EQ(AddProxyBypass(routes, store), L"已加入系统代理旁路：10.1.*;192.168.5.*");
+  EXPECT_EQ(own.list, L"localhost;10.1.*;192.168.5.*");
+  EXPECT_EQ(desktop.list, L"10.1.*;intranet;192.168.5.*");
+  AddProxyBypass(routes, store);
+  EXPECT_EQ(own.writes, 1);
+  EXPECT_EQ(desktop.writes, 1);
+  EXPECT_EQ(RemoveProxyBypass(routes, store), L"已移除系统代理旁路：10.1.*;192.168.5.*");
+  EXPECT_EQ(own.list, L"localhost");
+  EXPECT_EQ(desktop.list, L"intranet");
+  EXPECT_EQ(RemoveProxyBypass(routes, store), L"");
+  EXPECT_EQ(own.writes, 2);
+  EXPECT_EQ(desktop.writes, 2);
+}
+
+TEST(ProxyBypassOfTwoUsers, AChangeOfTheOtherListAloneIsReported) {
+  FakeList own{L"localhost"};
+  FakeList desktop{L"10.1.*"};
+  ProxyOverrideStore store = own.Store();
+  store.others.push_back(desktop.Store());
+  EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, store), L"已移除系统代理旁路：10.1.*");
+  EXPECT_EQ(own.writes, 0);
+  EXPECT_EQ(desktop.list, L"");
+}
+
 // Whatever is on the list and is none of the routes' stays, in its order, through both.
 TEST_F(ProxyBypass, LeavesEveryForeignEntryOfRandomLists) {
   std::mt19937 random(20260402);

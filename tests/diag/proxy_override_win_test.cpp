@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "diag/proxy_bypass.h"
+#include "platform/desktop_user.h"
 #include "platform/handles_win.h"
 
 namespace diag {
@@ -182,6 +183,27 @@ TEST_F(ProxyOverride, IsSilentWhenItCannotBeWritten) {
   store_.write(L"10.1.*");
   EXPECT_EQ(store_.read(), L"");
   EXPECT_EQ(AddProxyBypass({L"10.1.0.0/16"}, store_), L"已加入系统代理旁路：10.1.*");
+}
+
+// Reached by its user's id as it would be for the desktop's user: only one user is signed in here.
+TEST_F(ProxyOverride, OfAUserIsReachedByHisId) {
+  const ProxyOverrideStore his = ProxyOverrideOf(platform::RealDesktopUserPorts(0).ownSid());
+  store_.write(L"localhost");
+  EXPECT_EQ(his.read(), L"localhost");
+  AddProxyBypass({L"10.1.0.0/16"}, his);
+  EXPECT_EQ(store_.read(), L"localhost;10.1.*");
+  RemoveProxyBypass({L"10.1.0.0/16"}, his);
+  EXPECT_EQ(store_.read(), L"localhost");
+  EXPECT_TRUE(store_.others.empty()) << "the desktop is the program's own user's";
+}
+
+TEST_F(ProxyOverride, OfAUserWhoIsNotSignedInIsNeitherReadNorMade) {
+  constexpr wchar_t kNobody[] = L"S-1-5-21-0-0-0-12345";
+  const ProxyOverrideStore his = ProxyOverrideOf(kNobody);
+  his.write(L"10.1.*");
+  EXPECT_EQ(his.read(), L"");
+  HKEY key = nullptr;
+  EXPECT_NE(::RegOpenKeyExW(HKEY_USERS, kNobody, 0, KEY_READ, &key), ERROR_SUCCESS);
 }
 
 // A top-level window on a thread of its own, as another program has one.

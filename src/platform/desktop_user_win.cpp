@@ -1,0 +1,133 @@
+#include <memory>
+#include <vector>
+
+#include "platform/desktop_user.h"
+#include "platform/handles_win.h"
+#include "platform/mutex.h"
+// After the SDK, which they need.
+#include <knownfolders.h>
+#include <objbase.h>
+#include <sddl.h>
+#include <shlobj.h>
+#include <wtsapi32.h>
+
+namespace platform {
+namespace {
+
+using TokenHandle = ProcessHandle;  // CloseHandle closes it, too
+
+TokenHandle TokenOf(HANDLE process, DWORD access) {
+  HANDLE token = nullptr;
+  if (::OpenProcessToken(process, access, &token) == FALSE) return TokenHandle();
+  return TokenHandle(token);
+}
+
+// Empty for no process, and for one that this program may not ask.
+TokenHandle TokenOfProcess(std::uint32_t id, DWORD access) {
+  if (id == 0) return TokenHandle();
+  const ProcessHandle process(::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
+  return process ? TokenOf(process.Get(), access) : TokenHandle();
+}
+
+std::wstring SidText(PSID sid) {
+  wchar_t* text = nullptr;
+  if (::ConvertSidToStringSidW(sid, &text) == FALSE) return {};
+  const std::unique_ptr<wchar_t, decltype(&::LocalFree)> owned(text, &::LocalFree);
+  return owned.get();
+}
+
+std::wstring SidOfToken(const TokenHandle& token) {
+  if (!token) return {};
+  DWORD sizeBytes = 0;
+  ::GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &sizeBytes);
+  std::vector<std::byte> buffer(sizeBytes);
+  if (buffer.empty() || ::GetTokenInformation(token.Get(), TokenUser, buffer.data(), sizeBytes,
+                                              &sizeBytes) == FALSE) {
+    return {};
+  }
+  return SidText(static_cast<const TOKEN_USER*>(static_cast<void*>(buffer.data()))->User.Sid);
+}
+
+// What the session knows of its user, who is the desktop's: a name, or his computer's or domain's.
+std::wstring SessionText(WTS_INFO_CLASS what) {
+  wchar_t* text = nullptr;
+  DWORD sizeBytes = 0;
+  if (::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, WTS_CURRENT_SESSION, what, &text,
+                                    &sizeBytes) == FALSE) {
+    return {};
+  }
+  const std::unique_ptr<void, decltype(&::WTSFreeMemory)> owned(text, &::WTSFreeMemory);
+  return text == nullptr ? std::wstring() : std::wstring(text);
+}
+
+std::wstring SidOfSession() {
+  const std::wstring name = SessionText(WTSUserName);
+  if (name.empty()) return {};
+  const std::wstring account = SessionText(WTSDomainName) + L"\\" + name;
+  std::vector<std::byte> sid(SECURITY_MAX_SID_SIZE);
+  std::wstring domain(MAX_PATH, L'\0');
+  auto sidBytes = static_cast<DWORD>(sid.size());
+  auto domainUnits = static_cast<DWORD>(domain.size());
+  SID_NAME_USE use = SidTypeUnknown;
+  if (::LookupAccountNameW(nullptr, account.c_str(), sid.data(), &sidBytes, domain.data(),
+                           &domainUnits, &use) == FALSE) {
+    return {};
+  }
+  return use == SidTypeUser ? SidText(sid.data()) : std::wstring();
+}
+
+std::wstring FolderOfToken(const TokenHandle& token) {
+  if (!token) return {};
+  wchar_t* path = nullptr;
+  const HRESULT result =
+      ::SHGetKnownFolderPath(FOLDERID_LocalAppData, KF_FLAG_DEFAULT, token.Get(), &path);
+  const std::unique_ptr<wchar_t, decltype(&::CoTaskMemFree)> owned(path, &::CoTaskMemFree);
+  return SUCCEEDED(result) && path != nullptr ? std::wstring(path) : std::wstring();
+}
+
+// Where the user's own shell has written it down.
+std::wstring FolderInRegistry(const std::wstring& sid) {
+  const std::wstring key =
+      sid + L"\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders";
+  std::wstring path(MAX_PATH, L'\0');
+  auto sizeBytes = static_cast<DWORD>(path.size() * sizeof(wchar_t));
+  if (::RegGetValueW(HKEY_USERS, key.c_str(), L"Local AppData", RRF_RT_REG_SZ, nullptr, path.data(),
+                     &sizeBytes) != ERROR_SUCCESS) {
+    return {};
+  }
+  return path.c_str();
+}
+
+}  // namespace
+
+std::uint32_t ShellProcess() {
+  DWORD process = 0;
+  const HWND shell = ::GetShellWindow();
+  if (shell != nullptr) ::GetWindowThreadProcessId(shell, &process);
+  return process;
+}
+
+DesktopUserPorts RealDesktopUserPorts(std::uint32_t shellProcess) {
+  DesktopUserPorts ports;
+  ports.ownSid = [] { return SidOfToken(TokenOf(::GetCurrentProcess(), TOKEN_QUERY)); };
+  ports.desktopSid = [shellProcess] {
+    const std::wstring sid = SidOfToken(TokenOfProcess(shellProcess, TOKEN_QUERY));
+    return sid.empty() ? SidOfSession() : sid;
+  };
+  ports.localAppData = [shellProcess](const std::wstring& sid) {
+    const std::wstring folder =
+        FolderOfToken(TokenOfProcess(shellProcess, TOKEN_QUERY | TOKEN_IMPERSONATE));
+    return folder.empty() ? FolderInRegistry(sid) : folder;
+  };
+  return ports;
+}
+
+std::optional<DesktopUser> OtherDesktopUser() {
+  static Mutex lock;
+  static std::optional<DesktopUser> found;
+  const MutexLock held(lock);
+  if (!found) found = FindOtherDesktopUser(RealDesktopUserPorts(ShellProcess()));
+  return found;
+}
+
+}  // namespace platform
