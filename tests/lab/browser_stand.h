@@ -28,6 +28,25 @@ inline std::wstring DataFolder() {
   return std::wstring(folder) + L"lab_browser_test";
 }
 
+// What every call answers after Close, after the parent's end and after the browser's exit.
+inline constexpr HRESULT kInvalidState = static_cast<HRESULT>(0x8007139F);
+
+// The object answers for the first ids and for none of the others.
+inline void ExpectAnswers(void* object, std::initializer_list<const wchar_t*> ids,
+                          std::initializer_list<const wchar_t*> refused) {
+  for (const wchar_t* id : ids) {
+    void* out = nullptr;
+    ASSERT_EQ(Query(object, id, &out), S_OK) << id;
+    EXPECT_EQ(out, object);
+    ReleaseRaw(out);
+  }
+  for (const wchar_t* id : refused) {
+    void* out = object;
+    EXPECT_EQ(Query(object, id, &out), E_NOINTERFACE);
+    EXPECT_EQ(out, nullptr);
+  }
+}
+
 // A window with the stand-in's environment, controller and web view, and its bridge faked; each is
 // made as far as a test asks for.
 class Stand : public testing::Test {
