@@ -14,30 +14,39 @@ constexpr milliseconds kBetweenLooks{900};
 constexpr milliseconds kAfterFront{180};
 constexpr milliseconds kAfterPaste{120};
 
-void* AwaitWindow(const std::wstring& rustDeskId, const PasteDesk& desk) {
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    desk.sleep(kBetweenLooks);
-    if (void* const window = desk.findWindow(rustDeskId)) return window;
-  }
-  return nullptr;
+constexpr wchar_t kNeverInFront[] =
+    L"提示：RustDesk 窗口未能切换到前台，访问密码未自动输入，请在 RustDesk 窗口中手动粘贴。";
+
+void Type(const PasteDesk& desk) {
+  desk.sendKey(kKeyControl, true);
+  desk.sendKey(kKeyV, true);
+  desk.sendKey(kKeyV, false);
+  desk.sendKey(kKeyControl, false);
+  if (!desk.sleep(kAfterPaste)) return;
+  desk.sendKey(kKeyReturn, true);
+  desk.sendKey(kKeyReturn, false);
 }
 
 }  // namespace
 
 void PastePassword(const std::wstring& password, const std::wstring& rustDeskId,
                    const PasteDesk& desk) {
-  void* const window = AwaitWindow(rustDeskId, desk);
-  if (window == nullptr) return;
-  desk.copyToClipboard(password);
-  desk.bringToFront(window);
-  desk.sleep(kAfterFront);
-  desk.sendKey(kKeyControl, true);
-  desk.sendKey(kKeyV, true);
-  desk.sendKey(kKeyV, false);
-  desk.sendKey(kKeyControl, false);
-  desk.sleep(kAfterPaste);
-  desk.sendKey(kKeyReturn, true);
-  desk.sendKey(kKeyReturn, false);
+  bool wasThere = false;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (!desk.sleep(kBetweenLooks)) return;
+    void* const window = desk.findWindow(rustDeskId);
+    if (window == nullptr) continue;
+    if (!wasThere) desk.copyToClipboard(password);
+    desk.bringToFront(window);
+    if (!desk.sleep(kAfterFront)) return;
+    if (desk.isInFront(window)) {
+      // The engineer may have copied something else while the window was waited for.
+      if (wasThere) desk.copyToClipboard(password);
+      return Type(desk);
+    }
+    wasThere = true;
+  }
+  if (wasThere) desk.notice(kNeverInFront);
 }
 
 void StartPasswordPaste(const std::wstring& password, const std::wstring& rustDeskId,

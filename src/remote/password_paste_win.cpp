@@ -1,5 +1,7 @@
+#include <condition_variable>
 #include <exception>
-#include <thread>
+#include <mutex>
+#include <utility>
 
 #include "platform/clipboard.h"
 #include "platform/windows_sdk.h"
@@ -42,6 +44,24 @@ void* FindRustDeskWindow(const std::wstring& rustDeskId) {
   return search.found;
 }
 
+// True after the whole time; false as soon as the program is closing.
+bool SleepUnless(const std::stop_token& closing, std::chrono::milliseconds time) {
+  std::mutex lock;
+  std::condition_variable_any never;
+  std::unique_lock<std::mutex> held(lock);
+  never.wait_for(held, closing, time, [] { return false; });
+  return !closing.stop_requested();
+}
+
+// Any window of the same process counts: RustDesk may have put one of its own in front.
+bool IsInFront(void* window) {
+  DWORD wanted = 0;
+  DWORD inFront = 0;
+  ::GetWindowThreadProcessId(static_cast<HWND>(window), &wanted);
+  ::GetWindowThreadProcessId(::GetForegroundWindow(), &inFront);
+  return wanted != 0 && wanted == inFront;
+}
+
 void SendKey(std::uint16_t virtualKey, bool isDown) {
   INPUT input{};
   input.type = INPUT_KEYBOARD;
@@ -52,15 +72,17 @@ void SendKey(std::uint16_t virtualKey, bool isDown) {
 
 }  // namespace
 
-PasteDesk RealPasteDesk() {
+PasteDesk RealPasteDesk(const std::stop_token& closing, PasteNotice notice) {
   PasteDesk desk;
-  desk.sleep = [](std::chrono::milliseconds time) { std::this_thread::sleep_for(time); };
+  desk.sleep = [closing](std::chrono::milliseconds time) { return SleepUnless(closing, time); };
   desk.findWindow = FindRustDeskWindow;
   desk.copyToClipboard = [](const std::wstring& text) {
     return platform::CopyTextToClipboard(text);
   };
   desk.bringToFront = [](void* window) { ::SetForegroundWindow(static_cast<HWND>(window)); };
+  desk.isInFront = IsInFront;
   desk.sendKey = SendKey;
+  desk.notice = std::move(notice);
   return desk;
 }
 

@@ -37,8 +37,10 @@ std::wstring OpenDesktop(const DesktopSession& session, settings::Settings& sett
                          const RemoteDesktopPorts& ports) {
   const RustDeskServer* const server = session.server ? &*session.server : nullptr;
   const std::wstring exePath = ports.rustDesk.find(settings, server);
+  if (ports.closing.stop_requested()) return {};  // finding it may have taken minutes
   if (exePath.empty()) return kNoProgram;
   if (server != nullptr) ports.rustDesk.configure(*server);
+  if (ports.closing.stop_requested()) return {};
   const PasswordCopy copy = CopyPassword(session.accessPassword, ports);
   Launch(exePath, session.rustDeskId, ports.rustDesk);
   if (copy == PasswordCopy::Done) {

@@ -2,8 +2,10 @@
 
 #include <functional>
 #include <span>
+#include <stop_token>
 #include <string>
 
+#include "remote/password_paste.h"
 #include "remote/rustdesk_server.h"
 #include "service/http_transport.h"
 #include "settings/settings.h"
@@ -25,10 +27,12 @@ struct RemoteDesktopPorts {
   // Returns at once; throws std::system_error when no thread can be made.
   std::function<void(const std::wstring& password, const std::wstring& rustDeskId)>
       startPasswordPaste;
+  std::stop_token closing;  // requested when the program ends: nothing is started from then on
 };
 
-// The program's own. Windows only.
-RemoteDesktopPorts RealRemoteDesktopPorts();
+// The program's own; requests and downloads end when `closing` is requested. `notice` takes a line
+// for the engineer's log from the pasting thread, at any time until the process ends. Windows only.
+RemoteDesktopPorts RealRemoteDesktopPorts(const std::stop_token& closing, PasteNotice notice);
 
 // Asks the service for a desktop session of the settings' device, finds and configures RustDesk,
 // starts it with the session's ID, and sees to it that the password is on the clipboard and in
@@ -36,7 +40,8 @@ RemoteDesktopPorts RealRemoteDesktopPorts();
 // failure of the service is such a line too. The settings get an engineerId when they had none, and
 // rustDeskPath once RustDesk was started, whether or not it came up. Throws
 // std::system_error when the pasting thread cannot be made. Blocks, for minutes when RustDesk is
-// downloaded; any thread.
+// downloaded; any thread. Once the program is closing it copies and starts nothing, and the line is
+// for nobody.
 std::wstring StartRemoteDesktop(settings::Settings& settings, const RemoteDesktopPorts& ports);
 
 }  // namespace remote

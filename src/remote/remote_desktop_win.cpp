@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "platform/clipboard.h"
 #include "remote/launch_program.h"
 #include "remote/password_paste.h"
@@ -9,10 +11,10 @@
 namespace remote {
 namespace {
 
-RustDeskPorts RealRustDesk() {
+RustDeskPorts RealRustDesk(const std::stop_token& closing) {
   RustDeskPorts rustDesk;
-  rustDesk.find = [](settings::Settings& settings, const RustDeskServer* server) {
-    return FindRustDesk(settings, server, RealRustDeskFolders(), RealRustDeskProgramPorts());
+  rustDesk.find = [closing](settings::Settings& settings, const RustDeskServer* server) {
+    return FindRustDesk(settings, server, RealRustDeskFolders(), RealRustDeskProgramPorts(closing));
   };
   rustDesk.configure = [](const RustDeskServer& server) {
     ConfigureRustDesk(server, RealRustDeskFolders(), RealRustDeskConfigPorts());
@@ -23,15 +25,17 @@ RustDeskPorts RealRustDesk() {
 
 }  // namespace
 
-RemoteDesktopPorts RealRemoteDesktopPorts() {
+RemoteDesktopPorts RealRemoteDesktopPorts(const std::stop_token& closing, PasteNotice notice) {
   RemoteDesktopPorts ports;
-  ports.sendJsonRequest = service::SendJsonRequest;
-  ports.rustDesk = RealRustDesk();
+  ports.closing = closing;
+  ports.sendJsonRequest = service::RealJsonRequester(closing);
+  ports.rustDesk = RealRustDesk(closing);
   ports.copyToClipboard = [](const std::wstring& text) {
     return platform::CopyTextToClipboard(text);
   };
-  ports.startPasswordPaste = [](const std::wstring& password, const std::wstring& rustDeskId) {
-    StartPasswordPaste(password, rustDeskId, RealPasteDesk());
+  ports.startPasswordPaste = [closing, notice = std::move(notice)](const std::wstring& password,
+                                                                   const std::wstring& rustDeskId) {
+    StartPasswordPaste(password, rustDeskId, RealPasteDesk(closing, notice));
   };
   return ports;
 }

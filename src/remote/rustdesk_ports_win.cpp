@@ -20,9 +20,9 @@ RustDeskFolders RealRustDeskFolders() {
   return folders;
 }
 
-RustDeskProgramPorts RealRustDeskProgramPorts() {
+RustDeskProgramPorts RealRustDeskProgramPorts(const std::stop_token& closing) {
   return {platform::FileSizeBytes, platform::CreateFolders, platform::DeleteFileAt,
-          service::DownloadFile};
+          service::RealDownloader(closing)};
 }
 
 RustDeskConfigPorts RealRustDeskConfigPorts() {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 
 #include "remote/rustdesk_places.h"
@@ -22,8 +23,9 @@ struct RustDeskProgramPorts {
   std::function<bool(const std::wstring& url, const std::wstring& targetPath)> download;
 };
 
-// The program's own: the file system and WinHTTP. Windows only.
-RustDeskProgramPorts RealRustDeskProgramPorts();
+// The program's own: the file system, and WinHTTP, whose download ends when `closing` is requested.
+// Windows only.
+RustDeskProgramPorts RealRustDeskProgramPorts(const std::stop_token& closing);
 
 // The path of an existing program file: rustDeskPath, unless that lies in the runtime folder; one
 // of the usual places; or what DownloadRustDesk() gives. Empty when there is none. `server` is null

@@ -118,6 +118,7 @@ void Quietly(Action action) noexcept {
 
 // Tells the service that what it granted came to nothing, and forgets it.
 void GiveUpConnection(Settings& settings, const ConnectionPorts& ports) noexcept {
+  if (ports.closing.stop_requested()) return;  // a report would not get out; the next run makes it
   const GrantedConnection held = ConnectionInForce(settings);
   if (!held.connectionId.empty()) {
     Quietly([&] { PostReport(held, ports, kReasonTunnelFailed); });

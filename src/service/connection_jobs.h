@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -19,10 +20,12 @@ struct ConnectionPorts {
   JsonRequester sendJsonRequest;
   std::function<std::wstring(const std::vector<std::wstring>& routes)> addProxyBypass;
   std::function<std::wstring(const std::vector<std::wstring>& routes)> removeProxyBypass;
+  std::stop_token closing;  // requested when the program ends
 };
 
-// The program's own: WinHTTP and the system's proxy list. Windows only.
-ConnectionPorts RealConnectionPorts();
+// The program's own: WinHTTP, whose requests end when `closing` is requested, and the system's
+// proxy list. Windows only.
+ConnectionPorts RealConnectionPorts(const std::stop_token& closing);
 
 // Asks the service for a connection and stores what it grants in `job`, saved before the proxy list
 // is touched. Returns the line for the log; a refusal is such a line too and leaves its code in
@@ -40,7 +43,9 @@ std::wstring DisconnectConnection(settings::JobSettings& job, const ConnectionPo
 // The whole connect job: disconnect, authorise, start the tunnel. Since disconnecting sets
 // targetNetwork to "ALL", the job always asks for every shared network. Throws nothing: a failure
 // is reported to the service (when there is a connection id to name), the connection is cleared,
-// and the text is "Error: " and the message, or "Unknown error.".
+// and the text is "Error: " and the message, or "Unknown error.". When the program's end is what
+// cuts it short, a connection that was granted stays in the settings as that of any closed window
+// does: nobody can be told now, and the next connect reports its end.
 std::wstring ConnectJob(settings::JobSettings& job, tunnel::Tunnel& tunnel,
                         const ConnectionPorts& ports);
 

@@ -1,3 +1,5 @@
+#include "service/http_download_win.h"
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -15,17 +17,17 @@
 namespace service {
 namespace {
 
-constexpr std::chrono::milliseconds kDownloadLimit{120000};
-
 // The file that a download grows in. Unless it is moved onto its target, it is deleted with this
-// object, whatever the reason.
+// object, whatever the reason. Until it is whole the system is to delete it with its handle, so
+// that it goes with a process that ends in mid-download, too.
 class PartialFile {
  public:
   explicit PartialFile(const std::wstring& targetPath)
       : targetPath_(targetPath), path_(targetPath + L".download") {
-    file_.Reset(::CreateFileW(path_.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+    file_.Reset(::CreateFileW(path_.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_ALWAYS,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
     exists_ = static_cast<bool>(file_);
+    if (exists_) DeleteWithHandle(true);
   }
   PartialFile(const PartialFile&) = delete;
   PartialFile& operator=(const PartialFile&) = delete;
@@ -36,14 +38,10 @@ class PartialFile {
 
   [[nodiscard]] bool IsOpen() const { return exists_; }
 
-  [[nodiscard]] bool Write(const std::string& bytes) {
-    DWORD writtenBytes = 0;
-    return ::WriteFile(file_.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &writtenBytes,
-                       nullptr) != FALSE &&
-           writtenBytes == bytes.size();
-  }
+  [[nodiscard]] HANDLE Handle() const { return file_.Get(); }
 
   [[nodiscard]] bool MoveOntoTarget() {
+    DeleteWithHandle(false);
     file_.Reset();
     const bool moved = ::MoveFileExW(path_.c_str(), targetPath_.c_str(),
                                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED) != FALSE;
@@ -52,6 +50,14 @@ class PartialFile {
   }
 
  private:
+  // A file system that cannot do it leaves the deleting to the destructor.
+  void DeleteWithHandle(bool deletes) {
+    FILE_DISPOSITION_INFO disposition{};
+    disposition.DeleteFile = deletes ? TRUE : FALSE;
+    ::SetFileInformationByHandle(file_.Get(), FileDispositionInfo, &disposition,
+                                 sizeof(disposition));
+  }
+
   std::wstring targetPath_;
   std::wstring path_;
   platform::FileHandle file_;
@@ -60,34 +66,48 @@ class PartialFile {
 
 // A reply that ends before the length it named is incomplete, even where the system reports no
 // error for it.
-bool ReadWholeBody(HttpExchange& exchange, PartialFile& partial) {
+bool ReadWholeBody(HttpExchange& exchange, const FileWriter& write, const PartialFile& partial) {
   std::uint64_t receivedBytes = 0;
   for (std::string chunk = exchange.ReadChunk(); !chunk.empty(); chunk = exchange.ReadChunk()) {
-    if (!partial.Write(chunk)) return false;
+    if (write(partial.Handle(), chunk) != chunk.size()) return false;
     receivedBytes += chunk.size();
   }
   const std::optional<std::uint64_t> namedBytes = exchange.ContentLengthBytes();
   return !namedBytes || receivedBytes >= *namedBytes;
 }
 
-bool Download(const std::wstring& url, const std::wstring& targetPath) {
-  HttpExchange exchange(L"GET", url, kDownloadLimit);
+bool Download(const FileWriter& write, const std::wstring& url, const std::wstring& targetPath,
+              const std::stop_token& stop) {
+  HttpExchange exchange(L"GET", url, kDownloadLimit, stop);
   exchange.Run({});
   if (!IsHttpSuccess(exchange.Status())) return false;
 
   platform::CreateFolders(platform::ParentFolder(targetPath));
   PartialFile partial(targetPath);
-  return partial.IsOpen() && ReadWholeBody(exchange, partial) && partial.MoveOntoTarget();
+  return partial.IsOpen() && ReadWholeBody(exchange, write, partial) && partial.MoveOntoTarget();
 }
 
 }  // namespace
 
-bool DownloadFile(const std::wstring& url, const std::wstring& targetPath) {
+std::size_t WriteToFile(HANDLE file, const std::string& bytes) {
+  DWORD writtenBytes = 0;
+  const bool written = ::WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()),
+                                   &writtenBytes, nullptr) != FALSE;
+  return written ? writtenBytes : 0;
+}
+
+bool DownloadFileWith(const FileWriter& write, const std::wstring& url,
+                      const std::wstring& targetPath, const std::stop_token& stop) {
   try {
-    return Download(url, targetPath);
+    return Download(write, url, targetPath, stop);
   } catch (const std::runtime_error&) {
     return false;  // the exchange failed; what was there before is untouched
   }
+}
+
+bool DownloadFile(const std::wstring& url, const std::wstring& targetPath,
+                  const std::stop_token& stop) {
+  return DownloadFileWith(WriteToFile, url, targetPath, stop);
 }
 
 }  // namespace service

@@ -1,8 +1,10 @@
 #include "service/http_exchange_win.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "platform/error_text_win.h"
+#include "service/call_wait.h"
 #include "service/http_reply.h"
 #include "service/http_transport.h"
 
@@ -14,11 +16,15 @@
 namespace service {
 namespace {
 
+constexpr char kCancelled[] = "The request was cancelled.";
 constexpr wchar_t kUserAgent[] = L"Velmarine.Native/0.2";
 constexpr wchar_t kJsonHeader[] = L"Content-Type: application/json; charset=utf-8\r\n";
 constexpr int kResolveMs = 10000;
 constexpr int kConnectMs = 10000;
 constexpr int kSendMs = 15000;
+static_assert(std::chrono::milliseconds(kResolveMs + kConnectMs + kSendMs) == kSendLimit);
+constexpr DWORD kReported = WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS |
+                            WINHTTP_CALLBACK_FLAG_SEND_REQUEST | WINHTTP_CALLBACK_FLAG_HANDLES;
 
 [[noreturn]] void ThrowFailure(const char* function, DWORD error) {
   throw std::runtime_error(HttpFailureText(function, platform::SystemErrorText(error)));
@@ -34,21 +40,89 @@ platform::HttpHandle CheckedHandle(HINTERNET made, const char* function) {
 
 }  // namespace
 
+// What the calls of one request work on, and the wait for them.
+struct HttpCall {
+  void Finish(CallResult result) noexcept {
+    sent.Finish(result);
+    wait.Finish(result);
+  }
+
+  CallWait sent;      // for the request to be on its way
+  CallWait wait;      // for the call's end
+  std::string body;   // being sent
+  std::string chunk;  // being read
+};
+
+namespace {
+
+// A request handle's share in the call; the handle's last report gives it up.
+using HandleShare = std::shared_ptr<HttpCall>;
+
+// On the system's threads, or on the exchange's own within a call.
+void CALLBACK OnReport(HINTERNET, DWORD_PTR context, DWORD status, void* information,
+                       DWORD informationBytes) noexcept {
+  auto* const share = reinterpret_cast<HandleShare*>(context);
+  if (share == nullptr) return;
+  HttpCall& call = **share;
+  switch (status) {
+    case WINHTTP_CALLBACK_STATUS_REQUEST_SENT:
+      return call.sent.Finish({});
+    case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
+    case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
+      return call.Finish({});
+    case WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE:
+      return call.Finish({0, *static_cast<const DWORD*>(information)});
+    case WINHTTP_CALLBACK_STATUS_READ_COMPLETE:
+      return call.Finish({0, informationBytes});
+    case WINHTTP_CALLBACK_STATUS_REQUEST_ERROR:
+      return call.Finish({static_cast<const WINHTTP_ASYNC_RESULT*>(information)->dwError, 0});
+    case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING:
+      delete share;
+      return;
+    default:
+      return;
+  }
+}
+
+// From here on `request` reports to `call` and has a share in it.
+void ReportTo(const std::shared_ptr<HttpCall>& call, HINTERNET request) {
+  if (::WinHttpSetStatusCallback(request, OnReport, kReported, 0) ==
+      WINHTTP_INVALID_STATUS_CALLBACK) {
+    ThrowFailure("WinHttpSetStatusCallback", ::GetLastError());
+  }
+  auto share = std::make_unique<HandleShare>(call);
+  auto* context = share.get();
+  if (::WinHttpSetOption(request, WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context)) ==
+      FALSE) {
+    ThrowFailure("WinHttpSetOption", ::GetLastError());
+  }
+  static_cast<void>(share.release());
+}
+
+}  // namespace
+
 ParsedUrl ParseUrl(const std::wstring& url) {
   ParsedUrl parts;
   if (!platform::CrackUrl(url, parts)) ThrowFailure("WinHttpCrackUrl", ::GetLastError());
   return parts;
 }
 
-HttpExchange::HttpExchange(const std::wstring& method, const std::wstring& url,
-                           std::chrono::milliseconds receiveLimit) {
-  const ParsedUrl parts = ParseUrl(url);
-  session_ = CheckedHandle(::WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY,
-                                         WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0),
-                           "WinHttpOpen");
-  // Without them the system's own limits hold, which is no reason to give up.
-  ::WinHttpSetTimeouts(session_.Get(), kResolveMs, kConnectMs, kSendMs,
+platform::HttpHandle OpenHttpSession(std::chrono::milliseconds receiveLimit) {
+  platform::HttpHandle session = CheckedHandle(
+      ::WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
+                    WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC),
+      "WinHttpOpen");
+  // Without them the exchange's own limits hold, which is no reason to give up.
+  ::WinHttpSetTimeouts(session.Get(), kResolveMs, kConnectMs, kSendMs,
                        static_cast<int>(receiveLimit.count()));
+  return session;
+}
+
+HttpExchange::HttpExchange(const std::wstring& method, const std::wstring& url,
+                           std::chrono::milliseconds receiveLimit, std::stop_token stop)
+    : receiveLimit_(receiveLimit), stop_(std::move(stop)), call_(std::make_shared<HttpCall>()) {
+  const ParsedUrl parts = ParseUrl(url);
+  session_ = OpenHttpSession(receiveLimit);
   connection_ = CheckedHandle(::WinHttpConnect(session_.Get(), parts.host.c_str(), parts.port, 0),
                               "WinHttpConnect");
   request_ =
@@ -56,20 +130,45 @@ HttpExchange::HttpExchange(const std::wstring& method, const std::wstring& url,
                                          nullptr, WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
                                          parts.secure ? WINHTTP_FLAG_SECURE : 0),
                     "WinHttpOpenRequest");
+  ReportTo(call_, request_.Get());
 }
 
-void HttpExchange::Run(const std::string& body) {
-  const auto lengthBytes = static_cast<DWORD>(body.size());
-  const wchar_t* header = body.empty() ? WINHTTP_NO_ADDITIONAL_HEADERS : kJsonHeader;
-  const DWORD headerUnits = body.empty() ? 0 : static_cast<DWORD>(-1);  // up to its terminator
-  // The system only reads the bytes; its parameter merely lacks the const.
-  void* data = body.empty() ? WINHTTP_NO_REQUEST_DATA : const_cast<char*>(body.data());
+// Makes `call`, which gives BOOL; a stop that was requested before keeps it from beginning.
+template <typename Call>
+void HttpExchange::Begin(const char* function, const Call& call) {
+  if (stop_.stop_requested()) throw std::runtime_error(kCancelled);
+  call_->sent.Begin();
+  call_->wait.Begin();
+  if (call() == FALSE) ThrowFailure(function, ::GetLastError());
+}
 
-  const bool received = ::WinHttpSendRequest(request_.Get(), header, headerUnits, data, lengthBytes,
-                                             lengthBytes, 0) != FALSE &&
-                        ::WinHttpReceiveResponse(request_.Get(), nullptr) != FALSE;
-  const DWORD error = ::GetLastError();
-  if (!received) ThrowFailure("WinHttpReceiveResponse", error);
+// Waits for what comes of the call; gives the number of bytes that it reports.
+std::uint32_t HttpExchange::Await(const char* function, CallWait& wait,
+                                  std::chrono::milliseconds limit) {
+  const std::optional<CallResult> result = wait.Await(limit, stop_);
+  if (stop_.stop_requested()) throw std::runtime_error(kCancelled);
+  if (!result) ThrowFailure(function, ERROR_WINHTTP_TIMEOUT);
+  if (result->error != 0) ThrowFailure(function, result->error);
+  return result->bytes;
+}
+
+void HttpExchange::Run(std::string body) {
+  constexpr char kName[] = "WinHttpReceiveResponse";  // of both calls
+  call_->body = std::move(body);
+  std::string& sent = call_->body;
+  Begin(kName, [&] {
+    const auto lengthBytes = static_cast<DWORD>(sent.size());
+    const wchar_t* header = sent.empty() ? WINHTTP_NO_ADDITIONAL_HEADERS : kJsonHeader;
+    const DWORD headerUnits = sent.empty() ? 0 : static_cast<DWORD>(-1);  // up to its terminator
+    void* data = sent.empty() ? WINHTTP_NO_REQUEST_DATA : sent.data();
+    return ::WinHttpSendRequest(request_.Get(), header, headerUnits, data, lengthBytes, lengthBytes,
+                                0);
+  });
+  Await(kName, call_->sent, kSendLimit);
+  // Some systems end the call only when the reply begins, which is then already waited for.
+  Await(kName, call_->wait, receiveLimit_);
+  Begin(kName, [&] { return ::WinHttpReceiveResponse(request_.Get(), nullptr); });
+  Await(kName, call_->wait, receiveLimit_);
 }
 
 std::uint32_t HttpExchange::Status() const {
@@ -92,19 +191,18 @@ std::optional<std::uint64_t> HttpExchange::ContentLengthBytes() const {
 }
 
 std::string HttpExchange::ReadChunk() {
-  DWORD availableBytes = 0;
-  if (::WinHttpQueryDataAvailable(request_.Get(), &availableBytes) == FALSE) {
-    ThrowFailure("WinHttpQueryDataAvailable", ::GetLastError());
-  }
+  constexpr char kQuery[] = "WinHttpQueryDataAvailable";
+  constexpr char kRead[] = "WinHttpReadData";
+  Begin(kQuery, [&] { return ::WinHttpQueryDataAvailable(request_.Get(), nullptr); });
+  const DWORD availableBytes = Await(kQuery, call_->wait, receiveLimit_);
   if (availableBytes == 0) return {};
 
-  std::string chunk(availableBytes, '\0');
-  DWORD readBytes = 0;
-  if (::WinHttpReadData(request_.Get(), chunk.data(), availableBytes, &readBytes) == FALSE) {
-    ThrowFailure("WinHttpReadData", ::GetLastError());
-  }
-  chunk.resize(readBytes);
-  return chunk;
+  std::string& chunk = call_->chunk;
+  chunk.assign(availableBytes, '\0');
+  Begin(kRead,
+        [&] { return ::WinHttpReadData(request_.Get(), chunk.data(), availableBytes, nullptr); });
+  chunk.resize(Await(kRead, call_->wait, receiveLimit_));
+  return std::move(chunk);
 }
 
 }  // namespace service

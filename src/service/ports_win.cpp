@@ -3,9 +3,10 @@
 
 namespace service {
 
-ConnectionPorts RealConnectionPorts() {
+ConnectionPorts RealConnectionPorts(const std::stop_token& closing) {
   ConnectionPorts ports;
-  ports.sendJsonRequest = SendJsonRequest;
+  ports.closing = closing;
+  ports.sendJsonRequest = RealJsonRequester(closing);
   ports.addProxyBypass = [](const std::vector<std::wstring>& routes) {
     return diag::AddProxyBypass(routes, diag::RealProxyOverride());
   };

@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <utility>
@@ -80,6 +81,7 @@ struct AppState {
   ResultBox strandedResult;  // of a job whose result the message queue did not take
   int selectedPage = 0;      // of the native tab strip: 0 work, 1 log
   std::thread worker;        // joined before the next job and before the window goes
+  std::stop_source closing;  // of jobs and update check; requested once, when the window closes
   std::atomic<bool> heartbeatRunning{false};
   bool retryArmed = false;
   std::unique_ptr<ComApartment> apartment;  // before what needs it

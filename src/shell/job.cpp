@@ -12,11 +12,23 @@ constexpr wchar_t kErrorPrefix[] = L"Error: ";
 constexpr wchar_t kUnknownError[] = L"Unknown error.";
 constexpr wchar_t kUpdateCheckPrefix[] = L"自动更新检查异常：";
 
+std::wstring Noticed(const UpdateCheck& check, const settings::Settings& settings,
+                     const std::stop_token& closing) {
+  try {
+    return check(settings, closing);
+  } catch (const std::exception& error) {
+    return kUpdateCheckPrefix + text::FromUtf8(error.what());
+  } catch (...) {
+    return std::wstring(kUpdateCheckPrefix) + kUnknownError;
+  }
+}
+
 }  // namespace
 
-std::wstring RunJob(const Job& job, settings::JobSettings& settings, tunnel::Tunnel& tunnel) {
+std::wstring RunJob(const Job& job, settings::JobSettings& settings, tunnel::Tunnel& tunnel,
+                    const JobLink& link) {
   try {
-    return job(settings, tunnel);
+    return job(settings, tunnel, link);
   } catch (const std::exception& error) {
     return kErrorPrefix + text::FromUtf8(error.what());
   } catch (...) {
@@ -44,14 +56,10 @@ void DeliverResult(std::wstring text, const std::function<bool(const std::wstrin
   box.Put(std::move(text));
 }
 
-std::wstring RunUpdateCheck(const UpdateCheck& check, const settings::Settings& settings) {
-  try {
-    return check(settings);
-  } catch (const std::exception& error) {
-    return kUpdateCheckPrefix + text::FromUtf8(error.what());
-  } catch (...) {
-    return std::wstring(kUpdateCheckPrefix) + kUnknownError;
-  }
+std::wstring RunUpdateCheck(const UpdateCheck& check, const settings::Settings& settings,
+                            const std::stop_token& closing) {
+  std::wstring notice = Noticed(check, settings, closing);
+  return closing.stop_requested() ? std::wstring() : notice;
 }
 
 }  // namespace shell

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 
 #include "platform/mutex.h"
@@ -11,11 +12,21 @@
 // What runs beside the window: the worker's jobs and the update check. Pure; any thread.
 namespace shell {
 
+// What a job has of the window that it runs for.
+struct JobLink {
+  std::stop_token closing;  // requested when the window closes: whatever is under way ends
+  // Takes a line for the engineer's log from what the job leaves running, on any thread, also when
+  // job and window have ended.
+  std::function<void(const std::wstring& text)> notice = [](const std::wstring&) {};
+};
+
 // A long action: works on its own copy of the settings, returns the text for the engineer's log.
-using Job = std::function<std::wstring(settings::JobSettings& settings, tunnel::Tunnel& tunnel)>;
+using Job = std::function<std::wstring(settings::JobSettings& settings, tunnel::Tunnel& tunnel,
+                                       const JobLink& link)>;
 
 // Runs `job`. What it throws becomes its text: "Error: " and the message, or "Unknown error.".
-std::wstring RunJob(const Job& job, settings::JobSettings& settings, tunnel::Tunnel& tunnel);
+std::wstring RunJob(const Job& job, settings::JobSettings& settings, tunnel::Tunnel& tunnel,
+                    const JobLink& link);
 
 // A result on its way to a window that did not take it; whoever looks finds it here. Any thread.
 class ResultBox {
@@ -33,10 +44,14 @@ class ResultBox {
 void DeliverResult(std::wstring text, const std::function<bool(const std::wstring&)>& post,
                    const std::function<void()>& pause, ResultBox& box);
 
-// Returns the notice for the engineer; empty when there is nothing to say.
-using UpdateCheck = std::function<std::wstring(const settings::Settings& settings)>;
+// Returns the notice for the engineer; empty when there is nothing to say. Ends soon once `closing`
+// is requested.
+using UpdateCheck =
+    std::function<std::wstring(const settings::Settings& settings, const std::stop_token& closing)>;
 
-// Runs `check`. What it throws becomes the notice that says so.
-std::wstring RunUpdateCheck(const UpdateCheck& check, const settings::Settings& settings);
+// Runs `check`. What it throws becomes the notice that says so; there is none once the window
+// closes.
+std::wstring RunUpdateCheck(const UpdateCheck& check, const settings::Settings& settings,
+                            const std::stop_token& closing);
 
 }  // namespace shell

@@ -34,21 +34,22 @@ JobTable RealJobs() {
   using settings::JobSettings;
   using tunnel::Tunnel;
   JobTable jobs;
-  jobs.connect = [](JobSettings& settings, Tunnel& tunnel) {
-    return service::ConnectJob(settings, tunnel, service::RealConnectionPorts());
+  jobs.connect = [](JobSettings& settings, Tunnel& tunnel, const JobLink& link) {
+    return service::ConnectJob(settings, tunnel, service::RealConnectionPorts(link.closing));
   };
-  jobs.stop = [](JobSettings& settings, Tunnel& tunnel) {
-    return service::StopJob(settings, tunnel, service::RealConnectionPorts());
+  jobs.stop = [](JobSettings& settings, Tunnel& tunnel, const JobLink& link) {
+    return service::StopJob(settings, tunnel, service::RealConnectionPorts(link.closing));
   };
-  jobs.testLatency = [](JobSettings& settings, Tunnel&) {
+  jobs.testLatency = [](JobSettings& settings, Tunnel&, const JobLink&) {
     return diag::RunLatencyTest(settings.record, diag::SendEcho);
   };
-  jobs.openDesktop = [](JobSettings& settings, Tunnel&) {
-    return remote::StartRemoteDesktop(settings.record, remote::RealRemoteDesktopPorts());
+  jobs.openDesktop = [](JobSettings& settings, Tunnel&, const JobLink& link) {
+    return remote::StartRemoteDesktop(settings.record,
+                                      remote::RealRemoteDesktopPorts(link.closing, link.notice));
   };
-  jobs.resolveDevice = [](JobSettings& settings, Tunnel&) {
+  jobs.resolveDevice = [](JobSettings& settings, Tunnel&, const JobLink& link) {
     std::wstring text;
-    service::ResolveDevice(settings.record, service::SendJsonRequest, text);
+    service::ResolveDevice(settings.record, service::RealJsonRequester(link.closing), text);
     return text;
   };
   return jobs;
@@ -59,8 +60,9 @@ JobTable RealJobs() {
 Surroundings RealSurroundings(const std::wstring& version) {
   Surroundings real;
   real.jobs = RealJobs();
-  real.checkForUpdate = [version](const settings::Settings& settings) {
-    return update::CheckForUpdate(settings, update::RealCheckPorts(version));
+  real.checkForUpdate = [version](const settings::Settings& settings,
+                                  const std::stop_token& closing) {
+    return update::CheckForUpdate(settings, update::RealCheckPorts(version, closing));
   };
   real.writeLogLine = WriteLogLine;
   real.createWebHost = [](HWND window, webui::WebHostEvents events) {

@@ -17,8 +17,8 @@ namespace shell {
 LRESULT OnCreate(HWND window, LPARAM lParam) noexcept;
 // The page's control has to be closed while its window is still whole.
 LRESULT OnClose(AppState& state);
-// Ends retry, tunnel and worker; the central service is not told. What the tunnel's stop throws is
-// dropped: nobody is left to read it.
+// Ends retry, tunnel, worker and whatever request is under way; the central service is not told.
+// What the tunnel's stop throws is dropped: nobody is left to read it.
 LRESULT OnDestroy(AppState& state);
 LRESULT OnGone(AppState& state, WPARAM wParam, LPARAM lParam);
 

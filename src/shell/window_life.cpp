@@ -43,17 +43,18 @@ void StartPage(AppState& state) {
 }
 
 // The update check's thread.
-void CheckForUpdate(HWND window, const UpdateCheck& check,
-                    const settings::Settings& settings) noexcept {
-  std::wstring notice = RunUpdateCheck(check, settings);
+void CheckForUpdate(HWND window, const UpdateCheck& check, const settings::Settings& settings,
+                    const std::stop_token& closing) noexcept {
+  std::wstring notice = RunUpdateCheck(check, settings, closing);
   if (!notice.empty()) PostText(window, kNotice, std::move(notice));
 }
 
 // No thread to be had ends the program.
 void StartUpdateCheck(const AppState& state) noexcept {
-  platform::StartDetached(
-      [window = state.window, check = state.surroundings.checkForUpdate,
-       settings = state.settings.Read()] { CheckForUpdate(window, check, settings); });
+  platform::StartDetached([window = state.window, check = state.surroundings.checkForUpdate,
+                           settings = state.settings.Read(), closing = state.closing.get_token()] {
+    CheckForUpdate(window, check, settings, closing);
+  });
 }
 
 // The tunnel's threads tell the window by message.
@@ -90,7 +91,7 @@ void Create(AppState& state, HWND window) {
 
 void StopTunnel(AppState& state) noexcept {
   try {
-    state.tunnel->Stop();
+    state.tunnel->StopForGood();
   } catch (...) {  // the window goes all the same
   }
 }
@@ -110,12 +111,15 @@ LRESULT OnCreate(HWND window, LPARAM lParam) noexcept {
 }
 
 LRESULT OnClose(AppState& state) {
+  state.closing.request_stop();
   if (state.web) state.web->Close();
   ::DestroyWindow(state.window);
   return 0;
 }
 
+// First all that could keep the worker waiting, then the wait, then what the job has left.
 LRESULT OnDestroy(AppState& state) {
+  state.closing.request_stop();
   if (state.web) state.web->Close();
   DisarmRetry(state);
   StopTunnel(state);

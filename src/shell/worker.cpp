@@ -36,7 +36,9 @@ class BusyEnd {
 void Work(AppState& state, HWND window, const Job& job,
           std::unique_ptr<settings::JobSettings> settings) noexcept {
   constexpr DWORD kPauseMs = 50;
-  std::wstring text = RunJob(job, *settings, *state.tunnel);
+  const JobLink link{state.closing.get_token(),
+                     [window](const std::wstring& line) { PostText(window, kNotice, line); }};
+  std::wstring text = RunJob(job, *settings, *state.tunnel, link);
   settings.reset();
   DeliverResult(
       std::move(text),
@@ -63,7 +65,7 @@ void JoinWorker(AppState& state) noexcept {
 }
 
 void StartWorker(AppState& state, const std::wstring& busyText, const Job& job) {
-  if (state.busy.exchange(true)) return;
+  if (state.closing.stop_requested() || state.busy.exchange(true)) return;
   BusyEnd unlessStarted(state.busy);
   JoinWorker(state);
   TakeFields(state);

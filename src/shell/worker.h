@@ -11,7 +11,8 @@ namespace shell {
 void JoinWorker(AppState& state) noexcept;
 
 // Takes the form's fields, saves them and starts `job` on the worker, with `busyText` as the
-// status. Dropped without a trace while another job runs. The result comes back as kJobFinished.
+// status. Dropped without a trace while another job runs and once the window closes. The result
+// comes back as kJobFinished.
 void StartWorker(AppState& state, const std::wstring& busyText, const Job& job);
 
 // The job has ended with `text`: shows what it has left and the text, and decides whether the

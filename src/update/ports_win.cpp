@@ -43,12 +43,13 @@ void WriteUpdateLog(std::wstring_view message) {
                          text::ToUtf8(UpdateLogLine(platform::LocalTimeNow(), message)));
 }
 
-CheckPorts RealCheckPorts(const std::wstring& currentVersion) {
+CheckPorts RealCheckPorts(const std::wstring& currentVersion, const std::stop_token& closing) {
   CheckPorts ports;
+  ports.closing = closing;
   ports.currentVersion = currentVersion;
   ports.downloadTarget = TemporaryPath(kDownloadName);
-  ports.sendJsonRequest = service::SendJsonRequest;
-  ports.downloadFile = service::DownloadFile;
+  ports.sendJsonRequest = service::RealJsonRequester(closing);
+  ports.downloadFile = service::RealDownloader(closing);
   ports.startUpdater = [](const std::wstring& downloadedPath) {
     return StartUpdater(downloadedPath, RealUpdaterPorts());
   };

@@ -29,6 +29,10 @@ std::wstring Install(const std::wstring& url, const std::wstring& version,
   if (ports.downloadTarget.empty() || !ports.downloadFile(url, ports.downloadTarget)) {
     return kDownloadFailed + version;
   }
+  if (ports.closing.stop_requested()) {
+    ports.deleteFile(ports.downloadTarget);
+    return {};
+  }
   if (!ports.startUpdater(ports.downloadTarget)) {
     ports.deleteFile(ports.downloadTarget);
     return kUpdaterNotStarted + version;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <stop_token>
 #include <string>
 
 #include "service/http_transport.h"
@@ -25,20 +26,22 @@ struct CheckPorts {
   std::wstring currentVersion;  // of the program that asks
   std::wstring downloadTarget;  // a path; empty when there is no temporary folder
   service::JsonRequester sendJsonRequest;
-  std::function<bool(const std::wstring& url, const std::wstring& targetPath)> downloadFile;
+  service::Downloader downloadFile;
   std::function<bool(const std::wstring& downloadedPath)> startUpdater;
   std::function<void(const std::wstring& path)> deleteFile;
   std::function<void()> endProcess;  // does not return in the program
+  std::stop_token closing;           // requested when the program ends
 };
 
 // Asks the service for a newer version, once; gives one line for the log. A forced update is
 // installed at once and without asking: it is downloaded, the replacement process is started, and
 // the running program ends from one moment to the next, on this thread. Any failure leaves the
-// program as it was. Throws std::runtime_error when the service cannot be reached or answers with
-// broken JSON. Blocks; any thread.
+// program as it was; so does the program's closing before the replacement process is started, and
+// the line is for nobody then. Throws std::runtime_error when the service cannot be reached or
+// answers with broken JSON. Blocks; any thread.
 std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts& ports);
 
 // The program's own. Windows only.
-CheckPorts RealCheckPorts(const std::wstring& currentVersion);
+CheckPorts RealCheckPorts(const std::wstring& currentVersion, const std::stop_token& closing);
 
 }  // namespace update

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <future>
 #include <memory>
@@ -24,46 +25,62 @@ class FakeDesk {
     PasteDesk desk;
     desk.sleep = [this](std::chrono::milliseconds time) {
       Note(L"sleep " + std::to_wstring(time.count()));
+      return ++sleeps_ != closesInSleep;
     };
     desk.findWindow = [this](const std::wstring& id) -> void* {
       Note(L"look for " + id);
-      return ++looks_ == shownAtLook_ ? &window_ : nullptr;
+      ++looks_;
+      return shownAtLook_ > 0 && looks_ >= shownAtLook_ ? &window_ : nullptr;
     };
     desk.copyToClipboard = [this](const std::wstring& text) {
       Note(L"copy " + text);
       return copies;
     };
     desk.bringToFront = [this](void* given) { Note(given == &window_ ? L"front" : L"stranger"); };
+    desk.isInFront = [this](void* given) {
+      Note(given == &window_ ? L"in front?" : L"stranger?");
+      return looks_ >= inFrontAtLook;
+    };
     desk.sendKey = [this](std::uint16_t key, bool isDown) {
       Note((isDown ? L"down " : L"up ") + std::to_wstring(key));
     };
+    desk.notice = [this](const std::wstring& text) { notices.push_back(text); };
     return desk;
   }
 
   Events events;
+  Events notices;
   bool copies = true;
+  int inFrontAtLook = 0;  // before, the window does not come to the front
+  int closesInSleep = 0;  // the n-th; 0: never
 
  private:
   void Note(const std::wstring& event) { events.push_back(event); }
 
   const int shownAtLook_;
   int looks_ = 0;
+  int sleeps_ = 0;
   int window_ = 0;
 };
 
-Events Looks(int count) {
+const Events kLook = {L"sleep 900", L"look for 987"};
+const Events kFront = {L"front", L"sleep 180", L"in front?"};
+const Events kCopy = {L"copy pw"};
+const Events kKeys = {L"down 17",   L"down 86", L"up 86", L"up 17",
+                      L"sleep 120", L"down 13", L"up 13"};
+
+Events Joined(const std::vector<Events>& parts) {
   Events events;
-  for (int look = 0; look < count; ++look) {
-    events.insert(events.end(), {L"sleep 900", L"look for 987"});
-  }
+  for (const Events& part : parts) events.insert(events.end(), part.begin(), part.end());
   return events;
 }
 
+Events Looks(int count) {
+  return Joined(std::vector<Events>(static_cast<std::size_t>(count), kLook));
+}
+
 Events LooksAndPasting(int count) {
-  Events events = Looks(count);
-  events.insert(events.end(), {L"copy pw", L"front", L"sleep 180", L"down 17", L"down 86", L"up 86",
-                               L"up 17", L"sleep 120", L"down 13", L"up 13"});
-  return events;
+  return Joined({Looks(count), kCopy, kFront, kKeys});
 }
 
 TEST(PastePassword, PastesAndPressesEnterOnceTheWindowIsThere) {
@@ -71,6 +88,7 @@ TEST(PastePassword, PastesAndPressesEnterOnceTheWindowIsThere) {
     FakeDesk fake(look);
     PastePassword(L"pw", L"987", fake.Desk());
     EXPECT_EQ(fake.events, LooksAndPasting(look)) << look;
+    EXPECT_EQ(fake.notices, Events{});
   }
 }
 
@@ -79,6 +97,39 @@ TEST(PastePassword, GivesUpAfterTenLooks) {
     FakeDesk fake(look);
     PastePassword(L"pw", L"987", fake.Desk());
     EXPECT_EQ(fake.events, Looks(10)) << look;
+    EXPECT_EQ(fake.notices, Events{});
+  }
+}
+
+TEST(PastePassword, TriesAgainAtTheNextLookWhenTheWindowIsNotInFront) {
+  FakeDesk fake(2);
+  fake.inFrontAtLook = 4;
+  PastePassword(L"pw", L"987", fake.Desk());
+  EXPECT_EQ(fake.events,
+            Joined({Looks(2), kCopy, kFront, kLook, kFront, kLook, kFront, kCopy, kKeys}));
+  EXPECT_EQ(fake.notices, Events{});
+}
+
+TEST(PastePassword, TypesNothingWhenTheWindowNeverIsInFrontAndSaysSo) {
+  FakeDesk fake(9);
+  fake.inFrontAtLook = 11;
+  PastePassword(L"pw", L"987", fake.Desk());
+  EXPECT_EQ(fake.events, Joined({Looks(9), kCopy, kFront, kLook, kFront}));
+  ASSERT_EQ(fake.notices.size(), 1u);
+  EXPECT_NE(fake.notices[0].find(L"手动粘贴"), std::wstring::npos);
+  EXPECT_EQ(fake.notices[0].find(L"pw"), std::wstring::npos);
+}
+
+TEST(PastePassword, TypesNothingMoreOnceTheProgramCloses) {
+  const Events all = LooksAndPasting(2);  // with four sleeps
+  for (const int sleep : {1, 2, 3, 4}) {
+    FakeDesk fake(2);
+    fake.closesInSleep = sleep;
+    PastePassword(L"pw", L"987", fake.Desk());
+    const auto last = std::ranges::find_if(all, [left = sleep](const std::wstring& event) mutable {
+      return event.starts_with(L"sleep") && --left == 0;
+    });
+    EXPECT_EQ(fake.events, Events(all.begin(), last + 1)) << sleep;
   }
 }
 
@@ -97,10 +148,11 @@ struct Held {
 
 PasteDesk DeskHolding(const std::shared_ptr<Held>& held) {
   PasteDesk desk;
-  desk.sleep = [held](std::chrono::milliseconds) {};
+  desk.sleep = [held](std::chrono::milliseconds) { return true; };
   desk.findWindow = [](const std::wstring&) -> void* { return nullptr; };
   desk.copyToClipboard = [](const std::wstring&) { return true; };
   desk.bringToFront = [](void*) {};
+  desk.isInFront = [](void*) { return true; };
   desk.sendKey = [](std::uint16_t, bool) {};
   return desk;
 }

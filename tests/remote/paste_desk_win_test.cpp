@@ -32,7 +32,7 @@ class TestWindow {
 };
 
 HWND Find(const std::wstring& id = kId) {
-  return static_cast<HWND>(RealPasteDesk().findWindow(id));
+  return static_cast<HWND>(RealPasteDesk({}, {}).findWindow(id));
 }
 
 TEST(PasteDeskWindows, AreNoneAmongDecoys) {
@@ -106,13 +106,14 @@ TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
   ::SetForegroundWindow(decoy.Get());
   pump.Until([&] { return ::GetForegroundWindow() == decoy.Get(); });
 
-  PasteDesk desk = RealPasteDesk();
+  PasteDesk desk = RealPasteDesk({}, {});
   std::atomic<bool> inFront{false};
   std::atomic<bool> focused{false};
   desk.sleep =
-      [&](std::chrono::milliseconds time) {  // as the real one, once the field has the focus
+      [&, slept = desk.sleep](
+          std::chrono::milliseconds time) {  // as the real one, once the field has the focus
         while (inFront && !focused) std::this_thread::yield();
-        std::this_thread::sleep_for(time);
+        return slept(time);
       };
   desk.bringToFront = [&, real = desk.bringToFront](void* window) {
     real(window);
@@ -134,6 +135,29 @@ TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
   std::wstring text(200, L'\0');
   text.resize(static_cast<std::size_t>(::GetWindowTextW(field, text.data(), 200)));
   EXPECT_EQ(text, password);
+}
+
+TEST(PasteDeskSleep, EndsAtOnceWhenTheProgramCloses) {
+  std::stop_source closing;
+  const PasteDesk desk = RealPasteDesk(closing.get_token(), {});
+  EXPECT_TRUE(desk.sleep(std::chrono::milliseconds(1)));
+  std::thread closer([&closing] { closing.request_stop(); });
+  EXPECT_FALSE(desk.sleep(std::chrono::hours(1)));
+  closer.join();
+  EXPECT_FALSE(desk.sleep(std::chrono::hours(1))) << "stays so";
+}
+
+TEST(PasteDeskFront, IsTheProcessThatHasTheForegroundWindow) {
+  const TestWindow first(L"RustDesk");
+  const TestWindow second(L"Notes");
+  const PasteDesk desk = RealPasteDesk({}, {});
+  Pump pump;
+  desk.bringToFront(second.Get());
+  ASSERT_TRUE(pump.Until([&] { return ::GetForegroundWindow() == second.Get(); }));
+  EXPECT_TRUE(desk.isInFront(second.Get()));
+  EXPECT_TRUE(desk.isInFront(first.Get())) << "another window of the same process";
+  EXPECT_FALSE(desk.isInFront(::GetDesktopWindow())) << "another process's";
+  EXPECT_FALSE(desk.isInFront(nullptr)) << "gone";
 }
 
 }  // namespace

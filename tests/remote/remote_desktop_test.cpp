@@ -38,6 +38,7 @@ class RemoteDesktopTest : public testing::Test {
         throw std::runtime_error("WinHttpReceiveResponse: \xE8\xB6\x85\xE6\x97\xB6");
       return {400, reply};  // the status is not looked at
     };
+    ports.closing = closing_.get_token();
     ports.rustDesk = RustDesk();
     ports.copyToClipboard = [&](const std::wstring& text) {
       computer_.Note(L"copy " + text);
@@ -54,11 +55,13 @@ class RemoteDesktopTest : public testing::Test {
   RustDeskPorts RustDesk() {
     RustDeskPorts rustDesk;
     rustDesk.find = [&](settings::Settings& settings, const RustDeskServer* server) {
+      if (closesAt_ == L"find") closing_.request_stop();
       return FindRustDesk(settings, server, computer_.folders, computer_.ProgramPorts());
     };
     rustDesk.configure = [&](const RustDeskServer& server) {
       computer_.Note(L"configure " + server.rendezvousServer);
       ConfigureRustDesk(server, computer_.folders, computer_.ConfigPorts());
+      if (closesAt_ == L"configure") closing_.request_stop();
     };
     rustDesk.launch = [&](const std::wstring& exePath, std::span<const std::wstring> arguments) {
       computer_.Note(L"launch " + exePath + L" " + JoinArguments(arguments));
@@ -70,6 +73,8 @@ class RemoteDesktopTest : public testing::Test {
 
   FakeComputer computer_;
   settings::Settings settings_;
+  std::stop_source closing_;
+  std::wstring closesAt_;  // the program closes during this step
   bool copies_ = true;
   bool threads_ = true;
   bool serviceFails_ = false;
@@ -198,6 +203,24 @@ TEST_F(RemoteDesktopTest, FilesThatCannotBeWrittenAreNotReported) {
             L"远程桌面已打开：。");
   EXPECT_EQ(computer_.written.size(), 2U);
   EXPECT_EQ(Done().back(), kLaunch.substr(0, kLaunch.find(L'"')));
+}
+
+TEST_F(RemoteDesktopTest, AProgramThatClosesStartsNothing) {
+  for (const wchar_t* const step : {L"find", L"configure"}) {
+    computer_.events.clear();
+    closing_ = std::stop_source();
+    closesAt_ = step;
+    Open(
+        LR"({"success":true,"data":{"rustDeskId":"987","accessPassword":"pw",)"
+        LR"("server":{"rendezvousServer":"r"}}})");
+    for (const std::wstring& event : Done()) {
+      EXPECT_FALSE(event.starts_with(L"copy")) << step;
+      EXPECT_FALSE(event.starts_with(L"launch")) << step;
+      EXPECT_FALSE(event.starts_with(L"paste")) << step;
+    }
+    EXPECT_EQ(Done().size() == 1, closesAt_ == L"find") << "configured";
+    EXPECT_EQ(settings_.rustDeskPath, L"");
+  }
 }
 
 TEST_F(RemoteDesktopTest, WithoutAThreadToPasteOnItFails) {

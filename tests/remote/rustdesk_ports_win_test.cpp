@@ -149,10 +149,10 @@ TEST_F(RealFiles, AProgramIsAFileAndNoFolder) {
   Keep(place);
   settings::Settings settings;
   ASSERT_TRUE(platform::CreateFolders(place));
-  EXPECT_EQ(FindRustDesk(settings, nullptr, folders_, RealRustDeskProgramPorts()), L"");
+  EXPECT_EQ(FindRustDesk(settings, nullptr, folders_, RealRustDeskProgramPorts({})), L"");
   std::filesystem::remove(place);
   ASSERT_TRUE(platform::WriteFileBytes(place, ""));
-  EXPECT_EQ(FindRustDesk(settings, nullptr, folders_, RealRustDeskProgramPorts()), place);
+  EXPECT_EQ(FindRustDesk(settings, nullptr, folders_, RealRustDeskProgramPorts({})), place);
 }
 
 }  // namespace

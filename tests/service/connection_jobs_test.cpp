@@ -42,6 +42,29 @@ TEST_F(ConnectionJobs, ConnectingAuthorizesStartsTheTunnelAndSaves) {
   EXPECT_EQ(world_.LastSaved().routeMappingsText, settings_.routeMappingsText);
 }
 
+// As after any closed window: the connect of the next run reports the connection's end.
+TEST_F(ConnectionJobs, ClosingWhileTheTunnelStartsKeepsTheGrantAndReportsNothing) {
+  world_.Answer(kGrant);
+  world_.onStart = [this] {
+    world_.closing.request_stop();
+    throw std::runtime_error("The tunnel was stopped while it started.");
+  };
+  EXPECT_EQ(Connect(), L"Error: The tunnel was stopped while it started.");
+
+  EXPECT_EQ(world_.requests.size(), 1u);
+  EXPECT_EQ(settings_.connectionId, L"c1");
+  EXPECT_EQ(settings_.granted.connectionId, L"c1");
+  EXPECT_EQ(settings_.routesText, L"192.168.1.0/24\r\n10.0.0.0/8");
+
+  world_.closing = std::stop_source();
+  world_.onStart = nullptr;
+  world_.Answer(LR"({"success":true})");
+  world_.Answer(kGrant);
+  Connect();
+  ASSERT_EQ(world_.requests.size(), 3u);
+  EXPECT_EQ(world_.requests[1].url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
+}
+
 TEST_F(ConnectionJobs, ConnectingGivesTheTunnelWhatWasGranted) {
   settings_.serverUrl = L"192.0.2.10:31080/";
   settings_.discoveryModeEnabled = true;

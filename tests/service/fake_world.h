@@ -4,6 +4,7 @@
 #include <exception>
 #include <functional>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,7 @@ class FakeWorld : public tunnel::Tunnel {
       replies_.pop_front();
       return reply();
     };
+    ports.closing = closing.get_token();
     ports.addProxyBypass = [this](const std::vector<std::wstring>& routes) {
       events.push_back(L"bypass+" + Listed(routes));
       return addText;
@@ -115,6 +117,7 @@ class FakeWorld : public tunnel::Tunnel {
   std::wstring stopText;
   tunnel::TunnelStarted started;
   std::function<void()> onStart;  // may throw
+  std::stop_source closing;       // of the program
 
  private:
   static std::wstring Listed(const std::vector<std::wstring>& routes) {

@@ -8,6 +8,7 @@
 #include "platform/handles_win.h"
 #include "platform/known_folders.h"
 #include "platform/windows_sdk.h"
+#include "service/http_download_win.h"
 #include "service/http_transport.h"
 #include "service/scripted_server_win.h"
 
@@ -181,6 +182,33 @@ TEST_F(DownloadFileTest, APartialFileInUseByAnotherFailsAndStays) {
   }
   EXPECT_EQ(platform::ReadFileBytes(Partial()), "theirs");
   EXPECT_EQ(Target(), "old");
+}
+
+TEST_F(DownloadFileTest, AWriteThatFailsOrIsShortCostsTheDownloadAndNothingElse) {
+  struct WriteRow {
+    const char* name;
+    std::size_t (*second)(const std::string& bytes);
+  };
+  const WriteRow rows[] = {
+      {"full disk", [](const std::string&) { return std::size_t{0}; }},
+      {"short", [](const std::string& bytes) { return bytes.size() - 1; }},
+  };
+  for (const WriteRow& row : rows) {
+    PutOldTarget();
+    int writes = 0;
+    const FileWriter write = [&](HANDLE file, const std::string& bytes) {
+      return ++writes == 1 ? WriteToFile(file, bytes) : row.second(bytes);
+    };
+    ScriptedServer server({"HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nnew", "est"});
+    EXPECT_FALSE(DownloadFileWith(write, server.Url(L"/x"), target_, {})) << row.name;
+    EXPECT_EQ(writes, 2) << row.name;
+    EXPECT_EQ(Target(), "old") << row.name;
+    EXPECT_FALSE(platform::IsFile(Partial())) << row.name;
+  }
+}
+
+TEST_F(DownloadFileTest, WhatTheSystemDoesNotWriteIsNotCounted) {
+  EXPECT_EQ(WriteToFile(INVALID_HANDLE_VALUE, "bytes"), 0u);
 }
 
 TEST_F(DownloadFileTest, AFolderThatCannotBeMadeFails) {

@@ -129,9 +129,15 @@ void ScriptedServer::Serve(const std::vector<RawReply>& replies) {
     if (next >= replies.size()) continue;
     for (std::size_t piece = 0; piece < replies[next].size(); ++piece) {
       if (piece > 0) std::this_thread::sleep_for(kPause);
+      if (IsStopping()) return;
       SendAll(client.Get(), replies[next][piece]);
     }
   }
+}
+
+bool ScriptedServer::IsStopping() {
+  const platform::MutexLock held(lock_);
+  return stopping_;
 }
 
 std::uint16_t ClosedPort() {

@@ -21,6 +21,7 @@ struct TestSocketTraits {
 using TestSocket = platform::UniqueHandle<TestSocketTraits>;
 
 // Bytes sent as they are, piece by piece with a short pause between; then the connection closes.
+// The server's end cuts a reply short.
 using RawReply = std::vector<std::string>;
 
 // The first byte of a client that begins with a TLS handshake (RFC 8446, section 5.1). The server
@@ -53,6 +54,7 @@ class ScriptedServer {
 
  private:
   void Serve(const std::vector<RawReply>& replies) EXCLUDES(lock_);
+  bool IsStopping() EXCLUDES(lock_);
 
   std::uint16_t port_ = 0;  // before the listener, which fills it in
   TestSocket listener_;

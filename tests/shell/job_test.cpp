@@ -18,34 +18,42 @@ struct Row {
 
 TEST(RunJob, GivesTheJobsTextOrWhatItThrew) {
   const Row rows[] = {
-      {"text", [](auto&, auto&) { return std::wstring(L"好"); }, L"好"},
+      {"text", [](auto&, auto&, auto&) { return std::wstring(L"好"); }, L"好"},
       {"exception",
-       [](auto&, auto&) -> std::wstring { throw std::runtime_error("no route \xE4\xB8\xAD"); },
+       [](auto&, auto&, auto&) -> std::wstring {
+         throw std::runtime_error("no route \xE4\xB8\xAD");
+       },
        L"Error: no route 中"},
-      {"anything else", [](auto&, auto&) -> std::wstring { throw 7; }, L"Unknown error."},
+      {"anything else", [](auto&, auto&, auto&) -> std::wstring { throw 7; }, L"Unknown error."},
   };
   for (const Row& row : rows) {
     settings::MemoryDisk disk;
     settings::SettingsStore store(disk.File(), settings::Settings());
     settings::JobSettings settings(store);
     FakeTunnel tunnel;
-    EXPECT_EQ(RunJob(row.job, settings, tunnel), row.wanted) << row.name;
+    EXPECT_EQ(RunJob(row.job, settings, tunnel, {}), row.wanted) << row.name;
   }
 }
 
-TEST(RunJob, HandsOverSettingsAndTunnel) {
+TEST(RunJob, HandsOverSettingsTunnelAndLink) {
   settings::MemoryDisk disk;
   settings::SettingsStore store(disk.File(), settings::Settings());
   settings::JobSettings settings(store);
   settings.record.deviceSecret = L"s";
   FakeTunnel tunnel;
+  std::stop_source closing;
+  closing.request_stop();
+  std::wstring noticed;
   RunJob(
-      [](settings::JobSettings& given, tunnel::Tunnel& slot) {
-        given.record.deviceSecret += L"!";
+      [](settings::JobSettings& given, tunnel::Tunnel& slot, const JobLink& link) {
+        given.record.deviceSecret += link.closing.stop_requested() ? L"!" : L"?";
+        link.notice(L"later");
         return slot.Stop();
       },
-      settings, tunnel);
+      settings, tunnel,
+      {closing.get_token(), [&noticed](const std::wstring& text) { noticed = text; }});
   EXPECT_EQ(settings.record.deviceSecret, L"s!");
+  EXPECT_EQ(noticed, L"later");
   EXPECT_EQ(tunnel.stops, 1);
 }
 
@@ -105,15 +113,20 @@ struct CheckRow {
 
 TEST(RunUpdateCheck, GivesTheNoticeOrWhatTheCheckThrew) {
   const CheckRow rows[] = {
-      {"nothing to say", [](auto&) { return std::wstring(); }, L""},
-      {"notice", [](auto&) { return std::wstring(L"新版本"); }, L"新版本"},
-      {"exception", [](auto&) -> std::wstring { throw std::runtime_error("Invalid JSON."); },
+      {"nothing to say", [](auto&, auto&) { return std::wstring(); }, L""},
+      {"notice", [](auto&, auto&) { return std::wstring(L"新版本"); }, L"新版本"},
+      {"exception", [](auto&, auto&) -> std::wstring { throw std::runtime_error("Invalid JSON."); },
        L"自动更新检查异常：Invalid JSON."},
-      {"anything else", [](auto&) -> std::wstring { throw 7; },
+      {"anything else", [](auto&, auto&) -> std::wstring { throw 7; },
        L"自动更新检查异常：Unknown error."},
   };
   for (const CheckRow& row : rows) {
-    EXPECT_EQ(RunUpdateCheck(row.check, settings::Settings()), row.wanted) << row.name;
+    std::stop_source closing;
+    EXPECT_EQ(RunUpdateCheck(row.check, settings::Settings(), closing.get_token()), row.wanted)
+        << row.name;
+    closing.request_stop();
+    EXPECT_EQ(RunUpdateCheck(row.check, settings::Settings(), closing.get_token()), L"")
+        << row.name << ", closing";
   }
 }
 

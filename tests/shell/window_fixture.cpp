@@ -74,18 +74,22 @@ WindowTest::~WindowTest() {
 }
 
 Job WindowTest::NamedJob(const char* name) {
-  return [this, name](settings::JobSettings& settings, tunnel::Tunnel& tunnel) {
-    jobsRun_.push_back(name);
-    return jobBody_(settings.record, tunnel);
-  };
+  return
+      [this, name](settings::JobSettings& settings, tunnel::Tunnel& tunnel, const JobLink& link) {
+        jobsRun_.push_back(name);
+        link_ = link;
+        return jobBody_(settings.record, tunnel);
+      };
 }
 
 Surroundings WindowTest::MakeSurroundings() {
   Surroundings fakes;
   fakes.jobs = {NamedJob("connect"), NamedJob("stop"), NamedJob("latency"), NamedJob("desktop"),
                 NamedJob("resolve")};
-  // The update check outlives the window: it gets nothing of the test's own.
-  fakes.checkForUpdate = [](const settings::Settings& settings) { return settings.deviceName; };
+  fakes.checkForUpdate = [check = checkForUpdate_](const settings::Settings& settings,
+                                                   const std::stop_token& closing) {
+    return (*check)(settings, closing);
+  };
   fakes.writeLogLine = [this](const std::wstring& text) { logged_.push_back(text); };
   fakes.createWebHost = [this](HWND, webui::WebHostEvents events) {
     events_ = std::move(events);

@@ -72,6 +72,12 @@ class WindowTest : public testing::Test {
   int refusedResultPosts_ = 0;  // so many times the window does not take a job's result
   std::vector<std::string> jobsRun_;
   std::function<std::wstring(settings::Settings&, tunnel::Tunnel&)> jobBody_;
+  JobLink link_;  // what the last job was given
+  // Set before Open(). It outlives the window and is given nothing of the test's own.
+  const std::shared_ptr<UpdateCheck> checkForUpdate_ =
+      std::make_shared<UpdateCheck>([](const settings::Settings& settings, const std::stop_token&) {
+        return settings.deviceName;
+      });
   std::vector<std::wstring> logged_;
   std::vector<std::wstring> boxes_;
   PageRecord page_;

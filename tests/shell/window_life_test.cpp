@@ -89,6 +89,20 @@ TEST_F(WindowLife, UpdateCheckRunsOnACopyOfTheLoadedSettingsAndPostsItsNotice) {
   EXPECT_EQ(logged_[1], L"新版本可用");
 }
 
+TEST_F(WindowLife, UpdateCheckIsAskedToEndWhenTheWindowCloses) {
+  auto asked = std::make_shared<std::promise<void>>();  // the check's thread is not waited for
+  std::future<void> ended = asked->get_future();
+  *checkForUpdate_ = [asked](const settings::Settings&, const std::stop_token& closing) {
+    while (!closing.stop_requested()) std::this_thread::yield();
+    asked->set_value();
+    return std::wstring(L"新版本可用");
+  };
+  OpenWithReadyPage();
+  Close();
+  EXPECT_EQ(ended.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  EXPECT_TRUE(logged_.empty());
+}
+
 TEST_F(WindowLife, MissingRuntimeIsShownOnceTheWindowRuns) {
   environmentFailure_ = L"WebView2 环境创建失败，请确认已安装 WebView2 运行时。";
   Open();
@@ -157,6 +171,45 @@ TEST_F(WindowLife, ClosingDuringAJobLosesNeitherItsResultNorAProfile) {
   EXPECT_EQ(OnDisk().latencyText, L"12 ms");
   ASSERT_EQ(OnDisk().siteProfiles.size(), 1u);
   EXPECT_EQ(OnDisk().siteProfiles[0].name, L"A");
+}
+
+TEST_F(WindowLife, ClosingAsksTheJobToEndBeforeItStopsTheTunnelForGood) {
+  OpenWithReadyPage();
+  int stopsBefore = -1;
+  const std::stop_callback asked(state_->closing.get_token(),
+                                 [&] { stopsBefore = tunnel_->stops; });
+  jobBody_ = [this](settings::Settings& settings, tunnel::Tunnel&) {
+    while (!link_.closing.stop_requested()) std::this_thread::yield();
+    settings.latencyText = L"12 ms";
+    return std::wstring(L"完成");
+  };
+  PageSends(L"{\"action\":\"test\",\"f\":{}}");
+  Close();
+  EXPECT_EQ(stopsBefore, 0);
+  EXPECT_TRUE(tunnel_->stoppedForGood);
+  EXPECT_EQ(OnDisk().latencyText, L"12 ms");
+}
+
+// Closing the page runs messages of its own; a click that comes with them is too late.
+TEST_F(WindowLife, OnceClosingNoJobBegins) {
+  OpenWithReadyPage();
+  state_->closing.request_stop();
+  PageSends(L"{\"action\":\"connect\",\"f\":{}}");
+  EXPECT_TRUE(jobsRun_.empty());
+  EXPECT_FALSE(state_->busy);
+  EXPECT_TRUE(logged_.empty());
+}
+
+TEST_F(WindowLife, WhatAJobHasLeftRunningMayStillBeLogged) {
+  OpenWithReadyPage();
+  PageSends(L"{\"action\":\"desktop\",\"f\":{}}");
+  FinishJob();
+  link_.notice(L"提示");
+  Pump();
+  EXPECT_EQ(logged_.back(), L"提示");
+  Close();
+  link_.notice(L"太晚");
+  EXPECT_EQ(logged_.back(), L"提示");
 }
 
 TEST_F(WindowLife, ClosingTriesOnceMoreToSaveWhatCouldNotBeSaved) {

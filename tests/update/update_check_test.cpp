@@ -18,6 +18,7 @@ class UpdateCheckTest : public testing::Test {
   CheckPorts Ports() {
     CheckPorts ports;
     ports.currentVersion = current_;
+    ports.closing = closing_.get_token();
     ports.downloadTarget = kTarget;
     ports.sendJsonRequest = [this](const std::wstring& method, const std::wstring& url,
                                    const std::wstring& body) {
@@ -26,6 +27,7 @@ class UpdateCheckTest : public testing::Test {
     };
     ports.downloadFile = [this](const std::wstring& url, const std::wstring& target) {
       events_.push_back(L"download " + url + L" > " + target);
+      if (closesInDownload_) closing_.request_stop();
       return downloads_;
     };
     ports.startUpdater = [this](const std::wstring& path) {
@@ -62,6 +64,8 @@ class UpdateCheckTest : public testing::Test {
   std::wstring current_ = L"1.0.4";
   std::uint32_t status_ = 200;
   std::wstring reply_;
+  std::stop_source closing_;
+  bool closesInDownload_ = false;
   bool downloads_ = true;
   bool starts_ = true;
   Texts events_;
@@ -171,6 +175,13 @@ TEST_F(UpdateCheckTest, ADownloadThatFailsLeavesAllAsItIs) {
   downloads_ = false;
   EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新下载失败：2.0");
   EXPECT_EQ(Deeds().size(), 1u) << "one attempt, and nothing after it";
+}
+
+TEST_F(UpdateCheckTest, AProgramThatClosesIsNotReplaced) {
+  closesInDownload_ = true;
+  EXPECT_EQ(Offer(L"1.0.10", L"http://h/x"), L"");
+  EXPECT_EQ(Deeds(), (Texts{std::wstring(L"download http://h/x > ") + kTarget,
+                            std::wstring(L"delete ") + kTarget}));
 }
 
 TEST_F(UpdateCheckTest, WithoutATemporaryFolderNothingIsDownloaded) {

@@ -22,7 +22,7 @@ class UpdateCheckOnWindows : public testing::Test {
   std::wstring Check(const std::wstring& serverUrl) {
     settings::Settings settings;
     settings.serverUrl = serverUrl;
-    CheckPorts ports = RealCheckPorts(L"1.0.4");
+    CheckPorts ports = RealCheckPorts(L"1.0.4", stop_.get_token());
     EXPECT_EQ(ports.downloadTarget, platform::TemporaryFolder() + L"Velmarine.Client.update.exe");
     ports.downloadTarget = target_;
     ports.startUpdater = [this](const std::wstring& path) {
@@ -50,6 +50,7 @@ class UpdateCheckOnWindows : public testing::Test {
 
   const platform::ScratchFolder scratch_;
   std::wstring target_ = scratch_.Path(L"临时 文件\\update.exe");
+  std::stop_source stop_;
   bool starts_ = true;
   bool hasEnded_ = false;
   std::optional<std::string> downloaded_;
