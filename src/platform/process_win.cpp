@@ -59,6 +59,10 @@ void WaitForProcessEnd(std::uint32_t processId, std::chrono::milliseconds limit)
   if (process) ::WaitForSingleObject(process.Get(), static_cast<DWORD>(limit.count()));
 }
 
+void RefuseSystemErrorBoxes() noexcept {
+  ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+}
+
 void EndProcessAtOnce(int exitCode) noexcept {
   ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(exitCode));
   std::abort();  // not reached: a process may always end itself

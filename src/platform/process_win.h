@@ -24,6 +24,10 @@ SystemResult StartHiddenProgram(const std::wstring& commandLine);
 // such process or it may not be waited for.
 void WaitForProcessEnd(std::uint32_t processId, std::chrono::milliseconds limit);
 
+// From here on a drive without a disk or a broken library is an error for whoever asks, not a box
+// that the system shows and that blocks the asking thread. Programs started from here inherit it.
+void RefuseSystemErrorBoxes() noexcept;
+
 // Ends this process from one moment to the next, as the task manager would: its other threads stop
 // where they are, no destructor runs, no library is told. That is why it can be called while they
 // hold locks; an orderly exit could wait for such a lock for ever.

@@ -1,3 +1,4 @@
+#include "platform/process_win.h"
 #include "platform/windows_sdk.h"
 #include "shell/command_line.h"
 #include "shell/log_file.h"
@@ -14,6 +15,7 @@ constexpr wchar_t kVersion[] = VELMARINE_VERSION;
 // -municode takes this for the program's entry. What an exception here would mean, short memory
 // before there is a window, ends the program.
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int showCommand) {
+  platform::RefuseSystemErrorBoxes();  // looking for RustDesk asks drive D: for files
   shell::BecomeDpiAware();
   if (const auto request = shell::ParseApplyUpdate(shell::CommandLineArguments())) {
     return update::ApplyUpdate(request->parentPid, request->source, request->destination,
