@@ -1,4 +1,7 @@
 #include "platform/clipboard.h"
+
+#include <cstring>
+
 #include "platform/clipboard_text.h"
 #include "platform/unique_handle.h"
 #include "platform/windows_sdk.h"
@@ -21,30 +24,49 @@ class SystemClipboard {
 
   bool Open() const { return ::OpenClipboard(owner_) != FALSE; }
   static void Close() { ::CloseClipboard(); }
-  static bool Empty() { return ::EmptyClipboard() != FALSE; }
+  static void Empty() { ::EmptyClipboard(); }
 
   // With its terminator, in the kind of memory that the clipboard takes over.
   static Memory CopyOf(const std::wstring& text) {
-    Memory memory(::GlobalAlloc(GMEM_MOVEABLE, (text.size() + 1) * sizeof(wchar_t)));
-    if (!memory) return memory;
-    auto* units = static_cast<wchar_t*>(::GlobalLock(memory.Get()));
-    if (units == nullptr) return Memory();
-    std::char_traits<wchar_t>::copy(units, text.c_str(), text.size() + 1);
-    ::GlobalUnlock(memory.Get());
-    return memory;
+    return CopyOf(text.c_str(), (text.size() + 1) * sizeof(wchar_t));
   }
 
   static bool Set(HGLOBAL memory) { return ::SetClipboardData(CF_UNICODETEXT, memory) != nullptr; }
 
+  // The history reads any one of them; the cloud its own.
+  static void KeepOutOfHistory() {
+    constexpr DWORD kNo = 0;
+    for (const wchar_t* const format :
+         {L"ExcludeClipboardContentFromMonitorProcessing", L"CanIncludeInClipboardHistory",
+          L"CanUploadToCloudClipboard"}) {
+      Memory memory = CopyOf(&kNo, sizeof(kNo));
+      if (memory && ::SetClipboardData(::RegisterClipboardFormatW(format), memory.Get())) {
+        static_cast<void>(memory.Release());
+      }
+    }
+  }
+
  private:
+  static Memory CopyOf(const void* bytes, std::size_t sizeBytes) {
+    Memory memory(::GlobalAlloc(GMEM_MOVEABLE, sizeBytes));
+    if (!memory) return memory;
+    void* const locked = ::GlobalLock(memory.Get());
+    if (locked == nullptr) return Memory();
+    std::memcpy(locked, bytes, sizeBytes);
+    ::GlobalUnlock(memory.Get());
+    return memory;
+  }
+
   const HWND owner_;
 };
 
 }  // namespace
 
-bool CopyTextToClipboard(const std::wstring& text, void* ownerWindow) {
+bool CopySecretToClipboard(const std::wstring& text, void* ownerWindow) {
   SystemClipboard clipboard(static_cast<HWND>(ownerWindow));
-  return PutTextOn(clipboard, text);
+  return PutTextOn(clipboard, text, [](std::chrono::milliseconds time) {
+    ::Sleep(static_cast<DWORD>(time.count()));
+  });
 }
 
 }  // namespace platform

@@ -77,7 +77,7 @@ PasteDesk RealPasteDesk(const std::stop_token& closing, PasteNotice notice) {
   desk.sleep = [closing](std::chrono::milliseconds time) { return SleepUnless(closing, time); };
   desk.findWindow = FindRustDeskWindow;
   desk.copyToClipboard = [](const std::wstring& text) {
-    return platform::CopyTextToClipboard(text);
+    return platform::CopySecretToClipboard(text);
   };
   desk.bringToFront = [](void* window) { ::SetForegroundWindow(static_cast<HWND>(window)); };
   desk.isInFront = IsInFront;

@@ -31,7 +31,7 @@ RemoteDesktopPorts RealRemoteDesktopPorts(const std::stop_token& closing, PasteN
   ports.sendJsonRequest = service::RealJsonRequester(closing);
   ports.rustDesk = RealRustDesk(closing);
   ports.copyToClipboard = [](const std::wstring& text) {
-    return platform::CopyTextToClipboard(text);
+    return platform::CopySecretToClipboard(text);
   };
   ports.startPasswordPaste = [closing, notice = std::move(notice)](const std::wstring& password,
                                                                    const std::wstring& rustDeskId) {

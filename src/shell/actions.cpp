@@ -120,7 +120,7 @@ void CopySecret(AppState& state) {
   TakeFields(state);
   const std::wstring secret = state.settings.Read().deviceSecret;
   if (secret.empty()) return Log(state, kNoSecret);
-  const bool copied = platform::CopyTextToClipboard(secret, state.window);
+  const bool copied = platform::CopySecretToClipboard(secret, state.window);
   Log(state, copied ? kSecretCopied : kCopyFailed);
 }
 

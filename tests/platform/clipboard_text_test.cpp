@@ -26,15 +26,24 @@ class FakeClipboard {
  public:
   using Memory = UniqueHandle<CountingMemoryTraits>;
 
-  bool Open() { return Allows(L"open"); }
+  bool Open() { return Allows(L"open") && --heldFor < 0; }
   void Close() { events.emplace_back(L"close"); }
-  bool Empty() { return Allows(L"empty"); }
+  void Empty() { Allows(L"empty"); }
   Memory CopyOf(const std::wstring& text) {
     return Allows(L"copy") && !text.empty() ? Memory(7) : Memory();
   }
   bool Set(int memory) { return Allows(L"set") && memory == 7; }
 
+  void KeepOutOfHistory() { Allows(L"keep out"); }
+
+  bool Put(const std::wstring& text) {
+    return PutTextOn(*this, text, [this](std::chrono::milliseconds time) {
+      events.push_back(L"pause " + std::to_wstring(time.count()));
+    });
+  }
+
   Events events;
+  int heldFor = 0;  // so many attempts to open it fail
   std::wstring refusesAt;
   std::wstring throwsAt;
 
@@ -53,13 +62,13 @@ class PutTextOnTest : public testing::Test {
 };
 
 TEST_F(PutTextOnTest, HandsTheCopyOverAndCloses) {
-  EXPECT_TRUE(PutTextOn(clipboard_, L"pw"));
-  EXPECT_EQ(clipboard_.events, (Events{L"open", L"empty", L"copy", L"set", L"close"}));
+  EXPECT_TRUE(clipboard_.Put(L"pw"));
+  EXPECT_EQ(clipboard_.events, (Events{L"open", L"empty", L"copy", L"set", L"keep out", L"close"}));
   EXPECT_EQ(freed, 0);
 }
 
 TEST_F(PutTextOnTest, LeavesTheClipboardAloneForAnEmptyText) {
-  EXPECT_FALSE(PutTextOn(clipboard_, L""));
+  EXPECT_FALSE(clipboard_.Put(L""));
   EXPECT_EQ(clipboard_.events, Events{});
 }
 
@@ -69,8 +78,6 @@ TEST_F(PutTextOnTest, ClosesWhatItOpenedAndFreesWhatWasNotTaken) {
     Events events;
     int freed;
   } rows[] = {
-      {L"open", {L"open"}, 0},
-      {L"empty", {L"open", L"empty", L"close"}, 0},
       {L"copy", {L"open", L"empty", L"copy", L"close"}, 0},
       {L"set", {L"open", L"empty", L"copy", L"set", L"close"}, 1},
   };
@@ -78,18 +85,44 @@ TEST_F(PutTextOnTest, ClosesWhatItOpenedAndFreesWhatWasNotTaken) {
     freed = 0;
     FakeClipboard clipboard;
     clipboard.refusesAt = row.refusesAt;
-    EXPECT_FALSE(PutTextOn(clipboard, L"pw"));
+    EXPECT_FALSE(clipboard.Put(L"pw"));
     EXPECT_EQ(clipboard.events, row.events);
     EXPECT_EQ(freed, row.freed) << clipboard.events.size();
   }
 }
 
+TEST_F(PutTextOnTest, TriesFiveTimesToOpenOneThatIsHeld) {
+  const Events open = {L"open", L"empty", L"copy", L"set", L"keep out", L"close"};
+  for (const int heldFor : {1, 4, 5}) {
+    FakeClipboard clipboard;
+    clipboard.heldFor = heldFor;
+    Events wanted;
+    for (int attempt = 1; attempt <= 4 && attempt <= heldFor; ++attempt) {
+      wanted.insert(wanted.end(), {L"open", L"pause 25"});
+    }
+    if (heldFor < 5) wanted.insert(wanted.end(), open.begin(), open.end());
+    if (heldFor >= 5) wanted.emplace_back(L"open");
+    EXPECT_EQ(clipboard.Put(L"pw"), heldFor < 5) << heldFor;
+    EXPECT_EQ(clipboard.events, wanted) << heldFor;
+  }
+}
+
+TEST_F(PutTextOnTest, GoesOnWhereEmptyingOrKeepingOutFails) {
+  for (const wchar_t* const step : {L"empty", L"keep out"}) {
+    FakeClipboard clipboard;
+    clipboard.refusesAt = step;
+    EXPECT_TRUE(clipboard.Put(L"pw"));
+    EXPECT_EQ(clipboard.events,
+              (Events{L"open", L"empty", L"copy", L"set", L"keep out", L"close"}));
+  }
+}
+
 TEST_F(PutTextOnTest, ClosesAndFreesWhenAStepThrows) {
-  for (const wchar_t* const step : {L"empty", L"copy", L"set"}) {
+  for (const wchar_t* const step : {L"empty", L"copy", L"set", L"keep out"}) {
     freed = 0;
     FakeClipboard clipboard;
     clipboard.throwsAt = step;
-    EXPECT_THROW(PutTextOn(clipboard, L"pw"), std::runtime_error);
+    EXPECT_THROW(clipboard.Put(L"pw"), std::runtime_error);
     EXPECT_EQ(clipboard.events.back(), L"close");
     EXPECT_EQ(freed, clipboard.throwsAt == L"set" ? 1 : 0);
   }

@@ -56,32 +56,48 @@ TEST(Clipboard, GivesBackEveryText) {
   const std::wstring texts[] = {L"pw", L"密码 1", L"\xD83D\xDE00 astral \xD83D\xDE01",
                                 L"a\tb\r\nc\"'\\", std::wstring(100'000, L'钥')};
   for (const std::wstring& text : texts) {
-    EXPECT_TRUE(CopyTextToClipboard(text));
+    EXPECT_TRUE(CopySecretToClipboard(text));
     EXPECT_EQ(ClipboardText(), text);
   }
 }
 
+TEST(Clipboard, AsksHistoryAndCloudToLeaveTheTextOut) {
+  ASSERT_TRUE(CopySecretToClipboard(L"pw"));
+  ASSERT_TRUE(::OpenClipboard(nullptr));
+  EXPECT_TRUE(::IsClipboardFormatAvailable(
+      ::RegisterClipboardFormatW(L"ExcludeClipboardContentFromMonitorProcessing")));
+  for (const wchar_t* const format :
+       {L"CanIncludeInClipboardHistory", L"CanUploadToCloudClipboard"}) {
+    const HANDLE data = ::GetClipboardData(::RegisterClipboardFormatW(format));
+    ASSERT_NE(data, nullptr);
+    EXPECT_EQ(::GlobalSize(data), sizeof(DWORD));
+    EXPECT_EQ(*static_cast<const DWORD*>(::GlobalLock(data)), 0u);
+    ::GlobalUnlock(data);
+  }
+  ::CloseClipboard();
+}
+
 TEST(Clipboard, AnEmptyTextChangesNothing) {
-  ASSERT_TRUE(CopyTextToClipboard(L"before"));
-  EXPECT_FALSE(CopyTextToClipboard(L""));
+  ASSERT_TRUE(CopySecretToClipboard(L"before"));
+  EXPECT_FALSE(CopySecretToClipboard(L""));
   EXPECT_EQ(ClipboardText(), L"before");
 }
 
 TEST(Clipboard, HeldByAnotherWindowIsAFailureThatPasses) {
-  ASSERT_TRUE(CopyTextToClipboard(L"before"));
+  ASSERT_TRUE(CopySecretToClipboard(L"before"));
   {
     const Holder holder;
-    EXPECT_FALSE(CopyTextToClipboard(L"lost"));
+    EXPECT_FALSE(CopySecretToClipboard(L"lost"));
     EXPECT_EQ(ClipboardText(), L"(held)");
   }
   EXPECT_EQ(ClipboardText(), L"before");
-  EXPECT_TRUE(CopyTextToClipboard(L"after"));
+  EXPECT_TRUE(CopySecretToClipboard(L"after"));
   EXPECT_EQ(ClipboardText(), L"after");
 }
 
 TEST(Clipboard, IsFreeForOthersAfterEachCopy) {
   for (const wchar_t* const text : {L"pw", L""}) {
-    CopyTextToClipboard(text);
+    CopySecretToClipboard(text);
     const Holder holder;  // could not open it otherwise
   }
 }
@@ -89,7 +105,7 @@ TEST(Clipboard, IsFreeForOthersAfterEachCopy) {
 TEST(Clipboard, TakesTheTextInAWindowsName) {
   const HWND window = ::CreateWindowExW(0, L"STATIC", L"owner", WS_OVERLAPPED, 0, 0, 1, 1, nullptr,
                                         nullptr, nullptr, nullptr);
-  EXPECT_TRUE(CopyTextToClipboard(L"owned", window));
+  EXPECT_TRUE(CopySecretToClipboard(L"owned", window));
   EXPECT_EQ(::GetClipboardOwner(), window);
   EXPECT_EQ(ClipboardText(), L"owned");
   ::DestroyWindow(window);
