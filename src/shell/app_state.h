@@ -3,6 +3,7 @@
 #include <atomic>
 #include <deque>
 #include <functional>
+#include <future>
 #include <memory>
 #include <stop_token>
 #include <string>
@@ -17,6 +18,7 @@
 #include "shell/gdi_objects.h"
 #include "shell/initial_settings.h"
 #include "shell/job.h"
+#include "shell/system_notices.h"
 #include "tunnel/tunnel.h"
 #include "webui/messages.h"
 #include "webui/page_failures.h"
@@ -43,6 +45,11 @@ struct Surroundings {
   std::function<void(HWND window, const std::wstring& text)> showMessageBox;
   // Posts a job's result to the window; false when its message queue takes nothing more.
   std::function<bool(HWND window, const std::wstring& text)> postJobResult;
+  std::function<std::unique_ptr<SystemNotices>(HWND window)> subscribeToSystem;
+  // Any thread.
+  std::function<void(const std::vector<std::wstring>& routes)> removeProxyBypass;
+  // Said once at the start, in a box too; empty when this computer suits the program.
+  std::function<std::wstring()> unsuitableComputer;
 };
 
 // The thread's COM apartment while it lives.
@@ -82,9 +89,11 @@ struct AppState {
   int selectedPage = 0;      // of the native tab strip: 0 work, 1 log
   std::thread worker;        // joined before the next job and before the window goes
   std::stop_source closing;  // of jobs and update check; requested once, when the window closes
+  std::vector<std::future<void>> endings;  // what the end of the session has begun
   std::atomic<bool> heartbeatRunning{false};
   bool retryArmed = false;
   std::unique_ptr<ComApartment> apartment;  // before what needs it
+  std::unique_ptr<SystemNotices> notices;   // while the window is there
   std::unique_ptr<webui::WebHost> web;
   webui::PageFailures pageFailures;
   bool pageReady = false;

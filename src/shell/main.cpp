@@ -2,6 +2,8 @@
 #include "platform/windows_sdk.h"
 #include "shell/command_line.h"
 #include "shell/log_file.h"
+#include "shell/main_window.h"
+#include "shell/single_instance.h"
 #include "shell/start_up.h"
 #include "update/apply_update.h"
 
@@ -20,6 +22,10 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int showCommand) {
   if (const auto request = shell::ParseApplyUpdate(shell::CommandLineArguments())) {
     return update::ApplyUpdate(request->parentPid, request->source, request->destination,
                                update::RealApplyPorts(shell::StartLog));
+  }
+  // Behind the update: the process that replaces the program is no second client.
+  if (!shell::MayBecomeClient(shell::RealInstanceDeps(shell::kWindowClass, shell::kWindowTitle))) {
+    return 0;
   }
   return shell::RunClient(instance, showCommand, shell::RealStartUp(kVersion));
 }

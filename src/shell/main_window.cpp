@@ -11,7 +11,6 @@
 namespace shell {
 namespace {
 
-constexpr wchar_t kWindowClass[] = L"VelmarineNativeWindow";
 constexpr WORD kIcon = 301;
 
 AppState* StateOf(HWND window) {
@@ -65,6 +64,16 @@ LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
     case kMakePageAnew:
       if (state.web) state.web->MakeAnew();
       return 0;
+    case kAddressesChanged:
+      return OnAddressesChanged(state);
+    case WM_POWERBROADCAST:
+      return OnPowerBroadcast(state, wParam);
+    case WM_WTSSESSION_CHANGE:
+      return OnSessionChange(state, wParam);
+    case WM_QUERYENDSESSION:
+      return OnQueryEndSession(state);
+    case WM_ENDSESSION:
+      return OnEndSession(state, wParam != FALSE);
     case WM_TIMER:
       return OnTimer(state, wParam, lParam);
     case WM_SIZE:
@@ -141,8 +150,9 @@ void TakeFirstSize(HWND window) {
   ::GetWindowRect(window, &placed);
   const PixelSize size = FitInto(kFirstSize, room.size);
   const PixelArea place = MoveInto({placed.left, placed.top, size}, room);
-  ::SetWindowPos(window, nullptr, place.left, place.top, size.width, size.height,
-                 SWP_NOZORDER | SWP_NOACTIVATE);
+  const bool stays = place.left == placed.left && place.top == placed.top;
+  const UINT kept = SWP_NOZORDER | SWP_NOACTIVATE | (stays ? SWP_NOMOVE : 0U);
+  ::SetWindowPos(window, nullptr, place.left, place.top, size.width, size.height, kept);
 }
 
 }  // namespace

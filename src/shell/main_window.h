@@ -7,6 +7,7 @@
 // through it. All on the thread that made it.
 namespace shell {
 
+inline constexpr wchar_t kWindowClass[] = L"VelmarineNativeWindow";
 inline constexpr wchar_t kWindowTitle[] = L"Velmarine.Client 维马林";
 
 // To be called once, before the window is made. False when the system refuses.

@@ -3,6 +3,7 @@
 #include "diag/latency_test.h"
 #include "platform/desktop_user.h"
 #include "platform/known_folders.h"
+#include "platform/machine_win.h"
 #include "platform/path.h"
 #include "remote/remote_desktop.h"
 #include "service/connection_jobs.h"
@@ -17,6 +18,9 @@
 namespace shell {
 namespace {
 
+constexpr wchar_t kArm64[] =
+    L"警告：本机是 ARM64 处理器的 Windows，没有可用的网络驱动，软件隧道无法启动。请改用 x64 "
+    L"电脑；远程桌面不受影响。";
 // The browser's data lies where the user can surely write.
 constexpr wchar_t kUserDataFolder[] = L"VelmarineWebUI_Client";
 
@@ -77,6 +81,13 @@ Surroundings RealSurroundings(const std::wstring& version) {
   };
   real.postJobResult = [](HWND window, const std::wstring& text) {
     return PostText(window, kJobFinished, text);
+  };
+  real.subscribeToSystem = SubscribeToSystem;
+  real.removeProxyBypass = [](const std::vector<std::wstring>& routes) {
+    service::RealConnectionPorts({}).removeProxyBypass(routes);
+  };
+  real.unsuitableComputer = [] {
+    return platform::IsArm64Windows() ? std::wstring(kArm64) : std::wstring();
   };
   return real;
 }

@@ -36,6 +36,21 @@ void OnUdpChanged(AppState& state, bool ready);
 LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam);
 LRESULT OnCommand(AppState& state, WPARAM wParam, LPARAM lParam);
 
+// ---- the computer around it (window_system.cpp)
+
+// Sleep and wake: one line each. After a wake the tunnel looks at the network.
+LRESULT OnPowerBroadcast(AppState& state, WPARAM event);
+// The session is locked, switched, reached from afar: one line each.
+LRESULT OnSessionChange(AppState& state, WPARAM change);
+// One line, and a look at the network, once no other change has followed for half a second.
+LRESULT OnAddressesChanged(AppState& state);
+void TakeAddressChange(AppState& state);
+// Agrees to the end of the session.
+LRESULT OnQueryEndSession(AppState& state);
+// The session ends now (or goes on after all): stops the tunnel for good, takes the connection's
+// entries off the proxy list and saves. Returns within three seconds, whatever those take.
+LRESULT OnEndSession(AppState& state, bool ends);
+
 // ---- its place and looks (window_view.cpp)
 
 LRESULT OnMinMaxInfo(HWND window, LPARAM lParam) noexcept;

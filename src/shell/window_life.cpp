@@ -67,10 +67,18 @@ void ObserveTunnel(AppState& state) {
   observer.reconnectFailed = [window](const std::string& reason) {
     PostText(window, kNotice, kNotReconnected + text::FromUtf8(reason) + kTryingOn);
   };
+  observer.notice = [window](const std::wstring& line) { PostText(window, kNotice, line); };
   observer.udpChanged = [window](bool ready) {
     ::PostMessageW(window, kUdpChanged, ready ? 1 : 0, 0);
   };
   state.tunnel->Observe(std::move(observer));
+}
+
+void WarnOfUnsuitableComputer(AppState& state) {
+  const std::wstring warning = state.surroundings.unsuitableComputer();
+  if (warning.empty()) return;
+  Log(state, warning);
+  PostText(state.window, kShowFailure, warning);
 }
 
 void Create(AppState& state, HWND window) {
@@ -78,6 +86,7 @@ void Create(AppState& state, HWND window) {
   state.apartment = std::make_unique<ComApartment>();
   state.gdi.Create();
   ObserveTunnel(state);
+  state.notices = state.surroundings.subscribeToSystem(window);
   AskForDarkTitleBar(window);
   StartPage(state);
   state.settings.Load();
@@ -86,6 +95,7 @@ void Create(AppState& state, HWND window) {
   PostStateMessage(state);
   LayOut(window);
   Log(state, kStarting);
+  WarnOfUnsuitableComputer(state);
   StartUpdateCheck(state);
 }
 
@@ -122,6 +132,8 @@ LRESULT OnDestroy(AppState& state) {
   state.closing.request_stop();
   if (state.web) state.web->Close();
   DisarmRetry(state);
+  state.notices.reset();
+  state.endings.clear();  // waits for them
   StopTunnel(state);
   JoinWorker(state);
   if (!state.settings.Unsaved().empty()) state.settings.Save();

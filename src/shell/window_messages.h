@@ -15,10 +15,11 @@ inline constexpr UINT kHeartbeatRefused = WM_APP + 22;  // text: the service's r
 inline constexpr UINT kNotice = WM_APP + 23;            // text: a line for the log
 inline constexpr UINT kLinkChanged = WM_APP + 24;  // wParam: relay was found again (1) or lost (0)
 inline constexpr UINT kUdpChanged = WM_APP + 25;   // wParam: whether packets go by UDP now
-inline constexpr UINT kFromPage = WM_APP + 30;     // text: what the page has posted
-inline constexpr UINT kToPage = WM_APP + 31;       // text: JSON for the page
-inline constexpr UINT kShowFailure = WM_APP + 32;  // text: for a message box
-inline constexpr UINT kBrowserFailed = WM_APP + 33;  // wParam: the webui::ProcessFailedKind
+inline constexpr UINT kAddressesChanged = WM_APP + 26;  // of this computer
+inline constexpr UINT kFromPage = WM_APP + 30;          // text: what the page has posted
+inline constexpr UINT kToPage = WM_APP + 31;            // text: JSON for the page
+inline constexpr UINT kShowFailure = WM_APP + 32;       // text: for a message box
+inline constexpr UINT kBrowserFailed = WM_APP + 33;     // wParam: the webui::ProcessFailedKind
 inline constexpr UINT kMakePageAnew = WM_APP + 34;
 
 inline constexpr UINT_PTR kUnusedTimer = 302;
@@ -26,6 +27,8 @@ inline constexpr UINT_PTR kRetryTimer = 303;
 inline constexpr UINT kRetryMs = 5000;
 inline constexpr UINT_PTR kResultTimer = 304;  // while a job runs: looks for a stranded result
 inline constexpr UINT kResultMs = 1000;
+inline constexpr UINT_PTR kAddressTimer = 305;  // after a change of address: no other has followed
+inline constexpr UINT kAddressMs = 500;
 
 // True for those with a text, which whoever takes the message out of the queue has to free.
 bool CarriesText(UINT message) noexcept;

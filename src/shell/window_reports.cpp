@@ -56,6 +56,10 @@ LRESULT OnTimer(AppState& state, WPARAM wParam, LPARAM lParam) {
     TakeStrandedResult(state);
     return 0;
   }
+  if (wParam == kAddressTimer) {
+    TakeAddressChange(state);
+    return 0;
+  }
   if (wParam != kRetryTimer) return ::DefWindowProcW(state.window, WM_TIMER, wParam, lParam);
   RetryConnect(state);
   return 0;

@@ -17,6 +17,7 @@ class FakeTunnel final : public tunnel::Tunnel {
   }
   std::wstring Stop() override {
     ++stops;
+    if (onStop) onStop();
     running = false;
     relayConnected = false;
     if (stopThrows) throw 7;
@@ -37,6 +38,7 @@ class FakeTunnel final : public tunnel::Tunnel {
   std::atomic<bool> stoppedForGood{false};
   std::atomic<int> looks{0};
   bool stopThrows = false;
+  std::function<void()> onStop;
   tunnel::TunnelObserver observer;
   std::wstring stopText = L"软件隧道已停止。";
 };

@@ -44,6 +44,17 @@ class FakeWebHost final : public webui::WebHost {
   PageRecord& record_;
 };
 
+class FakeNotices final : public SystemNotices {
+ public:
+  explicit FakeNotices(HWND& subscribed) : subscribed_(subscribed) {}
+  ~FakeNotices() override { subscribed_ = nullptr; }
+  FakeNotices(const FakeNotices&) = delete;
+  FakeNotices& operator=(const FakeNotices&) = delete;
+
+ private:
+  HWND& subscribed_;
+};
+
 bool DispatchOne() {
   MSG message{};
   if (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) == FALSE) return false;
@@ -108,6 +119,14 @@ Surroundings WindowTest::MakeSurroundings() {
     }
     return PostText(window, kJobFinished, text);
   };
+  fakes.subscribeToSystem = [this](HWND window) {
+    subscribed_ = window;
+    return std::make_unique<FakeNotices>(subscribed_);
+  };
+  fakes.removeProxyBypass = [this](const std::vector<std::wstring>& routes) {
+    if (onProxyRemoval_) onProxyRemoval_(routes);
+  };
+  fakes.unsuitableComputer = [this] { return unsuitableComputer_; };
   return fakes;
 }
 

@@ -79,6 +79,9 @@ class WindowTest : public testing::Test {
         return settings.deviceName;
       });
   std::vector<std::wstring> logged_;
+  HWND subscribed_ = nullptr;  // the window that gets the system's notices
+  std::function<void(const std::vector<std::wstring>& routes)> onProxyRemoval_;
+  std::wstring unsuitableComputer_;
   std::vector<std::wstring> boxes_;
   PageRecord page_;
   webui::WebHostEvents events_;

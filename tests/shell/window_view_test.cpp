@@ -2,6 +2,7 @@
 
 #include "shell/gdi_objects.h"
 #include "shell/main_window.h"
+#include "shell/window_events.h"
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 

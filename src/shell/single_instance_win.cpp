@@ -1,0 +1,107 @@
+#include <memory>
+#include <thread>
+
+#include "platform/handles_win.h"
+#include "platform/unique_handle.h"
+#include "shell/single_instance.h"
+// After the SDK, which it needs.
+#include <wtsapi32.h>
+
+namespace shell {
+namespace {
+
+// Of all sessions, which takes an administrator's right to make.
+constexpr wchar_t kMarkName[] = L"Global\\Velmarine.Client.Running";
+
+// What the process that has the mark says of itself there.
+struct Mark {
+  DWORD isWritten;
+  DWORD session;
+  wchar_t user[256];  // with a terminator
+};
+
+struct ViewTraits {
+  using Raw = void*;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw view) noexcept { return view != nullptr; }
+  static void Close(Raw view) noexcept { ::UnmapViewOfFile(view); }
+};
+using View = platform::UniqueHandle<ViewTraits>;
+using MappingHandle = platform::UniqueHandle<platform::KernelHandleTraits>;
+
+DWORD OwnSession() {
+  DWORD session = 0;
+  ::ProcessIdToSessionId(::GetCurrentProcessId(), &session);
+  return session;
+}
+
+// Who has signed in to this session; the program itself may run as somebody else.
+std::wstring UserOfSession() {
+  wchar_t* allocated = nullptr;
+  DWORD sizeBytes = 0;
+  if (::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, WTS_CURRENT_SESSION, WTSUserName,
+                                    &allocated, &sizeBytes) == FALSE) {
+    return {};
+  }
+  const std::unique_ptr<wchar_t, decltype(&::WTSFreeMemory)> owner(allocated, &::WTSFreeMemory);
+  return allocated == nullptr ? std::wstring() : std::wstring(allocated);
+}
+
+void WriteMark(HANDLE mapping) {
+  const View view(::MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, sizeof(Mark)));
+  if (!view) return;
+  auto& mark = *static_cast<Mark*>(view.Get());
+  mark.session = OwnSession();
+  UserOfSession().copy(mark.user, std::size(mark.user) - 1);
+  mark.isWritten = 1;
+}
+
+RunningClient ReadMark(HANDLE mapping) {
+  RunningClient running;
+  const View view(::MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, sizeof(Mark)));
+  if (!view) return running;
+  const auto& mark = *static_cast<const Mark*>(view.Get());
+  // One that has not come to writing it started in this moment, most likely by a second click.
+  running.isInThisSession = mark.isWritten == 0 || mark.session == OwnSession();
+  running.user = mark.user;
+  return running;
+}
+
+RunningClient Claim() {
+  MappingHandle mapping(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                             sizeof(Mark), kMarkName));
+  const DWORD error = ::GetLastError();
+  if (!mapping) {
+    RunningClient running;
+    running.isMine = error != ERROR_ACCESS_DENIED;  // somebody else's; any other is no reason
+    return running;
+  }
+  if (error == ERROR_ALREADY_EXISTS) return ReadMark(mapping.Get());
+  WriteMark(mapping.Get());
+  static_cast<void>(mapping.Release());  // the system closes it with the process
+  return {true, true, {}};
+}
+
+// A window that is being destroyed is hidden first.
+bool BringToFront(const wchar_t* windowClass) {
+  const HWND window = ::FindWindowW(windowClass, nullptr);
+  if (window == nullptr || ::IsWindowVisible(window) == FALSE) return false;
+  if (::IsIconic(window) != FALSE) ::ShowWindowAsync(window, SW_RESTORE);
+  ::SetForegroundWindow(window);
+  return true;
+}
+
+}  // namespace
+
+InstanceDeps RealInstanceDeps(const wchar_t* windowClass, const wchar_t* windowTitle) {
+  InstanceDeps deps;
+  deps.claim = Claim;
+  deps.bringToFront = [windowClass] { return BringToFront(windowClass); };
+  deps.pause = [](std::chrono::milliseconds time) { std::this_thread::sleep_for(time); };
+  deps.showMessage = [windowTitle](const std::wstring& text) {
+    ::MessageBoxW(nullptr, text.c_str(), windowTitle, MB_OK | MB_ICONINFORMATION);
+  };
+  return deps;
+}
+
+}  // namespace shell
