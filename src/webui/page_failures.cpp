@@ -10,11 +10,11 @@ using std::chrono_literals::operator""s;
 constexpr auto kMinute = 60s;
 constexpr std::size_t kMaxLosses = 3;
 
-constexpr wchar_t kBrowserGone[] = L"警告：界面进程已退出，正在重新打开界面；连接不受影响。";
-constexpr wchar_t kRendererGone[] = L"警告：界面页面已退出，正在重新载入；连接不受影响。";
+constexpr wchar_t kBrowserGone[] = L"警告：浏览器进程已退出，正在重新打开界面；连接不受影响。";
+constexpr wchar_t kRendererGone[] = L"警告：页面进程已退出，正在重新载入界面；连接不受影响。";
 constexpr wchar_t kHangs[] = L"警告：界面暂时没有响应；连接不受影响。";
 constexpr wchar_t kStillHangs[] = L"警告：界面持续没有响应，正在重新打开界面；连接不受影响。";
-constexpr wchar_t kGivenUp[] = L"界面恢复失败：一分钟内三次退出，已停止自动恢复；连接不受影响。";
+constexpr wchar_t kGivenUp[] = L"界面恢复失败：一分钟内三次失效，已停止自动恢复；连接不受影响。";
 constexpr wchar_t kHelperGone[] = L"提示：界面的辅助进程已退出（";
 constexpr wchar_t kHelperEnd[] = L"），由浏览器自行恢复。";
 

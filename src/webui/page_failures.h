@@ -36,7 +36,7 @@ struct PageFailureResponse {
 
 // The engineer's message box once recovery is given up.
 inline constexpr wchar_t kPageGivenUp[] =
-    L"界面进程在一分钟内三次退出，已停止自动恢复。已建立的连接不受影响，关闭本窗口时才会断开。\r\n"
+    L"界面在一分钟内三次失效，已停止自动恢复。已建立的连接不受影响，关闭本窗口时才会断开。\r\n"
     L"请关闭本程序后重新打开；若再次出现，请重启电脑，或修复“Microsoft Edge WebView2 运行时”。";
 
 // Decides on each report of a failed process. Three losses of the page within a minute end the

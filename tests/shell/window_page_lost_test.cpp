@@ -17,7 +17,7 @@ using Lines = std::vector<std::wstring>;
 using Names = std::vector<std::string>;
 
 constexpr wchar_t kReady[] = L"{\"action\":\"ready\",\"f\":{\"secret\":\"\",\"target\":\"自动\"}}";
-constexpr wchar_t kBrowserGone[] = L"警告：界面进程已退出，正在重新打开界面；连接不受影响。";
+constexpr wchar_t kBrowserGone[] = L"警告：浏览器进程已退出，正在重新打开界面；连接不受影响。";
 
 class WindowPageLost : public WindowTest {
  protected:
@@ -222,7 +222,7 @@ TEST_F(WindowPageLost, TheThirdTimeAMessageBoxSaysWhatToDo) {
   Fail(Kind::BrowserExited);
   EXPECT_EQ(boxes_, Lines{webui::kPageGivenUp});
   EXPECT_EQ(page_.calls, (Names{"make anew", "make anew", "close"}));
-  EXPECT_EQ(logged_.back(), L"界面恢复失败：一分钟内三次退出，已停止自动恢复；连接不受影响。");
+  EXPECT_EQ(logged_.back(), L"界面恢复失败：一分钟内三次失效，已停止自动恢复；连接不受影响。");
   Fail(Kind::BrowserExited);
   EXPECT_EQ(boxes_.size(), 1u);
   EXPECT_TRUE(tunnel_->running);

@@ -29,10 +29,10 @@ class PageFailuresTest : public testing::Test {
 
 TEST_F(PageFailuresTest, ADeadBrowserIsMadeAnewAndADeadRendererShownAgain) {
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::MakeAnew);
-  EXPECT_EQ(text_, L"警告：界面进程已退出，正在重新打开界面；连接不受影响。");
+  EXPECT_EQ(text_, L"警告：浏览器进程已退出，正在重新打开界面；连接不受影响。");
   Later(60s);
   EXPECT_EQ(Fail(Kind::RendererExited), PageRecovery::ShowPage);
-  EXPECT_EQ(text_, L"警告：界面页面已退出，正在重新载入；连接不受影响。");
+  EXPECT_EQ(text_, L"警告：页面进程已退出，正在重新载入界面；连接不受影响。");
 }
 
 TEST_F(PageFailuresTest, HelperProcessesAreLoggedAndNothingElse) {
@@ -60,7 +60,7 @@ TEST_F(PageFailuresTest, TheThirdLossWithinAMinuteEndsIt) {
   EXPECT_EQ(Fail(Kind::RendererExited), PageRecovery::ShowPage);
   Later(29'999ms);
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::GiveUp);
-  EXPECT_EQ(text_, L"界面恢复失败：一分钟内三次退出，已停止自动恢复；连接不受影响。");
+  EXPECT_EQ(text_, L"界面恢复失败：一分钟内三次失效，已停止自动恢复；连接不受影响。");
   Later(3600s);
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::None);
   EXPECT_EQ(text_, L"");
