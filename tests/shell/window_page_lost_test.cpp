@@ -144,13 +144,16 @@ TEST_F(WindowPageLost, WhatWasTypedComesBackAndIsUsedForNothingElse) {
   EXPECT_EQ(asked, L"posted") << "a retry asks with what was posted, not with what is being typed";
 }
 
-TEST_F(WindowPageLost, ThePagesEmptyFormIsNoSnapshot) {
+// The last form that came with an action, also one that the window has dropped, is what a retry
+// asks with; neither the empty form of the page that stands in nor the record takes its place.
+TEST_F(WindowPageLost, KeepsTheFormOfTheLastAction) {
   PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"mine\",\"testip\":\"10.0.0.1\"}}");
   FinishJob();
+  PageSends(L"{\"action\":\"dropped\",\"f\":{\"secret\":\"newer\",\"testip\":\"10.0.0.2\"}}");
   Fail(Kind::RendererExited);
   ComeBack();
-  EXPECT_EQ(settings::JsonStringOrEmpty(state_->form, L"secret"), L"mine");
-  EXPECT_EQ(settings::JsonStringOrEmpty(state_->form, L"testip"), L"10.0.0.1");
+  EXPECT_EQ(settings::JsonStringOrEmpty(state_->form, L"secret"), L"newer");
+  EXPECT_EQ(settings::JsonStringOrEmpty(state_->form, L"testip"), L"10.0.0.2");
 }
 
 TEST_F(WindowPageLost, ALoadedProfileReplacesWhatWasTyped) {
