@@ -117,6 +117,16 @@ export class Network {
     await writeFile(`/etc/netns/${this[host]}/hosts`, `127.0.0.1 localhost\n${lines.join('')}`);
   }
 
+  /**
+   * `host` asks the name server at `address` for what its hosts file does not name. A name server that is
+   * silent makes each such look-up last.
+   */
+  async setNameServer(host, address) {
+    const folder = `/etc/netns/${this[host]}`;
+    await writeFile(`${folder}/nsswitch.conf`, 'hosts: files dns\n');
+    await writeFile(`${folder}/resolv.conf`, `nameserver ${address}\noptions timeout:30 attempts:3\n`);
+  }
+
   // Names are answered from the hosts file alone, so that an unknown one fails at once.
   async #onlyHostsFile(name) {
     const folder = `/etc/netns/${name}`;

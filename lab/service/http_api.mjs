@@ -4,6 +4,8 @@ import { setTimeout as sleep } from 'node:timers/promises';
 
 import express from 'express';
 
+const kTrickleBytes = 1024;
+
 /** An express application over `record` and `replies`. */
 export function httpApi(record, replies) {
   const app = express();
@@ -34,6 +36,10 @@ async function answer(response, reply) {
   const body = reply.file === undefined ? Buffer.from(reply.body ?? '', 'utf8') : await readFile(reply.file);
   response.status(reply.status);
   response.set({ 'content-type': 'application/json; charset=utf-8', ...reply.headers });
+  if (reply.trickleMs !== undefined) {
+    await trickle(response, body, reply.trickleMs);
+    return;
+  }
   if (reply.truncateTo === undefined) {
     response.end(body);
     return;
@@ -41,4 +47,13 @@ async function answer(response, reply) {
   response.set('content-length', String(body.length));
   response.flushHeaders();
   response.write(body.subarray(0, reply.truncateTo), () => socket.destroy());
+}
+
+async function trickle(response, body, everyMs) {
+  response.set('content-length', String(body.length));
+  for (let at = 0; at < body.length && !response.destroyed; at += kTrickleBytes) {
+    response.write(body.subarray(at, at + kTrickleBytes));
+    await sleep(everyMs);
+  }
+  response.end();
 }

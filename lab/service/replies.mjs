@@ -90,7 +90,7 @@ export class Replies {
   /**
    * Puts a reply in the place of the service's own, for `path` (a prefix), `times` times (default:
    * until reset). Members: status, headers, body (text) or file (a path), delayMs, hold: true (the
-   * answer waits for release()), and one of the faults
+   * answer waits for release()), trickleMs (the body comes by the KiB, so far apart), and one of the faults
    *   cut: true          the connection is destroyed instead of an answer
    *   truncateTo: bytes  the head announces the whole body, the connection ends after so many bytes
    *   raw: text          these bytes instead of an HTTP reply (latin1), then the end

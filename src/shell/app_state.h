@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/handles_win.h"
 #include "platform/windows_sdk.h"
 #include "settings/json.h"
 #include "settings/settings_file.h"
@@ -85,9 +86,10 @@ struct AppState {
   settings::SettingsStore settings;
   std::unique_ptr<tunnel::Tunnel> tunnel;
   std::atomic<bool> busy{false};
-  ResultBox strandedResult;  // of a job whose result the message queue did not take
-  int selectedPage = 0;      // of the native tab strip: 0 work, 1 log
-  std::thread worker;        // joined before the next job and before the window goes
+  ResultBox strandedResult;          // of a job whose result the message queue did not take
+  int selectedPage = 0;              // of the native tab strip: 0 work, 1 log
+  std::thread worker;                // joined before the next job and before the window goes
+  platform::FileHandle workerEnded;  // an event that the worker sets last; anew for each
   std::stop_source closing;  // of jobs and update check; requested once, when the window closes
   std::vector<std::future<void>> endings;  // what the end of the session has begun
   std::atomic<bool> heartbeatRunning{false};

@@ -44,6 +44,7 @@ void Work(AppState& state, HWND window, const Job& job,
       std::move(text),
       [&](const std::wstring& result) { return state.surroundings.postJobResult(window, result); },
       [] { ::Sleep(kPauseMs); }, state.strandedResult);
+  ::SetEvent(state.workerEnded.Get());
 }
 
 void ArmRetry(AppState& state) {
@@ -60,8 +61,17 @@ std::thread StartThread(Body&& body) noexcept {
 
 }  // namespace
 
+// What other threads send to the window is answered meanwhile: the job itself may tell all windows
+// of a changed setting, and would wait for this one until its patience ends.
 void JoinWorker(AppState& state) noexcept {
-  if (state.worker.joinable()) state.worker.join();
+  if (!state.worker.joinable()) return;
+  const HANDLE ended = state.workerEnded.Get();
+  while (ended != nullptr && ::MsgWaitForMultipleObjects(1, &ended, FALSE, INFINITE,
+                                                         QS_SENDMESSAGE) == WAIT_OBJECT_0 + 1) {
+    MSG unused{};
+    ::PeekMessageW(&unused, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
+  }
+  state.worker.join();
 }
 
 void StartWorker(AppState& state, const std::wstring& busyText, const Job& job) {
@@ -74,6 +84,7 @@ void StartWorker(AppState& state, const std::wstring& busyText, const Job& job) 
   PostStateMessage(state);
   Log(state, busyText);
   ::SetTimer(state.window, kResultTimer, kResultMs, nullptr);
+  state.workerEnded.Reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
   state.worker =
       StartThread([&state, window = state.window, job,
                    copy = std::make_unique<settings::JobSettings>(state.settings)]() mutable {

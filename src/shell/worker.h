@@ -7,7 +7,8 @@
 // The one worker thread and what follows from its results. Window's thread.
 namespace shell {
 
-// Waits for the worker's end, if there is one; a failed wait ends the program.
+// Waits for the worker's end, if there is one; a failed wait ends the program. Messages sent from
+// other threads are answered meanwhile, posted ones wait.
 void JoinWorker(AppState& state) noexcept;
 
 // Takes the form's fields, saves them and starts `job` on the worker, with `busyText` as the

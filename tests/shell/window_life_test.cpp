@@ -190,6 +190,21 @@ TEST_F(WindowLife, ClosingAsksTheJobToEndBeforeItStopsTheTunnelForGood) {
   EXPECT_EQ(OnDisk().latencyText, L"12 ms");
 }
 
+TEST_F(WindowLife, ClosingAnswersTheJobThatTellsAllWindowsOfASetting) {
+  OpenWithReadyPage();
+  LRESULT answered = 0;
+  jobBody_ = [&](settings::Settings&, tunnel::Tunnel&) {
+    while (tunnel_->stops == 0) std::this_thread::yield();  // the window waits for this job now
+    constexpr UINT kPatienceMs = 20'000;
+    answered = ::SendMessageTimeoutW(state_->window, WM_SETTINGCHANGE, 0, 0, SMTO_NORMAL,
+                                     kPatienceMs, nullptr);
+    return std::wstring(L"完成");
+  };
+  PageSends(L"{\"action\":\"stop\",\"f\":{}}");
+  Close();
+  EXPECT_NE(answered, 0);
+}
+
 // Closing the page runs messages of its own; a click that comes with them is too late.
 TEST_F(WindowLife, OnceClosingNoJobBegins) {
   OpenWithReadyPage();
