@@ -161,7 +161,7 @@ void WindowTest::OpenWithReadyPage() {
 }
 
 void WindowTest::Close() {
-  if (state_->window != nullptr) Send(WM_CLOSE);
+  if (state_ && state_->window != nullptr) Send(WM_CLOSE);
 }
 
 void WindowTest::PageSends(const std::wstring& json) {

@@ -30,14 +30,8 @@ function windowsCode(source) {
   }).join('\n');
 }
 
-/** The end of the call whose parenthesis opens at `open`. */
-function closingAt(code, open) {
-  for (let at = open, depth = 0; at < code.length; ++at) {
-    if (code[at] === '(') ++depth;
-    if (code[at] === ')' && --depth === 0) return at;
-  }
-  return code.length;
-}
+/** Where the statement around `at` begins; the compiler may call any of its lines the call's. */
+const statementAt = (code, at) => at - code.slice(0, at).match(/[^;{}]*$/)[0].trimStart().length;
 
 const lineOf = (code, at) => code.slice(0, at).split('\n').length;
 
@@ -45,8 +39,8 @@ const lineOf = (code, at) => code.slice(0, at).split('\n').length;
 function sitesOf(file) {
   const code = windowsCode(readFileSync(path.join(kRepo, file), 'utf8'));
   const calls = [...code.matchAll(/(?<![\w>:])::([A-Za-z_]\w*)\s*\(/g)].map((found) => ({
-    file, name: found[1], first: lineOf(code, found.index),
-    last: lineOf(code, closingAt(code, found.index + found[0].length - 1)), looked: false,
+    file, name: found[1], first: lineOf(code, statementAt(code, found.index)),
+    last: lineOf(code, code.indexOf(';', found.index)), looked: false,
   }));
   // A deleter is named twice: for its type, and as the one that runs.
   const handed = [...code.matchAll(/(?<!decltype\()&::(\w+)/g)].map((found) => ({
@@ -84,10 +78,7 @@ const isAt = (site, frame) => site.file === frame.file && site.first <= frame.li
 
 /** Marks the site of one noted call. */
 function mark(sites, { name, frames }) {
-  const ofName = sites.filter((site) => site.name === name);
-  // A call at the very end of a function may have become a jump: then the function's caller is in its place.
-  const own = ofName.find((site) => frames.some((frame) => isAt(site, frame)))
-    ?? (ofName.length === 1 ? ofName[0] : undefined);
+  const own = sites.find((site) => site.name === name && frames.some((frame) => isAt(site, frame)));
   if (own) own.looked = true;
 }
 

@@ -65,6 +65,10 @@ class Calls {
                                      const std::vector<std::string>& expected);
   // True when there were calls of `api` and each was `expected`.
   testing::AssertionResult EachWas(Api api, const std::string& expected);
+  // Leaves calls with this text out of every comparison, such as the run-time library's own.
+  void Ignore(const std::string& text);
+  // The name ("h3") of what the first successful call of `api` gave.
+  [[nodiscard]] std::string Given(Api api) const;
   [[nodiscard]] int Count(Api api) const;
   [[nodiscard]] int CountThatCanFail() const;
   // The name of the function that was made to fail; empty when none was.
@@ -77,7 +81,7 @@ class Calls {
   friend struct Hook;
   friend Calls* CallsOfThisThread();
 
-  struct Given {
+  struct Gift {
     std::string name;
     Api by{};
     std::uintptr_t value = 0;
@@ -102,7 +106,8 @@ class Calls {
   std::vector<Call> calls_;
   std::vector<PlannedFailure> failures_;
   std::array<std::shared_ptr<void>, kApiCount> answers_;
-  std::vector<Given> given_;
+  std::vector<Gift> given_;
+  std::set<std::string> ignored_;
   std::vector<std::string> wronglyClosed_;
   Names names_;
 };
