@@ -89,7 +89,7 @@ void Calls::FailAny(DWORD error, int nth) {
 Order Calls::Enter(Api api, void* returnsTo, std::string text, std::uintptr_t firstArgument,
                    std::uintptr_t secondArgument) {
   const Hooks::Lock held;
-  Order order{true, false, 0, calls_.size()};
+  Order order;
   for (PlannedFailure& failure : failures_) {
     const bool meant = failure.anyApi ? Of(api).failsAs != FailsAs::Never : failure.api == api;
     if (!meant) continue;

@@ -26,10 +26,8 @@ struct Call {
 
 // How the call that the program begins is to go on.
 struct Order {
-  bool recorded = false;
   bool fails = false;
   DWORD error = 0;
-  std::size_t index = 0;  // of the call
 };
 
 // Records the Windows calls of this program while it lives: it puts its own functions into the
