@@ -52,9 +52,8 @@ void LogAndLook(AppState& state, const wchar_t* line, const wchar_t* lineOnline)
 }
 
 bool HasWorkerEnded(const AppState& state) {
-  MSG message{};
   return !state.worker.joinable() ||
-         ::PeekMessageW(&message, state.window, kJobFinished, kJobFinished, PM_NOREMOVE) != FALSE;
+         ::WaitForSingleObject(state.workerEnded.Get(), 0) == WAIT_OBJECT_0;
 }
 
 bool HaveEndingsEnded(const AppState& state) {
