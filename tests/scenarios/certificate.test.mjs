@@ -1,0 +1,27 @@
+// A service whose certificate nobody vouches for gets no request, and so no access key.
+import assert from 'node:assert/strict';
+import path from 'node:path';
+
+import { kCloud } from '../../lab/network.mjs';
+import { kRepo } from '../../lab/paths.mjs';
+import { runOrFail } from '../../lab/processes.mjs';
+import { clickConnect, scenario } from './scenario.mjs';
+
+const kPort = 31443;
+
+scenario('a self-signed certificate is refused before anything is sent',
+  { start: false, settings: { serverUrl: `https://${kCloud}:${kPort}` } }, async (lab) => {
+    const [key, cert] = ['key.pem', 'cert.pem'].map((name) => path.join(lab.workFolder, name));
+    await runOrFail(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-days', '2', '-keyout', key,
+      '-out', cert, '-subj', `/CN=${kCloud}`, '-addext', `subjectAltName=IP:${kCloud}`]);
+    const service = await lab.processes.start('https service',
+      ['node', path.join(kRepo, 'lab/service/https_main.mjs'), kCloud, String(kPort), key, cert],
+      { namespace: lab.network.cloud, ready: /ready/ });
+    const program = await lab.startProgram();
+    await program.waitForLog(/自动更新检查异常：WinHttpReceiveResponse/);
+    await clickConnect(program);
+    await program.waitForLog(/Error: WinHttpReceiveResponse/);
+    const seen = lab.processes.outputOf(service);
+    assert.match(seen, /connection/, 'the service was asked');
+    assert.doesNotMatch(seen, /request/);
+  });
