@@ -61,7 +61,7 @@ TEST_F(SocketCalls, ConnectListenAndAccept) {
     EXPECT_EQ(listener->Listen(), 0);
     const SocketAddress address = listener->LocalAddress();
     const auto client = Make(SocketKind::Tcp);
-    EXPECT_EQ(client->Connect(address), 0);
+    EXPECT_EQ(client->Connect(address, milliseconds(5000)), 0);
     int error = 0;
     const auto server = listener->Accept(error);
     EXPECT_EQ(client->Send(BytesOf("hello")).bytes, 5u);
@@ -180,7 +180,7 @@ std::string Exchange() {
   if (address.Port() == 0) return "no address";
   const auto client = Socket::Create(SocketKind::Tcp, AF_INET, error);
   if (!client) return "no client " + std::to_string(error);
-  if (const int failed = client->Connect(address)) return "refused " + std::to_string(failed);
+  if (const int failed = client->Connect(address, milliseconds(5000))) return "refused " + std::to_string(failed);
   const auto server = listener->Accept(error);
   if (!server) return "not accepted " + std::to_string(error);
   const SocketResult sent = client->Send(BytesOf("x"));
@@ -236,7 +236,7 @@ TEST_F(SocketCalls, CancelACallThatIsUnderWayAndCloseAfterIt) {
 TEST_F(SocketCalls, ResolveANameAndFreeTheList) {
   {
     Calls calls;
-    EXPECT_FALSE(ResolveHost("127.0.0.1", 502, SocketKind::UdpIpv4).empty());
+    EXPECT_FALSE(LookUpHost("127.0.0.1", 502, SocketKind::UdpIpv4).empty());
     EXPECT_TRUE(calls.WereAmong(
         {Api::getaddrinfo, Api::freeaddrinfo},
         {Said<Api::getaddrinfo>("127.0.0.1", "502", Text{"{flags 0 family 2 type 2 protocol 17}"},
@@ -246,7 +246,7 @@ TEST_F(SocketCalls, ResolveANameAndFreeTheList) {
   }
   Calls calls;
   calls.Fail(Api::getaddrinfo, WSAHOST_NOT_FOUND);
-  EXPECT_TRUE(ResolveHost("127.0.0.1", 502, SocketKind::Tcp).empty());
+  EXPECT_TRUE(LookUpHost("127.0.0.1", 502, SocketKind::Tcp).empty());
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 
 #include <stdexcept>
 
+#include "text/utf8.h"
 #include "tunnel/adapter_list.h"
+#include "tunnel/driver_error.h"
 #include "tunnel/windivert_api.h"
 #include "win32/calls.h"
 
@@ -72,7 +74,7 @@ TEST(AdapterCalls, KeepTheNetworksOfAdaptersThatAreUp) {
   adapters[2].ipv4.sin_family = AF_INET6;  // not asked for, but given
   Calls calls;
   List(calls, adapters);
-  const std::vector<Ipv4Network> networks = CollectLocalNetworks();
+  const std::vector<Ipv4Network> networks = CollectLocalNetworks().networks;
   ASSERT_EQ(networks.size(), 2u);
   EXPECT_EQ(networks[0].network, 0x0A010200u);
   EXPECT_EQ(networks[0].prefix, 24u);
@@ -86,10 +88,14 @@ TEST(AdapterCalls, KnowNoNetworksWhenTheSystemListsNone) {
   std::vector<Adapter> adapters;
   adapters.emplace_back(IfOperStatusUp, "10.1.2.3", UINT8{24});
   for (const int nth : {1, 2}) {
-    Calls calls;
-    List(calls, adapters);
-    calls.Fail(Api::GetAdaptersAddresses, ERROR_NO_DATA, nth);
-    EXPECT_TRUE(CollectLocalNetworks().empty()) << nth;
+    for (const DWORD error : {DWORD{ERROR_NO_DATA}, DWORD{ERROR_NOT_ENOUGH_MEMORY}}) {
+      Calls calls;
+      List(calls, adapters);
+      calls.Fail(Api::GetAdaptersAddresses, error, nth);
+      const LocalNetworks local = CollectLocalNetworks();
+      EXPECT_TRUE(local.networks.empty()) << nth;
+      EXPECT_EQ(local.error, error == ERROR_NO_DATA ? 0 : error) << nth;  // none is no fault
+    }
   }
 }
 
@@ -110,6 +116,7 @@ TEST(DriverLibraryCalls, LoadByTheBareNameBindFiveFunctionsAndFreeAtTheEnd) {
   LoadWinDivert();
   EXPECT_TRUE(calls.Were({
       Said<Api::LoadLibraryW>(L"WinDivert.dll"),
+      Said<Api::GetLastError>(),
       Said<Api::GetProcAddress>(Handle{1}, "WinDivertOpen"),
       Said<Api::GetProcAddress>(Handle{1}, "WinDivertRecv"),
       Said<Api::GetProcAddress>(Handle{1}, "WinDivertSend"),
@@ -121,6 +128,7 @@ TEST(DriverLibraryCalls, LoadByTheBareNameBindFiveFunctionsAndFreeAtTheEnd) {
 
 TEST(DriverLibraryCalls, SayWhatIsMissingAndFreeTheLibrary) {
   const std::string noFile = "WinDivert.dll was not found in the runtime cache.";
+  const std::string code = text::ToUtf8(DescribeDriverError(ERROR_PROC_NOT_FOUND));
   const std::string noExport = "WinDivert.dll is missing required exports.";
   for (int nth = 1; nth <= 6; ++nth) {
     Calls calls;
@@ -130,7 +138,7 @@ TEST(DriverLibraryCalls, SayWhatIsMissingAndFreeTheLibrary) {
       LoadWinDivert();
       ADD_FAILURE() << nth;
     } catch (const std::runtime_error& error) {
-      EXPECT_EQ(error.what(), nth == 1 ? noFile : noExport);
+      EXPECT_EQ(error.what(), nth == 1 ? noFile + "\r\n" + code : noExport);
     }
     EXPECT_EQ(calls.Unbalanced(), "") << nth;
   }

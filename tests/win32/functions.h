@@ -172,10 +172,12 @@ enum class FailsAs {
   X(getsockname, MinusOne, -1)           \
   X(getsockopt, MinusOne, -1)            \
   X(htonl, Never, -1)                    \
+  X(ioctlsocket, MinusOne, -1)           \
   X(listen, MinusOne, -1)                \
   X(ntohl, Never, -1)                    \
   X(recv, MinusOne, -1)                  \
   X(recvfrom, MinusOne, -1)              \
+  X(select, MinusOne, -1)                \
   X(send, MinusOne, 1)                   \
   X(sendto, MinusOne, 1)                 \
   X(setsockopt, MinusOne, 3)             \
