@@ -14,7 +14,7 @@ import {
 } from './network.mjs';
 import { NetworkFaults } from './network_faults.mjs';
 import {
-  kBrowserRuntime, kBuild, kLabSuffix, kRepo, kRustDesk, kSettingWatch, kTunBridge,
+  kBrowserRuntime, kBuild, kLabSuffix, kRepo, kRustDesk, kSendMessage, kSettingWatch, kTunBridge,
 } from './paths.mjs';
 import { Processes, run } from './processes.mjs';
 import { Program } from './program.mjs';
@@ -30,6 +30,7 @@ export const kGrant = {
   connectionId: 'CONN-0001', assignedAddress: kTunnelAddress, routes: [kDirectRoute, kOverlappingRoute],
 };
 
+const kWindowClass = 'VelmarineNativeWindow';
 const kBridgePort = 7300;
 const kDriverPort = 7002;
 const kTunPort = 7001;
@@ -191,6 +192,19 @@ export class Lab {
     });
     return () => [...this.processes.outputOf(child).matchAll(/^setting change, (.*?)\r?$/gm)]
       .map(([, text]) => text);
+  }
+
+  /**
+   * Sends the program's window what the system would: {answer, tookMs}. Fails when it does not answer
+   * within ten seconds.
+   */
+  async sendToWindow(message, wParam) {
+    const command = this.prefix.command(this.prefix.windowsPath(kSendMessage),
+      [kWindowClass, String(message), String(wParam)]);
+    const { code, stdout } = await run(command, this.#windowsOptions);
+    const [, answer, tookMs] = /^answer (\d+) after (\d+) ms/m.exec(stdout) ?? [];
+    if (code !== 0 || answer === undefined) throw new Error(`The window did not answer message ${message}.`);
+    return { answer: Number(answer), tookMs: Number(tookMs) };
   }
 
   get #windowsOptions() { return { namespace: this.network.engineer, env: this.windowsEnv }; }

@@ -11,6 +11,7 @@ export const kProgramFile = path.join(kBuild, 'windows/Velmarine.Client.exe');
 export const kNextProgramFile = path.join(kBuild, 'windows/lab/update/Velmarine.Client.exe');
 export const kBrowserRuntime = path.join(kBuild, 'windows/lab/browser/120.0.0.0');
 export const kSettingWatch = path.join(kBuild, 'windows/lab/desk/setting_watch.exe');
+export const kSendMessage = path.join(kBuild, 'windows/lab/desk/send_message.exe');
 export const kClipboard = path.join(kBuild, 'windows/lab/desk/clipboard.exe');
 export const kRustDesk = path.join(kBuild, 'windows/lab/rustdesk/rustdesk.exe');
 export const kTunBridge = path.join(kBuild, 'native/lab/driver/tunbridge');
