@@ -15,6 +15,18 @@ async function startFails(lab, program, line) {
   assert.equal(JSON.parse(reports.at(-1).body).reason, '本地隧道启动失败');
 }
 
+scenario('a driver that is blocked says so with the system\'s code, its meaning and its cure',
+  { env: { LAB_WINDIVERT_OPEN_ERROR: '577' } }, async (lab, program) => {
+    await startFails(lab, program, /Error: WinDivertOpen failed for filter: outbound .*\r\n错误 577：系统不接受驱动文件的数字签名/);
+    await program.waitForText('#c-statusline', /错误 577：/);
+  });
+
+scenario('what another program has left of the driver is stopped, and the driver opened once more',
+  { env: { LAB_WINDIVERT_OPEN_ERROR: '1058', LAB_WINDIVERT_FAIL_OPEN: '1' } }, async (lab, program) => {
+    await connect(program);
+    assert.equal((await lab.driverLog()).match(/^open .*error=1058/gm).length, 1);
+  });
+
 scenario('a driver that refuses the filter fails the start',
   { env: { LAB_WINDIVERT_OPEN_ERROR: '87' } }, async (lab, program) => {
     await startFails(lab, program, 'Error: WinDivertOpen failed for filter: outbound and ip and !impostor');
