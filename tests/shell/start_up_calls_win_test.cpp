@@ -83,11 +83,17 @@ TEST_F(StartUp, EndsWithWhatTheMessageLoopWasEndedWith) {
 
 TEST_F(StartUp, DispatchesEveryMessageAndEndsAtAFailureToGetOne) {
   Calls calls;
-  calls.AnswerWith<Api::GetMessageW>([](MSG* message, HWND window, UINT first, UINT last) -> BOOL {
+  bool failed = false;
+  bool askedAgain = false;
+  calls.AnswerWith<Api::GetMessageW>([&](MSG* message, HWND window, UINT first, UINT last) -> BOOL {
+    askedAgain = failed;
+    if (failed) return FALSE;
     const BOOL found = Real<Api::GetMessageW>()(message, window, first, last);
-    return found == FALSE ? -1 : found;
+    failed = found == FALSE;
+    return failed ? -1 : found;
   });
   Run(calls);
+  EXPECT_FALSE(askedAgain);
   const int got = calls.Count(Api::GetMessageW);
   EXPECT_GE(got, 2);
   EXPECT_TRUE(calls.EachWas(Api::GetMessageW, Said<Api::GetMessageW>(Some{}, nullptr, 0, 0)));
