@@ -99,6 +99,21 @@ TEST(AdapterCalls, KnowNoNetworksWhenTheSystemListsNone) {
   }
 }
 
+// What lies in the buffer after a failure is not to be trusted.
+TEST(AdapterCalls, TakeNothingFromAListThatFailed) {
+  const Adapter adapter(IfOperStatusUp, "10.1.2.3", UINT8{24});
+  Calls calls;
+  calls.AnswerWith<Api::GetAdaptersAddresses>(
+      [record = &adapter.record](ULONG, ULONG, void*, IP_ADAPTER_ADDRESSES* list,
+                                 ULONG* sizeBytes) -> ULONG {
+        *sizeBytes = kListBytes;
+        if (list == nullptr) return ERROR_BUFFER_OVERFLOW;
+        *list = *record;
+        return ERROR_NO_DATA;
+      });
+  EXPECT_TRUE(CollectLocalNetworks().empty());
+}
+
 // ---- the driver's library
 
 // A library that has every function.
