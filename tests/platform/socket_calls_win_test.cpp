@@ -180,7 +180,8 @@ std::string Exchange() {
   if (address.Port() == 0) return "no address";
   const auto client = Socket::Create(SocketKind::Tcp, AF_INET, error);
   if (!client) return "no client " + std::to_string(error);
-  if (const int failed = client->Connect(address, milliseconds(5000))) return "refused " + std::to_string(failed);
+  if (const int failed = client->Connect(address, milliseconds(5000)))
+    return "refused " + std::to_string(failed);
   const auto server = listener->Accept(error);
   if (!server) return "not accepted " + std::to_string(error);
   const SocketResult sent = client->Send(BytesOf("x"));
@@ -198,7 +199,11 @@ TEST_F(SocketCalls, ReportEachFailureOfAnExchange) {
             "listen: not listening 10055\n"
             "getsockname: no address\n"
             "socket: no client 10055\n"
+            "ioctlsocket: refused 10055\n"
             "connect: refused 10055\n"
+            "select: done\n"
+            "getsockopt: done\n"
+            "ioctlsocket: done\n"
             "accept: not accepted 10055\n"
             "send: not sent 10055\n"
             "recv: not received 10055\n"

@@ -8,6 +8,7 @@
 #include "platform/handles_win.h"
 #include "platform/known_folders.h"
 #include "platform/local_time.h"
+#include "platform/machine_win.h"
 #include "platform/process_win.h"
 #include "platform/resource_win.h"
 #include "platform/url.h"
@@ -29,8 +30,8 @@ void StandInForProcesses(Calls& calls) {
   calls.AnswerWith<Api::CreateProcessW>([](const wchar_t*, wchar_t*, SECURITY_ATTRIBUTES*,
                                            SECURITY_ATTRIBUTES*, BOOL, DWORD, void*, const wchar_t*,
                                            STARTUPINFOW*, PROCESS_INFORMATION* started) {
-    started->hProcess = ::CreateEventW(nullptr, TRUE, TRUE, nullptr);
-    started->hThread = ::CreateEventW(nullptr, TRUE, TRUE, nullptr);
+    started->hProcess = Real<Api::CreateEventW>()(nullptr, TRUE, TRUE, nullptr);
+    started->hThread = Real<Api::CreateEventW>()(nullptr, TRUE, TRUE, nullptr);
     return TRUE;
   });
 }
@@ -134,6 +135,50 @@ TEST(ProcessCalls, EndThisProcessByItself) {
   Real<Api::WaitForSingleObject>()(thread.Get(), 30000);
   EXPECT_TRUE(calls.WereAmong({Api::GetCurrentProcess, Api::TerminateProcess},
                               {Said<Api::GetCurrentProcess>(), "TerminateProcess(-1, 7)"}));
+}
+
+TEST(ProcessCalls, HaveNoSystemBoxAskForADisk) {
+  Calls calls;
+  calls.AnswerWith<Api::SetErrorMode>([](UINT) { return UINT{0}; });
+  RefuseSystemErrorBoxes();
+  EXPECT_TRUE(
+      calls.Were({Said<Api::SetErrorMode>(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX)}));
+}
+
+// ---- the machine
+
+// IsWow64Process2 of several computers; this program runs there under emulation or by itself.
+template <USHORT native, BOOL result>
+BOOL WINAPI TellMachine(HANDLE process, USHORT* processMachine, USHORT* nativeMachine) {
+  EXPECT_EQ(process, Real<Api::GetCurrentProcess>()());
+  *processMachine = IMAGE_FILE_MACHINE_UNKNOWN;
+  *nativeMachine = native;
+  return result;
+}
+
+TEST(MachineCalls, KnowArm64ByTheNativeMachine) {
+  constexpr USHORT kArm64 = 0xAA64;
+  constexpr USHORT kX64 = 0x8664;
+  using Tell = BOOL(WINAPI*)(HANDLE, USHORT*, USHORT*);
+  const struct {
+    const char* name;
+    Tell tell;
+    bool isArm64;
+  } rows[] = {{"ARM64", TellMachine<kArm64, TRUE>, true},
+              {"x64", TellMachine<kX64, TRUE>, false},
+              {"refused", TellMachine<kArm64, FALSE>, false},
+              {"the first Windows 10", nullptr, false}};
+  for (const auto& row : rows) {
+    Calls calls;
+    calls.AnswerWith<Api::GetProcAddress>([&row](HMODULE, const char*) {
+      return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(row.tell));
+    });
+    EXPECT_EQ(IsArm64Windows(), row.isArm64) << row.name;
+    std::vector<std::string> expected = {Said<Api::GetModuleHandleW>(L"kernel32.dll"),
+                                         Said<Api::GetProcAddress>(Handle{1}, "IsWow64Process2")};
+    if (row.tell != nullptr) expected.push_back(Said<Api::GetCurrentProcess>());
+    EXPECT_TRUE(calls.Were(expected)) << row.name;
+  }
 }
 
 // ---- texts of errors

@@ -12,7 +12,8 @@ namespace {
 std::vector<Api> TakenBackBy(Api api) {
   switch (api) {
     case Api::CloseHandle:
-      return {Api::CreateFileW, Api::CreateProcessW, Api::OpenProcess};
+      return {Api::CreateEventW, Api::CreateFileMappingW, Api::CreateFileW, Api::CreateProcessW,
+              Api::OpenProcess};
     case Api::FindClose:
       return {Api::FindFirstFileW};
     case Api::FreeLibrary:
@@ -34,6 +35,14 @@ std::vector<Api> TakenBackBy(Api api) {
       return {Api::CreateFontW, Api::CreateSolidBrush};
     case Api::DestroyWindow:
       return {Api::CreateWindowExW};
+    case Api::UnmapViewOfFile:
+      return {Api::MapViewOfFile};
+    case Api::UnregisterSuspendResumeNotification:
+      return {Api::RegisterSuspendResumeNotification};
+    case Api::CancelMibChangeNotify2:
+      return {Api::NotifyUnicastIpAddressChange};
+    case Api::WTSFreeMemory:
+      return {Api::WTSQuerySessionInformationW};
     case Api::closesocket:
       return {Api::accept, Api::socket};
     case Api::freeaddrinfo:
@@ -86,8 +95,7 @@ void Calls::FailAny(DWORD error, int nth) {
   failures_.push_back({true, {}, error, nth, 0});
 }
 
-Order Calls::Enter(Api api, void* returnsTo, std::string text, std::uintptr_t firstArgument,
-                   std::uintptr_t secondArgument) {
+Order Calls::Enter(Api api, void* returnsTo, std::string text, std::uintptr_t firstArgument) {
   const Hooks::Lock held;
   Order order;
   for (PlannedFailure& failure : failures_) {
@@ -99,8 +107,7 @@ Order Calls::Enter(Api api, void* returnsTo, std::string text, std::uintptr_t fi
     order.error = failure.error;
   }
   calls_.push_back({api, std::move(text), returnsTo, order.fails, false});
-  const bool isTransfer = api == Api::SetClipboardData;
-  if (!isTransfer || !order.fails) TakeBack(api, isTransfer ? secondArgument : firstArgument);
+  if (api != Api::SetClipboardData) TakeBack(api, firstArgument);
   return order;
 }
 
@@ -110,6 +117,11 @@ void Calls::Give(Api by, std::uintptr_t value) {
   const std::string name = "h" + std::to_string(given_.size() + 1);
   given_.push_back({name, by, value, IsGivenBack(by)});
   names_[value] = name;
+}
+
+void Calls::Transfer(Api by, std::uintptr_t value) {
+  const Hooks::Lock held;
+  TakeBack(by, value);
 }
 
 // The lock is held.

@@ -93,10 +93,11 @@ class Calls {
     int seen = 0;
   };
 
-  Order Enter(Api api, void* returnsTo, std::string text, std::uintptr_t firstArgument,
-              std::uintptr_t secondArgument);
+  Order Enter(Api api, void* returnsTo, std::string text, std::uintptr_t firstArgument);
   void Give(Api by, std::uintptr_t value);
   void TakeBack(Api by, std::uintptr_t value);
+  // The system's from here on, as the call has succeeded.
+  void Transfer(Api by, std::uintptr_t value);
   void Note() const;
 
   const DWORD thread_;

@@ -108,7 +108,7 @@ TEST(EachFailure, RunsOnceForEachCallAndSeesWhatLeaks) {
   const auto leakAfterAFailure = [&leaked] {
     const HANDLE file = MakeFile();
     if (file == INVALID_HANDLE_VALUE) {
-      leaked.push_back(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+      leaked.push_back(Real<Api::CreateEventW>()(nullptr, TRUE, FALSE, nullptr));
       return std::string("no file");
     }
     if (::FlushFileBuffers(file) == FALSE && ::GetLastError() == ERROR_NO_SYSTEM_RESOURCES) {

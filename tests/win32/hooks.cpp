@@ -47,7 +47,7 @@ struct Hook<api, R (*)(A...)> {
     }
     const Order order = calls->Enter(api, __builtin_return_address(0),
                                      JoinCall(api, PrintAll(calls->names_, arguments...)),
-                                     Argument<0>(arguments...), Argument<1>(arguments...));
+                                     Argument<0>(arguments...));
     Hooks::SetLastError(errorBefore);
     if constexpr (std::is_void_v<R>) {
       Go(*calls, arguments...);
@@ -129,6 +129,9 @@ struct Hook<api, R (*)(A...)> {
   static void NoteGiven(Calls& calls, Result result, A... arguments) {
     const auto all = std::forward_as_tuple(arguments...);
     const auto give = [&calls](const auto& value) { calls.Give(api, AsNumber(value)); };
+    if constexpr (api == Api::SetClipboardData) {
+      if (result != nullptr) calls.Transfer(api, Argument<1>(arguments...));
+    }
     if constexpr (std::is_pointer_v<R> && !std::is_function_v<std::remove_pointer_t<R>>) {
       give(result);
     } else if constexpr (api == Api::socket || api == Api::accept) {
@@ -143,6 +146,10 @@ struct Hook<api, R (*)(A...)> {
       if (result == ERROR_SUCCESS) give(*std::get<7>(all));
     } else if constexpr (api == Api::SHGetKnownFolderPath) {
       give(*std::get<3>(all));
+    } else if constexpr (api == Api::NotifyUnicastIpAddressChange) {
+      if (result == NO_ERROR) give(*std::get<4>(all));
+    } else if constexpr (api == Api::WTSQuerySessionInformationW) {
+      if (result != FALSE) give(*std::get<3>(all));
     } else if constexpr (api == Api::FormatMessageW) {
       if ((std::get<0>(all) & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0 && result != 0) {
         give(*reinterpret_cast<void**>(std::get<4>(all)));

@@ -81,6 +81,20 @@ std::string Print(const INITCOMMONCONTROLSEX* controls) {
   return Join("{", controls->dwSize, " classes ", controls->dwICC, "}");
 }
 
+std::string Print(const timeval* time) {
+  if (time == nullptr) return "null";
+  return Join("{", time->tv_sec, " s ", time->tv_usec, " us}");
+}
+
+std::string Print(const fd_set* sockets, const Names& names) {
+  if (sockets == nullptr) return "null";
+  std::string text;
+  for (u_int i = 0; i < sockets->fd_count; ++i) {
+    text += (i == 0 ? "" : " ") + PrintNumber(sockets->fd_array[i], names);
+  }
+  return "{" + text + "}";
+}
+
 std::string PrintBytes(const void* bytes, std::size_t lengthBytes) {
   constexpr std::size_t kShownBytes = 96;
   if (bytes == nullptr) return "null";

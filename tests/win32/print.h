@@ -35,6 +35,8 @@ std::string Print(const RECT* area);
 std::string Print(const sockaddr* address);  // "127.0.0.1:80"
 std::string Print(const addrinfo* hints);
 std::string Print(const INITCOMMONCONTROLSEX* controls);
+std::string Print(const timeval* time);                        // "{0 s 20000 us}"
+std::string Print(const fd_set* sockets, const Names& names);  // "{h1}"
 std::string PrintBytes(const void* bytes, std::size_t lengthBytes);
 std::string PrintPointer(const volatile void* pointer, const Names& names);
 std::string PrintNumber(std::uint64_t number, const Names& names);
@@ -59,12 +61,15 @@ std::string Print(const T& value, const Names& names) {
   } else if constexpr (std::is_same_v<Plain, WNDCLASSEXW*> ||
                        std::is_same_v<Plain, const WNDCLASSEXW*>) {
     return Print(static_cast<const WNDCLASSEXW*>(value), names);
+  } else if constexpr (std::is_convertible_v<Plain, const fd_set*>) {
+    return Print(static_cast<const fd_set*>(value), names);
   } else if constexpr (std::is_same_v<Plain, std::wstring> || std::is_same_v<Plain, GUID> ||
                        std::is_convertible_v<Plain, const wchar_t*> ||
                        std::is_convertible_v<Plain, const RECT*> ||
                        std::is_same_v<Plain, const sockaddr*> ||
                        std::is_same_v<Plain, const addrinfo*> ||
                        std::is_convertible_v<Plain, const STARTUPINFOW*> ||
+                       std::is_convertible_v<Plain, const timeval*> ||
                        std::is_convertible_v<Plain, const INITCOMMONCONTROLSEX*>) {
     return Print(value);
   } else if constexpr (std::is_same_v<Plain, DWORD*> || std::is_same_v<Plain, int*>) {
