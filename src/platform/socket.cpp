@@ -44,15 +44,16 @@ int SetBlocking(Raw raw, bool blocks) noexcept {
   u_long isNonBlocking = blocks ? 0 : 1;
   return ::ioctlsocket(raw, static_cast<long>(FIONBIO), &isNonBlocking) == 0 ? 0 : LastError();
 }
-// True once a connect under way has ended, well or badly; false when `time` has passed.
-bool HasConnectEnded(Raw raw, std::chrono::milliseconds time) noexcept {
+// Above 0 once a connect under way has ended, well or badly; 0 when `time` has passed; below 0 when
+// the system does not tell, with the last error.
+int AwaitConnect(Raw raw, std::chrono::milliseconds time) noexcept {
   // WSAPoll() keeps a failed connect to itself on older systems.
   fd_set writable;
   FD_ZERO(&writable);
   FD_SET(raw, &writable);
   fd_set failed = writable;
   timeval limit{0, static_cast<decltype(timeval::tv_usec)>(time.count() * 1000)};
-  return ::select(0, nullptr, &writable, &failed, &limit) != 0;
+  return ::select(0, nullptr, &writable, &failed, &limit);
 }
 
 using TimeValue = DWORD;
@@ -99,9 +100,10 @@ int SetBlocking(Raw raw, bool blocks) noexcept {
   const int wanted = blocks ? flags & ~O_NONBLOCK : flags | O_NONBLOCK;
   return ::fcntl(raw, F_SETFL, wanted) == 0 ? 0 : LastError();
 }
-bool HasConnectEnded(Raw raw, std::chrono::milliseconds time) noexcept {
+int AwaitConnect(Raw raw, std::chrono::milliseconds time) noexcept {
   pollfd entry{raw, POLLOUT, 0};
-  return ::poll(&entry, 1, static_cast<int>(time.count())) != 0;
+  const int ended = ::poll(&entry, 1, static_cast<int>(time.count()));
+  return ended < 0 && errno == EINTR ? 0 : ended;
 }
 
 using TimeValue = timeval;
@@ -138,6 +140,15 @@ Value ReadOption(Raw raw, int level, int name) noexcept {
   socklen_t size = sizeof(value);
   ::getsockopt(raw, level, name, static_cast<char*>(static_cast<void*>(&value)), &size);
   return value;
+}
+
+// Of a connect that has ended: 0 when it stands.
+int ConnectError(Raw raw) noexcept {
+  int error = 0;
+  socklen_t size = sizeof(error);
+  void* const value = &error;
+  const int failed = ::getsockopt(raw, SOL_SOCKET, SO_ERROR, static_cast<char*>(value), &size);
+  return failed == 0 ? error : LastError();
 }
 
 const sockaddr* System(const SocketAddress& address) noexcept {
@@ -283,39 +294,30 @@ Socket::Options Socket::ReadOptions() noexcept {
   return options;
 }
 
-// A socket whose calls do not wait, until this object ends.
-class Socket::Unblocked {
- public:
-  explicit Unblocked(Raw raw) noexcept : raw_(raw), error_(SetBlocking(raw, false)) {}
-  ~Unblocked() {
-    if (error_ == 0) SetBlocking(raw_, true);
-  }
-  Unblocked(const Unblocked&) = delete;
-  Unblocked& operator=(const Unblocked&) = delete;
-  [[nodiscard]] int Error() const noexcept { return error_; }
-
- private:
-  const Raw raw_;
-  const int error_;
-};
-
 // In slices: nothing but a look at the state tells, on both systems, that Close() came meanwhile.
-int Socket::Connect(const SocketAddress& address, std::chrono::milliseconds limit) noexcept {
-  const Call call(*this);
-  if (!call.Entered()) return kClosed;
-  const Unblocked unblocked(call.Handle());
-  if (unblocked.Error() != 0) return unblocked.Error();
-  const int failed =
-      ::connect(call.Handle(), System(address), static_cast<socklen_t>(address.SizeBytes()));
+int Socket::ConnectUnblocked(const Call& call, const SocketAddress& address,
+                             std::chrono::milliseconds limit) noexcept {
+  const Raw raw = call.Handle();
+  const int failed = ::connect(raw, System(address), static_cast<socklen_t>(address.SizeBytes()));
   const int error = failed == 0 ? 0 : LastError();
   if (error != kConnecting) return call.Judge(error);
 
   const auto end = std::chrono::steady_clock::now() + limit;
-  while (!HasConnectEnded(call.Handle(), kConnectSlice)) {
+  int ended = 0;
+  while ((ended = AwaitConnect(raw, kConnectSlice)) == 0) {
     if (call.Judge(0) != 0) return kClosed;
     if (std::chrono::steady_clock::now() >= end) return kTimedOut;
   }
-  return call.Judge(ReadOption<int>(call.Handle(), SOL_SOCKET, SO_ERROR));
+  return call.Judge(ended < 0 ? LastError() : ConnectError(raw));
+}
+
+int Socket::Connect(const SocketAddress& address, std::chrono::milliseconds limit) noexcept {
+  const Call call(*this);
+  if (!call.Entered()) return kClosed;
+  if (const int error = SetBlocking(call.Handle(), false)) return error;
+  const int error = ConnectUnblocked(call, address, limit);
+  const int notBack = SetBlocking(call.Handle(), true);
+  return error != 0 ? error : notBack;
 }
 
 int Socket::Bind(const SocketAddress& address) noexcept {

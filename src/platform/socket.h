@@ -102,8 +102,9 @@ class Socket {
 
  private:
   class Call;
-  class Unblocked;
   explicit Socket(std::uintptr_t raw) noexcept : raw_(raw) {}
+  static int ConnectUnblocked(const Call& call, const SocketAddress& address,
+                              std::chrono::milliseconds limit) noexcept;
   int SetOption(int level, int name, const void* value, std::size_t sizeBytes) noexcept;
 
   Mutex lock_;

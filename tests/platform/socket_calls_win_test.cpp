@@ -201,15 +201,156 @@ TEST_F(SocketCalls, ReportEachFailureOfAnExchange) {
             "socket: no client 10055\n"
             "ioctlsocket: refused 10055\n"
             "connect: refused 10055\n"
-            "select: done\n"
-            "getsockopt: done\n"
-            "ioctlsocket: done\n"
+            "select: refused 10055\n"
+            "getsockopt: refused 10055\n"
+            "ioctlsocket: refused 10055\n"
             "accept: not accepted 10055\n"
             "send: not sent 10055\n"
             "recv: not received 10055\n"
             "shutdown: done\nclosesocket: done\n"
             "shutdown: done\nclosesocket: done\n"
             "shutdown: done\nclosesocket: done\n");
+}
+
+// ---- a connect with its limit
+
+constexpr long kBlocking = static_cast<long>(FIONBIO);
+
+// A connect that is under way until `select` says otherwise.
+class ConnectCalls : public SocketCalls {
+ protected:
+  // `ended`: what select returns. `error`: what the socket then has to say.
+  void StandIn(int ended, int error) {
+    calls_.AnswerWith<Api::connect>([](SOCKET, const sockaddr*, int) {
+      ::WSASetLastError(WSAEWOULDBLOCK);
+      return SOCKET_ERROR;
+    });
+    calls_.AnswerWith<Api::select>(
+        [ended](int, fd_set*, fd_set*, fd_set*, const timeval*) { return ended; });
+    calls_.AnswerWith<Api::getsockopt>([error](SOCKET, int, int, char* value, int*) {
+      std::memcpy(value, &error, sizeof(error));
+      return 0;
+    });
+  }
+  int Connect(milliseconds limit = milliseconds(60000)) {
+    return socket_->Connect(SocketAddress::Loopback(502), limit);
+  }
+  // From here on the socket's calls wait again.
+  testing::AssertionResult TurnedBack() {
+    return calls_.WereAmong({Api::ioctlsocket},
+                            {Said<Api::ioctlsocket>(Handle{1}, kBlocking, Ref{1}),
+                             Said<Api::ioctlsocket>(Handle{1}, kBlocking, Ref{0})});
+  }
+
+  Calls calls_{Calls::Threads::All};
+  std::shared_ptr<Socket> socket_;
+
+  void SetUp() override {
+    SocketCalls::SetUp();
+    socket_ = Make(SocketKind::Tcp);
+  }
+};
+
+TEST_F(ConnectCalls, WaitInSlicesForTheAnswer) {
+  const auto listener = Make(SocketKind::Tcp);
+  ASSERT_EQ(listener->Bind(SocketAddress::Loopback(0)), 0);
+  ASSERT_EQ(listener->Listen(), 0);
+  int slices = 0;
+  calls_.AnswerWith<Api::select>(
+      [&slices](int count, fd_set* read, fd_set* write, fd_set* failed, const timeval*) {
+        if (++slices < 3) return 0;
+        timeval patience{30, 0};
+        return Real<Api::select>()(count, read, write, failed, &patience);
+      });
+  EXPECT_EQ(socket_->Connect(listener->LocalAddress(), milliseconds(60000)), 0);
+  const std::string at = "127.0.0.1:" + std::to_string(listener->LocalAddress().Port());
+  const std::string slice =
+      Said<Api::select>(0, nullptr, Text{"{h1}"}, Text{"{h1}"}, Text{"{0 s 20000 us}"});
+  EXPECT_TRUE(calls_.WereAmong(
+      {Api::ioctlsocket, Api::connect, Api::select, Api::getsockopt},
+      {Said<Api::ioctlsocket>(Handle{1}, kBlocking, Ref{1}),
+       Said<Api::connect>(Handle{1}, Text{at}, sizeof(sockaddr_in)), slice, slice, slice,
+       Said<Api::getsockopt>(Handle{1}, SOL_SOCKET, SO_ERROR, Some{}, Ref{4}),
+       Said<Api::ioctlsocket>(Handle{1}, kBlocking, Ref{0})}));
+}
+
+TEST_F(ConnectCalls, SayWhatTheSocketHasToSay) {
+  for (const int error : {0, WSAECONNREFUSED, WSAEHOSTUNREACH}) {
+    StandIn(1, error);
+    EXPECT_EQ(Connect(), error);
+  }
+  EXPECT_EQ(calls_.Count(Api::ioctlsocket), 6);
+}
+
+TEST_F(ConnectCalls, EndAtOnceWhereThereIsNoWay) {
+  calls_.Fail(Api::connect, WSAENETUNREACH);
+  EXPECT_EQ(Connect(), WSAENETUNREACH);
+  EXPECT_EQ(calls_.Count(Api::select), 0);
+  EXPECT_TRUE(TurnedBack());
+}
+
+TEST_F(ConnectCalls, GiveUpOnceTheLimitHasPassed) {
+  StandIn(0, 0);
+  const auto begin = std::chrono::steady_clock::now();
+  const int error = Connect(milliseconds(50));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(50));
+  EXPECT_TRUE(IsSocketTimeout(error)) << error;
+  EXPECT_EQ(calls_.Count(Api::getsockopt), 0);
+  EXPECT_TRUE(TurnedBack());
+}
+
+TEST_F(ConnectCalls, NeverTakeAFailedWaitForAConnection) {
+  StandIn(1, 0);
+  calls_.Fail(Api::select, WSAENOBUFS);
+  EXPECT_EQ(Connect(), WSAENOBUFS);
+  EXPECT_TRUE(TurnedBack());
+  calls_.Fail(Api::getsockopt, WSAENETDOWN);
+  EXPECT_EQ(Connect(), WSAENETDOWN);
+  EXPECT_EQ(calls_.Count(Api::ioctlsocket), 4);
+}
+
+TEST_F(ConnectCalls, DoNotBeginAConnectThatWouldWait) {
+  calls_.Fail(Api::ioctlsocket, WSAENOBUFS);
+  EXPECT_EQ(Connect(), WSAENOBUFS);
+  EXPECT_EQ(calls_.Count(Api::connect), 0);
+  EXPECT_EQ(calls_.Count(Api::ioctlsocket), 1);
+}
+
+// Its receives would not wait.
+TEST_F(ConnectCalls, RefuseAConnectionThatCannotBeTurnedBack) {
+  StandIn(1, 0);
+  calls_.Fail(Api::ioctlsocket, WSAENOBUFS, 2);
+  EXPECT_EQ(Connect(), WSAENOBUFS);
+  StandIn(1, WSAECONNREFUSED);
+  calls_.Fail(Api::ioctlsocket, WSAENOBUFS, 2);
+  EXPECT_EQ(Connect(), WSAECONNREFUSED) << "the first failure is the cause";
+}
+
+TEST_F(ConnectCalls, EndWhenTheSocketIsClosedMeanwhile) {
+  StandIn(0, 0);
+  std::thread caller([this] { EXPECT_EQ(Connect(), SocketClosedError()); });
+  while (calls_.Count(Api::select) == 0) std::this_thread::yield();
+  socket_->Close();
+  caller.join();
+  EXPECT_TRUE(TurnedBack());
+  EXPECT_EQ(calls_.Unbalanced(), "");
+}
+
+TEST_F(SocketCalls, ResolveAnAddressInDigitsWithoutAThread) {
+  Calls calls(Calls::Threads::All);
+  const HostLookup none = [](const std::string&, std::uint16_t, SocketKind) {
+    ADD_FAILURE() << "nobody is asked";
+    return std::vector<SocketAddress>();
+  };
+  EXPECT_EQ(ResolveHost(
+                "127.0.0.1", 502, SocketKind::Tcp, [] { return false; }, none)
+                .size(),
+            1u);
+  EXPECT_TRUE(
+      calls.WereAmong({Api::getaddrinfo, Api::freeaddrinfo, Api::WSAStartup},
+                      {Said<Api::getaddrinfo>("127.0.0.1", "502",
+                                              Text{"{flags 4 family 0 type 1 protocol 6}"}, Some{}),
+                       Said<Api::freeaddrinfo>(Handle{1})}));
 }
 
 TEST_F(SocketCalls, TakeTheErrorRightAfterTheCall) {
