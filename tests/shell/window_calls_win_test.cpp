@@ -150,7 +150,7 @@ TEST_F(WindowCalls, LeaveOtherMessagesToTheSystem) {
               {WM_ACTIVATE, WA_INACTIVE, 0},
               {WM_DRAWITEM, 3, reinterpret_cast<LPARAM>(&item)},
               {WM_LBUTTONDOWN, 1, MAKELPARAM(5, 5)},
-              {WM_TIMER, 305, 0},
+              {WM_TIMER, 306, 0},
               {WM_COMMAND, 1, reinterpret_cast<LPARAM>(other)}};
   for (const auto& row : rows) {
     Calls calls;
@@ -270,6 +270,21 @@ TEST_F(WindowCalls, ReportWhatTheTunnelTells) {
   EXPECT_TRUE(
       calls.WereAmong({Api::PostMessageW}, {said(WM_APP + 24, 1, 0), said(WM_APP + 24, 0, 0),
                                             said(WM_APP + 25, 1, 0), said(WM_APP + 25, 0, 0)}));
+}
+
+TEST_F(WindowCalls, PostWhatTheBrowserReports) {
+  Open();
+  Pump();
+  Calls calls;
+  events_.processFailed(static_cast<webui::ProcessFailedKind>(6));
+  events_.otherFolderWanted();
+  EXPECT_TRUE(
+      calls.WereAmong({Api::PostMessageW}, {Said<Api::PostMessageW>(Some{}, WM_APP + 33, 6, 0),
+                                            Said<Api::PostMessageW>(Some{}, WM_APP + 34, 0, 0)}));
+  calls.Fail(Api::PostMessageW, ERROR_NOT_ENOUGH_QUOTA, 0);
+  events_.processFailed(static_cast<webui::ProcessFailedKind>(6));
+  events_.otherFolderWanted();
+  EXPECT_TRUE(page_.calls.empty());
 }
 
 TEST_F(WindowCalls, KeepATextThatTheQueueDoesNotTake) {

@@ -163,6 +163,18 @@ testing::AssertionResult Calls::EachWas(Api api, const std::string& expected) {
   return WereAmong({api}, std::vector<std::string>(static_cast<std::size_t>(count), expected));
 }
 
+testing::AssertionResult Calls::Had(const std::string& expected) {
+  const Hooks::Lock held;
+  bool found = false;
+  for (Call& call : calls_) {
+    if (call.text != expected) continue;
+    found = true;
+    call.asserted = true;
+  }
+  if (found) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << "no call was\n  " << expected << "\n";
+}
+
 void Calls::Ignore(const std::string& text) {
   const Hooks::Lock held;
   ignored_.insert(text);

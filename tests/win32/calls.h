@@ -63,6 +63,9 @@ class Calls {
                                      const std::vector<std::string>& expected);
   // True when there were calls of `api` and each was `expected`.
   testing::AssertionResult EachWas(Api api, const std::string& expected);
+  // True when at least one call was `expected`; only such calls then count as asserted. For
+  // functions that the run-time library calls too.
+  testing::AssertionResult Had(const std::string& expected);
   // Leaves calls with this text out of every comparison, such as the run-time library's own.
   void Ignore(const std::string& text);
   // The name ("h3") of what the first successful call of `api` gave.
