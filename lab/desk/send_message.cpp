@@ -1,7 +1,7 @@
 // Sends a window what the system would send it.
 // Usage: send_message.exe CLASS MESSAGE WPARAM   (numbers in decimal)
-// Prints the window's answer and how long it took: "answer 1 after 23 ms". Ends with 2 when there is
-// no such window or it does not answer within ten seconds.
+// Prints the window's answer and how long it took: "answer 1 after 23 ms". Ends with 2 when there
+// is no such window or it does not answer within ten seconds.
 #include <windows.h>
 
 #include <cstdio>

@@ -3,121 +3,12 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/socket_sdk.h"
+#include "platform/socket_system.h"
 
 namespace platform {
 namespace {
 
-// ---- What differs between the two systems, and nothing else. ----
-#ifdef _WIN32
-
-using Raw = SOCKET;
-using Length = int;
-constexpr int kSendFlags = 0;
-constexpr int kDatagramFlags = 0;
-constexpr int kClosed = WSAENOTSOCK;
-constexpr int kTooLong = WSAEMSGSIZE;
-constexpr int kTimedOut = WSAETIMEDOUT;
-constexpr int kConnecting = WSAEWOULDBLOCK;
-
-bool IsValid(Raw raw) noexcept {
-  return raw != INVALID_SOCKET;
-}
-int LastError() noexcept {
-  return ::WSAGetLastError();
-}
-void CloseRaw(Raw raw) noexcept {
-  ::closesocket(raw);
-}
-int ShutDown(Raw raw) noexcept {
-  return ::shutdown(raw, SD_BOTH);
-}
-// shutdown() alone leaves a blocked receive asleep here; cancelling its request wakes it, while the
-// handle stays ours.
-void Wake(Raw raw) noexcept {
-  ::CancelIoEx(reinterpret_cast<HANDLE>(raw), nullptr);
-}
-Length ToLength(std::size_t size) noexcept {
-  return static_cast<Length>(std::min<std::size_t>(size, 0x7FFFFFFF));
-}
-int SetBlocking(Raw raw, bool blocks) noexcept {
-  u_long isNonBlocking = blocks ? 0 : 1;
-  return ::ioctlsocket(raw, static_cast<long>(FIONBIO), &isNonBlocking) == 0 ? 0 : LastError();
-}
-// Above 0 once a connect under way has ended, well or badly; 0 when `time` has passed; below 0 when
-// the system does not tell, with the last error.
-int AwaitConnect(Raw raw, std::chrono::milliseconds time) noexcept {
-  // WSAPoll() keeps a failed connect to itself on older systems.
-  fd_set writable;
-  FD_ZERO(&writable);
-  FD_SET(raw, &writable);
-  fd_set failed = writable;
-  timeval limit{0, static_cast<decltype(timeval::tv_usec)>(time.count() * 1000)};
-  return ::select(0, nullptr, &writable, &failed, &limit);
-}
-
-using TimeValue = DWORD;
-TimeValue ToTimeValue(std::chrono::milliseconds time) noexcept {
-  return static_cast<TimeValue>(time.count());
-}
-std::chrono::milliseconds FromTimeValue(TimeValue value) noexcept {
-  return std::chrono::milliseconds(value);
-}
-
-#else
-
-using Raw = int;
-using Length = std::size_t;
-constexpr int kSendFlags = MSG_NOSIGNAL;
-constexpr int kDatagramFlags = MSG_TRUNC;  // tell the length of a datagram that is cut
-constexpr int kClosed = EBADF;
-constexpr int kTooLong = EMSGSIZE;
-constexpr int kTimedOut = ETIMEDOUT;
-constexpr int kConnecting = EINPROGRESS;
-
-bool IsValid(Raw raw) noexcept {
-  return raw >= 0;
-}
-int LastError() noexcept {
-  return errno;
-}
-void CloseRaw(Raw raw) noexcept {
-  ::close(raw);
-}
-int ShutDown(Raw raw) noexcept {
-  return ::shutdown(raw, SHUT_RDWR);
-}
-// close() alone leaves a blocked call asleep here; shutdown() wakes it. Repeated, for a connect()
-// that was entered after the first one.
-void Wake(Raw raw) noexcept {
-  ShutDown(raw);
-}
-Length ToLength(std::size_t size) noexcept {
-  return size;
-}
-int SetBlocking(Raw raw, bool blocks) noexcept {
-  const int flags = ::fcntl(raw, F_GETFL);
-  const int wanted = blocks ? flags & ~O_NONBLOCK : flags | O_NONBLOCK;
-  return ::fcntl(raw, F_SETFL, wanted) == 0 ? 0 : LastError();
-}
-int AwaitConnect(Raw raw, std::chrono::milliseconds time) noexcept {
-  pollfd entry{raw, POLLOUT, 0};
-  const int ended = ::poll(&entry, 1, static_cast<int>(time.count()));
-  return ended < 0 && errno == EINTR ? 0 : ended;
-}
-
-using TimeValue = timeval;
-TimeValue ToTimeValue(std::chrono::milliseconds time) noexcept {
-  TimeValue value{};
-  value.tv_sec = static_cast<decltype(value.tv_sec)>(time.count() / 1000);
-  value.tv_usec = static_cast<decltype(value.tv_usec)>(time.count() % 1000 * 1000);
-  return value;
-}
-std::chrono::milliseconds FromTimeValue(TimeValue value) noexcept {
-  return std::chrono::milliseconds(value.tv_sec * 1000 + value.tv_usec / 1000);
-}
-
-#endif
+using namespace socket_system;
 
 // Winsock takes char*, POSIX void*, which char* becomes.
 const char* Bytes(const void* data) noexcept {
