@@ -111,7 +111,7 @@ TEST(AdapterCalls, TakeNothingFromAListThatFailed) {
         *list = *record;
         return ERROR_NO_DATA;
       });
-  EXPECT_TRUE(CollectLocalNetworks().empty());
+  EXPECT_TRUE(CollectLocalNetworks().networks.empty());
 }
 
 // ---- the driver's library
