@@ -1,6 +1,7 @@
 // Which calls of Windows functions in src the tests under Wine have looked at: with the arguments
 // compared, or made to fail. Reads what the test programs' last runs noted (tests/win32/calls.h).
-// Usage: node tests/win32/call_sites.mjs BUILD LEAST_PERCENT FOLDER...
+// Usage: node tests/win32/call_sites.mjs BUILD LEAST_PERCENT [FOLDER...]
+// Without folders: all of src.
 // Prints each call that none has looked at. Exit code 1 below that share of the folders' calls, or
 // when a record is older than its program.
 import { execFileSync } from 'node:child_process';
@@ -82,7 +83,7 @@ function mark(sites, { name, frames }) {
   if (own) own.looked = true;
 }
 
-const [build, least, ...folders] = process.argv.slice(2);
+const [build, least, ...named] = process.argv.slice(2);
 const sources = execFileSync('git', ['ls-files', '--cached', '--others', '--exclude-standard', 'src'], { cwd: kRepo, encoding: 'utf8' }).trim().split('\n')
   .filter((file) => /\.(cpp|h)$/.test(file) && !/_posix/.test(file));
 const sites = sources.flatMap(sitesOf);
@@ -92,6 +93,7 @@ for (const program of readdirSync(tests).filter((name) => name.endsWith('_test.e
   for (const call of lookedAtBy(path.join(tests, program))) mark(sites, call);
 }
 
+const folders = named.length > 0 ? named : [...new Set(sites.map((site) => site.file.split('/')[1]))];
 let [lookedAt, all] = [0, 0];
 for (const folder of folders) {
   const own = sites.filter((site) => site.file.startsWith(`src/${folder}`));

@@ -29,6 +29,39 @@ TEST(Calls, AreRecordedInOrderWithTheirArguments) {
   EXPECT_FALSE(calls.WereAmong({Api::CloseHandle}, {}));
 }
 
+TEST(Calls, AreFoundAmongOthersOfTheSameFunction) {
+  Calls calls;
+  ::Sleep(0);
+  ::Sleep(1);
+  EXPECT_TRUE(calls.Had(Said<Api::Sleep>(1)));
+  EXPECT_FALSE(calls.Had(Said<Api::Sleep>(2)));
+}
+
+TEST(Calls, ShowWhichSocketsAndHowLongASelectWaits) {
+  fd_set sockets{};
+  FD_SET(SOCKET{77}, &sockets);
+  timeval time{1, 20};
+  Calls calls;
+  calls.AnswerWith<Api::select>([](int, fd_set*, fd_set*, fd_set*, const timeval*) { return 0; });
+  ::select(0, &sockets, nullptr, nullptr, &time);
+  EXPECT_TRUE(
+      calls.Were({Said<Api::select>(0, Text{"{77}"}, nullptr, nullptr, Text{"{1 s 20 us}"})}));
+}
+
+// What the clipboard does not take stays the caller's.
+TEST(Calls, CountMemoryAsTheClipboardsOnceItHasTakenIt) {
+  for (const bool taken : {true, false}) {
+    Calls calls;
+    calls.AnswerWith<Api::SetClipboardData>(
+        [taken](UINT, HANDLE memory) { return taken ? memory : nullptr; });
+    const HGLOBAL memory = ::GlobalAlloc(GMEM_MOVEABLE, 4);
+    ::SetClipboardData(CF_UNICODETEXT, memory);
+    EXPECT_EQ(calls.Unbalanced(), taken ? "" : "h1 of GlobalAlloc");
+    ::GlobalFree(memory);
+    EXPECT_EQ(calls.Unbalanced(), taken ? "closed h1 twice" : "");
+  }
+}
+
 TEST(Calls, AreThoseOfTheOwnThreadUnlessAllAreWanted) {
   const auto countWith = [](Calls::Threads threads) {
     const Calls calls(threads);
