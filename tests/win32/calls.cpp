@@ -12,8 +12,8 @@ namespace {
 std::vector<Api> TakenBackBy(Api api) {
   switch (api) {
     case Api::CloseHandle:
-      return {Api::CreateEventW, Api::CreateFileMappingW, Api::CreateFileW, Api::CreateProcessW,
-              Api::OpenProcess};
+      return {Api::CreateEventW, Api::CreateFileMappingW, Api::CreateFileW,    Api::CreateProcessW,
+              Api::OpenProcess,  Api::OpenProcessToken,   Api::ShellExecuteExW};
     case Api::FindClose:
       return {Api::FindFirstFileW};
     case Api::FreeLibrary:
@@ -28,7 +28,7 @@ std::vector<Api> TakenBackBy(Api api) {
     case Api::SetClipboardData:
       return {Api::GlobalAlloc};
     case Api::LocalFree:
-      return {Api::CommandLineToArgvW, Api::FormatMessageW};
+      return {Api::CommandLineToArgvW, Api::ConvertSidToStringSidW, Api::FormatMessageW};
     case Api::CoTaskMemFree:
       return {Api::SHGetKnownFolderPath};
     case Api::DeleteObject:
@@ -231,16 +231,24 @@ std::string JoinCall(Api api, const std::vector<std::string>& arguments) {
   return text + ")";
 }
 
-std::string EachFailure(const std::function<std::string()>& operation, DWORD error) {
-  std::string text = "all well: " + operation() + "\n";  // also takes what is loaded once
+std::string EachFailure(const std::function<std::string()>& operation, DWORD error,
+                        const std::function<void(Calls& calls)>& prepare) {
+  std::string text;
+  {
+    Calls calls;
+    prepare(calls);
+    text = "all well: " + operation() + "\n";  // also takes what is loaded once
+  }
   int runs = 0;
   {
-    const Calls calls;
+    Calls calls;
+    prepare(calls);
     operation();
     runs = calls.CountThatCanFail();
   }
   for (int nth = 1; nth <= runs; ++nth) {
     Calls calls;
+    prepare(calls);
     calls.FailAny(error, nth);
     const std::size_t before = OpenHandles();
     const std::string result = operation();

@@ -148,9 +148,10 @@ std::string Said(const Arguments&... arguments) {
 // Runs `operation` once as it is, then once for each of its calls that can fail, with that call
 // failing with `error`. Returns a line for each run: "CreateFileW: " and what the operation
 // returned, "LEAKED" with it where a handle of the process stayed open. The first line is "all
-// well: ...".
-std::string EachFailure(const std::function<std::string()>& operation,
-                        DWORD error = ERROR_NO_SYSTEM_RESOURCES);
+// well: ...". `prepare` may have the calls of a run answered.
+std::string EachFailure(
+    const std::function<std::string()>& operation, DWORD error = ERROR_NO_SYSTEM_RESOURCES,
+    const std::function<void(Calls& calls)>& prepare = [](Calls&) {});
 
 // How many kernel handles this process has open.
 std::size_t OpenHandles();

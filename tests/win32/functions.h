@@ -9,6 +9,7 @@
 #include <icmpapi.h>
 #include <netioapi.h>
 #include <objbase.h>
+#include <sddl.h>
 #include <shellapi.h>
 #include <shlobj.h>
 #include <winhttp.h>
@@ -43,6 +44,7 @@ enum class FailsAs {
   X(CoTaskMemFree, Never, -1)                       \
   X(CoUninitialize, Never, -1)                      \
   X(CommandLineToArgvW, Zero, -1)                   \
+  X(ConvertSidToStringSidW, Zero, -1)               \
   X(CopyFileW, Zero, -1)                            \
   X(CreateEventW, Zero, -1)                         \
   X(CreateFileMappingW, Zero, -1)                   \
@@ -81,6 +83,7 @@ enum class FailsAs {
   X(GetFileAttributesExW, Zero, -1)                 \
   X(GetFileAttributesW, MinusOne, -1)               \
   X(GetFocus, Zero, -1)                             \
+  X(GetForegroundWindow, Zero, -1)                  \
   X(GetFullPathNameW, Zero, -1)                     \
   X(GetLastError, Never, -1)                        \
   X(GetLocalTime, Never, -1)                        \
@@ -89,14 +92,17 @@ enum class FailsAs {
   X(GetModuleHandleW, Zero, -1)                     \
   X(GetMonitorInfoW, Zero, -1)                      \
   X(GetProcAddress, Zero, -1)                       \
+  X(GetShellWindow, Zero, -1)                       \
   X(GetStockObject, Zero, -1)                       \
   X(GetTempPathW, Zero, -1)                         \
   X(GetTickCount, Never, -1)                        \
+  X(GetTokenInformation, Zero, -1)                  \
   X(GetWindow, Zero, -1)                            \
   X(GetWindowLongPtrW, Zero, -1)                    \
   X(GetWindowRect, Zero, -1)                        \
   X(GetWindowTextLengthW, Zero, -1)                 \
   X(GetWindowTextW, Zero, -1)                       \
+  X(GetWindowThreadProcessId, Zero, -1)             \
   X(GetWindowsDirectoryW, Zero, -1)                 \
   X(GlobalAlloc, Zero, -1)                          \
   X(GlobalFree, Never, -1)                          \
@@ -116,6 +122,7 @@ enum class FailsAs {
   X(LoadResource, Zero, -1)                         \
   X(LocalFree, Never, -1)                           \
   X(LockResource, Zero, -1)                         \
+  X(LookupAccountNameW, Zero, -1)                   \
   X(MapViewOfFile, Zero, -1)                        \
   X(MessageBoxW, Zero, -1)                          \
   X(MonitorFromWindow, Zero, -1)                    \
@@ -124,6 +131,7 @@ enum class FailsAs {
   X(NotifyUnicastIpAddressChange, Error, -1)        \
   X(OpenClipboard, Zero, -1)                        \
   X(OpenProcess, Zero, -1)                          \
+  X(OpenProcessToken, Zero, -1)                     \
   X(PeekMessageW, Zero, -1)                         \
   X(PostMessageW, Zero, -1)                         \
   X(PostQuitMessage, Never, -1)                     \
@@ -131,6 +139,7 @@ enum class FailsAs {
   X(ReadFile, Zero, -1)                             \
   X(RegCloseKey, CloseToError, -1)                  \
   X(RegCreateKeyExW, Error, -1)                     \
+  X(RegGetValueW, Error, -1)                        \
   X(RegOpenKeyExW, Error, -1)                       \
   X(RegQueryValueExW, Error, -1)                    \
   X(RegSetValueExW, Error, 4)                       \
@@ -149,6 +158,7 @@ enum class FailsAs {
   X(SetDllDirectoryW, Zero, -1)                     \
   X(SetErrorMode, Never, -1)                        \
   X(SetEvent, Zero, -1)                             \
+  X(SetFileInformationByHandle, Zero, 2)            \
   X(SetForegroundWindow, Zero, -1)                  \
   X(SetLastError, Never, -1)                        \
   X(SetProcessDPIAware, Zero, -1)                   \
@@ -185,6 +195,8 @@ enum class FailsAs {
   X(WinHttpReadData, Zero, -1)                      \
   X(WinHttpReceiveResponse, Zero, -1)               \
   X(WinHttpSendRequest, Zero, 3)                    \
+  X(WinHttpSetOption, Zero, -1)                     \
+  X(WinHttpSetStatusCallback, MinusOne, -1)         \
   X(WinHttpSetTimeouts, Zero, -1)                   \
   X(WriteFile, Zero, 1)                             \
   X(accept, MinusOne, -1)                           \

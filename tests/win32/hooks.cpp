@@ -113,6 +113,16 @@ struct Hook<api, R (*)(A...)> {
       texts[1] = text(std::get<1>(all));
       if constexpr (api == Api::getaddrinfo) texts[0] = text(std::get<0>(all));
     }
+    if constexpr (api == Api::EnumWindows) {  // what the caller's function is handed
+      const auto all = std::forward_as_tuple(arguments...);
+      texts[1] = PrintPointer(reinterpret_cast<const void*>(std::get<1>(all)), Names());
+    }
+    if constexpr (api == Api::SendMessageTimeoutW) {  // what has changed, by its name
+      const auto all = std::forward_as_tuple(arguments...);
+      if (std::get<1>(all) == WM_SETTINGCHANGE) {
+        texts[3] = Print(reinterpret_cast<const wchar_t*>(std::get<3>(all)));
+      }
+    }
     constexpr int kBytesAt = Of(api).bytesAt;
     if constexpr (kBytesAt >= 0) {
       constexpr auto kAt = static_cast<std::size_t>(kBytesAt);
@@ -146,6 +156,12 @@ struct Hook<api, R (*)(A...)> {
       if (result == ERROR_SUCCESS) give(*std::get<7>(all));
     } else if constexpr (api == Api::SHGetKnownFolderPath) {
       give(*std::get<3>(all));
+    } else if constexpr (api == Api::OpenProcessToken) {
+      if (result != FALSE) give(*std::get<2>(all));
+    } else if constexpr (api == Api::ConvertSidToStringSidW) {
+      if (result != FALSE) give(*std::get<1>(all));
+    } else if constexpr (api == Api::ShellExecuteExW) {
+      if (result != FALSE) give(std::get<0>(all)->hProcess);
     } else if constexpr (api == Api::NotifyUnicastIpAddressChange) {
       if (result == NO_ERROR) give(*std::get<4>(all));
     } else if constexpr (api == Api::WTSQuerySessionInformationW) {

@@ -95,6 +95,20 @@ std::string Print(const fd_set* sockets, const Names& names) {
   return "{" + text + "}";
 }
 
+std::string Print(const INPUT* input) {
+  if (input == nullptr) return "null";
+  return Join("{type ", input->type, " key ", input->ki.wVk, " scan ", input->ki.wScan, " flags ",
+              input->ki.dwFlags, " time ", input->ki.time, " extra ", input->ki.dwExtraInfo, "}");
+}
+
+std::string Print(const SHELLEXECUTEINFOW* start) {
+  if (start == nullptr) return "null";
+  return Join("{", start->cbSize, " mask ", start->fMask, " window ",
+              PrintPointer(start->hwnd, Names()), " verb ", Print(start->lpVerb), " ",
+              Print(start->lpFile), " ", Print(start->lpParameters), " in ",
+              Print(start->lpDirectory), " show ", start->nShow, "}");
+}
+
 std::string PrintBytes(const void* bytes, std::size_t lengthBytes) {
   constexpr std::size_t kShownBytes = 96;
   if (bytes == nullptr) return "null";
@@ -118,6 +132,7 @@ std::string PrintPointer(const volatile void* pointer, const Names& names) {
   if (address < kFirstAddress) return "#" + std::to_string(address);
   if (pointer == HKEY_CURRENT_USER) return "HKEY_CURRENT_USER";
   if (pointer == HKEY_LOCAL_MACHINE) return "HKEY_LOCAL_MACHINE";
+  if (pointer == HKEY_USERS) return "HKEY_USERS";
   return "ptr";
 }
 

@@ -35,6 +35,8 @@ std::string Print(const RECT* area);
 std::string Print(const sockaddr* address);  // "127.0.0.1:80"
 std::string Print(const addrinfo* hints);
 std::string Print(const INITCOMMONCONTROLSEX* controls);
+std::string Print(const INPUT* input);  // the first; of the keyboard
+std::string Print(const SHELLEXECUTEINFOW* start);
 std::string Print(const timeval* time);                        // "{0 s 20000 us}"
 std::string Print(const fd_set* sockets, const Names& names);  // "{h1}"
 std::string PrintBytes(const void* bytes, std::size_t lengthBytes);
@@ -69,6 +71,8 @@ std::string Print(const T& value, const Names& names) {
                        std::is_same_v<Plain, const sockaddr*> ||
                        std::is_same_v<Plain, const addrinfo*> ||
                        std::is_convertible_v<Plain, const STARTUPINFOW*> ||
+                       std::is_convertible_v<Plain, const INPUT*> ||
+                       std::is_convertible_v<Plain, const SHELLEXECUTEINFOW*> ||
                        std::is_convertible_v<Plain, const timeval*> ||
                        std::is_convertible_v<Plain, const INITCOMMONCONTROLSEX*>) {
     return Print(value);
