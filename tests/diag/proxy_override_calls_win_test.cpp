@@ -1,0 +1,181 @@
+// Every call about the proxy list: its arguments, and what comes of its failure.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "diag/proxy_bypass.h"
+#include "text/utf8.h"
+#include "win32/calls.h"
+
+namespace diag {
+namespace {
+
+using namespace win32;
+
+constexpr wchar_t kKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
+constexpr wchar_t kSid[] = L"S-1-5-21-1-2-3-1001";
+
+HKEY Key(std::uintptr_t number) {
+  return reinterpret_cast<HKEY>(number);
+}
+
+// L"a;b" with its zero.
+const std::string kListBytes("a\0;\0b\0\0\0", 8);
+
+// Has the calls answered by a registry in which every list is "a;b", and by programs that hear at
+// once that it has changed.
+void StandIn(Calls& calls, DWORD type) {
+  calls.AnswerWith<Api::RegOpenKeyExW>([](HKEY, const wchar_t* name, DWORD, REGSAM, HKEY* opened) {
+    *opened = Key(std::wstring_view(name) == kKey ? 0x102 : 0x101);
+    return LSTATUS{ERROR_SUCCESS};
+  });
+  calls.AnswerWith<Api::RegCreateKeyExW>([](HKEY, const wchar_t*, DWORD, wchar_t*, DWORD, REGSAM,
+                                            SECURITY_ATTRIBUTES*, HKEY* opened, DWORD*) {
+    *opened = Key(0x102);
+    return LSTATUS{ERROR_SUCCESS};
+  });
+  calls.AnswerWith<Api::RegQueryValueExW>(
+      [type](HKEY, const wchar_t*, DWORD*, DWORD* toldType, BYTE* bytes, DWORD* sizeBytes) {
+        if (toldType != nullptr) *toldType = type;
+        if (bytes != nullptr) std::memcpy(bytes, kListBytes.data(), kListBytes.size());
+        *sizeBytes = static_cast<DWORD>(kListBytes.size());
+        return LSTATUS{ERROR_SUCCESS};
+      });
+  calls.AnswerWith<Api::RegSetValueExW>([](HKEY, const wchar_t*, DWORD, DWORD, const BYTE*, DWORD) {
+    return LSTATUS{ERROR_SUCCESS};
+  });
+  calls.AnswerWith<Api::RegCloseKey>([](HKEY) { return LSTATUS{ERROR_SUCCESS}; });
+  calls.AnswerWith<Api::SendMessageTimeoutW>(
+      [](HWND, UINT, WPARAM, LPARAM, UINT, UINT, DWORD_PTR*) { return LRESULT{1}; });
+}
+
+class ProxyOverrideCalls : public testing::Test {
+ protected:
+  ProxyOverrideCalls() { StandIn(calls_, REG_SZ); }
+
+  const ProxyOverrideStore own_ = RealProxyOverride();
+  const ProxyOverrideStore his_ = ProxyOverrideOf(kSid);
+  Calls calls_;
+};
+
+template <typename Root>
+std::string SaidCreate(const Root& root) {
+  return Said<Api::RegCreateKeyExW>(root, kKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, Some{},
+                                    nullptr);
+}
+
+std::string SaidSet(const Handle& key) {
+  return Said<Api::RegSetValueExW>(key, L"ProxyOverride", 0, REG_SZ, kListBytes, 8);
+}
+
+// To every top-level window, which has a second and a half unless it hangs.
+std::string SaidTell() {
+  return Said<Api::SendMessageTimeoutW>(HWND_BROADCAST, WM_SETTINGCHANGE, 0, kKey, SMTO_ABORTIFHUNG,
+                                        1500, nullptr);
+}
+
+std::string SaidSize(const Handle& key) {
+  return Said<Api::RegQueryValueExW>(key, L"ProxyOverride", nullptr, Ref{0}, nullptr, Ref{0});
+}
+
+std::string SaidRead(const Handle& key) {
+  return Said<Api::RegQueryValueExW>(key, L"ProxyOverride", nullptr, nullptr, Some{}, Ref{8});
+}
+
+std::string SaidOpenUser() {
+  return Said<Api::RegOpenKeyExW>(HKEY_USERS, kSid, 0, KEY_READ | KEY_CREATE_SUB_KEY, Some{});
+}
+
+TEST_F(ProxyOverrideCalls, ReadTheUsersOwnList) {
+  EXPECT_EQ(own_.read(), L"a;b");
+  EXPECT_TRUE(calls_.Were({
+      Said<Api::RegOpenKeyExW>(HKEY_CURRENT_USER, kKey, 0, KEY_QUERY_VALUE, Some{}),
+      SaidSize(Handle{1}),
+      SaidRead(Handle{1}),
+      Said<Api::RegCloseKey>(Handle{1}),
+  }));
+  EXPECT_EQ(calls_.Unbalanced(), "");
+}
+
+TEST_F(ProxyOverrideCalls, WriteTheUsersOwnListAndTellEveryProgram) {
+  own_.write(L"a;b");
+  EXPECT_TRUE(calls_.Were({
+      SaidCreate(HKEY_CURRENT_USER),
+      SaidSet(Handle{1}),
+      Said<Api::RegCloseKey>(Handle{1}),
+      SaidTell(),
+  }));
+  EXPECT_EQ(calls_.Unbalanced(), "");
+}
+
+TEST_F(ProxyOverrideCalls, ReadTheListOfAnotherUser) {
+  EXPECT_EQ(his_.read(), L"a;b");
+  EXPECT_TRUE(calls_.Were({
+      SaidOpenUser(),
+      Said<Api::RegOpenKeyExW>(Handle{1}, kKey, 0, KEY_QUERY_VALUE, Some{}),
+      SaidSize(Handle{2}),
+      SaidRead(Handle{2}),
+      Said<Api::RegCloseKey>(Handle{2}),
+      Said<Api::RegCloseKey>(Handle{1}),
+  }));
+  EXPECT_EQ(calls_.Unbalanced(), "");
+}
+
+TEST_F(ProxyOverrideCalls, WriteTheListOfAnotherUser) {
+  his_.write(L"a;b");
+  EXPECT_TRUE(calls_.Were({
+      SaidOpenUser(),
+      SaidCreate(Handle{1}),
+      SaidSet(Handle{2}),
+      Said<Api::RegCloseKey>(Handle{2}),
+      SaidTell(),
+      Said<Api::RegCloseKey>(Handle{1}),
+  }));
+  EXPECT_EQ(calls_.Unbalanced(), "");
+}
+
+TEST(ProxyOverrideFailures, ReadNothing) {
+  const auto prepare = [](Calls& calls) { StandIn(calls, REG_EXPAND_SZ); };
+  const ProxyOverrideStore his = ProxyOverrideOf(kSid);
+  EXPECT_EQ(EachFailure([&his] { return text::ToUtf8(his.read()); }, ERROR_ACCESS_DENIED, prepare),
+            "all well: a;b\n"
+            "RegOpenKeyExW: \nRegOpenKeyExW: \n"
+            "RegQueryValueExW: \nRegQueryValueExW: \n"
+            "RegCloseKey: a;b\nRegCloseKey: a;b\n");
+}
+
+// Every failure but that of the root, which is another's, ends with the programs being told.
+TEST(ProxyOverrideFailures, OfWritingAreNotReported) {
+  const struct {
+    Api api;
+    int sets;
+    int tells;
+  } rows[] = {{Api::RegOpenKeyExW, 0, 0},
+              {Api::RegCreateKeyExW, 0, 1},
+              {Api::RegSetValueExW, 1, 1},
+              {Api::RegCloseKey, 1, 1},
+              {Api::SendMessageTimeoutW, 1, 1}};
+  for (const auto& row : rows) {
+    Calls calls;
+    StandIn(calls, REG_SZ);
+    calls.Fail(row.api, ERROR_ACCESS_DENIED);
+    ProxyOverrideOf(kSid).write(L"a;b");
+    EXPECT_EQ(calls.Count(Api::RegSetValueExW), row.sets) << Of(row.api).name;
+    EXPECT_EQ(calls.Count(Api::SendMessageTimeoutW), row.tells) << Of(row.api).name;
+    EXPECT_EQ(calls.Unbalanced(), "") << Of(row.api).name;
+  }
+}
+
+TEST(ProxyOverrideFailures, AreEveryOtherKindOfValue) {
+  for (const int type : {REG_DWORD, REG_BINARY, REG_MULTI_SZ}) {
+    Calls calls;
+    StandIn(calls, static_cast<DWORD>(type));
+    EXPECT_EQ(ProxyOverrideOf(kSid).read(), L"") << type;
+    EXPECT_EQ(calls.Unbalanced(), "");
+  }
+}
+
+}  // namespace
+}  // namespace diag
