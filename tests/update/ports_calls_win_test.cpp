@@ -43,7 +43,7 @@ TEST(UpdatePortsCalls, NameTheProgramItsProcessAndTheDownload) {
   const UpdaterPorts updater = RealUpdaterPorts();
   EXPECT_EQ(updater.processId, Real<Api::GetCurrentProcessId>()());
   EXPECT_TRUE(updater.programPath.ends_with(L"\\update_test.exe"));
-  const CheckPorts check = RealCheckPorts(L"1.0");
+  const CheckPorts check = RealCheckPorts(L"1.0", {});
   EXPECT_TRUE(check.downloadTarget.ends_with(L"\\Velmarine.Client.update.exe"));
   EXPECT_EQ(check.currentVersion, L"1.0");
   EXPECT_TRUE(calls.Were({Said<Api::GetModuleFileNameW>(nullptr, L"", 260),
@@ -53,7 +53,7 @@ TEST(UpdatePortsCalls, NameTheProgramItsProcessAndTheDownload) {
 TEST(UpdatePortsCalls, HaveNoDownloadAndNoLogWithoutATemporaryFolder) {
   Calls calls;
   calls.Fail(Api::GetTempPathW, 1450, 0);
-  EXPECT_EQ(RealCheckPorts(L"1.0").downloadTarget, L"");
+  EXPECT_EQ(RealCheckPorts(L"1.0", {}).downloadTarget, L"");
   WriteUpdateLog(L"lost");
   EXPECT_EQ(calls.Count(Api::CreateFileW), 0);
 }
@@ -105,7 +105,7 @@ TEST(UpdatePortsCalls, PauseForAsLongAsAskedFor) {
 
 // The call does not return, so the thread that makes it ends inside it.
 DWORD WINAPI EndProcess(void*) {
-  RealCheckPorts(L"1.0").endProcess();
+  RealCheckPorts(L"1.0", {}).endProcess();
   return 1;
 }
 
