@@ -30,12 +30,12 @@ void StandIn(Calls& calls) {
   calls.AnswerWith<Api::CreateProcessW>([](const wchar_t*, wchar_t*, SECURITY_ATTRIBUTES*,
                                            SECURITY_ATTRIBUTES*, BOOL, DWORD, void*, const wchar_t*,
                                            STARTUPINFOW*, PROCESS_INFORMATION* started) {
-    started->hProcess = Real<Api::CreateEventW>()(nullptr, TRUE, TRUE, nullptr);
-    started->hThread = Real<Api::CreateEventW>()(nullptr, TRUE, TRUE, nullptr);
+    started->hProcess = ::CreateMutexW(nullptr, FALSE, nullptr);
+    started->hThread = ::CreateMutexW(nullptr, FALSE, nullptr);
     return TRUE;
   });
   calls.AnswerWith<Api::OpenProcess>(
-      [](DWORD, BOOL, DWORD) { return Real<Api::CreateEventW>()(nullptr, TRUE, TRUE, nullptr); });
+      [](DWORD, BOOL, DWORD) { return ::CreateMutexW(nullptr, FALSE, nullptr); });
 }
 
 TEST(UpdatePortsCalls, NameTheProgramItsProcessAndTheDownload) {
@@ -127,7 +127,7 @@ TEST(UpdatePortsCalls, WriteALineToTheLog) {
       [](SYSTEMTIME* time) { *time = {2026, 3, 6, 15, 9, 41, 2, 0}; });
   calls.AnswerWith<Api::CreateFileW>(
       [](const wchar_t*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) {
-        HANDLE made = Real<Api::CreateEventW>()(nullptr, TRUE, TRUE, nullptr);
+        HANDLE made = ::CreateMutexW(nullptr, FALSE, nullptr);
         ::SetLastError(0);  // as for a file that is made
         return made;
       });
