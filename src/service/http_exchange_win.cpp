@@ -84,8 +84,8 @@ void CALLBACK OnReport(HINTERNET, DWORD_PTR context, DWORD status, void* informa
   }
 }
 
-// From here on `request` reports to `call` and has a share in it.
-void ReportTo(const std::shared_ptr<HttpCall>& call, HINTERNET request) {
+// From here on `request` reports to `call` and has a share in it, which is its context.
+std::uintptr_t ReportTo(const std::shared_ptr<HttpCall>& call, HINTERNET request) {
   if (::WinHttpSetStatusCallback(request, OnReport, kReported, 0) ==
       WINHTTP_INVALID_STATUS_CALLBACK) {
     ThrowFailure("WinHttpSetStatusCallback", ::GetLastError());
@@ -96,7 +96,7 @@ void ReportTo(const std::shared_ptr<HttpCall>& call, HINTERNET request) {
       FALSE) {
     ThrowFailure("WinHttpSetOption", ::GetLastError());
   }
-  static_cast<void>(share.release());
+  return reinterpret_cast<std::uintptr_t>(share.release());
 }
 
 }  // namespace
@@ -130,7 +130,7 @@ HttpExchange::HttpExchange(const std::wstring& method, const std::wstring& url,
                                          nullptr, WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
                                          parts.secure ? WINHTTP_FLAG_SECURE : 0),
                     "WinHttpOpenRequest");
-  ReportTo(call_, request_.Get());
+  context_ = ReportTo(call_, request_.Get());
 }
 
 // Makes `call`, which gives BOOL; a stop that was requested before keeps it from beginning.
@@ -161,8 +161,9 @@ void HttpExchange::Run(std::string body) {
     const wchar_t* header = sent.empty() ? WINHTTP_NO_ADDITIONAL_HEADERS : kJsonHeader;
     const DWORD headerUnits = sent.empty() ? 0 : static_cast<DWORD>(-1);  // up to its terminator
     void* data = sent.empty() ? WINHTTP_NO_REQUEST_DATA : sent.data();
+    // Named once more: this call may put its own context in the place of the handle's.
     return ::WinHttpSendRequest(request_.Get(), header, headerUnits, data, lengthBytes, lengthBytes,
-                                0);
+                                context_);
   });
   Await(kName, call_->sent, kSendLimit);
   // Some systems end the call only when the reply begins, which is then already waited for.

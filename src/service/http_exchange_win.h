@@ -62,6 +62,7 @@ class HttpExchange {
   platform::HttpHandle session_;
   platform::HttpHandle connection_;
   platform::HttpHandle request_;
+  std::uintptr_t context_ = 0;  // the request handle's
 };
 
 }  // namespace service

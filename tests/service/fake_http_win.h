@@ -32,7 +32,10 @@ class FakeHttp {
   std::size_t unreadBytes = 0;        // of each piece: a read gives fewer than were announced
   std::map<Api, DWORD> failingLater;  // calls that begin well and report this error
   std::set<Api> silent;               // calls whose end is never reported
-  int partings = 0;                   // request handles that have reported their end
+  // What its reports bear.
+  [[nodiscard]] DWORD_PTR Context() const { return context_; }
+
+  int partings = 0;  // request handles that have reported their end
 
  private:
   static HINTERNET Made(std::uintptr_t number) { return reinterpret_cast<HINTERNET>(number); }
@@ -66,7 +69,8 @@ class FakeHttp {
       return TRUE;
     });
     calls.AnswerWith<Api::WinHttpSendRequest>([this](HINTERNET, const wchar_t*, DWORD, void*, DWORD,
-                                                     DWORD, DWORD_PTR) {
+                                                     DWORD, DWORD_PTR context) {
+      context_ = context;  // this call's counts from here on
       if (failingLater.contains(Api::WinHttpSendRequest)) {
         return End(Api::WinHttpSendRequest, 0, nullptr, 0);
       }

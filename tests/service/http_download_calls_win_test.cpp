@@ -68,7 +68,7 @@ TEST_F(HttpDownloadCalls, AskWithAGetForTwoMinutesAndForTheLength) {
       {
           Said<Api::WinHttpSetTimeouts>(Handle{1}, 10000, 10000, 15000, 120000),
           Said<Api::WinHttpOpenRequest>(Handle{2}, L"GET", L"/x.exe", nullptr, nullptr, nullptr, 0),
-          Said<Api::WinHttpSendRequest>(Handle{3}, nullptr, 0, nullptr, 0, 0, 0),
+          Said<Api::WinHttpSendRequest>(Handle{3}, nullptr, 0, nullptr, 0, 0, http_.Context()),
           Said<Api::WinHttpQueryHeaders>(Handle{3},
                                          WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
                                          nullptr, Some{}, Ref{4}, nullptr),

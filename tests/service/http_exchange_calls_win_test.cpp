@@ -56,7 +56,7 @@ TEST(HttpExchangeCalls, MakeARequestAndReadItsReply) {
                                               WINHTTP_CALLBACK_FLAG_HANDLES,
                                           0),
       Said<Api::WinHttpSetOption>(Handle{3}, WINHTTP_OPTION_CONTEXT_VALUE, Some{}, 8),
-      Said<Api::WinHttpSendRequest>(Handle{3}, kJsonHeader, 0xFFFFFFFF, "{}", 2, 2, 0),
+      Said<Api::WinHttpSendRequest>(Handle{3}, kJsonHeader, 0xFFFFFFFF, "{}", 2, 2, http.Context()),
       Said<Api::WinHttpReceiveResponse>(Handle{3}, nullptr),
       Said<Api::WinHttpQueryHeaders>(Handle{3},
                                      WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, nullptr,
@@ -78,8 +78,9 @@ TEST(HttpExchangeCalls, SendNoHeaderAndNoDataWithoutABody) {
   Calls calls;
   const FakeHttp http(calls);
   EXPECT_EQ(Request(kUrl, L""), "200 ");
-  EXPECT_TRUE(calls.EachWas(Api::WinHttpSendRequest, Said<Api::WinHttpSendRequest>(
-                                                         Handle{3}, nullptr, 0, nullptr, 0, 0, 0)));
+  EXPECT_TRUE(calls.EachWas(
+      Api::WinHttpSendRequest,
+      Said<Api::WinHttpSendRequest>(Handle{3}, nullptr, 0, nullptr, 0, 0, http.Context())));
 }
 
 TEST(HttpExchangeCalls, AskForTlsOfAnHttpsAddress) {
@@ -97,9 +98,9 @@ TEST(HttpExchangeCalls, CountABodyInBytes) {
   Calls calls;
   const FakeHttp http(calls);
   EXPECT_EQ(Request(kUrl, L"泵"), "200 ");
-  EXPECT_TRUE(calls.EachWas(
-      Api::WinHttpSendRequest,
-      Said<Api::WinHttpSendRequest>(Handle{3}, kJsonHeader, 0xFFFFFFFF, "\xE6\xB3\xB5", 3, 3, 0)));
+  EXPECT_TRUE(calls.EachWas(Api::WinHttpSendRequest,
+                            Said<Api::WinHttpSendRequest>(Handle{3}, kJsonHeader, 0xFFFFFFFF,
+                                                          "\xE6\xB3\xB5", 3, 3, http.Context())));
 }
 
 struct FailureRow {
