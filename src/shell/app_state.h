@@ -95,6 +95,8 @@ struct AppState {
   std::atomic<bool> heartbeatRunning{false};
   bool retryArmed = false;
   std::unique_ptr<ComApartment> apartment;  // before what needs it
+  bool isAsleep = false;                    // as far as the system has told
+  ULONGLONG wokenMs = 0;                    // GetTickCount64()
   std::unique_ptr<SystemNotices> notices;   // while the window is there
   std::unique_ptr<webui::WebHost> web;
   webui::PageFailures pageFailures;

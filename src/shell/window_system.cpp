@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <chrono>
 #include <future>
+#include <utility>
 
 #include "settings/granted_connection.h"
 #include "shell/page_link.h"
@@ -43,6 +44,7 @@ constexpr SessionLine kSessionLines[] = {
 // Windows gives five seconds and then ends the process, in the middle of whatever it does.
 constexpr std::chrono::milliseconds kEndTime{2500};
 constexpr DWORD kLookMs = 20;
+constexpr ULONGLONG kSameWakeMs = 5000;
 
 // A line of its own for a computer whose tunnel is about to be looked at.
 void LogAndLook(AppState& state, const wchar_t* line, const wchar_t* lineOnline) {
@@ -84,14 +86,26 @@ void StartEndings(AppState& state) {
       std::launch::async, [&state, routes] { state.surroundings.removeProxyBypass(routes); }));
 }
 
+void FallAsleep(AppState& state) {
+  if (std::exchange(state.isAsleep, true)) return;
+  Log(state, state.tunnel->IsRunning() ? kAsleepOnline : kAsleep);
+}
+
+// A wake that no sleep was told before counts too, unless it is the one just told.
+void WakeUp(AppState& state) {
+  const ULONGLONG nowMs = ::GetTickCount64();
+  const bool wasAsleep = std::exchange(state.isAsleep, false);
+  if (!wasAsleep && nowMs - state.wokenMs < kSameWakeMs) return;
+  state.wokenMs = nowMs;
+  LogAndLook(state, kAwake, kAwakeOnline);
+}
+
 }  // namespace
 
+// Every window is told of sleep and wake on some computers, and one that has subscribed once more.
 LRESULT OnPowerBroadcast(AppState& state, WPARAM event) {
-  if (event == PBT_APMSUSPEND) {
-    Log(state, state.tunnel->IsRunning() ? kAsleepOnline : kAsleep);
-  } else if (event == PBT_APMRESUMEAUTOMATIC) {
-    LogAndLook(state, kAwake, kAwakeOnline);
-  }
+  if (event == PBT_APMSUSPEND) FallAsleep(state);
+  if (event == PBT_APMRESUMEAUTOMATIC) WakeUp(state);
   return TRUE;
 }
 

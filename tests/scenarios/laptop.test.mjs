@@ -35,6 +35,7 @@ scenario('after a wake, a relay that no longer answers is replaced without waiti
       () => lab.sendToWindow(kPowerBroadcast, kResumeAutomatic));
     assert.equal(await program.state(), '在线');
 
+    await lab.sendToWindow(kPowerBroadcast, kSuspend);
     lab.pauseService();  // the connection stands, and nobody answers on it
     let begin = performance.now();
     await logsAfter(program, kLost, () => lab.sendToWindow(kPowerBroadcast, kResumeAutomatic));

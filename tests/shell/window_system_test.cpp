@@ -41,6 +41,25 @@ TEST_F(WindowSystem, SleepAndWakeAreOneLineEach) {
   EXPECT_EQ(tunnel_->looks, 0);
 }
 
+TEST_F(WindowSystem, WhatIsToldTwiceIsOneSleepAndOneWake) {
+  OpenOnline();
+  for (int twice = 0; twice < 2; ++twice) Send(WM_POWERBROADCAST, PBT_APMSUSPEND);
+  for (int twice = 0; twice < 2; ++twice) Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC);
+  EXPECT_EQ(logged_.size(), 2u);
+  EXPECT_EQ(tunnel_->looks, 1);
+  Send(WM_POWERBROADCAST, PBT_APMSUSPEND);
+  Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC);
+  EXPECT_EQ(logged_.size(), 4u);
+  EXPECT_EQ(tunnel_->looks, 2);
+}
+
+TEST_F(WindowSystem, AWakeWithoutASleepToldBeforeCounts) {
+  OpenOnline();
+  Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC);
+  EXPECT_EQ(logged_, Lines{L"电脑已唤醒，正在检查中继连接。"});
+  EXPECT_EQ(tunnel_->looks, 1);
+}
+
 TEST_F(WindowSystem, ARunningTunnelLooksAtTheNetworkAfterAWake) {
   OpenOnline();
   Send(WM_POWERBROADCAST, PBT_APMSUSPEND);
