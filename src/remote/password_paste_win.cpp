@@ -1,6 +1,7 @@
-#include <condition_variable>
+#include <algorithm>
+#include <chrono>
 #include <exception>
-#include <mutex>
+#include <thread>
 #include <utility>
 
 #include "platform/clipboard.h"
@@ -44,13 +45,17 @@ void* FindRustDeskWindow(const std::wstring& rustDeskId) {
   return search.found;
 }
 
-// True after the whole time; false as soon as the program is closing.
+// True after the whole time; false soon after the program is closing. In slices: a wait that the
+// stop itself ends goes by a std::stop_callback, whose end can hang in mingw-w64's library.
 bool SleepUnless(const std::stop_token& closing, std::chrono::milliseconds time) {
-  std::mutex lock;
-  std::condition_variable_any never;
-  std::unique_lock<std::mutex> held(lock);
-  never.wait_for(held, closing, time, [] { return false; });
-  return !closing.stop_requested();
+  constexpr std::chrono::milliseconds kSlice{20};
+  const auto end = std::chrono::steady_clock::now() + time;
+  while (!closing.stop_requested()) {
+    const auto left = end - std::chrono::steady_clock::now();
+    if (left.count() <= 0) return true;
+    std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, kSlice));
+  }
+  return false;
 }
 
 // Any window of the same process counts: RustDesk may have put one of its own in front.

@@ -25,7 +25,7 @@ class CallWait {
   void Begin() EXCLUDES(lock_);
   void Finish(CallResult result) noexcept EXCLUDES(lock_);
   // Empty when the call had not finished within `limit` or when `stop` was requested, which ends
-  // the wait at once. The call may then finish at any later time, unseen.
+  // the wait within milliseconds. The call may then finish at any later time, unseen.
   [[nodiscard]] std::optional<CallResult> Await(std::chrono::milliseconds limit,
                                                 const std::stop_token& stop) EXCLUDES(lock_);
 

@@ -71,7 +71,7 @@ TEST(CallWait, AStopCountsMoreThanAResult) {
 
 // Whatever the moment of the stop, the wait ends; a lost wake-up would hang it.
 TEST(CallWait, MissesNoStop) {
-  for (int round = 0; round < 500; ++round) {
+  for (int round = 0; round < 100; ++round) {
     CallWait wait;
     std::stop_source stop;
     std::atomic<bool> goes{false};
