@@ -4,6 +4,7 @@
 
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
+#include "win32/calls.h"
 // After the SDK, which it needs.
 #include <wtsapi32.h>
 
@@ -51,6 +52,22 @@ TEST_F(WindowSystem, WhatIsToldTwiceIsOneSleepAndOneWake) {
   Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC);
   EXPECT_EQ(logged_.size(), 4u);
   EXPECT_EQ(tunnel_->looks, 2);
+}
+
+// Five seconds after the last, a wake that no sleep was told before is another one.
+TEST_F(WindowSystem, AWakeToldAgainIsAnotherOneAfterFiveSeconds) {
+  OpenOnline();
+  ULONGLONG nowMs = 1'000'000;
+  win32::Calls calls;
+  calls.AnswerWith<win32::Api::GetTickCount64>([&nowMs] { return nowMs; });
+  std::vector<int> looks;
+  for (const ULONGLONG laterMs : std::initializer_list<ULONGLONG>{0, 4999, 1, 4999, 5000}) {
+    nowMs += laterMs;
+    Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC);
+    looks.push_back(tunnel_->looks);
+  }
+  EXPECT_EQ(looks, (std::vector<int>{1, 1, 2, 2, 3}));
+  EXPECT_TRUE(calls.EachWas(win32::Api::GetTickCount64, win32::Said<win32::Api::GetTickCount64>()));
 }
 
 TEST_F(WindowSystem, AWakeWithoutASleepToldBeforeCounts) {

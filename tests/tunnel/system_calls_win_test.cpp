@@ -141,6 +141,17 @@ TEST(DriverLibraryCalls, LoadByTheBareNameBindFiveFunctionsAndFreeAtTheEnd) {
   }));
 }
 
+TEST(DriverLibraryCalls, HandOnTheSystemsErrorOfTheLastCall) {
+  Calls calls;
+  StandInForTheLibrary(calls);
+  const auto api = LoadWinDivert();
+  calls.AnswerWith<Api::GetLastError>([] { return DWORD{ERROR_ACCESS_DENIED}; });
+  const int before = calls.Count(Api::GetLastError);
+  EXPECT_EQ(api->lastError(), std::uint32_t{ERROR_ACCESS_DENIED});
+  EXPECT_EQ(calls.Count(Api::GetLastError), before + 1);
+  EXPECT_TRUE(calls.EachWas(Api::GetLastError, Said<Api::GetLastError>()));
+}
+
 TEST(DriverLibraryCalls, SayWhatIsMissingAndFreeTheLibrary) {
   const std::string noFile = "WinDivert.dll was not found in the runtime cache.";
   const std::string code = text::ToUtf8(DescribeDriverError(ERROR_PROC_NOT_FOUND));

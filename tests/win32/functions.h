@@ -96,6 +96,7 @@ enum class FailsAs {
   X(GetStockObject, Zero, -1)                       \
   X(GetTempPathW, Zero, -1)                         \
   X(GetTickCount, Never, -1)                        \
+  X(GetTickCount64, Never, -1)                      \
   X(GetTokenInformation, Zero, -1)                  \
   X(GetWindow, Zero, -1)                            \
   X(GetWindowLongPtrW, Zero, -1)                    \
