@@ -17,8 +17,6 @@ using settings::ConnectionInForce;
 using settings::GrantedConnection;
 using settings::Settings;
 
-constexpr std::wstring_view kLineBreak = L"\r\n";
-
 constexpr std::wstring_view kRefusedPrefix = L"Connection authorization failed: ";
 constexpr std::wstring_view kGrantedPrefix = L"连接授权成功：";
 constexpr std::wstring_view kGrantedAddress = L"，分配地址 ";
@@ -58,7 +56,7 @@ std::wstring ReportDisconnect(const GrantedConnection& held, const ConnectionPor
 std::wstring ForgetConnection(settings::JobSettings& job, const GrantedConnection& held,
                               const ConnectionPorts& ports) {
   std::wstring text = ports.removeProxyBypass(held.routes);
-  if (!text.empty()) text.insert(0, kLineBreak);
+  if (!text.empty()) text.insert(0, text::kLineBreak);
   ClearConnection(job.record);
   job.record.targetNetwork = settings::kAllNetworks;
   job.Save();  // or a sudden end would have the service told once more
@@ -68,7 +66,7 @@ std::wstring ForgetConnection(settings::JobSettings& job, const GrantedConnectio
 void StoreGrant(Settings& settings, const ConnectionGrant& grant, const settings::JsonValue& data) {
   settings.connectionId = grant.connectionId;
   settings.assignedAddress = grant.assignedAddress;
-  settings.routesText = text::Join(grant.routes, kLineBreak);
+  settings.routesText = text::Join(grant.routes, text::kLineBreak);
   settings.granted = {grant.connectionId, settings.serverUrl, settings.engineerId, grant.routes};
 
   settings::TakeJsonString(data, L"deviceNumber", settings.deviceNumber);
@@ -89,12 +87,12 @@ tunnel::TunnelRequest MakeTunnelRequest(const Settings& settings) {
 
 std::wstring StartTunnel(Settings& settings, tunnel::Tunnel& tunnel) {
   const tunnel::TunnelStarted started = tunnel.Start(MakeTunnelRequest(settings));
-  settings.accessRoutesText = text::Join(started.accessRoutes, kLineBreak);
+  settings.accessRoutesText = text::Join(started.accessRoutes, text::kLineBreak);
   settings.routeMappingsText = started.mappingText;
 
   std::wstring text = started.text;
   if (!settings.routeMappingsText.empty()) {
-    text.append(kLineBreak).append(settings.routeMappingsText);
+    text.append(text::kLineBreak).append(settings.routeMappingsText);
   }
   return text.append(settings.discoveryModeEnabled ? kDiscoveryOn : kDiscoveryOff);
 }
@@ -102,9 +100,9 @@ std::wstring StartTunnel(Settings& settings, tunnel::Tunnel& tunnel) {
 std::wstring Connect(settings::JobSettings& job, tunnel::Tunnel& tunnel,
                      const ConnectionPorts& ports) {
   std::wstring text = DisconnectConnection(job, ports);
-  text.append(kLineBreak).append(AuthorizeConnection(job, ports));
+  text.append(text::kLineBreak).append(AuthorizeConnection(job, ports));
   if (job.record.connectionId.empty()) return text;
-  return text.append(kLineBreak).append(StartTunnel(job.record, tunnel));
+  return text.append(text::kLineBreak).append(StartTunnel(job.record, tunnel));
 }
 
 // For the clean-up after a failure, which is the one worth showing: a second one is dropped.

@@ -12,15 +12,14 @@ namespace service {
 namespace {
 
 constexpr std::wstring_view kPath = L"/api/devices/resolve";
-constexpr std::wstring_view kRefusedPrefix = L"Resolve failed: ";
+constexpr std::wstring_view kNotResolvedPrefix = L"Resolve failed: ";
 constexpr std::wstring_view kResolvedPrefix = L"已获取现场端 ";
 constexpr std::wstring_view kResolvedSuffix = L" 的共享网段。";
-constexpr std::wstring_view kLineBreak = L"\r\n";
 
 void TakeNetworks(const settings::JsonValue& data, settings::Settings& settings) {
   const std::vector<std::wstring> networks = settings::JsonStringsOf(data, L"sharedNetworks");
   if (networks.empty()) return;
-  settings.routesText = text::Join(networks, kLineBreak);
+  settings.routesText = text::Join(networks, text::kLineBreak);
   settings.targetNetwork = networks.front();
 }
 
@@ -34,7 +33,7 @@ bool ResolveDevice(settings::Settings& settings, const JsonRequester& sendJsonRe
   body.append(settings::QuoteJsonString(settings.deviceSecret)).append(L"}");
   const ApiEnvelope envelope = ParseApiEnvelope(sendJsonRequest(L"POST", url, body).body);
   if (!envelope.success) {
-    text = kRefusedPrefix;
+    text = kNotResolvedPrefix;
     text.append(envelope.message);
     return false;
   }

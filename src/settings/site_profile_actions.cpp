@@ -14,7 +14,6 @@ constexpr wchar_t kNoSecret[] = L"档案未保存：接入密钥为空。";
 constexpr wchar_t kSaved[] = L"档案已保存。";
 constexpr wchar_t kLoadedInWindow[] = L"已加载档案：";
 constexpr wchar_t kLoadedInPage[] = L"已载入档案：";
-constexpr wchar_t kLineBreak[] = L"\r\n";
 
 std::wstring OrAll(const std::wstring& targetNetwork) {
   return targetNetwork.empty() ? std::wstring(kAllNetworks) : targetNetwork;
@@ -32,7 +31,7 @@ void Apply(const SiteProfile& profile, Settings& settings) {
   settings.deviceNumber = profile.deviceNumber;
   settings.deviceSecret = profile.deviceSecret;
   settings.targetNetwork = OrAll(profile.targetNetwork);
-  settings.routesText = text::Join(profile.sharedNetworks, kLineBreak);
+  settings.routesText = text::Join(profile.sharedNetworks, text::kLineBreak);
 }
 
 }  // namespace

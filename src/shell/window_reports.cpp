@@ -3,6 +3,7 @@
 #include "shell/window_events.h"
 #include "shell/window_messages.h"
 #include "shell/worker.h"
+#include "text/strings.h"
 
 namespace shell {
 namespace {
@@ -14,7 +15,6 @@ constexpr wchar_t kLinkFound[] = L"软件隧道已重新在线。";
 constexpr wchar_t kUdpReady[] = L"UDP 通道已就绪：小数据包经 UDP 传输。";
 constexpr wchar_t kUdpNotReady[] =
     L"提示：UDP 通道不可用，小数据包改经 WebSocket 传输，连接不受影响。";
-constexpr wchar_t kLineBreak[] = L"\r\n";
 
 }  // namespace
 
@@ -27,7 +27,7 @@ void OnHeartbeatRefused(AppState& state, std::wstring text) {
   if (!state.settings.Read().heartbeatAccepted && state.tunnel->IsRunning()) {
     text += kTunnelStopped;
     const std::wstring stopped = state.tunnel->Stop();
-    if (!stopped.empty()) text.append(kLineBreak).append(stopped);
+    if (!stopped.empty()) text.append(text::kLineBreak).append(stopped);
   }
   PostApplyMessage(state);
   PostStateMessage(state);

@@ -8,6 +8,9 @@
 // Pure operations on UTF-16 text; none of them depends on the process's locale.
 namespace text {
 
+// Between the lines of a text that the page or a box shows.
+inline constexpr std::wstring_view kLineBreak = L"\r\n";
+
 // White space as Windows' wide-character classification has it: the ASCII spaces, U+0085, U+00A0
 // and the Unicode space separators, among them the full-width U+3000 of Chinese input methods.
 bool IsSpace(wchar_t unit) noexcept;

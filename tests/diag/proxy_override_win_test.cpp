@@ -14,7 +14,8 @@
 namespace diag {
 namespace {
 
-constexpr wchar_t kKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
+constexpr wchar_t kInternetSettings[] =
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
 constexpr wchar_t kValue[] = L"ProxyOverride";
 
 using Bytes = std::vector<BYTE>;
@@ -26,8 +27,8 @@ struct Value {
 
 platform::RegistryKey OpenSettings() {
   HKEY opened = nullptr;
-  ::RegCreateKeyExW(HKEY_CURRENT_USER, kKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &opened,
-                    nullptr);
+  ::RegCreateKeyExW(HKEY_CURRENT_USER, kInternetSettings, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                    &opened, nullptr);
   return platform::RegistryKey(opened);
 }
 
@@ -271,7 +272,7 @@ TEST_F(ProxyOverride, TellsEveryTopLevelWindowOnceItIsWritten) {
   store_.write(L"10.1.*");
   for (const Listener* listener : {&one, &other}) {
     EXPECT_EQ(listener->Count(), 1);
-    EXPECT_EQ(listener->Area(), kKey);
+    EXPECT_EQ(listener->Area(), kInternetSettings);
     EXPECT_EQ(listener->Word(), WPARAM{0});
   }
 }

@@ -5,8 +5,8 @@
 
 namespace {
 
-constexpr wchar_t kUnknown[] = L"00000000-0000-0000-C000-000000000046";
-constexpr wchar_t kMessageArgs[] = L"0f99a40c-e962-4207-9e92-e3d542eff849";
+constexpr wchar_t kIUnknown[] = L"00000000-0000-0000-C000-000000000046";
+constexpr wchar_t kOtherArgs[] = L"0f99a40c-e962-4207-9e92-e3d542eff849";
 constexpr wchar_t kFailureArgs[] = L"8155a9a4-1474-4a86-8cae-151b0fa6b8ca";
 
 TEST_F(Stand, TellsOfFailedProcesses) {
@@ -14,7 +14,7 @@ TEST_F(Stand, TellsOfFailedProcesses) {
   int kind = -1;
   RawHandler handler([&](void* sender, void* arguments) {
     EXPECT_EQ(sender, webview_);
-    ExpectAnswers(arguments, {kUnknown, kFailureArgs}, {kMessageArgs});
+    ExpectAnswers(arguments, {kIUnknown, kFailureArgs}, {kOtherArgs});
     EXPECT_EQ(CallSlot(arguments, 3, &kind), S_OK);
     EXPECT_EQ(CallSlot(arguments, 3, nullptr), E_POINTER);
   });

@@ -18,12 +18,14 @@ struct CountingTraits {
   static bool IsValid(Raw raw) noexcept { return raw != 0 && raw != -1; }
   static void Close(Raw raw) noexcept { closedHandles.push_back(raw); }
 };
-using Handle = UniqueHandle<CountingTraits>;
+using CountedHandle = UniqueHandle<CountingTraits>;
 using Closed = std::vector<int>;
 
-static_assert(!std::is_copy_constructible_v<Handle> && !std::is_copy_assignable_v<Handle>);
-static_assert(std::is_nothrow_move_constructible_v<Handle>);
-static_assert(!std::is_convertible_v<int, Handle> && !std::is_convertible_v<Handle, int>);
+static_assert(!std::is_copy_constructible_v<CountedHandle> &&
+              !std::is_copy_assignable_v<CountedHandle>);
+static_assert(std::is_nothrow_move_constructible_v<CountedHandle>);
+static_assert(!std::is_convertible_v<int, CountedHandle> &&
+              !std::is_convertible_v<CountedHandle, int>);
 
 class UniqueHandleTest : public testing::Test {
  protected:
@@ -32,7 +34,7 @@ class UniqueHandleTest : public testing::Test {
 
 TEST_F(UniqueHandleTest, ClosesOnceAtTheEnd) {
   {
-    const Handle handle(7);
+    const CountedHandle handle(7);
     EXPECT_TRUE(handle);
     EXPECT_EQ(handle.Get(), 7);
   }
@@ -41,9 +43,9 @@ TEST_F(UniqueHandleTest, ClosesOnceAtTheEnd) {
 
 TEST_F(UniqueHandleTest, ClosesNothingWhenEmpty) {
   {
-    const Handle fresh;
-    const Handle zero(0);
-    const Handle failed(-1);
+    const CountedHandle fresh;
+    const CountedHandle zero(0);
+    const CountedHandle failed(-1);
     EXPECT_FALSE(fresh);
     EXPECT_FALSE(zero);
     EXPECT_FALSE(failed);
@@ -53,8 +55,8 @@ TEST_F(UniqueHandleTest, ClosesNothingWhenEmpty) {
 
 TEST_F(UniqueHandleTest, MovesOwnershipWithoutClosing) {
   {
-    Handle first(7);
-    const Handle second(std::move(first));
+    CountedHandle first(7);
+    const CountedHandle second(std::move(first));
     EXPECT_EQ(second.Get(), 7);
     EXPECT_EQ(closedHandles, Closed());
   }
@@ -63,8 +65,8 @@ TEST_F(UniqueHandleTest, MovesOwnershipWithoutClosing) {
 
 TEST_F(UniqueHandleTest, MoveAssignmentClosesTheOldHandle) {
   {
-    Handle first(7);
-    Handle second(8);
+    CountedHandle first(7);
+    CountedHandle second(8);
     first = std::move(second);
     EXPECT_EQ(closedHandles, Closed({7}));
     EXPECT_EQ(first.Get(), 8);
@@ -74,8 +76,8 @@ TEST_F(UniqueHandleTest, MoveAssignmentClosesTheOldHandle) {
 
 TEST_F(UniqueHandleTest, SurvivesAssignmentToItself) {
   {
-    Handle handle(7);
-    Handle& same = handle;
+    CountedHandle handle(7);
+    CountedHandle& same = handle;
     handle = std::move(same);
     EXPECT_EQ(handle.Get(), 7);
     EXPECT_EQ(closedHandles, Closed());
@@ -85,7 +87,7 @@ TEST_F(UniqueHandleTest, SurvivesAssignmentToItself) {
 
 TEST_F(UniqueHandleTest, ReleaseGivesTheHandleUp) {
   {
-    Handle handle(7);
+    CountedHandle handle(7);
     EXPECT_EQ(handle.Release(), 7);
     EXPECT_FALSE(handle);
   }
@@ -94,7 +96,7 @@ TEST_F(UniqueHandleTest, ReleaseGivesTheHandleUp) {
 
 TEST_F(UniqueHandleTest, ResetClosesAndTakesTheNext) {
   {
-    Handle handle(7);
+    CountedHandle handle(7);
     handle.Reset(8);
     EXPECT_EQ(closedHandles, Closed({7}));
     handle.Reset();

@@ -7,11 +7,12 @@
 
 #include "platform/windows_sdk.h"
 #include "remote/password_paste.h"
+#include "text/utf8.h"
 
 namespace remote {
 namespace {
 
-constexpr wchar_t kId[] = L"987654321";
+constexpr wchar_t kShownId[] = L"987654321";
 
 // A top-level window of this thread.
 class TestWindow {
@@ -31,26 +32,33 @@ class TestWindow {
   const HWND window_;
 };
 
-HWND Find(const std::wstring& id = kId) {
+HWND Find(const std::wstring& id = kShownId) {
   return static_cast<HWND>(RealPasteDesk({}, {}).findWindow(id));
+}
+
+// What a failure shows of the window that was found.
+std::string TitleOf(HWND window) {
+  std::wstring title(200, L'\0');
+  title.resize(static_cast<std::size_t>(::GetWindowTextW(window, title.data(), 200)));
+  return text::ToUtf8(title);
 }
 
 TEST(PasteDeskWindows, AreNoneAmongDecoys) {
   const TestWindow untitled(L"");
   const TestWindow other(L"Notes");
   const TestWindow shorter(L"Rust");
-  const TestWindow hidden(std::wstring(L"RustDesk ") + kId, false);
-  const TestWindow owned(std::wstring(L"RustDesk ") + kId, true, other.Get());
-  EXPECT_EQ(Find(), nullptr);
-  EXPECT_EQ(Find(L""), nullptr);
+  const TestWindow hidden(std::wstring(L"RustDesk ") + kShownId, false);
+  const TestWindow owned(std::wstring(L"RustDesk ") + kShownId, true, other.Get());
+  EXPECT_EQ(Find(), nullptr) << TitleOf(Find());
+  EXPECT_EQ(Find(L""), nullptr) << TitleOf(Find(L""));
 }
 
 TEST(PasteDeskWindows, AreFoundAmongDecoys) {
-  const std::wstring titles[] = {kId, std::wstring(L"远程桌面 ") + kId, L"RustDesk",
-                                 L"rUSTdESK 1.2", std::wstring(3000, L'x') + kId};
+  const std::wstring titles[] = {kShownId, std::wstring(L"远程桌面 ") + kShownId, L"RustDesk",
+                                 L"rUSTdESK 1.2", std::wstring(3000, L'x') + kShownId};
   const TestWindow other(L"Notes");
-  const TestWindow hidden(kId, false);
-  const TestWindow owned(kId, true, other.Get());
+  const TestWindow hidden(kShownId, false);
+  const TestWindow owned(kShownId, true, other.Get());
   for (const std::wstring& title : titles) {
     const TestWindow wanted(title);
     EXPECT_EQ(Find(), wanted.Get()) << title.size();
@@ -60,7 +68,7 @@ TEST(PasteDeskWindows, AreFoundAmongDecoys) {
 
 TEST(PasteDeskWindows, TheFirstThatMatchesInTheSystemsOrderIsTaken) {
   const TestWindow byName(L"RustDesk");
-  const TestWindow byId(kId);
+  const TestWindow byId(kShownId);
   for (const HWND first : {byName.Get(), byId.Get()}) {
     ::SetWindowPos(first, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE);
     EXPECT_EQ(Find(), first);
@@ -98,7 +106,7 @@ class Pump {
 
 TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
   const std::wstring password = L"s3cret 密码 \xD83D\xDE00";
-  const TestWindow wanted(std::wstring(L"RustDesk ") + kId);
+  const TestWindow wanted(std::wstring(L"RustDesk ") + kShownId);
   const HWND field = ::CreateWindowExW(0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | ES_AUTOHSCROLL, 5,
                                        5, 200, 30, wanted.Get(), nullptr, nullptr, nullptr);
   const TestWindow decoy(L"Notes");
@@ -121,7 +129,7 @@ TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
   };
   std::atomic<bool> ended{false};
   std::thread paster([&] {
-    PastePassword(password, kId, desk);
+    PastePassword(password, kShownId, desk);
     ended = true;
   });
   EXPECT_TRUE(pump.Until([&] { return inFront && ::GetForegroundWindow() == wanted.Get(); }));

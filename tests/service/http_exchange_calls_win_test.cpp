@@ -17,11 +17,11 @@ namespace {
 
 using namespace win32;
 
-constexpr wchar_t kUrl[] = L"http://host:8080/a?b=1";
+constexpr wchar_t kRequestUrl[] = L"http://host:8080/a?b=1";
 constexpr wchar_t kJsonHeader[] = L"Content-Type: application/json; charset=utf-8\r\n";
 
 // "<status> <body>" of the reply, or the message of the failure.
-std::string Request(const std::wstring& url = kUrl, const std::wstring& body = L"{}") {
+std::string Request(const std::wstring& url = kRequestUrl, const std::wstring& body = L"{}") {
   try {
     const HttpResponse response = SendJsonRequest(L"POST", url, body);
     return std::to_string(response.status) + " " + text::ToUtf8(response.body);
@@ -41,7 +41,7 @@ TEST(HttpExchangeCalls, MakeARequestAndReadItsReply) {
   http.pieces = {"[1]", "!"};
   EXPECT_EQ(Request(), "200 [1]!");
   EXPECT_TRUE(calls.Were({
-      Said<Api::WinHttpCrackUrl>(kUrl, 22, 0, Some{}),
+      Said<Api::WinHttpCrackUrl>(kRequestUrl, 22, 0, Some{}),
       Said<Api::WinHttpOpen>(L"Velmarine.Native/0.2", WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, nullptr,
                              nullptr, WINHTTP_FLAG_ASYNC),
       Said<Api::GetLastError>(),
@@ -77,7 +77,7 @@ TEST(HttpExchangeCalls, MakeARequestAndReadItsReply) {
 TEST(HttpExchangeCalls, SendNoHeaderAndNoDataWithoutABody) {
   Calls calls;
   const FakeHttp http(calls);
-  EXPECT_EQ(Request(kUrl, L""), "200 ");
+  EXPECT_EQ(Request(kRequestUrl, L""), "200 ");
   EXPECT_TRUE(calls.EachWas(
       Api::WinHttpSendRequest,
       Said<Api::WinHttpSendRequest>(Handle{3}, nullptr, 0, nullptr, 0, 0, http.Context())));
@@ -97,7 +97,7 @@ TEST(HttpExchangeCalls, AskForTlsOfAnHttpsAddress) {
 TEST(HttpExchangeCalls, CountABodyInBytes) {
   Calls calls;
   const FakeHttp http(calls);
-  EXPECT_EQ(Request(kUrl, L"泵"), "200 ");
+  EXPECT_EQ(Request(kRequestUrl, L"泵"), "200 ");
   EXPECT_TRUE(calls.EachWas(Api::WinHttpSendRequest,
                             Said<Api::WinHttpSendRequest>(Handle{3}, kJsonHeader, 0xFFFFFFFF,
                                                           "\xE6\xB3\xB5", 3, 3, http.Context())));
@@ -155,7 +155,7 @@ TEST(HttpExchangeCalls, NameTheOneWhoseFailureIsReportedLater) {
 // What an exchange with a limit of a moment comes to.
 std::string ShortExchange() {
   try {
-    HttpExchange exchange(L"GET", kUrl, std::chrono::milliseconds(1));
+    HttpExchange exchange(L"GET", kRequestUrl, std::chrono::milliseconds(1));
     exchange.Run({});
     exchange.ReadChunk();
   } catch (const std::runtime_error& error) {
@@ -195,7 +195,7 @@ TEST(HttpExchangeCalls, DoNotBeginAfterAStop) {
   Calls calls;
   FakeHttp http(calls);
   std::stop_source stop;
-  HttpExchange exchange(L"GET", kUrl, std::chrono::seconds(30), stop.get_token());
+  HttpExchange exchange(L"GET", kRequestUrl, std::chrono::seconds(30), stop.get_token());
   stop.request_stop();
   EXPECT_THROW(exchange.Run("{}"), std::runtime_error);
   EXPECT_THROW(exchange.ReadChunk(), std::runtime_error);

@@ -18,7 +18,7 @@ namespace {
 
 // The message of what the call throws.
 template <typename Call>
-std::string FailureOf(Call call) {
+std::string MessageOf(Call call) {
   try {
     call();
   } catch (const std::runtime_error& error) {
@@ -28,7 +28,7 @@ std::string FailureOf(Call call) {
 }
 
 // "WinHttpX: <text>" or "WinHttpX failed.", which depends on the system's message table.
-bool IsFailureOf(const std::string& function, const std::string& message) {
+bool IsMessageOf(const std::string& function, const std::string& message) {
   return message == function + " failed." ||
          (message.rfind(function + ": ", 0) == 0 && message.size() > function.size() + 2);
 }
@@ -73,8 +73,8 @@ TEST(ParseUrl, SplitsAbsoluteAddresses) {
 
 TEST(ParseUrl, NamesTheFailedCall) {
   for (const wchar_t* url : {L"no address", L"", L"ftp://host/x", L"http://host:99999/"}) {
-    EXPECT_TRUE(IsFailureOf("WinHttpCrackUrl", FailureOf([url] { ParseUrl(url); })))
-        << FailureOf([url] { ParseUrl(url); });
+    EXPECT_TRUE(IsMessageOf("WinHttpCrackUrl", MessageOf([url] { ParseUrl(url); })))
+        << MessageOf([url] { ParseUrl(url); });
   }
 }
 
@@ -203,26 +203,26 @@ TEST(SendJsonRequest, FollowsARedirectThatKeepsVerbAndBody) {
 
 TEST(SendJsonRequest, NamesReceivingWhenTheHostIsUnreachable) {
   const std::wstring url = L"http://127.0.0.1:" + std::to_wstring(ClosedPort()) + L"/x";
-  const std::string message = FailureOf([&] { SendJsonRequest(L"POST", url, L"{}"); });
+  const std::string message = MessageOf([&] { SendJsonRequest(L"POST", url, L"{}"); });
 
-  EXPECT_TRUE(IsFailureOf("WinHttpReceiveResponse", message)) << message;
+  EXPECT_TRUE(IsMessageOf("WinHttpReceiveResponse", message)) << message;
 }
 
 TEST(SendJsonRequest, NamesReceivingWhenTheServerClosesBeforeItsHeaders) {
   for (const RawReply& reply : {RawReply{}, RawReply{"HTTP/1.1 20"}, RawReply{"garbage\r\n\r\n"}}) {
     ScriptedServer server(reply);
     const std::string message =
-        FailureOf([&] { SendJsonRequest(L"POST", server.Url(L"/x"), L"{}"); });
-    EXPECT_TRUE(IsFailureOf("WinHttpReceiveResponse", message)) << message;
+        MessageOf([&] { SendJsonRequest(L"POST", server.Url(L"/x"), L"{}"); });
+    EXPECT_TRUE(IsMessageOf("WinHttpReceiveResponse", message)) << message;
   }
 }
 
 TEST(SendJsonRequest, SpeaksTlsToAnHttpsAddress) {
   ScriptedServer server(RawReply{});
   const std::wstring url = L"https://127.0.0.1:" + std::to_wstring(server.Port()) + L"/x";
-  const std::string message = FailureOf([&] { SendJsonRequest(L"POST", url, L"{\"key\":1}"); });
+  const std::string message = MessageOf([&] { SendJsonRequest(L"POST", url, L"{\"key\":1}"); });
 
-  EXPECT_TRUE(IsFailureOf("WinHttpReceiveResponse", message)) << message;
+  EXPECT_TRUE(IsMessageOf("WinHttpReceiveResponse", message)) << message;
   ASSERT_EQ(server.Requests().size(), 1u);
   EXPECT_EQ(server.Requests()[0][0], kTlsHandshake);
   EXPECT_EQ(server.Requests()[0].find("key"), std::string::npos);
@@ -242,16 +242,16 @@ TEST(HttpExchange, WaitsForTheReplyNoLongerThanItsLimit) {
     HttpExchange exchange(L"POST", server.Url(L"/x"), row.limit);
     exchange.Run("{}");
     std::string body;
-    const std::string message = FailureOf([&] { body = exchange.ReadChunk(); });
+    const std::string message = MessageOf([&] { body = exchange.ReadChunk(); });
     EXPECT_EQ(message != "(none)", row.fails) << message;
     EXPECT_EQ(body, row.fails ? "" : "{}");
   }
 }
 
 TEST(SendJsonRequest, FailsForAnAddressThatIsNone) {
-  const std::string message = FailureOf([] { SendJsonRequest(L"POST", L"http:/", L"{}"); });
+  const std::string message = MessageOf([] { SendJsonRequest(L"POST", L"http:/", L"{}"); });
 
-  EXPECT_TRUE(IsFailureOf("WinHttpCrackUrl", message)) << message;
+  EXPECT_TRUE(IsMessageOf("WinHttpCrackUrl", message)) << message;
 }
 
 TEST(SendJsonRequest, RunsOnSeveralThreadsAtOnce) {

@@ -19,7 +19,7 @@ Settings Held() {
   return settings;
 }
 
-GrantedConnection Read(const std::wstring& text) {
+GrantedConnection ReadGrant(const std::wstring& text) {
   return ReadGrantedConnection(ReadJsonDocument(text));
 }
 
@@ -57,15 +57,15 @@ TEST(GrantedConnectionText, IsOneLineThatReadsBack) {
   EXPECT_EQ(WriteGrantedConnection(kGranted),
             L"{\"connectionId\":\"c1\",\"serverUrl\":\"http://granted:1\",\"engineerId\":\"ENG-1\","
             L"\"routes\":[\"10.1.0.0/16\",\"10.2.0.0/16\"]}\n");
-  EXPECT_EQ(Read(WriteGrantedConnection(kGranted)), kGranted);
+  EXPECT_EQ(ReadGrant(WriteGrantedConnection(kGranted)), kGranted);
   const GrantedConnection odd = {L"a\"b\\", L"", L"\t\x5DE5", {}};
-  EXPECT_EQ(Read(WriteGrantedConnection(odd)), odd);
+  EXPECT_EQ(ReadGrant(WriteGrantedConnection(odd)), odd);
 }
 
 TEST(GrantedConnectionText, LeavesOutWhatIsOfAnotherKind) {
-  EXPECT_EQ(Read(L"{\"connectionId\":5,\"routes\":[1,\"10.0.0.0/8\"]}"),
+  EXPECT_EQ(ReadGrant(L"{\"connectionId\":5,\"routes\":[1,\"10.0.0.0/8\"]}"),
             (GrantedConnection{L"", L"", L"", {L"10.0.0.0/8"}}));
-  EXPECT_EQ(Read(L"[]"), GrantedConnection());
+  EXPECT_EQ(ReadGrant(L"[]"), GrantedConnection());
 }
 
 }  // namespace

@@ -14,12 +14,12 @@ namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-struct Row {
+struct NumberRun {
   const wchar_t* run;
   double value;
 };
 
-constexpr Row kRuns[] = {
+constexpr NumberRun kRuns[] = {
     {L"", 0},
     {L"-", 0},
     {L"+", 0},
@@ -63,7 +63,7 @@ constexpr Row kRuns[] = {
 };
 
 TEST(ParseJsonNumber, TakesTheLongestBeginningThatIsANumber) {
-  for (const Row& row : kRuns) EXPECT_EQ(ParseJsonNumber(row.run), row.value) << row.run;
+  for (const NumberRun& row : kRuns) EXPECT_EQ(ParseJsonNumber(row.run), row.value) << row.run;
 }
 
 TEST(ParseJsonNumber, KeepsTheSignOfZero) {

@@ -30,13 +30,13 @@ std::wstring Show(const JsonValue& value) {
   return L"{" + shown + L"}";
 }
 
-struct Row {
+struct AcceptedText {
   std::wstring_view text;
   const wchar_t* shown;
   std::size_t position;  // of the cursor afterwards
 };
 
-constexpr Row kAccepted[] = {
+constexpr AcceptedText kAccepted[] = {
     {L"null", L"null", 4},
     {L"true", L"true", 4},
     {L"false", L"false", 5},
@@ -90,7 +90,7 @@ constexpr Row kAccepted[] = {
 };
 
 TEST(ReadJsonValue, ReadsValuesAndLeavesTheCursorBehindThem) {
-  for (const Row& row : kAccepted) {
+  for (const AcceptedText& row : kAccepted) {
     SCOPED_TRACE(testing::Message() << std::wstring(row.text));
     std::size_t position = 0;
     EXPECT_EQ(Show(ReadJsonValue(row.text, position)), row.shown);

@@ -19,13 +19,13 @@ Settings Record(const wchar_t* profile, const wchar_t* connectionId) {
   return settings;
 }
 
-struct Row {
+struct KilledSave {
   const char* name;
   std::map<std::wstring, std::string> before;  // the files
   Settings known;                              // what a start makes of them
 };
 
-std::vector<Row> Rows() {
+std::vector<KilledSave> KilledSaves() {
   const Settings old = Record(L"old", L"");
   const Settings held = Record(L"old", L"c1");
   const std::string bytes = FileBytes(old);
@@ -59,7 +59,7 @@ bool SaveKilledAt(int step, const Settings& next, MemoryDisk& disk) {
 
 // A connection is granted where none is held, or a profile saved while one is.
 TEST(KilledSave, LeavesTheOldSettingsOrTheNew) {
-  for (const Row& row : Rows()) {
+  for (const KilledSave& row : KilledSaves()) {
     const bool held = !row.known.connectionId.empty();
     const Settings next = Record(L"new", held ? row.known.connectionId.c_str() : L"c2");
     int step = 0;

@@ -7,7 +7,7 @@
 namespace settings {
 namespace {
 
-std::vector<SiteProfile> Read(const std::wstring& members) {
+std::vector<SiteProfile> ReadProfiles(const std::wstring& members) {
   return ReadSiteProfiles(ReadJsonDocument(L"{\"siteProfiles\":" + members + L"}"));
 }
 
@@ -28,7 +28,7 @@ TEST(ReadSiteProfiles, ReadsBackWhatWasWritten) {
   const std::vector<SiteProfile> profiles = {
       {L"A\n\x5DE5", L"http://h", L"1", L"s\"", L"10.0.0.0/8", {L"", L"x"}},
       {L"B", L"", L"", L"", L"", {}}};
-  const auto read = Read(WriteSiteProfiles(profiles));
+  const auto read = ReadProfiles(WriteSiteProfiles(profiles));
   ASSERT_EQ(read.size(), 2u);
   EXPECT_EQ(read[0].name, L"A\n\x5DE5");
   EXPECT_EQ(read[0].serverUrl, L"http://h");
@@ -40,8 +40,8 @@ TEST(ReadSiteProfiles, ReadsBackWhatWasWritten) {
 }
 
 TEST(ReadSiteProfiles, FillsInWhatTheFileDoesNotSay) {
-  const auto read =
-      Read(L"[{\"name\":\"A\"},{\"name\":\"B\",\"serverUrl\":\"\",\"targetNetwork\":\"\"}]");
+  const auto read = ReadProfiles(
+      L"[{\"name\":\"A\"},{\"name\":\"B\",\"serverUrl\":\"\",\"targetNetwork\":\"\"}]");
   ASSERT_EQ(read.size(), 2u);
   EXPECT_EQ(read[0].serverUrl, DefaultServerUrl());
   EXPECT_EQ(read[0].targetNetwork, L"ALL");
@@ -53,7 +53,7 @@ TEST(ReadSiteProfiles, FillsInWhatTheFileDoesNotSay) {
 }
 
 TEST(ReadSiteProfiles, TakesMembersOfTheRightKindOnly) {
-  const auto read = Read(
+  const auto read = ReadProfiles(
       L"[{\"name\":\"A\",\"serverUrl\":1,\"deviceNumber\":2,\"deviceSecret\":null,"
       L"\"targetNetwork\":[],\"sharedNetworks\":[\"x\",1,null,[\"y\"],\"z\"]},"
       L"{\"name\":\"B\",\"sharedNetworks\":\"x\"}]");
@@ -66,7 +66,7 @@ TEST(ReadSiteProfiles, TakesMembersOfTheRightKindOnly) {
 }
 
 TEST(ReadSiteProfiles, DropsNamelessProfilesAndOtherMembers) {
-  const auto read = Read(
+  const auto read = ReadProfiles(
       L"[null,{},{\"name\":\"\"},{\"name\":1},\"text\",[{\"name\":\"inner\"}],{\"name\":\"kept\"},"
       L"{\"name\":\"kept too\"}]");
   ASSERT_EQ(read.size(), 2u);
@@ -76,7 +76,7 @@ TEST(ReadSiteProfiles, DropsNamelessProfilesAndOtherMembers) {
 
 TEST(ReadSiteProfiles, FindsNoneWithoutAnArray) {
   for (const wchar_t* members : {L"null", L"{}", L"\"\"", L"1"}) {
-    EXPECT_TRUE(Read(members).empty()) << members;
+    EXPECT_TRUE(ReadProfiles(members).empty()) << members;
   }
   EXPECT_TRUE(ReadSiteProfiles(ReadJsonDocument(L"{}")).empty());
   EXPECT_TRUE(ReadSiteProfiles(ReadJsonDocument(L"[]")).empty());

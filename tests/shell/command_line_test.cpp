@@ -5,14 +5,14 @@
 namespace shell {
 namespace {
 
-struct Row {
+struct CommandLineRow {
   const char* name;
   std::vector<std::wstring> arguments;
   bool wanted;
 };
 
 TEST(ParseApplyUpdate, NeedsTheWordAndThreeArguments) {
-  const Row rows[] = {
+  const CommandLineRow rows[] = {
       {"nothing", {}, false},
       {"the program alone", {L"c.exe"}, false},
       {"the word alone", {L"c.exe", L"--apply-update"}, false},
@@ -24,7 +24,7 @@ TEST(ParseApplyUpdate, NeedsTheWordAndThreeArguments) {
       {"another word", {L"c.exe", L"--apply", L"12", L"a", L"b"}, false},
       {"the word in another place", {L"c.exe", L"12", L"--apply-update", L"a", L"b"}, false},
   };
-  for (const Row& row : rows) {
+  for (const CommandLineRow& row : rows) {
     EXPECT_EQ(ParseApplyUpdate(row.arguments).has_value(), row.wanted) << row.name;
   }
 }

@@ -10,14 +10,14 @@
 namespace shell {
 namespace {
 
-struct Row {
+struct JobRow {
   const char* name;
   Job job;
   const wchar_t* wanted;
 };
 
 TEST(RunJob, GivesTheJobsTextOrWhatItThrew) {
-  const Row rows[] = {
+  const JobRow rows[] = {
       {"text", [](auto&, auto&, auto&) { return std::wstring(L"好"); }, L"好"},
       {"exception",
        [](auto&, auto&, auto&) -> std::wstring {
@@ -26,7 +26,7 @@ TEST(RunJob, GivesTheJobsTextOrWhatItThrew) {
        L"Error: no route 中"},
       {"anything else", [](auto&, auto&, auto&) -> std::wstring { throw 7; }, L"Unknown error."},
   };
-  for (const Row& row : rows) {
+  for (const JobRow& row : rows) {
     settings::MemoryDisk disk;
     settings::SettingsStore store(disk.File(), settings::Settings());
     settings::JobSettings settings(store);

@@ -11,7 +11,7 @@
 namespace shell {
 namespace {
 
-constexpr char kMark[] = "\xEF\xBB\xBF";
+constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
 
 // The system's files, but a clock and a folder of the test's own.
 class LogOnDisk : public testing::Test {
@@ -35,7 +35,7 @@ TEST_F(LogOnDisk, MakesItsFolderAndBeginsItsFileWithOneMark) {
 
   EXPECT_EQ(log.Path(), folder_.Path(L"Log\\202603\\20260315_094102.log"));
   EXPECT_EQ(platform::ReadFileBytes(log.Path()),
-            std::string(kMark) + "[09:41:02] \xE4\xB8\x80\r\n[09:41:02] \xE4\xBA\x8C\r\n");
+            std::string(kUtf8Mark) + "[09:41:02] \xE4\xB8\x80\r\n[09:41:02] \xE4\xBA\x8C\r\n");
 }
 
 TEST_F(LogOnDisk, AppendsToTheFileOfAStartInTheSameSecond) {
@@ -46,7 +46,7 @@ TEST_F(LogOnDisk, AppendsToTheFileOfAStartInTheSameSecond) {
   }
 
   EXPECT_EQ(platform::ReadFileBytes(folder_.Path(L"Log\\202603\\20260315_094102.log")),
-            std::string(kMark) + "[09:41:02] first\r\n[09:41:02] second\r\n");
+            std::string(kUtf8Mark) + "[09:41:02] first\r\n[09:41:02] second\r\n");
 }
 
 TEST_F(LogOnDisk, CanBeReadWhileItGrowsAndBeginsAnewWhenRemoved) {
@@ -56,7 +56,7 @@ TEST_F(LogOnDisk, CanBeReadWhileItGrowsAndBeginsAnewWhenRemoved) {
   ASSERT_TRUE(std::filesystem::remove(log.Path())) << "no handle is kept open";
   log.WriteLine(L"there");
 
-  EXPECT_EQ(platform::ReadFileBytes(log.Path()), std::string(kMark) + "[09:41:02] there\r\n");
+  EXPECT_EQ(platform::ReadFileBytes(log.Path()), std::string(kUtf8Mark) + "[09:41:02] there\r\n");
 }
 
 TEST_F(LogOnDisk, LosesLinesSilentlyWhileTheFileCannotBeOpened) {
@@ -72,7 +72,7 @@ TEST_F(LogOnDisk, LosesLinesSilentlyWhileTheFileCannotBeOpened) {
   log.WriteLine(L"after");
 
   EXPECT_EQ(platform::ReadFileBytes(log.Path()),
-            std::string(kMark) + "[09:41:02] before\r\n[09:41:02] after\r\n");
+            std::string(kUtf8Mark) + "[09:41:02] before\r\n[09:41:02] after\r\n");
 }
 
 TEST_F(LogOnDisk, IgnoresAFolderThatCannotBeMade) {

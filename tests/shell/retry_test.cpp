@@ -5,7 +5,7 @@
 namespace shell {
 namespace {
 
-struct Row {
+struct RetryRow {
   const char* name;
   const wchar_t* connectionId;
   const wchar_t* code;
@@ -14,7 +14,7 @@ struct Row {
 };
 
 TEST(DecideRetry, RetriesARefusedRequestUntilItNoLongerIs) {
-  const Row rows[] = {
+  const RetryRow rows[] = {
       {"first refusal", L"", L"DEVICE_OFFLINE", false, RetryStep::Arm},
       {"further refusal", L"", L"DEVICE_OFFLINE", true, RetryStep::Keep},
       {"not bound", L"", L"DEVICE_NOT_BOUND", false, RetryStep::Arm},
@@ -29,7 +29,7 @@ TEST(DecideRetry, RetriesARefusedRequestUntilItNoLongerIs) {
       {"a code and a blank", L"", L"DEVICE_OFFLINE ", true, RetryStep::Disarm},
       {"never armed", L"", L"", false, RetryStep::Disarm},
   };
-  for (const Row& row : rows) {
+  for (const RetryRow& row : rows) {
     settings::Settings settings;
     settings.connectionId = row.connectionId;
     settings.heartbeatMessage = row.code;

@@ -11,14 +11,14 @@
 namespace text {
 namespace {
 
-struct Pair {
+struct EncodedText {
   const char* name;
   std::string_view bytes;
   std::wstring_view units;
 };
 
 // Well-formed text: both directions.
-constexpr Pair kWellFormed[] = {
+constexpr EncodedText kWellFormed[] = {
     {"nothing", "", L""},
     {"ASCII", "a~\x7F", L"a~\x7F"},
     {"first of two bytes", "\xC2\x80", L"\x0080"},
@@ -35,7 +35,7 @@ constexpr Pair kWellFormed[] = {
 };
 
 // Ill-formed bytes: one U+FFFD for each longest beginning of a character, and for each other byte.
-constexpr Pair kIllFormed[] = {
+constexpr EncodedText kIllFormed[] = {
     {"lone continuation bytes", "\x80\xBF", L"\xFFFD\xFFFD"},
     {"overlong of two bytes", "\xC0\x80", L"\xFFFD\xFFFD"},
     {"overlong of two bytes, C1", "\xC1\xBF", L"\xFFFD\xFFFD"},
@@ -59,7 +59,7 @@ constexpr Pair kIllFormed[] = {
 };
 
 TEST(Utf8, ConvertsWellFormedTextBothWays) {
-  for (const Pair& row : kWellFormed) {
+  for (const EncodedText& row : kWellFormed) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(FromUtf8(row.bytes), row.units);
     EXPECT_EQ(ToUtf8(row.units), row.bytes);
@@ -67,7 +67,7 @@ TEST(Utf8, ConvertsWellFormedTextBothWays) {
 }
 
 TEST(Utf8, ReplacesEachLongestIllFormedSequenceOnce) {
-  for (const Pair& row : kIllFormed) {
+  for (const EncodedText& row : kIllFormed) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(FromUtf8(row.bytes), row.units);
   }
@@ -115,7 +115,7 @@ TEST(Utf8, DecodesAnyBytesToTextThatRoundTrips) {
 
 TEST(MarkedBytes, AreReadInTheEncodingThatTheirMarkNames) {
   using namespace std::string_view_literals;
-  constexpr Pair kMarked[] = {
+  constexpr EncodedText kMarked[] = {
       {"no mark", "a\xE6\xB3\xB5", L"a\x6CF5"},
       {"UTF-8",
        "\xEF\xBB\xBF"
@@ -130,7 +130,8 @@ TEST(MarkedBytes, AreReadInTheEncodingThatTheirMarkNames) {
       {"nothing", "", L""},
       {"zeros", "\x00\x00"sv, std::wstring_view(L"\0\0", 2)},
   };
-  for (const Pair& row : kMarked) EXPECT_EQ(FromMarkedBytes(row.bytes), row.units) << row.name;
+  for (const EncodedText& row : kMarked)
+    EXPECT_EQ(FromMarkedBytes(row.bytes), row.units) << row.name;
 }
 
 }  // namespace

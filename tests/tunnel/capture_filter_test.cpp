@@ -2,11 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "tunnel/test_packet_path.h"
+
 namespace tunnel {
 namespace {
-
-constexpr RouteMapping kDirect{0x0A000000, 24, 0x0A000000, 24, false};
-constexpr RouteMapping kNat{0xC0A80100, 24, 0xAC1F0000, 24, true};
 
 TEST(CaptureFilter, ClauseCoversTheMappedNetwork) {
   EXPECT_EQ(RouteClause(kNat), L"(ip.DstAddr >= 172.31.0.0 and ip.DstAddr <= 172.31.0.255)");

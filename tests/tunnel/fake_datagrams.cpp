@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "tunnel/patience.h"
+
 namespace tunnel {
 namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::chrono::seconds kPatience{10};
 constexpr milliseconds kLongestAttempt{900};
 constexpr milliseconds kErrorPause{20};
 // How soon a thread that waits on a condition of the program's notices that the clock was moved.

@@ -5,10 +5,10 @@
 #include <cstring>
 #include <utility>
 
+#include "tunnel/patience.h"
+
 namespace tunnel {
 namespace {
-
-constexpr std::chrono::seconds kPatience{10};
 
 FakeDriver* current = nullptr;
 

@@ -3,13 +3,9 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "tunnel/patience.h"
+
 namespace tunnel {
-namespace {
-
-constexpr std::chrono::seconds kPatience{10};
-constexpr int kIpv4 = 2;
-
-}  // namespace
 
 std::optional<Bytes> TestPeer::Read(std::size_t size) {
   Bytes bytes(size);
@@ -82,7 +78,8 @@ TestRelay::TestRelay() : TestRelay(nullptr) {}
 
 TestRelay::TestRelay(Behaviour behaviour) : behaviour_(std::move(behaviour)) {
   int error = library_.Start();
-  listener_ = platform::Socket::Create(platform::SocketKind::Tcp, kIpv4, error);
+  listener_ = platform::Socket::Create(platform::SocketKind::Tcp,
+                                       platform::SocketAddress::Loopback(0).Family(), error);
   if (listener_ == nullptr || listener_->Bind(platform::SocketAddress::Loopback(0)) != 0 ||
       listener_->Listen() != 0) {
     throw std::runtime_error("no loopback port");

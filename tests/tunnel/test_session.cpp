@@ -2,10 +2,10 @@
 
 #include <stdexcept>
 
+#include "tunnel/patience.h"
+
 namespace tunnel {
 namespace {
-
-constexpr std::chrono::seconds kPatience{10};
 
 // A UDP path that only tells what is asked of it.
 class NotingUdpRelay : public UdpRelay {

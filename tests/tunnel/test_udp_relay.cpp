@@ -6,15 +6,12 @@
 #include "tunnel/fake_datagrams.h"
 
 namespace tunnel {
-namespace {
-
-constexpr int kIpv4 = 2;
-
-}  // namespace
+namespace {}  // namespace
 
 TestUdpRelay::TestUdpRelay(std::uint16_t port) {
   int error = library_.Start();
-  socket_ = platform::Socket::Create(platform::SocketKind::UdpIpv4, kIpv4, error);
+  socket_ = platform::Socket::Create(platform::SocketKind::UdpIpv4,
+                                     platform::SocketAddress::Loopback(0).Family(), error);
   if (socket_ == nullptr || socket_->Bind(platform::SocketAddress::Loopback(port)) != 0) {
     throw std::runtime_error("the UDP port is taken");
   }

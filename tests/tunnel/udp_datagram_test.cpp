@@ -10,7 +10,7 @@
 namespace tunnel {
 namespace {
 
-constexpr std::uint64_t kToken = 0x0123456789ABCDEF;
+constexpr std::uint64_t kSomeToken = 0x0123456789ABCDEF;
 
 Bytes Joined(std::initializer_list<Bytes> parts) {
   Bytes all;
@@ -57,13 +57,13 @@ TEST(UdpHello, CutsATextThatItsLengthCannotTell) {
 }
 
 TEST(UdpAcknowledgement, GivesItsToken) {
-  for (const std::uint64_t token : {kToken, std::uint64_t{1}, ~std::uint64_t{0}}) {
+  for (const std::uint64_t token : {kSomeToken, std::uint64_t{1}, ~std::uint64_t{0}}) {
     EXPECT_EQ(ParseAcknowledgement(AcknowledgementOf(token)), token);
   }
 }
 
 TEST(UdpAcknowledgement, NothingElseIsOne) {
-  const Bytes good = AcknowledgementOf(kToken);
+  const Bytes good = AcknowledgementOf(kSomeToken);
   for (std::size_t size = 0; size < good.size(); ++size) {
     EXPECT_FALSE(ParseAcknowledgement(std::span(good).first(size))) << size << " bytes";
   }
@@ -91,8 +91,8 @@ TEST(UdpAcknowledgement, NothingElseIsOne) {
 
 TEST(UdpPacket, IsTakenFromItsDatagramUnderTheRightToken) {
   for (const std::size_t size : {1U, 20U, 1330U, 1387U}) {
-    Bytes datagram = PacketDatagram(kToken, Pattern(size));
-    const auto packet = ParseUdpPacket(datagram, kToken);
+    Bytes datagram = PacketDatagram(kSomeToken, Pattern(size));
+    const auto packet = ParseUdpPacket(datagram, kSomeToken);
     ASSERT_TRUE(packet) << size << " bytes";
     EXPECT_EQ(Bytes(packet->begin(), packet->end()), Pattern(size));
     EXPECT_EQ(packet->data(), datagram.data() + 13);
@@ -105,21 +105,21 @@ TEST(UdpPacket, NothingElseIsTaken) {
     Bytes datagram;
     std::uint64_t token;
   };
-  Bytes otherMagic = PacketDatagram(kToken, Pattern(20));
+  Bytes otherMagic = PacketDatagram(kSomeToken, Pattern(20));
   otherMagic[2] = std::byte{'X'};
-  Bytes otherType = PacketDatagram(kToken, Pattern(20));
+  Bytes otherType = PacketDatagram(kSomeToken, Pattern(20));
   otherType[4] = std::byte{5};
   const Row rows[] = {
-      {"nothing", {}, kToken},
-      {"a header without a packet", PacketDatagram(kToken, {}), kToken},
-      {"1401 bytes", PacketDatagram(kToken, Pattern(1388)), kToken},
-      {"another magic", otherMagic, kToken},
-      {"another type", otherType, kToken},
-      {"another token", PacketDatagram(kToken + 1, Pattern(20)), kToken},
-      {"no token in it", PacketDatagram(0, Pattern(20)), kToken},
-      {"no token yet", PacketDatagram(kToken, Pattern(20)), 0},
+      {"nothing", {}, kSomeToken},
+      {"a header without a packet", PacketDatagram(kSomeToken, {}), kSomeToken},
+      {"1401 bytes", PacketDatagram(kSomeToken, Pattern(1388)), kSomeToken},
+      {"another magic", otherMagic, kSomeToken},
+      {"another type", otherType, kSomeToken},
+      {"another token", PacketDatagram(kSomeToken + 1, Pattern(20)), kSomeToken},
+      {"no token in it", PacketDatagram(0, Pattern(20)), kSomeToken},
+      {"no token yet", PacketDatagram(kSomeToken, Pattern(20)), 0},
       {"no token on either side", PacketDatagram(0, Pattern(20)), 0},
-      {"an acknowledgement", AcknowledgementOf(kToken), kToken},
+      {"an acknowledgement", AcknowledgementOf(kSomeToken), kSomeToken},
   };
   for (Row row : rows) EXPECT_FALSE(ParseUdpPacket(row.datagram, row.token)) << row.name;
 }
@@ -127,8 +127,8 @@ TEST(UdpPacket, NothingElseIsTaken) {
 TEST(UdpPacket, IsWrittenBehindItsHeader) {
   for (const std::size_t size : {0U, 20U, 1330U}) {
     Bytes room(kUdpHeaderBytes + kMaxUdpPacketBytes);
-    const auto datagram = WriteUdpPacket(room, kToken, Pattern(size));
-    EXPECT_EQ(Bytes(datagram.begin(), datagram.end()), PacketDatagram(kToken, Pattern(size)));
+    const auto datagram = WriteUdpPacket(room, kSomeToken, Pattern(size));
+    EXPECT_EQ(Bytes(datagram.begin(), datagram.end()), PacketDatagram(kSomeToken, Pattern(size)));
   }
 }
 

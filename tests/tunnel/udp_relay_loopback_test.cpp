@@ -14,15 +14,15 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::uint64_t kToken = 0x1122334455667788;
-constexpr int kIpv4 = 2;
+constexpr std::uint64_t kGrantedToken = 0x1122334455667788;
 
 // The relay's side on a loopback port, driven by the test's thread.
 class LoopbackRelay {
  public:
   LoopbackRelay() {
     int error = library_.Start();
-    socket_ = platform::Socket::Create(platform::SocketKind::UdpIpv4, kIpv4, error);
+    socket_ = platform::Socket::Create(platform::SocketKind::UdpIpv4,
+                                       platform::SocketAddress::Loopback(0).Family(), error);
     if (socket_ == nullptr || socket_->Bind(platform::SocketAddress::Loopback(0)) != 0) {
       throw std::runtime_error("no loopback port");
     }
@@ -51,7 +51,7 @@ class UdpRelayLoopbackTest : public testing::Test {
   void StartAcknowledged() {
     std::thread answer([this]() {
       hello_ = peer_.Receive();
-      peer_.Send(AcknowledgementOf(kToken));
+      peer_.Send(AcknowledgementOf(kGrantedToken));
     });
     relay_.StartUdpRelay({peer_.ServerUrl(), L"C1", L"ENG-1"});
     answer.join();
@@ -71,15 +71,16 @@ TEST_F(UdpRelayLoopbackTest, CarriesPacketsBothWays) {
   ASSERT_TRUE(relay_.IsReady());
   EXPECT_EQ(hello_, BuildHello(L"C1", L"ENG-1"));
   ASSERT_TRUE(relay_.SendUdpPacket(Pattern(1330)));
-  EXPECT_EQ(peer_.Receive(), PacketDatagram(kToken, Pattern(1330)));
-  peer_.Send(PacketDatagram(kToken, Pattern(1387)));
+  EXPECT_EQ(peer_.Receive(), PacketDatagram(kGrantedToken, Pattern(1330)));
+  peer_.Send(PacketDatagram(kGrantedToken, Pattern(1387)));
   while (inboundBytes_ < 1387) std::this_thread::yield();
 }
 
 TEST_F(UdpRelayLoopbackTest, ADatagramThatIsTooLongIsNoPacket) {
   StartAcknowledged();
-  for (const std::size_t size : {1388U, 3000U}) peer_.Send(PacketDatagram(kToken, Pattern(size)));
-  peer_.Send(PacketDatagram(kToken, Pattern(100)));
+  for (const std::size_t size : {1388U, 3000U})
+    peer_.Send(PacketDatagram(kGrantedToken, Pattern(size)));
+  peer_.Send(PacketDatagram(kGrantedToken, Pattern(100)));
   while (inboundBytes_ < 100) std::this_thread::yield();
   EXPECT_EQ(inboundBytes_, 100U);
 }
@@ -112,7 +113,8 @@ TEST(RelayDatagramSocket, HasLargeBuffersAndTheTimeoutsItIsGiven) {
   EXPECT_EQ(options.sendTimeout, milliseconds(900));
   // What a system grants differs; without the wish it is far less.
   int error = 0;
-  const auto plain = platform::Socket::Create(platform::SocketKind::UdpIpv4, kIpv4, error);
+  const auto plain = platform::Socket::Create(platform::SocketKind::UdpIpv4,
+                                              platform::SocketAddress::Loopback(0).Family(), error);
   EXPECT_GT(options.receiveBufferBytes, plain->ReadOptions().receiveBufferBytes);
   EXPECT_GT(options.sendBufferBytes, plain->ReadOptions().sendBufferBytes);
   socket.SetReceiveTimeout(milliseconds(2000));

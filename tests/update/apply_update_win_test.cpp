@@ -197,7 +197,7 @@ TEST_F(ApplyUpdateMode, GoesOnWithoutItsLog) {
 
 // ---- the process is killed before every step of the swap, and in the middle of the copy
 
-struct Cut {
+struct KilledStep {
   const char* before;
   const char* destination;  // "old", "new", "half", "none"
   const char* backup;
@@ -231,7 +231,7 @@ class SwapOnDisk : public testing::Test {
 };
 
 TEST_F(SwapOnDisk, AProcessKilledAnywhereLeavesAProgram) {
-  constexpr Cut kCuts[] = {
+  constexpr KilledStep kCuts[] = {
       {"an old backup is removed", "old", "none"}, {"the old program is set aside", "old", "none"},
       {"the copy begins", "none", "old"},          {"the copy ends", "half", "old"},
       {"the download is removed", "new", "old"},   {"the backup is removed", "new", "old"},
@@ -239,7 +239,7 @@ TEST_F(SwapOnDisk, AProcessKilledAnywhereLeavesAProgram) {
   };
   for (std::size_t step = 0; step < std::size(kCuts); ++step) {
     ASSERT_EQ(RunWithCut(step), kCutCode) << step;
-    const Cut& cut = kCuts[step];
+    const KilledStep& cut = kCuts[step];
     const std::string destination = Holds(Path(L"Client.exe"));
     const std::string backup = Holds(Path(L"Client.exe.bak"));
     std::printf("killed before %-30s Client.exe: %-5s Client.exe.bak: %s\n", cut.before,

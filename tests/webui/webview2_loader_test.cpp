@@ -11,7 +11,7 @@
 namespace webui {
 namespace {
 
-constexpr wchar_t kVariable[] = L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER";
+constexpr wchar_t kFolderVariable[] = L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER";
 
 // A runtime folder of the test's own, named by the variable.
 class Loader : public testing::Test {
@@ -20,10 +20,10 @@ class Loader : public testing::Test {
       : folder_(platform::TemporaryFolder() + L"velmarine loader " +
                 std::to_wstring(::GetCurrentProcessId())) {
     std::filesystem::create_directories(Library().parent_path());
-    ::SetEnvironmentVariableW(kVariable, folder_.c_str());
+    ::SetEnvironmentVariableW(kFolderVariable, folder_.c_str());
   }
   ~Loader() override {
-    ::SetEnvironmentVariableW(kVariable, nullptr);
+    ::SetEnvironmentVariableW(kFolderVariable, nullptr);
     std::error_code ignored;
     std::filesystem::remove_all(folder_, ignored);
   }
