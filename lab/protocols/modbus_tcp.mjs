@@ -1,0 +1,97 @@
+// Modbus TCP on port 502, modbus-serial on both sides: one master, and several at once on one device.
+import { once } from 'node:events';
+import { createRequire } from 'node:module';
+
+import { timed } from './support/requests.mjs';
+import { mustMatch } from './support/values.mjs';
+
+const require = createRequire(new URL('../package.json', import.meta.url));
+const ModbusMaster = require('modbus-serial');
+
+const kPort = 502;
+const kUnit = 1;
+const kMasters = 4;
+const kRegistersEach = 100;
+const kSlots = 0x8000 / kRegistersEach;
+/** Input registers hold this, whatever is written elsewhere. */
+const inputRegister = (address) => (address * 31 + 7) % 0x10000;
+
+export const title = 'Modbus TCP';
+
+async function start(address) {
+  const holding = new Map();
+  const server = new ModbusMaster.ServerTCP({
+    getHoldingRegister: (register) => holding.get(register) ?? 0,
+    setRegister: (register, value) => { holding.set(register, value); },
+    getInputRegister: inputRegister,
+  }, { host: address, port: kPort, unitID: kUnit });
+  const failed = once(server, 'serverError').then(([error]) => { throw error; });
+  await Promise.race([once(server, 'initialized'), failed]);
+  for (const event of ['error', 'socketError', 'serverError']) server.on(event, () => {});
+  return server;
+}
+
+/** One server an address. Returns the function that ends them. */
+export async function serve({ addresses }) {
+  const servers = [];
+  const stop = () => Promise.all(servers.map((server) => new Promise((done) => { server.close(done); })));
+  try {
+    for (const address of addresses) servers.push(await start(address));
+  } catch (error) {
+    await stop();
+    throw error;
+  }
+  return stop;
+}
+
+async function connect(address, timeoutMs) {
+  const master = new ModbusMaster();
+  master.on('error', () => {});  // each request fails by itself, too
+  await master.connectTCP(address, { port: kPort, timeout: timeoutMs });
+  master.setID(kUnit);
+  master.setTimeout(timeoutMs);
+  return master;
+}
+
+let uses = 0;
+
+/** Registers that are written, read back, and registers that only the device sets, in turn. */
+function request(master, first, index) {
+  const round = index - (index % 3);
+  const values = Array.from({ length: kRegistersEach }, (_, place) => (first * 3 + round * 101 + place) % 0x10000);
+  const inputs = values.map((_, place) => inputRegister(first + place));
+  const acts = [
+    async () => master.writeRegisters(first, values),
+    async () => mustMatch('Modbus, holding registers',
+      (await master.readHoldingRegisters(first, kRegistersEach)).data, values),
+    async () => mustMatch('Modbus, input registers',
+      (await master.readInputRegisters(first, kRegistersEach)).data, inputs),
+  ];
+  return acts[index % acts.length]();
+}
+
+/** Each use writes to registers of its own, so that several may run at once. */
+export async function use({ address, rounds, timeoutMs }) {
+  const first = (uses++ % kSlots) * kRegistersEach;
+  const started = performance.now();
+  const master = await connect(address, timeoutMs);
+  const connectMs = performance.now() - started;
+  try {
+    const requestMs = await timed(rounds, (index) => request(master, first, index));
+    return { requestMs, connectMs, notes: {} };
+  } finally {
+    await new Promise((done) => { master.close(done); });
+  }
+}
+
+/** As a control system, a panel, a logger and a programming device: every one has its own values. */
+async function useTogether(options) {
+  const reports = await Promise.all(Array.from({ length: kMasters }, () => use(options)));
+  return {
+    requestMs: reports.flatMap(({ requestMs }) => requestMs),
+    connectMs: Math.max(...reports.map(({ connectMs }) => connectMs)),
+    notes: { masters: kMasters },
+  };
+}
+
+export const variants = [{ title: 'Modbus TCP, several masters', use: useTogether }];

@@ -1,0 +1,30 @@
+// What the protocols' modules share: requests one after another, each timed and compared.
+
+/** Does `request(index)` `rounds` times, one after another; returns how long each took, in milliseconds. */
+export async function timed(rounds, request) {
+  const requestMs = [];
+  for (let index = 0; index < rounds; index += 1) {
+    const started = performance.now();
+    await request(index);
+    requestMs.push(performance.now() - started);
+  }
+  return requestMs;
+}
+
+/** Fails unless `got` is `wanted`; both go into the error's text. */
+export function mustBe(what, got, wanted) {
+  if (got !== wanted) throw new Error(`${what}: wanted ${wanted}, got ${got}`);
+}
+
+/** The promise's outcome, or after `timeoutMs` an error that names `what` was waited for. */
+export async function within(timeoutMs, what, promise) {
+  let timer;
+  const late = new Promise((resolve, reject) => {
+    timer = setTimeout(() => reject(new Error(`${what}: nothing within ${timeoutMs} ms`)), timeoutMs);
+  });
+  try {
+    return await Promise.race([promise, late]);
+  } finally {
+    clearTimeout(timer);
+  }
+}
