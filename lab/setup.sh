@@ -17,6 +17,17 @@ need_namespaces() {
   [ -c /dev/net/tun ] || fail "This command needs /dev/net/tun."
 }
 
+# Compiles the one npm package with a native part: lab/.npmrc keeps the scripts of all packages from
+# running. Node.js brings its own headers where its program is not Debian's, whose node-gyp knows the place.
+compile_snap7() {
+  local prefix
+  prefix=$(node -p "path.resolve(process.execPath, '../..')")
+  [ -f "$prefix/include/node/node.h" ] && export npm_config_nodedir=$prefix
+  (cd "$repo/lab" && npm_config_build_from_source=true npm rebuild node-snap7 --ignore-scripts=false \
+    >"$repo/build/snap7.log" 2>&1) || { tail -40 "$repo/build/snap7.log"; fail "Compiling node-snap7 failed."; }
+  [ -f "$repo/lab/node_modules/node-snap7/build/Release/node_snap7.node" ] || fail "node-snap7 has no native part."
+}
+
 # Installs what is missing from lab/packages.txt and the npm packages of lab/package.json.
 install_packages() {
   local missing=() name
@@ -38,6 +49,7 @@ install_packages() {
   if ! cmp -s "$repo/lab/package-lock.json" "$repo/lab/node_modules/.lock-installed"; then
     say "Installing npm packages"
     (cd "$repo/lab" && npm ci --no-audit --no-fund --loglevel=error) || fail "npm ci failed."
+    compile_snap7
     cp "$repo/lab/package-lock.json" "$repo/lab/node_modules/.lock-installed"
   fi
 }

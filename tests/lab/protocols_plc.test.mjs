@@ -6,6 +6,7 @@ import net from 'node:net';
 import { after, before, describe, it } from 'node:test';
 
 import * as modbusTcp from '../../lab/protocols/modbus_tcp.mjs';
+import * as siemensS7 from '../../lab/protocols/siemens_s7.mjs';
 
 const kAddresses = ['127.0.0.1', '127.0.0.2'];
 const kLiar = '127.0.0.3';
@@ -45,6 +46,7 @@ async function startLiar(port) {
 }
 
 const kProtocols = [
+  { name: 'Siemens S7', protocol: siemensS7, port: 102, wrong: /^S7, DB2, number \d+: wanted (\d+), got (?!\1$)\d+$/ },
   { name: 'Modbus TCP', protocol: modbusTcp, port: 502, wrong: /^Modbus, \w+ registers, number 99: wanted (\d+), got (?!\1$)\d+$/ },
 ];
 
