@@ -1,0 +1,178 @@
+// BACnet/IP through @bacnet-js/client on both sides. The tool has BACnet's own port, as real ones have: all
+// uses share it. Changes of a value come unasked, to the port that subscribed or to another.
+import { once } from 'node:events';
+import { createRequire } from 'node:module';
+
+import { mustBe, timed, within } from './support/requests.mjs';
+import { shared } from './support/shared.mjs';
+
+const require = createRequire(new URL('../package.json', import.meta.url));
+const {
+  default: BacnetClient, ApplicationTag, ConfirmedServiceChoice: Service, ErrorClass, ErrorCode, ObjectType,
+  PropertyIdentifier,
+} = require('@bacnet-js/client');
+
+export const title = 'BACnet/IP';
+
+const kTries = 3;  // Number_Of_APDU_Retries, which this library leaves to its user
+const kTryMs = 1000;
+const kOtherPort = 47_809;
+const kDevice = 4711;
+const kLifetimeSeconds = 300;
+const kPresent = { id: PropertyIdentifier.PRESENT_VALUE, index: 0xffffffff };
+const analog = (instance) => ({ type: ObjectType.ANALOG_VALUE, instance });
+const kPlain = analog(1);
+const kWatched = analog(2);
+const kWatchedElsewhere = analog(3);  // its changes go to BACnet's own port, whoever asked from where
+const kPriority = 8;
+const real = (value) => [{ type: ApplicationTag.REAL, value }];
+
+async function open(options) {
+  const client = new BacnetClient(options);
+  client.on('error', () => {});  // a refused datagram; the request that waits for it runs out of time
+  await once(client, 'listening');
+  return client;
+}
+
+// ---- the device
+
+async function startDevice(address) {
+  const device = await open({ interface: address, reuseAddr: false });
+  const values = new Map([kPlain, kWatched, kWatchedElsewhere].map(({ instance }) => [instance, 0]));
+  const subscribers = new Map();
+  const refuse = ({ header, invokeId }, service) =>
+    device.errorResponse(header.sender, service, invokeId, ErrorClass.OBJECT, ErrorCode.UNKNOWN_OBJECT);
+  device.on('readProperty', (asked) => {
+    const { objectId, property } = asked.payload;
+    if (!values.has(objectId.instance)) return refuse(asked, Service.READ_PROPERTY);
+    return device.readPropertyResponse(asked.header.sender, asked.invokeId, objectId, property,
+      real(values.get(objectId.instance)));
+  });
+  device.on('writeProperty', (asked) => {
+    const { objectId, value: { value: [{ value }] } } = asked.payload;
+    if (!values.has(objectId.instance)) return refuse(asked, Service.WRITE_PROPERTY);
+    values.set(objectId.instance, value);
+    device.simpleAckResponse(asked.header.sender, Service.WRITE_PROPERTY, asked.invokeId);
+    const subscriber = subscribers.get(objectId.instance);
+    if (!subscriber) return undefined;
+    return device.unconfirmedCOVNotification(subscriber.to, subscriber.process, kDevice, objectId,
+      kLifetimeSeconds, [{ property: kPresent, value: real(value) }]);
+  });
+  device.on('subscribeCov', ({ header, invokeId, payload }) => {
+    const { instance } = payload.monitoredObjectId;
+    const [host] = header.sender.address.split(':');
+    const to = { address: instance === kWatchedElsewhere.instance ? host : header.sender.address };
+    subscribers.set(instance, { to, process: payload.subscriberProcessId });
+    device.simpleAckResponse(header.sender, Service.SUBSCRIBE_COV, invokeId);
+  });
+  return device;
+}
+
+/** A device at each address. */
+export async function serve({ addresses }) {
+  const devices = [];
+  for (const address of addresses) devices.push(await startDevice(address));
+  return async () => { for (const device of devices) device.close(); };
+}
+
+// ---- the engineer's tool
+
+const toolOptions = { apduTimeout: kTryMs };
+const takeTool = shared(() => open(toolOptions), (tool) => tool.close());
+const takeOtherTool = shared(() => open({ ...toolOptions, port: kOtherPort }), (tool) => tool.close());
+
+/** Does `request` until it is answered, at most kTries times; counts in `notes` what was repeated. */
+async function insist(notes, request) {
+  for (let left = kTries; ; left -= 1) {
+    try {
+      return await request();
+    } catch (error) {
+      if (left === 1 || !/ERR_TIMEOUT|nothing within/.test(error.message)) throw error;
+      notes.repeated += 1;
+    }
+  }
+}
+
+const write = (tool, to, object, value) =>
+  tool.writeProperty(to, object, PropertyIdentifier.PRESENT_VALUE, real(value), { priority: kPriority });
+
+/** Writes a value and reads it back, in turn. */
+export async function use({ address, rounds }) {
+  const { it: tool, release } = await takeTool();
+  const to = { address };
+  const notes = { repeated: 0 };
+  try {
+    const requestMs = await timed(rounds, (index) => insist(notes, async () => {
+      const value = Math.floor(index / 2) + 0.5;
+      if (index % 2 === 0) return write(tool, to, kPlain, value);
+      const { values } = await tool.readProperty(to, kPlain, PropertyIdentifier.PRESENT_VALUE);
+      return mustBe('BACnet present value', values[0].value, value);
+    }));
+    return { requestMs, notes };
+  } finally {
+    await release();
+  }
+}
+
+/** Resolves with the value of the next change of `object` that `hearing` is sent from `address`. */
+function nextChange(hearing, address, object) {
+  let hear;
+  const change = new Promise((resolve) => {
+    hear = ({ header, payload }) => {
+      if (header.sender.address !== address) return;
+      if (payload.monitoredObjectId.instance === object.instance) resolve(payload.values[0].value[0].value);
+    };
+    hearing.on('covNotifyUnconfirmed', hear);
+  });
+  return { change, forget: () => hearing.off('covNotifyUnconfirmed', hear) };
+}
+
+/**
+ * Subscribes, then changes the value again and again; each request's time is that from the write until the
+ * change is reported. A report that is lost is lost for good: then another write is made, and counted.
+ */
+async function watch({ address, rounds }, { asking, hearing, object }) {
+  const to = { address };
+  const notes = { repeated: 0 };
+  await insist(notes, () => asking.subscribeCov(to, object, 1, false, false, kLifetimeSeconds));
+  const requestMs = await timed(rounds, (index) => insist(notes, async () => {
+    const value = index + 0.75;
+    const { change, forget } = nextChange(hearing, address, object);
+    try {
+      const reported = within(kTryMs, 'BACnet change of value', change);
+      await Promise.all([write(asking, to, object, value), reported]);
+      mustBe('BACnet change of value', await reported, value);
+    } finally {
+      forget();
+    }
+  }));
+  return { requestMs, notes };
+}
+
+async function useChangeOfValue(options) {
+  const { it: tool, release } = await takeTool();
+  try {
+    return await watch(options, { asking: tool, hearing: tool, object: kWatched });
+  } finally {
+    await release();
+  }
+}
+
+async function useOtherPort(options) {
+  const hearing = await takeTool();
+  try {
+    const asking = await takeOtherTool();
+    try {
+      return await watch(options, { asking: asking.it, hearing: hearing.it, object: kWatchedElsewhere });
+    } finally {
+      await asking.release();
+    }
+  } finally {
+    await hearing.release();
+  }
+}
+
+export const variants = [
+  { title: 'BACnet/IP change of value', use: useChangeOfValue },
+  { title: 'BACnet/IP change of value, to a port that did not ask', use: useOtherPort },
+];

@@ -1,0 +1,48 @@
+// Programs that serve a protocol on site, and those that ask it; both are other people's.
+import { readFile } from 'node:fs/promises';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { Processes, run } from '../../processes.mjs';
+
+const kReadyMs = 15_000;
+const kStepMs = 20;
+
+/** The lines of the kernel's table of this namespace's `udp` or `tcp` sockets (procfs: /proc/net). */
+const sockets = async (table) => (await readFile(`/proc/net/${table}`, 'utf8')).split('\n').slice(1);
+
+const hexOf = (port) => port.toString(16).toUpperCase().padStart(4, '0');
+
+/** Whether somebody has `port` open: listening TCP (state 0A) or a bound datagram socket. */
+export async function isOpen(kind, port) {
+  const isThis = new RegExp(`^ *\\d+: [0-9A-F]+:${hexOf(port)} [0-9A-F:]+ ${kind === 'tcp' ? '0A' : ''}`);
+  const lines = [...await sockets(kind), ...await sockets(`${kind}6`).catch(() => [])];
+  return lines.some((line) => isThis.test(line));
+}
+
+/**
+ * Starts a program that serves `port` in the foreground and resolves once it does, with a function that
+ * ends it. `kind` is 'tcp' or 'udp'. Fails with the program's words when it ends before.
+ */
+export async function startDaemon(name, command, { kind, port, env } = {}) {
+  if (await isOpen(kind, port)) throw new Error(`${name}: somebody else has ${kind} port ${port}`);
+  const processes = new Processes();
+  const child = await processes.start(name, command, { env });
+  const end = performance.now() + kReadyMs;
+  while (!await isOpen(kind, port)) {
+    const ended = processes.hasEnded(child);
+    if (ended || performance.now() > end) {
+      await processes.stopAll();
+      throw new Error(`${name} ${ended ? 'ended' : 'did not listen'}: ${processes.outputOf(child)}`);
+    }
+    await sleep(kStepMs);
+  }
+  return () => processes.stopAll();
+}
+
+/** Runs one of the engineer's programs to its end; returns what it printed, fails with its own words. */
+export async function ask(command, { timeoutMs, env } = {}) {
+  const { code, stdout, stderr } = await run(command, { timeoutMs, env });
+  if (code === 'SIGKILL') throw new Error(`${command[0]}: not done within ${timeoutMs} ms`);
+  if (code !== 0) throw new Error(`${command[0]} ended with ${code}: ${`${stdout}${stderr}`.trim().slice(-300)}`);
+  return stdout;
+}
