@@ -1,0 +1,133 @@
+// SSH through OpenSSH on both sides: a session whose lines are echoed, and files by scp.
+import { createECDH, createHash, createPrivateKey, randomUUID } from 'node:crypto';
+import { chmod, mkdir, readFile, rm, writeFile } from 'node:fs/promises';
+import { userInfo } from 'node:os';
+import path from 'node:path';
+
+import { content, mustHold, sha256 } from './support/content.mjs';
+import { ask, startDaemon } from './support/daemons.mjs';
+import { kGiven, putGiven } from './support/files.mjs';
+import { openLines } from './support/lines.mjs';
+import { mustBe, timed, within } from './support/requests.mjs';
+
+export const title = 'SSH';
+
+const kPort = 22;
+const kMegabyte = 1 << 20;
+const kGivenBytes = kMegabyte;
+const kCurve = 'prime256v1';
+const kFolderVariable = 'SITE_FOLDER';
+
+/** The lab's own key, which opens nothing else: made from fixed bytes, so that both sides have it. */
+function engineersKey() {
+  const pair = createECDH(kCurve);
+  pair.setPrivateKey(createHash('sha256').update('the key of the engineer in the lab').digest());
+  const point = pair.getPublicKey();
+  const [d, x, y] = [pair.getPrivateKey(), point.subarray(1, 33), point.subarray(33)]
+    .map((bytes) => bytes.toString('base64url'));
+  const key = createPrivateKey({ format: 'jwk', key: { kty: 'EC', crv: 'P-256', d, x, y } });
+  return key.export({ format: 'pem', type: 'sec1' });
+}
+
+async function writeKey(file) {
+  await writeFile(file, engineersKey(), { mode: 0o600 });
+  return file;
+}
+
+// ---- on site
+
+const configuration = (own, addresses) => `
+${addresses.map((address) => `ListenAddress ${address}:${kPort}`).join('\n')}
+HostKey ${own}/host_key
+PidFile none
+AuthorizedKeysFile ${own}/authorized_keys
+StrictModes no
+PasswordAuthentication no
+KbdInteractiveAuthentication no
+PermitRootLogin prohibit-password
+UsePAM no
+UseDNS no
+PrintMotd no
+PrintLastLog no
+MaxStartups 100
+SetEnv ${kFolderVariable}=${own}/files
+Subsystem sftp internal-sftp
+`;
+
+/** One server for all addresses, with a host key of its own; who may log in is this process's user. */
+export async function serve({ addresses, folder }) {
+  const own = path.join(folder, 'ssh');
+  await mkdir(path.join(own, 'files'), { recursive: true });
+  await chmod(folder, 0o711);
+  await mkdir('/run/sshd', { recursive: true, mode: 0o755 });  // where sshd drops its privileges
+  await putGiven(path.join(own, 'files'), kGivenBytes);
+  await rm(path.join(own, 'host_key'), { force: true });
+  await ask(['ssh-keygen', '-q', '-t', 'ed25519', '-N', '', '-f', path.join(own, 'host_key')]);
+  const key = await writeKey(path.join(own, 'engineers_key'));
+  await writeFile(path.join(own, 'authorized_keys'), await ask(['ssh-keygen', '-y', '-f', key]));
+  await writeFile(path.join(own, 'sshd_config'), configuration(own, addresses));
+  return startDaemon('sshd', ['/usr/sbin/sshd', '-D', '-e', '-f', path.join(own, 'sshd_config')],
+    { kind: 'tcp', port: kPort });
+}
+
+// ---- the engineer's
+
+async function options(own, timeoutMs) {
+  await mkdir(own, { recursive: true });
+  const key = await writeKey(path.join(own, 'key'));
+  return ['-F', 'none', '-i', key, '-o', 'IdentitiesOnly=yes', '-o', 'IdentityAgent=none', '-o', 'BatchMode=yes',
+    '-o', 'StrictHostKeyChecking=accept-new', '-o', `UserKnownHostsFile=${own}/known_hosts`,
+    '-o', 'GlobalKnownHostsFile=none', '-o', 'LogLevel=ERROR', '-o', 'ServerAliveInterval=15',
+    '-o', `ConnectTimeout=${Math.ceil(timeoutMs / 1000)}`];
+}
+
+/** A session whose lines come back: {requestMs, connectMs, site: the folder for files}. */
+async function talk(words, host, { rounds, timeoutMs }) {
+  const session = openLines(['ssh', ...words, host, `echo "$${kFolderVariable}"; exec cat`]);
+  try {
+    const started = performance.now();
+    const site = await within(2 * timeoutMs, 'SSH log-in', session.next());
+    const connectMs = performance.now() - started;
+    const requestMs = await timed(rounds, async (index) => {
+      const line = `${index} ${sha256(content(32, index))}`;
+      session.send(line);
+      mustBe('SSH line', await within(timeoutMs, 'SSH line', session.next()), line);
+    });
+    await session.end(timeoutMs);
+    return { requestMs, connectMs, site };
+  } finally {
+    session.kill();
+  }
+}
+
+/** Copies `bytes` bytes there, has them summed there, and copies a file from there; returns seconds. */
+async function copy(words, host, { site, bytes, own, limitMs }) {
+  const name = randomUUID();
+  const [sent, got] = [path.join(own, name), path.join(own, `got-${name}`)];
+  const data = content(bytes, 7);
+  await writeFile(sent, data);
+  const started = performance.now();
+  await ask(['scp', '-q', ...words, sent, `${host}:${site}/${name}`], { timeoutMs: limitMs });
+  const seconds = (performance.now() - started) / 1000;
+  const sum = await ask(['ssh', ...words, host, `sha256sum < ${site}/${name} && rm ${site}/${name}`],
+    { timeoutMs: limitMs });
+  mustBe('SSH sum of the file', sum.split(' ')[0], sha256(data));
+  await ask(['scp', '-q', ...words, `${host}:${site}/${kGiven}`, got], { timeoutMs: limitMs });
+  mustHold(kGiven, await readFile(got), content(kGivenBytes, 1));
+  return seconds;
+}
+
+/** `megabytes` is the size of the file that scp takes there; it has a minute for each. */
+export async function use({ address, rounds, timeoutMs, folder, megabytes = 5 }) {
+  const own = path.join(folder, `ssh-engineer-${randomUUID()}`);
+  const words = await options(own, timeoutMs);
+  const host = `${userInfo().username}@${address}`;
+  try {
+    const { requestMs, connectMs, site } = await talk(words, host, { rounds, timeoutMs });
+    const bytes = megabytes * kMegabyte;
+    const seconds = await copy(words, host, { site, bytes, own, limitMs: 60_000 * Math.max(1, megabytes) });
+    return { requestMs, connectMs, notes: { megabytes, megabytesPerSecond: bytes / 1e6 / seconds } };
+  } finally {
+    await rm(own, { recursive: true, force: true });
+  }
+}
