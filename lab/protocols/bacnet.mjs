@@ -3,6 +3,7 @@
 import { once } from 'node:events';
 import { createRequire } from 'node:module';
 
+import { startEach } from './support/each.mjs';
 import { mustBe, timed, within } from './support/requests.mjs';
 import { shared } from './support/shared.mjs';
 
@@ -23,7 +24,7 @@ const kPresent = { id: PropertyIdentifier.PRESENT_VALUE, index: 0xffffffff };
 const analog = (instance) => ({ type: ObjectType.ANALOG_VALUE, instance });
 const kPlain = analog(1);
 const kWatched = analog(2);
-const kWatchedElsewhere = analog(3);  // its changes go to BACnet's own port, whoever asked from where
+const kWatchedElsewhere = analog(3);  // its changes go to kOtherPort, whichever port asked
 const kPriority = 8;
 const real = (value) => [{ type: ApplicationTag.REAL, value }];
 
@@ -61,7 +62,8 @@ async function startDevice(address) {
   device.on('subscribeCov', ({ header, invokeId, payload }) => {
     const { instance } = payload.monitoredObjectId;
     const [host] = header.sender.address.split(':');
-    const to = { address: instance === kWatchedElsewhere.instance ? host : header.sender.address };
+    const elsewhere = instance === kWatchedElsewhere.instance;
+    const to = { address: elsewhere ? `${host}:${kOtherPort}` : header.sender.address };
     subscribers.set(instance, { to, process: payload.subscriberProcessId });
     device.simpleAckResponse(header.sender, Service.SUBSCRIBE_COV, invokeId);
   });
@@ -70,9 +72,7 @@ async function startDevice(address) {
 
 /** A device at each address. */
 export async function serve({ addresses }) {
-  const devices = [];
-  for (const address of addresses) devices.push(await startDevice(address));
-  return async () => { for (const device of devices) device.close(); };
+  return startEach(addresses, startDevice, (device) => device.close());
 }
 
 // ---- the engineer's tool
@@ -158,21 +158,32 @@ async function useChangeOfValue(options) {
   }
 }
 
+/**
+ * The device reports to a port that sent nothing, as to a recipient that was entered in it. With the setting,
+ * that port asks the device for a value before: what comes to it is then an answer for whoever stands between.
+ */
 async function useOtherPort(options) {
-  const hearing = await takeTool();
+  const asking = await takeTool();
   try {
-    const asking = await takeOtherTool();
+    const hearing = await takeOtherTool();
     try {
+      if (options.setting) {
+        await insist({}, () => hearing.it.readProperty({ address: options.address }, kWatchedElsewhere,
+          PropertyIdentifier.PRESENT_VALUE));
+      }
       return await watch(options, { asking: asking.it, hearing: hearing.it, object: kWatchedElsewhere });
     } finally {
-      await asking.release();
+      await hearing.release();
     }
   } finally {
-    await hearing.release();
+    await asking.release();
   }
 }
 
 export const variants = [
   { title: 'BACnet/IP change of value', use: useChangeOfValue },
-  { title: 'BACnet/IP change of value, to a port that did not ask', use: useOtherPort },
+  {
+    title: 'BACnet/IP change of value, to a port that did not ask', use: useOtherPort,
+    settingNeeded: 'the port that hears asks first (one port for both)',
+  },
 ];

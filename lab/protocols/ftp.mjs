@@ -4,8 +4,8 @@ import { chmod, mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
 import { kTunnelAddress } from '../network.mjs';
-import { curl, exchangeFiles, lftp, putGiven } from './support/files.mjs';
 import { startDaemon } from './support/daemons.mjs';
+import { curl, exchangeFiles, lftp, putGiven } from './support/files.mjs';
 
 export const title = 'FTP, passive (EPSV)';
 
@@ -63,18 +63,21 @@ const kDoNotBelieve = '--ftp-skip-pasv-ip';  // curl's default; other tools have
 /** A tool that opens data connections to the address that the server's answer to PASV names. */
 const usePasv = (options) => withCurl(options, ['--disable-epsv', options.setting ? kDoNotBelieve : kBelieve]);
 
-/**
- * The server opens the data connections. Without the setting the tool names the address of its own network
- * card, which means nothing on site. `tunnelAddress` is the one that the engineer has there.
- */
-function useActive(options) {
-  const { address, folder, timeoutMs, setting, tunnelAddress = kTunnelAddress } = options;
-  return exchange(options, lftp(address, {
-    'ftp:passive-mode': 'no', ...(setting ? { 'ftp:port-ipv4': tunnelAddress } : {}),
-  }, folder, timeoutMs));
+/** The server opens the data connections, to the address that the tool names; `more` are lftp's settings. */
+function useActive(options, more) {
+  const { address, folder, timeoutMs } = options;
+  return exchange(options, lftp(address, { 'ftp:passive-mode': 'no', ...more }, folder, timeoutMs));
 }
+
+/** The tool names the address of its own network card, as it does unless told otherwise. */
+const useActiveAsIs = (options) => useActive(options, {});
+
+/** The tool names the address that the engineer has on site, `tunnelAddress`. */
+const useActiveNamed = (options) =>
+  useActive(options, { 'ftp:port-ipv4': options.tunnelAddress ?? kTunnelAddress });
 
 export const variants = [
   { title: 'FTP, passive (PASV)', use: usePasv, settingNeeded: kDoNotBelieve },
-  { title: 'FTP, active', use: useActive, settingNeeded: 'ftp:port-ipv4 ADDRESS-IN-THE-TUNNEL' },
+  { title: 'FTP, active', use: useActiveAsIs },
+  { title: 'FTP, active, naming the address in the tunnel', use: useActiveNamed },
 ];

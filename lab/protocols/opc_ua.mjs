@@ -4,6 +4,7 @@ import { once } from 'node:events';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 
+import { startEach } from './support/each.mjs';
 import { mustBe, timed, within } from './support/requests.mjs';
 
 const require = createRequire(new URL('../package.json', import.meta.url));
@@ -48,15 +49,7 @@ async function startServer(address, folder) {
 
 /** One server for each address, which names that address in its endpoints. */
 export async function serve({ addresses, folder }) {
-  const servers = [];
-  const close = async () => { for (const one of servers) await one.shutdown(0); };
-  try {
-    for (const address of addresses) servers.push(await startServer(address, folder));
-  } catch (error) {
-    await close();
-    throw error;
-  }
-  return close;
+  return startEach(addresses, (address) => startServer(address, folder), (one) => one.shutdown(0));
 }
 
 /** Calls `body` with a session; returns {connectMs, ...what body returns}. */

@@ -3,6 +3,8 @@
 import { EventEmitter, once } from 'node:events';
 import { createRequire } from 'node:module';
 
+import { isOpen } from './support/daemons.mjs';
+import { startEach } from './support/each.mjs';
 import { mustBe, timed } from './support/requests.mjs';
 import { shared } from './support/shared.mjs';
 
@@ -56,7 +58,13 @@ function fill(agent) {
 
 const close = (listener) => new Promise((resolve) => { listener.close(resolve); });
 
+/** The library does not survive a port that somebody else has. */
+async function mustBeFree(port, address) {
+  if (await isOpen('udp', port, address)) throw new Error(`SNMP: somebody else has UDP port ${port}`);
+}
+
 async function startAgent(address) {
+  await mustBeFree(kPort, address);
   const agent = snmp.createAgent(
     { port: kPort, address, accessControlModelType: snmp.AccessControlModelType.Simple },
     (error, data) => { if (!error) sendTrap(address, data); });
@@ -67,9 +75,7 @@ async function startAgent(address) {
 
 /** An agent at each address. */
 export async function serve({ addresses }) {
-  const agents = [];
-  for (const address of addresses) agents.push(await startAgent(address));
-  return async () => { for (const agent of agents) await close(agent); };
+  return startEach(addresses, startAgent, close);
 }
 
 // ---- the engineer's tool
@@ -120,6 +126,7 @@ const setAndGet = (open, name) => ({ address, rounds, timeoutMs }) =>
 export const use = setAndGet(openPlain, 'plain');
 
 async function openReceiver() {
+  await mustBeFree(kTrapPort);
   const traps = new EventEmitter();
   const receiver = snmp.createReceiver({ port: kTrapPort }, (error, trap) => {
     if (!error) traps.emit(trap.rinfo.address, trap.pdu.varbinds.find((one) => one.oid === instance('trapped')));

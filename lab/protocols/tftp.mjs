@@ -3,22 +3,25 @@
 import { chmod, mkdir } from 'node:fs/promises';
 import path from 'node:path';
 
-import { curl, exchangeFiles, putGiven } from './support/files.mjs';
 import { startDaemon } from './support/daemons.mjs';
+import { startEach } from './support/each.mjs';
+import { curl, exchangeFiles, putGiven } from './support/files.mjs';
 
 export const title = 'TFTP';
 
 const kPort = 69;
 const kBytes = 8192;
 
-/** One server for all addresses: it sends from the address that the request was sent to. */
-export async function serve({ folder }) {
+/** A server for each address: one for all would answer from the first, whichever was asked. */
+export async function serve({ addresses, folder }) {
   const root = path.join(folder, 'tftp');
   await mkdir(root, { recursive: true });
   await chmod(root, 0o777);
   await putGiven(root, kBytes);
-  return startDaemon('in.tftpd', ['/usr/sbin/in.tftpd', '--foreground', '--ipv4', '--create', '--secure',
-    '--user', 'root', '--address', `0.0.0.0:${kPort}`, root], { kind: 'udp', port: kPort });
+  const start = (address) => startDaemon('in.tftpd', ['/usr/sbin/in.tftpd', '--foreground', '--create',
+    '--secure', '--user', 'root', '--address', `${address}:${kPort}`, root],
+  { kind: 'udp', port: kPort, address });
+  return startEach(addresses, start, (end) => end());
 }
 
 export async function use({ address, folder, rounds, timeoutMs }) {

@@ -81,3 +81,62 @@ for (const name of kNames) {
       }
     }));
 }
+
+// ---- wrong values
+
+const kFalsified = '127.0.0.9';  // in the tool's namespace: a server whose answers are not the site's
+
+/** Uses the protocol past a falsifier with these words; fails unless use() fails for `reason`. */
+async function refuses(name, title, port, words, reason) {
+  await served(name, async () => {
+    const falsifier = await processes.start('falsifier', ['node',
+      path.join(import.meta.dirname, 'protocols_falsifier.mjs'), kFalsified, String(port), kSite[0], ...words],
+    { namespace: kHosts[1], ready: /ready/ });
+    try {
+      await assert.rejects(useOn(name, title, { address: kFalsified, setting: true }), { message: reason });
+    } finally {
+      await processes.stop(falsifier);
+    }
+  });
+}
+
+// Values as they travel: OPC UA's doubles little-endian, BACnet's reals and SNMP's integers behind their tags.
+const kFalse = [
+  ['opc_ua', 'OPC UA', 4840, ['000000000000d03f', '000000000000e03f'], /value of .* wanted 0\.25, got 0\.5/],
+  ['opc_ua', 'OPC UA subscription', 4840, ['000000000000f03f', '0000000000000040'],
+    /notification: wanted 1, got 2/],
+  ['bacnet', 'BACnet/IP', 47808, ['443f000000', '443f800000'], /present value: wanted 0\.5, got 1/],
+  ['bacnet', 'BACnet/IP change of value', 47808, ['443f400000', '443f800000'],
+    /change of value: wanted 0\.75, got 1/],
+  ['snmp', 'SNMP v2c', 161, ['020203e8', '020203e9'], /SNMP set: wanted 1000, got 1001/],
+  ['ntp', 'NTP', 123, ['@35', '1'], /"offset":[+-]?0\.[45]/],
+  ['dns', 'DNS by UDP', 53, ['c0000200', 'c0000263'], /wanted 192\.0\.2\.0, got 192\.0\.2\.99/],
+  ['dns', 'DNS by TCP', 53, ['c0000200', 'c0000263'], /wanted 192\.0\.2\.0, got 192\.0\.2\.99/],
+];
+for (const [name, title, port, words, reason] of kFalse) {
+  test(`${title}: a value that is changed on its way is noticed`, kLimit, () =>
+    refuses(name, title, port, words, reason));
+}
+
+for (const [name, file] of [['ftp', 'ftp'], ['tftp', 'tftp'], ['ssh', 'ssh/files']]) {
+  test(`${name}: another file than was put on site is noticed`, kLimit, () => served(name, async () => {
+    const { title } = await import(`../../lab/protocols/${name}.mjs`);
+    await writeFile(path.join(folder, file, 'firmware.bin'), 'another');
+    await assert.rejects(useOn(name, title, { address: kSite[0], megabytes: 1 }),
+      { message: /firmware\.bin: the bytes differ \(7 came/ });
+  }));
+}
+
+test('VNC: another picture is noticed', kLimit, () => served('vnc', () =>
+  assert.rejects(useOn('vnc', 'VNC', { address: kSite[0] }), { message: /VNC: another picture/ }),
+{ shown: 2 }));
+
+test('SNMP v3: a wrong byte is not taken', kLimit, () =>
+  refuses('snmp', 'SNMP v3, with passwords', 161, ['@-1', '1'], /digest/i));
+
+test('a server that is not there is an error in time', kLimit, async () => {
+  for (const name of kNames) {
+    const { title } = await import(`../../lab/protocols/${name}.mjs`);
+    await assert.rejects(useOn(name, title, { address: '192.0.2.99', timeoutMs: 1500 }), Error, title);
+  }
+});

@@ -12,31 +12,55 @@ const sockets = async (table) => (await readFile(`/proc/net/${table}`, 'utf8')).
 
 const hexOf = (port) => port.toString(16).toUpperCase().padStart(4, '0');
 
-/** Whether somebody has `port` open: listening TCP (state 0A) or a bound datagram socket. */
-export async function isOpen(kind, port) {
-  const isThis = new RegExp(`^ *\\d+: [0-9A-F]+:${hexOf(port)} [0-9A-F:]+ ${kind === 'tcp' ? '0A' : ''}`);
+/** An address as the table shows it: network order, read as a number of this (little-endian) machine. */
+const hexOfAddress = (address) =>
+  Buffer.from(address.split('.').map(Number)).reverse().toString('hex').toUpperCase();
+
+/**
+ * Whether somebody has `port` open: listening TCP (state 0A) or a bound datagram socket; of `address`
+ * alone, if one is named.
+ */
+export async function isOpen(kind, port, address) {
+  const owner = address ? hexOfAddress(address) : '[0-9A-F]+';
+  const isThis = new RegExp(`^ *\\d+: ${owner}:${hexOf(port)} [0-9A-F:]+ ${kind === 'tcp' ? '0A' : ''}`);
   const lines = [...await sockets(kind), ...await sockets(`${kind}6`).catch(() => [])];
   return lines.some((line) => isThis.test(line));
 }
 
+async function descendants(pid) {
+  const children = await readFile(`/proc/${pid}/task/${pid}/children`, 'utf8').catch(() => '');
+  const found = [];
+  for (const child of children.split(' ').filter(Boolean)) found.push(Number(child), ...await descendants(child));
+  return found;
+}
+
+/** Ends the program with what it started for its connections, which may still wait for a client. */
+async function end(processes, child) {
+  const family = await descendants(child.pid);
+  await processes.stopAll();
+  for (const pid of family) {
+    try { process.kill(pid, 'SIGKILL'); } catch { /* ended with the program */ }
+  }
+}
+
 /**
  * Starts a program that serves `port` in the foreground and resolves once it does, with a function that
- * ends it. `kind` is 'tcp' or 'udp'. Fails with the program's words when it ends before.
+ * ends it. `kind` is 'tcp' or 'udp'; `address`: where, if not at all addresses. Fails with the program's words when it ends before.
  */
-export async function startDaemon(name, command, { kind, port, env } = {}) {
-  if (await isOpen(kind, port)) throw new Error(`${name}: somebody else has ${kind} port ${port}`);
+export async function startDaemon(name, command, { kind, port, address, env } = {}) {
+  if (await isOpen(kind, port, address)) throw new Error(`${name}: somebody else has ${kind} port ${port}`);
   const processes = new Processes();
   const child = await processes.start(name, command, { env });
-  const end = performance.now() + kReadyMs;
-  while (!await isOpen(kind, port)) {
+  const late = performance.now() + kReadyMs;
+  while (!await isOpen(kind, port, address)) {
     const ended = processes.hasEnded(child);
-    if (ended || performance.now() > end) {
-      await processes.stopAll();
+    if (ended || performance.now() > late) {
+      await end(processes, child);
       throw new Error(`${name} ${ended ? 'ended' : 'did not listen'}: ${processes.outputOf(child)}`);
     }
     await sleep(kStepMs);
   }
-  return () => processes.stopAll();
+  return () => end(processes, child);
 }
 
 /** Runs one of the engineer's programs to its end; returns what it printed, fails with its own words. */
