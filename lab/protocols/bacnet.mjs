@@ -4,7 +4,7 @@ import { once } from 'node:events';
 import { createRequire } from 'node:module';
 
 import { startEach } from './support/each.mjs';
-import { mustBe, timed, within } from './support/requests.mjs';
+import { insist, mustBe, timed, within } from './support/requests.mjs';
 import { shared } from './support/shared.mjs';
 
 const require = createRequire(new URL('../package.json', import.meta.url));
@@ -81,17 +81,8 @@ const toolOptions = { apduTimeout: kTryMs };
 const takeTool = shared(() => open(toolOptions), (tool) => tool.close());
 const takeOtherTool = shared(() => open({ ...toolOptions, port: kOtherPort }), (tool) => tool.close());
 
-/** Does `request` until it is answered, at most kTries times; counts in `notes` what was repeated. */
-async function insist(notes, request) {
-  for (let left = kTries; ; left -= 1) {
-    try {
-      return await request();
-    } catch (error) {
-      if (left === 1 || !/ERR_TIMEOUT|nothing within/.test(error.message)) throw error;
-      notes.repeated += 1;
-    }
-  }
-}
+/** How a request is repeated that nobody answered. */
+const stubborn = (notes) => ({ tries: kTries, notes, isLoss: /ERR_TIMEOUT|nothing within/ });
 
 const write = (tool, to, object, value) =>
   tool.writeProperty(to, object, PropertyIdentifier.PRESENT_VALUE, real(value), { priority: kPriority });
@@ -102,7 +93,7 @@ export async function use({ address, rounds }) {
   const to = { address };
   const notes = { repeated: 0 };
   try {
-    const requestMs = await timed(rounds, (index) => insist(notes, async () => {
+    const requestMs = await timed(rounds, (index) => insist(stubborn(notes), async () => {
       const value = Math.floor(index / 2) + 0.5;
       if (index % 2 === 0) return write(tool, to, kPlain, value);
       const { values } = await tool.readProperty(to, kPlain, PropertyIdentifier.PRESENT_VALUE);
@@ -134,8 +125,8 @@ function nextChange(hearing, address, object) {
 async function watch({ address, rounds }, { asking, hearing, object }) {
   const to = { address };
   const notes = { repeated: 0 };
-  await insist(notes, () => asking.subscribeCov(to, object, 1, false, false, kLifetimeSeconds));
-  const requestMs = await timed(rounds, (index) => insist(notes, async () => {
+  await insist(stubborn(notes), () => asking.subscribeCov(to, object, 1, false, false, kLifetimeSeconds));
+  const requestMs = await timed(rounds, (index) => insist(stubborn(notes), async () => {
     const value = index + 0.75;
     const { change, forget } = nextChange(hearing, address, object);
     try {
@@ -168,7 +159,7 @@ async function useOtherPort(options) {
     const hearing = await takeOtherTool();
     try {
       if (options.setting) {
-        await insist({}, () => hearing.it.readProperty({ address: options.address }, kWatchedElsewhere,
+        await insist(stubborn({}), () => hearing.it.readProperty({ address: options.address }, kWatchedElsewhere,
           PropertyIdentifier.PRESENT_VALUE));
       }
       return await watch(options, { asking: asking.it, hearing: hearing.it, object: kWatchedElsewhere });

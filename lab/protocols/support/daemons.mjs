@@ -30,7 +30,7 @@ export async function isOpen(kind, port, address) {
 async function descendants(pid) {
   const children = await readFile(`/proc/${pid}/task/${pid}/children`, 'utf8').catch(() => '');
   const found = [];
-  for (const child of children.split(' ').filter(Boolean)) found.push(Number(child), ...await descendants(child));
+  for (const one of children.split(' ').filter(Boolean)) found.push(Number(one), ...await descendants(one));
   return found;
 }
 

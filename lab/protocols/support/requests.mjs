@@ -28,3 +28,18 @@ export async function within(timeoutMs, what, promise) {
     clearTimeout(timer);
   }
 }
+
+/**
+ * Does `request` again when it fails with an error that `isLoss` takes for a lost datagram, `tries` times in
+ * all; counts in `notes.repeated`.
+ */
+export async function insist({ tries, notes, isLoss }, request) {
+  for (let left = tries; ; left -= 1) {
+    try {
+      return await request();
+    } catch (error) {
+      if (left === 1 || !isLoss.test(error.message)) throw error;
+      notes.repeated += 1;
+    }
+  }
+}
