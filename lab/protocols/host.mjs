@@ -5,6 +5,7 @@ import { fileURLToPath } from 'node:url';
 import { caller, serve as answer } from '../remote_call.mjs';
 
 const ends = [];
+let releasing = new AbortController();
 const load = (name) => import(`./${name}.mjs`);
 
 const methods = {
@@ -17,7 +18,12 @@ const methods = {
     const protocol = await load(name);
     const one = [protocol, ...(protocol.variants ?? [])].find((each) => each.title === title);
     if (!one) throw new Error(`${name} has no variant "${title}"`);
-    return one.use(options);
+    return one.use({ ...options, released: releasing.signal });
+  },
+  /** Ends those uses that go on until they are released. */
+  async release() {
+    releasing.abort();
+    releasing = new AbortController();
   },
   /** Ends what is served, in the reverse order. */
   async end() {
@@ -25,7 +31,7 @@ const methods = {
   },
 };
 
-/** Takes a process that was forked from this file; returns {serve, use, end}. */
+/** Takes a process that was forked from this file; returns {serve, use, release, end}. */
 export function connectHost(child, name) {
   const call = caller(child, name);
   return Object.fromEntries(Object.keys(methods).map((each) => [each, (...args) => call(each, ...args)]));

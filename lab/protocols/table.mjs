@@ -1,0 +1,63 @@
+// The table of docs/protocols.md, from what the scenario noted: one row for each way of using a protocol.
+// Usage: node table.mjs   writes the table of build/test/protocols.json into the document.
+import { readFileSync, writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+import { kBuild, kRepo } from '../paths.mjs';
+import { percentiles } from './survey.mjs';
+
+export const kReport = path.join(kBuild, 'test/protocols.json');
+export const kDocument = path.join(kRepo, 'docs/protocols.md');
+
+const kHeader = ['protocol', 'direct', 'NAT', 'UDP relay', 'WebSocket only', 'lossy line',
+  'clean: median, 99 %', 'lossy: median, 99 %'];
+const kBegin = '<!-- made by lab/protocols/table.mjs -->';
+const kEnd = '<!-- up to here -->';
+
+/** "yes", "setting" where the tool needs one, "no" where it works nowhere, or where it does. */
+function outcomeOf(results) {
+  if (results.length === 0) return '-';
+  const working = results.filter(({ works }) => works);
+  if (working.length === 0) return 'no';
+  if (working.length < results.length) return 'in part';
+  return working.some(({ setting }) => setting) ? 'setting' : 'yes';
+}
+
+function timesOf(results) {
+  const times = results.flatMap(({ requestMs }) => requestMs);
+  if (times.length === 0) return '-';
+  const { medianMs, p99Ms } = percentiles(times);
+  return [medianMs, p99Ms].map((ms) => `${ms < 10 ? ms.toFixed(1) : Math.round(ms)} ms`).join(', ');
+}
+
+/** The table's rows, each a list of cells. `results` as the scenario notes them. */
+export function rowsOf(results) {
+  return [...new Set(results.map(({ title }) => title))].map((title) => {
+    const own = results.filter((one) => one.title === title);
+    const by = (name, value) => own.filter((one) => one[name] === value);
+    const [clean, lossy] = [by('line', 'clean'), by('line', 'lossy')];
+    return [title, outcomeOf(by('route', 'direct')), outcomeOf(by('route', 'NAT')),
+      outcomeOf(clean.filter(({ relay }) => relay === 'udp')),
+      outcomeOf(clean.filter(({ relay }) => relay === 'webSocket')), outcomeOf(lossy),
+      timesOf(clean), timesOf(lossy)];
+  });
+}
+
+const line = (cells) => `| ${cells.join(' | ')} |`;
+
+export const writeTable = (rows) =>
+  [line(kHeader), line(kHeader.map(() => '---')), ...rows.map(line)].join('\n');
+
+/** The rows that the document holds. */
+export function readTable(document) {
+  const table = document.slice(document.indexOf(kBegin) + kBegin.length, document.indexOf(kEnd));
+  return table.trim().split('\n').slice(2).map((text) => text.split('|').slice(1, -1).map((cell) => cell.trim()));
+}
+
+if (process.argv[1] === fileURLToPath(import.meta.url)) {
+  const document = readFileSync(kDocument, 'utf8');
+  const [before, after] = [document.slice(0, document.indexOf(kBegin)), document.slice(document.indexOf(kEnd))];
+  const table = writeTable(rowsOf(JSON.parse(readFileSync(kReport, 'utf8'))));
+  writeFileSync(kDocument, `${before}${kBegin}\n${table}\n${after}`);
+}

@@ -1,0 +1,90 @@
+// The tools that engineers really use, each through the tunnel, with real libraries or programs on both sides. What
+// works, and how fast, goes into build/test/protocols.json; docs/protocols.md has to say the same.
+import assert from 'node:assert/strict';
+import { readFile, writeFile } from 'node:fs/promises';
+import { test } from 'node:test';
+
+import { kRoutes, listUses, Survey } from '../../lab/protocols/survey.mjs';
+import { kDocument, kReport, readTable, rowsOf } from '../../lab/protocols/table.mjs';
+import { connect, scenario } from './scenario.mjs';
+
+const kAtOnce = { clean: 4, lossy: Infinity };
+/** Those whose request is a message, not a program's run, are timed with nothing beside them but what is held. */
+const isTimed = ({ name, title, held }) =>
+  ['modbus_tcp', 'siemens_s7', 'opc_ua', 'bacnet', 'snmp', 'http'].includes(name) && !held && !title.includes('trap');
+const kOptions = {
+  clean: { rounds: 20, timeoutMs: 8_000, megabytes: 50 },
+  lossy: { rounds: 6, timeoutMs: 20_000, megabytes: 1 },
+};
+const kLossyLine = { lossPercent: 1, delayMs: 80 };
+const kLimits = { timeoutMs: 500_000 };
+const kOutcomes = 6;  // of a row's cells; the rest are times
+const results = [];
+
+/** Runs `body` for each of `items`, `atOnce` of them at a time. */
+async function forEach(items, atOnce, body) {
+  const waiting = [...items];
+  await Promise.all(Array.from({ length: Math.min(atOnce, items.length) }, async () => {
+    while (waiting.length > 0) await body(waiting.shift());
+  }));
+}
+
+/** Uses one row's protocol by one route over one line, and notes what became of it. */
+async function useRow(survey, t, conditions, row, route, more = {}) {
+  const options = { ...kOptions[conditions.line], ...more };
+  const started = performance.now();
+  // What needs its setting was seen on the clean line.
+  const before = results.find((one) => one.title === row.title && one.route === route && one.relay === conditions.relay);
+  const outcome = before ? { setting: before.setting, ...await survey.use(row, route, { ...options, setting: before.setting }) }
+    : await survey.useAsNeeded(row, route, options);
+  results.push({ ...row, ...conditions, route, ...outcome });
+  const seconds = ((performance.now() - started) / 1000).toFixed(1);
+  const said = [outcome.without, outcome.error].filter(Boolean).join('; ');
+  t.diagnostic(`${conditions.line} ${route} ${row.title}: ${outcome.works ? 'works' : 'does not work'}, ${seconds} s ${said}`);
+}
+
+/** Uses every protocol by both routes over one line; what is to be held is held all the while. */
+async function useAll(survey, t, conditions) {
+  const rows = await listUses();
+  const use = (row, more) => Promise.all(
+    Object.keys(kRoutes).map((route) => useRow(survey, t, conditions, row, route, more)));
+  const held = rows.filter((row) => row.held).map((row) => use(row, { hold: true }));
+  const alone = conditions.line === 'clean' ? rows.filter(isTimed) : [];
+  await forEach(alone, 1, (row) => use(row));
+  await forEach(rows.filter((row) => !row.held && !alone.includes(row)), kAtOnce[conditions.line], (row) => use(row));
+  await survey.release();
+  await Promise.all(held);
+}
+
+async function overBothLines(lab, t, relay) {
+  const survey = await Survey.start(lab);
+  await useAll(survey, t, { relay, line: 'clean' });
+  await lab.faults.worsenLine(kLossyLine);
+  await useAll(survey, t, { relay, line: 'lossy' });
+  await survey.end();
+}
+
+scenario('every protocol, small packets by UDP', kLimits, async (lab, program, t) => {
+  await connect(program);
+  await overBothLines(lab, t, 'udp');
+  const { udpFromClient, udpToClient } = await lab.service.counts();
+  assert.ok(udpFromClient > 1000 && udpToClient > 1000);
+});
+
+scenario('every protocol, all of it over the WebSocket', kLimits, async (lab, program, t) => {
+  await lab.service.setUdp({ helloAnswer: ['none'] });
+  await connect(program);
+  await overBothLines(lab, t, 'webSocket');
+  const { udpFromClient, udpToClient } = await lab.service.counts();
+  assert.deepEqual([udpFromClient, udpToClient], [0, 0]);
+});
+
+test('the document says of each protocol what was seen', async () => {
+  const titles = (await listUses()).map(({ title }) => title);
+  results.sort((a, b) => titles.indexOf(a.title) - titles.indexOf(b.title));
+  await writeFile(kReport, `${JSON.stringify(results, null, 1)}\n`);
+  const said = readTable(await readFile(kDocument, 'utf8'));
+  const seen = rowsOf(results);
+  const outcomes = (rows) => rows.map((cells) => cells.slice(0, kOutcomes).join(' | '));
+  assert.deepEqual(outcomes(seen), outcomes(said));
+});
