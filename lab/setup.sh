@@ -28,6 +28,31 @@ compile_snap7() {
   [ -f "$repo/lab/node_modules/node-snap7/build/Release/node_snap7.node" ] || fail "node-snap7 has no native part."
 }
 
+# Runs COMMAND..., which installs packages, without the servers among them starting: the lab starts its own.
+without_starting() {
+  local policy=/usr/sbin/policy-rc.d made='' code=0
+  if [ ! -e "$policy" ]; then
+    printf '#!/bin/sh\nexit 101\n' >"$policy"
+    chmod +x "$policy"
+    made=yes
+  fi
+  DEBIAN_FRONTEND=noninteractive "$@" || code=$?
+  [ -z "$made" ] || rm "$policy"
+  return "$code"
+}
+
+# leave_off PACKAGE...: nor do those of them start at the next boot that were installed for the lab alone.
+leave_off() {
+  [ -d /run/systemd/system ] || return 0
+  local name
+  for name in "$@"; do
+    case $name in
+      vsftpd | tftpd-hpa) systemctl disable -q "$name" ;;
+      openssh-server) systemctl disable -q ssh ;;
+    esac
+  done
+}
+
 # Installs what is missing from lab/packages.txt and the npm packages of lab/package.json.
 install_packages() {
   local missing=() name
@@ -39,8 +64,9 @@ install_packages() {
     need_root
     say "Installing ${#missing[@]} packages: ${missing[*]}"
     apt-get update -qq || fail "apt-get update failed."
-    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
+    without_starting apt-get install -y -qq --no-install-recommends "${missing[@]}" \
       >"$repo/build/apt.log" 2>&1 || { tail -20 "$repo/build/apt.log"; fail "Installing packages failed."; }
+    leave_off "${missing[@]}"
   fi
   if ! locale -a | grep -qi '^zh_CN\.utf-\?8$'; then
     say "Making the locale zh_CN.UTF-8"
