@@ -1,9 +1,10 @@
 // The table of docs/protocols.md, from what the scenario noted: one row for each way of using a protocol.
 // Usage: node table.mjs   writes the table of build/test/protocols.json into the document.
-import { readFileSync, writeFileSync } from 'node:fs';
+import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
+import { readTable as readTableBetween, replaceTable } from '../document_table.mjs';
 import { kBuild, kRepo } from '../paths.mjs';
 import { percentiles } from './survey.mjs';
 
@@ -12,8 +13,7 @@ export const kDocument = path.join(kRepo, 'docs/protocols.md');
 
 const kHeader = ['protocol', 'direct', 'NAT', 'UDP relay', 'WebSocket only', 'lossy line',
   'clean: median, 99 %', 'lossy: median, 99 %'];
-const kBegin = '<!-- made by lab/protocols/table.mjs -->';
-const kEnd = '<!-- up to here -->';
+const kMarks = { begin: '<!-- made by lab/protocols/table.mjs -->', end: '<!-- up to here -->' };
 
 /** "yes", "setting" where the tool needs one, "no" where it works nowhere, or where it does. */
 function outcomeOf(results) {
@@ -44,20 +44,9 @@ export function rowsOf(results) {
   });
 }
 
-const line = (cells) => `| ${cells.join(' | ')} |`;
-
-export const writeTable = (rows) =>
-  [line(kHeader), line(kHeader.map(() => '---')), ...rows.map(line)].join('\n');
-
 /** The rows that the document holds. */
-export function readTable(document) {
-  const table = document.slice(document.indexOf(kBegin) + kBegin.length, document.indexOf(kEnd));
-  return table.trim().split('\n').slice(2).map((text) => text.split('|').slice(1, -1).map((cell) => cell.trim()));
-}
+export const readTable = (document) => readTableBetween(document, kMarks);
 
 if (process.argv[1] === fileURLToPath(import.meta.url)) {
-  const document = readFileSync(kDocument, 'utf8');
-  const [before, after] = [document.slice(0, document.indexOf(kBegin)), document.slice(document.indexOf(kEnd))];
-  const table = writeTable(rowsOf(JSON.parse(readFileSync(kReport, 'utf8'))));
-  writeFileSync(kDocument, `${before}${kBegin}\n${table}\n${after}`);
+  replaceTable(kDocument, kMarks, kHeader, rowsOf(JSON.parse(readFileSync(kReport, 'utf8'))));
 }
