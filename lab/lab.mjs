@@ -30,6 +30,7 @@ export const kGrant = {
   connectionId: 'CONN-0001', assignedAddress: kTunnelAddress, routes: [kDirectRoute, kOverlappingRoute],
 };
 
+const kControllerPorts = { modbus: 502, web: 80 };
 const kWindowClass = 'VelmarineNativeWindow';
 const kBridgePort = 7300;
 const kDriverPort = 7002;
@@ -48,11 +49,14 @@ export class Lab {
   /**
    * `artifacts` receives logs and screenshots. Options: `settings`, the settings file's contents
    * before the start (an object is written as JSON with the lab's service address, a string as is,
-   * null for no file); `site: false` leaves out the controller; `closeOnSignal: false` leaves Ctrl+C to
-   * the caller.
+   * null for no file); `site: false` leaves out the controller; `controllerPorts` {modbus,
+   * web} moves it away from the usual ports, for others to have these; `closeOnSignal: false` leaves
+   * Ctrl+C to the caller.
    */
-  static async create({ artifacts, settings = {}, site = true, size, closeOnSignal = true } = {}) {
+  static async create({ artifacts, settings = {}, site = true, controllerPorts = kControllerPorts, size,
+    closeOnSignal = true } = {}) {
     const lab = new Lab();
+    lab.controllerPorts = controllerPorts;
     lab.artifacts = artifacts;
     if (closeOnSignal) for (const signal of kSignals) process.once(signal, lab.#onSignal);
     await mkdir(artifacts, { recursive: true });
@@ -123,8 +127,9 @@ export class Lab {
     this.plcFile = path.join(this.workFolder, 'plc.bin');
     await run(['dd', 'if=/dev/urandom', `of=${this.plcFile}`, 'bs=1M', 'count=5', 'status=none']);
     const namespace = this.network.plc;
-    await this.processes.start('plc', ['node', path.join(kRepo, 'lab/plc/main.mjs'), this.plcFile],
-      { namespace, log: this.#log('plc'), ready: /ready/ });
+    await this.processes.start('plc', ['node', path.join(kRepo, 'lab/plc/main.mjs'), this.plcFile,
+      String(this.controllerPorts.modbus), String(this.controllerPorts.web)],
+    { namespace, log: this.#log('plc'), ready: /ready/ });
     await this.processes.start('iperf3', ['iperf3', '-s', '--forceflush'],
       { namespace, log: this.#log('iperf3'), ready: /Server listening/ });
   }

@@ -1,5 +1,5 @@
 // Method calls between a process and its parent over child_process's channel:
-// {id, method, args} -> {id, result} or {id, error}.
+// {id, method, args} -> {id, result} or {id, error}, which is {name, message}.
 
 /** The parent's side: call(method, ...args) as a promise. `name` is the process's, for messages. */
 export function caller(child, name) {
@@ -10,7 +10,7 @@ export function caller(child, name) {
     const { resolve, reject } = waiting.get(id);
     waiting.delete(id);
     if (error === undefined) resolve(result);
-    else reject(new Error(error));
+    else reject(Object.assign(new Error(error.message), { name: error.name }));
   });
   child.once('exit', () => {
     gone = true;
@@ -37,7 +37,7 @@ export function serve(invoke, close) {
     try {
       process.send({ id, result: await invoke(method, args) });
     } catch (error) {
-      process.send({ id, error: error.message });
+      process.send({ id, error: { name: error.name, message: error.message } });
     }
   });
   const end = async () => {

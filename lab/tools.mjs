@@ -22,7 +22,7 @@ const sha256 = async (file) => createHash('sha256').update(await readFile(file))
 export async function download(lab, address, { seconds: limit = 60 } = {}) {
   const target = path.join(lab.workFolder, 'downloaded.bin');
   const result = await lab.tool(['curl', '-sS', '--max-time', String(limit), '-o', target,
-    '-w', '%{size_download} %{time_total}', `http://${address}/file`], { timeoutMs: (limit + 5) * 1000 });
+    '-w', '%{size_download} %{time_total}', `http://${address}:${lab.controllerPorts.web}/file`], { timeoutMs: (limit + 5) * 1000 });
   if (result.code !== 0) return failed(result);
   const [bytes, seconds] = result.stdout.split(' ').map(Number);
   const [got, wanted] = await Promise.all([sha256(target), sha256(lab.plcFile)]);
@@ -35,7 +35,8 @@ export async function download(lab, address, { seconds: limit = 60 } = {}) {
 
 /** Writes and reads holding registers with a Modbus client library. */
 export async function modbus(lab, address) {
-  const result = await lab.tool(['/usr/bin/python3', path.join(kRepo, 'lab/plc/modbus_check.py'), address]);
+  const result = await lab.tool(['/usr/bin/python3', path.join(kRepo, 'lab/plc/modbus_check.py'), address,
+    String(lab.controllerPorts.modbus)]);
   return result.code === 0 ? { ok: true, figures: JSON.parse(result.stdout) } : failed(result);
 }
 

@@ -1,6 +1,6 @@
 """Writes and reads back holding registers of a Modbus TCP server with pymodbus.
 
-Usage: modbus_check.py HOST. Prints one JSON line; exits 1 when a value came back wrong.
+Usage: modbus_check.py HOST PORT. Prints one JSON line; exits 1 when a value came back wrong.
 """
 import json
 import sys
@@ -13,7 +13,7 @@ WRITTEN = [0x1234, 0, 65535, 7, 42]
 
 def main() -> int:
     started = time.monotonic()
-    client = ModbusTcpClient(sys.argv[1], port=502, timeout=5)
+    client = ModbusTcpClient(sys.argv[1], port=int(sys.argv[2]), timeout=5)
     if not client.connect():
         print("no connection", file=sys.stderr)
         return 1

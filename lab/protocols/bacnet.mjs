@@ -22,7 +22,10 @@ const kDevice = 4711;
 const kLifetimeSeconds = 300;
 const kPresent = { id: PropertyIdentifier.PRESENT_VALUE, index: 0xffffffff };
 const analog = (instance) => ({ type: ObjectType.ANALOG_VALUE, instance });
-const kPlain = analog(1);
+const kFirstPlain = 1000;
+const kPlains = 1_000_000;
+/** A datagram may arrive late, behind a newer one: each value that is written has an object of its own. */
+const plain = (number) => analog(kFirstPlain + (number % kPlains));
 const kWatched = analog(2);
 const kWatchedElsewhere = analog(3);  // its changes go to kOtherPort, whichever port asked
 const kPriority = 8;
@@ -39,19 +42,20 @@ async function open(options) {
 
 async function startDevice(address) {
   const device = await open({ interface: address, reuseAddr: false });
-  const values = new Map([kPlain, kWatched, kWatchedElsewhere].map(({ instance }) => [instance, 0]));
+  const values = new Map([kWatched, kWatchedElsewhere].map(({ instance }) => [instance, 0]));
+  const has = ({ instance }) => instance >= kFirstPlain && instance < kFirstPlain + kPlains || values.has(instance);
   const subscribers = new Map();
   const refuse = ({ header, invokeId }, service) =>
     device.errorResponse(header.sender, service, invokeId, ErrorClass.OBJECT, ErrorCode.UNKNOWN_OBJECT);
   device.on('readProperty', (asked) => {
     const { objectId, property } = asked.payload;
-    if (!values.has(objectId.instance)) return refuse(asked, Service.READ_PROPERTY);
+    if (!has(objectId)) return refuse(asked, Service.READ_PROPERTY);
     return device.readPropertyResponse(asked.header.sender, asked.invokeId, objectId, property,
-      real(values.get(objectId.instance)));
+      real(values.get(objectId.instance) ?? 0));
   });
   device.on('writeProperty', (asked) => {
     const { objectId, value: { value: [{ value }] } } = asked.payload;
-    if (!values.has(objectId.instance)) return refuse(asked, Service.WRITE_PROPERTY);
+    if (!has(objectId)) return refuse(asked, Service.WRITE_PROPERTY);
     values.set(objectId.instance, value);
     device.simpleAckResponse(asked.header.sender, Service.WRITE_PROPERTY, asked.invokeId);
     const subscriber = subscribers.get(objectId.instance);
@@ -82,23 +86,39 @@ const takeTool = shared(() => open(toolOptions), (tool) => tool.close());
 const takeOtherTool = shared(() => open({ ...toolOptions, port: kOtherPort }), (tool) => tool.close());
 
 /** How a request is repeated that nobody answered. */
-const stubborn = (notes) => ({ tries: kTries, notes, isLoss: /ERR_TIMEOUT|nothing within/ });
+const stubborn = (notes) => ({ tries: kTries, notes, isLoss: /ERR_TIMEOUT|nothing within|another object/ });
 
-const write = (tool, to, object, value) =>
-  tool.writeProperty(to, object, PropertyIdentifier.PRESENT_VALUE, real(value), { priority: kPriority });
+let asked = 0;
+/** Numbers go on from use to use, so that an answer to an earlier one is none to a newer one. */
+const numbered = (options = {}) => ({ ...options, invokeId: (asked++ % 255) + 1 });
+
+const write = (tool, to, object, value) => tool.writeProperty(to, object, PropertyIdentifier.PRESENT_VALUE,
+  real(value), numbered({ priority: kPriority }));
+
+/** The present value; an answer that names another object is late, and none to this question. */
+async function read(tool, to, object) {
+  const { objectId, values } = await tool.readProperty(to, object, PropertyIdentifier.PRESENT_VALUE, numbered());
+  if (objectId.instance !== object.instance) throw new Error('BACnet: an answer about another object');
+  return values[0].value;
+}
+
+let written = 0;
 
 /** Writes a value and reads it back, in turn. */
 export async function use({ address, rounds }) {
   const { it: tool, release } = await takeTool();
   const to = { address };
   const notes = { repeated: 0 };
+  let object;
   try {
-    const requestMs = await timed(rounds, (index) => insist(stubborn(notes), async () => {
+    const requestMs = await timed(rounds, (index) => {
       const value = Math.floor(index / 2) + 0.5;
-      if (index % 2 === 0) return write(tool, to, kPlain, value);
-      const { values } = await tool.readProperty(to, kPlain, PropertyIdentifier.PRESENT_VALUE);
-      return mustBe('BACnet present value', values[0].value, value);
-    }));
+      if (index % 2 === 0) object = plain(written++);
+      return insist(stubborn(notes), async () => {
+        if (index % 2 === 0) await write(tool, to, object, value);
+        else mustBe('BACnet present value', await read(tool, to, object), value);
+      });
+    });
     return { requestMs, notes };
   } finally {
     await release();
@@ -125,7 +145,7 @@ function nextChange(hearing, address, object) {
 async function watch({ address, rounds }, { asking, hearing, object }) {
   const to = { address };
   const notes = { repeated: 0 };
-  await insist(stubborn(notes), () => asking.subscribeCov(to, object, 1, false, false, kLifetimeSeconds));
+  await insist(stubborn(notes), () => asking.subscribeCov(to, object, 1, false, false, kLifetimeSeconds, numbered()));
   const requestMs = await timed(rounds, (index) => insist(stubborn(notes), async () => {
     const value = index + 0.75;
     const { change, forget } = nextChange(hearing, address, object);
@@ -159,8 +179,7 @@ async function useOtherPort(options) {
     const hearing = await takeOtherTool();
     try {
       if (options.setting) {
-        await insist(stubborn({}), () => hearing.it.readProperty({ address: options.address }, kWatchedElsewhere,
-          PropertyIdentifier.PRESENT_VALUE));
+        await insist(stubborn({}), () => read(hearing.it, { address: options.address }, kWatchedElsewhere));
       }
       return await watch(options, { asking: asking.it, hearing: hearing.it, object: kWatchedElsewhere });
     } finally {

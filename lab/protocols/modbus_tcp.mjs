@@ -12,7 +12,7 @@ const kPort = 502;
 const kUnit = 1;
 const kMasters = 4;
 const kRegistersEach = 100;
-const kSlots = 0x8000 / kRegistersEach;
+const kSlots = Math.floor(0x8000 / kRegistersEach);
 /** Input registers hold this, whatever is written elsewhere. */
 const inputRegister = (address) => (address * 31 + 7) % 0x10000;
 

@@ -3,7 +3,7 @@ import { mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
 import { ask, startDaemon } from './support/daemons.mjs';
-import { insist, timed } from './support/requests.mjs';
+import { insist, timed, WrongAnswer } from './support/requests.mjs';
 
 export const title = 'NTP';
 
@@ -42,8 +42,8 @@ export async function use({ address, rounds, timeoutMs }) {
     const text = await insist({ tries: kTries, notes, isLoss: /no eligible servers/ }, () => ask(
       ['ntpdig', '-4', '-j', '-t', String(seconds), address], { timeoutMs: timeoutMs + 2000 }));
     const { offset, precision, stratum } = JSON.parse(text);
-    if (!(Math.abs(offset) <= precision)) throw new Error(`NTP: ${text.trim()}`);
-    if (stratum !== kStratum) throw new Error(`NTP: stratum ${stratum}`);
+    if (!(Math.abs(offset) <= precision)) throw new WrongAnswer(`NTP: ${text.trim()}`);
+    if (stratum !== kStratum) throw new WrongAnswer(`NTP: stratum ${stratum}`);
     notes.largestOffsetMs = Math.max(notes.largestOffsetMs, 1000 * Math.abs(offset));
   });
   return { requestMs, notes };

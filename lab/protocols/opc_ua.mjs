@@ -19,9 +19,11 @@ export const settingNeeded = 'endpointMustExist: false';
 
 const kPort = 4840;
 const kFolder = 'ns=1;s=Controller';
-const kSetpoint = 'ns=1;s=Setpoint';
+/** Each use writes a variable of its own: what an earlier one wrote may arrive late, by its old connection. */
+const kSetpoints = 50;
+const setpoint = (number) => `Setpoint${number % kSetpoints}`;
 const kWatched = 'ns=1;s=Watched';
-const kNames = ['Setpoint', 'Watched'];
+const kNames = [...Array.from({ length: kSetpoints }, (_, number) => setpoint(number)), 'Watched'];
 const kPublishingMs = 50;
 
 const certificates = (folder) =>
@@ -96,13 +98,16 @@ async function browse(session) {
   mustBe('OPC UA names', references.map(({ browseName }) => browseName.name).join(' '), kNames.join(' '));
 }
 
+let uses = 0;
+
 /** Writes, reads back and browses in turn. */
 export async function use(options) {
+  const nodeId = `ns=1;s=${setpoint(uses++)}`;
   return withSession(options, async (session) => ({
     requestMs: await timed(options.rounds, async (index) => {
       const value = Math.floor(index / 3) + 0.25;
-      if (index % 3 === 0) await write(session, kSetpoint, value);
-      if (index % 3 === 1) await read(session, kSetpoint, value);
+      if (index % 3 === 0) await write(session, nodeId, value);
+      if (index % 3 === 1) await read(session, nodeId, value);
       if (index % 3 === 2) await browse(session);
     }),
   }));

@@ -17,7 +17,10 @@ const kTrapPort = 162;
 const kTries = 3;
 const kCommunity = 'site';
 const kLab = '1.3.6.1.4.1.8072.9999.9999';  // for experiments (NET-SNMP-MIB)
-const kScalars = ['plain', 'secured', 'trapped'];
+/** A datagram may arrive late, behind a newer one: values that are written soon after another have each a place. */
+const kPlaces = 100;
+const placesOf = (kind) => Array.from({ length: kPlaces }, (_, place) => `${kind}${place}`);
+const kScalars = ['trapped', ...placesOf('plain'), ...placesOf('secured')];
 const oid = (name) => `${kLab}.${kScalars.indexOf(name) + 1}`;
 const instance = (name) => `${oid(name)}.0`;
 const kTrap = `${kLab}.0.1`;
@@ -112,16 +115,20 @@ async function withSession(session, body) {
   }
 }
 
+let written = 0;
+
 /** Sets a value and gets it back, in turn. */
-const setAndGet = (open, name) => ({ address, rounds, timeoutMs }) =>
-  withSession(open(address, timeoutMs), async (session) => ({
-    requestMs: await timed(rounds, async (index) => {
+const setAndGet = (open, kind) => ({ address, rounds, timeoutMs }) =>
+  withSession(open(address, timeoutMs), async (session) => {
+    let name;
+    const requestMs = await timed(rounds, async (index) => {
       const value = 1000 + Math.floor(index / 2);
+      if (index % 2 === 0) name = `${kind}${written++ % kPlaces}`;
       if (index % 2 === 0) mustBe('SNMP set', await set(session, name, value), value);
       else mustBe('SNMP get', await call(session, 'get', instance(name)), value);
-    }),
-    notes: {},
-  }));
+    });
+    return { requestMs, notes: {} };
+  });
 
 export const use = setAndGet(openPlain, 'plain');
 

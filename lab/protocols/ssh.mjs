@@ -117,13 +117,14 @@ async function copy(words, host, { site, bytes, own, limitMs }) {
   return seconds;
 }
 
-/** `megabytes` is the size of the file that scp takes there; it has a minute for each. */
+/** `megabytes` is the size of the file that scp takes there; it has a minute for each. 0: lines alone. */
 export async function use({ address, rounds, timeoutMs, folder, megabytes = 5 }) {
   const own = path.join(folder, `ssh-engineer-${randomUUID()}`);
   const words = await options(own, timeoutMs);
   const host = `${userInfo().username}@${address}`;
   try {
     const { requestMs, connectMs, site } = await talk(words, host, { rounds, timeoutMs });
+    if (megabytes === 0) return { requestMs, connectMs, notes: {} };
     const bytes = megabytes * kMegabyte;
     const seconds = await copy(words, host, { site, bytes, own, limitMs: 60_000 * Math.max(1, megabytes) });
     return { requestMs, connectMs, notes: { megabytes, megabytesPerSecond: bytes / 1e6 / seconds } };

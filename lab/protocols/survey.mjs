@@ -4,6 +4,7 @@ import path from 'node:path';
 import { kPlc, kPlcOverlapping } from '../network.mjs';
 import { kRepo } from '../paths.mjs';
 import { connectHost } from './host.mjs';
+import { kWrongAnswer } from './support/requests.mjs';
 
 /** In the order of the table. */
 export const kProtocols = ['modbus_tcp', 'siemens_s7', 'opc_ua', 'bacnet', 'snmp', 'http', 'ftp', 'tftp', 'ssh', 'vnc', 'ntp', 'dns'];
@@ -58,8 +59,8 @@ export class Survey {
   }
 
   /**
-   * Uses one row's protocol by one route. Returns {works, requestMs, connectMs, notes} or {works: false, error};
-   * `options` as the protocol's use() has them.
+   * Uses one row's protocol by one route. Returns {works, requestMs, connectMs, notes} or {works: false, error,
+   * wrong}, `wrong` when an answer came that is not the right one; `options` as the protocol's use() has them.
    */
   async use({ name, title }, route, options) {
     try {
@@ -67,7 +68,7 @@ export class Survey {
         { address: kRoutes[route], folder: this.#folder, ...options });
       return { works: true, ...result };
     } catch (error) {
-      return { works: false, requestMs: [], error: error.message };
+      return { works: false, requestMs: [], error: error.message, wrong: error.name === kWrongAnswer };
     }
   }
 

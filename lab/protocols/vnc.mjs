@@ -6,7 +6,7 @@ import path from 'node:path';
 import { run } from '../processes.mjs';
 import { content } from './support/content.mjs';
 import { ask, startDaemon } from './support/daemons.mjs';
-import { timed } from './support/requests.mjs';
+import { timed, WrongAnswer } from './support/requests.mjs';
 
 export const title = 'VNC';
 
@@ -36,7 +36,7 @@ const kPicture = 1;
 async function mustShow(what, file, wanted) {
   const { stderr } = await run(['compare', '-metric', 'PSNR', file, wanted, 'null:'], { timeoutMs: 20_000 });
   const decibels = stderr.trim() === 'inf' ? Infinity : Number.parseFloat(stderr);
-  if (!(decibels >= kAlikeDecibels)) throw new Error(`${what}: another picture (PSNR ${stderr.trim()})`);
+  if (!(decibels >= kAlikeDecibels)) throw new WrongAnswer(`${what}: another picture (PSNR ${stderr.trim()})`);
 }
 
 async function drawPicture(own, number) {

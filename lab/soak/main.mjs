@@ -1,6 +1,5 @@
-// A soak: mixed traffic through the tunnel for a long time, with faults at random moments, and an engineer who does
-// several things at once when all is well again. The seed
-// that is printed repeats their choice. Usage: node main.mjs [MINUTES] [SEED]
+// A soak: a working day of mixed traffic and real protocols through the tunnel, with faults at random moments, and an
+// engineer who does several things at once when all is well again. The seed that is printed repeats their choice. Usage: node main.mjs [MINUTES] [SEED]
 import { randomInt } from 'node:crypto';
 import { mkdir, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -10,15 +9,19 @@ import { endedConnections, Engineer, wrongReports } from '../acts.mjs';
 import { kDeviceSecret, kGrant, Lab } from '../lab.mjs';
 import { kPlc } from '../network.mjs';
 import { kBuild } from '../paths.mjs';
+import { Survey } from '../protocols/survey.mjs';
 import { download, modbus, ping } from '../tools.mjs';
 import { describe, startTraffic } from '../traffic.mjs';
 import { kSoakFaults } from './faults.mjs';
 import { Random } from './random.mjs';
 import { Usage } from './usage.mjs';
+import { kServed, Work, writeTable } from './work.mjs';
 
 const kFolder = path.join(kBuild, 'soak');
 const kOverlappingPlc = '172.31.0.10';  // 10.10.0.10 on site, as this computer reaches it
 const kEchoPort = 7;
+// The usual ones belong to the protocols at work.
+const kControllerPorts = { modbus: 1502, web: 8080 };
 const kLargePayload = 1400;  // its packet is too large for the UDP path
 const kTransferSeconds = 240;
 const kRecoveryMs = 90_000;
@@ -64,16 +67,19 @@ async function runFaults(traffic, engineer, report) {
   while (performance.now() < end) {
     await sleep(random.between(1, 6) * 1000);
     const fault = random.choice(kSoakFaults);
-    const atSeconds = (performance.now() - started) / 1000;
+    const fromMs = performance.now();
+    const atSeconds = (fromMs - started) / 1000;
+    const entry = { atSeconds, name: fault.name, fromMs, untilMs: Infinity };
+    report.faults.push(entry);
     const killing = fault.name === 'service killed';
     if (killing) await takeRecord();
     const what = await fault.run(lab, random);
     if (killing) await lab.service.watchOrder({ port: kEchoPort });
-    const entry = { atSeconds, name: fault.name, what };
-    report.faults.push(entry);
+    Object.assign(entry, { what });
     process.stdout.write(`${atSeconds.toFixed(0).padStart(5)} s  ${fault.name}${what ? `: ${what}` : ''}; `);
     const recoveries = await Promise.all(traffic.map((one) => one.waitUntilFlowing({ timeoutMs: kRecoveryMs })));
     entry.recoverySeconds = Math.max(...recoveries) / 1000;
+    entry.untilMs = performance.now();
     const { acts } = await engineer.round('#c-test');
     console.log(`traffic after ${entry.recoverySeconds.toFixed(1)} s; ${['test', ...acts.map(({ act }) => act)].join(', ')}`);
   }
@@ -86,7 +92,7 @@ async function connect() {
   await program.waitForText('#s-state', '在线');
 }
 
-function judge({ tools, small, large, usage, finalTools, engineer, reports }) {
+function judge({ tools, small, large, usage, finalTools, finalUses, work, engineer, reports }) {
   const { megabytes, threads, handles } = usage;
   return {
     'every transfer complete and its hash right': tools.downloads.every(({ ok }) => ok),
@@ -97,6 +103,9 @@ function judge({ tools, small, large, usage, finalTools, engineer, reports }) {
     'order kept on each WebSocket, both ways': order.outOfOrder === 0 &&
       large.udp.reordered <= order.returnedOutOfOrder,
     'nothing lost on a WebSocket that lives': order.missing === 0 && order.messages > 0,
+    'every protocol at work': work.every(({ requests }) => requests > 0),
+    'no request answered wrongly': work.every(({ wrong }) => wrong.length === 0),
+    'no use failed but by a fault': work.every(({ unexplained }) => unexplained.length === 0),
     'what was done beside a job stays done': engineer.wrong.length === 0 && engineer.acts > 0,
     'each connection reported ended once': reports.length === 0,
     'no frame or datagram that the relay refuses': protocolErrors.length === 0,
@@ -104,6 +113,7 @@ function judge({ tools, small, large, usage, finalTools, engineer, reports }) {
     'threads bounded': threads.last <= threads.first + 2,
     'handles bounded': handles.last - handles.first < kHandles,
     'all tools work afterwards': finalTools.every(({ ok }) => ok),
+    'all protocols work afterwards': finalUses.every(({ works }) => works),
   };
 }
 
@@ -111,7 +121,7 @@ async function soak() {
   const report = { minutes, seed, faults: [] };
   await lab.service.watchOrder({ port: kEchoPort });
   await lab.service.setGrant(kGrant, { numbered: true });
-  await connect();
+  const [survey] = await Promise.all([Survey.start(lab, { names: kServed }), connect()]);
   const engineer = new Engineer(lab, random);
   const small = await startTraffic(lab, kPlc, { udp: { sizes: [32, 256, 1302] } });
   const large = await startTraffic(lab, kOverlappingPlc, { udp: { sizes: [kLargePayload] }, tcp: false });
@@ -120,9 +130,11 @@ async function soak() {
   await usage.start(lab);
   report.tools = { downloads: [], modbus: { ok: 0, failed: 0 }, pings: { ok: 0, failed: 0 } };
   const tools = useTools(report.tools);
+  const work = new Work(survey);
   await runFaults([small, large], engineer, report);
   ending = true;
-  await tools;
+  await Promise.all([work.stop(), tools]);
+  report.work = work.report(report.faults);
   report.usage = await usage.stop();
   report.small = await small.stop();
   report.large = await large.stop();
@@ -131,6 +143,8 @@ async function soak() {
   for (const address of [kPlc, kOverlappingPlc]) {
     for (const tool of [ping, download, modbus]) report.finalTools.push(await tool(lab, address));
   }
+  report.finalUses = await work.useAll();
+  await survey.end();
   await takeRecord();
   report.engineer = { rounds: engineer.rounds, acts: engineer.acts, wrong: engineer.wrong };
   report.reports = wrongReports({ ...connections, inForce: (await lab.prefix.readSettings()).connectionId });
@@ -138,7 +152,7 @@ async function soak() {
   return report;
 }
 
-function print({ small, large, tools, usage, engineer, reports, checks }) {
+function print({ small, large, tools, usage, engineer, reports, work, finalUses, checks }) {
   console.log(`\nsmall datagrams and stream: ${describe(small)}\nlarge datagrams: ${describe(large)}`);
   console.log(`over WebSockets: ${JSON.stringify(order)}`);
   const { length } = tools.downloads;
@@ -149,6 +163,10 @@ function print({ small, large, tools, usage, engineer, reports, checks }) {
   console.log(`beside ${engineer.rounds} jobs: ${engineer.acts} acts`);
   for (const { round, done, text } of engineer.wrong) console.log(`job ${round} (${done}): ${text}`);
   for (const text of reports) console.log(text);
+  console.log(`\n${writeTable(work)}`);
+  for (const { title, route, error } of finalUses.filter(({ works }) => !works)) {
+    console.log(`afterwards, ${title}, ${route}: ${error}`);
+  }
   for (const [name, ok] of Object.entries(checks)) console.log(`${ok ? 'ok' : 'not ok'} - ${name}`);
 }
 
@@ -157,7 +175,7 @@ await rm(kFolder, { recursive: true, force: true });
 await mkdir(kFolder, { recursive: true });
 let report = { minutes, seed, checks: {} };
 try {
-  lab = await Lab.create({ artifacts: kFolder, settings: { testIp: kPlc } });
+  lab = await Lab.create({ artifacts: kFolder, settings: { testIp: kPlc }, controllerPorts: kControllerPorts });
   report = await soak();
   print(report);
 } catch (error) {

@@ -9,6 +9,7 @@ import { after, before, test } from 'node:test';
 import { kLabSuffix } from '../../lab/paths.mjs';
 import { Processes, run, runOrFail } from '../../lab/processes.mjs';
 import { connectHost } from '../../lab/protocols/host.mjs';
+import { kWrongAnswer } from '../../lab/protocols/support/requests.mjs';
 
 const kLimit = { timeout: 120_000 };
 const kRounds = 20;
@@ -86,14 +87,14 @@ for (const name of kNames) {
 
 const kFalsified = '127.0.0.9';  // in the tool's namespace: a server whose answers are not the site's
 
-/** Uses the protocol past a falsifier with these words; fails unless use() fails for `reason`. */
-async function refuses(name, title, port, words, reason) {
+/** Uses the protocol past a falsifier with these words; fails unless use() fails with `error`. */
+async function refuses(name, title, port, words, error) {
   await served(name, async () => {
     const falsifier = await processes.start('falsifier', ['node',
       path.join(import.meta.dirname, 'protocols_falsifier.mjs'), kFalsified, String(port), kSite[0], ...words],
     { namespace: kHosts[1], ready: /ready/ });
     try {
-      await assert.rejects(useOn(name, title, { address: kFalsified, setting: true }), { message: reason });
+      await assert.rejects(useOn(name, title, { address: kFalsified, setting: true }), error);
     } finally {
       await processes.stop(falsifier);
     }
@@ -115,7 +116,7 @@ const kFalse = [
 ];
 for (const [name, title, port, words, reason] of kFalse) {
   test(`${title}: a value that is changed on its way is noticed`, kLimit, () =>
-    refuses(name, title, port, words, reason));
+    refuses(name, title, port, words, { name: kWrongAnswer, message: reason }));
 }
 
 for (const [name, file] of [['ftp', 'ftp'], ['tftp', 'tftp'], ['ssh', 'ssh/files']]) {
@@ -123,20 +124,22 @@ for (const [name, file] of [['ftp', 'ftp'], ['tftp', 'tftp'], ['ssh', 'ssh/files
     const { title } = await import(`../../lab/protocols/${name}.mjs`);
     await writeFile(path.join(folder, file, 'firmware.bin'), 'another');
     await assert.rejects(useOn(name, title, { address: kSite[0], megabytes: 1 }),
-      { message: /firmware\.bin: the bytes differ \(7 came/ });
+      { name: kWrongAnswer, message: /firmware\.bin: the bytes differ \(7 came/ });
   }));
 }
 
 test('VNC: another picture is noticed', kLimit, () => served('vnc', () =>
-  assert.rejects(useOn('vnc', 'VNC', { address: kSite[0] }), { message: /VNC: another picture/ }),
+  assert.rejects(useOn('vnc', 'VNC', { address: kSite[0] }),
+    { name: kWrongAnswer, message: /VNC: another picture/ }),
 { shown: 2 }));
 
 test('SNMP v3: a wrong byte is not taken', kLimit, () =>
-  refuses('snmp', 'SNMP v3, with passwords', 161, ['@-1', '1'], /digest/i));
+  refuses('snmp', 'SNMP v3, with passwords', 161, ['@-1', '1'], { message: /digest/i }));
 
 test('a server that is not there is an error in time', kLimit, async () => {
   for (const name of kNames) {
     const { title } = await import(`../../lab/protocols/${name}.mjs`);
-    await assert.rejects(useOn(name, title, { address: '192.0.2.99', timeoutMs: 1500 }), Error, title);
+    await assert.rejects(useOn(name, title, { address: '192.0.2.99', timeoutMs: 1500 }),
+      ({ name: kind }) => kind !== kWrongAnswer, title);
   }
 });

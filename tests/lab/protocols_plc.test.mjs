@@ -7,6 +7,7 @@ import { after, before, describe, it } from 'node:test';
 
 import * as modbusTcp from '../../lab/protocols/modbus_tcp.mjs';
 import * as siemensS7 from '../../lab/protocols/siemens_s7.mjs';
+import { kWrongAnswer } from '../../lab/protocols/support/requests.mjs';
 
 const kAddresses = ['127.0.0.1', '127.0.0.2'];
 const kLine = '127.0.0.3';
@@ -103,7 +104,10 @@ for (const { name, protocol, port, failures } of kProtocols) {
         it(`${title}: a line that ${act} makes it fail in time, and only that`, async () => {
           line.act = act;
           const started = performance.now();
-          await assert.rejects(use({ ...options, address: kLine }), { message });
+          await assert.rejects(use({ ...options, address: kLine }), (error) => {
+            assert.match(error.message, message);
+            return (error.name === kWrongAnswer) === (act === 'lies');
+          });
           assert.ok(performance.now() - started < 2 * kTimeoutMs);
           line.act = 'hands';
           const { requestMs } = await use({ ...options, address: kLine });

@@ -45,7 +45,7 @@ test('passes an error on as a rejection and goes on', kLimit, () => withProcess(
   child.removeAllListeners('message');
   const foreign = once(child, 'message');
   child.send({ id: 99, method: 'constructor', args: [] });
-  assert.equal((await foreign)[0].error, 'The service has no method constructor.');
+  assert.deepEqual((await foreign)[0].error, { name: 'Error', message: 'The service has no method constructor.' });
 }));
 
 test('ends when its parent lets go, and calls then fail', kLimit, () => withProcess(async (remote, child, ended) => {

@@ -1,6 +1,8 @@
 // What files hold that travel through the tunnel: the same on both sides, and nothing a line could compress.
 import { createCipheriv, createHash } from 'node:crypto';
 
+import { WrongAnswer } from './requests.mjs';
+
 const kKey = Buffer.from('a file on site..');
 
 /** `bytes` bytes that look random and are the same each time; another `number`, other bytes. */
@@ -15,5 +17,5 @@ export const sha256 = (bytes) => createHash('sha256').update(bytes).digest('hex'
 /** Fails unless `got` and `wanted` are the same bytes. */
 export function mustHold(what, got, wanted) {
   if (Buffer.compare(got, wanted) === 0) return;
-  throw new Error(`${what}: the bytes differ (${got.length} came, ${wanted.length} wanted)`);
+  throw new WrongAnswer(`${what}: the bytes differ (${got.length} came, ${wanted.length} wanted)`);
 }

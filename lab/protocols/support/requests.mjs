@@ -1,5 +1,8 @@
 // What the protocols' modules share: requests one after another, each timed and compared.
 
+/** The name of the error in each process: its class does not travel between them. */
+export const kWrongAnswer = 'WrongAnswer';
+
 /** Does `request(index)` `rounds` times, one after another; returns how long each took, in milliseconds. */
 export async function timed(rounds, request) {
   const requestMs = [];
@@ -11,9 +14,14 @@ export async function timed(rounds, request) {
   return requestMs;
 }
 
+/** An answer came, and it is not the right one; every other error says that none came. */
+export class WrongAnswer extends Error {
+  name = kWrongAnswer;
+}
+
 /** Fails unless `got` is `wanted`; both go into the error's text. */
 export function mustBe(what, got, wanted) {
-  if (got !== wanted) throw new Error(`${what}: wanted ${wanted}, got ${got}`);
+  if (got !== wanted) throw new WrongAnswer(`${what}: wanted ${wanted}, got ${got}`);
 }
 
 /** The promise's outcome, or after `timeoutMs` an error that names `what` was waited for. */

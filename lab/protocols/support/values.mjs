@@ -1,8 +1,9 @@
 // What a device holds, and whether all of it came over the line.
+import { WrongAnswer } from './requests.mjs';
 
 /** Fails unless `got` holds what `wanted` does; names the first place where they differ. */
 export function mustMatch(what, got, wanted) {
-  if (got.length !== wanted.length) throw new Error(`${what}: ${wanted.length} wanted, ${got.length} came`);
+  if (got.length !== wanted.length) throw new WrongAnswer(`${what}: ${wanted.length} wanted, ${got.length} came`);
   const place = wanted.findIndex((value, index) => got[index] !== value);
-  if (place >= 0) throw new Error(`${what}, number ${place}: wanted ${wanted[place]}, got ${got[place]}`);
+  if (place >= 0) throw new WrongAnswer(`${what}, number ${place}: wanted ${wanted[place]}, got ${got[place]}`);
 }
