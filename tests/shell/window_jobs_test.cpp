@@ -71,13 +71,16 @@ TEST_F(WindowJobs, ShowWhatTheyThrow) {
 }
 
 TEST_F(WindowJobs, AreDroppedWithoutATraceWhileOneRuns) {
+  std::promise<void> begun;
   std::promise<void> gate;
-  jobBody_ = [opened = gate.get_future().share()](settings::Settings&, tunnel::Tunnel&) {
+  jobBody_ = [&begun, opened = gate.get_future().share()](settings::Settings&, tunnel::Tunnel&) {
+    begun.set_value();
     opened.wait();
     return std::wstring(L"完成");
   };
   PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"first\"}}");
   Pump();
+  begun.get_future().wait();
   ForgetRecords();
   for (const wchar_t* action : {L"connect", L"test", L"stop", L"desktop", L"secondary"}) {
     PageSends(L"{\"action\":\"" + std::wstring(action) + L"\",\"f\":{\"secret\":\"second\"}}");

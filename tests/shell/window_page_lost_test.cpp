@@ -170,13 +170,16 @@ TEST_F(WindowPageLost, ALoadedProfileReplacesWhatWasTyped) {
 }
 
 TEST_F(WindowPageLost, AJobThatRunsIsShownAsRunning) {
+  std::promise<void> begun;
   std::promise<void> gate;
-  jobBody_ = [opened = gate.get_future().share()](settings::Settings&, tunnel::Tunnel&) {
+  jobBody_ = [&begun, opened = gate.get_future().share()](settings::Settings&, tunnel::Tunnel&) {
+    begun.set_value();
     opened.wait();
     return std::wstring(L"结果");
   };
   PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"mine\"}}");
   Pump();
+  begun.get_future().wait();
   Fail(Kind::BrowserExited);
   ForgetRecords();
   PageSends(kReady);
