@@ -22,7 +22,8 @@ async function refuseThenGrant(lab, program, code, times) {
   assert.equal(requests.length, times + 1);
   for (let i = 1; i < requests.length; i += 1) {
     const gap = requests[i].timeMs - requests[i - 1].timeMs;
-    assert.ok(gap > 4_700 && gap < 7_000, `${code}: retry ${i} came after ${gap} ms`);
+    // The service notes a request when its process gets round to it.
+    assert.ok(gap > 4_000 && gap < 7_000, `${code}: retry ${i} came after ${gap} ms`);
   }
 }
 

@@ -188,7 +188,7 @@ scenario('a hello every 15 s keeps the UDP path; 45 s without an answer end it u
     const fellBackMs = await waitForGrowth(lab, 'webSocketFromClient', 60 * kSecond);
     const silentMs = fellBackMs - second.timeMs;
     t.diagnostic(`by WebSocket ${(silentMs / kSecond).toFixed(1)} s after the last acknowledgement`);
-    assert.ok(silentMs > 44.9 * kSecond && silentMs < 60 * kSecond, `after ${silentMs} ms`);
+    assert.ok(silentMs > 44 * kSecond && silentMs < 60 * kSecond, `after ${silentMs} ms`);
     await lab.service.setUdp({ helloAnswer: 'proper' });
     await waitForGrowth(lab, 'udpFromClient', 25 * kSecond);
     await traffic.waitUntilFlowing(kFlowing);
