@@ -14,6 +14,7 @@ import { Replies } from './replies.mjs';
 import { UdpRelay } from './udp_relay.mjs';
 
 const kSocketBytes = 4 << 20;
+const kKeepAliveMs = 60_000;
 
 export class LabService {
   #record = new Record();
@@ -71,7 +72,8 @@ export class LabService {
   }
 
   async resumeListening() {
-    const server = http.createServer(httpApi(this.#record, this.#replies));
+    // A paused service must not find, when it goes on, that a waiting request's connection has been idle for too long.
+    const server = http.createServer({ keepAliveTimeout: kKeepAliveMs }, httpApi(this.#record, this.#replies));
     server.on('connection', (socket) => {
       this.#sockets.add(socket);
       socket.on('close', () => this.#sockets.delete(socket));
