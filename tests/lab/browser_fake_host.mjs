@@ -43,7 +43,8 @@ export class FakeHost {
       }
     });
     host.socket.on('error', () => {});
-    host.closed = once(host.socket, 'close');
+    // Not once(): it would fail for a reset, by which the bridge may close with something unread.
+    host.closed = new Promise((resolve) => { host.socket.once('close', resolve); });
     await once(host.socket, 'connect');
     return host;
   }
@@ -63,7 +64,7 @@ export class FakeHost {
   }
 
   /** Takes the next frame of that kind out of those that came. */
-  async next(kind, timeoutMs = 15_000) {
+  async next(kind, timeoutMs = 40_000) {
     return new Promise((resolve, reject) => {
       const look = () => {
         const at = this.frames.findIndex((frame) => frame.kind === kind);
