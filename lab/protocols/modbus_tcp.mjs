@@ -2,6 +2,7 @@
 import { once } from 'node:events';
 import { createRequire } from 'node:module';
 
+import { startEach } from './support/each.mjs';
 import { timed, within } from './support/requests.mjs';
 import { mustMatch } from './support/values.mjs';
 
@@ -33,15 +34,7 @@ async function start(address) {
 
 /** One server an address. Returns the function that ends them. */
 export async function serve({ addresses }) {
-  const servers = [];
-  const stop = () => Promise.all(servers.map((server) => new Promise((done) => { server.close(done); })));
-  try {
-    for (const address of addresses) servers.push(await start(address));
-  } catch (error) {
-    await stop();
-    throw error;
-  }
-  return stop;
+  return startEach(addresses, start, (server) => new Promise((done) => { server.close(done); }));
 }
 
 /** The library calls back only for a connection that is still open: nobody waits for this one. */
