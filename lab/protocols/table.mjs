@@ -15,7 +15,7 @@ const kHeader = ['protocol', 'direct', 'NAT', 'UDP relay', 'WebSocket only', 'lo
   'clean: median, 99 %', 'lossy: median, 99 %'];
 const kMarks = { begin: '<!-- made by lab/protocols/table.mjs -->', end: '<!-- up to here -->' };
 
-/** "yes", "setting" where the tool needs one, "no" where it works nowhere, or where it does. */
+/** "yes", "setting" where one of them needs it, "in part" where only some work, "no" where none does. */
 function outcomeOf(results) {
   if (results.length === 0) return '-';
   const working = results.filter(({ works }) => works);

@@ -95,6 +95,7 @@ test('the document says of each protocol what was seen', async () => {
   const said = readTable(await readFile(kDocument, 'utf8'));
   const seen = rowsOf(results);
   const outcomes = (rows) => rows.map((cells) => cells.slice(0, kOutcomes).join(' | '));
+  assert.deepEqual(results.filter(({ wrong }) => wrong), [], 'what does not work gives no answer, never a wrong one');
   assert.deepEqual(outcomes(seen), outcomes(said));
   for (const [index, cells] of seen.entries()) {
     for (const column of kTimes) checkTime(cells[0], medianOf(cells[column]), medianOf(said[index][column]));
