@@ -16,7 +16,7 @@ const kRounds = 20;
 const kTimeoutMs = 4000;
 const kEngineer = '192.0.2.1';
 const kSite = ['192.0.2.10', '192.0.2.11'];
-const kNames = ['opc_ua', 'bacnet', 'snmp', 'ftp', 'tftp', 'ssh', 'vnc', 'ntp', 'dns'];
+const kNames = ['opc_ua', 'bacnet', 'snmp', 'http', 'ftp', 'tftp', 'ssh', 'vnc', 'ntp', 'dns'];
 const kHosts = ['site', 'tool'].map((host) => `${host}${kLabSuffix}-prot`);
 
 const processes = new Processes();
@@ -77,7 +77,7 @@ for (const name of kNames) {
       for (const { title, settingNeeded } of all) {
         for (const setting of settingNeeded ? [false, true] : [undefined]) {
           const results = await Promise.all(kSite.map((address) => useOn(name, title, { address, setting })));
-          for (const { requestMs } of results) assert.equal(requestMs.length, kRounds, title);
+          for (const { requestMs } of results) assert.ok(requestMs.length >= kRounds, title);
         }
       }
     }));
@@ -102,6 +102,7 @@ async function refuses(name, title, port, words, error) {
 }
 
 // Values as they travel: OPC UA's doubles little-endian, BACnet's reals and SNMP's integers behind their tags.
+const hex = (text) => Buffer.from(text).toString('hex');
 const kFalse = [
   ['opc_ua', 'OPC UA', 4840, ['000000000000d03f', '000000000000e03f'], /value of .* wanted 0\.25, got 0\.5/],
   ['opc_ua', 'OPC UA subscription', 4840, ['000000000000f03f', '0000000000000040'],
@@ -110,6 +111,8 @@ const kFalse = [
   ['bacnet', 'BACnet/IP change of value', 47808, ['443f400000', '443f800000'],
     /change of value: wanted 0\.75, got 1/],
   ['snmp', 'SNMP v2c', 161, ['020203e8', '020203e9'], /SNMP set: wanted 1000, got 1001/],
+  ['http', 'HTTP, 50 connections at once', 80, [hex(' 7 page'), hex(' 8 page')], /HTTP, page 7: wanted page 7 .*page 8/s],
+  ['http', 'WebSocket, held', 80, [hex(' 7 page'), hex(' 8 page')], /WebSocket, answer: wanted page 7/],
   ['ntp', 'NTP', 123, ['@35', '1'], /"offset":[+-]?0\.[45]/],
   ['dns', 'DNS by UDP', 53, ['c0000200', 'c0000263'], /wanted 192\.0\.2\.0, got 192\.0\.2\.99/],
   ['dns', 'DNS by TCP', 53, ['c0000200', 'c0000263'], /wanted 192\.0\.2\.0, got 192\.0\.2\.99/],
