@@ -29,14 +29,20 @@ function(client_program target)
   configure_file("${resources}/velmarine.rc.in" "${made}/velmarine.rc" @ONLY)
   configure_file("${resources}/velmarine.manifest.in" "${made}/velmarine.manifest" @ONLY)
 
+  file(GLOB page_parts CONFIGURE_DEPENDS
+    "${CMAKE_SOURCE_DIR}/webui/*.in" "${CMAKE_SOURCE_DIR}/webui/style/*.css" "${CMAKE_SOURCE_DIR}/webui/script/*.js")
+  add_custom_command(OUTPUT "${made}/app.html"
+    COMMAND ${CMAKE_COMMAND} "-DOUT=${made}/app.html" -P "${CMAKE_SOURCE_DIR}/webui/join.cmake"
+    DEPENDS "${CMAKE_SOURCE_DIR}/webui/join.cmake" ${page_parts} VERBATIM)
+
   # The driver files, the page, the icon. Built apart from the C++ files, whose warning flags the
   # resource compiler does not know.
   driver_files(driver_folder)
-  add_library(${target}_resources OBJECT "${made}/velmarine.rc")
+  add_library(${target}_resources OBJECT "${made}/velmarine.rc" "${made}/app.html")
   target_include_directories(${target}_resources PRIVATE
-    "${made}" "${driver_folder}" "${CMAKE_SOURCE_DIR}/webui" "${resources}")
+    "${made}" "${driver_folder}" "${resources}")
   set_source_files_properties("${made}/velmarine.rc" PROPERTIES OBJECT_DEPENDS
-    "${driver_folder}/WinDivert.dll;${driver_folder}/WinDivert64.sys;${CMAKE_SOURCE_DIR}/webui/app.html;${resources}/velmarine.ico;${made}/velmarine.manifest")
+    "${driver_folder}/WinDivert.dll;${driver_folder}/WinDivert64.sys;${made}/app.html;${resources}/velmarine.ico;${made}/velmarine.manifest")
   if(VELMARINE_DRIVER STREQUAL "lab")
     add_dependencies(${target}_resources lab_windivert)
   endif()

@@ -1,12 +1,12 @@
 // The page in a real Chromium, with a bridge stub in the place of the window's.
-import { readFile } from 'node:fs/promises';
 import { createRequire } from 'node:module';
 import { after, before, test } from 'node:test';
+
+import { kPage } from './joined_page.mjs';
 
 const require = createRequire(new URL('../../lab/package.json', import.meta.url));
 const { chromium } = require('playwright-core');
 
-const kPageFile = new URL('../../webui/app.html', import.meta.url);
 // Answered by interception, so a page can be altered before its scripts run; nothing is looked up.
 const kPageAddress = 'http://page.test/app.html';
 const kActionMs = 5_000;
@@ -57,7 +57,7 @@ export class BrowserPage {
     self.console = [];
     self.view.on('pageerror', (error) => self.errors.push(error.message));
     self.view.on('console', (line) => self.console.push(line.text()));
-    const html = alter(await readFile(kPageFile, 'utf8'));
+    const html = alter(kPage);
     await self.view.route('**/*', (route) => {
       const address = route.request().url();
       self.requests.push(address);

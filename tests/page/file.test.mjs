@@ -1,21 +1,23 @@
 // The file itself: one piece, valid, small enough, asking for nothing.
 import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
 import { readdir, readFile } from 'node:fs/promises';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
+import { kPage, kPageBytes } from './joined_page.mjs';
+
 const require = createRequire(new URL('../../lab/package.json', import.meta.url));
 const { HtmlValidate } = require('html-validate');
 
-const kFile = fileURLToPath(new URL('../../webui/app.html', import.meta.url));
-const bytes = await readFile(kFile);
-const html = bytes.toString('utf8');
+const bytes = kPageBytes;
+const html = kPage;
 
 test('the validator finds nothing', async () => {
   const report = await new HtmlValidate({ extends: ['html-validate:recommended', 'html-validate:document', 'html-validate:a11y'] })
-    .validateString(html, kFile);
+    .validateString(html, 'app.html');
   const found = report.results.flatMap(({ messages }) => messages)
     .map(({ line, ruleId, message }) => `${line} ${ruleId}: ${message}`);
   assert.deepEqual(found, []);
@@ -51,6 +53,11 @@ test('the texts it reads the connection from are those that the program sends', 
   for (const text of [...texts, 'Connection authorization failed:', 'Resolve failed:']) {
     assert.ok(sources.includes(`L"${text}`), text);
   }
+});
+
+test('no two of its scripts give one name twice', () => {
+  const script = html.slice(html.indexOf('<script>') + '<script>'.length, html.indexOf('</script>'));
+  execFileSync(process.execPath, ['--check', '--input-type=module', '-'], { input: script });
 });
 
 test('its script is made of small functions', () => {

@@ -1,0 +1,29 @@
+// From the window: each message to the script that shows it.
+import { renderState } from './side.js';
+import { restoreForm } from './stand_in.js';
+import { applyFields } from './fields.js';
+import { appendLog, replaceLog } from './log.js';
+import { ROLE, setRole } from './layout.js';
+
+/** What cannot be read is nothing: a message must not be able to stop the page. */
+function parseMessage(data) {
+  try {
+    const message = typeof data === 'string' ? JSON.parse(data) : data;
+    return message ?? {};
+  } catch {
+    return {};
+  }
+}
+
+export function receive(data) {
+  const message = parseMessage(data);
+  switch (message.t) {
+    case 'init': setRole(message.role || ROLE); break;
+    case 'state': renderState(message); break;
+    case 'apply': applyFields(message); break;
+    case 'log': appendLog(message.ts, message.msg, message.cls); break;
+    case 'form': restoreForm(message.fields ?? {}); break;
+    case 'logs': replaceLog(message.lines); break;
+    default: break;
+  }
+}
