@@ -18,12 +18,15 @@ export async function ping(lab, address, count = 5) {
 
 const sha256 = async (file) => createHash('sha256').update(await readFile(file)).digest('hex');
 
-/** Downloads the controller's 5 MB file and compares its hash with the original's. */
-export async function download(lab, address, { seconds: limit = 60 } = {}) {
+const kTimedOut = 28;  // curl's exit code
+
+/** Downloads the controller's 5 MB file and compares its hash with the original's; gives up after `silentSeconds` without a byte. */
+export async function download(lab, address, { seconds: limit = 60, silentSeconds = limit } = {}) {
   const target = path.join(lab.workFolder, 'downloaded.bin');
-  const result = await lab.tool(['curl', '-sS', '--max-time', String(limit), '-o', target,
+  const result = await lab.tool(['curl', '-sS', '--max-time', String(limit), '--speed-limit', '1',
+    '--speed-time', String(silentSeconds), '-o', target,
     '-w', '%{size_download} %{time_total}', `http://${address}:${lab.controllerPorts.web}/file`], { timeoutMs: (limit + 5) * 1000 });
-  if (result.code !== 0) return failed(result);
+  if (result.code !== 0) return { ...failed(result), silent: result.code === kTimedOut };
   const [bytes, seconds] = result.stdout.split(' ').map(Number);
   const [got, wanted] = await Promise.all([sha256(target), sha256(lab.plcFile)]);
   await rm(target, { force: true });
