@@ -1,11 +1,8 @@
 // The file itself: one piece, valid, small enough, asking for nothing.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { readdir, readFile } from 'node:fs/promises';
 import { createRequire } from 'node:module';
-import path from 'node:path';
 import { test } from 'node:test';
-import { fileURLToPath } from 'node:url';
 
 import { kPage, kPageBytes } from './joined_page.mjs';
 
@@ -34,25 +31,6 @@ test('is far below what the window can take', () => assert.ok(html.length * 2 < 
 
 test('names no other file and no address', () => {
   assert.doesNotMatch(html, /\b(src|href|action)\s*=|@import|url\(|https?:|\bfetch\(|XMLHttpRequest|WebSocket|import\(/i);
-});
-
-/** The C++ sources of the program, which send what the page reads. */
-async function programSources() {
-  const folder = fileURLToPath(new URL('../../src', import.meta.url));
-  const names = (await readdir(folder, { recursive: true })).filter((name) => name.endsWith('.cpp'));
-  return (await Promise.all(names.map((name) => readFile(path.join(folder, name), 'utf8')))).join('\n');
-}
-
-test('the texts it reads the connection from are those that the program sends', async () => {
-  const script = html.slice(html.indexOf('<script>'));
-  const jobs = script.slice(script.indexOf('const kJobs'), script.indexOf('};', script.indexOf('const kJobs')));
-  const constants = [...script.matchAll(/^const k(?:Reconnecting|RetryArmed|Retrying) = '(.+)';/gm)].map(([, text]) => text);
-  const texts = [...[...jobs.matchAll(/'([^']+\.\.\.)'/g)].map(([, text]) => text), ...constants];
-  assert.equal(texts.length, 9, texts.join());
-  const sources = await programSources();
-  for (const text of [...texts, 'Connection authorization failed:', 'Resolve failed:']) {
-    assert.ok(sources.includes(`L"${text}`), text);
-  }
 });
 
 test('no two of its scripts give one name twice', () => {

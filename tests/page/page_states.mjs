@@ -41,6 +41,7 @@ const kFirstStart = [
   apply({ secret: '', testip: '', profileName: '', targets: ['自动'], profiles: [], profileSel: '' }),
   state('off', '就绪。', { device: '' }), log('02:14:07', '客户端启动中'),
 ];
+const kConnecting = [state('off', '正在请求连接授权...'), log('02:14:29', '正在请求连接授权...')];
 const kResolved = [
   apply(), state('off', '就绪。'), log('02:14:07', '客户端启动中'), log('02:14:20', '正在获取现场端网段...'),
   log('02:14:21', '已获取现场端 DEV-2041 的共享网段。', 'ok'),
@@ -54,12 +55,13 @@ const kOnline = [
 export const kStates = {
   first: kFirstStart,
   resolved: [...kResolved, state('off', '已获取现场端 DEV-2041 的共享网段。')],
-  working: [...kResolved, state('off', '正在请求连接授权...'), log('02:14:29', '正在请求连接授权...')],
+  working: [...kResolved, ...kConnecting],
   online: kOnline,
   testing: [...kOnline, state('up', '正在测试通讯延迟...'), log('02:14:40', '正在测试通讯延迟...')],
   reconnecting: [...kOnline, state('down', kConnected), log('02:15:32', '警告：中继连接中断，软件隧道正在自动重连。', 'wn')],
-  retrying: [...kResolved, state('off', kRefused), log('02:14:31', kRefused), log('02:14:31', kRetryArmed, 'wn')],
-  failed: [...kResolved, state('off', kUnreachable), log('02:14:31', kUnreachable, 'er')],
+  retrying: [...kResolved, ...kConnecting, state('off', kRefused), log('02:14:31', kRefused),
+    log('02:14:31', kRetryArmed, 'wn')],
+  failed: [...kResolved, ...kConnecting, state('off', kUnreachable), log('02:14:31', kUnreachable, 'er')],
   error: [...kResolved, { t: 'state', role: 'client', side: { err: true, state: '离线', detail: '等待中心服务' } }],
 };
 

@@ -1,7 +1,7 @@
 // Lines are in the lists at once, in order and never more than kMaxLogLines: a window that is hidden has no frames,
 // and must neither lose lines nor hoard them. Only scrolling, which lays the list out, happens at most once a frame.
 import { asList, asText, byId, setAttribute } from './dom.js';
-import { noteLines, noteLog } from './phase.js';
+import { notePhase } from './phase_view.js';
 
 const kMaxLogLines = 500;
 const kSpokenLinesPerFrame = 4;  // more than anyone can follow are shown but not read out
@@ -74,7 +74,7 @@ export function appendLog(ts, msg, cls) {
     if (list.childElementCount > kMaxLogLines) list.firstElementChild.remove();
   }
   keepAtEnd(1);
-  noteLog(msg, cls);
+  notePhase({ t: 'log', ts, msg, cls });
 }
 
 export function replaceLog(lines) {
@@ -82,5 +82,5 @@ export function replaceLog(lines) {
   setSpoken(false);
   for (const list of kLogs) list.replaceChildren(...kept.map(([ts, msg, cls]) => logLine(ts, msg, cls)));
   keepAtEnd(kept.length);
-  noteLines(kept);
+  notePhase({ t: 'logs', lines: kept });
 }

@@ -1,83 +1,188 @@
-// Told from their texts alone. Shown by data-phase and data-job of the body, which the style sheet knows.
-import { asText, byId, isPresent, setAttribute, setText } from './dom.js';
+// How the connection fares, told from the window's messages alone: messages go in, a view comes out. Pure: the time
+// is handed in, records are frozen, the document is unknown here.
+// The window has no word for "connecting has failed" or "retrying": both follow from which job ran last, how its
+// result reads, and what stands in the log.
 
-const kJobs = {  // the status line while a job runs, and the button that started it
-  '正在请求连接授权...': 'c-connect', '正在自动重试连接授权...': 'c-connect', '正在停止软件隧道...': 'c-stop',
-  '正在测试通讯延迟...': 'c-test', '正在请求远程桌面...': 'c-desktop', '正在获取现场端网段...': 'c-fetch',
-};
+const kConnecting = '正在请求连接授权...';
+const kRetrying = '正在自动重试连接授权...';
+/** The status line while a job runs, and the button that starts this job. */
+const kJobs = new Map([
+  [kConnecting, 'c-connect'], [kRetrying, 'c-connect'], ['正在停止软件隧道...', 'c-stop'],
+  ['正在测试通讯延迟...', 'c-test'], ['正在请求远程桌面...', 'c-desktop'], ['正在获取现场端网段...', 'c-fetch'],
+]);
 const kReconnecting = '软件隧道正在自动重连';
 const kRetryArmed = '授权未恢复，将每 5 秒自动重试连接。';
-export const kRetrying = '正在自动重试连接授权...';
-const kRetryGoneMs = 12000;  // two tries would have been seen by now
+const kUnknownError = 'Unknown error.';
+const kRefused = 'Connection authorization failed:';
+const kNotResolved = 'Resolve failed:';
+const kGranted = '连接授权成功：';
+
+const kConnectJobs = [kConnecting, kRetrying];
+const kRetryGoneMs = 12_000;  // two tries would have been seen by now
+const kDayMs = 24 * 3600 * 1000;
 const kTags = { online: '', error: '出错', reconnecting: '自动重连', retrying: '自动重试', failed: '未成功', idle: '' };
+const kHeldPhases = ['online', 'reconnecting', 'retrying'];  // there is something to end
 
-const seen = { on: false, err: false, detail: '', status: '', tone: '', retrying: false };
-let retryGone = 0;
+export const kJobButtons = Object.freeze([...new Set(kJobs.values())]);
+export const kTones = Object.freeze(['ok', 'wn', 'er']);
+/** What the program must say in these very words: whole texts, and how lines begin. */
+export const kNativeTexts = Object.freeze({
+  busy: Object.freeze([...kJobs.keys()]),
+  whole: Object.freeze([kReconnecting, kRetryArmed, kUnknownError]),
+  starts: Object.freeze([kRefused, kNotResolved, kGranted]),
+});
 
-const jobOf = (status) => (Object.hasOwn(kJobs, status) ? kJobs[status] : null);
+const textOrNone = (value) => (typeof value === 'string' ? value : '');
+const hasLine = (text, start) => text.startsWith(start) || text.includes('\n' + start);
+const isBusyText = (text) => kJobs.has(text);
 
-function currentPhase() {
-  if (seen.on) return 'online';
-  if (seen.err) return 'error';
-  if (seen.detail === kReconnecting) return 'reconnecting';
-  if (seen.retrying) return 'retrying';
-  return seen.tone === 'er' ? 'failed' : 'idle';
+/** Failures that the program's own classes, which go by Chinese words, leave plain or even take for a success. */
+const readsLikeFailure = (text) => text === kUnknownError || hasLine(text, kRefused) || hasLine(text, kNotResolved);
+
+/** What a page knows before the first message. */
+export function startOfConnection() {
+  return Object.freeze({
+    on: false, err: false, detail: '',  // the side panel
+    status: '', tone: '',
+    origin: '',     // the busy text of the job that ended with this status; empty when unknown
+    awaited: '',    // the busy text of the job whose result is the next status
+    triedMs: null,  // when automatic retrying was last known to go on; null when it is not
+  });
 }
 
-/** Nothing tells that retrying has ended in vain, so it counts as ended when no further try is seen. */
-export function watchRetry(heard) {
-  clearTimeout(retryGone);
-  seen.retrying = (heard || seen.retrying) && !seen.on && seen.detail !== kReconnecting;
-  if (!seen.retrying || jobOf(seen.status)) return;
-  retryGone = setTimeout(() => { seen.retrying = false; showPhase(); }, kRetryGoneMs);
+/** Nothing says that retrying has ended in vain, so it counts as ended when no further try is seen. */
+function isRetrying({ status, triedMs }, nowMs) {
+  return triedMs !== null && (isBusyText(status) || nowMs - triedMs < kRetryGoneMs);
 }
 
-/** A refusal's text has no colour of its own, but must not look like a success. */
-export function noteStatus(status) {
-  if (!isPresent(status) || status === seen.status) return;
-  seen.status = asText(status);
-  seen.tone = /^(Connection authorization|Resolve) failed:/m.test(seen.status) ? 'er' : '';
+const withoutOldRetry = (seen, nowMs) =>
+  (seen.triedMs === null || isRetrying(seen, nowMs) ? seen : { ...seen, triedMs: null });
+
+/** A job's end is as good as a try: the window tries again within seconds of it, not while it runs. */
+function seeStatus(seen, status, nowMs) {
+  if (status === undefined || status === null || textOrNone(status) === seen.status) return seen;
+  const text = textOrNone(status);
+  const isTry = text === kRetrying || (seen.triedMs !== null && isBusyText(seen.status));
+  const tone = readsLikeFailure(text) ? 'er' : '';
+  const next = { ...seen, status: text, tone, triedMs: isTry ? nowMs : seen.triedMs };
+  if (isBusyText(text)) return { ...next, origin: '', awaited: text };
+  if (hasLine(text, kGranted)) next.triedMs = null;
+  return { ...next, origin: seen.awaited, awaited: '' };
 }
 
-export function noteSide(side) {
-  seen.on = side.on === true;
-  seen.err = side.err === true;
-  if (isPresent(side.detail)) seen.detail = asText(side.detail);
+function seeState(seen, { side, statusline }, nowMs) {
+  const { on, err, detail } = side || {};
+  const shown = { on: on === true, err: err === true, detail: detail ?? seen.detail };
+  return seeStatus({ ...seen, ...shown }, statusline, nowMs);
 }
 
 /** The status line comes without a colour; the log line with the same text, right behind it, brings it. */
-export function noteLog(msg, cls) {
-  const isStatus = msg === seen.status && isPresent(cls) && cls !== '';
-  if (isStatus) seen.tone = asText(cls);
-  if (msg === kRetryArmed) watchRetry(true);
-  if (isStatus || msg === kRetryArmed) showPhase();
+function seeLine(seen, { msg, cls }, nowMs) {
+  const awaited = isBusyText(msg) ? msg : seen.awaited;
+  const tone = msg === seen.status && kTones.includes(cls) && !readsLikeFailure(msg) ? cls : seen.tone;
+  const triedMs = msg === kRetryArmed ? nowMs : seen.triedMs;
+  const isNews = awaited !== seen.awaited || tone !== seen.tone || triedMs !== seen.triedMs;
+  return isNews ? { ...seen, awaited, tone, triedMs } : seen;
 }
 
-function ageMs(ts) {
-  const [hours, minutes, seconds] = asText(ts).split(':').map(Number);
-  const now = new Date();
-  const past = (now.getHours() - hours) * 3600 + (now.getMinutes() - minutes) * 60 + now.getSeconds() - seconds;
-  return (past < 0 ? past + 24 * 3600 : past) * 1000;
+function secondsOfDay(ts) {
+  const [, hours, minutes, seconds] = /^(\d+):(\d+):(\d+)$/.exec(textOrNone(ts)) ?? [];
+  return Number(hours) * 3600 + Number(minutes) * 60 + Number(seconds);
 }
 
-/** The log of a page before this one: the colour of the status line, and a retry that may still be going on. */
-export function noteLines(lines) {
-  const [, , cls] = [...lines].reverse().find(([, msg, tone]) => tone && msg === seen.status) ?? [];
-  if (cls) seen.tone = asText(cls);
-  if (lines.some(([ts, msg]) => [kRetryArmed, kRetrying].includes(msg) && ageMs(ts) < kRetryGoneMs)) watchRetry(true);
-  showPhase();
+/** From one time of day to a later one; what cannot be read lies far back. */
+function msBetween(earlier, later) {
+  const ms = (secondsOfDay(later) - secondsOfDay(earlier)) * 1000;
+  return Number.isNaN(ms) ? kDayMs : (ms + kDayMs) % kDayMs;
 }
 
-export function showPhase() {
-  const phase = currentPhase();
-  const job = jobOf(seen.status);
-  document.body.dataset.phase = phase;
-  document.body.toggleAttribute('data-job', job !== null);
-  setText('s-tag', job && ['idle', 'online'].includes(phase) ? '处理中' : kTags[phase]);
-  for (const id of new Set(Object.values(kJobs))) {
-    // A look only: every click goes to the window, which drops what it cannot take now.
-    setAttribute(byId(id), 'aria-busy', id === job ? 'true' : null);
-    setAttribute(byId(id), 'data-waiting', job && id !== job ? '' : null);
+/** Lines carry the time of day only: their ages add up from the last one, for the first may be from days before. */
+function datedLines(lines, nowMs, timeOfDay) {
+  let [later, atMs] = [timeOfDay, nowMs];
+  const lastFirst = [...lines].reverse().map(([ts, msg, cls]) => {
+    atMs -= msBetween(ts, later);
+    later = ts;
+    return { atMs, msg, cls };
+  });
+  return lastFirst.reverse();
+}
+
+/**
+ * Which lines were status lines: busy texts, the results of connecting, what stood there before the next job, and the
+ * last one that reads like today's status.
+ */
+function wereStatus(dated, status) {
+  const shown = dated.findLastIndex(({ msg }) => msg === status);
+  return dated.map(({ msg }, at) => at === shown || isBusyText(msg) || isBusyText(dated[at + 1]?.msg) ||
+    hasLine(textOrNone(msg), kRefused) || hasLine(textOrNone(msg), kGranted));
+}
+
+/** The log of a page before this one, gone through as if its messages came again. */
+function seeLines(seen, lines, nowMs, timeOfDay) {
+  const dated = datedLines(Array.isArray(lines) ? lines.filter(Array.isArray) : [], nowMs, timeOfDay);
+  const isStatus = wereStatus(dated, seen.status);
+  let past = startOfConnection();
+  dated.forEach((line, at) => {
+    if (isStatus[at]) past = seeStatus(withoutOldRetry(past, line.atMs), line.msg, line.atMs);
+    past = seeLine(past, line, line.atMs);
+  });
+  const { tone, origin, awaited } = past.status === seen.status ? past : seen;
+  return { ...seen, tone, origin, awaited, triedMs: past.triedMs ?? seen.triedMs };
+}
+
+/**
+ * What is known after `message`; the very same record when it says nothing new. `nowMs` never goes back; `timeOfDay`
+ * is the clock as log lines show it (HH:MM:SS), which goes back when someone sets it.
+ */
+export function seeMessage(seen, message, nowMs, timeOfDay) {
+  const current = withoutOldRetry(seen, nowMs);
+  switch (message?.t) {
+    case 'state': return Object.freeze(seeState(current, message, nowMs));
+    case 'log': return Object.freeze(seeLine(current, message, nowMs));
+    case 'logs': return Object.freeze(seeLines(current, message.lines, nowMs, timeOfDay));
+    default: return seen;
   }
-  for (const bar of document.querySelectorAll('.statusbar')) bar.className = 'statusbar ' + seen.tone;
+}
+
+/** Only connecting can fail to connect. A result without a known job is one of connecting if it says so itself. */
+function hasFailed({ status, tone, origin }) {
+  if (tone !== 'er' || hasLine(status, kGranted)) return false;
+  return origin === '' ? hasLine(status, kRefused) : kConnectJobs.includes(origin);
+}
+
+function phaseOf(seen, nowMs) {
+  if (seen.on) return 'online';
+  if (seen.err) return 'error';
+  if (seen.detail === kReconnecting) return 'reconnecting';
+  if (isRetrying(seen, nowMs)) return 'retrying';
+  return hasFailed(seen) ? 'failed' : 'idle';
+}
+
+/** While retrying, ending it is the one sensible thing: the tries every few seconds must not make that flicker. */
+function waitingButtons(status) {
+  const isSteady = (id) => id === 'c-stop' && status === kRetrying;
+  return isBusyText(status) ? kJobButtons.filter((id) => id !== kJobs.get(status) && !isSteady(id)) : [];
+}
+
+/**
+ * What the page shows. `job`: the button of the running job, or null; `waiting`: the buttons that wait for its end;
+ * `tone`: of the status line; `tag`: the word beside the state; `resting`: nothing contradicts the window's line for
+ * a connection that has not begun; `offer`: which of the two makes sense now.
+ */
+export function viewOf(seen, nowMs) {
+  const phase = phaseOf(seen, nowMs);
+  const job = kJobs.get(seen.status) ?? null;
+  return Object.freeze({
+    phase, job, tone: seen.tone,
+    tag: job !== null && ['idle', 'online'].includes(phase) ? '处理中' : kTags[phase],
+    waiting: Object.freeze(waitingButtons(seen.status)),
+    resting: phase === 'idle' && job === null && seen.tone !== 'er',
+    offer: kHeldPhases.includes(phase) ? 'stop' : 'connect',
+  });
+}
+
+/** In how many milliseconds the view changes without a message; null when it does not. */
+export function nextChangeMs(seen, nowMs) {
+  if (phaseOf(seen, nowMs) !== 'retrying' || isBusyText(seen.status)) return null;
+  return seen.triedMs + kRetryGoneMs - nowMs;
 }

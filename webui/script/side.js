@@ -1,6 +1,6 @@
 // Shows the state: texts, cards, status line.
 import { asList, byId, escapeHtml, isPresent, setText } from './dom.js';
-import { kRetrying, noteSide, noteStatus, showPhase, watchRetry } from './phase.js';
+import { notePhase } from './phase_view.js';
 import { markScrollers, ROLE, setRole } from './layout.js';
 
 function renderCards(cards) {
@@ -21,9 +21,6 @@ export function renderState(message) {
   if (isPresent(side.cards)) renderCards(side.cards);
   setText('c-statusline', message.statusline);
   setText('e-statusline', message.statusline);
-  noteSide(side);
-  noteStatus(message.statusline);
-  watchRetry(message.statusline === kRetrying);
-  showPhase();
+  notePhase(message);
   markScrollers();
 }

@@ -1,0 +1,48 @@
+// Shows how the connection fares: as attributes of the body, which the style sheet knows, and on what belongs to it.
+import { byId, setAttribute, setText } from './dom.js';
+import { kJobButtons, kTones, nextChangeMs, seeMessage, startOfConnection, viewOf } from './phase.js';
+
+let connection = startOfConnection();
+let phaseTimer = 0;
+
+/** A look only: every click goes to the window, which drops what it cannot take now. */
+function showJob({ job, waiting }) {
+  document.body.toggleAttribute('data-job', job !== null);
+  for (const id of kJobButtons) {
+    const isWaiting = waiting.includes(id);
+    setAttribute(byId(id), 'aria-busy', id === job ? 'true' : null);
+    setAttribute(byId(id), 'data-waiting', isWaiting ? '' : null);
+    setAttribute(byId(id), 'aria-disabled', isWaiting ? 'true' : null);
+  }
+}
+
+function showTone(shown) {
+  for (const bar of document.querySelectorAll('.statusbar')) {
+    for (const tone of kTones) bar.classList.toggle(tone, tone === shown);
+  }
+}
+
+function showPhase() {
+  const nowMs = performance.now();
+  const view = viewOf(connection, nowMs);
+  document.body.dataset.phase = view.phase;
+  document.body.dataset.offer = view.offer;
+  document.body.toggleAttribute('data-resting', view.resting);
+  setText('s-tag', view.tag);
+  showJob(view);
+  showTone(view.tone);
+
+  clearTimeout(phaseTimer);
+  const waitMs = nextChangeMs(connection, nowMs);
+  if (waitMs !== null) phaseTimer = setTimeout(showPhase, waitMs);
+}
+
+/** Takes a state, log or logs message as the window sent it. */
+export function notePhase(message) {
+  const next = seeMessage(connection, message, performance.now(), new Date().toTimeString().slice(0, 8));
+  if (next === connection) return;
+  connection = next;
+  showPhase();
+}
+
+showPhase();  // before the first message
