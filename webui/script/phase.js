@@ -63,11 +63,9 @@ function seeStatus(seen, status, nowMs) {
   if (status === undefined || status === null || textOrNone(status) === seen.status) return seen;
   const text = textOrNone(status);
   const isTry = text === kRetrying || (seen.triedMs !== null && isBusyText(seen.status));
-  const tone = readsLikeFailure(text) ? 'er' : '';
-  const next = { ...seen, status: text, tone, triedMs: isTry ? nowMs : seen.triedMs };
-  if (isBusyText(text)) return { ...next, origin: '', awaited: text };
-  if (hasLine(text, kGranted)) next.triedMs = null;
-  return { ...next, origin: seen.awaited, awaited: '' };
+  const triedMs = hasLine(text, kGranted) ? null : isTry ? nowMs : seen.triedMs;
+  const next = { ...seen, status: text, tone: readsLikeFailure(text) ? 'er' : '', triedMs };
+  return isBusyText(text) ? { ...next, origin: '', awaited: text } : { ...next, origin: seen.awaited, awaited: '' };
 }
 
 function seeState(seen, { side, statusline }, nowMs) {
