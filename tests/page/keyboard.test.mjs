@@ -4,7 +4,7 @@ import { readFile } from 'node:fs/promises';
 import { createRequire } from 'node:module';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
-import { kLongValues, kStates, log, state } from './page_states.mjs';
+import { kLongValues, kRefused, kStates, log, state } from './page_states.mjs';
 
 const require = createRequire(new URL('../../lab/package.json', import.meta.url));
 const kAxe = await readFile(require.resolve('axe-core/axe.min.js'), 'utf8');
@@ -115,9 +115,8 @@ async function readOut(page, body) {
       return region?.checkVisibility() && says !== 'off';
     };
     window.speech = new MutationObserver((records) => {
-      for (const { target, addedNodes } of records) {
-        if (live(target)) for (const node of addedNodes) window.spoken.push(node.textContent);
-      }
+      const added = records.flatMap(({ addedNodes }) => [...addedNodes]);
+      window.spoken.push(...added.filter(live).map((node) => node.textContent));
     });
     window.speech.observe(document.body, { childList: true, subtree: true, characterData: true });
   });
@@ -145,7 +144,19 @@ pageTest('a flood of lines is shown but not read out; afterwards lines are read 
   assert.equal((await page.log()).length, 300);
   await page.view.waitForTimeout(100);
   const afterwards = await readOut(page, () => page.deliver(log('02:14:40', '又一行')));
-  assert.deepEqual(afterwards, ['02:14:40又一行']);
+  assert.deepEqual(afterwards, ['02:14:40 又一行']);
+});
+
+pageTest('a retry in vain is read out once, whatever else happens meanwhile', async (page) => {
+  await page.deliverAll(kStates.resolved);
+  const tried = ['正在自动重试连接授权...', kRefused];
+  const spoken = [];
+  for (let i = 0; i < 5; i += 1) {
+    const lines = [...tried, ...(i === 2 ? ['UDP 通道已就绪'] : [])].map((text) => log(`02:15:${10 + i * 5}`, text));
+    spoken.push(...await readOut(page, () => page.deliverAll(lines)));
+    await page.view.evaluate(() => new Promise(requestAnimationFrame));
+  }
+  assert.deepEqual(spoken.map((text) => text.slice(9)), [tried[0], tried[1], 'UDP 通道已就绪']);
 });
 
 // ---- the judges

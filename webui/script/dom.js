@@ -3,21 +3,39 @@ export const bridge = window.chrome && window.chrome.webview ? window.chrome.web
 
 export const byId = (id) => document.getElementById(id);
 export const isPresent = (value) => value !== undefined && value !== null;
-export const asText = (value) => String(value ?? '');
+/** Objects are no texts: made into one they may throw, recurse without end, or say nothing to anybody. */
+export const asText = (value) => (['string', 'number', 'boolean'].includes(typeof value) ? String(value) : '');
 export const asList = (value) => (Array.isArray(value) ? value : []);
+/** The words of a class attribute that can be names of classes. */
+export const asClass = (value) => asText(value).split(/\s+/).filter((word) => /^[\w-]+$/.test(word)).join(' ');
 
 export function escapeHtml(text) {
   const entities = { '&': '&amp;', '<': '&lt;', '>': '&gt;', '"': '&quot;' };
   return asText(text).replace(/[&<>"]/g, (unit) => entities[unit]);
 }
 
+const kMaxShownUnits = 8000;  // of UTF-16: hours of reading, and laid out within a frame
+
+/** As much of a text as the page shows of one, and how much that leaves out; `whole` says where all of it is. */
+export function shownText(value, whole = '') {
+  const text = asText(value);
+  if (text.length <= kMaxShownUnits) return text;
+  const head = text.slice(0, kMaxShownUnits).replace(/[\ud800-\udbff]$/, '');  // never half a character
+  return `${head}…（还有 ${text.length - head.length} 字未显示${whole}）`;
+}
+
+/** For what the program writes to its log file too: log lines and status messages. */
+export const shownLogText = (value) => shownText(value, '，全文见日志文件');
+
 /** Leaves an element alone that shows the text already: a selection in it stays, nothing is announced again. */
 export function setText(id, value) {
   const element = byId(id);
-  if (!isPresent(value) || !element || element.textContent === asText(value)) return;
-  element.textContent = value;
+  if (!isPresent(value) || !element) return;
+  const text = element.matches('.statusline') ? shownLogText(value) : shownText(value);
+  if (element.textContent === text) return;
+  element.textContent = text;
   // Results may begin with a line break, which would be an empty line.
-  element.classList.toggle('lead', /^\r?\n/.test(value));
+  element.classList.toggle('lead', /^\r?\n/.test(text));
 }
 
 export function setAttribute(element, name, value) {

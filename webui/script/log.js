@@ -1,27 +1,40 @@
 // Lines are in the lists at once, in order and never more than kMaxLogLines: a window that is hidden has no frames,
 // and must neither lose lines nor hoard them. Only scrolling, which lays the list out, happens at most once a frame.
-import { asList, asText, byId, setAttribute } from './dom.js';
+import { asClass, asText, byId, shownLogText, shownText } from './dom.js';
 import { notePhase } from './phase_view.js';
 
 const kMaxLogLines = 500;
 const kSpokenLinesPerFrame = 4;  // more than anyone can follow are shown but not read out
+const kRepeatWithin = 4;  // lines; a retry in vain adds the same two or three every 5 s, perhaps all night
 export const kLogs = ['c-log', 'full-log'].map(byId);
 const frame = { isOpen: false, lines: 0, scroll: false };
 const scrolledUp = new Set();  // of kLogs
 const heights = new Map();  // of kLogs, as last scrolled to the end or left alone
+let latest = [];  // the texts, in full, of the last kRepeatWithin lines
 
 const kLineTemplate = document.createElement('div');
-kLineTemplate.innerHTML = '<span class="ts"></span><span></span>';
+kLineTemplate.innerHTML = '<span class="ts"></span> <span></span>';
 
-function logLine(ts, msg, cls) {
+/** Results may begin with a line break: it stays in the text, but is neither shown nor copied. */
+function showMessage(line, msg) {
+  const text = shownLogText(msg);
+  const [lead] = /^[\r\n]*/.exec(text);
+  line.lastElementChild.append(text.slice(lead.length));
+  if (lead === '') return;
+  line.className = 'lead';
+  line.lastElementChild.insertAdjacentHTML('afterbegin', '<i></i>');
+  line.querySelector('i').textContent = lead;
+}
+
+function logLine([ts, msg, cls]) {
   const line = kLineTemplate.cloneNode(true);
-  const [time, text] = line.children;
-  time.textContent = asText(ts);
-  text.textContent = asText(msg);
-  if (cls) text.className = asText(cls);
-  if (/^\r?\n/.test(msg)) line.className = 'lead';
+  line.firstElementChild.textContent = shownText(ts);
+  showMessage(line, msg);
+  if (cls) line.lastElementChild.className = cls;
   return line;
 }
+
+const asLine = ([ts, msg, cls]) => [asText(ts), asText(msg), asClass(cls)];
 
 /** For new lines; they are shown wherever the engineer has scrolled to. */
 function scrollLogsToEnd() {
@@ -68,19 +81,33 @@ function keepAtEnd(lines) {
   requestAnimationFrame(closeFrame);
 }
 
+/** Whether a line says what one just before it said; a reader would speak it every few seconds for ever. */
+function isRepeated(msg) {
+  const isRepeat = latest.includes(msg);
+  latest = [...latest, msg].slice(-kRepeatWithin);
+  return isRepeat;
+}
+
 export function appendLog(ts, msg, cls) {
+  const line = asLine([ts, msg, cls]);
+  const isRepeat = isRepeated(line[1]);
   for (const list of kLogs) {
-    list.append(logLine(ts, msg, cls));
+    const shown = logLine(line);
+    if (isRepeat) shown.setAttribute('aria-live', 'off');
+    list.append(shown);
     if (list.childElementCount > kMaxLogLines) list.firstElementChild.remove();
   }
   keepAtEnd(1);
-  notePhase({ t: 'log', ts, msg, cls });
+  notePhase({ t: 'log', ts: line[0], msg: line[1], cls: line[2] });
 }
 
+/** Without a list of lines there is nothing to put in the place of those that are shown. */
 export function replaceLog(lines) {
-  const kept = asList(lines).filter(Array.isArray).slice(-kMaxLogLines);
+  if (!Array.isArray(lines)) return;
+  const kept = lines.filter(Array.isArray).slice(-kMaxLogLines).map(asLine);
+  latest = kept.slice(-kRepeatWithin).map(([, msg]) => msg);
   setSpoken(false);
-  for (const list of kLogs) list.replaceChildren(...kept.map(([ts, msg, cls]) => logLine(ts, msg, cls)));
+  for (const list of kLogs) list.replaceChildren(...kept.map(logLine));
   keepAtEnd(kept.length);
   notePhase({ t: 'logs', lines: kept });
 }

@@ -1,7 +1,8 @@
-// The log lists, tabs, and the two roles' layout.
+// The log lists: what a line shows and what is copied of it, how many there are, where the lists stand.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
+import { kRefused, log, state } from './page_states.mjs';
 
 useBrowser();
 
@@ -195,90 +196,158 @@ pageTest('a list that was scrolled back to its end follows it again', async (pag
   assert.ok(await isAtEnd(page, 'c-log'));
 });
 
-async function shownPanes(page) {
-  const panes = [];
-  for (const id of ['pane-client', 'pane-edge', 'pane-logfull']) {
-    if (await page.isVisible(id)) panes.push(id);
-  }
-  const active = await page.view.locator('.tab.active').evaluateAll((all) => all.map(({ id }) => id));
-  return { panes, active };
+// ---- what a line looks like, and what is copied of it
+
+/** What the clipboard gives an editor. */
+async function pasted(page) {
+  await page.view.evaluate(() => {
+    const editor = document.body.appendChild(document.createElement('textarea'));
+    editor.id = 'editor';
+    editor.focus();
+  });
+  await page.view.keyboard.press('Control+V');
+  const text = await page.value('editor');
+  await page.view.evaluate(() => document.getElementById('editor').remove());
+  return text;
 }
 
-pageTest('tabs switch between the work pane and the full log', async (page) => {
-  assert.deepEqual(await shownPanes(page), { panes: ['pane-client'], active: ['t-work'] });
-  await page.click('t-log');
-  assert.deepEqual(await shownPanes(page), { panes: ['pane-logfull'], active: ['t-log'] });
-  await page.deliver({ t: 'state', role: 'client', side: {} });
-  assert.deepEqual(await shownPanes(page), { panes: ['pane-logfull'], active: ['t-log'] });
-  await page.click('t-work');
-  assert.deepEqual(await shownPanes(page), { panes: ['pane-client'], active: ['t-work'] });
+/** Selects with the mouse, from the start of one line to the end of another. */
+async function dragOver(page, first, last) {
+  const box = (at) => page.view.locator('#c-log > div').nth(at).boundingBox();
+  const [from, to] = [await box(first), await box(last)];
+  await page.view.mouse.move(from.x + 1, from.y + 10);
+  await page.view.mouse.down();
+  await page.view.mouse.move(to.x + to.width - 2, to.y + to.height - 10, { steps: 4 });
+  await page.view.mouse.up();
+}
+
+const kCopied = [
+  log('02:14:29', '正在请求连接授权...'), log('02:14:31', '连接授权成功：示例，分配地址 10.88.0.2', 'ok'),
+  log('02:14:32', '很长的一行'.repeat(60), 'wn'), log('02:14:40', kRefused, 'er'),
+];
+const kCopiedLines = ['02:14:29 正在请求连接授权...', '02:14:31 连接授权成功：示例，分配地址 10.88.0.2',
+  `02:14:32 ${'很长的一行'.repeat(60)}`, '02:14:40 Connection authorization failed: 设备离线'];
+
+pageTest('a copied line is its time, a blank and its text, without its mark', async (page) => {
+  await page.deliverAll(kCopied);
+  for (const [at, wanted] of kCopiedLines.entries()) {
+    await dragOver(page, at, at);
+    await page.view.keyboard.press('Control+C');
+    assert.equal(await pasted(page), wanted);
+  }
 });
 
-const kRoleMessages = [
-  ['init', (role) => ({ t: 'init', role })], ['state', (role) => ({ t: 'state', role, side: {} })],
-];
-for (const [name, message] of kRoleMessages) {
-  pageTest(`${name} of another role switches the layout, from the log tab too`, async (page) => {
-    await page.click('t-log');
-    await page.deliver(message('edge'));
-    assert.deepEqual(await shownPanes(page), { panes: ['pane-edge'], active: ['t-work'] });
-    assert.equal(await page.text('t-work'), '接入');
-    assert.equal(await page.view.getAttribute('body', 'data-role'), 'edge');
-    await page.click('t-log');
-    assert.deepEqual(await shownPanes(page), { panes: ['pane-logfull'], active: ['t-log'] });
-    await page.click('t-work');
-    assert.deepEqual(await shownPanes(page), { panes: ['pane-edge'], active: ['t-work'] });
-    await page.deliver(message('client'));
-    assert.deepEqual(await shownPanes(page), { panes: ['pane-client'], active: ['t-work'] });
-    assert.equal(await page.text('t-work'), '连接');
-    assert.equal(await page.view.getAttribute('body', 'data-role'), 'client');
+pageTest('of several copied lines each stands in a line of its own', async (page) => {
+  await page.deliverAll(kCopied);
+  await dragOver(page, 0, 3);
+  await page.view.keyboard.press('Control+C');
+  assert.equal(await pasted(page), kCopiedLines.join('\n'));
+});
+
+/** Where each row of a line's text begins, and the time's place; rows as the browser has broken them. */
+const rowsOf = (page, at) => page.view.locator('#c-log > div').nth(at).evaluate((line) => {
+  const range = document.createRange();
+  range.selectNodeContents(line.lastElementChild.lastChild);
+  const rows = new Map();
+  for (const { left, top, width } of range.getClientRects()) {
+    if (width > 0) rows.set(Math.round(top), Math.min(rows.get(Math.round(top)) ?? Infinity, Math.round(left)));
+  }
+  const time = line.firstElementChild.getBoundingClientRect();
+  return { tops: [...rows.keys()], lefts: [...rows.values()], time: { top: Math.round(time.top), right: time.right } };
+});
+
+for (const [name, text, rows] of [['an address without an end', 'https://x.test/' + 'abcdefghij'.repeat(40), 4],
+  ['Chinese', '连接'.repeat(150), 4], ['words', 'word '.repeat(150), 4], ['its own lines', '一\r\n二\r\n三', 3],
+  ['a result after a line break', `\r\n${'连接'.repeat(150)}`, 4]]) {
+  pageTest(`every row of ${name} begins at one place behind the time, the first beside it`, async (page) => {
+    await page.deliver(log('02:14:31', text, 'ok'));
+    const { tops, lefts, time } = await rowsOf(page, 0);
+    assert.ok(tops.length >= rows, `${tops.length} rows`);
+    assert.deepEqual(new Set(lefts), new Set([lefts[0]]), 'one edge');
+    assert.ok(lefts[0] > time.right + 16, 'room for the mark');
+    assert.equal(tops[0], time.top);
   });
 }
 
-pageTest('apply goes to the role it names, else to the current one, and switches nothing', async (page) => {
-  await page.deliver({ t: 'apply', role: 'edge', fields: { devname: '泵房', secret: 'NO' } });
-  assert.deepEqual(await shownPanes(page), { panes: ['pane-client'], active: ['t-work'] });
-  assert.equal(await page.value('e-devname'), '泵房');
-  assert.equal(await page.value('c-secret'), '');
-  await page.deliver({ t: 'init', role: 'edge' });
-  await page.deliver({ t: 'apply', fields: { devname: '水厂', secret: 'NO' } });
-  assert.equal(await page.value('e-devname'), '水厂');
-  assert.equal(await page.value('c-secret'), '');
-  await page.deliver({ t: 'apply', role: 'client', fields: { secret: 'YES' } });
-  assert.equal(await page.value('c-secret'), 'YES');
+pageTest('lines of every class have their time and their text at the same places', async (page) => {
+  await page.deliverAll(['', 'ok', 'wn', 'er'].map((cls) => log('02:14:31', '一行', cls)));
+  const places = await Promise.all([0, 1, 2, 3].map(async (at) => {
+    const { lefts, time } = await rowsOf(page, at);
+    return [...lefts, time.right];
+  }));
+  assert.deepEqual(places, Array(4).fill(places[0]));
 });
 
-const withoutRole = (html) => html.replace(' data-role="client"', '');
-pageTest('a body without a role is the client', { alter: withoutRole }, async (page) => {
-  assert.equal(await page.view.getAttribute('body', 'data-role'), 'client');
-  assert.deepEqual(await shownPanes(page), { panes: ['pane-client'], active: ['t-work'] });
+// ---- lines that are too long
+
+const kMore = (count) => `…（还有 ${count} 字未显示，全文见日志文件）`;
+for (const [name, text, wanted] of [
+  ['8000 units are shown whole', 'x'.repeat(8000), 'x'.repeat(8000)],
+  ['of 8001 units one is left out', 'x'.repeat(8001), 'x'.repeat(8000) + kMore(1)],
+  ['a character of two units is never halved', `x${'😀'.repeat(5000)}`, `x${'😀'.repeat(3999)}${kMore(2002)}`],
+  ['the end may fall between two such characters', '😀'.repeat(4001), '😀'.repeat(4000) + kMore(2)]]) {
+  pageTest(`${name}, in the log and in the status line`, async (page) => {
+    await page.deliverAll([state('off', text), log('02:14:31', text, 'ok'), { t: 'logs', lines: [['02:14:31', text, 'ok']] }]);
+    assert.equal(await page.text('c-statusline'), wanted);
+    for (const id of ['c-log', 'full-log']) assert.deepEqual(await page.log(id), [['02:14:31', wanted, 'ok']]);
+  });
+}
+
+pageTest('what is not in the log file does not refer to it', async (page) => {
+  await page.deliver({ t: 'state', role: 'client', side: { detail: 'x'.repeat(9000) } });
+  assert.equal(await page.text('s-detail'), `${'x'.repeat(8000)}…（还有 1000 字未显示）`);
 });
 
-const asEdge = (html) => html.replace('data-role="client"', 'data-role="edge"');
-pageTest('a body of the edge role starts with the edge pane', { alter: asEdge }, async (page) => {
-  assert.deepEqual(await shownPanes(page), { panes: ['pane-edge'], active: ['t-work'] });
-  assert.equal(await page.text('t-work'), '接入');
+pageTest('the status line takes the colour of its log line, of which both show only the beginning', async (page) => {
+  const text = '结果'.repeat(10_000);
+  await page.deliverAll([state('off', text), log('02:14:31', `${text}！`, 'er'), log('02:14:32', text, 'ok')]);
+  assert.equal(await page.style('#c-statusline', 'color'), await page.style('#c-log .ok', 'color'));
 });
 
-const withoutEdge = (html) => {
-  const altered = html.replace(/<section[^>]*id="pane-edge"[\s\S]*?<\/section>/, '');
-  assert.ok(!/id="(pane-edge|e-)/.test(altered) && altered !== html);
-  return altered;
-};
-pageTest('works without the edge elements', { alter: withoutEdge }, async (page) => {
-  assert.deepEqual(JSON.parse((await page.takePosted())[0]), { action: 'ready', f: {
-    secret: '', target: '自动', testip: '', profileName: '', profileSel: '', discovery: false,
-    devname: '', nicSel: '', sharedSel: [], manual: '', autostart: false } });
-  await page.deliver({ t: 'state', role: 'client', side: { state: '在线' }, statusline: '在线' });
-  await page.deliver({ t: 'apply', role: 'edge', fields: {
-    devname: '泵房', manual: '', nics: ['以太网'], nicSel: '以太网', shared: ['10.0.0.0/8'], autostart: true } });
-  await page.deliver({ t: 'init', role: 'edge' });
-  await page.deliver({ t: 'init', role: 'client' });
-  await page.click('t-log');
-  await page.click('t-work');
-  await page.fill('c-secret', 'KEY');
-  await page.click('c-connect');
-  assert.equal(JSON.parse((await page.takePosted())[0]).f.secret, 'KEY');
-  assert.equal(await page.text('c-statusline'), '在线');
-  assert.ok(await page.isVisible('pane-client'));
+const kHugeMs = 50;
+for (const [name, unit] of [['without a blank', 'x'], ['of Chinese', '连接授权成功：'], ['of words', 'word '], ['of lines', `${'a'.repeat(78)}\r\n`]]) {
+  pageTest(`a line of a million characters ${name} takes less than ${kHugeMs} ms`, async (page) => {
+    await page.deliver({ t: 'logs', lines: lines(1, 500) });
+    const times = await page.view.evaluate((part) => Array.from({ length: 7 }, (_, i) => {
+      const msg = part.repeat(Math.ceil(1_000_000 / part.length)) + i;
+      const texts = [{ t: 'state', side: {}, statusline: msg }, { t: 'log', ts: '02:14:31', msg, cls: 'er' }].map(JSON.stringify);
+      const from = performance.now();
+      texts.forEach((text) => window.deliver(text));
+      const isShown = document.getElementById('c-log').scrollHeight > 0 && document.body.offsetHeight > 0;
+      return isShown ? performance.now() - from : Infinity;
+    }), unit);
+    const median = times.toSorted((a, b) => a - b)[3];
+    assert.ok(median < kHugeMs, `${times.map(Math.round)} ms`);
+  });
+}
+
+// ---- what a reader of the screen takes from the lists
+
+/** How each line is announced: as the nearest element around its text says. */
+const announcements = (page) => page.view.locator('#c-log > div > span:last-child').evaluateAll((all) =>
+  all.map((text) => text.closest('[aria-live]').getAttribute('aria-live')));
+
+const kTry = ['正在自动重试连接授权...', kRefused];
+for (const [name, texts, wanted] of [
+  ['a retry is announced once', [...kTry, ...kTry, ...kTry], ['polite', 'polite', 'off', 'off', 'off', 'off']],
+  ['another line between retries is announced', [...kTry, '别的', ...kTry, '又别的'],
+    ['polite', 'polite', 'polite', 'off', 'off', 'polite']],
+  ['a line is announced again after four others', ['一', '二', '三', '四', '一', '五', '六', '七', '八', '一'],
+    ['polite', 'polite', 'polite', 'polite', 'off', 'polite', 'polite', 'polite', 'polite', 'polite']],
+  ['lines that only look alike when cut are announced', ['x'.repeat(9000), `${'x'.repeat(8999)}y`], ['polite', 'polite']]]) {
+  pageTest(name, async (page) => {
+    for (const text of texts) {
+      await page.deliver(log('02:14:31', text));
+      await twoFrames(page);
+    }
+    assert.deepEqual(await announcements(page), wanted);
+  });
+}
+
+pageTest('the lines of the page before count as announced', async (page) => {
+  await page.deliver({ t: 'logs', lines: kTry.map((text) => ['02:14:31', text, '']) });
+  await twoFrames(page);
+  for (const text of kTry) await page.deliver(log('02:14:36', text));
+  await page.deliver(log('02:14:37', '别的'));
+  assert.deepEqual((await announcements(page)).slice(2), ['off', 'off', 'polite']);
 });
