@@ -8,7 +8,7 @@ import { ROLE } from './layout.js';
 export let discoveryOn = false;
 
 function setValue(id, value) {
-  if (isPresent(value) && byId(id)) byId(id).value = value;
+  if (isPresent(value) && byId(id)) byId(id).value = asText(value);
 }
 
 function setTyped(id, value) {

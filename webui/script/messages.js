@@ -15,8 +15,7 @@ function parseMessage(data) {
   }
 }
 
-export function receive(data) {
-  const message = parseMessage(data);
+function dispatch(message) {
   switch (message.t) {
     case 'init': setRole(message.role || ROLE); break;
     case 'state': renderState(message); break;
@@ -25,5 +24,14 @@ export function receive(data) {
     case 'form': restoreForm(message.fields ?? {}); break;
     case 'logs': replaceLog(message.lines); break;
     default: break;
+  }
+}
+
+/** An error in one message is reported, as any in the page, and does not keep the next one away. */
+export function receive(data) {
+  try {
+    dispatch(parseMessage(data));
+  } catch (error) {
+    reportError(error);
   }
 }

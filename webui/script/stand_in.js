@@ -1,5 +1,5 @@
 // The browser may die under the page. The window keeps what is typed here and gives it to the next page.
-import { bridge, byId, isPresent } from './dom.js';
+import { asText, bridge, byId, isPresent } from './dom.js';
 import { collectFields } from './form.js';
 import { edited } from './edits.js';
 import { setDiscovery, setHint } from './fields.js';
@@ -31,7 +31,7 @@ export function postTypedSoon() {
 function restoreField(id, value) {
   if (id === 'c-target' && ![...byId(id).options].some((option) => option.value === value)) return;
   if (id === 'c-discovery') setDiscovery(value === true);
-  else byId(id).value = value;
+  else byId(id).value = asText(value);
   edited.add(id);
 }
 
