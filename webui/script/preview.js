@@ -1,6 +1,7 @@
 // In a plain browser: sample data for either role, and a bar to switch them. Starts the page.
 import { bridge, setAttribute } from './dom.js';
 import { send } from './form.js';
+import { guardPage } from './guards.js';
 import { replaceLog } from './log.js';
 import { ROLE, setRole, watchSizes } from './layout.js';
 import { receive } from './messages.js';
@@ -49,6 +50,7 @@ function start() {
   wire();
   setRole(ROLE);
   watchSizes();
+  guardPage();
   if (bridge) {
     document.body.classList.add('embedded');
     bridge.addEventListener('message', (event) => receive(event.data));
