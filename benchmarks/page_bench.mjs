@@ -1,9 +1,11 @@
-// Measures a burst of log lines in the page, in a real Chromium; prints JSON as Google Benchmark does.
+// Measures the page in a real Chromium: a burst of log lines, a huge line, an apply that changes nothing. Prints JSON as
+// Google Benchmark does.
 //
-// The lines come from another thread, one message each, as WebView2 hands them over. The anchor is the least that any such
+// The burst's lines come from another thread, one message each, as WebView2 hands them over. The anchor is the least that any such
 // page can do in the same Chromium, taken in turns with ours: two lists that get each line as a bare text and keep 500,
 // without scrolling, classes or times.
 import { BrowserPage, closeBrowser, openBrowser } from '../tests/page/browser_page.mjs';
+import { kLargeApply, measureHugeLine, measureSameApply } from '../tests/page/page_costs.mjs';
 
 const kLines = 10_000;
 const kRounds = 7;
@@ -71,9 +73,19 @@ async function assertKept(page) {
   }
 }
 
+async function messages() {
+  const page = await BrowserPage.open();
+  await page.deliver(kLargeApply);
+  const figures = { HugeLine: await page.view.evaluate(measureHugeLine, '连接授权成功：'),
+    SameApply: await page.view.evaluate(measureSameApply, kLargeApply) };
+  await page.close();
+  return figures;
+}
+
 const median = (values) => values.toSorted((a, b) => a - b)[Math.floor(values.length / 2)];
 
-const rounds = { LogLine: [], LogLine_Anchor: [], LongestFrame: [], LongestFrame_Anchor: [] };
+const kSizes = { LogLine: kLines, LongestFrame: kLines, HugeLine: 1_000_000, SameApply: 1000 };
+const rounds = { LogLine: [], LogLine_Anchor: [], LongestFrame: [], LongestFrame_Anchor: [], HugeLine: [], SameApply: [] };
 const timer = setTimeout(() => { throw new Error(`No end in ${kLimitMs / 1000} s.`); }, kLimitMs);
 await openBrowser();
 try {
@@ -83,11 +95,12 @@ try {
       rounds[`LogLine${suffix}`].push(lineUs);
       rounds[`LongestFrame${suffix}`].push(frameMs);
     }
+    for (const [name, ms] of Object.entries(await messages())) rounds[name].push(ms);
   }
 } finally {
   await closeBrowser();
   clearTimeout(timer);
 }
 console.log(JSON.stringify({ benchmarks: Object.entries(rounds).map(([name, values]) => ({
-  run_name: `Page${name}/${kLines}`,
+  run_name: `Page${name}/${kSizes[name.replace('_Anchor', '')]}`,
   aggregate_name: 'median', real_time: median(values), time_unit: name.startsWith('LogLine') ? 'us' : 'ms' })) }));

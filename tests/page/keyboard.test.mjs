@@ -13,13 +13,14 @@ useBrowser();
 
 const focused = (page) => page.view.evaluate(() => document.activeElement.id);
 
-const kOrder = ['t-work', 'c-secret', 'c-fetch', 'c-connect', 'c-target', 'c-discovery', 'c-stop', 'c-desktop', 'c-testip',
-  'c-test', 'c-profiles', 'c-pname', 'c-save', 'c-log'];
+const kOrder = ['t-work', 'c-profiles', 'c-connect', 'c-stop', 'c-secret', 'c-fetch', 'c-target', 'c-discovery', 'c-testip',
+  'c-test', 'c-desktop', 'c-pname', 'c-save', 'c-log'];
 
-pageTest('Tab goes from the key to connecting and on, as the eye does', async (page) => {
+pageTest('Tab goes from the site to connecting and on, as the eye does', async (page) => {
   await page.deliverAll(kStates.resolved);
-  const seen = [];
-  for (let i = 0; i < kOrder.length; i += 1) {
+  await page.view.focus('#t-work');
+  const seen = ['t-work'];
+  for (let i = 1; i < kOrder.length; i += 1) {
     await page.view.keyboard.press('Tab');
     seen.push(await focused(page));
   }
@@ -34,7 +35,7 @@ pageTest('the way from the key by the keyboard alone: fetch, connect, stop, test
   await page.deliverAll(kStates.resolved);
   await page.takePosted();
   const goTo = async (id) => {
-    await page.view.focus('#c-secret');
+    await page.view.focus('#t-work');
     for (let i = 0; i < kOrder.length && await focused(page) !== id; i += 1) await page.view.keyboard.press('Tab');
     assert.equal(await focused(page), id);
   };
@@ -46,6 +47,7 @@ pageTest('the way from the key by the keyboard alone: fetch, connect, stop, test
     await goTo(id);
     await page.view.keyboard.press(key);
   }
+  await page.view.keyboard.press('Tab');  // the choice is made
   const posted = (await page.takePosted()).map((text) => JSON.parse(text));
   assert.deepEqual(posted.map(({ action }) => action),
     ['secondary', 'connect', 'stop', 'test', 'desktop', 'discovery', 'saveProfile', 'loadProfile']);
@@ -68,7 +70,8 @@ pageTest('arrows, Home and End choose the tab, which takes the focus with it', a
     if (key !== 'ArrowDown') assert.equal(await focused(page), wanted.find(({ stop }) => stop === 0).id);
   }
   await page.view.keyboard.press('End');
-  await page.view.keyboard.press('Tab');
+  await page.view.keyboard.press('F6');
+  await page.view.keyboard.press('F6');
   assert.equal(await focused(page), 'full-log');
 });
 
@@ -80,11 +83,11 @@ pageTest('the edge role has its pane behind the work tab', async (page) => {
 
 const kNames = [
   ['textbox', '接入密钥', 'c-secret'], ['combobox', '目标网段', 'c-target'], ['textbox', '测试 IP', 'c-testip'],
-  ['combobox', '已存档案', 'c-profiles'], ['textbox', '档案名称', 'c-pname'], ['button', '连接', 'c-connect'],
+  ['combobox', '站点档案', 'c-profiles'], ['textbox', '档案名称', 'c-pname'], ['button', '连接', 'c-connect'],
   ['button', '断开', 'c-stop'], ['button', '桌面', 'c-desktop'], ['button', '取网段', 'c-fetch'], ['button', '测试', 'c-test'],
   ['button', '存档', 'c-save'], ['button', 'PLC发现模式：关', 'c-discovery'], ['tab', '连接', 't-work'], ['tab', '日志', 't-log'],
-  ['tabpanel', '连接', 'pane-client'], ['log', '实时日志', 'c-log'], ['group', '现场连接'], ['group', '通讯延迟'], ['group', '站点档案'],
-  ['complementary', '状态'], ['heading', 'Velmarine.Client 维马林'],
+  ['tabpanel', '连接', 'pane-client'], ['log', '实时日志', 'c-log'], ['group', '站点'], ['group', '现场连接'], ['group', '调试与存档'],
+  ['region', '状态'], ['complementary', '现场信息'], ['heading', 'Velmarine.Client 维马林'],
 ];
 for (const size of [{ width: 1220, height: 820 }, { width: 900, height: 600 }]) {
   pageTest(`everything has its role and name at ${size.width} x ${size.height}`, size, async (page) => {

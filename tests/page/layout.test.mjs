@@ -3,12 +3,13 @@ import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
 import { findCut, findOverlaps, positions } from './page_geometry.mjs';
+import { inYaHei, isInYaHei } from './page_font.mjs';
 import { kLongValues, kMappings, kStates } from './page_states.mjs';
 
 useBrowser();
 
 // The second is what a window leaves inside on a screen of 1366 x 768.
-const kWindows = [[1220, 820], [1204, 689], [1220, 860], [1204, 781], [900, 600], [1920, 1080]];
+const kWindows = [[1220, 820], [1204, 689], [1204, 781], [900, 600], [1366, 768], [1920, 1080]];
 const kScales = [1, 1.25, 1.5, 2];
 const kSizes = kWindows.flatMap(([width, height]) => kScales.map((scale) =>
   ({ width: Math.round(width / scale), height: Math.round(height / scale), scale })));
@@ -45,32 +46,37 @@ for (const size of kSizes) {
   });
 
   pageTest(`no control moves when the state changes: ${name}`, size, async (page) => {
-    const stacked = size.width < 860;  // there, the state stands above the controls
-    const places = async (isOnline) => {
-      const { 's-cards': cards, ...others } = await page.view.evaluate(positions);
-      return isOnline || stacked ? others : { ...others, cards };  // online, there is more to tell above the cards
-    };
     await page.deliverAll(kStates.resolved);
-    const atFirst = { off: await places(false), on: await places(true) };
+    const atFirst = await page.view.evaluate(positions);
     for (const [state, messages] of Object.entries(kStates)) {
-      const isOnline = messages.findLast(({ t }) => t === 'state').side.on === true;
-      if (isOnline && stacked) continue;
       await page.deliverAll(messages);
-      assert.deepEqual(await places(isOnline), isOnline ? atFirst.on : atFirst.off, state);
+      assert.deepEqual(await page.view.evaluate(positions), atFirst, state);
     }
   });
 }
 
-for (const size of kSizes.filter(({ width }) => width >= 860)) {
+for (const size of kSizes.filter(({ width, height }) => width >= 803 && height >= 540)) {
   pageTest(`the full log fills its tab, and the live log what is left: ${size.width} x ${size.height}`, size, async (page) => {
     await page.deliverAll(kStates.online);
     const box = (id) => page.view.locator(`#${id}`).boundingBox();
-    const [live, tabs] = [await box('c-log'), await page.view.locator('.tabs').boundingBox()];
-    assert.ok(live.y + live.height > size.height - 40, JSON.stringify(live));
+    const [live, state] = [await box('c-log'), await page.view.locator('.state').boundingBox()];
+    assert.ok(live.y + live.height > size.height - 40 && live.y + live.height <= size.height, JSON.stringify(live));
     await page.click('t-log');
     const full = await box('full-log');
-    assert.ok(full.y - tabs.y - tabs.height < 24, JSON.stringify(full));
-    assert.ok(full.y + full.height > size.height - 40 && full.width > 0.6 * (size.width - 400), JSON.stringify(full));
+    assert.ok(full.y - state.y - state.height < 24, JSON.stringify(full));
+    assert.ok(full.y + full.height > size.height - 40 && full.width > 0.45 * size.width, JSON.stringify(full));
+  });
+}
+
+for (const size of [{ width: 803, height: 547, scale: 1.5 }, { width: 900, height: 600 }, { width: 1204, height: 781 }, { width: 1920, height: 1080 }]) {
+  pageTest(`nothing is cut in a face as high as Windows' own: ${size.width} x ${size.height}`, { ...size, alter: inYaHei }, async (page) => {
+    assert.ok(await isInYaHei(page));
+    for (const messages of [...Object.values(kStates), kLongValues]) {
+      await page.deliverAll(messages);
+      await assertRoom(page);
+    }
+    await page.click('t-log');
+    await assertRoom(page);
   });
 }
 
@@ -120,12 +126,12 @@ pageTest('a result that begins with a line break shows no empty line', async (pa
 });
 
 pageTest('what overflows can be scrolled by keyboard, and only then is a stop', { width: 900, height: 600 }, async (page) => {
-  const stops = () => page.view.locator('aside, .statusline, .detail').evaluateAll((all) =>
+  const stops = () => page.view.locator('aside, .statusline').evaluateAll((all) =>
     all.filter(({ tabIndex }) => tabIndex === 0).map((box) => box.id || box.tagName));
   await page.deliverAll(kStates.online);
   assert.deepEqual(await stops(), []);
   await page.deliverAll(kLongValues);
-  assert.deepEqual(await stops(), ['ASIDE', 's-detail', 'c-statusline']);
+  assert.deepEqual(await stops(), ['c-statusline', 'ASIDE']);
   await page.view.focus('aside');
   await page.view.keyboard.press('End');
   await page.view.waitForFunction(() => document.querySelector('aside').scrollTop > 50);

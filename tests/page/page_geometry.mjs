@@ -21,7 +21,8 @@ export function findCut() {
   }
 
   // A field scrolls with its caret; a list's choice has a hint and its options.
-  const isField = (element) => element.matches('input, select, option');
+  // What is folded has its count beside it, and stands in full in its card or the full log.
+  const isField = (element) => element.matches('input, select, option, .folded .detail');
   for (const element of document.querySelectorAll('body *:not(option, script, .dot, .dot *)')) {
     if (!element.checkVisibility()) continue;
     if (!isField(element) && element.clientWidth > 0 && element.scrollWidth > element.clientWidth + 1) {
@@ -34,7 +35,7 @@ export function findCut() {
 
   const texts = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
   for (let text = texts.nextNode(); text; text = texts.nextNode()) {
-    if (text.data.trim() === '' || text.parentElement.closest('option, script') || !text.parentElement.checkVisibility()) continue;
+    if (text.data.trim() === '' || text.parentElement.closest('option, script, .folded .detail, #c-log .long') || !text.parentElement.checkVisibility()) continue;
     const inner = wordsOf(text);
     for (let box = text.parentElement; box; box = box.parentElement) {
       if (scrolls(box)) {
@@ -72,8 +73,8 @@ export function findOverlaps() {
 
 /** Where each control and heading stands: {id: "x y width height"}. */
 export function positions() {
-  const elements = [...document.querySelectorAll('main button, main input, main select, main h2, #s-state, #s-cards, .dot')]
-    .filter((element) => element.checkVisibility());
+  const elements = [...document.querySelectorAll('button, input, select, h2, #s-state, #s-cards, .dot')]
+    .filter((element) => element.checkVisibility() && !element.matches('.copy'));
   return Object.fromEntries(elements.map((element) => {
     const { x, y, width, height } = element.getBoundingClientRect();
     // A word is as wide as it is; what matters is where it begins.

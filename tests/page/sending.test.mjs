@@ -59,6 +59,7 @@ pageTest('a single profile that is not in use can be chosen', async (page) => {
   assert.equal(await page.value('c-profiles'), '');
   await page.view.focus('#c-profiles');
   await page.view.keyboard.press('ArrowDown');
+  await page.view.waitForFunction(() => window.posted.length > 0);
   assert.deepEqual(await page.takePosted(), [message('loadProfile', { profileSel: '东区' })]);
 });
 

@@ -93,7 +93,7 @@ pageTest('a form message without fields changes nothing', async (page) => {
   assert.equal(await page.value('c-secret'), 'OLD-KEY');
 });
 
-const tone = (page) => page.view.locator('#pane-client .statusbar').evaluate(({ className }) => className.trim());
+const tone = (page) => page.view.locator('.statusbar').evaluate(({ className }) => className.trim());
 const phase = (page) => page.view.getAttribute('body', 'data-phase');
 
 /** The local time of day `secondsAgo`, as log lines have it. */

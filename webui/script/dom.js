@@ -14,14 +14,17 @@ export function escapeHtml(text) {
   return asText(text).replace(/[&<>"]/g, (unit) => entities[unit]);
 }
 
-const kMaxShownUnits = 8000;  // of UTF-16: hours of reading, and laid out within a frame
+const kMaxShownUnits = 8000;  // of UTF-16: minutes of reading, and laid out within a frame
+const kShownTailUnits = 2000;  // of these: a failure's last line says what it means
 
-/** As much of a text as the page shows of one, and how much that leaves out; `whole` says where all of it is. */
+/** A long text without its middle, and how much that leaves out; `whole` says where all of it is. */
 export function shownText(value, whole = '') {
   const text = asText(value);
   if (text.length <= kMaxShownUnits) return text;
-  const head = text.slice(0, kMaxShownUnits).replace(/[\ud800-\udbff]$/, '');  // never half a character
-  return `${head}…（还有 ${text.length - head.length} 字未显示${whole}）`;
+  // Never half a character.
+  const head = text.slice(0, kMaxShownUnits - kShownTailUnits).replace(/[\ud800-\udbff]$/, '');
+  const tail = text.slice(-kShownTailUnits).replace(/^[\udc00-\udfff]/, '');
+  return `${head}…（此处省略 ${text.length - head.length - tail.length} 字${whole}）…${tail}`;
 }
 
 /** For what the program writes to its log file too: log lines and status messages. */

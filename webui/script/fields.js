@@ -1,6 +1,7 @@
 // Applies the fields that the window sends.
 import { asList, asText, byId, escapeHtml, isPresent } from './dom.js';
-import { valueOf } from './form.js';
+import { isChoosing, narrow } from './chooser.js';
+import { noteLoaded, valueOf } from './form.js';
 import { edited, mayApply } from './edits.js';
 import { postTypedSoon } from './stand_in.js';
 import { ROLE } from './layout.js';
@@ -23,29 +24,42 @@ function setTargets(names, selected) {
 
 /** What a narrow field cannot show in full. */
 export function setHint(select) {
-  select.title = select.multiple ? '' : select.value;
+  const hint = select.multiple ? '' : select.value;
+  if (select.title !== hint) select.title = hint;
 }
 
-/** One option per name; what is not among them leaves the first one selected. */
-function setOptions(id, names, selected) {
+const shownNames = new WeakMap();  // the list of names behind a select's options, as last set
+const isSame = (names, others) => names.length === others?.length && names.every((name, i) => name === others[i]);
+
+const optionMarkup = (name) => `<option value="${escapeHtml(name)}">${escapeHtml(name)}</option>`;
+
+/** One option per name, or what stands for none; those that stand there already stay. Returns whether it changed them. */
+function setNames(select, names, none = '') {
+  if (isSame(names, shownNames.get(select))) return false;
+  shownNames.set(select, names);
+  select.innerHTML = names.map(optionMarkup).join('') || none;
+  return true;
+}
+
+/** What is not among the names leaves the first one selected. */
+function setOptions(id, given, selected) {
   const select = byId(id);
   if (!select) return;
-  select.innerHTML = asList(names).map((name) =>
-    `<option value="${escapeHtml(name)}">${escapeHtml(name)}</option>`).join('');
-  if (asList(names).includes(selected)) select.value = selected;
+  const names = asList(given).map(asText);
+  setNames(select, names);
+  if (!select.multiple) select.selectedIndex = Math.max(names.indexOf(selected), names.length ? 0 : -1);
   setHint(select);
 }
 
-function setProfiles(names, selected) {
-  if (asList(names).length === 0) {
-    byId('c-profiles').innerHTML = '<option value="">（无）</option>';
-    setHint(byId('c-profiles'));
-    return;
-  }
-  setOptions('c-profiles', names, selected);
-  // Choosing is what loads a profile, so one that is not in use must not stand there as chosen.
-  if (!names.includes(selected)) byId('c-profiles').selectedIndex = -1;
-  setHint(byId('c-profiles'));
+/** Choosing is what loads a profile, so one that is not in use must not stand there as chosen. */
+function setProfiles(given, selected) {
+  const list = byId('c-profiles');
+  const names = asList(given).map(asText);
+  const wanted = isChoosing() ? list.value : selected;
+  const changed = setNames(list, names, '<option value="">（无）</option>');
+  list.selectedIndex = names.length === 0 ? 0 : names.indexOf(wanted);
+  setHint(list);
+  if (changed) narrow();
 }
 
 export function setDiscovery(on) {
@@ -53,6 +67,15 @@ export function setDiscovery(on) {
   const button = byId('c-discovery');
   button.textContent = 'PLC发现模式：' + (on ? '开' : '关');
   button.toggleAttribute('data-on', on);
+}
+
+let isFocused = false;
+
+/** Where the day begins: at the key, or where the key is known at connecting. Once, and not when somebody works here. */
+function focusFirst() {
+  if (isFocused || document.activeElement !== document.body) return;
+  byId(valueOf('c-secret') === '' ? 'c-secret' : 'c-connect').focus();
+  isFocused = true;
 }
 
 function applyClient(fields) {
@@ -63,7 +86,9 @@ function applyClient(fields) {
   const discovery = fields.discovery === true;
   if (isPresent(fields.discovery) && mayApply('c-discovery', discoveryOn, discovery)) setDiscovery(discovery);
   if (isPresent(fields.profiles)) setProfiles(fields.profiles, fields.profileSel);
+  noteLoaded(fields.profileSel);
   postTypedSoon();
+  focusFirst();
 }
 
 function applyEdge(fields) {

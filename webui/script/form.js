@@ -3,6 +3,7 @@ import { bridge, byId } from './dom.js';
 import { noteSent } from './edits.js';
 import { postTypedSoon } from './stand_in.js';
 import { discoveryOn } from './fields.js';
+import { flushChoice } from './chooser.js';
 
 export const valueOf = (id) => (byId(id) ? byId(id).value : '');
 const isChecked = (id) => (byId(id) ? byId(id).checked : false);
@@ -18,10 +19,38 @@ export function collectFields() {
   };
 }
 
-export function send(action, extra) {
+function post(action, extra) {
   const text = JSON.stringify(Object.assign({ action, f: collectFields() }, extra));
   if (bridge) bridge.postMessage(text);
   else console.log(text);
   noteSent(action);
   postTypedSoon();
+}
+
+// The form still holds the old site when a profile has been asked for: an action posted now would carry the old key
+// under the new name. So it waits for the fields of the profile, or until they are overdue.
+const kLoadMs = 1000;
+const load = { profile: '', behind: null, timer: 0 };
+
+function postHeld() {
+  clearTimeout(load.timer);
+  const behind = load.behind ?? [];
+  load.behind = null;
+  for (const [action, extra] of behind) send(action, extra);
+}
+
+/** The fields of `profile` are in the form. */
+export function noteLoaded(profile) {
+  if (load.behind && profile === load.profile) postHeld();
+}
+
+export function send(action, extra) {
+  if (action !== 'loadProfile') flushChoice();
+  if (load.behind) {
+    load.behind.push([action, extra]);
+    return;
+  }
+  post(action, extra);
+  if (action !== 'loadProfile' || !bridge) return;
+  Object.assign(load, { profile: valueOf('c-profiles'), behind: [], timer: setTimeout(postHeld, kLoadMs) });
 }

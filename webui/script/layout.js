@@ -45,7 +45,7 @@ export function setRole(role) {
 
 /** What overflows can be reached and scrolled by keyboard, and is no stop on the way while it does not. */
 export function markScrollers() {
-  for (const box of document.querySelectorAll('aside, .statusline, .detail')) {
+  for (const box of document.querySelectorAll('aside, .statusline')) {
     setAttribute(box, 'tabindex', box.scrollHeight > box.clientHeight + 1 && box.clientHeight > 0 ? '0' : null);
   }
 }

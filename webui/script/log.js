@@ -5,6 +5,7 @@ import { notePhase } from './phase_view.js';
 
 const kMaxLogLines = 500;
 const kSpokenLinesPerFrame = 4;  // more than anyone can follow are shown but not read out
+const kMostLines = 5;  // of a message in the live log
 const kRepeatWithin = 4;  // lines; a retry in vain adds the same two or three every 5 s, perhaps all night
 export const kLogs = ['c-log', 'full-log'].map(byId);
 const frame = { isOpen: false, lines: 0, scroll: false };
@@ -26,11 +27,24 @@ function showMessage(line, msg) {
   line.querySelector('i').textContent = lead;
 }
 
+/** A long list of networks would push the rest out of the live log; a failure says at its end what helps. */
+function markLong(line, msg, cls) {
+  const count = msg.trim().split('\n').length;
+  if (count <= kMostLines || cls === 'er') return;
+  line.classList.add('long');
+  line.dataset.lines = `共 ${count} 行`;
+}
+
+export function toggleLong({ target }) {
+  if (getSelection().isCollapsed) target.closest('.long')?.classList.toggle('open');
+}
+
 function logLine([ts, msg, cls]) {
   const line = kLineTemplate.cloneNode(true);
   line.firstElementChild.textContent = shownText(ts);
   showMessage(line, msg);
   if (cls) line.lastElementChild.className = cls;
+  markLong(line, msg, cls);
   return line;
 }
 

@@ -22,6 +22,17 @@ function showTone(shown) {
   }
 }
 
+let shownReason = '';
+
+/** The last line of a failure says what it means and what helps; what stands before it may be long. */
+function showReason(tone) {
+  const line = byId('c-statusline');
+  const reason = tone + line.textContent;
+  if (reason === shownReason) return;
+  shownReason = reason;
+  line.scrollTop = tone === 'er' ? line.scrollHeight : 0;
+}
+
 function showPhase() {
   const nowMs = performance.now();
   const view = viewOf(connection, nowMs);
@@ -31,6 +42,7 @@ function showPhase() {
   setText('s-tag', view.tag);
   showJob(view);
   showTone(view.tone);
+  showReason(view.tone);
 
   clearTimeout(phaseTimer);
   const waitMs = nextChangeMs(connection, nowMs);

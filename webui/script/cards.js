@@ -1,0 +1,44 @@
+// The cards: what is known of the site, each value taken with one click.
+import { asClass, asList, byId, escapeHtml } from './dom.js';
+
+const kDoneMs = 1500;
+
+function cardMarkup({ k, v, cls }) {
+  const copy = cls === 'off' ? '' :
+    `<button type="button" class="copy" aria-label="复制 ${escapeHtml(k)}" title="复制"></button>`;
+  return `<li><span class="k">${escapeHtml(k)}</span><span class="v ${asClass(cls)}">${escapeHtml(v)}</span>${copy}</li>`;
+}
+
+export function renderCards(cards) {
+  const markup = asList(cards).map((card) => cardMarkup(card ?? {})).join('');
+  if (markup === renderCards.shown) return;
+  renderCards.shown = markup;
+  byId('s-cards').innerHTML = markup;
+}
+
+/** By the event that copying raises: a page without an origin has no clipboard of its own. */
+function copyText(text) {
+  const give = (event) => {
+    event.clipboardData.setData('text/plain', text);
+    event.preventDefault();
+  };
+  document.addEventListener('copy', give, { once: true });
+  const done = document.execCommand('copy');
+  document.removeEventListener('copy', give);
+  return done;
+}
+
+/** A value that is being marked by hand stays marked. */
+function onCardClick({ target }) {
+  const card = target.closest('.v:not(.off), .copy')?.closest('li');
+  if (!card || !getSelection().isCollapsed) return;
+  const button = card.querySelector('.copy');
+  if (!copyText(card.querySelector('.v').textContent)) return;
+  button.dataset.done = '';
+  button.title = '已复制';
+  setTimeout(() => { delete button.dataset.done; button.title = '复制'; }, kDoneMs);
+}
+
+export function watchCards() {
+  byId('s-cards').addEventListener('click', onCardClick);
+}
