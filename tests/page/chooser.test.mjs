@@ -100,6 +100,14 @@ pageTest('a site that cannot be loaded holds nothing up for long', async (page) 
   assert.deepEqual(await acts(page), ['loadProfile 西区 KEY-东区', 'stop 西区 KEY-东区']);
 });
 
+pageTest('without sites the list says so, and has no hint of the last one', async (page) => {
+  await open(page);
+  assert.equal(await page.view.getAttribute('#c-profiles', 'title'), '东区');
+  await apply(page, '', []);
+  assert.deepEqual(await page.options('c-profiles'), [{ value: '', text: '（无）' }]);
+  assert.equal(await page.view.getAttribute('#c-profiles', 'title'), '');
+});
+
 // ---- many sites
 
 const kMany = Array.from({ length: 200 }, (_, i) => `${['城东水厂', '污水处理厂', 'Pump Station'][i % 3]} ${i}`);

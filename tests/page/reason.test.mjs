@@ -96,7 +96,7 @@ pageTest('of connecting and ending it, the one that makes sense stands out', asy
     await page.view.reload();
     await page.deliverAll(kStates[name]);
     assert.equal(await page.view.getAttribute('body', 'data-offer'), offer, name);
-    if (name === 'working') continue;  // both wait
+    if (['working', 'testing'].includes(name)) continue;  // both wait
     const weight = (id) => page.style(`#${id}`, 'font-weight');
     const [prominent, quiet] = offer === 'stop' ? ['c-stop', 'c-connect'] : ['c-connect', 'c-stop'];
     assert.deepEqual([await weight(prominent), await weight(quiet)], ['600', '400'], name);
