@@ -3,6 +3,7 @@ import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
 import { findFaintTexts } from './page_colours.mjs';
+import { kSizes } from './page_sizes.mjs';
 import { kLongValues, kStates, log } from './page_states.mjs';
 
 useBrowser();
@@ -14,39 +15,56 @@ const kColourful = [
   ...kAllClasses.map((cls) => log('01:02:03', `行${cls}`, cls)),
 ];
 
+const kNarrow = kSizes[0];
+const kWide = kSizes.at(-2);
+const kStill = { reducedMotion: 'reduce' };  // no colour on its way from one to another
+const kHovered = ['c-connect', 'c-stop', 'c-fetch', 'c-discovery', 't-work', 't-log'];
+const faintTexts = (page, box = 'body') => page.view.evaluate(findFaintTexts, box);
+
+/** What changes under the pointer is the button alone. */
+async function checkHovered(page, id) {
+  const box = `#${id}`;
+  await page.view.hover(box);
+  assert.ok(await page.view.locator(`${box}:hover`).count(), id);
+  assert.deepEqual(await faintTexts(page, box), []);
+  await page.view.mouse.down();
+  assert.ok(await page.view.locator(`${box}:active`).count(), id);
+  assert.deepEqual(await faintTexts(page, box), []);
+  await page.view.mouse.move(1, 1);
+  await page.view.mouse.up();
+}
+
 for (const [name, messages] of Object.entries({ ...kStates, everyClass: kColourful })) {
-  pageTest(`every text has the contrast of WCAG AA: ${name}`, async (page) => {
+  pageTest(`every text has the contrast of WCAG AA: ${name}`, { ...kWide, ...kStill }, async (page) => {
     await page.deliverAll(messages);
-    for (const id of ['c-connect', 'c-stop', 'c-desktop', 'c-discovery', 't-log']) {
-      await page.view.hover(`#${id}`);
-      await page.view.waitForTimeout(200);  // the colours' change takes 120 ms
-      assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
-      await page.view.mouse.down();
-      await page.view.waitForTimeout(200);
-      assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
-      await page.view.mouse.move(1, 1);
-      await page.view.mouse.up();
-    }
+    assert.deepEqual(await faintTexts(page), []);
+    for (const id of kHovered) await checkHovered(page, id);
+    await page.view.setViewportSize(kNarrow);
+    assert.deepEqual(await faintTexts(page), []);
     await page.click('t-log');
-    assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
+    assert.deepEqual(await faintTexts(page), []);
   });
 }
 
-pageTest('every text of the preview and the edge pane has contrast', { embedded: false }, async (page) => {
-  assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
+pageTest('every text of the preview and the edge pane has contrast', { embedded: false, ...kStill }, async (page) => {
+  assert.deepEqual(await faintTexts(page), []);
   await page.view.click('[data-preview="edge"]');
-  await page.view.waitForTimeout(200);
-  assert.deepEqual(await page.view.evaluate(findFaintTexts), []);
+  assert.deepEqual(await faintTexts(page), []);
 });
 
-pageTest('no text is smaller than 13 px, and the state is three times as large as the rest', async (page) => {
+pageTest('five sizes of type at most, none under 13 px, and the state far above the rest', async (page) => {
   await page.deliverAll(kColourful);
-  const sizes = await page.view.locator('body *').evaluateAll((all) => all
-    .filter((element) => element.checkVisibility() && element.innerText?.trim())
-    .map((element) => parseFloat(getComputedStyle(element).fontSize)));
-  assert.ok(Math.min(...sizes) >= 13, Math.min(...sizes));
-  assert.ok([...new Set(sizes)].length <= 5, [...new Set(sizes)].join(' '));
-  assert.ok(parseFloat(await page.style('#s-state', 'font-size')) >= 40);
+  for (const size of kSizes) {
+    await page.view.setViewportSize(size);
+    const [letter, ...sizes] = await page.view.locator('html, body *').evaluateAll((all) => all
+      .filter((element) => element.checkVisibility() && element.innerText?.trim())
+      .map((element) => parseFloat(getComputedStyle(element).fontSize)));
+    assert.ok(Math.min(...sizes) >= 13, Math.min(...sizes));
+    const different = [...new Set(sizes)].sort((a, b) => a - b);
+    assert.ok(different.length <= 5, different.join(' '));
+    assert.equal(parseFloat(await page.style('#s-state', 'font-size')), different.at(-1));
+    assert.ok(different.at(-1) >= 1.75 * letter && different.at(-1) >= 1.4 * different.at(-2), different.join(' '));
+  }
 });
 
 /** What a person sees of the state from two metres: its sign's outline and glyph, its colours, the bar, the word. */
@@ -82,29 +100,31 @@ const look = (page, id) => page.view.locator(`#${id}`).evaluate((element) => {
     .map((name) => style.getPropertyValue(name)).join(' | ');
 });
 
-for (const id of ['c-connect', 'c-fetch', 'c-stop']) {
-  pageTest(`${id} looks different at rest, hovered, pressed, focused, busy and out of turn`, async (page) => {
-    await page.deliverAll(kStates.online);
-    const settled = async () => { await page.view.waitForTimeout(200); return look(page, id); };
-    const looks = { rest: await settled() };
+/** By button: the status line of its own job and of another one, and the state in which the button is offered. */
+const kTurns = {
+  'c-connect': ['正在请求连接授权...', '正在测试通讯延迟...', 'resolved'],
+  'c-fetch': ['正在获取现场端网段...', '正在测试通讯延迟...', 'online'],
+  'c-stop': ['正在停止软件隧道...', '正在测试通讯延迟...', 'online'],
+};
+for (const [id, [own, other, name]] of Object.entries(kTurns)) {
+  pageTest(`${id} looks different at rest, hovered, pressed, focused, busy and out of turn`, kStill, async (page) => {
+    await page.deliverAll(kStates[name]);
+    await page.view.focus('#t-log');  // a new page has its focus on what is offered
+    const looks = { rest: await look(page, id) };
     await page.view.hover(`#${id}`);
-    looks.hovered = await settled();
+    looks.hovered = await look(page, id);
     await page.view.mouse.down();
-    looks.pressed = await settled();
+    looks.pressed = await look(page, id);
     await page.view.mouse.move(1, 1);
     await page.view.mouse.up();
-    await page.view.focus('#c-secret');
-    for (let i = 0; i < 7 && !(await page.view.evaluate((wanted) => document.activeElement.id === wanted, id)); i += 1) {
-      await page.view.keyboard.press('Tab');
+    await page.view.keyboard.press('Tab');  // the look of a focus that came by key
+    await page.view.focus(`#${id}`);
+    looks.focused = await look(page, id);
+    await page.view.focus('#t-log');
+    for (const [turn, statusline] of [['busy', own], ['outOfTurn', other]]) {
+      await page.deliver({ t: 'state', side: { on: name === 'online' }, statusline });
+      looks[turn] = await look(page, id);
     }
-    looks.focused = await settled();
-    await page.view.focus('#c-secret');
-    const [own, other] = { 'c-connect': ['正在请求连接授权...', '正在测试通讯延迟...'],
-      'c-fetch': ['正在获取现场端网段...', '正在测试通讯延迟...'], 'c-stop': ['正在停止软件隧道...', '正在测试通讯延迟...'] }[id];
-    await page.deliver({ t: 'state', side: { on: true }, statusline: own });
-    looks.busy = await settled();
-    await page.deliver({ t: 'state', side: { on: true }, statusline: other });
-    looks.outOfTurn = await settled();
     assert.equal(new Set(Object.values(looks)).size, 6, JSON.stringify(looks, null, 1));
   });
 }
@@ -136,7 +156,7 @@ pageTest('who asks for little motion gets none, and still sees the job', { reduc
   }
   await page.deliverAll(kStates.working);
   assert.equal(await page.text('s-tag'), '处理中');
-  assert.notEqual(await page.style('.statusbar', 'content', '::after'), 'none');
+  assert.notEqual(await page.style('.status', 'content', '::after'), 'none');
 });
 
 pageTest('in high contrast the tab, the main button and the signs are still told apart', { forcedColors: 'active' }, async (page) => {

@@ -1,7 +1,7 @@
 // Runs inside the page: the contrast of every text that is shown.
 
-/** Texts below what WCAG AA asks for: [{text, ratio, needed, colour, ground}]. */
-export function findFaintTexts() {
+/** Texts inside `box` below what WCAG AA asks for: [{text, ratio, needed, colour, ground}]. */
+export function findFaintTexts(box = 'body') {
   const parse = (colour) => {
     const [r, g, b, a = 1] = colour.match(/[\d.]+/g).map(Number);
     return { r, g, b, a };
@@ -45,7 +45,8 @@ export function findFaintTexts() {
     }
   }
 
-  for (const element of document.querySelectorAll('body *')) {
+  const outer = document.querySelector(box);
+  for (const element of [outer, ...outer.querySelectorAll('*')]) {
     if (!element.checkVisibility()) continue;
     const own = [...element.childNodes].filter(({ nodeType }) => nodeType === Node.TEXT_NODE).map(({ data }) => data.trim()).join('');
     if (own !== '' && !element.matches('script')) check(element, own.slice(0, 40), null);
