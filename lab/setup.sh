@@ -80,6 +80,22 @@ install_packages() {
   fi
 }
 
+# What only ./test judges needs: a Java of 190 MB and npm packages of 210.
+install_judges() {
+  if ! command -v java >/dev/null; then
+    need_root
+    say "Installing Java"
+    apt-get update -qq || fail "apt-get update failed."
+    apt-get install -y -qq --no-install-recommends default-jre-headless >"$repo/build/apt.log" 2>&1 \
+      || { tail -20 "$repo/build/apt.log"; fail "Installing Java failed."; }
+  fi
+  if ! cmp -s "$repo/lab/judges/package-lock.json" "$repo/lab/judges/node_modules/.lock-installed"; then
+    say "Installing npm packages of the judges"
+    (cd "$repo/lab/judges" && npm ci --no-audit --no-fund --loglevel=error) || fail "npm ci failed."
+    cp "$repo/lab/judges/package-lock.json" "$repo/lab/judges/node_modules/.lock-installed"
+  fi
+}
+
 # build PRESET [TARGET...]: configures and builds, showing the compiler's output only when it fails.
 build() {
   local preset=$1 log="$repo/build/$1.log"

@@ -34,7 +34,7 @@ export function useBrowser() {
 }
 
 /** Runs inside the page before its scripts: keeps what is posted and hands out what is delivered. */
-function installBridge() {
+export function installBridge() {
   const listeners = [];
   window.posted = [];
   window.chrome ??= {};
