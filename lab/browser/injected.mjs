@@ -1,15 +1,28 @@
 // What runs inside the page: the bridge object that the browser gives to pages it hosts.
 
-/** Name of the page-to-host binding; the script below takes it away before the page can see it. */
-export const kBinding = '__labPostToHost';
+/** Names of the page-to-host bindings; the script below takes them away before the page can see them. */
+export const kPosted = '__labPostToHost';
+export const kCopied = '__labCopied';
 
 const kDeliver = 'Symbol.for("lab.browser.deliver")';
+
+/** What a copy or cut takes when the page leaves it to the browser; never a password. */
+const kTaken = `(type) => {
+  const field = document.activeElement;
+  if (field && 'selectionStart' in field && field.selectionStart !== null) {
+    if (field.type === 'password' || (type === 'cut' && (field.readOnly || field.disabled))) return '';
+    return field.value.substring(field.selectionStart, field.selectionEnd);
+  }
+  return type === 'cut' && !field?.isContentEditable ? '' : String(getSelection());
+}`;
 
 /** Runs before any script of the page, in every document. */
 export const kInjectedScript = `(() => {
   if (window !== window.top) return;
-  const post = window.${kBinding};
-  delete window.${kBinding};
+  const post = window.${kPosted};
+  const copied = window.${kCopied};
+  delete window.${kPosted};
+  delete window.${kCopied};
   const target = new EventTarget();
   const webview = {
     postMessage(value) {
@@ -25,6 +38,18 @@ export const kInjectedScript = `(() => {
     target.dispatchEvent(event);
   } });
   window.chrome = Object.assign(window.chrome ?? {}, { webview });
+
+  const taken = ${kTaken};
+  const tellCopied = (event) => {
+    const text = event.defaultPrevented ? event.clipboardData.getData('text/plain') : taken(event.type);
+    if (text !== '') copied(text);
+  };
+  // Listened for anew each time, so that all of the page's own listeners have been called before.
+  for (const type of ['copy', 'cut']) {
+    addEventListener(type, (event) => {
+      if (event.isTrusted) addEventListener(type, tellCopied, { once: true });
+    }, true);
+  }
 })()`;
 
 /** Delivers a JSON text as the parsed value; the expression gives false when it is not JSON. */
@@ -36,13 +61,3 @@ export function deliverJson(json) {
     return true;
   })()`;
 }
-
-/** The text that is selected, in a field or in the page; passwords are not given away. */
-export const kSelectedText = `(() => {
-  const field = document.activeElement;
-  if (field && 'selectionStart' in field && field.selectionStart !== null) {
-    return field.type === 'password' ? ''
-      : field.value.substring(field.selectionStart, field.selectionEnd);
-  }
-  return String(getSelection());
-})()`;

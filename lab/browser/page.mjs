@@ -2,7 +2,7 @@
 import { writeFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { deliverJson, kBinding, kInjectedScript, kSelectedText } from './injected.mjs';
+import { deliverJson, kCopied, kInjectedScript, kPosted } from './injected.mjs';
 import { dispatchKey } from './keys.mjs';
 import { Navigation } from './navigation.mjs';
 
@@ -37,7 +37,7 @@ export class Page {
 
   async open({ width, height }) {
     const browser = this.#browser;
-    browser.on('Runtime.bindingCalled', (call) => this.#onPosted(call));
+    browser.on('Runtime.bindingCalled', (call) => this.#onCalled(call));
     browser.on('Page.screencastFrame', ({ data, sessionId }) =>
       this.#host.frame(sessionId, Buffer.from(data, 'base64')));
     browser.on('Inspector.targetCrashed', () => {
@@ -51,7 +51,7 @@ export class Page {
       browser.send('Runtime.enable'),
       browser.send('Inspector.enable'),
       browser.send('Page.setLifecycleEventsEnabled', { enabled: true }),
-      browser.send('Runtime.addBinding', { name: kBinding }),
+      ...[kPosted, kCopied].map((name) => browser.send('Runtime.addBinding', { name })),
       browser.send('Page.addScriptToEvaluateOnNewDocument', { source: kInjectedScript }),
       browser.send('Emulation.setFocusEmulationEnabled', { enabled: true }),
       this.resize(width, height),
@@ -65,8 +65,9 @@ export class Page {
 
   // ---- what the DLL asks
 
-  #onPosted({ name, payload }) {
-    if (name !== kBinding) return;
+  #onCalled({ name, payload }) {
+    if (name === kCopied) this.#host.selection(payload);
+    if (name !== kPosted) return;
     this.#keep('toHost', payload);
     this.#host.message(this.#navigation.source, payload);
   }
@@ -134,13 +135,13 @@ export class Page {
     return sent;
   }
 
-  /** Sends the selected text for the clipboard; input takes another way to the page, so wait for it. */
+  /**
+   * Ctrl+C or Ctrl+X; the text comes as from a copy that the page does by itself. Input takes another way to
+   * the page, so wait for it.
+   */
   async copy(cut) {
     await this.#lastInput;
-    const text = await this.evaluate(kSelectedText);
-    if (text === '') return;
-    if (cut) await this.evaluate('document.execCommand("delete")');
-    this.#host.selection(text);
+    await this.evaluate(`document.execCommand('${cut ? 'cut' : 'copy'}')`);
   }
 
   // ---- what tests ask

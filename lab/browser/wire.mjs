@@ -15,7 +15,7 @@ export const FromHost = {
   mouse: 9,        // see readMouse
   key: 10,         // u8 kind (KeyKind), u8 modifiers, u32 virtual key, text
   insertText: 11,  // text, as if pasted
-  copy: 12,        // u8 1 = cut; answered by `selection`
+  copy: 12,        // u8 1 = cut; `selection` follows if there is something to copy
   frameDone: 13,   // u32 frame number: decoded, send the next
   background: 14,  // u8 alpha, red, green, blue
 };
@@ -28,7 +28,7 @@ export const ToHost = {
                    // then the string itself
   navigated: 104,  // u64 navigation id, u8 success, u32 web error status
   frame: 105,      // u32 frame number, a JPEG picture
-  selection: 106,  // text for the clipboard
+  selection: 106,  // text for the clipboard, asked for or not
   processFailed: 107,  // u32 kind, as the control numbers them; a browser that exits ends the link instead
 };
 

@@ -130,6 +130,49 @@ describe('one page', () => {
     await page.waitFor('document.querySelector("#note").value === ""');
   });
 
+  it('passes on what the page copies by itself at a click', async () => {
+    await page.evaluate(`document.querySelector('#under').onclick = () => {
+      document.addEventListener('copy', (event) => {
+        event.clipboardData.setData('text/plain', '192.168.77.10\\n中文');
+        event.preventDefault();
+      }, { once: true });
+      document.execCommand('copy');
+    }`);
+    await page.click('#under');
+    assert.equal((await host.next(kSelection)).toString(), '192.168.77.10\n中文');
+  });
+
+  it('passes on what the page makes of a copy or cut of the user', async () => {
+    await page.evaluate(`for (const type of ['copy', 'cut']) addEventListener(type, (event) => {
+      event.clipboardData.setData('text/plain', type + ' by the page');
+      event.preventDefault();
+    }, { once: true })`);
+    await page.type('#name', 'KEY-7F3A');
+    await page.evaluate('document.querySelector("#name").select()');
+    for (const [cut, text] of [[0, 'copy by the page'], [1, 'cut by the page'], [0, 'KEY-7F3A']]) {
+      host.send(kCopy, Buffer.from([cut]));
+      assert.equal((await host.next(kSelection)).toString(), text);
+    }
+    assert.equal(await page.evaluate('document.querySelector("#name").value'), 'KEY-7F3A', 'nothing was cut');
+  });
+
+  it('leaves the clipboard alone where there is nothing to take', async () => {
+    await page.evaluate(`document.querySelector('#name').readOnly = true;
+      document.querySelector('#note').value = 'the next one'`);
+    await page.copy(true);  // out of a field that cannot be changed
+    await page.evaluate('document.querySelector("#name").readOnly = false');
+    await page.type('#name', 'password');
+    await page.evaluate('document.querySelector("#name").type = "password"; document.querySelector("#name").select()');
+    await page.copy(false);
+    await page.evaluate(`document.querySelector('#name').type = 'text'; getSelection().empty();
+      document.addEventListener('copy', (event) => event.preventDefault(), { once: true });
+      document.execCommand('copy');
+      document.dispatchEvent(new ClipboardEvent('copy', { bubbles: true }));
+      document.querySelector('#note').select()`);
+    host.send(kCopy, Buffer.from([0]));
+    assert.equal((await host.next(kSelection)).toString(), 'the next one');
+  });
+
   it('sends JPEG pictures of the size that the window has', async () => {
     host.frames = [];
     host.send(kBounds, u32(500), u32(300));

@@ -132,7 +132,7 @@ export const key = (kind, modifiers, virtualKey, text = '') =>
 
 export const kPage = `<!doctype html><html lang="zh-CN"><head><title>测试页</title>
 <script>window.early = !!(window.chrome && chrome.webview);
-  window.leaked = '__labPostToHost' in window;
+  window.leaked = '__labPostToHost' in window || '__labCopied' in window;
   const got = [];
   const listen = (event) => got.push(event.data);
   chrome.webview.addEventListener('message', listen);

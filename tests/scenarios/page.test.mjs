@@ -2,8 +2,9 @@
 import assert from 'node:assert/strict';
 import path from 'node:path';
 
+import { kTunnelAddress } from '../../lab/network.mjs';
 import { kTitle, waitUntil } from '../../lab/program.mjs';
-import { clickConnect, connect, scenario } from './scenario.mjs';
+import { clickConnect, connect, kDeviceSecret, scenario } from './scenario.mjs';
 
 const kBusy = { connect: '正在请求连接授权...' };
 
@@ -65,4 +66,24 @@ scenario('the window is filled by the page, and nothing of it is cut', {}, async
     assert.deepEqual(JSON.parse(await program.page.evaluate(`JSON.stringify((${find})())`)), []);
   }
   await lab.display.screenshot(path.join(lab.artifacts, 'online.png'));
+});
+
+/** Waits until another program would paste `text`. */
+async function isOnClipboard(lab, text) {
+  let held;
+  await waitUntil(`${text} on the clipboard`, async () => {
+    held = await lab.clipboard.read();
+    return held === text;
+  }).catch((error) => { throw new Error(`${error.message}; it holds ${held}`); });
+}
+
+scenario('other programs can paste a value that was clicked, and what was marked and copied', {}, async (lab, program) => {
+  await connect(program);
+  assert.equal(await program.card('组网 IP'), kTunnelAddress);
+  await program.pointAndClick('#s-cards li:nth-child(2) .v');
+  await isOnClipboard(lab, kTunnelAddress);
+  await program.pointAndClick('#c-secret');
+  await lab.display.key('ctrl+a');
+  await lab.display.key('ctrl+c');
+  await isOnClipboard(lab, kDeviceSecret);
 });
