@@ -4,7 +4,8 @@ import assert from 'node:assert/strict';
 import { stat } from 'node:fs/promises';
 
 import { kServiceUrl } from '../../lab/lab.mjs';
-import { kDirectRoute, kOverlappingRoute, kPlc } from '../../lab/network.mjs';
+import { kDirectRoute, kOverlappingRoute } from '../../lab/network.mjs';
+import { waitUntil } from '../../lab/program.mjs';
 import { connect, kDeviceSecret, logsAfter, occurrences, scenario } from './scenario.mjs';
 
 const kResolve = '/api/devices/resolve';
@@ -166,3 +167,16 @@ scenario('存档 keeps one profile for each site, the newest first, and choosing
     assert.equal(JSON.parse(request.body).deviceNumber, 'DEV-3077');
     assert.equal(JSON.parse(request.body).deviceSecret, kDeviceSecret, 'what the page holds counts');
   });
+
+scenario('连接 that is clicked right behind a choice asks for the chosen site', {}, async (lab, program) => {
+  await lab.service.setDevices([kPump, kWater]);
+  for (const site of [kPump, kWater]) await saveSite(program, site);
+  await program.choose('#c-profiles', kPump.deviceName);
+  await program.click('#c-connect');
+  const [request] = await waitUntil('the request', async () => {
+    const seen = await lab.service.requests({ pathPrefix: '/api/connections/request' });
+    return seen.length > 0 && seen;
+  });
+  const { deviceNumber, deviceSecret } = JSON.parse(request.body);
+  assert.deepEqual([deviceNumber, deviceSecret], [kPump.deviceNumber, kPump.deviceSecret]);
+});
