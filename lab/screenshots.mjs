@@ -3,17 +3,17 @@
 import { mkdir, mkdtemp, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
-import { setTimeout as sleep } from 'node:timers/promises';
 
 import { Lab } from './lab.mjs';
 import { kDirectRoute, kOverlappingRoute, kPlc } from './network.mjs';
 import { kRepo } from './paths.mjs';
-import { runOrFail } from './processes.mjs';
-import { kTitle } from './program.mjs';
+import { run, runOrFail } from './processes.mjs';
+import { kTitle, waitUntil } from './program.mjs';
 
 const kImages = path.join(kRepo, 'docs/images');
 const kColours = '128';  // enough for the page
-const kPaintMs = 1500;    // until the last change is on the screen
+const kPaintMs = 30_000;  // until the last change is on the screen
+const kNoise = { fuzz: '40%', pixels: 40 };  // of the way there, which is by JPEG
 const kOutside = 1400;    // right of what is taken
 const kSites = [
   ['KEY-41D0-88A2-6C13', 'DEV-4100', '污水处理厂', ['10.60.0.0/16']],
@@ -25,15 +25,27 @@ const kSites = [
 const folder = await mkdtemp(path.join(tmpdir(), 'velmarine-pictures-'));
 const lab = await Lab.create({ artifacts: folder, site: false });
 
+/** Whether the window shows what the page does: pictures come to it one by one, and late when much is going on. */
+async function isUpToDate(program, inside) {
+  const page = path.join(folder, 'page.png');
+  await program.page.screenshot(page);
+  const { stderr } = await run(['compare', '-metric', 'AE', '-fuzz', kNoise.fuzz, inside, page, 'null:']);
+  return Number(stderr) <= kNoise.pixels;
+}
+
 /** The window's inside, without the screen around it. */
 async function picture(program, name) {
-  await program.click('#s-logo');  // the pointer away from all buttons
-  await sleep(kPaintMs);
-  const screen = path.join(folder, `${name}.png`);
-  await lab.display.screenshot(screen);
+  await program.pointAndClick('#s-logo');  // the pointer away from all buttons
+  const screen = path.join(folder, 'screen.png');
+  const inside = path.join(folder, 'inside.png');
   const { width, height, x, y } = await lab.display.clientArea(kTitle);
-  await runOrFail(['convert', screen, '-crop', `${width}x${height}+${x}+${y}`, '+repage', '+dither',
-    '-colors', kColours, '-define', 'png:exclude-chunks=date,time', path.join(kImages, `${name}.png`)]);
+  await waitUntil(`${name} in the window`, async () => {
+    await lab.display.screenshot(screen);
+    await runOrFail(['convert', screen, '-crop', `${width}x${height}+${x}+${y}`, '+repage', inside]);
+    return isUpToDate(program, inside);
+  }, kPaintMs);
+  await runOrFail(['convert', inside, '+dither', '-colors', kColours,
+    '-define', 'png:exclude-chunks=date,time', path.join(kImages, `${name}.png`)]);
 }
 
 async function saveSites(program) {
