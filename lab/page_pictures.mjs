@@ -20,7 +20,7 @@ const kSizes = [
 const kUsual = kSizes[2];
 const kNetworks = Array.from({ length: 30 }, (_, i) => `10.60.${i}.0/24`);
 const kManyGranted = `\r\n连接授权成功：9f3c-22d1，分配地址 10.88.0.2，路由 ${kNetworks.join('\r\n')}\r\n软件隧道已启动。`;
-const kNoEcho = '通讯延迟测试超时：192.168.77.99';
+const kTestFailed = '通讯延迟测试失败：192.168.77.99';
 const kSites = Array.from({ length: 200 }, (_, i) => `${i + 1} 号泵站`);
 
 /** What each picture is of, by name: the messages that lead there, oldest first. */
@@ -30,7 +30,7 @@ const kShown = {
     state('up', kManyGranted, { access: kNetworks.map((network) => `直连网段 ${network}`).join('\r\n') }),
     log('02:14:31', kManyGranted, 'ok')],
   sites: [...kStates.resolved, apply({ profiles: kSites, profileSel: '17 号泵站', profileName: '17 号泵站' })],
-  noEcho: [...kStates.testing, state('up', kNoEcho), log('02:14:41', kNoEcho, 'er')],
+  testFailed: [...kStates.testing, state('up', kTestFailed), log('02:14:41', kTestFailed, 'er')],
   long: kLongValues,
 };
 const kGuideStates = ['first', 'working', 'online', 'reconnecting', 'retrying', 'failed'];
