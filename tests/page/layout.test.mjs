@@ -128,7 +128,7 @@ pageTest('a result that begins with a line break shows no empty line', async (pa
 pageTest('what overflows can be scrolled by keyboard, and only then is a stop', { width: 900, height: 600 }, async (page) => {
   const stops = () => page.view.locator('aside, .statusline').evaluateAll((all) =>
     all.filter(({ tabIndex }) => tabIndex === 0).map((box) => box.id || box.tagName));
-  await page.deliverAll(kStates.online);
+  await page.deliverAll(kStates.resolved);
   assert.deepEqual(await stops(), []);
   await page.deliverAll(kLongValues);
   assert.deepEqual(await stops(), ['c-statusline', 'ASIDE']);

@@ -313,13 +313,13 @@ const heightOf = (page, id) => page.view.locator(`#${id} > :last-child`).evaluat
 pageTest('a result of many lines is folded in the live log, opens with a click, and stands whole in the full log', async (page) => {
   const text = `\r\n连接授权成功：1，路由 ${kNetworks.join('\r\n')}`;
   await page.deliver(log('02:14:31', text, 'ok'));
-  assert.equal(await heightOf(page, 'c-log'), 4);
+  assert.equal(await heightOf(page, 'c-log'), 6);
   assert.equal((await page.log())[0][1], text);
   assert.equal(await page.view.getAttribute('#c-log > :last-child', 'data-lines'), '共 15 行');
   await page.view.locator('#c-log > :last-child').click();
   assert.equal(await heightOf(page, 'c-log'), 15);
   await page.view.locator('#c-log > :last-child').click();
-  assert.equal(await heightOf(page, 'c-log'), 4);
+  assert.equal(await heightOf(page, 'c-log'), 6);
   await page.click('t-log');
   assert.equal(await heightOf(page, 'full-log'), 15);
 });
@@ -327,8 +327,8 @@ pageTest('a result of many lines is folded in the live log, opens with a click, 
 pageTest('a failure and a few lines are never folded', async (page) => {
   await page.deliver(log('02:14:31', kNetworks.join('\r\n'), 'er'));
   assert.equal(await heightOf(page, 'c-log'), 15);
-  await page.deliver(log('02:14:31', kNetworks.slice(0, 5).join('\r\n'), 'ok'));
-  assert.equal(await heightOf(page, 'c-log'), 5);
+  await page.deliver(log('02:14:31', kNetworks.slice(0, 10).join('\r\n'), 'ok'));
+  assert.equal(await heightOf(page, 'c-log'), 10);
 });
 
 // ---- what a reader of the screen takes from the lists

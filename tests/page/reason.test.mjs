@@ -25,7 +25,13 @@ function findUnseen(ids) {
     const range = document.createRange();
     range.selectNodeContents(element);
     const { firstChild: text } = element;
-    if (text) range.setStart(text, text.data.lastIndexOf('\n') + 1);  // a failure's meaning is its last line
+    // A failure's meaning is its last line, a success's its first.
+    const lines = text?.data.trim().split('\n') ?? [];
+    const meaning = element.closest('.er') ? lines.at(-1) : lines[0];
+    if (meaning) {
+      range.setStart(text, text.data.lastIndexOf(meaning));
+      range.setEnd(text, text.data.lastIndexOf(meaning) + meaning.length);
+    }
     const words = range.getBoundingClientRect();
     const bounds = [new DOMRect(0, 0, innerWidth, innerHeight)];
     for (let box = element; box; box = box.parentElement) {

@@ -5,7 +5,7 @@ import { notePhase } from './phase_view.js';
 
 const kMaxLogLines = 500;
 const kSpokenLinesPerFrame = 4;  // more than anyone can follow are shown but not read out
-const kMostLines = 5;  // of a message in the live log
+const kMostLines = 10;  // of a message in the live log: more than a connection to a few networks says
 const kRepeatWithin = 4;  // lines; a retry in vain adds the same two or three every 5 s, perhaps all night
 export const kLogs = ['c-log', 'full-log'].map(byId);
 const frame = { isOpen: false, lines: 0, scroll: false };

@@ -156,7 +156,7 @@ function phaseOf(seen, nowMs) {
   return hasFailed(seen) ? 'failed' : 'idle';
 }
 
-/** While retrying, ending it is the one sensible thing: the tries every few seconds must not make that flicker. */
+/** What is offered while retrying must not flicker with the tries every few seconds. */
 function waitingButtons(status) {
   const isSteady = (id) => id === 'c-stop' && status === kRetrying;
   return isBusyText(status) ? kJobButtons.filter((id) => id !== kJobs.get(status) && !isSteady(id)) : [];
