@@ -14,7 +14,9 @@ function generator(seed) {
 export class Random {
   #next;
   constructor(seed) { this.#next = generator(seed); }
-  between(low, high) { return low + this.#next() * (high - low); }
+  /** From 0 to below 1. */
+  share() { return this.#next(); }
+  between(low, high) { return low + this.share() * (high - low); }
   integer(low, high) { return Math.floor(this.between(low, high + 1)); }
   choice(list) { return list[this.integer(0, list.length - 1)]; }
 }

@@ -1,6 +1,7 @@
 // Messages that nobody should send: whatever comes, the page stays whole and shows the next good one.
 import assert from 'node:assert/strict';
 
+import { Random } from '../../lab/soak/random.mjs';
 import { pageTest, useBrowser } from './browser_page.mjs';
 import { apply, log, state } from './page_states.mjs';
 
@@ -38,17 +39,6 @@ async function checkRound(page, mark, frame) {
 
 // ---- messages by chance, the same ones in every run
 
-/** Numbers from 0 to 1 (mulberry32). */
-function generator(seed) {
-  let at = seed;
-  return () => {
-    at = (at + 0x6d2b79f5) | 0;
-    let mixed = Math.imul(at ^ (at >>> 15), 1 | at);
-    mixed = (mixed + Math.imul(mixed ^ (mixed >>> 7), 61 | mixed)) ^ mixed;
-    return ((mixed ^ (mixed >>> 14)) >>> 0) / 2 ** 32;
-  };
-}
-
 const kTexts = ['', ' ', '\r\n', '\u0000', '\ud83d', '\u202e逆', '自动', '在线', 'ALL', 'client', 'edge', 'ok', 'er" onmouseover="window.hacked=1',
   'ok wn', '<img src=x onerror="window.hacked=1">', '</script><script>window.hacked=1</script>', '&amp;&#60;', '正在请求连接授权...',
   '授权未恢复，将每 5 秒自动重试连接。', '软件隧道正在自动重连', '25:61:61', '{"t":"state"}', 'constructor', 'x'.repeat(20_000)];
@@ -59,31 +49,29 @@ const kShapes = { state: ['role', 'side', 'statusline'], apply: ['role', 'fields
   init: ['role'] };
 
 /** Writes JSON texts: only a text can have two members of one name, or one named __proto__. */
-class Chance {
-  constructor(seed) { this.next = generator(seed); }
-  upTo(count) { return Math.floor(this.next() * count); }
-  pick(list) { return list[this.upTo(list.length)]; }
+class Chance extends Random {
+  upTo(count) { return Math.floor(this.share() * count); }
 
   value(depth = 0) {
     const kind = this.upTo(depth > 4 ? 6 : 10);
-    if (kind < 3) return JSON.stringify(this.pick(kTexts));
-    if (kind < 6) return this.pick(['null', 'true', 'false', '0', '-1', '1e308', '0.1', '[]', '{}', '{"toString":1,"valueOf":1}']);
+    if (kind < 3) return JSON.stringify(this.choice(kTexts));
+    if (kind < 6) return this.choice(['null', 'true', 'false', '0', '-1', '1e308', '0.1', '[]', '{}', '{"toString":1,"valueOf":1}']);
     if (kind < 8) return `[${Array.from({ length: this.upTo(5) }, () => this.value(depth + 1)).join()}]`;
-    return this.object(Array.from({ length: this.upTo(8) }, () => this.pick(kKeys)), depth + 1);
+    return this.object(Array.from({ length: this.upTo(8) }, () => this.choice(kKeys)), depth + 1);
   }
 
   object(keys, depth) { return `{${keys.map((key) => `${JSON.stringify(key)}:${this.value(depth)}`).join()}}`; }
 
   /** Mostly of a shape that gets far into the page. */
   message() {
-    const kind = this.pick(Object.keys(kShapes));
-    const t = this.next() < 0.95 ? JSON.stringify(kind) : this.value();
+    const kind = this.choice(Object.keys(kShapes));
+    const t = this.share() < 0.95 ? JSON.stringify(kind) : this.value();
     const members = kShapes[kind].map((key) => {
-      const isDeep = ['side', 'fields'].includes(key) && this.next() < 0.8;
+      const isDeep = ['side', 'fields'].includes(key) && this.share() < 0.8;
       return `${JSON.stringify(key)}:${isDeep ? this.object(kKeys, 1) : this.value()}`;
     });
     const text = `{"t":${t},${members.join()}}`;
-    return this.next() < 0.05 ? text.slice(0, this.upTo(text.length)) : text;
+    return this.share() < 0.05 ? text.slice(0, this.upTo(text.length)) : text;
   }
 }
 

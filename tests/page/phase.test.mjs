@@ -4,9 +4,10 @@ import { readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 import { test } from 'node:test';
 
+import { Random } from '../../lab/soak/random.mjs';
 import { kJobButtons, kNativeTexts, nextChangeMs, seeMessage, startOfConnection, viewOf } from '../../webui/script/phase.js';
 import { log, state } from './page_states.mjs';
-import { kArmed, kConnecting, kGranted, kJobs, kRetrying, pick, seeded, WindowModel } from './window_model.mjs';
+import { kArmed, kConnecting, kGranted, kJobs, kRetrying, WindowModel } from './window_model.mjs';
 
 const kRetryGoneMs = 12_000;
 const kRefused = '\r\nConnection authorization failed: 设备离线';
@@ -292,8 +293,8 @@ function assertTrue(model, view) {
 
 for (let seed = 1; seed <= 60; seed += 1) {
   test(`whatever the window does, the page tells what is true, and so does the page after it (${seed})`, () => {
-    const random = seeded(seed);
-    const model = new WindowModel(random, Math.floor(random() * 24 * 3600));
+    const random = new Random(seed);
+    const model = new WindowModel(random, Math.floor(random.share() * 24 * 3600));
     let seen = seeAt(model, [model.stateMessage()]);
     for (let i = 0; i < 250; i += 1) {
       seen = seeAt(model, model.pass(), seen);
@@ -312,14 +313,14 @@ for (let seed = 1; seed <= 60; seed += 1) {
 /** Anything at all, mostly in the form of a message. */
 function anyMessage(random) {
   const texts = [...kJobs.map(([text]) => text), kArmed, kRefused, kUnreachable, kGranted, '就绪。', '', 'x'];
-  const value = () => pick(random, [...texts, null, undefined, 0, 1, true, {}, [], [[]], { toString: 1 }, '__proto__']);
-  const side = () => pick(random, [null, 'x', 1, [], {}, { on: true }, { on: value(), err: value(), detail: value() },
+  const value = () => random.choice([...texts, null, undefined, 0, 1, true, {}, [], [[]], { toString: 1 }, '__proto__']);
+  const side = () => random.choice([null, 'x', 1, [], {}, { on: true }, { on: value(), err: value(), detail: value() },
     { detail: '软件隧道正在自动重连' }]);
-  const cls = () => pick(random, ['', 'ok', 'wn', 'er', 'off', 'er x', null, {}]);
-  const ts = () => pick(random, ['12:00:00', '11:59:55', '23:59:59', '', 'x', 7, null]);
-  const line = () => pick(random, [[ts(), value(), cls()], [ts(), value(), cls()], [], [[]], null, 'x', {}]);
-  const lines = () => pick(random, [Array.from({ length: random() * 9 }, line), value()]);
-  return pick(random, [
+  const cls = () => random.choice(['', 'ok', 'wn', 'er', 'off', 'er x', null, {}]);
+  const ts = () => random.choice(['12:00:00', '11:59:55', '23:59:59', '', 'x', 7, null]);
+  const line = () => random.choice([[ts(), value(), cls()], [ts(), value(), cls()], [], [[]], null, 'x', {}]);
+  const lines = () => random.choice([Array.from({ length: random.share() * 9 }, line), value()]);
+  return random.choice([
     () => ({ t: 'state', side: side(), statusline: value() }), () => ({ t: 'state', side: side(), statusline: value() }),
     () => ({ t: 'log', ts: ts(), msg: value(), cls: cls() }), () => ({ t: 'logs', lines: lines() }),
     () => ({ t: value() }), value,
@@ -344,7 +345,7 @@ function assertSound(seen, view, nowMs) {
 
 for (let seed = 1; seed <= 60; seed += 1) {
   test(`whatever is said, the page stays sound (${seed})`, () => {
-    const random = seeded(seed);
+    const random = new Random(seed);
     let seen = startOfConnection();
     for (let i = 0, nowMs = 0; i < 300; i += 1) {
       const message = anyMessage(random);
@@ -354,7 +355,7 @@ for (let seed = 1; seed <= 60; seed += 1) {
       if (!['state', 'log', 'logs'].includes(message?.t)) assert.equal(next, seen);
       seen = next;
       assertSound(seen, viewOf(seen, nowMs), nowMs);
-      nowMs += Math.floor(random() ** 3 * 20_000);
+      nowMs += Math.floor(random.share() ** 3 * 20_000);
     }
   });
 }

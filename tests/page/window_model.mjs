@@ -15,19 +15,6 @@ export const kJobs = [
 const kByHand = kJobs.map(([text]) => text).filter((text) => text !== kRetrying);
 const kRetrySeconds = 5;
 
-/** Numbers in [0, 1), the same ones for the same seed (mulberry32). */
-export function seeded(seed) {
-  let state = seed >>> 0;
-  return () => {
-    state = (state + 0x6d2b79f5) >>> 0;
-    let mixed = Math.imul(state ^ (state >>> 15), state | 1);
-    mixed ^= mixed + Math.imul(mixed ^ (mixed >>> 7), mixed | 61);
-    return ((mixed ^ (mixed >>> 14)) >>> 0) / 2 ** 32;
-  };
-}
-
-export const pick = (random, list) => list[Math.floor(random() * list.length)];
-
 /** The class that the program gives to a line. */
 function classOf(text) {
   const holds = (...words) => words.some((word) => text.includes(word));
@@ -96,7 +83,7 @@ export class WindowModel {
 
   startJob(text) {
     this.hasFailedToConnect = false;
-    this.job = { text, endsAt: this.second + 1 + Math.floor(this.random() ** 3 * 40) };
+    this.job = { text, endsAt: this.second + 1 + Math.floor(this.random.share() ** 3 * 40) };
     this.show(text);
   }
 
@@ -105,7 +92,7 @@ export class WindowModel {
     this.job = null;
     const isConnecting = text === kConnecting || text === kRetrying;
     const result = isConnecting ? this.connectResult() : text === kStopping ? this.stopResult()
-      : pick(this.random, [...kOtherResults[text], ...kErrors]);
+      : this.random.choice([...kOtherResults[text], ...kErrors]);
     this.hasFailedToConnect = isConnecting && !this.hasGrant;
     this.sent.push(this.stateMessage());  // the outcome shows before the text
     this.show(result);
@@ -113,13 +100,13 @@ export class WindowModel {
   }
 
   connectResult() {
-    const report = this.hasGrant ? pick(this.random, ['\r\n远程调试会话已断开。', '\r\n会话断开上报失败：超时']) : '';
+    const report = this.hasGrant ? this.random.choice(['\r\n远程调试会话已断开。', '\r\n会话断开上报失败：超时']) : '';
     this.hasGrant = false;
-    const chance = this.random();
-    if (chance < 0.2) return pick(this.random, kErrors);
+    const chance = this.random.share();
+    if (chance < 0.2) return this.random.choice(kErrors);
     if (chance < 0.7) {
-      this.isRefusedForNow = this.random() < 0.7;
-      return `${report}\r\nConnection authorization failed: ${pick(this.random, kReasons)}`;
+      this.isRefusedForNow = this.random.share() < 0.7;
+      return `${report}\r\nConnection authorization failed: ${this.random.choice(kReasons)}`;
     }
     this.isRefusedForNow = false;
     if (chance < 0.8) {
@@ -132,9 +119,9 @@ export class WindowModel {
 
   stopResult() {
     const stopped = this.tunnel === 'off' ? '软件隧道运行中。' : '软件隧道已停止。';
-    const report = this.hasGrant ? pick(this.random, ['\r\n远程调试会话已断开。', '\r\n会话断开上报失败：超时']) : '';
+    const report = this.hasGrant ? this.random.choice(['\r\n远程调试会话已断开。', '\r\n会话断开上报失败：超时']) : '';
     Object.assign(this, { tunnel: 'off', hasGrant: false });
-    return this.random() < 0.2 ? kErrors[0] : stopped + report;
+    return this.random.share() < 0.2 ? kErrors[0] : stopped + report;
   }
 
   decideRetry() {
@@ -158,9 +145,9 @@ export class WindowModel {
     const isTry = this.armedAt !== null && (this.second - this.armedAt) % kRetrySeconds === 0;
     if (this.job && this.job.endsAt <= this.second) this.finishJob();
     else if (!this.job && isTry) this.startJob(kRetrying);
-    else if (!this.job && this.random() < 0.1) this.startJob(pick(this.random, kByHand));
-    else if (this.tunnel !== 'off' && this.random() < 0.1) this.flipLink();
-    else if ((this.job || this.tunnel !== 'off') && this.random() < 0.1) this.log(pick(this.random, kNotices));
+    else if (!this.job && this.random.share() < 0.1) this.startJob(this.random.choice(kByHand));
+    else if (this.tunnel !== 'off' && this.random.share() < 0.1) this.flipLink();
+    else if ((this.job || this.tunnel !== 'off') && this.random.share() < 0.1) this.log(this.random.choice(kNotices));
     if (this.job || this.armedAt !== null || this.sent.some(({ t }) => t === 'state')) this.quietSince = this.second;
     return this.sent;
   }
