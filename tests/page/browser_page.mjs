@@ -14,6 +14,7 @@ const kTestMs = 20_000;
 const kStartMs = 40_000;
 
 let browser;
+const tabs = { isShared: false, idle: new Map() };  // a new one costs five times as much as a page in an old one
 
 export async function openBrowser() {
   browser = await chromium.launch({
@@ -27,9 +28,12 @@ export async function openBrowser() {
 
 export const closeBrowser = () => browser?.close();
 
-/** One Chromium for the test file that calls this. */
-export function useBrowser() {
-  before(openBrowser, { timeout: kStartMs });
+/** One Chromium for the test file that calls this. Its tests have one tab after the other, unless they change the tab itself. */
+export function useBrowser({ isTabShared = true } = {}) {
+  before(async () => {
+    tabs.isShared = isTabShared;
+    await openBrowser();
+  }, { timeout: kStartMs });
   after(closeBrowser, { timeout: kActionMs });
 }
 
@@ -45,31 +49,61 @@ export function installBridge() {
   window.deliver = (data) => listeners.forEach((listener) => listener({ data }));
 }
 
+/** What a tab keeps for its life. */
+const kTabOptions = { embedded: true, scale: 1, reducedMotion: 'no-preference', forcedColors: 'none' };
+
+/** A tab whose events and requests go to the page that it shows just then, `tab.page`. */
+async function openTab({ embedded, scale, reducedMotion, forcedColors }, viewport) {
+  const view = await browser.newPage({ viewport, deviceScaleFactor: scale, reducedMotion, forcedColors });
+  const tab = { view, page: null };
+  view.setDefaultTimeout(kActionMs);
+  view.on('pageerror', (error) => tab.page.errors.push(error.message));
+  view.on('console', (line) => tab.page.console.push(line.text()));
+  await view.route('**/*', (route) => {
+    const address = route.request().url();
+    tab.page.requests.push(address);
+    if (address !== kPageAddress) return route.abort();
+    return route.fulfill({ contentType: 'text/html; charset=utf-8', body: tab.page.html });
+  });
+  if (embedded) await view.addInitScript(installBridge);
+  return tab;
+}
+
+/** A tab that another test is done with, if there is one. */
+async function takeTab(options, viewport) {
+  const key = JSON.stringify(options);
+  const tab = tabs.idle.get(key);
+  tabs.idle.delete(key);
+  if (!tab) return Object.assign(await openTab(options, viewport), { key });
+  await tab.view.mouse.move(0, 0);
+  await tab.view.setViewportSize(viewport);
+  return tab;
+}
+
 /** The page as a test handles it. */
 export class BrowserPage {
-  static async open({ embedded = true, alter = (html) => html, width = 1220, height = 820,
-    scale = 1, reducedMotion = 'no-preference', forcedColors = 'none' } = {}) {
+  errors = [];
+  requests = [];
+  console = [];
+
+  static async open({ alter = (html) => html, width = 1220, height = 820, ...options } = {}) {
     const self = new BrowserPage();
-    self.view = await browser.newPage({ viewport: { width, height }, deviceScaleFactor: scale, reducedMotion, forcedColors });
-    self.view.setDefaultTimeout(kActionMs);
-    self.errors = [];
-    self.requests = [];
-    self.console = [];
-    self.view.on('pageerror', (error) => self.errors.push(error.message));
-    self.view.on('console', (line) => self.console.push(line.text()));
-    const html = alter(kPage);
-    await self.view.route('**/*', (route) => {
-      const address = route.request().url();
-      self.requests.push(address);
-      if (address !== kPageAddress) return route.abort();
-      return route.fulfill({ contentType: 'text/html; charset=utf-8', body: html });
-    });
-    if (embedded) await self.view.addInitScript(installBridge);
+    self.html = alter(kPage);
+    self.tab = await takeTab({ ...kTabOptions, ...options }, { width, height });
+    self.tab.page = self;
+    self.view = self.tab.view;
     await self.view.goto(kPageAddress);
     return self;
   }
 
   close() { return this.view.close(); }
+
+  /** Leaves the tab to the next page. */
+  async leave() {
+    if (!tabs.isShared) return this.close();
+    await tabs.idle.get(this.tab.key)?.view.close();
+    tabs.idle.set(this.tab.key, this.tab);
+  }
 
   /** A message from the window: an object as WebView2 gives it, or a JSON text. */
   deliver(data) { return this.view.evaluate((value) => window.deliver(value), data); }
@@ -133,8 +167,10 @@ export function pageTest(name, options, body) {
     try {
       await run(page);
       if (page.errors.length > 0) throw new Error(`The page raised: ${page.errors.join('; ')}`);
-    } finally {
+    } catch (error) {
       await page.close();
+      throw error;
     }
+    await page.leave();
   });
 }

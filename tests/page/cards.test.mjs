@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { pageTest, useBrowser } from './browser_page.mjs';
 import { kNat, kStates } from './page_states.mjs';
 
-useBrowser();
+useBrowser({ isTabShared: false });
 
 /** What a paste would give; the clipboard itself is out of a page's reach here. */
 async function pasted(page) {

@@ -5,7 +5,7 @@ import { fileURLToPath } from 'node:url';
 import { pageTest, useBrowser } from './browser_page.mjs';
 import { kStates } from './page_states.mjs';
 
-useBrowser();
+useBrowser({ isTabShared: false });
 
 /** Puts a text in the form and lines in the log, and notes from then on which events the page refuses. */
 async function prepare(page) {

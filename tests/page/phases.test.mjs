@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { pageTest, useBrowser } from './browser_page.mjs';
 import { kRefused, kResting, kRetryArmed, kStates, kUnreachable, log, state } from './page_states.mjs';
 
-useBrowser();
+useBrowser({ isTabShared: false });
 
 const kConnecting = '正在请求连接授权...';
 const kRetrying = '正在自动重试连接授权...';
