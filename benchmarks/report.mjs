@@ -9,6 +9,8 @@ import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
+import { parseReport } from './report_text.mjs';
+
 const kRepetitions = 7;
 const here = path.dirname(fileURLToPath(import.meta.url));
 const goals = JSON.parse(readFileSync(path.join(here, 'goals.json'), 'utf8'));
@@ -22,7 +24,7 @@ function medians(program) {
   const command = program.endsWith('.mjs') ? [process.execPath, program] : [program, ...kArguments];
   const { status, stdout, stderr } = spawnSync(command[0], command.slice(1), { encoding: 'utf8', maxBuffer: 1 << 26 });
   if (status !== 0) throw new Error(`${program} ended with ${status}\n${stderr}`);
-  return JSON.parse(stdout).benchmarks.filter(({ aggregate_name: kind }) => kind === 'median');
+  return parseReport(stdout).benchmarks.filter(({ aggregate_name: kind }) => kind === 'median');
 }
 
 function row(entry, byName) {
