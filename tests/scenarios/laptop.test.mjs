@@ -93,8 +93,9 @@ scenario('a second start brings the first window to the front and ends with 0', 
       });
     assert.equal(await lab.processes.waitForExit(second, 15_000), 0);
     await waitUntil('the window in front', async () => (await state()) === 'IsViewable');
-    const { stdout } = await run(['xdotool', 'getactivewindow'], display);
-    assert.equal(Number(stdout), Number(id));
+    // The window manager makes it the active one a moment after it has shown it.
+    await waitUntil('the active window', async () =>
+      Number((await run(['xdotool', 'getactivewindow'], display)).stdout) === Number(id));
     assert.deepEqual(await logs(), before, 'the second start leaves no trace');
     assert.equal((await lab.display.windowTitles()).filter((title) => title === kTitle).length, 1);
   });
