@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tunnel/fake_driver.h"
+#include "tunnel/silent_driver.h"
 #include "tunnel/test_packets.h"
 
 namespace tunnel {
@@ -200,6 +201,26 @@ TEST_F(DriverTest, NeverSendsOnAHandleThatAnotherThreadClosed) {
     }
     driver_.CloseHandles();
   }
+}
+
+// What benchmarks and fuzz targets run on, which no other test does.
+TEST(SilentDriverTest, HasEveryCallThatTheDriverMakes) {
+  Driver driver;
+  driver.Load(SilentDriver());
+  driver.OpenCapture(L"true");
+  driver.OpenInject();
+  EXPECT_TRUE(driver.CanInject());
+  EXPECT_TRUE(driver.ReplaceCapture(L"false"));
+  Packet packet = PacketOf(kUdp);
+  const Packet before = packet;
+  WinDivertAddress address;
+  EXPECT_EQ(driver.Receive(packet, address), std::nullopt);
+  driver.Inject(packet, address);
+  driver.RecalculateChecksums(packet);
+  EXPECT_EQ(packet, before);
+  driver.CloseHandles();
+  EXPECT_FALSE(driver.CanInject());
+  driver.Unload();
 }
 
 }  // namespace

@@ -25,6 +25,7 @@ inline std::unique_ptr<WinDivertApi> SilentDriver(
                                                 : [](void*, std::uint32_t, WinDivertAddress*,
                                                      std::uint64_t) { return 1; };
   api->close = [](WinDivertHandle) { return 1; };
+  api->lastError = []() -> std::uint32_t { return 0; };
   return api;
 }
 
