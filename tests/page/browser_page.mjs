@@ -174,3 +174,13 @@ export function pageTest(name, options, body) {
     await page.leave();
   });
 }
+
+/** A test of a page whose clock stands still but for what the test makes pass; in files whose tests share no tab. */
+export function clockTest(name, run) {
+  pageTest(name, async (page) => {
+    await page.view.clock.install();
+    await page.view.reload();
+    await page.view.clock.pauseAt(Date.now() + 1_000);
+    await run(page, (ms) => page.view.clock.runFor(ms));
+  });
+}

@@ -1,10 +1,13 @@
 // Choosing a site: with arrows, in an open list, among hundreds; and what is done to it right afterwards.
 import assert from 'node:assert/strict';
 
-import { pageTest, useBrowser } from './browser_page.mjs';
+import { clockTest, useBrowser } from './browser_page.mjs';
 import { kLargeApply } from './page_costs.mjs';
 
-useBrowser();
+useBrowser({ isTabShared: false });
+
+const kRestMs = 400;
+const kLoadMs = 1000;
 
 const kSites = ['东区', '西区', '南区', '北区', '泵站', '水厂'];
 const fields = (site, profiles = kSites) => ({
@@ -15,46 +18,48 @@ const apply = (page, site = '东区', profiles = kSites) =>
   page.deliver({ t: 'apply', role: 'client', fields: fields(site, profiles) });
 const posted = async (page) => (await page.takePosted()).map((text) => JSON.parse(text));
 const acts = async (page) => (await posted(page)).map(({ action, f }) => `${action} ${f.profileSel} ${f.secret}`);
-const postsSoon = (page, count = 1) => page.view.waitForFunction((wanted) =>
-  window.posted.filter((text) => !text.includes('"typed"')).length >= wanted, count);
-
 async function open(page, site) {
   await apply(page, site);
   await page.takePosted();
   await page.view.focus('#c-profiles');
 }
 
-pageTest('arrows pass over sites and load the one they rest on', async (page) => {
+clockTest('arrows pass over sites and load the one they rest on', async (page, pass) => {
   await open(page);
-  for (let i = 0; i < 5; i += 1) await page.view.keyboard.press('ArrowDown');
-  await postsSoon(page);
-  await page.view.waitForTimeout(600);  // nothing comes after it
+  for (let i = 0; i < 5; i += 1) {
+    await page.view.keyboard.press('ArrowDown');
+    await pass(kRestMs - 1);
+  }
+  assert.deepEqual(await acts(page), []);
+  await pass(1);
   assert.deepEqual(await acts(page), ['loadProfile 水厂 KEY-东区']);
+  await pass(10 * kRestMs);
+  assert.deepEqual(await acts(page), []);
 });
 
-pageTest('a site that is chosen in one go is loaded at once', async (page) => {
+clockTest('a site that is chosen in one go is loaded at once', async (page) => {
   await open(page);
   await page.view.selectOption('#c-profiles', '泵站');
   assert.deepEqual(await acts(page), ['loadProfile 泵站 KEY-东区']);
 });
 
-pageTest('who leaves the list has chosen', async (page) => {
+clockTest('who leaves the list has chosen', async (page) => {
   await open(page);
   await page.view.keyboard.press('ArrowDown');
   await page.view.keyboard.press('Tab');
   assert.deepEqual(await acts(page), ['loadProfile 西区 KEY-东区']);
 });
 
-pageTest('an apply on the way does not take the choice back', async (page) => {
+clockTest('an apply on the way does not take the choice back', async (page, pass) => {
   await open(page);
   await page.view.keyboard.press('ArrowDown');
   await apply(page, '东区', [...kSites, '新站']);
   assert.equal(await page.value('c-profiles'), '西区');
-  await postsSoon(page);
+  await pass(kRestMs);
   assert.deepEqual(await acts(page), ['loadProfile 西区 KEY-东区']);
 });
 
-pageTest('Enter goes to the site: it is loaded, and connected with its own key', async (page) => {
+clockTest('Enter goes to the site: it is loaded, and connected with its own key', async (page) => {
   await open(page);
   await page.view.keyboard.press('ArrowDown');
   await page.view.keyboard.press('ArrowDown');
@@ -64,22 +69,22 @@ pageTest('Enter goes to the site: it is loaded, and connected with its own key',
   assert.deepEqual(await acts(page), ['connect 南区 KEY-南区']);
 });
 
-pageTest('Enter on the site in use connects to it', async (page) => {
+clockTest('Enter on the site in use connects to it', async (page) => {
   await open(page);
   await page.view.keyboard.press('Enter');
   assert.deepEqual(await acts(page), ['connect 东区 KEY-东区']);
 });
 
-pageTest('in an open list Enter only chooses', async (page) => {
+clockTest('in an open list Enter only chooses', async (page, pass) => {
   await open(page);
   await page.view.keyboard.press('Alt+ArrowDown');
   await page.view.keyboard.press('ArrowDown');
   await page.view.keyboard.press('Enter');
-  await postsSoon(page);
+  await pass(kRestMs);
   assert.deepEqual(await acts(page), ['loadProfile 西区 KEY-东区']);
 });
 
-pageTest('what is clicked behind a choice is done to the chosen site, in its order', async (page) => {
+clockTest('what is clicked behind a choice is done to the chosen site, in its order', async (page) => {
   await open(page);
   await page.view.selectOption('#c-profiles', '西区');
   await page.click('c-connect');
@@ -92,15 +97,17 @@ pageTest('what is clicked behind a choice is done to the chosen site, in its ord
   assert.deepEqual(await acts(page), ['stop 西区 KEY-西区']);
 });
 
-pageTest('a site that cannot be loaded holds nothing up for long', async (page) => {
+clockTest('a site that cannot be loaded holds nothing up for long', async (page, pass) => {
   await open(page);
   await page.view.selectOption('#c-profiles', '西区');
   await page.click('c-stop');
-  await postsSoon(page, 2);
-  assert.deepEqual(await acts(page), ['loadProfile 西区 KEY-东区', 'stop 西区 KEY-东区']);
+  await pass(kLoadMs - 1);
+  assert.deepEqual(await acts(page), ['loadProfile 西区 KEY-东区']);
+  await pass(1);
+  assert.deepEqual(await acts(page), ['stop 西区 KEY-东区']);
 });
 
-pageTest('without sites the list says so, and has no hint of the last one', async (page) => {
+clockTest('without sites the list says so, and has no hint of the last one', async (page) => {
   await open(page);
   assert.equal(await page.view.getAttribute('#c-profiles', 'title'), '东区');
   await apply(page, '', []);
@@ -114,7 +121,7 @@ const kMany = Array.from({ length: 200 }, (_, i) => `${['城东水厂', '污水�
 const shown = (page) => page.view.locator('#c-profiles option').evaluateAll((all) =>
   all.filter((option) => getComputedStyle(option).display !== 'none').map(({ text }) => text));
 
-pageTest('a dozen sites need no filter, more have one', async (page) => {
+clockTest('a dozen sites need no filter, more have one', async (page) => {
   await apply(page, '城东水厂 0', kMany.slice(0, 12));
   assert.equal(await page.isVisible('c-filter'), false);
   assert.equal(await page.text('c-found'), '');
@@ -122,7 +129,7 @@ pageTest('a dozen sites need no filter, more have one', async (page) => {
   assert.ok(await page.isVisible('c-filter'));
 });
 
-pageTest('the filter narrows the list down, whatever the case, and gives all of it back', async (page) => {
+clockTest('the filter narrows the list down, whatever the case, and gives all of it back', async (page) => {
   await apply(page, '城东水厂 0', kMany);
   await page.fill('c-filter', ' pump station 19');
   assert.deepEqual(await shown(page), ['Pump Station 191', 'Pump Station 194', 'Pump Station 197']);
@@ -136,7 +143,7 @@ pageTest('the filter narrows the list down, whatever the case, and gives all of 
   assert.equal((await shown(page)).length, 200);
 });
 
-pageTest('Enter in the filter takes the first site that is left', async (page) => {
+clockTest('Enter in the filter takes the first site that is left', async (page) => {
   await apply(page, '城东水厂 0', kMany);
   await page.takePosted();
   await page.view.focus('#c-filter');
@@ -146,7 +153,7 @@ pageTest('Enter in the filter takes the first site that is left', async (page) =
   assert.equal(await page.view.evaluate(() => document.activeElement.id), 'c-connect');
 });
 
-pageTest('arrows in a narrowed list pass over what is left', async (page) => {
+clockTest('arrows in a narrowed list pass over what is left', async (page, pass) => {
   await apply(page, '城东水厂 0', kMany);
   await page.takePosted();
   await page.view.focus('#c-filter');
@@ -154,11 +161,11 @@ pageTest('arrows in a narrowed list pass over what is left', async (page) => {
   await page.view.keyboard.press('ArrowDown');
   await page.view.keyboard.press('ArrowDown');
   await page.view.keyboard.press('ArrowDown');
-  await postsSoon(page);
+  await pass(kRestMs);
   assert.deepEqual(await acts(page), ['loadProfile 污水处理厂 10 KEY-城东水厂 0']);
 });
 
-pageTest('a filter that fits nothing takes nothing', async (page) => {
+clockTest('a filter that fits nothing takes nothing', async (page) => {
   await apply(page, '城东水厂 0', kMany);
   await page.takePosted();
   await page.fill('c-filter', '<b>');
@@ -167,7 +174,7 @@ pageTest('a filter that fits nothing takes nothing', async (page) => {
   assert.deepEqual(await acts(page), []);
 });
 
-pageTest('an apply that changes nothing touches nothing, however many sites there are', async (page) => {
+clockTest('an apply that changes nothing touches nothing, however many sites there are', async (page) => {
   await page.deliver(kLargeApply);
   const changes = await page.view.evaluate((message) => {
     const observer = new MutationObserver(() => {});

@@ -1,7 +1,7 @@
 // How the page shows how the connection fares. What it makes of which messages is told in phase.test.mjs.
 import assert from 'node:assert/strict';
 
-import { pageTest, useBrowser } from './browser_page.mjs';
+import { clockTest, pageTest, useBrowser } from './browser_page.mjs';
 import { kRefused, kResting, kRetryArmed, kStates, kUnreachable, log, state } from './page_states.mjs';
 
 useBrowser({ isTabShared: false });
@@ -128,15 +128,6 @@ pageTest('what else the status line\'s block is called stays', async (page) => {
 });
 
 // ---- retrying
-
-/** A page whose clock the test moves. */
-function clockTest(name, run) {
-  pageTest(name, async (page) => {
-    await page.view.clock.install();
-    await page.view.reload();
-    await run(page, (ms) => page.view.clock.runFor(ms));
-  });
-}
 
 const kRefusal = [state('off', kRefused), log('02:00:00', kRefused)];
 const kArmed = [...kRefusal, log('02:00:00', kRetryArmed, 'wn')];
