@@ -180,3 +180,29 @@ scenario('连接 that is clicked right behind a choice asks for the chosen site'
   const { deviceNumber, deviceSecret } = JSON.parse(request.body);
   assert.deepEqual([deviceNumber, deviceSecret], [kPump.deviceNumber, kPump.deviceSecret]);
 });
+
+scenario('the next morning begins at the keyboard: one key to the site in use, three to another', { start: false },
+  async (lab) => {
+    await lab.service.setDevices([kPump, kWater]);
+    const evening = await lab.startProgram();
+    for (const site of [kPump, kWater]) await saveSite(evening, site);
+    assert.equal(await evening.closeWindow(), 0);
+
+    const program = await lab.startProgram();
+    await waitUntil('the first focus', async () =>
+      (await program.page.evaluate('document.activeElement.id')) === 'c-connect');
+    const connects = async (keys, site) => {
+      const before = (await lab.service.requests({ pathPrefix: '/api/connections/request' })).length;
+      for (const key of keys) await lab.display.key(key);
+      const [request] = await waitUntil('the request', async () => {
+        const seen = (await lab.service.requests({ pathPrefix: '/api/connections/request' })).slice(before);
+        return seen.length > 0 && seen;
+      });
+      assert.equal(JSON.parse(request.body).deviceSecret, site.deviceSecret);
+      await program.waitForText('#s-state', '在线');
+    };
+    await connects(['Return'], kWater);
+    await logsAfter(program, /软件隧道已停止。/, () => program.click('#c-stop'));
+    await program.page.evaluate('document.getElementById("c-connect").focus()');
+    await connects(['shift+Tab', 'Down', 'Return'], kPump);
+  });
