@@ -121,25 +121,19 @@ for (const embedded of [true, false]) {
   });
 }
 
-pageTest('a selection inside a log counts as its use, though the list has no focus', async (page) => {
-  await prepare(page);
-  await page.view.evaluate(() => {
-    document.activeElement.blur();
-    getSelection().selectAllChildren(document.querySelector('#c-log .ok'));
+for (const [name, place, wanted] of [
+  ['a selection inside a log counts as its use, though the list has no focus', '#c-log .ok', kAll],
+  ['a selection elsewhere stays as it is', '#s-state', '在线']]) {
+  pageTest(name, async (page) => {
+    await prepare(page);
+    await page.view.evaluate((selector) => {
+      document.activeElement.blur();
+      getSelection().selectAllChildren(document.querySelector(selector));
+    }, place);
+    await page.view.keyboard.press('Control+A');
+    assert.equal(await selected(page), wanted);
   });
-  await page.view.keyboard.press('Control+A');
-  assert.equal(await selected(page), kAll);
-});
-
-pageTest('a selection elsewhere stays as it is', async (page) => {
-  await prepare(page);
-  await page.view.evaluate(() => {
-    document.activeElement.blur();
-    getSelection().selectAllChildren(document.getElementById('s-state'));
-  });
-  await page.view.keyboard.press('Control+A');
-  assert.equal(await selected(page), '在线');
-});
+}
 
 // ---- the mouse
 
