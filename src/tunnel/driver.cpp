@@ -21,97 +21,171 @@ Driver::~Driver() {
 
 void Driver::Load(std::unique_ptr<WinDivertApi> api) {
   Unload();
-  const platform::MutexLock lock(driverLock_);
   api_ = std::move(api);
 }
 
 void Driver::OpenCapture(const std::wstring& filter) {
+  GatePointer gate;
+  {
+    const platform::MutexLock lock(driverLock_);
+    gate.swap(capture_);
+  }
+  CloseCapture(gate);
+  gate = Open(filter, kCapturePriority, 0);
   const platform::MutexLock lock(driverLock_);
-  CloseHandle(captureHandle_);
-  captureHandle_ = Open(filter, kCapturePriority, 0);
+  capture_ = gate;
 }
 
 bool Driver::ReplaceCapture(const std::wstring& filter) {
-  const platform::MutexLock lock(driverLock_);
-  if (!IsValidDriverHandle(captureHandle_)) return false;
-  WinDivertHandle old = std::exchange(captureHandle_, Open(filter, kCapturePriority, 0));
-  CloseHandle(old);
-  return true;
+  GatePointer old;
+  {
+    const platform::MutexLock lock(driverLock_);
+    old = capture_;
+  }
+  if (old == nullptr) return false;
+  GatePointer gate = Open(filter, kCapturePriority, 0);
+  bool isReplaced = false;
+  {
+    const platform::MutexLock lock(driverLock_);
+    isReplaced = capture_ == old;  // else it was closed meanwhile, and so is the new one
+    if (isReplaced) capture_.swap(gate);
+  }
+  CloseCapture(gate);
+  return isReplaced;
 }
 
 void Driver::OpenInject() {
+  GatePointer gate;
+  {
+    const platform::MutexLock lock(driverLock_);
+    gate.swap(inject_);
+    canInject_ = false;
+  }
+  CloseInject(gate);
+  gate = Open(L"false", kInjectPriority, kFlagSendOnly);
   const platform::MutexLock lock(driverLock_);
-  CloseHandle(injectHandle_);
-  injectHandle_ = Open(L"false", kInjectPriority, kFlagSendOnly);
+  inject_ = gate;
+  canInject_ = true;
 }
 
-WinDivertHandle Driver::Open(const std::wstring& filter, std::int16_t priority,
-                             std::uint64_t flags) {
+Driver::GatePointer Driver::Open(const std::wstring& filter, std::int16_t priority,
+                                 std::uint64_t flags) const {
   const std::string narrow = text::ToUtf8(filter);
+  auto gate = std::make_shared<Gate>();
   std::uint32_t error = 0;
   if (api_) {
-    const WinDivertHandle handle = api_->open(narrow.c_str(), kLayerNetwork, priority, flags);
+    gate->handle = api_->open(narrow.c_str(), kLayerNetwork, priority, flags);
     error = api_->lastError();
-    if (IsValidDriverHandle(handle)) return handle;
+    if (IsValidDriverHandle(gate->handle)) return gate;
   }
   throw DriverError("WinDivertOpen failed for filter: " + narrow, error);
 }
 
-bool Driver::CanInject() const {
+Driver::GatePointer Driver::Enter(const GatePointer& gate) {
+  if (gate != nullptr) ++gate->calls;
+  return gate;
+}
+
+void Driver::Leave(Gate& gate) noexcept {
   const platform::MutexLock lock(driverLock_);
-  return api_ && IsValidDriverHandle(injectHandle_);
+  --gate.calls;
+  if (closing_ > 0) left_.NotifyAll();
 }
 
 std::optional<std::size_t> Driver::Receive(std::span<std::byte> buffer, WinDivertAddress& address) {
-  WinDivertHandle handle = InvalidDriverHandle();
-  decltype(WinDivertApi::recv) recv = nullptr;
+  GatePointer gate;
   {
     const platform::MutexLock lock(driverLock_);
-    if (!api_ || !IsValidDriverHandle(captureHandle_)) return std::nullopt;
-    handle = captureHandle_;
-    recv = api_->recv;
+    gate = Enter(capture_);
   }
-  // Outside the lock: it waits for a packet, and only closing the handle ends the wait.
+  if (gate == nullptr) return std::nullopt;
   std::uint32_t receivedBytes = 0;
   const auto sizeBytes = static_cast<std::uint32_t>(buffer.size());
-  if (!recv(handle, buffer.data(), sizeBytes, &receivedBytes, &address)) return std::nullopt;
+  const int received = api_->recv(gate->handle, buffer.data(), sizeBytes, &receivedBytes, &address);
+  Leave(*gate);
+  if (received == 0) return std::nullopt;
   return std::min<std::size_t>(receivedBytes, buffer.size());
 }
 
 void Driver::Inject(std::span<const std::byte> packet, const WinDivertAddress& address) {
-  // Inside the lock, so that the handle cannot be closed under it. The driver only takes a copy.
-  const platform::MutexLock lock(driverLock_);
-  std::uint32_t sentBytes = 0;
-  if (!api_ || !IsValidDriverHandle(injectHandle_) ||
-      !api_->send(injectHandle_, packet.data(), static_cast<std::uint32_t>(packet.size()),
-                  &sentBytes, &address)) {
-    throw std::runtime_error("WinDivertSend failed.");
+  GatePointer gate;
+  {
+    const platform::MutexLock lock(driverLock_);
+    gate = Enter(inject_);
   }
+  int sent = 0;
+  if (gate != nullptr) {
+    std::uint32_t sentBytes = 0;
+    sent = api_->send(gate->handle, packet.data(), static_cast<std::uint32_t>(packet.size()),
+                      &sentBytes, &address);
+    Leave(*gate);
+  }
+  if (sent == 0) throw std::runtime_error("WinDivertSend failed.");
 }
 
-void Driver::RecalculateChecksums(std::span<std::byte> packet) {
-  const platform::MutexLock lock(driverLock_);
+void Driver::RecalculateChecksums(std::span<std::byte> packet) const {
   if (!api_ ||
       !api_->calcChecksums(packet.data(), static_cast<std::uint32_t>(packet.size()), nullptr, 0)) {
     throw std::runtime_error("WinDivert checksum recalculation failed.");
   }
 }
 
-void Driver::CloseHandle(WinDivertHandle& handle) noexcept {
-  const WinDivertHandle old = std::exchange(handle, InvalidDriverHandle());
-  if (IsValidDriverHandle(old)) api_->close(old);
+// The receives inside are woken by the close and waited for behind it: until then the number of the
+// handle may not come to mean something else to them.
+void Driver::CloseCapture(const GatePointer& gate) noexcept {
+  if (gate == nullptr) return;
+  BeginClosing();
+  api_->close(gate->handle);
+  {
+    const platform::MutexLock lock(driverLock_);
+    while (gate->calls > 0) left_.Wait(driverLock_);
+  }
+  EndClosing();
+}
+
+void Driver::CloseInject(const GatePointer& gate) noexcept {
+  if (gate == nullptr) return;
+  BeginClosing();
+  {
+    const platform::MutexLock lock(driverLock_);
+    while (gate->calls > 0) left_.Wait(driverLock_);
+  }
+  api_->close(gate->handle);
+  EndClosing();
+}
+
+void Driver::BeginClosing() noexcept {
+  const platform::MutexLock lock(driverLock_);
+  ++closing_;
+}
+
+void Driver::EndClosing() noexcept {
+  {
+    const platform::MutexLock lock(driverLock_);
+    --closing_;
+  }
+  left_.NotifyAll();
 }
 
 void Driver::CloseHandles() noexcept {
+  GatePointer capture;
+  GatePointer inject;
+  BeginClosing();
+  {
+    const platform::MutexLock lock(driverLock_);
+    capture.swap(capture_);
+    inject.swap(inject_);
+    canInject_ = false;
+  }
+  CloseCapture(capture);
+  CloseInject(inject);
+  EndClosing();
   const platform::MutexLock lock(driverLock_);
-  CloseHandle(captureHandle_);
-  CloseHandle(injectHandle_);
+  while (closing_ > 0) left_.Wait(driverLock_);
 }
 
 void Driver::Unload() noexcept {
-  const platform::MutexLock lock(driverLock_);
-  CloseHandle(captureHandle_);
-  CloseHandle(injectHandle_);
+  CloseHandles();
   api_.reset();
 }
 

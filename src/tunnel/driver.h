@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -15,10 +16,12 @@ namespace tunnel {
 // The packet driver as the tunnel holds it: the loaded library, the handle that captures and the
 // handle that injects. It owns all three and is the only place that closes the handles.
 //
-// Threads: every function may be called from any thread. Closing waits for a running Inject(), and
-//          none uses the handle afterwards. A Receive() waiting in the driver is woken by the
-//          close, which is how the capture thread ends. Load() and Unload() only while no thread of
-//          the tunnel runs: a Receive() may still be inside the library.
+// Threads: every function may be called from any thread. Load() and Unload() only while no thread
+// of
+//          the tunnel runs. No lock is held over a call into the driver, so that neither direction
+//          waits for the other. A close waits for the calls inside: for injections before it closes
+//          their handle, for receives after it, as only the close wakes them; that is how the
+//          capture thread ends.
 // Errors:  std::runtime_error with the texts given below; opening throws DriverError, which adds
 //          what the system says.
 class Driver {
@@ -44,7 +47,7 @@ class Driver {
   void OpenInject() EXCLUDES(driverLock_);
 
   // Whether the library is loaded and the injecting handle open.
-  [[nodiscard]] bool CanInject() const EXCLUDES(driverLock_);
+  [[nodiscard]] bool CanInject() const noexcept { return canInject_; }
 
   // Waits for one packet; its length in bytes, at most the buffer's. Nothing when the driver
   // reports a failure, or when the capturing handle is closed, before or meanwhile.
@@ -56,25 +59,41 @@ class Driver {
   void Inject(std::span<const std::byte> packet, const WinDivertAddress& address)
       EXCLUDES(driverLock_);
 
-  // Writes the packet's checksums, IPv4 and above. Throws "WinDivert checksum recalculation
-  // failed.", also when the library is not loaded.
-  void RecalculateChecksums(std::span<std::byte> packet) EXCLUDES(driverLock_);
+  // Writes the packet's checksums, IPv4 and above. The library may read kReadableBehindPacket bytes
+  // behind the packet. Throws "WinDivert checksum recalculation failed.", also when the library is
+  // not loaded.
+  void RecalculateChecksums(std::span<std::byte> packet) const;
 
-  // Closes both handles, as far as they are open.
+  // Closes both handles, as far as they are open, and waits for every other close under way.
   void CloseHandles() noexcept EXCLUDES(driverLock_);
 
   // Closes what is open and frees the library.
   void Unload() noexcept EXCLUDES(driverLock_);
 
  private:
-  WinDivertHandle Open(const std::wstring& filter, std::int16_t priority, std::uint64_t flags)
-      REQUIRES(driverLock_);
-  void CloseHandle(WinDivertHandle& handle) noexcept REQUIRES(driverLock_);
+  // An open handle and how many calls are inside it.
+  struct Gate {
+    WinDivertHandle handle = InvalidDriverHandle();
+    std::size_t calls = 0;
+  };
+  using GatePointer = std::shared_ptr<Gate>;
 
-  mutable platform::Mutex driverLock_;  // innermost: nothing else is locked under it
-  std::unique_ptr<WinDivertApi> api_ GUARDED_BY(driverLock_);
-  WinDivertHandle captureHandle_ GUARDED_BY(driverLock_) = InvalidDriverHandle();
-  WinDivertHandle injectHandle_ GUARDED_BY(driverLock_) = InvalidDriverHandle();
+  [[nodiscard]] GatePointer Open(const std::wstring& filter, std::int16_t priority,
+                                 std::uint64_t flags) const;
+  GatePointer Enter(const GatePointer& gate) REQUIRES(driverLock_);
+  void Leave(Gate& gate) noexcept EXCLUDES(driverLock_);
+  void CloseCapture(const GatePointer& gate) noexcept EXCLUDES(driverLock_);
+  void CloseInject(const GatePointer& gate) noexcept EXCLUDES(driverLock_);
+  void BeginClosing() noexcept EXCLUDES(driverLock_);
+  void EndClosing() noexcept EXCLUDES(driverLock_);
+
+  std::unique_ptr<WinDivertApi> api_;            // changes only while no thread of the tunnel runs
+  mutable platform::Mutex driverLock_;           // innermost: nothing else is locked under it
+  platform::Condition left_;                     // a call or a close has ended
+  GatePointer capture_ GUARDED_BY(driverLock_);  // null: closed
+  GatePointer inject_ GUARDED_BY(driverLock_);
+  std::atomic<bool> canInject_{false};               // changes together with inject_
+  std::size_t closing_ GUARDED_BY(driverLock_) = 0;  // closes under way
 };
 
 }  // namespace tunnel

@@ -2,8 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <semaphore>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
+#include <vector>
 
 #include "tunnel/fake_driver.h"
 #include "tunnel/silent_driver.h"
@@ -201,6 +206,124 @@ TEST_F(DriverTest, NeverSendsOnAHandleThatAnotherThreadClosed) {
     }
     driver_.CloseHandles();
   }
+}
+
+// A driver whose calls stay inside until they are let go. There is one at a time.
+class HeldDriver {
+ public:
+  HeldDriver() { current_ = this; }
+  std::unique_ptr<WinDivertApi> Api() {
+    std::unique_ptr<WinDivertApi> api = SilentDriver();
+    api->open = [](const char* filter, int, std::int16_t, std::uint64_t) -> WinDivertHandle {
+      return std::string_view(filter) == "false" ? &current_->injectHandle_
+                                                 : &current_->captureHandle_;
+    };
+    api->recv = [](WinDivertHandle, void*, std::uint32_t, std::uint32_t* length,
+                   WinDivertAddress*) {
+      current_->receives.Pass();
+      *length = 1;
+      return 1;
+    };
+    api->send = [](WinDivertHandle, const void*, std::uint32_t, std::uint32_t*,
+                   const WinDivertAddress*) {
+      current_->sends.Pass();
+      return 1;
+    };
+    api->close = [](WinDivertHandle handle) {
+      ++(handle == &current_->captureHandle_ ? current_->captureCloses : current_->injectCloses);
+      return 1;
+    };
+    return api;
+  }
+
+  struct Door {
+    void Pass() {
+      hasCome.release();
+      mayGo.acquire();
+      hasGone = true;
+    }
+    std::binary_semaphore hasCome{0};
+    std::binary_semaphore mayGo{0};
+    std::atomic<bool> hasGone{false};
+  };
+  Door receives;
+  Door sends;
+  std::atomic<int> captureCloses{0};
+  std::atomic<int> injectCloses{0};
+
+ private:
+  static inline HeldDriver* current_ = nullptr;
+  int captureHandle_ = 0;
+  int injectHandle_ = 0;
+};
+
+class HeldDriverTest : public ::testing::Test {
+ protected:
+  HeldDriverTest() {
+    driver_.Load(held_.Api());
+    driver_.OpenCapture(L"true");
+    driver_.OpenInject();
+  }
+  HeldDriver held_;
+  Driver driver_;
+  Packet packet_ = PacketOf(kUdp);
+};
+
+TEST_F(HeldDriverTest, AReceiveWaitsForNoInjectionAndAnInjectionForNoReceive) {
+  std::jthread injector([&] { driver_.Inject(packet_, {}); });
+  held_.sends.hasCome.acquire();
+  std::jthread receiver([&] {
+    Packet buffer(100);
+    WinDivertAddress address;
+    EXPECT_EQ(driver_.Receive(buffer, address), 1U);
+  });
+  held_.receives.hasCome.acquire();  // both are inside the driver now
+  EXPECT_TRUE(driver_.CanInject());
+  held_.sends.mayGo.release();
+  held_.receives.mayGo.release();
+}
+
+TEST_F(HeldDriverTest, ACloseWaitsForTheCallsInside) {
+  std::jthread injector([&] { driver_.Inject(packet_, {}); });
+  std::jthread receiver([&] {
+    Packet buffer(100);
+    WinDivertAddress address;
+    EXPECT_EQ(driver_.Receive(buffer, address), 1U);
+  });
+  held_.sends.hasCome.acquire();
+  held_.receives.hasCome.acquire();
+  // Two closes at once: neither may return before both calls have left.
+  std::vector<std::jthread> closers;
+  for (int index = 0; index < 2; ++index) {
+    closers.emplace_back([&] {
+      driver_.CloseHandles();
+      EXPECT_TRUE(held_.receives.hasGone);
+      EXPECT_TRUE(held_.sends.hasGone);
+      EXPECT_EQ(held_.captureCloses, 1);
+      EXPECT_EQ(held_.injectCloses, 1);
+    });
+  }
+  while (held_.captureCloses == 0) std::this_thread::yield();  // what wakes a receive
+  EXPECT_FALSE(driver_.CanInject());
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(held_.injectCloses, 0);  // the injection is still inside
+  held_.receives.mayGo.release();
+  held_.sends.mayGo.release();
+}
+
+TEST_F(HeldDriverTest, AFilterIsReplacedWhileAReceiveIsInside) {
+  std::jthread receiver([&] {
+    Packet buffer(100);
+    WinDivertAddress address;
+    EXPECT_EQ(driver_.Receive(buffer, address), 1U);
+  });
+  held_.receives.hasCome.acquire();
+  std::jthread replacer([&] {
+    EXPECT_TRUE(driver_.ReplaceCapture(L"ip"));
+    EXPECT_TRUE(held_.receives.hasGone);
+  });
+  while (held_.captureCloses == 0) std::this_thread::yield();
+  held_.receives.mayGo.release();
 }
 
 // What benchmarks and fuzz targets run on, which no other test does.
