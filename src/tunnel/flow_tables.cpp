@@ -9,11 +9,6 @@ constexpr std::uint16_t kMaxPort = std::numeric_limits<std::uint16_t>::max();
 
 }  // namespace
 
-const FlowEntry* FlowTables::FindFlow(const FlowKey& key) const {
-  const auto found = flows_.find(key);
-  return found == flows_.end() ? nullptr : &found->second;
-}
-
 const BroadcastEntry* FlowTables::FindBroadcast(std::uint32_t source, std::uint16_t sourcePort,
                                                 std::uint16_t destinationPort) const {
   // One look-up a network, in table order: the records of one network stand together.
@@ -31,7 +26,7 @@ const BroadcastEntry* FlowTables::FindBroadcast(std::uint32_t source, std::uint1
 }
 
 void FlowTables::Clear() noexcept {
-  flows_.clear();
+  flows_.Clear();
   broadcasts_.clear();
 }
 
