@@ -6,16 +6,17 @@
 #include "text/strings.h"
 #include "text/utf8.h"
 #include "tunnel/capture_filter.h"
-#include "tunnel/routes.h"
+#include "tunnel/route_index.h"
 
 namespace tunnel {
 namespace {
 
 void CheckMappings(const std::vector<RouteMapping>& mappings) {
+  const RouteIndex index(mappings);
   for (std::size_t a = 0; a < mappings.size(); ++a) {
     const Ipv4Network mapped = mappings[a].Mapped();
     if (FirstAddress(mapped) != mapped.network) std::abort();
-    if (FindRoute(mappings, LastAddress(mapped)) != &mappings[a]) std::abort();
+    if (index.Find(LastAddress(mapped)) != &index.Mappings()[a]) std::abort();
     for (std::size_t b = a + 1; b < mappings.size(); ++b) {
       if (Overlaps(mapped, mappings[b].Mapped())) std::abort();
     }

@@ -41,7 +41,7 @@ void PacketPath::Configure(std::uint32_t tunnelAddress, std::vector<RouteMapping
                            bool discoveryMode) {
   const platform::MutexLock lock(packetLock_);
   tunnelAddress_ = tunnelAddress;
-  mappings_ = std::move(mappings);
+  routes_ = RouteIndex(std::move(mappings));
   discoveryMode_ = discoveryMode;
   tables_.Clear();
 }
@@ -63,7 +63,7 @@ void PacketPath::HandleOutbound(Packet packet, const WinDivertAddress& driverAdd
 void PacketPath::SendToRoute(Packet packet, const PacketLayout& layout,
                              const WinDivertAddress& driverAddress) {
   const std::uint32_t addressed = DestinationAddress(packet);
-  const RouteMapping* route = FindRoute(mappings_, addressed);
+  const RouteMapping* route = routes_.Find(addressed);
   if (route == nullptr) return;
   const FlowEntry entry{SourceAddress(packet), addressed, driverAddress.interfaceIndex,
                         driverAddress.subInterfaceIndex};
@@ -81,7 +81,7 @@ void PacketPath::SendToRoute(Packet packet, const PacketLayout& layout,
 
 void PacketPath::BroadcastToRoutes(const Packet& packet, const PacketLayout& layout,
                                    const WinDivertAddress& driverAddress) {
-  for (const RouteMapping& route : mappings_) {
+  for (const RouteMapping& route : routes_.Mappings()) {
     if (route.realPrefix >= 31) continue;  // such a network has no broadcast address
     Packet copy = packet;
     SetDestinationAddress(copy, LastAddress(route.Real()));

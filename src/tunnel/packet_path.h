@@ -10,7 +10,7 @@
 #include "tunnel/flow_tables.h"
 #include "tunnel/packet.h"
 #include "tunnel/packet_queue.h"
-#include "tunnel/routes.h"
+#include "tunnel/route_index.h"
 
 namespace tunnel {
 
@@ -58,7 +58,7 @@ class PacketPath {
   mutable platform::Mutex packetLock_;
   std::uint32_t tunnelAddress_ GUARDED_BY(packetLock_) = 0;
   bool discoveryMode_ GUARDED_BY(packetLock_) = false;
-  std::vector<RouteMapping> mappings_ GUARDED_BY(packetLock_);
+  RouteIndex routes_ GUARDED_BY(packetLock_);
   FlowTables tables_ GUARDED_BY(packetLock_);
 };
 

@@ -108,14 +108,4 @@ std::wstring DescribeRoutes(std::span<const RouteMapping> mappings) {
   return text::Join(lines, L"\r\n");
 }
 
-const RouteMapping* FindRoute(std::span<const RouteMapping> mappings,
-                              std::uint32_t destination) noexcept {
-  const RouteMapping* best = nullptr;
-  for (const RouteMapping& mapping : mappings) {
-    if (!Contains(mapping.Mapped(), destination)) continue;
-    if (best == nullptr || mapping.mappedPrefix > best->mappedPrefix) best = &mapping;
-  }
-  return best;
-}
-
 }  // namespace tunnel

@@ -54,9 +54,4 @@ std::vector<RouteOverlap> FindOverlaps(std::span<const RouteMapping> mappings,
 // The text for display: one line a mapping, CRLF between, none after the last; empty for none.
 std::wstring DescribeRoutes(std::span<const RouteMapping> mappings);
 
-// The mapping whose mapped network holds `destination`: the longest prefix, the earlier on a tie;
-// nullptr when there is none. Points into `mappings`.
-const RouteMapping* FindRoute(std::span<const RouteMapping> mappings,
-                              std::uint32_t destination) noexcept;
-
 }  // namespace tunnel

@@ -243,26 +243,5 @@ TEST(DescribeRoutes, GivesOneLineAMapping) {
   EXPECT_EQ(DescribeRoutes({}), L"");
 }
 
-TEST(FindRoute, TakesTheLongestPrefixAndTheEarlierOnATie) {
-  const RouteMapping wide{0x0A000000, 8, 0x0A000000, 8, false};
-  const RouteMapping narrow{0x0A000500, 24, 0x0A000500, 24, false};
-  const RouteMapping twin{0xC0A80100, 24, 0x0A000500, 24, true};
-  const std::vector<RouteMapping> mappings{wide, narrow, twin};
-  EXPECT_EQ(FindRoute(mappings, 0x0A000501), &mappings[1]);
-  EXPECT_EQ(FindRoute(mappings, 0x0A000601), &mappings[0]);
-  EXPECT_EQ(FindRoute(mappings, 0x0B000000), nullptr);
-  EXPECT_EQ(FindRoute({}, 0x0A000501), nullptr);
-}
-
-TEST(FindRoute, GoesByTheMappedNetwork) {
-  const auto mappings = BuildRouteMappings(Networks({L"10.0.0.0/16", L"10.0.5.0/24"}), {});
-  const RouteMapping* route = FindRoute(mappings, 0x0A000501);
-  ASSERT_NE(route, nullptr);
-  EXPECT_EQ(route->realPrefix, 16U);
-  route = FindRoute(mappings, 0xAC1F0001);
-  ASSERT_NE(route, nullptr);
-  EXPECT_EQ(route->realPrefix, 24U);
-}
-
 }  // namespace
 }  // namespace tunnel
