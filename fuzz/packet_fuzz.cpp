@@ -18,12 +18,14 @@ const std::vector<RouteMapping> kMappings = {
 
 // Whatever leaves for the relay is a whole packet from the tunnel address.
 void CheckQueue(PacketQueue& queue, std::uint32_t tunnelAddress) {
+  std::vector<Packet> batch;
   while (queue.Size() > 0) {
-    const std::optional<Packet> packet = queue.Take();
-    if (!packet) std::abort();
-    const std::optional<PacketLayout> layout = ValidatePacket(*packet);
-    if (!layout || layout->totalLength != packet->size()) std::abort();
-    if (SourceAddress(*packet) != tunnelAddress) std::abort();
+    if (!queue.Take(batch)) std::abort();
+    for (const Packet& packet : batch) {
+      const std::optional<PacketLayout> layout = ValidatePacket(packet);
+      if (!layout || layout->totalLength != packet.size()) std::abort();
+      if (SourceAddress(packet) != tunnelAddress) std::abort();
+    }
   }
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "tunnel/receive_buffer.h"
 #include "tunnel/websocket_frame.h"
 
 namespace {
@@ -13,18 +14,18 @@ namespace {
 // as each payload goes with its length.
 std::string ReadAll(std::span<const std::byte> stream, std::size_t chunk) {
   tunnel::FrameReader reader;
+  tunnel::ReceiveBuffer buffer;
   std::string seen;
   while (!stream.empty()) {
-    std::span<const std::byte> piece = stream.first(std::min(chunk, stream.size()));
+    const std::span<const std::byte> piece = stream.first(std::min(chunk, stream.size()));
     stream = stream.subspan(piece.size());
+    std::ranges::copy(piece, buffer.Room(piece.size()).begin());
+    buffer.Add(piece.size());
     for (;;) {
-      const tunnel::FrameReader::Result result = reader.Feed(piece);
-      if (result.takenBytes > piece.size()) std::abort();
-      piece = piece.subspan(result.takenBytes);
-      if (result.event == tunnel::FrameEvent::NeedMore) {
-        if (!piece.empty()) std::abort();
-        break;
-      }
+      const tunnel::FrameReader::Result result = reader.Feed(buffer.Unread());
+      if (result.takenBytes > buffer.Unread().size()) std::abort();
+      buffer.Take(result.takenBytes);
+      if (result.event == tunnel::FrameEvent::NeedMore) break;
       if (result.event == tunnel::FrameEvent::Ended) return seen + "ended";
       const std::span<const std::byte> payload = reader.Payload();
       if (payload.size() > tunnel::kMaxMessageBytes) std::abort();

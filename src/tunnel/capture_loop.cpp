@@ -12,10 +12,10 @@ namespace {
 // whole processor until the tunnel is stopped.
 constexpr std::chrono::milliseconds kPauseAfterFailure{1};
 
-void HandleCaptured(std::span<const std::byte> bytes, const WinDivertAddress& address,
-                    Driver& driver, PacketPath& path) {
+void HandleCaptured(std::span<std::byte> bytes, const WinDivertAddress& address, Driver& driver,
+                    PacketPath& path) {
   if (ValidatePacket(bytes)) {
-    path.HandleOutbound(Packet(bytes.begin(), bytes.end()), address);
+    path.HandleOutbound(bytes, address);
   } else {
     driver.Inject(bytes, address);
   }
@@ -25,10 +25,11 @@ void HandleCaptured(std::span<const std::byte> bytes, const WinDivertAddress& ad
 
 void CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& path) noexcept {
   try {
-    std::vector<std::byte> buffer(kMaxPacketBytes);
+    std::vector<std::byte> buffer(kMaxPacketBytes + kReadableBehindPacket);
     while (flags.KeepGoing()) {
       WinDivertAddress address;
-      const std::optional<std::size_t> length = driver.Receive(buffer, address);
+      const std::optional<std::size_t> length =
+          driver.Receive(std::span(buffer).first(kMaxPacketBytes), address);
       if (length) {
         HandleCaptured(std::span(buffer).first(*length), address, driver, path);
       } else {

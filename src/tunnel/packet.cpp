@@ -1,17 +1,12 @@
 #include "tunnel/packet.h"
 
-#include "tunnel/bytes.h"
-
 namespace tunnel {
 namespace {
 
 constexpr std::size_t kIpv4MinHeaderBytes = 20;
 constexpr std::size_t kTotalLengthOffset = 2;
 constexpr std::size_t kProtocolOffset = 9;
-constexpr std::size_t kSourceOffset = 12;
-constexpr std::size_t kDestinationOffset = 16;
 
-constexpr std::size_t kIcmpIdentifierOffset = 4;
 constexpr std::size_t kTcpMinHeaderBytes = 20;
 constexpr std::size_t kTcpDataOffset = 12;
 constexpr std::size_t kTcpFlagsOffset = 13;
@@ -64,38 +59,6 @@ std::optional<PacketLayout> ValidatePacket(std::span<const std::byte> buffer) no
   if (layout.transportMinimum == 0) return std::nullopt;
   if (layout.totalLength - layout.headerLength < layout.transportMinimum) return std::nullopt;
   return layout;
-}
-
-std::uint32_t SourceAddress(std::span<const std::byte> packet) noexcept {
-  return ReadU32Be(packet, kSourceOffset);
-}
-
-std::uint32_t DestinationAddress(std::span<const std::byte> packet) noexcept {
-  return ReadU32Be(packet, kDestinationOffset);
-}
-
-void SetSourceAddress(std::span<std::byte> packet, std::uint32_t address) noexcept {
-  WriteU32Be(packet, kSourceOffset, address);
-}
-
-void SetDestinationAddress(std::span<std::byte> packet, std::uint32_t address) noexcept {
-  WriteU32Be(packet, kDestinationOffset, address);
-}
-
-std::uint16_t SourcePort(std::span<const std::byte> packet, const PacketLayout& layout) noexcept {
-  if (layout.protocol == kProtocolIcmp) return IcmpIdentifier(packet, layout);
-  return ReadU16Be(packet, layout.transportOffset);
-}
-
-std::uint16_t DestinationPort(std::span<const std::byte> packet,
-                              const PacketLayout& layout) noexcept {
-  if (layout.protocol == kProtocolIcmp) return 0;
-  return ReadU16Be(packet, layout.transportOffset + 2);
-}
-
-std::uint16_t IcmpIdentifier(std::span<const std::byte> packet,
-                             const PacketLayout& layout) noexcept {
-  return ReadU16Be(packet, layout.transportOffset + kIcmpIdentifierOffset);
 }
 
 void ClampMss(std::span<std::byte> packet, const PacketLayout& layout) noexcept {

@@ -6,6 +6,8 @@
 #include <span>
 #include <vector>
 
+#include "tunnel/bytes.h"
+
 // Reading and changing IPv4 packets (RFC 791) in place. Pure functions over plain bytes; addresses
 // and ports are in host order. Checksums are not kept: whoever changes a packet has them
 // recomputed.
@@ -15,6 +17,10 @@ namespace tunnel {
 using Packet = std::vector<std::byte>;
 
 inline constexpr std::size_t kMaxPacketBytes = 65535;
+// The driver's checksum function reads up to so many bytes past the end of a packet whose TCP
+// header announces more than there is. Every buffer in which it is called has them behind the
+// packet.
+inline constexpr std::size_t kReadableBehindPacket = 40;
 inline constexpr std::uint8_t kProtocolIcmp = 1;
 inline constexpr std::uint8_t kProtocolTcp = 6;
 inline constexpr std::uint8_t kProtocolUdp = 17;
@@ -35,19 +41,40 @@ std::optional<PacketLayout> ValidatePacket(std::span<const std::byte> buffer) no
 
 // The functions below take a packet and the layout that ValidatePacket gave for it.
 
-std::uint32_t SourceAddress(std::span<const std::byte> packet) noexcept;
-std::uint32_t DestinationAddress(std::span<const std::byte> packet) noexcept;
-void SetSourceAddress(std::span<std::byte> packet, std::uint32_t address) noexcept;
-void SetDestinationAddress(std::span<std::byte> packet, std::uint32_t address) noexcept;
+inline constexpr std::size_t kSourceOffset = 12;
+inline constexpr std::size_t kDestinationOffset = 16;
+inline constexpr std::size_t kIcmpIdentifierOffset = 4;
 
-// TCP's and UDP's port; for ICMP the identifier, which plays the port's role on the asking side.
-std::uint16_t SourcePort(std::span<const std::byte> packet, const PacketLayout& layout) noexcept;
-// TCP's and UDP's port; 0 for ICMP.
-std::uint16_t DestinationPort(std::span<const std::byte> packet,
-                              const PacketLayout& layout) noexcept;
+inline std::uint32_t SourceAddress(std::span<const std::byte> packet) noexcept {
+  return ReadU32Be(packet, kSourceOffset);
+}
+inline std::uint32_t DestinationAddress(std::span<const std::byte> packet) noexcept {
+  return ReadU32Be(packet, kDestinationOffset);
+}
+inline void SetSourceAddress(std::span<std::byte> packet, std::uint32_t address) noexcept {
+  WriteU32Be(packet, kSourceOffset, address);
+}
+inline void SetDestinationAddress(std::span<std::byte> packet, std::uint32_t address) noexcept {
+  WriteU32Be(packet, kDestinationOffset, address);
+}
+
 // ICMP's identifier (RFC 792, echo and timestamp messages).
-std::uint16_t IcmpIdentifier(std::span<const std::byte> packet,
-                             const PacketLayout& layout) noexcept;
+inline std::uint16_t IcmpIdentifier(std::span<const std::byte> packet,
+                                    const PacketLayout& layout) noexcept {
+  return ReadU16Be(packet, layout.transportOffset + kIcmpIdentifierOffset);
+}
+// TCP's and UDP's port; for ICMP the identifier, which plays the port's role on the asking side.
+inline std::uint16_t SourcePort(std::span<const std::byte> packet,
+                                const PacketLayout& layout) noexcept {
+  if (layout.protocol == kProtocolIcmp) return IcmpIdentifier(packet, layout);
+  return ReadU16Be(packet, layout.transportOffset);
+}
+// TCP's and UDP's port; 0 for ICMP.
+inline std::uint16_t DestinationPort(std::span<const std::byte> packet,
+                                     const PacketLayout& layout) noexcept {
+  if (layout.protocol == kProtocolIcmp) return 0;
+  return ReadU16Be(packet, layout.transportOffset + 2);
+}
 
 // Lowers the maximum segment size that a TCP SYN announces (RFC 9293, section 3.7.1) to 1310, so
 // that full segments still fit the tunnel. Leaves everything else alone.

@@ -46,21 +46,22 @@ void PacketPath::Configure(std::uint32_t tunnelAddress, std::vector<RouteMapping
   tables_.Clear();
 }
 
-void PacketPath::HandleOutbound(Packet packet, const WinDivertAddress& driverAddress) {
+void PacketPath::HandleOutbound(std::span<std::byte> packet,
+                                const WinDivertAddress& driverAddress) {
   const std::optional<PacketLayout> layout = ValidatePacket(packet);
   if (!layout) return;
-  packet.resize(layout->totalLength);
+  const std::span<std::byte> whole = packet.first(layout->totalLength);
 
   const platform::MutexLock lock(packetLock_);
   if (discoveryMode_ && layout->protocol == kProtocolUdp &&
-      DestinationAddress(packet) == kLimitedBroadcast) {
-    BroadcastToRoutes(packet, *layout, driverAddress);
+      DestinationAddress(whole) == kLimitedBroadcast) {
+    BroadcastToRoutes(whole, *layout, driverAddress);
   } else {
-    SendToRoute(std::move(packet), *layout, driverAddress);
+    SendToRoute(whole, *layout, driverAddress);
   }
 }
 
-void PacketPath::SendToRoute(Packet packet, const PacketLayout& layout,
+void PacketPath::SendToRoute(std::span<std::byte> packet, const PacketLayout& layout,
                              const WinDivertAddress& driverAddress) {
   const std::uint32_t addressed = DestinationAddress(packet);
   const RouteMapping* route = routes_.Find(addressed);
@@ -76,23 +77,23 @@ void PacketPath::SendToRoute(Packet packet, const PacketLayout& layout,
   if (layout.protocol == kProtocolUdp && LooksLikeBroadcast(DestinationAddress(packet))) {
     tables_.RecordBroadcast(BroadcastKeyOf(packet, layout, *route), entry);
   }
-  queue_.EnqueueOutbound(std::move(packet));
+  queue_.EnqueueOutbound(packet);
 }
 
-void PacketPath::BroadcastToRoutes(const Packet& packet, const PacketLayout& layout,
+void PacketPath::BroadcastToRoutes(std::span<std::byte> packet, const PacketLayout& layout,
                                    const WinDivertAddress& driverAddress) {
+  const std::uint32_t localSource = SourceAddress(packet);
+  SetSourceAddress(packet, tunnelAddress_);
   for (const RouteMapping& route : routes_.Mappings()) {
     if (route.realPrefix >= 31) continue;  // such a network has no broadcast address
-    Packet copy = packet;
-    SetDestinationAddress(copy, LastAddress(route.Real()));
-    SetSourceAddress(copy, tunnelAddress_);
-    driver_.RecalculateChecksums(copy);
+    SetDestinationAddress(packet, LastAddress(route.Real()));
+    driver_.RecalculateChecksums(packet);
 
-    const FlowEntry entry{SourceAddress(packet), LastAddress(route.Mapped()),
-                          driverAddress.interfaceIndex, driverAddress.subInterfaceIndex};
-    tables_.RecordFlow(FlowKeyOf(copy, layout), entry);
-    tables_.RecordBroadcast(BroadcastKeyOf(copy, layout, route), entry);
-    queue_.EnqueueOutbound(std::move(copy));
+    const FlowEntry entry{localSource, LastAddress(route.Mapped()), driverAddress.interfaceIndex,
+                          driverAddress.subInterfaceIndex};
+    tables_.RecordFlow(FlowKeyOf(packet, layout), entry);
+    tables_.RecordBroadcast(BroadcastKeyOf(packet, layout, route), entry);
+    queue_.EnqueueOutbound(packet);
   }
 }
 

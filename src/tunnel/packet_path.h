@@ -31,9 +31,11 @@ class PacketPath {
   void Configure(std::uint32_t tunnelAddress, std::vector<RouteMapping> mappings,
                  bool discoveryMode) EXCLUDES(packetLock_);
 
-  // One captured packet, with the record that the driver gave for it. Packets outside the mapped
-  // networks are dropped, as is what ValidatePacket refuses.
-  void HandleOutbound(Packet packet, const WinDivertAddress& driverAddress) EXCLUDES(packetLock_);
+  // One captured packet, with the record that the driver gave for it; rewritten in place and copied
+  // into the queue. Packets outside the mapped networks are dropped, as is what ValidatePacket
+  // refuses. kReadableBehindPacket bytes behind the packet must be readable, here and below.
+  void HandleOutbound(std::span<std::byte> packet, const WinDivertAddress& driverAddress)
+      EXCLUDES(packetLock_);
 
   // One packet from the relay, any bytes; rewritten in place and injected. Dropped silently when it
   // is no tunnel packet, answers nothing, or the driver is not open.
@@ -46,9 +48,9 @@ class PacketPath {
   [[nodiscard]] std::size_t BroadcastCount() const EXCLUDES(packetLock_);
 
  private:
-  void SendToRoute(Packet packet, const PacketLayout& layout, const WinDivertAddress& driverAddress)
-      REQUIRES(packetLock_);
-  void BroadcastToRoutes(const Packet& packet, const PacketLayout& layout,
+  void SendToRoute(std::span<std::byte> packet, const PacketLayout& layout,
+                   const WinDivertAddress& driverAddress) REQUIRES(packetLock_);
+  void BroadcastToRoutes(std::span<std::byte> packet, const PacketLayout& layout,
                          const WinDivertAddress& driverAddress) REQUIRES(packetLock_);
   const FlowEntry* FindReturn(std::span<const std::byte> packet, const PacketLayout& layout) const
       REQUIRES(packetLock_);

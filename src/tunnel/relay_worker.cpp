@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <exception>
-#include <vector>
+#include <span>
 
 namespace tunnel {
 namespace {
@@ -29,7 +29,7 @@ void RelayWorker::Run() noexcept {
 void RelayWorker::ReceiveUntilLost() {
   const RelayLink::RelayPointer relay = work_.link.Current();
   if (relay == nullptr) return;
-  std::vector<std::byte> packet;
+  std::span<std::byte> packet;
   while (relay->ReadMessage(packet)) {
     try {
       work_.inbound(packet);

@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "tunnel/packet.h"
 #include "tunnel/udp_datagram.h"
 
 namespace tunnel {
@@ -132,9 +133,10 @@ bool SocketUdpRelay::SendUdpPacket(std::span<const std::byte> packet) {
 }
 
 void SocketUdpRelay::ReceiveLoop(DatagramSocket& socket) noexcept {
-  std::array<std::byte, kMaxUdpDatagramBytes> buffer;
+  std::array<std::byte, kMaxUdpDatagramBytes + kReadableBehindPacket> buffer{};
   while (hooks_.keepGoing()) {
-    const platform::SocketResult received = socket.Receive(buffer);
+    const platform::SocketResult received =
+        socket.Receive(std::span(buffer).first(kMaxUdpDatagramBytes));
     if (received.error == 0) {
       Take(std::span(buffer).first(received.bytes));
     } else if (platform::IsSocketClosed(received.error) || !MayReceiveAgain(received.error)) {

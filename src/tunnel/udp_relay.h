@@ -10,7 +10,8 @@ namespace tunnel {
 // What the tunnel gives the path at its making; all may be called from any thread, never throw and
 // outlive the path.
 struct UdpRelayHooks {
-  // Takes one packet that came from the relay; may change it in place.
+  // Takes one packet that came from the relay; may change it in place and read
+  // kReadableBehindPacket bytes behind it.
   std::function<void(std::span<std::byte>)> inbound;
   // False as soon as the tunnel stops; to be asked before each wait and each attempt.
   std::function<bool()> keepGoing;

@@ -1,6 +1,9 @@
 #include "tunnel/websocket_frame.h"
 
-#include <algorithm>
+#include <cassert>
+
+#include "tunnel/bytes.h"
+#include "tunnel/frame_mask.h"
 
 namespace tunnel {
 namespace {
@@ -9,18 +12,7 @@ constexpr std::uint8_t kFinal = 0x80;
 constexpr std::uint8_t kMasked = 0x80;
 constexpr std::uint8_t kLength16 = 126;
 constexpr std::uint8_t kLength64 = 127;
-
-void AppendBe(std::vector<std::byte>& out, std::uint64_t value, std::size_t sizeBytes) {
-  for (std::size_t left = sizeBytes; left > 0; --left) {
-    out.push_back(static_cast<std::byte>(value >> (8 * (left - 1))));
-  }
-}
-
-std::uint64_t ReadBe(std::span<const std::byte> bytes) noexcept {
-  std::uint64_t value = 0;
-  for (const std::byte byte : bytes) value = value << 8 | std::to_integer<std::uint64_t>(byte);
-  return value;
-}
+constexpr std::size_t kKeyBytes = 4;
 
 std::uint8_t LengthField(std::size_t sizeBytes) noexcept {
   if (sizeBytes < kLength16) return static_cast<std::uint8_t>(sizeBytes);
@@ -38,122 +30,103 @@ std::uint32_t MakeMaskKey(std::uint32_t framesSent, std::uint32_t tickMs) noexce
   return (framesSent + 1) * 0x9E3779B9U ^ tickMs;
 }
 
-void ApplyMask(std::span<std::byte> bytes, std::uint32_t key, std::size_t offset) noexcept {
-  // The key repeated over one vector register: the compiler makes one operation of the inner loop.
-  constexpr std::size_t kBlock = 16;
-  std::byte keyBytes[kBlock];
-  for (std::size_t i = 0; i < kBlock; ++i) {
-    keyBytes[i] = static_cast<std::byte>(key >> (24 - 8 * ((i + offset) % 4)));
-  }
-  std::size_t at = 0;
-  for (; bytes.size() - at >= kBlock; at += kBlock) {
-    for (std::size_t i = 0; i < kBlock; ++i) bytes[at + i] ^= keyBytes[i];
-  }
-  for (std::size_t i = 0; at < bytes.size(); ++at, ++i) bytes[at] ^= keyBytes[i];
+std::size_t FrameBytes(std::size_t payloadBytes) noexcept {
+  return 2 + ExtendedBytes(LengthField(payloadBytes)) + kKeyBytes + payloadBytes;
 }
 
-std::vector<std::byte> EncodeFrame(std::uint8_t opcode, std::span<const std::byte> payload,
-                                   std::uint32_t maskKey) {
+std::span<std::byte> WriteFrame(std::span<std::byte> out, std::uint8_t opcode,
+                                std::span<const std::byte> payload,
+                                std::uint32_t maskKey) noexcept {
+  assert(out.size() >= FrameBytes(payload.size()));
   const std::uint8_t lengthField = LengthField(payload.size());
-  std::vector<std::byte> frame;
-  frame.reserve(14 + payload.size());
-  frame.push_back(static_cast<std::byte>(kFinal | opcode));
-  frame.push_back(static_cast<std::byte>(kMasked | lengthField));
-  AppendBe(frame, payload.size(), ExtendedBytes(lengthField));
-  AppendBe(frame, maskKey, 4);
-  const std::size_t headerBytes = frame.size();
-  frame.insert(frame.end(), payload.begin(), payload.end());
-  ApplyMask(std::span(frame).subspan(headerBytes), maskKey, 0);
-  return frame;
+  WriteU8(out, 0, static_cast<std::uint8_t>(kFinal | opcode));
+  WriteU8(out, 1, static_cast<std::uint8_t>(kMasked | lengthField));
+  if (lengthField == kLength16) WriteU16Be(out, 2, static_cast<std::uint16_t>(payload.size()));
+  if (lengthField == kLength64) WriteU64Be(out, 2, payload.size());
+  const std::size_t keyAt = 2 + ExtendedBytes(lengthField);
+  WriteU32Be(out, keyAt, maskKey);
+  CopyMasked(out.subspan(keyAt + kKeyBytes), payload, maskKey);
+  return out.first(keyAt + kKeyBytes + payload.size());
 }
 
-FrameReader::Result FrameReader::Feed(std::span<const std::byte> bytes) {
-  ReleaseFinished();
+struct FrameReader::Header {
+  std::uint8_t opcode = 0;
+  bool isFinal = false;
+  bool isMasked = false;
+  std::uint32_t key = 0;
+  std::size_t sizeBytes = 0;  // 0: not whole yet
+  std::uint64_t payloadBytes = 0;
+
+  explicit Header(std::span<const std::byte> bytes) noexcept;
+  [[nodiscard]] bool IsData() const noexcept {
+    return opcode == kOpcodeContinuation || opcode == kOpcodeBinary;
+  }
+};
+
+FrameReader::Header::Header(std::span<const std::byte> bytes) noexcept {
+  if (bytes.size() < 2) return;
+  const std::uint8_t first = ReadU8(bytes, 0);
+  const std::uint8_t second = ReadU8(bytes, 1);
+  const auto lengthField = static_cast<std::uint8_t>(second & 0x7F);
+  const std::size_t keyAt = 2 + ExtendedBytes(lengthField);
+  isMasked = (second & kMasked) != 0;
+  const std::size_t headerBytes = keyAt + (isMasked ? kKeyBytes : 0);
+  if (bytes.size() < headerBytes) return;
+  opcode = first & 0x0F;
+  isFinal = (first & kFinal) != 0;
+  payloadBytes = lengthField;
+  if (lengthField == kLength16) payloadBytes = ReadU16Be(bytes, 2);
+  if (lengthField == kLength64) payloadBytes = ReadU64Be(bytes, 2);
+  if (isMasked) key = ReadU32Be(bytes, keyAt);
+  sizeBytes = headerBytes;
+}
+
+FrameReader::Result FrameReader::Feed(std::span<std::byte> bytes) {
+  payload_ = {};
   std::size_t taken = 0;
-  for (;;) {
-    while (part_ == Part::Header && taken < bytes.size()) {
-      if (TakeHeaderByte(bytes[taken++])) ReadHeader();
-    }
-    if (part_ == Part::Ended) return {FrameEvent::Ended, taken};
-    if (part_ == Part::Header) return {FrameEvent::NeedMore, taken};
-    const std::size_t count = std::min(bodyBytes_ - takenBytes_, bytes.size() - taken);
-    TakeBody(bytes.subspan(taken, count));
-    taken += count;
-    if (takenBytes_ < bodyBytes_) return {FrameEvent::NeedMore, taken};
-    const FrameEvent event = FinishFrame();
+  while (!hasEnded_) {
+    const std::span<std::byte> rest = bytes.subspan(taken);
+    const Header header(rest);
+    if (header.sizeBytes == 0) return {FrameEvent::NeedMore, taken};
+    if (IsTooLong(header)) break;
+    if (header.payloadBytes > rest.size() - header.sizeBytes) return {FrameEvent::NeedMore, taken};
+    const auto payloadBytes = static_cast<std::size_t>(header.payloadBytes);
+    taken += header.sizeBytes + payloadBytes;
+    const FrameEvent event = TakeFrame(header, rest.subspan(header.sizeBytes, payloadBytes));
     if (event != FrameEvent::NeedMore) return {event, taken};
   }
+  hasEnded_ = true;
+  return {FrameEvent::Ended, taken};
 }
 
-// How long the header is, as far as what has arrived of it tells.
-std::size_t FrameReader::HeaderBytes() const noexcept {
-  if (headerBytes_ < 2) return 2;
-  const auto second = std::to_integer<std::uint8_t>(header_[1]);
-  const std::size_t keyBytes = (second & kMasked) != 0 ? 4 : 0;
-  return 2 + ExtendedBytes(second & 0x7F) + keyBytes;
+// What is skipped or a ping is not added to the message so far.
+bool FrameReader::IsTooLong(const Header& header) const noexcept {
+  const std::size_t held = header.IsData() && isGathering_ ? fragments_.size() : 0;
+  return header.payloadBytes > kMaxMessageBytes - held;
 }
 
-// True when the header is whole.
-bool FrameReader::TakeHeaderByte(std::byte byte) {
-  header_[headerBytes_++] = byte;
-  return headerBytes_ == HeaderBytes();
-}
-
-void FrameReader::ReadHeader() {
-  const auto first = std::to_integer<std::uint8_t>(header_[0]);
-  const auto second = std::to_integer<std::uint8_t>(header_[1]);
-  const std::span<const std::byte> header(header_);
-  const std::size_t extended = ExtendedBytes(second & 0x7F);
-  const std::uint64_t length = extended == 0 ? second & 0x7FU : ReadBe(header.subspan(2, extended));
-  opcode_ = first & 0x0F;
-  isFinal_ = (first & kFinal) != 0;
-  isMasked_ = (second & kMasked) != 0;
-  maskKey_ = isMasked_ ? static_cast<std::uint32_t>(ReadBe(header.subspan(2 + extended, 4))) : 0;
-  headerBytes_ = 0;
-  takenBytes_ = 0;
-  // What is skipped or a ping is not added to the message so far.
-  const std::size_t held = IsData() ? message_.size() : 0;
-  part_ = length > kMaxMessageBytes - held ? Part::Ended : Part::Body;
-  bodyBytes_ = part_ == Part::Body ? static_cast<std::size_t>(length) : 0;
-}
-
-bool FrameReader::IsData() const noexcept {
-  return opcode_ == kOpcodeContinuation || opcode_ == kOpcodeBinary;
-}
-
-void FrameReader::ReleaseFinished() {
-  if (finished_ != nullptr) finished_->clear();
-  finished_ = nullptr;
-}
-
-// Where the frame's payload is gathered; null when it is passed over.
-std::vector<std::byte>* FrameReader::Target() noexcept {
-  if (IsData()) return &message_;
-  return opcode_ == kOpcodePing ? &control_ : nullptr;
-}
-
-void FrameReader::TakeBody(std::span<const std::byte> bytes) {
-  if (std::vector<std::byte>* const target = Target(); target != nullptr) {
-    const std::size_t before = target->size();
-    target->insert(target->end(), bytes.begin(), bytes.end());
-    if (isMasked_) ApplyMask(std::span(*target).subspan(before), maskKey_, takenBytes_);
-  }
-  takenBytes_ += bytes.size();
-}
-
-FrameEvent FrameReader::FinishFrame() {
-  part_ = Part::Header;
-  if (opcode_ == kOpcodeClose) {
-    part_ = Part::Ended;
+FrameEvent FrameReader::TakeFrame(const Header& header, std::span<std::byte> payload) {
+  if (header.opcode == kOpcodeClose) {
+    hasEnded_ = true;
     return FrameEvent::Ended;
   }
-  if (opcode_ == kOpcodePing) {
-    finished_ = &control_;
-    return FrameEvent::Ping;
+  if (!header.IsData() && header.opcode != kOpcodePing) return FrameEvent::NeedMore;
+  if (header.isMasked) CopyMasked(payload, payload, header.key);
+  if (header.IsData()) return TakeData(header.isFinal, payload);
+  payload_ = payload;
+  return FrameEvent::Ping;
+}
+
+FrameEvent FrameReader::TakeData(bool isFinal, std::span<std::byte> payload) {
+  if (!isGathering_ && isFinal) {
+    payload_ = payload;
+    return FrameEvent::Message;
   }
-  if (!IsData() || !isFinal_) return FrameEvent::NeedMore;
-  finished_ = &message_;
-  return FrameEvent::Message;
+  if (!isGathering_) fragments_.clear();
+  fragments_.insert(fragments_.end(), payload.begin(), payload.end());
+  isGathering_ = !isFinal;
+  if (isFinal) payload_ = fragments_;
+  return isFinal ? FrameEvent::Message : FrameEvent::NeedMore;
 }
 
 }  // namespace tunnel

@@ -22,22 +22,23 @@ inline constexpr std::size_t kMaxMessageBytes = 4194304;
 // The masking key of the frame sent after `framesSent` others, at `tickMs` (GetTickCount).
 std::uint32_t MakeMaskKey(std::uint32_t framesSent, std::uint32_t tickMs) noexcept;
 
-// Masks or unmasks `bytes`, of which the first is the payload's byte number `offset`. The key's
-// most significant byte is the first on the wire.
-void ApplyMask(std::span<std::byte> bytes, std::uint32_t key, std::size_t offset) noexcept;
+// What a written frame takes with a payload of that many bytes.
+std::size_t FrameBytes(std::size_t payloadBytes) noexcept;
 
-// One whole frame: FIN set, masked, the shortest form of the length. `opcode` is 0 to 15.
-std::vector<std::byte> EncodeFrame(std::uint8_t opcode, std::span<const std::byte> payload,
-                                   std::uint32_t maskKey);
+// Writes one whole frame to the start of `out`, which must have room for FrameBytes(), and returns
+// that part: FIN set, masked, the shortest form of the length. `opcode` is 0 to 15.
+std::span<std::byte> WriteFrame(std::span<std::byte> out, std::uint8_t opcode,
+                                std::span<const std::byte> payload, std::uint32_t maskKey) noexcept;
 
 enum class FrameEvent {
-  NeedMore,  // all bytes taken, nothing finished yet
+  NeedMore,  // nothing finished: what was not taken is the start of a frame
   Message,   // a binary message is whole: Payload()
   Ping,      // a ping is whole, to be answered with its Payload()
   Ended,     // a close frame, or a declared length over the limit
 };
 
-// Cuts one relay connection's byte stream into messages.
+// Cuts one relay connection's byte stream into messages, in the caller's own buffer: a message of
+// one frame, as every packet is, is never copied.
 //
 // Binary and continuation frames make up the messages; text frames and frames of unknown kinds are
 // skipped, one frame at a time. So a continuation always belongs to the message being gathered,
@@ -45,9 +46,9 @@ enum class FrameEvent {
 // with it. Masked frames are unmasked; reserved bits are not looked at.
 //
 // Threads: none inside; one caller at a time (the receiving thread).
-// Owns:    what has arrived of the current message and frame, each up to kMaxMessageBytes.
-// Errors:  Ended is final. A length over the limit is noticed from the frame's header, before
-//          anything is stored; so is a fragment that would make the message longer than the limit.
+// Owns:    what has arrived of a message in fragments, up to kMaxMessageBytes.
+// Errors:  Ended is final. A length over the limit is noticed from the frame's header, before the
+//          rest arrives; so is a fragment that would make the message longer than the limit.
 class FrameReader {
  public:
   FrameReader() = default;
@@ -56,40 +57,27 @@ class FrameReader {
 
   struct Result {
     FrameEvent event = FrameEvent::NeedMore;
-    std::size_t takenBytes = 0;  // feed the rest again
+    std::size_t takenBytes = 0;
   };
-  // Takes bytes, cut anywhere, until they are used up or something is finished.
-  [[nodiscard]] Result Feed(std::span<const std::byte> bytes);
+  // Takes whole frames from the start of `bytes` until something is finished. The next call gets
+  // what was not taken, with more behind it after NeedMore. Unmasks in place.
+  [[nodiscard]] Result Feed(std::span<std::byte> bytes);
 
-  // What the last Feed() finished; valid until the next one, and the caller's to change.
-  [[nodiscard]] std::span<std::byte> Payload() noexcept {
-    return finished_ == nullptr ? std::span<std::byte>() : std::span(*finished_);
-  }
+  // What the last Feed() finished: a part of its `bytes` or, gathered from fragments, the reader's
+  // own. Valid until the next Feed(), and the caller's to change.
+  [[nodiscard]] std::span<std::byte> Payload() noexcept { return payload_; }
 
  private:
-  enum class Part { Header, Body, Ended };
+  struct Header;
 
-  bool TakeHeaderByte(std::byte byte);
-  [[nodiscard]] std::size_t HeaderBytes() const noexcept;
-  void ReadHeader();
-  void ReleaseFinished();
-  std::vector<std::byte>* Target() noexcept;
-  void TakeBody(std::span<const std::byte> bytes);
-  FrameEvent FinishFrame();
-  [[nodiscard]] bool IsData() const noexcept;
+  [[nodiscard]] bool IsTooLong(const Header& header) const noexcept;
+  FrameEvent TakeFrame(const Header& header, std::span<std::byte> payload);
+  FrameEvent TakeData(bool isFinal, std::span<std::byte> payload);
 
-  Part part_ = Part::Header;
-  std::byte header_[14] = {};
-  std::size_t headerBytes_ = 0;  // of header_ that have arrived
-  std::uint8_t opcode_ = 0;
-  bool isFinal_ = false;
-  bool isMasked_ = false;
-  std::uint32_t maskKey_ = 0;
-  std::size_t bodyBytes_ = 0;   // the frame's payload
-  std::size_t takenBytes_ = 0;  // of them that have arrived
-  std::vector<std::byte> message_;
-  std::vector<std::byte> control_;
-  std::vector<std::byte>* finished_ = nullptr;  // message_ or control_, for Payload()
+  bool hasEnded_ = false;
+  bool isGathering_ = false;          // a message has begun and is not whole
+  std::vector<std::byte> fragments_;  // of it
+  std::span<std::byte> payload_;
 };
 
 }  // namespace tunnel

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "text/utf8.h"
 #include "tunnel/websocket_handshake.h"
@@ -15,6 +16,7 @@ namespace {
 constexpr std::chrono::milliseconds kNetworkTimeout{8000};
 constexpr int kSocketBufferBytes = 4194304;
 constexpr std::size_t kSliceBytes = 65536;
+constexpr std::size_t kKeptFrameBytes = 1048576;
 
 // What GetTickCount gives: milliseconds of a steady clock, cut to 32 bits.
 std::uint32_t SteadyTickMs() {
@@ -138,15 +140,15 @@ void WebSocketRelay::ShakeHands(platform::Socket& socket, const RelayEndpoint& e
     throw ErrorWithCode("WebSocket handshake send failed, error ", *error);
   }
   reader_ = std::make_unique<FrameReader>();
-  unread_ = {};
+  received_.Clear();
   HandshakeReader response;
   for (;;) {
     int error = 0;
     if (!ReceiveMore(socket, error)) {
       throw ErrorWithCode("WebSocket handshake receive failed, error ", error);
     }
-    const HandshakeReader::Result result = response.Feed(unread_);
-    unread_ = unread_.subspan(result.takenBytes);
+    const HandshakeReader::Result result = response.Feed(received_.Unread());
+    received_.Take(result.takenBytes);
     if (result.state == HandshakeState::TooLarge) {
       throw std::runtime_error("WebSocket handshake response was too large.");
     }
@@ -158,45 +160,65 @@ void WebSocketRelay::ShakeHands(platform::Socket& socket, const RelayEndpoint& e
 }
 
 bool WebSocketRelay::SendFrame(std::uint8_t opcode, std::span<const std::byte> payload) {
+  return SendFrames(opcode, {&payload, 1});
+}
+
+bool WebSocketRelay::SendFrames(std::uint8_t opcode,
+                                std::span<const std::span<const std::byte>> payloads) {
   const platform::MutexLock held(sendLock_);
   const SocketPointer socket = ConnectedSocket();
   if (socket == nullptr) return false;
   const std::uint32_t tickMs = hooks_.tickMs ? hooks_.tickMs() : SteadyTickMs();
-  const std::vector<std::byte> frame =
-      EncodeFrame(opcode, payload, MakeMaskKey(maskCounter_++, tickMs));
-  return !SendAll(SenderOf(*socket), frame, kSliceBytes);
+  std::size_t bytes = 0;
+  for (const auto payload : payloads) bytes += FrameBytes(payload.size());
+  const std::span<std::byte> room = FrameRoom(bytes);
+  std::size_t at = 0;
+  for (const auto payload : payloads) {
+    const std::uint32_t key = MakeMaskKey(maskCounter_++, tickMs);
+    at += WriteFrame(room.subspan(at), opcode, payload, key).size();
+  }
+  return !SendAll(SenderOf(*socket), room, kSliceBytes);
 }
 
-// Fills the buffer, of which all must have been read. False at the end of the stream (error 0) or
-// when the receive failed.
+// Where frames are written. What a rare long message needs is given back by the next send.
+std::span<std::byte> WebSocketRelay::FrameRoom(std::size_t bytes) {
+  const bool isOversized = framesCapacity_ > kKeptFrameBytes && bytes <= kKeptFrameBytes;
+  if (bytes > framesCapacity_ || isOversized) {
+    framesCapacity_ = 0;  // should the next line throw
+    frames_ = std::make_unique_for_overwrite<std::byte[]>(std::max(bytes, kSliceBytes));
+    framesCapacity_ = std::max(bytes, kSliceBytes);
+  }
+  return {frames_.get(), bytes};
+}
+
+// Adds to what is unread. False at the end of the stream (error 0) or when the receive failed.
 bool WebSocketRelay::ReceiveMore(platform::Socket& socket, int& error) {
-  buffer_.resize(kSliceBytes);
-  const platform::SocketResult received = socket.Receive(buffer_);
+  const platform::SocketResult received =
+      socket.Receive(received_.Room(kSliceBytes).first(kSliceBytes));
   error = received.error;
-  unread_ = std::span(buffer_).first(received.bytes);
+  received_.Add(received.bytes);
   receivedBytes_ += received.bytes;
   return received.bytes > 0;
 }
 
-bool WebSocketRelay::ReadMessage(std::vector<std::byte>& message) {
+bool WebSocketRelay::ReadMessage(std::span<std::byte>& message) {
   const SocketPointer socket = ConnectedSocket();
   if (socket == nullptr) return false;
   isBeingRead_ = true;
   for (;;) {
-    const FrameReader::Result result = reader_->Feed(unread_);
-    unread_ = unread_.subspan(result.takenBytes);
-    const std::span<const std::byte> payload = reader_->Payload();
+    const FrameReader::Result result = reader_->Feed(received_.Unread());
+    received_.Take(result.takenBytes);
     int error = 0;
     switch (result.event) {
       case FrameEvent::NeedMore:
         if (!ReceiveMore(*socket, error)) return false;
         break;
       case FrameEvent::Message:
-        message.assign(payload.begin(), payload.end());
+        message = reader_->Payload();
         return true;
       case FrameEvent::Ping:
         // A pong cut short would have the next frame read as its rest.
-        if (!SendFrame(kOpcodePong, payload)) return false;
+        if (!SendFrame(kOpcodePong, reader_->Payload())) return false;
         break;
       case FrameEvent::Ended:
         return false;

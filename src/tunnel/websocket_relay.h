@@ -7,10 +7,10 @@
 #include <optional>
 #include <span>
 #include <string_view>
-#include <vector>
 
 #include "platform/mutex.h"
 #include "platform/socket.h"
+#include "tunnel/receive_buffer.h"
 #include "tunnel/relay_url.h"
 #include "tunnel/websocket_frame.h"
 
@@ -60,10 +60,15 @@ class WebSocketRelay {
   // Sends one unfragmented frame; whole frames of several threads never mix. False when not
   // connected or the network refuses; the connection is then of no more use.
   bool SendFrame(std::uint8_t opcode, std::span<const std::byte> payload);
+  // Sends each payload as a frame of its own, all of them one behind the other in one piece. False
+  // as above; some may have gone out then.
+  bool SendFrames(std::uint8_t opcode, std::span<const std::span<const std::byte>> payloads);
 
   // Waits for the next binary message and answers pings meanwhile. False when the connection has
   // ended: by the relay, a fault, a pong that could not be sent, 8 seconds of silence or Close().
-  bool ReadMessage(std::vector<std::byte>& message);
+  // The message stays where it was received, valid until the next call and the caller's to change;
+  // kReadableBehindPacket bytes behind it can be read.
+  bool ReadMessage(std::span<std::byte>& message);
 
   // Ends the connection. Safe to call twice.
   void Close() noexcept;
@@ -87,6 +92,7 @@ class WebSocketRelay {
   void ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint);
   bool ReceiveMore(platform::Socket& socket, int& error);
   void ThrowIfCancelled() const;
+  std::span<std::byte> FrameRoom(std::size_t bytes) REQUIRES(sendLock_);
 
   const RelayHooks hooks_;
 
@@ -97,16 +103,17 @@ class WebSocketRelay {
   // Changes together with the socket, so that a closed relay never counts as connected.
   bool connected_ GUARDED_BY(stateLock_) = false;
 
-  platform::Mutex sendLock_;  // one whole frame
+  platform::Mutex sendLock_;  // whole frames
   std::uint32_t maskCounter_ GUARDED_BY(sendLock_) = 0;
+  std::unique_ptr<std::byte[]> frames_ GUARDED_BY(sendLock_);  // what is being sent
+  std::size_t framesCapacity_ GUARDED_BY(sendLock_) = 0;
 
   std::atomic<std::uint64_t> receivedBytes_{0};
   std::atomic<bool> isBeingRead_{false};
 
   // The receiving thread's.
   std::unique_ptr<FrameReader> reader_ = std::make_unique<FrameReader>();
-  std::vector<std::byte> buffer_;
-  std::span<const std::byte> unread_;  // of buffer_
+  ReceiveBuffer received_;
 };
 
 }  // namespace tunnel

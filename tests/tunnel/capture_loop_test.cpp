@@ -8,6 +8,7 @@
 
 #include "tunnel/bytes.h"
 #include "tunnel/fake_driver.h"
+#include "tunnel/queue_reader.h"
 #include "tunnel/test_packets.h"
 
 namespace tunnel {
@@ -45,6 +46,7 @@ class CaptureLoopTest : public ::testing::Test {
   FakeDriver fake_;
   Driver driver_;
   PacketQueue queue_;
+  QueueReader reader_{queue_};
   PacketPath path_{driver_, queue_};
   TunnelFlags flags_;
   WinDivertAddress address_;
@@ -54,7 +56,7 @@ class CaptureLoopTest : public ::testing::Test {
 TEST_F(CaptureLoopTest, HandsTunnelPacketsToThePath) {
   fake_.Capture(PacketOf(kUdp), address_);
   Start();
-  EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+  EXPECT_EQ(reader_.Next(), PacketOf(kUdpAtSite));
 }
 
 TEST_F(CaptureLoopTest, PutsOtherPacketsBackWithTheirWholeRecord) {
@@ -85,7 +87,7 @@ TEST_F(CaptureLoopTest, PutsOtherPacketsBackUnchanged) {
   fake_.Capture(igmp, address_);
   fake_.Capture(PacketOf(kUdp), address_);
   Start();
-  EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+  EXPECT_EQ(reader_.Next(), PacketOf(kUdpAtSite));
   const auto sent = fake_.SentPackets();
   ASSERT_EQ(sent.size(), 1U);
   EXPECT_EQ(sent[0].packet, igmp);
@@ -97,7 +99,7 @@ TEST_F(CaptureLoopTest, PassesOverAFailedReceive) {
   fake_.FailNth(FakeDriver::Call::Receive, 1);
   fake_.Capture(PacketOf(kUdp), address_);
   Start();
-  EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+  EXPECT_EQ(reader_.Next(), PacketOf(kUdpAtSite));
 }
 
 // A driver that fails every receive at once must not keep a processor busy.
@@ -107,7 +109,7 @@ TEST_F(CaptureLoopTest, PausesAfterEachFailedReceive) {
   fake_.Capture(PacketOf(kUdp), address_);
   const auto begin = std::chrono::steady_clock::now();
   Start();
-  EXPECT_EQ(queue_.Take(), PacketOf(kUdpAtSite));
+  EXPECT_EQ(reader_.Next(), PacketOf(kUdpAtSite));
   // A millisecond each, of which a coarse system clock may keep a part back.
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(kFailures) / 2);
   EXPECT_GE(fake_.Receives(), std::size_t{kFailures + 1});
@@ -119,7 +121,7 @@ TEST_F(CaptureLoopTest, TakesTheLargestPacket) {
   WriteU16Be(packet, 2, 65535);
   fake_.Capture(packet, address_);
   Start();
-  const auto left = queue_.Take();
+  const auto left = reader_.Next();
   ASSERT_TRUE(left);
   EXPECT_EQ(left->size(), 65535U);
   EXPECT_TRUE(HasCorrectChecksums(*left));

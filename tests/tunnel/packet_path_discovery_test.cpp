@@ -124,7 +124,8 @@ TEST_F(PacketPathDiscovery, TakesOnlyUdpBroadcasts) {
 
 TEST_F(PacketPathDiscovery, ReportsAFailingDriver) {
   fake_.FailNth(FakeDriver::Call::Checksums, 2);
-  EXPECT_EQ(ErrorOf([&] { path_.HandleOutbound(PacketOf(kScan), address_); }),
+  Packet scan = PacketOf(kScan);
+  EXPECT_EQ(ErrorOf([&] { path_.HandleOutbound(scan, address_); }),
             "WinDivert checksum recalculation failed.");
   EXPECT_EQ(queue_.Size(), 1U);  // the first network's copy had left
   EXPECT_EQ(path_.FlowCount(), 1U);

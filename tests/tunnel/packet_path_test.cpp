@@ -197,7 +197,10 @@ TEST_F(PacketPathTest, BothDirectionsMayRunWhileTheDriverIsClosed) {
   Outbound(PacketOf(kUdp));
   std::atomic<bool> isDone{false};
   std::jthread outbound([&] {
-    while (!isDone) path_.HandleOutbound(PacketOf(kUdp), address_);
+    while (!isDone) {
+      Packet packet = PacketOf(kUdp);
+      path_.HandleOutbound(packet, address_);
+    }
   });
   std::vector<std::jthread> inbound;
   for (int index = 0; index < 2; ++index) {

@@ -9,6 +9,7 @@
 
 #include "platform/mutex.h"
 #include "tunnel/bytes.h"
+#include "tunnel/queue_reader.h"
 #include "tunnel/test_relay.h"
 
 namespace tunnel {
@@ -141,7 +142,7 @@ TEST_F(PacketSenderTest, WhileTheRelayDoesNotReadTheNewestWaitAndAStopEndsItSoon
   for (std::uint32_t number = 0; number < kCount; ++number) {
     Packet packet(20);
     WriteU32Be(packet, 0, number);
-    queue_.EnqueueOutbound(std::move(packet));
+    queue_.EnqueueOutbound(packet);
   }
 
   const auto start = std::chrono::steady_clock::now();
@@ -152,8 +153,9 @@ TEST_F(PacketSenderTest, WhileTheRelayDoesNotReadTheNewestWaitAndAStopEndsItSoon
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
   release.set_value();
   ASSERT_EQ(queue_.Size(), PacketQueue::kCapacity);
+  QueueReader reader(queue_);
   for (std::uint32_t number = kCount - PacketQueue::kCapacity; number < kCount; ++number) {
-    ASSERT_EQ(ReadU32Be(queue_.Take().value(), 0), number);
+    ASSERT_EQ(ReadU32Be(reader.Next().value(), 0), number);
   }
 }
 

@@ -5,6 +5,7 @@
 //
 // Exit code 0 when every frame came back as it went, 1 otherwise, with the reason on stderr.
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -17,12 +18,12 @@ namespace {
 
 bool Echo(tunnel::WebSocketRelay& relay, std::size_t size) {
   const tunnel::Bytes payload = tunnel::Pattern(size);
-  tunnel::Bytes echoed;
+  std::span<std::byte> echoed;
   if (!relay.SendFrame(tunnel::kOpcodeBinary, payload)) {
     std::cerr << "frame of " << size << " bytes was not sent\n";
     return false;
   }
-  if (!relay.ReadMessage(echoed) || echoed != payload) {
+  if (!relay.ReadMessage(echoed) || !std::ranges::equal(echoed, payload)) {
     std::cerr << "frame of " << size << " bytes did not come back\n";
     return false;
   }

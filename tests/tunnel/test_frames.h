@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tunnel/websocket_frame.h"
+
 namespace tunnel {
 
 using Bytes = std::vector<std::byte>;
@@ -29,6 +31,14 @@ inline Bytes Pattern(std::size_t size) {
   Bytes bytes(size);
   for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::byte>(i % 251);
   return bytes;
+}
+
+// A frame as the program writes it.
+inline Bytes ClientFrame(std::uint8_t opcode, std::span<const std::byte> payload,
+                         std::uint32_t key) {
+  Bytes frame(FrameBytes(payload.size()));
+  frame.resize(WriteFrame(frame, opcode, payload, key).size());
+  return frame;
 }
 
 // A frame as a server writes it: unmasked, in the shortest form. Independent of the program's own

@@ -10,6 +10,7 @@
 #include "tunnel/bytes.h"
 #include "tunnel/fake_driver.h"
 #include "tunnel/packet_path.h"
+#include "tunnel/queue_reader.h"
 
 // What the tests of the packet path share. This computer is 192.168.1.50, its tunnel address
 // 10.99.0.7; 10.0.0.0/24 keeps its addresses, 192.168.1.0/24 is reached as 172.31.0.0/24.
@@ -72,11 +73,9 @@ class PacketPathTest : public ::testing::Test {
   }
 
   // What leaves for the relay when this is captured.
-  Packets Outbound(const Packet& packet) {
+  Packets Outbound(Packet packet) {
     path_.HandleOutbound(packet, address_);
-    Packets packets;
-    while (queue_.Size() > 0) packets.push_back(*queue_.Take());
-    return packets;
+    return reader_.Rest();
   }
 
   // What is injected when this comes from the relay.
@@ -94,6 +93,7 @@ class PacketPathTest : public ::testing::Test {
   FakeDriver fake_;
   Driver driver_;
   PacketQueue queue_;
+  QueueReader reader_{queue_};
   PacketPath path_{driver_, queue_};
   WinDivertAddress address_;
 };

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <string>
 
+#include "tunnel/frame_mask.h"
+#include "tunnel/receive_buffer.h"
 #include "tunnel/test_frames.h"
 
 namespace tunnel {
@@ -12,31 +14,44 @@ namespace {
 
 constexpr int kFin = 0x80;
 
-// What a reader made of a stream, as text for comparing: "M:abc P:x END".
-std::string Describe(FrameReader& reader, std::span<const std::byte> stream, std::size_t chunk) {
-  std::string seen;
-  while (!stream.empty()) {
-    std::span<const std::byte> piece = stream.first(std::min(chunk, stream.size()));
-    stream = stream.subspan(piece.size());
-    for (;;) {
-      const FrameReader::Result result = reader.Feed(piece);
-      piece = piece.subspan(result.takenBytes);
-      if (result.event == FrameEvent::NeedMore) {
-        EXPECT_TRUE(piece.empty());
-        break;
-      }
-      if (result.event == FrameEvent::Ended) return seen + "END";
-      seen += result.event == FrameEvent::Message ? "M:" : "P:";
-      for (const std::byte byte : reader.Payload()) seen += std::to_integer<char>(byte);
-      seen += ' ';
+// What a reader makes of bytes that arrive bit by bit, as text for comparing: "M:abc P:x END".
+class Stream {
+ public:
+  void Arrive(std::span<const std::byte> bytes) {
+    std::ranges::copy(bytes, buffer_.Room(bytes.size()).begin());
+    buffer_.Add(bytes.size());
+    while (!hasEnded_ && ReadOne()) {
     }
   }
-  return seen;
-}
+  [[nodiscard]] const std::string& Seen() const { return seen_; }
+  [[nodiscard]] std::size_t UnreadBytes() { return buffer_.Unread().size(); }
 
-std::string Describe(std::span<const std::byte> stream, std::size_t chunk = 1 << 20) {
-  FrameReader reader;
-  return Describe(reader, stream, chunk);
+ private:
+  bool ReadOne() {
+    const FrameReader::Result result = reader_.Feed(buffer_.Unread());
+    buffer_.Take(result.takenBytes);
+    if (result.event == FrameEvent::NeedMore) return false;
+    hasEnded_ = result.event == FrameEvent::Ended;
+    seen_ += hasEnded_ ? "END" : result.event == FrameEvent::Message ? "M:" : "P:";
+    for (const std::byte byte : reader_.Payload()) seen_ += std::to_integer<char>(byte);
+    if (!hasEnded_) seen_ += ' ';
+    return true;
+  }
+
+  FrameReader reader_;
+  ReceiveBuffer buffer_;
+  std::string seen_;
+  bool hasEnded_ = false;
+};
+
+std::string Describe(std::span<const std::byte> bytes, std::size_t chunk = 1 << 20) {
+  Stream stream;
+  while (!bytes.empty()) {
+    const std::size_t size = std::min(chunk, bytes.size());
+    stream.Arrive(bytes.first(size));
+    bytes = bytes.subspan(size);
+  }
+  return stream.Seen();
 }
 
 Bytes Join(std::initializer_list<Bytes> parts) {
@@ -65,7 +80,7 @@ TEST(FrameWriter, MixesTheFrameNumberIntoTheMaskingKey) {
 
 TEST(FrameWriter, WritesTheExampleOfTheRfc) {
   // RFC 6455, section 5.7: a masked "Hello", there as text.
-  EXPECT_EQ(EncodeFrame(kOpcodeText, BytesOf("Hello"), 0x37FA213D),
+  EXPECT_EQ(ClientFrame(kOpcodeText, BytesOf("Hello"), 0x37FA213D),
             BytesOf({0x81, 0x85, 0x37, 0xFA, 0x21, 0x3D, 0x7F, 0x9F, 0x4D, 0x51, 0x58}));
 }
 
@@ -82,7 +97,7 @@ TEST(FrameWriter, ChoosesTheShortestLengthForm) {
       {70000, BytesOf({0x82, 0xFF, 0, 0, 0, 0, 0, 1, 0x11, 0x70})},
   };
   for (const auto& row : rows) {
-    const Bytes frame = EncodeFrame(kOpcodeBinary, Pattern(row.size), 0);
+    const Bytes frame = ClientFrame(kOpcodeBinary, Pattern(row.size), 0);
     Bytes expected = row.header;
     Append(expected, BytesOf({0, 0, 0, 0}));  // a key of 0 leaves the payload as it is
     Append(expected, Pattern(row.size));
@@ -90,13 +105,35 @@ TEST(FrameWriter, ChoosesTheShortestLengthForm) {
   }
 }
 
-TEST(FrameWriter, MasksFromAnyOffset) {
-  const Bytes plain = Pattern(1000);
-  const Bytes masked = EncodeFrame(kOpcodeBinary, plain, 0x01020304);
-  for (std::size_t offset = 0; offset < 9; ++offset) {
-    Bytes tail(masked.begin() + 8 + static_cast<std::ptrdiff_t>(offset), masked.end());
-    ApplyMask(tail, 0x01020304, offset);
-    EXPECT_TRUE(std::equal(tail.begin(), tail.end(), plain.begin() + static_cast<int>(offset)));
+// The shortest way to say what masking is (RFC 6455, section 5.3).
+Bytes MaskedByteByByte(Bytes bytes, std::uint32_t key) {
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    bytes[i] ^= static_cast<std::byte>(key >> (24 - 8 * (i % 4)));
+  }
+  return bytes;
+}
+
+TEST(FrameMask, MasksEveryLengthFromAndToEveryAlignment) {
+  constexpr std::uint32_t kKey = 0x01F203E4;
+  for (std::size_t size = 0; size < 300; ++size) {
+    const Bytes expected = MaskedByteByByte(Pattern(size), kKey);
+    for (std::size_t shift = 0; shift < 33; ++shift) {
+      Bytes from(shift);
+      Append(from, Pattern(size));
+      Bytes to(33 - shift + size + 1, std::byte{0xEE});
+      const auto target = std::span(to).subspan(33 - shift);
+      CopyMasked(target, std::span(from).subspan(shift), kKey);
+      ASSERT_TRUE(std::ranges::equal(target.first(size), expected)) << size << " at " << shift;
+      ASSERT_EQ(target[size], std::byte{0xEE}) << "written past the end";
+    }
+  }
+}
+
+TEST(FrameMask, MasksInPlace) {
+  for (const std::size_t size : {0U, 1U, 31U, 33U, 1330U, 65536U}) {
+    Bytes bytes = Pattern(size);
+    CopyMasked(bytes, bytes, 0xA1B2C3D4);
+    EXPECT_EQ(bytes, MaskedByteByByte(Pattern(size), 0xA1B2C3D4)) << size;
   }
 }
 
@@ -182,9 +219,9 @@ TEST(FrameReader, TruncatedFrameDeliversNothing) {
 TEST(FrameReader, ReadsEachLengthForm) {
   for (const std::size_t size : {0U, 1U, 125U, 126U, 65535U, 65536U, 4194304U}) {
     const Bytes payload = Pattern(size);
+    Bytes frame = ServerFrame(kFin | 2, payload);
     FrameReader reader;
-    const FrameReader::Result result = reader.Feed(ServerFrame(kFin | 2, payload));
-    ASSERT_EQ(result.event, FrameEvent::Message) << size;
+    ASSERT_EQ(reader.Feed(frame).event, FrameEvent::Message) << size;
     EXPECT_TRUE(std::ranges::equal(reader.Payload(), payload)) << size;
   }
 }
@@ -192,10 +229,17 @@ TEST(FrameReader, ReadsEachLengthForm) {
 TEST(FrameReader, ReadsBackWhatTheWriterWrote) {
   for (const std::size_t size : {0U, 125U, 126U, 65536U}) {
     FrameReader reader;
-    const Bytes frame = EncodeFrame(kOpcodeBinary, Pattern(size), MakeMaskKey(3, 99));
+    Bytes frame = ClientFrame(kOpcodeBinary, Pattern(size), MakeMaskKey(3, 99));
     ASSERT_EQ(reader.Feed(frame).event, FrameEvent::Message);
     EXPECT_TRUE(std::ranges::equal(reader.Payload(), Pattern(size)));
   }
+}
+
+TEST(FrameReader, AMessageOfOneFrameStaysWhereItIs) {
+  FrameReader reader;
+  Bytes frame = ServerFrame(kFin | 2, BytesOf("abc"));
+  ASSERT_EQ(reader.Feed(frame).event, FrameEvent::Message);
+  EXPECT_EQ(reader.Payload().data(), &frame[2]);
 }
 
 TEST(FrameReader, LengthOverTheLimitEndsAtTheHeader) {
@@ -208,41 +252,48 @@ TEST(FrameReader, LengthOverTheLimitEndsAtTheHeader) {
       BytesOf({0x89, 127, 0, 0, 0, 0, 0, 0x40, 0, 1}),
   };
   for (const Bytes& header : rows) {
-    FrameReader reader;
-    EXPECT_EQ(reader.Feed(std::span(header).first(9)).event, FrameEvent::NeedMore);
-    EXPECT_EQ(reader.Feed(std::span(header).subspan(9)).event, FrameEvent::Ended);
-    EXPECT_TRUE(reader.Payload().empty());
+    Stream stream;
+    stream.Arrive(std::span(header).first(9));
+    EXPECT_EQ(stream.Seen(), "");
+    stream.Arrive(std::span(header).subspan(9));
+    EXPECT_EQ(stream.Seen(), "END");
   }
 }
 
 TEST(FrameReader, FragmentsTogetherMayReachTheLimitAndNoMore) {
   for (const std::size_t last : {1U, 2U}) {
     FrameReader reader;
-    EXPECT_EQ(reader.Feed(ServerFrame(2, Pattern(kMaxMessageBytes - 1))).event,
-              FrameEvent::NeedMore);
-    const FrameReader::Result result = reader.Feed(ServerFrame(kFin, Pattern(last)));
-    EXPECT_EQ(result.event, last == 1 ? FrameEvent::Message : FrameEvent::Ended);
-    // The header alone told it.
-    EXPECT_EQ(result.takenBytes, last == 1 ? 3U : 2U);
+    Bytes first = ServerFrame(2, Pattern(kMaxMessageBytes - 1));
+    EXPECT_EQ(reader.Feed(first).event, FrameEvent::NeedMore);
+    Bytes header = BytesOf({kFin, static_cast<int>(last)});
+    // The header alone tells it.
+    EXPECT_EQ(reader.Feed(header).event, last == 1 ? FrameEvent::NeedMore : FrameEvent::Ended);
+    if (last == 2) continue;
+    Bytes whole = ServerFrame(kFin, Pattern(last));
+    EXPECT_EQ(reader.Feed(whole).event, FrameEvent::Message);
+    EXPECT_EQ(reader.Payload().size(), kMaxMessageBytes);
   }
 }
 
 TEST(FrameReader, WhatIsPassedOverOrAPingIsNotCountedAgainstTheMessage) {
   for (const int firstByte : {kFin | 1, 3, kFin | 9, kFin | 10}) {
-    FrameReader reader;
-    EXPECT_EQ(reader.Feed(ServerFrame(2, BytesOf("a"))).event, FrameEvent::NeedMore);
-    EXPECT_NE(reader.Feed(ServerFrame(firstByte, Pattern(kMaxMessageBytes))).event,
-              FrameEvent::Ended);
-    EXPECT_EQ(Describe(reader, ServerFrame(kFin, BytesOf("b")), 100), "M:ab ") << firstByte;
+    Stream stream;
+    stream.Arrive(ServerFrame(2, BytesOf("a")));
+    stream.Arrive(ServerFrame(firstByte, Pattern(kMaxMessageBytes)));
+    stream.Arrive(ServerFrame(kFin, BytesOf("b")));
+    EXPECT_TRUE(stream.Seen().ends_with("M:ab ")) << firstByte;
   }
 }
 
 TEST(FrameReader, StaysEnded) {
   FrameReader reader;
-  EXPECT_EQ(reader.Feed(ServerFrame(kFin | 8, {})).event, FrameEvent::Ended);
-  const FrameReader::Result result = reader.Feed(ServerFrame(kFin | 2, BytesOf("a")));
+  Bytes close = ServerFrame(kFin | 8, {});
+  EXPECT_EQ(reader.Feed(close).event, FrameEvent::Ended);
+  Bytes more = ServerFrame(kFin | 2, BytesOf("a"));
+  const FrameReader::Result result = reader.Feed(more);
   EXPECT_EQ(result.event, FrameEvent::Ended);
   EXPECT_EQ(result.takenBytes, 0U);
+  EXPECT_TRUE(reader.Payload().empty());
 }
 
 }  // namespace

@@ -75,8 +75,8 @@ class WebSocketRelayTest : public testing::Test {
     });
     relay_.Connect(server.RelayUrl());
     std::vector<Bytes> messages;
-    Bytes message;
-    while (relay_.ReadMessage(message)) messages.push_back(message);
+    std::span<std::byte> message;
+    while (relay_.ReadMessage(message)) messages.emplace_back(message.begin(), message.end());
     relay_.Close();
     return messages;
   }
@@ -197,9 +197,9 @@ TEST_F(WebSocketRelayTest, AnswersPingInsideFragmentedMessage) {
   Append(stream, ServerFrame(0x89, BytesOf("are you there")));
   Append(stream, ServerFrame(0x80, BytesOf("ment")));
   ASSERT_TRUE(server.Push(stream));
-  Bytes message;
+  std::span<std::byte> message;
   ASSERT_TRUE(relay_.ReadMessage(message));
-  EXPECT_EQ(message, BytesOf("fragment"));
+  EXPECT_TRUE(std::ranges::equal(message, BytesOf("fragment")));
   ASSERT_TRUE(server.WaitForFrames(1));
   EXPECT_EQ(server.Frames()[0].firstByte, 0x8A);
   EXPECT_TRUE(server.Frames()[0].isMasked);
@@ -217,7 +217,7 @@ TEST_F(WebSocketRelayTest, APongThatCannotBeSentEndsTheConnection) {
   });
   relay_.Connect(server.RelayUrl());
   while (relay_.SendFrame(kOpcodeBinary, BytesOf("x"))) std::this_thread::yield();
-  Bytes message;
+  std::span<std::byte> message;
   EXPECT_FALSE(relay_.ReadMessage(message));
   EXPECT_TRUE(message.empty());
 }
@@ -239,6 +239,30 @@ TEST_F(WebSocketRelayTest, SendsEachPacketAsOneMaskedFrame) {
   EXPECT_EQ(frames[1].key, BytesOf({0x2D, 0x4C, 0xC0, 0x36}));
 }
 
+TEST_F(WebSocketRelayTest, SendsManyPacketsTogetherEachAsItsOwnFrame) {
+  TestRelay server;
+  relay_.Connect(server.RelayUrl());
+  // More than one send takes, and more than is kept of memory; then few again.
+  for (const std::size_t longest : {70000U, 2000000U, 1U}) {
+    std::vector<Bytes> packets;
+    for (std::size_t size = 1; size <= longest; size = size * 3 + 1) {
+      packets.push_back(Pattern(size));
+    }
+    packets.push_back(Pattern(longest));
+    const std::vector<std::span<const std::byte>> payloads(packets.begin(), packets.end());
+    const std::size_t before = server.Frames().size();
+    ASSERT_TRUE(relay_.SendFrames(kOpcodeBinary, payloads));
+    ASSERT_TRUE(server.WaitForFrames(before + packets.size()));
+    const std::vector<TestPeer::Frame> frames = server.Frames();
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+      EXPECT_EQ(frames[before + i].firstByte, 0x82);
+      EXPECT_EQ(frames[before + i].payload, packets[i]);
+    }
+  }
+  const std::vector<TestPeer::Frame> frames = server.Frames();
+  EXPECT_EQ(frames[1].key, BytesOf({0x2D, 0x4C, 0xC0, 0x36}));  // each has its own key
+}
+
 TEST_F(WebSocketRelayTest, FramesOfTwoThreadsDoNotMix) {
   TestRelay server;
   relay_.Connect(server.RelayUrl());
@@ -255,7 +279,7 @@ TEST_F(WebSocketRelayTest, FramesOfTwoThreadsDoNotMix) {
 }
 
 TEST_F(WebSocketRelayTest, DoesNothingWhenNotConnected) {
-  Bytes message;
+  std::span<std::byte> message;
   EXPECT_FALSE(relay_.SendFrame(kOpcodeBinary, BytesOf("x")));
   EXPECT_FALSE(relay_.ReadMessage(message));
   relay_.Close();
@@ -267,7 +291,7 @@ TEST_F(WebSocketRelayTest, CloseEndsAWaitingRead) {
   TestRelay server;
   relay_.Connect(server.RelayUrl());
   std::thread reader([this]() {
-    Bytes message;
+    std::span<std::byte> message;
     EXPECT_FALSE(relay_.ReadMessage(message));
   });
   relay_.Close();
@@ -322,7 +346,7 @@ TEST_F(WebSocketRelayTest, CountsWhatTheRelaySends) {
   EXPECT_GT(before, 0U);  // the handshake
   const Bytes frame = ServerFrame(0x82, BytesOf("12345"));
   ASSERT_TRUE(server.Push(frame));
-  Bytes message;
+  std::span<std::byte> message;
   ASSERT_TRUE(relay_.ReadMessage(message));
   EXPECT_EQ(relay_.ReceivedBytes(), before + frame.size());
 }
