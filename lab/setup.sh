@@ -47,18 +47,19 @@ leave_off() {
   local name
   for name in "$@"; do
     case $name in
-      vsftpd | tftpd-hpa) systemctl disable -q "$name" ;;
+      vsftpd | tftpd-hpa | openvpn) systemctl disable -q "$name" ;;
       openssh-server) systemctl disable -q ssh ;;
     esac
   done
 }
 
-# Installs what is missing from lab/packages.txt and the npm packages of lab/package.json.
+# install_packages [LIST...]: what is missing from lab/packages.txt and those lists, and the npm packages of
+# lab/package.json.
 install_packages() {
   local missing=() name
   while read -r name; do
     dpkg-query -W -f='${Status}' "$name" 2>/dev/null | grep -q 'ok installed' || missing+=("$name")
-  done < <(grep -v '^#' "$repo/lab/packages.txt")
+  done < <(grep -hv '^#' "$repo/lab/packages.txt" "$@")
   command -v npm >/dev/null || missing+=(nodejs npm)
   if [ ${#missing[@]} -gt 0 ]; then
     need_root

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+namespace bench {
+
+// Writes the checksums of one IPv4 packet: the header's and, unless it is a fragment, that of ICMP,
+// TCP or UDP (RFC 1071, RFC 768, RFC 9293). False when `packet` is no whole IPv4 packet.
+bool WriteChecksums(std::span<std::byte> packet) noexcept;
+
+}  // namespace bench

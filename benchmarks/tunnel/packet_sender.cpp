@@ -1,0 +1,142 @@
+#include "benchmarks/tunnel/packet_sender.h"
+
+#include <netinet/udp.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "benchmarks/tunnel/ends.h"
+
+namespace bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The most fill half of a TUN device's queue, and are enough to keep both processors busy; the
+// fewest fit the smallest socket buffer that the system gives to whoever does not ask for more.
+constexpr std::uint64_t kMostUnderWay = 256;
+constexpr std::uint64_t kFewestUnderWay = 64;
+constexpr std::size_t kBurstPackets = 48;  // of the largest size, they are one send of the system
+constexpr std::chrono::milliseconds kLossTime{
+    50};  // longer than a busy machine leaves a thread waiting
+
+class Sender {
+ public:
+  explicit Sender(const SendPlan& plan)
+      : plan_(plan), burst_(kBurstPackets * plan.payloadBytes), begin_(Clock::now()) {
+    const timeval wait = {0, std::chrono::microseconds(kLossTime).count()};
+    if (::setsockopt(plan.socket, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) != 0) {
+      tun::Fail("Time-out");
+    }
+  }
+
+  SendResult Run() {
+    Clock::time_point now = begin_;
+    for (; now - begin_ < plan_.duration; now = Clock::now()) {
+      TakeCredits();
+      const std::uint64_t room = Room();
+      if (room > 0) SendBurst(std::min<std::size_t>(room, kBurstPackets));
+    }
+    return {received_, lost_, now - begin_};
+  }
+
+ private:
+  [[nodiscard]] std::uint64_t Room() const { return window_ - std::min(window_, sent_ - arrived_); }
+
+  // Everything that is there; with the window closed, waits for one.
+  void TakeCredits() {
+    Message message;
+    bool isWaiting = Room() == 0;
+    for (;;) {
+      const ssize_t bytes = ::recv(plan_.socket, &message, sizeof(message),
+                                   MSG_TRUNC | (isWaiting ? 0 : MSG_DONTWAIT));
+      if (bytes < 0) {
+        // All that was under way, or its credit, is lost.
+        if (isWaiting && errno == EAGAIN) arrived_ = sent_;
+        return;
+      }
+      if (bytes != sizeof(message) || message.kind != MessageKind::Credit ||
+          message.run != plan_.run) {
+        continue;
+      }
+      TakeCredit(message);
+      isWaiting = false;
+    }
+  }
+
+  void TakeCredit(const Message& credit) {
+    if (credit.sequence <= highest_) return;  // an older one
+    highest_ = credit.sequence;
+    arrived_ = std::max(arrived_, highest_);
+    received_ = credit.count;
+    const std::uint64_t lost = highest_ - std::min(received_, highest_);
+    // Some queue is too short for so many. One step for all that was lost of one window.
+    if (lost > lost_ && highest_ > narrowedAt_) {
+      window_ = std::max(kFewestUnderWay, window_ / 2);
+      narrowedAt_ = sent_;
+    }
+    lost_ = lost;
+  }
+
+  void SendBurst(std::size_t packets) {
+    for (std::size_t i = 0; i < packets; ++i) {
+      const Message message = {MessageKind::Data, plan_.run, sent_ + i + 1, 0, 0};
+      std::memcpy(&burst_[i * plan_.payloadBytes], &message, sizeof(message));
+    }
+    sent_ += packets;
+    if (canSegment_ && SendSegments(packets)) return;
+    for (std::size_t i = 0; i < packets; ++i) {
+      (void)::sendto(plan_.socket, &burst_[i * plan_.payloadBytes], plan_.payloadBytes, 0,
+                     reinterpret_cast<const sockaddr*>(&plan_.to), sizeof(plan_.to));
+    }
+  }
+
+  // Has the system cut one large datagram into packets, which costs the generator a fraction of
+  // what a call a packet does. Older kernels refuse that for devices without checksums of their
+  // own.
+  bool SendSegments(std::size_t packets) {
+    iovec part = {burst_.data(), packets * plan_.payloadBytes};
+    alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(std::uint16_t))> control = {};
+    sockaddr_in to = plan_.to;
+    msghdr message = {};
+    message.msg_name = &to;
+    message.msg_namelen = sizeof(to);
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* const option = CMSG_FIRSTHDR(&message);
+    option->cmsg_level = SOL_UDP;
+    option->cmsg_type = UDP_SEGMENT;
+    option->cmsg_len = CMSG_LEN(sizeof(std::uint16_t));
+    const auto size = static_cast<std::uint16_t>(plan_.payloadBytes);
+    std::memcpy(CMSG_DATA(option), &size, sizeof(size));
+    if (::sendmsg(plan_.socket, &message, 0) >= 0) return true;
+    canSegment_ = errno != EIO && errno != EINVAL;
+    return canSegment_;
+  }
+
+  const SendPlan& plan_;
+  std::vector<std::byte> burst_;
+  const Clock::time_point begin_;
+  std::uint64_t sent_ = 0;
+  std::uint64_t highest_ = 0;  // sequence that a credit has named
+  std::uint64_t arrived_ = 0;  // up to here, packets have arrived or are given up
+  std::uint64_t received_ = 0;
+  std::uint64_t lost_ = 0;
+  std::uint64_t window_ = kMostUnderWay;
+  std::uint64_t narrowedAt_ = 0;  // what had been sent when the window was made smaller
+  bool canSegment_ = true;
+};
+
+}  // namespace
+
+SendResult SendPackets(const SendPlan& plan) {
+  return Sender(plan).Run();
+}
+
+}  // namespace bench

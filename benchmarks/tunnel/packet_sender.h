@@ -1,0 +1,47 @@
+#pragma once
+
+#include <netinet/in.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+// What travels between the two ends of packets_main.cpp, and the end that sends.
+namespace bench {
+
+enum class MessageKind : std::uint32_t { Data = 1, Credit, RequestDown, Result };
+
+// The start of every datagram's payload; both ends run on one machine, so it travels as it lies in
+// memory. It fits the smallest packet that is measured (64 bytes, 36 of them payload).
+struct Message {
+  MessageKind kind = MessageKind::Data;
+  std::uint32_t run = 0;         // of the measurement; what another one left under way is dropped
+  std::uint64_t sequence = 0;    // Data: from 1. Credit: the highest that arrived. Result: lost
+  std::uint64_t count = 0;       // Credit, Result: how many arrived. Request: payload bytes
+  std::uint64_t durationNs = 0;  // Request: how long to send. Result: how long it took
+};
+
+struct SendPlan {
+  int socket = -1;
+  sockaddr_in to = {};
+  std::uint32_t run = 0;
+  std::size_t payloadBytes = 0;
+  std::chrono::nanoseconds duration{0};
+};
+
+struct SendResult {
+  std::uint64_t received = 0;  // by the other end, as its credits say
+  std::uint64_t lost = 0;      // of those up to the newest that a credit names
+  std::chrono::nanoseconds time{0};
+};
+
+inline constexpr std::size_t kMaxPayloadBytes = 1472;
+
+// The sink sends a credit for every so many packets.
+inline constexpr std::uint64_t kPacketsPerCredit = 32;
+
+// Sends packets for plan.duration as fast as the other end gives credit for them: at most 256 are
+// under way, fewer (but not fewer than 64) once some were lost.
+SendResult SendPackets(const SendPlan& plan);
+
+}  // namespace bench

@@ -1,0 +1,35 @@
+// Reads what the tools print, and sums up what was read. Pure.
+
+/** The value below which `share` of the values lie, by nearest rank; NaN of none. */
+export function percentile(values, share) {
+  const sorted = values.toSorted((a, b) => a - b);
+  return sorted[Math.max(0, Math.ceil(sorted.length * share) - 1)] ?? NaN;
+}
+
+export const median = (values) => percentile(values, 0.5);
+
+/** {upMegabits, downMegabits, bytes} of `iperf3 -J`; what did not run is 0. Counted where it arrives. */
+export function readIperf(text) {
+  const report = JSON.parse(text);
+  if (report.error) throw new Error(`iperf3: ${report.error}`);
+  const { sum_received: received, sum_received_bidir_reverse: back } = report.end;
+  const isReverse = report.start.test_start.reverse === 1;
+  const [up, down] = isReverse ? [undefined, received] : [received, back];
+  return {
+    upMegabits: (up?.bits_per_second ?? 0) / 1e6,
+    downMegabits: (down?.bits_per_second ?? 0) / 1e6,
+    bytes: (up?.bytes ?? 0) + (down?.bytes ?? 0),
+  };
+}
+
+/** The round-trip times in ms that ping prints, one a reply. */
+export const readPing = (text) => [...text.matchAll(/ time=([\d.]+) ms/g)].map(([, ms]) => Number(ms));
+
+/** Packets that arrived in a second, of what the packets program prints. */
+export function readPackets(text) {
+  const { received, lost, seconds } = JSON.parse(text);
+  return { perSecond: received / seconds, lostShare: lost / Math.max(1, received + lost) };
+}
+
+/** Nanoseconds on a processor, the first number of a thread's schedstat. */
+export const readSchedstat = (text) => Number(text.split(' ')[0]);

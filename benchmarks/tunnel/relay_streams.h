@@ -1,0 +1,81 @@
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+// The benchmark relay's two formats, written for speed: it must not be what is measured.
+namespace bench {
+
+// Cuts what the client sends over the WebSocket into packets (RFC 6455, section 5.2).
+//
+// Threads: none inside; one caller at a time.
+class ClientFrames {
+ public:
+  ClientFrames() : buffer_(kBufferBytes) {}
+
+  // Where the next bytes from the connection belong.
+  [[nodiscard]] std::span<std::byte> Room() { return std::span(buffer_).subspan(filled_); }
+  void Take(std::size_t bytes) { filled_ += bytes; }
+
+  // The next whole binary frame's payload, unmasked, valid until Room(); empty when there is none.
+  // Other frames are skipped: a client that is measured sends only pongs beside packets. Throws
+  // when the frame is none that a client may send, or a close frame.
+  std::span<std::byte> Next();
+
+ private:
+  static constexpr std::size_t kBufferBytes = 1 << 19;
+
+  void DropRead();
+
+  std::vector<std::byte> buffer_;
+  std::size_t filled_ = 0;
+  std::size_t read_ = 0;
+};
+
+// Packets from the site on their way to the client, gathered while more of them wait: large ones,
+// or all of them while there is no endpoint for datagrams, as frames in one piece; small ones as
+// datagrams in one call.
+//
+// Threads: none inside; one caller at a time.
+class Downlink {
+ public:
+  // Sockets for frames and datagrams; the endpoint is where datagrams go, with this token.
+  Downlink(int webSocket, int udp, std::uint64_t token);
+
+  // Where the next packet is to be read to; there is room for one of any size.
+  [[nodiscard]] std::span<std::byte> Room();
+  // Takes the packet of `bytes` that was read to Room(). `endpoint`: null when there is none.
+  void Take(std::size_t bytes, const sockaddr_in* endpoint);
+  [[nodiscard]] bool IsFull() const;
+  // Sends what was gathered; false when the connection has ended.
+  bool Flush();
+  // Tells a client that has heard nothing else that the relay is alive.
+  bool SendPing();
+
+ private:
+  static constexpr std::size_t kFrameBytes = 1 << 16;  // gathered before they are sent
+  static constexpr std::size_t kDatagrams = 64;
+  static constexpr std::size_t kSlotBytes = 2048;
+
+  void AddFrame(std::size_t bytes);
+  void AddDatagram(std::size_t bytes, const sockaddr_in& endpoint);
+
+  const int webSocket_;
+  const int udp_;
+  const std::uint64_t token_;
+  std::vector<std::byte> frames_;
+  std::size_t frameBytes_ = 0;
+  std::vector<std::byte> slots_;
+  std::array<iovec, kDatagrams> parts_ = {};
+  std::array<mmsghdr, kDatagrams> messages_ = {};
+  sockaddr_in endpoint_ = {};
+  std::size_t datagrams_ = 0;
+};
+
+}  // namespace bench

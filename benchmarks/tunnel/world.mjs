@@ -1,0 +1,90 @@
+// The benchmark's network: for every contestant two namespaces of its own, the engineer and the site,
+// joined by a virtual cable. All pairs have the same addresses.
+//
+//   engineer 10.50.0.2 -- cable -- 10.50.0.1 site
+//        TUN 10.60.0.2 -- tunnel -- 192.168.77.10 TUN
+import { mkdir, readdir, rm } from 'node:fs/promises';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+
+import { run, runOrFail } from '../../lab/processes.mjs';
+
+export const kEngineerOuter = '10.50.0.2';
+export const kSiteOuter = '10.50.0.1';
+export const kEngineer = '10.60.0.2';
+export const kAssigned = '10.88.0.2';  // the address that the session gives the engineer's packets
+export const kSite = '192.168.77.10';
+export const kSiteNetwork = '192.168.77.0/24';
+// What the session clamps TCP to: 1310 bytes of data and two headers. The same for everybody.
+export const kMtu = 1350;
+const kQueuePackets = 500;  // Linux's own choice for a TUN device
+const kPrefix = 'velbench-';
+
+/** The command line that runs `command` in a namespace; it is killed when this process dies. */
+export function inside(namespace, command) {
+  return ['nsenter', `--net=/run/netns/${namespace}`, 'setpriv', '--pdeathsig', 'KILL', ...command];
+}
+
+export class World {
+  #namespaces = [];
+
+  /** The two namespaces' names of a new contestant: {engineer, site}. */
+  async addPair(name) {
+    const pair = {};
+    for (const end of ['engineer', 'site']) {
+      pair[end] = `${kPrefix}${process.pid}-${name}-${end}`;
+      this.#namespaces.push(pair[end]);
+      await runOrFail(['ip', 'netns', 'add', pair[end]]);
+      // The system's own IPv6 solicitations would wake idle tunnels.
+      await runOrFail(inside(pair[end], ['sysctl', '-qw', 'net.ipv6.conf.all.disable_ipv6=1',
+        'net.ipv6.conf.default.disable_ipv6=1']));
+      await runOrFail(['ip', '-n', pair[end], 'link', 'set', 'lo', 'up']);
+    }
+    await runOrFail(['ip', 'link', 'add', 'cable', 'netns', pair.engineer,
+      'type', 'veth', 'peer', 'name', 'cable', 'netns', pair.site]);
+    for (const [end, address] of [['engineer', kEngineerOuter], ['site', kSiteOuter]]) {
+      await runOrFail(['ip', '-n', pair[end], 'addr', 'add', `${address}/24`, 'dev', 'cable']);
+      await runOrFail(['ip', '-n', pair[end], 'link', 'set', 'cable', 'up']);
+    }
+    return pair;
+  }
+
+  /** Gives the TUN devices that a contestant has made their addresses, routes, size and queue. */
+  async bringUp(pair, devices) {
+    const ends = [['engineer', kEngineer, [kSiteNetwork]], ['site', kSite, [kEngineer, kAssigned]]];
+    for (const [end, address, routes] of ends) {
+      const ip = (words) => runOrFail(['ip', '-n', pair[end], ...words.split(' ')]);
+      await ip(`link set ${devices[end]} mtu ${kMtu} txqueuelen ${kQueuePackets} up`);
+      await ip(`addr add ${address}/32 dev ${devices[end]}`);
+      for (const route of routes) await ip(`route add ${route} dev ${devices[end]} src ${address}`);
+    }
+  }
+
+  /** Makes a folder for keys. */
+  async makeFolder() {
+    this.folder = path.join(tmpdir(), `${kPrefix}${process.pid}`);
+    await mkdir(this.folder, { mode: 0o700 });
+  }
+
+  async remove() {
+    for (const name of this.#namespaces) await run(['ip', 'netns', 'del', name]);
+    this.#namespaces = [];
+    if (this.folder) await rm(this.folder, { recursive: true, force: true });
+  }
+
+  /** Removes what a benchmark that was killed has left; its processes died with it. */
+  static async removeLeftovers() {
+    const isLeft = (name) => name.startsWith(kPrefix) && !isAlive(Number(name.slice(kPrefix.length).split('-')[0]));
+    for (const name of (await readdir('/run/netns').catch(() => [])).filter(isLeft)) await run(['ip', 'netns', 'del', name]);
+    for (const name of (await readdir(tmpdir())).filter(isLeft)) await rm(path.join(tmpdir(), name), { recursive: true });
+  }
+}
+
+function isAlive(pid) {
+  try {
+    process.kill(pid, 0);
+    return true;
+  } catch {
+    return false;
+  }
+}
