@@ -1,27 +1,24 @@
 // Who is measured: the floors, this project's session, and its peers. Each `start` brings up both ends
-// and returns their TUN devices and the engineer's process, {devices, process}.
+// and returns the engineer's process.
 import { mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { kBuild } from '../../lab/paths.mjs';
 import { run, runOrFail } from '../../lab/processes.mjs';
-import { inside, kAssigned, kEngineerOuter, kMtu, kSiteNetwork, kSiteOuter } from './world.mjs';
+import { inside, kAssigned, kDevices, kEngineerOuter, kMtu, kSiteNetwork, kSiteOuter } from './world.mjs';
 
 const kPort = '4000';
 const kSocketBytes = String(4 << 20);
 const program = (name) => path.join(kBuild, 'bench/benchmarks/tunnel', name);
-// Their names are in the command lines and in WireGuard's control sockets, which all namespaces share.
-const kDevices = { engineer: `e${process.pid}`, site: `s${process.pid}` };
-
-/** Starts the site's end, then the engineer's; returns as `start` does. */
+/** Starts the site's end, then the engineer's; returns the latter. */
 async function startBoth({ processes, name, pair }, commands, ready = {}) {
   const started = {};
   for (const end of ['site', 'engineer']) {
     started[end] = await processes.start(`${name} (${end})`, inside(pair[end], commands[end]),
       { ready: ready[end] });
   }
-  return { devices: kDevices, process: started.engineer };
+  return started.engineer;
 }
 
 const kReady = { site: /^ready$/m, engineer: /^ready$/m };
@@ -93,7 +90,7 @@ async function setWireGuard(namespace, device, words) {
 
 async function wireGuard(context) {
   const command = (end) => ['wireguard-go', '-f', kDevices[end]];
-  const started = await startBoth(context, { site: command('site'), engineer: command('engineer') });
+  const engineer = await startBoth(context, { site: command('site'), engineer: command('engineer') });
   const folder = path.join(context.folder, context.name);
   await mkdir(folder, { recursive: true });
   const keys = { site: await makeWireGuardKey(folder, 'site'), engineer: await makeWireGuardKey(folder, 'engineer') };
@@ -101,7 +98,7 @@ async function wireGuard(context) {
     ['private-key', keys[end].file, ...own, 'peer', keys[other].known, 'allowed-ips', '0.0.0.0/0', ...peer]);
   await set('site', 'engineer', ['listen-port', kPort], []);
   await set('engineer', 'site', [], ['endpoint', `${kSiteOuter}:${kPort}`]);
-  return started;
+  return engineer;
 }
 
 /** In the order of the table. `anchor(figure)` names the contestant that a figure is measured against. */
@@ -112,9 +109,9 @@ export const kContestants = [
     anchor: (figure) => (figure.isBulk ? 'FloorTcp' : 'FloorUdp') },
   { name: 'TunnelWebSocket', title: 'ours, no UDP', start: session('websocket'), anchor: () => 'FloorTcp' },
   { name: 'OpenVpnUdp', title: 'OpenVPN UDP', start: openVpn('udp', 'none'), anchor: () => 'Tunnel' },
-  { name: 'OpenVpnUdpAes', title: 'with AES', start: openVpn('udp', 'AES-256-GCM'), anchor: () => 'Tunnel' },
+  { name: 'OpenVpnUdpAes', title: 'UDP, AES', start: openVpn('udp', 'AES-256-GCM'), anchor: () => 'Tunnel' },
   { name: 'OpenVpnTcp', title: 'OpenVPN TCP', start: openVpn('tcp', 'none'), anchor: () => 'TunnelWebSocket' },
-  { name: 'OpenVpnTcpAes', title: 'with AES', start: openVpn('tcp', 'AES-256-GCM'), anchor: () => 'TunnelWebSocket' },
+  { name: 'OpenVpnTcpAes', title: 'TCP, AES', start: openVpn('tcp', 'AES-256-GCM'), anchor: () => 'TunnelWebSocket' },
   { name: 'WireGuard', title: 'wireguard-go', start: wireGuard, anchor: () => 'Tunnel' },
 ];
 

@@ -10,11 +10,12 @@ import { inside, kSite } from './world.mjs';
 
 export const kPacketsPort = '5300';
 export const kPacketSizes = [64, 512, 1300];
-const kBulkSeconds = 0.4;
+const kBulkSeconds = 0.3;
 const kFirstBulkBytes = 10_000_000;
 const kLeastBulkBytes = 4_000_000;
-const kPacketsMs = 250;
-const kPings = 150;
+const kPacketsMs = 150;
+const kLargestLoss = 0.02;
+const kPings = 120;
 const kPingSeconds = '0.002';
 const kLoadedPingSeconds = '0.004';
 const kTimeoutMs = 15_000;
@@ -69,11 +70,13 @@ async function bothWays(contestant) {
 }
 
 const packets = (size, direction) => async (contestant) => {
+  const before = await processorNs(contestant);
   const { stdout } = await atEngineer(contestant,
     [kPacketsProgram, direction.toLowerCase(), kSite, kPacketsPort, String(size), String(kPacketsMs)]);
-  const { perSecond, lostShare } = readPackets(stdout);
-  if (lostShare > 0.02) throw new Error(`${contestant.name} lost ${(lostShare * 100).toFixed(1)} % of packets of ${size} bytes`);
-  return { [`Packets${size}${direction}`]: perSecond };
+  const cpuNs = await processorNs(contestant) - before;
+  const { received, perSecond, lostShare } = readPackets(stdout);
+  if (lostShare > kLargestLoss) throw new Error(`${contestant.name} lost ${(lostShare * 100).toFixed(1)} % of packets of ${size} bytes`);
+  return { [`Packets${size}${direction}`]: perSecond, [`Cpu${size}${direction}`]: cpuNs / 1000 / received };
 };
 
 async function idle(contestant) {
@@ -104,4 +107,6 @@ export const kFigures = [
   { name: 'PingDown99', title: 'ping in bulk down, 99 %', unit: 'ms' },
   { name: 'CpuUp', title: 'processor, bulk up', unit: 's/GB', isBulk: true },
   { name: 'CpuDown', title: 'processor, bulk down', unit: 's/GB', isBulk: true },
+  { name: 'Cpu64Up', title: 'processor, 64-byte packets up', unit: 'us' },
+  { name: 'Cpu64Down', title: 'processor, 64-byte packets down', unit: 'us' },
 ];

@@ -74,12 +74,20 @@ class Sender {
     arrived_ = std::max(arrived_, highest_);
     received_ = credit.count;
     const std::uint64_t lost = highest_ - std::min(received_, highest_);
-    // Some queue is too short for so many. One step for all that was lost of one window.
-    if (lost > lost_ && highest_ > narrowedAt_) {
-      window_ = std::max(kFewestUnderWay, window_ / 2);
-      narrowedAt_ = sent_;
-    }
+    FitWindow(lost > lost_);
     lost_ = lost;
+  }
+
+  // Doubles with each window that has arrived whole, and halves with the first that has not: then
+  // some queue on the way is too short for so many. One step a window.
+  void FitWindow(bool hasLost) {
+    if (highest_ <= fittedAt_) return;
+    if (hasLost) {
+      window_ = std::max(kFewestUnderWay, window_ / 2);
+    } else if (lost_ == 0) {
+      window_ = std::min(kMostUnderWay, window_ * 2);
+    }
+    fittedAt_ = sent_;
   }
 
   void SendBurst(std::size_t packets) {
@@ -128,8 +136,8 @@ class Sender {
   std::uint64_t arrived_ = 0;  // up to here, packets have arrived or are given up
   std::uint64_t received_ = 0;
   std::uint64_t lost_ = 0;
-  std::uint64_t window_ = kMostUnderWay;
-  std::uint64_t narrowedAt_ = 0;  // what had been sent when the window was made smaller
+  std::uint64_t window_ = kFewestUnderWay;
+  std::uint64_t fittedAt_ = 0;  // what had been sent when the window was last looked at
   bool canSegment_ = true;
 };
 

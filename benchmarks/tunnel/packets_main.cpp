@@ -20,9 +20,9 @@
 //   packets serve PORT
 //   packets up|down ADDRESS PORT IP_BYTES MILLISECONDS
 //
-// The rule, the same for every contestant: a closed loop. At most 256 packets are under way, half
-// as many after a loss, down to 64; the receiving end gives credit for every 32 that have arrived.
-// So the sender finds the tunnel's speed at once, and no contestant spends its time on packets that
+// The rule, the same for every contestant: a closed loop. 64 packets are under way, then 128 and
+// 256 as long as none is lost; the receiving end gives credit for every 32 that have arrived. So
+// the sender finds the tunnel's speed at once, and no contestant spends its time on packets that
 // the system drops. What counts is packets received while the sender sends. Prints one line of
 // JSON.
 //

@@ -25,10 +25,10 @@ export function readIperf(text) {
 /** The round-trip times in ms that ping prints, one a reply. */
 export const readPing = (text) => [...text.matchAll(/ time=([\d.]+) ms/g)].map(([, ms]) => Number(ms));
 
-/** Packets that arrived in a second, of what the packets program prints. */
+/** What the packets program prints, and how many packets arrived in a second. */
 export function readPackets(text) {
   const { received, lost, seconds } = JSON.parse(text);
-  return { perSecond: received / seconds, lostShare: lost / Math.max(1, received + lost) };
+  return { received, perSecond: received / seconds, lostShare: lost / Math.max(1, received + lost) };
 }
 
 /** Nanoseconds on a processor, the first number of a thread's schedstat. */

@@ -58,23 +58,6 @@ void Upgrade(int client) {
   if (!bench::SendAll(client, std::as_bytes(std::span(kUpgraded)))) tun::Fail("Upgrading");
 }
 
-// Where datagrams go: set once, by the thread that takes hellos.
-class Endpoint {
- public:
-  void Set(const sockaddr_in& address) {
-    if (isKnown_) return;
-    address_ = address;
-    isKnown_.store(true, std::memory_order_release);
-  }
-  [[nodiscard]] const sockaddr_in* Get() const {
-    return isKnown_.load(std::memory_order_acquire) ? &address_ : nullptr;
-  }
-
- private:
-  sockaddr_in address_ = {};
-  std::atomic<bool> isKnown_{false};
-};
-
 void WritePacket(int device, std::span<const std::byte> packet) {
   (void)!::write(device, packet.data(), packet.size());
 }
@@ -92,14 +75,13 @@ void TakeFrames(int client, int device) {
   }
 }
 
-void Acknowledge(int udp, const sockaddr_in& from, std::span<const std::byte> hello) {
+void Acknowledge(int udp, std::span<const std::byte> hello) {
   std::array<std::byte, kAcknowledgementBytes> answer = {};
   tunnel::WriteU32Be(answer, 0, tunnel::ReadU32Be(hello, 0));
   tunnel::WriteU8(answer, kTypeAt, kAcknowledgementType);
   tunnel::WriteU8(answer, kTypeAt + 1, tunnel::kRelayModeHello);
   tunnel::WriteU64Be(answer, kTypeAt + 2, kToken);
-  (void)::sendto(udp, answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&from),
-                 sizeof(from));
+  (void)::send(udp, answer.data(), answer.size(), 0);
 }
 
 // Receives up to kDatagrams datagrams a call.
@@ -131,28 +113,32 @@ class DatagramReader {
   std::array<mmsghdr, kDatagrams> messages_ = {};
 };
 
-void TakeDatagrams(int udp, int device, Endpoint& endpoint) {
-  DatagramReader reader(udp);
+// The first hello connects the socket to its sender. Otherwise the system would look for a route
+// with every datagram, and over a virtual cable it does that in the time of the client, whose
+// processor time is measured.
+void TakeDatagrams(const tun::File& udp, int device, std::atomic<bool>& hasEndpoint) {
+  DatagramReader reader(udp.Get());
   for (;;) {
     reader.Receive([&](std::span<std::byte> datagram, const sockaddr_in& from) {
       if (const auto packet = tunnel::ParseUdpPacket(datagram, kToken)) {
         WritePacket(device, *packet);
       } else if (datagram.size() > kTypeAt && tunnel::ReadU8(datagram, kTypeAt) == kHelloType) {
-        endpoint.Set(from);
-        Acknowledge(udp, from, datagram);
+        if (!hasEndpoint) bench::ConnectTo(udp, from);
+        hasEndpoint = true;
+        Acknowledge(udp.Get(), datagram);
       }
     });
   }
 }
 
 // The device's reads do not wait, so that everything that is there is gathered before it is sent.
-void TakeSitePackets(int device, bench::Downlink& downlink, const Endpoint& endpoint) {
+void TakeSitePackets(int device, bench::Downlink& downlink, const std::atomic<bool>& hasEndpoint) {
   Clock::time_point pinged = Clock::now();
   for (bool isAlive = true; isAlive;) {
     const std::span<std::byte> room = downlink.Room();
     const ssize_t bytes = ::read(device, room.data(), room.size());
     if (bytes > 0) {
-      downlink.Take(static_cast<std::size_t>(bytes), endpoint.Get());
+      downlink.Take(static_cast<std::size_t>(bytes), hasEndpoint);
       if (downlink.IsFull()) isAlive = downlink.Flush();
       continue;
     }
@@ -177,11 +163,11 @@ void Run(const std::vector<std::string>& words) {
   if (words[3] == "udp") udp = bench::BindUdp(port);
   const tun::File client = bench::AcceptTcp(port);
   Upgrade(client.Get());
-  Endpoint endpoint;
+  std::atomic<bool> hasEndpoint{false};
   bench::Downlink downlink(client.Get(), udp.Get(), kToken);
-  std::thread fromSite([&]() { TakeSitePackets(device.Get(), downlink, endpoint); });
+  std::thread fromSite([&]() { TakeSitePackets(device.Get(), downlink, hasEndpoint); });
   std::thread datagrams;
-  if (udp) datagrams = std::thread([&]() { TakeDatagrams(udp.Get(), device.Get(), endpoint); });
+  if (udp) datagrams = std::thread([&]() { TakeDatagrams(udp, device.Get(), hasEndpoint); });
   try {
     TakeFrames(client.Get(), device.Get());
   } catch (const std::exception& error) {

@@ -79,8 +79,6 @@ Downlink::Downlink(int webSocket, int udp, std::uint64_t token)
     parts_[i].iov_base = &slots_[i * kSlotBytes];
     messages_[i].msg_hdr.msg_iov = &parts_[i];
     messages_[i].msg_hdr.msg_iovlen = 1;
-    messages_[i].msg_hdr.msg_name = &endpoint_;
-    messages_[i].msg_hdr.msg_namelen = sizeof(endpoint_);
   }
 }
 
@@ -88,9 +86,9 @@ std::span<std::byte> Downlink::Room() {
   return std::span(frames_).subspan(frameBytes_ + kHeader, kMaxPacketBytes);
 }
 
-void Downlink::Take(std::size_t bytes, const sockaddr_in* endpoint) {
-  if (endpoint != nullptr && bytes <= tunnel::kMaxUdpPacketBytes) {
-    AddDatagram(bytes, *endpoint);
+void Downlink::Take(std::size_t bytes, bool mayGoByUdp) {
+  if (mayGoByUdp && bytes <= tunnel::kMaxUdpPacketBytes) {
+    AddDatagram(bytes);
   } else {
     AddFrame(bytes);
   }
@@ -110,8 +108,7 @@ void Downlink::AddFrame(std::size_t bytes) {
   }
 }
 
-void Downlink::AddDatagram(std::size_t bytes, const sockaddr_in& endpoint) {
-  endpoint_ = endpoint;
+void Downlink::AddDatagram(std::size_t bytes) {
   const std::span<std::byte> slot = std::span(slots_).subspan(datagrams_ * kSlotBytes, kSlotBytes);
   parts_[datagrams_].iov_len = tunnel::WriteUdpPacket(slot, token_, Room().first(bytes)).size();
   ++datagrams_;

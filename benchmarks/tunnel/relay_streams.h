@@ -1,6 +1,5 @@
 #pragma once
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -45,13 +44,13 @@ class ClientFrames {
 // Threads: none inside; one caller at a time.
 class Downlink {
  public:
-  // Sockets for frames and datagrams; the endpoint is where datagrams go, with this token.
+  // Connected sockets for frames and datagrams, and the token that these carry.
   Downlink(int webSocket, int udp, std::uint64_t token);
 
   // Where the next packet is to be read to; there is room for one of any size.
   [[nodiscard]] std::span<std::byte> Room();
-  // Takes the packet of `bytes` that was read to Room(). `endpoint`: null when there is none.
-  void Take(std::size_t bytes, const sockaddr_in* endpoint);
+  // Takes the packet of `bytes` that was read to Room().
+  void Take(std::size_t bytes, bool mayGoByUdp);
   [[nodiscard]] bool IsFull() const;
   // Sends what was gathered; false when the connection has ended.
   bool Flush();
@@ -64,7 +63,7 @@ class Downlink {
   static constexpr std::size_t kSlotBytes = 2048;
 
   void AddFrame(std::size_t bytes);
-  void AddDatagram(std::size_t bytes, const sockaddr_in& endpoint);
+  void AddDatagram(std::size_t bytes);
 
   const int webSocket_;
   const int udp_;
@@ -74,7 +73,6 @@ class Downlink {
   std::vector<std::byte> slots_;
   std::array<iovec, kDatagrams> parts_ = {};
   std::array<mmsghdr, kDatagrams> messages_ = {};
-  sockaddr_in endpoint_ = {};
   std::size_t datagrams_ = 0;
 };
 

@@ -19,6 +19,9 @@ export const kSiteNetwork = '192.168.77.0/24';
 export const kMtu = 1350;
 const kQueuePackets = 500;  // Linux's own choice for a TUN device
 const kPrefix = 'velbench-';
+/** The TUN devices' names. WireGuard's control sockets bear them, in a folder that all namespaces share. */
+export const kDevices = { engineer: `velbe-${process.pid}`, site: `velbs-${process.pid}` };
+const kControlSockets = '/var/run/wireguard';
 
 /** The command line that runs `command` in a namespace; it is killed when this process dies. */
 export function inside(namespace, command) {
@@ -49,14 +52,14 @@ export class World {
     return pair;
   }
 
-  /** Gives the TUN devices that a contestant has made their addresses, routes, size and queue. */
-  async bringUp(pair, devices) {
+  /** Gives the TUN devices that a contestant has made there their addresses, routes, size and queue. */
+  async bringUp(pair) {
     const ends = [['engineer', kEngineer, [kSiteNetwork]], ['site', kSite, [kEngineer, kAssigned]]];
     for (const [end, address, routes] of ends) {
       const ip = (words) => runOrFail(['ip', '-n', pair[end], ...words.split(' ')]);
-      await ip(`link set ${devices[end]} mtu ${kMtu} txqueuelen ${kQueuePackets} up`);
-      await ip(`addr add ${address}/32 dev ${devices[end]}`);
-      for (const route of routes) await ip(`route add ${route} dev ${devices[end]} src ${address}`);
+      await ip(`link set ${kDevices[end]} mtu ${kMtu} txqueuelen ${kQueuePackets} up`);
+      await ip(`addr add ${address}/32 dev ${kDevices[end]}`);
+      for (const route of routes) await ip(`route add ${route} dev ${kDevices[end]} src ${address}`);
     }
   }
 
@@ -74,9 +77,15 @@ export class World {
 
   /** Removes what a benchmark that was killed has left; its processes died with it. */
   static async removeLeftovers() {
-    const isLeft = (name) => name.startsWith(kPrefix) && !isAlive(Number(name.slice(kPrefix.length).split('-')[0]));
-    for (const name of (await readdir('/run/netns').catch(() => [])).filter(isLeft)) await run(['ip', 'netns', 'del', name]);
-    for (const name of (await readdir(tmpdir())).filter(isLeft)) await rm(path.join(tmpdir(), name), { recursive: true });
+    const isLeft = (name) => {
+      const [, pid] = /^velb(?:ench|[es])-(\d+)/.exec(name) ?? [];
+      return pid !== undefined && !isAlive(Number(pid));
+    };
+    const leftIn = async (folder) => (await readdir(folder).catch(() => [])).filter(isLeft);
+    for (const name of await leftIn('/run/netns')) await run(['ip', 'netns', 'del', name]);
+    for (const folder of [tmpdir(), kControlSockets]) {
+      for (const name of await leftIn(folder)) await rm(path.join(folder, name), { recursive: true });
+    }
   }
 }
 

@@ -48,8 +48,8 @@ test('the time of every reply is read, and nothing else', () => {
 });
 
 test('packets are counted by the second', () => {
-  assert.deepEqual(readPackets('{"received":990,"lost":10,"seconds":0.250000}\n'), { perSecond: 3960, lostShare: 0.01 });
-  assert.deepEqual(readPackets('{"received":0,"lost":0,"seconds":0.25}'), { perSecond: 0, lostShare: 0 });
+  assert.deepEqual(readPackets('{"received":990,"lost":10,"seconds":0.250000}\n'), { received: 990, perSecond: 3960, lostShare: 0.01 });
+  assert.deepEqual(readPackets('{"received":0,"lost":0,"seconds":0.25}'), { received: 0, perSecond: 0, lostShare: 0 });
 });
 
 test("a thread's processor time is its schedstat's first number", () => {
