@@ -40,8 +40,8 @@ inline constexpr std::size_t kMaxPayloadBytes = 1472;
 // The sink sends a credit for every so many packets.
 inline constexpr std::uint64_t kPacketsPerCredit = 32;
 
-// Sends packets for plan.duration as fast as the other end gives credit for them: 64 are under way at
-// first, up to 256 as long as none is lost.
+// Sends packets for plan.duration as fast as the other end gives credit for them: 64 are under way
+// at first, up to 256 as long as none is lost.
 SendResult SendPackets(const SendPlan& plan);
 
 }  // namespace bench

@@ -21,10 +21,10 @@
 //   packets up|down ADDRESS PORT IP_BYTES MILLISECONDS
 //
 // The rule, the same for every contestant: a closed loop. 64 packets are under way, then 128 and
-// 256 as long as none is lost; the receiving end gives credit for every 32 that have arrived. So
-// the sender finds the tunnel's speed at once, and no contestant spends its time on packets that
-// the system drops. What counts is packets received while the sender sends. Prints one line of
-// JSON.
+// 256 as long as none is lost, half as many after a loss; the receiving end gives credit for every
+// 32 that have arrived. So the sender finds the tunnel's speed at once, and no contestant spends
+// its time on packets that the system drops. What counts is packets received while the sender
+// sends. Prints one line of JSON.
 //
 // The measurement begins at the engineer's end in both directions, because the tunnel lets packets
 // come back only where others have gone out.
