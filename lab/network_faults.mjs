@@ -11,6 +11,8 @@ import { runOrFail } from './processes.mjs';
 const kTable = 'lab_faults';
 const kOrdinaryMtu = 1500;
 const kWireDevice = 'wire0';
+/** What a common router holds for a line: a quarter of a second at 8 Mbit/s, a second at 2. */
+const kRouterQueueBytes = 256 * 1024;
 const kDirections = {
   both: ['toRelay', 'toClient'], toRelay: ['toRelay'], toClient: ['toClient'],
 };
@@ -80,17 +82,21 @@ export class NetworkFaults {
 
   /**
    * The line delays every packet by `delayMs`, loses `lossPercent` of them and holds
-   * `reorderPercent` back for `holdMs` more, in each direction. Tenths of a percent count.
+   * `reorderPercent` back for `holdMs` more, in each direction. Tenths of a percent count. It carries
+   * `kilobitsPerSecond` (0: no limit) with a queue of `queueBytes` before it; what finds that full is lost.
    */
-  async worsenLine({ delayMs = 0, lossPercent = 0, reorderPercent = 0, holdMs = 20, seed = 1 } = {}) {
+  async worsenLine({ delayMs = 0, lossPercent = 0, reorderPercent = 0, holdMs = 20, kilobitsPerSecond = 0,
+    queueBytes = kRouterQueueBytes, seed = 1 } = {}) {
     await this.#removeWire();
     const { engineer, cloud } = this.#network;
     const permille = (percent) => String(Math.round(percent * 10));
     const child = await this.#processes.start('wire', [kWire, '--a', engineer, '--b', cloud,
       '--device', kWireDevice, '--delay', String(delayMs), '--loss', permille(lossPercent),
-      '--reorder', permille(reorderPercent), '--hold', String(holdMs), '--seed', String(seed)],
+      '--reorder', permille(reorderPercent), '--hold', String(holdMs), '--rate', String(kilobitsPerSecond),
+      '--queue', String(queueBytes), '--seed', String(seed)],
     { ready: /ready/ });
-    const wire = { child, drainMs: delayMs + holdMs, output: '' };
+    const queueMs = kilobitsPerSecond === 0 ? 0 : (queueBytes * 8) / kilobitsPerSecond;
+    const wire = { child, drainMs: delayMs + holdMs + queueMs, output: '' };
     child.stdout.on('data', (bytes) => { wire.output += bytes; });
     this.#wire = wire;
     await this.#route('replace');

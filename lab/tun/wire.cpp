@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <random>
 #include <span>
 #include <stdexcept>
@@ -24,11 +25,13 @@
 // the other later, out of order, or never. Packets keep their order unless held back.
 //
 //   wire --a NAMESPACE --b NAMESPACE --device NAME [--delay MS] [--loss PERMILLE]
-//        [--reorder PERMILLE] [--hold MS] [--seed N]
+//        [--reorder PERMILLE] [--hold MS] [--rate KBIT] [--queue BYTES] [--seed N]
 //
 // Each end's device bears the same name. --reorder is the share of packets that are held back for
-// --hold more, so that later ones overtake them. Prints "ready"; SIGTERM and SIGINT end it, and it
-// then prints what it did as one line of JSON.
+// --hold more, so that later ones overtake them. --rate limits each direction to so many kbit/s (0:
+// no limit), counted over IP packets; what waits for its turn stands in a queue of --queue bytes,
+// and what finds that full is lost, as at a router. Prints "ready"; SIGTERM and SIGINT end it, and
+// it then prints what it did as one line of JSON.
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -44,6 +47,8 @@ struct Options {
   milliseconds delay{0}, hold{20};
   int lossPermille = 0;
   int reorderPermille = 0;
+  int kilobitsPerSecond = 0;
+  int queueBytes = 256 * 1024;
   unsigned seed = 1;
 };
 
@@ -62,6 +67,10 @@ void Set(Options& options, std::string_view name, const std::string& value) {
     options.lossPermille = tun::ParseInteger(value, 0, kPermille);
   } else if (name == "--reorder") {
     options.reorderPermille = tun::ParseInteger(value, 0, kPermille);
+  } else if (name == "--rate") {
+    options.kilobitsPerSecond = tun::ParseInteger(value, 0, 1'000'000);
+  } else if (name == "--queue") {
+    options.queueBytes = tun::ParseInteger(value, kMtu, 1 << 30);
   } else if (name == "--seed") {
     options.seed = static_cast<unsigned>(tun::ParseInteger(value, 0, 1 << 30));
   } else {
@@ -80,7 +89,7 @@ Options ParseOptions(std::span<char*> arguments) {
       options.device.size() >= IFNAMSIZ) {
     throw std::runtime_error(
         "Usage: wire --a NAMESPACE --b NAMESPACE --device NAME [--delay MS] [--loss PERMILLE] "
-        "[--reorder PERMILLE] [--hold MS] [--seed N]");
+        "[--reorder PERMILLE] [--hold MS] [--rate KBIT] [--queue BYTES] [--seed N]");
   }
   return options;
 }
@@ -92,17 +101,51 @@ tun::File OpenEnd(const std::string& networkNamespace, const std::string& device
   return tun::OpenTun(device, kMtu);
 }
 
+// The narrow place of one direction: a queue of bytes in front of a link of a fixed rate.
+class Bottleneck {
+ public:
+  explicit Bottleneck(const Options& options)
+      : nanosecondsPerByte_(options.kilobitsPerSecond == 0 ? 0 : 8e6 / options.kilobitsPerSecond),
+        queueBytes_(options.queueBytes) {}
+
+  // When the last byte of a packet of `bytes` that comes now has left; nothing: the queue is full.
+  std::optional<Clock::time_point> Pass(std::size_t bytes, Clock::time_point now) {
+    if (nanosecondsPerByte_ == 0) return now;
+    const Clock::time_point begins = std::max(now, isFreeAt_);
+    if (begins - now + TimeOf(bytes) > TimeOf(queueBytes_)) return std::nullopt;
+    isFreeAt_ = begins + TimeOf(bytes);
+    return isFreeAt_;
+  }
+
+ private:
+  template <typename Bytes>
+  [[nodiscard]] Clock::duration TimeOf(Bytes bytes) const {
+    return std::chrono::nanoseconds(
+        static_cast<std::int64_t>(nanosecondsPerByte_ * static_cast<double>(bytes)));
+  }
+
+  double nanosecondsPerByte_;
+  int queueBytes_;
+  Clock::time_point isFreeAt_;
+};
+
 // One direction of the line.
 class Lane {
  public:
-  Lane(const Options& options, unsigned seed) : options_(options), random_(seed) {}
+  Lane(const Options& options, unsigned seed)
+      : options_(options), bottleneck_(options), random_(seed) {}
 
   void Take(std::span<const std::uint8_t> packet, Clock::time_point now) {
     if (Happens(options_.lossPermille) || waiting_.size() == kQueuedPackets) {
       ++lost_;
       return;
     }
-    auto leaves = now + options_.delay;
+    const auto passed = bottleneck_.Pass(packet.size(), now);
+    if (!passed) {
+      ++lost_;
+      return;
+    }
+    auto leaves = *passed + options_.delay;
     if (Happens(options_.reorderPermille)) {
       leaves += options_.hold;
       ++heldBack_;
@@ -139,6 +182,7 @@ class Lane {
   }
 
   const Options& options_;
+  Bottleneck bottleneck_;
   std::mt19937 random_;
   std::multimap<Clock::time_point, std::vector<std::uint8_t>> waiting_;
   long carried_ = 0;

@@ -129,3 +129,25 @@ test('a worsened line reorders without losing', kLimit, async () => {
   assert.ok(line.toRelay.heldBack >= 20 && line.toRelay.lost === 0, JSON.stringify(line));
   assert.equal(report.tcp.breaks.length, 0);
 });
+
+test('a slow line has its rate, and its full queue delays and loses', kLimit, async () => {
+  const kilobitsPerSecond = 4000;
+  const queueBytes = 50_000;  // 100 ms
+  const seconds = 2;
+  await faults.worsenLine({ delayMs: 5, kilobitsPerSecond, queueBytes });
+  const atRest = await ping();
+  assert.equal(atRest.code, 0, atRest.stdout);
+  const running = await traffic({ tcp: false, udp: { sizes: [1400], intervalMs: 1 } });  // 11 Mbit/s
+  await pause(seconds * 1000);
+  const { stdout } = await ping();
+  const line = await faults.clear();
+  await running.stop();
+
+  const averageMs = (text) => Number(/= [\d.]+\/([\d.]+)\//.exec(text)[1]);
+  assert.ok(averageMs(atRest.stdout) < 60, atRest.stdout);
+  assert.ok(averageMs(stdout) > 90 && averageMs(stdout) < 350, stdout);  // a queue each way, of which one full
+  assert.ok(line.toRelay.lost > 100, JSON.stringify(line));
+  const mostBytes = (seconds + 1.5) * kilobitsPerSecond * 125 + queueBytes;
+  assert.ok(line.toRelay.carried * 1428 < mostBytes, JSON.stringify(line));
+  assert.ok(line.toRelay.carried * 1428 > seconds * kilobitsPerSecond * 125 / 2, JSON.stringify(line));
+});
