@@ -200,12 +200,12 @@ export class Lab {
   }
 
   /**
-   * Sends the program's window what the system would: {answer, tookMs}. Fails when it does not answer
-   * within ten seconds.
+   * Sends the program's window what the system would, `count` times: {answer, tookMs}. Fails when it does
+   * not answer within ten seconds.
    */
-  async sendToWindow(message, wParam) {
+  async sendToWindow(message, wParam, count = 1) {
     const command = this.prefix.command(this.prefix.windowsPath(kSendMessage),
-      [kWindowClass, String(message), String(wParam)]);
+      [kWindowClass, message, wParam, count].map(String));
     const { code, stdout } = await run(command, this.#windowsOptions);
     const [, answer, tookMs] = /^answer (\d+) after (\d+) ms/m.exec(stdout) ?? [];
     if (code !== 0 || answer === undefined) throw new Error(`The window did not answer message ${message}.`);

@@ -7,7 +7,7 @@ import { nowMs } from './record.mjs';
 
 const kPath = /^\/api\/relay\/client\/([^/?]+)\?engineerId=([^&]+)$/;
 const kPingMs = 3000;  // the client takes a relay that is silent for 8 s for dead
-const kWaitingBytes = 8 << 20;  // for a client that does not read; more is dropped
+const kWaitingBytes = 8 << 20;
 const kDestination = 16;  // where the destination stands in an IPv4 header (RFC 791, section 3.1)
 
 /** The destination of an IPv4 packet in dotted form; null for anything else. */
@@ -28,6 +28,8 @@ export class Relay {
   #pingTimer;
   upgrade = { refuseStatus: null, answer: null };
   isSilent = false;
+  /** What waits for a client that does not read; more is dropped. The system's buffers come on top. */
+  waitingBytes = kWaitingBytes;
   /** An OrderWatch, or null. */
   order = null;
   /** A packet that goes out in one piece with the response to the next handshake; null: none. */
@@ -109,7 +111,7 @@ export class Relay {
   toNewest(packet) { this.#deliver(this.newest(), packet); }
 
   #deliver(entry, packet) {
-    if (!entry || this.isSilent || entry.client.bufferedAmount > kWaitingBytes) {
+    if (!entry || this.isSilent || entry.client.bufferedAmount > this.waitingBytes) {
       this.#record.addDropped();
       return;
     }

@@ -104,6 +104,8 @@ export class LabService {
 
   // ---- the relay
 
+  /** How many bytes may wait for a client that does not read. */
+  setWaitingBytes(bytes) { this.#relay.waitingBytes = bytes; }
   /** Refuses upgrades with `status`, or answers them with one of kHandshakes by its name. */
   refuseUpgrade({ status = null, handshake = null }) {
     if (handshake !== null && !Object.hasOwn(kHandshakes, handshake)) {
