@@ -6,6 +6,7 @@
 // without scrolling, classes or times.
 import { BrowserPage, closeBrowser, openBrowser } from '../tests/page/browser_page.mjs';
 import { kLargeApply, measureHugeLine, measureSameApply } from '../tests/page/page_costs.mjs';
+import { median } from './medians.mjs';
 
 const kLines = 10_000;
 const kRounds = 7;
@@ -82,7 +83,6 @@ async function messages() {
   return figures;
 }
 
-const median = (values) => values.toSorted((a, b) => a - b)[Math.floor(values.length / 2)];
 
 const kSizes = { LogLine: kLines, LongestFrame: kLines, HugeLine: 1_000_000, SameApply: 1000 };
 const rounds = { LogLine: [], LogLine_Anchor: [], LongestFrame: [], LongestFrame_Anchor: [], HugeLine: [], SameApply: [] };

@@ -9,9 +9,9 @@
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { Processes, run } from '../lab/processes.mjs';
+import { median } from './medians.mjs';
 import { kContestants, kPacketsProgram } from './tunnel/contestants.mjs';
 import { kFigures, kMeasures, kPacketsPort } from './tunnel/measures.mjs';
-import { median } from './tunnel/readings.mjs';
 import { inside, kSite, World } from './tunnel/world.mjs';
 
 const kLeastRounds = 5;

@@ -13,7 +13,7 @@ import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 
 import { kBuild } from '../lab/paths.mjs';
-import { median } from './tunnel/readings.mjs';
+import { median } from './medians.mjs';
 
 const kRounds = 5;
 const kSliceBytes = 65536;

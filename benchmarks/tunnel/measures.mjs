@@ -4,8 +4,9 @@ import { once } from 'node:events';
 import { readdir, readFile } from 'node:fs/promises';
 
 import { runOrFail } from '../../lab/processes.mjs';
+import { percentile } from '../medians.mjs';
 import { kPacketsProgram } from './contestants.mjs';
-import { percentile, readIperf, readPackets, readPing, readSchedstat } from './readings.mjs';
+import { readIperf, readPackets, readPing, readSchedstat } from './readings.mjs';
 import { inside, kSite } from './world.mjs';
 
 export const kPacketsPort = '5300';
@@ -62,7 +63,7 @@ async function oneWay(contestant, kind, flags) {
   const before = await processorNs(contestant);
   const { result, pings } = await whilePinging(contestant, () => transfer(contestant, kind, flags));
   const cpu = (await processorNs(contestant) - before) / result.bytes;  // ns a byte is s a GB
-  return { [kind]: result.upMegabits + result.downMegabits, [`Cpu${kind}`]: cpu, [`Ping${kind}99`]: percentile(pings, 0.99) };
+  return { [kind]: result.upMegabits + result.downMegabits, [`Cpu${kind}`]: cpu, [`Ping${kind}99`]: percentile(pings, 99) };
 }
 
 async function bothWays(contestant) {
@@ -83,7 +84,7 @@ const packets = (size, direction) => async (contestant) => {
 async function idle(contestant) {
   const { stdout } = await atEngineer(contestant, ['ping', '-n', '-c', String(kPings), '-i', kPingSeconds, kSite]);
   const times = readPing(stdout);
-  return { Ping: percentile(times, 0.5), Ping99: percentile(times, 0.99) };
+  return { Ping: percentile(times, 50), Ping99: percentile(times, 99) };
 }
 
 /** One after the other in each round; each returns some figures by name. */

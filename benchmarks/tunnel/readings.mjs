@@ -1,12 +1,4 @@
-// Reads what the tools print, and sums up what was read. Pure.
-
-/** The value below which `share` of the values lie, by nearest rank; NaN of none. */
-export function percentile(values, share) {
-  const sorted = values.toSorted((a, b) => a - b);
-  return sorted[Math.max(0, Math.ceil(sorted.length * share) - 1)] ?? NaN;
-}
-
-export const median = (values) => percentile(values, 0.5);
+// Reads what the tools print. Pure.
 
 /** {upMegabits, downMegabits, bytes} of `iperf3 -J`; what did not run is 0. Counted where it arrives. */
 export function readIperf(text) {

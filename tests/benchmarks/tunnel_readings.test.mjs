@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
-import { median, percentile, readIperf, readPackets, readPing, readSchedstat } from '../../benchmarks/tunnel/readings.mjs';
+import { readIperf, readPackets, readPing, readSchedstat } from '../../benchmarks/tunnel/readings.mjs';
 
 /** As `iperf3 -J` prints it, cut to what is read and a few members beside it. */
 const iperf = (testStart, end) => JSON.stringify({
@@ -54,14 +54,4 @@ test('packets are counted by the second', () => {
 
 test("a thread's processor time is its schedstat's first number", () => {
   assert.equal(readSchedstat('123456789 2345 67\n'), 123456789);
-});
-
-test('a percentile is one of the values, whatever their order', () => {
-  const hundred = Array.from({ length: 100 }, (_, index) => 100 - index);
-  assert.equal(percentile(hundred, 0.99), 99);
-  assert.equal(percentile(hundred, 1), 100);
-  assert.equal(percentile([7], 0.99), 7);
-  assert.equal(percentile([3, 1, 2], 0), 1);
-  assert.ok(Number.isNaN(percentile([], 0.5)));
-  assert.equal(median([5, 1, 30]), 5);
 });
