@@ -21,7 +21,7 @@ export class WinePrefix {
     this.folder = folder;
     this.env = {
       WINEPREFIX: folder, WINEARCH: 'win64', WINEDEBUG: '-all',
-      WINEDLLOVERRIDES: 'mscoree,mshtml=', LC_ALL: 'zh_CN.UTF-8',
+      WINEDLLOVERRIDES: 'mscoree,mshtml,winemenubuilder.exe=', LC_ALL: 'zh_CN.UTF-8',
     };
     this.user = path.join(folder, 'drive_c/users', process.env.USER || 'root');
   }

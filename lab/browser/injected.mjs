@@ -39,6 +39,11 @@ export const kInjectedScript = `(() => {
   } });
   window.chrome = Object.assign(window.chrome ?? {}, { webview });
 
+  // A blinking caret is two pictures a second, drawn, sent and shown for as long as a field has the focus.
+  const steady = new CSSStyleSheet();
+  steady.replaceSync('* { caret-animation: manual; }');
+  document.adoptedStyleSheets.push(steady);
+
   const taken = ${kTaken};
   const tellCopied = (event) => {
     const text = event.defaultPrevented ? event.clipboardData.getData('text/plain') : taken(event.type);

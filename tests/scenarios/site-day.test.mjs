@@ -105,6 +105,8 @@ async function saveSite(program, site) {
   await program.type('#c-pname', '');
   await program.type('#c-secret', site.deviceSecret);
   await fetchNetworks(program, `已获取现场端 ${site.deviceNumber} 的共享网段。`);
+  // The log tells it before the page has it.
+  await program.page.waitFor("document.querySelector('#c-pname').value !== ''");
   await saveProfile(program);
 }
 

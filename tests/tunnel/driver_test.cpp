@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <semaphore>
+#include <future>
 #include <stdexcept>
 #include <string_view>
 #include <thread>
@@ -236,15 +236,21 @@ class HeldDriver {
     return api;
   }
 
-  struct Door {
+  // For one call.
+  class Door {
+   public:
     void Pass() {
-      hasCome.release();
-      mayGo.acquire();
+      come_.set_value();
+      let_.get_future().wait();
       hasGone = true;
     }
-    std::binary_semaphore hasCome{0};
-    std::binary_semaphore mayGo{0};
+    void WaitForCall() { come_.get_future().wait(); }
+    void LetGo() { let_.set_value(); }
     std::atomic<bool> hasGone{false};
+
+   private:
+    std::promise<void> come_;
+    std::promise<void> let_;
   };
   Door receives;
   Door sends;
@@ -271,16 +277,16 @@ class HeldDriverTest : public ::testing::Test {
 
 TEST_F(HeldDriverTest, AReceiveWaitsForNoInjectionAndAnInjectionForNoReceive) {
   std::jthread injector([&] { driver_.Inject(packet_, {}); });
-  held_.sends.hasCome.acquire();
+  held_.sends.WaitForCall();
   std::jthread receiver([&] {
     Packet buffer(100);
     WinDivertAddress address;
     EXPECT_EQ(driver_.Receive(buffer, address), 1U);
   });
-  held_.receives.hasCome.acquire();  // both are inside the driver now
+  held_.receives.WaitForCall();  // both are inside the driver now
   EXPECT_TRUE(driver_.CanInject());
-  held_.sends.mayGo.release();
-  held_.receives.mayGo.release();
+  held_.sends.LetGo();
+  held_.receives.LetGo();
 }
 
 TEST_F(HeldDriverTest, ACloseWaitsForTheCallsInside) {
@@ -290,8 +296,8 @@ TEST_F(HeldDriverTest, ACloseWaitsForTheCallsInside) {
     WinDivertAddress address;
     EXPECT_EQ(driver_.Receive(buffer, address), 1U);
   });
-  held_.sends.hasCome.acquire();
-  held_.receives.hasCome.acquire();
+  held_.sends.WaitForCall();
+  held_.receives.WaitForCall();
   // Two closes at once: neither may return before both calls have left.
   std::vector<std::jthread> closers;
   for (int index = 0; index < 2; ++index) {
@@ -307,8 +313,8 @@ TEST_F(HeldDriverTest, ACloseWaitsForTheCallsInside) {
   EXPECT_FALSE(driver_.CanInject());
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   EXPECT_EQ(held_.injectCloses, 0);  // the injection is still inside
-  held_.receives.mayGo.release();
-  held_.sends.mayGo.release();
+  held_.receives.LetGo();
+  held_.sends.LetGo();
 }
 
 TEST_F(HeldDriverTest, AFilterIsReplacedWhileAReceiveIsInside) {
@@ -317,13 +323,13 @@ TEST_F(HeldDriverTest, AFilterIsReplacedWhileAReceiveIsInside) {
     WinDivertAddress address;
     EXPECT_EQ(driver_.Receive(buffer, address), 1U);
   });
-  held_.receives.hasCome.acquire();
+  held_.receives.WaitForCall();
   std::jthread replacer([&] {
     EXPECT_TRUE(driver_.ReplaceCapture(L"ip"));
     EXPECT_TRUE(held_.receives.hasGone);
   });
   while (held_.captureCloses == 0) std::this_thread::yield();
-  held_.receives.mayGo.release();
+  held_.receives.LetGo();
 }
 
 // What benchmarks and fuzz targets run on, which no other test does.
