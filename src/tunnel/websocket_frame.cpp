@@ -4,6 +4,7 @@
 
 #include "tunnel/bytes.h"
 #include "tunnel/frame_mask.h"
+#include "tunnel/packet.h"
 
 namespace tunnel {
 namespace {
@@ -125,8 +126,11 @@ FrameEvent FrameReader::TakeData(bool isFinal, std::span<std::byte> payload) {
   if (!isGathering_) fragments_.clear();
   fragments_.insert(fragments_.end(), payload.begin(), payload.end());
   isGathering_ = !isFinal;
-  if (isFinal) payload_ = fragments_;
-  return isFinal ? FrameEvent::Message : FrameEvent::NeedMore;
+  if (!isFinal) return FrameEvent::NeedMore;
+  const std::size_t messageBytes = fragments_.size();
+  fragments_.resize(messageBytes + kReadableBehindPacket);
+  payload_ = std::span(fragments_).first(messageBytes);
+  return FrameEvent::Message;
 }
 
 }  // namespace tunnel

@@ -115,7 +115,8 @@ TEST_F(CaptureLoopTest, PausesAfterEachFailedReceive) {
   EXPECT_GE(fake_.Receives(), std::size_t{kFailures + 1});
 }
 
-TEST_F(CaptureLoopTest, TakesTheLargestPacket) {
+TEST_F(CaptureLoopTest, TakesTheLargestPacketAndHasReadableBytesBehindIt) {
+  fake_.ReadBehindPackets();
   Packet packet = PacketOf(kUdp);
   packet.resize(65535, std::byte{0x5A});
   WriteU16Be(packet, 2, 65535);

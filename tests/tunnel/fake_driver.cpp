@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <span>
 #include <utility>
 
 #include "tunnel/patience.h"
+#include "tunnel/test_frames.h"
 
 namespace tunnel {
 namespace {
@@ -281,6 +283,10 @@ int FakeDriver::CalcChecksums(void* packet, std::uint32_t lengthBytes, WinDivert
       driver.Misuse("checksums of what is no packet");
       return 0;
     }
+  }
+  if (driver.readsBehind_) {
+    const std::span behind(static_cast<std::byte*>(packet) + lengthBytes, kReadableBehindPacket);
+    TouchEach(behind);
   }
   const Parts parts = PartsOf(bytes);
   PutWord(bytes + 10, 0);

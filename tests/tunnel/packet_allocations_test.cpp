@@ -53,6 +53,7 @@ struct LoopDriver {
   std::size_t allowed GUARDED_BY(lock) = 0;
   std::size_t captured GUARDED_BY(lock) = 0;
   std::size_t injected GUARDED_BY(lock) = 0;
+  std::size_t heldUntil GUARDED_BY(lock) = 0;  // so many are captured before one is sent
   bool isClosed GUARDED_BY(lock) = false;
 };
 LoopDriver loop;
@@ -73,6 +74,7 @@ int Capture(WinDivertHandle, void* data, std::uint32_t, std::uint32_t* length, W
   WriteU16Be(packet, 22, 502);
   *length = static_cast<std::uint32_t>(packet.size());
   ++loop.captured;
+  loop.changed.NotifyAll();
   return 1;
 }
 
@@ -100,6 +102,13 @@ std::unique_ptr<WinDivertApi> LoopDriverApi() {
   api->send = Inject;
   api->close = CloseHandle;
   return api;
+}
+
+// On the thread that sends a packet.
+void BeforeSend() {
+  isCounted = true;
+  const platform::MutexLock held(loop.lock);
+  while (!loop.isClosed && loop.captured < loop.heldUntil) loop.changed.Wait(loop.lock);
 }
 
 // What the site makes of a packet: its answer.
@@ -170,7 +179,7 @@ class CountedDatagrams final : public DatagramSocket {
     socket_.SetReceiveTimeout(timeout);
   }
   platform::SocketResult Send(std::span<const std::byte> datagram) noexcept override {
-    isCounted = datagram.size() > kUdpHeaderBytes + 20;  // not the starting thread's hello
+    if (datagram.size() > kUdpHeaderBytes + 20) BeforeSend();  // not the starting thread's hello
     return socket_.Send(datagram);
   }
   platform::SocketResult Receive(std::span<std::byte> buffer) noexcept override {
@@ -196,17 +205,19 @@ SessionDeps Deps() {
   };
   deps.runHidden = [](const std::wstring&, std::chrono::milliseconds) { return true; };
   deps.tickMs = []() -> std::uint32_t {
-    isCounted = true;  // the thread that sends a frame
+    BeforeSend();
     return 0;
   };
   deps.pause = [](StopSignal& signal, std::chrono::milliseconds time) { signal.WaitFor(time); };
   return deps;
 }
 
-// Sends `count` packets, at most `window` of them under way at once.
+// Sends `count` packets, at most `window` of them under way at once; the first ones all at once, so
+// that no later moment needs memory for more.
 void Exchange(std::size_t packetBytes, std::size_t count, std::size_t window) {
   const platform::MutexLock held(loop.lock);
   loop.packetBytes = packetBytes;
+  loop.heldUntil = loop.captured + window;
   const std::size_t end = loop.captured + count;
   while (loop.injected < end) {
     loop.allowed = std::min(end, loop.injected + window);
@@ -219,7 +230,7 @@ class PacketAllocations : public testing::Test {
  protected:
   PacketAllocations() {
     const platform::MutexLock held(loop.lock);
-    loop.captured = loop.injected = loop.allowed = 0;
+    loop.captured = loop.injected = loop.allowed = loop.heldUntil = 0;
     loop.isClosed = false;
   }
 

@@ -26,6 +26,12 @@ inline void Append(Bytes& to, std::span<const std::byte> more) {
   to.insert(to.end(), more.begin(), more.end());
 }
 
+// Reads every byte, in such a way that the compiler cannot leave it out.
+inline void TouchEach(std::span<const std::byte> bytes) {
+  for (const std::byte& byte : bytes)
+    static_cast<void>(*static_cast<const volatile std::byte*>(&byte));
+}
+
 // `size` bytes that repeat with no power of two, so that a shifted copy differs.
 inline Bytes Pattern(std::size_t size) {
   Bytes bytes(size);

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tunnel/fake_datagrams.h"
+#include "tunnel/packet.h"
 #include "tunnel/socket_udp_relay.h"
 #include "tunnel/udp_datagram.h"
 
@@ -61,7 +62,11 @@ class UdpRelayLoopbackTest : public testing::Test {
   Bytes hello_;
   std::atomic<bool> keepGoing_{true};
   std::atomic<std::size_t> inboundBytes_{0};
-  SocketUdpRelay relay_{{[this](std::span<std::byte> packet) { inboundBytes_ += packet.size(); },
+  SocketUdpRelay relay_{{[this](std::span<std::byte> packet) {
+                           // Where these cannot be read, the AddressSanitizer ends the test.
+                           TouchEach({packet.data() + packet.size(), kReadableBehindPacket});
+                           inboundBytes_ += packet.size();
+                         },
                          [this]() { return keepGoing_.load(); }, [](bool) {}},
                         RealUdpRelayDeps()};
 };

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tunnel/packet.h"
 #include "tunnel/test_relay.h"
 
 namespace tunnel {
@@ -173,6 +174,27 @@ TEST_F(WebSocketRelayTest, KeepsTheBytesAfterTheHandshake) {
   Bytes stream = ServerFrame(0x82, BytesOf("first"));
   Append(stream, ServerFrame(0x82, Pattern(70000)));
   EXPECT_EQ(MessagesOf(stream), (std::vector<Bytes>{BytesOf("first"), Pattern(70000)}));
+}
+
+// Where they are not, the AddressSanitizer ends this test.
+TEST_F(WebSocketRelayTest, HasReadableBytesBehindAMessage) {
+  TestRelay server;
+  relay_.Connect(server.RelayUrl());
+  for (const std::size_t size : {20U, 65536U, 131072U - 10, 262144U - 10, 4194304U}) {
+    ASSERT_TRUE(server.Push(ServerFrame(0x82, Pattern(size))));
+    std::span<std::byte> message;
+    ASSERT_TRUE(relay_.ReadMessage(message));
+    ASSERT_EQ(message.size(), size);
+    TouchEach({message.data() + size, kReadableBehindPacket});
+  }
+  // A message in fragments is the reader's own.
+  Bytes fragments = ServerFrame(0x02, Pattern(1000));
+  Append(fragments, ServerFrame(0x80, Pattern(24)));
+  ASSERT_TRUE(server.Push(fragments));
+  std::span<std::byte> message;
+  ASSERT_TRUE(relay_.ReadMessage(message));
+  ASSERT_EQ(message.size(), 1024U);
+  TouchEach({message.data() + message.size(), kReadableBehindPacket});
 }
 
 TEST_F(WebSocketRelayTest, MessageCutMidFrameEndsTheConnection) {
