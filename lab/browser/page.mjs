@@ -85,11 +85,7 @@ export class Page {
     const again = this.#crashed && this.#showing;
     this.#crashed = false;
     await loading;
-    if (again) await this.#showAnew();
-  }
-
-  async #showAnew() {
-    if (!this.#showing) return;
+    if (!again) return;
     await this.show(false);
     await this.show(true);
   }
@@ -108,8 +104,6 @@ export class Page {
     if (width === 0 || height === 0) return;
     await this.#browser.send('Emulation.setDeviceMetricsOverride',
       { width, height, deviceScaleFactor: 1, mobile: false });
-    // Of a page that stands still the browser may send its last picture before it has the new size.
-    await this.#showAnew();
   }
 
   /** Starts or stops the pictures. */
