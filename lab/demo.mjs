@@ -6,11 +6,13 @@ import path from 'node:path';
 import { kDeviceSecret, Lab } from './lab.mjs';
 import { kPlc } from './network.mjs';
 import { kBuild } from './paths.mjs';
+import { runOrFail } from './processes.mjs';
 import { waitUntil } from './program.mjs';
 import { download, iperf, modbus, ping } from './tools.mjs';
 
 const kFolder = path.join(kBuild, 'demo');
 const kOverlappingPlc = '172.31.0.10';  // 10.10.0.10 on site, as this computer reaches it
+const kLeastColours = 3000;
 const keep = process.argv.includes('--keep');
 const steps = [];
 let lab;
@@ -36,7 +38,13 @@ const summary = ({ figures, error }) => error ?? Object.entries(figures)
   .filter(([, value]) => typeof value === 'number')
   .map(([key, value]) => `${key} ${Number.isInteger(value) ? value : value.toFixed(1)}`).join(', ');
 
-const screenshot = (name) => lab.display.screenshot(path.join(kFolder, `${name}.png`));
+/** Takes a picture, in which the page must be seen: an empty window has 700 colours, the page over ten thousand. */
+async function screenshot(name) {
+  const file = path.join(kFolder, `${name}.png`);
+  await lab.display.screenshot(file);
+  const { stdout } = await runOrFail(['identify', '-format', '%k', file]);
+  if (Number(stdout) < kLeastColours) throw new Error(`${name}.png shows no page: ${stdout} colours`);
+}
 
 async function connect() {
   const { program } = lab;
