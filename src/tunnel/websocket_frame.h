@@ -64,7 +64,8 @@ class FrameReader {
   [[nodiscard]] Result Feed(std::span<std::byte> bytes);
 
   // What the last Feed() finished: a part of its `bytes` or, gathered from fragments, the reader's
-  // own, with kReadableBehindPacket bytes behind it. Valid until the next Feed(), and the caller's to change.
+  // own, with kReadableBehindPacket bytes behind it. Valid until the next Feed(), and the caller's
+  // to change.
   [[nodiscard]] std::span<std::byte> Payload() noexcept { return payload_; }
 
  private:
