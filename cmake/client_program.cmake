@@ -17,10 +17,23 @@ function(version_numbers out version)
   set(${out} "${numbers}" PARENT_SCOPE)
 endfunction()
 
-# client_program(TARGET VERSION numbers FOLDER folder): FOLDER/Velmarine.Client.exe, which tells the
-# service and the version resource the same VERSION. Windows only.
+# Sets `out` to `key`, an SHA-256 in hexadecimal digits, in lower case; an empty one stays empty.
+function(signer_key out key)
+  string(TOLOWER "${key}" lower)
+  string(LENGTH "${lower}" length)
+  if(NOT lower STREQUAL "" AND NOT (length EQUAL 64 AND lower MATCHES "^[0-9a-f]+$"))
+    message(FATAL_ERROR "\"${key}\" is no SHA-256: 64 hexadecimal digits. That of a certificate's key: "
+      "openssl x509 -in signer.pem -pubkey -noout | openssl pkey -pubin -outform der | sha256sum")
+  endif()
+  set(${out} "${lower}" PARENT_SCOPE)
+endfunction()
+
+# client_program(TARGET VERSION numbers [SIGNER sha256] FOLDER folder): FOLDER/Velmarine.Client.exe,
+# which tells the service and the version resource the same VERSION and takes updates that SIGNER has
+# signed (from anybody without one). Windows only.
 function(client_program target)
-  cmake_parse_arguments(ARG "" "VERSION;FOLDER" "" ${ARGN})
+  cmake_parse_arguments(ARG "" "VERSION;SIGNER;FOLDER" "" ${ARGN})
+  signer_key(signer "${ARG_SIGNER}")
   version_numbers(numbers "${ARG_VERSION}")
   list(JOIN numbers "," numbers_by_comma)
   list(JOIN numbers "." numbers_by_point)
@@ -48,7 +61,8 @@ function(client_program target)
   endif()
 
   add_executable(${target} WIN32 "${CMAKE_SOURCE_DIR}/src/shell/main.cpp")
-  target_compile_definitions(${target} PRIVATE VELMARINE_VERSION=L"${ARG_VERSION}")
+  target_compile_definitions(${target} PRIVATE VELMARINE_VERSION=L"${ARG_VERSION}"
+    VELMARINE_SIGNER_SHA256="${signer}")
   target_link_libraries(${target} PRIVATE shell ${target}_resources)
   target_link_options(${target} PRIVATE -municode)
   set_target_properties(${target} PROPERTIES

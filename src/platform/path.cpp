@@ -1,6 +1,18 @@
 #include "platform/path.h"
 
+#include <algorithm>
+
 namespace platform {
+namespace {
+
+// Some calls want room for a name of 8.3 behind a folder's path within 260 characters.
+constexpr std::size_t kLongestPlainPath = 247;
+
+bool IsSlash(wchar_t unit) {
+  return unit == L'\\' || unit == L'/';
+}
+
+}  // namespace
 
 std::wstring JoinPath(std::wstring_view base, std::wstring_view relative) {
   std::wstring joined(base);
@@ -12,6 +24,17 @@ std::wstring JoinPath(std::wstring_view base, std::wstring_view relative) {
 std::wstring ParentFolder(std::wstring_view path) {
   const auto slash = path.find_last_of(L"\\/");
   return slash == std::wstring_view::npos ? std::wstring() : std::wstring(path.substr(0, slash));
+}
+
+std::wstring ExtendedPath(std::wstring_view path) {
+  if (path.size() <= kLongestPlainPath) return std::wstring(path);
+  const bool onDrive = path[1] == L':' && IsSlash(path[2]);
+  const bool onServer = IsSlash(path[0]) && IsSlash(path[1]) && path[2] != L'?' && path[2] != L'.';
+  if (!onDrive && !onServer) return std::wstring(path);
+  std::wstring extended = onDrive ? L"\\\\?\\" : L"\\\\?\\UNC\\";
+  extended += path.substr(onDrive ? 0 : 2);
+  std::replace(extended.begin(), extended.end(), L'/', L'\\');
+  return extended;
 }
 
 std::wstring PathFromBuffer(std::span<const wchar_t> buffer, std::size_t lengthUnits) {

@@ -6,11 +6,12 @@
 #include "shell/single_instance.h"
 #include "shell/start_up.h"
 #include "update/apply_update.h"
+#include "update/trusted_update.h"
 
 namespace {
 
-// The build names it, here and in the version resource.
-constexpr wchar_t kVersion[] = VELMARINE_VERSION;
+// The build names both; the version stands in the version resource, too.
+const update::ProgramIdentity kProgram{VELMARINE_VERSION, VELMARINE_SIGNER_SHA256};
 
 }  // namespace
 
@@ -21,11 +22,11 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int showCommand) {
   shell::BecomeDpiAware();
   if (const auto request = shell::ParseApplyUpdate(shell::CommandLineArguments())) {
     return update::ApplyUpdate(request->parentPid, request->source, request->destination,
-                               update::RealApplyPorts(shell::StartLog));
+                               update::RealApplyPorts(kProgram, shell::StartLog));
   }
   // Behind the update: the process that replaces the program is no second client.
   if (!shell::MayBecomeClient(shell::RealInstanceDeps(shell::kWindowClass, shell::kWindowTitle))) {
     return 0;
   }
-  return shell::RunClient(instance, showCommand, shell::RealStartUp(kVersion));
+  return shell::RunClient(instance, showCommand, shell::RealStartUp(kProgram));
 }

@@ -30,7 +30,7 @@ int RunMessageLoop() {
 
 }  // namespace
 
-StartUpDeps RealStartUp(const std::wstring& version) {
+StartUpDeps RealStartUp(const update::ProgramIdentity& self) {
   StartUpDeps deps;
   deps.startLog = [] {
     StartLog();
@@ -38,8 +38,8 @@ StartUpDeps RealStartUp(const std::wstring& version) {
   };
   deps.writeLogLine = WriteLogLine;
   deps.layOutRuntimeFiles = LayOutRuntimeFiles;
-  deps.makeState = [version] {
-    return std::make_unique<AppState>(RealSurroundings(version), settings::RealSettingsFile(),
+  deps.makeState = [self] {
+    return std::make_unique<AppState>(RealSurroundings(self), settings::RealSettingsFile(),
                                       tunnel::MakeRealTunnel());
   };
   return deps;

@@ -7,6 +7,7 @@
 
 #include "platform/windows_sdk.h"
 #include "shell/app_state.h"
+#include "update/trusted_update.h"
 
 // The program's start, step by step. All on the thread that becomes the window's.
 namespace shell {
@@ -20,8 +21,8 @@ struct StartUpDeps {
 };
 
 // The process log, the embedded driver files, the system's window surroundings and the settings
-// file; `version` is the program's.
-StartUpDeps RealStartUp(const std::wstring& version);
+// file; `self` is this program.
+StartUpDeps RealStartUp(const update::ProgramIdentity& self);
 
 // Makes the windows of this process as sharp as each monitor allows, by the older call where the
 // newer one is missing or refused. Must be called before any window is made.

@@ -61,12 +61,12 @@ JobTable RealJobs() {
 
 }  // namespace
 
-Surroundings RealSurroundings(const std::wstring& version) {
+Surroundings RealSurroundings(const update::ProgramIdentity& self) {
   Surroundings real;
   real.jobs = RealJobs();
-  real.checkForUpdate = [version](const settings::Settings& settings,
+  real.checkForUpdate = [self](const settings::Settings& settings,
                                   const std::stop_token& closing) {
-    return update::CheckForUpdate(settings, update::RealCheckPorts(version, closing));
+    return update::CheckForUpdate(settings, update::RealCheckPorts(self, closing));
   };
   real.writeLogLine = WriteLogLine;
   real.createWebHost = [](HWND window, webui::WebHostEvents events) {

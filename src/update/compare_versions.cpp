@@ -34,13 +34,19 @@ std::vector<std::int64_t> NumbersOf(std::wstring_view version) {
 
 }  // namespace
 
-int CompareVersions(std::wstring_view a, std::wstring_view b) {
+int CompareVersionNumbers(std::wstring_view a, std::wstring_view b) {
   std::vector<std::int64_t> numbersOfA = NumbersOf(a);
   std::vector<std::int64_t> numbersOfB = NumbersOf(b);
   const std::size_t positions = std::max(numbersOfA.size(), numbersOfB.size());
   numbersOfA.resize(positions, 0);
   numbersOfB.resize(positions, 0);
-  if (numbersOfA != numbersOfB) return numbersOfA < numbersOfB ? -1 : 1;
+  if (numbersOfA == numbersOfB) return 0;
+  return numbersOfA < numbersOfB ? -1 : 1;
+}
+
+int CompareVersions(std::wstring_view a, std::wstring_view b) {
+  const int byNumbers = CompareVersionNumbers(a, b);
+  if (byNumbers != 0) return byNumbers;
   return text::FoldCase(a).compare(text::FoldCase(b));
 }
 

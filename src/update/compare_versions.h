@@ -16,4 +16,7 @@ namespace update {
 // any thread.
 int CompareVersions(std::wstring_view a, std::wstring_view b);
 
+// The same by the numbers alone: 0 where they are equal, whatever the texts.
+int CompareVersionNumbers(std::wstring_view a, std::wstring_view b);
+
 }  // namespace update

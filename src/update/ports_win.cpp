@@ -1,8 +1,12 @@
+#include <chrono>
+#include <optional>
 #include <thread>
 
 #include "platform/file_swap.h"
 #include "platform/files.h"
+#include "platform/held_file.h"
 #include "platform/known_folders.h"
+#include "platform/path.h"
 #include "platform/process_win.h"
 #include "platform/windows_sdk.h"
 #include "text/utf8.h"
@@ -15,6 +19,7 @@ namespace update {
 namespace {
 
 constexpr wchar_t kDownloadName[] = L"Velmarine.Client.update.exe";
+constexpr wchar_t kUnreadable[] = L"无法读取下载的新程序（错误码 ";
 constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
 
 // A file of this name in the temporary folder; empty when there is no such folder.
@@ -26,12 +31,40 @@ std::wstring TemporaryPath(const wchar_t* name) {
 SwapFiles RealSwapFiles() {
   SwapFiles files;
   files.isFile = platform::IsFile;
-  files.remove = [](const std::wstring& path) { platform::DeleteFileAt(path); };
-  files.moveOver = [](const std::wstring& from, const std::wstring& to) {
-    platform::MoveFileOver(from, to);
-  };
-  files.copyOver = platform::CopyFileOver;
+  files.hold = platform::HoldFile;
+  files.writeNew = platform::WriteNewFile;
+  files.moveOver = platform::MoveFileOver;
+  files.remove = platform::DeleteAnyFile;
   return files;
+}
+
+// Beside the settings: it is remembered for the user, wherever the program lies.
+std::wstring TryPath() {
+  return platform::JoinPath(platform::RoamingAppDataFolder(), L"Velmarine\\Client.update.json");
+}
+
+std::optional<UpdateTry> LastTry() {
+  const std::optional<std::string> bytes = platform::ReadFileBytes(TryPath());
+  return bytes ? ParseUpdateTry(text::FromUtf8(*bytes)) : std::nullopt;
+}
+
+bool KeepTry(const UpdateTry& record) {
+  const std::wstring path = TryPath();
+  return platform::CreateFolders(platform::ParentFolder(path)) &&
+         platform::WriteFileDurably(path, text::ToUtf8(UpdateTryText(record))).succeeded;
+}
+
+std::wstring WhyFileNotTrusted(const std::wstring& path, const ProgramIdentity& self) {
+  if (self.signerKeySha256.empty()) return {};
+  const platform::HeldFile held = platform::HoldFile(path);
+  if (!held.result.succeeded) return kUnreadable + std::to_wstring(held.result.errorCode) + L"）。";
+  return WhyNotTrusted(held, path, self);
+}
+
+std::int64_t NowSeconds() {
+  using std::chrono::system_clock;
+  return std::chrono::duration_cast<std::chrono::seconds>(system_clock::now().time_since_epoch())
+      .count();
 }
 
 }  // namespace
@@ -43,13 +76,23 @@ void WriteUpdateLog(std::wstring_view message) {
                          text::ToUtf8(UpdateLogLine(platform::LocalTimeNow(), message)));
 }
 
-CheckPorts RealCheckPorts(const std::wstring& currentVersion, const std::stop_token& closing) {
+CheckPorts RealCheckPorts(const ProgramIdentity& self, const std::stop_token& closing) {
   CheckPorts ports;
   ports.closing = closing;
-  ports.currentVersion = currentVersion;
+  ports.currentVersion = self.version;
   ports.downloadTarget = TemporaryPath(kDownloadName);
   ports.sendJsonRequest = service::RealJsonRequester(closing);
   ports.downloadFile = service::RealDownloader(closing);
+  ports.probeReplacement = [](std::uint64_t sizeBytes) {
+    return platform::ProbeReplacement(platform::ProgramPath(), sizeBytes);
+  };
+  ports.sizeBytes = [](const std::wstring& path) {
+    return platform::FileSizeBytes(path).value_or(0);
+  };
+  ports.whyNotTrusted = [self](const std::wstring& path) { return WhyFileNotTrusted(path, self); };
+  ports.nowSeconds = NowSeconds;
+  ports.lastTry = LastTry;
+  ports.keepTry = KeepTry;
   ports.startUpdater = [](const std::wstring& downloadedPath) {
     return StartUpdater(downloadedPath, RealUpdaterPorts());
   };
@@ -72,11 +115,14 @@ UpdaterPorts RealUpdaterPorts() {
   return ports;
 }
 
-ApplyPorts RealApplyPorts(std::function<void()> prepareLogFiles) {
+ApplyPorts RealApplyPorts(const ProgramIdentity& self, std::function<void()> prepareLogFiles) {
   ApplyPorts ports;
   ports.files = RealSwapFiles();
   ports.waitForEnd = platform::WaitForProcessEnd;
   ports.pause = [](std::chrono::milliseconds duration) { std::this_thread::sleep_for(duration); };
+  ports.whyNotTrusted = [self](const platform::HeldFile& file, const std::wstring& path) {
+    return WhyNotTrusted(file, path, self);
+  };
   ports.start = platform::StartProgram;
   ports.prepareLogFiles = std::move(prepareLogFiles);
   ports.writeLog = WriteUpdateLog;

@@ -17,6 +17,19 @@ constexpr wchar_t kOfferedTo[] = L"，当前版本 ";
 constexpr wchar_t kNotForced[] = L"。后台未设置强制更新，本次暂不自动覆盖。";
 constexpr wchar_t kDownloadFailed[] = L"强制更新下载失败：";
 constexpr wchar_t kUpdaterNotStarted[] = L"强制更新启动替换进程失败：";
+constexpr wchar_t kNotInstalled[] = L"强制更新未安装 ";
+constexpr wchar_t kCannotInstall[] = L"强制更新无法安装 ";
+constexpr wchar_t kNotWritable[] = L"：本程序的文件不能被替换（错误码 ";
+constexpr wchar_t kMoveProgram[] =
+    L"）。请把本程序移到可以写入的文件夹（例如桌面上的新文件夹）后重新运行；现在可继续使用当前版本。";
+constexpr wchar_t kNoRoom[] = L"：本程序所在的磁盘空间不足（错误码 ";
+constexpr wchar_t kMakeRoom[] = L"）。请清理磁盘后重新运行；现在可继续使用当前版本。";
+constexpr wchar_t kNotKept[] =
+    L"：无法在用户数据文件夹中写入更新记录。请检查磁盘空间和文件夹权限；现在可继续使用当前版本。";
+constexpr wchar_t kTriedBefore[] = L"强制更新 ";
+constexpr wchar_t kTriedBeforeBut[] = L" 在一天内已经安装过一次，但本程序的版本仍是 ";
+constexpr wchar_t kTriedBeforeHelp[] =
+    L"，今天不再重试。请把这一行告诉服务管理员；现在可继续使用当前版本。";
 
 bool IsTrue(const settings::JsonValue& data, std::wstring_view key) {
   const settings::JsonValue* member = settings::FindJsonMember(data, key);
@@ -24,21 +37,62 @@ bool IsTrue(const settings::JsonValue& data, std::wstring_view key) {
   return boolean != nullptr && *boolean;
 }
 
-std::wstring Install(const std::wstring& url, const std::wstring& version,
-                     const CheckPorts& ports) {
-  if (ports.downloadTarget.empty() || !ports.downloadFile(url, ports.downloadTarget)) {
-    return kDownloadFailed + version;
+// One of Windows' codes for a disk without room.
+bool IsDiskFull(std::uint32_t errorCode) {
+  constexpr std::uint32_t kHandleDiskFull = 39;
+  constexpr std::uint32_t kDiskFull = 112;
+  return errorCode == kHandleDiskFull || errorCode == kDiskFull;
+}
+
+std::wstring NotReplaceable(const std::wstring& version, std::uint32_t errorCode) {
+  const wchar_t* const reason = IsDiskFull(errorCode) ? kNoRoom : kNotWritable;
+  const wchar_t* const remedy = IsDiskFull(errorCode) ? kMakeRoom : kMoveProgram;
+  return kCannotInstall + version + reason + std::to_wstring(errorCode) + remedy;
+}
+
+// What speaks against ending the program for the file at `target`, as a line for the log; empty when
+// nothing does.
+std::wstring WhyNotInstalled(const std::wstring& target, const std::wstring& version,
+                             const CheckPorts& ports) {
+  const platform::SystemResult replaceable = ports.probeReplacement(ports.sizeBytes(target));
+  if (!replaceable.succeeded) return NotReplaceable(version, replaceable.errorCode);
+  const std::wstring distrust = ports.whyNotTrusted(target);
+  if (!distrust.empty()) return kNotInstalled + version + L"：" + distrust;
+  return {};
+}
+
+std::wstring InstallDownload(const std::wstring& version, const CheckPorts& ports) {
+  const std::wstring& target = ports.downloadTarget;
+  const std::wstring why = WhyNotInstalled(target, version, ports);
+  if (!why.empty() || ports.closing.stop_requested()) {
+    ports.deleteFile(target);
+    return why;
   }
-  if (ports.closing.stop_requested()) {
-    ports.deleteFile(ports.downloadTarget);
-    return {};
+  // Kept before anything is started: an update that fails is tried again tomorrow, not at each start.
+  if (!ports.keepTry({version, ports.nowSeconds()})) {
+    ports.deleteFile(target);
+    return kCannotInstall + version + kNotKept;
   }
-  if (!ports.startUpdater(ports.downloadTarget)) {
-    ports.deleteFile(ports.downloadTarget);
+  if (!ports.startUpdater(target)) {
+    ports.deleteFile(target);
     return kUpdaterNotStarted + version;
   }
   ports.endProcess();
   return {};
+}
+
+std::wstring Install(const std::wstring& url, const std::wstring& version,
+                     const CheckPorts& ports) {
+  if (WasTriedWithinADay(ports.lastTry(), version, ports.nowSeconds())) {
+    return kTriedBefore + version + kTriedBeforeBut + ports.currentVersion + kTriedBeforeHelp;
+  }
+  // Before the download, so that a program on a read-only disk does not load it at every start.
+  const platform::SystemResult replaceable = ports.probeReplacement(0);
+  if (!replaceable.succeeded) return NotReplaceable(version, replaceable.errorCode);
+  if (ports.downloadTarget.empty() || !ports.downloadFile(url, ports.downloadTarget)) {
+    return kDownloadFailed + version;
+  }
+  return InstallDownload(version, ports);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "platform/files.h"
 #include "platform/handles_win.h"
+#include "platform/held_file.h"
 #include "platform/scratch_folder.h"
 
 namespace platform {
@@ -36,16 +37,21 @@ TEST_F(FileSwap, CopiesOverAFileThatIsThereOrNot) {
   }
 }
 
-// Such a copy cannot be opened for writing any more.
-TEST_F(FileSwap, CopiesAReadOnlyFile) {
-  const std::wstring to = scratch_.Path(L"another");
-  ASSERT_TRUE(::SetFileAttributesW(from_.c_str(), FILE_ATTRIBUTE_READONLY));
-  EXPECT_TRUE(CopyFileOver(from_, to).succeeded);
-  EXPECT_EQ(ReadFileBytes(to), "new");
-  EXPECT_NE(::GetFileAttributesW(to.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
-  for (const std::wstring& path : {from_, to}) {
-    ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+TEST_F(FileSwap, CopiesFromAndOverReadOnlyFiles) {
+  for (const std::wstring& path : {from_, to_}) {
+    ASSERT_TRUE(::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
   }
+  EXPECT_TRUE(CopyFileOver(from_, to_).succeeded);
+  EXPECT_EQ(ReadFileBytes(to_), "new");
+  EXPECT_EQ(::GetFileAttributesW(to_.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
+  ::SetFileAttributesW(from_.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+TEST_F(FileSwap, ACopyThatCannotTakeItsPlaceLeavesNothingBehind) {
+  const std::wstring folder = scratch_.Path(L"folder");
+  ASSERT_TRUE(CreateFolders(folder));
+  EXPECT_FALSE(CopyFileOver(from_, folder).succeeded);
+  EXPECT_FALSE(IsFile(folder + L".part"));
 }
 
 TEST_F(FileSwap, TellsWhyACopyFailed) {
@@ -56,7 +62,8 @@ TEST_F(FileSwap, TellsWhyACopyFailed) {
   ASSERT_TRUE(holder);
   const SystemResult locked = CopyFileOver(from_, to_);
   EXPECT_FALSE(locked.succeeded);
-  EXPECT_EQ(locked.errorCode, DWORD{ERROR_SHARING_VIOLATION});
+  EXPECT_TRUE(locked.errorCode == ERROR_SHARING_VIOLATION || locked.errorCode == ERROR_ACCESS_DENIED)
+      << locked.errorCode;
   EXPECT_EQ(ReadFileBytes(to_), "what was there");
 }
 
@@ -66,6 +73,34 @@ TEST_F(FileSwap, MovesOverAFileThatIsThereOrNot) {
   EXPECT_FALSE(IsFile(from_));
   EXPECT_TRUE(MoveFileOver(to_, from_).succeeded);
   EXPECT_EQ(ReadFileBytes(from_), "new");
+}
+
+TEST_F(FileSwap, MovesOverAReadOnlyFile) {
+  ASSERT_TRUE(::SetFileAttributesW(to_.c_str(), FILE_ATTRIBUTE_READONLY));
+  EXPECT_TRUE(MoveFileOver(from_, to_).succeeded);
+  EXPECT_EQ(ReadFileBytes(to_), "new");
+}
+
+// A held file can be read by others, and nothing else.
+TEST_F(FileSwap, AHeldFileStaysWhatItIs) {
+  HeldFile held = HoldFile(from_);
+  ASSERT_TRUE(held.result.succeeded);
+  EXPECT_EQ(ReadFileBytes(from_), "new");
+  EXPECT_FALSE(WriteFileBytes(from_, "another"));
+  EXPECT_FALSE(MoveFileOver(to_, from_).succeeded);
+  EXPECT_FALSE(MoveFileOver(from_, scratch_.Path(L"elsewhere")).succeeded);
+  DeleteAnyFile(from_);
+  EXPECT_EQ(ReadFileBytes(from_), "new");
+  held = {};
+  EXPECT_TRUE(MoveFileOver(to_, from_).succeeded) << "as long as it is held";
+}
+
+TEST_F(FileSwap, AProgramThatOthersHoldCannotBeReplaced) {
+  EXPECT_TRUE(ProbeReplacement(to_, 0).succeeded);
+  const FileHandle holder = Hold(to_, FILE_SHARE_READ);
+  const SystemResult probed = ProbeReplacement(to_, 0);
+  EXPECT_FALSE(probed.succeeded);
+  EXPECT_EQ(probed.errorCode, DWORD{ERROR_SHARING_VIOLATION});
 }
 
 TEST_F(FileSwap, AMoveThatFailsChangesNothing) {

@@ -28,6 +28,23 @@ TEST(ParentFolder, IsWhatStandsBeforeTheLastSlash) {
   EXPECT_EQ(ParentFolder(L""), L"");
 }
 
+TEST(ExtendedPath, LeavesShortPathsAndOtherTextsAlone) {
+  for (const std::wstring& path :
+       {std::wstring(L""), std::wstring(L"C:\\a"), L"C:\\" + std::wstring(244, L'x'),
+        std::wstring(400, L'x'), L"\\\\?\\C:\\" + std::wstring(400, L'x'),
+        L"\\\\.\\pipe\\" + std::wstring(400, L'x'), L"C:" + std::wstring(400, L'x')}) {
+    EXPECT_EQ(ExtendedPath(path), path);
+  }
+}
+
+TEST(ExtendedPath, MarksPathsThatAreTooLongForThePlainForm) {
+  const std::wstring name(260, L'x');
+  EXPECT_EQ(ExtendedPath(L"C:\\" + std::wstring(245, L'x')),
+            L"\\\\?\\C:\\" + std::wstring(245, L'x'));
+  EXPECT_EQ(ExtendedPath(L"C:/a/" + name), L"\\\\?\\C:\\a\\" + name);
+  EXPECT_EQ(ExtendedPath(L"\\\\server\\share\\" + name), L"\\\\?\\UNC\\server\\share\\" + name);
+}
+
 TEST(PathFromBuffer, IsEmptyUnlessItFitsWithItsTerminator) {
   const std::wstring filled(260, L'x');
   for (const std::size_t lengthUnits : {0U, 1U, 258U, 259U}) {

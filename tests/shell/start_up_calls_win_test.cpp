@@ -247,7 +247,7 @@ TEST_F(RuntimeFileCalls, LeadTheSearchForLibraries) {
 TEST(RealSurroundingsCalls, ShowAFailureInABoxWithTheProgramsName) {
   Calls calls;
   calls.AnswerWith<Api::MessageBoxW>([](HWND, const wchar_t*, const wchar_t*, UINT) { return 1; });
-  RealSurroundings(L"1.0").showMessageBox(nullptr, L"坏");
+  RealSurroundings({L"1.0"}).showMessageBox(nullptr, L"坏");
   EXPECT_TRUE(calls.WereAmong(
       {Api::MessageBoxW},
       {Said<Api::MessageBoxW>(nullptr, L"坏", kWindowTitle, MB_OK | MB_ICONERROR)}));

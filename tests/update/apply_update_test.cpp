@@ -10,10 +10,12 @@ namespace {
 using platform::SystemResult;
 using std::chrono::milliseconds;
 using Texts = std::vector<std::wstring>;
+using Files = std::map<std::wstring, std::string>;
 
 constexpr wchar_t kSource[] = L"C:\\Temp 夹\\new.exe";
 constexpr wchar_t kDestination[] = L"D:\\工具\\Client.exe";
 constexpr wchar_t kBackup[] = L"D:\\工具\\Client.exe.bak";
+constexpr wchar_t kFresh[] = L"D:\\工具\\Client.exe.new";
 constexpr char kOld[] = "the old program";
 constexpr char kNew[] = "the new program, which is longer";
 
@@ -32,21 +34,23 @@ TEST_F(ApplyUpdateTest, ReplacesTheProgramAndStartsTheNewOneInThisOrder) {
   const std::wstring source = kSource;
   const std::wstring destination = kDestination;
   const std::wstring backup = kBackup;
+  const std::wstring fresh = kFresh;
   EXPECT_EQ(Apply(), 0);
-  EXPECT_EQ(computer_.events, (Texts{L"prepare log files", L"log", L"wait", L"pause",
-                                     L"remove " + backup, L"move " + destination + L" > " + backup,
-                                     L"copy " + source + L" > " + destination, L"copy, second half",
-                                     L"remove " + source, L"remove " + backup,
-                                     L"start \"" + destination + L"\"", L"log"}));
+  EXPECT_EQ(computer_.events,
+            (Texts{L"prepare log files", L"log", L"wait", L"pause", L"hold " + source,
+                   L"trust " + source, L"write " + fresh, L"write, second half",
+                   L"remove " + backup, L"move " + destination + L" > " + backup,
+                   L"move " + fresh + L" > " + destination, L"remove " + source,
+                   L"remove " + backup, L"start \"" + destination + L"\"", L"log"}));
   EXPECT_EQ(computer_.log, (Texts{begun_, L"更新成功，已重启主程序。"}));
-  EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kDestination, kNew}}));
+  EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}}));
 }
 
 TEST_F(ApplyUpdateTest, KeepsTheBackupWhileTheDiskMayNotHaveTheNewProgram) {
   computer_.flushError = 32;
   EXPECT_EQ(Apply(), 0);
   EXPECT_EQ(computer_.files,
-            (std::map<std::wstring, std::string>{{kDestination, kNew}, {kBackup, kOld}}));
+            (Files{{kDestination, kNew}, {kBackup, kOld}}));
   EXPECT_EQ(computer_.log.back(), L"更新成功，已重启主程序。");
 }
 
@@ -100,65 +104,119 @@ TEST_F(ApplyUpdateTest, AnOldProgramThatStillRunsKeepsItsFile) {
   EXPECT_EQ(Apply(), 32);
   EXPECT_EQ(computer_.log, (Texts{begun_, L"更新失败：覆盖主程序失败，错误码 32"}));
   EXPECT_EQ(computer_.files,
-            (std::map<std::wstring, std::string>{{kSource, kNew}, {kDestination, kOld}}));
+            (Files{{kSource, kNew}, {kDestination, kOld}}));
   EXPECT_EQ(computer_.now, milliseconds(60800));
   EXPECT_FALSE(computer_.startedAt);
 }
 
-TEST_F(ApplyUpdateTest, ACopyThatFailsBringsTheOldProgramBack) {
+TEST_F(ApplyUpdateTest, ANewProgramThatCannotBeWrittenLeavesTheOldOne) {
   const struct {
     SystemResult failure;
-    bool leavesHalf;
     int exitCode;
     const wchar_t* line;
   } rows[] = {
-      {{false, 5}, false, 5, L"更新失败：覆盖主程序失败，错误码 5"},
-      {{false, 112}, true, 112, L"更新失败：覆盖主程序失败，错误码 112"},
-      {{false, 0}, false, 3, L"更新失败：覆盖主程序失败，错误码 0"},
-      {{false, 0}, true, 3, L"更新失败：覆盖主程序失败，错误码 0"},
+      {{false, 5}, 5, L"更新失败：覆盖主程序失败，错误码 5"},
+      {{false, 112}, 112, L"更新失败：覆盖主程序失败，错误码 112"},
+      {{false, 0}, 3, L"更新失败：覆盖主程序失败，错误码 0"},
   };
   for (const auto& row : rows) {
     computer_ = FakeComputer();
     computer_.files = {{kSource, kNew}, {kDestination, kOld}};
-    computer_.copyFailure = row.failure;
-    computer_.leavesHalfACopy = row.leavesHalf;
+    computer_.writeFailure = row.failure;
     EXPECT_EQ(Apply(), row.exitCode) << row.line;
     EXPECT_EQ(computer_.log, (Texts{begun_, row.line}));
-    EXPECT_EQ(computer_.files,
-              (std::map<std::wstring, std::string>{{kSource, kNew}, {kDestination, kOld}}))
-        << row.line;
+    EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}})) << row.line;
     EXPECT_FALSE(computer_.startedAt);
   }
 }
 
-// The line tells of the copy, before anything else goes wrong.
-TEST_F(ApplyUpdateTest, LogsTheFailureBeforeItBringsTheBackupBack) {
-  computer_.copyFailure = SystemResult{false, 5};
-  Apply();
-  ASSERT_GE(computer_.events.size(), 2u);
-  EXPECT_EQ(computer_.events[computer_.events.size() - 2], L"log");
-  EXPECT_EQ(computer_.events.back(),
-            L"move " + std::wstring(kBackup) + L" > " + std::wstring(kDestination));
+TEST_F(ApplyUpdateTest, ADownloadThatCannotBeReadChangesNothing) {
+  computer_.locked = {kSource};
+  EXPECT_EQ(Apply(), 32);
+  EXPECT_EQ(computer_.log, (Texts{begun_, L"更新失败：覆盖主程序失败，错误码 32"}));
+  EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
+}
+
+TEST_F(ApplyUpdateTest, AProgramThatMayNotBeTrustedChangesNothingAndTheOldOneGoesOn) {
+  computer_.distrust = L"新程序不是由指定的发布者签名。";
+  EXPECT_EQ(Apply(), 5);
+  EXPECT_EQ(computer_.log, (Texts{begun_, L"更新失败：新程序不是由指定的发布者签名。"}));
+  EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
+  EXPECT_EQ(computer_.events.back(), L"start \"" + std::wstring(kDestination) + L"\"");
+}
+
+// What was checked is what is installed, even if somebody changes the file right behind the check.
+TEST_F(ApplyUpdateTest, InstallsTheBytesThatWereChecked) {
+  ApplyPorts ports = computer_.Ports();
+  ports.whyNotTrusted = [this](const platform::HeldFile&, const std::wstring& path) {
+    computer_.files[path] = "somebody else's program";
+    return std::wstring();
+  };
+  EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, ports), 0);
+  EXPECT_EQ(computer_.File(kDestination), kNew);
+}
+
+// ---- obstacles
+
+TEST_F(ApplyUpdateTest, WithSomethingInThePlaceOfTheBackupTheNewProgramTakesTheOldOnesInOneStep) {
+  computer_.folders = {kBackup};
+  EXPECT_EQ(Apply(), 0);
+  EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}}));
+}
+
+// It is older than the program that would be lost to it.
+TEST_F(ApplyUpdateTest, NeverBringsBackABackupThatItDidNotMake) {
+  computer_.files[kBackup] = "older still";
+  computer_.locked = {kBackup, kDestination};
+  EXPECT_EQ(Apply(), 32);
+  EXPECT_EQ(computer_.files,
+            (Files{{kSource, kNew}, {kDestination, kOld}, {kBackup, "older still"}}));
+}
+
+TEST_F(ApplyUpdateTest, ANewProgramThatCannotTakeItsPlaceBringsTheOldOneBack) {
+  ApplyPorts ports = computer_.Ports();
+  const auto move = ports.files.moveOver;
+  ports.files.moveOver = [move](const std::wstring& from, const std::wstring& to) {
+    return from == kFresh ? SystemResult{false, 1224} : move(from, to);
+  };
+  EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, ports), 1224);
+  EXPECT_EQ(computer_.log, (Texts{begun_, L"更新失败：覆盖主程序失败，错误码 1224"}));
+  EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
+}
+
+TEST_F(ApplyUpdateTest, AFolderInThePlaceOfTheNewProgramFailsTheUpdateAlone) {
+  computer_.folders = {kFresh};
+  EXPECT_EQ(Apply(), 5);
+  EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
+}
+
+TEST_F(ApplyUpdateTest, ADiskThatTakesNothingKeepsTheOldProgram) {
+  computer_.freeBytes = std::string(kNew).size() - 1;
+  EXPECT_EQ(Apply(), 112);
+  computer_.freeBytes.reset();
+  computer_.isReadOnlyDisk = true;
+  EXPECT_EQ(Apply(), 19);
+  EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
 }
 
 TEST_F(ApplyUpdateTest, ADestinationThatIsMissingIsMade) {
   computer_.files.erase(kDestination);
   EXPECT_EQ(Apply(), 0);
-  EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kDestination, kNew}}));
+  EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}}));
 }
 
-TEST_F(ApplyUpdateTest, ACopyThatFailsWithoutABackupLeavesNothingToBringBack) {
+TEST_F(ApplyUpdateTest, AFailureWithoutAnOldProgramLeavesNoneBehind) {
   computer_.files.erase(kDestination);
-  computer_.copyFailure = SystemResult{false, 3};
+  computer_.writeFailure = SystemResult{false, 3};
   EXPECT_EQ(Apply(), 3);
   EXPECT_EQ(computer_.events.back(), L"log");
-  EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kSource, kNew}}));
+  EXPECT_EQ(computer_.files, (Files{{kSource, kNew}}));
 }
 
 TEST_F(ApplyUpdateTest, ABackupOfAnEarlierTimeGivesWay) {
   computer_.files[kBackup] = "older still";
   EXPECT_EQ(Apply(), 0);
-  EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kDestination, kNew}}));
+  EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}}));
 }
 
 TEST_F(ApplyUpdateTest, ABackupThatCannotBeRemovedHindersNothing) {
@@ -170,9 +228,13 @@ TEST_F(ApplyUpdateTest, ABackupThatCannotBeRemovedHindersNothing) {
 }
 
 TEST_F(ApplyUpdateTest, ADownloadThatCannotBeRemovedHindersNothing) {
-  computer_.locked = {kSource};
-  EXPECT_EQ(Apply(), 0);
-  EXPECT_EQ(computer_.File(kDestination), kNew);
+  ApplyPorts ports = computer_.Ports();
+  const auto remove = ports.files.remove;
+  ports.files.remove = [remove](const std::wstring& path) {
+    if (path != kSource) remove(path);
+  };
+  EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, ports), 0);
+  EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kNew}}));
 }
 
 TEST_F(ApplyUpdateTest, ANewProgramThatDoesNotStartStaysInPlace) {
@@ -191,7 +253,7 @@ TEST_F(ApplyUpdateTest, ANewProgramThatDoesNotStartStaysInPlace) {
     computer_.startResult = row.result;
     EXPECT_EQ(Apply(), row.exitCode) << row.line;
     EXPECT_EQ(computer_.log, (Texts{begun_, row.line}));
-    EXPECT_EQ(computer_.files, (std::map<std::wstring, std::string>{{kDestination, kNew}}));
+    EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}}));
   }
 }
 
@@ -201,15 +263,13 @@ TEST_F(ApplyUpdateTest, QuotesTheProgramItStarts) {
   EXPECT_EQ(computer_.events.at(computer_.events.size() - 2), L"start \"D:\\a \\\"b\\\".exe\"");
 }
 
-// ---- the power fails between any two steps, or in the middle of the copy
+// ---- the power fails between any two steps, or in the middle of the writing
 
 struct Cut {
   const char* before;
   std::optional<std::string> destination;
   std::optional<std::string> backup;
 };
-
-const std::string kHalf = std::string(kNew).substr(0, std::string(kNew).size() / 2);
 
 void ExpectAfterEveryCut(const std::vector<Cut>& cuts, FakeComputer computer) {
   for (std::size_t step = 0; step < cuts.size(); ++step) {
@@ -232,10 +292,11 @@ void ExpectAfterEveryCut(const std::vector<Cut>& cuts, FakeComputer computer) {
 TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgram) {
   ExpectAfterEveryCut(
       {
+          {"the writing begins", kOld, std::nullopt},
+          {"the writing ends", kOld, std::nullopt},
           {"an old backup is removed", kOld, std::nullopt},
           {"the old program is set aside", kOld, std::nullopt},
-          {"the copy begins", std::nullopt, kOld},
-          {"the copy ends", kHalf, kOld},
+          {"the new program takes its place", std::nullopt, kOld},
           {"the download is removed", kNew, kOld},
           {"the backup is removed", kNew, kOld},
           {"the new program starts", kNew, std::nullopt},
@@ -243,16 +304,12 @@ TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgram) {
       computer_);
 }
 
-TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgramWhenTheCopyFails) {
-  computer_.copyFailure = SystemResult{false, 112};
-  computer_.leavesHalfACopy = true;
+TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgramWhenTheDiskIsFull) {
+  computer_.writeFailure = SystemResult{false, 112};
   ExpectAfterEveryCut(
       {
-          {"an old backup is removed", kOld, std::nullopt},
-          {"the old program is set aside", kOld, std::nullopt},
-          {"the copy begins", std::nullopt, kOld},
-          {"the copy fails", kHalf, kOld},
-          {"the backup is brought back", kHalf, kOld},
+          {"the writing begins", kOld, std::nullopt},
+          {"the writing fails", kOld, std::nullopt},
       },
       computer_);
 }
@@ -261,12 +318,29 @@ TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgramWhereABackupLay) {
   computer_.files[kBackup] = "older still";
   ExpectAfterEveryCut(
       {
+          {"the writing begins", kOld, "older still"},
+          {"the writing ends", kOld, "older still"},
           {"an old backup is removed", kOld, "older still"},
           {"the old program is set aside", kOld, std::nullopt},
-          {"the copy begins", std::nullopt, kOld},
-          {"the copy ends", kHalf, kOld},
+          {"the new program takes its place", std::nullopt, kOld},
           {"the download is removed", kNew, kOld},
           {"the backup is removed", kNew, kOld},
+          {"the new program starts", kNew, std::nullopt},
+      },
+      computer_);
+}
+
+TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgramWhereNoBackupCanBe) {
+  computer_.folders = {kBackup};
+  ExpectAfterEveryCut(
+      {
+          {"the writing begins", kOld, std::nullopt},
+          {"the writing ends", kOld, std::nullopt},
+          {"an old backup is removed", kOld, std::nullopt},
+          {"the old program is set aside", kOld, std::nullopt},
+          {"the new program takes its place", kOld, std::nullopt},
+          {"the download is removed", kNew, std::nullopt},
+          {"the backup is removed", kNew, std::nullopt},
           {"the new program starts", kNew, std::nullopt},
       },
       computer_);

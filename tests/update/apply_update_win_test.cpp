@@ -6,6 +6,7 @@
 #include "platform/file_swap.h"
 #include "platform/files.h"
 #include "platform/handles_win.h"
+#include "platform/held_file.h"
 #include "text/strings.h"
 #include "text/utf8.h"
 #include "update/quote_argument.h"
@@ -131,6 +132,27 @@ TEST_F(ApplyUpdateMode, ADownloadThatCannotBeReadBringsTheBackupBack) {
   EXPECT_EQ(Log(), (Texts{Begun(source_, destination_), L"更新失败：覆盖主程序失败，错误码 32"}));
 }
 
+// ---- obstacles
+
+TEST_F(ApplyUpdateMode, AFolderInThePlaceOfTheBackupHindersNothing) {
+  ASSERT_TRUE(platform::CreateFolders(destination_ + L".bak\\with something in it"));
+  EXPECT_EQ(Apply(source_, destination_), 0);
+  EXPECT_EQ(TakeRunOf(destination_), L"shown\n");
+  EXPECT_EQ(platform::ReadFileBytes(destination_), platform::ReadFileBytes(UpdateChildPath()));
+}
+
+TEST_F(ApplyUpdateMode, ReadOnlyFilesHinderNothing) {
+  ASSERT_TRUE(platform::WriteFileBytes(destination_ + L".bak", "of another time"));
+  ASSERT_TRUE(platform::WriteFileBytes(destination_ + L".new", "of another time"));
+  for (const wchar_t* suffix : {L"", L".bak", L".new"}) {
+    ASSERT_TRUE(::SetFileAttributesW((destination_ + suffix).c_str(), FILE_ATTRIBUTE_READONLY));
+  }
+  EXPECT_EQ(Apply(source_, destination_), 0);
+  EXPECT_EQ(TakeRunOf(destination_), L"shown\n");
+  ExpectReplaced(source_, destination_);
+  EXPECT_FALSE(platform::IsFile(destination_ + L".new"));
+}
+
 TEST_F(ApplyUpdateMode, AMissingDestinationIsMade) {
   const std::wstring missing = tools_ + L"\\missing.exe";
   EXPECT_EQ(Apply(source_, missing), 0);
@@ -195,7 +217,7 @@ TEST_F(ApplyUpdateMode, GoesOnWithoutItsLog) {
   EXPECT_EQ(TakeRunOf(destination_), L"shown\n");
 }
 
-// ---- the process is killed before every step of the swap, and in the middle of the copy
+// ---- the process is killed before every step of the swap, and in the middle of the writing
 
 struct KilledStep {
   const char* before;
@@ -214,13 +236,14 @@ class SwapOnDisk : public testing::Test {
   }
   [[nodiscard]] std::wstring Path(const wchar_t* name) const { return scratch_.Path(name); }
 
-  std::optional<int> RunWithCut(std::size_t step) const {
-    platform::DeleteFileAt(Path(L"Client.exe.bak"));
-    EXPECT_TRUE(platform::WriteFileBytes(Path(L"Client.exe"), old_));
+  [[nodiscard]] std::optional<int> RunWithCut(std::size_t step,
+                                              const std::wstring& destination) const {
+    platform::DeleteAnyFile(destination + L".bak");
+    EXPECT_TRUE(platform::WriteFileBytes(destination, old_));
     EXPECT_TRUE(platform::WriteFileBytes(Path(L"new.exe"), new_));
     const TestProcess process(QuoteArgument(UpdateChildPath()) + L" swap " + std::to_wstring(step) +
                                   L" " + QuoteArgument(Path(L"new.exe")) + L" " +
-                                  QuoteArgument(Path(L"Client.exe")),
+                                  QuoteArgument(destination),
                               scratch_.Folder());
     return process.ExitCode();
   }
@@ -232,13 +255,17 @@ class SwapOnDisk : public testing::Test {
 
 TEST_F(SwapOnDisk, AProcessKilledAnywhereLeavesAProgram) {
   constexpr KilledStep kCuts[] = {
-      {"an old backup is removed", "old", "none"}, {"the old program is set aside", "old", "none"},
-      {"the copy begins", "none", "old"},          {"the copy ends", "half", "old"},
-      {"the download is removed", "new", "old"},   {"the backup is removed", "new", "old"},
+      {"the writing begins", "old", "none"},
+      {"the writing ends", "old", "none"},
+      {"an old backup is removed", "old", "none"},
+      {"the old program is set aside", "old", "none"},
+      {"the new program takes its place", "none", "old"},
+      {"the download is removed", "new", "old"},
+      {"the backup is removed", "new", "old"},
       {"the new program starts", "new", "none"},
   };
   for (std::size_t step = 0; step < std::size(kCuts); ++step) {
-    ASSERT_EQ(RunWithCut(step), kCutCode) << step;
+    ASSERT_EQ(RunWithCut(step, Path(L"Client.exe")), kCutCode) << step;
     const KilledStep& cut = kCuts[step];
     const std::string destination = Holds(Path(L"Client.exe"));
     const std::string backup = Holds(Path(L"Client.exe.bak"));
@@ -248,8 +275,24 @@ TEST_F(SwapOnDisk, AProcessKilledAnywhereLeavesAProgram) {
     EXPECT_EQ(backup, cut.backup) << cut.before;
     EXPECT_TRUE(destination == "old" || destination == "new" || backup == "old") << cut.before;
   }
-  EXPECT_EQ(RunWithCut(std::size(kCuts)), 193) << "all steps done; the new one is no program";
+  EXPECT_EQ(RunWithCut(std::size(kCuts), Path(L"Client.exe")), 193) << "all steps done; the new one is no program";
   EXPECT_EQ(Holds(Path(L"Client.exe")), "new");
+}
+
+// The names of its backup and of the new program are longer than Windows' plain calls take.
+TEST_F(SwapOnDisk, AProgramWithTheLongestPathHasABackupToo) {
+  std::wstring destination = Path(L"长");
+  destination.resize(200, L'长');
+  ASSERT_TRUE(platform::CreateFolders(destination));
+  destination += L"\\";
+  destination.resize(259, L'名');
+  ASSERT_EQ(RunWithCut(4, destination), kCutCode);
+  EXPECT_EQ(Holds(destination), "none");
+  EXPECT_EQ(platform::HoldFile(destination + L".bak").bytes, old_);
+  EXPECT_EQ(platform::HoldFile(destination + L".new").bytes, new_);
+  EXPECT_EQ(RunWithCut(99, destination), 193) << "the new one is no program";
+  EXPECT_EQ(Holds(destination), "new");
+  EXPECT_FALSE(platform::HoldFile(destination + L".bak").result.succeeded);
 }
 
 }  // namespace

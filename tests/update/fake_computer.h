@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -18,19 +20,31 @@ struct PowerCut {};
 // A computer in memory for ApplyUpdate: files, one other process, a clock that only waiting moves,
 // the update log. Every call that does something is kept in `events`.
 //
-// A file operation is one step; a copy is two, with half of the file there in between. `stepsLeft`
+// A file operation is one step; writing a file is two, with half of it there in between. `stepsLeft`
 // counts down, and the step after the last throws PowerCut.
 class FakeComputer {
  public:
+  static constexpr std::uint32_t kFileNotFound = 2;
+  static constexpr std::uint32_t kAccessDenied = 5;
+  static constexpr std::uint32_t kWriteProtect = 19;
+  static constexpr std::uint32_t kSharingViolation = 32;
+  static constexpr std::uint32_t kDiskFull = 112;
+
   ApplyPorts Ports() {
     ApplyPorts ports;
     ports.files.isFile = [this](const std::wstring& path) { return files.count(path) == 1; };
+    ports.files.hold = [this](const std::wstring& path) { return Hold(path); };
+    ports.files.writeNew = [this](const std::wstring& path, const std::string& bytes) {
+      return WriteNew(path, bytes);
+    };
     ports.files.remove = [this](const std::wstring& path) { Remove(path); };
     ports.files.moveOver = [this](const std::wstring& from, const std::wstring& to) {
-      Move(from, to);
+      return Move(from, to);
     };
-    ports.files.copyOver = [this](const std::wstring& from, const std::wstring& to) {
-      return Copy(from, to);
+    ports.whyNotTrusted = [this](const platform::HeldFile& file, const std::wstring& path) {
+      events.push_back(L"trust " + path);
+      EXPECT_EQ(file.bytes, files[path]);
+      return distrust;
     };
     ports.waitForEnd = [this](std::uint32_t pid, std::chrono::milliseconds limit) {
       WaitForEnd(pid, limit);
@@ -59,10 +73,13 @@ class FakeComputer {
   }
 
   std::map<std::wstring, std::string> files;
-  std::set<std::wstring> locked;  // neither deleted, moved nor written
-  std::optional<platform::SystemResult> copyFailure;
-  bool leavesHalfACopy = false;  // when it fails
-  std::uint32_t flushError = 0;  // why the disk may not have a copy that succeeded
+  std::set<std::wstring> locked;   // neither deleted, moved, written nor held
+  std::set<std::wstring> folders;  // in the way of a file of that name
+  bool isReadOnlyDisk = false;
+  std::optional<std::size_t> freeBytes;  // of the disk; without a value it has no end
+  std::optional<platform::SystemResult> writeFailure;
+  std::uint32_t flushError = 0;  // why the disk may not have a file that was written
+  std::wstring distrust;         // what speaks against the source
   platform::SystemResult startResult{true, 0};
   std::uint32_t parentPid = 0;  // 0: no such process
   std::optional<std::chrono::milliseconds> parentEndsAt;
@@ -80,28 +97,41 @@ class FakeComputer {
 
   void Remove(const std::wstring& path) {
     Step(L"remove " + path);
-    if (locked.count(path) == 0) files.erase(path);
+    if (locked.count(path) == 0 && !isReadOnlyDisk) files.erase(path);
   }
 
-  void Move(const std::wstring& from, const std::wstring& to) {
+  platform::SystemResult Move(const std::wstring& from, const std::wstring& to) {
     Step(L"move " + from + L" > " + to);
-    if (files.count(from) == 0 || locked.count(from) == 1 || locked.count(to) == 1) return;
+    if (files.count(from) == 0) return {false, kFileNotFound};
+    if (locked.count(from) == 1) return {false, kSharingViolation};
+    if (isReadOnlyDisk) return {false, kWriteProtect};
+    if (locked.count(to) == 1 || folders.count(to) == 1) return {false, kAccessDenied};
     files[to] = files[from];
     files.erase(from);
+    return {true, 0};
   }
 
-  platform::SystemResult Copy(const std::wstring& from, const std::wstring& to) {
-    constexpr std::uint32_t kFileNotFound = 2;
-    constexpr std::uint32_t kSharingViolation = 32;
-    Step(L"copy " + from + L" > " + to);
-    if (copyFailure && !leavesHalfACopy) return *copyFailure;
-    if (files.count(from) == 0) return {false, kFileNotFound};
-    if (locked.count(to) == 1) return {false, kSharingViolation};
-    const std::string whole = files[from];
-    files[to] = whole.substr(0, whole.size() / 2);
-    Step(L"copy, second half");
-    if (copyFailure) return *copyFailure;
-    files[to] = whole;
+  platform::HeldFile Hold(const std::wstring& path) {
+    events.push_back(L"hold " + path);
+    platform::HeldFile held;
+    held.result = {false, files.count(path) == 0 ? kFileNotFound : kSharingViolation};
+    if (files.count(path) == 0 || locked.count(path) == 1) return held;
+    held.result = {true, 0};
+    held.bytes = files[path];
+    return held;
+  }
+
+  platform::SystemResult WriteNew(const std::wstring& path, const std::string& bytes) {
+    Step(L"write " + path);
+    if (isReadOnlyDisk) return {false, kWriteProtect};
+    if (locked.count(path) == 1 || folders.count(path) == 1) return {false, kAccessDenied};
+    files[path] = bytes.substr(0, bytes.size() / 2);
+    Step(L"write, second half");
+    if (writeFailure || (freeBytes && *freeBytes < bytes.size())) {
+      files.erase(path);
+      return writeFailure.value_or(platform::SystemResult{false, kDiskFull});
+    }
+    files[path] = bytes;
     return {true, flushError};
   }
 

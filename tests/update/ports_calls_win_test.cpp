@@ -25,7 +25,6 @@ std::string SaidCreateProcess(const wchar_t* commandLine, DWORD flags, const cha
 // A disk and processes on which everything succeeds and nothing happens.
 void StandIn(Calls& calls) {
   calls.AnswerWith<Api::DeleteFileW>([](const wchar_t*) { return TRUE; });
-  calls.AnswerWith<Api::CopyFileW>([](const wchar_t*, const wchar_t*, BOOL) { return TRUE; });
   calls.AnswerWith<Api::MoveFileExW>([](const wchar_t*, const wchar_t*, DWORD) { return TRUE; });
   calls.AnswerWith<Api::CreateProcessW>([](const wchar_t*, wchar_t*, SECURITY_ATTRIBUTES*,
                                            SECURITY_ATTRIBUTES*, BOOL, DWORD, void*, const wchar_t*,
@@ -43,7 +42,7 @@ TEST(UpdatePortsCalls, NameTheProgramItsProcessAndTheDownload) {
   const UpdaterPorts updater = RealUpdaterPorts();
   EXPECT_EQ(updater.processId, Real<Api::GetCurrentProcessId>()());
   EXPECT_TRUE(updater.programPath.ends_with(L"\\update_test.exe"));
-  const CheckPorts check = RealCheckPorts(L"1.0", {});
+  const CheckPorts check = RealCheckPorts({L"1.0"}, {});
   EXPECT_TRUE(check.downloadTarget.ends_with(L"\\Velmarine.Client.update.exe"));
   EXPECT_EQ(check.currentVersion, L"1.0");
   EXPECT_TRUE(calls.Were({Said<Api::GetModuleFileNameW>(nullptr, L"", 260),
@@ -53,7 +52,7 @@ TEST(UpdatePortsCalls, NameTheProgramItsProcessAndTheDownload) {
 TEST(UpdatePortsCalls, HaveNoDownloadAndNoLogWithoutATemporaryFolder) {
   Calls calls;
   calls.Fail(Api::GetTempPathW, 1450, 0);
-  EXPECT_EQ(RealCheckPorts(L"1.0", {}).downloadTarget, L"");
+  EXPECT_EQ(RealCheckPorts({L"1.0"}, {}).downloadTarget, L"");
   WriteUpdateLog(L"lost");
   EXPECT_EQ(calls.Count(Api::CreateFileW), 0);
 }
@@ -62,42 +61,38 @@ TEST(UpdatePortsCalls, StartTheUpdaterHidden) {
   Calls calls;
   StandIn(calls);
   const UpdaterPorts ports = RealUpdaterPorts();
-  ports.copyOver(L"a", L"b");
   EXPECT_TRUE(ports.startHidden(L"\"b\" x"));
   calls.Fail(Api::CreateProcessW, 1450);
   EXPECT_FALSE(ports.startHidden(L"\"b\" x"));
   const std::string start = SaidCreateProcess(L"\"b\" x", CREATE_NO_WINDOW, kHidden);
-  EXPECT_TRUE(calls.WereAmong({Api::CopyFileW, Api::CreateProcessW},
-                              {Said<Api::CopyFileW>(L"a", L"b", FALSE), start, start}));
+  EXPECT_TRUE(calls.WereAmong({Api::CreateProcessW}, {start, start}));
 }
 
 TEST(UpdatePortsCalls, SwapTheFilesAndStartTheNewProgram) {
   Calls calls;
   StandIn(calls);
   bool prepared = false;
-  const ApplyPorts ports = RealApplyPorts([&prepared] { prepared = true; });
+  const ApplyPorts ports = RealApplyPorts({}, [&prepared] { prepared = true; });
   ports.prepareLogFiles();
   EXPECT_TRUE(prepared);
   ports.waitForEnd(4711, std::chrono::milliseconds(60000));
   ports.files.remove(L"bak");
-  ports.files.moveOver(L"dst", L"bak");
-  EXPECT_TRUE(ports.files.copyOver(L"src", L"dst").succeeded);
+  EXPECT_TRUE(ports.files.moveOver(L"dst", L"bak").succeeded);
   EXPECT_TRUE(ports.start(L"\"dst\"").succeeded);
   constexpr DWORD kMoveFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
   EXPECT_TRUE(calls.WereAmong({Api::OpenProcess, Api::WaitForSingleObject, Api::DeleteFileW,
-                               Api::MoveFileExW, Api::CopyFileW, Api::CreateProcessW},
+                               Api::MoveFileExW, Api::CreateProcessW},
                               {
                                   Said<Api::OpenProcess>(SYNCHRONIZE, FALSE, 4711),
                                   Said<Api::WaitForSingleObject>(Handle{1}, 60000),
                                   Said<Api::DeleteFileW>(L"bak"),
                                   Said<Api::MoveFileExW>(L"dst", L"bak", kMoveFlags),
-                                  Said<Api::CopyFileW>(L"src", L"dst", FALSE),
                                   SaidCreateProcess(L"\"dst\"", 0, kShown),
                               }));
 }
 
 TEST(UpdatePortsCalls, PauseForAsLongAsAskedFor) {
-  const ApplyPorts ports = RealApplyPorts([] {});
+  const ApplyPorts ports = RealApplyPorts({}, [] {});
   const auto before = std::chrono::steady_clock::now();
   ports.pause(std::chrono::milliseconds(60));
   EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(59));
@@ -105,7 +100,7 @@ TEST(UpdatePortsCalls, PauseForAsLongAsAskedFor) {
 
 // The call does not return, so the thread that makes it ends inside it.
 DWORD WINAPI EndProcess(void*) {
-  RealCheckPorts(L"1.0", {}).endProcess();
+  RealCheckPorts({L"1.0"}, {}).endProcess();
   return 1;
 }
 

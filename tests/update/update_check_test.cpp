@@ -30,6 +30,22 @@ class UpdateCheckTest : public testing::Test {
       if (closesInDownload_) closing_.request_stop();
       return downloads_;
     };
+    ports.probeReplacement = [this](std::uint64_t sizeBytes) {
+      events_.push_back(L"probe " + std::to_wstring(sizeBytes));
+      return sizeBytes == 0 ? replaceable_ : replaceableByDownload_;
+    };
+    ports.sizeBytes = [](const std::wstring& path) { return path == kTarget ? 1234U : 0U; };
+    ports.whyNotTrusted = [this](const std::wstring& path) {
+      events_.push_back(L"trust " + path);
+      return distrust_;
+    };
+    ports.nowSeconds = [this] { return nowSeconds_; };
+    ports.lastTry = [this] { return lastTry_; };
+    ports.keepTry = [this](const UpdateTry& record) {
+      events_.push_back(L"keep " + record.version + L" at " + std::to_wstring(record.atSeconds));
+      if (keepsTry_) lastTry_ = record;
+      return keepsTry_;
+    };
     ports.startUpdater = [this](const std::wstring& path) {
       events_.push_back(L"start updater " + path);
       return starts_;
@@ -68,6 +84,12 @@ class UpdateCheckTest : public testing::Test {
   bool closesInDownload_ = false;
   bool downloads_ = true;
   bool starts_ = true;
+  platform::SystemResult replaceable_{true, 0};
+  platform::SystemResult replaceableByDownload_{true, 0};
+  std::wstring distrust_;
+  std::int64_t nowSeconds_ = 1'800'000'000;
+  std::optional<UpdateTry> lastTry_;
+  bool keepsTry_ = true;
   Texts events_;
 };
 
@@ -164,24 +186,26 @@ TEST_F(UpdateCheckTest, TellsOfAnOfferThatIsNotForcedAndDoesNothing) {
 }
 
 TEST_F(UpdateCheckTest, InstallsAForcedOfferAndEndsTheProcess) {
+  const std::wstring target = kTarget;
   EXPECT_EQ(Offer(L"1.0.10", L"updates/client.exe"), L"");
   EXPECT_EQ(
       Deeds(),
-      (Texts{std::wstring(L"download http://192.0.2.10:31080/updates/client.exe > ") + kTarget,
-             std::wstring(L"start updater ") + kTarget, L"end"}));
+      (Texts{L"probe 0", L"download http://192.0.2.10:31080/updates/client.exe > " + target,
+             L"probe 1234", L"trust " + target, L"keep 1.0.10 at 1800000000",
+             L"start updater " + target, L"end"}));
 }
 
 TEST_F(UpdateCheckTest, ADownloadThatFailsLeavesAllAsItIs) {
   downloads_ = false;
   EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新下载失败：2.0");
-  EXPECT_EQ(Deeds().size(), 1u) << "one attempt, and nothing after it";
+  EXPECT_EQ(Deeds().size(), 2u) << "one attempt, and nothing after it";
 }
 
 TEST_F(UpdateCheckTest, AProgramThatClosesIsNotReplaced) {
   closesInDownload_ = true;
   EXPECT_EQ(Offer(L"1.0.10", L"http://h/x"), L"");
-  EXPECT_EQ(Deeds(), (Texts{std::wstring(L"download http://h/x > ") + kTarget,
-                            std::wstring(L"delete ") + kTarget}));
+  EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
+  EXPECT_FALSE(lastTry_) << "it has not been tried";
 }
 
 TEST_F(UpdateCheckTest, WithoutATemporaryFolderNothingIsDownloaded) {
@@ -191,15 +215,75 @@ TEST_F(UpdateCheckTest, WithoutATemporaryFolderNothingIsDownloaded) {
   CheckPorts ports = Ports();
   ports.downloadTarget.clear();
   EXPECT_EQ(CheckForUpdate(settings_, ports), L"强制更新下载失败：2.0");
-  EXPECT_EQ(events_, Texts{question_});
+  EXPECT_EQ(events_, (Texts{question_, L"probe 0"}));
 }
 
 TEST_F(UpdateCheckTest, AReplacementProcessThatDoesNotStartCostsTheDownload) {
+  const std::wstring target = kTarget;
   starts_ = false;
   EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新启动替换进程失败：2.0");
-  EXPECT_EQ(Deeds(),
-            (Texts{std::wstring(L"download http://192.0.2.10:31080/x > ") + kTarget,
-                   std::wstring(L"start updater ") + kTarget, std::wstring(L"delete ") + kTarget}));
+  EXPECT_EQ(Deeds().at(Deeds().size() - 2), L"start updater " + target);
+  EXPECT_EQ(Deeds().back(), L"delete " + target);
+}
+
+// ---- a forced update that cannot be installed leaves the engineer a program that works
+
+constexpr wchar_t kMoveIt[] =
+    L"。请把本程序移到可以写入的文件夹（例如桌面上的新文件夹）后重新运行；现在可继续使用当前版本。";
+
+TEST_F(UpdateCheckTest, AProgramThatCannotBeReplacedGoesOnWithoutADownload) {
+  for (const std::uint32_t code : {5U, 19U, 32U}) {
+    replaceable_ = {false, code};
+    EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新无法安装 2.0：本程序的文件不能被替换（错误码 " +
+                                        std::to_wstring(code) + L"）" + kMoveIt);
+    EXPECT_EQ(Deeds(), Texts{L"probe 0"});
+    EXPECT_FALSE(lastTry_);
+  }
+}
+
+TEST_F(UpdateCheckTest, ADiskWithoutRoomForTheDownloadedProgramIsSaidSo) {
+  for (const std::uint32_t code : {39U, 112U}) {
+    replaceableByDownload_ = {false, code};
+    EXPECT_EQ(Offer(L"2.0", L"/x"),
+              L"强制更新无法安装 2.0：本程序所在的磁盘空间不足（错误码 " + std::to_wstring(code) +
+                  L"）。请清理磁盘后重新运行；现在可继续使用当前版本。");
+    EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
+    EXPECT_FALSE(lastTry_);
+  }
+}
+
+TEST_F(UpdateCheckTest, AFileThatIsNotTrustedIsDeleted) {
+  distrust_ = L"新程序不是由指定的发布者签名。";
+  EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新未安装 2.0：新程序不是由指定的发布者签名。");
+  EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
+  EXPECT_FALSE(lastTry_);
+}
+
+TEST_F(UpdateCheckTest, AnUpdateThatCannotBeRememberedIsNotBegun) {
+  keepsTry_ = false;
+  EXPECT_EQ(Offer(L"2.0", L"/x"),
+            L"强制更新无法安装 2.0：无法在用户数据文件夹中写入更新记录。请检查磁盘空间和文件夹权限；"
+            L"现在可继续使用当前版本。");
+  EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
+}
+
+// The new file says that it is 1.0.4 still: without an end, each start would end the program.
+TEST_F(UpdateCheckTest, AnUpdateThatDoesNotBringItsVersionIsTriedOnceADay) {
+  const std::int64_t firstSeconds = nowSeconds_;
+  const std::wstring refusal =
+      L"强制更新 2.0 在一天内已经安装过一次，但本程序的版本仍是 1.0.4，今天不再重试。"
+      L"请把这一行告诉服务管理员；现在可继续使用当前版本。";
+  EXPECT_EQ(Offer(L"2.0", L"/x"), L"");
+  for (const std::int64_t later : {0, 5, 24 * 3600 - 1}) {
+    nowSeconds_ = firstSeconds + later;
+    EXPECT_EQ(Offer(L"2.0", L"/x"), refusal) << later;
+    EXPECT_EQ(Deeds(), Texts{}) << later;
+  }
+  EXPECT_EQ(Offer(L"2.1", L"/x"), L"") << "another version is another update";
+  nowSeconds_ += 24 * 3600;
+  EXPECT_EQ(Offer(L"2.1", L"/x"), L"") << "the next day";
+  nowSeconds_ -= 3600;
+  EXPECT_EQ(Offer(L"2.1", L"/x"), L"") << "the clock had been wrong";
 }
 
 }  // namespace

@@ -22,9 +22,10 @@ class UpdateCheckOnWindows : public testing::Test {
   std::wstring Check(const std::wstring& serverUrl) {
     settings::Settings settings;
     settings.serverUrl = serverUrl;
-    CheckPorts ports = RealCheckPorts(L"1.0.4", stop_.get_token());
+    CheckPorts ports = RealCheckPorts({L"1.0.4"}, stop_.get_token());
     EXPECT_EQ(ports.downloadTarget, platform::TemporaryFolder() + L"Velmarine.Client.update.exe");
     ports.downloadTarget = target_;
+    ports.lastTry = [] { return std::nullopt; };
     ports.startUpdater = [this](const std::wstring& path) {
       downloaded_ = platform::ReadFileBytes(path);
       return starts_;

@@ -6,7 +6,7 @@
 //                                                 hold locks and would do things on an orderly way
 //                                                 out
 //   update_child.exe swap STEP SOURCE DESTINATION replaces a file and ends with kCutCode before the
-//                                                 given step (a copy is two, with half in between)
+//                                                 given step (writing is two, with half in between)
 #include <cstdlib>
 #include <mutex>
 #include <string>
@@ -46,7 +46,7 @@ void Step(int& stepsLeft) {
 
 // The program's own operations, the power failing before the step `stepsLeft`.
 ApplyPorts PortsWithACut(int& stepsLeft) {
-  ApplyPorts ports = RealApplyPorts([] {});
+  ApplyPorts ports = RealApplyPorts({}, [] {});
   const SwapFiles real = ports.files;
   ports.files.remove = [real, &stepsLeft](const std::wstring& path) {
     Step(stepsLeft);
@@ -54,16 +54,13 @@ ApplyPorts PortsWithACut(int& stepsLeft) {
   };
   ports.files.moveOver = [real, &stepsLeft](const std::wstring& from, const std::wstring& to) {
     Step(stepsLeft);
-    real.moveOver(from, to);
+    return real.moveOver(from, to);
   };
-  ports.files.copyOver = [real, &stepsLeft](const std::wstring& from, const std::wstring& to) {
+  ports.files.writeNew = [real, &stepsLeft](const std::wstring& path, const std::string& bytes) {
     Step(stepsLeft);
-    if (stepsLeft == 0) {
-      const std::string whole = platform::ReadFileBytes(from).value_or("");
-      platform::WriteFileBytes(to, whole.substr(0, whole.size() / 2));
-    }
+    if (stepsLeft == 0) platform::WriteFileBytes(path, bytes.substr(0, bytes.size() / 2));
     Step(stepsLeft);
-    return real.copyOver(from, to);
+    return real.writeNew(path, bytes);
   };
   const auto realStart = ports.start;
   ports.start = [realStart, &stepsLeft](const std::wstring& commandLine) {

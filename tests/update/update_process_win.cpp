@@ -60,6 +60,10 @@ std::wstring ClientPath() {
   return platform::ProgramFolder() + L"\\..\\Velmarine.Client.exe";
 }
 
+std::wstring LabUpdateFolder() {
+  return platform::ProgramFolder() + L"\\..\\lab\\update";
+}
+
 std::wstring TakeRunOf(const std::wstring& path) {
   const std::wstring told = path + L".ran";
   for (int i = 0; i < 300; ++i) {

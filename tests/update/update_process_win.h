@@ -44,6 +44,8 @@ class TemporaryFolderScope {
 // The programs of the build.
 std::wstring UpdateChildPath();
 std::wstring ClientPath();
+// Where the lab's next, signed and pinned programs lie.
+std::wstring LabUpdateFolder();
 
 // The lines that update_child.exe at `path` left of its run, once they are there; empty if they do
 // not come. Takes them away.

@@ -3,6 +3,7 @@
 #include "platform/windows_sdk.h"
 // After the SDK, which they need; icmpapi.h and netioapi.h need iphlpapi.h.
 // clang-format off
+#include <bcrypt.h>
 #include <commctrl.h>
 #include <dwmapi.h>
 #include <iphlpapi.h>
@@ -12,7 +13,10 @@
 #include <sddl.h>
 #include <shellapi.h>
 #include <shlobj.h>
+#include <softpub.h>
+#include <wincrypt.h>
 #include <winhttp.h>
+#include <wintrust.h>
 #include <wtsapi32.h>
 // clang-format on
 
@@ -35,6 +39,12 @@ enum class FailsAs {
 // X(function, how it fails, the index of a parameter that points to bytes that it only reads and
 // whose length is the next parameter; -1 = none).
 #define WIN32_FUNCTIONS(X)                          \
+  X(BCryptCloseAlgorithmProvider, CloseToError, -1) \
+  X(BCryptCreateHash, Error, -1)                    \
+  X(BCryptDestroyHash, CloseToError, -1)            \
+  X(BCryptFinishHash, Error, -1)                    \
+  X(BCryptHashData, Error, 1)                       \
+  X(BCryptOpenAlgorithmProvider, Error, -1)         \
   X(BeginPaint, Zero, -1)                           \
   X(CancelIoEx, Zero, -1)                           \
   X(CancelMibChangeNotify2, CloseToError, -1)       \
@@ -53,6 +63,7 @@ enum class FailsAs {
   X(CreateProcessW, Zero, -1)                       \
   X(CreateSolidBrush, Zero, -1)                     \
   X(CreateWindowExW, Zero, -1)                      \
+  X(CryptEncodeObject, Zero, -1)                    \
   X(DefWindowProcW, Never, -1)                      \
   X(DeleteFileW, Zero, -1)                          \
   X(DeleteObject, Close, -1)                        \
@@ -79,9 +90,12 @@ enum class FailsAs {
   X(GetCurrentDirectoryW, Zero, -1)                 \
   X(GetCurrentProcess, Never, -1)                   \
   X(GetCurrentProcessId, Never, -1)                 \
+  X(GetDiskFreeSpaceExW, Zero, -1)                  \
   X(GetEnvironmentVariableW, Zero, -1)              \
   X(GetFileAttributesExW, Zero, -1)                 \
   X(GetFileAttributesW, MinusOne, -1)               \
+  X(GetFileInformationByHandleEx, Zero, -1)         \
+  X(GetFileSizeEx, Zero, -1)                        \
   X(GetFocus, Zero, -1)                             \
   X(GetForegroundWindow, Zero, -1)                  \
   X(GetFullPathNameW, Zero, -1)                     \
@@ -159,6 +173,7 @@ enum class FailsAs {
   X(SetDllDirectoryW, Zero, -1)                     \
   X(SetErrorMode, Never, -1)                        \
   X(SetEvent, Zero, -1)                             \
+  X(SetFileAttributesW, Zero, -1)                   \
   X(SetFileInformationByHandle, Zero, 2)            \
   X(SetForegroundWindow, Zero, -1)                  \
   X(SetLastError, Never, -1)                        \
@@ -181,6 +196,9 @@ enum class FailsAs {
   X(WSACleanup, Close, -1)                          \
   X(WSAGetLastError, Never, -1)                     \
   X(WSAStartup, Error, -1)                          \
+  X(WTHelperGetProvCertFromChain, Zero, -1)         \
+  X(WTHelperGetProvSignerFromChain, Zero, -1)       \
+  X(WTHelperProvDataFromStateData, Zero, -1)        \
   X(WTSFreeMemory, Never, -1)                       \
   X(WTSQuerySessionInformationW, Zero, -1)          \
   X(WTSRegisterSessionNotification, Zero, -1)       \
@@ -199,6 +217,7 @@ enum class FailsAs {
   X(WinHttpSetOption, Zero, -1)                     \
   X(WinHttpSetStatusCallback, MinusOne, -1)         \
   X(WinHttpSetTimeouts, Zero, -1)                   \
+  X(WinVerifyTrust, Error, -1)                      \
   X(WriteFile, Zero, 1)                             \
   X(accept, MinusOne, -1)                           \
   X(bind, MinusOne, -1)                             \

@@ -1,0 +1,143 @@
+#include "update/program_version.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "update/compare_versions.h"
+
+// The format is "PE Format" and "VS_VERSIONINFO" in Microsoft's documentation. All numbers in it are
+// little-endian.
+namespace update {
+namespace {
+
+using Bytes = std::span<const std::byte>;
+
+constexpr std::uint32_t kVersionType = 16;  // RT_VERSION
+constexpr std::uint32_t kFixedInfoSignature = 0xFEEF04BD;
+constexpr std::uint32_t kIsFolder = 0x80000000;
+constexpr std::size_t kResourceDirectory = 2;  // its place among the data directories
+constexpr std::u16string_view kInfoKey = u"VS_VERSION_INFO";
+
+// `count` bytes from `offset` on; fewer than asked for, in fact none, where the file ends before.
+Bytes Part(Bytes bytes, std::size_t offset, std::size_t count) {
+  if (offset > bytes.size() || count > bytes.size() - offset) return {};
+  return bytes.subspan(offset, count);
+}
+
+// The number of `sizeBytes` (2 or 4) at `offset`; 0 past the end, which no valid field we look at
+// holds.
+std::uint32_t Number(Bytes bytes, std::size_t offset, std::size_t sizeBytes) {
+  std::uint32_t number = 0;
+  const Bytes part = Part(bytes, offset, sizeBytes);
+  for (std::size_t i = part.size(); i > 0; --i) {
+    number = number << 8 | std::to_integer<std::uint32_t>(part[i - 1]);
+  }
+  return number;
+}
+std::uint32_t U16(Bytes bytes, std::size_t offset) {
+  return Number(bytes, offset, 2);
+}
+std::uint32_t U32(Bytes bytes, std::size_t offset) {
+  return Number(bytes, offset, 4);
+}
+
+// The program's headers, as far as they lead to the resources.
+struct Headers {
+  Bytes sections;  // 40 bytes each
+  std::uint32_t resourceAddress = 0;
+};
+
+std::optional<Headers> ReadHeaders(Bytes program) {
+  constexpr std::size_t kCoffBytes = 24;  // with the signature before it
+  if (U16(program, 0) != 0x5A4D) return std::nullopt;  // "MZ"
+  const std::size_t coff = U32(program, 0x3C);
+  if (U32(program, coff) != 0x00004550) return std::nullopt;  // "PE"
+  const std::size_t optional = coff + kCoffBytes;
+  const std::uint32_t magic = U16(program, optional);
+  if (magic != 0x10B && magic != 0x20B) return std::nullopt;  // 32 and 64 bits
+  const std::size_t directories = optional + (magic == 0x20B ? 112 : 96);
+  if (U32(program, directories - 4) <= kResourceDirectory) return std::nullopt;
+
+  Headers headers;
+  headers.resourceAddress = U32(program, directories + kResourceDirectory * 8);
+  const std::size_t sections = optional + U16(program, coff + 20);
+  headers.sections = Part(program, sections, std::size_t{U16(program, coff + 6)} * 40);
+  if (headers.resourceAddress == 0 || headers.sections.empty()) return std::nullopt;
+  return headers;
+}
+
+// The bytes of the file that are loaded at `address`, to the end of their section.
+Bytes AtAddress(Bytes program, const Headers& headers, std::uint32_t address) {
+  for (Bytes rest = headers.sections; rest.size() >= 40; rest = rest.subspan(40)) {
+    const std::uint32_t start = U32(rest, 12);
+    const std::uint32_t sizeBytes = U32(rest, 16);
+    if (address < start || address - start >= sizeBytes) continue;
+    return Part(program, std::size_t{U32(rest, 20)} + (address - start),
+                sizeBytes - (address - start));
+  }
+  return {};
+}
+
+// What the entry of the folder at `folder` with the id `id`, or its first one, leads to; nothing
+// without such an entry.
+std::optional<std::uint32_t> FindEntry(Bytes resources, std::uint32_t folder,
+                                       std::optional<std::uint32_t> id) {
+  const std::size_t count =
+      std::size_t{U16(resources, std::size_t{folder} + 12)} + U16(resources, std::size_t{folder} + 14);
+  const Bytes entries = Part(resources, std::size_t{folder} + 16, count * 8);
+  for (Bytes rest = entries; rest.size() >= 8; rest = rest.subspan(8)) {
+    if (!id || U32(rest, 0) == *id) return U32(rest, 4);
+  }
+  return std::nullopt;
+}
+
+// Type, name, language: the first version resource of the program.
+Bytes VersionResource(Bytes program, const Headers& headers) {
+  const Bytes resources = AtAddress(program, headers, headers.resourceAddress);
+  std::optional<std::uint32_t> found = FindEntry(resources, 0, kVersionType);
+  for (int level = 0; level < 2; ++level) {
+    if (!found || (*found & kIsFolder) == 0) return {};
+    found = FindEntry(resources, *found & ~kIsFolder, std::nullopt);
+  }
+  if (!found || (*found & kIsFolder) != 0) return {};
+  const Bytes content = AtAddress(program, headers, U32(resources, *found));
+  return Part(content, 0, U32(resources, std::size_t{*found} + 4));
+}
+
+bool HasInfoKey(Bytes info) {
+  for (std::size_t i = 0; i < kInfoKey.size(); ++i) {
+    if (U16(info, 6 + i * 2) != kInfoKey[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::optional<FileVersion> ReadFileVersion(std::span<const std::byte> program) {
+  const std::optional<Headers> headers = ReadHeaders(program);
+  if (!headers) return std::nullopt;
+  const Bytes info = VersionResource(program, *headers);
+  constexpr std::size_t kFixedInfo = 40;  // three lengths, the key, its zero, padding to four
+  constexpr std::size_t kFixedInfoBytes = 52;
+  const Bytes fixed = Part(info, kFixedInfo, kFixedInfoBytes);
+  if (!HasInfoKey(info) || U32(fixed, 0) != kFixedInfoSignature) return std::nullopt;
+  const auto part = [fixed](std::size_t offset) {
+    return static_cast<std::uint16_t>(U16(fixed, offset));
+  };
+  return FileVersion{part(10), part(8), part(14), part(12)};
+}
+
+std::wstring FileVersionText(const FileVersion& version) {
+  std::wstring text;
+  for (const std::uint16_t number : version) {
+    if (!text.empty()) text += L'.';
+    text += std::to_wstring(number);
+  }
+  return text;
+}
+
+bool IsHigher(const FileVersion& version, std::wstring_view current) {
+  return CompareVersionNumbers(FileVersionText(version), current) > 0;
+}
+
+}  // namespace update
