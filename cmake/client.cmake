@@ -23,6 +23,10 @@ endif()
 if(WIN32)
   target_compile_definitions(client_flags INTERFACE
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00 WINVER=0x0A00)
+  # What makes a fault in memory an end of the program rather than a way into it.
+  target_compile_options(client_flags INTERFACE -fstack-protector-strong)
+  target_link_options(client_flags INTERFACE -fstack-protector-strong
+    -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va)
 endif()
 
 if(VELMARINE_SANITIZE)

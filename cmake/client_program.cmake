@@ -1,5 +1,6 @@
 # The program's file: its entry, all its folders, and what it carries as resources.
 include(driver_files)
+include(delayed_imports)
 
 # Sets `out` to the four numbers of `version`, missing ones 0, as Windows wants them.
 function(version_numbers out version)
@@ -65,6 +66,8 @@ function(client_program target)
     VELMARINE_SIGNER_SHA256="${signer}")
   target_link_libraries(${target} PRIVATE shell ${target}_resources)
   target_link_options(${target} PRIVATE -municode)
+  delayed_imports(delayed_folder)
+  target_link_directories(${target} BEFORE PRIVATE "${delayed_folder}")
   set_target_properties(${target} PROPERTIES
     OUTPUT_NAME Velmarine.Client RUNTIME_OUTPUT_DIRECTORY "${ARG_FOLDER}")
 endfunction()

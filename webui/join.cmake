@@ -19,4 +19,31 @@ foreach(mark IN LISTS marks)
   string(STRIP "${text}" text)
   string(REPLACE "${mark}" "${text}" page "${page}")
 endforeach()
+
+# Sets `out` to the source expression that admits the text inside the page's one element `tag`, and
+# no other: its SHA-256 in Base64 (RFC 4648), three bytes as four letters.
+function(only_this_text out tag)
+  string(REGEX MATCH "<${tag}>(.*)</${tag}>" found "${page}")
+  string(SHA256 hex "${CMAKE_MATCH_1}")
+  set(alphabet "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/")
+  set(base64 "")
+  foreach(start RANGE 0 60 6)
+    string(SUBSTRING "${hex}00" ${start} 6 three)  # the 32 bytes are one short of eleven times three
+    foreach(shift 18 12 6 0)
+      math(EXPR index "(0x${three} >> ${shift}) & 63")
+      string(SUBSTRING "${alphabet}" ${index} 1 letter)
+      string(APPEND base64 "${letter}")
+    endforeach()
+  endforeach()
+  string(SUBSTRING "${base64}" 0 43 base64)
+  set(${out} "'sha256-${base64}='" PARENT_SCOPE)
+endfunction()
+
+# Whatever gets into the page's texts, the browser runs and shows only what stands in this file, and
+# loads nothing.
+only_this_text(style "style")
+only_this_text(script "script")
+string(JOIN ";\n  " content_policy
+  "default-src 'none'" "script-src ${script}" "style-src ${style}" "base-uri 'none'" "form-action 'none'")
+string(REPLACE "@content_policy@" "${content_policy}" page "${page}")
 file(WRITE "${OUT}" "${page}")

@@ -1,3 +1,4 @@
+#include "platform/process_guard.h"
 #include "platform/process_win.h"
 #include "platform/windows_sdk.h"
 #include "shell/command_line.h"
@@ -18,9 +19,14 @@ const update::ProgramIdentity kProgram{VELMARINE_VERSION, VELMARINE_SIGNER_SHA25
 // -municode takes this for the program's entry. What an exception here would mean, short memory
 // before there is a window, ends the program.
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int showCommand) {
+  platform::LimitLibrarySearch();
+  platform::RefuseForeignLibraries();
+  // The browser's library takes orders from them, down to another program to run as the browser.
+  platform::ForgetVariables(L"WEBVIEW2_");
   platform::RefuseSystemErrorBoxes();  // looking for RustDesk asks drive D: for files
   shell::BecomeDpiAware();
   if (const auto request = shell::ParseApplyUpdate(shell::CommandLineArguments())) {
+    platform::ForbidDynamicCode();
     return update::ApplyUpdate(request->parentPid, request->source, request->destination,
                                update::RealApplyPorts(kProgram, shell::StartLog));
   }

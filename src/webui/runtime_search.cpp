@@ -41,12 +41,6 @@ bool IsUsable(std::wstring_view runtimeFolder) {
   return version && *version >= kOldestRuntime;
 }
 
-bool IsAbsolute(std::wstring_view path) {
-  const auto isSlash = [](wchar_t unit) { return unit == L'\\' || unit == L'/'; };
-  if (path.size() >= 2 && isSlash(path[0]) && isSlash(path[1])) return true;
-  return path.size() >= 3 && path[1] == L':' && isSlash(path[2]);
-}
-
 }  // namespace
 
 std::optional<RuntimeVersion> ParseRuntimeVersion(std::wstring_view runtimeFolder) {
@@ -69,18 +63,10 @@ std::wstring RuntimeLibraryPath(std::wstring_view runtimeFolder) {
   return platform::JoinPath(runtimeFolder, kLibrary);
 }
 
-std::optional<std::wstring> FixedRuntimeLibrary(std::wstring_view folder,
-                                                std::wstring_view programFolder) {
-  const std::wstring whole =
-      IsAbsolute(folder) ? std::wstring(folder) : platform::JoinPath(programFolder, folder);
-  if (whole.find(L"\\Edge\\Application\\") != std::wstring::npos) return std::nullopt;
-  return RuntimeLibraryPath(whole);
-}
-
 std::optional<std::wstring> FindInstalledRuntime(const RegisteredRuntime& registered,
                                                  const FileExists& fileExists) {
-  for (const std::wstring_view channel : kChannels) {
-    for (const RuntimeRoot root : {RuntimeRoot::AllUsers, RuntimeRoot::CurrentUser}) {
+  for (const RuntimeRoot root : {RuntimeRoot::AllUsers, RuntimeRoot::CurrentUser}) {
+    for (const std::wstring_view channel : kChannels) {
       const std::optional<std::wstring> folder = registered(root, channel);
       if (!folder || !IsUsable(*folder)) continue;
       std::wstring library = RuntimeLibraryPath(*folder);

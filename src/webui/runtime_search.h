@@ -30,15 +30,10 @@ using FileExists = std::function<bool(const std::wstring& path)>;
 // The runtime's library inside its versioned folder.
 std::wstring RuntimeLibraryPath(std::wstring_view runtimeFolder);
 
-// The library of a runtime that the administrator has put into a folder of its own (a relative one
-// lies beside the program): no version is asked of it. Nothing when `folder` is part of the Edge
-// browser, which is no runtime to build on.
-std::optional<std::wstring> FixedRuntimeLibrary(std::wstring_view folder,
-                                                std::wstring_view programFolder);
-
-// The library of the first usable installed runtime: stable before beta, dev, canary and internal;
-// of each, the one for all users before the user's own. One that is too old, or whose library is
-// missing, is passed over.
+// The library of the first usable installed runtime: stable before beta, dev, canary and internal.
+// The user's own runtimes, which no administrator has installed, are looked at only when the
+// computer has none for all users: this process has an administrator's rights. One that is too old,
+// or whose library is missing, is passed over.
 std::optional<std::wstring> FindInstalledRuntime(const RegisteredRuntime& registered,
                                                  const FileExists& fileExists);
 

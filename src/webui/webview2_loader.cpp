@@ -5,41 +5,22 @@
 #include "platform/files.h"
 #include "platform/get_proc_address.h"
 #include "platform/handles_win.h"
-#include "platform/known_folders.h"
 #include "webui/runtime_search.h"
 
 namespace webui {
 namespace {
 
-constexpr wchar_t kFixedFolderVariable[] = L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER";
 constexpr wchar_t kClientStateKey[] = L"Software\\Microsoft\\EdgeUpdate\\ClientState\\";
 constexpr wchar_t kFolderValue[] = L"EBWebView";
 
-// How the runtime came to be chosen, as its library wants to know.
-enum class RuntimeType : int { Installed = 0, Fixed = 1 };
+// How the runtime came to be chosen, as its library wants to know: it is an installed one.
+constexpr int kInstalledRuntime = 0;
 
 // The library's one export of interest. The first argument asks it to hand over to another version
 // that already runs on the same user data folder.
 using CreateEnvironmentFunction = HRESULT(STDMETHODCALLTYPE*)(
     bool checkRunningInstance, int runtimeType, PCWSTR userDataFolder, IUnknown* options,
     ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler);
-
-struct RuntimeLibrary {
-  std::wstring path;
-  RuntimeType type = RuntimeType::Installed;
-};
-
-std::optional<std::wstring> ReadVariable(const wchar_t* name) {
-  std::wstring value(MAX_PATH, L'\0');
-  for (;;) {
-    const DWORD lengthUnits =
-        ::GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
-    if (lengthUnits == 0) return std::nullopt;
-    const bool whole = lengthUnits < value.size();
-    value.resize(lengthUnits);
-    if (whole) return value;
-  }
-}
 
 // A string value of any length, with or without its terminator.
 std::optional<std::wstring> ReadRegistryString(HKEY key, const wchar_t* name) {
@@ -71,27 +52,18 @@ std::optional<std::wstring> RegisteredFolder(RuntimeRoot root, std::wstring_view
   return ReadRegistryString(key.Get(), kFolderValue);
 }
 
-std::optional<RuntimeLibrary> FindRuntime() {
-  if (const auto folder = ReadVariable(kFixedFolderVariable)) {
-    const auto library = FixedRuntimeLibrary(*folder, platform::ProgramFolder());
-    if (!library || !platform::IsFile(*library)) return std::nullopt;
-    return RuntimeLibrary{*library, RuntimeType::Fixed};
-  }
-  const auto library = FindInstalledRuntime(RegisteredFolder, platform::IsFile);
-  if (!library) return std::nullopt;
-  return RuntimeLibrary{*library, RuntimeType::Installed};
-}
-
 }  // namespace
 
 HRESULT CreateCoreWebView2EnvironmentWithOptions(
     const std::wstring& userDataFolder,
     ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler) {
-  const std::optional<RuntimeLibrary> runtime = FindRuntime();
-  if (!runtime) return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+  const auto path = FindInstalledRuntime(RegisteredFolder, platform::IsFile);
+  if (!path) return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
   // Once called, the library has threads and windows of its own: it is never unloaded.
-  platform::Module library(::LoadLibraryW(runtime->path.c_str()));
+  // What it needs in turn lies beside it or belongs to Windows.
+  constexpr DWORD kSearch = LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32;
+  platform::Module library(::LoadLibraryExW(path->c_str(), nullptr, kSearch));
   const DWORD loadError = ::GetLastError();
   if (!library) return HRESULT_FROM_WIN32(loadError);
   const auto create = platform::GetProcAddressAs<CreateEnvironmentFunction>(
@@ -99,7 +71,7 @@ HRESULT CreateCoreWebView2EnvironmentWithOptions(
   const DWORD findError = ::GetLastError();
   if (create == nullptr) return HRESULT_FROM_WIN32(findError);
   static_cast<void>(library.Release());
-  return create(true, static_cast<int>(runtime->type), userDataFolder.c_str(), nullptr, handler);
+  return create(true, kInstalledRuntime, userDataFolder.c_str(), nullptr, handler);
 }
 
 }  // namespace webui

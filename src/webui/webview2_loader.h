@@ -7,8 +7,8 @@
 namespace webui {
 
 // Finds the WebView2 runtime, loads its library and has it make an environment with its standard
-// options, keeping the browser's data in `userDataFolder`. The runtime is the one in the folder
-// that the variable WEBVIEW2_BROWSER_EXECUTABLE_FOLDER names, else the installed one.
+// options, keeping the browser's data in `userDataFolder`. The runtime is an installed one
+// (runtime_search.h); no environment variable has a say in that.
 //
 // The result goes to `handler`, before or after this call returns. A failing HRESULT means that the
 // handler may never be called; ERROR_FILE_NOT_FOUND stands for "no runtime on this computer".

@@ -74,21 +74,22 @@ class FindInstalledRuntimeTest : public testing::Test {
   std::vector<Place> asked_;
 };
 
-TEST_F(FindInstalledRuntimeTest, LooksAtBothRootsOfEachChannelInOrder) {
+TEST_F(FindInstalledRuntimeTest, LooksAtAllUsersChannelsBeforeTheUsersOwn) {
   EXPECT_FALSE(Find());
   const std::vector<Place> wanted = {
-      {RuntimeRoot::AllUsers, kStable},   {RuntimeRoot::CurrentUser, kStable},
-      {RuntimeRoot::AllUsers, kBeta},     {RuntimeRoot::CurrentUser, kBeta},
-      {RuntimeRoot::AllUsers, kDev},      {RuntimeRoot::CurrentUser, kDev},
-      {RuntimeRoot::AllUsers, kCanary},   {RuntimeRoot::CurrentUser, kCanary},
-      {RuntimeRoot::AllUsers, kInternal}, {RuntimeRoot::CurrentUser, kInternal}};
+      {RuntimeRoot::AllUsers, kStable},    {RuntimeRoot::AllUsers, kBeta},
+      {RuntimeRoot::AllUsers, kDev},       {RuntimeRoot::AllUsers, kCanary},
+      {RuntimeRoot::AllUsers, kInternal},  {RuntimeRoot::CurrentUser, kStable},
+      {RuntimeRoot::CurrentUser, kBeta},   {RuntimeRoot::CurrentUser, kDev},
+      {RuntimeRoot::CurrentUser, kCanary}, {RuntimeRoot::CurrentUser, kInternal}};
   EXPECT_EQ(asked_, wanted);
 }
 
 TEST_F(FindInstalledRuntimeTest, TakesTheFirstThatIsThere) {
-  Register(RuntimeRoot::AllUsers, kBeta, L"C:\\beta\\130.0.0.0");
   Register(RuntimeRoot::CurrentUser, kStable, L"C:\\mine\\120.0.0.0");
   EXPECT_EQ(Find(), Library(L"C:\\mine\\120.0.0.0"));
+  Register(RuntimeRoot::AllUsers, kBeta, L"C:\\beta\\130.0.0.0");
+  EXPECT_EQ(Find(), Library(L"C:\\beta\\130.0.0.0"));
   Register(RuntimeRoot::AllUsers, kStable, L"C:\\all\\119.0.0.0");
   EXPECT_EQ(Find(), Library(L"C:\\all\\119.0.0.0"));
 }
@@ -101,24 +102,6 @@ TEST_F(FindInstalledRuntimeTest, PassesOverTheTooOldAndTheBroken) {
   EXPECT_FALSE(Find());
   Register(RuntimeRoot::AllUsers, kDev, L"C:\\oldest\\86.0.616.0");
   EXPECT_EQ(Find(), Library(L"C:\\oldest\\86.0.616.0"));
-}
-
-struct FixedRow {
-  const wchar_t* folder;
-  std::optional<std::wstring> wanted;
-};
-
-TEST(FixedRuntimeLibrary, IsTakenAsItIs) {
-  const FixedRow rows[] = {
-      {L"D:\\Runtime", Library(L"D:\\Runtime")},
-      {L"\\\\server\\share", Library(L"\\\\server\\share")},
-      {L"runtime\\x64", Library(L"C:\\Program\\runtime\\x64")},
-      {L"C:\\Program Files (x86)\\Microsoft\\Edge\\Application\\121.0.0.0", std::nullopt},
-  };
-  for (const FixedRow& row : rows) {
-    EXPECT_EQ(FixedRuntimeLibrary(row.folder, L"C:\\Program"), row.wanted)
-        << testing::PrintToString(row.folder);
-  }
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "webui/webview2_loader.h"
 #include "win32/calls.h"
@@ -17,10 +16,10 @@ using win32::Ref;
 using win32::Said;
 using win32::Some;
 
-constexpr wchar_t kVariable[] = L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER";
 constexpr wchar_t kStable[] =
     L"Software\\Microsoft\\EdgeUpdate\\ClientState\\{F3017226-FE2A-4295-8BDF-00C3A9A7E4C5}";
 constexpr char kExport[] = "CreateWebViewEnvironmentWithOptionsInternal";
+constexpr DWORD kSearch = LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32;
 constexpr wchar_t kDataFolder[] = L"C:\\data";
 
 std::wstring Library(const std::wstring& folder) {
@@ -45,23 +44,16 @@ Create(bool checksRunning, int type, PCWSTR folder, IUnknown* options,
   return 0x1234;
 }
 
-// A runtime that is registered for all users, or named by the variable, and whose library is there.
+// A runtime that is registered for all users, and whose library is there.
 class FakeRuntime {
  public:
   void Answer(win32::Calls& calls) const {
-    calls.AnswerWith<Api::GetEnvironmentVariableW>(
-        [this](const wchar_t*, wchar_t* value, DWORD sizeUnits) -> DWORD {
-          if (variable.size() >= sizeUnits) return static_cast<DWORD>(variable.size() + 1);
-          std::wcscpy(value, variable.c_str());
-          return static_cast<DWORD>(variable.size());
-        });
     calls.AnswerWith<Api::GetFileAttributesW>(
         [](const wchar_t*) -> DWORD { return FILE_ATTRIBUTE_NORMAL; });
     AnswerRegistry(calls);
     AnswerLibrary(calls);
   }
 
-  std::wstring variable;  // empty: there is none
   std::wstring registered = L"C:\\rt\\121.0.2277.106";
   DWORD type = REG_SZ;
 
@@ -84,8 +76,9 @@ class FakeRuntime {
   }
 
   static void AnswerLibrary(win32::Calls& calls) {
-    calls.AnswerWith<Api::LoadLibraryW>(
-        [](const wchar_t*) { return reinterpret_cast<HMODULE>(std::uintptr_t{0x201}); });
+    calls.AnswerWith<Api::LoadLibraryExW>([](const wchar_t*, HANDLE, DWORD) {
+      return reinterpret_cast<HMODULE>(std::uintptr_t{0x201});
+    });
     calls.AnswerWith<Api::FreeLibrary>([](HMODULE) { return TRUE; });
     calls.AnswerWith<Api::GetProcAddress>([](HMODULE, const char*) {
       return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Create));
@@ -113,49 +106,22 @@ class LoaderCalls : public testing::Test {
 TEST_F(LoaderCalls, TakeTheRegisteredRuntimeAndKeepItsLibrary) {
   EXPECT_EQ(Load(), 0x1234);
   EXPECT_TRUE(calls_.Were({
-      Said<Api::GetEnvironmentVariableW>(kVariable, L"", 260),
       Said<Api::RegOpenKeyExW>(HKEY_LOCAL_MACHINE, kStable, 0, KEY_READ | KEY_WOW64_32KEY, Some{}),
       Said<Api::RegQueryValueExW>(Handle{1}, L"EBWebView", nullptr, Ref{0}, Some{}, Ref{520}),
       Said<Api::RegCloseKey>(Handle{1}),
       Said<Api::GetFileAttributesW>(Library(runtime_.registered)),
-      Said<Api::LoadLibraryW>(Library(runtime_.registered)),
+      Said<Api::LoadLibraryExW>(Library(runtime_.registered), nullptr, kSearch),
       Said<Api::GetLastError>(),
       Said<Api::GetProcAddress>(Handle{2}, kExport),
       Said<Api::GetLastError>(),
   }));
-  EXPECT_EQ(calls_.Unbalanced(), "h2 of LoadLibraryW") << "the library stays loaded";
+  EXPECT_EQ(calls_.Unbalanced(), "h2 of LoadLibraryExW") << "the library stays loaded";
   EXPECT_EQ(created.count, 1);
   EXPECT_TRUE(created.checksRunning);
   EXPECT_EQ(created.type, 0);
   EXPECT_EQ(created.folder, kDataFolder);
   EXPECT_EQ(created.options, nullptr);
   EXPECT_EQ(created.handler, &created);
-}
-
-TEST_F(LoaderCalls, TakeTheRuntimeOfTheVariableWithoutTheRegistry) {
-  runtime_.variable = L"D:\\fixed";
-  EXPECT_EQ(Load(), 0x1234);
-  EXPECT_EQ(calls_.Count(Api::RegOpenKeyExW), 0);
-  EXPECT_TRUE(
-      calls_.EachWas(Api::LoadLibraryW, Said<Api::LoadLibraryW>(Library(runtime_.variable))));
-  EXPECT_EQ(created.type, 1);
-}
-
-// A buffer of the system's usual length serves up to its terminator.
-TEST_F(LoaderCalls, ReadAVariableOfAnyLength) {
-  std::vector<std::string> reads;
-  std::vector<std::string> loads;
-  for (const DWORD units : {DWORD{259}, DWORD{260}, DWORD{261}, DWORD{3000}}) {
-    runtime_.variable = L"D:\\" + std::wstring(units - 3, L'x');
-    EXPECT_EQ(Load(), 0x1234) << units;
-    reads.push_back(Said<Api::GetEnvironmentVariableW>(kVariable, L"", 260));
-    if (units >= 260) {
-      reads.push_back(Said<Api::GetEnvironmentVariableW>(kVariable, L"", units + 1));
-    }
-    loads.push_back(Said<Api::LoadLibraryW>(Library(runtime_.variable)));
-  }
-  EXPECT_TRUE(calls_.WereAmong({Api::GetEnvironmentVariableW}, reads));
-  EXPECT_TRUE(calls_.WereAmong({Api::LoadLibraryW}, loads));
 }
 
 TEST_F(LoaderCalls, ReadARegisteredFolderOfAnyLength) {
@@ -169,14 +135,15 @@ TEST_F(LoaderCalls, ReadARegisteredFolderOfAnyLength) {
   EXPECT_TRUE(calls_.WereAmong({Api::RegQueryValueExW}, {saidRead(520), saidRead(neededBytes)}));
 }
 
-TEST_F(LoaderCalls, AskForTheUsersOwnRuntimeNext) {
-  calls_.Fail(Api::RegOpenKeyExW, ERROR_FILE_NOT_FOUND);
+TEST_F(LoaderCalls, AskForTheUsersOwnRuntimeWhenTheComputerHasNone) {
+  constexpr int kChannels = 5;
+  for (int nth = 1; nth <= kChannels; ++nth) {
+    calls_.Fail(Api::RegOpenKeyExW, ERROR_FILE_NOT_FOUND, nth);
+  }
   EXPECT_EQ(Load(), 0x1234);
-  const auto saidOpen = [](HKEY root) {
-    return Said<Api::RegOpenKeyExW>(root, kStable, 0, KEY_READ | KEY_WOW64_32KEY, Some{});
-  };
-  EXPECT_TRUE(calls_.WereAmong({Api::RegOpenKeyExW},
-                               {saidOpen(HKEY_LOCAL_MACHINE), saidOpen(HKEY_CURRENT_USER)}));
+  EXPECT_EQ(calls_.Count(Api::RegOpenKeyExW), kChannels + 1);
+  EXPECT_TRUE(calls_.Had(
+      Said<Api::RegOpenKeyExW>(HKEY_CURRENT_USER, kStable, 0, KEY_READ | KEY_WOW64_32KEY, Some{})));
 }
 
 TEST_F(LoaderCalls, PassOverWhatIsNoString) {
@@ -195,7 +162,7 @@ TEST(LoaderFailures, AreToldAndLeaveNothingOpen) {
   } rows[] = {{Api::RegOpenKeyExW, ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND},
               {Api::RegQueryValueExW, ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND},
               {Api::GetFileAttributesW, ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND},
-              {Api::LoadLibraryW, ERROR_MOD_NOT_FOUND, ERROR_MOD_NOT_FOUND},
+              {Api::LoadLibraryExW, ERROR_MOD_NOT_FOUND, ERROR_MOD_NOT_FOUND},
               {Api::GetProcAddress, ERROR_PROC_NOT_FOUND, ERROR_PROC_NOT_FOUND}};
   created = {};
   for (const auto& row : rows) {

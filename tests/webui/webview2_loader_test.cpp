@@ -11,29 +11,40 @@
 namespace webui {
 namespace {
 
-constexpr wchar_t kFolderVariable[] = L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER";
+constexpr wchar_t kInternalChannel[] =
+    L"Software\\Microsoft\\EdgeUpdate\\ClientState\\{BE59E8FD-089A-411B-A3B0-051D9E417818}";
 
-// A runtime folder of the test's own, named by the variable.
+// A runtime folder of the test's own, registered for this user under the channel that comes last.
+// The computer that the tests run on has no other runtime.
 class Loader : public testing::Test {
  protected:
   Loader()
       : folder_(platform::TemporaryFolder() + L"velmarine loader " +
                 std::to_wstring(::GetCurrentProcessId())) {
     std::filesystem::create_directories(Library().parent_path());
-    ::SetEnvironmentVariableW(kFolderVariable, folder_.c_str());
+    EXPECT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, kInternalChannel, 0, nullptr, 0,
+                                KEY_WRITE | KEY_WOW64_32KEY, nullptr, &key_, nullptr),
+              ERROR_SUCCESS);
+    const std::wstring version = folder_.native() + L"\\130.0.0.0";
+    EXPECT_EQ(::RegSetValueExW(key_, L"EBWebView", 0, REG_SZ,
+                               reinterpret_cast<const BYTE*>(version.c_str()),
+                               static_cast<DWORD>((version.size() + 1) * sizeof(wchar_t))),
+              ERROR_SUCCESS);
   }
   ~Loader() override {
-    ::SetEnvironmentVariableW(kFolderVariable, nullptr);
+    ::RegCloseKey(key_);
+    ::RegDeleteKeyExW(HKEY_CURRENT_USER, kInternalChannel, KEY_WOW64_32KEY, 0);
     std::error_code ignored;
     std::filesystem::remove_all(folder_, ignored);
   }
 
   [[nodiscard]] std::filesystem::path Library() const {
-    return folder_ / L"EBWebView" / L"x64" / L"EmbeddedBrowserWebView.dll";
+    return folder_ / L"130.0.0.0" / L"EBWebView" / L"x64" / L"EmbeddedBrowserWebView.dll";
   }
   static HRESULT Create() { return CreateCoreWebView2EnvironmentWithOptions(L"C:\\data", nullptr); }
 
   const std::filesystem::path folder_;
+  HKEY key_ = nullptr;
 };
 
 TEST_F(Loader, SaysThatThereIsNoRuntime) {

@@ -17,7 +17,7 @@ std::vector<Api> TakenBackBy(Api api) {
     case Api::FindClose:
       return {Api::FindFirstFileW};
     case Api::FreeLibrary:
-      return {Api::LoadLibraryW};
+      return {Api::LoadLibraryExW, Api::LoadLibraryW};
     case Api::RegCloseKey:
       return {Api::RegCreateKeyExW, Api::RegOpenKeyExW};
     case Api::WinHttpCloseHandle:

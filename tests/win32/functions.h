@@ -83,6 +83,7 @@ enum class FailsAs {
   X(FlushFileBuffers, Zero, -1)                     \
   X(FormatMessageW, Zero, -1)                       \
   X(FrameRect, Zero, -1)                            \
+  X(FreeEnvironmentStringsW, Close, -1)             \
   X(FreeLibrary, Close, -1)                         \
   X(GetAdaptersAddresses, Error, -1)                \
   X(GetClientRect, Zero, -1)                        \
@@ -91,7 +92,7 @@ enum class FailsAs {
   X(GetCurrentProcess, Never, -1)                   \
   X(GetCurrentProcessId, Never, -1)                 \
   X(GetDiskFreeSpaceExW, Zero, -1)                  \
-  X(GetEnvironmentVariableW, Zero, -1)              \
+  X(GetEnvironmentStringsW, Zero, -1)               \
   X(GetFileAttributesExW, Zero, -1)                 \
   X(GetFileAttributesW, MinusOne, -1)               \
   X(GetFileInformationByHandleEx, Zero, -1)         \
@@ -133,6 +134,8 @@ enum class FailsAs {
   X(KillTimer, Close, -1)                           \
   X(LoadCursorW, Zero, -1)                          \
   X(LoadIconW, Zero, -1)                            \
+  X(LoadLibraryExA, Zero, -1)                       \
+  X(LoadLibraryExW, Zero, -1)                       \
   X(LoadLibraryW, Zero, -1)                         \
   X(LoadResource, Zero, -1)                         \
   X(LocalFree, Never, -1)                           \
@@ -170,7 +173,9 @@ enum class FailsAs {
   X(SetBkColor, MinusOne, -1)                       \
   X(SetBkMode, Zero, -1)                            \
   X(SetClipboardData, Zero, -1)                     \
+  X(SetDefaultDllDirectories, Zero, -1)             \
   X(SetDllDirectoryW, Zero, -1)                     \
+  X(SetEnvironmentVariableW, Zero, -1)              \
   X(SetErrorMode, Never, -1)                        \
   X(SetEvent, Zero, -1)                             \
   X(SetFileAttributesW, Zero, -1)                   \
@@ -178,6 +183,7 @@ enum class FailsAs {
   X(SetForegroundWindow, Zero, -1)                  \
   X(SetLastError, Never, -1)                        \
   X(SetProcessDPIAware, Zero, -1)                   \
+  X(SetProcessMitigationPolicy, Zero, 1)            \
   X(SetTextColor, MinusOne, -1)                     \
   X(SetTimer, Zero, -1)                             \
   X(SetWindowLongPtrW, Zero, -1)                    \
