@@ -1,5 +1,6 @@
 #include "driver/checksums.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace driver {
@@ -30,14 +31,20 @@ std::uint16_t Fold(std::uint64_t sum) noexcept {
   return static_cast<std::uint16_t>(~sum & 0xFFFFU);
 }
 
-// Of the transport with the checksum field as it stands; 0 when that field is right.
+// Of the transport with the checksum field as it stands; 0 when that field is right. What a TCP
+// header announces past its segment is summed up too, wherever that lies.
 std::uint16_t TransportSum(std::span<const std::uint8_t> packet, const Headers& headers) noexcept {
-  const std::size_t bytes = headers.totalBytes - headers.headerBytes;
-  std::uint64_t sum = AddWords(0, packet.subspan(headers.headerBytes, bytes));
+  const std::size_t bytes = std::max(headers.SegmentBytes(), headers.transportHeaderBytes);
+  std::uint64_t sum = AddWords(0, {packet.data() + headers.headerBytes, bytes});
   if (headers.transport != Transport::Icmp) {
     sum = AddWords(sum, packet.subspan(12, 8)) + headers.protocol + bytes;
   }
   return Fold(sum);
+}
+
+// Whether a host looks at the transport's checksum: it has the whole header, and all of the data.
+bool IsCheckable(const Headers& headers) noexcept {
+  return headers.transport != Transport::None && !headers.IsFragment() && !headers.IsTransportCut();
 }
 
 void WriteIpChecksum(std::span<std::uint8_t> packet, const Headers& headers) noexcept {
@@ -85,20 +92,20 @@ bool CalcChecksums(std::span<std::uint8_t> packet, Address* address, std::uint64
     WriteIpChecksum(packet, *headers);
     written |= kAddressIpChecksum;
   }
-  const bool whole = headers->totalBytes <= packet.size() &&
-                     !(headers->moreFragments && headers->fragmentOffset == 0);
-  if (whole && headers->transport != Transport::None &&
-      (flags & LeaveOutFlag(headers->transport)) == 0) {
+  const bool isDue =
+      headers->transport != Transport::None && (flags & LeaveOutFlag(headers->transport)) == 0;
+  const bool isWhole = headers->totalBytes <= packet.size() && !headers->IsFragment();
+  if (isDue && isWhole) {
     WriteTransportChecksum(packet, *headers);
     written |= ValidBit(headers->transport);
   }
   if (address != nullptr) address->flags |= written;
-  return whole;
+  return isWhole || !isDue;
 }
 
 bool HasValidChecksums(std::span<const std::uint8_t> packet, const Headers& headers) noexcept {
   if (Fold(AddWords(0, packet.first(headers.headerBytes))) != 0) return false;
-  if (headers.IsFragment() || headers.transport == Transport::None) return true;
+  if (!IsCheckable(headers)) return true;
   const std::size_t at = headers.headerBytes + TransportChecksumAt(headers.transport);
   if (headers.transport == Transport::Udp && ReadU16Be(packet, at) == 0) return true;
   return TransportSum(packet, headers) == 0;
@@ -106,14 +113,14 @@ bool HasValidChecksums(std::span<const std::uint8_t> packet, const Headers& head
 
 void ClearChecksums(std::span<std::uint8_t> packet, const Headers& headers) noexcept {
   WriteU16Be(packet, kIpChecksumAt, 0);
-  if (headers.IsFragment() || headers.transport == Transport::None) return;
+  if (!IsCheckable(headers)) return;
   WriteU16Be(packet, headers.headerBytes + TransportChecksumAt(headers.transport), 0);
 }
 
 void CompleteChecksums(std::span<std::uint8_t> packet, const Headers& headers,
                        const Address& address) noexcept {
   if ((address.flags & kAddressIpChecksum) == 0) WriteIpChecksum(packet, headers);
-  if (headers.IsFragment() || headers.transport == Transport::None) return;
+  if (!IsCheckable(headers)) return;
   const std::size_t at = headers.headerBytes + TransportChecksumAt(headers.transport);
   const bool missing = headers.transport == Transport::Icmp
                            ? ReadU16Be(packet, at) == 0

@@ -127,7 +127,7 @@ std::uint32_t Driver::Judge(Handle& handle, Packet& packet, const Address& addre
   fate = Fate::GoesOn;
   if ((address.flags & kAddressImpostor) != 0) {
     if (!TakeHop(packet)) return kErrorHostUnreachable;
-    CalcChecksums(packet, nullptr, 0);
+    CalcChecksums(packet, nullptr, kNoIcmpChecksum | kNoTcpChecksum | kNoUdpChecksum);
   }
   if (outbound) {
     CompleteChecksums(packet, *headers, address);

@@ -9,16 +9,19 @@ constexpr std::size_t kMinIpHeaderBytes = 20;
 constexpr std::size_t kMinTcpHeaderBytes = 20;
 constexpr std::size_t kMinIcmpOrUdpHeaderBytes = 8;
 
-Transport ReadTransport(std::uint8_t protocol, std::span<const std::uint8_t> payload) noexcept {
-  if (protocol == kProtocolTcp) {
-    if (payload.size() < kMinTcpHeaderBytes) return Transport::None;
-    const std::size_t headerBytes = (payload[12] >> 4U) * std::size_t{4};
-    const bool fits = headerBytes >= kMinTcpHeaderBytes && headerBytes <= payload.size();
-    return fits ? Transport::Tcp : Transport::None;
+// A TCP header that announces more than `payload` holds is read all the same; one that announces
+// less than its own least is not.
+void ReadTransport(Headers& headers, std::span<const std::uint8_t> payload) noexcept {
+  if (headers.protocol == kProtocolTcp) {
+    if (payload.size() < kMinTcpHeaderBytes) return;
+    headers.transportHeaderBytes = (payload[12] >> 4U) * std::size_t{4};
+    if (headers.transportHeaderBytes >= kMinTcpHeaderBytes) headers.transport = Transport::Tcp;
+    return;
   }
-  if (payload.size() < kMinIcmpOrUdpHeaderBytes) return Transport::None;
-  if (protocol == kProtocolIcmp) return Transport::Icmp;
-  return protocol == kProtocolUdp ? Transport::Udp : Transport::None;
+  if (payload.size() < kMinIcmpOrUdpHeaderBytes) return;
+  headers.transportHeaderBytes = kMinIcmpOrUdpHeaderBytes;
+  if (headers.protocol == kProtocolIcmp) headers.transport = Transport::Icmp;
+  if (headers.protocol == kProtocolUdp) headers.transport = Transport::Udp;
 }
 
 }  // namespace
@@ -38,8 +41,7 @@ std::optional<Headers> ReadHeaders(std::span<const std::uint8_t> packet) noexcep
   headers.protocol = packet[9];
   if (headers.fragmentOffset == 0) {
     const std::size_t endBytes = std::min(headers.totalBytes, packet.size());
-    headers.transport = ReadTransport(
-        headers.protocol, packet.subspan(headers.headerBytes, endBytes - headers.headerBytes));
+    ReadTransport(headers, packet.subspan(headers.headerBytes, endBytes - headers.headerBytes));
   }
   return headers;
 }

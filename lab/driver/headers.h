@@ -22,8 +22,16 @@ struct Headers {
   std::uint16_t fragmentOffset = 0;  // in units of 8 bytes
   // None for later fragments, other protocols, and headers that are cut off or malformed.
   Transport transport = Transport::None;
+  // Of the transport's header, as it announces itself. TCP's may announce more than there is.
+  std::size_t transportHeaderBytes = 0;
 
   [[nodiscard]] bool IsFragment() const noexcept { return moreFragments || fragmentOffset != 0; }
+  // From the transport on, as the IP header says.
+  [[nodiscard]] std::size_t SegmentBytes() const noexcept { return totalBytes - headerBytes; }
+  // Whether the transport is read but its header goes on past the segment's end.
+  [[nodiscard]] bool IsTransportCut() const noexcept {
+    return transport != Transport::None && transportHeaderBytes > SegmentBytes();
+  }
 };
 
 // Nothing when `packet` is not IPv4 or its IP header is malformed: under 20 bytes, header length

@@ -132,6 +132,12 @@ std::vector<OnlyIpRow> OnlyIpRows() {
   Bytes offset = packets::Ip(6, packets::Tcp(1, 2, packets::Payload(8), kGarbage));
   offset[32] = 0x40;
   rows.push_back({"TCP offset under 5", true, offset});
+  Bytes otherFirst = packets::Ip(47, packets::Payload(40));
+  packets::SetWord(otherFirst, 6, 0x2000);
+  rows.push_back({"first fragment of another protocol", true, otherFirst});
+  Bytes shortFirst = packets::Ip(17, packets::Payload(7));
+  packets::SetWord(shortFirst, 6, 0x2000);
+  rows.push_back({"first fragment without its transport header", true, shortFirst});
   rows.push_back({"other protocol", true, packets::Ip(47, packets::Payload(40))});
   rows.push_back({"short ICMP header", true, packets::Ip(1, packets::Payload(7))});
   rows.push_back({"short TCP header", true, packets::Ip(6, packets::Payload(19))});
@@ -151,6 +157,58 @@ TEST(CalcChecksums, WritesOnlyTheIpSumForFragmentsAndOddTransports) {
     EXPECT_EQ(packet, expected);
     EXPECT_EQ(address.flags, kIpBit);
   }
+}
+
+TEST(CalcChecksums, FailsOnlyWhereTheTransportsSumWasAskedFor) {
+  for (const Kind& kind : kKinds) {
+    SCOPED_TRACE(kind.name);
+    Bytes first = WithGarbage(kind, 64);
+    packets::SetWord(first, 6, 0x2000);
+    Bytes cut = WithGarbage(kind, 64);
+    cut.pop_back();
+    for (Bytes packet : {first, cut}) {
+      Bytes expected = packet;
+      packets::SetWord(expected, 10, packets::ExpectedIpSum(packet));
+      Address address;
+      EXPECT_TRUE(CalcChecksums(packet, &address, kind.leaveOut));
+      EXPECT_EQ(packet, expected);
+      EXPECT_EQ(address.flags, kIpBit);
+
+      address.flags = 0;
+      EXPECT_FALSE(CalcChecksums(packet, &address, 1));
+      EXPECT_EQ(packet, expected);
+      EXPECT_EQ(address.flags, 0U);
+    }
+  }
+}
+
+TEST(CalcChecksums, ClearsNoBitOfTheRecord) {
+  Bytes packet = WithGarbage(kKinds[0], 9);
+  Address address;
+  address.flags = kTcpBit | kUdpBit;
+  EXPECT_TRUE(CalcChecksums(packet, &address, 1));
+  EXPECT_EQ(address.flags, kTcpBit | kUdpBit);
+}
+
+TEST(CalcChecksums, SumsUpWhatATcpHeaderAnnouncesBehindThePacket) {
+  constexpr std::size_t kSumAt = 36;
+  Bytes packet = packets::Ip(6, packets::Tcp(502, 50000, {}, kGarbage));
+  packet[32] = 0xF0;  // a header of 60 bytes, of which there are 20
+  const std::size_t bytes = packet.size();
+  packet.resize(bytes + driver::kMaxReadBehind);
+  const auto sumOf = [&packet, bytes] {
+    Address address;
+    EXPECT_TRUE(CalcChecksums(std::span(packet).first(bytes), &address, 0));
+    EXPECT_EQ(address.flags, kIpBit | kTcpBit);
+    EXPECT_EQ(packets::Word(packet, 10), packets::ExpectedIpSum(packet));
+    return packets::Word(packet, kSumAt);
+  };
+  const unsigned before = sumOf();
+  EXPECT_NE(before, kGarbage);
+  EXPECT_EQ(sumOf(), before) << "the sum is not its own input";
+  packet.back() = 7;
+  EXPECT_EQ(sumOf(), before - 7) << "the last byte that can be announced";
+  EXPECT_EQ(packet.back(), 7) << "nothing is written there";
 }
 
 TEST(CalcChecksums, IgnoresBytesPastTheTotalLength) {
@@ -239,6 +297,20 @@ TEST(Offload, LeavesSumsThatTheRecordCallsValid) {
     driver::CompleteChecksums(packet, *driver::ReadHeaders(packet), address);
     EXPECT_EQ(packet, before);
   }
+}
+
+// They cannot be checked, and what the driver holds ends where the packet does.
+TEST(Offload, KeepsTheTransportOfACutTcpHeader) {
+  Bytes packet = packets::Ip(6, packets::Tcp(1, 2, {}, kGarbage));
+  packet[32] = 0x60;
+  const auto headers = driver::ReadHeaders(packet);
+  ASSERT_TRUE(headers);
+  EXPECT_EQ(headers->transport, driver::Transport::Tcp);
+  driver::ClearChecksums(packet, *headers);
+  driver::CompleteChecksums(packet, *headers, Address());
+  EXPECT_EQ(packets::Word(packet, 10), packets::ExpectedIpSum(packet));
+  EXPECT_EQ(packets::Word(packet, 36), kGarbage);
+  EXPECT_TRUE(driver::HasValidChecksums(packet, *headers));
 }
 
 TEST(Offload, KeepsTheTransportOfFragments) {

@@ -301,6 +301,11 @@ TEST(FilterMeaning, TransportNamesNeedTheTransportHeader) {
   EXPECT_TRUE(Matches("udp or fragment", later));
   EXPECT_TRUE(Matches("fragment", first));
   EXPECT_FALSE(Matches("udp", packets::Ip(17, packets::Payload(7))));
+  Bytes tcp = packets::Ip(6, packets::Tcp(1, 2, {}));
+  tcp[32] = 0xF0;  // more than there is
+  EXPECT_TRUE(Matches("tcp.DstPort == 2", tcp));
+  tcp[32] = 0x40;  // less than a header
+  EXPECT_FALSE(Matches("tcp", tcp));
 }
 
 TEST(FilterMeaning, AComparisonOnAMissingHeaderFailsEvenNegated) {
