@@ -6,7 +6,7 @@
 namespace driver {
 namespace {
 
-bool Compares(Filter::Compare compare, std::uint32_t left, std::uint32_t right) noexcept {
+bool Compares(Filter::Compare compare, const WideNumber& left, const WideNumber& right) noexcept {
   switch (compare) {
     case Filter::Compare::Equal:
       return left == right;
@@ -82,8 +82,9 @@ class Parser {
 
   Parsed ParseArgument(std::size_t depth) {
     if (Take(TokenKind::Open)) return ParseGroup(depth - 1);
-    const bool negated = Take(TokenKind::Not);
-    return ParseTest(negated);
+    bool isNegated = false;
+    while (Take(TokenKind::Not)) isNegated = !isNegated;
+    return ParseTest(isNegated);
   }
 
   Parsed ParseGroup(std::size_t depth) {
@@ -104,36 +105,54 @@ class Parser {
         {.kind = Filter::Node::Kind::Choose, .first = condition, .second = *yes, .third = *no});
   }
 
-  Parsed ParseTest(bool negated) {
+  Parsed ParseTest(bool isNegated) {
     if (Next().kind != TokenKind::Word) return Fail("Filter expression parse error");
     const Field* field = FindField(Next().text);
-    if (field == nullptr) return Fail("Filter expression contains a bad token");
+    if (field == nullptr) {
+      return Fail(IsFieldOfOtherLayer(Next().text)
+                      ? "Filter expression contains a bad token for layer"
+                      : "Filter expression contains a bad token");
+    }
     if (testCount_ == kMaxTests) return Fail("Filter expression is too long");
     ++testCount_;
     ++at_;
     Filter::Node test;
     test.read = field->read;
-    if (field->isIndexed && !ParseIndex(test.index)) return std::nullopt;
+    if (field->indexUnitBytes != 0 && !TakeIndex(*field, test.index)) return std::nullopt;
     if (Next().kind == TokenKind::Compare) {
       test.compare = Next().compare;
       ++at_;
-      if (!ParseValue(test.value)) return std::nullopt;
+      if (!TakeValue(*field, test.value)) return std::nullopt;
     }
-    if (negated) test.compare = Opposite(test.compare);
+    if (isNegated) test.compare = Opposite(test.compare);
+    FoldToPresence(*field, test);
     return Add(test);
   }
 
-  bool ParseIndex(std::uint32_t& index) {
-    if (Take(TokenKind::OpenIndex) && ParseValue(index) && Take(TokenKind::CloseIndex) &&
-        index <= kMaxPacketBytes) {
-      return true;
+  static void FoldToPresence(const Field& field, Filter::Node& test) {
+    if (field.presence == nullptr) return;
+    const auto outcome = field.Decide(test.compare, test.value);
+    if (!outcome) return;
+    test.read = field.presence;
+    test.compare = *outcome ? Filter::Compare::NotEqual : Filter::Compare::Equal;
+    test.value = {};
+  }
+
+  bool TakeIndex(const Field& field, FieldIndex& index) {
+    if (Take(TokenKind::OpenIndex) && Next().kind == TokenKind::Word) {
+      const auto parsed = ParseIndex(field.indexUnitBytes, Next().text);
+      if (parsed) index = *parsed;
+      if (parsed && tokens_[++at_].kind == TokenKind::CloseIndex) {
+        ++at_;
+        return true;
+      }
     }
     return Fail("Filter expression has a bad index").has_value();
   }
 
-  bool ParseValue(std::uint32_t& value) {
+  bool TakeValue(const Field& field, WideNumber& value) {
     const auto number =
-        Next().kind == TokenKind::Word ? ParseNumber(Next().text) : std::optional<std::uint32_t>();
+        Next().kind == TokenKind::Word ? ParseValue(field, Next().text) : std::nullopt;
     if (!number) return Fail("Filter expression has a bad number").has_value();
     value = *number;
     ++at_;
@@ -198,7 +217,7 @@ bool Filter::Evaluate(std::size_t index, const PacketView& packet) const {
       break;
   }
   const auto value = node.read(packet, node.index);
-  return value && Compares(node.compare, *value, node.value);
+  return value && Compares(node.compare, {0, *value}, node.value);
 }
 
 }  // namespace driver

@@ -8,18 +8,23 @@
 #include <string_view>
 #include <vector>
 
+#include "driver/filter_numbers.h"
 #include "driver/headers.h"
 #include "driver/record.h"
 
 // The filter language of the published driver, as far as IPv4 at the network layer goes.
 //
 //   filter  := conj { ("or" | "||") conj }           conj := arg { ("and" | "&&") arg }
-//   arg     := "(" filter [ "?" filter ":" filter ] ")" | ["not" | "!"] test
+//   arg     := "(" filter [ "?" filter ":" filter ] ")" | { "not" | "!" } test
 //   test    := field [ ("=" | "==" | "!=" | "<" | "<=" | ">" | ">=") number ]
+//   field   := name [ "[" ["-"] digits ["b"] "]" ]
 //
 // Names and words are case-sensitive. A group cannot be negated. Numbers are decimal, 0x
-// hexadecimal, dotted IPv4 addresses, or TCP, UDP, ICMP, ICMPV6, TRUE, FALSE; all are compared
-// unsigned. A comparison on a header that the packet does not have fails, negated or not.
+// hexadecimal, addresses, or TCP, UDP, ICMP, ICMPV6, TRUE, FALSE, PACKET; all are compared unsigned
+// with 128 bits, in which no plain number of 32 bits is an IPv4 address. A ":" right behind a
+// number belongs to it. A comparison on a header that the packet does not have fails, negated or
+// not; but where the number alone decides it, as in "tcp.UrgPtr == 70000", the test asks for the
+// header instead: here "not tcp", true of every packet without one.
 namespace driver {
 
 inline constexpr std::size_t kMaxTests = 256;        // that compile
@@ -40,9 +45,16 @@ struct PacketView {
   const Address& address;
 };
 
-// The value of a field in a packet; nothing when the packet has no such header. `index` counts
-// units of the field's size and is only used by packet[], packet16[] and packet32[].
-using FieldReader = std::optional<std::uint32_t> (*)(const PacketView& packet, std::uint32_t index);
+// Where a field that takes an index begins.
+struct FieldIndex {
+  std::uint32_t bytes = 0;
+  bool isFromEnd = false;
+};
+
+// The value of a field in a packet; nothing when the packet has no such header, or ends before the
+// index. An IPv4 address has the form of WideIpv4().
+using FieldReader = std::optional<std::uint64_t> (*)(const PacketView& packet,
+                                                     const FieldIndex& index);
 
 // A compiled filter: immutable, any thread.
 class Filter {
@@ -59,9 +71,9 @@ class Filter {
     enum class Kind { Test, And, Or, Choose } kind = Kind::Test;
     std::size_t first = 0, second = 0, third = 0;  // indexes of the operands
     FieldReader read = nullptr;
-    std::uint32_t index = 0;
+    FieldIndex index = {};
     Compare compare = Compare::NotEqual;
-    std::uint32_t value = 0;
+    WideNumber value = {};
   };
 
  private:

@@ -2,158 +2,168 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
+
+#include "driver/filter_readers.h"
 
 namespace driver {
 namespace {
 
-using Value = std::optional<std::uint32_t>;
-
-template <std::uint32_t kValue>
-Value Constant(const PacketView&, std::uint32_t) {
-  return kValue;
-}
-
-template <std::uint32_t kBit, bool kWanted = true>
-Value AddressBit(const PacketView& packet, std::uint32_t) {
-  return ((packet.address.flags & kBit) != 0) == kWanted ? 1U : 0U;
-}
-
-Value InterfaceIndex(const PacketView& packet, std::uint32_t) {
-  return packet.address.interfaceIndex;
-}
-Value SubInterfaceIndex(const PacketView& packet, std::uint32_t) {
-  return packet.address.subInterfaceIndex;
-}
-Value Length(const PacketView& packet, std::uint32_t) {
-  return static_cast<std::uint32_t>(packet.bytes.size());
-}
-Value HasIp(const PacketView& packet, std::uint32_t) {
-  return packet.headers ? 1U : 0U;
-}
-Value IsFragment(const PacketView& packet, std::uint32_t) {
-  return packet.headers && packet.headers->IsFragment() ? 1U : 0U;
-}
-
-template <Transport kTransport>
-Value HasTransport(const PacketView& packet, std::uint32_t) {
-  return packet.headers && packet.headers->transport == kTransport ? 1U : 0U;
-}
-
-// kBytes big-endian bytes at `offset`, shifted and masked.
-template <unsigned kBytes>
-Value ReadAt(std::span<const std::uint8_t> bytes, std::size_t offset, unsigned shift = 0,
-             std::uint32_t mask = 0xFFFFFFFF) {
-  if (bytes.size() < kBytes || offset > bytes.size() - kBytes) return std::nullopt;
-  std::uint32_t value = 0;
-  for (unsigned i = 0; i < kBytes; ++i) value = value << 8U | bytes[offset + i];
-  return value >> shift & mask;
-}
-
-template <unsigned kBytes, std::size_t kOffset, unsigned kShift = 0,
-          std::uint32_t kMask = 0xFFFFFFFF>
-Value IpField(const PacketView& packet, std::uint32_t) {
-  if (!packet.headers) return std::nullopt;
-  return ReadAt<kBytes>(packet.bytes, kOffset, kShift, kMask);
-}
-
-template <Transport kTransport, unsigned kBytes, std::size_t kOffset, unsigned kShift = 0,
-          std::uint32_t kMask = 0xFFFFFFFF>
-Value TransportField(const PacketView& packet, std::uint32_t) {
-  if (!packet.headers || packet.headers->transport != kTransport) return std::nullopt;
-  return ReadAt<kBytes>(packet.bytes, packet.headers->headerBytes + kOffset, kShift, kMask);
-}
-
-// The address (at byte 12 or 16) or the port (first or second) of this host, or of the other one.
-template <bool kLocal>
-Value EndAddress(const PacketView& packet, std::uint32_t) {
-  if (!packet.headers) return std::nullopt;
-  const bool outbound = (packet.address.flags & kAddressOutbound) != 0;
-  return ReadAt<4>(packet.bytes, outbound == kLocal ? 12 : 16);
-}
-template <bool kLocal>
-Value EndPort(const PacketView& packet, std::uint32_t) {
-  if (!packet.headers || (packet.headers->transport != Transport::Tcp &&
-                          packet.headers->transport != Transport::Udp)) {
-    return std::nullopt;
-  }
-  const bool outbound = (packet.address.flags & kAddressOutbound) != 0;
-  return ReadAt<2>(packet.bytes, packet.headers->headerBytes + (outbound == kLocal ? 0U : 2U));
-}
-
-template <unsigned kBytes>
-Value PacketBytes(const PacketView& packet, std::uint32_t index) {
-  return ReadAt<kBytes>(packet.bytes, std::size_t{index} * kBytes);
-}
+using namespace readers;
 
 constexpr auto kTcp = Transport::Tcp;
 constexpr auto kUdp = Transport::Udp;
 constexpr auto kIcmp = Transport::Icmp;
 
+constexpr std::uint64_t MostOf(unsigned bytes) {
+  return (std::uint64_t{1} << 8U * bytes) - 1;
+}
+
+constexpr Field Plain(std::string_view name, FieldReader read) {
+  return {.name = name, .read = read};
+}
+
+constexpr Field Indexed(std::string_view name, FieldReader read, unsigned unitBytes) {
+  return {.name = name, .read = read, .indexUnitBytes = unitBytes};
+}
+
+template <unsigned kBytes, std::size_t kOffset, unsigned kShift = 0,
+          std::uint64_t kMask = MostOf(kBytes)>
+constexpr Field Ip(std::string_view name) {
+  return {.name = name,
+          .read = IpField<kBytes, kOffset, kShift, kMask>,
+          .most = kMask,
+          .presence = HasIp};
+}
+
+template <std::size_t kOffset>
+constexpr Field IpAddressAt(std::string_view name) {
+  return {.name = name,
+          .read = IpAddress<kOffset>,
+          .least = kIpv4Prefix,
+          .most = kIpv4Prefix | MostOf(4),
+          .presence = HasIp};
+}
+
+template <Transport kTransport, unsigned kBytes, std::size_t kOffset, unsigned kShift = 0,
+          std::uint64_t kMask = MostOf(kBytes)>
+constexpr Field Of(std::string_view name) {
+  return {.name = name,
+          .read = TransportField<kTransport, kBytes, kOffset, kShift, kMask>,
+          .most = kMask,
+          .presence = HasTransport<kTransport>};
+}
+
+template <Transport kTransport>
+constexpr Field PayloadLengthOf(std::string_view name) {
+  return {.name = name,
+          .read = PayloadLength<kTransport>,
+          .most = kMaxPacketBytes,
+          .presence = HasTransport<kTransport>};
+}
+
+// No packet has a value for these.
+constexpr Field Ipv6(std::string_view name, std::uint64_t most) {
+  return {.name = name, .read = Absent, .most = most, .presence = HasIpv6};
+}
+constexpr Field Ipv6Address(std::string_view name) {
+  return {.name = name, .read = Absent, .isAddress = true};
+}
+constexpr Field Icmpv6(std::string_view name, unsigned bytes) {
+  return {.name = name, .read = Absent, .most = MostOf(bytes), .presence = Constant<0>};
+}
+
 constexpr std::array kFields = {
-    Field{"true", Constant<1>, false},
-    Field{"false", Constant<0>, false},
-    Field{"outbound", AddressBit<kAddressOutbound>, false},
-    Field{"inbound", AddressBit<kAddressOutbound, false>, false},
-    Field{"loopback", AddressBit<kAddressLoopback>, false},
-    Field{"impostor", AddressBit<kAddressImpostor>, false},
-    Field{"fragment", IsFragment, false},
-    Field{"ifIdx", InterfaceIndex, false},
-    Field{"subIfIdx", SubInterfaceIndex, false},
-    Field{"length", Length, false},
-    Field{"protocol", IpField<1, 9>, false},
-    Field{"localAddr", EndAddress<true>, false},
-    Field{"remoteAddr", EndAddress<false>, false},
-    Field{"localPort", EndPort<true>, false},
-    Field{"remotePort", EndPort<false>, false},
-    Field{"packet", PacketBytes<1>, true},
-    Field{"packet16", PacketBytes<2>, true},
-    Field{"packet32", PacketBytes<4>, true},
-    Field{"ip", HasIp, false},
-    Field{"ipv6", Constant<0>, false},
-    Field{"icmp", HasTransport<kIcmp>, false},
-    Field{"icmpv6", Constant<0>, false},
-    Field{"tcp", HasTransport<kTcp>, false},
-    Field{"udp", HasTransport<kUdp>, false},
-    Field{"ip.HdrLength", IpField<1, 0, 0, 0x0F>, false},
-    Field{"ip.TOS", IpField<1, 1>, false},
-    Field{"ip.Length", IpField<2, 2>, false},
-    Field{"ip.Id", IpField<2, 4>, false},
-    Field{"ip.DF", IpField<1, 6, 6, 1>, false},
-    Field{"ip.MF", IpField<1, 6, 5, 1>, false},
-    Field{"ip.FragOff", IpField<2, 6, 0, 0x1FFF>, false},
-    Field{"ip.TTL", IpField<1, 8>, false},
-    Field{"ip.Protocol", IpField<1, 9>, false},
-    Field{"ip.Checksum", IpField<2, 10>, false},
-    Field{"ip.SrcAddr", IpField<4, 12>, false},
-    Field{"ip.DstAddr", IpField<4, 16>, false},
-    Field{"icmp.Type", TransportField<kIcmp, 1, 0>, false},
-    Field{"icmp.Code", TransportField<kIcmp, 1, 1>, false},
-    Field{"icmp.Checksum", TransportField<kIcmp, 2, 2>, false},
-    Field{"icmp.Body", TransportField<kIcmp, 4, 4>, false},
-    Field{"tcp.SrcPort", TransportField<kTcp, 2, 0>, false},
-    Field{"tcp.DstPort", TransportField<kTcp, 2, 2>, false},
-    Field{"tcp.SeqNum", TransportField<kTcp, 4, 4>, false},
-    Field{"tcp.AckNum", TransportField<kTcp, 4, 8>, false},
-    Field{"tcp.HdrLength", TransportField<kTcp, 1, 12, 4>, false},
-    Field{"tcp.Urg", TransportField<kTcp, 1, 13, 5, 1>, false},
-    Field{"tcp.Ack", TransportField<kTcp, 1, 13, 4, 1>, false},
-    Field{"tcp.Psh", TransportField<kTcp, 1, 13, 3, 1>, false},
-    Field{"tcp.Rst", TransportField<kTcp, 1, 13, 2, 1>, false},
-    Field{"tcp.Syn", TransportField<kTcp, 1, 13, 1, 1>, false},
-    Field{"tcp.Fin", TransportField<kTcp, 1, 13, 0, 1>, false},
-    Field{"tcp.Window", TransportField<kTcp, 2, 14>, false},
-    Field{"tcp.Checksum", TransportField<kTcp, 2, 16>, false},
-    Field{"tcp.UrgPtr", TransportField<kTcp, 2, 18>, false},
-    Field{"udp.SrcPort", TransportField<kUdp, 2, 0>, false},
-    Field{"udp.DstPort", TransportField<kUdp, 2, 2>, false},
-    Field{"udp.Length", TransportField<kUdp, 2, 4>, false},
-    Field{"udp.Checksum", TransportField<kUdp, 2, 6>, false},
+    Plain("true", Constant<1>),
+    Plain("false", Constant<0>),
+    Plain("zero", Constant<0>),
+    Plain("timestamp", Timestamp),
+    Plain("event", Event),
+    Plain("outbound", RecordBit<kAddressOutbound>),
+    Plain("inbound", RecordBit<kAddressOutbound, false>),
+    Plain("loopback", RecordBit<kAddressLoopback>),
+    Plain("impostor", RecordBit<kAddressImpostor>),
+    Plain("fragment", IsFragment),
+    Plain("ifIdx", InterfaceIndex),
+    Plain("subIfIdx", SubInterfaceIndex),
+    Plain("random8", Random<MostOf(1)>),
+    Plain("random16", Random<MostOf(2)>),
+    Plain("random32", Random<MostOf(4)>),
+    Plain("length", Length),
+    Plain("protocol", IpField<1, 9, 0, MostOf(1)>),
+    Field{.name = "localAddr", .read = EndAddress<true>, .isAddress = true},
+    Field{.name = "remoteAddr", .read = EndAddress<false>, .isAddress = true},
+    Plain("localPort", EndPort<true>),
+    Plain("remotePort", EndPort<false>),
+    Indexed("packet", PacketBytes<1>, 1),
+    Indexed("packet16", PacketBytes<2>, 2),
+    Indexed("packet32", PacketBytes<4>, 4),
+    Plain("ip", HasIp),
+    Plain("ipv6", HasIpv6),
+    Plain("icmp", HasTransport<kIcmp>),
+    Plain("icmpv6", Constant<0>),
+    Plain("tcp", HasTransport<kTcp>),
+    Plain("udp", HasTransport<kUdp>),
+    Ip<1, 0, 0, 0x0F>("ip.HdrLength"),
+    Ip<1, 1>("ip.TOS"),
+    Ip<2, 2>("ip.Length"),
+    Ip<2, 4>("ip.Id"),
+    Ip<1, 6, 6, 1>("ip.DF"),
+    Ip<1, 6, 5, 1>("ip.MF"),
+    Ip<2, 6, 0, 0x1FFF>("ip.FragOff"),
+    Ip<1, 8>("ip.TTL"),
+    Ip<1, 9>("ip.Protocol"),
+    Ip<2, 10>("ip.Checksum"),
+    IpAddressAt<12>("ip.SrcAddr"),
+    IpAddressAt<16>("ip.DstAddr"),
+    Ipv6("ipv6.TrafficClass", MostOf(1)),
+    Ipv6("ipv6.FlowLabel", 0xFFFFF),
+    Ipv6("ipv6.Length", MostOf(2)),
+    Ipv6("ipv6.NextHdr", MostOf(1)),
+    Ipv6("ipv6.HopLimit", MostOf(1)),
+    Ipv6Address("ipv6.SrcAddr"),
+    Ipv6Address("ipv6.DstAddr"),
+    Of<kIcmp, 1, 0>("icmp.Type"),
+    Of<kIcmp, 1, 1>("icmp.Code"),
+    Of<kIcmp, 2, 2>("icmp.Checksum"),
+    Of<kIcmp, 4, 4>("icmp.Body"),
+    Icmpv6("icmpv6.Type", 1),
+    Icmpv6("icmpv6.Code", 1),
+    Icmpv6("icmpv6.Checksum", 2),
+    Icmpv6("icmpv6.Body", 4),
+    Of<kTcp, 2, 0>("tcp.SrcPort"),
+    Of<kTcp, 2, 2>("tcp.DstPort"),
+    Of<kTcp, 4, 4>("tcp.SeqNum"),
+    Of<kTcp, 4, 8>("tcp.AckNum"),
+    Of<kTcp, 1, 12, 4, 0x0F>("tcp.HdrLength"),
+    Of<kTcp, 1, 13, 5, 1>("tcp.Urg"),
+    Of<kTcp, 1, 13, 4, 1>("tcp.Ack"),
+    Of<kTcp, 1, 13, 3, 1>("tcp.Psh"),
+    Of<kTcp, 1, 13, 2, 1>("tcp.Rst"),
+    Of<kTcp, 1, 13, 1, 1>("tcp.Syn"),
+    Of<kTcp, 1, 13, 0, 1>("tcp.Fin"),
+    Of<kTcp, 2, 14>("tcp.Window"),
+    Of<kTcp, 2, 16>("tcp.Checksum"),
+    Of<kTcp, 2, 18>("tcp.UrgPtr"),
+    PayloadLengthOf<kTcp>("tcp.PayloadLength"),
+    Indexed("tcp.Payload", PayloadBytes<kTcp, 1>, 1),
+    Indexed("tcp.Payload16", PayloadBytes<kTcp, 2>, 2),
+    Indexed("tcp.Payload32", PayloadBytes<kTcp, 4>, 4),
+    Of<kUdp, 2, 0>("udp.SrcPort"),
+    Of<kUdp, 2, 2>("udp.DstPort"),
+    Of<kUdp, 2, 4>("udp.Length"),
+    Of<kUdp, 2, 6>("udp.Checksum"),
+    PayloadLengthOf<kUdp>("udp.PayloadLength"),
+    Indexed("udp.Payload", PayloadBytes<kUdp, 1>, 1),
+    Indexed("udp.Payload16", PayloadBytes<kUdp, 2>, 2),
+    Indexed("udp.Payload32", PayloadBytes<kUdp, 4>, 4),
 };
+
+constexpr std::array<std::string_view, 5> kOtherLayers = {"endpointId", "parentEndpointId",
+                                                          "processId", "layer", "priority"};
 
 struct NamedNumber {
   std::string_view name;
-  std::uint32_t value;
+  std::uint64_t value;
 };
 constexpr std::array kNamedNumbers = {
     NamedNumber{"TCP", kProtocolTcp},
@@ -162,30 +172,35 @@ constexpr std::array kNamedNumbers = {
     NamedNumber{"ICMPV6", 58},
     NamedNumber{"TRUE", 1},
     NamedNumber{"FALSE", 0},
+    NamedNumber{"PACKET", 0},
 };
 
-Value ParseDigits(std::string_view text, int base) noexcept {
-  std::uint32_t value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value, base);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return value;
-}
-
-Value ParseDotted(std::string_view text) noexcept {
-  std::uint32_t address = 0;
-  for (int i = 0; i < 4; ++i) {
-    const std::size_t dot = i < 3 ? text.find('.') : text.size();
-    if (dot == std::string_view::npos) return std::nullopt;
-    const Value octet = ParseDigits(text.substr(0, dot), 10);
-    if (!octet || *octet > 255) return std::nullopt;
-    address = address << 8U | *octet;
-    text.remove_prefix(std::min(dot + 1, text.size()));
-  }
-  return address;
-}
-
 }  // namespace
+
+std::optional<bool> Field::Decide(Filter::Compare compare, const WideNumber& value) const noexcept {
+  const bool isBelow = value < WideNumber{0, least};
+  const bool isAbove = value > WideNumber{0, most};
+  const bool isLeast = value == WideNumber{0, least};
+  const bool isMost = value == WideNumber{0, most};
+  const auto decided = [](bool always, bool never) {
+    return always || never ? std::optional<bool>(always) : std::nullopt;
+  };
+  switch (compare) {
+    case Filter::Compare::Equal:
+      return decided(false, isBelow || isAbove);
+    case Filter::Compare::NotEqual:
+      return decided(isBelow || isAbove, false);
+    case Filter::Compare::Less:
+      return decided(isAbove, isBelow || isLeast);
+    case Filter::Compare::LessOrEqual:
+      return decided(isAbove || isMost, isBelow);
+    case Filter::Compare::Greater:
+      return decided(isBelow, isAbove || isMost);
+    case Filter::Compare::GreaterOrEqual:
+      return decided(isBelow || isLeast, isAbove);
+  }
+  return std::nullopt;
+}
 
 const Field* FindField(std::string_view name) noexcept {
   const auto found = std::find_if(kFields.begin(), kFields.end(),
@@ -193,12 +208,29 @@ const Field* FindField(std::string_view name) noexcept {
   return found == kFields.end() ? nullptr : &*found;
 }
 
-std::optional<std::uint32_t> ParseNumber(std::string_view text) noexcept {
+bool IsFieldOfOtherLayer(std::string_view name) noexcept {
+  return std::find(kOtherLayers.begin(), kOtherLayers.end(), name) != kOtherLayers.end();
+}
+
+std::optional<WideNumber> ParseValue(const Field& field, std::string_view text) noexcept {
   for (const NamedNumber& number : kNamedNumbers) {
-    if (number.name == text) return number.value;
+    if (number.name == text) return WideNumber{0, number.value};
   }
-  if (text.starts_with("0x")) return ParseDigits(text.substr(2), 16);
-  return text.find('.') == std::string_view::npos ? ParseDigits(text, 10) : ParseDotted(text);
+  if (const auto address = ParseIpv4(text)) return WideIpv4(*address);
+  if (text.find(':') == std::string_view::npos) return ParsePlainNumber(text);
+  return field.isAddress ? ParseIpv6(text) : std::nullopt;
+}
+
+std::optional<FieldIndex> ParseIndex(unsigned unitBytes, std::string_view text) noexcept {
+  FieldIndex index;
+  index.isFromEnd = text.starts_with('-');
+  if (index.isFromEnd) text.remove_prefix(1);
+  const bool isInBytes = text.ends_with('b') && !text.starts_with("0x");
+  if (isInBytes) text.remove_suffix(1);
+  const auto number = ParsePlainNumber(text);
+  if (!number || *number > WideNumber{0, kMaxPacketBytes}) return std::nullopt;
+  index.bytes = static_cast<std::uint32_t>(number->low) * (isInBytes ? 1 : unitBytes);
+  return index;
 }
 
 }  // namespace driver

@@ -1,6 +1,5 @@
 #include "driver/filter_lexer.h"
 
-#include <algorithm>
 #include <array>
 
 namespace driver {
@@ -36,9 +35,24 @@ bool IsSpace(char c) noexcept {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
+bool IsDigit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
+
 bool IsWordPart(char c) noexcept {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-         c == '_';
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || IsDigit(c) || c == '.' || c == '_';
+}
+
+// How far the word at the start of `rest` goes. A number's may hold colons, as those of an address.
+std::size_t WordLength(std::string_view rest) noexcept {
+  const std::size_t sign = rest.starts_with('-') ? 1 : 0;
+  const bool isNumber = rest.starts_with("::") || (rest.size() > sign && IsDigit(rest[sign]));
+  if (sign != 0 && !isNumber) return 0;
+  std::size_t length = sign;
+  while (length < rest.size() && (IsWordPart(rest[length]) || (isNumber && rest[length] == ':'))) {
+    ++length;
+  }
+  return length;
 }
 
 TokenKind WordKind(std::string_view word) noexcept {
@@ -51,14 +65,13 @@ TokenKind WordKind(std::string_view word) noexcept {
 Token CutOne(std::string_view rest) noexcept {
   Token token;
   for (const Sign& sign : kSigns) {
-    if (!rest.starts_with(sign.text)) continue;
+    if (!rest.starts_with(sign.text) || rest.starts_with("::")) continue;
     token.kind = sign.kind;
     token.text = sign.text;
     token.compare = sign.compare;
     return token;
   }
-  const auto end = std::find_if_not(rest.begin(), rest.end(), IsWordPart);
-  token.text = rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
+  token.text = rest.substr(0, WordLength(rest));
   token.kind = WordKind(token.text);
   return token;
 }

@@ -46,6 +46,24 @@ std::optional<Headers> ReadHeaders(std::span<const std::uint8_t> packet) noexcep
   return headers;
 }
 
+bool IsIpv6(std::span<const std::uint8_t> packet) noexcept {
+  constexpr std::size_t kHeaderBytes = 40;
+  return packet.size() >= kHeaderBytes && packet[0] >> 4U == 6;
+}
+
+std::uint64_t HashHeaders(std::span<const std::uint8_t> packet,
+                          const std::optional<Headers>& headers, std::uint64_t seed) noexcept {
+  constexpr std::uint64_t kOffsetBasis = 0xCBF29CE484222325;
+  constexpr std::uint64_t kPrime = 0x100000001B3;
+  if (headers) {
+    packet =
+        packet.first(std::min(packet.size(), headers->headerBytes + headers->transportHeaderBytes));
+  }
+  std::uint64_t hash = kOffsetBasis ^ seed;
+  for (const std::uint8_t byte : packet) hash = (hash ^ byte) * kPrime;
+  return hash;
+}
+
 std::uint16_t ReadU16Be(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept {
   return static_cast<std::uint16_t>(bytes[offset] << 8U | bytes[offset + 1]);
 }

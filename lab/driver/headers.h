@@ -38,6 +38,14 @@ struct Headers {
 // under 20 or beyond the buffer, total length under the header length.
 std::optional<Headers> ReadHeaders(std::span<const std::uint8_t> packet) noexcept;
 
+// Whether this is an IPv6 packet, of which nothing more is read here.
+bool IsIpv6(std::span<const std::uint8_t> packet) noexcept;
+
+// A hash of the packet's IP and transport headers, without what they carry (FNV-1a). The same
+// headers and seed give the same; the values are not those of the published library.
+std::uint64_t HashHeaders(std::span<const std::uint8_t> packet,
+                          const std::optional<Headers>& headers, std::uint64_t seed) noexcept;
+
 // Big-endian numbers inside a packet; the caller has checked the bounds.
 std::uint16_t ReadU16Be(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept;
 std::uint32_t ReadU32Be(std::span<const std::uint8_t> bytes, std::size_t offset) noexcept;
