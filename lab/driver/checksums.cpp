@@ -103,6 +103,16 @@ bool CalcChecksums(std::span<std::uint8_t> packet, Address* address, std::uint64
   return isWhole || !isDue;
 }
 
+bool DecrementTtl(std::span<std::uint8_t> packet) noexcept {
+  constexpr std::size_t kTtlAt = 8;
+  if (!ReadHeaders(packet) || packet[kTtlAt] <= 1) return false;
+  --packet[kTtlAt];
+  // The word of time to live and protocol is less by 0x100; its complement, and so the sum, more.
+  const std::uint32_t sum = ReadU16Be(packet, kIpChecksumAt) + 0x100U;
+  WriteU16Be(packet, kIpChecksumAt, static_cast<std::uint16_t>(sum + (sum >> 16U)));
+  return true;
+}
+
 bool HasValidChecksums(std::span<const std::uint8_t> packet, const Headers& headers) noexcept {
   if (Fold(AddWords(0, packet.first(headers.headerBytes))) != 0) return false;
   if (!IsCheckable(headers)) return true;

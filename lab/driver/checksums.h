@@ -30,6 +30,10 @@ inline constexpr std::size_t kMaxReadBehind = 40;
 // or a transport that `flags` leave out.
 bool CalcChecksums(std::span<std::uint8_t> packet, Address* address, std::uint64_t flags) noexcept;
 
+// One hop less, and the IP checksum as right or wrong as before (RFC 1624). False, with nothing
+// written, when no hop would be left, or the packet is not IPv4.
+bool DecrementTtl(std::span<std::uint8_t> packet) noexcept;
+
 // Whether every checksum in `packet` holds, as a receiving host checks them: IP always, the
 // transport unless the packet is a fragment or the transport is unknown or cut; a UDP sum of 0 is
 // "none".

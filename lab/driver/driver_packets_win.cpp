@@ -8,7 +8,6 @@
 namespace driver {
 namespace {
 
-constexpr std::size_t kTtlAt = 8;
 constexpr std::size_t kSourceAt = 12;
 constexpr std::size_t kDestinationAt = 16;
 
@@ -20,13 +19,6 @@ std::int64_t NowTicks() noexcept {
   LARGE_INTEGER ticks = {};
   ::QueryPerformanceCounter(&ticks);
   return ticks.QuadPart;
-}
-
-// One hop less, as for a packet that another driver injected. False when none is left.
-bool TakeHop(Packet& packet) noexcept {
-  if (packet[kTtlAt] <= 1) return false;
-  --packet[kTtlAt];
-  return true;
 }
 
 }  // namespace
@@ -125,9 +117,9 @@ std::uint32_t Driver::Judge(Handle& handle, Packet& packet, const Address& addre
   const auto headers = ReadHeaders(packet);
   const bool outbound = (address.flags & kAddressOutbound) != 0;
   fate = Fate::GoesOn;
-  if ((address.flags & kAddressImpostor) != 0) {
-    if (!TakeHop(packet)) return kErrorHostUnreachable;
-    CalcChecksums(packet, nullptr, kNoIcmpChecksum | kNoTcpChecksum | kNoUdpChecksum);
+  // A packet that another driver has injected loses a hop each time that it comes round.
+  if ((address.flags & kAddressImpostor) != 0 && !DecrementTtl(packet)) {
+    return kErrorHostUnreachable;
   }
   if (outbound) {
     CompleteChecksums(packet, *headers, address);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "driver/checksums.h"
+#include "driver/filter_object.h"
 #include "driver/injection.h"
 
 namespace driver {
@@ -57,7 +58,7 @@ std::uint32_t Driver::OpenHandle(const char* filter, int layer, int priority, st
     return environment_.openError;
   }
   if (filter == nullptr || !IsValidOpen(layer, priority, flags)) return kErrorInvalidParameter;
-  auto compiled = Filter::Compile(filter);
+  auto compiled = CompileFilter(filter);
   if (!compiled) return kErrorInvalidParameter;
   if (!isLoaded_) {
     if ((flags & kFlagNoInstall) != 0) return kErrorServiceDoesNotExist;

@@ -1,17 +1,14 @@
-#include <algorithm>
-#include <string_view>
-
-#include "driver/checksums.h"
 #include "driver/driver_win.h"
-#include "driver/filter.h"
-#include "driver/injection.h"
-#include "platform/windows_sdk.h"
+#include "driver/exports_win.h"
 
-// The exports, with the published names and argument orders. Each is a door: it turns handles and
-// pointers into the values that Driver works on, and its answer into BOOL and last error.
+// The exports that work on handles, with the published names and argument orders. Each is a door:
+// it turns handles and pointers into the values that Driver works on, and its answer into BOOL and
+// last error.
 namespace {
 
 using driver::Address;
+using driver::Answer;
+using driver::AsBytes;
 using driver::Driver;
 
 // Handles count up from here in steps of 4, so that neither null nor INVALID_HANDLE_VALUE is one.
@@ -26,29 +23,7 @@ HANDLE HandleOf(std::uint64_t id) noexcept {
   return reinterpret_cast<HANDLE>(kFirstHandle + static_cast<std::uintptr_t>(id) * 4);
 }
 
-template <typename Call>
-BOOL Answer(Call call) noexcept {
-  std::uint32_t error = driver::kErrorNoSystemResources;
-  try {
-    error = call();
-  } catch (...) {  // out of memory
-  }
-  if (error == driver::kOk) return TRUE;
-  ::SetLastError(error);
-  return FALSE;
-}
-
-std::span<std::uint8_t> AsBytes(void* data, UINT bytes) noexcept {
-  return {static_cast<std::uint8_t*>(data), data != nullptr ? bytes : 0};
-}
-
-std::span<const std::uint8_t> AsBytes(const void* data, UINT bytes) noexcept {
-  return {static_cast<const std::uint8_t*>(data), data != nullptr ? bytes : 0};
-}
-
 }  // namespace
-
-#define LAB_EXPORT extern "C" __declspec(dllexport)
 
 LAB_EXPORT HANDLE WinDivertOpen(const char* filter, int layer, INT16 priority, UINT64 flags) {
   std::uint64_t id = 0;
@@ -130,45 +105,4 @@ LAB_EXPORT BOOL WinDivertGetParam(HANDLE handle, int param, UINT64* value) {
     if (error == driver::kOk) *value = found;
     return error;
   });
-}
-
-LAB_EXPORT BOOL WinDivertHelperCalcChecksums(void* packet, UINT packetBytes, Address* address,
-                                             UINT64 flags) {
-  if (Driver::Instance().IsChecksumFault()) return FALSE;
-  return driver::CalcChecksums(AsBytes(packet, packetBytes), address, flags) ? TRUE : FALSE;
-}
-
-// The object form is the filter's own text, which every function that takes an object also takes.
-LAB_EXPORT BOOL WinDivertHelperCompileFilter(const char* filter, int layer, char* object,
-                                             UINT objectBytes, const char** errorText,
-                                             UINT* errorPosition) {
-  return Answer([&]() -> std::uint32_t {
-    if (filter == nullptr || layer != driver::kLayerNetwork) return driver::kErrorInvalidParameter;
-    driver::FilterError error{"No error", 0};
-    const bool compiled = driver::Filter::Compile(filter, &error).has_value();
-    if (errorText != nullptr) *errorText = error.message;
-    if (errorPosition != nullptr) *errorPosition = static_cast<UINT>(error.position);
-    if (!compiled) return driver::kErrorInvalidParameter;
-    if (object == nullptr) return driver::kOk;
-    const std::string_view text(filter);
-    if (text.size() >= objectBytes) return driver::kErrorInsufficientBuffer;
-    *std::copy(text.begin(), text.end(), object) = '\0';
-    return driver::kOk;
-  });
-}
-
-LAB_EXPORT BOOL WinDivertHelperEvalFilter(const char* filter, const void* packet, UINT packetBytes,
-                                          const Address* address) {
-  BOOL matches = FALSE;
-  const BOOL answered = Answer([&]() -> std::uint32_t {
-    if (filter == nullptr || packet == nullptr || address == nullptr) {
-      return driver::kErrorInvalidParameter;
-    }
-    const auto compiled = driver::Filter::Compile(filter);
-    if (!compiled) return driver::kErrorInvalidParameter;
-    const auto bytes = AsBytes(packet, packetBytes);
-    matches = compiled->Matches({bytes, driver::ReadHeaders(bytes), *address}) ? TRUE : FALSE;
-    return driver::kOk;
-  });
-  return answered && matches;
 }

@@ -242,6 +242,44 @@ TEST(CalcChecksums, RefusesWhatIsNoIpv4PacketAndWritesNothing) {
   EXPECT_FALSE(CalcChecksums({}, nullptr, 0));
 }
 
+TEST(DecrementTtl, KeepsTheIpSumAsRightOrWrongAsItWas) {
+  Bytes packet = packets::Ip(17, packets::Udp(1, 2, packets::Payload(3)));
+  packet[8] = 255;
+  for (unsigned identifier = 0; identifier <= 0xFFFF; identifier += 0xFF) {
+    packets::SetWord(packet, 4, identifier);
+    packet[8] = 255;
+    packets::SetWord(packet, 10, packets::ExpectedIpSum(packet));
+    for (unsigned ttl = 254; ttl > 0; --ttl) {
+      ASSERT_TRUE(driver::DecrementTtl(packet));
+      ASSERT_EQ(packet[8], ttl);
+      ASSERT_TRUE(driver::HasValidChecksums(std::span(packet).first(20),
+                                            [&] {
+                                              auto headers = *driver::ReadHeaders(packet);
+                                              headers.transport = driver::Transport::None;
+                                              return headers;
+                                            }()))
+          << identifier << " " << ttl;
+    }
+  }
+  packets::SetWord(packet, 10, kGarbage);
+  packet[8] = 64;
+  EXPECT_TRUE(driver::DecrementTtl(packet));
+  EXPECT_EQ(packets::Word(packet, 10), kGarbage + 0x100);
+}
+
+TEST(DecrementTtl, LeavesAPacketWithoutAHopToGo) {
+  for (const std::uint8_t ttl : {std::uint8_t{0}, std::uint8_t{1}}) {
+    Bytes packet = packets::Ip(17, packets::Udp(1, 2, {}));
+    packet[8] = ttl;
+    const Bytes before = packet;
+    EXPECT_FALSE(driver::DecrementTtl(packet));
+    EXPECT_EQ(packet, before);
+  }
+  Bytes ipv6(40, 0x60);
+  EXPECT_FALSE(driver::DecrementTtl(ipv6));
+  EXPECT_FALSE(driver::DecrementTtl({}));
+}
+
 TEST(ReceiverChecksums, AreRightOnlyWhenEverySumIs) {
   for (const Kind& kind : kKinds) {
     SCOPED_TRACE(kind.name);

@@ -14,15 +14,6 @@ using packets::Bytes;
 
 namespace {
 
-TEST_F(DriverLibrary, HasTheExports) {
-  for (const char* name : {"WinDivertOpen", "WinDivertRecv", "WinDivertRecvEx", "WinDivertSend",
-                           "WinDivertSendEx", "WinDivertShutdown", "WinDivertClose",
-                           "WinDivertSetParam", "WinDivertGetParam", "WinDivertHelperCalcChecksums",
-                           "WinDivertHelperCompileFilter", "WinDivertHelperEvalFilter"}) {
-    EXPECT_NE(library_.Find(name), nullptr) << name;
-  }
-}
-
 TEST_F(DriverLibrary, OpenRefusesWithThePublishedCodes) {
   struct Row {
     const char* filter;
@@ -135,22 +126,6 @@ TEST_F(DriverLibrary, LogsEachOpenAndClose) {
             "close handle=1 captured=1 received=1 lost=0 drained=0 inbound=1 outbound=0 "
             "wrongChecksum=0 wrongInterface=0 uncaptured=0 faults=0\n");
   ::DeleteFileW(file.c_str());
-}
-
-TEST_F(DriverLibrary, CompilesAndEvaluatesFilters) {
-  const char* message = nullptr;
-  UINT position = 0;
-  EXPECT_FALSE(library_.compile("udp and x", 0, nullptr, 0, &message, &position));
-  EXPECT_EQ(position, 8U);
-  ASSERT_NE(message, nullptr);
-  char object[64];
-  EXPECT_TRUE(library_.compile("udp", 0, object, sizeof(object), nullptr, nullptr));
-  const Bytes udp = packets::Ip(17, packets::Udp(1, 2, {}));
-  const auto bytes = static_cast<UINT>(udp.size());
-  const Record record{};
-  EXPECT_TRUE(library_.eval(object, udp.data(), bytes, &record));
-  EXPECT_TRUE(library_.eval("inbound and udp", udp.data(), bytes, &record));
-  EXPECT_FALSE(library_.eval("outbound and udp", udp.data(), bytes, &record));
 }
 
 }  // namespace
