@@ -46,9 +46,20 @@ std::uint32_t Bridge::Start(std::uint16_t port, std::uint16_t peerPort, Receiver
     return static_cast<std::uint32_t>(error);
   }
   EnlargeBuffers(socket_.Get());
+  return StartThread();
+}
+
+// The thread holds the library: one that was unloaded under its thread would have to wait for it
+// while holding the loader's lock, without which no thread ends.
+std::uint32_t Bridge::StartThread() {
+  HMODULE library = nullptr;
+  ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                       reinterpret_cast<const wchar_t*>(&Bridge::Run), &library);
+  library_ = library;
   thread_.Reset(::CreateThread(nullptr, 0, &Bridge::Run, this, 0, nullptr));
   const DWORD error = ::GetLastError();
   if (thread_) return 0;
+  ::FreeLibrary(library);
   Stop();
   return error;
 }
@@ -74,8 +85,10 @@ void Bridge::Send(std::span<const std::uint8_t> packet) noexcept {
 }
 
 DWORD WINAPI Bridge::Run(void* bridge) noexcept {
-  static_cast<Bridge*>(bridge)->ReceiveLoop();
-  return 0;
+  auto& self = *static_cast<Bridge*>(bridge);
+  const HMODULE library = self.library_;
+  self.ReceiveLoop();
+  ::FreeLibraryAndExitThread(library, 0);
 }
 
 void Bridge::ReceiveLoop() {

@@ -28,7 +28,7 @@ struct BridgeThreadTraits {
 // The way to the TUN device: one UDP datagram on 127.0.0.1 per packet, both ways.
 //
 // Threads: Start() and Stop() by one caller at a time; Send() by any thread in between. Received
-//          packets are handed over on the bridge's own thread.
+//          packets are handed over on the bridge's own thread, which keeps this library loaded.
 class Bridge {
  public:
   // A packet that came from the TUN; valid during the call.
@@ -47,7 +47,8 @@ class Bridge {
   void Send(std::span<const std::uint8_t> packet) noexcept;
 
  private:
-  static DWORD WINAPI Run(void* bridge) noexcept;
+  std::uint32_t StartThread();
+  [[noreturn]] static DWORD WINAPI Run(void* bridge) noexcept;
   void ReceiveLoop();
 
   platform::UniqueHandle<BridgeSocketTraits> socket_;
@@ -55,7 +56,8 @@ class Bridge {
   sockaddr_in peer_ = {};
   Receiver receiver_;
   volatile LONG stopping_ = 0;
-  bool hasSockets_ = false;  // WSAStartup was called
+  HMODULE library_ = nullptr;  // freed by the thread
+  bool hasSockets_ = false;    // WSAStartup was called
 };
 
 }  // namespace driver

@@ -245,7 +245,7 @@ TEST(CalcChecksums, RefusesWhatIsNoIpv4PacketAndWritesNothing) {
 TEST(DecrementTtl, KeepsTheIpSumAsRightOrWrongAsItWas) {
   Bytes packet = packets::Ip(17, packets::Udp(1, 2, packets::Payload(3)));
   packet[8] = 255;
-  for (unsigned identifier = 0; identifier <= 0xFFFF; identifier += 0xFF) {
+  for (unsigned identifier = 0; identifier <= 0xFFFF; identifier += 0x1111) {
     packets::SetWord(packet, 4, identifier);
     packet[8] = 255;
     packets::SetWord(packet, 10, packets::ExpectedIpSum(packet));

@@ -60,6 +60,20 @@ TEST_F(DriverLibrary, PassesOverWhatTheFilterLeavesOut) {
   EXPECT_EQ(packets::Word(answer.packet, 22), 2);
 }
 
+TEST_F(DriverLibrary, PassesOverPacketsOfAnotherLengthThanTheySay) {
+  const OpenHandle handle(library_, "true");
+  Bytes longer = packets::Ip(17, packets::Udp(1, 3, packets::Payload(4)));
+  Bytes shorter = longer;
+  longer.push_back(0);
+  shorter.pop_back();
+  FromTun(longer);
+  FromTun(shorter);
+  FromTun(packets::Ip(17, packets::Udp(1, 2, {})));
+  const Answer answer = Recv(handle.Get());
+  ASSERT_TRUE(answer.succeeded);
+  EXPECT_EQ(packets::Word(answer.packet, 22), 2);
+}
+
 TEST_F(DriverLibrary, APacketTooLargeForTheBufferIsLost) {
   const OpenHandle handle(library_, "true");
   const Bytes large = packets::Ip(17, packets::Udp(1, 2, packets::Payload(100)));
