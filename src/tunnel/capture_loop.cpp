@@ -12,6 +12,12 @@ namespace {
 // whole processor until the tunnel is stopped.
 constexpr std::chrono::milliseconds kPauseAfterFailure{1};
 
+// Which end it is when `packet` gets no checksums.
+CaptureEnd EndFor(std::span<const std::byte> packet, const TunnelFlags& flags) noexcept {
+  if (!flags.KeepGoing()) return CaptureEnd::Stopped;
+  return IsFirstFragment(packet) ? CaptureEnd::ByFragment : CaptureEnd::ByOtherError;
+}
+
 void HandleCaptured(std::span<std::byte> bytes, const WinDivertAddress& address, Driver& driver,
                     PacketPath& path) {
   if (ValidatePacket(bytes)) {
@@ -23,9 +29,10 @@ void HandleCaptured(std::span<std::byte> bytes, const WinDivertAddress& address,
 
 }  // namespace
 
-void CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& path) noexcept {
+CaptureEnd CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& path) noexcept {
+  std::vector<std::byte> buffer;
   try {
-    std::vector<std::byte> buffer(kMaxPacketBytes + kReadableBehindPacket);
+    buffer.resize(kMaxPacketBytes + kReadableBehindPacket);
     while (flags.KeepGoing()) {
       WinDivertAddress address;
       const std::optional<std::size_t> length =
@@ -36,8 +43,13 @@ void CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& path) noe
         std::this_thread::sleep_for(kPauseAfterFailure);
       }
     }
+    return CaptureEnd::Stopped;
+  } catch (const ChecksumError&) {
+    // Rewriting a packet leaves its fragment field alone.
+    return EndFor(buffer, flags);
   } catch (...) {
     // The transports go on; the relay still answers what is under way.
+    return CaptureEnd::ByOtherError;
   }
 }
 

@@ -126,7 +126,7 @@ void Driver::Inject(std::span<const std::byte> packet, const WinDivertAddress& a
 void Driver::RecalculateChecksums(std::span<std::byte> packet) const {
   if (!api_ ||
       !api_->calcChecksums(packet.data(), static_cast<std::uint32_t>(packet.size()), nullptr, 0)) {
-    throw std::runtime_error("WinDivert checksum recalculation failed.");
+    throw ChecksumError();
   }
 }
 

@@ -6,12 +6,19 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 
 #include "platform/mutex.h"
 #include "tunnel/windivert_api.h"
 
 namespace tunnel {
+
+// "WinDivert checksum recalculation failed."
+class ChecksumError : public std::runtime_error {
+ public:
+  ChecksumError() : std::runtime_error("WinDivert checksum recalculation failed.") {}
+};
 
 // The packet driver as the tunnel holds it: the loaded library, the handle that captures and the
 // handle that injects. It owns all three and is the only place that closes the handles.
@@ -60,8 +67,8 @@ class Driver {
       EXCLUDES(driverLock_);
 
   // Writes the packet's checksums, IPv4 and above. The library may read kReadableBehindPacket bytes
-  // behind the packet. Throws "WinDivert checksum recalculation failed.", also when the library is
-  // not loaded.
+  // behind the packet. Throws ChecksumError: for the first fragment of a packet of ICMP, TCP or
+  // UDP, whose checksum cannot be known, and when the library is not loaded.
   void RecalculateChecksums(std::span<std::byte> packet) const;
 
   // Closes both handles, as far as they are open, and waits for every other close under way.

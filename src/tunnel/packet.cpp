@@ -5,6 +5,9 @@ namespace {
 
 constexpr std::size_t kIpv4MinHeaderBytes = 20;
 constexpr std::size_t kTotalLengthOffset = 2;
+constexpr std::size_t kFragmentOffset = 6;
+constexpr std::uint16_t kMoreFragments = 0x2000;
+constexpr std::uint16_t kFragmentPlace = 0x1FFF;
 constexpr std::size_t kProtocolOffset = 9;
 
 constexpr std::size_t kTcpMinHeaderBytes = 20;
@@ -59,6 +62,11 @@ std::optional<PacketLayout> ValidatePacket(std::span<const std::byte> buffer) no
   if (layout.transportMinimum == 0) return std::nullopt;
   if (layout.totalLength - layout.headerLength < layout.transportMinimum) return std::nullopt;
   return layout;
+}
+
+bool IsFirstFragment(std::span<const std::byte> packet) noexcept {
+  const std::uint16_t fragment = ReadU16Be(packet, kFragmentOffset);
+  return (fragment & (kMoreFragments | kFragmentPlace)) == kMoreFragments;
 }
 
 void ClampMss(std::span<std::byte> packet, const PacketLayout& layout) noexcept {

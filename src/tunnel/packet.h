@@ -39,6 +39,10 @@ struct PacketLayout {
 // anything else. `buffer` is any bytes.
 std::optional<PacketLayout> ValidatePacket(std::span<const std::byte> buffer) noexcept;
 
+// Whether more of the datagram follows and nothing of it came before (RFC 791, section 3.1).
+// `packet` has a whole IP header.
+bool IsFirstFragment(std::span<const std::byte> packet) noexcept;
+
 // The functions below take a packet and the layout that ValidatePacket gave for it.
 
 inline constexpr std::size_t kSourceOffset = 12;

@@ -20,8 +20,7 @@ namespace tunnel {
 //
 // Threads: any. The packet lock is held for the whole of one packet; the queue's and the driver's
 //          locks are taken inside it, never the other way round.
-// Errors:  std::runtime_error "WinDivert checksum recalculation failed." or
-//          "WinDivertSend failed.".
+// Errors:  ChecksumError, or std::runtime_error "WinDivertSend failed.".
 class PacketPath {
  public:
   // Keeps both references; they must outlive it.

@@ -30,6 +30,9 @@ constexpr wchar_t kOverlap[] = L"警告：本机新接入的网段 ";
 constexpr wchar_t kOverlapWith[] = L" 与现场访问网段 ";
 constexpr wchar_t kOverlapCure[] =
     L" 重叠，现场设备可能无法访问；请断开后重新连接，以重新分配网段。";
+constexpr wchar_t kFragmentCaptured[] =
+    L"警告：遇到被分片的数据包，截取已停止，现在访问不到现场；"
+    L"请点“断开”再点“连接”，并让发送它的软件改用更小的数据包。";
 
 // The kernel service goes by the first name in 2.x of the driver, by the second in older ones.
 constexpr const wchar_t* kServiceCommands[] = {L"sc stop WinDivert64", L"sc delete WinDivert64",
@@ -148,7 +151,7 @@ void Session::OpenDriver(const std::wstring& filter) {
 }
 
 void Session::StartThreads(const Plan& plan) {
-  threads_.emplace_back([this]() noexcept { CaptureLoop(flags_, driver_, path_); });
+  threads_.emplace_back([this]() noexcept { RunCapture(); });
   threads_.emplace_back(
       [worker = RelayWorker(MakeRelayWork(plan))]() mutable noexcept { worker.Run(); });
   threads_.emplace_back([this]() noexcept { SenderLoop(flags_, queue_, link_, *udp_); });
@@ -156,6 +159,15 @@ void Session::StartThreads(const Plan& plan) {
     std::set<std::wstring> told;
     watch_.Run([&]() { WarnOfOverlaps(plan, told); });
   });
+}
+
+void Session::RunCapture() noexcept {
+  if (CaptureLoop(flags_, driver_, path_) != CaptureEnd::ByFragment) return;
+  try {
+    Notice(kFragmentCaptured);
+  } catch (const std::exception&) {
+    // Short memory; the tunnel goes on without the line.
+  }
 }
 
 RelayWork Session::MakeRelayWork(const Plan& plan) {

@@ -78,6 +78,7 @@ class Session final : public Tunnel {
   void Open(const Plan& plan) REQUIRES(threadLock_);
   void OpenDriver(const std::wstring& filter) REQUIRES(threadLock_);
   void StartThreads(const Plan& plan) REQUIRES(threadLock_);
+  void RunCapture() noexcept EXCLUDES(observerLock_);
   void ThrowIfStopped() const;
   bool InterruptAll() noexcept;
   void EndThreads() noexcept REQUIRES(threadLock_);

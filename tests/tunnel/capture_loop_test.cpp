@@ -33,7 +33,7 @@ class CaptureLoopTest : public ::testing::Test {
   }
 
   void Start() {
-    thread_ = std::thread([this] { CaptureLoop(flags_, driver_, path_); });
+    thread_ = std::thread([this] { end_ = CaptureLoop(flags_, driver_, path_); });
   }
   // As stopping the tunnel does it: the flags, then the handles, then the thread.
   void Stop() {
@@ -50,6 +50,7 @@ class CaptureLoopTest : public ::testing::Test {
   PacketPath path_{driver_, queue_};
   TunnelFlags flags_;
   WinDivertAddress address_;
+  CaptureEnd end_ = CaptureEnd::Stopped;  // the thread's, until it is joined
   std::thread thread_;
 };
 
@@ -133,14 +134,15 @@ TEST_F(CaptureLoopTest, EndsWhenTheHandleIsClosedUnderIt) {
   ASSERT_TRUE(fake_.WaitForReceives(1));
   Stop();
   EXPECT_EQ(fake_.OpenHandles(), 0U);
+  EXPECT_EQ(end_, CaptureEnd::Stopped);
 }
 
 TEST_F(CaptureLoopTest, DoesNotBeginOnceStopped) {
   flags_.stopping = true;
-  CaptureLoop(flags_, driver_, path_);
+  EXPECT_EQ(CaptureLoop(flags_, driver_, path_), CaptureEnd::Stopped);
   flags_.stopping = false;
   flags_.running = false;
-  CaptureLoop(flags_, driver_, path_);
+  EXPECT_EQ(CaptureLoop(flags_, driver_, path_), CaptureEnd::Stopped);
   EXPECT_EQ(fake_.Receives(), 0U);
 }
 
@@ -149,6 +151,7 @@ TEST_F(CaptureLoopTest, EndsQuietlyOnAFailedSend) {
   fake_.Capture(Packet(10), address_);
   Start();
   thread_.join();
+  EXPECT_EQ(end_, CaptureEnd::ByOtherError);
   EXPECT_TRUE(flags_.running);
   EXPECT_TRUE(driver_.CanInject());
 }
@@ -158,8 +161,47 @@ TEST_F(CaptureLoopTest, EndsQuietlyOnFailedChecksums) {
   fake_.Capture(PacketOf(kUdp), address_);
   Start();
   thread_.join();
+  EXPECT_EQ(end_, CaptureEnd::ByOtherError);
   EXPECT_TRUE(flags_.running);
   EXPECT_EQ(queue_.Size(), 0U);
+}
+
+Packet FirstFragment(Packet packet) {
+  WriteU16Be(packet, 6, 0x2000);
+  return packet;
+}
+
+// The driver's library cannot know the checksum of what it sees the beginning of.
+TEST_F(CaptureLoopTest, EndsOnTheFirstFragmentOfEachProtocolAndSaysSo) {
+  for (const Packet& packet : {PacketOf(kUdp), PacketOf(kSyn), PacketOf(kPing)}) {
+    end_ = CaptureEnd::Stopped;
+    fake_.Capture(FirstFragment(packet), address_);
+    Start();
+    thread_.join();
+    EXPECT_EQ(end_, CaptureEnd::ByFragment);
+    EXPECT_TRUE(flags_.running);
+    EXPECT_TRUE(driver_.CanInject());
+    EXPECT_EQ(queue_.Size(), 0U);
+  }
+}
+
+TEST_F(CaptureLoopTest, AFragmentThatComesWhileStoppingIsNoEndOfItsOwn) {
+  Start();
+  ASSERT_TRUE(fake_.WaitForReceives(1));
+  flags_.stopping = true;
+  fake_.Capture(FirstFragment(PacketOf(kUdp)), address_);
+  thread_.join();
+  EXPECT_EQ(end_, CaptureEnd::Stopped);
+}
+
+TEST_F(CaptureLoopTest, AFragmentThatCannotBePutBackIsAnOtherError) {
+  Packet igmp = FirstFragment(PacketOf(kUdp));
+  WriteU8(igmp, 9, 2);
+  fake_.FailNth(FakeDriver::Call::Send, 1);
+  fake_.Capture(igmp, address_);
+  Start();
+  thread_.join();
+  EXPECT_EQ(end_, CaptureEnd::ByOtherError);
 }
 
 }  // namespace

@@ -145,6 +145,20 @@ TEST(Packet, IdentifierStandsForThePortOfIcmp) {
   EXPECT_EQ(IcmpIdentifier(packet, *layout), 0x1234);
 }
 
+TEST(Packet, AFirstFragmentHasMoreBehindItAndNothingBefore) {
+  struct Row {
+    std::uint16_t field;  // flags and offset
+    bool isFirst;
+  };
+  for (const Row& row : {Row{0x2000, true}, Row{0x6000, true}, Row{0xE000, true},
+                         Row{0x0000, false}, Row{0x4000, false}, Row{0x0001, false},
+                         Row{0x2001, false}, Row{0x3000, false}, Row{0x1FFF, false}}) {
+    Packet packet = PacketOf(kUdp);
+    WriteU16Be(packet, 6, row.field);
+    EXPECT_EQ(IsFirstFragment(packet), row.isFirst) << row.field;
+  }
+}
+
 TEST(ClampMss, LowersOnlyASynsMssAbove1310) {
   struct {
     const char* what;
