@@ -252,13 +252,8 @@ TEST(DecrementTtl, KeepsTheIpSumAsRightOrWrongAsItWas) {
     for (unsigned ttl = 254; ttl > 0; --ttl) {
       ASSERT_TRUE(driver::DecrementTtl(packet));
       ASSERT_EQ(packet[8], ttl);
-      ASSERT_TRUE(driver::HasValidChecksums(std::span(packet).first(20),
-                                            [&] {
-                                              auto headers = *driver::ReadHeaders(packet);
-                                              headers.transport = driver::Transport::None;
-                                              return headers;
-                                            }()))
-          << identifier << " " << ttl;
+      const Bytes header(packet.begin(), packet.begin() + 20);
+      ASSERT_EQ(packets::Remainder(header), 0U) << identifier << " " << ttl;
     }
   }
   packets::SetWord(packet, 10, kGarbage);
