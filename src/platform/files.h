@@ -23,8 +23,10 @@ bool WriteFileBytes(const std::wstring& path, const std::string& bytes);
 SystemResult WriteFileDurably(const std::wstring& path, const std::string& bytes);
 
 // Appends `bytes` to the file at `path`; a file that did not exist is made and begins with `mark`.
-// Others may read it meanwhile. A file that cannot be opened is left as it is.
-void AppendToFile(const std::wstring& path, std::string_view mark, std::string_view bytes);
+// Others may read it meanwhile. A file that cannot be opened is left as it is; so is, on Windows,
+// one that is reached through a link among the last `ownParts` parts of the path (unlinked_file.h).
+void AppendToFile(const std::wstring& path, int ownParts, std::string_view mark,
+                  std::string_view bytes);
 
 // True when `path` names an existing file that is not a folder.
 bool IsFile(const std::wstring& path);

@@ -69,7 +69,8 @@ SystemResult WriteFileDurably(const std::wstring& path, const std::string& bytes
   return WriteOver(path, bytes, true);
 }
 
-void AppendToFile(const std::wstring& path, std::string_view mark, std::string_view bytes) {
+void AppendToFile(const std::wstring& path, int /*ownParts*/, std::string_view mark,
+                  std::string_view bytes) {
   const bool existed = IsFile(path);
   std::ofstream file(NativePath(path), std::ios::binary | std::ios::app);
   if (!existed) file.write(mark.data(), static_cast<std::streamsize>(mark.size()));

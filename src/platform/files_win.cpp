@@ -67,11 +67,6 @@ SystemResult WriteOver(const std::wstring& path, std::string_view bytes, bool fl
   return {true, 0};
 }
 
-void Write(const FileHandle& file, std::string_view bytes) {
-  DWORD writtenBytes = 0;
-  ::WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &writtenBytes, nullptr);
-}
-
 }  // namespace
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path) {
@@ -98,16 +93,6 @@ bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
 
 SystemResult WriteFileDurably(const std::wstring& path, const std::string& bytes) {
   return WriteOver(path, bytes, true);
-}
-
-void AppendToFile(const std::wstring& path, std::string_view mark, std::string_view bytes) {
-  // CreateFile resets the last error when it makes the file, and says when it did not have to.
-  const FileHandle file(::CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
-                                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  const bool existed = ::GetLastError() == ERROR_ALREADY_EXISTS;
-  if (!file) return;
-  if (!existed) Write(file, mark);
-  Write(file, bytes);
 }
 
 bool IsFile(const std::wstring& path) {

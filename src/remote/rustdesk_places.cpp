@@ -84,4 +84,13 @@ std::vector<std::wstring> RustDeskConfigFiles(const RustDeskFolders& folders,
   return files;
 }
 
+int ConfigPartsOfUsers(std::wstring_view path, const RustDeskFolders& folders) {
+  constexpr int kBelowRoaming = 2;  // "RustDesk", "config"
+  constexpr int kRoamingParts = 2;  // "AppData", "Roaming"
+  const bool isFile = text::FoldCase(path).ends_with(L".toml");
+  const std::wstring own = text::FoldCase(JoinPath(folders.roamingAppData, L"RustDesk\\"));
+  const bool isOwn = !folders.roamingAppData.empty() && text::FoldCase(path).starts_with(own);
+  return kBelowRoaming + (isFile ? 1 : 0) + (isOwn ? 0 : kRoamingParts);
+}
+
 }  // namespace remote

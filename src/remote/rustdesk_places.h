@@ -38,4 +38,9 @@ std::wstring UsersFolder(const RustDeskFolders& folders);
 std::vector<std::wstring> RustDeskConfigFiles(const RustDeskFolders& folders,
                                               const std::vector<std::wstring>& users);
 
+// How many of the last parts of a configuration file's path, or of its folder's, are its user's to
+// make links of: all below the folder of the account, or below the roaming folder of this program's
+// own user, who may well have moved that by a link.
+int ConfigPartsOfUsers(std::wstring_view path, const RustDeskFolders& folders);
+
 }  // namespace remote

@@ -1,5 +1,6 @@
 #include "platform/files.h"
 #include "platform/known_folders.h"
+#include "platform/unlinked_file.h"
 #include "remote/rustdesk_config.h"
 #include "remote/rustdesk_places.h"
 #include "remote/rustdesk_program.h"
@@ -26,7 +27,16 @@ RustDeskProgramPorts RealRustDeskProgramPorts(const std::stop_token& closing) {
 }
 
 RustDeskConfigPorts RealRustDeskConfigPorts() {
-  return {platform::ListFolders, platform::CreateFolders, platform::WriteFileBytes};
+  RustDeskConfigPorts ports;
+  ports.listFolders = platform::ListFolders;
+  ports.createFolders = [folders = RealRustDeskFolders()](const std::wstring& folder) {
+    return platform::CreateUnlinkedFolders(folder, ConfigPartsOfUsers(folder, folders));
+  };
+  ports.writeFile = [folders = RealRustDeskFolders()](const std::wstring& path,
+                                                      const std::string& bytes) {
+    return platform::WriteUnlinkedFile(path, ConfigPartsOfUsers(path, folders), bytes).succeeded;
+  };
+  return ports;
 }
 
 }  // namespace remote

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/file_swap.h"
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/path.h"
@@ -24,7 +25,9 @@ class PartialFile {
  public:
   explicit PartialFile(const std::wstring& targetPath)
       : targetPath_(targetPath), path_(targetPath + L".download") {
-    file_.Reset(::CreateFileW(path_.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_ALWAYS,
+    // A new file, in no link's place: what lies there goes first, and its target is not touched.
+    platform::DeleteAnyFile(path_);
+    file_.Reset(::CreateFileW(path_.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
     exists_ = static_cast<bool>(file_);
     if (exists_) DeleteWithHandle(true);

@@ -2,6 +2,7 @@
 
 #include "platform/files.h"
 #include "platform/known_folders.h"
+#include "platform/unlinked_file.h"
 #include "platform/windows_sdk.h"
 #include "shell/log_file.h"
 
@@ -28,8 +29,14 @@ LogPorts RealLogPorts() {
   LogPorts ports;
   ports.now = platform::LocalTimeNow;
   ports.baseFolder = LogBaseFolder;
-  ports.createFolders = [](const std::wstring& folder) { platform::CreateFolders(folder); };
-  ports.append = platform::AppendToFile;
+  // "Log", the month and the file: the folder that holds them is whatever the user works in.
+  constexpr int kOwnParts = 3;
+  ports.createFolders = [](const std::wstring& folder) {
+    platform::CreateUnlinkedFolders(folder, kOwnParts - 1);
+  };
+  ports.append = [](const std::wstring& path, std::string_view mark, std::string_view line) {
+    platform::AppendToFile(path, kOwnParts, mark, line);
+  };
   return ports;
 }
 

@@ -1,31 +1,33 @@
 #include "shell/runtime_files_win.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <span>
 
+#include "platform/administrators_folder.h"
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/known_folders.h"
 #include "platform/path.h"
 #include "platform/resource_win.h"
+#include "platform/sha256.h"
+#include "platform/unlinked_file.h"
 #include "settings/runtime_folder.h"
 #include "shell/development_tree.h"
+#include "text/utf8.h"
 
 namespace shell {
 namespace {
 
 constexpr const wchar_t* kDriverFiles[] = {L"WinDivert.dll", L"WinDivert64.sys"};
 
-bool WriteAnew(const std::wstring& path, std::span<const std::byte> bytes) {
-  const platform::FileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr,
-                                                CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) return false;
-  DWORD writtenBytes = 0;
-  return ::WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &writtenBytes,
-                     nullptr) != FALSE &&
-         writtenBytes == bytes.size();
-}
+// "Velmarine", "Runtime" and the file lie in a user's own folders.
+constexpr platform::OwnParts kOwnParts = 3;
+constexpr wchar_t kDownloadedRustDesk[] = L"rustdesk.exe";
+
+constexpr wchar_t kForeignLibrary[] =
+    L"警告：运行目录中的 WinDivert.dll 不是本程序自带的文件，仍按原样使用。SHA-256：";
 
 void RefreshDevelopmentTree(const std::wstring& root) {
   const std::wstring from = platform::JoinPath(root, L"windivert\\x64");
@@ -41,9 +43,11 @@ bool ExtractResource(HMODULE module, WORD id, const std::wstring& targetPath) {
   const std::span<const std::byte> bytes = platform::FindResourceBytes(module, id);
   if (bytes.empty()) return false;
 
-  platform::CreateFolders(platform::ParentFolder(targetPath));
+  platform::CreateUnlinkedFolders(platform::ParentFolder(targetPath), kOwnParts - 1);
   if (platform::FileSizeBytes(targetPath) == bytes.size()) return true;
-  return WriteAnew(targetPath, bytes);
+  const auto* text = reinterpret_cast<const char*>(bytes.data());
+  return platform::WriteUnlinkedFile(targetPath, kOwnParts, std::string(text, bytes.size()))
+      .succeeded;
 }
 
 void CopyIfChanged(const std::wstring& source, const std::wstring& target) {
@@ -53,9 +57,23 @@ void CopyIfChanged(const std::wstring& source, const std::wstring& target) {
   ::CopyFileW(source.c_str(), target.c_str(), FALSE);
 }
 
-void LayOutRuntimeFiles() {
-  LayOutRuntimeFilesFrom(::GetModuleHandleW(nullptr), settings::RuntimeFolder(),
-                         platform::ProgramPath());
+std::wstring WhatIsForeignIn(HMODULE module, const std::wstring& folder) {
+  const std::optional<std::string> found =
+      platform::ReadFileBytes(platform::JoinPath(folder, kDriverFiles[0]));
+  const auto carried = platform::FindResourceBytes(module, kDriverLibraryResource);
+  if (!found || carried.empty()) return {};
+  const auto foundBytes = std::as_bytes(std::span(found->data(), found->size()));
+  if (std::ranges::equal(foundBytes, carried)) return {};
+  return kForeignLibrary + text::FromUtf8(platform::Sha256Hex(foundBytes));
+}
+
+std::wstring LayOutRuntimeFiles(platform::FileHandle& folderHold) {
+  const std::wstring folder = settings::RuntimeFolder();
+  folderHold = platform::TakeFolderForAdministrators(
+      folder, {kDriverFiles[0], kDriverFiles[1], kDownloadedRustDesk});
+  HMODULE self = ::GetModuleHandleW(nullptr);
+  LayOutRuntimeFilesFrom(self, folder, platform::ProgramPath());
+  return WhatIsForeignIn(self, folder);
 }
 
 void LayOutRuntimeFilesFrom(HMODULE module, const std::wstring& folder,

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/windows_sdk.h"
+#include "platform/handles_win.h"
 
 // How carried files reach the disk. Files are compared by their size alone, on purpose: one of the
 // same size is left alone, so that a driver file in use is not touched at every start.
@@ -20,10 +20,17 @@ bool ExtractResource(HMODULE module, WORD id, const std::wstring& targetPath);
 // differs in size. A failure is not reported.
 void CopyIfChanged(const std::wstring& source, const std::wstring& target);
 
-// Makes sure that the packet driver's two files lie in the runtime folder and puts that folder
-// first in the search for libraries. Called once, before the window exists. Every failure is
-// silent: an old copy in use stays, and loading the driver tells when there is none.
-void LayOutRuntimeFiles();
+// Makes sure that the packet driver's two files lie in the runtime folder, which only
+// administrators write to from then on, and puts that folder first in the search for libraries.
+// Called once, before the window exists. Every failure is silent: an old copy in use stays, and
+// loading the driver tells when there is none. Returns what WhatIsForeignIn() says of the folder
+// then. As long as `folderHold` keeps its handle, nobody can put another folder in the place of
+// this one.
+std::wstring LayOutRuntimeFiles(platform::FileHandle& folderHold);
+
+// A line for the log when the driver's library in `folder` is not the one among the resources of
+// `module`, such as one that an engineer has put there; it is used all the same. Otherwise empty.
+std::wstring WhatIsForeignIn(HMODULE module, const std::wstring& folder);
 
 // The same for the resources of `module`, the runtime folder `folder` and a program
 // that runs from `programPath`. Run from the build output of a source tree, it also refreshes the

@@ -1,6 +1,7 @@
 #include "shell/start_up.h"
 
 #include "platform/get_proc_address.h"
+#include "platform/handles_win.h"
 // After the SDK, which they need.
 #include <commctrl.h>
 #include <shellapi.h>
@@ -37,7 +38,10 @@ StartUpDeps RealStartUp(const update::ProgramIdentity& self) {
     return LogPath();
   };
   deps.writeLogLine = WriteLogLine;
-  deps.layOutRuntimeFiles = LayOutRuntimeFiles;
+  // As long as the client runs.
+  deps.layOutRuntimeFiles = [hold = std::make_shared<platform::FileHandle>()] {
+    return LayOutRuntimeFiles(*hold);
+  };
   deps.makeState = [self] {
     return std::make_unique<AppState>(RealSurroundings(self), settings::RealSettingsFile(),
                                       tunnel::MakeRealTunnel());
@@ -66,7 +70,8 @@ int RunClient(HINSTANCE instance, int showCommand, const StartUpDeps& deps) {
   const std::wstring logPath = deps.startLog();
   deps.writeLogLine(std::wstring(kWindowTitle) + L" starting. Log file: " + logPath);
   // Before the window: the tunnel loads the driver's library from where these files lie.
-  deps.layOutRuntimeFiles();
+  const std::wstring foreign = deps.layOutRuntimeFiles();
+  if (!foreign.empty()) deps.writeLogLine(foreign);
   const std::unique_ptr<AppState> state = deps.makeState();
   RegisterMainWindow(instance);
   const HWND window = CreateMainWindow(instance, *state);

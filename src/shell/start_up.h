@@ -16,7 +16,7 @@ namespace shell {
 struct StartUpDeps {
   std::function<std::wstring()> startLog;  // returns the log's path
   std::function<void(const std::wstring& text)> writeLogLine;
-  std::function<void()> layOutRuntimeFiles;
+  std::function<std::wstring()> layOutRuntimeFiles;  // returns a line for the log, or nothing
   std::function<std::unique_ptr<AppState>()> makeState;
 };
 

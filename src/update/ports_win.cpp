@@ -72,7 +72,7 @@ std::int64_t NowSeconds() {
 void WriteUpdateLog(std::wstring_view message) {
   const std::wstring path = TemporaryPath(kUpdateLogName);
   if (path.empty()) return;
-  platform::AppendToFile(path, kUtf8Mark,
+  platform::AppendToFile(path, 1, kUtf8Mark,
                          text::ToUtf8(UpdateLogLine(platform::LocalTimeNow(), message)));
 }
 

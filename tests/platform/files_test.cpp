@@ -122,22 +122,22 @@ TEST_F(FilesTest, CreatesNoFolderInPlaceOfAFile) {
 
 TEST_F(FilesTest, AppendsAndBeginsANewFileWithItsMark) {
   const std::wstring path = scratch_.Path(L"\x65E5\x5FD7.log");
-  AppendToFile(path, "mark ", "one\r\n");
-  AppendToFile(path, "mark ", "two\r\n");
+  AppendToFile(path, 1, "mark ", "one\r\n");
+  AppendToFile(path, 1, "mark ", "two\r\n");
   EXPECT_EQ(ReadFileBytes(path), "mark one\r\ntwo\r\n");
-  AppendToFile(path, "mark ", std::string("\0\x1A", 2));
+  AppendToFile(path, 1, "mark ", std::string("\0\x1A", 2));
   EXPECT_EQ(ReadFileBytes(path), "mark one\r\ntwo\r\n" + std::string("\0\x1A", 2));
 }
 
 TEST_F(FilesTest, AppendsToAFileThatIsThereWithoutAMark) {
   ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"empty"), ""));
-  AppendToFile(scratch_.Path(L"empty"), "mark ", "one");
+  AppendToFile(scratch_.Path(L"empty"), 1, "mark ", "one");
   EXPECT_EQ(ReadFileBytes(scratch_.Path(L"empty")), "one");
 }
 
 TEST_F(FilesTest, AppendsNothingWhereThereCanBeNoFile) {
-  AppendToFile(scratch_.Path(L"missing\\a"), "mark ", "one");
-  AppendToFile(scratch_.Folder(), "mark ", "one");
+  AppendToFile(scratch_.Path(L"missing\\a"), 1, "mark ", "one");
+  AppendToFile(scratch_.Folder(), 1, "mark ", "one");
   EXPECT_FALSE(IsFile(scratch_.Path(L"missing\\a")));
 }
 

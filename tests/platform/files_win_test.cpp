@@ -94,13 +94,13 @@ TEST(FilesOnWindows, AppendsWhileOthersReadButNotWhileTheyWrite) {
   FileHandle holder(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                   nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   ASSERT_TRUE(holder);
-  AppendToFile(path, "mark", "2");
+  AppendToFile(path, 1, "mark", "2");
   EXPECT_EQ(ReadFileBytes(path), "12");
   holder.Reset(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                              FILE_ATTRIBUTE_NORMAL, nullptr));
   ASSERT_TRUE(holder);
-  AppendToFile(path, "mark", "3");
+  AppendToFile(path, 1, "mark", "3");
   holder.Reset();
   EXPECT_EQ(ReadFileBytes(path), "12");
 }

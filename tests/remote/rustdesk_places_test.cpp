@@ -83,5 +83,21 @@ TEST(RustDeskConfigFiles, SkipAnUnknownFolderAndGuessWindows) {
              L"RustDesk2.toml"}));
 }
 
+// What a user can make a link of; the folders above are an administrator's.
+TEST(ConfigPartsOfUsers, BeginBelowTheAccountOrTheOwnRoamingFolder) {
+  const struct {
+    const wchar_t* path;
+    int parts;
+  } rows[] = {
+      {L"c:\\USERS\\li\\AppData\\Roaming\\RustDesk\\config\\RustDesk2.toml", 3},
+      {L"C:\\Users\\li\\AppData\\Roaming\\RustDesk\\config", 2},
+      {L"C:\\Users\\wang\\AppData\\Roaming\\RustDesk\\config\\RustDesk2.toml", 5},
+      {L"C:\\Users\\wang\\AppData\\Roaming\\RustDesk\\config", 4},
+      {L"C:\\Windows\\ServiceProfiles\\LocalService\\AppData\\Roaming\\RustDesk\\config", 4},
+  };
+  for (const auto& row : rows) EXPECT_EQ(ConfigPartsOfUsers(row.path, kFolders), row.parts);
+  EXPECT_EQ(ConfigPartsOfUsers(L"RustDesk\\config", {}), 4) << "no roaming folder, nothing is own";
+}
+
 }  // namespace
 }  // namespace remote

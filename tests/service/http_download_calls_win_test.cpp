@@ -24,7 +24,7 @@ class HttpDownloadCalls : public testing::Test {
   [[nodiscard]] Text File() const { return {calls_.Given(Api::CreateFileW)}; }
 
   [[nodiscard]] std::string SaidCreate() const {
-    return Said<Api::CreateFileW>(partial_, GENERIC_WRITE | DELETE, 0, nullptr, CREATE_ALWAYS,
+    return Said<Api::CreateFileW>(partial_, GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
                                   FILE_ATTRIBUTE_NORMAL, nullptr);
   }
   [[nodiscard]] std::string SaidDeletes(bool deletes) const {
@@ -42,7 +42,9 @@ class HttpDownloadCalls : public testing::Test {
   [[nodiscard]] std::string SaidDelete() const { return Said<Api::DeleteFileW>(partial_); }
 
   // True when these were the calls about files, and nothing is left but a whole file.
-  [[nodiscard]] testing::AssertionResult Did(const std::vector<std::string>& expected) {
+  // What it did once the part of an earlier download, or a link in its place, was deleted.
+  [[nodiscard]] testing::AssertionResult Did(std::vector<std::string> expected) {
+    if (!expected.empty()) expected.insert(expected.begin(), Said<Api::DeleteFileW>(partial_));
     if (const std::string left = calls_.Unbalanced(); !left.empty()) {
       return testing::AssertionFailure() << left;
     }

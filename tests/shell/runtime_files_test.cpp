@@ -53,6 +53,20 @@ TEST_F(RuntimeFiles, AreLaidOutAtTheFirstStart) {
   EXPECT_EQ(platform::ReadFileBytes(Driver()), kDriverBytes);
 }
 
+// It is used all the same: an engineer may have put another version there.
+TEST_F(RuntimeFiles, ALibraryThatIsNotTheCarriedOneIsNamedByItsHash) {
+  HMODULE self = ::GetModuleHandleW(nullptr);
+  EXPECT_EQ(WhatIsForeignIn(self, Runtime()), L"") << "there is none";
+  LayOut();
+  EXPECT_EQ(WhatIsForeignIn(self, Runtime()), L"");
+  Put(Library(), "LIBRARY BYTES");
+  LayOut();
+  EXPECT_EQ(platform::ReadFileBytes(Library()), "LIBRARY BYTES");
+  EXPECT_EQ(WhatIsForeignIn(self, Runtime()),
+            L"警告：运行目录中的 WinDivert.dll 不是本程序自带的文件，仍按原样使用。SHA-256："
+            L"21f062d8ed679ab5b3e94b92378454d0eb2ce9ee7a232c80bfd1f3fc2d2bf8ef");
+}
+
 TEST_F(RuntimeFiles, LeadTheSearchForLibraries) {
   LayOut();
 

@@ -27,7 +27,10 @@ class StartUp : public WindowTest {
       return std::wstring(L"D:\\工具\\Log\\x.log");
     };
     deps.writeLogLine = [this](const std::wstring& text) { logged_.push_back(text); };
-    deps.layOutRuntimeFiles = [this] { logged_.push_back(L"(runtime files)"); };
+    deps.layOutRuntimeFiles = [this] {
+      logged_.push_back(L"(runtime files)");
+      return foreign_;
+    };
     deps.makeState = [this] {
       logged_.push_back(L"(state)");
       return std::move(state_);
@@ -41,6 +44,8 @@ class StartUp : public WindowTest {
         [](HWND window, int) { return ::PostMessageW(window, WM_CLOSE, 0, 0); });
     return RunClient(::GetModuleHandleW(nullptr), SW_SHOWMAXIMIZED, Deps());
   }
+
+  std::wstring foreign_;  // what laying out the runtime files has to say
 };
 
 TEST_F(StartUp, GoesThroughItsStepsInOrder) {
@@ -49,6 +54,13 @@ TEST_F(StartUp, GoesThroughItsStepsInOrder) {
   EXPECT_EQ(logged_,
             (Lines{L"(log)", L"Velmarine.Client 维马林 starting. Log file: D:\\工具\\Log\\x.log",
                    L"(runtime files)", L"(state)", L"客户端启动中"}));
+}
+
+TEST_F(StartUp, LogsWhatLayingOutTheRuntimeFilesHasToSay) {
+  foreign_ = L"警告：…";
+  Calls calls;
+  EXPECT_EQ(Run(calls), 0);
+  EXPECT_EQ(logged_.at(3), foreign_);
 }
 
 TEST_F(StartUp, MakesTheControlsTheClassTheWindowAndShowsItAsAsked) {
@@ -183,12 +195,12 @@ TEST_F(RuntimeFileCalls, WriteAResourceForNobodyElseToTouchMeanwhile) {
   Calls calls;
   EXPECT_TRUE(ExtractResource(::GetModuleHandleW(nullptr), kDriverLibraryResource, target_));
   const Text file{calls.Given(Api::CreateFileW)};
-  EXPECT_TRUE(
-      calls.WereAmong({Api::CreateFileW, Api::WriteFile, Api::CloseHandle},
-                      {Said<Api::CreateFileW>(target_, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                              FILE_ATTRIBUTE_NORMAL, nullptr),
-                       Said<Api::WriteFile>(file, "library bytes", 13, Ref{0}, nullptr),
-                       Said<Api::CloseHandle>(file)}));
+  EXPECT_TRUE(calls.WereAmong({Api::WriteFile, Api::SetEndOfFile},
+                              {Said<Api::SetEndOfFile>(file),
+                               Said<Api::WriteFile>(file, "library bytes", 13, Ref{0}, nullptr)}));
+  EXPECT_TRUE(calls.Had(
+      Said<Api::CreateFileW>(target_, GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, nullptr, OPEN_ALWAYS,
+                             FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)));
 }
 
 TEST_F(RuntimeFileCalls, SayWhenAResourceWasNotWritten) {
@@ -234,7 +246,9 @@ TEST_F(RuntimeFileCalls, LeadTheSearchForLibraries) {
         std::char_traits<wchar_t>::copy(*path, root.c_str(), root.size() + 1);
         return S_OK;
       });
-  LayOutRuntimeFiles();
+  platform::FileHandle hold;
+  LayOutRuntimeFiles(hold);
+  EXPECT_TRUE(hold);
   EXPECT_TRUE(calls.WereAmong({Api::GetModuleHandleW, Api::SetDllDirectoryW},
                               {Said<Api::GetModuleHandleW>(nullptr),
                                Said<Api::SetDllDirectoryW>(folder_.Path(L"Velmarine\\Runtime"))}));

@@ -128,17 +128,23 @@ TEST(UpdatePortsCalls, WriteALineToTheLog) {
       });
   calls.AnswerWith<Api::WriteFile>(
       [](HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) { return TRUE; });
+  calls.AnswerWith<Api::GetFileInformationByHandle>([](HANDLE, BY_HANDLE_FILE_INFORMATION* info) {
+    *info = {};
+    info->nNumberOfLinks = 1;
+    return TRUE;
+  });
+  calls.Fail(Api::GetFinalPathNameByHandleW, ERROR_INVALID_FUNCTION, 0);
   WriteUpdateLog(L"x");
   const std::string line = "[2026-03-15 09:41:02] x\r\n";
-  EXPECT_TRUE(
-      calls.WereAmong({Api::CreateFileW, Api::WriteFile, Api::CloseHandle},
-                      {
-                          Said<Api::CreateFileW>(path, FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
-                                                 OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr),
-                          Said<Api::WriteFile>(Handle{1}, "\xEF\xBB\xBF", 3, Ref{0}, nullptr),
-                          Said<Api::WriteFile>(Handle{1}, line, line.size(), Ref{0}, nullptr),
-                          Said<Api::CloseHandle>(Handle{1}),
-                      }));
+  EXPECT_TRUE(calls.WereAmong(
+      {Api::WriteFile}, {
+                            Said<Api::WriteFile>(Handle{1}, "\xEF\xBB\xBF", 3, Ref{0}, nullptr),
+                            Said<Api::WriteFile>(Handle{1}, line, line.size(), Ref{0}, nullptr),
+                        }));
+  EXPECT_TRUE(calls.Had(Said<Api::CreateFileW>(
+      path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+      FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)));
+  EXPECT_EQ(calls.Unbalanced(), "");
 }
 
 }  // namespace

@@ -28,7 +28,8 @@ std::vector<Api> TakenBackBy(Api api) {
     case Api::SetClipboardData:
       return {Api::GlobalAlloc};
     case Api::LocalFree:
-      return {Api::CommandLineToArgvW, Api::ConvertSidToStringSidW, Api::FormatMessageW};
+      return {Api::CommandLineToArgvW, Api::ConvertSidToStringSidW, Api::FormatMessageW,
+              Api::ConvertStringSecurityDescriptorToSecurityDescriptorW};
     case Api::CoTaskMemFree:
       return {Api::SHGetKnownFolderPath};
     case Api::DeleteObject:
