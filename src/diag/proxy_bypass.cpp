@@ -61,18 +61,20 @@ Entries Split(std::wstring_view list) {
 }
 
 void Add(const Entries& entries, const ProxyOverrideStore& store) {
-  Entries list = Split(store.read());
-  const std::size_t before = list.size();
-  for (const std::wstring& entry : entries) {
-    if (!Has(list, entry)) list.push_back(entry);
+  if (const std::optional<std::wstring> text = store.read()) {
+    Entries list = Split(*text);
+    const std::size_t before = list.size();
+    for (const std::wstring& entry : entries) {
+      if (!Has(list, entry)) list.push_back(entry);
+    }
+    if (list.size() > before) store.write(text::Join(list, kSeparator));
   }
-  if (list.size() > before) store.write(text::Join(list, kSeparator));
   for (const ProxyOverrideStore& other : store.others) Add(entries, other);
 }
 
 // Whether a list has changed.
 bool Remove(const Entries& entries, const ProxyOverrideStore& store) {
-  Entries list = Split(store.read());
+  Entries list = Split(store.read().value_or(L""));  // nothing is taken off one that is not known
   bool changed =
       std::erase_if(list, [&](const std::wstring& entry) { return Has(entries, entry); }) > 0;
   if (changed) store.write(text::Join(list, kSeparator));

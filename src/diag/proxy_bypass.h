@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +16,8 @@ namespace diag {
 
 // The list as the system holds it: entries separated by ";".
 struct ProxyOverrideStore {
-  std::function<std::wstring()> read;  // empty when there is none
+  // Empty when there is none; nothing when it cannot be read, and is then to be left as it is.
+  std::function<std::optional<std::wstring>()> read;
   std::function<void(const std::wstring& list)> write;
   // Lists of other users, which are edited alike, each by itself; no text speaks of them.
   std::vector<ProxyOverrideStore> others = {};
@@ -25,8 +27,8 @@ struct ProxyOverrideStore {
 // writing tells running programs. Windows only.
 ProxyOverrideStore RealProxyOverride();
 
-// The list of the user with that SID, who must be signed in: otherwise it is empty and nothing is
-// written. Windows only.
+// The list of the user with that SID, who must be signed in: otherwise it cannot be read and
+// nothing is written. Windows only.
 ProxyOverrideStore ProxyOverrideOf(const std::wstring& sid);
 
 // The entry for one route ("10.1.2.0/24" gives "10.1.2.*"): bypass entries know only "*" for whole
@@ -37,13 +39,15 @@ std::wstring RouteToBypassEntry(std::wstring_view route);
 // The entries of all usable routes in their order; of equal ones, in any letter case, the first.
 std::vector<std::wstring> BypassEntriesForRoutes(const std::vector<std::wstring>& routes);
 
-// Appends the routes' entries that the list does not have yet. Returns the line that names the
+// Appends the routes' entries that the list does not have yet; a list that cannot be read is not
+// written, as that would replace what the user has there. Returns the line that names the
 // routes' entries, written or not; empty when there are none.
 std::wstring AddProxyBypass(const std::vector<std::wstring>& routes,
                             const ProxyOverrideStore& store);
 
-// Takes the routes' entries off the list, those too that were there before. Returns the line that
-// names them when a list has changed, else an empty text.
+// Takes the routes' entries off the list, those too that were there before. Nothing is written
+// where the list cannot be read. Returns the line that names them when a list has changed, else an
+// empty text.
 std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes,
                                const ProxyOverrideStore& store);
 

@@ -1,4 +1,9 @@
 #include "diag/proxy_bypass.h"
+
+#include <optional>
+#include <string>
+#include <utility>
+
 #include "platform/desktop_user.h"
 #include "platform/handles_win.h"
 
@@ -9,29 +14,44 @@ constexpr wchar_t kKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Inter
 constexpr wchar_t kValue[] = L"ProxyOverride";
 constexpr UINT kTellMs = 1500;
 
-// Empty on any failure and for a value that is no string.
-std::wstring ReadProxyOverride(HKEY root) {
-  HKEY opened = nullptr;
-  if (::RegOpenKeyExW(root, kKey, 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) {
-    return {};
-  }
-  const platform::RegistryKey key(opened);
-  DWORD type = 0;
-  DWORD sizeBytes = 0;
-  if (::RegQueryValueExW(key.Get(), kValue, nullptr, &type, nullptr, &sizeBytes) != ERROR_SUCCESS) {
-    return {};
-  }
-  if ((type != REG_SZ && type != REG_EXPAND_SZ) || sizeBytes == 0) return {};
-  // One more for a value whose size is no whole number of units; the rest of it is no character.
-  std::wstring text(sizeBytes / sizeof(wchar_t) + 1, L'\0');
-  if (::RegQueryValueExW(key.Get(), kValue, nullptr, nullptr,
-                         static_cast<BYTE*>(static_cast<void*>(text.data())),
-                         &sizeBytes) != ERROR_SUCCESS) {
-    return {};
-  }
+bool IsText(DWORD type) {
+  return type == REG_SZ || type == REG_EXPAND_SZ;
+}
+
+// `text` without what lies behind its first `sizeBytes`, nor the zeros at its end.
+std::wstring Trimmed(std::wstring text, DWORD sizeBytes) {
   text.resize(sizeBytes / sizeof(wchar_t));
   text.resize(text.find_last_not_of(L'\0') + 1);
   return text;
+}
+
+// Another program may write a longer value between the question for its size and the reading, which
+// then has too little room: it is read once more. Empty for no value and for one that is no string;
+// nothing when it cannot be read.
+std::optional<std::wstring> ReadText(HKEY key) {
+  constexpr int kTries = 5;
+  DWORD type = 0;
+  DWORD sizeBytes = 0;
+  LSTATUS status = ::RegQueryValueExW(key, kValue, nullptr, &type, nullptr, &sizeBytes);
+  for (int i = 0; i < kTries && (status == ERROR_SUCCESS || status == ERROR_MORE_DATA); ++i) {
+    if (!IsText(type) || sizeBytes == 0) return L"";
+    // One more for a value whose size is no whole number of units; the rest of it is no character.
+    std::wstring text(sizeBytes / sizeof(wchar_t) + 1, L'\0');
+    status = ::RegQueryValueExW(key, kValue, nullptr, &type,
+                                static_cast<BYTE*>(static_cast<void*>(text.data())), &sizeBytes);
+    if (status == ERROR_SUCCESS) return IsText(type) ? Trimmed(std::move(text), sizeBytes) : L"";
+  }
+  if (status == ERROR_FILE_NOT_FOUND) return L"";
+  return std::nullopt;
+}
+
+std::optional<std::wstring> ReadProxyOverride(HKEY root) {
+  HKEY opened = nullptr;
+  const LSTATUS status = ::RegOpenKeyExW(root, kKey, 0, KEY_QUERY_VALUE, &opened);
+  if (status == ERROR_FILE_NOT_FOUND) return L"";
+  if (status != ERROR_SUCCESS) return std::nullopt;
+  const platform::RegistryKey key(opened);
+  return ReadText(key.Get());
 }
 
 // Running programs read the list anew when they are told.
@@ -80,7 +100,7 @@ ProxyOverrideStore RealProxyOverride() {
 ProxyOverrideStore ProxyOverrideOf(const std::wstring& sid) {
   return {[sid] {
             const platform::RegistryKey root = RootOf(sid);
-            return root ? ReadProxyOverride(root.Get()) : std::wstring();
+            return root ? ReadProxyOverride(root.Get()) : std::nullopt;
           },
           [sid](const std::wstring& text) {
             if (const platform::RegistryKey root = RootOf(sid)) {

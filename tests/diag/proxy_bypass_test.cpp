@@ -264,6 +264,20 @@ TEST(ProxyBypassOfTwoUsers, EachListIsEditedByItself) {
   EXPECT_EQ(desktop.writes, 2);
 }
 
+TEST(ProxyBypassOfTwoUsers, AListThatCannotBeReadIsLeftAloneAndTheOtherEdited) {
+  FakeList own{L"localhost"};
+  FakeList desktop{L"intranet"};
+  ProxyOverrideStore store = own.Store();
+  store.read = [] { return std::nullopt; };
+  store.others.push_back(desktop.Store());
+  EXPECT_EQ(AddProxyBypass({L"10.1.0.0/16"}, store), L"已加入系统代理旁路：10.1.*");
+  EXPECT_EQ(desktop.list, L"intranet;10.1.*");
+  EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, store), L"已移除系统代理旁路：10.1.*");
+  EXPECT_EQ(desktop.list, L"intranet");
+  EXPECT_EQ(own.list, L"localhost");
+  EXPECT_EQ(own.writes, 0);
+}
+
 TEST(ProxyBypassOfTwoUsers, AChangeOfTheOtherListAloneIsReported) {
   FakeList own{L"localhost"};
   FakeList desktop{L"10.1.*"};

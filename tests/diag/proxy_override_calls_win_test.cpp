@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -81,7 +82,7 @@ std::string SaidSize(const Handle& key) {
 }
 
 std::string SaidRead(const Handle& key) {
-  return Said<Api::RegQueryValueExW>(key, L"ProxyOverride", nullptr, nullptr, Some{}, Ref{8});
+  return Said<Api::RegQueryValueExW>(key, L"ProxyOverride", nullptr, Ref{1}, Some{}, Ref{8});
 }
 
 std::string SaidOpenUser() {
@@ -136,14 +137,81 @@ TEST_F(ProxyOverrideCalls, WriteTheListOfAnotherUser) {
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-TEST(ProxyOverrideFailures, ReadNothing) {
+// What a failure leaves unknown, nobody may take for an empty list.
+std::string ReadOf(const ProxyOverrideStore& store) {
+  const std::optional<std::wstring> list = store.read();
+  return list ? "\"" + text::ToUtf8(*list) + "\"" : "unknown";
+}
+
+TEST(ProxyOverrideFailures, LeaveTheListUnknown) {
   const auto prepare = [](Calls& calls) { StandIn(calls, REG_EXPAND_SZ); };
   const ProxyOverrideStore his = ProxyOverrideOf(kSid);
-  EXPECT_EQ(EachFailure([&his] { return text::ToUtf8(his.read()); }, ERROR_ACCESS_DENIED, prepare),
-            "all well: a;b\n"
-            "RegOpenKeyExW: \nRegOpenKeyExW: \n"
-            "RegQueryValueExW: \nRegQueryValueExW: \n"
-            "RegCloseKey: a;b\nRegCloseKey: a;b\n");
+  EXPECT_EQ(EachFailure([&his] { return ReadOf(his); }, ERROR_ACCESS_DENIED, prepare),
+            "all well: \"a;b\"\n"
+            "RegOpenKeyExW: unknown\nRegOpenKeyExW: unknown\n"
+            "RegQueryValueExW: unknown\nRegQueryValueExW: unknown\n"
+            "RegCloseKey: \"a;b\"\nRegCloseKey: \"a;b\"\n");
+}
+
+TEST(ProxyOverrideFailures, AreAnEmptyListWhereKeyOrValueIsMissing) {
+  const auto prepare = [](Calls& calls) { StandIn(calls, REG_SZ); };
+  const ProxyOverrideStore own = RealProxyOverride();
+  EXPECT_EQ(EachFailure([&own] { return ReadOf(own); }, ERROR_FILE_NOT_FOUND, prepare),
+            "all well: \"a;b\"\nRegOpenKeyExW: \"\"\n"
+            "RegQueryValueExW: \"\"\nRegQueryValueExW: \"\"\nRegCloseKey: \"a;b\"\n");
+}
+
+// Has the value grow by two units, once for each of so many readings: "a;b" at first, then
+// "a;bb;"...
+void Grow(Calls& calls, int times) {
+  calls.AnswerWith<Api::RegQueryValueExW>(
+      [times, list = std::wstring(L"a;b")](HKEY, const wchar_t*, DWORD*, DWORD* type, BYTE* bytes,
+                                           DWORD* sizeBytes) mutable {
+        if (type != nullptr) *type = REG_SZ;
+        if (bytes != nullptr && times-- > 0) list += L";b";
+        const auto neededBytes = static_cast<DWORD>((list.size() + 1) * sizeof(wchar_t));
+        const bool fits = bytes != nullptr && *sizeBytes >= neededBytes;
+        *sizeBytes = neededBytes;
+        if (fits) std::memcpy(bytes, list.c_str(), neededBytes);
+        return LSTATUS{bytes == nullptr || fits ? ERROR_SUCCESS : ERROR_MORE_DATA};
+      });
+}
+
+TEST_F(ProxyOverrideCalls, ReadAListAgainThatGrowsMeanwhile) {
+  const struct {
+    int times;
+    const char* read;
+    int queries;
+  } rows[] = {{0, "\"a;b\"", 2},
+              {1, "\"a;b;b\"", 3},
+              {4, "\"a;b;b;b;b;b\"", 6},
+              {5, "unknown", 6},
+              {1000, "unknown", 6}};
+  for (const auto& row : rows) {
+    const int before = calls_.Count(Api::RegQueryValueExW);
+    Grow(calls_, row.times);
+    EXPECT_EQ(ReadOf(own_), row.read) << row.times;
+    EXPECT_EQ(calls_.Count(Api::RegQueryValueExW) - before, row.queries) << row.times;
+    EXPECT_EQ(calls_.Unbalanced(), "");
+  }
+}
+
+TEST_F(ProxyOverrideCalls, WriteNothingOverAListThatCannotBeRead) {
+  Grow(calls_, 1000);
+  EXPECT_NE(AddProxyBypass({L"10.1.0.0/16"}, own_), L"");
+  EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, own_), L"");
+  EXPECT_EQ(calls_.Count(Api::RegSetValueExW), 0);
+  EXPECT_EQ(calls_.Count(Api::SendMessageTimeoutW), 0);
+  Grow(calls_, 1);
+  AddProxyBypass({L"10.1.0.0/16"}, own_);
+  EXPECT_TRUE(calls_.Had(Said<Api::RegSetValueExW>(Text{calls_.Given(Api::RegCreateKeyExW)},
+                                                   L"ProxyOverride", 0, REG_SZ,
+                                                   std::string("a\0;\0b\0;\0b\0;\0"
+                                                               "1\0"
+                                                               "0\0.\0"
+                                                               "1\0.\0*\0\0\0",
+                                                               26),
+                                                   26)));
 }
 
 // Every failure but that of the root, which is another's, ends with the programs being told.

@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <future>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -202,7 +203,7 @@ TEST_F(ProxyOverride, OfAUserWhoIsNotSignedInIsNeitherReadNorMade) {
   constexpr wchar_t kNobody[] = L"S-1-5-21-0-0-0-12345";
   const ProxyOverrideStore his = ProxyOverrideOf(kNobody);
   his.write(L"10.1.*");
-  EXPECT_EQ(his.read(), L"");
+  EXPECT_EQ(his.read(), std::nullopt);
   HKEY key = nullptr;
   EXPECT_NE(::RegOpenKeyExW(HKEY_USERS, kNobody, 0, KEY_READ, &key), ERROR_SUCCESS);
 }
