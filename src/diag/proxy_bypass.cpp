@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -15,6 +16,7 @@ using Entries = std::vector<std::wstring>;
 
 constexpr wchar_t kAdded[] = L"已加入系统代理旁路：";
 constexpr wchar_t kRemoved[] = L"已移除系统代理旁路：";
+constexpr wchar_t kLeftovers[] = L"已清理上次运行遗留的系统代理旁路：";
 constexpr std::wstring_view kSeparator = L";";
 constexpr std::uint32_t kMaxPrefix = 32;
 
@@ -60,25 +62,64 @@ Entries Split(std::wstring_view list) {
   return entries;
 }
 
-void Add(const Entries& entries, const ProxyOverrideStore& store) {
-  if (const std::optional<std::wstring> text = store.read()) {
-    Entries list = Split(*text);
-    const std::size_t before = list.size();
-    for (const std::wstring& entry : entries) {
-      if (!Has(list, entry)) list.push_back(entry);
-    }
-    if (list.size() > before) store.write(text::Join(list, kSeparator));
+// Whether the list was written.
+bool AddTo(const ProxyOverrideStore& store, const Entries& entries, ProxyNote& note) {
+  const platform::MutexLock held(note.lock);
+  const std::optional<std::wstring> text = store.read();
+  if (!text) return false;
+  Entries list = Split(*text);
+  Entries added = entries;
+  std::erase_if(added, [&](const std::wstring& entry) { return Has(list, entry); });
+  if (added.empty()) return false;
+  note.Remember(store.user, added);
+  list.insert(list.end(), added.begin(), added.end());
+  store.write(text::Join(list, kSeparator));
+  return true;
+}
+
+// Whether the list was written.
+bool RemoveFrom(const ProxyOverrideStore& store, const Entries& entries, ProxyNote& note) {
+  const platform::MutexLock held(note.lock);
+  const std::optional<std::wstring> text = store.read();
+  if (!text) return false;
+  Entries list = Split(*text);
+  const bool changed =
+      std::erase_if(list, [&](const std::wstring& entry) { return Has(entries, entry); }) > 0;
+  const bool isGone = !changed || store.write(text::Join(list, kSeparator));
+  if (isGone) note.Forget(store.user, entries);
+  return changed;
+}
+
+// The entries that were taken off, one copy of each: the last, as new ones are appended.
+Entries TakeOff(const ProxyOverrideStore& store, const Entries& entries, ProxyNote& note) {
+  const platform::MutexLock held(note.lock);
+  const std::optional<std::wstring> text = store.read();
+  if (!text) return {};
+  Entries list = Split(*text);
+  Entries takenOff;
+  for (const std::wstring& entry : entries) {
+    const auto last = std::find_if(list.rbegin(), list.rend(), [&](const std::wstring& other) {
+      return text::EqualsIgnoreCase(other, entry);
+    });
+    if (last == list.rend()) continue;
+    list.erase(std::next(last).base());
+    takenOff.push_back(entry);
   }
-  for (const ProxyOverrideStore& other : store.others) Add(entries, other);
+  if (!takenOff.empty() && !store.write(text::Join(list, kSeparator))) return {};
+  note.Forget(store.user, entries);
+  return takenOff;
+}
+
+void Add(const Entries& entries, const ProxyOverrideStore& store, ProxyNote& note) {
+  if (AddTo(store, entries, note)) store.tell();
+  for (const ProxyOverrideStore& other : store.others) Add(entries, other, note);
 }
 
 // Whether a list has changed.
-bool Remove(const Entries& entries, const ProxyOverrideStore& store) {
-  Entries list = Split(store.read().value_or(L""));  // nothing is taken off one that is not known
-  bool changed =
-      std::erase_if(list, [&](const std::wstring& entry) { return Has(entries, entry); }) > 0;
-  if (changed) store.write(text::Join(list, kSeparator));
-  for (const ProxyOverrideStore& other : store.others) changed |= Remove(entries, other);
+bool Remove(const Entries& entries, const ProxyOverrideStore& store, ProxyNote& note) {
+  bool changed = RemoveFrom(store, entries, note);
+  if (changed) store.tell();
+  for (const ProxyOverrideStore& other : store.others) changed |= Remove(entries, other, note);
   return changed;
 }
 
@@ -103,18 +144,37 @@ Entries BypassEntriesForRoutes(const std::vector<std::wstring>& routes) {
 }
 
 std::wstring AddProxyBypass(const std::vector<std::wstring>& routes,
-                            const ProxyOverrideStore& store) {
+                            const ProxyOverrideStore& store, ProxyNote& note) {
   const Entries entries = BypassEntriesForRoutes(routes);
   if (entries.empty()) return {};
-  Add(entries, store);
+  Add(entries, store, note);
   return kAdded + text::Join(entries, kSeparator);
 }
 
 std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes,
-                               const ProxyOverrideStore& store) {
+                               const ProxyOverrideStore& store, ProxyNote& note) {
   const Entries entries = BypassEntriesForRoutes(routes);
-  if (entries.empty() || !Remove(entries, store)) return {};
+  if (entries.empty() || !Remove(entries, store, note)) return {};
   return kRemoved + text::Join(entries, kSeparator);
+}
+
+std::wstring TakeOffLeftovers(
+    ProxyNote& note, const std::function<ProxyOverrideStore(const std::wstring& user)>& listOf) {
+  std::vector<NotedList> lists;
+  {
+    const platform::MutexLock held(note.lock);
+    lists = note.Read();
+  }
+  Entries all;
+  for (const NotedList& noted : lists) {
+    const ProxyOverrideStore store = listOf(noted.user);
+    const Entries takenOff = TakeOff(store, noted.entries, note);
+    if (takenOff.empty()) continue;
+    store.tell();
+    std::ranges::copy_if(takenOff, std::back_inserter(all),
+                         [&](const std::wstring& entry) { return !Has(all, entry); });
+  }
+  return all.empty() ? std::wstring() : kLeftovers + text::Join(all, kSeparator);
 }
 
 }  // namespace diag

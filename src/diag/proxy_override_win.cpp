@@ -2,9 +2,11 @@
 
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "platform/desktop_user.h"
+#include "platform/detached_thread.h"
 #include "platform/handles_win.h"
 
 namespace diag {
@@ -60,21 +62,17 @@ void TellSettingChange() {
                         SMTO_ABORTIFHUNG, kTellMs, nullptr);
 }
 
-void SetValue(HKEY root, const std::wstring& text) {
+bool WriteProxyOverride(HKEY root, const std::wstring& text) {
   HKEY opened = nullptr;
   if (::RegCreateKeyExW(root, kKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &opened, nullptr) !=
       ERROR_SUCCESS) {
-    return;
+    return false;
   }
   const platform::RegistryKey key(opened);
   const auto sizeBytes = static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
-  ::RegSetValueExW(key.Get(), kValue, 0, REG_SZ,
-                   static_cast<const BYTE*>(static_cast<const void*>(text.c_str())), sizeBytes);
-}
-
-void WriteProxyOverride(HKEY root, const std::wstring& text) {
-  SetValue(root, text);
-  TellSettingChange();
+  return ::RegSetValueExW(key.Get(), kValue, 0, REG_SZ,
+                          static_cast<const BYTE*>(static_cast<const void*>(text.c_str())),
+                          sizeBytes) == ERROR_SUCCESS;
 }
 
 // The part of the registry that is the user's own; empty while he is not signed in.
@@ -85,12 +83,20 @@ platform::RegistryKey RootOf(const std::wstring& sid) {
   return platform::RegistryKey(status == ERROR_SUCCESS ? opened : nullptr);
 }
 
+ProxyOverrideStore OwnProxyOverride() {
+  ProxyOverrideStore store;
+  store.read = [] { return ReadProxyOverride(HKEY_CURRENT_USER); };
+  store.write = [](const std::wstring& text) {
+    return WriteProxyOverride(HKEY_CURRENT_USER, text);
+  };
+  store.tell = TellSettingChange;
+  return store;
+}
+
 }  // namespace
 
 ProxyOverrideStore RealProxyOverride() {
-  ProxyOverrideStore store{
-      [] { return ReadProxyOverride(HKEY_CURRENT_USER); },
-      [](const std::wstring& text) { WriteProxyOverride(HKEY_CURRENT_USER, text); }};
+  ProxyOverrideStore store = OwnProxyOverride();
   if (const auto user = platform::OtherDesktopUser()) {
     store.others.push_back(ProxyOverrideOf(user->sid));
   }
@@ -98,15 +104,29 @@ ProxyOverrideStore RealProxyOverride() {
 }
 
 ProxyOverrideStore ProxyOverrideOf(const std::wstring& sid) {
-  return {[sid] {
-            const platform::RegistryKey root = RootOf(sid);
-            return root ? ReadProxyOverride(root.Get()) : std::nullopt;
-          },
-          [sid](const std::wstring& text) {
-            if (const platform::RegistryKey root = RootOf(sid)) {
-              WriteProxyOverride(root.Get(), text);
-            }
-          }};
+  ProxyOverrideStore store;
+  store.user = sid;
+  store.read = [sid] {
+    const platform::RegistryKey root = RootOf(sid);
+    return root ? ReadProxyOverride(root.Get()) : std::nullopt;
+  };
+  store.write = [sid](const std::wstring& text) {
+    const platform::RegistryKey root = RootOf(sid);
+    return root && WriteProxyOverride(root.Get(), text);
+  };
+  store.tell = TellSettingChange;
+  return store;
+}
+
+ProxyOverrideStore LeftoverProxyOverride(const std::wstring& user) {
+  ProxyOverrideStore store = user.empty() ? OwnProxyOverride() : ProxyOverrideOf(user);
+  store.tell = [] {
+    try {
+      platform::StartDetached(TellSettingChange);
+    } catch (const std::system_error&) {  // no thread: programs read the list when they start
+    }
+  };
+  return store;
 }
 
 }  // namespace diag

@@ -8,10 +8,10 @@ ConnectionPorts RealConnectionPorts(const std::stop_token& closing) {
   ports.closing = closing;
   ports.sendJsonRequest = RealJsonRequester(closing);
   ports.addProxyBypass = [](const std::vector<std::wstring>& routes) {
-    return diag::AddProxyBypass(routes, diag::RealProxyOverride());
+    return diag::AddProxyBypass(routes, diag::RealProxyOverride(), diag::RealProxyNote());
   };
   ports.removeProxyBypass = [](const std::vector<std::wstring>& routes) {
-    return diag::RemoveProxyBypass(routes, diag::RealProxyOverride());
+    return diag::RemoveProxyBypass(routes, diag::RealProxyOverride(), diag::RealProxyNote());
   };
   return ports;
 }

@@ -49,6 +49,9 @@ struct Surroundings {
   std::function<std::unique_ptr<SystemNotices>(HWND window)> subscribeToSystem;
   // Any thread.
   std::function<void(const std::vector<std::wstring>& routes)> removeProxyBypass;
+  // At the start, before any job: takes off the proxy list what an ended run has left there, and
+  // returns the line that says so.
+  std::function<std::wstring()> takeOffLeftovers;
   // Said once at the start, in a box too; empty when this computer suits the program.
   std::function<std::wstring()> unsuitableComputer;
 };

@@ -1,6 +1,7 @@
 #include "shell/surroundings.h"
 
 #include "diag/latency_test.h"
+#include "diag/proxy_bypass.h"
 #include "platform/desktop_user.h"
 #include "platform/known_folders.h"
 #include "platform/machine_win.h"
@@ -85,6 +86,9 @@ Surroundings RealSurroundings(const update::ProgramIdentity& self) {
   real.subscribeToSystem = SubscribeToSystem;
   real.removeProxyBypass = [](const std::vector<std::wstring>& routes) {
     service::RealConnectionPorts({}).removeProxyBypass(routes);
+  };
+  real.takeOffLeftovers = [] {
+    return diag::TakeOffLeftovers(diag::RealProxyNote(), diag::LeftoverProxyOverride);
   };
   real.unsuitableComputer = [] {
     return platform::IsArm64Windows() ? std::wstring(kArm64) : std::wstring();

@@ -81,6 +81,12 @@ void WarnOfUnsuitableComputer(AppState& state) {
   PostText(state.window, kShowFailure, warning);
 }
 
+// Before any job of this run adds entries of its own.
+void TakeOffLeftovers(AppState& state) {
+  const std::wstring line = state.surroundings.takeOffLeftovers();
+  if (!line.empty()) Log(state, line);
+}
+
 void Create(AppState& state, HWND window) {
   state.window = window;
   state.apartment = std::make_unique<ComApartment>();
@@ -95,6 +101,7 @@ void Create(AppState& state, HWND window) {
   PostStateMessage(state);
   LayOut(window);
   Log(state, kStarting);
+  TakeOffLeftovers(state);
   WarnOfUnsuitableComputer(state);
   StartUpdateCheck(state);
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <random>
 
+#include "diag/fake_proxy_lists.h"
 #include "text/ipv4_text.h"
 
 namespace diag {
@@ -126,8 +127,8 @@ TEST(BypassEntriesForRoutes, KeepsTheOrderAndTheFirstOfEqualOnes) {
 
 class ProxyBypass : public testing::Test {
  protected:
-  std::wstring Add(const Entries& routes) { return AddProxyBypass(routes, store_); }
-  std::wstring Remove(const Entries& routes) { return RemoveProxyBypass(routes, store_); }
+  std::wstring Add(const Entries& routes) { return AddProxyBypass(routes, store_, note_); }
+  std::wstring Remove(const Entries& routes) { return RemoveProxyBypass(routes, store_, note_); }
 
   std::wstring list_;
   int reads_ = 0;
@@ -139,7 +140,11 @@ class ProxyBypass : public testing::Test {
                                      [this](const std::wstring& list) {
                                        ++writes_;
                                        list_ = list;
-                                     }};
+                                       return true;
+                                     },
+                                     [] {}};
+  MemoryNote memory_;
+  ProxyNote note_{memory_.Disk()};
 };
 
 TEST_F(ProxyBypass, AddsWhatIsNotThereYetAndReportsAll) {
@@ -230,60 +235,52 @@ TEST_F(ProxyBypass, AddingTwiceIsAddingOnce) {
   EXPECT_EQ(writes_, 1);
 }
 
-// A list of some user, and how often it was written.
-struct FakeList {
-  std::wstring list;
-  int writes = 0;
-
-  ProxyOverrideStore Store() {
-    return {[this] { return list; },
-            [this](const std::wstring& written) {
-              list = written;
-              ++writes;
-            }};
-  }
+class ProxyBypassOfTwoUsers : public testing::Test {
+ protected:
+  MemoryNote memory_;
+  ProxyNote note_{memory_.Disk()};
 };
 
-TEST(ProxyBypassOfTwoUsers, EachListIsEditedByItself) {
+TEST_F(ProxyBypassOfTwoUsers, EachListIsEditedByItself) {
   FakeList own{L"localhost"};
   FakeList desktop{L"10.1.*;intranet"};
   ProxyOverrideStore store = own.Store();
   store.others.push_back(desktop.Store());
   const Entries routes = {L"10.1.0.0/16", L"192.168.5.0/24"};
-  EXPECT_EQ(AddProxyBypass(routes, store), L"已加入系统代理旁路：10.1.*;192.168.5.*");
+  EXPECT_EQ(AddProxyBypass(routes, store, note_), L"已加入系统代理旁路：10.1.*;192.168.5.*");
   EXPECT_EQ(own.list, L"localhost;10.1.*;192.168.5.*");
   EXPECT_EQ(desktop.list, L"10.1.*;intranet;192.168.5.*");
-  AddProxyBypass(routes, store);
+  AddProxyBypass(routes, store, note_);
   EXPECT_EQ(own.writes, 1);
   EXPECT_EQ(desktop.writes, 1);
-  EXPECT_EQ(RemoveProxyBypass(routes, store), L"已移除系统代理旁路：10.1.*;192.168.5.*");
+  EXPECT_EQ(RemoveProxyBypass(routes, store, note_), L"已移除系统代理旁路：10.1.*;192.168.5.*");
   EXPECT_EQ(own.list, L"localhost");
   EXPECT_EQ(desktop.list, L"intranet");
-  EXPECT_EQ(RemoveProxyBypass(routes, store), L"");
+  EXPECT_EQ(RemoveProxyBypass(routes, store, note_), L"");
   EXPECT_EQ(own.writes, 2);
   EXPECT_EQ(desktop.writes, 2);
 }
 
-TEST(ProxyBypassOfTwoUsers, AListThatCannotBeReadIsLeftAloneAndTheOtherEdited) {
+TEST_F(ProxyBypassOfTwoUsers, AListThatCannotBeReadIsLeftAloneAndTheOtherEdited) {
   FakeList own{L"localhost"};
   FakeList desktop{L"intranet"};
   ProxyOverrideStore store = own.Store();
   store.read = [] { return std::nullopt; };
   store.others.push_back(desktop.Store());
-  EXPECT_EQ(AddProxyBypass({L"10.1.0.0/16"}, store), L"已加入系统代理旁路：10.1.*");
+  EXPECT_EQ(AddProxyBypass({L"10.1.0.0/16"}, store, note_), L"已加入系统代理旁路：10.1.*");
   EXPECT_EQ(desktop.list, L"intranet;10.1.*");
-  EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, store), L"已移除系统代理旁路：10.1.*");
+  EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, store, note_), L"已移除系统代理旁路：10.1.*");
   EXPECT_EQ(desktop.list, L"intranet");
   EXPECT_EQ(own.list, L"localhost");
   EXPECT_EQ(own.writes, 0);
 }
 
-TEST(ProxyBypassOfTwoUsers, AChangeOfTheOtherListAloneIsReported) {
+TEST_F(ProxyBypassOfTwoUsers, AChangeOfTheOtherListAloneIsReported) {
   FakeList own{L"localhost"};
   FakeList desktop{L"10.1.*"};
   ProxyOverrideStore store = own.Store();
   store.others.push_back(desktop.Store());
-  EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, store), L"已移除系统代理旁路：10.1.*");
+  EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, store, note_), L"已移除系统代理旁路：10.1.*");
   EXPECT_EQ(own.writes, 0);
   EXPECT_EQ(desktop.list, L"");
 }

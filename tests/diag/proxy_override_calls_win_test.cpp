@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "diag/fake_proxy_lists.h"
 #include "diag/proxy_bypass.h"
 #include "text/utf8.h"
 #include "win32/calls.h"
@@ -58,6 +59,8 @@ class ProxyOverrideCalls : public testing::Test {
 
   const ProxyOverrideStore own_ = RealProxyOverride();
   const ProxyOverrideStore his_ = ProxyOverrideOf(kSid);
+  MemoryNote memory_;
+  ProxyNote note_{memory_.Disk()};
   Calls calls_;
 };
 
@@ -101,7 +104,8 @@ TEST_F(ProxyOverrideCalls, ReadTheUsersOwnList) {
 }
 
 TEST_F(ProxyOverrideCalls, WriteTheUsersOwnListAndTellEveryProgram) {
-  own_.write(L"a;b");
+  EXPECT_TRUE(own_.write(L"a;b"));
+  own_.tell();
   EXPECT_TRUE(calls_.Were({
       SaidCreate(HKEY_CURRENT_USER),
       SaidSet(Handle{1}),
@@ -125,14 +129,15 @@ TEST_F(ProxyOverrideCalls, ReadTheListOfAnotherUser) {
 }
 
 TEST_F(ProxyOverrideCalls, WriteTheListOfAnotherUser) {
-  his_.write(L"a;b");
+  EXPECT_TRUE(his_.write(L"a;b"));
+  his_.tell();
   EXPECT_TRUE(calls_.Were({
       SaidOpenUser(),
       SaidCreate(Handle{1}),
       SaidSet(Handle{2}),
       Said<Api::RegCloseKey>(Handle{2}),
-      SaidTell(),
       Said<Api::RegCloseKey>(Handle{1}),
+      SaidTell(),
   }));
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
@@ -198,12 +203,12 @@ TEST_F(ProxyOverrideCalls, ReadAListAgainThatGrowsMeanwhile) {
 
 TEST_F(ProxyOverrideCalls, WriteNothingOverAListThatCannotBeRead) {
   Grow(calls_, 1000);
-  EXPECT_NE(AddProxyBypass({L"10.1.0.0/16"}, own_), L"");
-  EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, own_), L"");
+  EXPECT_NE(AddProxyBypass({L"10.1.0.0/16"}, own_, note_), L"");
+  EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, own_, note_), L"");
   EXPECT_EQ(calls_.Count(Api::RegSetValueExW), 0);
   EXPECT_EQ(calls_.Count(Api::SendMessageTimeoutW), 0);
   Grow(calls_, 1);
-  AddProxyBypass({L"10.1.0.0/16"}, own_);
+  AddProxyBypass({L"10.1.0.0/16"}, own_, note_);
   EXPECT_TRUE(calls_.Had(Said<Api::RegSetValueExW>(Text{calls_.Given(Api::RegCreateKeyExW)},
                                                    L"ProxyOverride", 0, REG_SZ,
                                                    std::string("a\0;\0b\0;\0b\0;\0"
@@ -214,26 +219,35 @@ TEST_F(ProxyOverrideCalls, WriteNothingOverAListThatCannotBeRead) {
                                                    26)));
 }
 
-// Every failure but that of the root, which is another's, ends with the programs being told.
-TEST(ProxyOverrideFailures, OfWritingAreNotReported) {
-  const struct {
-    Api api;
-    int sets;
-    int tells;
-  } rows[] = {{Api::RegOpenKeyExW, 0, 0},
-              {Api::RegCreateKeyExW, 0, 1},
-              {Api::RegSetValueExW, 1, 1},
-              {Api::RegCloseKey, 1, 1},
-              {Api::SendMessageTimeoutW, 1, 1}};
-  for (const auto& row : rows) {
-    Calls calls;
-    StandIn(calls, REG_SZ);
-    calls.Fail(row.api, ERROR_ACCESS_DENIED);
-    ProxyOverrideOf(kSid).write(L"a;b");
-    EXPECT_EQ(calls.Count(Api::RegSetValueExW), row.sets) << Of(row.api).name;
-    EXPECT_EQ(calls.Count(Api::SendMessageTimeoutW), row.tells) << Of(row.api).name;
-    EXPECT_EQ(calls.Unbalanced(), "") << Of(row.api).name;
-  }
+TEST(ProxyOverrideFailures, OfWritingAreToldByItsResult) {
+  const auto prepare = [](Calls& calls) { StandIn(calls, REG_SZ); };
+  const auto write = [](const ProxyOverrideStore& store) {
+    return std::string(store.write(L"a;b") ? "written" : "not written");
+  };
+  const ProxyOverrideStore his = ProxyOverrideOf(kSid);
+  EXPECT_EQ(EachFailure([&] { return write(his); }, ERROR_ACCESS_DENIED, prepare),
+            "all well: written\nRegOpenKeyExW: not written\nRegCreateKeyExW: not written\n"
+            "RegSetValueExW: not written\nRegCloseKey: written\nRegCloseKey: written\n");
+}
+
+TEST(ProxyOverrideFailures, OfTellingAreNotReported) {
+  Calls calls;
+  StandIn(calls, REG_SZ);
+  calls.Fail(Api::SendMessageTimeoutW, ERROR_TIMEOUT);
+  RealProxyOverride().tell();
+  EXPECT_TRUE(calls.EachWas(Api::SendMessageTimeoutW, SaidTell()));
+}
+
+TEST_F(ProxyOverrideCalls, OfALeftoverGoToTheListOfWhomItIs) {
+  EXPECT_EQ(LeftoverProxyOverride(L"").read(), L"a;b");
+  EXPECT_TRUE(LeftoverProxyOverride(kSid).write(L"a;b"));
+  EXPECT_EQ(LeftoverProxyOverride(kSid).user, kSid);
+  EXPECT_TRUE(calls_.WereAmong(
+      {Api::RegOpenKeyExW, Api::RegCreateKeyExW},
+      {Said<Api::RegOpenKeyExW>(HKEY_CURRENT_USER, kKey, 0, KEY_QUERY_VALUE, Some{}),
+       SaidOpenUser(),
+       Said<Api::RegCreateKeyExW>(Text{"h2"}, kKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, Some{},
+                                  nullptr)}));
 }
 
 TEST(ProxyOverrideFailures, AreEveryOtherKindOfValue) {

@@ -2,15 +2,20 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "diag/fake_proxy_lists.h"
 #include "diag/proxy_bypass.h"
 #include "platform/desktop_user.h"
+#include "platform/files.h"
 #include "platform/handles_win.h"
+#include "platform/path.h"
+#include "settings/settings_file.h"
 
 namespace diag {
 namespace {
@@ -69,6 +74,8 @@ class ProxyOverride : public testing::Test {
   void Delete() const { ::RegDeleteValueW(key_.Get(), kValue); }
 
   const ProxyOverrideStore store_ = RealProxyOverride();
+  MemoryNote memory_;
+  ProxyNote note_{memory_.Disk()};
 
  private:
   const platform::RegistryKey key_;
@@ -141,9 +148,9 @@ TEST_F(ProxyOverride, MakesTheValueWhereThereIsNone) {
 TEST_F(ProxyOverride, IsEditedInPlace) {
   store_.write(L"localhost;<local>;10.1.*");
   const std::vector<std::wstring> routes = {L"10.1.0.0/16", L"192.168.5.0/24"};
-  EXPECT_EQ(AddProxyBypass(routes, store_), L"已加入系统代理旁路：10.1.*;192.168.5.*");
+  EXPECT_EQ(AddProxyBypass(routes, store_, note_), L"已加入系统代理旁路：10.1.*;192.168.5.*");
   EXPECT_EQ(store_.read(), L"localhost;<local>;10.1.*;192.168.5.*");
-  EXPECT_EQ(RemoveProxyBypass(routes, store_), L"已移除系统代理旁路：10.1.*;192.168.5.*");
+  EXPECT_EQ(RemoveProxyBypass(routes, store_, note_), L"已移除系统代理旁路：10.1.*;192.168.5.*");
   EXPECT_EQ(store_.read(), L"localhost;<local>");
 }
 
@@ -184,7 +191,7 @@ TEST_F(ProxyOverride, IsSilentWhenItCannotBeWritten) {
   ASSERT_TRUE(user.IsInPlace());
   store_.write(L"10.1.*");
   EXPECT_EQ(store_.read(), L"");
-  EXPECT_EQ(AddProxyBypass({L"10.1.0.0/16"}, store_), L"已加入系统代理旁路：10.1.*");
+  EXPECT_EQ(AddProxyBypass({L"10.1.0.0/16"}, store_, note_), L"已加入系统代理旁路：10.1.*");
 }
 
 // Reached by its user's id as it would be for the desktop's user: only one user is signed in here.
@@ -192,9 +199,9 @@ TEST_F(ProxyOverride, OfAUserIsReachedByHisId) {
   const ProxyOverrideStore his = ProxyOverrideOf(platform::RealDesktopUserPorts(0).ownSid());
   store_.write(L"localhost");
   EXPECT_EQ(his.read(), L"localhost");
-  AddProxyBypass({L"10.1.0.0/16"}, his);
+  AddProxyBypass({L"10.1.0.0/16"}, his, note_);
   EXPECT_EQ(store_.read(), L"localhost;10.1.*");
-  RemoveProxyBypass({L"10.1.0.0/16"}, his);
+  RemoveProxyBypass({L"10.1.0.0/16"}, his, note_);
   EXPECT_EQ(store_.read(), L"localhost");
   EXPECT_TRUE(store_.others.empty()) << "the desktop is the program's own user's";
 }
@@ -270,7 +277,7 @@ class Listener {
 TEST_F(ProxyOverride, TellsEveryTopLevelWindowOnceItIsWritten) {
   const Listener one;
   const Listener other;
-  store_.write(L"10.1.*");
+  AddProxyBypass({L"10.1.0.0/16"}, store_, note_);
   for (const Listener* listener : {&one, &other}) {
     EXPECT_EQ(listener->Count(), 1);
     EXPECT_EQ(listener->Area(), kInternetSettings);
@@ -282,8 +289,8 @@ TEST_F(ProxyOverride, TellsNobodyWhenNothingIsWritten) {
   store_.write(L"10.1.*");
   const Listener listener;
   store_.read();
-  AddProxyBypass({L"10.1.0.0/16"}, store_);
-  RemoveProxyBypass({L"10.2.0.0/16"}, store_);
+  AddProxyBypass({L"10.1.0.0/16"}, store_, note_);
+  RemoveProxyBypass({L"10.2.0.0/16"}, store_, note_);
   EXPECT_EQ(listener.Count(), 0);
 }
 
@@ -291,11 +298,34 @@ TEST_F(ProxyOverride, DoesNotWaitForEverForAWindowThatHangs) {
   std::promise<void> answer;
   {
     const Listener hung(answer.get_future().share());
-    store_.write(L"10.1.*");  // or the test never ends
+    AddProxyBypass({L"10.1.0.0/16"}, store_, note_);  // or the test never ends
     EXPECT_EQ(hung.Count(), 0);
     EXPECT_EQ(store_.read(), L"10.1.*");
     answer.set_value();
   }
+}
+
+TEST_F(ProxyOverride, OfALeftoverTellsAsideAndWaitsForNobody) {
+  std::promise<void> answer;
+  const Listener hung(answer.get_future().share());
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < 4; ++i) LeftoverProxyOverride(L"").tell();  // a second and a half for each
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1500));
+  answer.set_value();
+  while (hung.Count() == 0) std::this_thread::yield();
+}
+
+// The program's own note: a file beside the settings, gone when there is nothing to note.
+TEST(ProxyNoteOfTheProgram, LiesBesideTheSettings) {
+  const std::wstring path = platform::JoinPath(platform::ParentFolder(settings::SettingsFilePath()),
+                                               L"Client.proxy.json");
+  ProxyNote& note = RealProxyNote();
+  const platform::MutexLock held(note.lock);
+  note.Remember(L"", {L"10.1.*"});
+  EXPECT_TRUE(platform::IsFile(path));
+  EXPECT_EQ(note.Read(), (std::vector<NotedList>{{L"", {L"10.1.*"}}}));
+  note.Forget(L"", {L"10.1.*"});
+  EXPECT_FALSE(platform::IsFile(path));
 }
 
 }  // namespace

@@ -1,17 +1,21 @@
 // The program is ended from one moment to the next, as by the task manager or a power cut. Started again,
-// it takes the connection's networks off the proxy bypass list when the engineer clicks 断开.
+// it takes off the proxy bypass list what it had added there, and 断开 finds nothing to clean up any more.
 import assert from 'node:assert/strict';
+import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
+import { kProgramFile } from '../../lab/paths.mjs';
 import { waitUntil } from '../../lab/program.mjs';
 import { Random } from '../../lab/soak/random.mjs';
-import { clickConnect, connect, scenario } from './scenario.mjs';
+import { clickConnect, connect, occurrences, scenario } from './scenario.mjs';
 
 const kBefore = 'localhost;<local>;10.1.*';
 const kStarting = '就绪。';
 const kStopping = '正在停止软件隧道...';
 const kEntries = /192\.168\.77\.\*;10\.10\.0\.\*/;
 const kSlowServiceMs = 800;
+const kSecondStartMs = 15_000;
+const kCleaned = '已清理上次运行遗留的系统代理旁路：';
 
 const seed = Number(process.env.SEED ?? Math.floor(Math.random() * 1e6));
 
@@ -51,6 +55,16 @@ const kMoments = {
   },
 };
 
+/** A start after a run that left `left` on the list: all that this run added is off, and a line says so. */
+async function startsTidily(lab, left) {
+  const program = await lab.startProgram();
+  assert.equal(await proxyOverride(lab), kBefore);
+  const added = left.split(';').slice(kBefore.split(';').length);
+  const line = added.length > 0 ? `${kCleaned}${added.join(';')}\r\n` : kCleaned;
+  assert.equal(occurrences(await program.log(), line), added.length > 0 ? 1 : 0, `${left}: ${await program.log()}`);
+  return program;
+}
+
 /** Clicks 断开 and waits until the job has ended. */
 async function disconnect(program) {
   await program.click('#c-stop');
@@ -58,7 +72,7 @@ async function disconnect(program) {
     ![kStarting, kStopping].includes(await program.statusLine()));
 }
 
-scenario(`a run killed at any moment leaves nothing that 断开 does not clean up (seed ${seed})`, {},
+scenario(`a run killed at any moment leaves nothing on the list after the next start (seed ${seed})`, {},
   async (lab, program, t) => {
     const random = new Random(seed);
     await lab.prefix.setProxyOverride(kBefore, { namespace: lab.network.engineer });
@@ -73,7 +87,7 @@ scenario(`a run killed at any moment leaves nothing that 断开 does not clean u
 
       await lab.service.resetReplies();
       await lab.service.setUdp({ helloAnswer: 'proper' });
-      running = await lab.startProgram();
+      running = await startsTidily(lab, left);
       await disconnect(running);
       assert.equal(await proxyOverride(lab), kBefore, `${name}, after ${afterMs} ms`);
       assert.equal((await lab.prefix.readSettings()).routesText, '');
@@ -81,7 +95,7 @@ scenario(`a run killed at any moment leaves nothing that 断开 does not clean u
   });
 
 // Telling the other programs takes its time when one of them does not answer; there it is killed.
-scenario('a run killed while it adds to the list leaves nothing that 断开 does not clean up', {},
+scenario('a run killed while it adds to the list leaves nothing on it after the next start', {},
   async (lab, program) => {
     const { engineer: namespace } = lab.network;
     await lab.prefix.setProxyOverride(kBefore, { namespace });
@@ -89,13 +103,49 @@ scenario('a run killed while it adds to the list leaves nothing that 断开 does
     await clickConnect(program);
     await waitUntil('the programs told', () => heard().length > 0);
     await program.kill();
-    assert.match(await proxyOverride(lab), kEntries);
+    const left = await proxyOverride(lab);
+    assert.match(left, kEntries);
 
-    const next = await lab.startProgram();
+    // The other program, which still does not answer, does not hold the start up.
+    const next = await startsTidily(lab, left);
     await disconnect(next);
     assert.equal(await proxyOverride(lab), kBefore);
     assert.equal((await lab.service.requests({ pathPrefix: '/api/connections/CONN-0001/disconnect' })).length, 1);
   });
+
+// 10.10.0.* was on the list before the connection came, which needs it too.
+scenario("what was the user's own stays on the list after a kill, and each leftover is told once", {},
+  async (lab, program) => {
+    const { engineer: namespace } = lab.network;
+    await lab.prefix.setProxyOverride('localhost;10.10.0.*', { namespace });
+    await connect(program);
+    assert.equal(await proxyOverride(lab), 'localhost;10.10.0.*;192.168.77.*');
+    await lab.prefix.setProxyOverride('localhost;10.10.0.*;192.168.77.*;intern', { namespace });
+    await program.kill();
+
+    const next = await lab.startProgram();
+    assert.equal(await proxyOverride(lab), 'localhost;10.10.0.*;intern');
+    assert.equal(occurrences(await next.log(), `${kCleaned}192.168.77.*\r\n`), 1);
+    await next.kill();
+    const third = await lab.startProgram();
+    assert.equal(occurrences(await third.log(), kCleaned), 0);
+    assert.equal(await proxyOverride(lab), 'localhost;10.10.0.*;intern');
+  });
+
+scenario('a second start leaves the entries of the program that runs', {}, async (lab, program) => {
+  const { engineer: namespace } = lab.network;
+  await lab.prefix.setProxyOverride(kBefore, { namespace });
+  await connect(program);
+  const connected = await proxyOverride(lab);
+  assert.match(connected, kEntries);
+  const second = await lab.processes.start('second start', lab.prefix.command(lab.prefix.windowsPath(kProgramFile)),
+    { namespace, env: lab.windowsEnv, cwd: program.folder, log: path.join(lab.artifacts, 'second-start.log') });
+  assert.equal(await lab.processes.waitForExit(second, kSecondStartMs), 0);
+  assert.equal(await proxyOverride(lab), connected);
+  await program.click('#c-stop');
+  await program.waitForText('#c-statusline', /远程调试会话已断开。/);
+  assert.equal(await proxyOverride(lab), kBefore);
+});
 
 scenario('a tunnel that does not start leaves nothing on the list', {}, async (lab, program) => {
   const { engineer: namespace } = lab.network;

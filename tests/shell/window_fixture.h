@@ -81,6 +81,7 @@ class WindowTest : public testing::Test {
   std::vector<std::wstring> logged_;
   HWND subscribed_ = nullptr;  // the window that gets the system's notices
   std::function<void(const std::vector<std::wstring>& routes)> onProxyRemoval_;
+  std::wstring leftovers_;  // the line about what was left on the proxy list
   std::wstring unsuitableComputer_;
   std::vector<std::wstring> boxes_;
   PageRecord page_;

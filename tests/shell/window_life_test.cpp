@@ -38,6 +38,12 @@ TEST_F(WindowLife, StartsWithTheSettingsFileAndOneLine) {
   EXPECT_TRUE(state_->pageQueue[2].starts_with(L"{\"t\":\"log\""));
 }
 
+TEST_F(WindowLife, WhatWasLeftOnTheProxyListIsOneLineAtTheStart) {
+  leftovers_ = L"已清理";
+  Open();
+  EXPECT_EQ(logged_, (Lines{L"客户端启动中", L"已清理"}));
+}
+
 TEST_F(WindowLife, DamagedFileLeavesTheDefaultsAndIsSetAsideBeforeTheFirstSave) {
   disk_.files[settings::kPath] = "damaged";
   Open();

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/mutex.h"
+
+namespace diag {
+
+// What the program has added to one user's list, and not taken off again.
+struct NotedList {
+  std::wstring user;  // his SID; empty: the one as whom the program runs
+  std::vector<std::wstring> entries;
+
+  friend bool operator==(const NotedList&, const NotedList&) = default;
+};
+
+// The note's file: the system's, or a test's.
+struct ProxyNoteDisk {
+  std::function<std::optional<std::string>()> read;  // nothing when there is none
+  // Returns once the disk has it. A failure is not reported.
+  std::function<void(const std::string& bytes)> write;
+  std::function<void()> remove;
+};
+
+// The program's own note of the entries that it has put on proxy lists. It is written before a list
+// is changed and goes when the entries have gone, so that a start after a sudden end knows which
+// entries nobody took off, and which of the same networks the user had there himself.
+//
+// Threads: any, under `lock`, which is held from a list's reading to its writing, too.
+// Errors:  none but exhausted memory. What cannot be read, or is cut short, is an empty note; one
+//          that cannot be written is one less after a sudden end.
+class ProxyNote {
+ public:
+  explicit ProxyNote(ProxyNoteDisk disk) : disk_(std::move(disk)) {}
+
+  [[nodiscard]] std::vector<NotedList> Read() const REQUIRES(lock);
+  void Remember(const std::wstring& user, const std::vector<std::wstring>& entries) REQUIRES(lock);
+  void Forget(const std::wstring& user, const std::vector<std::wstring>& entries) REQUIRES(lock);
+
+  platform::Mutex lock;
+
+ private:
+  void Write(const std::vector<NotedList>& lists) REQUIRES(lock);
+
+  const ProxyNoteDisk disk_;
+};
+
+// A file of this computer; its folder is made if need be.
+ProxyNoteDisk ProxyNoteFile(const std::wstring& path);
+
+// The one note of the process, "Client.proxy.json" beside the settings file. Windows only.
+ProxyNote& RealProxyNote();
+
+}  // namespace diag
