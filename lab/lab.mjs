@@ -1,6 +1,6 @@
 // One lab: the network, the site, the service, the display and a Windows with the program in it.
 // create() starts all but the program; close() ends everything and says what was left over.
-import { mkdir, mkdtemp, readFile, rm, writeFile } from 'node:fs/promises';
+import { copyFile, mkdir, mkdtemp, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 
@@ -220,13 +220,17 @@ export class Lab {
 
   /**
    * Starts another window on the desk with RustDesk's stand-in: it records what reaches it in a folder
-   * of its own. `plan` as for RustDesk.plan(). Returns it after `event`, as a rule when it shows.
+   * of its own. `plan` as for RustDesk.plan(). Returns it after `event`, as a rule when it shows. `file`
+   * is the program's file name: of any name but RustDesk's it is another program's window.
    */
-  async startWindow(name, plan, event = 'shown') {
+  async startWindow(name, plan, { event = 'shown', file = path.basename(kRustDesk) } = {}) {
     const window = this.#makeRustDesk(name);
     await window.plan(plan);
+    const program = path.join(this.workFolder, name, file);
+    await mkdir(path.dirname(program));
+    await copyFile(kRustDesk, program);
     const { env, namespace } = this.#windowsOptions;
-    await this.processes.start(name, this.prefix.command(this.prefix.windowsPath(kRustDesk)),
+    await this.processes.start(name, this.prefix.command(this.prefix.windowsPath(program)),
       { namespace, env: { ...env, ...window.env } });
     const { pid } = await window.started(1);
     await window.happened(pid, event);

@@ -10,7 +10,6 @@ constexpr std::wstring_view kOpenedPrefix = L"远程桌面已打开：";
 constexpr std::wstring_view kCopied = L"，访问密码已复制。";
 constexpr std::wstring_view kCopyFailed = L"，访问密码复制失败，请手动复制。";
 constexpr std::wstring_view kNoPassword = L"。";
-constexpr std::wstring_view kProgramInTitle = L"rustdesk";
 
 std::wstring_view SuffixFor(PasswordCopy copy) {
   if (copy == PasswordCopy::None) return kNoPassword;
@@ -40,11 +39,6 @@ DesktopSession ReadDesktopSession(const settings::JsonValue& data) {
     session.server = ReadRustDeskServer(*server);
   }
   return session;
-}
-
-bool IsRustDeskTitle(std::wstring_view title, std::wstring_view rustDeskId) {
-  if (!rustDeskId.empty() && title.find(rustDeskId) != std::wstring_view::npos) return true;
-  return text::FoldCase(title).find(kProgramInTitle) != std::wstring::npos;
 }
 
 std::wstring DesktopOpenedText(std::wstring_view rustDeskId, PasswordCopy copy) {

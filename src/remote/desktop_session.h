@@ -8,8 +8,8 @@
 #include "settings/json.h"
 #include "settings/settings.h"
 
-// What a remote desktop session asks of the service, what the service grants, which window is
-// RustDesk's, and what the engineer is told. Pure; any thread.
+// What a remote desktop session asks of the service, what the service grants, and what the engineer
+// is told. Pure; any thread.
 namespace remote {
 
 // Where the session of the settings' device is asked for, below the normalised service address.
@@ -26,10 +26,6 @@ struct DesktopSession {
   std::optional<RustDeskServer> server;
 };
 DesktopSession ReadDesktopSession(const settings::JsonValue& data);
-
-// Whether a window of this title is taken for the one in which RustDesk asks for the password: the
-// ID stands in it (letter case counts), or else "rustdesk" does, in any letter case.
-bool IsRustDeskTitle(std::wstring_view title, std::wstring_view rustDeskId);
 
 // What became of the password on its way to the clipboard.
 enum class PasswordCopy { None, Done, Failed };  // None: the service gave no password

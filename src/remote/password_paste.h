@@ -27,8 +27,9 @@ struct PasteDesk {
   PasteNotice notice;
 };
 
-// The computer's own desk. Windows only.
-PasteDesk RealPasteDesk(const std::stop_token& closing, PasteNotice notice);
+// The computer's own desk, on which RustDesk was started from `startedPath`. Windows only.
+PasteDesk RealPasteDesk(const std::stop_token& closing, const std::wstring& startedPath,
+                        PasteNotice notice);
 
 // Windows' virtual-key codes.
 inline constexpr std::uint16_t kKeyControl = 0x11;

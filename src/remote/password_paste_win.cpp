@@ -1,20 +1,22 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "platform/clipboard.h"
-#include "platform/windows_sdk.h"
-#include "remote/desktop_session.h"
+#include "platform/handles_win.h"
 #include "remote/password_paste.h"
+#include "remote/rustdesk_window.h"
 
 namespace remote {
 namespace {
 
 struct WindowSearch {
-  std::wstring needle;
-  HWND found = nullptr;
+  std::wstring rustDeskId;
+  std::vector<DeskWindow> windows;  // of those with a title that counts
 };
 
 std::wstring TitleOf(HWND window) {
@@ -26,23 +28,36 @@ std::wstring TitleOf(HWND window) {
   return title;
 }
 
-// FALSE ends the enumeration.
+// Empty for a process that has gone, or that this program may not ask.
+std::wstring ImageOf(HWND window) {
+  DWORD id = 0;
+  ::GetWindowThreadProcessId(window, &id);
+  const platform::ProcessHandle process(
+      id == 0 ? nullptr : ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
+  if (!process) return {};
+  std::vector<wchar_t> path(32'768);  // longer ones do not exist
+  auto lengthUnits = static_cast<DWORD>(path.size());
+  if (::QueryFullProcessImageNameW(process.Get(), 0, path.data(), &lengthUnits) == FALSE) return {};
+  return {path.data(), lengthUnits};
+}
+
+// FALSE would end the enumeration.
 BOOL CALLBACK LookAtWindow(HWND window, LPARAM lParam) noexcept {
   auto& search = *reinterpret_cast<WindowSearch*>(lParam);
   try {
     if (!::IsWindowVisible(window) || ::GetWindow(window, GW_OWNER) != nullptr) return TRUE;
-    if (!IsRustDeskTitle(TitleOf(window), search.needle)) return TRUE;
-    search.found = window;
-    return FALSE;
-  } catch (const std::exception&) {
-    return TRUE;  // memory is short; the next window may have a shorter title
+    std::wstring title = TitleOf(window);
+    if (!IsRustDeskTitle(title, search.rustDeskId)) return TRUE;
+    search.windows.push_back({window, std::move(title), ImageOf(window)});
+  } catch (const std::exception&) {  // memory is short; the next window may have a shorter title
   }
+  return TRUE;
 }
 
-void* FindRustDeskWindow(const std::wstring& rustDeskId) {
-  WindowSearch search{rustDeskId};
+void* FindRustDeskWindow(const std::wstring& rustDeskId, const std::wstring& startedPath) {
+  WindowSearch search{rustDeskId, {}};
   ::EnumWindows(LookAtWindow, reinterpret_cast<LPARAM>(&search));
-  return search.found;
+  return ChooseRustDeskWindow(search.windows, rustDeskId, startedPath);
 }
 
 // True after the whole time; false soon after the program is closing. In slices: a wait that the
@@ -77,10 +92,13 @@ void SendKey(std::uint16_t virtualKey, bool isDown) {
 
 }  // namespace
 
-PasteDesk RealPasteDesk(const std::stop_token& closing, PasteNotice notice) {
+PasteDesk RealPasteDesk(const std::stop_token& closing, const std::wstring& startedPath,
+                        PasteNotice notice) {
   PasteDesk desk;
   desk.sleep = [closing](std::chrono::milliseconds time) { return SleepUnless(closing, time); };
-  desk.findWindow = FindRustDeskWindow;
+  desk.findWindow = [startedPath](const std::wstring& rustDeskId) {
+    return FindRustDeskWindow(rustDeskId, startedPath);
+  };
   desk.copyToClipboard = [](const std::wstring& text) {
     return platform::CopySecretToClipboard(text);
   };

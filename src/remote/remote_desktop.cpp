@@ -44,7 +44,7 @@ std::wstring OpenDesktop(const DesktopSession& session, settings::Settings& sett
   const PasswordCopy copy = CopyPassword(session.accessPassword, ports);
   Launch(exePath, session.rustDeskId, ports.rustDesk);
   if (copy == PasswordCopy::Done) {
-    ports.startPasswordPaste(session.accessPassword, session.rustDeskId);
+    ports.startPasswordPaste(session.accessPassword, session.rustDeskId, exePath);
   }
   settings.rustDeskPath = exePath;
   return DesktopOpenedText(session.rustDeskId, copy);

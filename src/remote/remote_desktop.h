@@ -25,7 +25,8 @@ struct RemoteDesktopPorts {
   RustDeskPorts rustDesk;
   std::function<bool(const std::wstring& text)> copyToClipboard;
   // Returns at once; throws std::system_error when no thread can be made.
-  std::function<void(const std::wstring& password, const std::wstring& rustDeskId)>
+  std::function<void(const std::wstring& password, const std::wstring& rustDeskId,
+                     const std::wstring& startedPath)>
       startPasswordPaste;
   std::stop_token closing;  // requested when the program ends: nothing is started from then on
 };

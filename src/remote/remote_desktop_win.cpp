@@ -33,9 +33,10 @@ RemoteDesktopPorts RealRemoteDesktopPorts(const std::stop_token& closing, PasteN
   ports.copyToClipboard = [](const std::wstring& text) {
     return platform::CopySecretToClipboard(text);
   };
-  ports.startPasswordPaste = [closing, notice = std::move(notice)](const std::wstring& password,
-                                                                   const std::wstring& rustDeskId) {
-    StartPasswordPaste(password, rustDeskId, RealPasteDesk(closing, notice));
+  ports.startPasswordPaste = [closing, notice = std::move(notice)](
+                                 const std::wstring& password, const std::wstring& rustDeskId,
+                                 const std::wstring& startedPath) {
+    StartPasswordPaste(password, rustDeskId, RealPasteDesk(closing, startedPath, notice));
   };
   return ports;
 }

@@ -49,37 +49,6 @@ TEST(DesktopSession, IsEmptyOfWhatIsMissingOrOfAnotherKind) {
   }
 }
 
-TEST(RustDeskTitle, IsOneWithTheIdOrTheProgramsName) {
-  const std::wstring longTitle = std::wstring(5000, L'x') + L"987" + std::wstring(5000, L'x');
-  const struct {
-    std::wstring title;
-    std::wstring id;
-    bool matches;
-  } rows[] = {
-      {L"987", L"987", true},
-      {L"Notes on 987.txt", L"987", true},
-      {longTitle, L"987", true},
-      {L"98", L"987", false},
-      {L"9 8 7", L"987", false},
-      {L"device ABC", L"ABC", true},
-      {L"device abc", L"ABC", false},
-      {L"RustDesk", L"987", true},
-      {L"RustDesk", L"", true},
-      {L"远程 - rustDESK 1.2", L"987", true},
-      {L"x" + std::wstring(5000, L' ') + L"RUSTDESK", L"", true},
-      {L"RustDes", L"987", false},
-      {L"Rust", L"", false},
-      {L"Rust Desk", L"", false},
-      {L"", L"987", false},
-      {L"", L"", false},
-      {L"Notes", L"", false},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(IsRustDeskTitle(row.title, row.id), row.matches)
-        << testing::PrintToString(row.title.substr(0, 40)) << testing::PrintToString(row.id);
-  }
-}
-
 TEST(DesktopOpenedText, SaysWhatBecameOfThePassword) {
   EXPECT_EQ(DesktopOpenedText(L"123", PasswordCopy::Done),
             L"远程桌面已打开：123，访问密码已复制。");

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -52,25 +53,47 @@ class PasteDeskCalls : public testing::Test {
       *process = At(window).process;
       return 1;
     });
+    calls_.AnswerWith<Api::OpenProcess>(
+        [this](DWORD, BOOL, DWORD id) { return Openable(id) ? ProcessHandleOf(id) : nullptr; });
+    calls_.AnswerWith<Api::QueryFullProcessImageNameW>(
+        [this](HANDLE process, DWORD, wchar_t* path, DWORD* lengthUnits) {
+          const std::wstring& image = images_.at(IdOf(process));
+          *lengthUnits = static_cast<DWORD>(image.copy(path, *lengthUnits));
+          return TRUE;
+        });
+    calls_.AnswerWith<Api::CloseHandle>([](HANDLE) { return TRUE; });
     calls_.AnswerWith<Api::SendInput>([](UINT count, INPUT*, int) { return count; });
   }
 
   [[nodiscard]] const Shown& At(HWND window) const {
     return *std::ranges::find(windows_, window, &Shown::window);
   }
+  [[nodiscard]] bool Openable(DWORD id) const { return images_.contains(id); }
+  static HANDLE ProcessHandleOf(DWORD id) {
+    return reinterpret_cast<HANDLE>(static_cast<std::uintptr_t>(0x1000 + id));
+  }
+  static DWORD IdOf(HANDLE process) {
+    return static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(process) - 0x1000);
+  }
   [[nodiscard]] void* Find() const { return desk_.findWindow(kId); }
 
   Calls calls_;
   std::vector<Shown> windows_;
+  std::map<DWORD, std::wstring> images_;  // of the processes that may be asked
   HWND inFront_ = nullptr;
-  const PasteDesk desk_ = RealPasteDesk({}, {});
+  const PasteDesk desk_ = RealPasteDesk({}, L"D:\\remote.exe", {});
 };
 
-TEST_F(PasteDeskCalls, LookAtEachWindowUntilOneMatches) {
+TEST_F(PasteDeskCalls, LookAtEachWindowAndAskTheProcessOfThoseThatMatch) {
   const HWND hidden = Window(0x101), owned = Window(0x102), untitled = Window(0x103),
-             other = Window(0x104), wanted = Window(0x105);
-  windows_ = {{hidden, kId, false}, {owned, kId, true, untitled}, {untitled, L""},
-              {other, L"Notes"},    {wanted, L"RustDesk"},        {Window(0x106), kId}};
+             other = Window(0x104), stranger = Window(0x105), wanted = Window(0x106);
+  windows_ = {{hidden, kId, false},
+              {owned, kId, true, untitled},
+              {untitled, L""},
+              {other, L"Notes"},
+              {stranger, L"RustDesk", true, nullptr, 7},
+              {wanted, kId, true, nullptr, 8}};
+  images_ = {{8, L"d:\\REMOTE.exe"}};
   EXPECT_EQ(Find(), wanted);
   // The owner that a call has given bears its name from then on.
   EXPECT_TRUE(calls_.Were({
@@ -85,11 +108,41 @@ TEST_F(PasteDeskCalls, LookAtEachWindowUntilOneMatches) {
       Said<Api::GetWindow>(other, GW_OWNER),
       Said<Api::GetWindowTextLengthW>(other),
       Said<Api::GetWindowTextW>(other, L"", 6),
+      Said<Api::IsWindowVisible>(stranger),
+      Said<Api::GetWindow>(stranger, GW_OWNER),
+      Said<Api::GetWindowTextLengthW>(stranger),
+      Said<Api::GetWindowTextW>(stranger, L"", 9),
+      Said<Api::GetWindowThreadProcessId>(stranger, Ref{0}),
+      Said<Api::OpenProcess>(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, 7),
       Said<Api::IsWindowVisible>(wanted),
       Said<Api::GetWindow>(wanted, GW_OWNER),
       Said<Api::GetWindowTextLengthW>(wanted),
-      Said<Api::GetWindowTextW>(wanted, L"", 9),
+      Said<Api::GetWindowTextW>(wanted, L"", 10),
+      Said<Api::GetWindowThreadProcessId>(wanted, Ref{0}),
+      Said<Api::OpenProcess>(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, 8),
+      Said<Api::QueryFullProcessImageNameW>(Handle{2}, 0, L"", Ref{32768}),
+      Said<Api::CloseHandle>(Handle{2}),
   }));
+  EXPECT_EQ(calls_.Unbalanced(), "");
+}
+
+// The first that matches is taken then.
+TEST_F(PasteDeskCalls, KnowNoWindowOfRustDesksWhereItsProcessCannotBeAsked) {
+  const HWND first = Window(0x101), own = Window(0x102);
+  windows_ = {{first, kId, true, nullptr, 7}, {own, kId, true, nullptr, 8}};
+  images_ = {{7, L"C:\\browser.exe"}, {8, L"C:\\x\\RustDesk.exe"}};
+  ASSERT_EQ(Find(), own);
+  const struct {
+    Api api;
+    int nth;
+  } rows[] = {{Api::GetWindowThreadProcessId, 2},
+              {Api::OpenProcess, 2},
+              {Api::QueryFullProcessImageNameW, 2}};
+  for (const auto& row : rows) {
+    calls_.Fail(row.api, ERROR_ACCESS_DENIED, row.nth);
+    EXPECT_EQ(Find(), first) << Of(row.api).name;
+    EXPECT_EQ(calls_.Unbalanced(), "");
+  }
 }
 
 TEST_F(PasteDeskCalls, FindNothingWhereOneFails) {

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/known_folders.h"
 #include "platform/windows_sdk.h"
 #include "remote/password_paste.h"
 #include "text/utf8.h"
@@ -33,7 +34,7 @@ class TestWindow {
 };
 
 HWND Find(const std::wstring& id = kShownId) {
-  return static_cast<HWND>(RealPasteDesk({}, {}).findWindow(id));
+  return static_cast<HWND>(RealPasteDesk({}, {}, {}).findWindow(id));
 }
 
 // What a failure shows of the window that was found.
@@ -75,6 +76,13 @@ TEST(PasteDeskWindows, TheFirstThatMatchesInTheSystemsOrderIsTaken) {
   }
 }
 
+// This test program's windows are those of the program that was started.
+TEST(PasteDeskWindows, OneOfTheProgramThatWasStartedIsTakenBeforeAnyOther) {
+  const PasteDesk desk = RealPasteDesk({}, platform::ProgramPath(), {});
+  const TestWindow own(L"RustDesk");
+  EXPECT_EQ(desk.findWindow(kShownId), own.Get());
+}
+
 // Runs this thread's windows until `done`, noting which keys they get; false when that takes too
 // long.
 class Pump {
@@ -114,7 +122,7 @@ TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
   ::SetForegroundWindow(decoy.Get());
   pump.Until([&] { return ::GetForegroundWindow() == decoy.Get(); });
 
-  PasteDesk desk = RealPasteDesk({}, {});
+  PasteDesk desk = RealPasteDesk({}, {}, {});
   std::atomic<bool> inFront{false};
   std::atomic<bool> focused{false};
   desk.sleep =
@@ -147,7 +155,7 @@ TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
 
 TEST(PasteDeskSleep, EndsAtOnceWhenTheProgramCloses) {
   std::stop_source closing;
-  const PasteDesk desk = RealPasteDesk(closing.get_token(), {});
+  const PasteDesk desk = RealPasteDesk(closing.get_token(), {}, {});
   EXPECT_TRUE(desk.sleep(std::chrono::milliseconds(1)));
   std::thread closer([&closing] { closing.request_stop(); });
   EXPECT_FALSE(desk.sleep(std::chrono::hours(1)));
@@ -158,7 +166,7 @@ TEST(PasteDeskSleep, EndsAtOnceWhenTheProgramCloses) {
 TEST(PasteDeskFront, IsTheProcessThatHasTheForegroundWindow) {
   const TestWindow first(L"RustDesk");
   const TestWindow second(L"Notes");
-  const PasteDesk desk = RealPasteDesk({}, {});
+  const PasteDesk desk = RealPasteDesk({}, {}, {});
   Pump pump;
   desk.bringToFront(second.Get());
   ASSERT_TRUE(pump.Until([&] { return ::GetForegroundWindow() == second.Get(); }));

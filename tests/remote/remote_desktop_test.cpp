@@ -44,8 +44,10 @@ class RemoteDesktopTest : public testing::Test {
       computer_.Note(L"copy " + text);
       return copies_;
     };
-    ports.startPasswordPaste = [&](const std::wstring& password, const std::wstring& id) {
+    ports.startPasswordPaste = [&](const std::wstring& password, const std::wstring& id,
+                                   const std::wstring& startedPath) {
       computer_.Note(L"paste " + password + L" into " + id);
+      EXPECT_EQ(startedPath, kProgram);
       if (!threads_)
         throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
     };

@@ -31,7 +31,7 @@ const kRequestPath = '/api/devices/2%20%E5%8F%B7%20%E6%B3%B5%E7%AB%99%2FA~b/remo
 async function decoys(lab) {
   const plan = { left: kBesideProgram, lifeMs: kDecoyLifeMs };
   return {
-    hidden: await lab.startWindow('hidden decoy', { ...plan, title: kId, showAfterMs: kDecoyLifeMs }, 'started'),
+    hidden: await lab.startWindow('hidden decoy', { ...plan, title: kId, showAfterMs: kDecoyLifeMs }, { event: 'started' }),
     owned: await lab.startWindow('owned decoy', { ...plan, title: `${kId} RustDesk`, owned: true }),
     other: await lab.startWindow('other decoy', { ...plan, title: 'Rust' }),
   };
@@ -153,4 +153,19 @@ scenario('桌面 starts RustDesk with the device and types the password into its
     await withoutIdAnyRustDeskIsTheOne(lab, program);
     await areUntouched(windows);
     for (const password of [kPassword, '春天', 'second-9']) await tellsNobody(lab, program, password);
+  });
+
+scenario("of two windows with its title the password goes to RustDesk's own, though a stranger's is above it",
+  { settings: { deviceNumber: kPump.deviceNumber }, size: kScreen }, async (lab, program) => {
+    await lab.rustDesk.install(kFile);
+    const plan = { left: kBesideProgram, lifeMs: kDecoyLifeMs };
+    const own = await lab.startWindow('open RustDesk', { ...plan, title: 'RustDesk' });
+    const stranger = await lab.startWindow('browser', { ...plan, title: `${kId} - 搜索` }, { file: 'browser.exe' });
+    await lab.service.setDesktop({ rustDeskId: kId, accessPassword: kPassword });
+    await lab.rustDesk.plan({ showAfterMs: kDecoyLifeMs });
+    await opensRustDesk(lab, program, `远程桌面已打开：${kId}，访问密码已复制。`);
+
+    const [{ pid }] = await own.events({ event: 'started' });
+    assert.equal((await own.happened(pid, 'enter')).field, kPassword);
+    assert.deepEqual((await stranger.events()).map(({ event }) => event), ['started', 'shown']);
   });

@@ -158,6 +158,7 @@ enum class FailsAs {
   X(PostMessageW, Zero, -1)                                         \
   X(PostQuitMessage, Never, -1)                                     \
   X(ProcessIdToSessionId, Zero, -1)                                 \
+  X(QueryFullProcessImageNameW, Zero, -1)                           \
   X(ReadFile, Zero, -1)                                             \
   X(RegCloseKey, CloseToError, -1)                                  \
   X(RegCreateKeyExW, Error, -1)                                     \
