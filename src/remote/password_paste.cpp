@@ -18,13 +18,12 @@ constexpr wchar_t kNeverInFront[] =
     L"提示：RustDesk 窗口未能切换到前台，访问密码未自动输入，请在 RustDesk 窗口中手动粘贴。";
 
 void Type(const PasteDesk& desk) {
-  desk.sendKey(kKeyControl, true);
-  desk.sendKey(kKeyV, true);
-  desk.sendKey(kKeyV, false);
-  desk.sendKey(kKeyControl, false);
-  if (!desk.sleep(kAfterPaste)) return;
-  desk.sendKey(kKeyReturn, true);
-  desk.sendKey(kKeyReturn, false);
+  if (!desk.pressKey(kKeyControl)) return;
+  const bool isPasted = desk.pressKey(kKeyV);
+  if (isPasted) desk.releaseKey(kKeyV);
+  desk.releaseKey(kKeyControl);  // also then: it would change all that the engineer types
+  if (!isPasted || !desk.sleep(kAfterPaste)) return;
+  if (desk.pressKey(kKeyReturn)) desk.releaseKey(kKeyReturn);
 }
 
 }  // namespace
@@ -37,7 +36,7 @@ void PastePassword(const std::wstring& password, const std::wstring& rustDeskId,
     void* const window = desk.findWindow(rustDeskId);
     if (window == nullptr) continue;
     if (!wasThere) desk.copyToClipboard(password);
-    desk.bringToFront(window);
+    if (!desk.bringToFront(window)) return;
     if (!desk.sleep(kAfterFront)) return;
     if (desk.isInFront(window)) {
       // The engineer may have copied something else while the window was waited for.

@@ -6,7 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/clipboard.h"
 #include "platform/handles_win.h"
 #include "remote/password_paste.h"
 #include "remote/rustdesk_window.h"
@@ -60,12 +59,22 @@ void* FindRustDeskWindow(const std::wstring& rustDeskId, const std::wstring& sta
   return ChooseRustDeskWindow(search.windows, rustDeskId, startedPath);
 }
 
-// True after the whole time; false soon after the program is closing. In slices: a wait that the
-// stop itself ends goes by a std::stop_callback, whose end can hang in mingw-w64's library.
-bool SleepUnless(const std::stop_token& closing, std::chrono::milliseconds time) {
+bool MayGoOn(const PasteTurn& turn) {
+  return !turn.closing.stop_requested() && turn.keeper->MayGoOn(turn.session);
+}
+
+// Runs `step` unless the paste is over.
+template <typename Step>
+bool Do(const PasteTurn& turn, const Step& step) {
+  return !turn.closing.stop_requested() && turn.keeper->Do(turn.session, step);
+}
+
+// True after the whole time; false soon after the paste is over. In slices: a wait that the stop
+// itself ends goes by a std::stop_callback, whose end can hang in mingw-w64's library.
+bool SleepInTurn(const PasteTurn& turn, std::chrono::milliseconds time) {
   constexpr std::chrono::milliseconds kSlice{20};
   const auto end = std::chrono::steady_clock::now() + time;
-  while (!closing.stop_requested()) {
+  while (MayGoOn(turn)) {
     const auto left = end - std::chrono::steady_clock::now();
     if (left.count() <= 0) return true;
     std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, kSlice));
@@ -92,19 +101,24 @@ void SendKey(std::uint16_t virtualKey, bool isDown) {
 
 }  // namespace
 
-PasteDesk RealPasteDesk(const std::stop_token& closing, const std::wstring& startedPath,
+PasteDesk RealPasteDesk(const PasteTurn& turn, const std::wstring& startedPath,
                         PasteNotice notice) {
   PasteDesk desk;
-  desk.sleep = [closing](std::chrono::milliseconds time) { return SleepUnless(closing, time); };
+  desk.sleep = [turn](std::chrono::milliseconds time) { return SleepInTurn(turn, time); };
   desk.findWindow = [startedPath](const std::wstring& rustDeskId) {
     return FindRustDeskWindow(rustDeskId, startedPath);
   };
-  desk.copyToClipboard = [](const std::wstring& text) {
-    return platform::CopySecretToClipboard(text);
+  desk.copyToClipboard = [turn](const std::wstring& text) {
+    if (!turn.closing.stop_requested()) {
+      static_cast<void>(turn.keeper->CopyPassword(turn.session, text));
+    }
   };
-  desk.bringToFront = [](void* window) { ::SetForegroundWindow(static_cast<HWND>(window)); };
+  desk.bringToFront = [turn](void* window) {
+    return Do(turn, [window] { ::SetForegroundWindow(static_cast<HWND>(window)); });
+  };
   desk.isInFront = IsInFront;
-  desk.sendKey = SendKey;
+  desk.pressKey = [turn](std::uint16_t key) { return Do(turn, [key] { SendKey(key, true); }); };
+  desk.releaseKey = [](std::uint16_t key) { SendKey(key, false); };
   desk.notice = std::move(notice);
   return desk;
 }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <span>
 #include <stop_token>
 #include <string>
 
+#include "remote/password_keeper.h"
 #include "remote/password_paste.h"
 #include "remote/rustdesk_server.h"
 #include "service/http_transport.h"
@@ -31,9 +33,14 @@ struct RemoteDesktopPorts {
   std::stop_token closing;  // requested when the program ends: nothing is started from then on
 };
 
-// The program's own; requests and downloads end when `closing` is requested. `notice` takes a line
-// for the engineer's log from the pasting thread, at any time until the process ends. Windows only.
-RemoteDesktopPorts RealRemoteDesktopPorts(const std::stop_token& closing, PasteNotice notice);
+// The one keeper of the program's sessions, over the system's clipboard. Windows only.
+std::shared_ptr<PasswordKeeper> MakePasswordKeeper();
+
+// The program's own, for one desktop: its session begins here, which ends the pasting of every
+// earlier one. Requests and downloads end when `closing` is requested. `notice` takes a line for
+// the engineer's log from the pasting thread, at any time until the process ends. Windows only.
+RemoteDesktopPorts RealRemoteDesktopPorts(const std::shared_ptr<PasswordKeeper>& keeper,
+                                          const std::stop_token& closing, PasteNotice notice);
 
 // Asks the service for a desktop session of the settings' device, finds and configures RustDesk,
 // starts it with the session's ID, and sees to it that the password is on the clipboard and in

@@ -25,18 +25,25 @@ RustDeskPorts RealRustDesk(const std::stop_token& closing) {
 
 }  // namespace
 
-RemoteDesktopPorts RealRemoteDesktopPorts(const std::stop_token& closing, PasteNotice notice) {
+std::shared_ptr<PasswordKeeper> MakePasswordKeeper() {
+  return std::make_shared<PasswordKeeper>(
+      [](const std::wstring& text) { return platform::CopySecretToClipboard(text); });
+}
+
+RemoteDesktopPorts RealRemoteDesktopPorts(const std::shared_ptr<PasswordKeeper>& keeper,
+                                          const std::stop_token& closing, PasteNotice notice) {
+  const PasteTurn turn{keeper, keeper->Begin(), closing};
   RemoteDesktopPorts ports;
   ports.closing = closing;
   ports.sendJsonRequest = service::RealJsonRequester(closing);
   ports.rustDesk = RealRustDesk(closing);
-  ports.copyToClipboard = [](const std::wstring& text) {
-    return platform::CopySecretToClipboard(text);
+  ports.copyToClipboard = [turn](const std::wstring& text) {
+    return turn.keeper->CopyPassword(turn.session, text);
   };
-  ports.startPasswordPaste = [closing, notice = std::move(notice)](
-                                 const std::wstring& password, const std::wstring& rustDeskId,
-                                 const std::wstring& startedPath) {
-    StartPasswordPaste(password, rustDeskId, RealPasteDesk(closing, startedPath, notice));
+  ports.startPasswordPaste = [turn, notice = std::move(notice)](const std::wstring& password,
+                                                                const std::wstring& rustDeskId,
+                                                                const std::wstring& startedPath) {
+    StartPasswordPaste(password, rustDeskId, RealPasteDesk(turn, startedPath, notice));
   };
   return ports;
 }

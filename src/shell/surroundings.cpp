@@ -35,7 +35,7 @@ std::wstring DesktopUsersFolder() {
   return platform::JoinPath(user->localAppData, kUserDataFolder);
 }
 
-JobTable RealJobs() {
+JobTable RealJobs(const std::shared_ptr<remote::PasswordKeeper>& passwords) {
   using settings::JobSettings;
   using tunnel::Tunnel;
   JobTable jobs;
@@ -48,9 +48,9 @@ JobTable RealJobs() {
   jobs.testLatency = [](JobSettings& settings, Tunnel&, const JobLink&) {
     return diag::RunLatencyTest(settings.record, diag::SendEcho);
   };
-  jobs.openDesktop = [](JobSettings& settings, Tunnel&, const JobLink& link) {
-    return remote::StartRemoteDesktop(settings.record,
-                                      remote::RealRemoteDesktopPorts(link.closing, link.notice));
+  jobs.openDesktop = [passwords](JobSettings& settings, Tunnel&, const JobLink& link) {
+    return remote::StartRemoteDesktop(
+        settings.record, remote::RealRemoteDesktopPorts(passwords, link.closing, link.notice));
   };
   jobs.resolveDevice = [](JobSettings& settings, Tunnel&, const JobLink& link) {
     std::wstring text;
@@ -64,7 +64,7 @@ JobTable RealJobs() {
 
 Surroundings RealSurroundings(const update::ProgramIdentity& self) {
   Surroundings real;
-  real.jobs = RealJobs();
+  real.jobs = RealJobs(remote::MakePasswordKeeper());
   real.checkForUpdate = [self](const settings::Settings& settings,
                                   const std::stop_token& closing) {
     return update::CheckForUpdate(settings, update::RealCheckPorts(self, closing));

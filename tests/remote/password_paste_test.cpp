@@ -25,7 +25,7 @@ class FakeDesk {
     PasteDesk desk;
     desk.sleep = [this](std::chrono::milliseconds time) {
       Note(L"sleep " + std::to_wstring(time.count()));
-      return ++sleeps_ != closesInSleep;
+      return ++sleeps_ != closesInSleep && IsGoingOn();
     };
     desk.findWindow = [this](const std::wstring& id) -> void* {
       Note(L"look for " + id);
@@ -33,28 +33,37 @@ class FakeDesk {
       return shownAtLook_ > 0 && looks_ >= shownAtLook_ ? &window_ : nullptr;
     };
     desk.copyToClipboard = [this](const std::wstring& text) {
-      Note(L"copy " + text);
-      return copies;
+      if (IsGoingOn()) Note(L"copy " + text);
     };
-    desk.bringToFront = [this](void* given) { Note(given == &window_ ? L"front" : L"stranger"); };
+    desk.bringToFront = [this](void* given) {
+      if (!IsGoingOn()) return false;
+      Note(given == &window_ ? L"front" : L"stranger");
+      return true;
+    };
     desk.isInFront = [this](void* given) {
       Note(given == &window_ ? L"in front?" : L"stranger?");
       return looks_ >= inFrontAtLook;
     };
-    desk.sendKey = [this](std::uint16_t key, bool isDown) {
-      Note((isDown ? L"down " : L"up ") + std::to_wstring(key));
+    desk.pressKey = [this](std::uint16_t key) {
+      if (!IsGoingOn()) return false;
+      Note(L"down " + std::to_wstring(key));
+      return true;
     };
+    desk.releaseKey = [this](std::uint16_t key) { Note(L"up " + std::to_wstring(key)); };
     desk.notice = [this](const std::wstring& text) { notices.push_back(text); };
     return desk;
   }
 
   Events events;
   Events notices;
-  bool copies = true;
   int inFrontAtLook = 0;  // before, the window does not come to the front
   int closesInSleep = 0;  // the n-th; 0: never
+  int overAfter = -1;     // the paste is over after so many events; below 0: never
 
  private:
+  [[nodiscard]] bool IsGoingOn() const {
+    return overAfter < 0 || static_cast<int>(events.size()) < overAfter;
+  }
   void Note(const std::wstring& event) { events.push_back(event); }
 
   const int shownAtLook_;
@@ -133,11 +142,34 @@ TEST(PastePassword, TypesNothingMoreOnceTheProgramCloses) {
   }
 }
 
-TEST(PastePassword, DoesNotLookAtWhatTheSecondCopyCameTo) {
-  FakeDesk fake(1);
-  fake.copies = false;
-  PastePassword(L"pw", L"987", fake.Desk());
-  EXPECT_EQ(fake.events, LooksAndPasting(1));
+bool IsAct(const std::wstring& event) {
+  return event.starts_with(L"copy") || event == L"front" || event.starts_with(L"down");
+}
+
+// Between any two steps: nothing is copied, brought to the front or pressed from there on, and what
+// is pressed is released.
+TEST(PastePassword, CopiesAndTypesNothingMoreOnceAnotherSessionHasBegun) {
+  FakeDesk whole(1);
+  whole.inFrontAtLook = 2;
+  PastePassword(L"pw", L"987", whole.Desk());
+  const auto count = static_cast<int>(whole.events.size());
+  for (int over = 0; over < count; ++over) {
+    FakeDesk fake(1);
+    fake.inFrontAtLook = 2;
+    fake.overAfter = over;
+    PastePassword(L"pw", L"987", fake.Desk());
+    const auto atOver =
+        fake.events.begin() + std::min<std::ptrdiff_t>(over, std::ssize(fake.events));
+    EXPECT_EQ(Events(fake.events.begin(), atOver),
+              Events(whole.events.begin(), whole.events.begin() + (atOver - fake.events.begin())));
+    EXPECT_TRUE(std::none_of(atOver, fake.events.end(), IsAct)) << over;
+    for (const std::wstring key : {L"17", L"86", L"13"}) {
+      EXPECT_EQ(std::ranges::count(fake.events, L"down " + key),
+                std::ranges::count(fake.events, L"up " + key))
+          << over;
+    }
+    EXPECT_EQ(fake.notices, Events{}) << over;
+  }
 }
 
 // What a paste thread holds; tells when the thread has let go of it.
@@ -150,10 +182,11 @@ PasteDesk DeskHolding(const std::shared_ptr<Held>& held) {
   PasteDesk desk;
   desk.sleep = [held](std::chrono::milliseconds) { return true; };
   desk.findWindow = [](const std::wstring&) -> void* { return nullptr; };
-  desk.copyToClipboard = [](const std::wstring&) { return true; };
-  desk.bringToFront = [](void*) {};
+  desk.copyToClipboard = [](const std::wstring&) {};
+  desk.bringToFront = [](void*) { return true; };
   desk.isInFront = [](void*) { return true; };
-  desk.sendKey = [](std::uint16_t, bool) {};
+  desk.pressKey = [](std::uint16_t) { return true; };
+  desk.releaseKey = [](std::uint16_t) {};
   return desk;
 }
 
@@ -165,7 +198,7 @@ TEST(StartPasswordPaste, PastesOnAThreadOfItsOwnThatHoldsNothingAfterwards) {
     std::wstring password = L"pw";
     std::wstring id = L"987";
     PasteDesk desk = fake.Desk();
-    desk.bringToFront = [held, before = desk.bringToFront](void* window) { before(window); };
+    desk.bringToFront = [held, before = desk.bringToFront](void* window) { return before(window); };
     held.reset();
     StartPasswordPaste(password, id, std::move(desk));
     password = id = L"overwritten";
@@ -213,7 +246,6 @@ TEST(StartPasswordPaste, LetsSeveralBeUnderWayEachWithItsOwn) {
     };
     desk.copyToClipboard = [&copied, i](const std::wstring& text) {
       copied[static_cast<std::size_t>(i)].set_value(text);
-      return true;
     };
     StartPasswordPaste(L"pw" + std::to_wstring(i), L"987", std::move(desk));
   }

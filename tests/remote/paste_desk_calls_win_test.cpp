@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "remote/password_paste.h"
+#include "remote/remote_desktop.h"
 #include "win32/calls.h"
 
 namespace remote {
@@ -81,7 +82,10 @@ class PasteDeskCalls : public testing::Test {
   std::vector<Shown> windows_;
   std::map<DWORD, std::wstring> images_;  // of the processes that may be asked
   HWND inFront_ = nullptr;
-  const PasteDesk desk_ = RealPasteDesk({}, L"D:\\remote.exe", {});
+  const std::shared_ptr<PasswordKeeper> keeper_ = MakePasswordKeeper();
+  std::stop_source closing_;
+  const PasteTurn turn_{keeper_, keeper_->Begin(), closing_.get_token()};
+  const PasteDesk desk_ = RealPasteDesk(turn_, L"D:\\remote.exe", {});
 };
 
 TEST_F(PasteDeskCalls, LookAtEachWindowAndAskTheProcessOfThoseThatMatch) {
@@ -199,7 +203,7 @@ TEST_F(PasteDeskCalls, PressControlVAndEnterKeyByKey) {
   inFront_ = Window(0x101);
   PasteDesk desk = desk_;
   desk.sleep = [](std::chrono::milliseconds) { return true; };
-  desk.copyToClipboard = [](const std::wstring&) { return true; };
+  desk.copyToClipboard = [](const std::wstring&) {};
   PastePassword(L"secret", kId, desk);
   EXPECT_TRUE(calls_.WereAmong(
       {Api::SendInput},
@@ -209,9 +213,40 @@ TEST_F(PasteDeskCalls, PressControlVAndEnterKeyByKey) {
 
 TEST_F(PasteDeskCalls, GoOnWithTheKeysWhereOneIsRefused) {
   calls_.Fail(Api::SendInput, ERROR_ACCESS_DENIED, 0);
-  desk_.sendKey(kKeyControl, true);
-  desk_.sendKey(kKeyControl, false);
+  EXPECT_TRUE(desk_.pressKey(kKeyControl));
+  desk_.releaseKey(kKeyControl);
   EXPECT_EQ(calls_.Count(Api::SendInput), 2);
+}
+
+// A key that is down is released all the same.
+TEST_F(PasteDeskCalls, AreNoneOnceThePasteIsOver) {
+  const auto isOver = [this] {
+    const int before = calls_.Count(Api::SendInput);
+    desk_.copyToClipboard(L"pw");
+    const bool acts = desk_.bringToFront(Window(0x101)) || desk_.pressKey(kKeyV);
+    desk_.releaseKey(kKeyV);
+    return !acts && calls_.Count(Api::SendInput) == before + 1 &&
+           calls_.Count(Api::OpenClipboard) + calls_.Count(Api::SetForegroundWindow) == 0;
+  };
+  static_cast<void>(keeper_->Begin());
+  EXPECT_TRUE(isOver()) << "a newer session";
+  const PasteDesk newest = RealPasteDesk({keeper_, keeper_->Begin(), closing_.get_token()}, {}, {});
+  EXPECT_TRUE(newest.pressKey(kKeyV));
+  closing_.request_stop();
+  EXPECT_FALSE(newest.pressKey(kKeyV)) << "the program closes";
+  EXPECT_FALSE(newest.bringToFront(Window(0x101)));
+  newest.copyToClipboard(L"pw");
+  EXPECT_EQ(calls_.Count(Api::OpenClipboard), 0);
+}
+
+// Each desktop's own ports are a session of their own, the newest of which counts.
+TEST(RemoteDesktopSessions, ASecondDesktopEndsTheCopyingOfTheFirst) {
+  const auto keeper = MakePasswordKeeper();
+  const RemoteDesktopPorts first = RealRemoteDesktopPorts(keeper, {}, {});
+  EXPECT_TRUE(first.copyToClipboard(L"first"));
+  const RemoteDesktopPorts second = RealRemoteDesktopPorts(keeper, {}, {});
+  EXPECT_FALSE(first.copyToClipboard(L"first"));
+  EXPECT_TRUE(second.copyToClipboard(L"second"));
 }
 
 }  // namespace

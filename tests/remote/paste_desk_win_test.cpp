@@ -8,6 +8,7 @@
 #include "platform/known_folders.h"
 #include "platform/windows_sdk.h"
 #include "remote/password_paste.h"
+#include "remote/remote_desktop.h"
 #include "text/utf8.h"
 
 namespace remote {
@@ -33,8 +34,14 @@ class TestWindow {
   const HWND window_;
 };
 
+PasteTurn NewTurn() {
+  auto keeper = MakePasswordKeeper();
+  const PasswordKeeper::Session session = keeper->Begin();
+  return {std::move(keeper), session, {}};
+}
+
 HWND Find(const std::wstring& id = kShownId) {
-  return static_cast<HWND>(RealPasteDesk({}, {}, {}).findWindow(id));
+  return static_cast<HWND>(RealPasteDesk(NewTurn(), {}, {}).findWindow(id));
 }
 
 // What a failure shows of the window that was found.
@@ -78,7 +85,7 @@ TEST(PasteDeskWindows, TheFirstThatMatchesInTheSystemsOrderIsTaken) {
 
 // This test program's windows are those of the program that was started.
 TEST(PasteDeskWindows, OneOfTheProgramThatWasStartedIsTakenBeforeAnyOther) {
-  const PasteDesk desk = RealPasteDesk({}, platform::ProgramPath(), {});
+  const PasteDesk desk = RealPasteDesk(NewTurn(), platform::ProgramPath(), {});
   const TestWindow own(L"RustDesk");
   EXPECT_EQ(desk.findWindow(kShownId), own.Get());
 }
@@ -122,7 +129,7 @@ TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
   ::SetForegroundWindow(decoy.Get());
   pump.Until([&] { return ::GetForegroundWindow() == decoy.Get(); });
 
-  PasteDesk desk = RealPasteDesk({}, {}, {});
+  PasteDesk desk = RealPasteDesk(NewTurn(), {}, {});
   std::atomic<bool> inFront{false};
   std::atomic<bool> focused{false};
   desk.sleep =
@@ -132,8 +139,9 @@ TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
         return slept(time);
       };
   desk.bringToFront = [&, real = desk.bringToFront](void* window) {
-    real(window);
+    const bool goesOn = real(window);
     inFront = true;
+    return goesOn;
   };
   std::atomic<bool> ended{false};
   std::thread paster([&] {
@@ -155,7 +163,9 @@ TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
 
 TEST(PasteDeskSleep, EndsAtOnceWhenTheProgramCloses) {
   std::stop_source closing;
-  const PasteDesk desk = RealPasteDesk(closing.get_token(), {}, {});
+  PasteTurn turn = NewTurn();
+  turn.closing = closing.get_token();
+  const PasteDesk desk = RealPasteDesk(turn, {}, {});
   EXPECT_TRUE(desk.sleep(std::chrono::milliseconds(1)));
   std::thread closer([&closing] { closing.request_stop(); });
   EXPECT_FALSE(desk.sleep(std::chrono::hours(1)));
@@ -163,10 +173,18 @@ TEST(PasteDeskSleep, EndsAtOnceWhenTheProgramCloses) {
   EXPECT_FALSE(desk.sleep(std::chrono::hours(1))) << "stays so";
 }
 
+TEST(PasteDeskSleep, EndsAtOnceWhenANewerSessionBegins) {
+  const PasteTurn turn = NewTurn();
+  const PasteDesk desk = RealPasteDesk(turn, {}, {});
+  std::thread beginner([&turn] { static_cast<void>(turn.keeper->Begin()); });
+  EXPECT_FALSE(desk.sleep(std::chrono::hours(1)));
+  beginner.join();
+}
+
 TEST(PasteDeskFront, IsTheProcessThatHasTheForegroundWindow) {
   const TestWindow first(L"RustDesk");
   const TestWindow second(L"Notes");
-  const PasteDesk desk = RealPasteDesk({}, {}, {});
+  const PasteDesk desk = RealPasteDesk(NewTurn(), {}, {});
   Pump pump;
   desk.bringToFront(second.Get());
   ASSERT_TRUE(pump.Until([&] { return ::GetForegroundWindow() == second.Get(); }));

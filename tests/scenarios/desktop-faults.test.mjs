@@ -16,6 +16,7 @@ const kFocusMs = 500;  // until a new window has the keyboard
 const kOutside = 1300;  // right of the program's window
 const kEveryAttemptMs = 900;
 const kAfterLastAttemptMs = 12_000;  // the tenth is at about nine seconds
+const kAfterSecondMs = 6_000;  // once a second one was opened, before the tenth attempt of the first
 const kBeforeNinthAttemptMs = 7_600;  // the eighth is at 7.2 s, the ninth at 8.1 s
 
 const says = (success, message, code = '') => ({
@@ -88,17 +89,18 @@ scenario('桌面 says why it cannot open a device', { settings: { deviceNumber: 
     assert.equal(occurrences(log, 'never-copied'), 0);
   });
 
-scenario('a RustDesk window that comes late is found, one that comes too late is left alone',
+scenario('a RustDesk window that comes late is found, one that comes too late or before a newer one is left alone',
   { settings: { deviceNumber: 'DEV-2041' } }, async (lab, program) => {
     await lab.rustDesk.install(kFile);
-    // Two are waited for at the same time: one in vain, while the other gets its own password.
-    const late = await opens(lab, program, '111', { showAfterMs: kAfterLastAttemptMs });
+    // The second one ends the wait for the first, whose window would come soon enough.
+    const late = await opens(lab, program, '111', { showAfterMs: kAfterSecondMs });
     const prompt = await opens(lab, program, '222');
     const { field } = await lab.rustDesk.happened(prompt.pid, 'enter');
     assert.equal(field, 'password-222');
     await lab.rustDesk.happened(late.pid, 'shown');
     await sleep(2 * kEveryAttemptMs);
     assert.deepEqual(await happenings(lab, late), ['started', 'shown']);
+    assert.ok(late.atMs + kAfterSecondMs > prompt.atMs, 'the second was opened before the first window showed');
     await lab.rustDesk.end(late.pid);
 
     const ninth = await opens(lab, program, '333', { showAfterMs: kBeforeNinthAttemptMs });
