@@ -11,4 +11,10 @@ namespace platform {
 // window's own when one is named.
 bool CopySecretToClipboard(const std::wstring& text, void* ownerWindow = nullptr);
 
+// Empties the clipboard if `text` is what it holds. By the text and not by the clipboard's sequence
+// number: programs that share clipboards with other computers put the same text there once more.
+// False when nobody can know or change it for now: another program holds the clipboard for 100 ms,
+// or the one that has filled it hangs. Windows only; any thread.
+bool TakeSecretOffClipboard(const std::wstring& text);
+
 }  // namespace platform

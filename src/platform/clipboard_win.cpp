@@ -1,6 +1,8 @@
 #include "platform/clipboard.h"
 
 #include <cstring>
+#include <optional>
+#include <string_view>
 
 #include "platform/clipboard_text.h"
 #include "platform/unique_handle.h"
@@ -24,11 +26,24 @@ class SystemClipboard {
 
   bool Open() const { return ::OpenClipboard(owner_) != FALSE; }
   static void Close() { ::CloseClipboard(); }
-  static void Empty() { ::EmptyClipboard(); }
+  static bool Empty() { return ::EmptyClipboard() != FALSE; }
 
   // With its terminator, in the kind of memory that the clipboard takes over.
   static Memory CopyOf(const std::wstring& text) {
     return CopyOf(text.c_str(), (text.size() + 1) * sizeof(wchar_t));
+  }
+
+  // A text that its program renders only now would be waited for, for ever where that hangs.
+  static std::optional<bool> Holds(const std::wstring& text) {
+    if (::IsHungAppWindow(::GetClipboardOwner())) return std::nullopt;
+    const HANDLE memory = ::GetClipboardData(CF_UNICODETEXT);
+    if (memory == nullptr) return false;
+    const auto* const units = static_cast<const wchar_t*>(::GlobalLock(memory));
+    if (units == nullptr) return std::nullopt;
+    const std::wstring_view all(units, ::GlobalSize(memory) / sizeof(wchar_t));
+    const bool isSame = all.substr(0, all.find(L'\0')) == text;
+    ::GlobalUnlock(memory);
+    return isSame;
   }
 
   static bool Set(HGLOBAL memory) { return ::SetClipboardData(CF_UNICODETEXT, memory) != nullptr; }
@@ -60,13 +75,20 @@ class SystemClipboard {
   const HWND owner_;
 };
 
+void Pause(std::chrono::milliseconds time) {
+  ::Sleep(static_cast<DWORD>(time.count()));
+}
+
 }  // namespace
 
 bool CopySecretToClipboard(const std::wstring& text, void* ownerWindow) {
   SystemClipboard clipboard(static_cast<HWND>(ownerWindow));
-  return PutTextOn(clipboard, text, [](std::chrono::milliseconds time) {
-    ::Sleep(static_cast<DWORD>(time.count()));
-  });
+  return PutTextOn(clipboard, text, Pause);
+}
+
+bool TakeSecretOffClipboard(const std::wstring& text) {
+  SystemClipboard clipboard(nullptr);
+  return TakeTextOff(clipboard, text, Pause);
 }
 
 }  // namespace platform

@@ -82,5 +82,75 @@ TEST(ClipboardCalls, TakeItOnceTheOtherHasLetItGo) {
   EXPECT_EQ(calls.Count(Api::CloseClipboard), 1);
 }
 
+// ---- taking it off again
+
+// A clipboard with this text of nobody's, or of a program that hangs.
+class FilledClipboard {
+ public:
+  explicit FilledClipboard(Calls& calls, bool ownerHangs = false) {
+    calls.AnswerWith<Api::OpenClipboard>([](HWND) { return TRUE; });
+    calls.AnswerWith<Api::GetClipboardOwner>([] { return reinterpret_cast<HWND>(0x101); });
+    calls.AnswerWith<Api::IsHungAppWindow>(
+        [ownerHangs](HWND) { return ownerHangs ? TRUE : FALSE; });
+    calls.AnswerWith<Api::GetClipboardData>([this](UINT) { return static_cast<HANDLE>(text_); });
+    calls.AnswerWith<Api::GlobalLock>([](HGLOBAL memory) { return memory; });
+    calls.AnswerWith<Api::GlobalSize>([this](HGLOBAL) { return sizeof(text_); });
+    calls.AnswerWith<Api::GlobalUnlock>([](HGLOBAL) { return TRUE; });
+    calls.AnswerWith<Api::EmptyClipboard>([] { return TRUE; });
+    calls.AnswerWith<Api::CloseClipboard>([] { return TRUE; });
+  }
+
+ private:
+  wchar_t text_[3] = L"pw";
+};
+
+std::string TakeOff() {
+  return TakeSecretOffClipboard(L"pw") ? "gone" : "perhaps there";
+}
+
+TEST(ClipboardCalls, TakeASecretOffWhereItIsTheText) {
+  Calls calls;
+  const FilledClipboard filled(calls);
+  EXPECT_EQ(TakeOff(), "gone");
+  EXPECT_TRUE(calls.Were({
+      Said<Api::OpenClipboard>(nullptr),
+      Said<Api::GetClipboardOwner>(),
+      Said<Api::IsHungAppWindow>(Handle{1}),
+      Said<Api::GetClipboardData>(CF_UNICODETEXT),
+      Said<Api::GlobalLock>(Handle{2}),
+      Said<Api::GlobalSize>(Handle{3}),
+      Said<Api::GlobalUnlock>(Handle{3}),
+      Said<Api::EmptyClipboard>(),
+      Said<Api::CloseClipboard>(),
+  }));
+}
+
+TEST(ClipboardCalls, DoNotReadWhatAProgramThatHangsWouldHaveToRender) {
+  Calls calls;
+  const FilledClipboard filled(calls, true);
+  EXPECT_EQ(TakeOff(), "perhaps there");
+  EXPECT_EQ(calls.Count(Api::GetClipboardData), 0);
+  EXPECT_EQ(calls.Count(Api::EmptyClipboard), 0);
+  EXPECT_EQ(calls.Count(Api::CloseClipboard), 1);
+}
+
+TEST(ClipboardCalls, SayWhereASecretMayStillBeThere) {
+  const struct {
+    Api api;
+    const char* outcome;
+  } rows[] = {
+      {Api::OpenClipboard, "perhaps there"},  {Api::GetClipboardData, "gone"},  // it holds no text
+      {Api::GlobalLock, "perhaps there"},     {Api::GlobalSize, "gone"},        // another text
+      {Api::EmptyClipboard, "perhaps there"}, {Api::CloseClipboard, "gone"}};
+  for (const auto& row : rows) {
+    Calls calls;
+    const FilledClipboard filled(calls);
+    calls.AnswerWith<Api::Sleep>([](DWORD) {});
+    calls.Fail(row.api, ERROR_ACCESS_DENIED, row.api == Api::OpenClipboard ? 0 : 1);
+    EXPECT_EQ(TakeOff(), row.outcome) << Of(row.api).name;
+    EXPECT_EQ(calls.Count(Api::CloseClipboard), row.api == Api::OpenClipboard ? 0 : 1);
+  }
+}
+
 }  // namespace
 }  // namespace platform

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "platform/unique_handle.h"
@@ -28,7 +31,11 @@ class FakeClipboard {
 
   bool Open() { return Allows(L"open") && --heldFor < 0; }
   void Close() { events.emplace_back(L"close"); }
-  void Empty() { Allows(L"empty"); }
+  bool Empty() { return Allows(L"empty"); }
+  std::optional<bool> Holds(const std::wstring& text) {
+    if (!Allows(L"look")) return std::nullopt;
+    return held == text;
+  }
   Memory CopyOf(const std::wstring& text) {
     return Allows(L"copy") && !text.empty() ? Memory(7) : Memory();
   }
@@ -36,18 +43,22 @@ class FakeClipboard {
 
   void KeepOutOfHistory() { Allows(L"keep out"); }
 
-  bool Put(const std::wstring& text) {
-    return PutTextOn(*this, text, [this](std::chrono::milliseconds time) {
-      events.push_back(L"pause " + std::to_wstring(time.count()));
-    });
-  }
+  bool Put(const std::wstring& text) { return PutTextOn(*this, text, Pause()); }
+  bool TakeOff(const std::wstring& text) { return TakeTextOff(*this, text, Pause()); }
 
   Events events;
+  std::wstring held;
   int heldFor = 0;  // so many attempts to open it fail
   std::wstring refusesAt;
   std::wstring throwsAt;
 
  private:
+  std::function<void(std::chrono::milliseconds time)> Pause() {
+    return [this](std::chrono::milliseconds time) {
+      events.push_back(L"pause " + std::to_wstring(time.count()));
+    };
+  }
+
   bool Allows(const std::wstring& step) {
     events.push_back(step);
     if (step == throwsAt) throw std::runtime_error("no memory");
@@ -125,6 +136,56 @@ TEST_F(PutTextOnTest, ClosesAndFreesWhenAStepThrows) {
     EXPECT_THROW(clipboard.Put(L"pw"), std::runtime_error);
     EXPECT_EQ(clipboard.events.back(), L"close");
     EXPECT_EQ(freed, clipboard.throwsAt == L"set" ? 1 : 0);
+  }
+}
+
+// ---- taking it off again
+
+TEST(TakeTextOffTest, EmptiesAClipboardWithThisTextAlone) {
+  const struct {
+    const wchar_t* held;
+    bool empties;
+  } rows[] = {{L"pw", true}, {L"pw ", false}, {L"PW", false}, {L"p", false}, {L"", false}};
+  for (const auto& row : rows) {
+    FakeClipboard clipboard;
+    clipboard.held = row.held;
+    EXPECT_TRUE(clipboard.TakeOff(L"pw")) << row.held;
+    EXPECT_EQ(clipboard.events, row.empties ? (Events{L"open", L"look", L"empty", L"close"})
+                                            : (Events{L"open", L"look", L"close"}))
+        << row.held;
+  }
+}
+
+TEST(TakeTextOffTest, SaysWhereTheTextMayStillBeThere) {
+  const struct {
+    const wchar_t* refusesAt;
+    int heldFor;
+    Events events;
+  } rows[] = {
+      {L"look", 0, {L"open", L"look", L"close"}},
+      {L"empty", 0, {L"open", L"look", L"empty", L"close"}},
+      {L"",
+       5,
+       {L"open", L"pause 25", L"open", L"pause 25", L"open", L"pause 25", L"open", L"pause 25",
+        L"open"}},
+  };
+  for (const auto& row : rows) {
+    FakeClipboard clipboard;
+    clipboard.held = L"pw";
+    clipboard.refusesAt = row.refusesAt;
+    clipboard.heldFor = row.heldFor;
+    EXPECT_FALSE(clipboard.TakeOff(L"pw"));
+    EXPECT_EQ(clipboard.events, row.events);
+  }
+}
+
+TEST(TakeTextOffTest, ClosesWhenAStepThrows) {
+  for (const wchar_t* const step : {L"look", L"empty"}) {
+    FakeClipboard clipboard;
+    clipboard.held = L"pw";
+    clipboard.throwsAt = step;
+    EXPECT_THROW(clipboard.TakeOff(L"pw"), std::runtime_error);
+    EXPECT_EQ(clipboard.events.back(), L"close");
   }
 }
 

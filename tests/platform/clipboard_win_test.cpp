@@ -111,5 +111,30 @@ TEST(Clipboard, TakesTheTextInAWindowsName) {
   ::DestroyWindow(window);
 }
 
+TEST(Clipboard, IsEmptiedOfASecretAndOfNothingElse) {
+  for (const std::wstring& secret :
+       {std::wstring(L"pw"), std::wstring(L"密码 \xD83D\xDE00"), std::wstring(100'000, L'钥')}) {
+    ASSERT_TRUE(CopySecretToClipboard(secret));
+    for (const std::wstring& other : {secret + L"x", secret.substr(1), std::wstring(L"PW")}) {
+      EXPECT_TRUE(TakeSecretOffClipboard(other));
+      EXPECT_EQ(ClipboardText(), secret);
+    }
+    EXPECT_TRUE(TakeSecretOffClipboard(secret));
+    EXPECT_EQ(ClipboardText(), L"(none)");
+    EXPECT_EQ(::CountClipboardFormats(), 0);
+    EXPECT_TRUE(TakeSecretOffClipboard(secret)) << "there is none any more";
+  }
+}
+
+TEST(Clipboard, HeldByAnotherWindowKeepsTheSecretForNow) {
+  ASSERT_TRUE(CopySecretToClipboard(L"pw"));
+  {
+    const Holder holder;
+    EXPECT_FALSE(TakeSecretOffClipboard(L"pw"));
+  }
+  EXPECT_EQ(ClipboardText(), L"pw");
+  EXPECT_TRUE(TakeSecretOffClipboard(L"pw"));
+}
+
 }  // namespace
 }  // namespace platform

@@ -89,6 +89,8 @@ enum class FailsAs {
   X(FreeLibrary, Close, -1)                                         \
   X(GetAdaptersAddresses, Error, -1)                                \
   X(GetClientRect, Zero, -1)                                        \
+  X(GetClipboardData, Zero, -1)                                     \
+  X(GetClipboardOwner, Zero, -1)                                    \
   X(GetCommandLineW, Never, -1)                                     \
   X(GetCurrentDirectoryW, Zero, -1)                                 \
   X(GetCurrentProcess, Never, -1)                                   \
@@ -127,12 +129,14 @@ enum class FailsAs {
   X(GlobalAlloc, Zero, -1)                                          \
   X(GlobalFree, Never, -1)                                          \
   X(GlobalLock, Zero, -1)                                           \
+  X(GlobalSize, Zero, -1)                                           \
   X(GlobalUnlock, Close, -1)                                        \
   X(IcmpCloseHandle, Close, -1)                                     \
   X(IcmpCreateFile, MinusOne, -1)                                   \
   X(IcmpSendEcho, Zero, 2)                                          \
   X(InitCommonControlsEx, Zero, -1)                                 \
   X(InvalidateRect, Zero, -1)                                       \
+  X(IsHungAppWindow, Zero, -1)                                      \
   X(IsIconic, Zero, -1)                                             \
   X(IsWindowVisible, Zero, -1)                                      \
   X(KillTimer, Close, -1)                                           \
