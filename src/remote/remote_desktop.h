@@ -33,7 +33,8 @@ struct RemoteDesktopPorts {
   std::stop_token closing;  // requested when the program ends: nothing is started from then on
 };
 
-// The one keeper of the program's sessions, over the system's clipboard. Windows only.
+// The one keeper of the program's sessions, over the system's clipboard. To be ended, by whoever
+// ends the program, before it goes. Windows only.
 std::shared_ptr<PasswordKeeper> MakePasswordKeeper();
 
 // The program's own, for one desktop: its session begins here, which ends the pasting of every
@@ -47,9 +48,9 @@ RemoteDesktopPorts RealRemoteDesktopPorts(const std::shared_ptr<PasswordKeeper>&
 // RustDesk's window. Returns the line for the log, which never holds the password; a refusal or
 // failure of the service is such a line too. The settings get an engineerId when they had none, and
 // rustDeskPath once RustDesk was started, whether or not it came up. Throws
-// std::system_error when the pasting thread cannot be made. Blocks, for minutes when RustDesk is
-// downloaded; any thread. Once the program is closing it copies and starts nothing, and the line is
-// for nobody.
+// std::system_error when a thread cannot be made that it needs. Blocks, for minutes when RustDesk
+// is downloaded; any thread. Once the program is closing it copies and starts nothing, and the line
+// is for nobody.
 std::wstring StartRemoteDesktop(settings::Settings& settings, const RemoteDesktopPorts& ports);
 
 }  // namespace remote

@@ -26,8 +26,12 @@ RustDeskPorts RealRustDesk(const std::stop_token& closing) {
 }  // namespace
 
 std::shared_ptr<PasswordKeeper> MakePasswordKeeper() {
-  return std::make_shared<PasswordKeeper>(
-      [](const std::wstring& text) { return platform::CopySecretToClipboard(text); });
+  PasswordKeeperDeps deps;
+  deps.copyToClipboard = [](const std::wstring& text) {
+    return platform::CopySecretToClipboard(text);
+  };
+  deps.takeOffClipboard = platform::TakeSecretOffClipboard;
+  return std::make_shared<PasswordKeeper>(std::move(deps));
 }
 
 RemoteDesktopPorts RealRemoteDesktopPorts(const std::shared_ptr<PasswordKeeper>& keeper,

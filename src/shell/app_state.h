@@ -49,6 +49,9 @@ struct Surroundings {
   std::function<std::unique_ptr<SystemNotices>(HWND window)> subscribeToSystem;
   // Any thread.
   std::function<void(const std::vector<std::wstring>& routes)> removeProxyBypass;
+  // Any thread; at the program's end: takes the remote desktop's password off the clipboard, and
+  // lets none be copied or typed from then on.
+  std::function<void()> forgetPassword;
   // At the start, before any job: takes off the proxy list what an ended run has left there, and
   // returns the line that says so.
   std::function<std::wstring()> takeOffLeftovers;

@@ -1,5 +1,8 @@
 #include "shell/surroundings.h"
 
+#include <memory>
+#include <utility>
+
 #include "diag/latency_test.h"
 #include "diag/proxy_bypass.h"
 #include "platform/desktop_user.h"
@@ -60,14 +63,27 @@ JobTable RealJobs(const std::shared_ptr<remote::PasswordKeeper>& passwords) {
   return jobs;
 }
 
+// A forced update ends the program, too.
+update::CheckPorts UpdatePorts(const update::ProgramIdentity& self, const std::stop_token& closing,
+                               const std::shared_ptr<remote::PasswordKeeper>& passwords) {
+  update::CheckPorts ports = update::RealCheckPorts(self, closing);
+  ports.endProcess = [passwords, end = std::move(ports.endProcess)] {
+    passwords->End();
+    end();
+  };
+  return ports;
+}
+
 }  // namespace
 
 Surroundings RealSurroundings(const update::ProgramIdentity& self) {
   Surroundings real;
-  real.jobs = RealJobs(remote::MakePasswordKeeper());
-  real.checkForUpdate = [self](const settings::Settings& settings,
-                                  const std::stop_token& closing) {
-    return update::CheckForUpdate(settings, update::RealCheckPorts(self, closing));
+  const auto passwords = remote::MakePasswordKeeper();
+  real.jobs = RealJobs(passwords);
+  real.forgetPassword = [passwords] { passwords->End(); };
+  real.checkForUpdate = [self, passwords](const settings::Settings& settings,
+                                          const std::stop_token& closing) {
+    return update::CheckForUpdate(settings, UpdatePorts(self, closing, passwords));
   };
   real.writeLogLine = WriteLogLine;
   real.createWebHost = [](HWND window, webui::WebHostEvents events) {

@@ -45,10 +45,14 @@ LRESULT OnSessionChange(AppState& state, WPARAM change);
 // One line, and a look at the network, once no other change has followed for half a second.
 LRESULT OnAddressesChanged(AppState& state);
 void TakeAddressChange(AppState& state);
+// The program ends: takes the remote desktop's password off the clipboard. Returns within three
+// seconds.
+void ForgetPassword(AppState& state) noexcept;
 // Agrees to the end of the session.
 LRESULT OnQueryEndSession(AppState& state);
 // The session ends now (or goes on after all): stops the tunnel for good, takes the connection's
-// entries off the proxy list and saves. Returns within three seconds, whatever those take.
+// entries off the proxy list and the password off the clipboard, and saves. Returns within three
+// seconds, whatever those take.
 LRESULT OnEndSession(AppState& state, bool ends);
 
 // ---- its place and looks (window_view.cpp)

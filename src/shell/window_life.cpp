@@ -143,6 +143,7 @@ LRESULT OnDestroy(AppState& state) {
   state.endings.clear();  // waits for them
   StopTunnel(state);
   JoinWorker(state);
+  ForgetPassword(state);  // which the worker might have copied until now
   if (!state.settings.Unsaved().empty()) state.settings.Save();
   LogSettingsReports(state);
   state.gdi.Delete();

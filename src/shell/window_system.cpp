@@ -1,8 +1,11 @@
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <future>
+#include <memory>
 #include <utility>
 
+#include "platform/detached_thread.h"
 #include "settings/granted_connection.h"
 #include "shell/page_link.h"
 #include "shell/window_events.h"
@@ -65,10 +68,11 @@ bool HaveEndingsEnded(const AppState& state) {
 }
 
 // Answers meanwhile what others send to this window: the change of the proxy list is sent to every
-// window, and would wait for this one.
-bool WaitForEndings(const AppState& state) {
+// window, and would wait for this one; so is the emptying of the clipboard to whoever has filled
+// it.
+bool AnswerUntil(const std::function<bool()>& haveEnded) {
   const auto end = std::chrono::steady_clock::now() + kEndTime;
-  while (!HasWorkerEnded(state) || !HaveEndingsEnded(state)) {
+  while (!haveEnded()) {
     if (std::chrono::steady_clock::now() >= end) return false;
     ::MsgWaitForMultipleObjects(0, nullptr, FALSE, kLookMs, QS_SENDMESSAGE);
     MSG message{};
@@ -84,6 +88,8 @@ void StartEndings(AppState& state) {
       std::async(std::launch::async, [&state] { state.tunnel->StopForGood(); }));
   state.endings.push_back(std::async(
       std::launch::async, [&state, routes] { state.surroundings.removeProxyBypass(routes); }));
+  state.endings.push_back(
+      std::async(std::launch::async, [&state] { state.surroundings.forgetPassword(); }));
 }
 
 void FallAsleep(AppState& state) {
@@ -127,6 +133,22 @@ void TakeAddressChange(AppState& state) {
   LogAndLook(state, kMoved, kMovedOnline);
 }
 
+// On a thread that is let go: a program that does not give the clipboard back must not keep this
+// one from ending.
+void ForgetPassword(AppState& state) noexcept {
+  try {
+    const auto done = std::make_shared<std::promise<void>>();
+    const std::future<void> ended = done->get_future();
+    platform::StartDetached([done, forget = state.surroundings.forgetPassword] {
+      forget();
+      done->set_value();
+    });
+    AnswerUntil(
+        [&ended] { return ended.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+  } catch (...) {  // no thread to be had: the window goes all the same
+  }
+}
+
 LRESULT OnQueryEndSession(AppState& state) {
   Log(state, kMayEnd);
   return TRUE;
@@ -141,7 +163,8 @@ LRESULT OnEndSession(AppState& state, bool ends) {
   state.closing.request_stop();
   DisarmRetry(state);
   StartEndings(state);
-  const bool isWhole = WaitForEndings(state);
+  const bool isWhole =
+      AnswerUntil([&state] { return HasWorkerEnded(state) && HaveEndingsEnded(state); });
   if (!state.settings.Unsaved().empty()) state.settings.Save();
   LogSettingsReports(state);
   Log(state, isWhole ? kEnded : kCutShort);

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
 #include <future>
 #include <thread>
 #include <vector>
@@ -11,15 +14,68 @@ namespace remote {
 namespace {
 
 using Texts = std::vector<std::wstring>;
+using std::chrono::milliseconds;
+using std::chrono::minutes;
+using std::chrono::seconds;
+
+// A clipboard and a clock, and how often the waiting thread has looked at the latter.
+class FakeClipboardDesk {
+ public:
+  PasswordKeeperDeps Deps(milliseconds longestWait) {
+    PasswordKeeperDeps deps;
+    deps.copyToClipboard = [this](const std::wstring& text) {
+      copied.push_back(text);
+      if (copies) Put(text);
+      return copies.load();
+    };
+    deps.takeOffClipboard = [this](const std::wstring& text) {
+      const bool isFree = !isHeld;
+      if (isFree && Text() == text) Put(L"");
+      ++takes;
+      return isFree;
+    };
+    deps.now = [this] {
+      ++looks;
+      return std::chrono::steady_clock::time_point(milliseconds(nowMs_));
+    };
+    deps.longestWait = longestWait;
+    return deps;
+  }
+
+  void Put(const std::wstring& text) {
+    const platform::MutexLock held(lock_);
+    text_ = text;
+  }
+  std::wstring Text() {
+    const platform::MutexLock held(lock_);
+    return text_;
+  }
+  void Pass(milliseconds time) { nowMs_ += time.count(); }
+
+  Texts copied;  // or not, as `copies` says
+  std::atomic<bool> copies{true};
+  std::atomic<bool> isHeld{false};
+  std::atomic<int> takes{0};
+  std::atomic<int> looks{0};
+
+ private:
+  platform::Mutex lock_;
+  std::wstring text_ GUARDED_BY(lock_);
+  std::atomic<std::int64_t> nowMs_{0};
+};
 
 class PasswordKeeperTest : public testing::Test {
  protected:
-  Texts copied_;
-  bool copies_ = true;
-  PasswordKeeper keeper_{[this](const std::wstring& text) {
-    copied_.push_back(text);
-    return copies_;
-  }};
+  static void Await(const std::function<bool()>& done) {
+    while (!done()) std::this_thread::yield();  // or the test never ends
+  }
+  // Until the waiting thread has looked at the clock as it stands.
+  void AwaitLooks() {
+    Await([this, wanted = desk_.looks + 2] { return desk_.looks >= wanted; });
+  }
+
+  FakeClipboardDesk desk_;
+  PasswordKeeper keeper_{desk_.Deps(milliseconds(1))};
 };
 
 TEST_F(PasswordKeeperTest, LetsTheNewestSessionDoWhatItWants) {
@@ -29,9 +85,9 @@ TEST_F(PasswordKeeperTest, LetsTheNewestSessionDoWhatItWants) {
   int steps = 0;
   EXPECT_TRUE(keeper_.Do(session, [&] { ++steps; }));
   EXPECT_EQ(steps, 1);
-  copies_ = false;
+  desk_.copies = false;
   EXPECT_FALSE(keeper_.CopyPassword(session, L"again"));
-  EXPECT_EQ(copied_, (Texts{L"pw", L"again"}));
+  EXPECT_EQ(desk_.copied, (Texts{L"pw", L"again"}));
 }
 
 TEST_F(PasswordKeeperTest, LetsAnEarlierSessionDoNothing) {
@@ -41,7 +97,7 @@ TEST_F(PasswordKeeperTest, LetsAnEarlierSessionDoNothing) {
   EXPECT_FALSE(keeper_.CopyPassword(earlier, L"old"));
   EXPECT_FALSE(keeper_.Do(earlier, [] { FAIL(); }));
   EXPECT_TRUE(keeper_.CopyPassword(newest, L"new"));
-  EXPECT_EQ(copied_, Texts{L"new"});
+  EXPECT_EQ(desk_.copied, Texts{L"new"});
 }
 
 TEST_F(PasswordKeeperTest, LetsNobodyDoAnythingOnceTheProgramEnds) {
@@ -52,7 +108,7 @@ TEST_F(PasswordKeeperTest, LetsNobodyDoAnythingOnceTheProgramEnds) {
     EXPECT_FALSE(keeper_.CopyPassword(any, L"pw"));
     EXPECT_FALSE(keeper_.Do(any, [] { FAIL(); }));
   }
-  EXPECT_EQ(copied_, Texts());
+  EXPECT_EQ(desk_.copied, Texts());
 }
 
 // What a session has begun to do is done before the next one begins.
@@ -74,6 +130,121 @@ TEST_F(PasswordKeeperTest, BeginsNoSessionInTheMidstOfAStep) {
   static_cast<void>(keeper_.Begin());
   hasBegun = true;
   paste.join();
+}
+
+// ---- ten minutes on the clipboard
+
+TEST_F(PasswordKeeperTest, TakesThePasswordOffTenMinutesAfterItsLastCopy) {
+  const PasswordKeeper::Session session = keeper_.Begin();
+  ASSERT_TRUE(keeper_.CopyPassword(session, L"pw"));
+  desk_.Pass(seconds(11));
+  ASSERT_TRUE(keeper_.CopyPassword(session, L"pw")) << "when it is pasted";
+  desk_.Pass(minutes(10) - milliseconds(1));
+  AwaitLooks();
+  EXPECT_EQ(desk_.Text(), L"pw");
+  EXPECT_EQ(desk_.takes, 0);
+  desk_.Pass(milliseconds(1));
+  Await([this] { return desk_.takes > 0; });
+  EXPECT_EQ(desk_.Text(), L"");
+  keeper_.End();
+  EXPECT_EQ(desk_.takes, 1) << "nothing is left to take off";
+}
+
+TEST_F(PasswordKeeperTest, LeavesAloneWhatTheEngineerHasCopiedSince) {
+  ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"pw"));
+  desk_.Put(L"mine");
+  desk_.Pass(minutes(10));
+  Await([this] { return desk_.takes > 0; });
+  keeper_.End();
+  EXPECT_EQ(desk_.Text(), L"mine");
+  EXPECT_EQ(desk_.takes, 1);
+}
+
+TEST_F(PasswordKeeperTest, TakesOffANewerSessionsPasswordInTheOlderOnesPlace) {
+  ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"old"));
+  desk_.Pass(minutes(6));
+  ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"new"));
+  desk_.Pass(minutes(6));
+  AwaitLooks();
+  EXPECT_EQ(desk_.takes, 0);
+  EXPECT_EQ(desk_.Text(), L"new");
+  desk_.Pass(minutes(4));
+  Await([this] { return desk_.takes > 0; });
+  EXPECT_EQ(desk_.Text(), L"");
+}
+
+// One whose copy fails, and one that has no password.
+TEST_F(PasswordKeeperTest, TakesTheOlderOffWhereTheNewerPutsNothingThere) {
+  ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"old"));
+  desk_.Pass(minutes(6));
+  desk_.copies = false;
+  EXPECT_FALSE(keeper_.CopyPassword(keeper_.Begin(), L"new"));
+  static_cast<void>(keeper_.Begin());
+  EXPECT_EQ(desk_.Text(), L"old");
+  desk_.Pass(minutes(4));
+  Await([this] { return desk_.takes > 0; });
+  EXPECT_EQ(desk_.Text(), L"");
+}
+
+TEST_F(PasswordKeeperTest, TriesAgainEveryFiveSecondsWhileAnotherHoldsTheClipboard) {
+  ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"pw"));
+  desk_.isHeld = true;
+  desk_.Pass(minutes(10));
+  for (int takes = 1; takes <= 3; ++takes) {
+    Await([&] { return desk_.takes == takes; });
+    AwaitLooks();  // until it has set the next time
+    desk_.Pass(milliseconds(4999));
+    AwaitLooks();
+    EXPECT_EQ(desk_.takes, takes);
+    desk_.isHeld = takes < 3;
+    desk_.Pass(milliseconds(1));
+  }
+  Await([this] { return desk_.takes == 4; });
+  EXPECT_EQ(desk_.Text(), L"");
+}
+
+TEST_F(PasswordKeeperTest, TakesItOffAtTheEndOfTheProgram) {
+  ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"pw"));
+  keeper_.End();
+  EXPECT_EQ(desk_.Text(), L"");
+  desk_.Put(L"pw");
+  keeper_.End();
+  EXPECT_EQ(desk_.takes, 1) << "once";
+}
+
+// Its thread waits for an hour here, or for ever.
+TEST(PasswordKeeperEnd, IsNotHeldUpByTheWait) {
+  for (const bool isGone : {false, true}) {
+    FakeClipboardDesk desk;
+    {
+      PasswordKeeper keeper(desk.Deps(std::chrono::hours(1)));
+      ASSERT_TRUE(keeper.CopyPassword(keeper.Begin(), L"pw"));
+      while (desk.looks < 2) std::this_thread::yield();
+      if (isGone) desk.Put(L"mine");
+    }
+    EXPECT_EQ(desk.Text(), isGone ? L"mine" : L"");
+  }
+}
+
+TEST(PasswordKeeperEnd, DoesNotTouchAClipboardWithoutAPassword) {
+  FakeClipboardDesk desk;
+  {
+    PasswordKeeper keeper(desk.Deps(milliseconds(1)));
+    static_cast<void>(keeper.Begin());
+  }
+  EXPECT_EQ(desk.takes, 0);
+  EXPECT_EQ(desk.looks, 0) << "nor does it wait for anything";
+}
+
+// The window's thread and that of the session's end come to it at the same time.
+TEST(PasswordKeeperEnd, MayComeFromSeveralThreads) {
+  FakeClipboardDesk desk;
+  PasswordKeeper keeper(desk.Deps(milliseconds(1)));
+  ASSERT_TRUE(keeper.CopyPassword(keeper.Begin(), L"pw"));
+  std::thread other([&keeper] { keeper.End(); });
+  keeper.End();
+  other.join();
+  EXPECT_EQ(desk.takes, 1);
 }
 
 }  // namespace

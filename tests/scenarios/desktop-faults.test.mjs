@@ -14,6 +14,7 @@ const kFailed = '远程桌面失败：';
 const kSession = '/api/devices/DEV-2041/remote-desktop/session';
 const kFocusMs = 500;  // until a new window has the keyboard
 const kOutside = 1300;  // right of the program's window
+const kClosesWithinS = 5;
 const kEveryAttemptMs = 900;
 const kAfterLastAttemptMs = 12_000;  // the tenth is at about nine seconds
 const kAfterSecondMs = 6_000;  // once a second one was opened, before the tenth attempt of the first
@@ -78,6 +79,19 @@ async function opens(lab, program, id, plan) {
   return opensRustDesk(lab, program, `远程桌面已打开：${id}，访问密码已复制。`);
 }
 
+/** Opens a desktop, does `meanwhile`, closes the program's window; the clipboard's text afterwards. */
+async function clipboardAfterClosing(lab, program, id, meanwhile) {
+  const { pid } = await opens(lab, program, id, { showAfterMs: kAfterLastAttemptMs, left: kOutside });
+  assert.equal(await lab.clipboard.read(), `password-${id}`);
+  await meanwhile();
+  const begin = performance.now();
+  assert.equal(await program.closeWindow(), 0);
+  const seconds = (performance.now() - begin) / 1000;
+  assert.ok(seconds < kClosesWithinS, `closed after ${seconds} s`);
+  await lab.rustDesk.end(pid);
+  return lab.clipboard.read();
+}
+
 const happenings = async (lab, { pid }) => (await lab.rustDesk.events({ pid })).map(({ event }) => event);
 
 scenario('桌面 says why it cannot open a device', { settings: { deviceNumber: 'DEV-2041', engineerId: 'ENG-12345678' } },
@@ -87,6 +101,15 @@ scenario('桌面 says why it cannot open a device', { settings: { deviceNumber: 
     await oneThatDoesNotStartIsNotLookedAt(lab, program);
     const log = await program.log();
     assert.equal(occurrences(log, 'never-copied'), 0);
+  });
+
+scenario('the end of the program takes the password off the clipboard, and nothing else',
+  { settings: { deviceNumber: 'DEV-2041' } }, async (lab, program) => {
+    await lab.rustDesk.install(kFile);
+    assert.equal(await clipboardAfterClosing(lab, program, '555', () => {}), null);
+    const next = await lab.startProgram();
+    const left = await clipboardAfterClosing(lab, next, '666', () => lab.clipboard.write('别的内容'));
+    assert.equal(left, '别的内容');
   });
 
 scenario('a RustDesk window that comes late is found, one that comes too late or before a newer one is left alone',

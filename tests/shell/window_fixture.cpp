@@ -126,6 +126,7 @@ Surroundings WindowTest::MakeSurroundings() {
   fakes.removeProxyBypass = [this](const std::vector<std::wstring>& routes) {
     if (onProxyRemoval_) onProxyRemoval_(routes);
   };
+  fakes.forgetPassword = [forget = forgetPassword_] { (*forget)(); };
   fakes.takeOffLeftovers = [this] { return leftovers_; };
   fakes.unsuitableComputer = [this] { return unsuitableComputer_; };
   return fakes;

@@ -81,6 +81,9 @@ class WindowTest : public testing::Test {
   std::vector<std::wstring> logged_;
   HWND subscribed_ = nullptr;  // the window that gets the system's notices
   std::function<void(const std::vector<std::wstring>& routes)> onProxyRemoval_;
+  // On any thread, as the window goes at the latest. It outlives the window, too.
+  const std::shared_ptr<std::function<void()>> forgetPassword_ =
+      std::make_shared<std::function<void()>>([] {});
   std::wstring leftovers_;  // the line about what was left on the proxy list
   std::wstring unsuitableComputer_;
   std::vector<std::wstring> boxes_;

@@ -196,6 +196,45 @@ TEST_F(WindowLife, ClosingAsksTheJobToEndBeforeItStopsTheTunnelForGood) {
   EXPECT_EQ(OnDisk().latencyText, L"12 ms");
 }
 
+TEST_F(WindowLife, ClosingForgetsThePasswordOnceNoJobCanCopyOneAnyMore) {
+  OpenWithReadyPage();
+  auto done = std::make_shared<std::vector<std::string>>();
+  *forgetPassword_ = [done] { done->emplace_back("forgotten"); };
+  jobBody_ = [this, done](settings::Settings&, tunnel::Tunnel&) {
+    while (tunnel_->stops == 0) std::this_thread::yield();  // the window waits for this job now
+    done->emplace_back("copied");
+    return std::wstring(L"完成");
+  };
+  PageSends(L"{\"action\":\"desktop\",\"f\":{}}");
+  Close();
+  EXPECT_EQ(*done, (std::vector<std::string>{"copied", "forgotten"}));
+}
+
+// A clipboard that is emptied tells the window that has filled it, which may be this one.
+TEST_F(WindowLife, ClosingAnswersTheClipboardThatIsEmptied) {
+  OpenWithReadyPage();
+  auto answered = std::make_shared<LRESULT>(0);
+  *forgetPassword_ = [answered, window = state_->window] {
+    *answered =
+        ::SendMessageTimeoutW(window, WM_DESTROYCLIPBOARD, 0, 0, SMTO_NORMAL, 20'000, nullptr);
+  };
+  Close();
+  EXPECT_NE(*answered, 0);
+}
+
+TEST_F(WindowLife, ClosingDoesNotWaitForAClipboardThatNobodyGivesBack) {
+  OpenWithReadyPage();
+  const auto release = std::make_shared<std::promise<void>>();
+  *forgetPassword_ = [released = release->get_future().share()] { released.wait(); };
+  const ULONGLONG begin = ::GetTickCount64();
+  Close();
+  const ULONGLONG took = ::GetTickCount64() - begin;
+  EXPECT_GE(took, 2400u);
+  EXPECT_LT(took, 3500u);
+  EXPECT_EQ(QuitCode(), 0);
+  release->set_value();
+}
+
 TEST_F(WindowLife, ClosingAnswersTheJobThatTellsAllWindowsOfASetting) {
   OpenWithReadyPage();
   LRESULT answered = 0;

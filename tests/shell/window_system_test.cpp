@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
+#include <memory>
 
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
@@ -163,6 +165,16 @@ TEST_F(WindowSystem, TheEndOfTheSessionStopsTheTunnelAndClearsTheProxyList) {
   // The window stays until the system ends the process; nothing more can be started in it.
   PageSends(L"{\"action\":\"connect\",\"f\":{}}");
   EXPECT_TRUE(jobsRun_.empty());
+}
+
+TEST_F(WindowSystem, TheEndOfTheSessionForgetsThePassword) {
+  auto times = std::make_shared<std::atomic<int>>(0);
+  *forgetPassword_ = [times] { ++*times; };
+  OpenWithReadyPage();
+  Send(WM_ENDSESSION, FALSE);
+  EXPECT_EQ(*times, 0);
+  Send(WM_ENDSESSION, TRUE);
+  EXPECT_EQ(*times, 1);
 }
 
 TEST_F(WindowSystem, TheEndOfTheSessionWaitsForTheRunningJobsSettings) {
