@@ -113,12 +113,20 @@ function(client_test name)
   set_tests_properties(${name} PROPERTIES TIMEOUT 240)
 endfunction()
 
-# client_fuzz(NAME DEPS libraries...): fuzz/NAME.cpp as a libFuzzer program.
+# client_fuzz(NAME [SOURCES files...] [DEPS libraries...] [TESTS]): fuzz/NAME_fuzz.cpp as a libFuzzer program;
+# with TESTS it uses the tests' fakes. The target `fuzzers` is all of them.
 function(client_fuzz name)
-  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
-  add_executable(${name} ${name}.cpp)
-  target_link_libraries(${name} PRIVATE ${ARG_DEPS} client_flags)
-  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  cmake_parse_arguments(ARG "TESTS" "" "SOURCES;DEPS" ${ARGN})
+  add_executable(${name}_fuzz ${name}_fuzz.cpp ${ARG_SOURCES})
+  target_link_libraries(${name}_fuzz PRIVATE ${ARG_DEPS} client_flags)
+  target_link_options(${name}_fuzz PRIVATE -fsanitize=fuzzer)
+  if(ARG_TESTS)
+    target_include_directories(${name}_fuzz PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  endif()
+  if(NOT TARGET fuzzers)
+    add_custom_target(fuzzers)
+  endif()
+  add_dependencies(fuzzers ${name}_fuzz)
 endfunction()
 
 # client_bench(NAME DEPS libraries...): benchmarks/NAME.cpp as a Google Benchmark program.

@@ -2,11 +2,11 @@
 // written and read again.
 
 #include <cstdint>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "fuzz_input.h"
 #include "settings/json.h"
 #include "text/utf8.h"
 
@@ -14,9 +14,7 @@ namespace {
 
 using settings::JsonValue;
 
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
+using fuzz::Require;
 
 void RequireRoundTrip(const std::wstring& string) {
   const JsonValue read = settings::ReadJsonDocument(settings::QuoteJsonString(string));
