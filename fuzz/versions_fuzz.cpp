@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "text/strings.h"
 #include "text/utf8.h"
 #include "update/compare_versions.h"
 
@@ -12,6 +13,31 @@ namespace {
 
 int Sign(int value) {
   return (value > 0) - (value < 0);
+}
+
+// The numbers in a text, each digit by digit; what is too long for them stays the largest.
+std::vector<std::int64_t> Numbers(const std::wstring& version) {
+  std::vector<std::int64_t> numbers;
+  bool isInNumber = false;
+  for (const wchar_t unit : version) {
+    const bool isDigit = unit >= L'0' && unit <= L'9';
+    if (isDigit && !isInNumber) numbers.push_back(0);
+    if (isDigit)
+      numbers.back() = std::min<std::int64_t>(numbers.back() * 10 + unit - L'0', INT32_MAX);
+    isInNumber = isDigit;
+  }
+  return numbers;
+}
+
+int PlainCompare(const std::wstring& a, const std::wstring& b) {
+  std::vector<std::int64_t> left = Numbers(a);
+  std::vector<std::int64_t> right = Numbers(b);
+  left.resize(std::max(left.size(), right.size()));
+  right.resize(left.size());
+  if (left != right) return left < right ? -1 : 1;
+  const std::wstring leftText = text::FoldCase(a);
+  const std::wstring rightText = text::FoldCase(b);
+  return leftText == rightText ? 0 : leftText < rightText ? -1 : 1;
 }
 
 // Three versions, cut at the first two bytes 0, form a chain of any total order.
@@ -32,6 +58,10 @@ void Run(const std::string& bytes) {
     if (compare(a, a) != 0) std::abort();
     for (int b = 0; b < 3; ++b) {
       if (compare(a, b) != -compare(b, a)) std::abort();
+      if (compare(a, b) != PlainCompare(versions[static_cast<std::size_t>(a)],
+                                        versions[static_cast<std::size_t>(b)])) {
+        std::abort();
+      }
       for (int c = 0; c < 3; ++c) {
         if (compare(a, b) <= 0 && compare(b, c) <= 0 && compare(a, c) > 0) std::abort();
       }

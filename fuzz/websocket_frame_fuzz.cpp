@@ -1,5 +1,6 @@
 // The frame reader over any bytes in any chunks. The first byte of the input picks the chunk sizes.
-// Whatever the chunks, the events and payloads must be the same as for the whole input at once.
+// Whatever the chunks, the events and payloads must be the same as for the whole input at once, and
+// the same that a plain second reader finds.
 
 #include <algorithm>
 #include <cstdlib>
@@ -37,12 +38,49 @@ std::string ReadAll(std::span<const std::byte> stream, std::size_t chunk) {
   return seen;
 }
 
+// Frame by frame over the whole stream (RFC 6455, section 5.2), as one text like the one above.
+std::string ReadPlainly(std::span<const std::byte> stream) {
+  std::string seen;
+  std::string message;
+  bool isGathering = false;
+  while (stream.size() >= 2) {
+    const auto byte = [&](std::size_t at) { return std::to_integer<std::uint64_t>(stream[at]); };
+    const std::uint64_t opcode = byte(0) & 15;
+    std::uint64_t length = byte(1) & 127;
+    const std::size_t lengthBytes = length == 126 ? 2 : length == 127 ? 8 : 0;
+    const bool isMasked = byte(1) >= 128;
+    const std::size_t header = 2 + lengthBytes + (isMasked ? 4 : 0);
+    if (stream.size() < header) return seen;
+    if (lengthBytes > 0) length = 0;
+    for (std::size_t i = 0; i < lengthBytes; ++i) length = length << 8 | byte(2 + i);
+    const bool isData = opcode == 0 || opcode == 2;
+    const std::size_t held = isData && isGathering ? message.size() : 0;
+    if (length > tunnel::kMaxMessageBytes - held) return seen + "ended";
+    if (length > stream.size() - header) return seen;
+    std::string payload;
+    for (std::size_t i = 0; i < length; ++i) {
+      const std::uint64_t key = isMasked ? byte(header - 4 + i % 4) : 0;
+      payload += static_cast<char>(byte(header + i) ^ key);
+    }
+    const bool isFinal = byte(0) >= 128;
+    stream = stream.subspan(header + payload.size());
+    if (opcode == 8) return seen + "ended";
+    if (opcode == 9) seen += "ping " + std::to_string(payload.size()) + ":" + payload;
+    if (!isData) continue;
+    message = isGathering ? message + payload : payload;
+    isGathering = !isFinal;
+    if (isFinal) seen += "message " + std::to_string(message.size()) + ":" + message;
+  }
+  return seen;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const auto stream = std::as_bytes(std::span(data, size)).subspan(1);
   const std::size_t chunk = std::size_t{data[0]} + 1;
-  if (ReadAll(stream, chunk) != ReadAll(stream, size)) std::abort();
+  const std::string whole = ReadAll(stream, size);
+  if (ReadAll(stream, chunk) != whole || ReadPlainly(stream) != whole) std::abort();
   return 0;
 }
