@@ -1,0 +1,123 @@
+// The service's replies, a line each ("-" for none), behind a line that chooses what else happens
+// (h: a connection is held, o: from an old version's file, d: discovery is on, f: the tunnel
+// fails). Whatever the service grants, a connection that has failed or ended is forgotten
+// everywhere, on the disk and on the proxy list, and one that stands is the one that was granted.
+
+#include <stdexcept>
+
+#include "diag/proxy_bypass.h"
+#include "fuzz_input.h"
+#include "service/fake_world.h"
+#include "settings/json.h"
+
+namespace service {
+namespace {
+
+using fuzz::Require;
+using settings::Settings;
+
+constexpr wchar_t kOwnEntry[] = L"intranet.example";
+
+// The fakes of the unit tests, with a proxy list that is edited as the real one is.
+class World {
+ public:
+  explicit World(fuzz::Input& input) {
+    const std::string choices = input.Line();
+    const auto has = [&](char choice) { return choices.find(choice) != std::string::npos; };
+    settings_.engineerId = L"ENG-12345678";
+    settings_.discoveryModeEnabled = has('d');
+    if (has('h')) HoldConnection(has('o'));
+    if (has('f')) {
+      fake_.onStart = [] { throw std::runtime_error("No valid target routes were configured."); };
+    }
+    while (!input.IsEmpty()) {
+      const std::wstring reply = input.WideLine();
+      if (reply == L"-") {
+        fake_.FailRequest("WinHttpSendRequest failed.");
+      } else {
+        fake_.Answer(reply);
+      }
+    }
+  }
+
+  void Run() {
+    const std::wstring line =
+        fake_.RunJob(settings_, [this](auto& job) { return ConnectJob(job, fake_, Ports()); });
+    Require(!line.empty());
+    if (line.starts_with(L"Error: ")) {
+      CheckForgotten();
+    } else {
+      CheckConnected();
+    }
+    try {
+      fake_.RunJob(settings_, [this](auto& job) { return StopJob(job, fake_, Ports()); });
+    } catch (const std::runtime_error&) {
+      // No usable reply; it is forgotten all the same.
+    }
+    CheckForgotten();
+  }
+
+ private:
+  // Of an earlier run; of a version that kept no grant beside the settings, without one.
+  void HoldConnection(bool isOld) {
+    settings_.connectionId = L"held";
+    settings_.assignedAddress = L"10.8.0.9";
+    settings_.routesText = L"10.1.0.0/16";
+    if (!isOld) {
+      settings_.granted = {L"held", L"http://192.0.2.10:31080", L"ENG-1", {L"10.2.0.0/16"}};
+    }
+    diag::AddProxyBypass(settings::ConnectionInForce(settings_).routes, Store());
+  }
+
+  diag::ProxyOverrideStore Store() {
+    return {[this] { return proxyList_; }, [this](const std::wstring& list) { proxyList_ = list; }};
+  }
+
+  ConnectionPorts Ports() {
+    ConnectionPorts ports = fake_.Ports();
+    ports.addProxyBypass = [this](const auto& routes) {
+      Require(fake_.LastSaved().granted.routes.size() == routes.size());  // saved before
+      return diag::AddProxyBypass(routes, Store());
+    };
+    ports.removeProxyBypass = [this](const auto& routes) {
+      return diag::RemoveProxyBypass(routes, Store());
+    };
+    return ports;
+  }
+
+  void CheckForgotten() {
+    Require(proxyList_ == kOwnEntry);
+    for (const Settings& settings : {settings_, fake_.LastSaved()}) {
+      Require(settings.connectionId.empty() && settings.assignedAddress.empty());
+      Require(settings.routesText.empty() && settings.granted == settings::GrantedConnection());
+    }
+  }
+
+  void CheckConnected() {
+    if (fake_.starts.empty()) {  // refused
+      CheckForgotten();
+      return;
+    }
+    const tunnel::TunnelRequest& request = fake_.starts.back();
+    Require(!request.connectionId.empty() && !request.assignedAddress.empty());
+    Require(request.connectionId == settings_.connectionId);
+    const settings::GrantedConnection granted = settings::ConnectionInForce(settings_);
+    Require(granted.connectionId == request.connectionId && !granted.routes.empty());
+    Require(granted.serverUrl == settings_.serverUrl);
+    const std::wstring written = settings::WriteGrantedConnection(granted);
+    Require(settings::ReadGrantedConnection(settings::ReadJsonDocument(written)) == granted);
+  }
+
+  FakeWorld fake_;
+  Settings settings_;
+  std::wstring proxyList_ = kOwnEntry;
+};
+
+}  // namespace
+}  // namespace service
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
+  fuzz::Input input(data, sizeBytes);
+  service::World(input).Run();
+  return 0;
+}

@@ -1,0 +1,147 @@
+// The service's reply to the wish for a remote desktop, behind a saved path and, before that, a
+// line that chooses what else happens (s: the path is a program's, x: copying fails, e: the program
+// ends meanwhile). Whatever the reply says, only RustDesk is started, once, with the session's ID,
+// and the password goes nowhere but to the clipboard and the window that asks for it.
+
+#include <map>
+#include <optional>
+#include <stdexcept>
+
+#include "fuzz_input.h"
+#include "remote/desktop_session.h"
+#include "remote/remote_desktop.h"
+#include "remote/rustdesk_program.h"
+#include "service/api_envelope.h"
+
+namespace remote {
+namespace {
+
+using fuzz::Require;
+
+constexpr std::uint64_t kWholeProgram = 20'000'000;
+
+// Everything around the job, and what the reply says, as the target reads it.
+class Desk {
+ public:
+  explicit Desk(fuzz::Input& input) {
+    const std::string choices = input.Line();
+    const auto has = [&](char choice) { return choices.find(choice) != std::string::npos; };
+    canCopy_ = !has('x');
+    isClosing_ = has('e');
+    settings_.rustDeskPath = input.WideLine();
+    if (has('s')) files_[settings_.rustDeskPath] = kWholeProgram;
+    reply_ = text::FromUtf8(input.Rest());
+    folders_.programFiles = L"C:\\PF";
+    folders_.runtime = L"C:\\Runtime";
+  }
+
+  void Run() {
+    const std::wstring line = StartRemoteDesktop(settings_, Ports());
+    Require(!settings_.engineerId.empty());
+    Require(isClosing_ || !line.empty());
+    Require(!isPasted_ || isLaunched_);
+    const std::optional<DesktopSession> session = Granted();
+    if (!session) Require(!isLaunched_ && !isConfigured_ && !isCopied_);
+    if (isLaunched_) CheckOpened(*session, line);
+  }
+
+ private:
+  std::optional<DesktopSession> Granted() const {
+    try {
+      const service::ApiEnvelope envelope = service::ParseApiEnvelope(reply_);
+      if (envelope.success) return ReadDesktopSession(envelope.data);
+    } catch (const std::runtime_error&) {
+      // No session.
+    }
+    return std::nullopt;
+  }
+
+  void CheckOpened(const DesktopSession& session, const std::wstring& line) const {
+    const bool hasPassword = !session.accessPassword.empty();
+    Require(isCopied_ == hasPassword && isPasted_ == (hasPassword && canCopy_));
+    Require(isConfigured_ == session.server.has_value());
+    const PasswordCopy copy = !hasPassword ? PasswordCopy::None
+                              : canCopy_   ? PasswordCopy::Done
+                                           : PasswordCopy::Failed;
+    Require(line == DesktopOpenedText(session.rustDeskId, copy));
+    Require(settings_.rustDeskPath == launchedPath_);
+    IsRustDeskTitle(session.rustDeskId, session.accessPassword);
+    if (!session.rustDeskId.empty()) {
+      Require(IsRustDeskTitle(L"> " + session.rustDeskId, session.rustDeskId));
+    }
+  }
+
+  RemoteDesktopPorts Ports() {
+    RemoteDesktopPorts ports;
+    ports.sendJsonRequest = [this](const auto&, const auto&, const auto&) {
+      if (isClosing_) closing_.request_stop();
+      return service::HttpResponse{200, reply_};
+    };
+    ports.rustDesk.find = [this](settings::Settings& settings, const RustDeskServer* server) {
+      return FindRustDesk(settings, server, folders_, ProgramPorts());
+    };
+    ports.rustDesk.configure = [this](const RustDeskServer&) {
+      Require(!isConfigured_ && !isClosing_);
+      isConfigured_ = true;
+    };
+    ports.rustDesk.launch = [this](const std::wstring& path, auto arguments) {
+      Require(!isLaunched_ && !isClosing_ && files_.count(path) == 1);
+      isLaunched_ = true;
+      launchedPath_ = path;
+      const std::wstring id = Granted()->rustDeskId;
+      Require(arguments.size() == (id.empty() ? 0 : 2));
+      Require(id.empty() || (arguments[0] == L"--connect" && arguments[1] == id));
+    };
+    ports.copyToClipboard = [this](const std::wstring& text) {
+      Require(!isCopied_ && !isClosing_ && text == Granted()->accessPassword);
+      isCopied_ = true;
+      return canCopy_;
+    };
+    ports.startPasswordPaste = [this](const std::wstring& password, const std::wstring& id) {
+      Require(isLaunched_ && !isPasted_ && password == Granted()->accessPassword);
+      Require(id == Granted()->rustDeskId);
+      isPasted_ = true;
+    };
+    ports.closing = closing_.get_token();
+    return ports;
+  }
+
+  RustDeskProgramPorts ProgramPorts() {
+    RustDeskProgramPorts ports;
+    ports.sizeBytes = [this](const std::wstring& path) -> std::optional<std::uint64_t> {
+      const auto file = files_.find(path);
+      if (file == files_.end()) return std::nullopt;
+      return file->second;
+    };
+    ports.createFolders = [](const std::wstring&) { return true; };
+    ports.deleteFile = [this](const std::wstring& path) { return files_.erase(path) > 0; };
+    ports.download = [this](const std::wstring& url, const std::wstring& path) {
+      Require(url.find(L"://") != std::wstring::npos && path.starts_with(folders_.runtime));
+      files_[path] = url.size() % 2 == 0 ? kWholeProgram : 10;
+      return true;
+    };
+    return ports;
+  }
+
+  settings::Settings settings_;
+  RustDeskFolders folders_;
+  std::map<std::wstring, std::uint64_t> files_;
+  std::wstring reply_;
+  std::stop_source closing_;
+  bool canCopy_ = false;
+  bool isClosing_ = false;  // the program ends while the service answers
+  bool isConfigured_ = false;
+  bool isCopied_ = false;
+  bool isLaunched_ = false;
+  bool isPasted_ = false;
+  std::wstring launchedPath_;
+};
+
+}  // namespace
+}  // namespace remote
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
+  fuzz::Input input(data, sizeBytes);
+  remote::Desk(input).Run();
+  return 0;
+}

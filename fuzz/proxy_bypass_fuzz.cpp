@@ -1,0 +1,133 @@
+// Two users' proxy lists, a line each, and routes, a line each: adding and removing the routes'
+// entries does to any list what a plain second implementation says.
+
+#include <optional>
+#include <vector>
+
+#include "diag/proxy_bypass.h"
+#include "fuzz_input.h"
+#include "text/ipv4_text.h"
+#include "text/strings.h"
+
+namespace diag {
+namespace {
+
+using fuzz::Require;
+using Entries = std::vector<std::wstring>;
+
+// Octet by octet, where the program cuts a text.
+std::wstring PlainEntry(const std::wstring& route) {
+  const std::size_t slash = route.find(L'/');
+  if (slash == std::wstring::npos) return {};
+  const auto address = text::ParseIpv4(text::Trim(route.substr(0, slash)));
+  const std::wstring digits = text::Trim(route.substr(slash + 1));
+  const bool isNumber =
+      !digits.empty() && digits.find_first_not_of(L"0123456789") == std::wstring::npos;
+  if (!address || !isNumber) return {};
+  const std::size_t firstDigit = std::min(digits.find_first_not_of(L'0'), digits.size() - 1);
+  if (digits.size() - firstDigit > 2) return {};
+  const int prefix = std::stoi(digits.substr(firstDigit));
+  if (prefix < 8 || prefix > 32) return {};
+  std::wstring entry;
+  for (int octet = 0; octet < prefix / 8; ++octet) {
+    entry += std::to_wstring(*address >> (24 - 8 * octet) & 0xFF) + L".";
+  }
+  if (prefix < 32) return entry + L"*";
+  entry.pop_back();
+  return entry;
+}
+
+Entries PlainSplit(const std::wstring& list) {
+  Entries entries;
+  std::wstring entry;
+  for (const wchar_t unit : list + L";") {
+    if (unit != L';') {
+      entry += unit;
+      continue;
+    }
+    if (!text::Trim(entry).empty()) entries.push_back(text::Trim(entry));
+    entry.clear();
+  }
+  return entries;
+}
+
+// Entries for routes have no letters, so that letter case plays no part in finding them.
+bool Has(const Entries& entries, const std::wstring& entry) {
+  return std::ranges::find(entries, entry) != entries.end();
+}
+
+Entries PlainEntries(const Entries& routes) {
+  Entries entries;
+  for (const std::wstring& route : routes) {
+    const std::wstring entry = PlainEntry(route);
+    if (!entry.empty() && !Has(entries, entry)) entries.push_back(entry);
+  }
+  return entries;
+}
+
+struct List {
+  std::wstring text;
+  int writes = 0;
+
+  ProxyOverrideStore Store() {
+    return {[this] { return text; },
+            [this](const std::wstring& list) {
+              text = list;
+              ++writes;
+            }};
+  }
+
+  // That the list, which was `before`, is now what `wanted` says, and was left alone if it was so.
+  void Check(const std::wstring& before, const Entries& wanted) {
+    const bool isChanged = wanted != PlainSplit(before);
+    Require(writes == (isChanged ? 1 : 0));
+    Require(text == (isChanged ? text::Join(wanted, L";") : before));
+    writes = 0;
+  }
+};
+
+Entries With(Entries list, const Entries& added) {
+  for (const std::wstring& entry : added) {
+    if (!Has(list, entry)) list.push_back(entry);
+  }
+  return list;
+}
+
+Entries Without(Entries list, const Entries& removed) {
+  std::erase_if(list, [&](const std::wstring& entry) { return Has(removed, entry); });
+  return list;
+}
+
+void Run(fuzz::Input input) {
+  List own{input.WideLine()};
+  List other{input.WideLine()};
+  const Entries routes = text::SplitLines(text::FromUtf8(input.Rest()));
+  const Entries entries = PlainEntries(routes);
+  Require(BypassEntriesForRoutes(routes) == entries);
+  ProxyOverrideStore store = own.Store();
+  store.others.push_back(other.Store());
+
+  for (int time = 0; time < 2; ++time) {
+    const std::wstring ownBefore = own.text;
+    const std::wstring otherBefore = other.text;
+    Require(AddProxyBypass(routes, store).empty() == entries.empty());
+    own.Check(ownBefore, With(PlainSplit(ownBefore), entries));
+    other.Check(otherBefore, With(PlainSplit(otherBefore), entries));
+  }
+  for (int time = 0; time < 2; ++time) {
+    const std::wstring ownBefore = own.text;
+    const std::wstring otherBefore = other.text;
+    const bool isNothing = RemoveProxyBypass(routes, store).empty();
+    Require(isNothing == (own.writes + other.writes == 0));
+    own.Check(ownBefore, Without(PlainSplit(ownBefore), entries));
+    other.Check(otherBefore, Without(PlainSplit(otherBefore), entries));
+  }
+}
+
+}  // namespace
+}  // namespace diag
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
+  diag::Run(fuzz::Input(data, sizeBytes));
+  return 0;
+}
