@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "platform/mutex.h"
+#include "tunnel/socket_udp_relay.h"
+
+namespace fuzz {
+
+using Bytes = std::vector<std::byte>;
+
+// The clock and the datagrams of a UDP relay, both moved by the target alone. Its two threads run
+// only while the target waits for them, so that the same script always does the same.
+//
+// Threads: the public functions by one, the target's; the rest by the UDP relay's.
+class ScriptedNetwork {
+ public:
+  static constexpr std::uint64_t kToken = 0x1122334455667788;
+
+  // `onSent` is called for each datagram, on the thread that sends it.
+  explicit ScriptedNetwork(std::function<void(std::span<const std::byte>)> onSent)
+      : onSent_(std::move(onSent)) {}
+
+  tunnel::UdpRelayDeps Deps();
+
+  // Whether hellos are acknowledged, and whether sending fails, from now on.
+  void SetAnswering(bool isAnswering) { isAnswering_ = isAnswering; }
+  void SetFailing(bool isFailing) { isFailing_ = isFailing; }
+
+  // Each returns once both threads wait again, or when the path is closed.
+  void Deliver(Bytes datagram) EXCLUDES(lock_);
+  void Advance(std::chrono::milliseconds time) EXCLUDES(lock_);
+  void AwaitQuiet() EXCLUDES(lock_);
+
+  [[nodiscard]] bool IsOpen() EXCLUDES(lock_);
+  // Whether an acknowledgement was received in the last 45 seconds.
+  [[nodiscard]] bool HasRecentAcknowledgement() const;
+
+  static Bytes Acknowledgement(std::uint64_t token = kToken);
+  static Bytes PacketDatagram(std::span<const std::byte> packet);
+
+ private:
+  class ScriptedSocket;
+  void Wait(platform::Condition& condition, platform::Mutex& mutex, std::chrono::milliseconds time)
+      REQUIRES(mutex) EXCLUDES(lock_);
+  [[nodiscard]] bool IsQuiet() const REQUIRES(lock_);
+
+  const std::function<void(std::span<const std::byte>)> onSent_;
+  std::atomic<std::chrono::milliseconds> now_{std::chrono::milliseconds(1000000)};
+  std::atomic<std::chrono::milliseconds> acknowledged_{std::chrono::milliseconds(0)};
+  std::atomic<bool> isAnswering_{true};
+  std::atomic<bool> isFailing_{false};
+  platform::Mutex lock_;
+  platform::Condition changed_;
+  std::deque<Bytes> incoming_ GUARDED_BY(lock_);
+  bool isOpen_ GUARDED_BY(lock_) = false;
+  bool isReceiving_ GUARDED_BY(lock_) = false;  // the receiving thread waits
+  bool isSleeping_ GUARDED_BY(lock_) = false;   // the keep-alive thread waits, on these:
+  platform::Condition* sleepsOn_ GUARDED_BY(lock_) = nullptr;
+  platform::Mutex* sleepsWith_ GUARDED_BY(lock_) = nullptr;
+};
+
+}  // namespace fuzz
