@@ -110,7 +110,7 @@ SettingsFile::Saved SettingsFile::Save(const Settings& settings) {
   // Before the settings that name it: what they name must be there.
   const std::wstring grantFailure = SaveGrant(settings);
   if (before.bytes != bytes || unconfirmed_.contains(path_)) {
-    SecureWhatIsThere(before, saved);
+    SecureWhatIsThere(before, bytes, saved);
     if (saved.failure.empty()) saved.failure = WriteFile(path_, bytes);
     if (!saved.failure.empty()) return saved;
   }
@@ -121,7 +121,8 @@ SettingsFile::Saved SettingsFile::Save(const Settings& settings) {
 }
 
 // What the file holds has to be somewhere else, too, before it is truncated.
-void SettingsFile::SecureWhatIsThere(const FileContent& content, Saved& saved) {
+void SettingsFile::SecureWhatIsThere(const FileContent& content, const std::string& next,
+                                     Saved& saved) {
   if (!content.exists) return;
   if (!content.bytes) {
     saved.failure = kUnreadable + path_;
@@ -129,6 +130,8 @@ void SettingsFile::SecureWhatIsThere(const FileContent& content, Saved& saved) {
     saved.failure = WriteIfOther(lastPath_, *content.bytes);
   } else if (!content.bytes->empty()) {
     SetAside(*content.bytes, saved);
+    // Else no copy would be whole while the file is written, and a start would know nothing.
+    if (saved.failure.empty() && !ReadWhole(disk_.read(lastPath_))) WriteIfOther(lastPath_, next);
   }
 }
 

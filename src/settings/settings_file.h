@@ -62,7 +62,7 @@ class SettingsFile {
   std::wstring WriteFile(const std::wstring& path, const std::string& bytes);
   std::wstring WriteIfOther(const std::wstring& path, const std::string& bytes);
   std::wstring SaveGrant(const Settings& settings);
-  void SecureWhatIsThere(const FileContent& content, Saved& saved);
+  void SecureWhatIsThere(const FileContent& content, const std::string& next, Saved& saved);
   void SetAside(const std::string& bytes, Saved& saved);
 
   std::wstring path_;

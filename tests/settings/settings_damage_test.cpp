@@ -184,11 +184,12 @@ TEST_F(SettingsFileTest, DamagedFileThatCannotBeOverwrittenIsSetAsideOnce) {
     EXPECT_EQ(saved.failure, std::wstring(L"拒绝访问。（") + kPath + L"）");
     EXPECT_EQ(saved.report, L"");
   }
-  EXPECT_EQ(disk_.written, Paths{kDamagedPath});
+  EXPECT_EQ(disk_.written, (Paths{kDamagedPath, kLastPath}));
+  EXPECT_EQ(FileBytes(disk_.Load()), FileBytes(Worked())) << "from the second copy";
 
   disk_.files[kPath] = "damaged otherwise";
   EXPECT_NE(file.Save(Worked()).report, L"");
-  EXPECT_EQ(disk_.files.size(), 3u) << "each damage once";
+  EXPECT_EQ(disk_.files.size(), 4u) << "each damage once";
   disk_.files.erase(L"V\\Client.settings.damaged-20260315_094102-2.json");
   EXPECT_NE(file.Save(Worked()).report, L"") << "not while it is kept nowhere";
   disk_.refuse = nullptr;

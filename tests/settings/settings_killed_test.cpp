@@ -25,9 +25,15 @@ struct KilledSave {
   Settings known;                              // what a start makes of them
 };
 
+// A file that cannot be trusted, but gives a start what it holds.
+constexpr char kReadableInPart[] = R"({"engineerId":"ENG-12345678","deviceName":"name"}]})";
+
 std::vector<KilledSave> KilledSaves() {
   const Settings old = Record(L"old", L"");
   const Settings held = Record(L"old", L"c1");
+  Settings inPart;
+  inPart.engineerId = L"ENG-12345678";
+  inPart.deviceName = inPart.profileName = L"name";
   const std::string bytes = FileBytes(old);
   const std::string grant = text::ToUtf8(WriteGrantedConnection(held.granted));
   return {
@@ -37,6 +43,8 @@ std::vector<KilledSave> KilledSaves() {
       {"emptied by the last end", {{kPath, ""}, {kLastPath, bytes}}, old},
       {"cut by the last end", {{kPath, bytes.substr(0, 99)}, {kLastPath, bytes}}, old},
       {"damaged", {{kPath, "x" + bytes}, {kLastPath, bytes}}, old},
+      {"damaged and alone", {{kPath, kReadableInPart}}, inPart},
+      {"damaged like the second copy", {{kPath, kReadableInPart}, {kLastPath, "{"}}, inPart},
       {"a half second copy", {{kPath, bytes}, {kLastPath, bytes.substr(0, 99)}}, old},
       {"connected",
        {{kPath, FileBytes(held)}, {kLastPath, FileBytes(held)}, {kGrantPath, grant}},
