@@ -70,7 +70,7 @@ const steps = {
   longFrame: (first, length) => [5, first, length / 250],
   end: (error) => [6, error],
   capture: (packet) => [7, ...counted(packet)],
-  longer: (count) => [8, count],
+  longer: (how) => [8, how],
   datagram: (bytes) => [9, ...counted(bytes)],
   acknowledge: [10, 0],
   udpAnswer: [11],
@@ -96,3 +96,11 @@ write('relay_session', 'frames.bin', [0, connects], steps.accept, [udpNone], ste
   steps.frame(0x80, [2]), steps.longFrame(0x82, 60000), steps.frame(0x81, [65]), steps.raw([0x82]), steps.raw([1, 9]), steps.frame(0x88, []));
 write('relay_session', 'slow_sends.bin', [0, connects], steps.accept, [udpNone], steps.network(0x60), ...asks,
   steps.longer(255), steps.network(0x1c), ...asks, steps.close);
+write('relay_session', 'driver_refuses.bin', [1, connects], steps.accept, [udpAnswers], steps.capture(udp(here, '10.0.0.9', 1, 2)),
+  steps.network(15), steps.answer, steps.udpAnswer, steps.end(0), [connects], steps.accept, [udpNone], steps.network(0), steps.answer);
+
+// flow_tables: steps as Tables::Step() numbers them, each with its key (protocol, source, port, destination, port).
+const key = (protocol, host, port) => [protocol, 10, 7, port, 192, host, 2];
+write('flow_tables', 'rows.bin', [1, ...key(1, 20, 5), 255, 1, 0], [2, ...key(2, 30, 9), 255, 3, 1], [6, ...key(1, 20, 5)]);
+write('flow_tables', 'many_rows.bin', ...[1, 2, 3, 4, 5, 6, 7, 8].map((n) => [n % 2 + 1, ...key(n % 3, n * 31, n * 7), 255, n, n % 2]));
+write('flow_tables', 'broadcasts.bin', [3, 24, 192, 0, 1, 2], [3, 16, 192, 0, 1, 2], [3, 24, 10, 0, 3, 4], [4, 192, 9, 1, 2], [4, 192, 9, 2, 1], [5, 0]);
