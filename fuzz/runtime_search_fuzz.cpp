@@ -1,0 +1,89 @@
+// What is registered as WebView2 runtimes, a line each ("-" for nothing, "!" in front where the
+// library is missing), for one channel after the other, all users before the own: the runtime that
+// is taken is the first that a plain second reader would take.
+
+#include <vector>
+
+#include "fuzz_input.h"
+#include "webui/runtime_search.h"
+
+namespace webui {
+namespace {
+
+using fuzz::Require;
+
+constexpr std::size_t kPlaces = 10;  // five channels under two roots
+
+// The four numbers that the last part of a path consists of, one to nine digits each.
+std::optional<RuntimeVersion> PlainVersion(std::wstring folder) {
+  while (!folder.empty() && (folder.back() == L'\\' || folder.back() == L'/')) folder.pop_back();
+  const std::size_t slash = folder.find_last_of(L"\\/");
+  std::wstring rest = slash == std::wstring::npos ? folder : folder.substr(slash + 1);
+  rest += L'.';
+  RuntimeVersion version{};
+  for (std::uint32_t& number : version) {
+    const std::size_t end = rest.find(L'.');
+    if (end == std::wstring::npos || end < 1 || end > 9) return std::nullopt;
+    if (rest.find_first_not_of(L"0123456789") != end) return std::nullopt;
+    number = static_cast<std::uint32_t>(std::stoul(rest.substr(0, end)));
+    rest.erase(0, end + 1);
+  }
+  return rest.empty() ? std::optional(version) : std::nullopt;
+}
+
+struct Place {
+  std::wstring channel;  // filled in when it is first asked for
+  RuntimeRoot root = RuntimeRoot::AllUsers;
+  std::optional<std::wstring> folder;
+  bool hasLibrary = true;
+};
+
+std::optional<std::wstring> PlainFind(const std::vector<Place>& places) {
+  for (const Place& place : places) {
+    const auto version = PlainVersion(place.folder.value_or(L""));
+    if (!version || *version < RuntimeVersion{86, 0, 616, 0}) continue;
+    // Another place may name the same folder; the library is there or not for both.
+    const bool isMissing = std::ranges::any_of(places, [&](const Place& other) {
+      return !other.hasLibrary && other.folder &&
+             RuntimeLibraryPath(*other.folder) == RuntimeLibraryPath(*place.folder);
+    });
+    if (!isMissing) return RuntimeLibraryPath(*place.folder);
+  }
+  return std::nullopt;
+}
+
+void Run(fuzz::Input input) {
+  std::vector<Place> places(kPlaces);
+  for (std::size_t i = 0; i < kPlaces; ++i) {
+    places[i].root = i % 2 == 0 ? RuntimeRoot::AllUsers : RuntimeRoot::CurrentUser;
+    std::wstring line = input.WideLine();
+    if (line == L"-") continue;
+    places[i].hasLibrary = !line.starts_with(L'!');
+    places[i].folder = line.substr(places[i].hasLibrary ? 0 : 1);
+  }
+  std::size_t asked = 0;
+  const auto registered = [&](RuntimeRoot root, std::wstring_view channel) {
+    Require(asked < kPlaces && places[asked].root == root);
+    Require(asked % 2 == 0 || places[asked - 1].channel == channel);
+    places[asked].channel = channel;
+    return places[asked++].folder;
+  };
+  const auto fileExists = [&](const std::wstring& path) {
+    return std::ranges::none_of(places, [&](const Place& place) {
+      return !place.hasLibrary && RuntimeLibraryPath(*place.folder) == path;
+    });
+  };
+  Require(FindInstalledRuntime(registered, fileExists) == PlainFind(places));
+
+  const std::wstring folder = input.WideLine();
+  const auto library = FixedRuntimeLibrary(folder, L"E:\\tools");
+  if (library) Require(library->ends_with(L"EBWebView\\x64\\EmbeddedBrowserWebView.dll"));
+}
+
+}  // namespace
+}  // namespace webui
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
+  webui::Run(fuzz::Input(data, sizeBytes));
+  return 0;
+}
