@@ -1,5 +1,11 @@
+// The service's routes, a line each: read as a plain second reader does, and mapped so that no two
+// networks that this computer uses overlap.
+
+#include <arpa/inet.h>
+
 #include <cstdint>
 #include <cstdlib>
+#include <cwchar>
 #include <stdexcept>
 #include <string_view>
 
@@ -10,6 +16,25 @@
 
 namespace tunnel {
 namespace {
+
+// With the system's own readers of addresses and numbers, which stop at a zero.
+std::vector<Ipv4Network> ReadPlainly(const std::vector<std::wstring>& lines) {
+  std::vector<Ipv4Network> routes;
+  for (const std::wstring& line : lines) {
+    const std::wstring route = text::Trim(line);
+    const std::size_t slash = route.find(L'/');
+    if (slash == std::wstring::npos) continue;
+    const std::string address = text::ToUtf8(route.substr(0, slash));
+    in_addr addressBe{};
+    const bool isAddress = address.find('\0') == std::string::npos &&
+                           ::inet_pton(AF_INET, address.c_str(), &addressBe) == 1;
+    const long prefix = std::wcstol(text::Trim(route.substr(slash + 1)).c_str(), nullptr, 10);
+    if (!isAddress || prefix < 0 || prefix > 32) continue;
+    const auto length = static_cast<std::uint32_t>(prefix);
+    routes.push_back({ntohl(addressBe.s_addr) & MaskOf(length), length});
+  }
+  return routes;
+}
 
 void CheckMappings(const std::vector<RouteMapping>& mappings) {
   const RouteIndex index(mappings);
@@ -27,6 +52,7 @@ void CheckMappings(const std::vector<RouteMapping>& mappings) {
 void Run(std::string_view bytes) {
   const std::vector<std::wstring> lines = text::SplitLines(text::FromUtf8(bytes));
   const std::vector<Ipv4Network> routes = ParseRoutes(lines);
+  if (routes != ReadPlainly(lines)) std::abort();
   std::vector<Ipv4Network> locals;
   for (std::size_t index = 0; index < routes.size(); index += 2) locals.push_back(routes[index]);
   for (const Ipv4Network& route : routes) {
