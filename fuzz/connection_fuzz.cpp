@@ -3,6 +3,7 @@
 // fails). Whatever the service grants, a connection that has failed or ended is forgotten
 // everywhere, on the disk and on the proxy list, and one that stands is the one that was granted.
 
+#include <optional>
 #include <stdexcept>
 
 #include "diag/proxy_bypass.h"
@@ -66,27 +67,34 @@ class World {
     if (!isOld) {
       settings_.granted = {L"held", L"http://192.0.2.10:31080", L"ENG-1", {L"10.2.0.0/16"}};
     }
-    diag::AddProxyBypass(settings::ConnectionInForce(settings_).routes, Store());
+    diag::AddProxyBypass(settings::ConnectionInForce(settings_).routes, Store(), note_);
   }
 
   diag::ProxyOverrideStore Store() {
-    return {[this] { return proxyList_; }, [this](const std::wstring& list) { proxyList_ = list; }};
+    diag::ProxyOverrideStore store;
+    store.read = [this] { return proxyList_; };
+    store.write = [this](const std::wstring& list) {
+      proxyList_ = list;
+      return true;
+    };
+    store.tell = [] {};
+    return store;
   }
 
   ConnectionPorts Ports() {
     ConnectionPorts ports = fake_.Ports();
     ports.addProxyBypass = [this](const auto& routes) {
       Require(fake_.LastSaved().granted.routes.size() == routes.size());  // saved before
-      return diag::AddProxyBypass(routes, Store());
+      return diag::AddProxyBypass(routes, Store(), note_);
     };
     ports.removeProxyBypass = [this](const auto& routes) {
-      return diag::RemoveProxyBypass(routes, Store());
+      return diag::RemoveProxyBypass(routes, Store(), note_);
     };
     return ports;
   }
 
   void CheckForgotten() {
-    Require(proxyList_ == kOwnEntry);
+    Require(proxyList_ == kOwnEntry && noteBytes_.empty());
     for (const Settings& settings : {settings_, fake_.LastSaved()}) {
       Require(settings.connectionId.empty() && settings.assignedAddress.empty());
       Require(settings.routesText.empty() && settings.granted == settings::GrantedConnection());
@@ -111,6 +119,13 @@ class World {
   FakeWorld fake_;
   Settings settings_;
   std::wstring proxyList_ = kOwnEntry;
+  std::string noteBytes_;
+  diag::ProxyNote note_{{[this]() -> std::optional<std::string> {
+                           if (noteBytes_.empty()) return std::nullopt;
+                           return noteBytes_;
+                         },
+                         [this](const std::string& bytes) { noteBytes_ = bytes; },
+                         [this] { noteBytes_.clear(); }}};
 };
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "remote/desktop_session.h"
 #include "remote/remote_desktop.h"
 #include "remote/rustdesk_program.h"
+#include "remote/rustdesk_window.h"
 #include "service/api_envelope.h"
 
 namespace remote {
@@ -97,7 +98,9 @@ class Desk {
       isCopied_ = true;
       return canCopy_;
     };
-    ports.startPasswordPaste = [this](const std::wstring& password, const std::wstring& id) {
+    ports.startPasswordPaste = [this](const std::wstring& password, const std::wstring& id,
+                                      const std::wstring& startedPath) {
+      Require(startedPath == launchedPath_);
       Require(isLaunched_ && !isPasted_ && password == Granted()->accessPassword);
       Require(id == Granted()->rustDeskId);
       isPasted_ = true;

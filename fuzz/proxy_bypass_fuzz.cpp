@@ -69,12 +69,17 @@ struct List {
   std::wstring text;
   int writes = 0;
 
-  ProxyOverrideStore Store() {
-    return {[this] { return text; },
-            [this](const std::wstring& list) {
-              text = list;
-              ++writes;
-            }};
+  ProxyOverrideStore Store(const std::wstring& user) {
+    ProxyOverrideStore store;
+    store.read = [this] { return text; };
+    store.write = [this](const std::wstring& list) {
+      text = list;
+      ++writes;
+      return true;
+    };
+    store.tell = [] {};
+    store.user = user;
+    return store;
   }
 
   // That the list, which was `before`, is now what `wanted` says, and was left alone if it was so.
@@ -83,6 +88,19 @@ struct List {
     Require(writes == (isChanged ? 1 : 0));
     Require(text == (isChanged ? text::Join(wanted, L";") : before));
     writes = 0;
+  }
+};
+
+// The program's note, in memory.
+struct Note {
+  std::string bytes;
+
+  ProxyNoteDisk Disk() {
+    return {[this]() -> std::optional<std::string> {
+              if (bytes.empty()) return std::nullopt;
+              return bytes;
+            },
+            [this](const std::string& written) { bytes = written; }, [this] { bytes.clear(); }};
   }
 };
 
@@ -104,20 +122,22 @@ void Run(fuzz::Input input) {
   const Entries routes = text::SplitLines(text::FromUtf8(input.Rest()));
   const Entries entries = PlainEntries(routes);
   Require(BypassEntriesForRoutes(routes) == entries);
-  ProxyOverrideStore store = own.Store();
-  store.others.push_back(other.Store());
+  ProxyOverrideStore store = own.Store(L"");
+  store.others.push_back(other.Store(L"S-1"));
+  Note kept;
+  ProxyNote note(kept.Disk());
 
   for (int time = 0; time < 2; ++time) {
     const std::wstring ownBefore = own.text;
     const std::wstring otherBefore = other.text;
-    Require(AddProxyBypass(routes, store).empty() == entries.empty());
+    Require(AddProxyBypass(routes, store, note).empty() == entries.empty());
     own.Check(ownBefore, With(PlainSplit(ownBefore), entries));
     other.Check(otherBefore, With(PlainSplit(otherBefore), entries));
   }
   for (int time = 0; time < 2; ++time) {
     const std::wstring ownBefore = own.text;
     const std::wstring otherBefore = other.text;
-    const bool isNothing = RemoveProxyBypass(routes, store).empty();
+    const bool isNothing = RemoveProxyBypass(routes, store, note).empty();
     Require(isNothing == (own.writes + other.writes == 0));
     own.Check(ownBefore, Without(PlainSplit(ownBefore), entries));
     other.Check(otherBefore, Without(PlainSplit(otherBefore), entries));

@@ -10,9 +10,12 @@ namespace update {
 namespace {
 
 // Any reply: nothing is downloaded but a newer version from an absolute address, nothing is started
-// but a download, and the process ends only behind both.
+// but a download that may be installed and whose attempt was kept, and the process ends only behind
+// all of them.
 void Run(const std::string& reply) {
   bool isDownloaded = false;
+  bool isTrusted = false;
+  bool isKept = false;
   bool isStarted = false;
   bool isEnded = false;
   CheckPorts ports;
@@ -26,8 +29,22 @@ void Run(const std::string& reply) {
     isDownloaded = true;
     return true;
   };
+  ports.probeReplacement = [](std::uint64_t) { return platform::SystemResult{true, 0}; };
+  ports.sizeBytes = [](const std::wstring&) { return 1U; };
+  ports.whyNotTrusted = [&](const std::wstring& path) {
+    if (!isDownloaded || path != L"target") std::abort();
+    isTrusted = true;
+    return std::wstring();
+  };
+  ports.nowSeconds = [] { return 1'800'000'000; };
+  ports.lastTry = [] { return std::nullopt; };
+  ports.keepTry = [&](const UpdateTry& record) {
+    if (!isTrusted || record.version.empty()) std::abort();
+    isKept = true;
+    return true;
+  };
   ports.startUpdater = [&](const std::wstring& path) {
-    if (!isDownloaded || isStarted || path != L"target") std::abort();
+    if (!isKept || isStarted || path != L"target") std::abort();
     isStarted = true;
     return true;
   };

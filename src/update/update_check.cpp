@@ -21,7 +21,8 @@ constexpr wchar_t kNotInstalled[] = L"强制更新未安装 ";
 constexpr wchar_t kCannotInstall[] = L"强制更新无法安装 ";
 constexpr wchar_t kNotWritable[] = L"：本程序的文件不能被替换（错误码 ";
 constexpr wchar_t kMoveProgram[] =
-    L"）。请把本程序移到可以写入的文件夹（例如桌面上的新文件夹）后重新运行；现在可继续使用当前版本。";
+    L"）。请把本程序移到可以写入的文件夹（例如 C:\\Program Files "
+    L"下的新文件夹）后重新运行；现在可继续使用当前版本。";
 constexpr wchar_t kNoRoom[] = L"：本程序所在的磁盘空间不足（错误码 ";
 constexpr wchar_t kMakeRoom[] = L"）。请清理磁盘后重新运行；现在可继续使用当前版本。";
 constexpr wchar_t kNotKept[] =
@@ -50,8 +51,8 @@ std::wstring NotReplaceable(const std::wstring& version, std::uint32_t errorCode
   return kCannotInstall + version + reason + std::to_wstring(errorCode) + remedy;
 }
 
-// What speaks against ending the program for the file at `target`, as a line for the log; empty when
-// nothing does.
+// What speaks against ending the program for the file at `target`, as a line for the log; empty
+// when nothing does.
 std::wstring WhyNotInstalled(const std::wstring& target, const std::wstring& version,
                              const CheckPorts& ports) {
   const platform::SystemResult replaceable = ports.probeReplacement(ports.sizeBytes(target));
@@ -63,12 +64,13 @@ std::wstring WhyNotInstalled(const std::wstring& target, const std::wstring& ver
 
 std::wstring InstallDownload(const std::wstring& version, const CheckPorts& ports) {
   const std::wstring& target = ports.downloadTarget;
-  const std::wstring why = WhyNotInstalled(target, version, ports);
+  std::wstring why = WhyNotInstalled(target, version, ports);
   if (!why.empty() || ports.closing.stop_requested()) {
     ports.deleteFile(target);
     return why;
   }
-  // Kept before anything is started: an update that fails is tried again tomorrow, not at each start.
+  // Kept before anything is started: an update that fails is tried again tomorrow, not at each
+  // start.
   if (!ports.keepTry({version, ports.nowSeconds()})) {
     ports.deleteFile(target);
     return kCannotInstall + version + kNotKept;

@@ -10,18 +10,18 @@
 namespace update {
 
 struct UpdateTry {
-  std::wstring version;         // as the service announced it
+  std::wstring version;        // as the service announced it
   std::int64_t atSeconds = 0;  // since 1970, UTC
 };
 
-inline constexpr std::int64_t kSecondsBetweenTries = 24 * 60 * 60;
+inline constexpr std::int64_t kSecondsBetweenTries = std::int64_t{24} * 60 * 60;
 
 // The record as a JSON text, and back; nothing from any other text. Pure; any thread.
 std::wstring UpdateTryText(const UpdateTry& record);
 std::optional<UpdateTry> ParseUpdateTry(std::wstring_view text);
 
-// Whether `last` was an attempt at `version` within the day before `nowSeconds`. A time to come, from
-// a clock that was wrong, is no such attempt.
+// Whether `last` was an attempt at `version` within the day before `nowSeconds`. A time to come,
+// from a clock that was wrong, is no such attempt.
 bool WasTriedWithinADay(const std::optional<UpdateTry>& last, std::wstring_view version,
                         std::int64_t nowSeconds);
 

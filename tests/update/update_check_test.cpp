@@ -188,11 +188,10 @@ TEST_F(UpdateCheckTest, TellsOfAnOfferThatIsNotForcedAndDoesNothing) {
 TEST_F(UpdateCheckTest, InstallsAForcedOfferAndEndsTheProcess) {
   const std::wstring target = kTarget;
   EXPECT_EQ(Offer(L"1.0.10", L"updates/client.exe"), L"");
-  EXPECT_EQ(
-      Deeds(),
-      (Texts{L"probe 0", L"download http://192.0.2.10:31080/updates/client.exe > " + target,
-             L"probe 1234", L"trust " + target, L"keep 1.0.10 at 1800000000",
-             L"start updater " + target, L"end"}));
+  EXPECT_EQ(Deeds(),
+            (Texts{L"probe 0", L"download http://192.0.2.10:31080/updates/client.exe > " + target,
+                   L"probe 1234", L"trust " + target, L"keep 1.0.10 at 1800000000",
+                   L"start updater " + target, L"end"}));
 }
 
 TEST_F(UpdateCheckTest, ADownloadThatFailsLeavesAllAsItIs) {
@@ -229,7 +228,8 @@ TEST_F(UpdateCheckTest, AReplacementProcessThatDoesNotStartCostsTheDownload) {
 // ---- a forced update that cannot be installed leaves the engineer a program that works
 
 constexpr wchar_t kMoveIt[] =
-    L"。请把本程序移到可以写入的文件夹（例如桌面上的新文件夹）后重新运行；现在可继续使用当前版本。";
+    L"。请把本程序移到可以写入的文件夹（例如 C:\\Program Files "
+    L"下的新文件夹）后重新运行；现在可继续使用当前版本。";
 
 TEST_F(UpdateCheckTest, AProgramThatCannotBeReplacedGoesOnWithoutADownload) {
   for (const std::uint32_t code : {5U, 19U, 32U}) {
@@ -244,9 +244,9 @@ TEST_F(UpdateCheckTest, AProgramThatCannotBeReplacedGoesOnWithoutADownload) {
 TEST_F(UpdateCheckTest, ADiskWithoutRoomForTheDownloadedProgramIsSaidSo) {
   for (const std::uint32_t code : {39U, 112U}) {
     replaceableByDownload_ = {false, code};
-    EXPECT_EQ(Offer(L"2.0", L"/x"),
-              L"强制更新无法安装 2.0：本程序所在的磁盘空间不足（错误码 " + std::to_wstring(code) +
-                  L"）。请清理磁盘后重新运行；现在可继续使用当前版本。");
+    EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新无法安装 2.0：本程序所在的磁盘空间不足（错误码 " +
+                                        std::to_wstring(code) +
+                                        L"）。请清理磁盘后重新运行；现在可继续使用当前版本。");
     EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
     EXPECT_FALSE(lastTry_);
   }
@@ -261,9 +261,10 @@ TEST_F(UpdateCheckTest, AFileThatIsNotTrustedIsDeleted) {
 
 TEST_F(UpdateCheckTest, AnUpdateThatCannotBeRememberedIsNotBegun) {
   keepsTry_ = false;
-  EXPECT_EQ(Offer(L"2.0", L"/x"),
-            L"强制更新无法安装 2.0：无法在用户数据文件夹中写入更新记录。请检查磁盘空间和文件夹权限；"
-            L"现在可继续使用当前版本。");
+  EXPECT_EQ(
+      Offer(L"2.0", L"/x"),
+      L"强制更新无法安装 2.0：无法在用户数据文件夹中写入更新记录。请检查磁盘空间和文件夹权限；"
+      L"现在可继续使用当前版本。");
   EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
 }
 

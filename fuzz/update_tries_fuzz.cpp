@@ -1,0 +1,16 @@
+// Any text as the record of the last update: what is taken from it comes back as it was kept.
+
+#include "fuzz_input.h"
+#include "text/utf8.h"
+#include "update/update_tries.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
+  const std::string bytes(reinterpret_cast<const char*>(data), sizeBytes);
+  const auto record = update::ParseUpdateTry(text::FromUtf8(bytes));
+  if (!record) return 0;
+  fuzz::Require(!record->version.empty() && record->atSeconds >= 0);
+  const auto again = update::ParseUpdateTry(update::UpdateTryText(*record));
+  fuzz::Require(again && again->version == record->version &&
+                again->atSeconds == record->atSeconds);
+  return 0;
+}
