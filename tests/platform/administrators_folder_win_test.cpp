@@ -67,9 +67,23 @@ TEST_F(AdministratorsFolder, LosesAFileWithASecondName) {
   ASSERT_TRUE(WriteFileBytes(folder_ + L"\\a.dll", "somebody's"));
   ASSERT_TRUE(::CreateHardLinkW(scratch_.Path(L"other.dll").c_str(), (folder_ + L"\\a.dll").c_str(),
                                 nullptr));
+  Calls calls;
   EXPECT_TRUE(Take());
+  EXPECT_TRUE(calls.WereAmong({Api::DeleteFileW}, {Said<Api::DeleteFileW>(folder_ + L"\\a.dll")}));
   EXPECT_FALSE(IsFile(folder_ + L"\\a.dll"));
   EXPECT_TRUE(IsFile(scratch_.Path(L"other.dll")));
+}
+
+// Somebody who may not give it away may still close it.
+TEST_F(AdministratorsFolder, IsClosedEvenWhereItKeepsItsOwner) {
+  Calls calls;
+  calls.Fail(Api::SetKernelObjectSecurity, ERROR_INVALID_OWNER);
+  EXPECT_TRUE(Take());
+  EXPECT_TRUE(
+      calls.WereAmong({Api::SetKernelObjectSecurity},
+                      {Said<Api::SetKernelObjectSecurity>(Handle{1}, kOwnerAndList, Some{}),
+                       Said<Api::SetKernelObjectSecurity>(
+                           Handle{1}, SECURITY_INFORMATION{DACL_SECURITY_INFORMATION}, Some{})}));
 }
 
 TEST_F(AdministratorsFolder, TakesThePlaceOfALink) {
@@ -83,7 +97,10 @@ TEST_F(AdministratorsFolder, TakesThePlaceOfALink) {
         return result;
       });
   EXPECT_TRUE(Take());
-  EXPECT_TRUE(calls.WereAmong({Api::RemoveDirectoryW}, {Said<Api::RemoveDirectoryW>(folder_)}));
+  EXPECT_TRUE(calls.WereAmong(
+      {Api::CreateDirectoryW, Api::RemoveDirectoryW},
+      {Said<Api::CreateDirectoryW>(folder_, Some{}), Said<Api::RemoveDirectoryW>(folder_),
+       Said<Api::CreateDirectoryW>(folder_, Some{})}));
 }
 
 TEST_F(AdministratorsFolder, IsSaidNotToBeTheirsWhenItCouldNotBeMadeSo) {

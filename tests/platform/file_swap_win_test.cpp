@@ -62,7 +62,8 @@ TEST_F(FileSwap, TellsWhyACopyFailed) {
   ASSERT_TRUE(holder);
   const SystemResult locked = CopyFileOver(from_, to_);
   EXPECT_FALSE(locked.succeeded);
-  EXPECT_TRUE(locked.errorCode == ERROR_SHARING_VIOLATION || locked.errorCode == ERROR_ACCESS_DENIED)
+  EXPECT_TRUE(locked.errorCode == ERROR_SHARING_VIOLATION ||
+              locked.errorCode == ERROR_ACCESS_DENIED)
       << locked.errorCode;
   EXPECT_EQ(ReadFileBytes(to_), "what was there");
 }

@@ -258,7 +258,31 @@ TEST_F(FileCalls, LeaveNoFileThatWasNotWrittenWhole) {
     return TRUE;
   });
   EXPECT_EQ(Text(WriteNewFile(path_, "text")), "failed 112");
+  EXPECT_TRUE(calls.WereAmong({Api::CloseHandle, Api::DeleteFileW},
+                              {Said<Api::DeleteFileW>(path_), Said<Api::CloseHandle>(Handle{1}),
+                               Said<Api::DeleteFileW>(path_)}));
   EXPECT_FALSE(IsFile(path_));
+}
+
+TEST_F(FileCalls, SayWhyTheDiskMayNotHaveANewFile) {
+  Calls calls;
+  calls.Fail(Api::FlushFileBuffers, 1450);
+  EXPECT_EQ(Text(WriteNewFile(path_, "text")), "ok 1450");
+  EXPECT_TRUE(calls.WereAmong({Api::FlushFileBuffers, Api::GetLastError, Api::CloseHandle},
+                              {Said<Api::FlushFileBuffers>(Handle{1}), Said<Api::GetLastError>(),
+                               Said<Api::CloseHandle>(Handle{1})}));
+}
+
+TEST_F(FileCalls, SayWhyAFileCannotBeHeld) {
+  ASSERT_TRUE(WriteFileBytes(path_, "text"));
+  for (const Api api : {Api::GetFileSizeEx, Api::ReadFile}) {
+    Calls calls;
+    calls.Fail(api, 1450);
+    EXPECT_EQ(Text(HoldFile(path_).result), "failed 1450");
+    EXPECT_TRUE(calls.WereAmong(
+        {Api::GetLastError, Api::CloseHandle},
+        {Said<Api::GetLastError>(), Said<Api::GetLastError>(), Said<Api::CloseHandle>(Handle{1})}));
+  }
 }
 
 TEST_F(FileCalls, HoldAFileAgainstEverybodyElse) {

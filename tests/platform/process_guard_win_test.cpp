@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "win32/calls.h"
+// After the SDK, which it needs.
+#include <delayimp.h>
 
 namespace platform {
 namespace {
@@ -12,6 +14,22 @@ using namespace win32;
 std::wstring Variable(const wchar_t* name) {
   wchar_t value[64] = {};
   return ::GetEnvironmentVariableW(name, value, 64) == 0 ? L"(none)" : value;
+}
+
+TEST(ProcessGuard, LoadsWhatIsImportedLateFromWindowsFolder) {
+  Calls calls;
+  calls.AnswerWith<Api::SetDefaultDllDirectories>([](DWORD) { return TRUE; });
+  calls.AnswerWith<Api::LoadLibraryExA>(
+      [](const char*, HANDLE, DWORD) { return reinterpret_cast<HMODULE>(std::uintptr_t{0x301}); });
+  LimitLibrarySearch();
+  DelayLoadInfo info{};
+  info.szDll = "winhttp.dll";
+  EXPECT_EQ(__pfnDliNotifyHook2(dliNoteStartProcessing, &info), nullptr);
+  EXPECT_NE(__pfnDliNotifyHook2(dliNotePreLoadLibrary, &info), nullptr);
+  EXPECT_EQ(__pfnDliNotifyHook2(dliNotePreGetProcAddress, &info), nullptr);
+  EXPECT_TRUE(calls.WereAmong(
+      {Api::LoadLibraryExA},
+      {Said<Api::LoadLibraryExA>(Some{}, nullptr, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32})}));
 }
 
 // The rest of the test program is to go on finding its libraries, so nothing real is switched on.
@@ -46,7 +64,12 @@ TEST(ProcessGuard, ForgetsTheVariablesOfANameInAnyLetterCase) {
   for (const wchar_t* name : {L"VELTEST2_A", L"velTest2_b", L"VELTEST_C", L"X_VELTEST2_D"}) {
     ::SetEnvironmentVariableW(name, L"set");
   }
-  ForgetVariables(L"VELTEST2_");
+  {
+    Calls calls;
+    ForgetVariables(L"VELTEST2_");
+    EXPECT_TRUE(calls.Had(Said<Api::SetEnvironmentVariableW>(L"VELTEST2_A", nullptr)));
+    EXPECT_EQ(calls.Count(Api::SetEnvironmentVariableW), 2);
+  }
   EXPECT_EQ(Variable(L"VELTEST2_A"), L"(none)");
   EXPECT_EQ(Variable(L"VELTEST2_B"), L"(none)");
   EXPECT_EQ(Variable(L"VELTEST_C"), L"set");

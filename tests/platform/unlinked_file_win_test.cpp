@@ -127,6 +127,7 @@ TEST_F(UnlinkedFiles, AreLeftAloneWhereTheyLieSomewhereElse) {
         return static_cast<DWORD>(std::size(kElsewhere) - 1);
       });
   ExpectRefused(calls);
+  EXPECT_TRUE(calls.WereAmong({Api::DeleteFileW}, {Said<Api::DeleteFileW>(path_)}));
   EXPECT_FALSE(IsFile(path_)) << "the empty file that opening made is gone";
 }
 
@@ -157,6 +158,15 @@ TEST_F(UnlinkedFiles, TellWhatFailed) {
             "SetEndOfFile: failed 1450\n"
             "WriteFile: failed 1450\n"
             "CloseHandle: ok 0\n");
+}
+
+TEST_F(UnlinkedFiles, KeepTheCodeOfAFailure) {
+  Calls calls;
+  calls.Fail(Api::SetEndOfFile, 1450);
+  EXPECT_EQ(Write("text").errorCode, 1450U);
+  EXPECT_TRUE(calls.WereAmong(
+      {Api::SetEndOfFile, Api::GetLastError},
+      {Said<Api::GetLastError>(), Said<Api::SetEndOfFile>(Handle{1}), Said<Api::GetLastError>()}));
 }
 
 TEST_F(UnlinkedFiles, HaveTheirFoldersMadeUnlessOneIsALink) {
