@@ -125,13 +125,18 @@ export async function use({ address, rounds }) {
   }
 }
 
-/** Resolves with the value of the next change of `object` that `hearing` is sent from `address`. */
-function nextChange(hearing, address, object) {
+/**
+ * Resolves with the value of the next change of `object` that `hearing` is sent from `address`. The values grow: one
+ * below `atLeast` is the report of an earlier change that comes late.
+ */
+function nextChange(hearing, address, object, atLeast) {
   let hear;
   const change = new Promise((resolve) => {
     hear = ({ header, payload }) => {
       if (header.sender.address !== address) return;
-      if (payload.monitoredObjectId.instance === object.instance) resolve(payload.values[0].value[0].value);
+      if (payload.monitoredObjectId.instance !== object.instance) return;
+      const { value } = payload.values[0].value[0];
+      if (!(value < atLeast)) resolve(value);
     };
     hearing.on('covNotifyUnconfirmed', hear);
   });
@@ -148,7 +153,7 @@ async function watch({ address, rounds }, { asking, hearing, object }) {
   await insist(stubborn(notes), () => asking.subscribeCov(to, object, 1, false, false, kLifetimeSeconds, numbered()));
   const requestMs = await timed(rounds, (index) => insist(stubborn(notes), async () => {
     const value = index + 0.75;
-    const { change, forget } = nextChange(hearing, address, object);
+    const { change, forget } = nextChange(hearing, address, object, value);
     try {
       const reported = within(kTryMs, 'BACnet change of value', change);
       await Promise.all([write(asking, to, object, value), reported]);
