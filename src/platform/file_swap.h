@@ -5,8 +5,8 @@
 
 #include "platform/system_result.h"
 
-// Putting one file into the place of another. Paths may be longer than 259 characters. Windows only;
-// any thread; nothing throws but std::bad_alloc.
+// Putting one file into the place of another. Paths may be longer than 259 characters. Windows
+// only; any thread; nothing throws but std::bad_alloc.
 namespace platform {
 
 // Makes a new file at `path`, in the place of a file or link there, with these bytes, and returns

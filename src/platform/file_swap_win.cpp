@@ -100,8 +100,8 @@ SystemResult ProbeReplacement(const std::wstring& path, std::uint64_t sizeBytes)
   if (!probe) return Failure();
 
   ULARGE_INTEGER freeBytes{};
-  const bool isKnown = ::GetDiskFreeSpaceExW(ParentFolder(path).c_str(), &freeBytes, nullptr,
-                                             nullptr) != FALSE;
+  const bool isKnown =
+      ::GetDiskFreeSpaceExW(ParentFolder(path).c_str(), &freeBytes, nullptr, nullptr) != FALSE;
   if (isKnown && freeBytes.QuadPart < sizeBytes) return {false, ERROR_DISK_FULL};
   return {true, 0};
 }

@@ -45,8 +45,8 @@ bool ReadAll(HANDLE file, std::string& bytes) {
 
 HeldFile HoldFile(const std::wstring& path) {
   FileHandle file(::CreateFileW(ExtendedPath(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                OPEN_EXISTING,
-                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT,
+                                nullptr));
   const DWORD openError = ::GetLastError();
   if (!file) return NotHeld(openError);
   if (IsLink(file.Get())) return NotHeld(ERROR_CANT_ACCESS_FILE);

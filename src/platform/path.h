@@ -15,8 +15,8 @@ std::wstring JoinPath(std::wstring_view base, std::wstring_view relative);
 std::wstring ParentFolder(std::wstring_view path);
 
 // `path` in the form that Windows takes at any length, for calls on the file itself: an absolute
-// path too long for the plain form gets the prefix "\\\\?\\" (or "\\\\?\\UNC\\"), every other text stays
-// as it is. It must hold no "." or ".." parts then; slashes become backslashes.
+// path too long for the plain form gets the prefix "\\\\?\\" (or "\\\\?\\UNC\\"), every other text
+// stays as it is. It must hold no "." or ".." parts then; slashes become backslashes.
 std::wstring ExtendedPath(std::wstring_view path);
 
 // The path that the system put into `buffer`, whose length without terminator it told as

@@ -9,8 +9,9 @@ namespace platform {
 
 // What Windows says of a program's signature.
 struct Signature {
-  // 0: the file is as it was signed, by a certificate whose chain ends at an authority this computer
-  // trusts. Otherwise why not, an HRESULT such as TRUST_E_NOSIGNATURE or CERT_E_UNTRUSTEDROOT.
+  // 0: the file is as it was signed, by a certificate whose chain ends at an authority this
+  // computer trusts. Otherwise why not, an HRESULT such as TRUST_E_NOSIGNATURE or
+  // CERT_E_UNTRUSTEDROOT.
   std::uint32_t trustError = 0;
   // The SHA-256 of the signing certificate's public key (its SubjectPublicKeyInfo in DER), as 64
   // lower-case hexadecimal digits. Empty when the signature was not accepted.

@@ -58,8 +58,7 @@ Signature VerifySignature(const HeldFile& file, const std::wstring& path) {
   GUID action = WINTRUST_ACTION_GENERIC_VERIFY_V2;
   auto* const noWindow = static_cast<HWND>(INVALID_HANDLE_VALUE);
   Signature signature;
-  signature.trustError =
-      static_cast<std::uint32_t>(::WinVerifyTrust(noWindow, &action, &data));
+  signature.trustError = static_cast<std::uint32_t>(::WinVerifyTrust(noWindow, &action, &data));
   if (signature.trustError == 0) {
     if (const CERT_CONTEXT* signer = SignerOf(data.hWVTStateData)) {
       signature.signerKeySha256 = KeySha256(*signer);

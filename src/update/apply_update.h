@@ -37,7 +37,8 @@ struct ApplyPorts {
   std::function<void(std::uint32_t processId, std::chrono::milliseconds limit)> waitForEnd;
   std::function<void(std::chrono::milliseconds duration)> pause;
   // Why the file may not become the program; empty when it may.
-  std::function<std::wstring(const platform::HeldFile& file, const std::wstring& path)> whyNotTrusted;
+  std::function<std::wstring(const platform::HeldFile& file, const std::wstring& path)>
+      whyNotTrusted;
   std::function<platform::SystemResult(const std::wstring& commandLine)> start;
   std::function<void()> prepareLogFiles;  // of the client
   std::function<void(std::wstring_view message)> writeLog;
@@ -45,17 +46,17 @@ struct ApplyPorts {
 
 // Replaces the file `destination` by the file `source` once the process `parentPid` has ended, and
 // starts it. One wait, one pause, one attempt; each outcome is one line in the update log and the
-// exit code that this returns. A source that may not be trusted changes nothing, and the old program
-// is started again. Blocks for up to a minute.
+// exit code that this returns. A source that may not be trusted changes nothing, and the old
+// program is started again. Blocks for up to a minute.
 //
 // What is checked is what is installed: the source is read once, held meanwhile, and the bytes that
 // were checked are the ones that are written.
 // The new program is first written whole to "<destination>.new"; then the old one is renamed to
 // "<destination>.bak" and the new one to `destination`. So at any moment, whenever the process or
 // the power fails, the old or the new program lies whole at `destination`, or the old one at
-// "<destination>.bak". Where something that cannot be removed lies at that name, there is no backup:
-// the new program then takes the old one's place in one step. A failure leaves the old program at
-// `destination`. The backup goes once the disk has the new program.
+// "<destination>.bak". Where something that cannot be removed lies at that name, there is no
+// backup: the new program then takes the old one's place in one step. A failure leaves the old
+// program at `destination`. The backup goes once the disk has the new program.
 int ApplyUpdate(std::uint32_t parentPid, const std::wstring& source,
                 const std::wstring& destination, const ApplyPorts& ports);
 

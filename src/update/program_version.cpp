@@ -5,8 +5,8 @@
 
 #include "update/compare_versions.h"
 
-// The format is "PE Format" and "VS_VERSIONINFO" in Microsoft's documentation. All numbers in it are
-// little-endian.
+// The format is "PE Format" and "VS_VERSIONINFO" in Microsoft's documentation. All numbers in it
+// are little-endian.
 namespace update {
 namespace {
 
@@ -48,7 +48,7 @@ struct Headers {
 };
 
 std::optional<Headers> ReadHeaders(Bytes program) {
-  constexpr std::size_t kCoffBytes = 24;  // with the signature before it
+  constexpr std::size_t kCoffBytes = 24;               // with the signature before it
   if (U16(program, 0) != 0x5A4D) return std::nullopt;  // "MZ"
   const std::size_t coff = U32(program, 0x3C);
   if (U32(program, coff) != 0x00004550) return std::nullopt;  // "PE"
@@ -82,8 +82,8 @@ Bytes AtAddress(Bytes program, const Headers& headers, std::uint32_t address) {
 // without such an entry.
 std::optional<std::uint32_t> FindEntry(Bytes resources, std::uint32_t folder,
                                        std::optional<std::uint32_t> id) {
-  const std::size_t count =
-      std::size_t{U16(resources, std::size_t{folder} + 12)} + U16(resources, std::size_t{folder} + 14);
+  const std::size_t count = std::size_t{U16(resources, std::size_t{folder} + 12)} +
+                            U16(resources, std::size_t{folder} + 14);
   const Bytes entries = Part(resources, std::size_t{folder} + 16, count * 8);
   for (Bytes rest = entries; rest.size() >= 8; rest = rest.subspan(8)) {
     if (!id || U32(rest, 0) == *id) return U32(rest, 4);

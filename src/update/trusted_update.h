@@ -13,7 +13,7 @@ namespace update {
 
 // This program, as its build named it.
 struct ProgramIdentity {
-  std::wstring version;             // "1.0.4"
+  std::wstring version;              // "1.0.4"
   std::string signerKeySha256 = {};  // 64 lower-case hexadecimal digits, or empty: any signer
 };
 
@@ -21,7 +21,7 @@ struct ProgramIdentity {
 struct OfferedProgram {
   std::uint32_t trustError = 0;  // as platform::Signature has them
   std::string signerKeySha256;
-  std::wstring version;        // "1.0.5.0"; empty when the file names none
+  std::wstring version;          // "1.0.5.0"; empty when the file names none
   bool isHigherVersion = false;  // than the running program's
 };
 

@@ -54,8 +54,9 @@ struct CheckPorts {
 //
 // The program never ends for an update that cannot succeed: not where its file cannot be replaced,
 // not for a file that the build does not trust, and not twice within a day for the same version,
-// which a file that reports an older one would otherwise bring about at every start. Throws std::runtime_error when the service cannot be reached or
-// answers with broken JSON. Blocks; any thread.
+// which a file that reports an older one would otherwise bring about at every start. Throws
+// std::runtime_error when the service cannot be reached or answers with broken JSON. Blocks; any
+// thread.
 std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts& ports);
 
 // The program's own. Windows only.

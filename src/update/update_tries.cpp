@@ -15,8 +15,8 @@ constexpr double kLatestSeconds = 9007199254740992.0;
 }  // namespace
 
 std::wstring UpdateTryText(const UpdateTry& record) {
-  return std::wstring(L"{\"") + kVersionKey + L"\":" + settings::QuoteJsonString(record.version) + L",\"" +
-         kTimeKey + L"\":" + std::to_wstring(record.atSeconds) + L"}";
+  return std::wstring(L"{\"") + kVersionKey + L"\":" + settings::QuoteJsonString(record.version) +
+         L",\"" + kTimeKey + L"\":" + std::to_wstring(record.atSeconds) + L"}";
 }
 
 std::optional<UpdateTry> ParseUpdateTry(std::wstring_view text) {

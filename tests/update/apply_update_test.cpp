@@ -36,12 +36,12 @@ TEST_F(ApplyUpdateTest, ReplacesTheProgramAndStartsTheNewOneInThisOrder) {
   const std::wstring backup = kBackup;
   const std::wstring fresh = kFresh;
   EXPECT_EQ(Apply(), 0);
-  EXPECT_EQ(computer_.events,
-            (Texts{L"prepare log files", L"log", L"wait", L"pause", L"hold " + source,
-                   L"trust " + source, L"write " + fresh, L"write, second half",
-                   L"remove " + backup, L"move " + destination + L" > " + backup,
-                   L"move " + fresh + L" > " + destination, L"remove " + source,
-                   L"remove " + backup, L"start \"" + destination + L"\"", L"log"}));
+  EXPECT_EQ(
+      computer_.events,
+      (Texts{L"prepare log files", L"log", L"wait", L"pause", L"hold " + source, L"trust " + source,
+             L"write " + fresh, L"write, second half", L"remove " + backup,
+             L"move " + destination + L" > " + backup, L"move " + fresh + L" > " + destination,
+             L"remove " + source, L"remove " + backup, L"start \"" + destination + L"\"", L"log"}));
   EXPECT_EQ(computer_.log, (Texts{begun_, L"更新成功，已重启主程序。"}));
   EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}}));
 }
@@ -49,8 +49,7 @@ TEST_F(ApplyUpdateTest, ReplacesTheProgramAndStartsTheNewOneInThisOrder) {
 TEST_F(ApplyUpdateTest, KeepsTheBackupWhileTheDiskMayNotHaveTheNewProgram) {
   computer_.flushError = 32;
   EXPECT_EQ(Apply(), 0);
-  EXPECT_EQ(computer_.files,
-            (Files{{kDestination, kNew}, {kBackup, kOld}}));
+  EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}, {kBackup, kOld}}));
   EXPECT_EQ(computer_.log.back(), L"更新成功，已重启主程序。");
 }
 
@@ -103,8 +102,7 @@ TEST_F(ApplyUpdateTest, AnOldProgramThatStillRunsKeepsItsFile) {
   computer_.locked = {kDestination};
   EXPECT_EQ(Apply(), 32);
   EXPECT_EQ(computer_.log, (Texts{begun_, L"更新失败：覆盖主程序失败，错误码 32"}));
-  EXPECT_EQ(computer_.files,
-            (Files{{kSource, kNew}, {kDestination, kOld}}));
+  EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
   EXPECT_EQ(computer_.now, milliseconds(60800));
   EXPECT_FALSE(computer_.startedAt);
 }

@@ -275,7 +275,8 @@ TEST_F(SwapOnDisk, AProcessKilledAnywhereLeavesAProgram) {
     EXPECT_EQ(backup, cut.backup) << cut.before;
     EXPECT_TRUE(destination == "old" || destination == "new" || backup == "old") << cut.before;
   }
-  EXPECT_EQ(RunWithCut(std::size(kCuts), Path(L"Client.exe")), 193) << "all steps done; the new one is no program";
+  EXPECT_EQ(RunWithCut(std::size(kCuts), Path(L"Client.exe")), 193)
+      << "all steps done; the new one is no program";
   EXPECT_EQ(Holds(Path(L"Client.exe")), "new");
 }
 

@@ -20,8 +20,8 @@ struct PowerCut {};
 // A computer in memory for ApplyUpdate: files, one other process, a clock that only waiting moves,
 // the update log. Every call that does something is kept in `events`.
 //
-// A file operation is one step; writing a file is two, with half of it there in between. `stepsLeft`
-// counts down, and the step after the last throws PowerCut.
+// A file operation is one step; writing a file is two, with half of it there in between.
+// `stepsLeft` counts down, and the step after the last throws PowerCut.
 class FakeComputer {
  public:
   static constexpr std::uint32_t kFileNotFound = 2;

@@ -16,7 +16,7 @@ class Program {
   static constexpr std::size_t kOptional = kCoff + 24;
   static constexpr std::size_t kDirectories = kOptional + 112;
   static constexpr std::size_t kSection = kOptional + 240;
-  static constexpr std::size_t kResources = 0x200;  // in the file
+  static constexpr std::size_t kResources = 0x200;   // in the file
   static constexpr std::uint32_t kAddress = 0x1000;  // when loaded
   static constexpr std::size_t kInfo = kResources + 0x60;
 

@@ -21,7 +21,8 @@ TEST(UpdateTries, AnyOtherTextIsNoRecord) {
        {L"", L"{", L"7", L"[]", L"{}", LR"({"version":"2.0"})", LR"({"triedAt":7})",
         LR"({"version":"","triedAt":7})", LR"({"version":2,"triedAt":7})",
         LR"({"version":"2.0","triedAt":"7"})", LR"({"version":"2.0","triedAt":-1})",
-        LR"({"version":"2.0","triedAt":1e300})", LR"({"version":"2.0","triedAt":9007199254740992})"}) {
+        LR"({"version":"2.0","triedAt":1e300})",
+        LR"({"version":"2.0","triedAt":9007199254740992})"}) {
     EXPECT_FALSE(ParseUpdateTry(text)) << text;
   }
 }
