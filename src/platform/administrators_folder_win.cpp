@@ -2,6 +2,7 @@
 
 #include "platform/files.h"
 #include "platform/path.h"
+#include "platform/unlinked_file.h"
 // After the SDK, which it needs.
 #include <sddl.h>
 
@@ -44,21 +45,16 @@ bool SetOwners(HANDLE file, void* owners) {
   return ::SetKernelObjectSecurity(file, kList, owners) != FALSE;
 }
 
-bool HasTwoNames(HANDLE file) {
-  BY_HANDLE_FILE_INFORMATION info{};
-  return ::GetFileInformationByHandle(file, &info) != FALSE && info.nNumberOfLinks > 1;
-}
-
-bool IsLinkAt(HANDLE file) {
-  BY_HANDLE_FILE_INFORMATION info{};
-  return ::GetFileInformationByHandle(file, &info) != FALSE &&
-         (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+// As far as the system can tell.
+LinkFacts LinksOf(const FileHandle& file) {
+  return AskForLinks(file.Get()).value_or(LinkFacts());
 }
 
 void TakeFile(const std::wstring& path, void* owners) {
   FileHandle file = OpenForOwners(path);
   if (!file) return;
-  if (!HasTwoNames(file.Get()) && !IsLinkAt(file.Get())) {
+  const LinkFacts links = LinksOf(file);
+  if (!links.isLink && !links.hasSecondName) {
     SetOwners(file.Get(), owners);
     return;
   }
@@ -77,12 +73,12 @@ FileHandle TakeFolderForAdministrators(const std::wstring& folder,
   ::CreateDirectoryW(folder.c_str(), &attributes);
 
   FileHandle held = OpenForOwners(folder);
-  if (held && IsLinkAt(held.Get())) {
+  if (held && LinksOf(held).isLink) {
     held.Reset();
     ::RemoveDirectoryW(folder.c_str());
     ::CreateDirectoryW(folder.c_str(), &attributes);
     held = OpenForOwners(folder);
-    if (held && IsLinkAt(held.Get())) held.Reset();
+    if (held && LinksOf(held).isLink) held.Reset();
   }
   if (!held || !SetOwners(held.Get(), owners.Get())) return {};
   for (const std::wstring& name : files) TakeFile(JoinPath(folder, name), owners.Get());

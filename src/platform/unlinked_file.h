@@ -3,6 +3,7 @@
 #include "platform/handles_win.h"
 #include "platform/system_result.h"
 
+#include <optional>
 #include <string>
 
 // Writing where others may have put links. The program has an administrator's rights and writes
@@ -13,6 +14,15 @@ namespace platform {
 // How many of a path's last parts, the file's name among them, lie in somebody else's hands. What
 // stands before them is trusted, and may well be a link.
 using OwnParts = int;
+
+// Whether the opened file or folder is a link itself (it was opened without following one), or has
+// a second name elsewhere.
+struct LinkFacts {
+  bool isLink = false;
+  bool hasSecondName = false;
+};
+// Nothing when the system cannot tell, with the last error.
+std::optional<LinkFacts> AskForLinks(HANDLE file);
 
 // A file that was opened where its path says and nowhere else.
 struct UnlinkedFile {

@@ -39,12 +39,6 @@ std::wstring RealFolder(const std::wstring& folder) {
   return handle ? RealPath(handle.Get()) : std::wstring();
 }
 
-bool HasOneName(HANDLE file) {
-  BY_HANDLE_FILE_INFORMATION info{};
-  if (!::GetFileInformationByHandle(file, &info)) return false;
-  return (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 && info.nNumberOfLinks <= 1;
-}
-
 // Whether what was opened as `path` lies there. A file system that cannot tell where has no links,
 // or tells of them by their attributes.
 bool LiesAt(HANDLE file, const std::wstring& path, OwnParts parts) {
@@ -73,6 +67,13 @@ SystemResult WriteContents(HANDLE file, const std::string& bytes) {
 
 }  // namespace
 
+std::optional<LinkFacts> AskForLinks(HANDLE file) {
+  BY_HANDLE_FILE_INFORMATION info{};
+  if (!::GetFileInformationByHandle(file, &info)) return std::nullopt;
+  return LinkFacts{(info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0,
+                   info.nNumberOfLinks > 1};
+}
+
 UnlinkedFile OpenUnlinked(const std::wstring& path, OwnParts parts, DWORD access, DWORD share) {
   UnlinkedFile opened;
   // CreateFile resets the last error when it makes the file, and says when it did not have to.
@@ -85,7 +86,9 @@ UnlinkedFile OpenUnlinked(const std::wstring& path, OwnParts parts, DWORD access
     opened.error = error;
     return opened;
   }
-  if (!HasOneName(opened.handle.Get()) || !LiesAt(opened.handle.Get(), path, parts)) {
+  const std::optional<LinkFacts> links = AskForLinks(opened.handle.Get());
+  if (!links || links->isLink || links->hasSecondName ||
+      !LiesAt(opened.handle.Get(), path, parts)) {
     opened.handle.Reset();
     opened.error = ERROR_CANT_ACCESS_FILE;
     if (opened.isNew) ::DeleteFileW(path.c_str());  // an empty file, where it does not belong
