@@ -45,10 +45,17 @@ export async function modbus(lab, address) {
 
 /** Throughput towards the controller, or from it when `reverse`. */
 export async function iperf(lab, address, { reverse = false, seconds = 3 } = {}) {
-  const result = await lab.tool(['iperf3', '-J', '-c', address, '-t', String(seconds),
-    '--connect-timeout', '5000', ...(reverse ? ['-R'] : [])]);
-  if (result.code !== 0) return failed(result);
-  const { sum_received: received } = JSON.parse(result.stdout).end;
-  const megabits = received.bits_per_second / 1e6;
-  return { ok: megabits > 1, figures: { megabitsPerSecond: megabits, bytes: received.bytes } };
+  // A second of a busy machine can pass between two looks of iperf3's, which then ends in order with a report
+  // without sums; and its server may still be closing the run before.
+  for (let tries = 3; ; tries -= 1) {
+    const result = await lab.tool(['iperf3', '-J', '-c', address, '-t', String(seconds), '-i', '0.2',
+      '--connect-timeout', '5000', ...(reverse ? ['-R'] : [])]);
+    const received = result.code === 0 ? JSON.parse(result.stdout).end.sum_received : undefined;
+    if (received) {
+      const megabits = received.bits_per_second / 1e6;
+      return { ok: megabits > 1, figures: { megabitsPerSecond: megabits, bytes: received.bytes } };
+    }
+    const again = result.code === 0 || result.stdout.includes('the server is busy');
+    if (tries === 1 || !again) return failed(result);
+  }
 }
