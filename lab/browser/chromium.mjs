@@ -20,7 +20,9 @@ const kFlags = [
   '--no-first-run', '--no-default-browser-check', '--disable-background-networking',
   '--disable-component-update', '--disable-default-apps', '--disable-sync', '--disable-extensions',
   '--disable-domain-reliability', '--disable-breakpad', '--disable-crash-reporter',
-  '--disable-features=Translate,MediaRouter,OptimizationHints', '--metrics-recording-only',
+  // Without a spare renderer: one that dies together with the page's may still be given the next document, which then
+  // dies as well.
+  '--disable-features=Translate,MediaRouter,OptimizationHints,SpareRendererForSitePerProcess', '--metrics-recording-only',
   '--disable-dev-shm-usage', '--disable-background-timer-throttling',
   '--disable-renderer-backgrounding', '--disable-backgrounding-occluded-windows',
   '--password-store=basic', '--use-mock-keychain', '--force-color-profile=srgb',

@@ -14,7 +14,8 @@ const kRendererGone = '警告：页面进程已退出，正在重新载入界面
 const kHangs = '警告：界面暂时没有响应；连接不受影响。';
 const kStillHangs = '警告：界面持续没有响应，正在重新打开界面；连接不受影响。';
 const kGivenUp = '界面恢复失败：一分钟内三次失效，已停止自动恢复；连接不受影响。';
-const kBackMs = 3_000;
+/** Half a second to two on an idle machine, with a whole browser to start. */
+const kBackMs = 10_000;
 
 const killBrowser = ({ page }) => process.kill(page.pid, 'SIGKILL');
 async function killRenderers({ page }) {
