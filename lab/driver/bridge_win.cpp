@@ -8,6 +8,9 @@ namespace driver {
 namespace {
 
 constexpr int kBufferBytes = 8 * 1024 * 1024;
+// Wine loses the wake-up of a receive when another thread sends by the same socket in that moment;
+// what has arrived is then found by the next look.
+constexpr DWORD kLookEveryMs = 500;
 
 sockaddr_in LoopbackAddress(std::uint16_t port) noexcept {
   sockaddr_in address = {};
@@ -46,6 +49,8 @@ std::uint32_t Bridge::Start(std::uint16_t port, std::uint16_t peerPort, Receiver
     return static_cast<std::uint32_t>(error);
   }
   EnlargeBuffers(socket_.Get());
+  ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&kLookEveryMs),
+               sizeof(kLookEveryMs));
   return StartThread();
 }
 
@@ -97,7 +102,7 @@ void Bridge::ReceiveLoop() {
   while (::InterlockedCompareExchange(&stopping_, 0, 0) == 0) {
     const int bytes =
         ::recv(socket, reinterpret_cast<char*>(buffer.data()), static_cast<int>(buffer.size()), 0);
-    // An error is either Stop() or a refused datagram reported late; the flag tells them apart.
+    // An error is Stop(), the look's end or a refused datagram reported late; the flag tells.
     if (bytes > 0) receiver_(std::span(buffer).first(static_cast<std::size_t>(bytes)));
   }
 }
