@@ -55,7 +55,7 @@ function(client_library name)
     if(WIN32 AND VELMARINE_TESTS)
       # By its return address tests/win32 knows a call's place in the source: line numbers, and no
       # call at the end of a function that has become a jump. The rest of the code is as it ships.
-      target_compile_options(${name} PRIVATE -g1 -fno-optimize-sibling-calls)
+      target_compile_options(${name} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-g1> -fno-optimize-sibling-calls)
     endif()
   else()
     add_library(${name} INTERFACE)
@@ -80,8 +80,8 @@ endfunction()
 function(client_test_options target)
   target_include_directories(${target} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
   target_link_libraries(${target} PRIVATE client_flags GTest::gmock_main)
-  # Nothing under Wine reads debugging information, and linking takes three times as long with it.
-  target_compile_options(${target} PRIVATE -O0 $<IF:$<BOOL:${WIN32}>,-g0,-g1>)
+  # Linking takes three times as long with debugging information, which nothing but a debugger reads under Wine.
+  target_compile_options(${target} PRIVATE -O0 $<$<NOT:$<CONFIG:Debug>>:$<IF:$<BOOL:${WIN32}>,-g0,-g1>>)
 endfunction()
 
 # client_test(NAME SOURCES files... [WIN files...] [POSIX files...] [DEPS libraries...])
