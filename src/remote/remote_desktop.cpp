@@ -58,6 +58,7 @@ std::wstring StartRemoteDesktop(settings::Settings& settings, const RemoteDeskto
   try {
     envelope = RequestSession(settings, ports);
   } catch (const std::exception& error) {
+    ports.requestFailed();
     return kFailedPrefix + text::FromUtf8(error.what());
   }
   if (!envelope.success) return kFailedPrefix + envelope.message;

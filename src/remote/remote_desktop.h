@@ -31,6 +31,8 @@ struct RemoteDesktopPorts {
                      const std::wstring& startedPath)>
       startPasswordPaste;
   std::stop_token closing;  // requested when the program ends: nothing is started from then on
+  // The line that is returned quotes a failure of the request, and not the service's own words.
+  std::function<void()> requestFailed = [] {};
 };
 
 // The one keeper of the program's sessions, over the system's clipboard. To be ended, by whoever

@@ -5,8 +5,10 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <set>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -112,6 +114,8 @@ struct AppState {
   bool pageLost = false;
   std::vector<std::wstring> pageQueue;     // JSON texts that wait for the first page
   std::deque<webui::LogLine> loggedLines;  // the last kMaxLoggedLines, for a page that stands in
+  std::set<std::wstring_view> toldCauses;  // of the hints that this run's log has
+  std::atomic<bool> requestFailed{false};  // the last job's; see JobLink
   bool refusalLogged = false;              // the page has refused a message in this run
   std::wstring lastMessage = L"就绪。";
   // What the page shows in its form, as far as the window knows: the page's last snapshot, or what

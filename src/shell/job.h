@@ -18,6 +18,9 @@ struct JobLink {
   // Takes a line for the engineer's log from what the job leaves running, on any thread, also when
   // job and window have ended.
   std::function<void(const std::wstring& text)> notice = [](const std::wstring&) {};
+  // Called while the job runs, on its thread: the text that it will return quotes what a request
+  // came to nothing by, not what the service has answered.
+  std::function<void()> requestFailed = [] {};
 };
 
 // A long action: works on its own copy of the settings, returns the text for the engineer's log.

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <utility>
 
+#include "shell/hints.h"
 #include "shell/window_messages.h"
 #include "webui/actions.h"
 #include "webui/messages.h"
@@ -34,6 +35,22 @@ void DeliverRefused(AppState& state, const std::wstring& json) {
   if (clean == json || !state.web) return;
   state.web->PostJson(clean);
   if (!std::exchange(state.refusalLogged, true)) Log(state, kReplaced);
+}
+
+void LogLine(AppState& state, const std::wstring& text) {
+  const webui::TimeOfDay now = LocalTimeOfDay();
+  if (state.loggedLines.size() == kMaxLoggedLines) state.loggedLines.pop_front();
+  state.loggedLines.push_back({now, text});
+  PostToPage(state, webui::BuildLogMessage(now, text));
+  state.surroundings.writeLogLine(text);
+}
+
+// Once a run for each cause: a retry in vain brings the same lines every few seconds, all night.
+void LogHint(AppState& state, const std::wstring& text) {
+  const HintFacts facts{state.settings.Read().heartbeatMessage, state.requestFailed};
+  const Hint* const hint = FindHint(text, facts);
+  if (hint == nullptr || hint->text.empty()) return;
+  if (state.toldCauses.insert(hint->cause).second) LogLine(state, HintLine(*hint));
 }
 
 }  // namespace
@@ -112,11 +129,8 @@ void TakeFields(AppState& state) {
 }
 
 void Log(AppState& state, const std::wstring& text) {
-  const webui::TimeOfDay now = LocalTimeOfDay();
-  if (state.loggedLines.size() == kMaxLoggedLines) state.loggedLines.pop_front();
-  state.loggedLines.push_back({now, text});
-  PostToPage(state, webui::BuildLogMessage(now, text));
-  state.surroundings.writeLogLine(text);
+  LogLine(state, text);
+  LogHint(state, text);
 }
 
 void LogSettingsReports(AppState& state) {

@@ -32,7 +32,8 @@ void PostApplyMessage(AppState& state);
 // Takes the form's fields into the settings.
 void TakeFields(AppState& state);
 
-// One line for the engineer: to the page's live log and to the log file.
+// One line for the engineer: to the page's live log and to the log file. Behind the first line of a
+// known cause comes one more that says what it is and what helps; it is no result of a job.
 void Log(AppState& state, const std::wstring& text);
 
 // The lines that the settings' store has for the engineer.

@@ -52,8 +52,10 @@ JobTable RealJobs(const std::shared_ptr<remote::PasswordKeeper>& passwords) {
     return diag::RunLatencyTest(settings.record, diag::SendEcho);
   };
   jobs.openDesktop = [passwords](JobSettings& settings, Tunnel&, const JobLink& link) {
-    return remote::StartRemoteDesktop(
-        settings.record, remote::RealRemoteDesktopPorts(passwords, link.closing, link.notice));
+    remote::RemoteDesktopPorts ports =
+        remote::RealRemoteDesktopPorts(passwords, link.closing, link.notice);
+    ports.requestFailed = link.requestFailed;
+    return remote::StartRemoteDesktop(settings.record, ports);
   };
   jobs.resolveDevice = [](JobSettings& settings, Tunnel&, const JobLink& link) {
     std::wstring text;

@@ -37,7 +37,8 @@ void Work(AppState& state, HWND window, const Job& job,
           std::unique_ptr<settings::JobSettings> settings) noexcept {
   constexpr DWORD kPauseMs = 50;
   const JobLink link{state.closing.get_token(),
-                     [window](const std::wstring& line) { PostText(window, kNotice, line); }};
+                     [window](const std::wstring& line) { PostText(window, kNotice, line); },
+                     [&state] { state.requestFailed = true; }};
   std::wstring text = RunJob(job, *settings, *state.tunnel, link);
   settings.reset();
   DeliverResult(
@@ -80,6 +81,7 @@ void StartWorker(AppState& state, const std::wstring& busyText, const Job& job) 
   JoinWorker(state);
   TakeFields(state);
   state.settings.Save();
+  state.requestFailed = false;
   state.lastMessage = busyText;
   PostStateMessage(state);
   Log(state, busyText);

@@ -194,7 +194,9 @@ TEST_F(WindowProfiles, ThatAreNotOnTheDiskAreFollowedByTheWarning) {
       std::wstring(L"警告：设置未能保存：拒绝访问。（") + settings::kLastPath + L"）";
   for (const wchar_t* name : {L"Plant C", L"Plant D"}) {
     Act(L"saveProfile", L"{\"secret\":\"key c\",\"profileName\":\"" + std::wstring(name) + L"\"}");
-    EXPECT_EQ(logged_, (Lines{kSaved, warning}));
+    const bool isFirst = name == std::wstring(L"Plant C");
+    ASSERT_EQ(logged_.size(), isFirst ? 3u : 2u) << "the hint comes once";
+    EXPECT_EQ(Lines(logged_.begin(), logged_.begin() + 2), (Lines{kSaved, warning}));
     EXPECT_EQ(NamesIn(Record()).front(), name) << "the record stands";
   }
   Act(L"loadProfile", L"{\"profileSel\":\"Plant A\"}");

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "service/fake_world.h"
+#include "shell/hints.h"
+#include "shell/job.h"
+
+namespace shell {
+
+// The cause that the catalogue finds in what the program's own parts say.
+class HintsTest : public testing::Test {
+ protected:
+  static std::wstring Cause(const std::wstring& line, const HintFacts& facts = {}) {
+    const Hint* const hint = FindHint(line, facts);
+    return hint == nullptr ? std::wstring() : std::wstring(hint->cause);
+  }
+
+  // The result of connecting when `call` is what opening the tunnel does.
+  template <typename Call>
+  static std::wstring ConnectWith(Call call) {
+    service::FakeWorld world;
+    world.Answer(
+        LR"({"success":true,"data":{"connectionId":"c1","assignedAddress":"10.8.0.2",)"
+        LR"("routes":["192.168.1.0/24"]}})");
+    world.Answer(LR"({"success":true})");
+    world.onStart = call;
+    return Connect(world);
+  }
+  static std::wstring Connect(service::FakeWorld& world, const std::wstring& heldConnection = L"") {
+    settings::Settings settings;
+    settings.serverUrl = L"http://192.0.2.10:31080";
+    settings.connectionId = heldConnection;
+    const std::wstring text = world.RunJob(settings, [&](settings::JobSettings& job) {
+      return service::ConnectJob(job, world, world.Ports());
+    });
+    refusalCode_ = settings.heartbeatMessage;
+    return text;
+  }
+
+  static inline std::wstring refusalCode_;  // what the last Connect() has left
+};
+
+}  // namespace shell

@@ -1,0 +1,215 @@
+#include "diag/latency_test.h"
+#include "platform/error_reason.h"
+#include "remote/remote_desktop.h"
+#include "service/http_reply.h"
+#include "shell/hints_fixture.h"
+#include "text/utf8.h"
+#include "tunnel/session.h"
+#include "tunnel/socket_udp_relay.h"
+#include "update/trusted_update.h"
+#include "update/update_check.h"
+#include "webui/page_failures.h"
+
+namespace shell {
+namespace {
+
+constexpr wchar_t kOffer[] =
+    LR"({"success":true,"data":{"updateAvailable":true,"version":"9.0","downloadUrl":"/x",)"
+    LR"("force":true}})";
+
+// A computer on which a forced update goes well until the last step, which is not reached.
+update::CheckPorts UpdatePorts(const std::wstring& reply) {
+  update::CheckPorts ports;
+  ports.currentVersion = L"1.0.4";
+  ports.downloadTarget = L"C:\\x.exe";
+  ports.sendJsonRequest = [reply](auto&&...) { return service::HttpResponse{200, reply}; };
+  ports.downloadFile = [](auto&&...) { return true; };
+  ports.probeReplacement = [](std::uint64_t) { return platform::SystemResult{true, 0}; };
+  ports.sizeBytes = [](const std::wstring&) { return 1U; };
+  ports.whyNotTrusted = [](const std::wstring&) { return std::wstring(); };
+  ports.nowSeconds = [] { return 1; };
+  ports.lastTry = [] { return std::nullopt; };
+  ports.keepTry = [](const update::UpdateTry&) { return true; };
+  ports.startUpdater = [](const std::wstring&) { return false; };
+  ports.deleteFile = [](const std::wstring&) {};
+  ports.endProcess = [] {};
+  return ports;
+}
+
+// Of a tunnel that is never opened.
+tunnel::SessionDeps IdleDeps() {
+  tunnel::SessionDeps deps;
+  deps.collectLocalNetworks = [] { return tunnel::LocalNetworks{}; };
+  deps.makeUdpRelay = [](tunnel::UdpRelayHooks hooks) {
+    return std::make_unique<tunnel::SocketUdpRelay>(std::move(hooks), tunnel::UdpRelayDeps{});
+  };
+  deps.runHidden = [](auto&&...) { return true; };
+  return deps;
+}
+
+std::wstring Check(const update::CheckPorts& ports) {
+  const auto check = [&ports](const settings::Settings& settings, const std::stop_token&) {
+    return update::CheckForUpdate(settings, ports);
+  };
+  return RunUpdateCheck(check, {}, {});
+}
+
+class HintsLocalTest : public HintsTest {
+ protected:
+  // The line of a desktop whose request gets `reply`, or fails with `failure`.
+  std::wstring OpenDesktop(const std::wstring& reply, const std::string& failure = {}) {
+    remote::RemoteDesktopPorts ports;
+    ports.sendJsonRequest = [&](auto&&...) {
+      if (!failure.empty()) throw std::runtime_error(failure);
+      return service::HttpResponse{200, reply};
+    };
+    ports.rustDesk.find = [](auto&&...) { return std::wstring(); };
+    facts_.requestFailed = false;
+    ports.requestFailed = [this] { facts_.requestFailed = true; };
+    settings::Settings settings;
+    return remote::StartRemoteDesktop(settings, ports);
+  }
+
+  static std::wstring Ping(const std::wstring& address, diag::EchoOutcome outcome) {
+    settings::Settings settings;
+    settings.testIp = address;
+    return diag::RunLatencyTest(settings, [outcome](std::uint32_t) { return diag::Echo{outcome}; });
+  }
+
+  HintFacts facts_;
+};
+
+TEST_F(HintsLocalTest, KnowWhyAnUpdateCheckCameToNothing) {
+  update::CheckPorts ports = UpdatePorts(kOffer);
+  EXPECT_EQ(Cause(Check(ports)), L"update.start");
+  ports.downloadFile = [](auto&&...) { return false; };
+  EXPECT_EQ(Cause(Check(ports)), L"update.download");
+  EXPECT_EQ(Cause(Check(UpdatePorts(L"<html>"))), L"noReason");
+  EXPECT_EQ(Cause(Check(UpdatePorts(LR"({"success":false,"message":"暂停"})"))), L"");
+  EXPECT_EQ(Cause(Check(UpdatePorts(L"{"))), L"json");
+  EXPECT_EQ(Cause(Check(UpdatePorts(LR"({"success":true,"data":{"updateAvailable":true}})"))),
+            L"update.offer");
+  ports.sendJsonRequest = [](auto&&...) -> service::HttpResponse {
+    throw std::runtime_error(
+        service::HttpFailureText("WinHttpReceiveResponse", platform::ErrorReason(12007)));
+  };
+  EXPECT_EQ(Cause(Check(ports)), L"http.name");
+}
+
+TEST_F(HintsLocalTest, KnowADownloadThatIsNotTrusted) {
+  update::CheckPorts ports = UpdatePorts(kOffer);
+  const update::ProgramIdentity self{L"1.0.4", "ab"};
+  for (const update::OfferedProgram& offered :
+       {update::OfferedProgram{0x800B0100, {}, {}}, {0, "cd", {}}, {0, "ab", {}}}) {
+    ports.whyNotTrusted = [&](auto&&) { return update::WhyNotTrusted(offered, self); };
+    EXPECT_EQ(Cause(Check(ports)), L"update.untrusted") << text::ToUtf8(Check(ports));
+  }
+  ports.whyNotTrusted = [](auto&&) { return std::wstring(L"无法读取下载的新程序（错误码 32）。"); };
+  EXPECT_EQ(Cause(Check(ports)), L"update.unreadable");
+  ports = UpdatePorts(
+      LR"({"success":true,"data":{"updateAvailable":true,"downloadUrl":"/x",)"
+      LR"("version":"9：无法读取下载的新程序（错误码 5）。","force":true}})");
+  ports.whyNotTrusted = [](auto&&) { return std::wstring(L"新程序没有版本信息。"); };
+  EXPECT_EQ(Cause(Check(ports)), L"update.untrusted") << "the version is the service's word";
+  ports.probeReplacement = [](std::uint64_t) { return platform::SystemResult{false, 5}; };
+  EXPECT_EQ(FindHint(Check(ports), {})->text, L"") << "the line has its cure";
+}
+
+TEST_F(HintsLocalTest, KnowWhyADesktopIsNotOpened) {
+  EXPECT_EQ(Cause(OpenDesktop(LR"({"success":true,"data":{}})"), facts_), L"desktop.program");
+  EXPECT_EQ(Cause(OpenDesktop(L"<html>"), facts_), L"noReason");
+  const std::string failure =
+      service::HttpFailureText("WinHttpReceiveResponse", platform::ErrorReason(12029));
+  EXPECT_EQ(Cause(OpenDesktop(L"", failure), facts_), L"http.connect");
+  EXPECT_EQ(Cause(OpenDesktop(L"{"), facts_), L"json");
+}
+
+TEST_F(HintsLocalTest, DoNotTakeTheServicesWordsOfADesktopForAFailure) {
+  const std::wstring failure = L"WinHttpReceiveResponse: " + platform::ErrorReason(12029);
+  for (const std::wstring& message : {failure, std::wstring(L"Invalid JSON.")}) {
+    const std::wstring line = OpenDesktop(L"{\"success\":false,\"message\":\"" + message + L"\"}");
+    EXPECT_EQ(line, L"远程桌面失败：" + message);
+    EXPECT_EQ(Cause(line, facts_), L"");
+  }
+}
+
+TEST_F(HintsLocalTest, KnowWhatAPingHasMetWith) {
+  using diag::EchoOutcome;
+  EXPECT_EQ(Cause(Ping(L"10.0.0.1", EchoOutcome::Silence)), L"latency.silence");
+  EXPECT_EQ(Cause(Ping(L"10.0.0.1", EchoOutcome::Refused)), L"latency.refused");
+  EXPECT_EQ(Cause(Ping(L"10.0.0.1", EchoOutcome::NoHandle)), L"latency.handle");
+  EXPECT_EQ(Cause(Ping(L"plc", EchoOutcome::Silence)), L"latency.address");
+  EXPECT_EQ(Cause(Ping(L"10.0.0.1", EchoOutcome::Answered)), L"");
+  EXPECT_EQ(Cause(Ping(L"", EchoOutcome::Answered)), L"");
+}
+
+TEST_F(HintsLocalTest, KnowWhyTheSettingsAreNotSaved) {
+  const struct {
+    std::uint32_t code;
+    const wchar_t* cause;
+  } rows[] = {{5, L"unsaved.denied"},
+              {32, L"unsaved.shared"},
+              {112, L"unsaved.full"},
+              {39, L"unsaved.full"},
+              {19, L"unsaved"}};
+  for (const auto& row : rows) {
+    settings::MemoryDisk disk;
+    disk.refuse = [&row](const std::wstring&) { return platform::ErrorReason(row.code); };
+    settings::SettingsStore store(disk.File(), {});
+    store.Save();
+    const std::vector<std::wstring> reports = store.TakeReports();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(Cause(reports[0]), row.cause) << row.code;
+  }
+}
+
+TEST_F(HintsLocalTest, KnowTheEndsOfAConnection) {
+  const auto stop = [](const std::wstring& stopped, const std::wstring& reply) {
+    service::FakeWorld world;
+    world.stopText = stopped;
+    world.Answer(reply);
+    settings::Settings settings;
+    settings.connectionId = L"c0";
+    return world.RunJob(settings, [&](settings::JobSettings& job) {
+      return service::StopJob(job, world, world.Ports());
+    });
+  };
+  const std::wstring wasNotRunning = tunnel::Session(IdleDeps()).Stop();
+  const std::wstring refusal = LR"({"success":false,"message":"Unknown error."})";
+  EXPECT_EQ(Cause(stop(wasNotRunning, LR"({"success":true})")), L"wasNotRunning");
+  EXPECT_EQ(Cause(stop(wasNotRunning, refusal)), L"notReported");
+  EXPECT_EQ(Cause(stop(L"软件隧道已停止。", refusal)), L"notReported");
+  EXPECT_EQ(Cause(stop(L"软件隧道已停止。", LR"({"success":true})")), L"");
+}
+
+TEST_F(HintsLocalTest, KnowAGrantThatCannotBeUsed) {
+  const auto start = [](const wchar_t* address, const wchar_t* route) {
+    return ConnectWith([&] {
+      tunnel::TunnelRequest request;
+      request.assignedAddress = address;
+      request.routes = {route};
+      tunnel::Session(IdleDeps()).Start(request);
+    });
+  };
+  EXPECT_EQ(Cause(start(L"nonsense", L"10.0.0.0/8")), L"assigned");
+  EXPECT_EQ(Cause(start(L"10.8.0.2", L"nonsense")), L"routes");
+}
+
+TEST_F(HintsLocalTest, KnowAPageThatIsGivenUpAndWhatNobodyExpected) {
+  webui::PageFailures failures;
+  std::wstring last;
+  for (int i = 0; i < 4; ++i) {
+    const auto response = failures.OnFailure(webui::ProcessFailedKind::BrowserExited, {});
+    if (!response.text.empty()) last = response.text;
+  }
+  EXPECT_EQ(Cause(last), L"page.given.up");
+  settings::MemoryDisk disk;
+  settings::SettingsStore store(disk.File(), {});
+  settings::JobSettings settings(store);
+  service::FakeWorld tunnel;
+  const Job job = [](auto&&...) -> std::wstring { throw 7; };
+  EXPECT_EQ(Cause(RunJob(job, settings, tunnel, {})), L"unknown");
+}
+
+}  // namespace
+}  // namespace shell

@@ -1,0 +1,250 @@
+#include "shell/hints.h"
+
+#include <algorithm>
+#include <set>
+
+#include "platform/error_reason.h"
+#include "service/device_resolve.h"
+#include "service/http_reply.h"
+#include "shell/hints_fixture.h"
+#include "text/utf8.h"
+#include "tunnel/driver_error.h"
+#include "tunnel/relay_url.h"
+#include "tunnel/routes.h"
+#include "tunnel/test_relay.h"
+#include "tunnel/websocket_relay.h"
+#include "webui/status_presentation.h"
+
+namespace shell {
+namespace {
+
+// The line of a connect to a relay that answers `response`, then waits or ends.
+std::wstring RelayAnswers(const std::string& response, bool ends = false) {
+  tunnel::TestRelay server([&](tunnel::TestPeer& peer) {
+    peer.ReadRequest();
+    peer.Send(response);
+    if (!ends) peer.WaitForEnd();
+  });
+  tunnel::WebSocketRelay relay{tunnel::RelayHooks{}};
+  try {
+    relay.Connect(server.RelayUrl());
+  } catch (const std::runtime_error& error) {
+    return L"Error: " + text::FromUtf8(error.what());
+  }
+  return {};
+}
+
+std::wstring Resolve(const std::wstring& reply) {
+  settings::Settings settings;
+  std::wstring text;
+  const auto send = [&reply](auto&&...) { return service::HttpResponse{200, reply}; };
+  service::ResolveDevice(settings, send, text);
+  return text;
+}
+
+TEST_F(HintsTest, TellTheFailuresOfARequestApartByTheSystemsText) {
+  std::set<std::uint32_t> codes;
+  for (const auto part : HintCatalogue()) {
+    for (const Hint& hint : part) {
+      if (hint.at != HintAt::HttpCode) continue;
+      codes.insert(hint.code);
+      service::FakeWorld world;
+      const std::wstring reason = platform::ErrorReason(hint.code) + L"\r\n";
+      world.FailRequest(service::HttpFailureText("WinHttpReceiveResponse", reason));
+      EXPECT_EQ(Cause(Connect(world)), hint.cause) << hint.code;
+    }
+  }
+  for (const std::uint32_t code : {12002u, 12007u, 12029u, 12030u, 12037u, 12038u, 12044u, 12045u,
+                                   12152u, 12157u, 12169u, 12175u}) {
+    EXPECT_TRUE(codes.contains(code)) << code;
+  }
+}
+
+TEST_F(HintsTest, KnowTheOtherFailuresOfARequest) {
+  const struct {
+    std::string failure;
+    const wchar_t* cause;
+  } rows[] = {
+      {service::HttpFailureText("WinHttpReceiveResponse", L""), L"http"},
+      {service::HttpFailureText("WinHttpOpen", L"whatever"), L"http"},
+      {service::HttpFailureText("WinHttpCrackUrl", L"whatever"), L"address"},
+  };
+  for (const auto& row : rows) {
+    service::FakeWorld world;
+    world.FailRequest(row.failure);
+    EXPECT_EQ(Cause(Connect(world)), row.cause) << row.failure;
+  }
+  for (const wchar_t* reply : {L"{\"success\":true,", L"{\"message\":\"cut", L"[[["}) {
+    service::FakeWorld world;
+    world.Answer(reply);
+    EXPECT_EQ(Cause(Connect(world)), L"json") << reply;
+  }
+  service::FakeWorld world;
+  world.Answer(LR"({"success":true,"data":{"connectionId":"c1"}})");
+  EXPECT_EQ(Cause(Connect(world)), L"grant");
+}
+
+TEST_F(HintsTest, KnowEachRefusalByItsCode) {
+  const struct {
+    const wchar_t* code;
+    const wchar_t* cause;
+  } rows[] = {
+      {L"DEVICE_NOT_BOUND", L"refusal.unbound"},
+      {L"TRAFFIC_QUOTA_EXCEEDED", L"refusal.traffic"},
+      {L"CONCURRENT_LIMIT_EXCEEDED", L"refusal.concurrent"},
+      {L"device_offline", L"refusal.offline"},
+      {L"DEVICE_RELAY_OFFLINE", L"refusal.relay"},
+      {L"WRONG_SECRET", L""},
+  };
+  for (const auto& row : rows) {
+    for (const wchar_t* held : {L"", L"c0"}) {
+      service::FakeWorld world;
+      if (*held != 0) world.Answer(LR"({"success":true})");
+      world.Answer(LR"({"success":false,"code":")" + std::wstring(row.code) +
+                   LR"(","message":"原话"})");
+      const std::wstring line = Connect(world, held);
+      EXPECT_EQ(Cause(line, {refusalCode_}), row.cause) << row.code << held;
+      EXPECT_EQ(Cause(L"通讯延迟 12 ms：10.0.0.1", {refusalCode_}), L"")
+          << "the code is an old one";
+    }
+  }
+}
+
+TEST_F(HintsTest, TakeARefusalWithoutAReasonForSomebodyElsesAnswer) {
+  for (const wchar_t* reply : {L"<html>Bad Gateway</html>", L"", L"{\"success\":false}"}) {
+    for (const wchar_t* held : {L"", L"c0"}) {
+      service::FakeWorld world;
+      if (*held != 0) world.Answer(LR"({"success":true})");
+      world.Answer(reply);
+      world.removeText = L"已移除系统代理旁路：10.*";
+      EXPECT_EQ(Cause(Connect(world, held), {refusalCode_}), L"noReason") << reply << held;
+    }
+    EXPECT_EQ(Cause(Resolve(reply)), L"noReason") << reply;
+  }
+}
+
+TEST_F(HintsTest, NeverGoByWhatTheServiceSays) {
+  const std::wstring http = L"WinHttpReceiveResponse: " + platform::ErrorReason(12029);
+  const std::wstring messages[] = {L"12029",
+                                   http,
+                                   L"Error: " + http,
+                                   L"Invalid JSON.",
+                                   L"\\r\\nConnection authorization failed: ",
+                                   L"\\r\\nError: " + http,
+                                   L"getaddrinfo failed for relay host.",
+                                   L"DEVICE_OFFLINE",
+                                   L"WebSocket HTTP upgrade failed, status 404",
+                                   L"Unknown error.",
+                                   L"软件隧道运行中。"};
+  for (const std::wstring& message : messages) {
+    const std::wstring reply = L"{\"success\":false,\"message\":\"" + message + L"\"}";
+    EXPECT_EQ(Cause(Resolve(reply)), L"") << message;
+    service::FakeWorld refusing;
+    refusing.Answer(reply);
+    EXPECT_EQ(Cause(Connect(refusing), {refusalCode_}), L"") << message;
+    service::FakeWorld reporting;
+    reporting.Answer(reply);
+    reporting.Answer(LR"({"success":false,"message":"x","code":"WRONG"})");
+    EXPECT_EQ(Cause(Connect(reporting, L"c0"), {refusalCode_}), L"") << message;
+  }
+}
+
+TEST_F(HintsTest, KnowWhatTheRelayAnswers) {
+  const struct {
+    const char* response;
+    const wchar_t* cause;
+  } rows[] = {
+      {"HTTP/1.1 200 OK", L"upgrade.200"},
+      {"HTTP/1.1 400 Bad Request", L"upgrade.400"},
+      {"HTTP/1.1 401 Unauthorized", L"upgrade.forbidden"},
+      {"HTTP/1.1 403 Forbidden", L"upgrade.forbidden"},
+      {"HTTP/1.1 404 Not Found", L"upgrade.404"},
+      {"HTTP/1.1 407 Proxy Authentication Required", L"upgrade.407"},
+      {"HTTP/1.1 502 Bad Gateway", L"upgrade.down"},
+      {"HTTP/1.1 503 Service Unavailable", L"upgrade.down"},
+      {"HTTP/1.1 504 Gateway Timeout", L"upgrade.down"},
+      {"HTTP/1.1 2000 What", L"upgrade"},
+      {"nonsense", L"upgrade"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(Cause(RelayAnswers(row.response + std::string("\r\n\r\n"))), row.cause)
+        << row.response;
+  }
+  EXPECT_EQ(Cause(RelayAnswers("HTTP/1.1 101 X\r\nX: " + std::string(16384, 'x'))), L"handshake");
+  EXPECT_EQ(Cause(RelayAnswers("", true)), L"handshake");
+}
+
+TEST_F(HintsTest, KnowWhyTheRelayCannotBeReached) {
+  const auto cause = [](const std::wstring& url) {
+    return Cause(ConnectWith([&] { tunnel::WebSocketRelay(tunnel::RelayHooks{}).Connect(url); }));
+  };
+  EXPECT_EQ(cause(L"wss://127.0.0.1/"), L"wss");
+  EXPECT_EQ(cause(L"http://127.0.0.1/"), L"address");
+  EXPECT_EQ(cause(L"ws://" + std::wstring(70, L'a') + L"/"), L"relay.name");
+  platform::SocketLibrary library;
+  int error = library.Start();
+  const auto taken = platform::Socket::Create(platform::SocketKind::Tcp, 2, error);
+  ASSERT_EQ(taken->Bind(platform::SocketAddress::Loopback(0)), 0);  // and never listens
+  const std::wstring refused =
+      cause(L"ws://127.0.0.1:" + std::to_wstring(taken->LocalAddress().Port()) + L"/");
+  EXPECT_TRUE(refused == L"relay.refused" || refused == L"relay") << "the second with POSIX codes";
+  for (const auto& [code, wanted] : {std::pair(L"10060", L"relay.timeout"),
+                                     {L"10051", L"relay.unreachable"},
+                                     {L"10065", L"relay.unreachable"},
+                                     {L"10013", L"relay.forbidden"},
+                                     {L"110061", L"relay"}}) {
+    EXPECT_EQ(Cause(L"警告：自动重连未成功（Relay TCP connect failed to h10061:31080, error " +
+                    std::wstring(code) + L"），将继续重试。"),
+              wanted);
+  }
+  EXPECT_EQ(Cause(ConnectWith([] { tunnel::BuildRelayUrl(L"http://h:99999", L"/x"); })),
+            L"address");
+}
+
+TEST_F(HintsTest, KnowNetworksThatCannotBeUsed) {
+  const auto networks = [](std::vector<std::wstring> texts) { return tunnel::ParseRoutes(texts); };
+  EXPECT_EQ(Cause(ConnectWith([&] {
+              tunnel::BuildRouteMappings(networks({L"10.0.0.0/8"}),
+                                         networks({L"10.0.0.0/8", L"172.31.0.0/16"}));
+            })),
+            L"nat");
+}
+
+TEST_F(HintsTest, LeaveTheDriversOwnCuresAlone) {
+  for (const std::uint32_t code : {2u, 5u, 87u, 126u, 225u, 577u, 1058u, 1275u, 4711u}) {
+    const std::wstring line = ConnectWith(
+        [code] { throw tunnel::DriverError("WinDivertOpen failed for filter: x", code); });
+    const Hint* const hint = FindHint(line, {});
+    ASSERT_NE(hint, nullptr) << code;
+    EXPECT_EQ(hint->text, L"") << code;
+  }
+}
+
+TEST_F(HintsTest, TakeTheFirstOfThePatternsThatFit) {
+  std::vector<const Hint*> earlier;
+  for (const auto part : HintCatalogue()) {
+    for (const Hint& hint : part) {
+      const bool isHidden = std::ranges::any_of(earlier, [&hint](const Hint* other) {
+        return other->at == hint.at && other->code == 0 && !other->pattern.empty() &&
+               hint.pattern.starts_with(other->pattern);
+      });
+      EXPECT_FALSE(isHidden) << text::ToUtf8(hint.cause) << " is never found";
+      earlier.push_back(&hint);
+    }
+  }
+}
+
+TEST_F(HintsTest, SayTheSameOfOneCauseAndHaveTheColourOfPlainText) {
+  std::map<std::wstring_view, std::wstring_view> texts;
+  for (const auto part : HintCatalogue()) {
+    for (const Hint& hint : part) {
+      const auto known = texts.emplace(hint.cause, hint.text).first;
+      EXPECT_EQ(known->second, hint.text) << text::ToUtf8(hint.cause);
+      EXPECT_EQ(webui::ClassifyStatus(HintLine(hint)), webui::StatusClass::Plain)
+          << text::ToUtf8(HintLine(hint));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace shell
