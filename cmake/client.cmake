@@ -27,6 +27,12 @@ if(WIN32)
   target_compile_options(client_flags INTERFACE -fstack-protector-strong)
   target_link_options(client_flags INTERFACE -fstack-protector-strong
     -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va)
+  # The same sources make the same file, whenever and wherever they are built.
+  target_link_options(client_flags INTERFACE -Wl,--no-insert-timestamp)
+  if(NOT VELMARINE_TESTS)
+    target_compile_options(client_flags INTERFACE
+      "-ffile-prefix-map=${CMAKE_SOURCE_DIR}=." "-ffile-prefix-map=${CMAKE_BINARY_DIR}=build")
+  endif()
 endif()
 
 if(VELMARINE_SANITIZE)
@@ -52,7 +58,10 @@ function(client_library name)
   if(sources)
     add_library(${name} STATIC ${sources})
     target_link_libraries(${name} PUBLIC client_flags ${ARG_DEPS})
-    if(WIN32 AND VELMARINE_TESTS)
+    if(WIN32 AND NOT VELMARINE_TESTS)
+      # For the symbols that are kept beside a release: lines, so that an address has its place.
+      target_compile_options(${name} PRIVATE -g1)
+    elseif(WIN32)
       # By its return address tests/win32 knows a call's place in the source: line numbers, and no
       # call at the end of a function that has become a jump. The rest of the code is as it ships.
       target_compile_options(${name} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-g1> -fno-optimize-sibling-calls)

@@ -8,9 +8,11 @@ set(WINDIVERT_2.2.2-A_SYS 8da085332782708d8767bcace5327a6ec7283c17cfb85e40b03cd2
 set(WINDIVERT_2.2.0-A_DLL 6110bfa44667405179c3e15e12af1b62037e447ed59b054b19042032995e6c7e)
 set(WINDIVERT_2.2.0-A_SYS 5c3e7bbb06ebb134bed7b1231fdf3139a2052cbe5e8c8418e54237933b51bb4e)
 
-# Sets `out` to the folder that holds WinDivert.dll and WinDivert64.sys.
+# Sets `out` to the folder that holds WinDivert.dll and WinDivert64.sys, and `out`_release to the name of
+# the release they are from, "lab" for the stand-in.
 function(driver_files out)
   if(VELMARINE_DRIVER STREQUAL "lab")
+    set(${out}_release "lab" PARENT_SCOPE)
     set(${out} "${CMAKE_BINARY_DIR}/lab/driver" PARENT_SCOPE)
     return()
   endif()
@@ -31,6 +33,7 @@ both into that folder or name another one with -DVELMARINE_DRIVER_DIR=FOLDER")
       set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
                    "${folder}/WinDivert.dll" "${folder}/WinDivert64.sys")
       set(${out} "${folder}" PARENT_SCOPE)
+      set(${out}_release "${release}" PARENT_SCOPE)
       return()
     endif()
   endforeach()
