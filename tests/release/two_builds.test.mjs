@@ -9,7 +9,8 @@ import { test } from 'node:test';
 import { kBuild } from '../../lab/paths.mjs';
 import { kRepo, packageIn, sha256 } from './built.mjs';
 
-const kSettings = ['-DVELMARINE_DRIVER=lab', '-DCMAKE_UNITY_BUILD=ON', '-DCMAKE_UNITY_BUILD_BATCH_SIZE=12'];
+const kSettings = ['-DVELMARINE_DRIVER=lab', '-DCMAKE_UNITY_BUILD=ON', '-DCMAKE_UNITY_BUILD_BATCH_SIZE=12',
+  '-DVELMARINE_DOWNLOAD_URL=https://downloads.example.com/velmarine'];
 
 // What must not matter differs between the two: the folder, the time zone and, minutes apart, the time.
 const kBuilds = [
