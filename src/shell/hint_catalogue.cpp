@@ -62,7 +62,7 @@ constexpr Hint kRequests[] = {
     {L"http.certificate", HintAt::HttpCode, L"", 12179, kCertificate},
     {L"http", HintAt::Failure, L"WinHttp", 0,
      L"连不上中心服务。先看能不能打开别的网站，再检查 TCP 31080 和 WinHTTP 代理（命令行 netsh "
-     L"winhttp show proxy）。"},
+     L"winhttp show proxy）；服务地址是 https 时，也核对电脑的日期和时间。"},
     {L"json", HintAt::Failure, L"Invalid JSON", 0,
      L"中心服务的回答残缺，多半是半路断开或被代理改动。再点一次；总是这样就换个网络，或告诉服务管理"
      L"员。"},
