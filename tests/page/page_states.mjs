@@ -5,7 +5,7 @@ export const kResting = '粘贴现场端密钥即可连接';
 export const kReconnecting = '软件隧道正在自动重连';
 export const kRetryArmed = '授权未恢复，将每 5 秒自动重试连接。';
 export const kRefused = '\r\nConnection authorization failed: 设备离线';
-export const kUnreachable = 'Error: WinHttpSendRequest failed: 12029';
+export const kUnreachable = 'Error: WinHttpReceiveResponse: 无法与服务器建立连接';
 const kConnected = '\r\n连接授权成功：9f3c-22d1，分配地址 10.88.0.2，路由 192.168.77.0/24\r\n10.10.0.0/24\r\n' +
   `工程师端软件隧道已启动：9f3c-22d1\r\n${kNat}\r\n局域网发现模式已关闭：只转发已知 IP 网段。`;
 

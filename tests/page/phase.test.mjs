@@ -11,7 +11,7 @@ import { kArmed, kConnecting, kGranted, kJobs, kRetrying, WindowModel } from './
 
 const kRetryGoneMs = 12_000;
 const kRefused = '\r\nConnection authorization failed: 设备离线';
-const kUnreachable = 'Error: WinHttpSendRequest failed: 12029';
+const kUnreachable = 'Error: WinHttpReceiveResponse: 无法与服务器建立连接';
 const kIdle = { phase: 'idle', job: null, tone: '', tag: '', waiting: [], resting: true, offer: 'connect' };
 
 const seeAll = (messages, nowMs = 0, seen = startOfConnection()) =>

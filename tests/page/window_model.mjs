@@ -30,7 +30,7 @@ function timeOfDay(seconds) {
 
 const kReasons = ['设备离线', '设备不在线', '请等待', '流量已用完'];
 const kNotices = ['UDP 通道已就绪：小数据包经 UDP 传输。', '警告：系统代理已被另一程序改写。', '局域网发现模式已开启：支持 PLC 广播扫描。'];
-const kErrors = ['Error: WinHttpSendRequest failed: 12029', 'Unknown error.'];
+const kErrors = ['Error: WinHttpReceiveResponse: 无法与服务器建立连接', 'Unknown error.'];
 const kOtherResults = {
   '正在测试通讯延迟...': ['通讯延迟 23 ms：10.0.0.1', '通讯延迟测试超时：10.0.0.1', '通讯延迟测试失败：测试 IP 无效。'],
   '正在请求远程桌面...': ['远程桌面已打开：1，访问密码已复制。', '远程桌面失败：设备离线', '未找到 RustDesk 程序。'],
