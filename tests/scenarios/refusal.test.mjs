@@ -6,8 +6,12 @@ import { waitUntil } from '../../lab/program.mjs';
 import { clickConnect, occurrences, scenario } from './scenario.mjs';
 
 const kRetryLine = '授权未恢复，将每 5 秒自动重试连接。';
-const kCodes = ['DEVICE_NOT_BOUND', 'TRAFFIC_QUOTA_EXCEEDED', 'CONCURRENT_LIMIT_EXCEEDED',
-  'DEVICE_OFFLINE', 'DEVICE_RELAY_OFFLINE'];
+/** By the service's code, how the line begins that explains it. */
+const kHints = {
+  DEVICE_NOT_BOUND: '这台设备还没有绑定，', TRAFFIC_QUOTA_EXCEEDED: '这台设备的流量用完了。',
+  CONCURRENT_LIMIT_EXCEEDED: '同时连接的人数到了上限。', DEVICE_OFFLINE: '现场设备离线。',
+  DEVICE_RELAY_OFFLINE: '现场设备开着，但没有连到中继。',
+};
 
 const connectRequests = (lab) => lab.service.requests({ pathPrefix: '/api/connections/request' });
 
@@ -27,12 +31,18 @@ async function refuseThenGrant(lab, program, code, times) {
   }
 }
 
-for (const [index, code] of kCodes.entries()) {
+for (const [index, code] of Object.keys(kHints).entries()) {
   const times = index === 0 ? 3 : 1;
   scenario(`a refusal with ${code} is retried every 5 s until it is granted`, {},
     async (lab, program) => {
       await refuseThenGrant(lab, program, code, times);
       assert.equal(occurrences(await program.log(), kRetryLine), 1, 'the retry is armed once');
+      const hint = `提示：${kHints[code]}`;
+      assert.equal(occurrences(await program.log(), hint), 1, 'explained once, however often it is retried');
+      const texts = (await program.pageLog()).map(({ text }) => text);
+      const at = texts.findIndex((text) => text.startsWith(hint));
+      assert.match(texts[at - 1], new RegExp(`refused: ${code}$`));
+      assert.equal(texts[at + 1], kRetryLine);
       const granted = (await connectRequests(lab)).length;
       await new Promise((resolve) => { setTimeout(resolve, 6_500); });
       assert.equal((await connectRequests(lab)).length, granted, 'no request after the grant');
@@ -58,6 +68,7 @@ scenario('a refusal with another code is not retried', {}, async (lab, program) 
   await new Promise((resolve) => { setTimeout(resolve, 6_500); });
   assert.equal((await connectRequests(lab)).length, 1);
   assert.equal(occurrences(await program.log(), kRetryLine), 0);
+  assert.doesNotMatch(await program.log(), /密钥错误\r\n\[[\d:]+\] 提示：/);
 });
 
 scenario('a refusal code counts in any letter case, and the retry is shown as a warning', {},

@@ -4,12 +4,13 @@ import assert from 'node:assert/strict';
 import { kPlc } from '../../lab/network.mjs';
 import { waitUntil } from '../../lab/program.mjs';
 import { ping } from '../../lab/tools.mjs';
-import { clickConnect, connect, scenario } from './scenario.mjs';
+import { clickConnect, connect, occurrences, scenario } from './scenario.mjs';
 
 scenario('a relay that answers 200 fails the start, which is reported', {}, async (lab, program) => {
   await lab.service.refuseUpgrade({ status: 200 });
   await clickConnect(program);
   await program.waitForLog('Error: WebSocket HTTP upgrade failed, status 200');
+  await program.waitForLog('提示：回答的是网页，不是中继：');
   assert.equal(await program.state(), '未连接');
   const [report] = await lab.service.requests({ pathPrefix: '/api/connections/CONN-0001/disconnect' });
   assert.equal(JSON.parse(report.body).reason, '本地隧道启动失败');
@@ -28,6 +29,8 @@ scenario('a lost relay is sought again after 1, 2, 4, 8, 10 and 10 s', { site: t
       return list.length >= 6 && list;
     }, 60_000);
     await lab.service.acceptUpgrades();
+    const log = await program.log();
+    assert.equal(occurrences(log, '提示：中继正在维护，'), 1, `explained once for six attempts: ${log}`);
     const times = [cutMs, ...attempts.map(({ timeMs }) => timeMs)];
     for (const [index, wait] of [1, 2, 4, 8, 10, 10].entries()) {
       const gap = (times[index + 1] - times[index]) / 1000;

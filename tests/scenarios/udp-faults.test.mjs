@@ -49,6 +49,7 @@ scenario('a start without UDP works by WebSocket; a blocked UDP path loses what 
   { site: true }, async (lab, program, t) => {
     await lab.faults.blockUdp('both');
     await connect(program);
+    await program.waitForLog(/提示：UDP 通道不可用.*\r\n.*提示：多半是防火墙拦了 UDP 31080。/);
     const before = await duringTraffic(lab, t, 'blocked both from the start', {}, () => sleep(1000));
     assert.equal(before.udp.lost, 0);
     const counts = await lab.service.counts();
