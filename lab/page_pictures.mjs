@@ -1,6 +1,6 @@
 // Takes a picture of the page in every state and at every size into build/page/, for people to look at:
 //   node lab/page_pictures.mjs            all of them
-//   node lab/page_pictures.mjs --guide    also the user guide's pictures of the states, docs/images/state-*.png
+//   node lab/page_pictures.mjs --guide    instead, the user guide's pictures of the states, docs/images/state-*.png
 import { mkdir, rm } from 'node:fs/promises';
 import path from 'node:path';
 
@@ -80,14 +80,19 @@ async function pictureGuide() {
   }
 }
 
-await rm(kFolder, { recursive: true, force: true });
-await mkdir(kFolder, { recursive: true });
-await openBrowser();
-try {
+async function pictureAll() {
+  await rm(kFolder, { recursive: true, force: true });
+  await mkdir(kFolder, { recursive: true });
   await pictureSizes();
   await pictureRest();
-  if (process.argv.includes('--guide')) await pictureGuide();
+}
+
+const isForGuide = process.argv.includes('--guide');
+const target = isForGuide ? kImages : kFolder;
+await openBrowser();
+try {
+  await (isForGuide ? pictureGuide() : pictureAll());
 } finally {
   await closeBrowser();
 }
-console.log(`Pictures are in ${path.relative(process.cwd(), kFolder) || kFolder}.`);
+console.log(`Pictures are in ${path.relative(process.cwd(), target) || target}.`);

@@ -1,4 +1,5 @@
-// Takes the user guide's pictures, docs/images/*.png, from the program in the lab:
+// Takes the user guide's pictures of the window, docs/images/*.png, from the program in the lab; lab/pictures.mjs calls
+// it:
 //   node lab/screenshots.mjs        (as root, after ./test has built everything)
 import { mkdir, mkdtemp, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
