@@ -123,29 +123,37 @@ TEST_F(HintsTest, TakeARefusalWithoutAReasonForSomebodyElsesAnswer) {
   }
 }
 
+// Everything that the catalogue looks for, and how the lines begin in which it stands, as a reason
+// of the service's.
+std::vector<std::wstring> OwnWords() {
+  std::vector<std::wstring> words = {L"12029", L"\r\n", L"警告：设置未能保存：磁盘已满（",
+                                     L"WinHttpReceiveResponse: " + platform::ErrorReason(12029)};
+  for (const auto part : HintCatalogue()) {
+    for (const Hint& hint : part) {
+      words.push_back(std::wstring(hint.pattern) +
+                      (hint.code == 0 ? L"" : std::to_wstring(hint.code)));
+    }
+  }
+  return words;
+}
+
 TEST_F(HintsTest, NeverGoByWhatTheServiceSays) {
-  const std::wstring http = L"WinHttpReceiveResponse: " + platform::ErrorReason(12029);
-  const std::wstring messages[] = {L"12029",
-                                   http,
-                                   L"Error: " + http,
-                                   L"Invalid JSON.",
-                                   L"\\r\\nConnection authorization failed: ",
-                                   L"\\r\\nError: " + http,
-                                   L"getaddrinfo failed for relay host.",
-                                   L"DEVICE_OFFLINE",
-                                   L"WebSocket HTTP upgrade failed, status 404",
-                                   L"Unknown error.",
-                                   L"软件隧道运行中。"};
-  for (const std::wstring& message : messages) {
-    const std::wstring reply = L"{\"success\":false,\"message\":\"" + message + L"\"}";
-    EXPECT_EQ(Cause(Resolve(reply)), L"") << message;
-    service::FakeWorld refusing;
-    refusing.Answer(reply);
-    EXPECT_EQ(Cause(Connect(refusing), {refusalCode_}), L"") << message;
-    service::FakeWorld reporting;
-    reporting.Answer(reply);
-    reporting.Answer(LR"({"success":false,"message":"x","code":"WRONG"})");
-    EXPECT_EQ(Cause(Connect(reporting, L"c0"), {refusalCode_}), L"") << message;
+  for (const std::wstring& words : OwnWords()) {
+    for (const wchar_t* before :
+         {L"", L"Error: ", L"\r\nError: ", L"x\r\n", L"警告：自动重连未成功（"}) {
+      if (words.empty() && *before == 0) continue;  // no reason at all
+      const std::wstring message = before + words + (*before == L'警' ? L"），将继续重试。" : L"");
+      const std::wstring reply =
+          LR"({"success":false,"code":"X","message":)" + settings::QuoteJsonString(message) + L"}";
+      EXPECT_EQ(Cause(Resolve(reply)), L"") << text::ToUtf8(message);
+      service::FakeWorld refusing;
+      refusing.Answer(reply);
+      EXPECT_EQ(Cause(Connect(refusing), {refusalCode_}), L"") << text::ToUtf8(message);
+      service::FakeWorld reporting;
+      reporting.Answer(reply);
+      reporting.Answer(LR"({"success":false,"message":"x","code":"WRONG"})");
+      EXPECT_EQ(Cause(Connect(reporting, L"c0"), {refusalCode_}), L"") << text::ToUtf8(message);
+    }
   }
 }
 
