@@ -33,7 +33,8 @@ function build({ name, zone }) {
 
 test('two builds in different folders are the same, byte for byte', () => {
   const [one, other] = kBuilds.map(build);
-  for (const file of ['packaging/Velmarine.Client.exe', 'lab/driver/WinDivert.dll', 'packaging/bom.json', 'packaging/user-guide.zh-CN.html']) {
+  for (const file of ['packaging/Velmarine.Client.exe', 'Velmarine.Client.debug', 'lab/driver/WinDivert.dll', 'packaging/bom.json',
+    'packaging/user-guide.zh-CN.html']) {
     assert.equal(sha256(readFileSync(path.join(other, file))), sha256(readFileSync(path.join(one, file))), file);
   }
   assert.equal(path.basename(packageIn(other)), path.basename(packageIn(one)));
