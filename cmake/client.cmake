@@ -117,6 +117,7 @@ function(client_test name)
   endif()
   target_precompile_headers(${name}_test REUSE_FROM test_headers)
   set_target_properties(${name}_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
+  set_property(GLOBAL APPEND PROPERTY client_tests ${name}_test)
   add_test(NAME ${name} COMMAND ${name}_test)
   # For a loop that ignores its flags: it fails alone and does not take the others with it.
   set_tests_properties(${name} PROPERTIES TIMEOUT 240)
