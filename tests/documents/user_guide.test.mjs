@@ -1,6 +1,6 @@
 // The user guide has every text that the program can show, with what the program itself says of cause and cure.
 import assert from 'node:assert/strict';
-import { readFileSync, readdirSync } from 'node:fs';
+import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
@@ -103,23 +103,4 @@ test('every refusal that is retried has its row', () => {
   const codes = [...source.matchAll(/L"([A-Z_]{8,})"/g)].map(([, code]) => code);
   assert.equal(codes.length, 5);
   for (const code of codes) assert.ok(kRows.some(({ first, others }) => first === code && others !== ''), code);
-});
-
-test('every link inside the guide, and from other documents into it, leads somewhere', () => {
-  const anchors = [...kGuide.matchAll(/^#+ (.*)$/gm)].map(([, title]) =>
-    title.toLowerCase().replaceAll(/[^\p{L}\p{N}\- ]/gu, '').replaceAll(' ', '-'));
-  const inside = [...kGuide.matchAll(/\]\(#([^)]+)\)/g)].map(([, anchor]) => anchor);
-  const readme = readFileSync(path.join(kRepo, 'README.zh-CN.md'), 'utf8');
-  const outside = [...readme.matchAll(/user-guide\.zh-CN\.md#([^)]+)\)/g)].map(([, anchor]) => anchor);
-  assert.ok(inside.length > 20 && outside.length > 0);
-  assert.deepEqual([...inside, ...outside].filter((anchor) => !anchors.includes(anchor)), []);
-});
-
-test('every picture is used, and every used one is there', () => {
-  const folder = path.join(kRepo, 'docs/images');
-  const documents = ['README.md', 'README.zh-CN.md', 'CONTRIBUTING.md',
-    ...readdirSync(path.join(kRepo, 'docs')).filter((name) => name.endsWith('.md')).map((name) => `docs/${name}`)];
-  const used = new Set(documents.flatMap((file) =>
-    [...readFileSync(path.join(kRepo, file), 'utf8').matchAll(/images\/([\w.-]+)/g)].map(([, name]) => name)));
-  assert.deepEqual([...used].sort(), readdirSync(folder).sort());
 });

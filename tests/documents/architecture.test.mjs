@@ -1,0 +1,88 @@
+// docs/architecture.md says of tree, borders, threads, locks and messages what the sources say.
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+import { isFile, isFolder, kFiles, kSources, quoted, read, rows, section, sourcesWith } from './sources.mjs';
+
+const kPage = 'docs/architecture.md';
+const page = read(kPage);
+const unique = (list) => [...new Set(list)].sort();
+
+const firstCells = (title) => rows(section(kPage, title)).map(([cell]) => cell);
+
+test('the tree names every folder and command at the top, and no other', () => {
+  const [tree] = /^## The tree\n\n((?: {4}.*\n)+)/m.exec(page).slice(1);
+  const named = tree.split('\n').flatMap((line) => line.trim().split(/ {2,}/).slice(0, -1)).filter(Boolean).map((name) => name.replace(/\/$/, ''));
+  const top = unique(kFiles.map((file) => file.split('/')[0]));
+  const expected = top.filter((name) => !name.startsWith('.') && (isFolder(name) || /^[a-z]+$/.test(name)));
+  assert.deepEqual(unique(named), expected);
+});
+
+test('the table of folders names each folder of src, in the order of the arrows', () => {
+  const folders = unique(kSources.map((file) => file.split('/')[1]));
+  const inTable = rows(section(kPage, 'Who calls whom')).map(([cell]) => quoted(cell)[0]);
+  assert.deepEqual(unique(inTable), folders);
+  const [arrows] = /^ {4}text {2}<-.*$/m.exec(section(kPage, 'Who calls whom'));
+  assert.deepEqual(arrows.match(/[a-z]+/g), inTable);
+});
+
+test('the sources include only what the arrows allow', () => {
+  const [arrows] = /^ {4}text {2}<-.*$/m.exec(section(kPage, 'Who calls whom'));
+  const steps = arrows.split('<-').map((step) => step.match(/[a-z]+/g));
+  const rank = new Map(steps.flatMap((names, i) => names.map((name) => [name, i])));
+  for (const file of kSources) {
+    const own = file.split('/')[1];
+    for (const [, other] of read(file).matchAll(/^#include "([a-z]+)\//gm)) {
+      assert.ok(other === own || rank.get(other) < rank.get(own), `${file} includes ${other}`);
+    }
+  }
+});
+
+test('every file of src that the page names is there', () => {
+  const folders = unique(kSources.map((file) => file.split('/')[1]));
+  const named = quoted(page).filter((text) => /^[a-z]+\/[a-z0-9_]+$/.test(text) && folders.includes(text.split('/')[0]));
+  assert.ok(named.length > 2);
+  const isThere = (name) => ['.h', '.cpp', '_win.h', '_win.cpp'].some((end) => isFile(`src/${name}${end}`));
+  assert.deepEqual(named.filter((name) => !isThere(name)), []);
+});
+
+test('every place that starts a thread stands in the table of threads, and no other', () => {
+  const starts = /\bStartDetached\(|\bstd::async\(|\bstd::thread\((?!\))|\bthreads_\.emplace_back\(/;
+  const places = sourcesWith(starts).filter((file) => file.endsWith('.cpp') && !file.startsWith('platform/detached_thread'));
+  const named = rows(section(kPage, 'Threads')).flatMap(([, place]) => quoted(place ?? ''));
+  assert.deepEqual(unique(named), unique(places));
+});
+
+test('every class that has a lock stands in the table of locks, and no other', () => {
+  // The class whose member it is, or the function that keeps one of its own.
+  const owners = kSources.flatMap((file) => {
+    const text = read(file);
+    return [...text.matchAll(/^ +(static )?(?:mutable )?(?:(?:platform::)?Mutex|std::(?:recursive_)?mutex) \w+;/gm)]
+      .map(({ index, 1: isLocal }) => [...text.slice(0, index)
+        .matchAll(isLocal ? /^\S.*?\b(\w+)\(/gm : /^(?:class|struct)(?: CAPABILITY\([^)]*\))? (\w+)/gm)].at(-1)[1]);
+  });
+  const named = firstCells('Locks').map((cell) => quoted(cell)[0]);
+  assert.deepEqual(unique(named), unique(owners.filter((name) => name !== 'Mutex')));
+});
+
+test('every message and timer of the window is named with its number', () => {
+  const header = read('src/shell/window_messages.h');
+  const messages = [...header.matchAll(/UINT (k\w+) = WM_APP \+ (\d+)/g)].map(([, name, number]) => `${name} ${number}`);
+  const timers = [...header.matchAll(/UINT_PTR (k\w+) = (\d+)/g)].map(([, name, number]) => `${name} ${number}`);
+  const table = rows(section(kPage, "The window's own messages")).map(([name, number]) => `${quoted(name)[0]} ${number}`);
+  assert.deepEqual(unique(table), unique([...messages, ...timers]));
+  // Elsewhere they go by their names, which say more and do not change.
+  const elsewhere = page.replace(section(kPage, "The window's own messages"), '');
+  assert.doesNotMatch(elsewhere, /WM_APP\s?\+/);
+  const known = unique([...messages, ...timers].map((text) => text.split(' ')[0]));
+  const used = quoted(elsewhere).filter((text) => /^k[A-Z]\w+$/.test(text));
+  assert.deepEqual(used.filter((name) => !known.includes(name) && sourcesWith(new RegExp(`\\b${name}\\b`)).length === 0), []);
+});
+
+test('every function, class and constant that the page names is in the sources', () => {
+  const all = [...kSources, ...kFiles.filter((file) => /^(webui|lab|tests)\/.*\.(js|mjs|in|h|cpp)$/.test(file))].map(read).join('\n');
+  const named = unique(quoted(page).map((text) => text.replace(/\(\)$/, '')).filter((text) => /^[A-Z]\w+(::\w+)*$/.test(text)));
+  assert.ok(named.length > 40);
+  const isThere = (name) => name.split('::').every((part) => new RegExp(`\\b${part}\\b`).test(all));
+  assert.deepEqual(named.filter((name) => !isThere(name)), []);
+});
