@@ -38,6 +38,9 @@ std::optional<std::uint64_t> FileSizeBytes(const std::wstring& path);
 // folders among them; none when it cannot be listed.
 std::vector<std::wstring> ListFolders(const std::wstring& folder);
 
+// The same for what is no folder.
+std::vector<std::wstring> ListFiles(const std::wstring& folder);
+
 // False when the file is still there afterwards.
 bool DeleteFileAt(const std::wstring& path);
 

@@ -50,6 +50,18 @@ SystemResult WriteOver(const std::wstring& path, std::string_view bytes, bool fl
   return {true, 0};
 }
 
+std::vector<std::wstring> ListNames(const std::wstring& folder, bool wantsFolders) {
+  std::vector<std::wstring> names;
+  std::error_code error;
+  std::filesystem::directory_iterator entry(NativePath(folder), error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    std::error_code unknown;
+    if (entry->is_directory(unknown) != wantsFolders) continue;
+    names.push_back(text::FromUtf8(entry->path().filename().string()));
+  }
+  return names;
+}
+
 }  // namespace
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path) {
@@ -91,15 +103,11 @@ std::optional<std::uint64_t> FileSizeBytes(const std::wstring& path) {
 }
 
 std::vector<std::wstring> ListFolders(const std::wstring& folder) {
-  std::vector<std::wstring> names;
-  std::error_code error;
-  std::filesystem::directory_iterator entry(NativePath(folder), error);
-  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-    std::error_code unknown;
-    if (!entry->is_directory(unknown)) continue;
-    names.push_back(text::FromUtf8(entry->path().filename().string()));
-  }
-  return names;
+  return ListNames(folder, true);
+}
+
+std::vector<std::wstring> ListFiles(const std::wstring& folder) {
+  return ListNames(folder, false);
 }
 
 bool DeleteFileAt(const std::wstring& path) {

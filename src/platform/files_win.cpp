@@ -67,6 +67,20 @@ SystemResult WriteOver(const std::wstring& path, std::string_view bytes, bool fl
   return {true, 0};
 }
 
+// Of folders, without "." and "..", or of all else.
+std::vector<std::wstring> ListNames(const std::wstring& folder, bool wantsFolders) {
+  std::vector<std::wstring> names;
+  WIN32_FIND_DATAW entry{};
+  const FindHandle find(::FindFirstFileW(JoinPath(folder, L"*").c_str(), &entry));
+  if (!find) return names;
+  do {
+    const std::wstring name = entry.cFileName;
+    const bool isFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (isFolder == wantsFolders && name != L"." && name != L"..") names.push_back(name);
+  } while (::FindNextFileW(find.Get(), &entry));
+  return names;
+}
+
 }  // namespace
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path) {
@@ -108,16 +122,11 @@ std::optional<std::uint64_t> FileSizeBytes(const std::wstring& path) {
 }
 
 std::vector<std::wstring> ListFolders(const std::wstring& folder) {
-  std::vector<std::wstring> names;
-  WIN32_FIND_DATAW entry{};
-  const FindHandle find(::FindFirstFileW(JoinPath(folder, L"*").c_str(), &entry));
-  if (!find) return names;
-  do {
-    const std::wstring name = entry.cFileName;
-    const bool isFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    if (isFolder && name != L"." && name != L"..") names.push_back(name);
-  } while (::FindNextFileW(find.Get(), &entry));
-  return names;
+  return ListNames(folder, true);
+}
+
+std::vector<std::wstring> ListFiles(const std::wstring& folder) {
+  return ListNames(folder, false);
 }
 
 bool DeleteFileAt(const std::wstring& path) {

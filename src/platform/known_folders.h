@@ -10,6 +10,7 @@ std::wstring RoamingAppDataFolder();
 std::wstring LocalAppDataFolder();
 std::wstring ProgramFilesFolder();
 std::wstring ProgramFilesX86Folder();
+std::wstring DesktopFolder();
 std::wstring WindowsFolder();
 std::wstring TemporaryFolder();  // ends in a backslash, up to 259 characters (GetTempPathW)
 

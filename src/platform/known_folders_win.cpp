@@ -45,6 +45,10 @@ std::wstring ProgramFilesX86Folder() {
   return KnownFolder(FOLDERID_ProgramFilesX86);
 }
 
+std::wstring DesktopFolder() {
+  return KnownFolder(FOLDERID_Desktop);
+}
+
 std::wstring WindowsFolder() {
   std::array<wchar_t, MAX_PATH> buffer{};
   const UINT lengthUnits = ::GetWindowsDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));

@@ -191,6 +191,16 @@ std::optional<std::uint64_t> HttpExchange::ContentLengthBytes() const {
   return ParseContentLength(value);
 }
 
+std::wstring HttpExchange::Date() const {
+  wchar_t value[64] = {};
+  DWORD sizeBytes = sizeof(value) - sizeof(wchar_t);
+  if (::WinHttpQueryHeaders(request_.Get(), WINHTTP_QUERY_DATE, WINHTTP_HEADER_NAME_BY_INDEX, value,
+                            &sizeBytes, WINHTTP_NO_HEADER_INDEX) == FALSE) {
+    return {};
+  }
+  return value;
+}
+
 std::string HttpExchange::ReadChunk() {
   constexpr char kQuery[] = "WinHttpQueryDataAvailable";
   constexpr char kRead[] = "WinHttpReadData";

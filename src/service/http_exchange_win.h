@@ -48,6 +48,9 @@ class HttpExchange {
   [[nodiscard]] std::uint32_t Status() const;
   // The length that the reply names, if it names one.
   [[nodiscard]] std::optional<std::uint64_t> ContentLengthBytes() const;
+  // The moment at which the service says that it replied, as text (RFC 9110, section 6.6.1); empty
+  // when it does not say so.
+  [[nodiscard]] std::wstring Date() const;
   // The next bytes of the body, as many as have arrived; empty at its end.
   std::string ReadChunk();
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "tunnel/ipv4.h"
@@ -38,6 +39,22 @@ struct LocalNetworks {
   std::vector<Ipv4Network> networks;
   std::uint32_t error = 0;  // why the system does not list them
 };
+
+// One network adapter with its IPv4 addresses, as the system lists it.
+struct NetworkAdapter {
+  std::wstring name;         // as the user knows it
+  std::wstring description;  // as its driver calls it
+  std::uint32_t type = 0;    // IANA's ifType: 6 Ethernet, 23 PPP, 53 virtual, 71 Wi-Fi, 131 tunnel
+  std::vector<AdapterAddress> addresses;
+};
+
+struct AdapterList {
+  std::vector<NetworkAdapter> adapters;
+  std::uint32_t error = 0;  // why the system does not list them
+};
+
+// The system's adapters, those without addresses too. Windows only. Any thread.
+AdapterList ListAdapters();
 
 // SelectLocalNetworks of the system's adapters; none when the system does not list them. Windows
 // only. Any thread.

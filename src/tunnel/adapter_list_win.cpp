@@ -22,22 +22,40 @@ SystemList ReadAdapterList() {
   });
 }
 
+NetworkAdapter ReadAdapter(const IP_ADAPTER_ADDRESSES& record) {
+  NetworkAdapter adapter;
+  if (record.FriendlyName != nullptr) adapter.name = record.FriendlyName;
+  if (record.Description != nullptr) adapter.description = record.Description;
+  adapter.type = record.IfType;
+  const bool isUp = record.OperStatus == IfOperStatusUp;
+  for (const auto* unicast = record.FirstUnicastAddress; unicast != nullptr;
+       unicast = unicast->Next) {
+    const SOCKADDR* address = unicast->Address.lpSockaddr;
+    if (address == nullptr || address->sa_family != AF_INET) continue;
+    const auto* ipv4 = reinterpret_cast<const sockaddr_in*>(address);
+    adapter.addresses.push_back(
+        {isUp, ::ntohl(ipv4->sin_addr.s_addr), unicast->OnLinkPrefixLength});
+  }
+  return adapter;
+}
+
 }  // namespace
 
-LocalNetworks CollectLocalNetworks() {
-  std::vector<AdapterAddress> addresses;
+AdapterList ListAdapters() {
   const SystemList list = ReadAdapterList();
   if (list.bytes.empty()) return {{}, list.error};
-  const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(list.bytes.data());
-  for (; adapter != nullptr; adapter = adapter->Next) {
-    const bool isUp = adapter->OperStatus == IfOperStatusUp;
-    for (const auto* unicast = adapter->FirstUnicastAddress; unicast != nullptr;
-         unicast = unicast->Next) {
-      const SOCKADDR* address = unicast->Address.lpSockaddr;
-      if (address == nullptr || address->sa_family != AF_INET) continue;
-      const auto* ipv4 = reinterpret_cast<const sockaddr_in*>(address);
-      addresses.push_back({isUp, ::ntohl(ipv4->sin_addr.s_addr), unicast->OnLinkPrefixLength});
-    }
+  AdapterList found;
+  const auto* record = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(list.bytes.data());
+  for (; record != nullptr; record = record->Next) found.adapters.push_back(ReadAdapter(*record));
+  return found;
+}
+
+LocalNetworks CollectLocalNetworks() {
+  const AdapterList list = ListAdapters();
+  if (list.error != 0) return {{}, list.error};
+  std::vector<AdapterAddress> addresses;
+  for (const NetworkAdapter& adapter : list.adapters) {
+    addresses.insert(addresses.end(), adapter.addresses.begin(), adapter.addresses.end());
   }
   return {SelectLocalNetworks(addresses), 0};
 }

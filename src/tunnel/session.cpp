@@ -8,6 +8,7 @@
 #include "tunnel/capture_filter.h"
 #include "tunnel/capture_loop.h"
 #include "tunnel/driver_error.h"
+#include "tunnel/driver_service.h"
 #include "tunnel/ipv4.h"
 #include "tunnel/packet_sender.h"
 #include "tunnel/relay_url.h"
@@ -33,11 +34,6 @@ constexpr wchar_t kOverlapCure[] =
 constexpr wchar_t kFragmentCaptured[] =
     L"警告：遇到被分片的数据包，截取已停止，现在访问不到现场；"
     L"请点“断开”再点“连接”，并让发送它的软件改用更小的数据包。";
-
-// The kernel service goes by the first name in 2.x of the driver, by the second in older ones.
-constexpr const wchar_t* kServiceCommands[] = {L"sc stop WinDivert64", L"sc delete WinDivert64",
-                                               L"sc stop WinDivert", L"sc delete WinDivert"};
-constexpr std::chrono::milliseconds kCommandWait{5000};
 
 }  // namespace
 
@@ -286,13 +282,7 @@ void Session::TearDown() noexcept {
 }
 
 void Session::RemoveDriverService() noexcept {
-  for (const wchar_t* const command : kServiceCommands) {
-    try {
-      deps_.runHidden(command, kCommandWait);
-    } catch (const std::exception&) {
-      // What cannot be started is skipped; the next may work.
-    }
-  }
+  tunnel::RemoveDriverService(deps_.runHidden);
 }
 
 }  // namespace tunnel

@@ -11,6 +11,7 @@
 #include "platform/mutex.h"
 #include "tunnel/adapter_list.h"
 #include "tunnel/driver.h"
+#include "tunnel/driver_service.h"
 #include "tunnel/packet_path.h"
 #include "tunnel/packet_queue.h"
 #include "tunnel/relay_link.h"
@@ -29,8 +30,7 @@ struct SessionDeps {
   std::function<std::unique_ptr<WinDivertApi>()> loadDriver;  // throws as LoadWinDivert()
   std::function<LocalNetworks()> collectLocalNetworks;
   std::function<std::unique_ptr<UdpRelay>(UdpRelayHooks)> makeUdpRelay;
-  // As platform::RunHidden: starts a command and waits for its end up to `wait`.
-  std::function<bool(const std::wstring& commandLine, std::chrono::milliseconds wait)> runHidden;
+  HiddenRunner runHidden;
   std::function<std::uint32_t()> tickMs;  // may be empty, as in RelayHooks
   // Waits `time` unless the signal is set, at once or meanwhile.
   std::function<void(StopSignal&, std::chrono::milliseconds time)> pause;

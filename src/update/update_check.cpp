@@ -108,10 +108,13 @@ UpdateOffer ReadUpdateOffer(const settings::JsonValue& data) {
   return offer;
 }
 
+std::wstring UpdateQuestion(const std::wstring& serverUrl, const std::wstring& version) {
+  return settings::NormaliseServerUrl(serverUrl) + kPath + text::PercentEncode(version);
+}
+
 std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts& ports) {
   const std::wstring& current = ports.currentVersion;
-  const std::wstring question =
-      settings::NormaliseServerUrl(settings.serverUrl) + kPath + text::PercentEncode(current);
+  const std::wstring question = UpdateQuestion(settings.serverUrl, current);
   const service::ApiEnvelope envelope =
       service::ParseApiEnvelope(ports.sendJsonRequest(L"GET", question, {}).body);
   if (!envelope.success) return kRefused + envelope.message;

@@ -59,6 +59,9 @@ struct CheckPorts {
 // thread.
 std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts& ports);
 
+// The address at which the service is asked for a version newer than `version`. Pure.
+std::wstring UpdateQuestion(const std::wstring& serverUrl, const std::wstring& version);
+
 // The program's own. Windows only.
 CheckPorts RealCheckPorts(const ProgramIdentity& self, const std::stop_token& closing);
 

@@ -5,12 +5,16 @@
 namespace webui {
 namespace {
 
-constexpr std::wstring_view kChannels[] = {
-    L"{F3017226-FE2A-4295-8BDF-00C3A9A7E4C5}",  // stable
-    L"{2CD8A007-E189-409D-A2C8-9AF4EF3C72AA}",  // beta
-    L"{0D50BFEC-CD6A-4F9A-964C-C7416E3ACB10}",  // dev
-    L"{65C35B14-6C1D-4122-AC46-7148CC9D6497}",  // canary
-    L"{BE59E8FD-089A-411B-A3B0-051D9E417818}",  // internal
+struct Channel {
+  std::wstring_view id;
+  const wchar_t* name;
+};
+constexpr Channel kChannels[] = {
+    {L"{F3017226-FE2A-4295-8BDF-00C3A9A7E4C5}", L"stable"},
+    {L"{2CD8A007-E189-409D-A2C8-9AF4EF3C72AA}", L"beta"},
+    {L"{0D50BFEC-CD6A-4F9A-964C-C7416E3ACB10}", L"dev"},
+    {L"{65C35B14-6C1D-4122-AC46-7148CC9D6497}", L"canary"},
+    {L"{BE59E8FD-089A-411B-A3B0-051D9E417818}", L"internal"},
 };
 
 // The program is built for x64 only, and the library must fit the process.
@@ -66,14 +70,28 @@ std::wstring RuntimeLibraryPath(std::wstring_view runtimeFolder) {
 std::optional<std::wstring> FindInstalledRuntime(const RegisteredRuntime& registered,
                                                  const FileExists& fileExists) {
   for (const RuntimeRoot root : {RuntimeRoot::AllUsers, RuntimeRoot::CurrentUser}) {
-    for (const std::wstring_view channel : kChannels) {
-      const std::optional<std::wstring> folder = registered(root, channel);
+    for (const Channel& channel : kChannels) {
+      const std::optional<std::wstring> folder = registered(root, channel.id);
       if (!folder || !IsUsable(*folder)) continue;
       std::wstring library = RuntimeLibraryPath(*folder);
       if (fileExists(library)) return library;
     }
   }
   return std::nullopt;
+}
+
+std::vector<ListedRuntime> ListInstalledRuntimes(const RegisteredRuntime& registered,
+                                                 const FileExists& fileExists) {
+  std::vector<ListedRuntime> listed;
+  for (const RuntimeRoot root : {RuntimeRoot::AllUsers, RuntimeRoot::CurrentUser}) {
+    for (const Channel& channel : kChannels) {
+      const std::optional<std::wstring> folder = registered(root, channel.id);
+      if (!folder) continue;
+      const bool isUsable = IsUsable(*folder) && fileExists(RuntimeLibraryPath(*folder));
+      listed.push_back({root, channel.name, *folder, isUsable});
+    }
+  }
+  return listed;
 }
 
 }  // namespace webui

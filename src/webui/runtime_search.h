@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Choosing among the WebView2 runtimes that a computer has. Pure; the registry and the disk are
 // reached through the two functions handed in.
@@ -36,5 +37,20 @@ std::wstring RuntimeLibraryPath(std::wstring_view runtimeFolder);
 // or whose library is missing, is passed over.
 std::optional<std::wstring> FindInstalledRuntime(const RegisteredRuntime& registered,
                                                  const FileExists& fileExists);
+
+// One registered runtime and what speaks against it.
+struct ListedRuntime {
+  RuntimeRoot root = RuntimeRoot::AllUsers;
+  std::wstring channel;  // "stable", "beta", "dev", "canary", "internal"
+  std::wstring folder;
+  bool isUsable = false;  // new enough, and its library is there
+};
+
+// All that are registered, in the order in which FindInstalledRuntime() looks.
+std::vector<ListedRuntime> ListInstalledRuntimes(const RegisteredRuntime& registered,
+                                                 const FileExists& fileExists);
+
+// What the registry holds. Windows only; any thread.
+std::optional<std::wstring> RegisteredRuntimeFolder(RuntimeRoot root, std::wstring_view channel);
 
 }  // namespace webui

@@ -40,8 +40,10 @@ std::optional<std::wstring> ReadRegistryString(HKEY key, const wchar_t* name) {
   }
 }
 
+}  // namespace
+
 // The runtime's installer is a 32-bit program: its keys lie in that view of the registry.
-std::optional<std::wstring> RegisteredFolder(RuntimeRoot root, std::wstring_view channel) {
+std::optional<std::wstring> RegisteredRuntimeFolder(RuntimeRoot root, std::wstring_view channel) {
   const std::wstring path = kClientStateKey + std::wstring(channel);
   HKEY opened = nullptr;
   const LSTATUS status =
@@ -52,12 +54,10 @@ std::optional<std::wstring> RegisteredFolder(RuntimeRoot root, std::wstring_view
   return ReadRegistryString(key.Get(), kFolderValue);
 }
 
-}  // namespace
-
 HRESULT CreateCoreWebView2EnvironmentWithOptions(
     const std::wstring& userDataFolder,
     ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler) {
-  const auto path = FindInstalledRuntime(RegisteredFolder, platform::IsFile);
+  const auto path = FindInstalledRuntime(RegisteredRuntimeFolder, platform::IsFile);
   if (!path) return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
   // Once called, the library has threads and windows of its own: it is never unloaded.

@@ -176,6 +176,16 @@ TEST_F(FileCalls, ListFolders) {
             "FindNextFileW: 1\nFindClose: 1\n");
 }
 
+// The folder has the fixture's file and a folder.
+TEST_F(FileCalls, ListFilesThatAreNoFolders) {
+  ASSERT_TRUE(CreateFolders(scratch_.Path(L"a")));
+  ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"b.txt"), "x"));
+  const std::vector<std::wstring> names = ListFiles(scratch_.Folder());
+  EXPECT_NE(std::ranges::find(names, L"b.txt"), names.end());
+  EXPECT_EQ(std::ranges::find(names, L"a"), names.end());
+  EXPECT_EQ(std::ranges::find(names, L"."), names.end());
+}
+
 TEST_F(FileCalls, Delete) {
   const auto makeAndDelete = [this] {
     Real<Api::CloseHandle>()(Real<Api::CreateFileW>()(path_.c_str(), GENERIC_WRITE, 0, nullptr,

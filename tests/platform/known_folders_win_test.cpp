@@ -17,6 +17,7 @@ TEST(KnownFolders, AreFoldersOfTheUser) {
   EXPECT_TRUE(IsFolder(RoamingAppDataFolder()));
   EXPECT_TRUE(IsFolder(LocalAppDataFolder()));
   EXPECT_TRUE(IsFolder(TemporaryFolder()));
+  EXPECT_TRUE(IsFolder(DesktopFolder()));
   EXPECT_NE(RoamingAppDataFolder(), LocalAppDataFolder());
   EXPECT_FALSE(RoamingAppDataFolder().ends_with(L'\\'));
   EXPECT_FALSE(LocalAppDataFolder().ends_with(L'\\'));

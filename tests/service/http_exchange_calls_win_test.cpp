@@ -1,6 +1,7 @@
 // Every WinHTTP call of an exchange: its arguments, and what comes of its failure.
 #include <gtest/gtest.h>
 
+#include <cwchar>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -72,6 +73,25 @@ TEST(HttpExchangeCalls, MakeARequestAndReadItsReply) {
   }));
   EXPECT_EQ(calls.Unbalanced(), "");
   EXPECT_EQ(http.partings, 1);
+}
+
+TEST(HttpExchangeCalls, AskForTheDateOfTheReply) {
+  Calls calls;
+  const FakeHttp http(calls);
+  HttpExchange exchange(L"GET", kRequestUrl, std::chrono::seconds(5));
+  exchange.Run({});
+  calls.AnswerWith<Api::WinHttpQueryHeaders>(
+      [](HINTERNET, DWORD, const wchar_t*, void* value, DWORD* sizeBytes, DWORD*) {
+        EXPECT_EQ(*sizeBytes, 126u) << "room for a terminator behind it";
+        std::wcscpy(static_cast<wchar_t*>(value), L"Thu, 01 Jan 1970 00:00:00 GMT");
+        return TRUE;
+      });
+  EXPECT_EQ(exchange.Date(), L"Thu, 01 Jan 1970 00:00:00 GMT");
+  EXPECT_TRUE(calls.EachWas(Api::WinHttpQueryHeaders,
+                            Said<Api::WinHttpQueryHeaders>(Handle{3}, WINHTTP_QUERY_DATE, nullptr,
+                                                           Some{}, Ref{126}, nullptr)));
+  calls.Fail(Api::WinHttpQueryHeaders, ERROR_WINHTTP_HEADER_NOT_FOUND);
+  EXPECT_EQ(exchange.Date(), L"");
 }
 
 TEST(HttpExchangeCalls, SendNoHeaderAndNoDataWithoutABody) {

@@ -84,6 +84,30 @@ TEST(AdapterCalls, KeepTheNetworksOfAdaptersThatAreUp) {
       {Said<Api::ntohl>(0x0302010A), Said<Api::ntohl>(0x0302090A), Said<Api::ntohl>(0x0403030A)}));
 }
 
+TEST(AdapterCalls, KeepNamesKindsAndAddressesOfAllAdapters) {
+  std::vector<Adapter> adapters;
+  adapters.reserve(2);
+  adapters.emplace_back(IfOperStatusUp, "10.1.2.3", UINT8{24});
+  adapters.emplace_back(IfOperStatusDown, "10.9.2.3", UINT8{16});
+  wchar_t name[] = L"以太网";
+  wchar_t description[] = L"Controller";
+  adapters[0].record.FriendlyName = name;
+  adapters[0].record.Description = description;
+  adapters[0].record.IfType = IF_TYPE_ETHERNET_CSMACD;
+  adapters[1].record.FirstUnicastAddress = nullptr;
+  Calls calls;
+  List(calls, adapters);
+  const AdapterList list = ListAdapters();
+  ASSERT_EQ(list.adapters.size(), 2u);
+  EXPECT_EQ(list.adapters[0].name, name);
+  EXPECT_EQ(list.adapters[0].description, description);
+  EXPECT_EQ(list.adapters[0].type, 6u);
+  ASSERT_EQ(list.adapters[0].addresses.size(), 1u);
+  EXPECT_EQ(list.adapters[0].addresses[0].onLinkPrefix, 24u);
+  EXPECT_TRUE(list.adapters[1].name.empty());
+  EXPECT_TRUE(list.adapters[1].addresses.empty());
+}
+
 TEST(AdapterCalls, KnowNoNetworksWhenTheSystemListsNone) {
   std::vector<Adapter> adapters;
   adapters.emplace_back(IfOperStatusUp, "10.1.2.3", UINT8{24});

@@ -104,5 +104,29 @@ TEST_F(FindInstalledRuntimeTest, PassesOverTheTooOldAndTheBroken) {
   EXPECT_EQ(Find(), Library(L"C:\\oldest\\86.0.616.0"));
 }
 
+TEST(InstalledRuntimes, AreListedInTheOrderOfTheSearch) {
+  const auto registered = [](RuntimeRoot root,
+                             std::wstring_view channel) -> std::optional<std::wstring> {
+    const bool isStable = channel.starts_with(L"{F3017226");
+    if (root == RuntimeRoot::AllUsers && isStable) return L"C:\\R\\85.0.1.1";
+    if (root == RuntimeRoot::CurrentUser && isStable) return L"C:\\U\\121.0.2277.106";
+    if (root == RuntimeRoot::CurrentUser && channel.starts_with(L"{2CD8A007"))
+      return L"C:\\gone\\99.0.0.0";
+    return std::nullopt;
+  };
+  const auto exists = [](const std::wstring& path) {
+    return path.starts_with(L"C:\\U") || path.starts_with(L"C:\\R");
+  };
+  const std::vector<ListedRuntime> listed = ListInstalledRuntimes(registered, exists);
+  ASSERT_EQ(listed.size(), 3u);
+  EXPECT_EQ(listed[0].folder, L"C:\\R\\85.0.1.1");
+  EXPECT_FALSE(listed[0].isUsable) << "too old";
+  EXPECT_EQ(listed[1].root, RuntimeRoot::CurrentUser);
+  EXPECT_EQ(listed[1].channel, L"stable");
+  EXPECT_TRUE(listed[1].isUsable);
+  EXPECT_EQ(listed[2].channel, L"beta");
+  EXPECT_FALSE(listed[2].isUsable) << "without its library";
+}
+
 }  // namespace
 }  // namespace webui
