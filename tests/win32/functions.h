@@ -16,6 +16,7 @@
 #include <softpub.h>
 #include <wincrypt.h>
 #include <winhttp.h>
+#include <winsvc.h>
 #include <wintrust.h>
 #include <wtsapi32.h>
 // clang-format on
@@ -39,6 +40,7 @@ enum class FailsAs {
 // X(function, how it fails, the index of a parameter that points to bytes that it only reads and
 // whose length is the next parameter; -1 = none).
 #define WIN32_FUNCTIONS(X)                                          \
+  X(AppendMenuW, Zero, -1)                                          \
   X(BCryptCloseAlgorithmProvider, CloseToError, -1)                 \
   X(BCryptCreateHash, Error, -1)                                    \
   X(BCryptDestroyHash, CloseToError, -1)                            \
@@ -50,6 +52,7 @@ enum class FailsAs {
   X(CancelMibChangeNotify2, CloseToError, -1)                       \
   X(CloseClipboard, Close, -1)                                      \
   X(CloseHandle, Close, -1)                                         \
+  X(CloseServiceHandle, Close, -1)                                  \
   X(CoInitializeEx, HResult, -1)                                    \
   X(CoTaskMemFree, Never, -1)                                       \
   X(CoUninitialize, Never, -1)                                      \
@@ -75,6 +78,7 @@ enum class FailsAs {
   X(DwmSetWindowAttribute, HResult, 2)                              \
   X(EmptyClipboard, Zero, -1)                                       \
   X(EndPaint, Close, -1)                                            \
+  X(EnumServicesStatusExW, Zero, -1)                                \
   X(EnumWindows, Zero, -1)                                          \
   X(FillRect, Zero, -1)                                             \
   X(FindClose, Close, -1)                                           \
@@ -87,6 +91,7 @@ enum class FailsAs {
   X(FrameRect, Zero, -1)                                            \
   X(FreeEnvironmentStringsW, Close, -1)                             \
   X(FreeLibrary, Close, -1)                                         \
+  X(FreeMibTable, Never, -1)                                        \
   X(GetAdaptersAddresses, Error, -1)                                \
   X(GetClientRect, Zero, -1)                                        \
   X(GetClipboardData, Zero, -1)                                     \
@@ -106,6 +111,7 @@ enum class FailsAs {
   X(GetFocus, Zero, -1)                                             \
   X(GetForegroundWindow, Zero, -1)                                  \
   X(GetFullPathNameW, Zero, -1)                                     \
+  X(GetIpForwardTable2, Error, -1)                                  \
   X(GetLastError, Never, -1)                                        \
   X(GetLocalTime, Never, -1)                                        \
   X(GetMessageW, MinusOne, -1)                                      \
@@ -115,9 +121,11 @@ enum class FailsAs {
   X(GetProcAddress, Zero, -1)                                       \
   X(GetShellWindow, Zero, -1)                                       \
   X(GetStockObject, Zero, -1)                                       \
+  X(GetSystemMenu, Zero, -1)                                        \
   X(GetTempPathW, Zero, -1)                                         \
   X(GetTickCount, Never, -1)                                        \
   X(GetTickCount64, Never, -1)                                      \
+  X(GetTimeZoneInformation, MinusOne, -1)                           \
   X(GetTokenInformation, Zero, -1)                                  \
   X(GetWindow, Zero, -1)                                            \
   X(GetWindowLongPtrW, Zero, -1)                                    \
@@ -156,13 +164,17 @@ enum class FailsAs {
   X(MsgWaitForMultipleObjects, MinusOne, -1)                        \
   X(NotifyUnicastIpAddressChange, Error, -1)                        \
   X(OpenClipboard, Zero, -1)                                        \
+  X(OpenFileMappingW, Zero, -1)                                     \
   X(OpenProcess, Zero, -1)                                          \
   X(OpenProcessToken, Zero, -1)                                     \
+  X(OpenSCManagerW, Zero, -1)                                       \
+  X(OpenServiceW, Zero, -1)                                         \
   X(PeekMessageW, Zero, -1)                                         \
   X(PostMessageW, Zero, -1)                                         \
   X(PostQuitMessage, Never, -1)                                     \
   X(ProcessIdToSessionId, Zero, -1)                                 \
   X(QueryFullProcessImageNameW, Zero, -1)                           \
+  X(QueryServiceConfigW, Zero, -1)                                  \
   X(ReadFile, Zero, -1)                                             \
   X(RegCloseKey, CloseToError, -1)                                  \
   X(RegCreateKeyExW, Error, -1)                                     \
@@ -225,6 +237,8 @@ enum class FailsAs {
   X(WinHttpCloseHandle, Close, -1)                                  \
   X(WinHttpConnect, Zero, -1)                                       \
   X(WinHttpCrackUrl, Zero, -1)                                      \
+  X(WinHttpGetDefaultProxyConfiguration, Zero, -1)                  \
+  X(WinHttpGetIEProxyConfigForCurrentUser, Zero, -1)                \
   X(WinHttpOpen, Zero, -1)                                          \
   X(WinHttpOpenRequest, Zero, -1)                                   \
   X(WinHttpQueryDataAvailable, Zero, -1)                            \

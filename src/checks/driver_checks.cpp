@@ -1,0 +1,168 @@
+#include "checks/driver_checks.h"
+
+#include <algorithm>
+
+#include "checks/checksum_probe.h"
+#include "text/strings.h"
+#include "text/utf8.h"
+#include "tunnel/capture_filter.h"
+#include "tunnel/driver.h"
+#include "tunnel/driver_error.h"
+#include "tunnel/driver_service.h"
+#include "tunnel/routes.h"
+
+namespace checks {
+namespace {
+
+constexpr wchar_t kWhitelist[] =
+    L"在杀毒软件中恢复并信任运行目录里的这个文件，重新启动客户端（启动时会自动放好），再做一次诊断"
+    L"。";
+constexpr wchar_t kNotTried[] = L"没有试：运行目录里没有本程序自带的驱动文件";
+constexpr wchar_t kStartFirst[] =
+    L"启动一次客户端（启动时会自动放好），再做一次诊断；目录里若是别的文件，先删除它们。";
+
+// The networks of RFC 5737 that no real packet goes to, cut into /30.
+std::vector<tunnel::RouteMapping> UnusedNetworks() {
+  constexpr std::uint32_t kFirst = 0xC6336400;   // 198.51.100.0
+  constexpr std::uint32_t kSecond = 0xCB007100;  // 203.0.113.0
+  constexpr std::uint32_t kPrefix = 30;
+  std::vector<tunnel::RouteMapping> mappings;
+  for (std::uint32_t i = 0; i < kMostRoutes; ++i) {
+    const std::uint32_t network = (i % 2 == 0 ? kFirst : kSecond) + i / 2 * 4;
+    mappings.push_back({network, kPrefix, network, kPrefix, false});
+  }
+  return mappings;
+}
+
+// Of a session's start, too: see Session::Start().
+void OpenAndClose(tunnel::Driver& driver, const DriverDeps& deps, Outcome& outcome) {
+  driver.Load(deps.load());
+  outcome.Line(L"WinDivert.dll 已加载");
+  driver.OpenCapture(tunnel::BuildCaptureFilter(UnusedNetworks(), false));
+  outcome.Line(L"截取句柄已打开（" + std::to_wstring(kMostRoutes) + L" 个网段）");
+  driver.OpenInject();
+  outcome.Line(L"注入句柄已打开");
+}
+
+void Explain(const tunnel::DriverError& error, Outcome& outcome) {
+  const std::wstring what = text::FromUtf8(error.what());
+  const std::wstring first = what.substr(0, what.find(L" for filter"));
+  const std::wstring reason = error.Code() == 0 ? first.substr(0, first.find(L'\r'))
+                                                : tunnel::DescribeDriverError(error.Code());
+  if (tunnel::IsDriverLeftover(error.Code())) {
+    outcome.Note(L"驱动现在打不开：" + reason, L"连接时程序会自动停止旧的驱动服务并再试一次。");
+  } else {
+    outcome.Fault(L"驱动打不开：" + reason,
+                  L"照上面的说明做；用户手册的“驱动的错误码”一节有更多说明。");
+  }
+}
+
+bool IsIn(const std::wstring& path, const std::wstring& folder) {
+  return text::FoldCase(path).find(text::FoldCase(folder)) != std::wstring::npos;
+}
+
+void JudgeService(const ServiceFacts& service, bool isOurs, bool isClientRunning,
+                  Outcome& outcome) {
+  if (service.isDisabled) {
+    outcome.Fault(
+        L"驱动服务 " + service.name + L" 被停用（错误 1058）",
+        L"关闭其它使用 WinDivert 的程序，或重新启动电脑。连接时程序会先试着停止并删除它。");
+  } else if (service.isMarkedForDeletion && !service.isRunning) {
+    outcome.Note(L"驱动服务 " + service.name + L" 正在删除",
+                 L"连接时程序会自动处理；仍报错误 1072 时重新启动电脑。");
+  } else if (!isOurs) {
+    outcome.Note(L"另一程序的 WinDivert 驱动：" + service.name + L"，" + service.path,
+                 L"连接有问题时关闭那个程序再试。");
+  } else if (service.isRunning && !isClientRunning) {
+    outcome.Note(L"客户端没有运行，驱动服务却还在", L"启动一次客户端再关闭，或重新启动电脑。");
+  }
+}
+
+}  // namespace
+
+Outcome JudgeDriverFiles(const std::vector<DriverFile>& files) {
+  Outcome outcome;
+  for (const DriverFile& file : files) {
+    if (!file.sizeBytes) {
+      outcome.Fault(L"缺少驱动文件 " + file.path, kWhitelist);
+      continue;
+    }
+    const bool isOwn = !file.sha256.empty() && file.sha256 == file.carriedSha256;
+    outcome.Line(file.path + L"，" + std::to_wstring(*file.sizeBytes) + L" 字节，" +
+                 (isOwn ? L"与自带的相同" : L"与自带的不同"));
+    outcome.Line(L"SHA-256：" + text::FromUtf8(file.sha256));
+    if (isOwn) continue;
+    outcome.Fault(L"驱动文件不是本程序自带的：" + file.path + L"（自带的 SHA-256：" +
+                      text::FromUtf8(file.carriedSha256) + L"）",
+                  L"如果不是你自己放的，关闭客户端，删除这个文件，再启动客户端。");
+  }
+  return outcome;
+}
+
+Outcome JudgeDriverServices(const ServiceList& list, const std::wstring& runtimeFolder,
+                            bool isClientRunning) {
+  Outcome outcome;
+  if (list.error != 0) {
+    outcome.Note(L"系统没有列出驱动服务：错误 " + std::to_wstring(list.error));
+    return outcome;
+  }
+  for (const ServiceFacts& service : list.drivers) {
+    if (!IsWinDivertService(service.name)) continue;
+    std::wstring line = service.name + (service.isRunning ? L"：正在运行" : L"：已停止");
+    if (service.isDisabled) line += L"，已停用";
+    if (service.isMarkedForDeletion) line += L"，已标记删除";
+    outcome.Line(line + L"，" + service.path);
+    JudgeService(service, IsIn(service.path, runtimeFolder), isClientRunning, outcome);
+  }
+  if (outcome.lines.empty()) outcome.Line(L"没有驱动服务（没有连接时就该这样）");
+  return outcome;
+}
+
+Outcome CheckDriverOpens(const DriverDeps& deps) {
+  Outcome outcome;
+  const std::shared_ptr<void> held = deps.holdFiles();
+  if (!held) {
+    outcome.Note(kNotTried, kStartFirst);
+    return outcome;
+  }
+  const bool wasThere = deps.isServiceThere();
+  try {
+    tunnel::Driver driver;
+    OpenAndClose(driver, deps, outcome);
+    driver.Unload();
+    outcome.Line(L"两个句柄都已关闭");
+  } catch (const tunnel::DriverError& error) {
+    Explain(error, outcome);
+  }
+  if (!wasThere && !deps.isClientRunning()) tunnel::RemoveDriverService(deps.runHidden);
+  return outcome;
+}
+
+Outcome CheckDriverSums(const DriverDeps& deps) {
+  Outcome outcome;
+  const std::shared_ptr<void> held = deps.holdFiles();
+  if (!held) {
+    outcome.Note(kNotTried, kStartFirst);
+    return outcome;
+  }
+  tunnel::Driver driver;
+  try {
+    driver.Load(deps.load());
+  } catch (const tunnel::DriverError& error) {
+    Explain(error, outcome);
+    return outcome;
+  }
+  for (const ChecksumProbe& probe : MakeChecksumProbes()) {
+    const std::wstring wrong = WhatIsWrong(
+        probe, [&driver](std::span<std::byte> packet) { driver.RecalculateChecksums(packet); });
+    outcome.Line(probe.name + (wrong.empty() ? L"：正确" : L"：" + wrong));
+    if (!wrong.empty()) {
+      outcome.Fault(probe.name + L" 的校验和不对：" + wrong,
+                    L"驱动的库可能已损坏或被替换：关闭客户端，删除运行目录里的 "
+                    L"WinDivert.dll，再启动客户端。");
+    }
+  }
+  return outcome;
+}
+
+}  // namespace checks

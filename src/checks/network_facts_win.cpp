@@ -1,0 +1,76 @@
+#include "checks/network_checks.h"
+#include "platform/handles_win.h"
+// After the SDK, which they need.
+#include <iphlpapi.h>
+#include <netioapi.h>
+
+#include "diag/proxy_bypass.h"
+
+namespace checks {
+namespace {
+
+struct MibTableTraits {
+  using Raw = MIB_IPFORWARD_TABLE2*;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw table) noexcept { return table != nullptr; }
+  static void Close(Raw table) noexcept { ::FreeMibTable(table); }
+};
+using MibTable = platform::UniqueHandle<MibTableTraits>;
+
+struct GlobalTextTraits {
+  using Raw = wchar_t*;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw text) noexcept { return text != nullptr; }
+  static void Close(Raw text) noexcept { ::GlobalFree(text); }
+};
+using GlobalText = platform::UniqueHandle<GlobalTextTraits>;
+
+// Takes and frees a text that WinHTTP has allocated.
+std::wstring Take(wchar_t* allocated) {
+  const GlobalText text(allocated);
+  return allocated == nullptr ? std::wstring() : std::wstring(allocated);
+}
+
+void ReadRoutes(NetworkFacts& facts) {
+  MIB_IPFORWARD_TABLE2* allocated = nullptr;
+  facts.routesError = ::GetIpForwardTable2(AF_INET, &allocated);
+  const MibTable table(facts.routesError == NO_ERROR ? allocated : nullptr);
+  if (!table) return;
+  for (ULONG i = 0; i < table.Get()->NumEntries; ++i) {
+    const IP_ADDRESS_PREFIX& prefix = table.Get()->Table[i].DestinationPrefix;
+    facts.routes.push_back({::ntohl(prefix.Prefix.Ipv4.sin_addr.s_addr), prefix.PrefixLength});
+  }
+}
+
+}  // namespace
+
+NetworkFacts ReadNetworkFacts() {
+  NetworkFacts facts;
+  facts.adapters = tunnel::ListAdapters();
+  ReadRoutes(facts);
+  return facts;
+}
+
+ProxyFacts ReadProxyFacts() {
+  ProxyFacts facts;
+  WINHTTP_PROXY_INFO own{};
+  const bool knowsOwn = ::WinHttpGetDefaultProxyConfiguration(&own) != FALSE;
+  if (!knowsOwn) facts.systemError = ::GetLastError();
+  if (knowsOwn) {
+    facts.systemProxy = Take(own.lpszProxy);
+    facts.systemBypass = Take(own.lpszProxyBypass);
+  }
+  WINHTTP_CURRENT_USER_IE_PROXY_CONFIG user{};
+  const bool knowsUsers = ::WinHttpGetIEProxyConfigForCurrentUser(&user) != FALSE;
+  if (!knowsUsers) facts.userError = ::GetLastError();
+  if (knowsUsers) {
+    facts.findsItself = user.fAutoDetect != FALSE;
+    facts.script = Take(user.lpszAutoConfigUrl);
+    facts.userProxy = Take(user.lpszProxy);
+    Take(user.lpszProxyBypass);  // the whole list is read below
+  }
+  facts.userBypass = diag::RealProxyOverride().read().value_or(L"");
+  return facts;
+}
+
+}  // namespace checks

@@ -1,0 +1,263 @@
+#include <chrono>
+#include <memory>
+#include <utility>
+
+#include "checks/client_checks.h"
+#include "checks/computer_checks.h"
+#include "checks/driver_checks.h"
+#include "checks/network_checks.h"
+#include "checks/power_checks.h"
+#include "checks/real_checks.h"
+#include "checks/service_checks.h"
+#include "checks/show_file_win.h"
+#include "diag/proxy_note.h"
+#include "platform/error_reason.h"
+#include "platform/files.h"
+#include "platform/held_file.h"
+#include "platform/known_folders.h"
+#include "platform/path.h"
+#include "platform/process_win.h"
+#include "platform/sha256.h"
+#include "platform/unlinked_file.h"
+#include "settings/runtime_folder.h"
+#include "settings/server_address.h"
+#include "settings/settings_file.h"
+#include "text/utf8.h"
+#include "tunnel/socket_udp_relay.h"
+#include "tunnel/windivert_api.h"
+#include "update/update_check.h"
+
+namespace checks {
+namespace {
+
+constexpr wchar_t kBrowserFolder[] = L"VelmarineWebUI_Client";
+// Behind the others: opening the driver changes what its service looks like.
+constexpr int kDriverStage = 1;
+
+using Request = std::shared_ptr<const ReportRequest>;
+
+// As the file holds them; nothing is written.
+settings::Settings ReadSettings(std::wstring* complaint = nullptr) {
+  settings::Settings record;
+  const std::wstring line = settings::RealSettingsFile().Load(record);
+  if (complaint != nullptr) *complaint = line;
+  return record;
+}
+
+std::wstring ServerUrl(const ReportRequest& request) {
+  return request.client ? request.client->serverUrl : ReadSettings().serverUrl;
+}
+
+std::string Sum(std::span<const std::byte> bytes) {
+  return platform::Sha256Hex(bytes);
+}
+
+std::string Sum(const std::string& bytes) {
+  return Sum(std::as_bytes(std::span(bytes.data(), bytes.size())));
+}
+
+std::vector<DriverFile> ReadDriverFiles(const ReportRequest& request) {
+  std::vector<DriverFile> files;
+  for (const ReportRequest::CarriedFile& carried : request.carriedFiles) {
+    DriverFile file{
+        platform::JoinPath(settings::RuntimeFolder(), carried.name), {}, {}, Sum(carried.bytes)};
+    if (const auto bytes = platform::ReadFileBytes(file.path)) {
+      file.sizeBytes = bytes->size();
+      file.sha256 = Sum(*bytes);
+    }
+    files.push_back(std::move(file));
+  }
+  return files;
+}
+
+// All of them, held and compared while they are held.
+std::shared_ptr<void> HoldDriverFiles(const ReportRequest& request) {
+  auto held = std::make_shared<std::vector<platform::HeldFile>>();
+  for (const ReportRequest::CarriedFile& carried : request.carriedFiles) {
+    platform::HeldFile file =
+        platform::HoldFile(platform::JoinPath(settings::RuntimeFolder(), carried.name));
+    if (!file.result.succeeded || Sum(file.bytes) != Sum(carried.bytes)) return nullptr;
+    held->push_back(std::move(file));
+  }
+  return held;
+}
+
+DriverDeps RealDriverDeps(const Request& request) {
+  DriverDeps deps;
+  deps.holdFiles = [request] { return HoldDriverFiles(*request); };
+  deps.load = tunnel::LoadWinDivert;
+  deps.isServiceThere = [] {
+    for (const ServiceFacts& service : ListDrivers().drivers) {
+      if (IsWinDivertService(service.name)) return true;
+    }
+    return false;
+  };
+  deps.isClientRunning = request->isClientRunning;
+  deps.runHidden = platform::RunHidden;
+  return deps;
+}
+
+Outcome CheckFolders(const ReportRequest& request) {
+  const std::wstring settingsFolder = platform::ParentFolder(settings::SettingsFilePath());
+  return JudgeFolders({
+      ProbeFolder(L"程序文件夹", platform::ProgramFolder()),
+      ProbeFolder(L"日志文件夹", platform::JoinPath(request.workingFolder, L"Log")),
+      ProbeFolder(L"设置文件夹", settingsFolder),
+      ProbeFolder(L"运行目录", settings::RuntimeFolder()),
+      ProbeFolder(L"界面数据文件夹", platform::TemporaryFolder() + kBrowserFolder),
+  });
+}
+
+Outcome CheckNetworks() {
+  NetworkFacts facts = ReadNetworkFacts();
+  for (const settings::SiteProfile& profile : ReadSettings().siteProfiles) {
+    facts.siteNetworks.insert(facts.siteNetworks.end(), profile.sharedNetworks.begin(),
+                              profile.sharedNetworks.end());
+  }
+  return JudgeNetworks(facts);
+}
+
+Outcome CheckSettings(const ReportRequest& request) {
+  SettingsFacts facts;
+  facts.path = settings::SettingsFilePath();
+  facts.exists = platform::IsFile(facts.path);
+  const settings::Settings record = ReadSettings(&facts.complaint);
+  facts.profiles = record.siteProfiles.size();
+  facts.remembersConnection = !record.connectionId.empty();
+  facts.damagedFiles = DamagedSettings(platform::ListFiles(platform::ParentFolder(facts.path)));
+  diag::ProxyNote& note = diag::RealProxyNote();
+  {
+    const platform::MutexLock held(note.lock);
+    facts.proxyNote = note.Read();
+  }
+  return JudgeSettings(facts, request.isClientRunning());
+}
+
+std::int64_t NowSeconds() {
+  return std::chrono::duration_cast<std::chrono::seconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+Outcome CheckClock(const ReportRequest& request) {
+  const HttpAnswer answer = Fetch(settings::NormaliseServerUrl(ServerUrl(request)) + L"/");
+  return JudgeClock(answer, NowSeconds(), TimeZoneLine());
+}
+
+std::vector<Check> ComputerChecks(const Request& request) {
+  return {
+      {"program", L"程序文件", "The program's file can be read and is signed as its build demands.",
+       [request] {
+         return JudgeProgram(
+             ReadProgramFacts(request->self.version, request->self.signerKeySha256));
+       }},
+      {"windows", L"Windows 与处理器", "Windows and the processor suit the program.",
+       [] { return JudgeSystem(ReadSystemFacts()); }},
+      {"rights", L"权限", "The program runs with an administrator's rights, on its user's desktop.",
+       [] { return JudgeRights(ReadRightsFacts()); }},
+      {"folders", L"文件夹", "The program's folders can be written to and have room.",
+       [request] { return CheckFolders(*request); }},
+      {"running", L"同时运行", "No other client runs on this computer.",
+       [request] { return JudgeRunning(request->isClientRunning(), request->client.has_value()); }},
+      {"settings", L"设置文件", "The settings can be read and nothing is left of a sudden end.",
+       [request] { return CheckSettings(*request); }},
+      {"webview2", L"WebView2 运行时", "A WebView2 runtime is installed that shows the page.",
+       [] {
+         return JudgeWebView(
+             webui::ListInstalledRuntimes(webui::RegisteredRuntimeFolder, platform::IsFile));
+       }},
+      {"power", L"电源与睡眠", "No power setting ends a connection by itself.",
+       [] { return JudgePower(ReadPowerFacts()); }},
+  };
+}
+
+std::vector<Check> DriverChecks(const Request& request) {
+  return {
+      {"driver-files", L"驱动文件",
+       "The packet driver's files lie in place as the program carries them.",
+       [request] { return JudgeDriverFiles(ReadDriverFiles(*request)); }},
+      {"driver-service", L"驱动服务", "No driver service is left over or in the way.",
+       [request] {
+         return JudgeDriverServices(ListDrivers(), settings::RuntimeFolder(),
+                                    request->isClientRunning());
+       }},
+      {"driver-open", L"驱动打开与关闭", "The packet driver opens and closes.",
+       [deps = RealDriverDeps(request)] { return CheckDriverOpens(deps); }, kDriverStage},
+      {"driver-checksums", L"驱动校验和", "The packet driver writes right checksums.",
+       [deps = RealDriverDeps(request)] { return CheckDriverSums(deps); }, kDriverStage},
+  };
+}
+
+std::vector<Check> NetworkChecks(const Request& request) {
+  return {
+      {"networks", L"本机网段", "This computer's networks leave 172.31.0.0/16 and the sites alone.",
+       CheckNetworks},
+      {"proxy", L"代理", "No proxy stands between the program and the service.",
+       [] { return JudgeProxies(ReadProxyFacts()); }},
+      {"neighbours", L"VPN 与抓包软件", "No VPN is connected that could take the sites' networks.",
+       [] { return JudgeNeighbours(ListDrivers(), tunnel::ListAdapters()); }},
+      {"service-tcp", L"中心服务 TCP", "The central service takes TCP connections.",
+       [request] { return CheckServiceTcp(ServerUrl(*request)); }},
+      {"service-udp", L"中继 UDP", "The relay answers by UDP.",
+       [request] {
+         return CheckServiceUdp(ServerUrl(*request), tunnel::RealUdpRelayDeps().openSocket);
+       }},
+      {"service-reply", L"中心服务的回答", "The central service answers in its own form.",
+       [request] {
+         return JudgeReply(
+             Fetch(update::UpdateQuestion(ServerUrl(*request), request->self.version)));
+       }},
+      {"clock", L"时钟", "This computer's clock agrees with the service's.",
+       [request] { return CheckClock(*request); }},
+  };
+}
+
+// Every settings text there is, damaged ones too.
+std::vector<std::wstring> SecretTexts(const ReportRequest& request) {
+  const std::wstring folder = platform::ParentFolder(settings::SettingsFilePath());
+  std::vector<std::wstring> texts;
+  for (const std::wstring& name : platform::ListFiles(folder)) {
+    const auto bytes = platform::ReadFileBytes(platform::JoinPath(folder, name));
+    if (bytes) texts.push_back(text::FromMarkedBytes(*bytes));
+  }
+  if (request.client) texts.push_back(request.client->record);
+  return texts;
+}
+
+LogTail ReadLogs(const ReportRequest& request) {
+  if (request.client) return ReadLogTail({request.client->logPath}, platform::ReadFileBytes);
+  const auto paths = FindLogFiles({request.workingFolder, platform::ProgramFolder()},
+                                  {platform::ListFolders, platform::ListFiles});
+  return ReadLogTail(paths, platform::ReadFileBytes);
+}
+
+// The folder is a user's own; who may put links there has only the file's name to work with.
+std::wstring WriteReport(const std::wstring& path, const std::string& bytes) {
+  constexpr platform::OwnParts kOwnParts = 1;
+  const platform::SystemResult result = platform::WriteUnlinkedFile(path, kOwnParts, bytes);
+  return result.succeeded ? std::wstring() : platform::ErrorReason(result.errorCode);
+}
+
+}  // namespace
+
+ReportDeps RealReportDeps(const ReportRequest& request) {
+  const auto shared = std::make_shared<const ReportRequest>(request);
+  ReportDeps deps;
+  deps.version = request.self.version;
+  deps.makeChecks = [shared] {
+    std::vector<Check> all = ComputerChecks(shared);
+    for (const std::vector<Check>& some : {DriverChecks(shared), NetworkChecks(shared)}) {
+      all.insert(all.end(), some.begin(), some.end());
+    }
+    return all;
+  };
+  deps.now = platform::LocalTimeNow;
+  deps.secretTexts = [shared] { return SecretTexts(*shared); };
+  deps.readLog = [shared] { return ReadLogs(*shared); };
+  deps.folders = {platform::DesktopFolder(), platform::TemporaryFolder()};
+  deps.write = WriteReport;
+  deps.open = ShowFile;
+  return deps;
+}
+
+}  // namespace checks

@@ -1,0 +1,112 @@
+#include "checks/secrets.h"
+
+#include <cstddef>
+#include <stdexcept>
+#include <vector>
+
+#include "settings/json.h"
+#include "text/strings.h"
+
+namespace checks {
+namespace {
+
+constexpr std::wstring_view kSecretMembers[] = {
+    L"accessPassword", L"connectionId", L"deviceNumber",          L"deviceSecret",
+    L"engineerId",     L"rustDeskId",   L"rustDeskAccessPassword"};
+constexpr std::wstring_view kShapes[] = {L"key-", L"dev-", L"conn-", L"eng-"};
+constexpr std::size_t kShortUnits = 6;
+
+bool IsLetterOrDigit(wchar_t unit) {
+  return (unit >= L'0' && unit <= L'9') || (unit >= L'a' && unit <= L'z') ||
+         (unit >= L'A' && unit <= L'Z');
+}
+
+bool IsIdUnit(wchar_t unit) {
+  return IsLetterOrDigit(unit) || unit == L'-' || unit == L'_';
+}
+
+// The value of the member whose name ends at `position`; empty when no text follows.
+std::wstring ValueBehind(std::wstring_view text, std::size_t position) {
+  const auto skipSpaces = [&] {
+    while (position < text.size() && text::IsSpace(text[position])) ++position;
+  };
+  skipSpaces();
+  if (position >= text.size() || text[position] != L':') return {};
+  ++position;
+  skipSpaces();
+  if (position >= text.size() || text[position] != L'"') return {};
+  const std::size_t start = position + 1;
+  try {
+    const settings::JsonValue value = settings::ReadJsonValue(text, position);
+    return value.AsString() == nullptr ? std::wstring() : *value.AsString();
+  } catch (const std::runtime_error&) {
+    // Cut off inside the value: what is left of it.
+    return std::wstring(text.substr(start, text.find_first_of(L"\r\n", start) - start));
+  }
+}
+
+using Hidden = std::vector<bool>;  // by unit
+
+bool StandsAlone(std::wstring_view text, std::size_t at, std::size_t length) {
+  const bool touchesBefore = at > 0 && IsLetterOrDigit(text[at - 1]);
+  const bool touchesBehind = at + length < text.size() && IsLetterOrDigit(text[at + length]);
+  return !touchesBefore && !touchesBehind;
+}
+
+void Hide(Hidden& hidden, std::size_t at, std::size_t length) {
+  for (std::size_t i = at; i < at + length; ++i) hidden[i] = true;
+}
+
+void HideValue(std::wstring_view folded, std::wstring_view value, Hidden& hidden) {
+  for (std::size_t at = folded.find(value); at != std::wstring_view::npos;
+       at = folded.find(value, at + 1)) {
+    if (value.size() < kShortUnits && !StandsAlone(folded, at, value.size())) continue;
+    Hide(hidden, at, value.size());
+  }
+}
+
+void HideShape(std::wstring_view folded, std::wstring_view prefix, Hidden& hidden) {
+  for (std::size_t at = folded.find(prefix); at != std::wstring_view::npos;
+       at = folded.find(prefix, at + 1)) {
+    if (at > 0 && IsLetterOrDigit(folded[at - 1])) continue;
+    std::size_t end = at + prefix.size();
+    while (end < folded.size() && IsIdUnit(folded[end])) ++end;
+    if (end > at + prefix.size()) Hide(hidden, at, end - at);
+  }
+}
+
+}  // namespace
+
+void Secrets::LearnFrom(std::wstring_view settingsText) {
+  for (const std::wstring_view member : kSecretMembers) {
+    const std::wstring name = L"\"" + std::wstring(member) + L"\"";
+    for (std::size_t at = settingsText.find(name); at != std::wstring_view::npos;
+         at = settingsText.find(name, at + 1)) {
+      Add(ValueBehind(settingsText, at + name.size()));
+    }
+  }
+}
+
+void Secrets::Add(std::wstring_view value) {
+  const std::wstring trimmed = text::Trim(value);
+  if (trimmed.empty()) return;
+  for (const std::wstring& form :
+       {trimmed, text::PercentEncode(trimmed), settings::EscapeJsonString(trimmed)}) {
+    values_.insert(text::FoldCase(form));
+  }
+}
+
+std::wstring Secrets::BlackOut(std::wstring_view text) const {
+  const std::wstring folded = text::FoldCase(text);
+  Hidden hidden(folded.size(), false);
+  for (const std::wstring& value : values_) HideValue(folded, value, hidden);
+  for (const std::wstring_view shape : kShapes) HideShape(folded, shape, hidden);
+  std::wstring shown;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (!hidden[i]) shown += text[i];
+    if (hidden[i] && (i == 0 || !hidden[i - 1])) shown += kHidden;
+  }
+  return shown;
+}
+
+}  // namespace checks
