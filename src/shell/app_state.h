@@ -57,6 +57,9 @@ struct Surroundings {
   // At the start, before any job: takes off the proxy list what an ended run has left there, and
   // returns the line that says so.
   std::function<std::wstring()> takeOffLeftovers;
+  // Writes the report that engineers send with a question, and returns the line that says where to.
+  // May take twenty seconds; any thread.
+  std::function<std::wstring(const settings::Settings& settings)> writeReport;
   // Said once at the start, in a box too; empty when this computer suits the program.
   std::function<std::wstring()> unsuitableComputer;
 };
@@ -100,6 +103,8 @@ struct AppState {
   platform::FileHandle workerEnded;  // an event that the worker sets last; anew for each
   std::stop_source closing;  // of jobs and update check; requested once, when the window closes
   std::vector<std::future<void>> endings;  // what the end of the session has begun
+  // While a report is being written; its thread may outlive the window.
+  std::shared_ptr<std::atomic<bool>> isReporting = std::make_shared<std::atomic<bool>>(false);
   std::atomic<bool> heartbeatRunning{false};
   bool retryArmed = false;
   std::unique_ptr<ComApartment> apartment;  // before what needs it

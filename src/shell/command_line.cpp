@@ -14,4 +14,13 @@ std::optional<ApplyUpdateArguments> ParseApplyUpdate(const std::vector<std::wstr
   return ApplyUpdateArguments{pid, arguments[3], arguments[4]};
 }
 
+std::optional<CheckArguments> ParseCheck(const std::vector<std::wstring>& arguments) {
+  if (arguments.size() < 2 || !text::EqualsIgnoreCase(arguments[1], L"--check")) {
+    return std::nullopt;
+  }
+  CheckArguments request;
+  if (arguments.size() > 2 && !arguments[2].empty()) request.file = arguments[2];
+  return request;
+}
+
 }  // namespace shell

@@ -19,4 +19,13 @@ struct ApplyUpdateArguments {
 // command line, which starts the client.
 std::optional<ApplyUpdateArguments> ParseApplyUpdate(const std::vector<std::wstring>& arguments);
 
+// What a program started only to write a report is told.
+struct CheckArguments {
+  std::optional<std::wstring> file;  // where to; nothing: the program's choice
+};
+
+// The request in `arguments`: "--check" in any letter case, perhaps with a file behind it. Nothing
+// for every other command line.
+std::optional<CheckArguments> ParseCheck(const std::vector<std::wstring>& arguments);
+
 }  // namespace shell

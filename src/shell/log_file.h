@@ -56,5 +56,7 @@ LogPorts RealLogPorts();
 void StartLog();
 void WriteLogLine(std::wstring_view text);
 std::wstring LogPath();
+// The folder that holds "Log"; it need not have one. Windows only.
+std::wstring LogBaseFolder();
 
 }  // namespace shell

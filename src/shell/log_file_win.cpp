@@ -9,14 +9,6 @@
 namespace shell {
 namespace {
 
-std::wstring LogBaseFolder() {
-  std::array<wchar_t, MAX_PATH> buffer{};
-  const DWORD lengthUnits =
-      ::GetCurrentDirectoryW(static_cast<DWORD>(buffer.size()), buffer.data());
-  if (lengthUnits == 0 || lengthUnits >= buffer.size()) return platform::ProgramFolder();
-  return std::wstring(buffer.data(), lengthUnits);
-}
-
 // Never destroyed: a thread that the end of the process overtakes may still be logging.
 LogFile& ProcessLog() {
   static LogFile& log = *new LogFile(RealLogPorts());
@@ -24,6 +16,14 @@ LogFile& ProcessLog() {
 }
 
 }  // namespace
+
+std::wstring LogBaseFolder() {
+  std::array<wchar_t, MAX_PATH> buffer{};
+  const DWORD lengthUnits =
+      ::GetCurrentDirectoryW(static_cast<DWORD>(buffer.size()), buffer.data());
+  if (lengthUnits == 0 || lengthUnits >= buffer.size()) return platform::ProgramFolder();
+  return std::wstring(buffer.data(), lengthUnits);
+}
 
 LogPorts RealLogPorts() {
   LogPorts ports;

@@ -2,6 +2,7 @@
 #include "platform/process_win.h"
 #include "platform/windows_sdk.h"
 #include "shell/command_line.h"
+#include "shell/diagnosis.h"
 #include "shell/log_file.h"
 #include "shell/main_window.h"
 #include "shell/single_instance.h"
@@ -29,6 +30,10 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int showCommand) {
     platform::ForbidDynamicCode();
     return update::ApplyUpdate(request->parentPid, request->source, request->destination,
                                update::RealApplyPorts(kProgram, shell::StartLog));
+  }
+  // Looks at the computer while a client may run; it is none itself.
+  if (const auto request = shell::ParseCheck(shell::CommandLineArguments())) {
+    return shell::RunCheck(*request, kProgram);
   }
   // Behind the update: the process that replaces the program is no second client.
   if (!shell::MayBecomeClient(shell::RealInstanceDeps(shell::kWindowClass, shell::kWindowTitle))) {

@@ -100,6 +100,8 @@ LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
       return OnMouseDown(state, wParam, lParam);
     case WM_COMMAND:
       return OnCommand(state, wParam, lParam);
+    case WM_SYSCOMMAND:
+      return OnSystemCommand(state, wParam, lParam);
     case WM_CLOSE:
       return OnClose(state);
     case WM_DESTROY:

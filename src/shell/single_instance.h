@@ -29,6 +29,10 @@ struct InstanceDeps {
 // waited for, up to ten seconds. Where the system does not tell, the start goes on.
 bool MayBecomeClient(const InstanceDeps& deps);
 
+// Whether a client runs on this computer, this process among them. Takes nothing. Windows only; any
+// thread.
+bool IsClientRunning();
+
 // The system's; `windowTitle` heads the messages. Windows only.
 InstanceDeps RealInstanceDeps(const wchar_t* windowClass, const wchar_t* windowTitle);
 

@@ -93,6 +93,12 @@ bool BringToFront(const wchar_t* windowClass) {
 
 }  // namespace
 
+bool IsClientRunning() {
+  const MappingHandle mapping(::OpenFileMappingW(FILE_MAP_READ, FALSE, kMarkName));
+  const DWORD error = ::GetLastError();
+  return static_cast<bool>(mapping) || error == ERROR_ACCESS_DENIED;  // somebody else's
+}
+
 InstanceDeps RealInstanceDeps(const wchar_t* windowClass, const wchar_t* windowTitle) {
   InstanceDeps deps;
   deps.claim = Claim;

@@ -12,6 +12,7 @@
 #include "remote/remote_desktop.h"
 #include "service/connection_jobs.h"
 #include "service/device_resolve.h"
+#include "shell/diagnosis.h"
 #include "shell/log_file.h"
 #include "shell/main_window.h"
 #include "shell/window_messages.h"
@@ -107,6 +108,9 @@ Surroundings RealSurroundings(const update::ProgramIdentity& self) {
   };
   real.takeOffLeftovers = [] {
     return diag::TakeOffLeftovers(diag::RealProxyNote(), diag::LeftoverProxyOverride);
+  };
+  real.writeReport = [self](const settings::Settings& settings) {
+    return WriteReport(self, settings);
   };
   real.unsuitableComputer = [] {
     return platform::IsArm64Windows() ? std::wstring(kArm64) : std::wstring();

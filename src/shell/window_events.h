@@ -55,6 +55,13 @@ LRESULT OnQueryEndSession(AppState& state);
 // seconds, whatever those take.
 LRESULT OnEndSession(AppState& state, bool ends);
 
+// ---- the report for a question (diagnosis.cpp)
+
+// Adds the item to the window's system menu.
+void AddReportItem(HWND window);
+// The item writes a report on a thread of its own, one at a time; all else is the system's.
+LRESULT OnSystemCommand(AppState& state, WPARAM wParam, LPARAM lParam);
+
 // ---- its place and looks (window_view.cpp)
 
 LRESULT OnMinMaxInfo(HWND window, LPARAM lParam) noexcept;

@@ -94,6 +94,7 @@ void Create(AppState& state, HWND window) {
   ObserveTunnel(state);
   state.notices = state.surroundings.subscribeToSystem(window);
   AskForDarkTitleBar(window);
+  AddReportItem(window);
   StartPage(state);
   state.settings.Load();
   LogSettingsReports(state);

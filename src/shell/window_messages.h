@@ -22,6 +22,9 @@ inline constexpr UINT kShowFailure = WM_APP + 32;       // text: for a message b
 inline constexpr UINT kBrowserFailed = WM_APP + 33;     // wParam: the webui::ProcessFailedKind
 inline constexpr UINT kMakePageAnew = WM_APP + 34;
 
+// An item of the system menu; the system itself uses the four low bits and what lies above 0xF000.
+inline constexpr UINT_PTR kReportItem = 0x0E10;
+
 inline constexpr UINT_PTR kUnusedTimer = 302;
 inline constexpr UINT_PTR kRetryTimer = 303;
 inline constexpr UINT kRetryMs = 5000;

@@ -44,5 +44,24 @@ TEST(ParseApplyUpdate, ReadsWhatIsNoNumberAsZero) {
   EXPECT_EQ(request->parentPid, 0u);
 }
 
+std::optional<std::wstring> CheckedFile(const std::vector<std::wstring>& arguments) {
+  const auto request = ParseCheck(arguments);
+  if (!request) return L"none";
+  return request->file;
+}
+
+TEST(CheckArguments, NameAFileOrLeaveItToTheProgram) {
+  EXPECT_EQ(CheckedFile({L"client.exe", L"--check"}), std::nullopt);
+  EXPECT_EQ(CheckedFile({L"client.exe", L"--CHECK", L"D:\\a b.txt"}), L"D:\\a b.txt");
+  EXPECT_EQ(CheckedFile({L"client.exe", L"--check", L""}), std::nullopt);
+}
+
+TEST(CheckArguments, AreNoneOnOtherCommandLines) {
+  EXPECT_EQ(CheckedFile({}), L"none");
+  EXPECT_EQ(CheckedFile({L"--check"}), L"none") << "the program's own name";
+  EXPECT_EQ(CheckedFile({L"client.exe", L"check"}), L"none");
+  EXPECT_EQ(CheckedFile({L"client.exe", L"--apply-update", L"--check", L"a", L"b"}), L"none");
+}
+
 }  // namespace
 }  // namespace shell

@@ -107,6 +107,21 @@ TEST_F(InstanceCalls, MakeTheMarkAndWriteWhoHasItIntoIt) {
   EXPECT_STREQ(mark_.user, L"张工");
 }
 
+TEST_F(InstanceCalls, LookForTheMarkWithoutTakingIt) {
+  calls_.AnswerWith<Api::OpenFileMappingW>(
+      [](DWORD, BOOL, const wchar_t*) { return static_cast<HANDLE>(&mappingByte); });
+  EXPECT_TRUE(IsClientRunning());
+  EXPECT_TRUE(calls_.Were({
+      Said<Api::OpenFileMappingW>(FILE_MAP_READ, FALSE, L"Global\\Velmarine.Client.Running"),
+      Said<Api::GetLastError>(),
+      Said<Api::CloseHandle>(Handle{1}),
+  }));
+  calls_.Fail(Api::OpenFileMappingW, ERROR_FILE_NOT_FOUND);
+  EXPECT_FALSE(IsClientRunning());
+  calls_.Fail(Api::OpenFileMappingW, ERROR_ACCESS_DENIED);
+  EXPECT_TRUE(IsClientRunning()) << "somebody else's";
+}
+
 TEST_F(InstanceCalls, CutAUsersNameThatHasNoRoom) {
   signedIn_ = std::wstring(300, L'x');
   std::memset(&mark_, 0, sizeof(mark_));

@@ -128,6 +128,9 @@ Surroundings WindowTest::MakeSurroundings() {
   };
   fakes.forgetPassword = [forget = forgetPassword_] { (*forget)(); };
   fakes.takeOffLeftovers = [this] { return leftovers_; };
+  fakes.writeReport = [write = writeReport_](const settings::Settings& settings) {
+    return (*write)(settings);
+  };
   fakes.unsuitableComputer = [this] { return unsuitableComputer_; };
   return fakes;
 }

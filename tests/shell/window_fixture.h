@@ -86,6 +86,9 @@ class WindowTest : public testing::Test {
       std::make_shared<std::function<void()>>([] {});
   std::wstring leftovers_;  // the line about what was left on the proxy list
   std::wstring unsuitableComputer_;
+  // On a thread that may outlive the window, like the functions above.
+  const std::shared_ptr<std::function<std::wstring(const settings::Settings&)>> writeReport_ =
+      std::make_shared<std::function<std::wstring(const settings::Settings&)>>();
   std::vector<std::wstring> boxes_;
   PageRecord page_;
   webui::WebHostEvents events_;
