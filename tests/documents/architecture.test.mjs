@@ -68,7 +68,7 @@ test('every class that has a lock stands in the table of locks, and no other', (
 test('every message and timer of the window is named with its number', () => {
   const header = read('src/shell/window_messages.h');
   const messages = [...header.matchAll(/UINT (k\w+) = WM_APP \+ (\d+)/g)].map(([, name, number]) => `${name} ${number}`);
-  const timers = [...header.matchAll(/UINT_PTR (k\w+) = (\d+)/g)].map(([, name, number]) => `${name} ${number}`);
+  const timers = [...header.matchAll(/UINT_PTR (k\w+Timer) = (\d+)/g)].map(([, name, number]) => `${name} ${number}`);
   const table = rows(section(kPage, "The window's own messages")).map(([name, number]) => `${quoted(name)[0]} ${number}`);
   assert.deepEqual(unique(table), unique([...messages, ...timers]));
   // Elsewhere they go by their names, which say more and do not change.
