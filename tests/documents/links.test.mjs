@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { anchor, codeBlocks, isFile, isFolder, kDocuments, kFiles, quoted, read } from './sources.mjs';
+import { anchor, codeBlocks, isFile, isFolder, kDocuments, kFiles, quoted, read, rows } from './sources.mjs';
 
 const withoutCode = (text) => text.replaceAll(/`[^`]*`/g, '');
 const headings = (document) => [...read(document).matchAll(/^#+ (.+)$/gm)].map(([, title]) => anchor(title.replaceAll('`', '')));
@@ -77,4 +77,12 @@ test('every file or folder that is named in backticks is there', () => {
   const isThere = ({ name }) => isFolder(name) || ['', '.cpp', '.h', '_win.cpp', '_win_test.cpp']
     .some((end) => isFile(name + end) || isFile(`src/${name}${end}`));
   assert.deepEqual(named.filter((one) => !isThere(one)), []);
+});
+
+test('the page for the first day names checks that the report has', () => {
+  const checks = [...read('src/checks/real_checks_win.cpp').matchAll(/\{"([a-z0-9-]+)",/g)].map(([, name]) => name);
+  const named = rows(read('docs/first-day-on-windows.md')).flatMap(([, , see]) => quoted(see ?? ''))
+    .filter((name) => /^[a-z0-9]+(-[a-z]+)*$/.test(name));
+  assert.ok(checks.length > 15 && named.length > 8, `${checks} ${named}`);
+  assert.deepEqual(named.filter((name) => !checks.includes(name)), []);
 });
