@@ -26,8 +26,8 @@ enum class HintAt {
 struct Hint {
   std::wstring_view cause;  // its name; rows of one name are told once between them
   HintAt at;
+  std::uint32_t code;  // 0: any
   std::wstring_view pattern;
-  std::uint32_t code;      // 0: any
   std::wstring_view text;  // empty when the line itself gives cause and cure
 };
 

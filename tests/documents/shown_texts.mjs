@@ -6,22 +6,25 @@ import path from 'node:path';
 import { kRepo } from '../../lab/paths.mjs';
 
 const kChinese = /\p{Script=Han}/u;
-const kSentence = /^[A-Za-z][\w-]* [\w-]+( |\.|$)/;  // of two words at least
+const kSentence = /^[A-Za-z][\w.-]* [\w-]+([ ,:.]|$)/;  // of two words at least
+const kCppToken = /\/\/[^\n]*|\/\*[\s\S]*?\*\/|'(?:\\.|[^'\\])+'|L?"((?:\\.|[^"\\\n])*)"|#include[^\n]*|[^\s]/g;
+const kScriptLiteral = /'((?:\\.|[^'\\\n])*)'|`((?:\\.|[^`\\])*)`/g;
+const kText = String.raw`(?:L"(?:\\.|[^"\\])*"\s*)+`;
+const kHintRow = new RegExp(String.raw`\{(L"[^"]+"),\s*HintAt::(\w+),\s*(\d+),\s*(${kText}),\s*(${kText}|k\w+)\}`, 'g');
 const kEscapes = { n: '\n', r: '\r', t: '\t', 0: '\0' };
 
 const readRepoFile = (file) => readFileSync(path.join(kRepo, file), 'utf8');
 
 function filesBelow(folder, pattern) {
-  const { stdout = '' } = { stdout: execFileSync('git', ['ls-files', '-co', '--exclude-standard', folder],
-    { cwd: kRepo, encoding: 'utf8' }) };
-  return stdout.split('\n').filter((file) => pattern.test(file));
+  const files = execFileSync('git', ['ls-files', '-co', '--exclude-standard', folder], { cwd: kRepo, encoding: 'utf8' });
+  return files.split('\n').filter((file) => pattern.test(file));
 }
 
 const unescape = (text) => text.replace(/\\(.)/gs, (_, sign) => kEscapes[sign] ?? sign);
 
 /** The string literals of a C++ source; neighbours are one, as the compiler joins them. */
 export function literalsOf(source) {
-  const tokens = source.matchAll(/\/\/[^\n]*|\/\*[\s\S]*?\*\/|'(?:\\.|[^'\\])+'|L?"((?:\\.|[^"\\\n])*)"|#include[^\n]*|[^\s]/g);
+  const tokens = source.matchAll(kCppToken);
   const literals = [];
   let isOpen = false;
   for (const [token, inside] of tokens) {
@@ -29,8 +32,7 @@ export function literalsOf(source) {
       if (!token.startsWith('//') && !token.startsWith('/*')) isOpen = false;
       continue;
     }
-    if (isOpen) literals.push(literals.pop() + unescape(inside));
-    else literals.push(unescape(inside));
+    literals.push((isOpen ? literals.pop() : '') + unescape(inside));
     isOpen = true;
   }
   return literals;
@@ -49,18 +51,18 @@ export function pageTexts() {
   const markup = [...readRepoFile('webui/app.html.in').matchAll(/>([^<]+)<|="([^"]+)"/g)]
     .map(([, between, quoted]) => ({ file: 'webui/app.html.in', text: between ?? quoted }));
   const scripts = filesBelow('webui/script', /\.js$/).flatMap((file) =>
-    [...readRepoFile(file).replace(/^\s*(\/\/|\/?\*).*$/gm, '').matchAll(/'((?:\\.|[^'\\\n])*)'|`((?:\\.|[^`\\])*)`/g)]
-      .flatMap(([, plain, template]) => (plain ?? template).split(/\$\{[^}]*\}/).map((text) => ({ file, text: unescape(text) }))));
+    [...readRepoFile(file).replace(/^\s*(\/\/|\/?\*).*$/gm, '').matchAll(kScriptLiteral)].flatMap(([, plain, template]) =>
+      (plain ?? template).split(/\$\{[^}]*\}/).map((text) => ({ file, text: unescape(text) }))));
   return [...markup, ...scripts].filter(({ text }) => kChinese.test(text));
 }
 
-/** The rows of the catalogue: cause, where its pattern is looked for, pattern, code, the text or an empty one. */
+/** The rows of the catalogue: cause, where its pattern is looked for, code, pattern, the text or an empty one. */
 export function hintRows() {
   const source = readRepoFile('src/shell/hint_catalogue.cpp');
   const named = new Map([...source.matchAll(/constexpr wchar_t (k\w+)\[\] =([^;]+?);\n/g)]
     .map(([, name, value]) => [name, literalsOf(value)[0]]));
-  const rows = source.matchAll(/\{(L"[^"]+"),\s*HintAt::(\w+),\s*((?:L"(?:\\.|[^"\\])*"\s*)+),\s*(\d+),\s*((?:L"(?:\\.|[^"\\])*"\s*)+|k\w+)\}/g);
-  return [...rows].map(([, cause, at, pattern, code, text]) => ({
+  const rows = source.matchAll(kHintRow);
+  return [...rows].map(([, cause, at, code, pattern, text]) => ({
     cause: literalsOf(cause)[0], at, pattern: literalsOf(pattern)[0], code: Number(code),
     text: named.get(text) ?? literalsOf(text)[0],
   }));

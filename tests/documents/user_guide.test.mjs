@@ -51,7 +51,8 @@ const kLabels = ['Velmarine 维马林', '维马林', '预览', '工程师远程�
 const kOfTheSite = ['现场接入', '设备名称', '网卡', '手动网段', '开机启动'];
 
 const kEdge = /^[\s，。：（”；]+|[\s，。：（“；]+$/g;
-const piecesOf = (text) => text.split(/[\r\n]+/).map((piece) => piece.replace(kEdge, '')).filter(({ length }) => length > 1);
+const piecesOf = (text) =>
+  text.split(/[\r\n]+/).map((piece) => piece.replace(kEdge, '')).filter(({ length }) => length > 1);
 const isExcused = (piece) => kTextsWithout.has(piece) || kLabels.includes(piece) || kOfTheSite.includes(piece);
 
 test('literals are read as the compiler does', () => {
