@@ -30,6 +30,7 @@ const kAnswers = [
   [says(false, ''), kFailed],
   [{ ...says(false, '没有权限'), status: 403 }, `${kFailed}没有权限`],
   [{ path: kSession, times: 1, status: 502, headers: { 'content-type': 'text/html' }, body: '<html>' }, kFailed],
+  [says(false, 'Invalid JSON.'), `${kFailed}Invalid JSON.`],
   [{ path: kSession, times: 1, body: '{"success":true,' }, `${kFailed}Invalid JSON.`],
   [{ path: kSession, times: 1, cut: true }, /远程桌面失败：WinHttp\S+/],
 ];
@@ -45,6 +46,12 @@ async function refusalsOpenNothing(lab, program) {
   await savesNothing(lab, () => openDesktop(program, /远程桌面失败：WinHttp\S+/));
   await lab.service.resumeListening();
   assert.equal(await starts(lab), 0);
+  const log = await program.log();
+  for (const hint of ['回答里没有原因，', '中心服务的回答残缺，', '连不上中心服务。']) {
+    assert.equal(occurrences(log, `提示：${hint}`), 1, log);
+  }
+  const said = log.split('\r\n').findIndex((line) => line.endsWith(`${kFailed}Invalid JSON.`));
+  assert.doesNotMatch(log.split('\r\n')[said + 1], /提示：/, 'the service said it, and the program only later');
 }
 
 async function withoutRustDeskThereIsALine(lab, program) {
@@ -52,6 +59,7 @@ async function withoutRustDeskThereIsALine(lab, program) {
     await lab.service.setDesktop({ rustDeskId: '1', accessPassword: 'never-copied', server });
     await savesNothing(lab, () => openDesktop(program, '未找到 RustDesk 程序。'));
   }
+  assert.equal(occurrences(await program.log(), '提示：这台电脑上没有 RustDesk，'), 1);
   assert.equal(await lab.clipboard.read(), null);
 }
 

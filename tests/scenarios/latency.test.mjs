@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 
 import { kPlc, kPlcOverlapping, kTunnelAddress } from '../../lab/network.mjs';
-import { connect, logsAfter, scenario } from './scenario.mjs';
+import { connect, logsAfter, occurrences, scenario } from './scenario.mjs';
 
 const kMappedPlc = '172.31.0.10';
 const kSilentOnSite = '192.168.77.99';  // nobody has this address
@@ -84,4 +84,8 @@ scenario('测试 measures a device by an echo through the tunnel and tells silen
     assert.deepEqual((await icmpAtRelay(lab)).map(({ direction, type }) => ({ direction, type })),
       [{ direction: 'fromClient', type: kEchoRequest }, { direction: 'toClient', type: kUnreachable }]);
     await tests(lab, program, kSilentOnSite, `通讯延迟测试超时：${kSilentOnSite}`, '超时');
+    const log = await program.log();
+    for (const hint of ['1 秒内没有回答：', '这个地址没有走隧道。', '只能填 IPv4 地址，']) {
+      assert.equal(occurrences(log, `提示：${hint}`), 1, log);
+    }
   });

@@ -65,7 +65,8 @@ async function expectOutcome(lab, { name, check, download, line, downloads = 0 }
 scenario('an update that does not take place ends in one line', { start: false }, async (lab) => {
   for (const outcome of kOutcomes) await expectOutcome(lab, outcome);
   await lab.service.stopListening();
-  await expectOutcome(lab, { name: 'service down', line: /\] 自动更新检查异常：WinHttpReceiveResponse/ });
+  const isDown = /\] 自动更新检查异常：WinHttpReceiveResponse[^[]*\[[\d:]+\] 提示：连不上中心服务。/;
+  await expectOutcome(lab, { name: 'service down', line: isDown });
   await lab.service.resumeListening();
 
   // An incomplete order to replace a program is none.
