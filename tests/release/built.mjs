@@ -21,6 +21,9 @@ export const kVersion = configured('VELMARINE_VERSION');
 export const kPackedProgram = path.join(kReleaseBuild, 'packaging/Velmarine.Client.exe');
 export const kSymbols = path.join(kReleaseBuild, 'Velmarine.Client.debug');
 
+/** Where the driver files lie that the program carries. */
+export const kDriverFolder = configured('VELMARINE_DRIVER') === 'lab' ? path.join(kReleaseBuild, 'lab/driver') : configured('VELMARINE_DRIVER_DIR');
+
 /** The ZIP file in a build folder. */
 export function packageIn(build) {
   const names = readdirSync(build).filter((name) => /^Velmarine\.Client-[\d.]+-x64(-lab)?\.zip$/.test(name));

@@ -6,7 +6,7 @@ import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { configured, kPackedProgram, kReleaseBuild, kRepo, kSymbols, kVersion, temporaryFolder } from './built.mjs';
+import { configured, kDriverFolder, kPackedProgram, kReleaseBuild, kRepo, kSymbols, kVersion, temporaryFolder } from './built.mjs';
 import { PeFile } from './pe_file.mjs';
 
 const program = new PeFile(readFileSync(kPackedProgram));
@@ -33,9 +33,8 @@ test('it names no library to load but those of Windows 10', () => {
 });
 
 test('it carries the driver files and the page as they lie in the build', (t) => {
-  const driver = configured('VELMARINE_DRIVER') === 'lab' ? path.join(kReleaseBuild, 'lab/driver') : configured('VELMARINE_DRIVER_DIR');
-  assert.deepEqual(program.resource(kRawData, 201), readFileSync(path.join(driver, 'WinDivert.dll')));
-  assert.deepEqual(program.resource(kRawData, 202), readFileSync(path.join(driver, 'WinDivert64.sys')));
+  assert.deepEqual(program.resource(kRawData, 201), readFileSync(path.join(kDriverFolder, 'WinDivert.dll')));
+  assert.deepEqual(program.resource(kRawData, 202), readFileSync(path.join(kDriverFolder, 'WinDivert64.sys')));
   const page = path.join(temporaryFolder(t), 'app.html');
   execFileSync('cmake', [`-DOUT=${page}`, '-P', path.join(kRepo, 'webui/join.cmake')]);
   assert.deepEqual(program.resource(kRawData, 210), readFileSync(page));
