@@ -33,6 +33,11 @@ bool HasDriverFile() {
 
 }  // namespace
 
+// The helpers may be called without a handle.
+Driver::Driver() {
+  checksumFault_.at = ReadEnvironment().failChecksum;
+}
+
 Driver& Driver::Instance() {
   static Driver driver;
   return driver;

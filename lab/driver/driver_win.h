@@ -37,6 +37,7 @@ class Driver {
   bool IsChecksumFault() noexcept;
 
  private:
+  Driver();
   std::uint32_t OpenHandle(const char* filter, int layer, int priority, std::uint64_t flags,
                            std::uint64_t& id) REQUIRES(doorLock_);
   std::uint32_t StartBridge() REQUIRES(doorLock_);
