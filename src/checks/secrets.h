@@ -20,8 +20,9 @@ class Secrets {
   void LearnFrom(std::wstring_view settingsText);
 
   // `text` with kHidden for whatever was learned, in any letter case, as it is, percent-encoded or
-  // escaped as in JSON; and for whatever looks like "KEY-...", "DEV-...", "CONN-..." or "ENG-...".
-  // A value of fewer than six units goes only where no letter or digit touches it.
+  // escaped as in JSON; and for whatever looks like "KEY-...", "DEV-...", "CONN-..." or "ENG-...",
+  // and for the sign-on in an address. A value of fewer than six units goes only where no letter or
+  // digit touches it.
   [[nodiscard]] std::wstring BlackOut(std::wstring_view text) const;
 
  private:

@@ -71,7 +71,7 @@ void StartReport(AppState& state) {
 
 }  // namespace
 
-int RunCheck(const CheckArguments& arguments, const update::ProgramIdentity& self) {
+int RunCheck(const CheckArguments& arguments, const update::ProgramIdentity& self) try {
   // Where the driver's library lies; it is loaded only after its bytes have been compared.
   ::SetDllDirectoryW(settings::RuntimeFolder().c_str());
   std::optional<std::wstring> file;
@@ -79,6 +79,8 @@ int RunCheck(const CheckArguments& arguments, const update::ProgramIdentity& sel
   const checks::WrittenReport written =
       checks::WriteCheckReport(file, checks::RealReportDeps(MakeRequest(self)));
   return written.path.empty() ? 1 : 0;
+} catch (const std::exception&) {
+  return 1;  // short memory
 }
 
 std::wstring WriteReport(const update::ProgramIdentity& self, const settings::Settings& settings) {

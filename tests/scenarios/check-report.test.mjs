@@ -1,6 +1,6 @@
 // The report that `--check` writes: of a healthy computer, and of one whose own things are out of order.
 import assert from 'node:assert/strict';
-import { cp, mkdir, readdir, rm, writeFile } from 'node:fs/promises';
+import { cp, mkdir, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
 import { kBrowserRuntime, kProgramFile } from '../../lab/paths.mjs';
@@ -57,6 +57,10 @@ scenario('a report that cannot be written is exit code 1', { start: false }, asy
   assert.equal(await lab.processes.waitForExit(child, 60_000), 1);
 });
 
+/** The files of a folder with their texts. */
+const snapshot = async (folder) => Promise.all((await readdir(folder)).sort()
+  .map(async (name) => [name, await readFile(path.join(folder, name), 'utf8')]));
+
 const kSecrets = [kDeviceSecret, 'Pumpe-4711-geheim', 'NR 77/88', 'ENG-12345678', '987654321', 'pass wort 1',
   'CONN-9-x', 'alt-geheim-22', 'halb-geheim-33'];
 
@@ -74,7 +78,9 @@ scenario('no key, password or id of the settings, the profiles, a damaged file o
     const lines = kSecrets.map((secret) => `[09:00:00] 值：${secret}，${encodeURIComponent(secret)}。`);
     await writeFile(path.join(folder, 'Log/202603/20260301_080000.log'), `${older.join('\r\n')}\r\n`);
     await writeFile(path.join(folder, 'Log/202603/20260302_080000.log'), `${lines.join('\r\n')}\r\n[09:00:01] KEY-UNKNOWN-1 end\r\n`);
+    const before = await snapshot(lab.prefix.roaming);
     const { text, verdicts, part } = await runCheck(lab, { folder });
+    assert.deepEqual(await snapshot(lab.prefix.roaming), before, 'no settings file was touched');
     for (const secret of [...kSecrets, 'KEY-UNKNOWN-1']) {
       assert.ok(!text.toLowerCase().includes(secret.toLowerCase()), secret);
       assert.ok(!text.includes(encodeURIComponent(secret)), secret);
@@ -99,6 +105,7 @@ scenario('a damaged settings file and one missing WebView2 are told',
     assert.equal(verdicts['driver-files'], '异常', 'no client has laid them out');
     assert.match(part('driver-files'), /缺少驱动文件/);
     assert.equal(verdicts['driver-open'], '提示');
+    assert.deepEqual(await readdir(lab.prefix.local).catch(() => []), [], 'the check lays nothing out');
   });
 
 scenario('a driver that fails, is foreign or counts wrong is told', { start: false }, async (lab) => {
