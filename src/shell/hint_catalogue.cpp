@@ -201,8 +201,10 @@ constexpr Hint kOthers[] = {
     {L"settings.damaged", HintAt::Start, 0, L"警告：设置文件", L""},
     {L"page", HintAt::Start, 0, L"界面加载失败。",
      L"WebView2 没有打开界面，隧道不受影响。关闭程序再打开；再出现就修复 WebView2 运行时。"},
-    {L"page.control", HintAt::Start, 0, L"WebView2 控制器创建失败。",
-     L"原因在下一行。关闭程序再打开；再出现就重启电脑，或修复 WebView2 运行时。"},
+    // The reason is the next line, and the hint comes behind that.
+    {L"page.control", HintAt::Start, 0, L"WebView2 控制器创建失败。", L""},
+    {L"page.made", HintAt::Start, 0, L"错误 0x",
+     L"界面没有打开。关闭程序再打开；再出现就重启电脑，或修复 WebView2 运行时。"},
     {L"page.given.up", HintAt::Start, 0, L"界面恢复失败：",
      L"连接还在，关窗口时才断开。活干完以后关闭程序再打开；再出现就重启电脑，或修复 WebView2 "
      L"运行时。"},

@@ -8,6 +8,7 @@
 #include "tunnel/socket_udp_relay.h"
 #include "update/trusted_update.h"
 #include "update/update_check.h"
+#include "webui/failure_text.h"
 #include "webui/page_failures.h"
 
 namespace shell {
@@ -203,6 +204,10 @@ TEST_F(HintsLocalTest, KnowAPageThatIsGivenUpAndWhatNobodyExpected) {
     if (!response.text.empty()) last = response.text;
   }
   EXPECT_EQ(Cause(last), L"page.given.up");
+  for (const std::uint32_t result : {0x80070005u, 0x8007139Fu, 0x87654321u, 0u}) {
+    const auto noText = [](std::uint32_t) { return std::wstring(); };
+    EXPECT_EQ(Cause(webui::FailureCause(result, noText)), L"page.made") << result;
+  }
   settings::MemoryDisk disk;
   settings::SettingsStore store(disk.File(), {});
   settings::JobSettings settings(store);
