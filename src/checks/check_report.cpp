@@ -65,7 +65,7 @@ WrittenReport WriteCheckReport(const std::optional<std::wstring>& file, const Re
       return {path, {}};
     }
     if (!written.failure.empty()) written.failure += L"；";
-    written.failure += path + L"：" + reason;
+    written.failure.append(path).append(L"：").append(reason);
   }
   return written;
 }
