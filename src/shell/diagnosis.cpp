@@ -20,6 +20,7 @@ namespace shell {
 namespace {
 
 constexpr wchar_t kItem[] = L"诊断报告…";
+constexpr wchar_t kBegun[] = L"正在做诊断报告，最多二十秒，做好后自动打开。";
 constexpr wchar_t kWritten[] = L"诊断报告已写入：";
 constexpr wchar_t kNotWritten[] = L"诊断报告没有写成：";
 constexpr wchar_t kNoThread[] = L"诊断报告没有写成：系统资源不足。";
@@ -63,6 +64,7 @@ void StartReport(AppState& state) {
       Report(window, write, settings);
       *isReporting = false;
     });
+    Log(state, kBegun);
   } catch (const std::system_error&) {
     *state.isReporting = false;
     Log(state, kNoThread);

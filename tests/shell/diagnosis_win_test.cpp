@@ -48,7 +48,9 @@ TEST_F(Diagnosis, IsWrittenWithTheWindowsSettingsAndLogged) {
   *writeReport_ = [](const settings::Settings& settings) { return kLine + settings.deviceName; };
   EXPECT_EQ(Send(WM_SYSCOMMAND, kReportItem | 2), 0) << "the system's own low bits";
   PumpUntil([this] { return IsLogged(std::wstring(kLine) + L"水厂"); });
-  EXPECT_TRUE(IsLogged(std::wstring(kLine) + L"水厂"));
+  ASSERT_GE(logged_.size(), 2U);
+  EXPECT_EQ(logged_.back(), std::wstring(kLine) + L"水厂");
+  EXPECT_EQ(logged_[logged_.size() - 2], L"正在做诊断报告，最多二十秒，做好后自动打开。");
 }
 
 TEST_F(Diagnosis, IsWrittenOneAtATime) {
