@@ -126,7 +126,7 @@ scenario('closing ends an update, and half a download goes even with a process t
     console.log(`update download: closed after ${tookMs.toFixed(0)} ms, idle ${idle.toFixed(0)} ms`);
     const left = (await readdir(lab.prefix.temp)).filter((name) => name.startsWith('Velmarine.'));
     assert.deepEqual(left, [], 'neither a download nor the log of a replacement');
-    const beside = (await readdir(path.dirname(kProgramFile))).filter((name) => name.startsWith('Velmarine.Client'));
+    const beside = (await readdir(path.dirname(kProgramFile))).filter((name) => name.startsWith('Velmarine.Client.exe'));
     assert.deepEqual(beside, ['Velmarine.Client.exe']);
     assert.ok(tookMs < idle + kAllowedMs, `${tookMs} ms, idle ${idle} ms`);
 

@@ -16,7 +16,8 @@ scenario('a fragment that ends the capture is told once, and a new connection he
   async (lab, program) => {
     for (const times of [1, 2]) {
       await connect(program);
-      assert.ok((await ping(lab, kPlc, 3)).ok, 'small packets pass');
+      const { ok, error } = await ping(lab, kPlc, 3);
+      assert.ok(ok, `small packets pass: ${error}`);
       const before = await lab.service.relayConnections();
       await logsAfter(program, kFragment, async () => {
         assert.notEqual((await pingLarge(lab)).code, 0, 'the fragments get no answer');

@@ -44,7 +44,10 @@ const kOutcomes = [
     line: kDownloadFailed, downloads: 1 },
 ];
 
-const downloadsIn = async (folder) => (await readdir(folder)).filter((name) => name.startsWith('Velmarine.Client'));
+const filesIn = async (folder, prefix) => (await readdir(folder)).filter((name) => name.startsWith(prefix));
+const downloadsIn = (folder) => filesIn(folder, 'Velmarine.Client');
+/** The program and what an update puts beside it; the package lies there too. */
+const besideTheProgram = () => filesIn(path.dirname(kProgramFile), path.basename(kProgramFile));
 
 /** Starts the program, waits for the line, sees that all is as before, and ends the program. */
 async function expectOutcome(lab, { name, check, download, line, downloads = 0 }) {
@@ -57,7 +60,7 @@ async function expectOutcome(lab, { name, check, download, line, downloads = 0 }
   console.log(`${name}: ${log.split('\r\n').at(-2)}`);
   assert.equal((await lab.service.requests({ pathPrefix: kDownload, sinceMs })).length, downloads, name);
   assert.deepEqual(await downloadsIn(lab.prefix.temp), [], name);
-  assert.deepEqual((await downloadsIn(path.dirname(kProgramFile))), ['Velmarine.Client.exe'], name);
+  assert.deepEqual(await besideTheProgram(), ['Velmarine.Client.exe'], name);
   assert.equal(lab.processes.hasEnded(program.child), false, name);
   await program.kill();
 }
