@@ -87,7 +87,9 @@ async function tools(label, address) {
 async function leaveRunning() {
   console.log(`\nEverything is running. The display is ${lab.display.name}; to look at it:\n` +
     `  DISPLAY=${lab.display.name} import -window root screen.png\n` +
-    `The engineer's tools: ip netns exec ${lab.network.engineer} ping ${kPlc}\nCtrl+C ends it.`);
+    `The engineer's tools: ip netns exec ${lab.network.engineer} ping ${kPlc}\n` +
+    `A debugger on the program: WINEPREFIX=${lab.windowsEnv.WINEPREFIX} ip netns exec ${lab.network.engineer} ` +
+    `/usr/lib/wine/wine64 winedbg --gdb 0xPID, where winedbg --command 'info proc' shows the PID.\nCtrl+C ends it.`);
   await new Promise((resolve) => { process.once('SIGINT', resolve); process.once('SIGTERM', resolve); });
 }
 
