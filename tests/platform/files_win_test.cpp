@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/scratch_folder.h"
+#include "win32/calls.h"
 
 namespace platform {
 namespace {
@@ -41,12 +40,10 @@ TEST(FilesOnWindows, DurableWriteWaitsForAFileThatIsHeldForAMoment) {
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   ASSERT_TRUE(holder);
   EXPECT_EQ(WriteFileDurably(path, "lost").errorCode, DWORD{ERROR_SHARING_VIOLATION});
-  std::thread release([&holder] {
-    ::Sleep(30);
-    holder.Reset();
-  });
+  win32::Calls calls;
+  calls.AnswerWith<win32::Api::Sleep>([&holder](DWORD) { holder.Reset(); });  // in the first pause
   EXPECT_TRUE(WriteFileDurably(path, "written").succeeded);
-  release.join();
+  EXPECT_EQ(calls.Count(win32::Api::Sleep), 1);
   EXPECT_EQ(ReadFileBytes(path), "written");
 }
 
