@@ -41,8 +41,15 @@ export class Program {
       log: path.join(lab.artifacts, 'program-output.log'),
     });
     if (!waitForPage) return;
-    await this.#takePage(await lab.bridge.waitForPage(kPageReadyMs));
+    await this.#takePage(await lab.bridge.waitForPage(kPageReadyMs).catch((error) => this.#tellWhyNoPage(error)));
     if (waitForUpdateCheck) await this.waitForLog(kUpdateChecked, kUpdateCheckMs);
+  }
+
+  async #tellWhyNoPage({ message }) {
+    const { processes, display } = this.lab;
+    const exit = await processes.waitForExit(this.child, 0);
+    const titles = await display.windowTitles();
+    throw new Error(`${message} The program: ${exit === 'running' ? exit : `exit code ${exit}`}; windows: ${titles.join(', ') || 'none'}.`);
   }
 
   async #takePage(page) {
