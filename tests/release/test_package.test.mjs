@@ -12,7 +12,7 @@ import { filesBelow, kRepo, temporaryFolder, unpacked } from './built.mjs';
 const kZip = path.join(kBuild, 'windows/Velmarine.Client-tests.zip');
 const kLeftOut = readFileSync(path.join(kRepo, 'tests/wine_only.txt'), 'utf8').split('\n')
   .filter((line) => line !== '' && !line.startsWith('#')).map((line) => line.split(' '));
-const kPrograms = ['diag', 'packet_allocations', 'platform', 'remote', 'service', 'settings', 'shell', 'text', 'tunnel', 'update', 'webui'];
+const kPrograms = ['checks', 'diag', 'packet_allocations', 'platform', 'remote', 'service', 'settings', 'shell', 'text', 'tunnel', 'update', 'webui'];
 
 /** Runs a Windows command line in `folder`, in a Wine of the tests' own. */
 const inWine = (folder, ...command) => spawnSync('node', [path.join(kRepo, 'lab/under_wine.mjs'), '/usr/lib/wine/wine64', ...command],
@@ -41,13 +41,16 @@ test('every test that is left out is there to be left out, and has its reason', 
 /** Each failed test's whole output, and the last line. */
 const failuresIn = (results) => [...results.matchAll(/^\[ RUN {6}\] (?:(?!^\[ RUN)[^])*?^\[  FAILED  \].*$/gm), results.slice(-200)].join('\n');
 
+/** What Windows' own library writes for a user when it first verifies a signature: empty stores, and its standard policy. */
+const isOfTheSystem = (key) => /^\[Software\\\\Microsoft\\\\(SystemCertificates|Windows\\\\CurrentVersion\\\\Wintrust)\\\\/.test(key);
+
 /** What the user has in this Wine: his files, but for temporary ones, and the values of his registry. */
 function userState() {
   const prefix = path.join(kBuild, `lab-unit${kLabSuffix}/prefix`);
   const users = path.join(prefix, 'drive_c/users');
   const files = filesBelow(users).filter((name) => !/\/Temp\//.test(name)).map((name) => [name, statSync(path.join(users, name)).mtimeMs]);
-  const values = readFileSync(path.join(prefix, 'user.reg'), 'latin1').split('\n').filter((line) => !line.startsWith('#'))
-    .map((line) => line.replace(/^(\[.*\]) \d+$/, '$1'));
+  const values = readFileSync(path.join(prefix, 'user.reg'), 'latin1').split('\n\n').map((key) => key.split('\n')
+    .filter((line) => !line.startsWith('#')).map((line) => line.replace(/^(\[.*\]) \d+$/, '$1')).join('\n')).filter((key) => !isOfTheSystem(key));
   return { files, values };
 }
 
