@@ -11,10 +11,10 @@
 #include <fstream>
 #include <string>
 
+#include "page/messages.h"
 #include "platform/files.h"
 #include "settings/settings_file.h"
 #include "text/utf8.h"
-#include "webui/messages.h"
 
 namespace {
 
@@ -137,8 +137,8 @@ void WriteSettingsText_Anchor(benchmark::State& state) {
 }
 
 std::wstring Messages(const Settings& settings) {
-  return webui::BuildApplyMessage(settings) +
-         webui::BuildStateMessage(settings, webui::TunnelStatus(), L"就绪。");
+  return page::BuildApplyMessage(settings) +
+         page::BuildStateMessage(settings, page::TunnelStatus(), L"就绪。");
 }
 
 void StateAndApply(benchmark::State& state) {

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "fuzz_input.h"
-#include "webui/runtime_search.h"
+#include "webview/runtime_search.h"
 
-namespace webui {
+namespace webview {
 namespace {
 
 using fuzz::Require;
@@ -77,9 +77,9 @@ void Run(fuzz::Input input) {
 }
 
 }  // namespace
-}  // namespace webui
+}  // namespace webview
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
-  webui::Run(fuzz::Input(data, sizeBytes));
+  webview::Run(fuzz::Input(data, sizeBytes));
   return 0;
 }

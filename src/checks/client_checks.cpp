@@ -7,16 +7,16 @@
 namespace checks {
 namespace {
 
-std::wstring VersionText(const webui::RuntimeVersion& version) {
+std::wstring VersionText(const webview::RuntimeVersion& version) {
   std::vector<std::wstring> parts;
   for (const std::uint32_t part : version) parts.push_back(std::to_wstring(part));
   return text::Join(parts, L".");
 }
 
-std::wstring Describe(const webui::ListedRuntime& runtime) {
-  const auto version = webui::ParseRuntimeVersion(runtime.folder);
+std::wstring Describe(const webview::ListedRuntime& runtime) {
+  const auto version = webview::ParseRuntimeVersion(runtime.folder);
   return (version ? VersionText(*version) : L"版本不明") + L"，" +
-         (runtime.root == webui::RuntimeRoot::AllUsers ? L"为所有用户安装" : L"为当前用户安装") +
+         (runtime.root == webview::RuntimeRoot::AllUsers ? L"为所有用户安装" : L"为当前用户安装") +
          L"，" + runtime.channel + L"，" + runtime.folder;
 }
 
@@ -72,9 +72,9 @@ std::vector<std::wstring> DamagedSettings(const std::vector<std::wstring>& names
   return damaged;
 }
 
-Outcome JudgeWebView(const std::vector<webui::ListedRuntime>& runtimes) {
+Outcome JudgeWebView(const std::vector<webview::ListedRuntime>& runtimes) {
   Outcome outcome;
-  const auto chosen = std::ranges::find(runtimes, true, &webui::ListedRuntime::isUsable);
+  const auto chosen = std::ranges::find(runtimes, true, &webview::ListedRuntime::isUsable);
   if (chosen == runtimes.end()) {
     outcome.Fault(L"没有可用的 WebView2 运行时，界面打不开",
                   L"从微软网站安装“WebView2 运行时”（Evergreen），为所有用户安装。");

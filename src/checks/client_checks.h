@@ -8,7 +8,7 @@
 #include "checks/finding.h"
 #include "diag/proxy_note.h"
 #include "settings/settings.h"
-#include "webui/runtime_search.h"
+#include "webview/runtime_search.h"
 
 // The program's own things: another run, its settings, the browser runtime it shows its page with.
 // Pure.
@@ -32,6 +32,6 @@ Outcome JudgeSettings(const SettingsFacts& facts, bool isClientRunning);
 // Names "Client.settings.damaged-<time>.json" among `names`.
 std::vector<std::wstring> DamagedSettings(const std::vector<std::wstring>& names);
 
-Outcome JudgeWebView(const std::vector<webui::ListedRuntime>& runtimes);
+Outcome JudgeWebView(const std::vector<webview::ListedRuntime>& runtimes);
 
 }  // namespace checks

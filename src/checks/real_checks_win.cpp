@@ -164,7 +164,7 @@ std::vector<Check> ComputerChecks(const Request& request) {
       {"webview2", L"WebView2 运行时", "A WebView2 runtime is installed that shows the page.",
        [] {
          return JudgeWebView(
-             webui::ListInstalledRuntimes(webui::RegisteredRuntimeFolder, platform::IsFile));
+             webview::ListInstalledRuntimes(webview::RegisteredRuntimeFolder, platform::IsFile));
        }},
       {"power", L"电源与睡眠", "No power setting ends a connection by itself.",
        [] { return JudgePower(ReadPowerFacts()); }},

@@ -4,12 +4,12 @@
 #include <optional>
 #include <string>
 
+#include "page/actions.h"
 #include "platform/clipboard.h"
 #include "settings/site_profile_actions.h"
 #include "shell/page_link.h"
 #include "shell/window_events.h"
 #include "shell/worker.h"
-#include "webui/actions.h"
 
 namespace shell {
 namespace {
@@ -140,7 +140,7 @@ void ToggleDiscovery(AppState& state, HWND toggle) {
 }  // namespace
 
 void HandlePageMessage(AppState& state, std::wstring_view json) {
-  std::optional<webui::PageMessage> message = webui::ParsePageMessage(json);
+  std::optional<page::PageMessage> message = page::ParsePageMessage(json);
   if (!message) return;
   state.pageFailures.OnPageAlive();
   if (message->action == kTyped) {

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "page/messages.h"
 #include "platform/handles_win.h"
 #include "platform/windows_sdk.h"
 #include "settings/json.h"
@@ -23,9 +24,8 @@
 #include "shell/job.h"
 #include "shell/system_notices.h"
 #include "tunnel/tunnel.h"
-#include "webui/messages.h"
-#include "webui/page_failures.h"
-#include "webui/web_host.h"
+#include "webview/page_failures.h"
+#include "webview/web_host.h"
 
 namespace shell {
 
@@ -43,7 +43,7 @@ struct Surroundings {
   JobTable jobs;
   UpdateCheck checkForUpdate;
   std::function<void(const std::wstring& text)> writeLogLine;
-  std::function<std::unique_ptr<webui::WebHost>(HWND window, webui::WebHostEvents events)>
+  std::function<std::unique_ptr<webview::WebHost>(HWND window, webview::WebHostEvents events)>
       createWebHost;
   std::function<void(HWND window, const std::wstring& text)> showMessageBox;
   // Posts a job's result to the window; false when its message queue takes nothing more.
@@ -111,14 +111,14 @@ struct AppState {
   bool isAsleep = false;                    // as far as the system has told
   ULONGLONG wokenMs = 0;                    // GetTickCount64()
   std::unique_ptr<SystemNotices> notices;   // while the window is there
-  std::unique_ptr<webui::WebHost> web;
-  webui::PageFailures pageFailures;
+  std::unique_ptr<webview::WebHost> web;
+  webview::PageFailures pageFailures;
   bool pageReady = false;
   // A page was ready and has gone; the next one that is ready stands in for it. Until then nothing
   // is kept for it: it gets all that there is to show.
   bool pageLost = false;
   std::vector<std::wstring> pageQueue;     // JSON texts that wait for the first page
-  std::deque<webui::LogLine> loggedLines;  // the last kMaxLoggedLines, for a page that stands in
+  std::deque<page::LogLine> loggedLines;   // the last kMaxLoggedLines, for a page that stands in
   std::set<std::wstring_view> toldCauses;  // of the hints that this run's log has
   std::atomic<bool> requestFailed{false};  // the last job's; see JobLink
   bool refusalLogged = false;              // the page has refused a message in this run

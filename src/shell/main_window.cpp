@@ -59,7 +59,7 @@ LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
       OnUdpChanged(state, wParam != 0);
       return 0;
     case kBrowserFailed:
-      OnBrowserFailed(state, static_cast<webui::ProcessFailedKind>(wParam));
+      OnBrowserFailed(state, static_cast<webview::ProcessFailedKind>(wParam));
       return 0;
     case kMakePageAnew:
       if (state.web) state.web->MakeAnew();

@@ -3,10 +3,10 @@
 #include <chrono>
 #include <utility>
 
+#include "page/actions.h"
+#include "page/messages.h"
 #include "shell/hints.h"
 #include "shell/window_messages.h"
-#include "webui/actions.h"
-#include "webui/messages.h"
 
 namespace shell {
 namespace {
@@ -15,7 +15,7 @@ constexpr std::size_t kMaxLoggedLines = 500;  // as many as the page shows
 
 constexpr wchar_t kReplaced[] = L"警告：一条消息含有页面无法接受的字符，已替换后重新发送。";
 
-webui::TimeOfDay LocalTimeOfDay() {
+page::TimeOfDay LocalTimeOfDay() {
   SYSTEMTIME now{};
   ::GetLocalTime(&now);
   return {now.wHour, now.wMinute, now.wSecond};
@@ -30,7 +30,7 @@ void DeliverKept(AppState& state) {
 // Without this a text of the service with a control character would be lost, and the page would
 // wait for it for ever. The warning comes once a run: it goes to the page, too.
 void DeliverRefused(AppState& state, const std::wstring& json) {
-  const std::wstring clean = webui::WithoutControlCharacters(json);
+  const std::wstring clean = page::WithoutControlCharacters(json);
   // The control may have gone during the first try.
   if (clean == json || !state.web) return;
   state.web->PostJson(clean);
@@ -38,10 +38,10 @@ void DeliverRefused(AppState& state, const std::wstring& json) {
 }
 
 void LogLine(AppState& state, const std::wstring& text) {
-  const webui::TimeOfDay now = LocalTimeOfDay();
+  const page::TimeOfDay now = LocalTimeOfDay();
   if (state.loggedLines.size() == kMaxLoggedLines) state.loggedLines.pop_front();
   state.loggedLines.push_back({now, text});
-  PostToPage(state, webui::BuildLogMessage(now, text));
+  PostToPage(state, page::BuildLogMessage(now, text));
   state.surroundings.writeLogLine(text);
 }
 
@@ -83,49 +83,49 @@ void WelcomePage(AppState& state) {
     return;
   }
   state.form = form;
-  PostToPage(state, webui::BuildFormMessage(state.changedFields));
-  PostToPage(state, webui::BuildLogsMessage(state.loggedLines));
+  PostToPage(state, page::BuildFormMessage(state.changedFields));
+  PostToPage(state, page::BuildLogsMessage(state.loggedLines));
 }
 
 void LosePage(AppState& state) noexcept {
   if (std::exchange(state.pageReady, false)) state.pageLost = true;
 }
 
-void OnBrowserFailed(AppState& state, webui::ProcessFailedKind kind) {
-  const webui::PageFailureResponse response =
+void OnBrowserFailed(AppState& state, webview::ProcessFailedKind kind) {
+  const webview::PageFailureResponse response =
       state.pageFailures.OnFailure(kind, std::chrono::steady_clock::now());
-  if (response.recovery != webui::PageRecovery::None) LosePage(state);
+  if (response.recovery != webview::PageRecovery::None) LosePage(state);
   if (!response.text.empty()) Log(state, response.text);
   if (!state.web) return;
   switch (response.recovery) {
-    case webui::PageRecovery::None:
+    case webview::PageRecovery::None:
       return;
-    case webui::PageRecovery::ShowPage:
+    case webview::PageRecovery::ShowPage:
       return state.web->ShowPage();
-    case webui::PageRecovery::MakeAnew:
+    case webview::PageRecovery::MakeAnew:
       return state.web->MakeAnew();
-    case webui::PageRecovery::GiveUp:
+    case webview::PageRecovery::GiveUp:
       state.web->Close();
-      PostText(state.window, kShowFailure, webui::kPageGivenUp);
+      PostText(state.window, kShowFailure, webview::kPageGivenUp);
       return;
   }
 }
 
 void PostStateMessage(const AppState& state) {
-  const webui::TunnelStatus tunnel{state.tunnel->IsRunning(), state.tunnel->IsRelayConnected()};
-  PostToPage(state, webui::BuildStateMessage(state.settings.Read(), tunnel, state.lastMessage));
+  const page::TunnelStatus tunnel{state.tunnel->IsRunning(), state.tunnel->IsRelayConnected()};
+  PostToPage(state, page::BuildStateMessage(state.settings.Read(), tunnel, state.lastMessage));
 }
 
 // Otherwise a retry would put back what stood in the form before a profile was loaded.
 void PostApplyMessage(AppState& state) {
   const settings::Settings settings = state.settings.Read();
-  state.form = webui::FormOf(settings);
-  PostToPage(state, webui::BuildApplyMessage(settings));
+  state.form = page::FormOf(settings);
+  PostToPage(state, page::BuildApplyMessage(settings));
 }
 
 void TakeFields(AppState& state) {
   state.settings.Edit(
-      [&state](settings::Settings& settings) { webui::TakeFields(state.form, settings); });
+      [&state](settings::Settings& settings) { page::TakeFields(state.form, settings); });
 }
 
 void Log(AppState& state, const std::wstring& text) {

@@ -23,7 +23,7 @@ void WelcomePage(AppState& state);
 void LosePage(AppState& state) noexcept;
 
 // A process of the browser has died or hangs: brings the page back, or gives up, and logs that.
-void OnBrowserFailed(AppState& state, webui::ProcessFailedKind kind);
+void OnBrowserFailed(AppState& state, webview::ProcessFailedKind kind);
 
 void PostStateMessage(const AppState& state);
 // The form is taken to show what it is told here.

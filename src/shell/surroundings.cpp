@@ -17,8 +17,8 @@
 #include "shell/main_window.h"
 #include "shell/window_messages.h"
 #include "update/update_check.h"
-#include "webui/page_source.h"
-#include "webui/webview2_loader.h"
+#include "webview/page_source.h"
+#include "webview/webview2_loader.h"
 
 namespace shell {
 namespace {
@@ -89,12 +89,12 @@ Surroundings RealSurroundings(const update::ProgramIdentity& self) {
     return update::CheckForUpdate(settings, UpdatePorts(self, closing, passwords));
   };
   real.writeLogLine = WriteLogLine;
-  real.createWebHost = [](HWND window, webui::WebHostEvents events) {
+  real.createWebHost = [](HWND window, webview::WebHostEvents events) {
     if (platform::OtherDesktopUser()) events.log(kOtherUser);
-    return webui::WebCreate(window,
-                            {platform::TemporaryFolder() + kUserDataFolder, DesktopUsersFolder},
-                            std::move(events), webui::CreateCoreWebView2EnvironmentWithOptions,
-                            webui::PageFromResources);
+    return webview::WebCreate(window,
+                              {platform::TemporaryFolder() + kUserDataFolder, DesktopUsersFolder},
+                              std::move(events), webview::CreateCoreWebView2EnvironmentWithOptions,
+                              webview::PageFromResources);
   };
   real.showMessageBox = [](HWND window, const std::wstring& text) {
     ::MessageBoxW(window, text.c_str(), kWindowTitle, MB_OK | MB_ICONERROR);

@@ -25,7 +25,7 @@ void AskForDarkTitleBar(HWND window) {
 }
 
 void StartPage(AppState& state) {
-  webui::WebHostEvents events;
+  webview::WebHostEvents events;
   events.log = [&state](const std::wstring& text) { Log(state, text); };
   events.pageMessage = [window = state.window](std::wstring message) {
     PostText(window, kFromPage, std::move(message));
@@ -33,7 +33,7 @@ void StartPage(AppState& state) {
   events.environmentFailed = [window = state.window](const std::wstring& text) {
     PostText(window, kShowFailure, text);
   };
-  events.processFailed = [window = state.window](webui::ProcessFailedKind kind) {
+  events.processFailed = [window = state.window](webview::ProcessFailedKind kind) {
     ::PostMessageW(window, kBrowserFailed, static_cast<WPARAM>(kind), 0);
   };
   events.otherFolderWanted = [window = state.window] {

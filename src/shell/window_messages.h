@@ -19,7 +19,7 @@ inline constexpr UINT kAddressesChanged = WM_APP + 26;  // of this computer
 inline constexpr UINT kFromPage = WM_APP + 30;          // text: what the page has posted
 inline constexpr UINT kToPage = WM_APP + 31;            // text: JSON for the page
 inline constexpr UINT kShowFailure = WM_APP + 32;       // text: for a message box
-inline constexpr UINT kBrowserFailed = WM_APP + 33;     // wParam: the webui::ProcessFailedKind
+inline constexpr UINT kBrowserFailed = WM_APP + 33;     // wParam: the webview::ProcessFailedKind
 inline constexpr UINT kMakePageAnew = WM_APP + 34;
 
 // An item of the system menu; the system itself uses the four low bits and what lies above 0xF000.

@@ -114,9 +114,10 @@ TEST(SettingsCheck, KnowsDamagedFilesByTheirNames) {
 }
 
 TEST(WebViewCheck, NamesTheRuntimeThatIsUsed) {
-  using webui::RuntimeRoot;
-  const webui::ListedRuntime old{RuntimeRoot::AllUsers, L"stable", L"C:\\R\\85.0.1.1", false};
-  const webui::ListedRuntime own{RuntimeRoot::CurrentUser, L"beta", L"C:\\U\\121.0.2277.106", true};
+  using webview::RuntimeRoot;
+  const webview::ListedRuntime old{RuntimeRoot::AllUsers, L"stable", L"C:\\R\\85.0.1.1", false};
+  const webview::ListedRuntime own{RuntimeRoot::CurrentUser, L"beta", L"C:\\U\\121.0.2277.106",
+                                   true};
   EXPECT_EQ(ProblemText(JudgeWebView({old, own})), L"正常");
   EXPECT_EQ(JudgeWebView({old, own}).lines[0],
             L"会用的：121.0.2277.106，为当前用户安装，beta，C:\\U\\121.0.2277.106");

@@ -12,7 +12,7 @@ import { filesBelow, kRepo, temporaryFolder, unpacked } from './built.mjs';
 const kZip = path.join(kBuild, 'windows/Velmarine.Client-tests.zip');
 const kLeftOut = readFileSync(path.join(kRepo, 'tests/wine_only.txt'), 'utf8').split('\n')
   .filter((line) => line !== '' && !line.startsWith('#')).map((line) => line.split(' '));
-const kPrograms = ['checks', 'diag', 'packet_allocations', 'platform', 'remote', 'service', 'settings', 'shell', 'text', 'tunnel', 'update', 'webui'];
+const kPrograms = ['checks', 'diag', 'packet_allocations', 'page', 'platform', 'remote', 'service', 'settings', 'shell', 'text', 'tunnel', 'update', 'webview'];
 
 /** Runs a Windows command line in `folder`, in a Wine of the tests' own. */
 const inWine = (folder, ...command) => spawnSync('node', [path.join(kRepo, 'lab/under_wine.mjs'), '/usr/lib/wine/wine64', ...command],

@@ -8,8 +8,8 @@
 #include "tunnel/socket_udp_relay.h"
 #include "update/trusted_update.h"
 #include "update/update_check.h"
-#include "webui/failure_text.h"
-#include "webui/page_failures.h"
+#include "webview/failure_text.h"
+#include "webview/page_failures.h"
 
 namespace shell {
 namespace {
@@ -197,16 +197,16 @@ TEST_F(HintsLocalTest, KnowAGrantThatCannotBeUsed) {
 }
 
 TEST_F(HintsLocalTest, KnowAPageThatIsGivenUpAndWhatNobodyExpected) {
-  webui::PageFailures failures;
+  webview::PageFailures failures;
   std::wstring last;
   for (int i = 0; i < 4; ++i) {
-    const auto response = failures.OnFailure(webui::ProcessFailedKind::BrowserExited, {});
+    const auto response = failures.OnFailure(webview::ProcessFailedKind::BrowserExited, {});
     if (!response.text.empty()) last = response.text;
   }
   EXPECT_EQ(Cause(last), L"page.given.up");
   for (const std::uint32_t result : {0x80070005u, 0x8007139Fu, 0x87654321u, 0u}) {
     const auto noText = [](std::uint32_t) { return std::wstring(); };
-    EXPECT_EQ(Cause(webui::FailureCause(result, noText)), L"page.made") << result;
+    EXPECT_EQ(Cause(webview::FailureCause(result, noText)), L"page.made") << result;
   }
   settings::MemoryDisk disk;
   settings::SettingsStore store(disk.File(), {});

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "page/status_presentation.h"
 #include "platform/error_reason.h"
 #include "service/device_resolve.h"
 #include "service/http_reply.h"
@@ -13,7 +14,6 @@
 #include "tunnel/routes.h"
 #include "tunnel/test_relay.h"
 #include "tunnel/websocket_relay.h"
-#include "webui/status_presentation.h"
 
 namespace shell {
 namespace {
@@ -248,7 +248,7 @@ TEST_F(HintsTest, SayTheSameOfOneCauseAndHaveTheColourOfPlainText) {
     for (const Hint& hint : part) {
       const auto known = texts.emplace(hint.cause, hint.text).first;
       EXPECT_EQ(known->second, hint.text) << text::ToUtf8(hint.cause);
-      EXPECT_EQ(webui::ClassifyStatus(HintLine(hint)), webui::StatusClass::Plain)
+      EXPECT_EQ(page::ClassifyStatus(HintLine(hint)), page::StatusClass::Plain)
           << text::ToUtf8(HintLine(hint));
     }
   }

@@ -276,13 +276,13 @@ TEST_F(WindowCalls, PostWhatTheBrowserReports) {
   Open();
   Pump();
   Calls calls;
-  events_.processFailed(static_cast<webui::ProcessFailedKind>(6));
+  events_.processFailed(static_cast<webview::ProcessFailedKind>(6));
   events_.otherFolderWanted();
   EXPECT_TRUE(
       calls.WereAmong({Api::PostMessageW}, {Said<Api::PostMessageW>(Some{}, WM_APP + 33, 6, 0),
                                             Said<Api::PostMessageW>(Some{}, WM_APP + 34, 0, 0)}));
   calls.Fail(Api::PostMessageW, ERROR_NOT_ENOUGH_QUOTA, 0);
-  events_.processFailed(static_cast<webui::ProcessFailedKind>(6));
+  events_.processFailed(static_cast<webview::ProcessFailedKind>(6));
   events_.otherFolderWanted();
   EXPECT_TRUE(page_.calls.empty());
 }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr DWORD kPatienceMs = 10'000;
 
-class FakeWebHost final : public webui::WebHost {
+class FakeWebHost final : public webview::WebHost {
  public:
   explicit FakeWebHost(PageRecord& record) : record_(record) {}
   bool IsUp() const override { return record_.up; }
@@ -102,7 +102,7 @@ Surroundings WindowTest::MakeSurroundings() {
     return (*check)(settings, closing);
   };
   fakes.writeLogLine = [this](const std::wstring& text) { logged_.push_back(text); };
-  fakes.createWebHost = [this](HWND, webui::WebHostEvents events) {
+  fakes.createWebHost = [this](HWND, webview::WebHostEvents events) {
     events_ = std::move(events);
     if (hostFails_) throw std::runtime_error("memory");
     if (!environmentFailure_.empty()) {

@@ -91,7 +91,7 @@ class WindowTest : public testing::Test {
       std::make_shared<std::function<std::wstring(const settings::Settings&)>>();
   std::vector<std::wstring> boxes_;
   PageRecord page_;
-  webui::WebHostEvents events_;
+  webview::WebHostEvents events_;
   std::wstring environmentFailure_;  // when set, making the environment fails at once
   FakeTunnel* tunnel_ = nullptr;     // the state's
   std::unique_ptr<AppState> state_;

@@ -101,7 +101,7 @@ TEST_F(WindowHints, TellARequestThatFailedFromTheServicesWords) {
 
 TEST_F(WindowHints, ComeToAPageThatStandsInForAnother) {
   RunTest([]() -> std::wstring { throw std::runtime_error("Invalid JSON."); });
-  Send(kBrowserFailed, static_cast<WPARAM>(webui::ProcessFailedKind::BrowserExited));
+  Send(kBrowserFailed, static_cast<WPARAM>(webview::ProcessFailedKind::BrowserExited));
   ForgetRecords();
   PageSends(L"{\"action\":\"ready\",\"f\":{}}");
   Pump();

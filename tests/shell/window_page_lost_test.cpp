@@ -12,7 +12,7 @@
 namespace shell {
 namespace {
 
-using Kind = webui::ProcessFailedKind;
+using Kind = webview::ProcessFailedKind;
 using Lines = std::vector<std::wstring>;
 using Names = std::vector<std::string>;
 
@@ -226,7 +226,7 @@ TEST_F(WindowPageLost, TheThirdTimeAMessageBoxSaysWhatToDo) {
   }
   EXPECT_TRUE(boxes_.empty());
   Fail(Kind::BrowserExited);
-  EXPECT_EQ(boxes_, Lines{webui::kPageGivenUp});
+  EXPECT_EQ(boxes_, Lines{webview::kPageGivenUp});
   EXPECT_EQ(page_.calls, (Names{"make anew", "make anew", "close"}));
   EXPECT_EQ(logged_.end()[-2], L"界面恢复失败：一分钟内三次失效，已停止自动恢复；连接不受影响。");
   EXPECT_TRUE(logged_.back().starts_with(L"提示：连接还在，关窗口时才断开。"));

@@ -1,0 +1,310 @@
+#include "webview/web_host.h"
+
+#include <optional>
+#include <utility>
+
+#include "platform/error_text_win.h"
+#include "platform/files.h"
+#include "platform/known_folders.h"
+#include "webview/com.h"
+#include "webview/failure_text.h"
+#include "webview/page_source.h"
+
+namespace webview {
+namespace {
+
+constexpr wchar_t kEnvironmentFailed[] = L"WebView2 环境创建失败，请确认已安装 WebView2 运行时。";
+constexpr wchar_t kControllerFailed[] = L"WebView2 控制器创建失败。";
+constexpr wchar_t kPageFailed[] = L"界面加载失败。";
+constexpr wchar_t kOtherFolder[] = L"提示：界面数据文件夹不可用，改用桌面用户的文件夹：";
+
+std::wstring CauseOf(HRESULT result) {
+  return FailureCause(static_cast<std::uint32_t>(result),
+                      [](std::uint32_t code) { return platform::SystemErrorText(code); });
+}
+
+// What every control of a host is made from.
+struct Setup {
+  HWND window = nullptr;
+  DataFolders folders;
+  WebHostEvents events;
+  CreateEnvironment create;
+  ReadPage readPage;
+
+  // The other folder becomes the usual one, from here on, if there is one that might help.
+  bool TakeOtherFolder(HRESULT result) {
+    if (!folders.other || !MayBeTheFolder(static_cast<std::uint32_t>(result))) return false;
+    std::wstring other = std::exchange(folders.other, nullptr)();
+    if (other.empty()) return false;
+    folders.usual = std::move(other);
+    return true;
+  }
+};
+
+// One control, from its making to its end. The runtime holds the callbacks for as long as it likes;
+// they hold this only weakly, so a callback that comes after Close() or the owner's end finds
+// nothing to do.
+//
+// The runtime may dispatch messages inside any of its calls, and the owner may call Close() or end
+// the host from there. So every call goes through a reference of its own, and what follows the call
+// first looks at closed_.
+class Control : public std::enable_shared_from_this<Control> {
+ public:
+  // `isAnother`: stands in for one that was there before.
+  Control(std::shared_ptr<Setup> setup, bool isAnother)
+      : setup_(std::move(setup)), isAnother_(isAnother) {}
+
+  void Start();
+  void ShowPage();
+  void Close();
+
+  // References for one call; empty while there is no control.
+  [[nodiscard]] ComPtr<ICoreWebView2Controller> Controller() const {
+    return ComPtr<ICoreWebView2Controller>::Share(controller_.Get());
+  }
+  [[nodiscard]] ComPtr<ICoreWebView2> WebView() const {
+    return ComPtr<ICoreWebView2>::Share(webView_.Get());
+  }
+  void FitToWindow();
+
+ private:
+  void OnEnvironment(HRESULT result, ICoreWebView2Environment* environment);
+  void OnController(HRESULT result, ICoreWebView2Controller* controller);
+  void OnPageMessage(ICoreWebView2WebMessageReceivedEventArgs* args);
+  void OnProcessFailed(ICoreWebView2ProcessFailedEventArgs* args);
+  // Whether the other folder is tried instead of telling of the failure.
+  bool TurnToOtherFolder(HRESULT result);
+  void ReportEnvironmentFailure(HRESULT result);
+  void ReportControllerFailure(HRESULT result);
+  void ListenToPage(ICoreWebView2& webView);
+  void ListenToFailures(ICoreWebView2& webView);
+  void AdoptWindowState(ICoreWebView2Controller& controller);
+
+  const std::shared_ptr<Setup> setup_;
+  const bool isAnother_;
+  bool closed_ = false;
+  bool failed_ = false;  // a failure may come both as a result and through its handler
+  ComPtr<ICoreWebView2Environment> environment_;
+  ComPtr<ICoreWebView2Controller> controller_;
+  ComPtr<ICoreWebView2> webView_;
+  std::optional<EventRegistrationToken> messageToken_;
+  std::optional<EventRegistrationToken> failureToken_;
+};
+
+void Control::Start() {
+  if (closed_) return;
+  const ComPtr<EnvironmentCompleted> handler(new EnvironmentCompleted(
+      kIidEnvironmentCompletedHandler,
+      [weak = weak_from_this()](HRESULT result, ICoreWebView2Environment* environment) {
+        if (const auto self = weak.lock()) self->OnEnvironment(result, environment);
+      }));
+  const HRESULT result = setup_->create(setup_->folders.usual, handler.Get());
+  if (FAILED(result)) ReportEnvironmentFailure(result);
+}
+
+void Control::OnEnvironment(HRESULT result, ICoreWebView2Environment* environment) {
+  if (closed_) return;
+  if (FAILED(result) || environment == nullptr) return ReportEnvironmentFailure(result);
+  environment_ = ComPtr<ICoreWebView2Environment>::Share(environment);
+  const auto kept = ComPtr<ICoreWebView2Environment>::Share(environment);
+  const ComPtr<ControllerCompleted> handler(new ControllerCompleted(
+      kIidControllerCompletedHandler,
+      [weak = weak_from_this()](HRESULT created, ICoreWebView2Controller* controller) {
+        if (const auto self = weak.lock()) {
+          self->OnController(created, controller);
+        } else if (controller != nullptr) {
+          controller->Close();  // nobody is left to do it
+        }
+      }));
+  const HRESULT asked = kept->CreateCoreWebView2Controller(setup_->window, handler.Get());
+  if (FAILED(asked)) ReportControllerFailure(asked);
+}
+
+void Control::OnController(HRESULT result, ICoreWebView2Controller* given) {
+  if (closed_) {
+    if (given != nullptr) given->Close();
+    return;
+  }
+  if (FAILED(result) || given == nullptr) return ReportControllerFailure(result);
+  controller_ = ComPtr<ICoreWebView2Controller>::Share(given);
+  const auto controller = Controller();
+  ComPtr<ICoreWebView2> webView;
+  const HRESULT got = controller->get_CoreWebView2(webView.Receive());
+  if (FAILED(got)) webView.Reset();
+  if (closed_) return;
+  webView_ = ComPtr<ICoreWebView2>::Share(webView.Get());
+  FitToWindow();
+  if (closed_) return;
+  if (!webView) return ReportControllerFailure(got);
+  ListenToPage(*webView.Get());
+  if (!closed_) ListenToFailures(*webView.Get());
+  if (!closed_) ShowPage();
+  if (!closed_) AdoptWindowState(*controller.Get());
+}
+
+// Before the page is shown: its first message must find a listener.
+void Control::ListenToPage(ICoreWebView2& webView) {
+  const ComPtr<WebMessageReceived> handler(new WebMessageReceived(
+      kIidWebMessageReceivedHandler,
+      [weak = weak_from_this()](ICoreWebView2*, ICoreWebView2WebMessageReceivedEventArgs* args) {
+        if (const auto self = weak.lock()) self->OnPageMessage(args);
+      }));
+  EventRegistrationToken token{};
+  if (SUCCEEDED(webView.add_WebMessageReceived(handler.Get(), &token))) messageToken_ = token;
+}
+
+void Control::ListenToFailures(ICoreWebView2& webView) {
+  const ComPtr<ProcessFailed> handler(new ProcessFailed(
+      kIidProcessFailedHandler,
+      [weak = weak_from_this()](ICoreWebView2*, ICoreWebView2ProcessFailedEventArgs* args) {
+        if (const auto self = weak.lock()) self->OnProcessFailed(args);
+      }));
+  EventRegistrationToken token{};
+  if (SUCCEEDED(webView.add_ProcessFailed(handler.Get(), &token))) failureToken_ = token;
+}
+
+void Control::ShowPage() {
+  const auto webView = WebView();
+  if (!webView) return;
+  const std::wstring page = setup_->readPage();
+  const HRESULT result =
+      page.empty()
+          ? webView->Navigate(PageFileUrl(platform::ProgramPath(), platform::IsFile).c_str())
+          : webView->NavigateToString(page.c_str());
+  if (FAILED(result) && !closed_) setup_->events.log(kPageFailed);
+}
+
+// What the window was told while there was no control yet. The keyboard was perhaps the control's
+// that this one stands in for, and with that it has gone to nobody.
+void Control::AdoptWindowState(ICoreWebView2Controller& controller) {
+  const HWND window = setup_->window;
+  if (::IsIconic(window) != FALSE) controller.put_IsVisible(FALSE);
+  if (closed_) return;
+  const bool isActive = isAnother_ && ::GetForegroundWindow() == window;
+  if (isActive || ::GetFocus() == window) controller.MoveFocus(MoveFocusReason::Programmatic);
+}
+
+void Control::OnPageMessage(ICoreWebView2WebMessageReceivedEventArgs* args) {
+  if (closed_ || args == nullptr) return;
+  LPWSTR text = nullptr;
+  if (FAILED(args->TryGetWebMessageAsString(&text)) || text == nullptr) return;
+  const std::unique_ptr<wchar_t, decltype(&::CoTaskMemFree)> owned(text, &::CoTaskMemFree);
+  setup_->events.pageMessage(owned.get());
+}
+
+void Control::OnProcessFailed(ICoreWebView2ProcessFailedEventArgs* args) {
+  if (closed_ || args == nullptr) return;
+  auto kind = ProcessFailedKind::Unknown;
+  if (FAILED(args->get_ProcessFailedKind(&kind))) kind = ProcessFailedKind::Unknown;
+  setup_->events.processFailed(kind);
+}
+
+void Control::FitToWindow() {
+  RECT area{};
+  const auto controller = Controller();
+  if (controller && ::GetClientRect(setup_->window, &area) != FALSE) controller->put_Bounds(area);
+}
+
+bool Control::TurnToOtherFolder(HRESULT result) {
+  if (!setup_->TakeOtherFolder(result)) return false;
+  setup_->events.log(kOtherFolder + setup_->folders.usual);
+  if (!closed_) setup_->events.otherFolderWanted();
+  return true;
+}
+
+void Control::ReportEnvironmentFailure(HRESULT result) {
+  if (closed_ || std::exchange(failed_, true)) return;
+  if (TurnToOtherFolder(result)) return;
+  const std::wstring cause = CauseOf(result);
+  setup_->events.log(kEnvironmentFailed);
+  setup_->events.log(cause);
+  setup_->events.environmentFailed(std::wstring(kEnvironmentFailed) + L"\r\n" + cause);
+}
+
+void Control::ReportControllerFailure(HRESULT result) {
+  if (closed_ || std::exchange(failed_, true)) return;
+  if (TurnToOtherFolder(result)) return;
+  setup_->events.log(kControllerFailed);
+  setup_->events.log(CauseOf(result));
+}
+
+// In the runtime's own order: handlers, controller, references, environment. The members are empty
+// before the first call, so that nothing inside it finds a control that is on its way out.
+void Control::Close() {
+  if (std::exchange(closed_, true)) return;
+  const auto environment = std::move(environment_);
+  const auto controller = std::move(controller_);
+  const auto webView = std::move(webView_);
+  if (webView && messageToken_) webView->remove_WebMessageReceived(*messageToken_);
+  if (webView && failureToken_) webView->remove_ProcessFailed(*failureToken_);
+  if (controller) controller->Close();
+}
+
+class WebView2Host final : public WebHost {
+ public:
+  explicit WebView2Host(Setup setup)
+      : setup_(std::make_shared<Setup>(std::move(setup))),
+        control_(std::make_shared<Control>(setup_, false)) {}
+  ~WebView2Host() override { control_->Close(); }
+
+  void Start() { Keep()->Start(); }
+
+  bool IsUp() const override { return static_cast<bool>(control_->WebView()); }
+  bool PostJson(const std::wstring& json) override {
+    const auto webView = control_->WebView();
+    if (!webView) return true;
+    const bool isWhole = json.find(L'\0') == std::wstring::npos;  // as far as the control reads
+    return isWhole && Takes(webView->PostWebMessageAsJson(json.c_str()));
+  }
+  void FitToWindow() override { control_->FitToWindow(); }
+  void SetVisible(bool visible) override {
+    if (const auto controller = control_->Controller()) {
+      controller->put_IsVisible(visible ? TRUE : FALSE);
+    }
+  }
+  void WindowMoved() override {
+    if (const auto controller = control_->Controller()) {
+      controller->NotifyParentWindowPositionChanged();
+    }
+  }
+  void Focus() override {
+    if (const auto controller = control_->Controller()) {
+      controller->MoveFocus(MoveFocusReason::Programmatic);
+    }
+  }
+  void ShowPage() override { Keep()->ShowPage(); }
+  // The old control is closed when the new one is already the host's: nothing inside that call
+  // finds the old one.
+  void MakeAnew() override {
+    if (closed_) return;
+    const auto made = std::make_shared<Control>(setup_, true);
+    std::exchange(control_, made)->Close();
+    made->Start();
+  }
+  void Close() override {
+    closed_ = true;
+    Keep()->Close();
+  }
+
+ private:
+  // A call may end the host, and with it the last reference to the control.
+  [[nodiscard]] std::shared_ptr<Control> Keep() const { return control_; }
+  // A text for a browser that has gone was not wrong.
+  static bool Takes(HRESULT result) { return SUCCEEDED(result) || result == kControlGone; }
+
+  const std::shared_ptr<Setup> setup_;
+  std::shared_ptr<Control> control_;
+  bool closed_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<WebHost> WebCreate(HWND window, DataFolders folders, WebHostEvents events,
+                                   CreateEnvironment create, ReadPage readPage) {
+  auto host = std::make_unique<WebView2Host>(
+      Setup{window, std::move(folders), std::move(events), std::move(create), std::move(readPage)});
+  host->Start();
+  return host;
+}
+
+}  // namespace webview
