@@ -6,7 +6,7 @@ import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { fileURLToPath } from 'node:url';
 
-import { kLabSuffix } from '../lab/paths.mjs';
+import { kLabSuffix } from '../lab/harness/paths.mjs';
 import { Figures, percentile } from './medians.mjs';
 
 const kOneRate = fileURLToPath(new URL('line/one_rate.mjs', import.meta.url));

@@ -6,9 +6,9 @@ import { rm } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { Lab } from '../lab/lab.mjs';
-import { kBuild } from '../lab/paths.mjs';
-import { waitUntil } from '../lab/program.mjs';
+import { Lab } from '../lab/harness/lab.mjs';
+import { kBuild } from '../lab/harness/paths.mjs';
+import { waitUntil } from '../lab/harness/program.mjs';
 import { Figures } from './medians.mjs';
 import { memoryOf, watchWakeUps } from './program/process_figures.mjs';
 import {

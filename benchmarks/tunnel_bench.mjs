@@ -8,7 +8,7 @@
 // relay_main.cpp, session_main.cpp, packets_main.cpp).
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { Processes, run } from '../lab/processes.mjs';
+import { Processes, run } from '../lab/harness/processes.mjs';
 import { median } from './medians.mjs';
 import { kContestants, kPacketsProgram } from './tunnel/contestants.mjs';
 import { kFigures, kMeasures, kPacketsPort } from './tunnel/measures.mjs';

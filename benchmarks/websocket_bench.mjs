@@ -12,7 +12,7 @@ import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 
-import { kBuild } from '../lab/paths.mjs';
+import { kBuild } from '../lab/harness/paths.mjs';
 import { median } from './medians.mjs';
 
 const kRounds = 5;

@@ -4,8 +4,8 @@ import { rm } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { Lab } from '../../lab/lab.mjs';
-import { kBuild } from '../../lab/paths.mjs';
+import { Lab } from '../../lab/harness/lab.mjs';
+import { kBuild } from '../../lab/harness/paths.mjs';
 import { connect, disconnect, measure, startProgram, useCubic } from './slow_line.mjs';
 
 const kLoads = { stated: ['rest', 'upload', 'download'], short: ['upload', 'download'] };

@@ -2,10 +2,10 @@
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { kDeviceSecret } from '../../lab/lab.mjs';
-import { kCloud, kEngineer, kPlc } from '../../lab/network.mjs';
-import { kBuild, kProgramFile, kRepo } from '../../lab/paths.mjs';
-import { runOrFail } from '../../lab/processes.mjs';
+import { kDeviceSecret } from '../../lab/harness/lab.mjs';
+import { kCloud, kEngineer, kPlc } from '../../lab/harness/network.mjs';
+import { kBuild, kProgramFile, kRepo } from '../../lab/harness/paths.mjs';
+import { runOrFail } from '../../lab/harness/processes.mjs';
 import { readPings, readRates } from './tool_output.mjs';
 
 const kModbusRate = path.join(kRepo, 'benchmarks/line/modbus_rate.mjs');

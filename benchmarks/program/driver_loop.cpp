@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <exception>
 
-#include "lab/driver_library.h"
+#include "tests/driver_library.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // How long the program takes to start, to connect and to disconnect, beside a bare window and a bare browser.
 import path from 'node:path';
 
-import { Chromium } from '../../lab/browser/chromium.mjs';
-import { kDeviceSecret } from '../../lab/lab.mjs';
-import { kBuild } from '../../lab/paths.mjs';
-import { waitUntil } from '../../lab/program.mjs';
+import { Chromium } from '../../lab/standins/browser/chromium.mjs';
+import { kDeviceSecret } from '../../lab/harness/lab.mjs';
+import { kBuild } from '../../lab/harness/paths.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 
 const kBareWindow = path.join(kBuild, 'windows/benchmarks/bare_window.exe');
 const kPageFile = path.join(kBuild, 'windows/src/shell/Velmarine.Client/app.html');

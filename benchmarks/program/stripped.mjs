@@ -2,8 +2,8 @@
 import { stat } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kBuild, kProgramFile } from '../../lab/paths.mjs';
-import { runOrFail } from '../../lab/processes.mjs';
+import { kBuild, kProgramFile } from '../../lab/harness/paths.mjs';
+import { runOrFail } from '../../lab/harness/processes.mjs';
 
 const kStandIns = ['WinDivert.dll', 'WinDivert64.sys'].map((name) => path.join(kBuild, 'windows/lab/driver', name));
 /** Of WinDivert 2.2.2-A, folder x64. */

@@ -8,10 +8,10 @@
 import { readFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kEngineer, kPlc } from '../../lab/network.mjs';
-import { kBuild, kRepo, kTunBridge } from '../../lab/paths.mjs';
-import { runOrFail } from '../../lab/processes.mjs';
-import { iperf } from '../../lab/tools.mjs';
+import { kEngineer, kPlc } from '../../lab/harness/network.mjs';
+import { kBuild, kRepo, kTunBridge } from '../../lab/harness/paths.mjs';
+import { runOrFail } from '../../lab/harness/processes.mjs';
+import { iperf } from '../../lab/harness/tools.mjs';
 import { cpuMsOf } from './process_figures.mjs';
 
 const kLoopProgram = path.join(kBuild, 'windows/benchmarks/driver_loop.exe');
@@ -36,7 +36,7 @@ export async function startLoop(lab) {
     { namespace, env, log: path.join(lab.artifacts, 'loop.log'), ready: /ready/ });
   await processes.start('iperf3', ['iperf3', '-s', '--forceflush'], { namespace, ready: /Server listening/ });
   await processes.start('echo', [process.execPath, '--input-type=module', '-e',
-    `import { startEcho } from ${JSON.stringify(path.join(kRepo, 'lab/plc/echo.mjs'))};
+    `import { startEcho } from ${JSON.stringify(path.join(kRepo, 'lab/standins/plc/echo.mjs'))};
      await startEcho({ host: '${kEngineer}' });
      console.log('ready');`], { namespace, ready: /ready/ });
   return loop;

@@ -4,8 +4,8 @@ import { mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { kBuild } from '../../lab/paths.mjs';
-import { run, runOrFail } from '../../lab/processes.mjs';
+import { kBuild } from '../../lab/harness/paths.mjs';
+import { run, runOrFail } from '../../lab/harness/processes.mjs';
 import { inside, kAssigned, kDevices, kEngineerOuter, kMtu, kSiteNetwork, kSiteOuter } from './world.mjs';
 
 const kPort = '4000';

@@ -3,7 +3,7 @@ import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { readdir, readFile } from 'node:fs/promises';
 
-import { runOrFail } from '../../lab/processes.mjs';
+import { runOrFail } from '../../lab/harness/processes.mjs';
 import { percentile } from '../medians.mjs';
 import { kPacketsProgram } from './contestants.mjs';
 import { readIperf, readPackets, readPing, readSchedstat } from './readings.mjs';

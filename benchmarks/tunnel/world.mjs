@@ -7,7 +7,7 @@ import { mkdir, readdir, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 
-import { run, runOrFail } from '../../lab/processes.mjs';
+import { run, runOrFail } from '../../lab/harness/processes.mjs';
 
 export const kEngineerOuter = '10.50.0.2';
 export const kSiteOuter = '10.50.0.1';

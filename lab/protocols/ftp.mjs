@@ -3,7 +3,7 @@
 import { chmod, mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kTunnelAddress } from '../network.mjs';
+import { kTunnelAddress } from '../harness/network.mjs';
 import { startDaemon } from './support/daemons.mjs';
 import { curl, exchangeFiles, lftp, putGiven } from './support/files.mjs';
 

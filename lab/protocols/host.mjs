@@ -2,7 +2,7 @@
 // runs in the namespace in which it is forked; connectHost() is its parent's side.
 import { fileURLToPath } from 'node:url';
 
-import { caller, serve as answer } from '../remote_call.mjs';
+import { caller, serve as answer } from '../harness/remote_call.mjs';
 
 const ends = [];
 let releasing = new AbortController();

@@ -4,7 +4,7 @@ import { once } from 'node:events';
 import { createRequire } from 'node:module';
 import { fileURLToPath } from 'node:url';
 
-import { Processes } from '../processes.mjs';
+import { Processes } from '../harness/processes.mjs';
 import { timed } from './support/requests.mjs';
 import {
   kPatternBlock, kPatternBytes, kSlots, kValueBytes, kWrittenBlock, pattern,

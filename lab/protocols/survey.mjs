@@ -1,8 +1,8 @@
 // Uses every protocol through the tunnel, by both routes, and tells what became of each.
 import path from 'node:path';
 
-import { kPlc, kPlcOverlapping } from '../network.mjs';
-import { kRepo } from '../paths.mjs';
+import { kPlc, kPlcOverlapping } from '../harness/network.mjs';
+import { kRepo } from '../harness/paths.mjs';
 import { connectHost } from './host.mjs';
 import { kWrongAnswer } from './support/requests.mjs';
 

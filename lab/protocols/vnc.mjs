@@ -3,7 +3,7 @@ import { randomUUID } from 'node:crypto';
 import { mkdir, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { run } from '../processes.mjs';
+import { run } from '../harness/processes.mjs';
 import { content } from './support/content.mjs';
 import { ask, startDaemon } from './support/daemons.mjs';
 import { timed, WrongAnswer } from './support/requests.mjs';

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "driver/checksums.h"
-#include "lab/driver_packets.h"
+#include "tests/driver_packets.h"
 
 namespace {
 

@@ -3,7 +3,7 @@ import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import path from 'node:path';
 
-import { kRepo } from '../../lab/paths.mjs';
+import { kRepo } from '../../lab/harness/paths.mjs';
 
 const kChinese = /\p{Script=Han}/u;
 const kSentence = /^[A-Za-z][\w.-]* [\w-]+([ ,:.]|$)/;  // of two words at least

@@ -4,7 +4,7 @@ import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { kRepo } from '../../lab/paths.mjs';
+import { kRepo } from '../../lab/harness/paths.mjs';
 import { hintRows, literalsOf, pageTexts, programTexts } from './shown_texts.mjs';
 
 const kGuide = readFileSync(path.join(kRepo, 'docs/user-guide.zh-CN.md'), 'utf8');

@@ -1,7 +1,7 @@
 // Messages that nobody should send: whatever comes, the page stays whole and shows the next good one.
 import assert from 'node:assert/strict';
 
-import { Random } from '../../lab/soak/random.mjs';
+import { Random } from '../../lab/harness/random.mjs';
 import { pageTest, useBrowser } from './browser_page.mjs';
 import { apply, log, state } from './page_states.mjs';
 

@@ -4,7 +4,7 @@ import { readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { Random } from '../../lab/soak/random.mjs';
+import { Random } from '../../lab/harness/random.mjs';
 import { kJobButtons, kNativeTexts, nextChangeMs, seeMessage, startOfConnection, viewOf } from '../../webui/script/phase.js';
 import { log, state } from './page_states.mjs';
 import { kArmed, kConnecting, kGranted, kJobs, kRetrying, WindowModel } from './window_model.mjs';

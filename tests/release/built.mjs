@@ -6,7 +6,7 @@ import { mkdtempSync, readdirSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 
-import { kBuild, kRepo } from '../../lab/paths.mjs';
+import { kBuild, kRepo } from '../../lab/harness/paths.mjs';
 
 export { kRepo };
 export const kReleaseBuild = path.resolve(process.env.RELEASE_BUILD ?? path.join(kBuild, 'windows'));

@@ -24,7 +24,7 @@ function packageWith(key, certificate) {
 
 before((t) => {
   keys = temporaryFolder(t);
-  execFileSync(path.join(kRepo, 'lab/update/make_keys.sh'), [keys]);
+  execFileSync(path.join(kRepo, 'lab/standins/update/make_keys.sh'), [keys]);
   packageWith(path.join(keys, 'publisher.key'), path.join(keys, 'publisher.pem'));
 });
 
@@ -58,7 +58,7 @@ test('sums and bill of materials are those of the signed program', (t) => {
 test('the signed program starts', (t) => {
   const folder = unpacked(t, kZip);
   // With nothing to replace anything by, it ends with the code that stands for that.
-  const { status } = spawnSync('node', [path.join(kRepo, 'lab/under_wine.mjs'), '/usr/lib/wine/wine64', 'Velmarine.Client.exe',
+  const { status } = spawnSync('node', [path.join(kRepo, 'lab/run/under_wine.mjs'), '/usr/lib/wine/wine64', 'Velmarine.Client.exe',
     '--apply-update', '0', 'C:\\none.exe', 'C:\\program.exe'], { cwd: folder, timeout: 120_000 });
   const kNoSource = 2;
   assert.equal(status, kNoSource);

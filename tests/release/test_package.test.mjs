@@ -6,7 +6,7 @@ import { mkdirSync, readFileSync, renameSync, statSync, writeFileSync } from 'no
 import path from 'node:path';
 import { before, test } from 'node:test';
 
-import { kBuild, kLabSuffix } from '../../lab/paths.mjs';
+import { kBuild, kLabSuffix } from '../../lab/harness/paths.mjs';
 import { filesBelow, kRepo, temporaryFolder, unpacked } from './built.mjs';
 
 const kZip = path.join(kBuild, 'windows/Velmarine.Client-tests.zip');
@@ -15,7 +15,7 @@ const kLeftOut = readFileSync(path.join(kRepo, 'tests/wine_only.txt'), 'utf8').s
 const kPrograms = ['checks', 'diag', 'packet_allocations', 'page', 'platform', 'remote', 'service', 'settings', 'shell', 'text', 'tunnel', 'update', 'webview'];
 
 /** Runs a Windows command line in `folder`, in a Wine of the tests' own. */
-const inWine = (folder, ...command) => spawnSync('node', [path.join(kRepo, 'lab/under_wine.mjs'), '/usr/lib/wine/wine64', ...command],
+const inWine = (folder, ...command) => spawnSync('node', [path.join(kRepo, 'lab/run/under_wine.mjs'), '/usr/lib/wine/wine64', ...command],
   { cwd: folder, encoding: 'utf8', timeout: 580_000 });
 
 let folder;

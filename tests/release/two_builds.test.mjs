@@ -6,7 +6,7 @@ import { mkdirSync, readFileSync, rmSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { kBuild } from '../../lab/paths.mjs';
+import { kBuild } from '../../lab/harness/paths.mjs';
 import { kRepo, packageIn, sha256 } from './built.mjs';
 
 const kSettings = ['-DVELMARINE_DRIVER=lab', '-DCMAKE_UNITY_BUILD=ON', '-DCMAKE_UNITY_BUILD_BATCH_SIZE=12',

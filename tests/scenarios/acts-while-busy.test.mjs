@@ -1,9 +1,9 @@
 // What the engineer does while a job runs, step by step: two-at-once.test.mjs does it at random.
 import assert from 'node:assert/strict';
 
-import { endedConnections } from '../../lab/acts.mjs';
-import { kServiceUrl } from '../../lab/lab.mjs';
-import { waitUntil } from '../../lab/program.mjs';
+import { endedConnections } from '../../lab/harness/acts.mjs';
+import { kServiceUrl } from '../../lab/harness/lab.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { clickConnect, connect, kDeviceSecret, logsAfter, scenario } from './scenario.mjs';
 
 const kRequest = '/api/connections/request';

@@ -2,11 +2,11 @@
 import assert from 'node:assert/strict';
 import path from 'node:path';
 
-import { FailedProcess } from '../../lab/browser/page.mjs';
-import { rendererProcesses } from '../../lab/browser/processes.mjs';
-import { kPlc, kTunnelAddress } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { ping } from '../../lab/tools.mjs';
+import { FailedProcess } from '../../lab/standins/browser/page.mjs';
+import { rendererProcesses } from '../../lab/standins/browser/processes.mjs';
+import { kPlc, kTunnelAddress } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { ping } from '../../lab/harness/tools.mjs';
 import { clickConnect, connect, kDeviceSecret, logsAfter, occurrences, scenario } from './scenario.mjs';
 
 const kBrowserGone = '警告：浏览器进程已退出，正在重新打开界面；连接不受影响。';

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { access, rm } from 'node:fs/promises';
 import path from 'node:path';
 
-import { waitUntil } from '../../lab/program.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { scenario } from './scenario.mjs';
 
 const kDataFolder = 'VelmarineWebUI_Client';

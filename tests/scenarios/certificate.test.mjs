@@ -2,9 +2,9 @@
 import assert from 'node:assert/strict';
 import path from 'node:path';
 
-import { kCloud } from '../../lab/network.mjs';
-import { kRepo } from '../../lab/paths.mjs';
-import { runOrFail } from '../../lab/processes.mjs';
+import { kCloud } from '../../lab/harness/network.mjs';
+import { kRepo } from '../../lab/harness/paths.mjs';
+import { runOrFail } from '../../lab/harness/processes.mjs';
 import { clickConnect, scenario } from './scenario.mjs';
 
 const kPort = 31443;
@@ -15,7 +15,7 @@ scenario('a self-signed certificate is refused before anything is sent',
     await runOrFail(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-days', '2', '-keyout', key,
       '-out', cert, '-subj', `/CN=${kCloud}`, '-addext', `subjectAltName=IP:${kCloud}`]);
     const service = await lab.processes.start('https service',
-      ['node', path.join(kRepo, 'lab/service/https_main.mjs'), kCloud, String(kPort), key, cert],
+      ['node', path.join(kRepo, 'lab/standins/service/https_main.mjs'), kCloud, String(kPort), key, cert],
       { namespace: lab.network.cloud, ready: /ready/ });
     const program = await lab.startProgram();
     await program.waitForLog(/自动更新检查异常：WinHttpReceiveResponse/);

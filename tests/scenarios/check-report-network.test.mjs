@@ -1,9 +1,9 @@
 // The report when the way to the service, the clock, the proxies or the networks are out of order.
 import assert from 'node:assert/strict';
 
-import { kServiceUrl } from '../../lab/lab.mjs';
-import { run, runOrFail } from '../../lab/processes.mjs';
-import { kWine } from '../../lab/wine.mjs';
+import { kServiceUrl } from '../../lab/harness/lab.mjs';
+import { run, runOrFail } from '../../lab/harness/processes.mjs';
+import { kWine } from '../../lab/harness/wine.mjs';
 import { runCheck } from './check_report.mjs';
 import { scenario } from './scenario.mjs';
 

@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { readFile, rm } from 'node:fs/promises';
 
-import { waitUntil } from '../../lab/program.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { readReport, runCheck } from './check_report.mjs';
 import { connect, kDeviceSecret, occurrences, scenario } from './scenario.mjs';
 

@@ -3,8 +3,8 @@ import assert from 'node:assert/strict';
 import { cp, mkdir, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kBrowserRuntime, kProgramFile } from '../../lab/paths.mjs';
-import { runOrFail } from '../../lab/processes.mjs';
+import { kBrowserRuntime, kProgramFile } from '../../lab/harness/paths.mjs';
+import { runOrFail } from '../../lab/harness/processes.mjs';
 import { layOutFiles, runCheck } from './check_report.mjs';
 import { kDeviceSecret, scenario } from './scenario.mjs';
 

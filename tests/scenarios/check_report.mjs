@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { copyFile, mkdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kProgramFile } from '../../lab/paths.mjs';
+import { kProgramFile } from '../../lab/harness/paths.mjs';
 
 const kCheckMs = 60_000;
 const kVerdicts = { OK: '正常', NOTE: '提示', FAULT: '异常' };

@@ -3,10 +3,10 @@ import assert from 'node:assert/strict';
 import { readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kCloud } from '../../lab/network.mjs';
-import { kNextProgramFile, kProgramFile } from '../../lab/paths.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { kErrorPageBytes } from '../../lab/rustdesk/rustdesk.mjs';
+import { kCloud } from '../../lab/harness/network.mjs';
+import { kNextProgramFile, kProgramFile } from '../../lab/harness/paths.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { kErrorPageBytes } from '../../lab/standins/rustdesk/rustdesk.mjs';
 import { fileVersion } from './file_version.mjs';
 import { clickConnect, connect, scenario } from './scenario.mjs';
 

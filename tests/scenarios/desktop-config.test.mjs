@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { mkdir, readFile, rm, stat, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { runOrFail } from '../../lab/processes.mjs';
+import { runOrFail } from '../../lab/harness/processes.mjs';
 import { opensRustDesk } from './desktop.mjs';
 import { scenario } from './scenario.mjs';
 

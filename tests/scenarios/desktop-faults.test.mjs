@@ -5,7 +5,7 @@ import { rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { waitUntil } from '../../lab/program.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { kProgramFiles, openDesktop, opensRustDesk, savesNothing, starts } from './desktop.mjs';
 import { occurrences, scenario } from './scenario.mjs';
 

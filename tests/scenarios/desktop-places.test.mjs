@@ -3,9 +3,9 @@ import assert from 'node:assert/strict';
 import { copyFile, mkdir, readdir, rm, stat, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kServiceUrl } from '../../lab/lab.mjs';
-import { kProgramFile } from '../../lab/paths.mjs';
-import { kErrorPageBytes } from '../../lab/rustdesk/rustdesk.mjs';
+import { kServiceUrl } from '../../lab/harness/lab.mjs';
+import { kProgramFile } from '../../lab/harness/paths.mjs';
+import { kErrorPageBytes } from '../../lab/standins/rustdesk/rustdesk.mjs';
 import { openDesktop, opensRustDesk, savesNothing } from './desktop.mjs';
 import { scenario } from './scenario.mjs';
 

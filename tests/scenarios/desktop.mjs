@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { waitUntil } from '../../lab/program.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { logsAfter, occurrences } from './scenario.mjs';
 
 export const kProgramFiles = 'C:\\Program Files\\RustDesk';

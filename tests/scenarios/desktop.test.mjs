@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { waitUntil } from '../../lab/program.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { kProgramFiles, opensRustDesk, staysUntouched } from './desktop.mjs';
 import { logsAfter, scenario } from './scenario.mjs';
 

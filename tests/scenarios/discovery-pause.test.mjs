@@ -2,9 +2,9 @@
 // answer to it the relay could never come back. So it pauses while the relay is away.
 import assert from 'node:assert/strict';
 
-import { broadcast, kDevices, startDevices } from '../../lab/discovery.mjs';
-import { kDirectRoute, kOverlappingRoute, kPlc, kTunnelAddress } from '../../lab/network.mjs';
-import { datagramNumber, describe, startTraffic } from '../../lab/traffic.mjs';
+import { broadcast, kDevices, startDevices } from '../../lab/harness/discovery.mjs';
+import { kDirectRoute, kOverlappingRoute, kPlc, kTunnelAddress } from '../../lab/harness/network.mjs';
+import { datagramNumber, describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, logsAfter, scenario } from './scenario.mjs';
 
 const kPaused = '局域网发现已暂停：中继恢复前不截取本机的广播。';

@@ -6,10 +6,10 @@ import { readFile } from 'node:fs/promises';
 import {
   broadcast, devicesLog, kBacnetPort, kDevices, kEthernetIpPort, kPlainPort, kShoutingDevice, listIdentity,
   startDevices, whoIs,
-} from '../../lab/discovery.mjs';
-import { kDirectRoute, kOverlappingRoute, kPlc, kTunnelAddress } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { ping } from '../../lab/tools.mjs';
+} from '../../lab/harness/discovery.mjs';
+import { kDirectRoute, kOverlappingRoute, kPlc, kTunnelAddress } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { ping } from '../../lab/harness/tools.mjs';
 import { connect, occurrences, scenario } from './scenario.mjs';
 
 const kHostRoute = '192.168.78.9/32';

@@ -2,9 +2,9 @@
 // of a tunnel.
 import assert from 'node:assert/strict';
 
-import { kPlc } from '../../lab/network.mjs';
-import { ping } from '../../lab/tools.mjs';
-import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { kPlc } from '../../lab/harness/network.mjs';
+import { ping } from '../../lab/harness/tools.mjs';
+import { describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 // Question and answer take turns, so that each has its place among the calls: the fifth question is the

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { cp, mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kProgramFile } from '../../lab/paths.mjs';
+import { kProgramFile } from '../../lab/harness/paths.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 /**

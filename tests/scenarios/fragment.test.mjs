@@ -2,8 +2,8 @@
 // library has no checksum for the first fragment, which ends the capture: the log has to say so.
 import assert from 'node:assert/strict';
 
-import { kPlc } from '../../lab/network.mjs';
-import { ping } from '../../lab/tools.mjs';
+import { kPlc } from '../../lab/harness/network.mjs';
+import { ping } from '../../lab/harness/tools.mjs';
 import { connect, logsAfter, occurrences, scenario } from './scenario.mjs';
 
 const kFragment = '警告：遇到被分片的数据包，截取已停止，现在访问不到现场；请点“断开”再点“连接”，并让发送它的软件改用更小的数据包。';

@@ -4,10 +4,10 @@ import assert from 'node:assert/strict';
 import { readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kProgramFile } from '../../lab/paths.mjs';
-import { kDirectRoute, kTunnelAddress } from '../../lab/network.mjs';
-import { kTitle, waitUntil } from '../../lab/program.mjs';
-import { run } from '../../lab/processes.mjs';
+import { kProgramFile } from '../../lab/harness/paths.mjs';
+import { kDirectRoute, kTunnelAddress } from '../../lab/harness/network.mjs';
+import { kTitle, waitUntil } from '../../lab/harness/program.mjs';
+import { run } from '../../lab/harness/processes.mjs';
 import { connect, logsAfter, scenario } from './scenario.mjs';
 
 const kQueryEndSession = 0x11;

@@ -1,7 +1,7 @@
 // 测试: one echo request to a device, as a rule through the tunnel, and what becomes of it.
 import assert from 'node:assert/strict';
 
-import { kPlc, kPlcOverlapping, kTunnelAddress } from '../../lab/network.mjs';
+import { kPlc, kPlcOverlapping, kTunnelAddress } from '../../lab/harness/network.mjs';
 import { connect, logsAfter, occurrences, scenario } from './scenario.mjs';
 
 const kMappedPlc = '172.31.0.10';

@@ -2,8 +2,8 @@
 // over one that overlaps the engineer's own network, in one connection.
 import assert from 'node:assert/strict';
 
-import { kPlc, kTunnelAddress } from '../../lab/network.mjs';
-import { download, iperf, modbus, ping } from '../../lab/tools.mjs';
+import { kPlc, kTunnelAddress } from '../../lab/harness/network.mjs';
+import { download, iperf, modbus, ping } from '../../lab/harness/tools.mjs';
 import { connect, kDeviceSecret, scenario } from './scenario.mjs';
 
 const kOverlappingPlc = '172.31.0.10';

@@ -2,10 +2,10 @@
 import assert from 'node:assert/strict';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { kPlc } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { download, ping } from '../../lab/tools.mjs';
-import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { kPlc } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { download, ping } from '../../lab/harness/tools.mjs';
+import { describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 const kSmall = { sizes: [32, 256, 1302] };  // by UDP, where the line's losses show

@@ -2,10 +2,10 @@
 // its end is told to the service that granted it.
 import assert from 'node:assert/strict';
 
-import { endedConnections } from '../../lab/acts.mjs';
-import { kGrant, kServicePort, kServiceUrl } from '../../lab/lab.mjs';
-import { kCloud, kCloudToSite } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
+import { endedConnections } from '../../lab/harness/acts.mjs';
+import { kGrant, kServicePort, kServiceUrl } from '../../lab/harness/lab.mjs';
+import { kCloud, kCloudToSite } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { connect, kDeviceSecret, logsAfter, scenario } from './scenario.mjs';
 
 const kHome = `${kCloud}:${kServicePort}`;

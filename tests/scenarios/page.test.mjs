@@ -2,8 +2,8 @@
 import assert from 'node:assert/strict';
 import path from 'node:path';
 
-import { kTunnelAddress } from '../../lab/network.mjs';
-import { kTitle, waitUntil } from '../../lab/program.mjs';
+import { kTunnelAddress } from '../../lab/harness/network.mjs';
+import { kTitle, waitUntil } from '../../lab/harness/program.mjs';
 import { clickConnect, connect, kDeviceSecret, scenario } from './scenario.mjs';
 
 const kBusy = { connect: '正在请求连接授权...' };

@@ -5,7 +5,7 @@ import { readFile, writeFile } from 'node:fs/promises';
 import { test } from 'node:test';
 
 import { kRoutes, listUses, Survey } from '../../lab/protocols/survey.mjs';
-import { kDocument, kReport, readTable, rowsOf } from '../../lab/protocols/table.mjs';
+import { kDocument, kReport, readTable, rowsOf } from '../../lab/run/protocol_table.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 const kAtOnce = { clean: 4, lossy: Infinity };

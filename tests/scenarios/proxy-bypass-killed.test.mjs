@@ -4,9 +4,9 @@ import assert from 'node:assert/strict';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { kProgramFile } from '../../lab/paths.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { Random } from '../../lab/soak/random.mjs';
+import { kProgramFile } from '../../lab/harness/paths.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { Random } from '../../lab/harness/random.mjs';
 import { clickConnect, connect, occurrences, scenario } from './scenario.mjs';
 
 const kBefore = 'localhost;<local>;10.1.*';

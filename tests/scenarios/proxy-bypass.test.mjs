@@ -1,8 +1,8 @@
 // While connected, the site's networks stand on the user's list of what does not go to the web proxy.
 import assert from 'node:assert/strict';
 
-import { kTunnelAddress } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
+import { kTunnelAddress } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 const kTold = 'wParam 0: Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings';

@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { stat } from 'node:fs/promises';
 
-import { waitUntil } from '../../lab/program.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { clickConnect, occurrences, scenario } from './scenario.mjs';
 
 const kRetryLine = '授权未恢复，将每 5 秒自动重试连接。';

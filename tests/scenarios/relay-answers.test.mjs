@@ -2,9 +2,9 @@
 // traffic flows again.
 import assert from 'node:assert/strict';
 
-import { kPlc } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { datagramNumber, describe, startTraffic } from '../../lab/traffic.mjs';
+import { kPlc } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { datagramNumber, describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, occurrences, scenario } from './scenario.mjs';
 
 // Each is given an answer that the program has had already: a second one shows that it was delivered.

@@ -1,9 +1,9 @@
 // The relay refuses the connection or loses it.
 import assert from 'node:assert/strict';
 
-import { kPlc } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { ping } from '../../lab/tools.mjs';
+import { kPlc } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { ping } from '../../lab/harness/tools.mjs';
 import { clickConnect, connect, occurrences, scenario } from './scenario.mjs';
 
 scenario('a relay that answers 200 fails the start, which is reported', {}, async (lab, program) => {

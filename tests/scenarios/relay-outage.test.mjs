@@ -2,10 +2,10 @@
 import assert from 'node:assert/strict';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { kServicePort } from '../../lab/lab.mjs';
-import { kCloud, kPlc } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { datagramNumber, describe, startTraffic } from '../../lab/traffic.mjs';
+import { kServicePort } from '../../lab/harness/lab.mjs';
+import { kCloud, kPlc } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { datagramNumber, describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, occurrences, scenario } from './scenario.mjs';
 
 const kLost = '警告：中继连接中断，软件隧道正在自动重连。';

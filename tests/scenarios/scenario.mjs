@@ -4,9 +4,9 @@ import { readdir, rm } from 'node:fs/promises';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { kDeviceSecret, Lab } from '../../lab/lab.mjs';
-import { kBuild } from '../../lab/paths.mjs';
-import { waitUntil } from '../../lab/program.mjs';
+import { kDeviceSecret, Lab } from '../../lab/harness/lab.mjs';
+import { kBuild } from '../../lab/harness/paths.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 
 export { kDeviceSecret };
 const kScenarioMs = 180_000;

@@ -3,9 +3,9 @@ import assert from 'node:assert/strict';
 import { readFile, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kServiceUrl } from '../../lab/lab.mjs';
-import { run, runOrFail } from '../../lab/processes.mjs';
-import { Random } from '../../lab/soak/random.mjs';
+import { kServiceUrl } from '../../lab/harness/lab.mjs';
+import { run, runOrFail } from '../../lab/harness/processes.mjs';
+import { Random } from '../../lab/harness/random.mjs';
 import { damagedCopies, logsAfter, occurrences, saveSettings, scenario } from './scenario.mjs';
 
 const kRestored = '警告：设置文件无法读取，已恢复上次保存的设置；原文件将在首次保存前另行保留。';

@@ -3,9 +3,9 @@ import assert from 'node:assert/strict';
 import { readFile, stat, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { endedConnections } from '../../lab/acts.mjs';
-import { kServiceUrl } from '../../lab/lab.mjs';
-import { run, runOrFail } from '../../lab/processes.mjs';
+import { endedConnections } from '../../lab/harness/acts.mjs';
+import { kServiceUrl } from '../../lab/harness/lab.mjs';
+import { run, runOrFail } from '../../lab/harness/processes.mjs';
 import {
   connect, damagedCopies, kDeviceSecret, logsAfter, occurrences, saveSettings, scenario,
 } from './scenario.mjs';

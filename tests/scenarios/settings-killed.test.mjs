@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { Random } from '../../lab/soak/random.mjs';
+import { Random } from '../../lab/harness/random.mjs';
 import { occurrences, scenario } from './scenario.mjs';
 
 const kKills = 10;

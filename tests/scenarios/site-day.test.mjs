@@ -3,9 +3,9 @@
 import assert from 'node:assert/strict';
 import { stat } from 'node:fs/promises';
 
-import { kServiceUrl } from '../../lab/lab.mjs';
-import { kDirectRoute, kOverlappingRoute } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
+import { kServiceUrl } from '../../lab/harness/lab.mjs';
+import { kDirectRoute, kOverlappingRoute } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { connect, kDeviceSecret, logsAfter, occurrences, scenario } from './scenario.mjs';
 
 const kResolve = '/api/devices/resolve';

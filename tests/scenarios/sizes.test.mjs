@@ -5,13 +5,13 @@ import { readFile, writeFile } from 'node:fs/promises';
 import { test } from 'node:test';
 
 import { kRoutes } from '../../lab/protocols/survey.mjs';
-import { kMaxUdpPacketBytes } from '../../lab/service/udp_datagrams.mjs';
+import { kMaxUdpPacketBytes } from '../../lab/standins/service/udp_datagrams.mjs';
 import {
   ipCounters, kLabPacketBytes, kMaxPacketBytes, limitStack, sampleStreams, sendDatagrams, sendStreams,
-} from '../../lab/size_survey.mjs';
+} from '../../lab/harness/size_survey.mjs';
 import {
   kDocument, kLeastMss, kMostMss, kMssCeiling, kReport, kTcpHeaderBytes, kUdpHeaderBytes, readTable, rowsOf,
-} from '../../lab/sizes.mjs';
+} from '../../lab/run/size_table.mjs';
 import { connect, logsAfter, scenario } from './scenario.mjs';
 
 const kMtu = 1500;

@@ -1,9 +1,9 @@
 // The engineer does other things while connections are being made and ended, at random moments.
 import assert from 'node:assert/strict';
 
-import { endedConnections, Engineer, wrongReports } from '../../lab/acts.mjs';
-import { kGrant } from '../../lab/lab.mjs';
-import { Random } from '../../lab/soak/random.mjs';
+import { endedConnections, Engineer, wrongReports } from '../../lab/harness/acts.mjs';
+import { kGrant } from '../../lab/harness/lab.mjs';
+import { Random } from '../../lab/harness/random.mjs';
 import { scenario } from './scenario.mjs';
 
 const kMostMs = 300_000;

@@ -2,9 +2,9 @@
 import assert from 'node:assert/strict';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { kPlc } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { kPlc } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 const kBlockedMs = 2_000;

@@ -1,10 +1,10 @@
 // Small packets go by UDP, large ones over the WebSocket, as the service's record shows.
 import assert from 'node:assert/strict';
 
-import { kPlc, kTunnelAddress } from '../../lab/network.mjs';
-import { waitUntil } from '../../lab/program.mjs';
-import { packetDatagram } from '../../lab/service/udp_datagrams.mjs';
-import { describe, startTraffic } from '../../lab/traffic.mjs';
+import { kPlc, kTunnelAddress } from '../../lab/harness/network.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
+import { packetDatagram } from '../../lab/standins/service/udp_datagrams.mjs';
+import { describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 const kIcmp = 1;

@@ -3,8 +3,8 @@ import assert from 'node:assert/strict';
 import { chmod, cp, mkdir, readdir, readFile, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kNextProgramFile, kPinnedProgramFile, kProgramFile, signedProgram } from '../../lab/paths.mjs';
-import { runOrFail } from '../../lab/processes.mjs';
+import { kNextProgramFile, kPinnedProgramFile, kProgramFile, signedProgram } from '../../lab/harness/paths.mjs';
+import { runOrFail } from '../../lab/harness/processes.mjs';
 import { connect, scenario } from './scenario.mjs';
 import { fileVersion } from './file_version.mjs';
 

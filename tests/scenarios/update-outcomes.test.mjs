@@ -4,8 +4,8 @@ import assert from 'node:assert/strict';
 import { cp, mkdir, readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kNextProgramFile, kProgramFile } from '../../lab/paths.mjs';
-import { run, runOrFail } from '../../lab/processes.mjs';
+import { kNextProgramFile, kProgramFile } from '../../lab/harness/paths.mjs';
+import { run, runOrFail } from '../../lab/harness/processes.mjs';
 import { connect, scenario } from './scenario.mjs';
 import { fileVersion } from './file_version.mjs';
 

@@ -3,10 +3,10 @@ import assert from 'node:assert/strict';
 import { cp, mkdir, readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { kPlc } from '../../lab/network.mjs';
-import { kNextProgramFile, kProgramFile } from '../../lab/paths.mjs';
-import { kTitle, waitUntil } from '../../lab/program.mjs';
-import { ping } from '../../lab/tools.mjs';
+import { kPlc } from '../../lab/harness/network.mjs';
+import { kNextProgramFile, kProgramFile } from '../../lab/harness/paths.mjs';
+import { kTitle, waitUntil } from '../../lab/harness/program.mjs';
+import { ping } from '../../lab/harness/tools.mjs';
 import { clickConnect, connect, scenario } from './scenario.mjs';
 import { fileVersion } from './file_version.mjs';
 

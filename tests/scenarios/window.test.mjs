@@ -1,7 +1,7 @@
 // The window, its page and what the page may send.
 import assert from 'node:assert/strict';
 
-import { kTitle, waitUntil } from '../../lab/program.mjs';
+import { kTitle, waitUntil } from '../../lab/harness/program.mjs';
 import { kDeviceSecret, scenario } from './scenario.mjs';
 
 scenario('without a browser runtime a message box and the log say so',

@@ -1,5 +1,6 @@
-// Programs that lab/update has signed. Wine compares a program with its signature, but takes every
-// signer's authority for trusted; that part of Windows' verification has not been seen here.
+// Programs that lab/standins/update has signed. Wine compares a program with its signature, but
+// takes every signer's authority for trusted; that part of Windows' verification has not been seen
+// here.
 #include <gtest/gtest.h>
 
 #include <functional>

@@ -2,7 +2,7 @@
 import { readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { Processes, run } from '../../processes.mjs';
+import { Processes, run } from '../../harness/processes.mjs';
 
 const kReadyMs = 15_000;
 const kStepMs = 20;

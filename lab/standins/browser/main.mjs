@@ -1,0 +1,42 @@
+// The bridge as a process of its own, so that it can run inside a network namespace (loopback belongs
+// to one, and the Windows program's loopback is the namespace of its wineserver).
+import { serve } from '../../harness/remote_call.mjs';
+import { startBridge } from './bridge.mjs';
+
+let bridge = null;
+
+/** The page of that id; it must still be open. */
+function pageOf(id) {
+  const page = bridge.pages().find((one) => one.id === id);
+  if (!page) throw new Error(`Page ${id} is closed.`);
+  return page;
+}
+
+const kPageMethods = ['evaluate', 'waitFor', 'text', 'click', 'type', 'select', 'messages',
+  'screenshot', 'failProcess'];
+
+const methods = {
+  async listen(options) {
+    if (bridge) throw new Error('The bridge listens already.');
+    bridge = await startBridge({ ...options, log: (line) => console.error(line) });
+    return { port: bridge.port };
+  },
+  pages: () => bridge.pages().map(({ id, pid }) => ({ id, pid })),
+  async waitForPage(timeoutMs) {
+    const { id, pid } = await bridge.waitForPage(timeoutMs);
+    return { id, pid };
+  },
+  page(id, method, args) {
+    if (!kPageMethods.includes(method)) throw new Error(`A page has no method ${method}.`);
+    return pageOf(id)[method](...args);
+  },
+  async closeAll() {
+    await bridge?.close();
+    bridge = null;
+  },
+};
+
+serve((method, args) => {
+  if (!Object.hasOwn(methods, method)) throw new Error(`There is no method ${method}.`);
+  return methods[method](...args);
+}, methods.closeAll);
