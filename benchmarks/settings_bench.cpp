@@ -49,7 +49,7 @@ struct File {
   ~File() { std::filesystem::remove_all(folder); }
 
   [[nodiscard]] settings::SettingsFile Open() const {
-    return settings::SettingsFile(path, settings::RealSettingsDisk([] { return std::wstring(); }));
+    return settings::SettingsFile(path, platform::RealFiles(), [] { return std::wstring(); });
   }
   File(const File&) = delete;
   File& operator=(const File&) = delete;

@@ -1,11 +1,11 @@
 // Two users' proxy lists, a line each, and routes, a line each: adding and removing the routes'
 // entries does to any list what a plain second implementation says.
 
-#include <optional>
 #include <vector>
 
 #include "diag/proxy_bypass.h"
 #include "fuzz_input.h"
+#include "platform/memory_files.h"
 #include "text/ipv4_text.h"
 #include "text/strings.h"
 
@@ -91,19 +91,6 @@ struct List {
   }
 };
 
-// The program's note, in memory.
-struct Note {
-  std::string bytes;
-
-  ProxyNoteDisk Disk() {
-    return {[this]() -> std::optional<std::string> {
-              if (bytes.empty()) return std::nullopt;
-              return bytes;
-            },
-            [this](const std::string& written) { bytes = written; }, [this] { bytes.clear(); }};
-  }
-};
-
 Entries With(Entries list, const Entries& added) {
   for (const std::wstring& entry : added) {
     if (!Has(list, entry)) list.push_back(entry);
@@ -124,8 +111,8 @@ void Run(fuzz::Input input) {
   Require(BypassEntriesForRoutes(routes) == entries);
   ProxyOverrideStore store = own.Store(L"");
   store.others.push_back(other.Store(L"S-1"));
-  Note kept;
-  ProxyNote note(kept.Disk());
+  platform::MemoryFiles kept;
+  ProxyNote note(L"note", kept);
 
   for (int time = 0; time < 2; ++time) {
     const std::wstring ownBefore = own.text;

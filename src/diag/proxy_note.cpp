@@ -1,11 +1,10 @@
 #include "diag/proxy_note.h"
 
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
-#include "platform/files.h"
-#include "platform/path.h"
 #include "settings/json.h"
 #include "text/strings.h"
 #include "text/utf8.h"
@@ -50,7 +49,7 @@ std::wstring WriteLists(const std::vector<NotedList>& lists) {
 }  // namespace
 
 std::vector<NotedList> ProxyNote::Read() const {
-  const std::optional<std::string> bytes = disk_.read();
+  const std::optional<std::string> bytes = files_.Read(path_).bytes;
   if (!bytes) return {};
   try {
     return ReadLists(settings::ReadJsonDocument(text::FromUtf8(*bytes)));
@@ -81,19 +80,9 @@ void ProxyNote::Forget(const std::wstring& user, const Entries& entries) {
 }
 
 void ProxyNote::Write(const std::vector<NotedList>& lists) {
-  if (lists.empty()) return disk_.remove();
-  disk_.write(text::ToUtf8(WriteLists(lists)));
-}
-
-ProxyNoteDisk ProxyNoteFile(const std::wstring& path) {
-  ProxyNoteDisk disk;
-  disk.read = [path] { return platform::ReadFileBytes(path); };
-  disk.write = [path](const std::string& bytes) {
-    platform::CreateFolders(platform::ParentFolder(path));
-    platform::WriteFileDurably(path, bytes);
-  };
-  disk.remove = [path] { platform::DeleteFileAt(path); };
-  return disk;
+  if (lists.empty()) return files_.Delete(path_);
+  // A note that cannot be written is not worth stopping for.
+  static_cast<void>(files_.Write(path_, text::ToUtf8(WriteLists(lists))));
 }
 
 }  // namespace diag

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <functional>
-#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/files.h"
 #include "platform/mutex.h"
 
 namespace diag {
@@ -17,14 +17,6 @@ struct NotedList {
   friend bool operator==(const NotedList&, const NotedList&) = default;
 };
 
-// The note's file: the system's, or a test's.
-struct ProxyNoteDisk {
-  std::function<std::optional<std::string>()> read;  // nothing when there is none
-  // Returns once the disk has it. A failure is not reported.
-  std::function<void(const std::string& bytes)> write;
-  std::function<void()> remove;
-};
-
 // The program's own note of the entries that it has put on proxy lists. It is written before a list
 // is changed and goes when the entries have gone, so that a start after a sudden end knows which
 // entries nobody took off, and which of the same networks the user had there himself.
@@ -34,7 +26,8 @@ struct ProxyNoteDisk {
 //          that cannot be written is one less after a sudden end.
 class ProxyNote {
  public:
-  explicit ProxyNote(ProxyNoteDisk disk) : disk_(std::move(disk)) {}
+  // `files` must outlive the note.
+  ProxyNote(std::wstring path, platform::FileDeps& files) : path_(std::move(path)), files_(files) {}
 
   [[nodiscard]] std::vector<NotedList> Read() const REQUIRES(lock);
   void Remember(const std::wstring& user, const std::vector<std::wstring>& entries) REQUIRES(lock);
@@ -45,11 +38,9 @@ class ProxyNote {
  private:
   void Write(const std::vector<NotedList>& lists) REQUIRES(lock);
 
-  const ProxyNoteDisk disk_;
+  const std::wstring path_;
+  platform::FileDeps& files_;
 };
-
-// A file of this computer; its folder is made if need be.
-ProxyNoteDisk ProxyNoteFile(const std::wstring& path);
 
 // The one note of the process, "Client.proxy.json" beside the settings file. Windows only.
 ProxyNote& RealProxyNote();

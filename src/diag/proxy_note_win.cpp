@@ -6,8 +6,10 @@ namespace diag {
 
 // Never destroyed: the end of the session may still be at it when the process ends.
 ProxyNote& RealProxyNote() {
-  static ProxyNote& note = *new ProxyNote(ProxyNoteFile(platform::JoinPath(
-      platform::ParentFolder(settings::SettingsFilePath()), L"Client.proxy.json")));
+  static ProxyNote& note =
+      *new ProxyNote(platform::JoinPath(platform::ParentFolder(settings::SettingsFilePath()),
+                                        L"Client.proxy.json"),
+                     platform::RealFiles());
   return note;
 }
 

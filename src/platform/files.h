@@ -47,4 +47,32 @@ bool DeleteFileAt(const std::wstring& path);
 // Creates the folder and its missing parents; an existing folder is fine. False on failure.
 bool CreateFolders(const std::wstring& path);
 
+// A file's bytes as FileDeps reads them.
+struct FileContent {
+  bool exists = false;
+  std::optional<std::string> bytes;  // empty for a file that exists but cannot be read
+};
+
+// The files of this computer, or a test's in memory. What acts on files and has to be tested
+// without a disk takes this. Any thread.
+class FileDeps {
+ public:
+  FileDeps() = default;
+  FileDeps(const FileDeps&) = delete;
+  FileDeps& operator=(const FileDeps&) = delete;
+  virtual ~FileDeps() = default;
+
+  virtual FileContent Read(const std::wstring& path) = 0;
+  // Replaces or creates the file, with its folder, and returns once the disk has it. Returns an
+  // empty text on success, else the system's reason.
+  virtual std::wstring Write(const std::wstring& path, const std::string& bytes) = 0;
+  virtual void Delete(const std::wstring& path) = 0;
+  // As the functions above.
+  virtual std::vector<std::wstring> ListFolders(const std::wstring& folder) = 0;
+  virtual std::vector<std::wstring> ListFiles(const std::wstring& folder) = 0;
+};
+
+// This computer's files. Lives as long as the process.
+FileDeps& RealFiles();
+
 }  // namespace platform

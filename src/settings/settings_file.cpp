@@ -4,8 +4,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/error_reason.h"
-#include "platform/files.h"
 #include "platform/path.h"
 #include "settings/engineer_id.h"
 #include "settings/json.h"
@@ -36,7 +34,7 @@ std::wstring Beside(std::wstring_view path, std::wstring_view suffix) {
 // The settings document that the file holds in one piece; nothing when it cannot be trusted. What
 // is left of one that has lost its front may begin with the brace of a profile: an object, but with
 // more text behind it.
-std::optional<JsonValue> ReadWhole(const FileContent& content) {
+std::optional<JsonValue> ReadWhole(const platform::FileContent& content) {
   if (!content.bytes) return std::nullopt;
   const std::wstring text = text::FromMarkedBytes(*content.bytes);
   try {
@@ -58,14 +56,15 @@ void NeedEngineerId(Settings& settings) {
 
 }  // namespace
 
-SettingsFile::SettingsFile(std::wstring path, SettingsDisk disk)
+SettingsFile::SettingsFile(std::wstring path, platform::FileDeps& files, std::wstring (*time)())
     : path_(std::move(path)),
       lastPath_(Beside(path_, L".last")),
       grantPath_(platform::JoinPath(platform::ParentFolder(path_), kGrantName)),
-      disk_(std::move(disk)) {}
+      files_(files),
+      time_(time) {}
 
 std::wstring SettingsFile::Load(Settings& settings) const {
-  const FileContent content = disk_.read(path_);
+  const platform::FileContent content = files_.Read(path_);
   if (!content.exists) {
     settings.engineerId = MakeEngineerId();
     return {};
@@ -80,9 +79,10 @@ std::wstring SettingsFile::Load(Settings& settings) const {
   return report;
 }
 
-std::wstring SettingsFile::LoadUntrusted(const FileContent& content, Settings& settings) const {
+std::wstring SettingsFile::LoadUntrusted(const platform::FileContent& content,
+                                         Settings& settings) const {
   const bool empty = content.bytes && content.bytes->empty();
-  if (const std::optional<JsonValue> last = ReadWhole(disk_.read(lastPath_))) {
+  if (const std::optional<JsonValue> last = ReadWhole(files_.Read(lastPath_))) {
     ReadSettingsDocument(*last, settings);
     return empty ? kRestoredFromEmpty : kRestored;
   }
@@ -97,7 +97,7 @@ std::wstring SettingsFile::LoadUntrusted(const FileContent& content, Settings& s
 
 // A grant that belongs to another connection than the settings name is an earlier one's.
 void SettingsFile::LoadGrant(Settings& settings) const {
-  const std::optional<JsonValue> document = ReadWhole(disk_.read(grantPath_));
+  const std::optional<JsonValue> document = ReadWhole(files_.Read(grantPath_));
   if (!document) return;
   GrantedConnection granted = ReadGrantedConnection(*document);
   if (granted.connectionId == settings.connectionId) settings.granted = std::move(granted);
@@ -106,7 +106,7 @@ void SettingsFile::LoadGrant(Settings& settings) const {
 SettingsFile::Saved SettingsFile::Save(const Settings& settings) {
   Saved saved;
   const std::string bytes = text::ToUtf8(WriteSettingsText(settings));
-  const FileContent before = disk_.read(path_);
+  const platform::FileContent before = files_.Read(path_);
   // Before the settings that name it: what they name must be there.
   const std::wstring grantFailure = SaveGrant(settings);
   if (before.bytes != bytes || unconfirmed_.contains(path_)) {
@@ -121,7 +121,7 @@ SettingsFile::Saved SettingsFile::Save(const Settings& settings) {
 }
 
 // What the file holds has to be somewhere else, too, before it is truncated.
-void SettingsFile::SecureWhatIsThere(const FileContent& content, const std::string& next,
+void SettingsFile::SecureWhatIsThere(const platform::FileContent& content, const std::string& next,
                                      Saved& saved) {
   if (!content.exists) return;
   if (!content.bytes) {
@@ -131,7 +131,7 @@ void SettingsFile::SecureWhatIsThere(const FileContent& content, const std::stri
   } else if (!content.bytes->empty()) {
     SetAside(*content.bytes, saved);
     // Else no copy would be whole while the file is written, and a start would know nothing.
-    if (saved.failure.empty() && !ReadWhole(disk_.read(lastPath_))) WriteIfOther(lastPath_, next);
+    if (saved.failure.empty() && !ReadWhole(files_.Read(lastPath_))) WriteIfOther(lastPath_, next);
   }
 }
 
@@ -140,10 +140,10 @@ void SettingsFile::SecureWhatIsThere(const FileContent& content, const std::stri
 void SettingsFile::SetAside(const std::string& bytes, Saved& saved) {
   // A file that cannot be overwritten afterwards is found damaged by every save, and a save comes
   // every few seconds while a connection is retried.
-  if (!keptPath_.empty() && disk_.read(keptPath_).bytes == bytes) return;
-  const std::wstring base = L".damaged-" + disk_.time();
+  if (!keptPath_.empty() && files_.Read(keptPath_).bytes == bytes) return;
+  const std::wstring base = L".damaged-" + time_();
   std::wstring kept = Beside(path_, base);
-  for (int number = 2; disk_.read(kept).exists; ++number) {
+  for (int number = 2; files_.Read(kept).exists; ++number) {
     kept = Beside(path_, base + L"-" + std::to_wstring(number));
   }
   const std::wstring failure = WriteFile(kept, bytes);
@@ -162,33 +162,17 @@ std::wstring SettingsFile::SaveGrant(const Settings& settings) {
 }
 
 std::wstring SettingsFile::WriteIfOther(const std::wstring& path, const std::string& bytes) {
-  if (!unconfirmed_.contains(path) && disk_.read(path).bytes == bytes) return {};
+  if (!unconfirmed_.contains(path) && files_.Read(path).bytes == bytes) return {};
   return WriteFile(path, bytes);
 }
 
 std::wstring SettingsFile::WriteFile(const std::wstring& path, const std::string& bytes) {
   // Until the disk says that it has the file, one that reads well may be in memory only.
   unconfirmed_.insert(path);
-  const std::wstring reason = disk_.write(path, bytes);
+  const std::wstring reason = files_.Write(path, bytes);
   if (!reason.empty()) return reason + L"（" + path + L"）";
   unconfirmed_.erase(path);
   return {};
-}
-
-SettingsDisk RealSettingsDisk(std::function<std::wstring()> time) {
-  SettingsDisk disk;
-  disk.read = [](const std::wstring& path) {
-    std::optional<std::string> bytes = platform::ReadFileBytes(path);
-    const bool exists = bytes || platform::IsFile(path);
-    return FileContent{exists, std::move(bytes)};
-  };
-  disk.write = [](const std::wstring& path, const std::string& bytes) -> std::wstring {
-    platform::CreateFolders(platform::ParentFolder(path));
-    const platform::SystemResult written = platform::WriteFileDurably(path, bytes);
-    return written.succeeded ? std::wstring() : platform::ErrorReason(written.errorCode);
-  };
-  disk.time = std::move(time);
-  return disk;
 }
 
 }  // namespace settings

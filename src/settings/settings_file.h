@@ -1,28 +1,12 @@
 #pragma once
 
-#include <functional>
-#include <optional>
 #include <set>
 #include <string>
 
+#include "platform/files.h"
 #include "settings/settings.h"
 
 namespace settings {
-
-struct FileContent {
-  bool exists = false;
-  std::optional<std::string> bytes;  // none of a file that exists: it cannot be read
-};
-
-// What the settings file needs of the disk; the system's, or a test's.
-struct SettingsDisk {
-  std::function<FileContent(const std::wstring& path)> read;
-  // Replaces or makes the file, with its folder, and returns once the disk has it. Returns nothing
-  // when that worked, else the system's reason.
-  std::function<std::wstring(const std::wstring& path, const std::string& bytes)> write;
-  // The local moment as the names of files have it: "20260315_094102".
-  std::function<std::wstring()> time;
-};
 
 // The settings file "Client.settings.json" and what lies beside it in its folder:
 //
@@ -40,7 +24,9 @@ struct SettingsDisk {
 // Errors:  none thrown but for exhausted memory; what went wrong is returned as a line or reason.
 class SettingsFile {
  public:
-  SettingsFile(std::wstring path, SettingsDisk disk);
+  // `files` must outlive this object. `time` returns the local time as file names have it,
+  // "20260315_094102".
+  SettingsFile(std::wstring path, platform::FileDeps& files, std::wstring (*time)());
 
   // Fills `settings`. A missing file is a first start: a new engineer id, all else unchanged. A
   // file that cannot be trusted: the second copy instead, or else what can be read of the file,
@@ -57,12 +43,13 @@ class SettingsFile {
   [[nodiscard]] Saved Save(const Settings& settings);
 
  private:
-  std::wstring LoadUntrusted(const FileContent& content, Settings& settings) const;
+  std::wstring LoadUntrusted(const platform::FileContent& content, Settings& settings) const;
   void LoadGrant(Settings& settings) const;
   std::wstring WriteFile(const std::wstring& path, const std::string& bytes);
   std::wstring WriteIfOther(const std::wstring& path, const std::string& bytes);
   std::wstring SaveGrant(const Settings& settings);
-  void SecureWhatIsThere(const FileContent& content, const std::string& next, Saved& saved);
+  void SecureWhatIsThere(const platform::FileContent& content, const std::string& next,
+                         Saved& saved);
   void SetAside(const std::string& bytes, Saved& saved);
 
   std::wstring path_;
@@ -70,11 +57,9 @@ class SettingsFile {
   std::wstring grantPath_;
   std::wstring keptPath_;               // of the file set aside last; empty = none yet
   std::set<std::wstring> unconfirmed_;  // files whose last write failed
-  SettingsDisk disk_;
+  platform::FileDeps& files_;
+  std::wstring (*time_)();
 };
-
-// The disk of this computer; `time` as in SettingsDisk.
-SettingsDisk RealSettingsDisk(std::function<std::wstring()> time);
 
 // Roaming application data \ Velmarine \ Client.settings.json. Windows only.
 std::wstring SettingsFilePath();

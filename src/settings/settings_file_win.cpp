@@ -24,7 +24,7 @@ std::wstring SettingsFilePath() {
 }
 
 SettingsFile RealSettingsFile() {
-  return SettingsFile(SettingsFilePath(), RealSettingsDisk(FileTime));
+  return SettingsFile(SettingsFilePath(), platform::RealFiles(), FileTime);
 }
 
 }  // namespace settings

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,18 +9,25 @@
 
 namespace diag {
 
-// A note's file in memory, which says what the program's sudden end would leave of it.
-struct MemoryNote {
+// A note's file in memory, as a sudden end of the program would leave it.
+struct MemoryNote : platform::FileDeps {
   std::optional<std::string> bytes;
-  bool writes = true;  // whether the disk takes anything
+  bool writes = true;                    // false: writes are lost
+  std::function<void()> onStep = [] {};  // before and after a write, and before a deletion
 
-  ProxyNoteDisk Disk() {
-    return {[this] { return bytes; },
-            [this](const std::string& written) {
-              if (writes) bytes = written;
-            },
-            [this] { bytes.reset(); }};
+  platform::FileContent Read(const std::wstring&) override { return {bytes.has_value(), bytes}; }
+  std::wstring Write(const std::wstring&, const std::string& written) override {
+    onStep();
+    if (writes) bytes = written;
+    onStep();
+    return {};
   }
+  void Delete(const std::wstring&) override {
+    onStep();
+    bytes.reset();
+  }
+  std::vector<std::wstring> ListFolders(const std::wstring&) override { return {}; }
+  std::vector<std::wstring> ListFiles(const std::wstring&) override { return {}; }
 };
 
 // A list of some user, and how often it was written, and programs were told.

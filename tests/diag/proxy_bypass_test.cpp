@@ -144,7 +144,7 @@ class ProxyBypass : public testing::Test {
                                      },
                                      [] {}};
   MemoryNote memory_;
-  ProxyNote note_{memory_.Disk()};
+  ProxyNote note_{L"Client.proxy.json", memory_};
 };
 
 TEST_F(ProxyBypass, AddsWhatIsNotThereYetAndReportsAll) {
@@ -238,7 +238,7 @@ TEST_F(ProxyBypass, AddingTwiceIsAddingOnce) {
 class ProxyBypassOfTwoUsers : public testing::Test {
  protected:
   MemoryNote memory_;
-  ProxyNote note_{memory_.Disk()};
+  ProxyNote note_{L"Client.proxy.json", memory_};
 };
 
 TEST_F(ProxyBypassOfTwoUsers, EachListIsEditedByItself) {

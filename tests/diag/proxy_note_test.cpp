@@ -34,7 +34,7 @@ class ProxyNoteTest : public testing::Test {
   }
 
   MemoryNote memory_;
-  ProxyNote note_{memory_.Disk()};
+  ProxyNote note_{L"Client.proxy.json", memory_};
 };
 
 TEST_F(ProxyNoteTest, HoldsTheEntriesOfEachUser) {
@@ -190,16 +190,7 @@ TEST_F(ProxyLeftovers, AreGoneWhicheverStepTheProgramWasKilledBefore) {
     const auto live = [&left] {
       if (left-- == 0) throw EndedHere();
     };
-    ProxyNoteDisk disk = memory_.Disk();
-    disk.write = [live, write = disk.write](const std::string& bytes) {
-      live();
-      write(bytes);
-      live();
-    };
-    disk.remove = [live, remove = disk.remove] {
-      live();
-      remove();
-    };
+    memory_.onStep = live;
     ProxyOverrideStore store = own_.Store();
     store.write = [live, write = store.write](const std::wstring& list) {
       live();
@@ -207,7 +198,7 @@ TEST_F(ProxyLeftovers, AreGoneWhicheverStepTheProgramWasKilledBefore) {
       live();
       return written;
     };
-    ProxyNote note(disk);
+    ProxyNote note(L"Client.proxy.json", memory_);
     bool wasKilled = false;
     try {
       AddProxyBypass({L"192.168.5.0/24"}, store, note);
@@ -215,6 +206,7 @@ TEST_F(ProxyLeftovers, AreGoneWhicheverStepTheProgramWasKilledBefore) {
     } catch (const EndedHere&) {
       wasKilled = true;
     }
+    memory_.onStep = [] {};
     EXPECT_EQ(wasKilled, steps < 7) << steps;
     Start();
     EXPECT_EQ(own_.list, L"localhost;10.1.*") << steps;

@@ -60,7 +60,7 @@ class ProxyOverrideCalls : public testing::Test {
   const ProxyOverrideStore own_ = RealProxyOverride();
   const ProxyOverrideStore his_ = ProxyOverrideOf(kSid);
   MemoryNote memory_;
-  ProxyNote note_{memory_.Disk()};
+  ProxyNote note_{L"Client.proxy.json", memory_};
   Calls calls_;
 };
 

@@ -75,7 +75,7 @@ class ProxyOverride : public testing::Test {
 
   const ProxyOverrideStore store_ = RealProxyOverride();
   MemoryNote memory_;
-  ProxyNote note_{memory_.Disk()};
+  ProxyNote note_{L"Client.proxy.json", memory_};
 
  private:
   const platform::RegistryKey key_;

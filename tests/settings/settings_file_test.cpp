@@ -223,7 +223,7 @@ TEST_F(SettingsFileTest, ConnectionThatCannotBeWrittenIsToldButKeepsNothingBack)
 TEST(SettingsOnDisk, AreSavedWithTheirFolderAndReadAgain) {
   const platform::ScratchFolder scratch;
   const std::wstring path = scratch.Path(L"Roaming\\Velmarine\\Client.settings.json");
-  SettingsFile file(path, RealSettingsDisk([] { return std::wstring(L"now"); }));
+  SettingsFile file(path, platform::RealFiles(), [] { return std::wstring(L"now"); });
   Settings first;
   EXPECT_EQ(file.Load(first), L"");
   EXPECT_EQ(file.Save(Connected()).failure, L"");
@@ -238,7 +238,7 @@ TEST(SettingsOnDisk, AreSavedWithTheirFolderAndReadAgain) {
 
 TEST(SettingsOnDisk, FolderInTheFilesPlaceReadsLikeAMissingFileAndTakesNoSave) {
   const platform::ScratchFolder scratch;
-  SettingsFile file(scratch.Folder(), RealSettingsDisk([] { return std::wstring(); }));
+  SettingsFile file(scratch.Folder(), platform::RealFiles(), [] { return std::wstring(); });
   Settings settings;
   EXPECT_EQ(file.Load(settings), L"");
   EXPECT_TRUE(IsNewEngineerId(settings.engineerId));

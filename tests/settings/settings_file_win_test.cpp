@@ -20,7 +20,7 @@ class SettingsFileOnWindows : public testing::Test {
 
   platform::ScratchFolder scratch_;
   std::wstring path_ = scratch_.Path(L"Client.settings.json");
-  SettingsFile file_{path_, RealSettingsDisk([] { return std::wstring(L"now"); })};
+  SettingsFile file_{path_, platform::RealFiles(), [] { return std::wstring(L"now"); }};
 };
 
 TEST_F(SettingsFileOnWindows, LiesInTheRoamingFolder) {

@@ -82,7 +82,7 @@ void ExpectSameFileAgain(const platform::ScratchFolder& scratch, const Settings&
   const std::wstring first = scratch.Path(L"first.json");
   const std::wstring second = scratch.Path(L"second.json");
   const auto fileAt = [](const std::wstring& path) {
-    return SettingsFile(path, RealSettingsDisk([] { return std::wstring(); }));
+    return SettingsFile(path, platform::RealFiles(), [] { return std::wstring(); });
   };
   ASSERT_EQ(fileAt(first).Save(made).failure, L"");
   ASSERT_EQ(fileAt(first).Load(loaded), L"");

@@ -1,0 +1,42 @@
+#include "platform/files.h"
+
+#include "platform/error_reason.h"
+#include "platform/path.h"
+
+namespace platform {
+namespace {
+
+class ComputerFiles final : public FileDeps {
+ public:
+  FileContent Read(const std::wstring& path) override {
+    std::optional<std::string> bytes = ReadFileBytes(path);
+    const bool exists = bytes || IsFile(path);
+    return {exists, std::move(bytes)};
+  }
+
+  std::wstring Write(const std::wstring& path, const std::string& bytes) override {
+    CreateFolders(ParentFolder(path));
+    const SystemResult written = WriteFileDurably(path, bytes);
+    return written.succeeded ? std::wstring() : ErrorReason(written.errorCode);
+  }
+
+  void Delete(const std::wstring& path) override { DeleteFileAt(path); }
+
+  std::vector<std::wstring> ListFolders(const std::wstring& folder) override {
+    return platform::ListFolders(folder);
+  }
+
+  std::vector<std::wstring> ListFiles(const std::wstring& folder) override {
+    return platform::ListFiles(folder);
+  }
+};
+
+}  // namespace
+
+FileDeps& RealFiles() {
+  // Never destroyed: a detached thread may still write when the process ends.
+  static FileDeps& files = *new ComputerFiles;
+  return files;
+}
+
+}  // namespace platform
