@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "tunnel/bytes.h"
-#include "tunnel/packet_path.h"
-#include "tunnel/silent_driver.h"
+#include "tunnel/driver/packet_path.h"
+#include "tunnel/driver/silent_driver.h"
+#include "tunnel/packets/bytes.h"
 
 // Time for one packet through the packet path, by how many flows the tunnel has seen. The anchor
 // is what no implementation can do without: one copy of the packet and its checksums.

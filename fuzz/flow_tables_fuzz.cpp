@@ -4,7 +4,7 @@
 #include <map>
 
 #include "fuzz_input.h"
-#include "tunnel/flow_tables.h"
+#include "tunnel/packets/flow_tables.h"
 
 namespace tunnel {
 namespace {

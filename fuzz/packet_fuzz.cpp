@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "tunnel/packet_path.h"
-#include "tunnel/silent_driver.h"
+#include "tunnel/driver/packet_path.h"
+#include "tunnel/driver/silent_driver.h"
 
 namespace tunnel {
 namespace {

@@ -15,10 +15,10 @@
 #include "memory_socket.h"
 #include "scripted_network.h"
 #include "session_checks.h"
-#include "tunnel/packet_path.h"
-#include "tunnel/packet_sender.h"
-#include "tunnel/relay_worker.h"
-#include "tunnel/udp_datagram.h"
+#include "tunnel/driver/packet_path.h"
+#include "tunnel/relay/packet_sender.h"
+#include "tunnel/relay/relay_worker.h"
+#include "tunnel/relay/udp_datagram.h"
 
 namespace tunnel {
 namespace {

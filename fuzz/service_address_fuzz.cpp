@@ -9,8 +9,8 @@
 #include "platform/url.h"
 #include "settings/server_address.h"
 #include "text/strings.h"
-#include "tunnel/relay_url.h"
-#include "tunnel/websocket_handshake.h"
+#include "tunnel/relay/relay_url.h"
+#include "tunnel/relay/websocket_handshake.h"
 
 namespace tunnel {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "fuzz_input.h"
-#include "tunnel/packet.h"
+#include "tunnel/packets/packet.h"
 
 namespace fuzz {
 namespace {

@@ -8,8 +8,8 @@
 #include <span>
 #include <utility>
 
-#include "tunnel/test_frames.h"
-#include "tunnel/windivert_api.h"
+#include "tunnel/driver/windivert_api.h"
+#include "tunnel/relay/test_frames.h"
 
 // What both sides of a tunnel may see. Everything here aborts when they see anything else.
 namespace fuzz {

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "tunnel/bytes.h"
-#include "tunnel/udp_datagram.h"
+#include "tunnel/packets/bytes.h"
+#include "tunnel/relay/udp_datagram.h"
 
 namespace tunnel {
 namespace {

@@ -18,8 +18,8 @@
 
 #include "benchmarks/tunnel/ends.h"
 #include "benchmarks/tunnel/relay_streams.h"
-#include "tunnel/bytes.h"
-#include "tunnel/udp_datagram.h"
+#include "tunnel/packets/bytes.h"
+#include "tunnel/relay/udp_datagram.h"
 
 // The relay and the site's end of the tunnel in one, for one client: what the client sends goes
 // into a TUN device, and back. Both directions gather what waits, so that the relay is faster than

@@ -4,8 +4,8 @@
 #include <stdexcept>
 
 #include "benchmarks/tunnel/ends.h"
-#include "tunnel/bytes.h"
-#include "tunnel/udp_datagram.h"
+#include "tunnel/packets/bytes.h"
+#include "tunnel/relay/udp_datagram.h"
 
 namespace bench {
 namespace {

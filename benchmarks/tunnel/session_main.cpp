@@ -10,8 +10,8 @@
 
 #include "benchmarks/tunnel/ends.h"
 #include "benchmarks/tunnel/tun_driver.h"
+#include "tunnel/relay/socket_udp_relay.h"
 #include "tunnel/session.h"
-#include "tunnel/socket_udp_relay.h"
 
 // The program's own tunnel session with a TUN device for a packet driver.
 //

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "benchmarks/websocket/client.h"
-#include "tunnel/packet_queue.h"
-#include "tunnel/websocket_relay.h"
+#include "tunnel/packets/packet_queue.h"
+#include "tunnel/relay/websocket_relay.h"
 
 namespace bench {
 namespace {

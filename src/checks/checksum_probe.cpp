@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "text/utf8.h"
-#include "tunnel/packet.h"
+#include "tunnel/packets/packet.h"
 
 namespace checks {
 namespace {

@@ -5,11 +5,11 @@
 #include "checks/checksum_probe.h"
 #include "text/strings.h"
 #include "text/utf8.h"
-#include "tunnel/capture_filter.h"
-#include "tunnel/driver.h"
-#include "tunnel/driver_error.h"
-#include "tunnel/driver_service.h"
-#include "tunnel/routes.h"
+#include "tunnel/driver/capture_filter.h"
+#include "tunnel/driver/driver.h"
+#include "tunnel/driver/driver_error.h"
+#include "tunnel/driver/driver_service.h"
+#include "tunnel/packets/routes.h"
 
 namespace checks {
 namespace {

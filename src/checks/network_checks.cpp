@@ -5,7 +5,7 @@
 
 #include "text/ipv4_text.h"
 #include "text/strings.h"
-#include "tunnel/routes.h"
+#include "tunnel/packets/routes.h"
 
 namespace checks {
 namespace {

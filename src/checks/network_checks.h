@@ -7,7 +7,7 @@
 #include "checks/finding.h"
 #include "checks/system_services.h"
 #include "tunnel/adapter_list.h"
-#include "tunnel/ipv4.h"
+#include "tunnel/packets/ipv4.h"
 
 // This computer's networks, its proxies and the network software on it. What judges is pure; what
 // fetches the facts is Windows only.

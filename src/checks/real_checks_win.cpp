@@ -23,8 +23,8 @@
 #include "settings/server_address.h"
 #include "settings/settings_file.h"
 #include "text/utf8.h"
-#include "tunnel/socket_udp_relay.h"
-#include "tunnel/windivert_api.h"
+#include "tunnel/driver/windivert_api.h"
+#include "tunnel/relay/socket_udp_relay.h"
 #include "update/update_check.h"
 
 namespace checks {

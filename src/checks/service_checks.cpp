@@ -13,8 +13,8 @@
 #include "settings/json.h"
 #include "text/strings.h"
 #include "text/utf8.h"
-#include "tunnel/relay_url.h"
-#include "tunnel/udp_datagram.h"
+#include "tunnel/relay/relay_url.h"
+#include "tunnel/relay/udp_datagram.h"
 
 namespace checks {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tunnel/ipv4.h"
+#include "tunnel/packets/ipv4.h"
 
 namespace tunnel {
 

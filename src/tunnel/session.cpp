@@ -5,13 +5,13 @@
 #include <utility>
 
 #include "text/utf8.h"
-#include "tunnel/capture_filter.h"
-#include "tunnel/capture_loop.h"
-#include "tunnel/driver_error.h"
-#include "tunnel/driver_service.h"
-#include "tunnel/ipv4.h"
-#include "tunnel/packet_sender.h"
-#include "tunnel/relay_url.h"
+#include "tunnel/driver/capture_filter.h"
+#include "tunnel/driver/capture_loop.h"
+#include "tunnel/driver/driver_error.h"
+#include "tunnel/driver/driver_service.h"
+#include "tunnel/packets/ipv4.h"
+#include "tunnel/relay/packet_sender.h"
+#include "tunnel/relay/relay_url.h"
 
 namespace tunnel {
 namespace {

@@ -10,17 +10,17 @@
 
 #include "platform/mutex.h"
 #include "tunnel/adapter_list.h"
-#include "tunnel/driver.h"
-#include "tunnel/driver_service.h"
-#include "tunnel/packet_path.h"
-#include "tunnel/packet_queue.h"
-#include "tunnel/relay_link.h"
-#include "tunnel/relay_watch.h"
-#include "tunnel/relay_worker.h"
-#include "tunnel/stop_signal.h"
+#include "tunnel/driver/driver.h"
+#include "tunnel/driver/driver_service.h"
+#include "tunnel/driver/packet_path.h"
+#include "tunnel/packets/packet_queue.h"
+#include "tunnel/packets/stop_signal.h"
+#include "tunnel/packets/tunnel_flags.h"
+#include "tunnel/relay/relay_link.h"
+#include "tunnel/relay/relay_watch.h"
+#include "tunnel/relay/relay_worker.h"
+#include "tunnel/relay/udp_relay.h"
 #include "tunnel/tunnel.h"
-#include "tunnel/tunnel_flags.h"
-#include "tunnel/udp_relay.h"
 
 namespace tunnel {
 

@@ -6,9 +6,9 @@
 #include "platform/process_win.h"
 #include "platform/windows_sdk.h"
 #include "tunnel/adapter_list.h"
+#include "tunnel/driver/windivert_api.h"
+#include "tunnel/relay/socket_udp_relay.h"
 #include "tunnel/session.h"
-#include "tunnel/socket_udp_relay.h"
-#include "tunnel/windivert_api.h"
 
 namespace tunnel {
 

@@ -9,11 +9,11 @@
 #include "service/http_reply.h"
 #include "shell/hints_fixture.h"
 #include "text/utf8.h"
-#include "tunnel/driver_error.h"
-#include "tunnel/relay_url.h"
-#include "tunnel/routes.h"
-#include "tunnel/test_relay.h"
-#include "tunnel/websocket_relay.h"
+#include "tunnel/driver/driver_error.h"
+#include "tunnel/packets/routes.h"
+#include "tunnel/relay/relay_url.h"
+#include "tunnel/relay/test_relay.h"
+#include "tunnel/relay/websocket_relay.h"
 
 namespace shell {
 namespace {

@@ -7,10 +7,10 @@
 
 #include "platform/mutex.h"
 #include "text/utf8.h"
-#include "tunnel/bytes.h"
-#include "tunnel/driver_error.h"
-#include "tunnel/test_frames.h"
-#include "tunnel/test_packets.h"
+#include "tunnel/driver/driver_error.h"
+#include "tunnel/packets/bytes.h"
+#include "tunnel/packets/test_packets.h"
+#include "tunnel/relay/test_frames.h"
 #include "tunnel/test_session.h"
 
 // What a session makes of a computer that sleeps, moves to another network, or has an uneasy

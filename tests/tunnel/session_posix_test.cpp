@@ -3,7 +3,7 @@
 
 #include <system_error>
 
-#include "tunnel/fake_datagrams.h"
+#include "tunnel/relay/fake_datagrams.h"
 #include "tunnel/test_session.h"
 
 // What only a POSIX system lets a test spoil: making threads.

@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <thread>
 
-#include "tunnel/socket_udp_relay.h"
-#include "tunnel/test_packets.h"
+#include "tunnel/packets/test_packets.h"
+#include "tunnel/relay/socket_udp_relay.h"
+#include "tunnel/relay/test_udp_relay.h"
 #include "tunnel/test_session.h"
-#include "tunnel/test_udp_relay.h"
 
 namespace tunnel {
 namespace {

@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <thread>
 
-#include "tunnel/fake_driver.h"
-#include "tunnel/test_packets.h"
-#include "tunnel/test_relay.h"
+#include "tunnel/driver/fake_driver.h"
+#include "tunnel/packets/test_packets.h"
+#include "tunnel/relay/test_relay.h"
 #include "tunnel/test_session.h"
 
 namespace tunnel {

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "platform/mutex.h"
-#include "tunnel/fake_driver.h"
+#include "tunnel/driver/fake_driver.h"
+#include "tunnel/relay/test_relay.h"
 #include "tunnel/session.h"
-#include "tunnel/test_relay.h"
 
 namespace tunnel {
 

@@ -1,0 +1,35 @@
+#include "tunnel/packets/address_ranges.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace tunnel {
+
+void AddressRanges::Add(const Ipv4Network& network) {
+  std::uint32_t first = FirstAddress(network);
+  std::uint32_t last = LastAddress(network);
+  // Runs that overlap or touch the new one are merged into it. The subtractions cannot wrap: a run
+  // that starts after `first` does not start at 0, and one that ends before it does not end at the
+  // highest address.
+  auto run = lastByFirst_.upper_bound(first);
+  if (run != lastByFirst_.begin()) {
+    const auto before = std::prev(run);
+    if (before->second >= first || before->second == first - 1) run = before;
+  }
+  while (run != lastByFirst_.end() && (run->first <= last || run->first - 1 == last)) {
+    first = std::min(first, run->first);
+    last = std::max(last, run->second);
+    run = lastByFirst_.erase(run);
+  }
+  lastByFirst_.emplace(first, last);
+}
+
+std::optional<std::uint32_t> AddressRanges::FindTaken(const Ipv4Network& network) const {
+  const std::uint32_t first = FirstAddress(network);
+  auto run = lastByFirst_.upper_bound(first);
+  if (run != lastByFirst_.begin() && std::prev(run)->second >= first) run = std::prev(run);
+  if (run == lastByFirst_.end() || run->first > LastAddress(network)) return std::nullopt;
+  return run->second;
+}
+
+}  // namespace tunnel

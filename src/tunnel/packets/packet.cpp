@@ -1,0 +1,92 @@
+#include "tunnel/packets/packet.h"
+
+namespace tunnel {
+namespace {
+
+constexpr std::size_t kIpv4MinHeaderBytes = 20;
+constexpr std::size_t kTotalLengthOffset = 2;
+constexpr std::size_t kFragmentOffset = 6;
+constexpr std::uint16_t kMoreFragments = 0x2000;
+constexpr std::uint16_t kFragmentPlace = 0x1FFF;
+constexpr std::size_t kProtocolOffset = 9;
+
+constexpr std::size_t kTcpMinHeaderBytes = 20;
+constexpr std::size_t kTcpDataOffset = 12;
+constexpr std::size_t kTcpFlagsOffset = 13;
+constexpr std::uint8_t kTcpSyn = 0x02;
+constexpr std::uint8_t kOptionEnd = 0;
+constexpr std::uint8_t kOptionNoOperation = 1;
+constexpr std::uint8_t kOptionMss = 2;
+constexpr std::size_t kOptionMssBytes = 4;
+constexpr std::uint16_t kMaxMss = 1310;
+
+std::size_t TransportMinimum(std::uint8_t protocol) noexcept {
+  switch (protocol) {
+    case kProtocolIcmp:
+    case kProtocolUdp:
+      return 8;
+    case kProtocolTcp:
+      return kTcpMinHeaderBytes;
+    default:
+      return 0;  // not ours
+  }
+}
+
+// The options of a SYN; empty for any other packet and for a data offset that makes no sense.
+std::span<std::byte> SynOptions(std::span<std::byte> packet, const PacketLayout& layout) noexcept {
+  if (layout.protocol != kProtocolTcp) return {};
+  const std::span<std::byte> segment =
+      packet.subspan(layout.transportOffset, layout.totalLength - layout.transportOffset);
+  if ((ReadU8(segment, kTcpFlagsOffset) & kTcpSyn) == 0) return {};
+  const std::size_t dataOffset = std::size_t{ReadU8(segment, kTcpDataOffset)} >> 4 << 2;
+  if (dataOffset < kTcpMinHeaderBytes || dataOffset > segment.size()) return {};
+  return segment.subspan(kTcpMinHeaderBytes, dataOffset - kTcpMinHeaderBytes);
+}
+
+}  // namespace
+
+std::optional<PacketLayout> ValidatePacket(std::span<const std::byte> buffer) noexcept {
+  if (buffer.size() < kIpv4MinHeaderBytes || ReadU8(buffer, 0) >> 4 != 4) return std::nullopt;
+  PacketLayout layout;
+  layout.headerLength = (std::size_t{ReadU8(buffer, 0)} & 0x0F) * 4;
+  if (layout.headerLength < kIpv4MinHeaderBytes || layout.headerLength > buffer.size()) {
+    return std::nullopt;
+  }
+  layout.totalLength = ReadU16Be(buffer, kTotalLengthOffset);
+  if (layout.totalLength < layout.headerLength || layout.totalLength > buffer.size()) {
+    return std::nullopt;
+  }
+  layout.transportOffset = layout.headerLength;
+  layout.protocol = ReadU8(buffer, kProtocolOffset);
+  layout.transportMinimum = TransportMinimum(layout.protocol);
+  if (layout.transportMinimum == 0) return std::nullopt;
+  if (layout.totalLength - layout.headerLength < layout.transportMinimum) return std::nullopt;
+  return layout;
+}
+
+bool IsFirstFragment(std::span<const std::byte> packet) noexcept {
+  const std::uint16_t fragment = ReadU16Be(packet, kFragmentOffset);
+  return (fragment & (kMoreFragments | kFragmentPlace)) == kMoreFragments;
+}
+
+void ClampMss(std::span<std::byte> packet, const PacketLayout& layout) noexcept {
+  std::span<std::byte> options = SynOptions(packet, layout);
+  while (!options.empty()) {
+    const std::uint8_t kind = ReadU8(options, 0);
+    if (kind == kOptionEnd) return;
+    if (kind == kOptionNoOperation) {
+      options = options.subspan(1);
+      continue;
+    }
+    if (options.size() < 2) return;
+    const std::size_t length = ReadU8(options, 1);
+    if (length < 2 || length > options.size()) return;
+    if (kind == kOptionMss && length == kOptionMssBytes) {
+      if (ReadU16Be(options, 2) > kMaxMss) WriteU16Be(options, 2, kMaxMss);
+      return;
+    }
+    options = options.subspan(length);
+  }
+}
+
+}  // namespace tunnel

@@ -1,0 +1,111 @@
+#include "tunnel/packets/routes.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "text/ipv4_text.h"
+#include "text/strings.h"
+#include "tunnel/packets/address_ranges.h"
+
+namespace tunnel {
+namespace {
+
+constexpr Ipv4Network kNatSpace{0xAC1F0000, 16};  // 172.31.0.0/16
+
+// The number at the start of `text`: white space, a sign, digits; 0 without digits. Nothing when it
+// is no prefix length.
+std::optional<std::uint32_t> ParsePrefix(std::wstring_view text) {
+  std::size_t at = 0;
+  while (at < text.size() && text::IsSpace(text[at])) ++at;
+  const bool isNegative = at < text.size() && text[at] == L'-';
+  if (at < text.size() && (text[at] == L'-' || text[at] == L'+')) ++at;
+  std::uint32_t value = 0;
+  for (; at < text.size() && text[at] >= L'0' && text[at] <= L'9'; ++at) {
+    value = value * 10 + static_cast<std::uint32_t>(text[at] - L'0');
+    if (value > 32) return std::nullopt;
+  }
+  if (isNegative && value != 0) return std::nullopt;
+  return value;
+}
+
+std::optional<Ipv4Network> ParseRoute(std::wstring_view entry) {
+  const std::wstring text = text::Trim(entry);
+  const std::size_t slash = text.find(L'/');
+  if (slash == std::wstring::npos) return std::nullopt;
+  const std::wstring_view view = text;
+  const std::optional<std::uint32_t> address = text::ParseIpv4(view.substr(0, slash));
+  const std::optional<std::uint32_t> prefix = ParsePrefix(view.substr(slash + 1));
+  if (!address || !prefix) return std::nullopt;
+  return Ipv4Network{*address & MaskOf(*prefix), *prefix};
+}
+
+// The first free block of the prefix's size in the NAT space. The walk goes from block to block,
+// past everything taken at once.
+Ipv4Network AllocateSubstitute(std::uint32_t prefix, const AddressRanges& taken) {
+  if (prefix >= kNatSpace.prefix) {
+    Ipv4Network block{kNatSpace.network, prefix};
+    while (true) {
+      const std::optional<std::uint32_t> lastTaken = taken.FindTaken(block);
+      if (!lastTaken) return block;
+      if (*lastTaken >= LastAddress(kNatSpace)) break;
+      // The block after the one that holds the last taken address.
+      const std::uint32_t lastOfBlock = *lastTaken | ~MaskOf(prefix);
+      if (lastOfBlock >= LastAddress(kNatSpace)) break;
+      block.network = lastOfBlock + 1;
+    }
+  }
+  throw std::runtime_error("No available NAT mapping network was found in 172.31.0.0/16.");
+}
+
+}  // namespace
+
+std::vector<Ipv4Network> ParseRoutes(std::span<const std::wstring> texts) {
+  std::vector<Ipv4Network> routes;
+  for (const std::wstring& text : texts) {
+    if (const std::optional<Ipv4Network> route = ParseRoute(text)) routes.push_back(*route);
+  }
+  return routes;
+}
+
+std::vector<RouteMapping> BuildRouteMappings(std::span<const Ipv4Network> routes,
+                                             std::span<const Ipv4Network> localNetworks) {
+  AddressRanges taken;
+  for (const Ipv4Network& local : localNetworks) taken.Add(local);
+  std::vector<Ipv4Network> sorted(routes.begin(), routes.end());
+  std::ranges::sort(sorted, [](const Ipv4Network& a, const Ipv4Network& b) {
+    return a.network != b.network ? a.network < b.network : a.prefix < b.prefix;
+  });
+
+  std::vector<RouteMapping> mappings;
+  for (const Ipv4Network& route : sorted) {
+    const bool isNat = taken.FindTaken(route).has_value();
+    const Ipv4Network mapped = isNat ? AllocateSubstitute(route.prefix, taken) : route;
+    taken.Add(mapped);
+    mappings.push_back({route.network, route.prefix, mapped.network, mapped.prefix, isNat});
+  }
+  return mappings;
+}
+
+std::vector<RouteOverlap> FindOverlaps(std::span<const RouteMapping> mappings,
+                                       std::span<const Ipv4Network> localNetworks) {
+  std::vector<RouteOverlap> overlaps;
+  for (const RouteMapping& mapping : mappings) {
+    const auto touching = std::ranges::find_if(
+        localNetworks, [&](const Ipv4Network& local) { return Overlaps(local, mapping.Mapped()); });
+    if (touching != localNetworks.end()) overlaps.push_back({*touching, mapping.Mapped()});
+  }
+  return overlaps;
+}
+
+std::wstring DescribeRoutes(std::span<const RouteMapping> mappings) {
+  std::vector<std::wstring> lines;
+  for (const RouteMapping& mapping : mappings) {
+    const std::wstring real = FormatNetwork(mapping.Real());
+    lines.push_back(mapping.isNat
+                        ? L"NAT模式IP " + FormatNetwork(mapping.Mapped()) + L" -> 现场真实 " + real
+                        : L"直连网段 " + real);
+  }
+  return text::Join(lines, L"\r\n");
+}
+
+}  // namespace tunnel

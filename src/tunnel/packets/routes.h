@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tunnel/packets/ipv4.h"
+
+// From the service's route texts to what the tunnel translates. All functions are pure and run once
+// per tunnel start, on the starting thread.
+namespace tunnel {
+
+// One target route: a real site network and the network that this computer uses for it.
+struct RouteMapping {
+  std::uint32_t realNetwork = 0;  // masked, host order
+  std::uint32_t realPrefix = 0;
+  std::uint32_t mappedNetwork = 0;  // realNetwork, or a substitute inside 172.31.0.0/16
+  std::uint32_t mappedPrefix = 0;   // always realPrefix
+  bool isNat = false;               // mappedNetwork is a substitute
+
+  [[nodiscard]] Ipv4Network Real() const noexcept { return {realNetwork, realPrefix}; }
+  [[nodiscard]] Ipv4Network Mapped() const noexcept { return {mappedNetwork, mappedPrefix}; }
+
+  friend bool operator==(const RouteMapping&, const RouteMapping&) = default;
+};
+
+// Reads CIDR texts; what cannot be read is left out. The prefix length is read leniently (white
+// space, a sign, then digits up to the first other character, none meaning 0), because services
+// have sent such texts: "10.0.0.0/24abc" is a /24. Host bits are cleared.
+std::vector<Ipv4Network> ParseRoutes(std::span<const std::wstring> texts);
+
+// Gives each route the network under which this computer reaches it, in ascending order of network
+// and then prefix length. A route that touches one of `localNetworks`, or a network already given
+// out, gets the first free block of its size in 172.31.0.0/16; every other keeps its addresses. So
+// the mapped networks never overlap, and repeated or nested routes stay apart.
+//
+// Throws std::runtime_error "No available NAT mapping network was found in 172.31.0.0/16.".
+std::vector<RouteMapping> BuildRouteMappings(std::span<const Ipv4Network> routes,
+                                             std::span<const Ipv4Network> localNetworks);
+
+// A network of this computer's and a mapped one that share addresses.
+struct RouteOverlap {
+  Ipv4Network local;
+  Ipv4Network mapped;
+};
+
+// Each mapped network with the first of `localNetworks` that touches it. None touched it when the
+// mappings were built; a network that this computer has joined since may.
+std::vector<RouteOverlap> FindOverlaps(std::span<const RouteMapping> mappings,
+                                       std::span<const Ipv4Network> localNetworks);
+
+// The text for display: one line a mapping, CRLF between, none after the last; empty for none.
+std::wstring DescribeRoutes(std::span<const RouteMapping> mappings);
+
+}  // namespace tunnel

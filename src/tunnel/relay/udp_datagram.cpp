@@ -1,0 +1,77 @@
+#include "tunnel/relay/udp_datagram.h"
+
+#include <algorithm>
+#include <cassert>
+#include <string>
+
+#include "text/strings.h"
+#include "text/utf8.h"
+#include "tunnel/packets/bytes.h"
+
+namespace tunnel {
+namespace {
+
+constexpr std::uint32_t kMagic = 0x544E5231;  // "TNR1"
+constexpr std::uint8_t kAcknowledgement = 3;
+constexpr std::uint8_t kPacket = 4;
+constexpr std::size_t kTypeOffset = 4;
+constexpr std::size_t kStartBytes = 5;  // magic and type
+constexpr std::size_t kAcknowledgementBytes = 14;
+constexpr std::size_t kMaxTextBytes = 0xFFFF;
+
+bool IsOfType(std::span<const std::byte> datagram, std::uint8_t type) {
+  return ReadU32Be(datagram, 0) == kMagic && ReadU8(datagram, kTypeOffset) == type;
+}
+
+void WriteStart(std::span<std::byte> datagram, std::uint8_t type) {
+  WriteU32Be(datagram, 0, kMagic);
+  WriteU8(datagram, kTypeOffset, type);
+}
+
+void AppendText(std::vector<std::byte>& datagram, std::wstring_view value) {
+  const std::string utf8 = text::ToUtf8(text::Trim(value));
+  const auto bytes = std::as_bytes(std::span(utf8)).first(std::min(utf8.size(), kMaxTextBytes));
+  const std::size_t at = datagram.size();
+  datagram.resize(at + 2);
+  WriteU16Be(datagram, at, static_cast<std::uint16_t>(bytes.size()));
+  datagram.insert(datagram.end(), bytes.begin(), bytes.end());
+}
+
+}  // namespace
+
+std::vector<std::byte> BuildHello(std::wstring_view connectionId, std::wstring_view engineerId) {
+  std::vector<std::byte> hello(kStartBytes);
+  WriteStart(hello, kRelayModeHello);
+  AppendText(hello, connectionId);
+  AppendText(hello, engineerId);
+  return hello;
+}
+
+std::optional<std::uint64_t> ParseAcknowledgement(std::span<const std::byte> datagram) {
+  if (datagram.size() != kAcknowledgementBytes) return std::nullopt;
+  if (!IsOfType(datagram, kAcknowledgement)) return std::nullopt;
+  if (ReadU8(datagram, kStartBytes) != kRelayModeHello) return std::nullopt;
+  const std::uint64_t token = ReadU64Be(datagram, kStartBytes + 1);
+  if (token == 0) return std::nullopt;
+  return token;
+}
+
+std::optional<std::span<std::byte>> ParseUdpPacket(std::span<std::byte> datagram,
+                                                   std::uint64_t token) {
+  if (datagram.size() <= kUdpHeaderBytes) return std::nullopt;
+  if (datagram.size() > kMaxUdpDatagramBytes) return std::nullopt;
+  if (!IsOfType(datagram, kPacket)) return std::nullopt;
+  if (token == 0 || ReadU64Be(datagram, kStartBytes) != token) return std::nullopt;
+  return datagram.subspan(kUdpHeaderBytes);
+}
+
+std::span<const std::byte> WriteUdpPacket(std::span<std::byte> datagram, std::uint64_t token,
+                                          std::span<const std::byte> packet) {
+  assert(packet.size() <= datagram.size() - kUdpHeaderBytes);
+  WriteStart(datagram, kPacket);
+  WriteU64Be(datagram, kStartBytes, token);
+  std::ranges::copy(packet, datagram.subspan(kUdpHeaderBytes).begin());
+  return datagram.first(kUdpHeaderBytes + packet.size());
+}
+
+}  // namespace tunnel

@@ -1,0 +1,246 @@
+#include "tunnel/relay/websocket_relay.h"
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "text/utf8.h"
+#include "tunnel/relay/websocket_handshake.h"
+
+namespace tunnel {
+namespace {
+
+constexpr std::chrono::milliseconds kNetworkTimeout{8000};
+constexpr int kSocketBufferBytes = 4194304;
+constexpr std::size_t kSliceBytes = 65536;
+constexpr std::size_t kKeptFrameBytes = 1048576;
+
+// What GetTickCount gives: milliseconds of a steady clock, cut to 32 bits.
+std::uint32_t SteadyTickMs() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::uint32_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+std::runtime_error ErrorWithCode(const std::string& what, int code) {
+  return std::runtime_error(what + std::to_string(code));
+}
+
+// How the socket is handed to SendAll().
+auto SenderOf(platform::Socket& socket) {
+  return [&socket](std::span<const std::byte> slice) { return socket.Send(slice); };
+}
+
+}  // namespace
+
+std::optional<int> SendAll(
+    const std::function<platform::SocketResult(std::span<const std::byte>)>& send,
+    std::span<const std::byte> bytes, std::size_t sliceBytes) {
+  while (!bytes.empty()) {
+    const platform::SocketResult sent = send(bytes.first(std::min(bytes.size(), sliceBytes)));
+    if (sent.bytes == 0) return sent.error;
+    bytes = bytes.subspan(sent.bytes);
+  }
+  return {};
+}
+
+WebSocketRelay::WebSocketRelay(RelayHooks hooks) : hooks_(std::move(hooks)) {}
+
+WebSocketRelay::~WebSocketRelay() {
+  Close();
+}
+
+void WebSocketRelay::Connect(std::wstring_view relayUrl) {
+  const std::optional<RelayEndpoint> endpoint = ParseRelayUrl(relayUrl);
+  if (!endpoint) {
+    throw std::runtime_error("WinHttpCrackUrl failed for URL: " + text::ToUtf8(relayUrl));
+  }
+  if (endpoint->secure) {
+    throw std::runtime_error("wss relay is not supported by the native Winsock transport.");
+  }
+  Close();
+  const auto library = std::make_shared<platform::SocketLibrary>();
+  if (const int error = library->Start(); error != 0) {
+    throw ErrorWithCode("WSAStartup failed, error ", error);
+  }
+  {
+    const platform::MutexLock held(stateLock_);
+    library_ = library;
+  }
+  try {
+    const SocketPointer socket = ConnectSocket(*endpoint);
+    socket->SetNoDelay();
+    socket->SetKeepAlive();
+    socket->SetBufferBytes(kSocketBufferBytes, kSocketBufferBytes);
+    ShakeHands(*socket, *endpoint);
+    const platform::MutexLock held(stateLock_);
+    if (socket_ != socket) throw std::runtime_error("The relay connection was closed.");
+    connected_ = true;
+  } catch (...) {
+    Close();
+    throw;
+  }
+}
+
+WebSocketRelay::SocketPointer WebSocketRelay::ConnectSocket(const RelayEndpoint& endpoint) {
+  const std::string host = text::ToUtf8(endpoint.host);
+  const std::vector<platform::SocketAddress> addresses = platform::ResolveHost(
+      host, endpoint.port, platform::SocketKind::Tcp, hooks_.isCancelled, hooks_.lookUp);
+  ThrowIfCancelled();
+  if (addresses.empty()) throw std::runtime_error("getaddrinfo failed for relay host.");
+  int error = 0;
+  for (const platform::SocketAddress& address : addresses) {
+    SocketPointer socket =
+        platform::Socket::Create(platform::SocketKind::Tcp, address.Family(), error);
+    if (socket == nullptr) continue;
+    Publish(socket);
+    ThrowIfCancelled();
+    socket->SetTimeouts(kNetworkTimeout, kNetworkTimeout);
+    error = socket->Connect(address, kNetworkTimeout);
+    if (error == 0) return socket;
+    ThrowIfCancelled();
+    socket->Close();
+  }
+  throw ErrorWithCode(
+      "Relay TCP connect failed to " + host + ":" + std::to_string(endpoint.port) + ", error ",
+      error);
+}
+
+// Makes `socket` the one that Close() closes. Looking at isCancelled after this, and cancelling
+// before Close(), leaves no moment in which a connect could be missed.
+WebSocketRelay::SocketPointer WebSocketRelay::Publish(SocketPointer socket) {
+  const platform::MutexLock held(stateLock_);
+  return std::exchange(socket_, std::move(socket));
+}
+
+WebSocketRelay::SocketPointer WebSocketRelay::ConnectedSocket() {
+  const platform::MutexLock held(stateLock_);
+  return connected_ ? socket_ : nullptr;
+}
+
+bool WebSocketRelay::IsConnected() const noexcept {
+  const platform::MutexLock held(stateLock_);
+  return connected_;
+}
+
+void WebSocketRelay::ThrowIfCancelled() const {
+  if (hooks_.isCancelled && hooks_.isCancelled()) {
+    throw std::runtime_error("The relay connection was closed.");
+  }
+}
+
+void WebSocketRelay::ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint) {
+  const std::string request = BuildHandshakeRequest(endpoint.path, endpoint.host);
+  // One piece; only a request that the socket's buffer cannot hold goes on in a second one.
+  const std::span bytes = std::as_bytes(std::span(request));
+  if (const auto error = SendAll(SenderOf(socket), bytes, bytes.size())) {
+    throw ErrorWithCode("WebSocket handshake send failed, error ", *error);
+  }
+  reader_ = std::make_unique<FrameReader>();
+  received_.Clear();
+  HandshakeReader response;
+  for (;;) {
+    int error = 0;
+    if (!ReceiveMore(socket, error)) {
+      throw ErrorWithCode("WebSocket handshake receive failed, error ", error);
+    }
+    const HandshakeReader::Result result = response.Feed(received_.Unread());
+    received_.Take(result.takenBytes);
+    if (result.state == HandshakeState::TooLarge) {
+      throw std::runtime_error("WebSocket handshake response was too large.");
+    }
+    if (result.state == HandshakeState::Done) break;
+  }
+  if (response.Status() != 101) {
+    throw ErrorWithCode("WebSocket HTTP upgrade failed, status ", response.Status());
+  }
+}
+
+bool WebSocketRelay::SendFrame(std::uint8_t opcode, std::span<const std::byte> payload) {
+  return SendFrames(opcode, {&payload, 1});
+}
+
+bool WebSocketRelay::SendFrames(std::uint8_t opcode,
+                                std::span<const std::span<const std::byte>> payloads) {
+  const platform::MutexLock held(sendLock_);
+  const SocketPointer socket = ConnectedSocket();
+  if (socket == nullptr) return false;
+  const std::uint32_t tickMs = hooks_.tickMs ? hooks_.tickMs() : SteadyTickMs();
+  std::size_t bytes = 0;
+  for (const auto payload : payloads) bytes += FrameBytes(payload.size());
+  const std::span<std::byte> room = FrameRoom(bytes);
+  std::size_t at = 0;
+  for (const auto payload : payloads) {
+    const std::uint32_t key = MakeMaskKey(maskCounter_++, tickMs);
+    at += WriteFrame(room.subspan(at), opcode, payload, key).size();
+  }
+  return !SendAll(SenderOf(*socket), room, kSliceBytes);
+}
+
+// Where frames are written. What a rare long message needs is given back by the next send.
+std::span<std::byte> WebSocketRelay::FrameRoom(std::size_t bytes) {
+  const bool isOversized = framesCapacity_ > kKeptFrameBytes && bytes <= kKeptFrameBytes;
+  if (bytes > framesCapacity_ || isOversized) {
+    framesCapacity_ = 0;  // should the next line throw
+    frames_ = std::make_unique_for_overwrite<std::byte[]>(std::max(bytes, kSliceBytes));
+    framesCapacity_ = std::max(bytes, kSliceBytes);
+  }
+  return {frames_.get(), bytes};
+}
+
+// Adds to what is unread. False at the end of the stream (error 0) or when the receive failed.
+bool WebSocketRelay::ReceiveMore(platform::Socket& socket, int& error) {
+  const platform::SocketResult received =
+      socket.Receive(received_.Room(kSliceBytes).first(kSliceBytes));
+  error = received.error;
+  received_.Add(received.bytes);
+  receivedBytes_ += received.bytes;
+  return received.bytes > 0;
+}
+
+bool WebSocketRelay::ReadMessage(std::span<std::byte>& message) {
+  const SocketPointer socket = ConnectedSocket();
+  if (socket == nullptr) return false;
+  isBeingRead_ = true;
+  for (;;) {
+    const FrameReader::Result result = reader_->Feed(received_.Unread());
+    received_.Take(result.takenBytes);
+    int error = 0;
+    switch (result.event) {
+      case FrameEvent::NeedMore:
+        if (!ReceiveMore(*socket, error)) return false;
+        break;
+      case FrameEvent::Message:
+        message = reader_->Payload();
+        return true;
+      case FrameEvent::Ping:
+        // A pong cut short would have the next frame read as its rest.
+        if (!SendFrame(kOpcodePong, reader_->Payload())) return false;
+        break;
+      case FrameEvent::Ended:
+        return false;
+    }
+  }
+}
+
+void WebSocketRelay::Close() noexcept {
+  SocketPointer socket;
+  std::shared_ptr<platform::SocketLibrary> library;
+  {
+    const platform::MutexLock held(stateLock_);
+    connected_ = false;
+    socket.swap(socket_);
+    library.swap(library_);
+  }
+  if (socket != nullptr) socket->Close();
+}
+
+platform::Socket::Options WebSocketRelay::SocketOptions() {
+  const SocketPointer socket = ConnectedSocket();
+  return socket == nullptr ? platform::Socket::Options{} : socket->ReadOptions();
+}
+
+}  // namespace tunnel

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+
+#include "tunnel/driver/windivert_api.h"
+
+namespace tunnel {
+
+// A driver table that accepts everything and does nothing but compute checksums with the given
+// function (none: it leaves them): for measuring and fuzzing, where recording would be in the way.
+// FakeDriver is the one to test with.
+inline std::unique_ptr<WinDivertApi> SilentDriver(
+    decltype(WinDivertApi::calcChecksums) calcChecksums = nullptr) {
+  auto api = std::make_unique<WinDivertApi>();
+  api->open = [](const char*, int, std::int16_t, std::uint64_t) -> WinDivertHandle {
+    static char handle = 0;
+    return &handle;
+  };
+  api->recv = [](WinDivertHandle, void*, std::uint32_t, std::uint32_t*, WinDivertAddress*) {
+    return 0;
+  };
+  api->send = [](WinDivertHandle, const void*, std::uint32_t, std::uint32_t*,
+                 const WinDivertAddress*) { return 1; };
+  api->calcChecksums = calcChecksums != nullptr ? calcChecksums
+                                                : [](void*, std::uint32_t, WinDivertAddress*,
+                                                     std::uint64_t) { return 1; };
+  api->close = [](WinDivertHandle) { return 1; };
+  api->lastError = []() -> std::uint32_t { return 0; };
+  return api;
+}
+
+}  // namespace tunnel

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/mutex.h"
+#include "tunnel/relay/datagram_socket.h"
+#include "tunnel/relay/socket_udp_relay.h"
+#include "tunnel/relay/test_frames.h"
+
+namespace tunnel {
+
+// A clock that stands still until a test moves it, and a network that consists of what the test
+// sends. A receive with a time-out of at most 900 ms (a start's attempts) moves the clock by
+// itself, so that unanswered attempts take no time, and so does a pause of at most 20 ms (after an
+// error); what is longer waits for Advance().
+//
+// Threads: any. Waits for the program end after ten seconds at most.
+class FakeDatagrams {
+ public:
+  UdpRelayDeps Deps();
+
+  // What the relay answers to each hello: called without locks, gives datagrams to deliver.
+  void AnswerHellosWith(std::function<std::vector<Bytes>()> answer) EXCLUDES(lock_);
+  void Deliver(Bytes datagram) EXCLUDES(lock_);
+  // The next receive fails with this error.
+  void FailReceive(int error) EXCLUDES(lock_);
+  // Every receive of a start's attempts fails with this error from now on.
+  void FailAttempts(int error) EXCLUDES(lock_);
+  // Sends fail from now on.
+  void FailSends(bool fail) EXCLUDES(lock_);
+  void Advance(std::chrono::milliseconds time) EXCLUDES(lock_);
+
+  [[nodiscard]] std::chrono::milliseconds Now() const EXCLUDES(lock_);
+  [[nodiscard]] std::vector<Bytes> Sent() const EXCLUDES(lock_);
+  // What each socket was opened with.
+  struct Opening {
+    std::wstring serverUrl;
+    std::chrono::milliseconds timeout;
+    friend bool operator==(const Opening&, const Opening&) = default;
+  };
+  [[nodiscard]] std::vector<Opening> Openings() const EXCLUDES(lock_);
+  // The receive time-outs in the order they were set.
+  [[nodiscard]] std::vector<std::chrono::milliseconds> Timeouts() const EXCLUDES(lock_);
+  // What was waited for at most 20 ms each.
+  [[nodiscard]] std::vector<std::chrono::milliseconds> Pauses() const EXCLUDES(lock_);
+  [[nodiscard]] int OpenSockets() const EXCLUDES(lock_);
+  [[nodiscard]] bool WaitForSent(std::size_t count) EXCLUDES(lock_);
+  // True once every datagram has been received and the receiver waits again.
+  [[nodiscard]] bool WaitForQuiet() EXCLUDES(lock_);
+  // True once the path has gone to wait so many times in all; each wait wakes by itself soon.
+  [[nodiscard]] bool WaitForWaits(std::size_t count) EXCLUDES(lock_);
+  // True once the keep-alive waits for a time that has not come.
+  [[nodiscard]] bool WaitForSleeper() EXCLUDES(lock_);
+
+ private:
+  class FakeSocket;
+  template <typename Condition>
+  bool WaitUntil(Condition condition) REQUIRES(lock_);
+
+  mutable platform::Mutex lock_;
+  platform::Condition changed_;
+  std::function<std::vector<Bytes>()> answer_ GUARDED_BY(lock_);
+  std::chrono::milliseconds now_ GUARDED_BY(lock_){1000000};
+  std::deque<Bytes> incoming_ GUARDED_BY(lock_);
+  std::vector<Bytes> sent_ GUARDED_BY(lock_);
+  std::vector<Opening> openings_ GUARDED_BY(lock_);
+  std::vector<std::chrono::milliseconds> timeouts_ GUARDED_BY(lock_);
+  std::vector<std::chrono::milliseconds> pauses_ GUARDED_BY(lock_);
+  int receiveError_ GUARDED_BY(lock_) = 0;  // of one receive
+  int attemptError_ GUARDED_BY(lock_) = 0;
+  bool failSends_ GUARDED_BY(lock_) = false;
+  int openSockets_ GUARDED_BY(lock_) = 0;
+  int receivers_ GUARDED_BY(lock_) = 0;
+  std::size_t waits_ GUARDED_BY(lock_) = 0;
+  std::chrono::milliseconds sleepsUntil_ GUARDED_BY(lock_){0};
+};
+
+// The datagrams of the other side, written apart from the program's own code.
+Bytes AcknowledgementOf(std::uint64_t token, int helloType = 2);
+Bytes PacketDatagram(std::uint64_t token, std::span<const std::byte> packet);
+
+}  // namespace tunnel

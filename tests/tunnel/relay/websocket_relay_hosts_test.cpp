@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tunnel/relay/test_relay.h"
+#include "tunnel/relay/websocket_relay.h"
+
+// How the relay's host becomes a connection: its addresses in order, and a look-up that takes too
+// long.
+namespace tunnel {
+namespace {
+
+class WebSocketRelayHosts : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(library_.Start(), 0); }
+
+  platform::SocketLibrary library_;  // for sockets of the tests' own
+};
+
+// A port on which nothing listens, and stays so while the socket lives.
+std::shared_ptr<platform::Socket> MakeDeadEnd() {
+  int error = 0;
+  auto socket = platform::Socket::Create(platform::SocketKind::Tcp,
+                                         platform::SocketAddress::Loopback(0).Family(), error);
+  EXPECT_EQ(socket->Bind(platform::SocketAddress::Loopback(0)), 0);
+  return socket;
+}
+
+// Looks every host up as `addresses`.
+RelayHooks HooksWith(std::vector<platform::SocketAddress> addresses) {
+  RelayHooks hooks;
+  hooks.lookUp = [addresses = std::move(addresses)](const std::string&, std::uint16_t,
+                                                    platform::SocketKind) { return addresses; };
+  return hooks;
+}
+
+TEST_F(WebSocketRelayHosts, TriesAHostsAddressesInOrder) {
+  TestRelay first;
+  TestRelay second;
+  const auto dead = MakeDeadEnd();
+  WebSocketRelay relay{
+      HooksWith({dead->LocalAddress(), platform::SocketAddress::Loopback(first.Port()),
+                 platform::SocketAddress::Loopback(second.Port())})};
+  relay.Connect(L"ws://relay.example/api");
+  EXPECT_TRUE(relay.IsConnected());
+  EXPECT_TRUE(first.WaitForConnections(1));
+  EXPECT_TRUE(second.Requests().empty());
+  ASSERT_EQ(first.Requests().size(), 1U);
+  EXPECT_NE(first.Requests()[0].find("\r\nHost: relay.example\r\n"), std::string::npos);
+}
+
+TEST_F(WebSocketRelayHosts, WhenNoAddressAnswersTheLastErrorIsTold) {
+  const auto dead = MakeDeadEnd();
+  // The limited broadcast address: no system connects a stream to it.
+  const platform::SocketAddress nobody = platform::SocketAddress::Ipv4(0xFFFFFFFF, 9);
+  for (const auto& addresses :
+       {std::vector{nobody, dead->LocalAddress()}, std::vector{dead->LocalAddress(), nobody}}) {
+    WebSocketRelay relay{HooksWith(addresses)};
+    int error = 0;
+    const auto probe = platform::Socket::Create(platform::SocketKind::Tcp, nobody.Family(), error);
+    const int last = probe->Connect(addresses.back(), std::chrono::seconds(8));
+    try {
+      relay.Connect(L"ws://relay.example:8080/api");
+      FAIL();
+    } catch (const std::runtime_error& failure) {
+      EXPECT_EQ(failure.what(),
+                "Relay TCP connect failed to relay.example:8080, error " + std::to_string(last));
+    }
+  }
+}
+
+TEST_F(WebSocketRelayHosts, ALookUpIsGivenUpWhenCancelled) {
+  std::promise<void> release;
+  std::promise<void> left;
+  std::atomic<bool> cancelled{false};
+  RelayHooks hooks;
+  hooks.isCancelled = [&] { return cancelled.load(); };
+  hooks.lookUp = [&, released = release.get_future().share()](const std::string&, std::uint16_t,
+                                                              platform::SocketKind) {
+    cancelled = true;
+    released.wait();
+    left.set_value();
+    return std::vector<platform::SocketAddress>{};
+  };
+  WebSocketRelay relay{hooks};
+  EXPECT_THROW(relay.Connect(L"ws://relay.example/api"), std::runtime_error);
+  release.set_value();
+  left.get_future().wait();
+}
+
+}  // namespace
+}  // namespace tunnel

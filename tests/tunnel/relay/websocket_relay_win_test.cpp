@@ -1,0 +1,37 @@
+#include "tunnel/relay/websocket_relay.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "tunnel/relay/test_relay.h"
+
+namespace tunnel {
+namespace {
+
+constexpr int kNotInitialised = 10093;  // WSANOTINITIALISED
+
+// What making a socket gives now: 0, or the error's code.
+int SocketError() {
+  int error = 0;
+  platform::Socket::Create(platform::SocketKind::UdpIpv4, 2, error);
+  return error;
+}
+
+TEST(WebSocketRelayOnWindows, GivesTheSocketLibraryBackHoweverItEnds) {
+  ASSERT_EQ(SocketError(), kNotInitialised);
+  WebSocketRelay relay;
+  {
+    TestRelay server;
+    relay.Connect(server.RelayUrl());
+  }
+  EXPECT_EQ(SocketError(), 0);  // the relay's own start of it still counts
+  relay.Close();
+  relay.Close();
+  EXPECT_EQ(SocketError(), kNotInitialised);
+  EXPECT_THROW(relay.Connect(L"ws://" + std::wstring(70, L'a') + L"/"), std::runtime_error);
+  EXPECT_EQ(SocketError(), kNotInitialised);
+}
+
+}  // namespace
+}  // namespace tunnel
