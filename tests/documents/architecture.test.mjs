@@ -1,4 +1,4 @@
-// docs/architecture.md says of tree, borders, threads, locks and messages what the sources say.
+// docs/architecture.md describes tree, borders, threads, locks and messages as the sources have them.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
@@ -6,6 +6,8 @@ import { isFile, isFolder, kFiles, kSources, quoted, read, rows, section, source
 
 const kPage = 'docs/architecture.md';
 const page = read(kPage);
+/** It, and the pages that tell one of its subjects in full. */
+const kDocuments = [kPage, ...['settings', 'lifecycle', 'update', 'check-report'].map((name) => `docs/${name}.md`)];
 const unique = (list) => [...new Set(list)].sort();
 
 const firstCells = (title) => rows(section(kPage, title)).map(([cell]) => cell);
@@ -38,9 +40,9 @@ test('the sources include only what the arrows allow', () => {
   }
 });
 
-test('every file of src that the page names is there', () => {
+test('every file of src that the pages name is there', () => {
   const folders = unique(kSources.map((file) => file.split('/')[1]));
-  const named = quoted(page).filter((text) => /^[a-z]+\/[a-z0-9_]+$/.test(text) && folders.includes(text.split('/')[0]));
+  const named = kDocuments.flatMap((document) => quoted(read(document))).filter((text) => /^[a-z]+\/[a-z0-9_]+$/.test(text) && folders.includes(text.split('/')[0]));
   assert.ok(named.length > 2);
   const isThere = (name) => ['.h', '.cpp', '_win.h', '_win.cpp'].some((end) => isFile(`src/${name}${end}`));
   assert.deepEqual(named.filter((name) => !isThere(name)), []);
@@ -65,23 +67,22 @@ test('every class that has a lock stands in the table of locks, and no other', (
   assert.deepEqual(unique(named), unique(owners.filter((name) => name !== 'Mutex')));
 });
 
-test('every message and timer of the window is named with its number', () => {
+test('every message and timer of the window stands in the table of messages, by its name', () => {
   const header = read('src/shell/window_messages.h');
-  const messages = [...header.matchAll(/UINT (k\w+) = WM_APP \+ (\d+)/g)].map(([, name, number]) => `${name} ${number}`);
-  const timers = [...header.matchAll(/UINT_PTR (k\w+Timer) = (\d+)/g)].map(([, name, number]) => `${name} ${number}`);
-  const table = rows(section(kPage, "The window's own messages")).map(([name, number]) => `${quoted(name)[0]} ${number}`);
-  assert.deepEqual(unique(table), unique([...messages, ...timers]));
-  // Elsewhere they go by their names, which say more and do not change.
-  const elsewhere = page.replace(section(kPage, "The window's own messages"), '');
-  assert.doesNotMatch(elsewhere, /WM_APP\s?\+/);
-  const known = unique([...messages, ...timers].map((text) => text.split(' ')[0]));
-  const used = quoted(elsewhere).filter((text) => /^k[A-Z]\w+$/.test(text));
-  assert.deepEqual(used.filter((name) => !known.includes(name) && sourcesWith(new RegExp(`\\b${name}\\b`)).length === 0), []);
+  const known = unique([...header.matchAll(/UINT (k\w+) = WM_APP \+ \d+|UINT_PTR (k\w+Timer) = \d+/g)].map(([, message, timer]) => message ?? timer));
+  assert.deepEqual(unique(firstCells("The window's own messages").map((cell) => quoted(cell)[0])), known);
+  for (const document of kDocuments) {
+    const text = read(document);
+    assert.doesNotMatch(text, /WM_APP\s?\+/, document);
+    const used = quoted(text).filter((name) => /^k[A-Z]\w+$/.test(name));
+    const isThere = (name) => known.includes(name) || sourcesWith(new RegExp(`\\b${name}\\b`)).length > 0;
+    assert.deepEqual(used.filter((name) => !isThere(name)), [], document);
+  }
 });
 
-test('every function, class and constant that the page names is in the sources', () => {
+test('every function, class and constant that the pages name is in the sources', () => {
   const all = [...kSources, ...kFiles.filter((file) => /^(webui|lab|tests)\/.*\.(js|mjs|in|h|cpp)$/.test(file))].map(read).join('\n');
-  const named = unique(quoted(page).map((text) => text.replace(/\(\)$/, '')).filter((text) => /^[A-Z]\w+(::\w+)*$/.test(text)));
+  const named = unique(kDocuments.flatMap((document) => quoted(read(document))).map((text) => text.replace(/\(\)$/, '')).filter((text) => /^[A-Z]\w+(::\w+)*$/.test(text)));
   assert.ok(named.length > 40);
   const isThere = (name) => name.split('::').every((part) => new RegExp(`\\b${part}\\b`).test(all));
   assert.deepEqual(named.filter((name) => !isThere(name)), []);
