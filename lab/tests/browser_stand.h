@@ -6,7 +6,7 @@
 
 #include "browser_fake_bridge.h"
 #include "browser_raw_com.h"
-#include "platform/get_proc_address.h"
+#include "platform/modules_win.h"
 
 using CreateFunction = HRESULT(STDAPICALLTYPE*)(bool, int, PCWSTR, IUnknown*, RawHandler*);
 

@@ -8,7 +8,7 @@
 
 #include "checks/report_text.h"
 #include "checks/run_checks.h"
-#include "platform/local_time.h"
+#include "platform/computer.h"
 
 // The report from its first check to its file. Writes nothing else and changes nothing.
 namespace checks {

@@ -3,7 +3,7 @@
 #include <array>
 #include <cwchar>
 
-#include "platform/error_reason.h"
+#include "platform/system_error.h"
 #include "text/utf8.h"
 
 namespace checks {

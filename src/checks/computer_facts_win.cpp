@@ -1,14 +1,12 @@
 #include <array>
 
 #include "checks/computer_checks.h"
+#include "platform/computer.h"
 #include "platform/desktop_user.h"
-#include "platform/get_proc_address.h"
 #include "platform/handles_win.h"
-#include "platform/held_file.h"
-#include "platform/known_folders.h"
-#include "platform/machine_win.h"
+#include "platform/modules_win.h"
 #include "platform/path.h"
-#include "platform/sha256.h"
+#include "platform/safe_files.h"
 #include "platform/signature.h"
 
 namespace checks {

@@ -1,6 +1,6 @@
 #include "checks/power_checks.h"
-#include "platform/get_proc_address.h"
 #include "platform/handles_win.h"
+#include "platform/modules_win.h"
 // After the SDK, which it needs.
 #include <powrprof.h>
 

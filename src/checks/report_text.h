@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "checks/finding.h"
-#include "platform/local_time.h"
+#include "platform/computer.h"
 
 // The wording of the report. Pure.
 namespace checks {

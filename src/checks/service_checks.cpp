@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "platform/error_reason.h"
 #include "platform/socket.h"
+#include "platform/system_error.h"
 #include "service/api_envelope.h"
 #include "settings/json.h"
 #include "text/strings.h"

@@ -4,7 +4,6 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/clipboard_text.h"
 #include "platform/unique_handle.h"
 #include "platform/windows_sdk.h"
 

@@ -1,14 +1,22 @@
 #pragma once
 
-#include <functional>
+#include <future>
+#include <thread>
+#include <utility>
 
 namespace platform {
 
-// Runs `body` on a thread that nobody waits for; what it throws ends the program. Throws
-// std::system_error when no thread can be made. Any thread.
-//
-// The body begins when the thread has been let go of: mingw-w64's thread library can hang a thread
-// that ends in the very moment of being detached.
-void StartDetached(std::function<void()> body);
+// Runs `body` on a detached thread; an exception from it ends the program. Throws
+// std::system_error when no thread can be created. Any thread.
+template <typename Body>
+void StartDetached(Body body) {
+  std::promise<void> detached;
+  // `body` runs only once detached: mingw-w64 can hang a thread that exits during detach().
+  std::thread([body = std::move(body), isDetached = detached.get_future()]() mutable noexcept {
+    isDetached.wait();
+    body();
+  }).detach();
+  detached.set_value();
+}
 
 }  // namespace platform

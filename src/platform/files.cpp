@@ -1,6 +1,7 @@
 #include "platform/files.h"
 
-#include "platform/error_reason.h"
+#include <utility>
+
 #include "platform/path.h"
 
 namespace platform {
@@ -16,8 +17,7 @@ class ComputerFiles final : public FileDeps {
 
   std::wstring Write(const std::wstring& path, const std::string& bytes) override {
     CreateFolders(ParentFolder(path));
-    const SystemResult written = WriteFileDurably(path, bytes);
-    return written.succeeded ? std::wstring() : ErrorReason(written.errorCode);
+    return FailureReason(WriteFileDurably(path, bytes));
   }
 
   void Delete(const std::wstring& path) override { DeleteFileAt(path); }

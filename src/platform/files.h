@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/system_result.h"
+#include "platform/system_error.h"
 
 namespace platform {
 
@@ -24,7 +24,8 @@ SystemResult WriteFileDurably(const std::wstring& path, const std::string& bytes
 
 // Appends `bytes` to the file at `path`; a file that did not exist is made and begins with `mark`.
 // Others may read it meanwhile. A file that cannot be opened is left as it is; so is, on Windows,
-// one that is reached through a link among the last `ownParts` parts of the path (unlinked_file.h).
+// one that is reached through a link among the last `ownParts` parts of the path
+// (user_folders_win.h).
 void AppendToFile(const std::wstring& path, int ownParts, std::string_view mark,
                   std::string_view bytes);
 

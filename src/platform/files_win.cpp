@@ -3,6 +3,7 @@
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/path.h"
+#include "platform/user_folders_win.h"
 // After the SDK, which it needs.
 #include <shlobj.h>
 
@@ -84,9 +85,8 @@ std::vector<std::wstring> ListNames(const std::wstring& folder, bool wantsFolder
 }  // namespace
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path) {
-  const FileHandle file(::CreateFileW(path.c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const FileHandle file(::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return std::nullopt;
   std::string bytes;
   for (;;) {
@@ -107,6 +107,18 @@ bool WriteFileBytes(const std::wstring& path, const std::string& bytes) {
 
 SystemResult WriteFileDurably(const std::wstring& path, const std::string& bytes) {
   return WriteOver(path, bytes, true);
+}
+
+void AppendToFile(const std::wstring& path, int ownParts, std::string_view mark,
+                  std::string_view bytes) {
+  const UnlinkedFile file = OpenUnlinked(path, ownParts, FILE_APPEND_DATA, FILE_SHARE_READ);
+  if (!file.handle) return;
+  for (const std::string_view part : {file.isNew ? mark : std::string_view(), bytes}) {
+    if (part.empty()) continue;
+    DWORD writtenBytes = 0;
+    ::WriteFile(file.handle.Get(), part.data(), static_cast<DWORD>(part.size()), &writtenBytes,
+                nullptr);
+  }
 }
 
 bool IsFile(const std::wstring& path) {

@@ -8,8 +8,8 @@
 // The kinds of Windows handles that the program owns.
 namespace platform {
 
-// Files, and other kernel objects that CloseHandle closes. The API says "no handle" with nullptr or
-// with INVALID_HANDLE_VALUE, depending on the call; both are empty here.
+// Files and other kernel objects that CloseHandle closes. Depending on the call, the API returns
+// nullptr or INVALID_HANDLE_VALUE for "no handle"; both are empty here.
 struct KernelHandleTraits {
   using Raw = HANDLE;
   static Raw Invalid() noexcept { return nullptr; }
@@ -19,6 +19,8 @@ struct KernelHandleTraits {
   static void Close(Raw handle) noexcept { ::CloseHandle(handle); }
 };
 using FileHandle = UniqueHandle<KernelHandleTraits>;
+// Others may read, write, rename and delete the file while it is open.
+inline constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 using ProcessHandle = UniqueHandle<KernelHandleTraits>;
 using ThreadHandle = UniqueHandle<KernelHandleTraits>;
 

@@ -1,17 +1,34 @@
 #include "platform/signature.h"
 
-#include <span>
+#include <array>
 #include <vector>
 
-#include "platform/sha256.h"
+#include "platform/unique_handle.h"
 #include "platform/windows_sdk.h"
 // After the SDK, which they need.
+#include <bcrypt.h>
 #include <softpub.h>
 #include <wincrypt.h>
 #include <wintrust.h>
 
 namespace platform {
 namespace {
+
+struct AlgorithmTraits {
+  using Raw = BCRYPT_ALG_HANDLE;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw algorithm) noexcept { return algorithm != nullptr; }
+  static void Close(Raw algorithm) noexcept { ::BCryptCloseAlgorithmProvider(algorithm, 0); }
+};
+using Algorithm = UniqueHandle<AlgorithmTraits>;
+
+struct HashTraits {
+  using Raw = BCRYPT_HASH_HANDLE;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw hash) noexcept { return hash != nullptr; }
+  static void Close(Raw hash) noexcept { ::BCryptDestroyHash(hash); }
+};
+using Hash = UniqueHandle<HashTraits>;
 
 // Missing in mingw-w64's wintrust.h: digests that anybody can forge count as no signature.
 constexpr DWORD kDisableMd2Md4 = 0x2000;
@@ -39,6 +56,30 @@ const CERT_CONTEXT* SignerOf(HANDLE verification) {
 }
 
 }  // namespace
+
+std::string Sha256Hex(std::span<const std::byte> bytes) {
+  BCRYPT_ALG_HANDLE opened = nullptr;
+  if (::BCryptOpenAlgorithmProvider(&opened, BCRYPT_SHA256_ALGORITHM, nullptr, 0) != 0) return {};
+  const Algorithm algorithm(opened);
+  BCRYPT_HASH_HANDLE created = nullptr;
+  if (::BCryptCreateHash(algorithm.Get(), &created, nullptr, 0, nullptr, 0, 0) != 0) return {};
+  const Hash hash(created);
+
+  // The interface promises not to write, but does not say const.
+  auto* input = const_cast<UCHAR*>(reinterpret_cast<const UCHAR*>(bytes.data()));
+  std::array<UCHAR, 32> digest{};
+  if (::BCryptHashData(hash.Get(), input, static_cast<ULONG>(bytes.size()), 0) != 0 ||
+      ::BCryptFinishHash(hash.Get(), digest.data(), static_cast<ULONG>(digest.size()), 0) != 0) {
+    return {};
+  }
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string hex;
+  for (const UCHAR byte : digest) {
+    hex += kDigits[byte >> 4];
+    hex += kDigits[byte & 15];
+  }
+  return hex;
+}
 
 Signature VerifySignature(const HeldFile& file, const std::wstring& path) {
   WINTRUST_FILE_INFO subject{};

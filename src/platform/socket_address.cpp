@@ -11,7 +11,7 @@
 #include "platform/detached_thread.h"
 #include "platform/mutex.h"
 #include "platform/socket.h"
-#include "platform/socket_sdk.h"
+#include "platform/socket_system.h"
 
 namespace platform {
 namespace {

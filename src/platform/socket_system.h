@@ -4,7 +4,21 @@
 #include <chrono>
 #include <cstddef>
 
-#include "platform/socket_sdk.h"
+#ifdef _WIN32
+#include "platform/windows_sdk.h"
+#else
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#endif
 
 // What differs between the two systems' sockets, and nothing else; for socket.cpp alone.
 namespace platform::socket_system {

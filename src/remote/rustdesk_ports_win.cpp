@@ -1,6 +1,6 @@
 #include "platform/files.h"
-#include "platform/known_folders.h"
-#include "platform/unlinked_file.h"
+#include "platform/path.h"
+#include "platform/user_folders_win.h"
 #include "remote/rustdesk_config.h"
 #include "remote/rustdesk_places.h"
 #include "remote/rustdesk_program.h"

@@ -6,10 +6,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/file_swap.h"
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/path.h"
+#include "platform/safe_files.h"
 #include "platform/windows_sdk.h"
 #include "service/http_exchange_win.h"
 #include "service/http_reply.h"

@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/error_text_win.h"
+#include "platform/system_error.h"
 #include "service/call_wait.h"
 #include "service/http_reply.h"
 #include "service/http_transport.h"

@@ -1,4 +1,4 @@
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "settings/runtime_folder.h"
 
 namespace settings {

@@ -1,8 +1,7 @@
 #include <array>
 #include <cwchar>
 
-#include "platform/known_folders.h"
-#include "platform/local_time.h"
+#include "platform/computer.h"
 #include "platform/path.h"
 #include "settings/settings_file.h"
 

@@ -6,7 +6,7 @@
 
 #include "checks/real_checks.h"
 #include "platform/detached_thread.h"
-#include "platform/resource_win.h"
+#include "platform/modules_win.h"
 #include "settings/granted_connection.h"
 #include "settings/runtime_folder.h"
 #include "shell/log_file.h"

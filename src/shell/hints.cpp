@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/error_reason.h"
+#include "platform/system_error.h"
 #include "text/strings.h"
 #include "text/utf8.h"
 

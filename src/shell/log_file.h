@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/local_time.h"
+#include "platform/computer.h"
 
 // The log: one plain-text file per run, which is opened by name for every line, so that it can be
 // read or copied while the program runs. Nothing here reports an error; a line that cannot be

@@ -1,8 +1,8 @@
 #include <array>
 
 #include "platform/files.h"
-#include "platform/known_folders.h"
-#include "platform/unlinked_file.h"
+#include "platform/path.h"
+#include "platform/user_folders_win.h"
 #include "platform/windows_sdk.h"
 #include "shell/log_file.h"
 

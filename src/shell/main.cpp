@@ -1,4 +1,3 @@
-#include "platform/process_guard.h"
 #include "platform/process_win.h"
 #include "platform/windows_sdk.h"
 #include "shell/command_line.h"

@@ -5,14 +5,12 @@
 #include <optional>
 #include <span>
 
-#include "platform/administrators_folder.h"
 #include "platform/files.h"
 #include "platform/handles_win.h"
-#include "platform/known_folders.h"
+#include "platform/modules_win.h"
 #include "platform/path.h"
-#include "platform/resource_win.h"
-#include "platform/sha256.h"
-#include "platform/unlinked_file.h"
+#include "platform/signature.h"
+#include "platform/user_folders_win.h"
 #include "settings/runtime_folder.h"
 #include "shell/development_tree.h"
 #include "text/utf8.h"

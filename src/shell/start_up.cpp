@@ -1,7 +1,7 @@
 #include "shell/start_up.h"
 
-#include "platform/get_proc_address.h"
 #include "platform/handles_win.h"
+#include "platform/modules_win.h"
 // After the SDK, which they need.
 #include <commctrl.h>
 #include <shellapi.h>

@@ -5,9 +5,8 @@
 
 #include "diag/latency_test.h"
 #include "diag/proxy_bypass.h"
+#include "platform/computer.h"
 #include "platform/desktop_user.h"
-#include "platform/known_folders.h"
-#include "platform/machine_win.h"
 #include "platform/path.h"
 #include "remote/remote_desktop.h"
 #include "service/connection_jobs.h"

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/held_file.h"
-#include "platform/system_result.h"
+#include "platform/safe_files.h"
+#include "platform/system_error.h"
 #include "update/trusted_update.h"
 
 namespace update {
@@ -20,7 +20,7 @@ inline constexpr int kCopyFailed = 3;
 inline constexpr int kRestartFailed = 4;
 inline constexpr int kNotTrusted = 5;  // the old program was started again
 
-// The file operations of a swap, as platform/file_swap.h describes them.
+// The file operations of a swap, as platform/safe_files.h describes them.
 struct SwapFiles {
   std::function<bool(const std::wstring& path)> isFile;  // false for a folder
   std::function<platform::HeldFile(const std::wstring& path)> hold;

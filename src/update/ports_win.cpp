@@ -2,12 +2,10 @@
 #include <optional>
 #include <thread>
 
-#include "platform/file_swap.h"
 #include "platform/files.h"
-#include "platform/held_file.h"
-#include "platform/known_folders.h"
 #include "platform/path.h"
 #include "platform/process_win.h"
+#include "platform/safe_files.h"
 #include "platform/windows_sdk.h"
 #include "text/utf8.h"
 #include "update/apply_update.h"

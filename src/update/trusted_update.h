@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/held_file.h"
+#include "platform/safe_files.h"
 
 // Who may replace this program. A deployment that names its signer's key takes no program signed by
 // anybody else, whoever controls the service or the line to it; one that names none takes what the

@@ -6,7 +6,7 @@
 #include <stop_token>
 #include <string>
 
-#include "platform/system_result.h"
+#include "platform/system_error.h"
 #include "service/http_transport.h"
 #include "settings/json.h"
 #include "settings/settings.h"

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/local_time.h"
+#include "platform/computer.h"
 
 // The log of the replacement process, which has no window: a file in the user's temporary folder,
 // to which every update appends.

@@ -1,4 +1,4 @@
-#include "platform/resource_win.h"
+#include "platform/modules_win.h"
 #include "text/utf8.h"
 #include "webview/page_source.h"
 

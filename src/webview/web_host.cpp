@@ -3,9 +3,9 @@
 #include <optional>
 #include <utility>
 
-#include "platform/error_text_win.h"
 #include "platform/files.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
+#include "platform/system_error.h"
 #include "webview/com.h"
 #include "webview/failure_text.h"
 #include "webview/page_source.h"

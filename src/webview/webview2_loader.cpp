@@ -3,8 +3,8 @@
 #include <optional>
 
 #include "platform/files.h"
-#include "platform/get_proc_address.h"
 #include "platform/handles_win.h"
+#include "platform/modules_win.h"
 #include "webview/runtime_search.h"
 
 namespace webview {

@@ -1,4 +1,4 @@
-#include "platform/administrators_folder.h"
+#include "platform/user_folders_win.h"
 
 #include <gtest/gtest.h>
 

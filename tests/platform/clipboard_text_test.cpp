@@ -1,4 +1,4 @@
-#include "platform/clipboard_text.h"
+#include "platform/clipboard.h"
 
 #include <gtest/gtest.h>
 

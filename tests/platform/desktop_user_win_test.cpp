@@ -3,7 +3,7 @@
 #include <lmcons.h>
 
 #include "platform/desktop_user.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "platform/windows_sdk.h"
 // After the SDK, which it needs.
 #include <sddl.h>

@@ -1,8 +1,6 @@
-#include "platform/error_text_win.h"
+#include "platform/system_error.h"
 
 #include <gtest/gtest.h>
-
-#include "platform/error_reason.h"
 
 namespace platform {
 namespace {

@@ -1,9 +1,8 @@
 // Every call of putting one file into the place of another, and what comes of each one's failure.
 #include <gtest/gtest.h>
 
-#include "platform/file_swap.h"
 #include "platform/files.h"
-#include "platform/held_file.h"
+#include "platform/safe_files.h"
 #include "platform/scratch_folder.h"
 #include "win32/calls.h"
 

@@ -1,10 +1,9 @@
-#include "platform/file_swap.h"
+#include "platform/safe_files.h"
 
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
 #include "platform/handles_win.h"
-#include "platform/held_file.h"
 #include "platform/scratch_folder.h"
 
 namespace platform {

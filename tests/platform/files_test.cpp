@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <string>
 
-#include "platform/error_reason.h"
 #include "platform/scratch_folder.h"
+#include "platform/system_error.h"
 
 namespace platform {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/get_proc_address.h"
+#include "platform/modules_win.h"
 
 namespace platform {
 namespace {

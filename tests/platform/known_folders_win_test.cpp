@@ -1,8 +1,7 @@
-#include "platform/known_folders.h"
+#include "platform/path.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/path.h"
 #include "platform/windows_sdk.h"
 
 namespace platform {

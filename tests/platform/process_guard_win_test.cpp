@@ -1,4 +1,4 @@
-#include "platform/process_guard.h"
+#include "platform/process_win.h"
 
 #include <gtest/gtest.h>
 

@@ -2,9 +2,9 @@
 // "<its file>.txt" in UTF-8, a line each: its command line and its working folder.
 #include <array>
 
-#include "platform/file_swap.h"
 #include "platform/files.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
+#include "platform/safe_files.h"
 #include "platform/windows_sdk.h"
 #include "text/utf8.h"
 

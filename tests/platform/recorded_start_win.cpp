@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "platform/files.h"
-#include "platform/known_folders.h"
 #include "platform/path.h"
 #include "platform/windows_sdk.h"
 #include "text/strings.h"

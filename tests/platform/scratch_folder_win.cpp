@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "platform/scratch_folder.h"
 #include "platform/windows_sdk.h"
 

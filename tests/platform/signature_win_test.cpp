@@ -7,7 +7,6 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/sha256.h"
 #include "win32/calls.h"
 
 namespace platform {

@@ -2,15 +2,12 @@
 // its failure.
 #include <gtest/gtest.h>
 
-#include "platform/error_reason.h"
-#include "platform/error_text_win.h"
-#include "platform/get_proc_address.h"
+#include "platform/computer.h"
 #include "platform/handles_win.h"
-#include "platform/known_folders.h"
-#include "platform/local_time.h"
-#include "platform/machine_win.h"
+#include "platform/modules_win.h"
+#include "platform/path.h"
 #include "platform/process_win.h"
-#include "platform/resource_win.h"
+#include "platform/system_error.h"
 #include "platform/url.h"
 #include "text/utf8.h"
 #include "win32/calls.h"

@@ -1,5 +1,5 @@
 // Links are made up here: Wine follows Linux' links and has none of its own.
-#include "platform/unlinked_file.h"
+#include "platform/user_folders_win.h"
 
 #include <gtest/gtest.h>
 

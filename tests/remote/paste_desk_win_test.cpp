@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "platform/windows_sdk.h"
 #include "remote/password_paste.h"
 #include "remote/remote_desktop.h"

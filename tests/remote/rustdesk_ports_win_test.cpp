@@ -9,7 +9,6 @@
 
 #include "platform/files.h"
 #include "platform/handles_win.h"
-#include "platform/known_folders.h"
 #include "platform/path.h"
 #include "remote/rustdesk_config.h"
 #include "remote/rustdesk_program.h"

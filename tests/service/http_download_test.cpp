@@ -6,7 +6,7 @@
 
 #include "platform/files.h"
 #include "platform/handles_win.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "platform/windows_sdk.h"
 #include "service/http_download_win.h"
 #include "service/http_transport.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/error_text_win.h"
+#include "platform/system_error.h"
 #include "service/fake_http_win.h"
 #include "service/http_exchange_win.h"
 #include "service/http_reply.h"

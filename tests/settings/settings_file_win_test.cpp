@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "platform/error_reason.h"
 #include "platform/files.h"
 #include "platform/handles_win.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "platform/scratch_folder.h"
+#include "platform/system_error.h"
 #include "settings/settings_file.h"
 
 namespace settings {

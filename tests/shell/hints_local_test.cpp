@@ -1,5 +1,5 @@
 #include "diag/latency_test.h"
-#include "platform/error_reason.h"
+#include "platform/system_error.h"
 #include "remote/remote_desktop.h"
 #include "service/http_reply.h"
 #include "shell/hints_fixture.h"

@@ -4,7 +4,7 @@
 #include <set>
 
 #include "page/status_presentation.h"
-#include "platform/error_reason.h"
+#include "platform/system_error.h"
 #include "service/device_resolve.h"
 #include "service/http_reply.h"
 #include "shell/hints_fixture.h"

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "platform/handles_win.h"
-#include "platform/known_folders.h"
-#include "platform/resource_win.h"
+#include "platform/modules_win.h"
+#include "platform/path.h"
 
 namespace shell {
 namespace {

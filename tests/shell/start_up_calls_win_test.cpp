@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "shell/log_file.h"
 #include "shell/main_window.h"
 #include "shell/runtime_files_win.h"

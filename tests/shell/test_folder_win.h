@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "platform/windows_sdk.h"
 
 namespace shell {

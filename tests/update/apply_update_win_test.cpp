@@ -3,10 +3,9 @@
 #include <regex>
 #include <vector>
 
-#include "platform/file_swap.h"
 #include "platform/files.h"
 #include "platform/handles_win.h"
-#include "platform/held_file.h"
+#include "platform/safe_files.h"
 #include "text/strings.h"
 #include "text/utf8.h"
 #include "update/quote_argument.h"

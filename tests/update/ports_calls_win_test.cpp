@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/handles_win.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "update/apply_update.h"
 #include "update/update_check.h"
 #include "update/update_log.h"

@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "platform/files.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "platform/scratch_folder.h"
 #include "service/scripted_server_win.h"
 #include "text/utf8.h"

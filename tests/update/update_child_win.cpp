@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "platform/files.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "platform/process_win.h"
 #include "platform/windows_sdk.h"
 #include "text/utf8.h"

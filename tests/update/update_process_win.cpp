@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
-#include "platform/known_folders.h"
+#include "platform/path.h"
 #include "text/utf8.h"
 
 namespace update {

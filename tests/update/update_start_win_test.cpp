@@ -3,8 +3,8 @@
 #include <memory>
 #include <vector>
 
-#include "platform/file_swap.h"
 #include "platform/files.h"
+#include "platform/safe_files.h"
 #include "platform/windows_sdk.h"
 #include "update/quote_argument.h"
 #include "update/update_process_win.h"

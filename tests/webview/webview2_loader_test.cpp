@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string>
 
-#include "platform/known_folders.h"
+#include "platform/path.h"
 
 namespace webview {
 namespace {

@@ -12,7 +12,7 @@
 #include "dll/abi_environment.h"
 #include "dll/abi_webview.h"
 #include "dll/com.h"
-#include "platform/get_proc_address.h"
+#include "platform/modules_win.h"
 
 namespace browser {
 namespace {

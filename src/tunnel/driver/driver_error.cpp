@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/error_reason.h"
+#include "platform/system_error.h"
 #include "text/utf8.h"
 
 namespace tunnel {

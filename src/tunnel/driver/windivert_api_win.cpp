@@ -1,8 +1,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "platform/get_proc_address.h"
 #include "platform/handles_win.h"
+#include "platform/modules_win.h"
 #include "tunnel/driver/driver_error.h"
 #include "tunnel/driver/windivert_api.h"
 

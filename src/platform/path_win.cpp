@@ -1,7 +1,7 @@
+#include "platform/path.h"
+
 #include <array>
 
-#include "platform/known_folders.h"
-#include "platform/path.h"
 #include "platform/unique_handle.h"
 #include "platform/windows_sdk.h"
 // After the SDK, which they need.

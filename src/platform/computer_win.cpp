@@ -1,13 +1,18 @@
-#include "platform/machine_win.h"
+#include "platform/computer.h"
 
-#include "platform/get_proc_address.h"
-#include "platform/windows_sdk.h"
+#include "platform/modules_win.h"
 
 namespace platform {
 
-// Found by name: the first Windows 10, which some machines keep for good, has no such function, and
-// no ARM64 either.
+LocalTime LocalTimeNow() {
+  SYSTEMTIME now = {};
+  ::GetLocalTime(&now);
+  return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond};
+}
+
 bool IsArm64Windows() {
+  // Found by name: the first Windows 10, which some machines keep for good, lacks the function, and
+  // does not run on ARM64 either.
   using Ask = BOOL(WINAPI*)(HANDLE process, USHORT * processMachine, USHORT * nativeMachine);
   const auto ask = GetProcAddressAs<Ask>(::GetModuleHandleW(L"kernel32.dll"), "IsWow64Process2");
   USHORT process = IMAGE_FILE_MACHINE_UNKNOWN;

@@ -1,6 +1,8 @@
-#include "platform/error_text_win.h"
+#include "platform/system_error.h"
 
 #include "platform/unique_handle.h"
+#include "platform/windows_sdk.h"
+#include "text/strings.h"
 
 namespace platform {
 namespace {
@@ -31,14 +33,20 @@ std::wstring FormatFrom(DWORD source, HMODULE module, DWORD code) {
 
 }  // namespace
 
-std::wstring SystemErrorText(DWORD code) {
+std::wstring ErrorReason(std::uint32_t code) {
+  std::wstring reason = text::Trim(SystemErrorText(code));
+  return reason.empty() ? L"错误 " + std::to_wstring(code) : reason;
+}
+
+std::wstring SystemErrorText(std::uint32_t code) {
   // Already loaded, as this program imports it.
   return SystemErrorText(code, ::GetModuleHandleW(L"winhttp.dll"));
 }
 
-std::wstring SystemErrorText(DWORD code, HMODULE httpMessages) {
+std::wstring SystemErrorText(std::uint32_t code, void* httpMessages) {
   if (code >= kFirstHttpError && code <= kLastHttpError && httpMessages != nullptr) {
-    std::wstring found = FormatFrom(FORMAT_MESSAGE_FROM_HMODULE, httpMessages, code);
+    std::wstring found =
+        FormatFrom(FORMAT_MESSAGE_FROM_HMODULE, static_cast<HMODULE>(httpMessages), code);
     if (!found.empty()) return found;
   }
   return FormatFrom(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code);

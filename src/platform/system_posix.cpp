@@ -1,8 +1,13 @@
 #include <algorithm>
 #include <cstddef>
+#include <system_error>
 
+#include "platform/system_error.h"
 #include "platform/url.h"
 #include "text/strings.h"
+#include "text/utf8.h"
+
+// The native build's error texts and its splitter of addresses.
 
 namespace platform {
 namespace {
@@ -33,6 +38,10 @@ bool TakePort(std::wstring_view digits, std::uint16_t& port) {
 }
 
 }  // namespace
+
+std::wstring ErrorReason(std::uint32_t code) {
+  return text::FromUtf8(std::generic_category().message(static_cast<int>(code)));
+}
 
 bool CrackUrl(std::wstring_view url, UrlParts& parts) {
   UrlParts found;

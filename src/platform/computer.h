@@ -1,5 +1,6 @@
 #pragma once
 
+// This computer's clock and processor. Any thread.
 namespace platform {
 
 // A moment on the user's clock.
@@ -12,7 +13,11 @@ struct LocalTime {
   int second = 0;
 };
 
-// The present moment. Windows only; any thread.
+// Windows only.
 LocalTime LocalTimeNow();
+
+// True on Windows for ARM64 processors, which runs x64 programs but none of their drivers. Windows
+// only.
+bool IsArm64Windows();
 
 }  // namespace platform
