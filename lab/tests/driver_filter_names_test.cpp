@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "driver/filter_numbers.h"
+#include "driver/filter_text.h"
 #include "tests/driver_filters.h"
 
 using driver::WideNumber;

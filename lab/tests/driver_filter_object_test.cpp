@@ -1,4 +1,4 @@
-#include "driver/filter_object.h"
+#include "driver/filter.h"
 
 #include <gtest/gtest.h>
 

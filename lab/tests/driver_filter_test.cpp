@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "driver/filter_lexer.h"
+#include "driver/filter_text.h"
 #include "tests/driver_filters.h"
 
 namespace {

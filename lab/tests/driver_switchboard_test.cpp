@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "driver/checksums.h"
-#include "driver/injection.h"
+#include "driver/packet.h"
 #include "tests/driver_packets.h"
 
 namespace {

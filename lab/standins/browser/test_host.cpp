@@ -1,6 +1,6 @@
-// A small window that shows one page through the installed browser runtime, for trying the stand-in
-// without the program. Usage: lab_webview_host.exe RUNTIME_FOLDER PAGE_FILE
-// Prints every string that the page posts and answers it with {"echo": true}.
+// A small window that shows one page through the browser runtime, for trying the stand-in without
+// the program. Usage: lab_webview_host.exe RUNTIME_FOLDER PAGE_FILE
+// Prints the length of every string that the page posts and answers with {"echo": true}.
 #include <windows.h>
 
 #include <objbase.h>
@@ -8,9 +8,7 @@
 #include <cstdio>
 #include <string>
 
-#include "dll/abi_controller.h"
-#include "dll/abi_environment.h"
-#include "dll/abi_webview.h"
+#include "dll/abi.h"
 #include "dll/com.h"
 #include "platform/modules_win.h"
 

@@ -1,6 +1,6 @@
 // The link between the stand-in DLL and the bridge: one TCP connection per controller, carrying
 // frames of u32 body length, u8 kind, body. All numbers are little endian, all text is UTF-8.
-// dll/wire.h is the other side's view of the same table.
+// dll/link.h has the same table for the other side.
 
 /** Frames from the DLL. */
 export const FromHost = {

@@ -1,6 +1,6 @@
-// The clipboard as another program on the desk has it.
-// Usage: clipboard.exe read         prints its text (UTF-8, no line end); exit code 2 without one
-//        clipboard.exe write TEXT   puts a text there
+// Another program that uses the clipboard.
+// Usage: clipboard.exe read         prints its text (UTF-8, no line end); exit code 2 without text
+//        clipboard.exe write TEXT   sets its text
 //        clipboard.exe hold         opens it, prints "ready" and keeps it open until ended
 #include <windows.h>
 
@@ -16,7 +16,7 @@ constexpr int kTries = 100;
 constexpr DWORD kBetweenTriesMs = 20;
 constexpr int kNoText = 2;
 
-// Others may have it open for a moment.
+// Another program may hold it open for a moment.
 bool Open(HWND owner) {
   for (int i = 0; i < kTries; ++i) {
     if (::OpenClipboard(owner)) return true;
@@ -50,7 +50,7 @@ int Write(const std::wstring& text) {
   return isSet ? 0 : 1;
 }
 
-// With a window, so that opening it without one does not count as the same user's.
+// Opened with a window: opening without one would count as the same owner, and succeed.
 int Hold() {
   const HWND window = ::CreateWindowW(L"STATIC", L"", 0, 0, 0, 1, 1, HWND_MESSAGE, nullptr,
                                       ::GetModuleHandleW(nullptr), nullptr);

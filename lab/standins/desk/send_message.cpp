@@ -1,8 +1,8 @@
-// Sends a window what the system would send it.
+// Sends a window a message that the system would send.
 // Usage: send_message.exe CLASS MESSAGE WPARAM [COUNT]   (numbers in decimal)
-// Sends it COUNT times (1), one after the other. Prints the window's last answer and how long all
-// took: "answer 1 after 23 ms". Ends with 2 when there is no such window or it does not answer
-// within ten seconds.
+// Sends it COUNT times (1), one after the other. Prints the last answer and the total time:
+// "answer 1 after 23 ms". Exits with 2 if there is no such window or it does not answer within ten
+// seconds.
 #include <windows.h>
 
 #include <cstdio>

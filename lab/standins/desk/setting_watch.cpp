@@ -1,8 +1,7 @@
-// A program like many on a desk: it has a window and hears when settings of the system change.
+// An ordinary program with a window, which is notified of changed system settings.
 // Usage: setting_watch.exe [BUSY_MS]
 // Prints "ready", then a line for each WM_SETTINGCHANGE: "setting change, wParam N: TEXT". With
-// BUSY_MS it is slow to go on: it returns from each message only after so many milliseconds. Runs
-// until ended.
+// BUSY_MS it takes that long for each message. Runs until it is ended.
 #include <windows.h>
 
 #include <cstdio>
@@ -41,7 +40,7 @@ int main(int count, char** arguments) {
   type.hInstance = ::GetModuleHandleW(nullptr);
   type.lpszClassName = L"LabSettingWatch";
   ::RegisterClassW(&type);
-  // Top-level, though never shown: broadcasts reach no other kind.
+  // Top-level, though never shown: broadcasts reach only top-level windows.
   if (::CreateWindowW(type.lpszClassName, L"lab setting watch", WS_OVERLAPPED, 0, 0, 1, 1, nullptr,
                       nullptr, type.hInstance, nullptr) == nullptr) {
     return 1;

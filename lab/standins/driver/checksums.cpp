@@ -31,8 +31,8 @@ std::uint16_t Fold(std::uint64_t sum) noexcept {
   return static_cast<std::uint16_t>(~sum & 0xFFFFU);
 }
 
-// Of the transport with the checksum field as it stands; 0 when that field is right. What a TCP
-// header announces past its segment is summed up too, wherever that lies.
+// The transport's sum including its checksum field; 0 if that field is correct. Includes the bytes
+// that a TCP header claims past its segment, even past the buffer.
 std::uint16_t TransportSum(std::span<const std::uint8_t> packet, const Headers& headers) noexcept {
   const std::size_t bytes = std::max(headers.SegmentBytes(), headers.transportHeaderBytes);
   std::uint64_t sum = AddWords(0, {packet.data() + headers.headerBytes, bytes});
@@ -42,7 +42,7 @@ std::uint16_t TransportSum(std::span<const std::uint8_t> packet, const Headers& 
   return Fold(sum);
 }
 
-// Whether a host looks at the transport's checksum: it has the whole header, and all of the data.
+// A host checks the transport's checksum only if it has the whole header and all data.
 bool IsCheckable(const Headers& headers) noexcept {
   return headers.transport != Transport::None && !headers.IsFragment() && !headers.IsTransportCut();
 }
@@ -107,7 +107,7 @@ bool DecrementTtl(std::span<std::uint8_t> packet) noexcept {
   constexpr std::size_t kTtlAt = 8;
   if (!ReadHeaders(packet) || packet[kTtlAt] <= 1) return false;
   --packet[kTtlAt];
-  // The word of time to live and protocol is less by 0x100; its complement, and so the sum, more.
+  // The word with the time to live shrinks by 0x100, so its complement, and the sum, grow by it.
   const std::uint32_t sum = ReadU16Be(packet, kIpChecksumAt) + 0x100U;
   WriteU16Be(packet, kIpChecksumAt, static_cast<std::uint16_t>(sum + (sum >> 16U)));
   return true;

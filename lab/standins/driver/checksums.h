@@ -3,8 +3,7 @@
 #include <cstdint>
 #include <span>
 
-#include "driver/headers.h"
-#include "driver/record.h"
+#include "driver/packet.h"
 
 // Internet checksums (RFC 1071) of IPv4 packets as the published library computes them. Pure.
 namespace driver {
@@ -14,37 +13,36 @@ inline constexpr std::uint64_t kNoIcmpChecksum = 2;
 inline constexpr std::uint64_t kNoTcpChecksum = 8;
 inline constexpr std::uint64_t kNoUdpChecksum = 16;
 
-// How far a TCP header may announce more than its segment holds: 60 bytes instead of 20.
+// The most that a TCP header can state beyond its segment: 60 bytes instead of 20.
 inline constexpr std::size_t kMaxReadBehind = 40;
 
 // Writes the IP checksum, then that of the transport, from scratch; `flags` leave parts out.
-// Sets the valid bits of what it wrote in `address`, if given (there is none for ICMP); clears
-// none. Bytes past the total length are left out. An all-zero UDP sum is written as FFFF.
+// Sets the valid bits of the sums it wrote in `address`, if given (ICMP has no bit); clears none.
+// Ignores bytes past the total length. Writes an all-zero UDP sum as FFFF.
 //
-// A TCP header that announces more than its segment holds is summed up as announced: up to
-// kMaxReadBehind bytes behind the packet, also behind the buffer, are read and must be readable.
+// A TCP header that states more than its segment holds is summed up as stated: up to kMaxReadBehind
+// bytes after the packet, even after the buffer, are read and must be readable.
 //
-// False with nothing written: no valid IPv4 header. False with only the IP checksum written: a
-// transport checksum was due, but the packet is a first fragment or longer than the buffer. True
-// with only the IP checksum: later fragments, other protocols, a cut or malformed transport header,
-// or a transport that `flags` leave out.
+// Returns false and writes nothing without a valid IPv4 header. Returns false and writes only the
+// IP checksum if a transport checksum was due but the packet is a first fragment or longer than the
+// buffer. Returns true with only the IP checksum for later fragments, other protocols, a cut or
+// malformed transport header, or a transport that `flags` leave out.
 bool CalcChecksums(std::span<std::uint8_t> packet, Address* address, std::uint64_t flags) noexcept;
 
-// One hop less, and the IP checksum as right or wrong as before (RFC 1624). False, with nothing
-// written, when no hop would be left, or the packet is not IPv4.
+// Decrements the time to live and adjusts the IP checksum (RFC 1624), so that it stays as right or
+// wrong as before. Returns false and writes nothing if no hop would be left or it is not IPv4.
 bool DecrementTtl(std::span<std::uint8_t> packet) noexcept;
 
-// Whether every checksum in `packet` holds, as a receiving host checks them: IP always, the
-// transport unless the packet is a fragment or the transport is unknown or cut; a UDP sum of 0 is
-// "none".
-// `packet` is whole: its size is at least the total length of `headers`.
+// Checks the checksums as a receiving host does: IP always; the transport unless the packet is a
+// fragment or the transport is unknown or cut; a UDP sum of 0 means none. `packet` must have at
+// least the total length of `headers`.
 bool HasValidChecksums(std::span<const std::uint8_t> packet, const Headers& headers) noexcept;
 
-// What a program sees with checksum offload: the sums of IP and of a whole transport are 0.
+// Zeroes the sums of IP and of a complete transport, as programs see them with checksum offload.
 void ClearChecksums(std::span<std::uint8_t> packet, const Headers& headers) noexcept;
 
-// What the driver does before it sends a packet on: computes the IP, TCP and UDP sums whose valid
-// bit in `address` is 0, and an ICMP sum that ClearChecksums() left at 0.
+// Called before a packet is sent on: computes the IP, TCP and UDP sums whose valid bit in `address`
+// is 0, and an ICMP sum that ClearChecksums() zeroed.
 void CompleteChecksums(std::span<std::uint8_t> packet, const Headers& headers,
                        const Address& address) noexcept;
 

@@ -3,7 +3,7 @@
 
 #include "driver/checksums.h"
 #include "driver/driver_win.h"
-#include "driver/injection.h"
+#include "driver/packet.h"
 
 namespace driver {
 namespace {
@@ -30,7 +30,7 @@ void Driver::HandleFromTun(std::span<const std::uint8_t> bytes) {
   const std::int64_t nowMs = NowMs();
   const auto offer = switchboard_.Show(packet, DescribeCaptured(packet, nowMs), nullptr, nowMs);
   if (!offer.queued.empty()) changed_.WakeAll();
-  // Nothing else is out there: what no handle takes has nowhere to go.
+  // The namespace has no other way out: a packet that no handle takes is dropped.
   if (!offer.isTaken) ++uncapturedCount_;
 }
 
@@ -116,8 +116,8 @@ std::uint32_t Driver::Send(std::uint64_t id, std::span<const std::uint8_t> bytes
 std::uint32_t Driver::Judge(Handle& handle, Packet& packet, const Address& address, Fate& fate) {
   const auto headers = ReadHeaders(packet);
   const bool outbound = (address.flags & kAddressOutbound) != 0;
-  fate = Fate::GoesOn;
-  // A packet that another driver has injected loses a hop each time that it comes round.
+  fate = Fate::Continues;
+  // A packet injected by another driver loses a hop each time, so that drivers cannot loop it.
   if ((address.flags & kAddressImpostor) != 0 && !DecrementTtl(packet)) {
     return kErrorHostUnreachable;
   }

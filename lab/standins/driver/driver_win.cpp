@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "driver/checksums.h"
-#include "driver/filter_object.h"
-#include "driver/injection.h"
+#include "driver/filter.h"
+#include "driver/packet.h"
 
 namespace driver {
 namespace {
@@ -17,7 +17,7 @@ constexpr int kParamVersionMajor = 3;
 constexpr int kParamVersionMinor = 4;
 constexpr std::uint64_t kVersion = 2;  // 2.2
 
-// The real library installs the driver from the folder that it was itself loaded from.
+// The real library installs the driver from its own folder.
 bool HasDriverFile() {
   constexpr DWORD kMaxUnits = 32768;
   HMODULE module = nullptr;
@@ -33,7 +33,7 @@ bool HasDriverFile() {
 
 }  // namespace
 
-// The helpers may be called without a handle.
+// The helpers work without a handle, so this fault must be set before the first Open.
 Driver::Driver() {
   checksumFault_.at = ReadEnvironment().failChecksum;
 }
@@ -101,7 +101,7 @@ std::uint32_t Driver::Close(std::uint64_t id) {
     LogClose(*handle);
     wasLast = switchboard_.IsEmpty();
   }
-  // Without the lock: the bridge's thread may be waiting for it.
+  // Without lock_, because the bridge's thread may be waiting for it.
   if (wasLast) bridge_.Stop();
   return kOk;
 }

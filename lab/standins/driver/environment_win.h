@@ -1,11 +1,12 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
 namespace driver {
 
-// What the lab tells the stand-in through the process' environment; read at each Open.
+// The lab's settings in the process environment; read at each Open.
 struct Environment {
   std::uint16_t port = 7002;      // LAB_WINDIVERT_PORT: own UDP port
   std::uint16_t peerPort = 7001;  // LAB_WINDIVERT_PEER: the TUN bridge's
@@ -15,12 +16,20 @@ struct Environment {
   std::uint64_t failRecv = 0;      // LAB_WINDIVERT_FAIL_RECV
   std::uint64_t failSend = 0;      // LAB_WINDIVERT_FAIL_SEND
   std::uint64_t failChecksum = 0;  // LAB_WINDIVERT_FAIL_CHECKSUM
-  std::wstring logFile;            // LAB_WINDIVERT_LOG: path of this machine or of Windows
+  std::wstring logFile;            // LAB_WINDIVERT_LOG: a Windows or a Linux path
 };
 
 Environment ReadEnvironment();
 
-// Appends one line to `file`; does nothing without a file, and ignores failures.
+// Makes the n-th call fail, once. Any thread.
+struct Fault {
+  std::atomic<std::uint64_t> at{0};
+  std::atomic<std::uint64_t> calls{0};
+  bool IsNow() noexcept { return ++calls == at; }
+  [[nodiscard]] std::uint64_t Count() const noexcept { return at != 0 && calls >= at ? 1 : 0; }
+};
+
+// Appends one line to `file` unless its name is empty. Failures are ignored.
 void AppendLog(const std::wstring& file, const std::string& line);
 
 }  // namespace driver

@@ -1,48 +1,50 @@
 #include "driver/filter.h"
 
+#include <algorithm>
+#include <charconv>
+
 #include "driver/filter_fields.h"
-#include "driver/filter_lexer.h"
 
 namespace driver {
 namespace {
 
-bool Compares(Filter::Compare compare, const WideNumber& left, const WideNumber& right) noexcept {
-  switch (compare) {
-    case Filter::Compare::Equal:
+bool Compares(Comparison comparison, const WideNumber& left, const WideNumber& right) noexcept {
+  switch (comparison) {
+    case Comparison::Equal:
       return left == right;
-    case Filter::Compare::NotEqual:
+    case Comparison::NotEqual:
       return left != right;
-    case Filter::Compare::Less:
+    case Comparison::Less:
       return left < right;
-    case Filter::Compare::LessOrEqual:
+    case Comparison::LessOrEqual:
       return left <= right;
-    case Filter::Compare::Greater:
+    case Comparison::Greater:
       return left > right;
-    case Filter::Compare::GreaterOrEqual:
+    case Comparison::GreaterOrEqual:
       return left >= right;
   }
   return false;
 }
 
-Filter::Compare Opposite(Filter::Compare compare) noexcept {
-  switch (compare) {
-    case Filter::Compare::Equal:
-      return Filter::Compare::NotEqual;
-    case Filter::Compare::NotEqual:
-      return Filter::Compare::Equal;
-    case Filter::Compare::Less:
-      return Filter::Compare::GreaterOrEqual;
-    case Filter::Compare::LessOrEqual:
-      return Filter::Compare::Greater;
-    case Filter::Compare::Greater:
-      return Filter::Compare::LessOrEqual;
-    case Filter::Compare::GreaterOrEqual:
-      return Filter::Compare::Less;
+Comparison Opposite(Comparison comparison) noexcept {
+  switch (comparison) {
+    case Comparison::Equal:
+      return Comparison::NotEqual;
+    case Comparison::NotEqual:
+      return Comparison::Equal;
+    case Comparison::Less:
+      return Comparison::GreaterOrEqual;
+    case Comparison::LessOrEqual:
+      return Comparison::Greater;
+    case Comparison::Greater:
+      return Comparison::LessOrEqual;
+    case Comparison::GreaterOrEqual:
+      return Comparison::Less;
   }
-  return compare;
+  return comparison;
 }
 
-// Recursive descent over the tokens; each Parse function gives the index of the node it added, or
+// Recursive descent over the tokens. Each Parse function returns the index of the node it added, or
 // nothing once error_ is set.
 class Parser {
  public:
@@ -120,21 +122,21 @@ class Parser {
     test.read = field->read;
     if (field->indexUnitBytes != 0 && !TakeIndex(*field, test.index)) return std::nullopt;
     if (Next().kind == TokenKind::Compare) {
-      test.compare = Next().compare;
+      test.comparison = Next().comparison;
       ++at_;
       if (!TakeValue(*field, test.value)) return std::nullopt;
     }
-    if (isNegated) test.compare = Opposite(test.compare);
+    if (isNegated) test.comparison = Opposite(test.comparison);
     FoldToPresence(*field, test);
     return Add(test);
   }
 
   static void FoldToPresence(const Field& field, Filter::Node& test) {
     if (field.presence == nullptr) return;
-    const auto outcome = field.Decide(test.compare, test.value);
+    const auto outcome = field.Decide(test.comparison, test.value);
     if (!outcome) return;
     test.read = field.presence;
-    test.compare = *outcome ? Filter::Compare::NotEqual : Filter::Compare::Equal;
+    test.comparison = *outcome ? Comparison::NotEqual : Comparison::Equal;
     test.value = {};
   }
 
@@ -162,7 +164,7 @@ class Parser {
   [[nodiscard]] const Token& Next() const { return tokens_[at_]; }
   bool Take(TokenKind kind) {
     if (Next().kind != kind) return false;
-    ++at_;  // never past End, which no caller takes
+    ++at_;  // never past End, because no caller takes End
     return true;
   }
   std::size_t Add(const Filter::Node& node) {
@@ -182,6 +184,10 @@ class Parser {
   std::size_t testCount_ = 0;
   bool failed_ = false;
 };
+
+constexpr std::string_view kMark = "@LAB2_";
+constexpr std::size_t kHeadBytes = 8;  // the mark and two digits
+constexpr char kTest = '_';            // in no filter that compiles
 
 }  // namespace
 
@@ -217,7 +223,39 @@ bool Filter::Evaluate(std::size_t index, const PacketView& packet) const {
       break;
   }
   const auto value = node.read(packet, node.index);
-  return value && Compares(node.compare, {0, *value}, node.value);
+  return value && Compares(node.comparison, {0, *value}, node.value);
+}
+
+std::string MakeFilterObject(const Filter& filter, std::string_view text) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  const std::size_t count = filter.TestCount() % 256;
+  std::string object(kMark);
+  object += kDigits[count / 16];
+  object += kDigits[count % 16];
+  object.append(filter.TestCount(), kTest);
+  return object.append(text);
+}
+
+std::optional<std::string_view> FilterTextOf(std::string_view filter) noexcept {
+  if (!filter.starts_with('@')) return filter;
+  if (!filter.starts_with(kMark) || filter.size() < kHeadBytes) return std::nullopt;
+  std::size_t stated = 0;
+  const char* const end = filter.data() + kHeadBytes;
+  if (std::from_chars(filter.data() + kMark.size(), end, stated, 16).ptr != end)
+    return std::nullopt;
+  filter.remove_prefix(kHeadBytes);
+  const std::size_t count = std::min(filter.find_first_not_of(kTest), filter.size());
+  if (stated == 0 || stated != count) return std::nullopt;
+  return filter.substr(count);
+}
+
+std::optional<Filter> CompileFilter(std::string_view filter, FilterError* error) {
+  const auto text = FilterTextOf(filter);
+  auto compiled = text ? Filter::Compile(*text, error) : std::nullopt;
+  const bool isObject = filter.starts_with('@');
+  if (!isObject || (compiled && MakeFilterObject(*compiled, *text) == filter)) return compiled;
+  if (error != nullptr) *error = {"Filter object is invalid", 0};
+  return std::nullopt;
 }
 
 }  // namespace driver

@@ -61,7 +61,7 @@ constexpr Field PayloadLengthOf(std::string_view name) {
           .presence = HasTransport<kTransport>};
 }
 
-// No packet has a value for these.
+// These compile, but no packet has a value for them.
 constexpr Field Ipv6(std::string_view name, std::uint64_t most) {
   return {.name = name, .read = Absent, .most = most, .presence = HasIpv6};
 }
@@ -177,7 +177,7 @@ constexpr std::array kNamedNumbers = {
 
 }  // namespace
 
-std::optional<bool> Field::Decide(Filter::Compare compare, const WideNumber& value) const noexcept {
+std::optional<bool> Field::Decide(Comparison comparison, const WideNumber& value) const noexcept {
   const bool isBelow = value < WideNumber{0, least};
   const bool isAbove = value > WideNumber{0, most};
   const bool isLeast = value == WideNumber{0, least};
@@ -185,18 +185,18 @@ std::optional<bool> Field::Decide(Filter::Compare compare, const WideNumber& val
   const auto decided = [](bool always, bool never) {
     return always || never ? std::optional<bool>(always) : std::nullopt;
   };
-  switch (compare) {
-    case Filter::Compare::Equal:
+  switch (comparison) {
+    case Comparison::Equal:
       return decided(false, isBelow || isAbove);
-    case Filter::Compare::NotEqual:
+    case Comparison::NotEqual:
       return decided(isBelow || isAbove, false);
-    case Filter::Compare::Less:
+    case Comparison::Less:
       return decided(isAbove, isBelow || isLeast);
-    case Filter::Compare::LessOrEqual:
+    case Comparison::LessOrEqual:
       return decided(isAbove || isMost, isBelow);
-    case Filter::Compare::Greater:
+    case Comparison::Greater:
       return decided(isBelow, isAbove || isMost);
-    case Filter::Compare::GreaterOrEqual:
+    case Comparison::GreaterOrEqual:
       return decided(isBelow || isLeast, isAbove);
   }
   return std::nullopt;

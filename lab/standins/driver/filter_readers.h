@@ -1,14 +1,14 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 
 #include "driver/filter.h"
-#include "driver/filter_numbers.h"
 
-// How the fields of the filter language are read from a packet and its record. Pure.
+// Reads the fields of the filter language from a packet and its record. Pure.
 namespace driver::readers {
 
 using Value = std::optional<std::uint64_t>;
@@ -23,7 +23,7 @@ Value ReadAt(Bytes bytes, std::size_t offset, unsigned shift = 0, std::uint64_t 
   return value >> shift & mask;
 }
 
-// An unsigned number of kBytes at the index.
+// The unsigned number of kBytes at the index.
 template <unsigned kBytes>
 Value ReadAtIndex(Bytes bytes, const FieldIndex& index) {
   if (!index.isFromEnd) return ReadAt<kBytes>(bytes, index.bytes);
@@ -43,14 +43,30 @@ template <std::uint32_t kBit, bool kWanted = true>
 Value RecordBit(const PacketView& packet, const FieldIndex&) {
   return ((packet.address.flags & kBit) != 0) == kWanted ? 1U : 0U;
 }
-Value Timestamp(const PacketView& packet, const FieldIndex&);
-Value Event(const PacketView& packet, const FieldIndex&);
-Value InterfaceIndex(const PacketView& packet, const FieldIndex&);
-Value SubInterfaceIndex(const PacketView& packet, const FieldIndex&);
-Value Length(const PacketView& packet, const FieldIndex&);
-Value HasIp(const PacketView& packet, const FieldIndex&);
-Value HasIpv6(const PacketView& packet, const FieldIndex&);
-Value IsFragment(const PacketView& packet, const FieldIndex&);
+inline Value Timestamp(const PacketView& packet, const FieldIndex&) {
+  return static_cast<std::uint64_t>(packet.address.timestamp);
+}
+inline Value Event(const PacketView& packet, const FieldIndex&) {
+  return packet.address.flags >> 8U & 0xFFU;
+}
+inline Value InterfaceIndex(const PacketView& packet, const FieldIndex&) {
+  return packet.address.interfaceIndex;
+}
+inline Value SubInterfaceIndex(const PacketView& packet, const FieldIndex&) {
+  return packet.address.subInterfaceIndex;
+}
+inline Value Length(const PacketView& packet, const FieldIndex&) {
+  return packet.bytes.size();
+}
+inline Value HasIp(const PacketView& packet, const FieldIndex&) {
+  return packet.headers ? 1U : 0U;
+}
+inline Value HasIpv6(const PacketView& packet, const FieldIndex&) {
+  return IsIpv6(packet.bytes) ? 1U : 0U;
+}
+inline Value IsFragment(const PacketView& packet, const FieldIndex&) {
+  return packet.headers && packet.headers->IsFragment() ? 1U : 0U;
+}
 
 template <Transport kTransport>
 Value HasTransport(const PacketView& packet, const FieldIndex&) {
@@ -63,7 +79,7 @@ Value IpField(const PacketView& packet, const FieldIndex&) {
   return ReadAt<kBytes>(packet.bytes, kOffset, kShift, kMask);
 }
 
-// The address at the offset, as one of IPv6.
+// The address at the offset, in IPv6 form.
 template <std::size_t kOffset>
 Value IpAddress(const PacketView& packet, const FieldIndex&) {
   if (!packet.headers) return std::nullopt;
@@ -77,8 +93,13 @@ Value TransportField(const PacketView& packet, const FieldIndex&) {
   return ReadAt<kBytes>(packet.bytes, packet.headers->headerBytes + kOffset, kShift, kMask);
 }
 
-// What stands behind the transport's header; empty where that announces more than there is.
-Bytes PayloadOf(const PacketView& packet);
+// The bytes after the transport's header; empty if that states more than there is.
+inline Bytes PayloadOf(const PacketView& packet) {
+  const Headers& headers = *packet.headers;
+  const std::size_t start = headers.headerBytes + headers.transportHeaderBytes;
+  const std::size_t end = std::min(headers.totalBytes, packet.bytes.size());
+  return start < end ? packet.bytes.subspan(start, end - start) : Bytes();
+}
 
 template <Transport kTransport>
 Value PayloadLength(const PacketView& packet, const FieldIndex&) {
@@ -95,7 +116,7 @@ Value PacketBytes(const PacketView& packet, const FieldIndex& index) {
   return ReadAtIndex<kBytes>(packet.bytes, index);
 }
 
-// The address (at byte 12 or 16) or the port (first or second) of this host, or of the other one.
+// The address (byte 12 or 16) or port (first or second) of this host or of the peer.
 template <bool kLocal>
 Value EndAddress(const PacketView& packet, const FieldIndex& index) {
   const bool outbound = (packet.address.flags & kAddressOutbound) != 0;
@@ -111,7 +132,7 @@ Value EndPort(const PacketView& packet, const FieldIndex&) {
   return ReadAt<2>(packet.bytes, packet.headers->headerBytes + (outbound == kLocal ? 0U : 2U));
 }
 
-// Bits of the packet's hash: the same for the same headers.
+// Bits of the packet's hash, so that equal headers give equal values.
 template <std::uint64_t kMask>
 Value Random(const PacketView& packet, const FieldIndex&) {
   return HashHeaders(packet.bytes, packet.headers, 0) & kMask;

@@ -21,12 +21,12 @@
 //
 //   tunbridge --tun NAME --listen IP:PORT [--peer IP:PORT] [--mtu N]
 //
-// Without --peer, packets go to whoever sent the last datagram. Prints "ready" once the device is
+// Without --peer, packets go to the sender of the last datagram. Prints "ready" once the device is
 // up and the port bound; SIGTERM and SIGINT end it (exit code 0), and the device with it.
 namespace {
 
 constexpr int kSocketBufferBytes = 8 * 1024 * 1024;
-constexpr int kBatch = 64;  // packets from one side before the other gets its turn
+constexpr int kBatch = 64;  // packets from one side before the other side is served
 
 using tun::Fail;
 using tun::File;
@@ -81,7 +81,7 @@ void EnlargeBuffer(int socket, int forced, int plain) {
   const auto set = [socket](int option) {
     return ::setsockopt(socket, SOL_SOCKET, option, &kSocketBufferBytes, sizeof(int)) == 0;
   };
-  if (!set(forced)) set(plain);  // without the right to exceed the system's limit: up to it
+  if (!set(forced)) set(plain);  // the plain option is capped at the system's limit
 }
 
 File OpenSocket(const sockaddr_in& listen) {
@@ -107,7 +107,7 @@ class TunBridge {
         peer_(options.peer),
         isPeerFixed_(options.peer.has_value()) {}
 
-  // Until a signal arrives.
+  // Returns when a signal arrives.
   void Run(const File& signals) {
     std::array<pollfd, 3> files = {
         {{tun_.Get(), POLLIN, 0}, {socket_.Get(), POLLIN, 0}, {signals.Get(), POLLIN, 0}}};
@@ -133,7 +133,7 @@ class TunBridge {
       if (bytes <= 0) return;
       const auto packet = std::span(buffer_).first(static_cast<std::size_t>(bytes));
       if (!peer_ || !IsIpv4(packet)) continue;
-      // A packet that cannot be sent is lost, as on a cable; an absent peer is no error.
+      // A packet that cannot be sent is lost, as on a cable; the peer may not run yet.
       ::sendto(socket_.Get(), packet.data(), packet.size(), 0,
                reinterpret_cast<const sockaddr*>(&*peer_), sizeof(*peer_));
     }
@@ -149,7 +149,7 @@ class TunBridge {
       if (isPeerFixed_ && !IsSame(sender, *peer_)) continue;
       peer_ = sender;
       const auto packet = std::span(buffer_).first(static_cast<std::size_t>(bytes));
-      // The device refuses what is no packet at all; that is the sender's loss.
+      // The device refuses malformed packets, which are lost.
       if (IsIpv4(packet)) static_cast<void>(!::write(tun_.Get(), packet.data(), packet.size()));
     }
   }

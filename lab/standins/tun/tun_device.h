@@ -7,8 +7,8 @@
 
 #include "platform/unique_handle.h"
 
-// What the lab's programs around TUN devices share. Errors: std::system_error or std::runtime_error
-// with a text for the operator.
+// Shared by the lab's programs that use TUN devices. Errors: std::system_error or
+// std::runtime_error with a text for the operator.
 namespace tun {
 
 struct FileTraits {
@@ -19,17 +19,18 @@ struct FileTraits {
 };
 using File = platform::UniqueHandle<FileTraits>;
 
-// Throws what errno says about `what`.
+// Throws std::system_error for errno, with `what` as its text.
 [[noreturn]] void Fail(const std::string& what);
 
-// A decimal number; throws when it is none or not within `least`..`most`.
+// Throws unless `text` is a decimal number within `least`..`most`.
 [[nodiscard]] int ParseInteger(std::string_view text, int least, int most);
 
 // Creates the TUN device `name` in the calling thread's network namespace and brings it up, without
-// an address. Each read or write is one packet, neither waits. The device goes with the file.
+// an address. Each read or write is one packet and does not block. Closing the file removes the
+// device.
 [[nodiscard]] File OpenTun(const std::string& name, int mtu);
 
-// A file that becomes readable when the process is asked to end (SIGTERM, SIGINT).
+// A file that becomes readable on SIGTERM or SIGINT.
 [[nodiscard]] File OpenSignals();
 
 }  // namespace tun

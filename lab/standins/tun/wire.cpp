@@ -21,17 +21,18 @@
 
 #include "tun/tun_device.h"
 
-// A bad line between two network namespaces: what enters the TUN device at one end leaves that at
-// the other later, out of order, or never. Packets keep their order unless held back.
+// A bad line between two network namespaces: packets that enter the TUN device at one end leave the
+// other end late, out of order or never. They keep their order unless held back.
 //
 //   wire --a NAMESPACE --b NAMESPACE --device NAME [--delay MS] [--loss PERMILLE]
 //        [--reorder PERMILLE] [--hold MS] [--rate KBIT] [--queue BYTES] [--seed N]
 //
-// Each end's device bears the same name. --reorder is the share of packets that are held back for
-// --hold more, so that later ones overtake them. --rate limits each direction to so many kbit/s (0:
-// no limit), counted over IP packets; what waits for its turn stands in a queue of --queue bytes,
-// and what finds that full is lost, as at a router. Prints "ready"; SIGTERM and SIGINT end it, and
-// it then prints what it did as one line of JSON.
+// The device has the same name at both ends. --reorder is the share of packets held back for
+// another
+// --hold, so that later ones overtake them. --rate limits each direction in kbit/s (0: no limit),
+// counted over IP packets; waiting packets stand in a queue of --queue bytes and are lost when it
+// is full, as at a router. Prints "ready"; SIGTERM and SIGINT end it, and it then prints its counts
+// as one line of JSON.
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -39,8 +40,8 @@ using std::chrono::milliseconds;
 
 constexpr int kMtu = 1500;
 constexpr int kPermille = 1000;
-constexpr std::size_t kQueuedPackets = 20000;  // as much as a line of 200 ms holds at full speed
-constexpr int kBatch = 64;  // packets from one end before the other gets its turn
+constexpr std::size_t kQueuedPackets = 20000;  // what a line of 200 ms holds at full speed
+constexpr int kBatch = 64;  // packets from one end before the other end is served
 
 struct Options {
   std::string a, b, device;
@@ -101,14 +102,14 @@ tun::File OpenEnd(const std::string& networkNamespace, const std::string& device
   return tun::OpenTun(device, kMtu);
 }
 
-// The narrow place of one direction: a queue of bytes in front of a link of a fixed rate.
+// The bottleneck of one direction: a queue of bytes before a link with a fixed rate.
 class Bottleneck {
  public:
   explicit Bottleneck(const Options& options)
       : nanosecondsPerByte_(options.kilobitsPerSecond == 0 ? 0 : 8e6 / options.kilobitsPerSecond),
         queueBytes_(options.queueBytes) {}
 
-  // When the last byte of a packet of `bytes` that comes now has left; nothing: the queue is full.
+  // The time at which a packet that arrives now has left completely; empty if the queue is full.
   std::optional<Clock::time_point> Pass(std::size_t bytes, Clock::time_point now) {
     if (nanosecondsPerByte_ == 0) return now;
     const Clock::time_point begins = std::max(now, isFreeAt_);
@@ -150,11 +151,11 @@ class Lane {
       leaves += options_.hold;
       ++heldBack_;
     }
-    // Those that leave at the same time do so in the order in which they came.
+    // A multimap keeps packets with the same time in their order of arrival.
     waiting_.emplace(leaves, std::vector<std::uint8_t>(packet.begin(), packet.end()));
   }
 
-  void LetGo(const tun::File& end, Clock::time_point now) {
+  void Release(const tun::File& end, Clock::time_point now) {
     while (!waiting_.empty() && waiting_.begin()->first <= now) {
       const auto& packet = waiting_.begin()->second;
       if (::write(end.Get(), packet.data(), packet.size()) >= 0) {
@@ -166,7 +167,7 @@ class Lane {
     }
   }
 
-  // When the next packet leaves, or `otherwise`.
+  // The time at which the next packet leaves, at most `otherwise`.
   [[nodiscard]] Clock::time_point Next(Clock::time_point otherwise) const {
     return waiting_.empty() ? otherwise : std::min(otherwise, waiting_.begin()->first);
   }
@@ -198,7 +199,7 @@ class Wire {
         fromA_(options, options.seed),
         fromB_(options, options.seed + 1) {}
 
-  // Until a signal arrives.
+  // Returns when a signal arrives.
   void Run(const tun::File& signals) {
     std::array<pollfd, 3> files = {
         {{a_.Get(), POLLIN, 0}, {b_.Get(), POLLIN, 0}, {signals.Get(), POLLIN, 0}}};
@@ -211,8 +212,8 @@ class Wire {
       if (files[0].revents != 0) Move(a_, fromA_);
       if (files[1].revents != 0) Move(b_, fromB_);
       const auto now = Clock::now();
-      fromA_.LetGo(b_, now);
-      fromB_.LetGo(a_, now);
+      fromA_.Release(b_, now);
+      fromB_.Release(a_, now);
     }
   }
 
@@ -237,7 +238,7 @@ class Wire {
     for (int i = 0; i < kBatch; ++i) {
       const ssize_t bytes = ::read(from.Get(), buffer_.data(), buffer_.size());
       if (bytes <= 0) return;
-      if (buffer_[0] >> 4U != 4) continue;  // the system's own IPv6 solicitations
+      if (buffer_[0] >> 4U != 4) continue;  // the kernel's IPv6 solicitations
       lane.Take(std::span(buffer_).first(static_cast<std::size_t>(bytes)), now);
     }
   }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <utility>
+#include <vector>
 
-#include "abi_types.h"
+#include "abi.h"
 
 namespace browser {
 
@@ -26,7 +28,7 @@ class ComPtr {
     if (raw_ != nullptr) raw_->Release();
   }
 
-  // Takes over the reference that a fresh object is born with.
+  // Takes over a new object's first reference.
   static ComPtr Adopt(T* fresh) noexcept {
     ComPtr pointer;
     pointer.raw_ = fresh;
@@ -36,7 +38,7 @@ class ComPtr {
   explicit operator bool() const noexcept { return raw_ != nullptr; }
   T* operator->() const noexcept { return raw_; }
   [[nodiscard]] T* Get() const noexcept { return raw_; }
-  // A reference of the receiver's own, for out parameters.
+  // Adds a reference for the receiver, for out parameters.
   [[nodiscard]] T* Share() const noexcept {
     raw_->AddRef();
     return raw_;
@@ -46,8 +48,8 @@ class ComPtr {
   T* raw_ = nullptr;
 };
 
-// The IUnknown part of an object with one table of methods. `Iids` are the ids, besides IUnknown's,
-// that this table answers. Born with one reference; AddRef and Release may be called on any thread.
+// The IUnknown part of an object with one method table. `Iids` are its interface ids besides
+// IUnknown's. Starts with one reference; AddRef() and Release() may be called on any thread.
 template <typename Interface, const IID*... Iids>
 class ComObject : public Interface {
  public:
@@ -69,11 +71,42 @@ class ComObject : public Interface {
  protected:
   ComObject() = default;
   ~ComObject() = default;
-  // Called when the last reference is gone: `delete this`. Comes after the interface's own slots.
+  // Called after the last Release(): `delete this`. Its slot follows the interface's own.
   virtual void Destroy() = 0;
 
  private:
   std::atomic<ULONG> references_{1};
+};
+
+// The handlers of one event, in the order they were added. One thread.
+template <typename HandlerType>
+class HandlerList {
+ public:
+  HRESULT Add(HandlerType* handler, EventRegistrationToken* token) {
+    if (handler == nullptr || token == nullptr) return E_POINTER;
+    token->value = ++lastToken_;
+    handlers_.emplace_back(token->value, ComPtr<HandlerType>(handler));
+    return S_OK;
+  }
+
+  // Ignores unknown tokens.
+  HRESULT Remove(EventRegistrationToken token) {
+    std::erase_if(handlers_, [&](const auto& entry) { return entry.first == token.value; });
+    return S_OK;
+  }
+
+  void Clear() { handlers_.clear(); }
+
+  // Calls the current handlers; they may add and remove handlers meanwhile.
+  template <typename... Arguments>
+  void Invoke(Arguments... arguments) const {
+    const auto now = handlers_;
+    for (const auto& [token, handler] : now) handler->Invoke(arguments...);
+  }
+
+ private:
+  int64_t lastToken_ = 0;
+  std::vector<std::pair<int64_t, ComPtr<HandlerType>>> handlers_;
 };
 
 }  // namespace browser

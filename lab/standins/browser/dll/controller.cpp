@@ -75,7 +75,7 @@ HRESULT Controller::get_ParentWindow(HWND* parent) {
 HRESULT Controller::NotifyParentWindowPositionChanged() {
   const HRESULT refused = session_->Check();
   Log("NotifyParentWindowPositionChanged: %08lx", static_cast<unsigned long>(refused));
-  return refused;  // nothing here is placed by screen coordinates
+  return refused;  // no screen coordinates are used here
 }
 
 HRESULT Controller::Close() {

@@ -2,13 +2,12 @@
 
 #include <exception>
 
-#include "module.h"
 #include "options.h"
 
 namespace browser {
 namespace {
 
-constexpr wchar_t kClassName[] = L"LabWebViewDispatcher";
+constexpr wchar_t kDispatcherClass[] = L"LabWebViewDispatcher";
 constexpr UINT kRunMessage = WM_USER + 1;
 
 }  // namespace
@@ -17,10 +16,10 @@ Dispatcher::Dispatcher() {
   WNDCLASSW type{};
   type.lpfnWndProc = &Procedure;
   type.hInstance = OwnModule();
-  type.lpszClassName = kClassName;
-  ::RegisterClassW(&type);  // fails harmlessly the second time
-  window_ =
-      ::CreateWindowW(kClassName, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, OwnModule(), nullptr);
+  type.lpszClassName = kDispatcherClass;
+  ::RegisterClassW(&type);  // a second registration fails harmlessly
+  window_ = ::CreateWindowW(kDispatcherClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                            OwnModule(), nullptr);
   ::SetWindowLongPtrW(window_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
 }
 
@@ -50,7 +49,7 @@ LRESULT CALLBACK Dispatcher::Procedure(HWND window, UINT message, WPARAM wide,
 }
 
 void Dispatcher::RunOne() {
-  if (running_) return;  // inside a handler's own message loop: after it
+  if (running_) return;  // in a handler's own message loop; runs after it
   std::function<void()> task;
   {
     const std::lock_guard guard(lock_);
@@ -65,11 +64,11 @@ void Dispatcher::RunOne() {
   } catch (const std::exception& error) {
     Log("task failed: %s", error.what());
   }
-  // The task may have released the last object that holds this dispatcher.
+  // The task may have released the last reference to this dispatcher.
   if (::GetWindowLongPtrW(window, GWLP_USERDATA) != reinterpret_cast<LONG_PTR>(this)) return;
   running_ = false;
   const std::lock_guard guard(lock_);
-  // Messages that came in a loop inside the task were passed over: one stands for all of them.
+  // Messages that arrived in a loop inside the task were ignored: one message makes up for them.
   if (!tasks_.empty()) ::PostMessageW(window_, kRunMessage, 0, 0);
 }
 

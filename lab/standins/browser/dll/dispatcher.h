@@ -8,11 +8,11 @@
 
 namespace browser {
 
-// Runs tasks on the thread that made it, from that thread's message pump, through a hidden
-// message-only window. One task after another: a message loop inside a task runs no further task,
-// as a message loop inside a handler of the real control gets no further callback.
+// Runs tasks on its creating thread, from that thread's message pump, through a message-only
+// window. Tasks never nest: a message loop inside a task runs no other task, just as the real
+// control makes no callback inside a handler's message loop.
 //
-// Threads: made and destroyed on the owner's thread; Post() on any.
+// Threads: created and destroyed on the owner's thread; Post() on any.
 class Dispatcher {
  public:
   Dispatcher();

@@ -10,7 +10,7 @@
 #include "com.h"
 #include "options.h"
 
-// GDI+ wants min and max without a namespace.
+// The GDI+ headers use min and max unqualified.
 namespace Gdiplus {
 using std::max;
 using std::min;
@@ -20,7 +20,7 @@ using std::min;
 namespace browser {
 namespace {
 
-// What one decoding thread needs switched on: COM (for the picture codecs) and GDI+.
+// Initialises COM (for the picture codecs) and GDI+ on the decoding thread.
 class DecoderThread {
  public:
   DecoderThread() {
@@ -45,13 +45,13 @@ FrameDecoder::FrameDecoder(std::function<void(uint32_t)> done, std::function<voi
     : done_(std::move(done)), changed_(std::move(changed)), thread_([this] { Run(); }) {}
 
 void FrameDecoder::Put(uint32_t number, std::string jpeg) {
-  std::optional<Picture> passedOver(Picture{number, std::move(jpeg)});
+  std::optional<Picture> skipped(Picture{number, std::move(jpeg)});
   {
     const std::lock_guard guard(waitingLock_);
-    std::swap(waiting_, passedOver);
+    std::swap(waiting_, skipped);
   }
   wake_.notify_one();
-  if (passedOver) done_(passedOver->number);
+  if (skipped) done_(skipped->number);
 }
 
 void FrameDecoder::Stop() {

@@ -13,11 +13,11 @@
 
 namespace browser {
 
-// Turns the browser's JPEG pictures into pixels on a thread of its own and keeps the newest.
+// Decodes the browser's JPEG pictures on its own thread and keeps the newest.
 //
-// A picture that is replaced before its turn is not decoded. `done` is told of every picture's
-// number once it is decoded or passed over, so that the browser sends no faster than we decode;
-// `changed` that there is a new picture to paint. Both run on the decoder's thread or on Put()'s.
+// A picture that is replaced while it waits is skipped. `done` gets the number of every picture
+// that was decoded or skipped, so that the browser sends no faster than we decode; `changed`
+// reports a new picture. Both run on the decoder's thread or inside Put().
 class FrameDecoder {
  public:
   FrameDecoder(std::function<void(uint32_t)> done, std::function<void()> changed);
@@ -29,7 +29,7 @@ class FrameDecoder {
   void Put(uint32_t number, std::string jpeg);
   // Ends the thread; safe to call again.
   void Stop();
-  // Draws the newest picture at the client area's corner and gives its size; {0, 0} without one.
+  // Draws the newest picture at the client area's corner and returns its size; {0, 0} if none.
   SIZE Paint(HDC target);
 
  private:

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "clipboard.h"
+#include "text.h"
 
 namespace browser {
 namespace {
@@ -20,7 +20,7 @@ uint8_t Modifiers() {
                               (held(VK_SHIFT) ? kShift : 0));
 }
 
-// The buttons that are held, from a mouse message's key flags, as the browser counts them.
+// The held buttons, from a mouse message's key flags, in the browser's numbering.
 uint8_t Buttons(WPARAM flags) {
   return static_cast<uint8_t>(((flags & MK_LBUTTON) != 0 ? 1 : 0) |
                               ((flags & MK_RBUTTON) != 0 ? 2 : 0) |
@@ -111,12 +111,12 @@ bool Input::HandleMouse(HWND window, UINT message, WPARAM wide, LPARAM extra) {
 }
 
 void Input::Wheel(HWND window, UINT message, WPARAM wide, LPARAM extra) {
-  POINT at{GET_X_LPARAM(extra), GET_Y_LPARAM(extra)};  // of the screen, unlike the others
+  POINT at{GET_X_LPARAM(extra), GET_Y_LPARAM(extra)};  // in screen coordinates, unlike the others
   ::ScreenToClient(window, &at);
   const int turned = GET_WHEEL_DELTA_WPARAM(wide);
   const bool sideways = message == WM_MOUSEHWHEEL;
   BodyWriter body = MouseBody(kWheel, kNone, GET_KEYSTATE_WPARAM(wide), 0, at);
-  // Turning away from the person is positive here and negative (up the page) for the browser.
+  // Turning the wheel away is positive here but negative (up the page) for the browser.
   body.I32(sideways ? turned : 0).I32(sideways ? 0 : -turned);
   send_(FromHost::Mouse, body);
 }
@@ -137,7 +137,7 @@ void Input::Button(HWND window, UINT message, WPARAM wide, LPARAM extra) {
 
 void Input::KeyDown(HWND window, WPARAM virtualKey) {
   if (Modifiers() == kControl) {
-    // The headless browser has a clipboard of its own; these three go through Windows' one.
+    // The headless browser has its own clipboard; these three must use the one of Windows.
     switch (virtualKey) {
       case 'V':
         send_(FromHost::InsertText, BodyWriter().Text(ClipboardText(window)));
@@ -155,7 +155,7 @@ void Input::KeyDown(HWND window, WPARAM virtualKey) {
 
 void Input::Character(wchar_t unit) {
   const bool isText = unit >= 0x20 && unit != 0x7f;
-  if (!isText && unit != L'\r') return;  // Backspace, Tab, Ctrl with a letter: the key did it
+  if (!isText && unit != L'\r') return;  // Backspace, Tab, Ctrl with a letter: already sent as keys
   if (unit >= 0xd800 && unit < 0xdc00) {
     highSurrogate_ = unit;
     return;

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "wire.h"
+#include "link.h"
 
 namespace browser {
 
@@ -16,7 +16,7 @@ class Input {
   using Send = std::function<void(FromHost, const BodyWriter&)>;
   explicit Input(Send send) : send_(std::move(send)) {}
 
-  // True when the message was taken; what is not (Alt with a key, for one) is the system's.
+  // False for messages that are left to the system, such as Alt with a key.
   bool Handle(HWND window, UINT message, WPARAM wide, LPARAM extra);
 
  private:

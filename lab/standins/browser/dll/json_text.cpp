@@ -6,7 +6,7 @@
 namespace browser {
 namespace {
 
-constexpr int kMostNesting = 1000;
+constexpr int kMaxNesting = 1000;
 
 bool IsDigit(wchar_t unit) {
   return unit >= L'0' && unit <= L'9';
@@ -16,7 +16,7 @@ bool IsHexDigit(wchar_t unit) {
   return IsDigit(unit) || (unit >= L'a' && unit <= L'f') || (unit >= L'A' && unit <= L'F');
 }
 
-// Takes a JSON text apart from its front; each function is false where the text is not JSON.
+// Consumes a JSON text from the front; each function returns false if the text is not JSON.
 class Checker {
  public:
   explicit Checker(std::wstring_view text) : rest_(text) {}
@@ -32,7 +32,7 @@ class Checker {
   bool Value(int depth) {
     if (rest_.empty()) return false;
     const bool opens = rest_.front() == L'{' || rest_.front() == L'[';
-    if (opens && depth == kMostNesting) return false;
+    if (opens && depth == kMaxNesting) return false;
     switch (rest_.front()) {
       case L'{':
         return List(L'}', [&] { return Member(depth + 1); });
@@ -45,7 +45,7 @@ class Checker {
     }
   }
 
-  // What stands between the brackets of an object or array, and the brackets.
+  // The items of an object or array, and its brackets.
   template <typename Item>
   bool List(wchar_t end, Item item) {
     rest_.remove_prefix(1);

@@ -9,6 +9,16 @@
 #include "text.h"
 
 namespace browser {
+namespace {
+
+HINSTANCE Find(DWORD flags) {
+  HMODULE module = nullptr;
+  ::GetModuleHandleExW(flags | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                       reinterpret_cast<LPCWSTR>(&OwnModule), &module);
+  return module;
+}
+
+}  // namespace
 
 std::optional<uint16_t> BridgePort() {
   const std::wstring value = EnvironmentValue(L"LAB_WEBVIEW_PORT");
@@ -39,6 +49,14 @@ void Log(const char* format, ...) {
   va_end(arguments);
   std::fputc('\n', file);
   std::fclose(file);
+}
+
+HINSTANCE OwnModule() {
+  return Find(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT);
+}
+
+void StayLoaded() {
+  Find(GET_MODULE_HANDLE_EX_FLAG_PIN);
 }
 
 }  // namespace browser

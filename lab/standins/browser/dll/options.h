@@ -8,15 +8,21 @@
 
 namespace browser {
 
-// Port of the bridge on 127.0.0.1 (LAB_WEBVIEW_PORT); nothing when it is not set or no port number.
+// The bridge's port on 127.0.0.1 (LAB_WEBVIEW_PORT); empty if it is unset or invalid.
 std::optional<uint16_t> BridgePort();
 
-// The HRESULT that LAB_WEBVIEW_FAIL asks for at this step ("create", "environment", "controller",
-// "navigate"), either `usual` or the one written after the step; nothing when it names another
-// step.
+// The HRESULT that LAB_WEBVIEW_FAIL requests for this step ("create", "environment", "controller",
+// "navigate"): `usual` or the one written after the step. Empty if it names another step.
 std::optional<HRESULT> FailureAt(std::wstring_view step, HRESULT usual);
 
-// Appends one line to the file that LAB_WEBVIEW_LOG names, if it names one. Any thread.
+// Appends one line to the file named by LAB_WEBVIEW_LOG, if any. Any thread.
 void Log(const char* format, ...) __attribute__((format(gnu_printf, 1, 2)));
+
+// This DLL's own module handle; must not be freed.
+HINSTANCE OwnModule();
+
+// Keeps the DLL loaded until the process ends, as the real runtime does: a loader may free its
+// reference at once.
+void StayLoaded();
 
 }  // namespace browser

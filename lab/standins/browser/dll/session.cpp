@@ -3,7 +3,6 @@
 #include <exception>
 #include <utility>
 
-#include "clipboard.h"
 #include "options.h"
 #include "text.h"
 
@@ -37,7 +36,7 @@ Session::Session(std::shared_ptr<Dispatcher> dispatcher)
                [this] { ::InvalidateRect(window_.Handle(), nullptr, FALSE); }),
       window_(
           decoder_, [this](FromHost kind, const BodyWriter& body) { Send(kind, body); },
-          [this] { OnWindowGone(); }) {}
+          [this] { OnWindowDestroyed(); }) {}
 
 HRESULT Session::Open(HWND parent, Created created) {
   const HRESULT result = window_.Create(parent);
@@ -63,7 +62,7 @@ void Session::Close() {
 
 HRESULT Session::Check() const {
   if (!dispatcher_->IsOwnThread()) return RPC_E_WRONG_THREAD;
-  return closed_ || browserGone_ ? kInvalidState : S_OK;
+  return closed_ || browserExited_ ? kInvalidState : S_OK;
 }
 
 void Session::Read(uint16_t port, SIZE size) noexcept {
@@ -73,7 +72,7 @@ void Session::Read(uint16_t port, SIZE size) noexcept {
       Frame frame{};
       while (link_.Receive(frame)) OnFrame(std::move(frame));
     }
-    Post([](Session& self) { self.OnBrowserGone(); });
+    Post([](Session& self) { self.OnBrowserExited(); });
   } catch (const std::exception& error) {
     Log("reader ended: %s", error.what());
   }
@@ -132,14 +131,14 @@ void Session::Finish(HRESULT result) {
   created(result);
 }
 
-// A control that has come up tells of it once; every later call is refused.
-void Session::OnBrowserGone() {
+// A control that was already created reports the exit once and refuses every later call.
+void Session::OnBrowserExited() {
   if (created_) return Finish(E_FAIL);
-  browserGone_ = true;
+  browserExited_ = true;
   if (events_ != nullptr) events_->OnProcessFailed(kBrowserProcessExited);
 }
 
-void Session::OnWindowGone() {
+void Session::OnWindowDestroyed() {
   const std::shared_ptr<Session> keep = shared_from_this();
   const Created created = std::exchange(created_, nullptr);
   Close();

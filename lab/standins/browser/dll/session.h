@@ -14,7 +14,7 @@
 
 namespace browser {
 
-// A message that the page posted. `text` is its value if `isText`; `json` holds it in any case.
+// A message from the page. `text` is its value if `isText`; `json` is always set.
 struct PostedMessage {
   bool isText = false;
   std::wstring source;
@@ -28,7 +28,7 @@ struct FinishedNavigation {
   COREWEBVIEW2_WEB_ERROR_STATUS status = 0;
 };
 
-// Receives what the page does, on the owner's thread, from its message pump.
+// Receives the page's events on the owner's thread, from its message pump.
 class SessionEvents {
  public:
   virtual void OnPosted(const PostedMessage& message) = 0;
@@ -43,11 +43,12 @@ class SessionEvents {
 // decode. The COM objects of a controller share it.
 //
 // Threads: everything on the owner's thread except Send() and Check(). The reading thread only
-// posts. Owns:    itself, from Open() until Close() or until the parent window is gone.
+//          posts.
+// Owns:    itself, from Open() until Close() or the destruction of the parent window.
 class Session : public std::enable_shared_from_this<Session> {
  public:
-  // Told once, on the owner's thread: S_OK, E_FAIL when the browser cannot be started, E_ABORT when
-  // the parent window goes away first (then from inside that window's destruction).
+  // Called once, on the owner's thread: S_OK, E_FAIL if the browser cannot be started, E_ABORT if
+  // the parent window is destroyed first (then from inside its destruction).
   using Created = std::function<void(HRESULT)>;
 
   explicit Session(std::shared_ptr<Dispatcher> dispatcher);
@@ -55,17 +56,17 @@ class Session : public std::enable_shared_from_this<Session> {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // Makes the child window at once and starts the browser. On failure `created` is never called.
+  // Creates the child window at once and starts the browser. On failure `created` is never called.
   HRESULT Open(HWND parent, Created created);
   // Ends browser, threads and window; safe to call again.
   void Close();
 
-  // S_OK, or why a call is refused: the wrong thread, closed, or a browser that has exited.
+  // S_OK, or an error for the wrong thread, a closed session or an exited browser.
   [[nodiscard]] HRESULT Check() const;
   bool Send(FromHost kind, const BodyWriter& body) { return link_.Send(kind, body); }
   ViewWindow& Window() { return window_; }
   Dispatcher& Tasks() { return *dispatcher_; }
-  // Null for nobody.
+  // Null removes the receiver.
   void SetEvents(SessionEvents* events) { events_ = events; }
 
  private:
@@ -73,14 +74,14 @@ class Session : public std::enable_shared_from_this<Session> {
   void OnFrame(Frame frame);
   void Finish(HRESULT result);
   void Post(std::function<void(Session&)> task);
-  void OnWindowGone();
-  // The link has ended by itself, and with it the browser.
-  void OnBrowserGone();
+  void OnWindowDestroyed();
+  // The link was closed from the other end, so the browser has exited.
+  void OnBrowserExited();
 
   const std::shared_ptr<Dispatcher> dispatcher_;
   Link link_;
   std::atomic<bool> closed_{false};
-  bool browserGone_ = false;  // own thread only
+  bool browserExited_ = false;  // own thread only
   Created created_;
   SessionEvents* events_ = nullptr;
   std::shared_ptr<Session> keepAlive_;

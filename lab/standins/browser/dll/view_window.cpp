@@ -3,13 +3,12 @@
 #include <exception>
 #include <utility>
 
-#include "module.h"
 #include "options.h"
 
 namespace browser {
 namespace {
 
-constexpr wchar_t kClassName[] = L"LabWebViewWindow";
+constexpr wchar_t kViewClass[] = L"LabWebViewWindow";
 
 void RegisterType(WNDPROC procedure) {
   WNDCLASSW type{};
@@ -17,8 +16,8 @@ void RegisterType(WNDPROC procedure) {
   type.lpfnWndProc = procedure;
   type.hInstance = OwnModule();
   type.hCursor = ::LoadCursorW(nullptr, IDC_ARROW);
-  type.lpszClassName = kClassName;
-  ::RegisterClassW(&type);  // fails harmlessly the second time
+  type.lpszClassName = kViewClass;
+  ::RegisterClassW(&type);  // a second registration fails harmlessly
 }
 
 void FillOutside(HDC target, SIZE picture, const RECT& client, COLORREF color) {
@@ -41,7 +40,7 @@ HRESULT ViewWindow::Create(HWND parent) {
     return HRESULT_FROM_WIN32(ERROR_INVALID_WINDOW_HANDLE);
   }
   RegisterType(&Procedure);
-  ::CreateWindowW(kClassName, L"", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 0, 0, parent,
+  ::CreateWindowW(kViewClass, L"", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 0, 0, parent,
                   nullptr, OwnModule(), this);
   const DWORD error = ::GetLastError();
   return window_ != nullptr ? S_OK : HRESULT_FROM_WIN32(error);
@@ -102,7 +101,7 @@ LRESULT ViewWindow::Handle(HWND window, UINT message, WPARAM wide, LPARAM extra)
       Paint();
       return 0;
     case WM_NCDESTROY:
-      OnGone();
+      OnNcDestroy();
       return 0;
     default:
       if (input_.Handle(window, message, wide, extra)) return 0;
@@ -119,10 +118,10 @@ void ViewWindow::Paint() {
   ::EndPaint(window_, &paint);
 }
 
-void ViewWindow::OnGone() {
+void ViewWindow::OnNcDestroy() {
   ::SetWindowLongPtrW(window_, GWLP_USERDATA, 0);
   window_ = nullptr;
-  // Moved out first: it may end this object.
+  // Moved out first, because the call may delete this object.
   if (const auto destroyed = std::exchange(destroyed_, nullptr)) destroyed();
 }
 

@@ -4,25 +4,25 @@
 
 #include <functional>
 
-#include "abi_types.h"
+#include "abi.h"
 #include "frame_decoder.h"
 #include "input.h"
 
 namespace browser {
 
-// The child window that shows the browser's pictures and takes mouse and keyboard.
+// The child window that shows the browser's pictures and receives mouse and keyboard.
 //
-// Threads: made, used and destroyed on the thread of its parent.
+// Threads: created, used and destroyed on the thread of its parent.
 class ViewWindow {
  public:
-  // `send` passes requests to the browser; `destroyed` is called when the window goes away without
-  // Destroy(), that is with its parent. `decoder` must live longer.
+  // `send` passes requests to the browser; `destroyed` is called if the window is destroyed with
+  // its parent instead of by Destroy(). `decoder` must outlive this object.
   ViewWindow(FrameDecoder& decoder, Input::Send send, std::function<void()> destroyed);
   ~ViewWindow() { Destroy(); }
   ViewWindow(const ViewWindow&) = delete;
   ViewWindow& operator=(const ViewWindow&) = delete;
 
-  // An HRESULT: the parent may be no window, or of another thread.
+  // Fails if the parent is not a window or belongs to another thread.
   HRESULT Create(HWND parent);
   void Destroy();
 
@@ -36,7 +36,7 @@ class ViewWindow {
   static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wide, LPARAM extra) noexcept;
   LRESULT Handle(HWND window, UINT message, WPARAM wide, LPARAM extra);
   void Paint();
-  void OnGone();
+  void OnNcDestroy();
 
   FrameDecoder& decoder_;
   Input::Send send_;

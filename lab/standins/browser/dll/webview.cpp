@@ -2,22 +2,71 @@
 
 #include <utility>
 
-#include "event_args.h"
+#include "com.h"
 #include "json_text.h"
 #include "options.h"
+#include "session.h"
 #include "text.h"
 
 namespace browser {
 namespace {
 
-// The real control carries the text as a base64 data URL, which must stay below 2 MiB. Measured
-// there: 1572834 bytes load, one more does not.
+// The real control passes the text as a base64 data URL, which must stay below 2 MiB: measured, it
+// loads 1572834 bytes but not one more.
 constexpr size_t kMaxUrlBytes = 2 * 1024 * 1024;
 constexpr size_t kUrlHeadBytes = 36;  // data:text/html;charset=utf-8;base64,
 
 bool FitsAsUrl(size_t textBytes) {
   return kUrlHeadBytes + (textBytes + 2) / 3 * 4 < kMaxUrlBytes;
 }
+
+class WebMessageArgs final
+    : public ComObject<ICoreWebView2WebMessageReceivedEventArgs, &kIidWebMessageArgs> {
+ public:
+  explicit WebMessageArgs(const PostedMessage& message) : message_(message) {}
+
+  HRESULT STDMETHODCALLTYPE get_Source(LPWSTR* source) override;
+  HRESULT STDMETHODCALLTYPE get_WebMessageAsJson(LPWSTR* json) override;
+  // E_INVALIDARG if the page did not post a string.
+  HRESULT STDMETHODCALLTYPE TryGetWebMessageAsString(LPWSTR* text) override;
+
+ private:
+  ~WebMessageArgs() = default;
+  void Destroy() override { delete this; }
+
+  const PostedMessage message_;
+};
+
+class NavigationCompletedArgs final
+    : public ComObject<ICoreWebView2NavigationCompletedEventArgs, &kIidNavigationCompletedArgs> {
+ public:
+  explicit NavigationCompletedArgs(const FinishedNavigation& navigation)
+      : navigation_(navigation) {}
+
+  HRESULT STDMETHODCALLTYPE get_IsSuccess(BOOL* success) override;
+  HRESULT STDMETHODCALLTYPE get_WebErrorStatus(COREWEBVIEW2_WEB_ERROR_STATUS* status) override;
+  HRESULT STDMETHODCALLTYPE get_NavigationId(UINT64* id) override;
+
+ private:
+  ~NavigationCompletedArgs() = default;
+  void Destroy() override { delete this; }
+
+  const FinishedNavigation navigation_;
+};
+
+class ProcessFailedArgs final
+    : public ComObject<ICoreWebView2ProcessFailedEventArgs, &kIidProcessFailedArgs> {
+ public:
+  explicit ProcessFailedArgs(COREWEBVIEW2_PROCESS_FAILED_KIND kind) : kind_(kind) {}
+
+  HRESULT STDMETHODCALLTYPE get_ProcessFailedKind(COREWEBVIEW2_PROCESS_FAILED_KIND* kind) override;
+
+ private:
+  ~ProcessFailedArgs() = default;
+  void Destroy() override { delete this; }
+
+  const COREWEBVIEW2_PROCESS_FAILED_KIND kind_;
+};
 
 }  // namespace
 
@@ -152,6 +201,59 @@ void WebView::OnNavigated(const FinishedNavigation& navigation) {
   const auto arguments =
       ComPtr<NavigationCompletedArgs>::Adopt(new NavigationCompletedArgs(navigation));
   navigationCompleted_.Invoke(static_cast<ICoreWebView2*>(this), arguments.Get());
+}
+
+HRESULT Settings::Get(Switch which, BOOL* on) const {
+  const HRESULT refused = session_->Check();
+  if (FAILED(refused)) return refused;
+  if (on == nullptr) return E_POINTER;
+  *on = values_[which];
+  return S_OK;
+}
+
+HRESULT Settings::Put(Switch which, BOOL on) {
+  const HRESULT refused = session_->Check();
+  if (FAILED(refused)) return refused;
+  values_[which] = on != FALSE ? TRUE : FALSE;
+  return S_OK;
+}
+
+HRESULT WebMessageArgs::get_Source(LPWSTR* source) {
+  return CopyForCaller(message_.source, source);
+}
+
+HRESULT WebMessageArgs::get_WebMessageAsJson(LPWSTR* json) {
+  return CopyForCaller(message_.json, json);
+}
+
+HRESULT WebMessageArgs::TryGetWebMessageAsString(LPWSTR* text) {
+  if (text == nullptr) return E_POINTER;
+  *text = nullptr;
+  return message_.isText ? CopyForCaller(message_.text, text) : E_INVALIDARG;
+}
+
+HRESULT NavigationCompletedArgs::get_IsSuccess(BOOL* success) {
+  if (success == nullptr) return E_POINTER;
+  *success = navigation_.success ? TRUE : FALSE;
+  return S_OK;
+}
+
+HRESULT NavigationCompletedArgs::get_WebErrorStatus(COREWEBVIEW2_WEB_ERROR_STATUS* status) {
+  if (status == nullptr) return E_POINTER;
+  *status = navigation_.status;
+  return S_OK;
+}
+
+HRESULT NavigationCompletedArgs::get_NavigationId(UINT64* id) {
+  if (id == nullptr) return E_POINTER;
+  *id = navigation_.id;
+  return S_OK;
+}
+
+HRESULT ProcessFailedArgs::get_ProcessFailedKind(COREWEBVIEW2_PROCESS_FAILED_KIND* kind) {
+  if (kind == nullptr) return E_POINTER;
+  *kind = kind_;
+  return S_OK;
 }
 
 }  // namespace browser

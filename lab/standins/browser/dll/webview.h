@@ -1,22 +1,72 @@
 #pragma once
 
+#include <array>
 #include <memory>
 #include <string>
 
-#include "abi_webview.h"
+#include "abi.h"
 #include "com.h"
-#include "handler_list.h"
 #include "session.h"
-#include "settings.h"
 
 namespace browser {
 
-// The page of one controller. Outlives it if the program keeps a reference, and refuses calls then.
+// The switches of one page. All can be read and set, but only IsWebMessageEnabled has an effect.
+class Settings final : public ComObject<ICoreWebView2Settings, &kIidSettings> {
+ public:
+  enum Switch : size_t {
+    kScript,
+    kWebMessage,
+    kScriptDialogs,
+    kStatusBar,
+    kDevTools,
+    kContextMenus,
+    kHostObjects,
+    kZoomControl,
+    kErrorPage,
+    kSwitches,
+  };
+
+  explicit Settings(std::shared_ptr<Session> session) : session_(std::move(session)) {
+    values_.fill(TRUE);
+  }
+  [[nodiscard]] bool IsOn(Switch which) const { return values_[which] != FALSE; }
+
+#define LAB_SWITCH(name, which)                             \
+  HRESULT STDMETHODCALLTYPE get_##name(BOOL* on) override { \
+    return Get(which, on);                                  \
+  }                                                         \
+  HRESULT STDMETHODCALLTYPE put_##name(BOOL on) override {  \
+    return Put(which, on);                                  \
+  }
+  LAB_SWITCH(IsScriptEnabled, kScript)
+  LAB_SWITCH(IsWebMessageEnabled, kWebMessage)
+  LAB_SWITCH(AreDefaultScriptDialogsEnabled, kScriptDialogs)
+  LAB_SWITCH(IsStatusBarEnabled, kStatusBar)
+  LAB_SWITCH(AreDevToolsEnabled, kDevTools)
+  LAB_SWITCH(AreDefaultContextMenusEnabled, kContextMenus)
+  LAB_SWITCH(AreHostObjectsAllowed, kHostObjects)
+  LAB_SWITCH(IsZoomControlEnabled, kZoomControl)
+  LAB_SWITCH(IsBuiltInErrorPageEnabled, kErrorPage)
+#undef LAB_SWITCH
+
+ private:
+  ~Settings() = default;
+  void Destroy() override {
+    delete this;
+  }
+  HRESULT Get(Switch which, BOOL* on) const;
+  HRESULT Put(Switch which, BOOL on);
+
+  const std::shared_ptr<Session> session_;
+  std::array<BOOL, kSwitches> values_{};
+};
+
+// The page of one controller. The program may keep it longer; it then refuses every call.
 class WebView final : public ComObject<ICoreWebView2, &kIidWebView>, private SessionEvents {
  public:
   explicit WebView(std::shared_ptr<Session> session);
 
-  // Called when the controller closes: handlers are dropped, as the real control does.
+  // Called when the controller closes: drops all handlers, as the real control does.
   void Detach();
 
   HRESULT STDMETHODCALLTYPE get_Settings(ICoreWebView2Settings** settings) override;
@@ -41,9 +91,9 @@ class WebView final : public ComObject<ICoreWebView2, &kIidWebView>, private Ses
   void OnPosted(const PostedMessage& message) override;
   void OnNavigated(const FinishedNavigation& navigation) override;
   void OnProcessFailed(COREWEBVIEW2_PROCESS_FAILED_KIND kind) override;
-  // The session's refusal, else a missing argument, else what LAB_WEBVIEW_FAIL asks for.
+  // The session's refusal, E_POINTER, or the failure requested by LAB_WEBVIEW_FAIL.
   HRESULT CheckNavigation(LPCWSTR argument) const;
-  // What holds for every message: the session's refusal, a missing text, messages switched off.
+  // For every message: the session's refusal, E_POINTER, or E_ACCESSDENIED with messages off.
   HRESULT CheckPost(LPCWSTR text) const;
 
   const std::shared_ptr<Session> session_;

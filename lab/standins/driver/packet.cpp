@@ -1,4 +1,4 @@
-#include "driver/headers.h"
+#include "driver/packet.h"
 
 #include <algorithm>
 
@@ -9,8 +9,8 @@ constexpr std::size_t kMinIpHeaderBytes = 20;
 constexpr std::size_t kMinTcpHeaderBytes = 20;
 constexpr std::size_t kMinIcmpOrUdpHeaderBytes = 8;
 
-// A TCP header that announces more than `payload` holds is read all the same; one that announces
-// less than its own least is not.
+// A TCP header that states more than `payload` holds is read all the same; one that states less
+// than the minimum is not.
 void ReadTransport(Headers& headers, std::span<const std::uint8_t> payload) noexcept {
   if (headers.protocol == kProtocolTcp) {
     if (payload.size() < kMinTcpHeaderBytes) return;
@@ -75,6 +75,19 @@ std::uint32_t ReadU32Be(std::span<const std::uint8_t> bytes, std::size_t offset)
 void WriteU16Be(std::span<std::uint8_t> bytes, std::size_t offset, std::uint16_t value) noexcept {
   bytes[offset] = static_cast<std::uint8_t>(value >> 8U);
   bytes[offset + 1] = static_cast<std::uint8_t>(value & 0xFFU);
+}
+
+std::uint32_t CheckInjection(std::span<const std::uint8_t> packet,
+                             const Address& address) noexcept {
+  constexpr std::size_t kMinIpHeaderBytes = 20;
+  if (packet.size() < kMinIpHeaderBytes) return kErrorInsufficientBuffer;
+  if (packet[0] >> 4U != 4) return kErrorInvalidParameter;
+  const std::uint16_t totalBytes = ReadU16Be(packet, 2);
+  if (totalBytes == 0) return kErrorNoSystemResources;
+  if (packet.size() < totalBytes) return kErrorInsufficientBuffer;
+  if (!ReadHeaders(packet)) return kErrorInvalidParameter;
+  const bool outbound = (address.flags & kAddressOutbound) != 0;
+  return outbound || address.interfaceIndex != 0 ? kOk : kErrorInvalidParameter;
 }
 
 }  // namespace driver

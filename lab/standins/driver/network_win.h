@@ -25,13 +25,14 @@ struct BridgeThreadTraits {
   static void Close(Raw thread) noexcept { ::CloseHandle(thread); }
 };
 
-// The way to the TUN device: one UDP datagram on 127.0.0.1 per packet, both ways.
+// The connection to the TUN device: one UDP datagram on 127.0.0.1 per packet, both ways.
 //
-// Threads: Start() and Stop() by one caller at a time; Send() by any thread in between. Received
-//          packets are handed over on the bridge's own thread, which keeps this library loaded.
+// Threads: Start() and Stop() by one caller at a time; Send() by any thread in between. The
+// receiver
+//          runs on the bridge's own thread, which keeps this library loaded.
 class Bridge {
  public:
-  // A packet that came from the TUN; valid during the call.
+  // Called with each packet from the TUN device, valid during the call.
   using Receiver = std::function<void(std::span<const std::uint8_t> packet)>;
 
   Bridge() = default;
@@ -39,11 +40,11 @@ class Bridge {
   Bridge(const Bridge&) = delete;
   Bridge& operator=(const Bridge&) = delete;
 
-  // Binds `port` and sends to `peerPort`. 0, or the Windows error code of what failed.
+  // Binds `port` and sends to `peerPort`. Returns 0 or a Windows error code.
   std::uint32_t Start(std::uint16_t port, std::uint16_t peerPort, Receiver receiver);
-  // Ends the thread; no packet is handed over after it returns. Harmless when not started.
+  // Ends the thread; the receiver is not called afterwards. Harmless when not started.
   void Stop() noexcept;
-  // A packet that the other side cannot take now is lost, as on a cable.
+  // A packet that the peer cannot accept now is lost, as on a cable.
   void Send(std::span<const std::uint8_t> packet) noexcept;
 
  private:
@@ -58,6 +59,29 @@ class Bridge {
   volatile LONG stopping_ = 0;
   HMODULE library_ = nullptr;  // freed by the thread
   bool hasSockets_ = false;    // WSAStartup was called
+};
+
+// A cached list of the adapters and their IPv4 addresses.
+//
+// Threads: none inside; the owner locks. Addresses are in host order; index 0 means none.
+class Adapters {
+ public:
+  [[nodiscard]] std::uint32_t FindByAddress(std::uint32_t address, std::int64_t nowMs);
+  [[nodiscard]] bool Exists(std::uint32_t index, std::int64_t nowMs);
+  // The adapter through which `destination` is reached.
+  [[nodiscard]] static std::uint32_t FindRoute(std::uint32_t destination);
+
+ private:
+  struct Entry {
+    std::uint32_t address;
+    std::uint32_t index;
+  };
+  // Reads the list from the system, at most once a second; false if it was too early.
+  bool Refresh(std::int64_t nowMs);
+
+  std::vector<Entry> entries_;
+  std::int64_t readMs_ = 0;
+  bool wasRead_ = false;
 };
 
 }  // namespace driver

@@ -1,6 +1,14 @@
-#include "rustdesk/password_window.h"
+// Stands in for RustDesk: it is started with an ID and asks for a password. It follows plan.txt and
+// records its command line and its window's events in record.jsonl. Both are in RecordFolder(). See
+// README.md.
+#include <windows.h>
 // After the SDK, which it needs.
 #include <commctrl.h>
+
+#include <array>
+#include <string>
+
+#include "rustdesk/plan.h"
 
 namespace rustdesk {
 namespace {
@@ -35,6 +43,42 @@ void RegisterWindowClass(WNDPROC procedure) {
   type.lpszClassName = kClass;
   ::RegisterClassW(&type);
 }
+
+std::wstring ProgramFile() {
+  std::array<wchar_t, 4096> file{};
+  return {file.data(), ::GetModuleFileNameW(nullptr, file.data(), static_cast<DWORD>(file.size()))};
+}
+
+// A window that asks for a password and records its events:
+//   shown            the window became visible; "title"
+//   title            its later title was set; "title"
+//   down, up         a key; "key" is its virtual-key code
+//   char             a printable character was typed
+//   paste, enter     text was pasted, Enter was pressed; "field" is the field's content afterwards
+// Keys and characters count wherever the focus is in the window.
+//
+// Threads: one, which creates it and dispatches its messages. `plan` and `record` must outlive it.
+class PasswordWindow {
+ public:
+  PasswordWindow(const Plan& plan, const Record& record);
+
+ private:
+  static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wide, LPARAM extra) noexcept;
+  static LRESULT CALLBACK FieldProcedure(HWND field, UINT message, WPARAM wide, LPARAM extra,
+                                         UINT_PTR id, DWORD_PTR self) noexcept;
+
+  void AddControls();
+  void OnTimer(WPARAM timer);
+  void OnKey(UINT message, WPARAM key);
+  void OnCharacter(wchar_t unit) const;
+  [[nodiscard]] std::wstring FieldText() const;
+
+  const Plan& plan_;
+  const Record& record_;
+  HWND window_ = nullptr;  // destroyed with the process
+  HWND field_ = nullptr;
+  HWND label_ = nullptr;
+};
 
 }  // namespace
 
@@ -121,3 +165,17 @@ LRESULT CALLBACK PasswordWindow::FieldProcedure(HWND field, UINT message, WPARAM
 }
 
 }  // namespace rustdesk
+
+int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
+  const std::wstring folder = rustdesk::RecordFolder();
+  const rustdesk::Record record(folder + L"\\record.jsonl");
+  const rustdesk::Plan plan = rustdesk::ReadPlan(rustdesk::ReadBytes(folder + L"\\plan.txt"));
+  const rustdesk::PasswordWindow window(plan, record);
+  record.Add("started", {{"commandLine", ::GetCommandLineW()}, {"file", rustdesk::ProgramFile()}});
+  MSG message;
+  while (::GetMessageW(&message, nullptr, 0, 0) > 0) {
+    ::TranslateMessage(&message);
+    ::DispatchMessageW(&message);
+  }
+  return 0;
+}

@@ -1,16 +1,21 @@
-#include "driver/bridge_win.h"
+#include "driver/network_win.h"
 
+#include "platform/windows_sdk.h"
+
+#include <iphlpapi.h>
+
+#include <cstddef>
 #include <utility>
 
-#include "driver/record.h"
+#include "driver/packet.h"
 
 namespace driver {
 namespace {
 
 constexpr int kBufferBytes = 8 * 1024 * 1024;
-// Wine loses the wake-up of a receive when another thread sends by the same socket in that moment;
-// what has arrived is then found by the next look.
-constexpr DWORD kLookEveryMs = 500;
+// Wine can lose a receive's wake-up when another thread sends on the same socket at that moment.
+// The time-out makes the next receive find the datagram.
+constexpr DWORD kReceiveTimeoutMs = 500;
 
 sockaddr_in LoopbackAddress(std::uint16_t port) noexcept {
   sockaddr_in address = {};
@@ -29,6 +34,8 @@ void EnlargeBuffers(SOCKET socket) noexcept {
   ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, value, sizeof(kBufferBytes));
   ::setsockopt(socket, SOL_SOCKET, SO_SNDBUF, value, sizeof(kBufferBytes));
 }
+
+constexpr std::int64_t kRefreshMs = 1000;
 
 }  // namespace
 
@@ -49,13 +56,13 @@ std::uint32_t Bridge::Start(std::uint16_t port, std::uint16_t peerPort, Receiver
     return static_cast<std::uint32_t>(error);
   }
   EnlargeBuffers(socket_.Get());
-  ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&kLookEveryMs),
-               sizeof(kLookEveryMs));
+  ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO,
+               reinterpret_cast<const char*>(&kReceiveTimeoutMs), sizeof(kReceiveTimeoutMs));
   return StartThread();
 }
 
-// The thread holds the library: one that was unloaded under its thread would have to wait for it
-// while holding the loader's lock, without which no thread ends.
+// The thread holds a reference to the library. Otherwise unloading would wait for the thread under
+// the loader's lock, which the thread needs in order to end.
 std::uint32_t Bridge::StartThread() {
   HMODULE library = nullptr;
   ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
@@ -71,7 +78,7 @@ std::uint32_t Bridge::StartThread() {
 
 void Bridge::Stop() noexcept {
   ::InterlockedExchange(&stopping_, 1);
-  // Closing wakes the receiving thread; the handle is cleared once nobody reads it any more.
+  // Closing wakes the receiving thread; the handle is cleared only after that thread has ended.
   const SOCKET socket = socket_.Get();
   if (thread_) {
     ::closesocket(socket);
@@ -102,9 +109,58 @@ void Bridge::ReceiveLoop() {
   while (::InterlockedCompareExchange(&stopping_, 0, 0) == 0) {
     const int bytes =
         ::recv(socket, reinterpret_cast<char*>(buffer.data()), static_cast<int>(buffer.size()), 0);
-    // An error is Stop(), the look's end or a refused datagram reported late; the flag tells.
+    // An error means Stop(), the time-out or a late report of a refused datagram; stopping_
+    // decides.
     if (bytes > 0) receiver_(std::span(buffer).first(static_cast<std::size_t>(bytes)));
   }
+}
+
+std::uint32_t Adapters::FindByAddress(std::uint32_t address, std::int64_t nowMs) {
+  do {
+    for (const Entry& entry : entries_) {
+      if (entry.address == address) return entry.index;
+    }
+  } while (Refresh(nowMs));
+  return 0;
+}
+
+bool Adapters::Exists(std::uint32_t index, std::int64_t nowMs) {
+  do {
+    for (const Entry& entry : entries_) {
+      if (entry.index == index) return true;
+    }
+  } while (Refresh(nowMs));
+  return false;
+}
+
+std::uint32_t Adapters::FindRoute(std::uint32_t destination) {
+  DWORD index = 0;
+  return ::GetBestInterface(::htonl(destination), &index) == NO_ERROR ? index : 0;
+}
+
+bool Adapters::Refresh(std::int64_t nowMs) {
+  if (wasRead_ && nowMs - readMs_ < kRefreshMs) return false;
+  wasRead_ = true;
+  readMs_ = nowMs;
+  entries_.clear();
+  constexpr ULONG kFlags =
+      GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST | GAA_FLAG_SKIP_DNS_SERVER;
+  ULONG bytes = 0;
+  if (::GetAdaptersAddresses(AF_INET, kFlags, nullptr, nullptr, &bytes) != ERROR_BUFFER_OVERFLOW) {
+    return true;
+  }
+  std::vector<std::byte> buffer(bytes);
+  auto* adapter = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
+  if (::GetAdaptersAddresses(AF_INET, kFlags, nullptr, adapter, &bytes) != NO_ERROR) return true;
+  for (; adapter != nullptr; adapter = adapter->Next) {
+    for (auto* unicast = adapter->FirstUnicastAddress; unicast != nullptr;
+         unicast = unicast->Next) {
+      const auto* address = reinterpret_cast<const sockaddr_in*>(unicast->Address.lpSockaddr);
+      if (address->sin_family != AF_INET) continue;
+      entries_.push_back({::ntohl(address->sin_addr.s_addr), adapter->IfIndex});
+    }
+  }
+  return true;
 }
 
 }  // namespace driver
