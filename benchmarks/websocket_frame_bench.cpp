@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "tunnel/relay/websocket_frame.h"
+#include "tunnel/relay/websocket_protocol.h"
 
 namespace {
 

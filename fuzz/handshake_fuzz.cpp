@@ -7,7 +7,7 @@
 #include <string>
 #include <tuple>
 
-#include "tunnel/relay/websocket_handshake.h"
+#include "tunnel/relay/websocket_protocol.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include "text/ipv4_text.h"
 #include "text/strings.h"
 #include "tunnel/adapter_list.h"
-#include "tunnel/driver/capture_filter.h"
-#include "tunnel/packets/address_ranges.h"
-#include "tunnel/packets/route_index.h"
+#include "tunnel/driver/capture.h"
+#include "tunnel/packets/ipv4.h"
+#include "tunnel/packets/routes.h"
 
 namespace tunnel {
 namespace {

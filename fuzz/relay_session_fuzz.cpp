@@ -16,8 +16,7 @@
 #include "scripted_network.h"
 #include "session_checks.h"
 #include "tunnel/driver/packet_path.h"
-#include "tunnel/relay/packet_sender.h"
-#include "tunnel/relay/relay_worker.h"
+#include "tunnel/relay/relay_threads.h"
 #include "tunnel/relay/udp_datagram.h"
 
 namespace tunnel {

@@ -11,8 +11,8 @@
 
 #include "text/strings.h"
 #include "text/utf8.h"
-#include "tunnel/driver/capture_filter.h"
-#include "tunnel/packets/route_index.h"
+#include "tunnel/driver/capture.h"
+#include "tunnel/packets/routes.h"
 
 namespace tunnel {
 namespace {

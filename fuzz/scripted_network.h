@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/mutex.h"
-#include "tunnel/relay/socket_udp_relay.h"
+#include "tunnel/relay/udp_relay.h"
 
 namespace fuzz {
 

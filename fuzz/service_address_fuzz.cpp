@@ -10,7 +10,7 @@
 #include "settings/server_address.h"
 #include "text/strings.h"
 #include "tunnel/relay/relay_url.h"
-#include "tunnel/relay/websocket_handshake.h"
+#include "tunnel/relay/websocket_protocol.h"
 
 namespace tunnel {
 namespace {

@@ -8,7 +8,7 @@
 #include <span>
 #include <utility>
 
-#include "tunnel/driver/windivert_api.h"
+#include "tunnel/driver/windivert.h"
 #include "tunnel/relay/test_frames.h"
 
 // What both sides of a tunnel may see. Everything here aborts when they see anything else.

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "tunnel/relay/receive_buffer.h"
-#include "tunnel/relay/websocket_frame.h"
+#include "tunnel/relay/websocket_protocol.h"
+#include "tunnel/relay/websocket_relay.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "benchmarks/tunnel/ends.h"
 #include "benchmarks/tunnel/tun_driver.h"
-#include "tunnel/relay/socket_udp_relay.h"
+#include "tunnel/relay/udp_relay.h"
 #include "tunnel/session.h"
 
 // The program's own tunnel session with a TUN device for a packet driver.

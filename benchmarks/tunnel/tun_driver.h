@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "tunnel/driver/windivert_api.h"
+#include "tunnel/driver/windivert.h"
 
 namespace bench {
 

@@ -5,10 +5,9 @@
 #include "checks/checksum_probe.h"
 #include "text/strings.h"
 #include "text/utf8.h"
-#include "tunnel/driver/capture_filter.h"
+#include "tunnel/driver/capture.h"
 #include "tunnel/driver/driver.h"
-#include "tunnel/driver/driver_error.h"
-#include "tunnel/driver/driver_service.h"
+#include "tunnel/driver/windivert.h"
 #include "tunnel/packets/routes.h"
 
 namespace checks {

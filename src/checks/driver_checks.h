@@ -10,7 +10,7 @@
 
 #include "checks/finding.h"
 #include "checks/system_services.h"
-#include "tunnel/driver/windivert_api.h"
+#include "tunnel/driver/windivert.h"
 
 // The packet driver: its files, its kernel service, whether it opens, and its sums. Pure but for
 // what is handed in.

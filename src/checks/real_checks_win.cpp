@@ -22,8 +22,8 @@
 #include "settings/server_address.h"
 #include "settings/settings_file.h"
 #include "text/utf8.h"
-#include "tunnel/driver/windivert_api.h"
-#include "tunnel/relay/socket_udp_relay.h"
+#include "tunnel/driver/windivert.h"
+#include "tunnel/relay/udp_relay.h"
 #include "update/update_check.h"
 
 namespace checks {

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "checks/finding.h"
-#include "tunnel/relay/datagram_socket.h"
+#include "tunnel/relay/udp_datagram.h"
 
 // Whether the central service can be reached, and agrees about the time. None of them asks for a
 // connection.

@@ -10,7 +10,7 @@
 #include "shell/main_window.h"
 #include "shell/runtime_files_win.h"
 #include "shell/surroundings.h"
-#include "tunnel/session_win.h"
+#include "tunnel/tunnel.h"
 
 namespace shell {
 namespace {

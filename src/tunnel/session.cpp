@@ -5,12 +5,10 @@
 #include <utility>
 
 #include "text/utf8.h"
-#include "tunnel/driver/capture_filter.h"
-#include "tunnel/driver/capture_loop.h"
-#include "tunnel/driver/driver_error.h"
-#include "tunnel/driver/driver_service.h"
+#include "tunnel/driver/capture.h"
+#include "tunnel/driver/windivert.h"
 #include "tunnel/packets/ipv4.h"
-#include "tunnel/relay/packet_sender.h"
+#include "tunnel/relay/relay_threads.h"
 #include "tunnel/relay/relay_url.h"
 
 namespace tunnel {

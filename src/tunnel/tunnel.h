@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -59,5 +60,9 @@ class Tunnel {
   [[nodiscard]] virtual bool IsRunning() const noexcept = 0;
   [[nodiscard]] virtual bool IsRelayConnected() const noexcept = 0;
 };
+
+// The tunnel of the program: a Session on the packet driver, the adapters and the commands of this
+// computer. Any thread.
+std::unique_ptr<Tunnel> MakeRealTunnel();
 
 }  // namespace tunnel

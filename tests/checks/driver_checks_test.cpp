@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "checks/driver_checks.h"
-#include "tunnel/driver/driver_error.h"
 #include "tunnel/driver/fake_driver.h"
+#include "tunnel/driver/windivert.h"
 
 namespace checks {
 namespace {

@@ -95,7 +95,7 @@ test('the guide gives the same cause and cure as the log, for every hint', () =>
 });
 
 test('every code of the driver has its row', () => {
-  const source = readFileSync(path.join(kRepo, 'src/tunnel/driver/driver_error.cpp'), 'utf8');
+  const source = readFileSync(path.join(kRepo, 'src/tunnel/driver/windivert.cpp'), 'utf8');
   const codes = [...source.matchAll(/\bkServiceDisabled = (\d+)|\bkMarkedForDeletion = (\d+)|^ {4}\{(\d+),/gm)]
     .map((found) => found.slice(1).find(Boolean));
   assert.ok(codes.length >= 11, codes.join());

@@ -4,7 +4,7 @@
 #include "service/http_reply.h"
 #include "shell/hints_fixture.h"
 #include "text/utf8.h"
-#include "tunnel/relay/socket_udp_relay.h"
+#include "tunnel/relay/udp_relay.h"
 #include "tunnel/session.h"
 #include "update/trusted_update.h"
 #include "update/update_check.h"

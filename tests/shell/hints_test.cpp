@@ -9,7 +9,7 @@
 #include "service/http_reply.h"
 #include "shell/hints_fixture.h"
 #include "text/utf8.h"
-#include "tunnel/driver/driver_error.h"
+#include "tunnel/driver/windivert.h"
 #include "tunnel/packets/routes.h"
 #include "tunnel/relay/relay_url.h"
 #include "tunnel/relay/test_relay.h"

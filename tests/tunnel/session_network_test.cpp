@@ -7,7 +7,7 @@
 
 #include "platform/mutex.h"
 #include "text/utf8.h"
-#include "tunnel/driver/driver_error.h"
+#include "tunnel/driver/windivert.h"
 #include "tunnel/packets/bytes.h"
 #include "tunnel/packets/test_packets.h"
 #include "tunnel/relay/test_frames.h"

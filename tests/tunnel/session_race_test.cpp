@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "tunnel/packets/test_packets.h"
-#include "tunnel/relay/socket_udp_relay.h"
 #include "tunnel/relay/test_udp_relay.h"
+#include "tunnel/relay/udp_relay.h"
 #include "tunnel/test_session.h"
 
 namespace tunnel {

@@ -5,8 +5,7 @@
 
 #include "text/utf8.h"
 #include "tunnel/adapter_list.h"
-#include "tunnel/driver/driver_error.h"
-#include "tunnel/driver/windivert_api.h"
+#include "tunnel/driver/windivert.h"
 #include "win32/calls.h"
 
 namespace tunnel {

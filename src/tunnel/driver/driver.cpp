@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "text/utf8.h"
-#include "tunnel/driver/driver_error.h"
+#include "tunnel/driver/windivert.h"
 
 namespace tunnel {
 namespace {

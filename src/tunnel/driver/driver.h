@@ -10,7 +10,7 @@
 #include <string>
 
 #include "platform/mutex.h"
-#include "tunnel/driver/windivert_api.h"
+#include "tunnel/driver/windivert.h"
 
 namespace tunnel {
 

@@ -10,7 +10,7 @@
 #include "tunnel/packets/flow_tables.h"
 #include "tunnel/packets/packet.h"
 #include "tunnel/packets/packet_queue.h"
-#include "tunnel/packets/route_index.h"
+#include "tunnel/packets/routes.h"
 
 namespace tunnel {
 

@@ -1,5 +1,6 @@
 #include "tunnel/packets/flow_tables.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace tunnel {
@@ -8,6 +9,148 @@ namespace {
 constexpr std::uint16_t kMaxPort = std::numeric_limits<std::uint16_t>::max();
 
 }  // namespace
+
+FlowTree::Packed::Packed(const FlowKey& key) noexcept
+    : high(std::uint64_t{key.protocol} << 48 | std::uint64_t{key.source} << 16 | key.sourcePort),
+      low(std::uint64_t{key.destination} << 16 | key.destinationPort) {}
+
+// How many of the keys are below `key`, or also equal to it; unused places never are. In two
+// rounds: first the last key of each eighth, then the keys of the eighth that holds the place. The
+// comparisons of a round need nothing of one another, so the processor makes them side by side; a
+// binary search would have it wait for each, or guess.
+template <std::size_t capacity>
+std::size_t FlowTree::CountBelow(const std::array<Packed, capacity>& keys, const Packed& key,
+                                 bool orEqual) noexcept {
+  constexpr std::size_t kEighth = capacity / 8;
+  const auto isBelow = [&key, orEqual](const Packed& other) -> std::size_t {
+    const auto isLess = static_cast<std::size_t>(other.high < key.high);
+    const auto isSame = static_cast<std::size_t>(other.high == key.high);
+    const auto isLow = static_cast<std::size_t>(other.low < key.low);
+    const auto isEqual = static_cast<std::size_t>(other.low == key.low);
+    return isLess | (isSame & (isLow | (isEqual & static_cast<std::size_t>(orEqual))));
+  };
+  std::size_t eighth = 0;
+  for (std::size_t i = 0; i < 7; ++i) eighth += isBelow(keys[i * kEighth + kEighth - 1]);
+  std::size_t count = eighth * kEighth;
+  for (std::size_t i = 0; i < kEighth; ++i) count += isBelow(keys[eighth * kEighth + i]);
+  return count;
+}
+
+FlowTree::Leaf* FlowTree::FindLeaf(const Packed& key) const noexcept {
+  Node* node = root_;
+  for (std::size_t level = height_; level > 0; --level) {
+    const Inner& inner = static_cast<const Inner&>(*node);
+    node = inner.children[CountBelow(inner.keys, key, true)];
+  }
+  return static_cast<Leaf*>(node);
+}
+
+const FlowEntry* FlowTree::Find(const FlowKey& key) const noexcept {
+  if (root_ == nullptr) return nullptr;
+  const Packed packed(key);
+  const Leaf& leaf = *FindLeaf(packed);
+  const std::size_t at = CountBelow(leaf.keys, packed, false);
+  return at < leaf.count && leaf.keys[at] == packed ? &leaf.entries[at] : nullptr;
+}
+
+void FlowTree::Set(const FlowKey& key, const FlowEntry& entry) {
+  if (const FlowEntry* const found = Find(key)) {
+    *const_cast<FlowEntry*>(found) = entry;
+    return;
+  }
+  const Packed packed(key);
+  Leaf& leaf = MakeRoom(packed);
+  const std::size_t at = CountBelow(leaf.keys, packed, false);
+  std::copy_backward(&leaf.keys[at], &leaf.keys[leaf.count], &leaf.keys[leaf.count + 1]);
+  std::copy_backward(&leaf.entries[at], &leaf.entries[leaf.count], &leaf.entries[leaf.count + 1]);
+  leaf.keys[at] = packed;
+  leaf.entries[at] = entry;
+  ++leaf.count;
+  ++size_;
+}
+
+// The leaf where `key` belongs, with a free place. Splits every full node on the way down, so that
+// a split never has to go up again.
+FlowTree::Leaf& FlowTree::MakeRoom(const Packed& key) {
+  if (root_ == nullptr) root_ = NewLeaf();
+  if (root_->count == (height_ > 0 ? Inner::kCapacity : Leaf::kCapacity)) {
+    Inner* const root = NewInner();
+    root->children[0] = root_;
+    root_ = root;
+    ++height_;
+  }
+  Node* node = root_;
+  for (std::size_t level = height_; level > 0; --level) {
+    Inner& inner = static_cast<Inner&>(*node);
+    node = inner.children[CountBelow(inner.keys, key, true)];
+    const Split split = SplitIfFull(*node, level - 1, key);
+    if (split.right == nullptr) continue;
+    InsertChild(inner, split);
+    if (!(key < split.key)) node = split.right;
+  }
+  return static_cast<Leaf&>(*node);
+}
+
+FlowTree::Split FlowTree::SplitIfFull(Node& node, std::size_t height, const Packed& key) {
+  if (height > 0) {
+    return node.count == Inner::kCapacity ? SplitInner(static_cast<Inner&>(node)) : Split{};
+  }
+  return node.count == Leaf::kCapacity ? SplitLeaf(static_cast<Leaf&>(node), key) : Split{};
+}
+
+// In halves; but programs take their ports one after the other, and a key behind all others begins
+// a leaf of its own, so that such a row of flows leaves full leaves behind.
+FlowTree::Split FlowTree::SplitLeaf(Leaf& leaf, const Packed& key) {
+  Leaf* const right = NewLeaf();
+  if (leaf.keys[leaf.count - 1] < key) return {key, right};
+  const std::size_t half = leaf.count / 2;
+  right->count = leaf.count - half;
+  std::copy_n(&leaf.keys[half], right->count, right->keys.begin());
+  std::copy_n(&leaf.entries[half], right->count, right->entries.begin());
+  std::fill_n(&leaf.keys[half], right->count, Packed());
+  leaf.count = half;
+  return {right->keys[0], right};
+}
+
+FlowTree::Split FlowTree::SplitInner(Inner& inner) {
+  Inner* const right = NewInner();
+  const std::size_t half = inner.count / 2;
+  const Packed key = inner.keys[half];  // goes up
+  right->count = inner.count - half - 1;
+  std::copy_n(&inner.keys[half + 1], right->count, right->keys.begin());
+  std::copy_n(&inner.children[half + 1], right->count + 1, right->children.begin());
+  std::fill_n(&inner.keys[half], right->count + 1, Packed());
+  inner.count = half;
+  return {key, right};
+}
+
+// There is a free place.
+void FlowTree::InsertChild(Inner& parent, const Split& split) noexcept {
+  const std::size_t at = CountBelow(parent.keys, split.key, false);
+  for (std::size_t index = parent.count; index > at; --index) {
+    parent.keys[index] = parent.keys[index - 1];
+    parent.children[index + 1] = parent.children[index];
+  }
+  parent.keys[at] = split.key;
+  parent.children[at + 1] = split.right;
+  ++parent.count;
+}
+
+FlowTree::Leaf* FlowTree::NewLeaf() {
+  return leaves_.emplace_back(std::make_unique<Leaf>()).get();
+}
+
+FlowTree::Inner* FlowTree::NewInner() {
+  return inners_.emplace_back(std::make_unique<Inner>()).get();
+}
+
+void FlowTree::Clear() noexcept {
+  root_ = nullptr;
+  height_ = 0;
+  size_ = 0;
+  leaves_.clear();
+  inners_.clear();
+}
 
 const BroadcastEntry* FlowTables::FindBroadcast(std::uint32_t source, std::uint16_t sourcePort,
                                                 std::uint16_t destinationPort) const {

@@ -1,14 +1,104 @@
 #pragma once
 
+#include <array>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <vector>
 
-#include "tunnel/packets/flow_tree.h"
 #include "tunnel/packets/routes.h"
 
 namespace tunnel {
+
+// What tells one flow from another, as the outbound packet looks after its rewrite. Ordered field
+// by field. Addresses and ports in host order.
+struct FlowKey {
+  std::uint8_t protocol = 0;
+  std::uint32_t source = 0;           // the tunnel address
+  std::uint16_t sourcePort = 0;       // for ICMP the identifier
+  std::uint32_t destination = 0;      // the site's real address
+  std::uint16_t destinationPort = 0;  // for ICMP 0
+
+  friend auto operator<=>(const FlowKey&, const FlowKey&) = default;
+};
+
+// How an answer gets back to the program on this computer that asked.
+struct FlowEntry {
+  std::uint32_t localSource = 0;           // this computer's address, before the rewrite
+  std::uint32_t addressedDestination = 0;  // the (mapped) address that the program used
+  std::uint32_t interfaceIndex = 0;        // of the captured packet
+  std::uint32_t subInterfaceIndex = 0;
+
+  friend bool operator==(const FlowEntry&, const FlowEntry&) = default;
+};
+
+// An ordered table of flows: a B+ tree, whose nodes of a kilobyte let a look-up among 100 000 flows
+// touch 4 of them where a binary tree touches 17. Flows never leave it one by one.
+//
+// Threads: none inside; one caller at a time.
+// Owns:    34 to 70 bytes a flow.
+class FlowTree {
+ public:
+  // nullptr when there is none; valid until the next Set() or Clear().
+  [[nodiscard]] const FlowEntry* Find(const FlowKey& key) const noexcept;
+  // Inserts or replaces. Allocates only for a key that is not there.
+  void Set(const FlowKey& key, const FlowEntry& entry);
+  void Clear() noexcept;
+  [[nodiscard]] std::size_t Size() const noexcept { return size_; }
+
+ private:
+  // A FlowKey as one number of the same order; by itself an unused place, above all keys.
+  struct Packed {
+    std::uint64_t high = ~std::uint64_t{0};  // protocol, source, source port
+    std::uint64_t low = ~std::uint64_t{0};   // destination, destination port
+
+    explicit Packed(const FlowKey& key) noexcept;
+    Packed() noexcept = default;
+    friend bool operator==(const Packed&, const Packed&) = default;
+    friend bool operator<(const Packed& a, const Packed& b) noexcept {
+      return a.high < b.high || (a.high == b.high && a.low < b.low);
+    }
+  };
+  struct Node {
+    std::size_t count = 0;  // of the keys
+  };
+  struct Leaf : Node {
+    static constexpr std::size_t kCapacity = 32;
+    std::array<Packed, kCapacity> keys;
+    std::array<FlowEntry, kCapacity> entries;
+  };
+  // Child i holds the keys below key i, the last child the rest.
+  struct Inner : Node {
+    static constexpr std::size_t kCapacity = 64;
+    std::array<Packed, kCapacity> keys;
+    std::array<Node*, kCapacity + 1> children{};
+  };
+  // What a split gives to the parent: the new node to the right and its smallest key.
+  struct Split {
+    Packed key;
+    Node* right = nullptr;
+  };
+
+  template <std::size_t capacity>
+  static std::size_t CountBelow(const std::array<Packed, capacity>& keys, const Packed& key,
+                                bool orEqual) noexcept;
+  [[nodiscard]] Leaf* FindLeaf(const Packed& key) const noexcept;
+  Leaf* NewLeaf();
+  Inner* NewInner();
+  Split SplitLeaf(Leaf& leaf, const Packed& key);
+  Split SplitInner(Inner& inner);
+  Split SplitIfFull(Node& node, std::size_t height, const Packed& key);
+  static void InsertChild(Inner& parent, const Split& split) noexcept;
+  Leaf& MakeRoom(const Packed& key);
+
+  Node* root_ = nullptr;
+  std::size_t height_ = 0;  // levels of inner nodes above the leaves
+  std::size_t size_ = 0;
+  std::vector<std::unique_ptr<Leaf>> leaves_;
+  std::vector<std::unique_ptr<Inner>> inners_;
+};
 
 // An asked broadcast: any host of the network may answer it. Ordered field by field.
 struct BroadcastKey {

@@ -1,13 +1,15 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 
+namespace tunnel {
+
 // IPv4 addresses and networks. An address is an unsigned 32-bit number in host order: the first
 // dotted octet is the most significant byte. All functions are pure.
-namespace tunnel {
 
 struct Ipv4Network {
   std::uint32_t network = 0;  // already masked with the prefix
@@ -39,5 +41,21 @@ std::wstring FormatNetwork(const Ipv4Network& network);
 // The address of an authorisation's assigned address: the dotted quad before the first "/", or the
 // whole text where there is none.
 std::optional<std::uint32_t> ParseTunnelAddress(std::wstring_view value);
+
+// A set of IPv4 addresses, kept as disjoint ranges, so that asking what is taken stays quick
+// however many networks are in it.
+//
+// Threads: none inside.
+class AddressRanges {
+ public:
+  void Add(const Ipv4Network& network);
+
+  // Where the addresses of `network` are taken, the last address of the first taken run that it
+  // touches (the run may reach past the network); nothing when all are free.
+  [[nodiscard]] std::optional<std::uint32_t> FindTaken(const Ipv4Network& network) const;
+
+ private:
+  std::map<std::uint32_t, std::uint32_t> lastByFirst_;  // runs: neither overlapping nor adjacent
+};
 
 }  // namespace tunnel

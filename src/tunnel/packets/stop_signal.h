@@ -1,11 +1,20 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 
 #include "platform/mutex.h"
-#include "tunnel/packets/tunnel_flags.h"
 
 namespace tunnel {
+
+// What every loop of the tunnel looks at before it blocks. Starting clears `stopping` and sets
+// `running`; stopping does the reverse before it closes handles and sockets to wake the loops.
+struct TunnelFlags {
+  std::atomic<bool> running{false};
+  std::atomic<bool> stopping{false};
+
+  [[nodiscard]] bool KeepGoing() const noexcept { return running && !stopping; }
+};
 
 // Keeps TunnelFlags::stopping: set while anyone asks for a stop, and from a stop to the next start.
 // A start that finds a stop waiting for it must not clear the flag under the stopper's feet, so

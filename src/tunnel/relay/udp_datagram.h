@@ -1,15 +1,22 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/socket.h"
+
+namespace tunnel {
+
 // What travels between program and relay by UDP. Every datagram begins with the four bytes "TNR1"
 // and one byte that tells its type; numbers are big-endian. Pure, any thread.
-namespace tunnel {
 
 // The longest packet that goes by UDP: with IP, UDP and relay headers it still fits an Ethernet
 // frame of 1400 bytes, so it is not cut on the way.
@@ -39,5 +46,51 @@ std::optional<std::span<std::byte>> ParseUdpPacket(std::span<std::byte> datagram
 // must have room for both.
 std::span<const std::byte> WriteUdpPacket(std::span<std::byte> datagram, std::uint64_t token,
                                           std::span<const std::byte> packet);
+
+// A socket that exchanges datagrams with one relay.
+//
+// Threads: any number may call at once; Close() wakes them.
+// Errors:  in the results, as platform::Socket gives them.
+class DatagramSocket {
+ public:
+  virtual ~DatagramSocket() = default;
+  virtual void SetReceiveTimeout(std::chrono::milliseconds timeout) noexcept = 0;
+  virtual platform::SocketResult Send(std::span<const std::byte> datagram) noexcept = 0;
+  // One datagram, whoever sent it. One that is longer than `buffer` is an error, and gone.
+  virtual platform::SocketResult Receive(std::span<std::byte> buffer) noexcept = 0;
+  virtual void Close() noexcept = 0;
+};
+
+using DatagramSocketPointer = std::shared_ptr<DatagramSocket>;
+using DatagramSocketOpener = std::function<DatagramSocketPointer(
+    const std::wstring& serverUrl, std::chrono::milliseconds timeout,
+    const std::function<bool()>& isCancelled)>;
+
+// The socket towards the UDP relay, which has the host and the port of the central service's HTTP
+// address (of the default service when `serverUrl` is empty). Both buffers have 4 MiB.
+class RelayDatagramSocket final : public DatagramSocket {
+ public:
+  // `timeout` is for receiving and sending. Blocks while the system resolves the name, until
+  // `isCancelled` returns true. Throws std::runtime_error:
+  //   "WinHttpCrackUrl failed for URL: " and the address that could not be taken apart
+  //   "getaddrinfo failed for UDP relay host."
+  //   "UDP socket failed."
+  RelayDatagramSocket(const std::wstring& serverUrl, std::chrono::milliseconds timeout,
+                      const std::function<bool()>& isCancelled = {});
+
+  void SetReceiveTimeout(std::chrono::milliseconds timeout) noexcept override;
+  platform::SocketResult Send(std::span<const std::byte> datagram) noexcept override;
+  platform::SocketResult Receive(std::span<std::byte> buffer) noexcept override;
+  void Close() noexcept override { socket_->Close(); }
+
+  // As the system holds them.
+  [[nodiscard]] platform::Socket::Options SocketOptions() { return socket_->ReadOptions(); }
+
+ private:
+  platform::SocketLibrary library_;  // outlives the socket
+  const std::chrono::milliseconds sendTimeout_;
+  platform::SocketAddress relay_;
+  std::shared_ptr<platform::Socket> socket_;
+};
 
 }  // namespace tunnel

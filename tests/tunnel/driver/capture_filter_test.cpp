@@ -1,4 +1,4 @@
-#include "tunnel/driver/capture_filter.h"
+#include "tunnel/driver/capture.h"
 
 #include <gtest/gtest.h>
 

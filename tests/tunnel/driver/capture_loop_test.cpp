@@ -1,4 +1,4 @@
-#include "tunnel/driver/capture_loop.h"
+#include "tunnel/driver/capture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tunnel/driver/driver_error.h"
+#include "tunnel/driver/windivert.h"
 
 #include <gtest/gtest.h>
 

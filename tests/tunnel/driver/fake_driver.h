@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/mutex.h"
-#include "tunnel/driver/windivert_api.h"
+#include "tunnel/driver/windivert.h"
 #include "tunnel/packets/packet.h"
 
 namespace tunnel {

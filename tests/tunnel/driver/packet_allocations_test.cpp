@@ -13,9 +13,9 @@
 #include "platform/mutex.h"
 #include "tunnel/driver/silent_driver.h"
 #include "tunnel/packets/bytes.h"
-#include "tunnel/relay/socket_udp_relay.h"
 #include "tunnel/relay/test_relay.h"
 #include "tunnel/relay/udp_datagram.h"
+#include "tunnel/relay/udp_relay.h"
 #include "tunnel/session.h"
 
 namespace {

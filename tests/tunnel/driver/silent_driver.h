@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "tunnel/driver/windivert_api.h"
+#include "tunnel/driver/windivert.h"
 
 namespace tunnel {
 

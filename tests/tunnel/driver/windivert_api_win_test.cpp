@@ -4,8 +4,7 @@
 
 #include "platform/windows_sdk.h"
 #include "text/utf8.h"
-#include "tunnel/driver/driver_error.h"
-#include "tunnel/driver/windivert_api.h"
+#include "tunnel/driver/windivert.h"
 
 namespace tunnel {
 namespace {

@@ -1,4 +1,4 @@
-#include "tunnel/packets/flow_tree.h"
+#include "tunnel/packets/flow_tables.h"
 
 #include <gtest/gtest.h>
 

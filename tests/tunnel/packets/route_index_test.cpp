@@ -1,4 +1,4 @@
-#include "tunnel/packets/route_index.h"
+#include "tunnel/packets/routes.h"
 
 #include <gtest/gtest.h>
 

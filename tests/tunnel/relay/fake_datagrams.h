@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "platform/mutex.h"
-#include "tunnel/relay/datagram_socket.h"
-#include "tunnel/relay/socket_udp_relay.h"
 #include "tunnel/relay/test_frames.h"
+#include "tunnel/relay/udp_datagram.h"
+#include "tunnel/relay/udp_relay.h"
 
 namespace tunnel {
 

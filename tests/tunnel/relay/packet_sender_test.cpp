@@ -1,4 +1,4 @@
-#include "tunnel/relay/packet_sender.h"
+#include "tunnel/relay/relay_threads.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tunnel/relay/receive_buffer.h"
+#include "tunnel/relay/websocket_relay.h"
 
 #include <gtest/gtest.h>
 

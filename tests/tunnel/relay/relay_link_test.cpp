@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "tunnel/relay/packet_sender.h"
+#include "tunnel/relay/relay_threads.h"
 #include "tunnel/relay/test_relay.h"
 
 namespace tunnel {

@@ -1,4 +1,4 @@
-#include "tunnel/relay/relay_worker.h"
+#include "tunnel/relay/relay_threads.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tunnel/relay/websocket_frame.h"
+#include "tunnel/relay/websocket_protocol.h"
 
 namespace tunnel {
 

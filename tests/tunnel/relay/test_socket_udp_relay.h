@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tunnel/relay/fake_datagrams.h"
-#include "tunnel/relay/socket_udp_relay.h"
+#include "tunnel/relay/udp_relay.h"
 
 namespace tunnel {
 

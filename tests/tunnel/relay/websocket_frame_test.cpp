@@ -1,13 +1,12 @@
-#include "tunnel/relay/websocket_frame.h"
+#include "tunnel/relay/websocket_protocol.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
 
-#include "tunnel/relay/frame_mask.h"
-#include "tunnel/relay/receive_buffer.h"
 #include "tunnel/relay/test_frames.h"
+#include "tunnel/relay/websocket_relay.h"
 
 namespace tunnel {
 namespace {

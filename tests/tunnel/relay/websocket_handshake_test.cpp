@@ -1,4 +1,4 @@
-#include "tunnel/relay/websocket_handshake.h"
+#include "tunnel/relay/websocket_protocol.h"
 
 #include <gtest/gtest.h>
 

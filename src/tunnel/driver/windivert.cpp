@@ -1,6 +1,7 @@
-#include "tunnel/driver/driver_error.h"
+#include "tunnel/driver/windivert.h"
 
 #include <algorithm>
+#include <exception>
 
 #include "platform/system_error.h"
 #include "text/utf8.h"
@@ -52,6 +53,11 @@ std::string WithCode(const std::string& text, std::uint32_t code) {
   return code == 0 ? text : text + "\r\n" + text::ToUtf8(DescribeDriverError(code));
 }
 
+// The kernel service goes by the first name in 2.x of the driver, by the second in older ones.
+constexpr const wchar_t* kServiceCommands[] = {L"sc stop WinDivert64", L"sc delete WinDivert64",
+                                               L"sc stop WinDivert", L"sc delete WinDivert"};
+constexpr std::chrono::milliseconds kCommandWait{5000};
+
 }  // namespace
 
 DriverError::DriverError(const std::string& text, std::uint32_t code)
@@ -68,6 +74,16 @@ std::wstring DescribeDriverError(std::uint32_t code) {
 
 bool IsDriverLeftover(std::uint32_t code) noexcept {
   return code == kServiceDisabled || code == kMarkedForDeletion;
+}
+
+void RemoveDriverService(const HiddenRunner& runHidden) noexcept {
+  for (const wchar_t* const command : kServiceCommands) {
+    try {
+      runHidden(command, kCommandWait);
+    } catch (const std::exception&) {
+      // What cannot be started is skipped; the next may work.
+    }
+  }
 }
 
 }  // namespace tunnel

@@ -1,4 +1,4 @@
-#include "tunnel/relay/socket_udp_relay.h"
+#include "tunnel/relay/udp_relay.h"
 
 #include <array>
 #include <cassert>

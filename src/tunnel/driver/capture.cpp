@@ -1,9 +1,12 @@
-#include "tunnel/driver/capture_loop.h"
+#include "tunnel/driver/capture.h"
 
 #include <chrono>
 #include <optional>
 #include <thread>
 #include <vector>
+
+#include "text/ipv4_text.h"
+#include "text/strings.h"
 
 namespace tunnel {
 namespace {
@@ -28,6 +31,22 @@ void HandleCaptured(std::span<std::byte> bytes, const WinDivertAddress& address,
 }
 
 }  // namespace
+
+std::wstring RouteClause(const RouteMapping& mapping) {
+  const Ipv4Network mapped = mapping.Mapped();
+  return L"(ip.DstAddr >= " + text::FormatIpv4(FirstAddress(mapped)) + L" and ip.DstAddr <= " +
+         text::FormatIpv4(LastAddress(mapped)) + L")";
+}
+
+std::wstring BuildCaptureFilter(std::span<const RouteMapping> mappings, bool discoveryMode) {
+  std::vector<std::wstring> clauses;
+  for (const RouteMapping& mapping : mappings) clauses.push_back(RouteClause(mapping));
+  const std::wstring routed = L"(icmp or tcp or udp) and (" + text::Join(clauses, L" or ") + L")";
+  // Not what other drivers inject: taking it could make two drivers pass one packet round for ever.
+  const std::wstring outbound = L"outbound and ip and !impostor and ";
+  if (!discoveryMode) return outbound + routed;
+  return outbound + L"((" + routed + L") or (udp and ip.DstAddr == 255.255.255.255))";
+}
 
 CaptureEnd CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& path) noexcept {
   std::vector<std::byte> buffer;

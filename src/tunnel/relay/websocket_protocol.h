@@ -3,11 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
+#include <string_view>
 #include <vector>
+
+namespace tunnel {
 
 // WebSocket frames (RFC 6455, section 5.2), as a client writes and reads them. Pure; all numbers on
 // the wire are big-endian.
-namespace tunnel {
 
 inline constexpr std::uint8_t kOpcodeContinuation = 0;
 inline constexpr std::uint8_t kOpcodeText = 1;
@@ -80,5 +83,46 @@ class FrameReader {
   std::vector<std::byte> fragments_;  // of it
   std::span<std::byte> payload_;
 };
+
+// The WebSocket opening handshake (RFC 6455, section 4), the client's side. Pure.
+
+// The most that the response's header block, its empty line included, may take.
+inline constexpr std::size_t kMaxHandshakeBytes = 16384;
+
+// The whole request. The key is RFC 6455's sample nonce; the relay's accept value is not checked.
+// `host` goes without the port.
+std::string BuildHandshakeRequest(std::wstring_view pathAndQuery, std::wstring_view host);
+
+enum class HandshakeState {
+  NeedMore,
+  Done,      // the header block is whole: Status()
+  TooLarge,  // no empty line within the first kMaxHandshakeBytes; final
+};
+
+// Reads the relay's response, however it is cut.
+//
+// Threads: none inside; one caller at a time.
+// Owns:    at most kMaxHandshakeBytes.
+class HandshakeReader {
+ public:
+  struct Result {
+    HandshakeState state = HandshakeState::NeedMore;
+    std::size_t takenBytes = 0;  // Done: the bytes after these belong to the first frame
+  };
+  [[nodiscard]] Result Feed(std::span<const std::byte> bytes);
+
+  // The status line's code as a decimal number; 0 when it has none. Only after Done.
+  [[nodiscard]] int Status() const noexcept;
+
+ private:
+  HandshakeState state_ = HandshakeState::NeedMore;
+  std::string header_;
+};
+
+// Writes `from`, masked or unmasked with the key (RFC 6455, section 5.3), to the start of `to`,
+// which must have room for it. Both may begin at the same byte, but not overlap otherwise. The
+// key's most significant byte is the first on the wire. Pure, any thread.
+void CopyMasked(std::span<std::byte> to, std::span<const std::byte> from,
+                std::uint32_t key) noexcept;
 
 }  // namespace tunnel

@@ -1,11 +1,16 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace tunnel {
 
 // The packet driver's published interface (WinDivert 2.x), as far as the tunnel uses it.
-namespace tunnel {
 
 // WINDIVERT_ADDRESS: 80 bytes, the same in every 2.x. Flags is one little-endian word: bits 0-7
 // layer, 8-15 event, 16 sniffed, 17 outbound, 18 loopback, 19 impostor, 20 IPv6, 21-23 valid
@@ -60,5 +65,32 @@ struct WinDivertApi {
 // the five functions. Throws DriverError: "WinDivert.dll was not found in the runtime cache.", with
 // the system's code, or "WinDivert.dll is missing required exports.". Windows only.
 std::unique_ptr<WinDivertApi> LoadWinDivert();
+
+// The packet driver could not be loaded or opened. what() is the failure's fixed text and, where
+// the system gave a code, a line of its own (after CRLF) with that code, its meaning and its cure.
+class DriverError : public std::runtime_error {
+ public:
+  // `code`: of GetLastError(); 0 when the system gave none.
+  DriverError(const std::string& text, std::uint32_t code);
+  [[nodiscard]] std::uint32_t Code() const noexcept { return code_; }
+
+ private:
+  std::uint32_t code_;
+};
+
+// The line for a code other than 0. Pure, but for the system's text of a code not known here.
+std::wstring DescribeDriverError(std::uint32_t code);
+
+// Whether the code says that what another use of the driver has left is in the way, so that
+// stopping it and trying again may help.
+bool IsDriverLeftover(std::uint32_t code) noexcept;
+
+// As platform::RunHidden: starts a command and waits for its end up to `wait`.
+using HiddenRunner =
+    std::function<bool(const std::wstring& commandLine, std::chrono::milliseconds wait)>;
+
+// Stops the packet driver's kernel service and removes it, under the names of the driver's 2.x and
+// of older ones. What cannot be done is passed over. Any thread.
+void RemoveDriverService(const HiddenRunner& runHidden) noexcept;
 
 }  // namespace tunnel

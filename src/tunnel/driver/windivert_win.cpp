@@ -3,8 +3,7 @@
 
 #include "platform/handles_win.h"
 #include "platform/modules_win.h"
-#include "tunnel/driver/driver_error.h"
-#include "tunnel/driver/windivert_api.h"
+#include "tunnel/driver/windivert.h"
 
 namespace tunnel {
 

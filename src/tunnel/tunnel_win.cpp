@@ -1,7 +1,13 @@
 #include <cstddef>
+#include <memory>
+#include <utility>
 
+#include "platform/process_win.h"
 #include "platform/windows_sdk.h"
 #include "tunnel/adapter_list.h"
+#include "tunnel/driver/windivert.h"
+#include "tunnel/relay/udp_relay.h"
+#include "tunnel/session.h"
 // After the SDK, which it needs.
 #include <iphlpapi.h>
 
@@ -58,6 +64,19 @@ LocalNetworks CollectLocalNetworks() {
     addresses.insert(addresses.end(), adapter.addresses.begin(), adapter.addresses.end());
   }
   return {SelectLocalNetworks(addresses), 0};
+}
+
+std::unique_ptr<Tunnel> MakeRealTunnel() {
+  SessionDeps deps;
+  deps.loadDriver = LoadWinDivert;
+  deps.collectLocalNetworks = CollectLocalNetworks;
+  deps.makeUdpRelay = [](UdpRelayHooks hooks) {
+    return std::make_unique<SocketUdpRelay>(std::move(hooks), RealUdpRelayDeps());
+  };
+  deps.runHidden = platform::RunHidden;
+  deps.tickMs = []() -> std::uint32_t { return ::GetTickCount(); };
+  deps.pause = [](StopSignal& signal, std::chrono::milliseconds time) { signal.WaitFor(time); };
+  return std::make_unique<Session>(std::move(deps));
 }
 
 }  // namespace tunnel
