@@ -18,7 +18,6 @@
 #include "platform/signature.h"
 #include "platform/system_error.h"
 #include "platform/user_folders_win.h"
-#include "settings/runtime_folder.h"
 #include "settings/server_address.h"
 #include "settings/settings_file.h"
 #include "text/utf8.h"

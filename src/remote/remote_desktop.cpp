@@ -5,7 +5,7 @@
 
 #include "remote/desktop_session.h"
 #include "service/api_envelope.h"
-#include "settings/engineer_id.h"
+#include "settings/settings.h"
 #include "text/utf8.h"
 
 namespace remote {

@@ -5,7 +5,7 @@
 #include "remote/rustdesk_places.h"
 #include "remote/rustdesk_program.h"
 #include "service/http_transport.h"
-#include "settings/runtime_folder.h"
+#include "settings/settings_file.h"
 
 namespace remote {
 

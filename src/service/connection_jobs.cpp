@@ -5,8 +5,8 @@
 
 #include "service/api_envelope.h"
 #include "service/connection_messages.h"
-#include "settings/engineer_id.h"
 #include "settings/server_address.h"
+#include "settings/settings.h"
 #include "text/strings.h"
 #include "text/utf8.h"
 

@@ -73,4 +73,15 @@ std::wstring QuoteJsonString(std::wstring_view value);
 // An array of strings, without blanks.
 std::wstring WriteJsonStrings(const std::vector<std::wstring>& values);
 
+// ---- parts of the reader, for its tests
+
+// The number spelled by the longest usable beginning of `run`, a sequence of + - . E e and ASCII
+// digits: like the C library's wcstod in the C locale, whatever the process's locale. 0 without one
+// ("", "-", "--1"); infinity when too large and 0 when too small, both with the sign.
+double ParseJsonNumber(std::wstring_view run);
+
+// The unit spelled by the four units after "\u", like the C library's wcstoul in base 16: accepts
+// leading white space, a sign and "0x", stops at the first other unit and keeps the low 16 bits.
+wchar_t ParseHexUnit(std::wstring_view fourUnits);
+
 }  // namespace settings

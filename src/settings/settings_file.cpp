@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "platform/path.h"
-#include "settings/engineer_id.h"
 #include "settings/json.h"
 #include "text/strings.h"
 #include "text/utf8.h"
@@ -173,6 +172,10 @@ std::wstring SettingsFile::WriteFile(const std::wstring& path, const std::string
   if (!reason.empty()) return reason + L"（" + path + L"）";
   unconfirmed_.erase(path);
   return {};
+}
+
+std::wstring RuntimeFolderBelow(std::wstring_view localAppData, std::wstring_view temporary) {
+  return platform::JoinPath(localAppData.empty() ? temporary : localAppData, L"Velmarine\\Runtime");
 }
 
 }  // namespace settings

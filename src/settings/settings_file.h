@@ -2,6 +2,7 @@
 
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "platform/files.h"
 #include "settings/settings.h"
@@ -66,5 +67,13 @@ std::wstring SettingsFilePath();
 
 // The file there. Windows only.
 SettingsFile RealSettingsFile();
+
+// The per-user folder for the files that the program carries in its own file or downloads: "<local
+// application data>\Velmarine\Runtime", or below the temporary folder when the system does not know
+// the former. Windows only.
+std::wstring RuntimeFolder();
+
+// The runtime folder for these base folders; the first may be empty.
+std::wstring RuntimeFolderBelow(std::wstring_view localAppData, std::wstring_view temporary);
 
 }  // namespace settings

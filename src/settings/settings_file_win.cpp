@@ -26,4 +26,8 @@ SettingsFile RealSettingsFile() {
   return SettingsFile(SettingsFilePath(), platform::RealFiles(), FileTime);
 }
 
+std::wstring RuntimeFolder() {
+  return RuntimeFolderBelow(platform::LocalAppDataFolder(), platform::TemporaryFolder());
+}
+
 }  // namespace settings

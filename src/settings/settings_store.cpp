@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "settings/merge_settings.h"
-
 namespace settings {
 namespace {
 

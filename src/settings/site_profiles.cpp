@@ -1,6 +1,10 @@
 #include "settings/site_profiles.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "settings/server_address.h"
+#include "text/strings.h"
 
 namespace settings {
 namespace {
@@ -29,6 +33,31 @@ std::wstring WriteProfile(const SiteProfile& profile) {
          L",\"sharedNetworks\":" + WriteJsonStrings(profile.sharedNetworks) + L"}";
 }
 
+constexpr wchar_t kNoName[] = L"档案未保存：请先填写档案名称。";
+constexpr wchar_t kNoSecret[] = L"档案未保存：接入密钥为空。";
+constexpr wchar_t kSaved[] = L"档案已保存。";
+constexpr wchar_t kLoadedInWindow[] = L"已加载档案：";
+constexpr wchar_t kLoadedInPage[] = L"已载入档案：";
+
+std::wstring OrAll(const std::wstring& targetNetwork) {
+  return targetNetwork.empty() ? std::wstring(kAllNetworks) : targetNetwork;
+}
+
+bool IsSameSite(const SiteProfile& one, const SiteProfile& other) {
+  return text::EqualsIgnoreCase(one.name, other.name) ||
+         text::EqualsIgnoreCase(one.deviceSecret, other.deviceSecret);
+}
+
+void Apply(const SiteProfile& profile, Settings& settings) {
+  settings.profileName = profile.name;
+  settings.deviceName = profile.name;
+  settings.serverUrl = profile.serverUrl.empty() ? DefaultServerUrl() : profile.serverUrl;
+  settings.deviceNumber = profile.deviceNumber;
+  settings.deviceSecret = profile.deviceSecret;
+  settings.targetNetwork = OrAll(profile.targetNetwork);
+  settings.routesText = text::Join(profile.sharedNetworks, text::kLineBreak);
+}
+
 }  // namespace
 
 std::vector<SiteProfile> ReadSiteProfiles(const JsonValue& document) {
@@ -51,6 +80,42 @@ std::wstring WriteSiteProfiles(const std::vector<SiteProfile>& profiles) {
     list += WriteProfile(profile);
   }
   return L"[" + list + L"]";
+}
+
+SiteProfile ProfileFromSettings(const Settings& settings) {
+  SiteProfile profile;
+  profile.name = settings.profileName;
+  profile.serverUrl = settings.serverUrl;
+  profile.deviceNumber = settings.deviceNumber;
+  profile.deviceSecret = settings.deviceSecret;
+  profile.targetNetwork = OrAll(settings.targetNetwork);
+  profile.sharedNetworks = text::SplitLines(settings.routesText);
+  if (profile.sharedNetworks.empty() && profile.targetNetwork != kAllNetworks) {
+    profile.sharedNetworks = {profile.targetNetwork};
+  }
+  return profile;
+}
+
+ProfileOutcome SaveSiteProfile(Settings& settings) {
+  if (settings.profileName.empty()) return {kNoName};
+  if (settings.deviceSecret.empty()) return {kNoSecret};
+  SiteProfile profile = ProfileFromSettings(settings);
+  std::vector<SiteProfile>& profiles = settings.siteProfiles;
+  std::erase_if(profiles, [&](const SiteProfile& other) { return IsSameSite(other, profile); });
+  profiles.insert(profiles.begin(), std::move(profile));
+  return {kSaved, true};
+}
+
+ProfileOutcome LoadSiteProfile(Settings& settings, std::wstring_view name, ProfileChooser chooser) {
+  const std::wstring wanted = text::Trim(name);
+  if (wanted.empty()) return {};
+  const auto found = std::ranges::find_if(settings.siteProfiles, [&](const SiteProfile& profile) {
+    return text::EqualsIgnoreCase(profile.name, wanted);
+  });
+  if (found == settings.siteProfiles.end()) return {};
+  Apply(*found, settings);
+  const wchar_t* const loaded = chooser == ProfileChooser::Page ? kLoadedInPage : kLoadedInWindow;
+  return {loaded + found->name, true};
 }
 
 }  // namespace settings

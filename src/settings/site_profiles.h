@@ -2,32 +2,31 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "settings/json.h"
+#include "settings/settings.h"
 
+// The engineer's actions on the list of site profiles. Pure; the caller saves changed settings.
 namespace settings {
 
-// The target network that means every shared network.
-inline constexpr std::wstring_view kAllNetworks = L"ALL";
-
-// A named bundle of what it takes to reach one site.
-struct SiteProfile {
-  std::wstring name;
-  std::wstring serverUrl;
-  std::wstring deviceNumber;
-  std::wstring deviceSecret;
-  std::wstring targetNetwork;
-  std::vector<std::wstring> sharedNetworks;
-
-  friend bool operator==(const SiteProfile&, const SiteProfile&) = default;
+struct ProfileOutcome {
+  std::wstring logText;  // empty: no line for the log
+  bool changed = false;  // the settings must be saved and shown
 };
 
-// The profiles of the settings document's "siteProfiles" member, in its order; a profile without a
-// name and a member of another kind are left out.
-std::vector<SiteProfile> ReadSiteProfiles(const JsonValue& document);
+// The current settings as a profile. Its networks are those that the last resolve or authorisation
+// stored, else the target network if that is a single one.
+SiteProfile ProfileFromSettings(const Settings& settings);
 
-// The compact one-line array that the settings file holds.
-std::wstring WriteSiteProfiles(const std::vector<SiteProfile>& profiles);
+// Puts the current settings at the front of the list under their profileName. Replaces every
+// profile with the same name or device secret in any letter case, so that a site is never listed
+// twice. Refuses an empty name or secret, with a line that explains why.
+ProfileOutcome SaveSiteProfile(Settings& settings);
+
+// Where a profile was chosen; the log's wording differs.
+enum class ProfileChooser { Window, Page };
+
+// Loads the first profile of that name, in any letter case and trimmed, into the settings. Does
+// nothing without one.
+ProfileOutcome LoadSiteProfile(Settings& settings, std::wstring_view name, ProfileChooser chooser);
 
 }  // namespace settings

@@ -6,7 +6,7 @@
 
 #include "page/actions.h"
 #include "platform/clipboard.h"
-#include "settings/site_profile_actions.h"
+#include "settings/site_profiles.h"
 #include "shell/page_link.h"
 #include "shell/window_events.h"
 #include "shell/worker.h"

@@ -11,7 +11,7 @@
 #include "platform/path.h"
 #include "platform/signature.h"
 #include "platform/user_folders_win.h"
-#include "settings/runtime_folder.h"
+#include "settings/settings_file.h"
 #include "shell/development_tree.h"
 #include "text/utf8.h"
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "platform/detached_thread.h"
-#include "settings/granted_connection.h"
+#include "settings/settings.h"
 #include "shell/page_link.h"
 #include "shell/window_events.h"
 #include "shell/window_messages.h"

@@ -12,7 +12,7 @@
 #include "platform/path.h"
 #include "remote/rustdesk_config.h"
 #include "remote/rustdesk_program.h"
-#include "settings/runtime_folder.h"
+#include "settings/settings_file.h"
 #include "text/strings.h"
 
 namespace remote {

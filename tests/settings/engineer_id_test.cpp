@@ -1,4 +1,4 @@
-#include "settings/engineer_id.h"
+#include "settings/settings.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,6 @@
 
 #include "platform/files.h"
 #include "platform/scratch_folder.h"
-#include "settings/runtime_folder.h"
 #include "settings/settings_file.h"
 #include "win32/calls.h"
 // After the SDK, which it needs.

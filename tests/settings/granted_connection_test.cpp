@@ -1,8 +1,6 @@
-#include "settings/granted_connection.h"
+#include "settings/settings.h"
 
 #include <gtest/gtest.h>
-
-#include "settings/settings.h"
 
 namespace settings {
 namespace {

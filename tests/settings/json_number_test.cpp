@@ -1,4 +1,4 @@
-#include "settings/json_number.h"
+#include "settings/json.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "settings/merge_settings.h"
+#include "settings/settings.h"
 
 #include <gtest/gtest.h>
 

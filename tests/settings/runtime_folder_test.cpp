@@ -1,4 +1,4 @@
-#include "settings/runtime_folder.h"
+#include "settings/settings_file.h"
 
 #include <gtest/gtest.h>
 

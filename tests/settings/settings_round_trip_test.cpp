@@ -8,7 +8,7 @@
 #include "platform/scratch_folder.h"
 #include "settings/server_address.h"
 #include "settings/settings_file.h"
-#include "settings/site_profile_actions.h"
+#include "settings/site_profiles.h"
 #include "text/strings.h"
 
 // Whatever the record holds: saved, loaded and saved again, the file is the same byte for byte.

@@ -1,4 +1,4 @@
-#include "settings/site_profile_actions.h"
+#include "settings/site_profiles.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "settings/runtime_folder.h"
+#include "settings/settings_file.h"
 #include "shell/diagnosis.h"
 #include "shell/window_events.h"
 #include "shell/window_fixture.h"

@@ -7,7 +7,7 @@
 
 #include "platform/files.h"
 #include "platform/handles_win.h"
-#include "settings/runtime_folder.h"
+#include "settings/settings_file.h"
 #include "shell/runtime_files_win.h"
 #include "shell/test_folder_win.h"
 
