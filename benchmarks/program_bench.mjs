@@ -79,7 +79,7 @@ async function addWakeUps(name, program, bare) {
 async function addLogLines(lab, bare) {
   const { program } = lab;
   const began = performance.now();
-  for (let sent = 0; sent < kLogLines; sent += kLinesAtOnce) await lab.sendToWindow(kSessionChange, kLocked, kLinesAtOnce);
+  for (let sent = 0; sent < kLogLines; sent += kLinesAtOnce) await lab.desktop.sendToWindow(kSessionChange, kLocked, kLinesAtOnce);
   figures.add(`ProgramLogLine/${kLogLines}`, 'us', ((performance.now() - began) * 1000) / kLogLines);
   const lines = (await program.log()).split(kLockedLine).length - 1;
   if (lines !== kLogLines) throw new Error(`The log has ${lines} lines of ${kLogLines}.`);

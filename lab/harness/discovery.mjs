@@ -3,7 +3,7 @@ import path from 'node:path';
 
 import { kPlc, kPlcOverlapping } from './network.mjs';
 import { kRepo } from './paths.mjs';
-import { kPlainPort } from '../standins/plc/plain_device.mjs';
+import { kPlainPort } from '../standins/plc/broadcast_devices.mjs';
 
 export { kPlainPort };
 export const kLimitedBroadcast = '255.255.255.255';
@@ -33,7 +33,7 @@ export async function startDevices(lab) {
 export const devicesLog = (lab) => path.join(lab.artifacts, 'devices.log');
 
 async function search(lab, name, ...words) {
-  const result = await lab.tool(['node', path.join(kRepo, 'lab/standins/engineer', name), ...words.map(String)]);
+  const result = await lab.tool(['node', path.join(kRepo, 'lab/standins/engineer/search.mjs'), name, ...words.map(String)]);
   if (result.code !== 0) throw new Error(`${name} ended with ${result.code}\n${result.stderr}`);
   return JSON.parse(result.stdout);
 }
@@ -45,18 +45,18 @@ const byOrigin = (a, b) => a.from.localeCompare(b.from);
 
 /** BACnet Who-Is: [{device, vendor, from}]. */
 export async function whoIs(lab, { expected = kDevices.length, waitMs = kWaitMs } = {}) {
-  return (await search(lab, 'who_is.mjs', expected, waitMs)).sort(byOrigin);
+  return (await search(lab, 'who-is', expected, waitMs)).sort(byOrigin);
 }
 
 /** EtherNet/IP ListIdentity: [{serial, product, named, from}]. */
 export async function listIdentity(lab, { expected = kDevices.length, waitMs = kWaitMs } = {}) {
-  return (await search(lab, 'list_identity.mjs', expected, waitMs)).sort(byOrigin);
+  return (await search(lab, 'list-identity', expected, waitMs)).sort(byOrigin);
 }
 
-/** One datagram of no known protocol: [{from, text}]; the devices' texts are JSON (plain_device.mjs). */
+/** One datagram of no known protocol: [{from, text}]; the devices' texts are JSON (broadcast_devices.mjs). */
 export async function broadcast(lab, {
   to = kLimitedBroadcast, port = kPlainPort, sourcePort = 40_000, text = 'anyone?',
   expected = kDevices.length, waitMs = kWaitMs,
 } = {}) {
-  return (await search(lab, 'broadcast.mjs', to, port, sourcePort, text, expected, waitMs)).sort(byOrigin);
+  return (await search(lab, 'broadcast', to, port, sourcePort, text, expected, waitMs)).sort(byOrigin);
 }

@@ -1,25 +1,23 @@
 // One lab: the network, the site, the service, the display and a Windows with the program in it.
 // create() starts all but the program; close() ends everything and says what was left over.
-import { copyFile, mkdir, mkdtemp, readFile, rm, writeFile } from 'node:fs/promises';
+import { mkdir, mkdtemp, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 
 import { kProfilePrefix } from '../standins/browser/chromium.mjs';
 import { connectBridge } from '../standins/browser/client.mjs';
-import { Clipboard } from './clipboard.mjs';
+import { Desktop } from './desktop.mjs';
 import { Display } from './display.mjs';
 import { kWorkFolderPrefix, processesHolding, temporaryFolders } from './leftovers.mjs';
 import {
   kCloud, kCloudToSite, kDirectRoute, kOverlappingRoute, kSite, kTunnelAddress, Network,
 } from './network.mjs';
 import { NetworkFaults } from './network_faults.mjs';
-import {
-  kBrowserRuntime, kBuild, kLabSuffix, kRepo, kRustDesk, kSendMessage, kSettingWatch, kTunBridge,
-} from './paths.mjs';
+import { kBrowserRuntime, kBuild, kLabSuffix, kRepo, kTunBridge } from './paths.mjs';
 import { Processes, run } from './processes.mjs';
 import { Program } from './program.mjs';
-import { forgetRustDesk, RustDesk } from '../standins/rustdesk/rustdesk.mjs';
-import { connectService } from '../standins/service/client.mjs';
+import { forgetRustDesk } from '../standins/rustdesk/rustdesk.mjs';
+import { connectService } from '../standins/service/service.mjs';
 import { WinePrefix } from './wine.mjs';
 
 export const kServicePort = 31080;
@@ -31,7 +29,6 @@ export const kGrant = {
 };
 
 const kControllerPorts = { modbus: 502, web: 80 };
-const kWindowClass = 'VelmarineNativeWindow';
 const kBridgePort = 7300;
 const kDriverPort = 7002;
 const kTunPort = 7001;
@@ -148,8 +145,8 @@ export class Lab {
     await this.prefix.stopServer();
     await this.prefix.forgetProgram();
     await forgetRustDesk(this.prefix);
-    this.rustDesk = this.#makeRustDesk('rustdesk');
-    this.clipboard = new Clipboard(this.prefix, this.#windowsOptions);
+    this.desktop = new Desktop(this);
+    this.rustDesk = this.desktop.makeRustDesk('rustdesk');
     await this.prefix.setBrowserRuntime(kBrowserRuntime, { namespace: engineer });
     await this.prefix.setProxyOverride(null, { namespace: engineer });
     await this.writeSettings(settings);
@@ -184,57 +181,6 @@ export class Lab {
     this.program = new Program(this);
     await this.program.start({ env, file, args, waitForPage, waitForUpdateCheck });
     return this.program;
-  }
-
-  /**
-   * Starts another program on the desk, which hears of changed settings of the system; it takes
-   * `busyMs` over each. Returns a function that gives their texts so far.
-   */
-  async startSettingWatch({ busyMs = 0 } = {}) {
-    const command = this.prefix.command(this.prefix.windowsPath(kSettingWatch), [String(busyMs)]);
-    const child = await this.processes.start('setting watch', command, {
-      namespace: this.network.engineer, env: this.windowsEnv, log: this.#log('setting-watch'), ready: /ready/,
-    });
-    return () => [...this.processes.outputOf(child).matchAll(/^setting change, (.*?)\r?$/gm)]
-      .map(([, text]) => text);
-  }
-
-  /**
-   * Sends the program's window what the system would, `count` times: {answer, tookMs}. Fails when it does
-   * not answer within ten seconds.
-   */
-  async sendToWindow(message, wParam, count = 1) {
-    const command = this.prefix.command(this.prefix.windowsPath(kSendMessage),
-      [kWindowClass, message, wParam, count].map(String));
-    const { code, stdout } = await run(command, this.#windowsOptions);
-    const [, answer, tookMs] = /^answer (\d+) after (\d+) ms/m.exec(stdout) ?? [];
-    if (code !== 0 || answer === undefined) throw new Error(`The window did not answer message ${message}.`);
-    return { answer: Number(answer), tookMs: Number(tookMs) };
-  }
-
-  get #windowsOptions() { return { namespace: this.network.engineer, env: this.windowsEnv }; }
-
-  #makeRustDesk(name) {
-    return new RustDesk(this.prefix, path.join(this.artifacts, name), this.#windowsOptions);
-  }
-
-  /**
-   * Starts another window on the desk with RustDesk's stand-in: it records what reaches it in a folder
-   * of its own. `plan` as for RustDesk.plan(). Returns it after `event`, as a rule when it shows. `file`
-   * is the program's file name: of any name but RustDesk's it is another program's window.
-   */
-  async startWindow(name, plan, { event = 'shown', file = path.basename(kRustDesk) } = {}) {
-    const window = this.#makeRustDesk(name);
-    await window.plan(plan);
-    const program = path.join(this.workFolder, name, file);
-    await mkdir(path.dirname(program));
-    await copyFile(kRustDesk, program);
-    const { env, namespace } = this.#windowsOptions;
-    await this.processes.start(name, this.prefix.command(this.prefix.windowsPath(program)),
-      { namespace, env: { ...env, ...window.env } });
-    const { pid } = await window.started(1);
-    await window.happened(pid, event);
-    return window;
   }
 
   /** Runs one of the engineer's tools. */

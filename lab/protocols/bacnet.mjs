@@ -3,9 +3,8 @@
 import { once } from 'node:events';
 import { createRequire } from 'node:module';
 
-import { startEach } from './support/each.mjs';
 import { insist, mustBe, timed, within } from './support/requests.mjs';
-import { shared } from './support/shared.mjs';
+import { shared, startEach } from './support/sharing.mjs';
 
 const require = createRequire(new URL('../package.json', import.meta.url));
 const {

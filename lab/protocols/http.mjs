@@ -4,8 +4,8 @@ import http from 'node:http';
 import { createRequire } from 'node:module';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { startEach } from './support/each.mjs';
 import { mustBe, timed, within } from './support/requests.mjs';
+import { startEach } from './support/sharing.mjs';
 
 const { WebSocket, WebSocketServer } = createRequire(new URL('../package.json', import.meta.url))('ws');
 

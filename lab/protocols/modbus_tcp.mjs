@@ -2,9 +2,8 @@
 import { once } from 'node:events';
 import { createRequire } from 'node:module';
 
-import { startEach } from './support/each.mjs';
-import { timed, within } from './support/requests.mjs';
-import { mustMatch } from './support/values.mjs';
+import { mustMatch, timed, within } from './support/requests.mjs';
+import { startEach } from './support/sharing.mjs';
 
 const require = createRequire(new URL('../package.json', import.meta.url));
 const ModbusMaster = require('modbus-serial');

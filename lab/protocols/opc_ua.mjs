@@ -4,8 +4,8 @@ import { once } from 'node:events';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 
-import { startEach } from './support/each.mjs';
 import { mustBe, timed, within } from './support/requests.mjs';
+import { startEach } from './support/sharing.mjs';
 
 const require = createRequire(new URL('../package.json', import.meta.url));
 const client = require('node-opcua-client');

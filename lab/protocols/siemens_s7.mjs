@@ -5,11 +5,10 @@ import { createRequire } from 'node:module';
 import { fileURLToPath } from 'node:url';
 
 import { Processes } from '../harness/processes.mjs';
-import { timed } from './support/requests.mjs';
+import { mustMatch, timed } from './support/requests.mjs';
 import {
   kPatternBlock, kPatternBytes, kSlots, kValueBytes, kWrittenBlock, pattern,
 } from './support/s7_blocks.mjs';
-import { mustMatch } from './support/values.mjs';
 
 const { S7Client } = createRequire(new URL('../package.json', import.meta.url))('node-snap7');
 

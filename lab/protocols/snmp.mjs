@@ -4,9 +4,8 @@ import { EventEmitter, once } from 'node:events';
 import { createRequire } from 'node:module';
 
 import { isOpen } from './support/daemons.mjs';
-import { startEach } from './support/each.mjs';
 import { mustBe, timed } from './support/requests.mjs';
-import { shared } from './support/shared.mjs';
+import { shared, startEach } from './support/sharing.mjs';
 
 const snmp = createRequire(new URL('../package.json', import.meta.url))('net-snmp');
 

@@ -1,14 +1,15 @@
 // SSH through OpenSSH on both sides: a session whose lines are echoed, and files by scp.
+import { spawn } from 'node:child_process';
 import { createECDH, createHash, createPrivateKey, randomUUID } from 'node:crypto';
+import { once } from 'node:events';
 import { chmod, mkdir, readFile, rm, writeFile } from 'node:fs/promises';
 import { userInfo } from 'node:os';
 import path from 'node:path';
+import { createInterface } from 'node:readline';
 
-import { content, mustHold, sha256 } from './support/content.mjs';
 import { ask, startDaemon } from './support/daemons.mjs';
 import { kGiven, putGiven } from './support/files.mjs';
-import { openLines } from './support/lines.mjs';
-import { mustBe, timed, within } from './support/requests.mjs';
+import { content, mustBe, mustHold, sha256, timed, within } from './support/requests.mjs';
 
 export const title = 'SSH';
 
@@ -68,6 +69,35 @@ export async function serve({ addresses, folder }) {
   await writeFile(path.join(own, 'sshd_config'), configuration(own, addresses));
   return startDaemon('sshd', ['/usr/sbin/sshd', '-D', '-e', '-f', path.join(own, 'sshd_config')],
     { kind: 'tcp', port: kPort });
+}
+
+/**
+ * Starts a program of the engineer's that is used line by line. next() resolves with its next line, or fails with its error
+ * output after its end; end() closes its input and waits for its exit; kill() forces it.
+ */
+function openLines(command) {
+  const child = spawn(command[0], command.slice(1), { stdio: 'pipe' });
+  let errors = '';
+  child.stderr.on('data', (bytes) => { errors += bytes; });
+  child.stdin.on('error', () => {});  // next() reports its end
+  child.on('error', (error) => { errors += error.message; });
+  const ended = once(child, 'close').catch(() => []);
+  const lines = createInterface({ input: child.stdout })[Symbol.asyncIterator]();
+  return {
+    send: (line) => child.stdin.write(`${line}\n`),
+    async next() {
+      const { value, done } = await lines.next();
+      if (!done) return value;
+      await ended;
+      throw new Error(`${command[0]} has ended: ${errors.trim().slice(-300)}`);
+    },
+    async end(timeoutMs) {
+      child.stdin.end();
+      const [code] = await within(timeoutMs, `the end of ${command[0]}`, ended);
+      if (code !== 0) throw new Error(`${command[0]} ended with ${code}: ${errors.trim().slice(-300)}`);
+    },
+    kill: () => child.kill('SIGKILL'),
+  };
 }
 
 // ---- the engineer's

@@ -4,8 +4,8 @@ import { chmod, mkdir } from 'node:fs/promises';
 import path from 'node:path';
 
 import { startDaemon } from './support/daemons.mjs';
-import { startEach } from './support/each.mjs';
 import { curl, exchangeFiles, putGiven } from './support/files.mjs';
+import { startEach } from './support/sharing.mjs';
 
 export const title = 'TFTP';
 

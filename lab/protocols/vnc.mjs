@@ -4,9 +4,8 @@ import { mkdir, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
 import { run } from '../harness/processes.mjs';
-import { content } from './support/content.mjs';
 import { ask, startDaemon } from './support/daemons.mjs';
-import { timed, WrongAnswer } from './support/requests.mjs';
+import { content, timed, WrongAnswer } from './support/requests.mjs';
 
 export const title = 'VNC';
 

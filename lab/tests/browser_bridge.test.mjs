@@ -9,9 +9,8 @@ import { after, before, describe, it } from 'node:test';
 
 import { startBridge } from '../standins/browser/bridge.mjs';
 import { connectBridge } from '../standins/browser/client.mjs';
-import { kProfilePrefix } from '../standins/browser/chromium.mjs';
 import { FailedProcess } from '../standins/browser/page.mjs';
-import { rendererProcesses } from '../standins/browser/processes.mjs';
+import { kProfilePrefix, rendererProcesses } from '../standins/browser/chromium.mjs';
 import { keyName } from '../standins/browser/keys.mjs';
 import {
   kCreate, kLoadUrl, kPostJson, kPostText, kBounds, kMouse, kKey, kInsertText, kCopy, kFailed, kMessage,

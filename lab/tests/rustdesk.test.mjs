@@ -6,7 +6,7 @@ import path from 'node:path';
 import { after, afterEach, before, describe, it } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { Clipboard } from '../harness/clipboard.mjs';
+import { Clipboard } from '../harness/desktop.mjs';
 import { Display } from '../harness/display.mjs';
 import { kBuild, kLabSuffix } from '../harness/paths.mjs';
 import { Processes, run, runOrFail } from '../harness/processes.mjs';

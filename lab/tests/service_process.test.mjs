@@ -5,8 +5,7 @@ import { once } from 'node:events';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
-import { connectService } from '../standins/service/client.mjs';
-import { kMethods, LabService } from '../standins/service/service.mjs';
+import { connectService, kMethods, LabService } from '../standins/service/service.mjs';
 import { until } from './service_harness.mjs';
 
 const kMain = fileURLToPath(new URL('../standins/service/main.mjs', import.meta.url));

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import path from 'node:path';
 
 import { FailedProcess } from '../../lab/standins/browser/page.mjs';
-import { rendererProcesses } from '../../lab/standins/browser/processes.mjs';
+import { rendererProcesses } from '../../lab/standins/browser/chromium.mjs';
 import { kPlc, kTunnelAddress } from '../../lab/harness/network.mjs';
 import { waitUntil } from '../../lab/harness/program.mjs';
 import { ping } from '../../lab/harness/tools.mjs';

@@ -29,7 +29,7 @@ scenario('the menu item writes a report during a connection, which goes on', { s
   await connect(program);
   let report;
   const asked = await requestsDuring(lab, () => whilePinging(lab, 10, async () => {
-    await lab.sendToWindow(kSysCommand, kReportItem, 2);  // the second click finds one at work
+    await lab.desktop.sendToWindow(kSysCommand, kReportItem, 2);  // the second click finds one at work
     const log = await program.waitForLog(kWritten, 40_000);
     const file = lab.prefix.unixPath(new RegExp(`${kWritten}(.*)\r\n`).exec(log)[1]);
     report = readReport(await readFile(file));
@@ -47,7 +47,7 @@ scenario('the menu item writes a report during a connection, which goes on', { s
   }
   assert.equal(await program.state(), '在线');
 
-  await lab.sendToWindow(kSysCommand, kReportItem);
+  await lab.desktop.sendToWindow(kSysCommand, kReportItem);
   const again = await waitUntil('a second report', async () => {
     const log = await program.log();
     return occurrences(log, kWritten) === 2 ? log : null;

@@ -60,7 +60,7 @@ async function withoutRustDeskThereIsALine(lab, program) {
     await savesNothing(lab, () => openDesktop(program, '未找到 RustDesk 程序。'));
   }
   assert.equal(occurrences(await program.log(), '提示：这台电脑上没有 RustDesk，'), 1);
-  assert.equal(await lab.clipboard.read(), null);
+  assert.equal(await lab.desktop.clipboard.read(), null);
 }
 
 /** A file that is there and is no program: Windows tells the engineer, who presses Enter. */
@@ -90,14 +90,14 @@ async function opens(lab, program, id, plan) {
 /** Opens a desktop, does `meanwhile`, closes the program's window; the clipboard's text afterwards. */
 async function clipboardAfterClosing(lab, program, id, meanwhile) {
   const { pid } = await opens(lab, program, id, { showAfterMs: kAfterLastAttemptMs, left: kOutside });
-  assert.equal(await lab.clipboard.read(), `password-${id}`);
+  assert.equal(await lab.desktop.clipboard.read(), `password-${id}`);
   await meanwhile();
   const begin = performance.now();
   assert.equal(await program.closeWindow(), 0);
   const seconds = (performance.now() - begin) / 1000;
   assert.ok(seconds < kClosesWithinS, `closed after ${seconds} s`);
   await lab.rustDesk.end(pid);
-  return lab.clipboard.read();
+  return lab.desktop.clipboard.read();
 }
 
 const happenings = async (lab, { pid }) => (await lab.rustDesk.events({ pid })).map(({ event }) => event);
@@ -116,7 +116,7 @@ scenario('the end of the program takes the password off the clipboard, and nothi
     await lab.rustDesk.install(kFile);
     assert.equal(await clipboardAfterClosing(lab, program, '555', () => {}), null);
     const next = await lab.startProgram();
-    const left = await clipboardAfterClosing(lab, next, '666', () => lab.clipboard.write('别的内容'));
+    const left = await clipboardAfterClosing(lab, next, '666', () => lab.desktop.clipboard.write('别的内容'));
     assert.equal(left, '别的内容');
   });
 

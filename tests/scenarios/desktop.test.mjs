@@ -31,9 +31,9 @@ const kRequestPath = '/api/devices/2%20%E5%8F%B7%20%E6%B3%B5%E7%AB%99%2FA~b/remo
 async function decoys(lab) {
   const plan = { left: kBesideProgram, lifeMs: kDecoyLifeMs };
   return {
-    hidden: await lab.startWindow('hidden decoy', { ...plan, title: kId, showAfterMs: kDecoyLifeMs }, { event: 'started' }),
-    owned: await lab.startWindow('owned decoy', { ...plan, title: `${kId} RustDesk`, owned: true }),
-    other: await lab.startWindow('other decoy', { ...plan, title: 'Rust' }),
+    hidden: await lab.desktop.startWindow('hidden decoy', { ...plan, title: kId, showAfterMs: kDecoyLifeMs }, { event: 'started' }),
+    owned: await lab.desktop.startWindow('owned decoy', { ...plan, title: `${kId} RustDesk`, owned: true }),
+    other: await lab.desktop.startWindow('other decoy', { ...plan, title: 'Rust' }),
   };
 }
 
@@ -80,8 +80,8 @@ async function pastesPastDecoys(lab, program, { other }) {
     () => program.pointAndClick('#c-desktop'));
   assert.equal(commandLine, `"${kFile}" "--connect" "${kId}"`);
   await lab.rustDesk.happened(pid, 'shown');
-  assert.equal(await lab.clipboard.read(), kPassword);
-  await lab.clipboard.write(kElsewhere);  // somebody works on meanwhile
+  assert.equal(await lab.desktop.clipboard.read(), kPassword);
+  await lab.desktop.clipboard.write(kElsewhere);  // somebody works on meanwhile
   await typeInto(lab, other, 'Rust');
 
   const enter = await lab.rustDesk.happened(pid, 'enter');
@@ -90,7 +90,7 @@ async function pastesPastDecoys(lab, program, { other }) {
   assert.ok(enter.atMs - paste.atMs >= kBeforeEnterMs, `${enter.atMs - paste.atMs} ms between paste and Enter`);
   await waitUntil('the last key', async () => (await lab.rustDesk.keys(pid)).length >= kPasteAndEnter.length);
   assert.deepEqual(await lab.rustDesk.keys(pid), kPasteAndEnter);
-  assert.equal(await lab.clipboard.read(), kPassword);
+  assert.equal(await lab.desktop.clipboard.read(), kPassword);
   await lab.rustDesk.end(pid);
 }
 
@@ -102,7 +102,7 @@ async function opens(lab, program, desktop, line) {
 }
 
 async function withoutClipboardNothingIsPasted(lab, program) {
-  const letGo = await lab.clipboard.hold(lab.processes);
+  const letGo = await lab.desktop.clipboard.hold(lab.processes);
   const start = await opens(lab, program, { rustDeskId: '12"34', accessPassword: kPassword },
     '远程桌面已打开：12"34，访问密码复制失败，请手动复制。');
   await staysUntouched(lab, start);
@@ -112,13 +112,13 @@ async function withoutClipboardNothingIsPasted(lab, program) {
 }
 
 async function withoutPasswordNothingIsCopied(lab, program) {
-  await lab.clipboard.write(kElsewhere);
+  await lab.desktop.clipboard.write(kElsewhere);
   for (const accessPassword of ['', undefined, 42]) {
     const start = await opens(lab, program, { rustDeskId: '111', accessPassword }, '远程桌面已打开：111。');
     if (accessPassword === '') await staysUntouched(lab, start);
     await lab.rustDesk.end(start.pid);
   }
-  assert.equal(await lab.clipboard.read(), kElsewhere);
+  assert.equal(await lab.desktop.clipboard.read(), kElsewhere);
 }
 
 async function withoutIdAnyRustDeskIsTheOne(lab, program) {
@@ -159,8 +159,8 @@ scenario("of two windows with its title the password goes to RustDesk's own, tho
   { settings: { deviceNumber: kPump.deviceNumber }, size: kScreen }, async (lab, program) => {
     await lab.rustDesk.install(kFile);
     const plan = { left: kBesideProgram, lifeMs: kDecoyLifeMs };
-    const own = await lab.startWindow('open RustDesk', { ...plan, title: 'RustDesk' });
-    const stranger = await lab.startWindow('browser', { ...plan, title: `${kId} - 搜索` }, { file: 'browser.exe' });
+    const own = await lab.desktop.startWindow('open RustDesk', { ...plan, title: 'RustDesk' });
+    const stranger = await lab.desktop.startWindow('browser', { ...plan, title: `${kId} - 搜索` }, { file: 'browser.exe' });
     await lab.service.setDesktop({ rustDeskId: kId, accessPassword: kPassword });
     await lab.rustDesk.plan({ showAfterMs: kDecoyLifeMs });
     await opensRustDesk(lab, program, `远程桌面已打开：${kId}，访问密码已复制。`);

@@ -28,17 +28,17 @@ scenario('after a wake, a relay that no longer answers is replaced without waiti
   async (lab, program, t) => {
     await connect(program);
     await logsAfter(program, '电脑即将睡眠，远程连接会中断，唤醒后自动恢复。',
-      () => lab.sendToWindow(kPowerBroadcast, kSuspend));
+      () => lab.desktop.sendToWindow(kPowerBroadcast, kSuspend));
 
     // A relay that answers is left in peace.
     await logsAfter(program, '电脑已唤醒，正在检查中继连接。',
-      () => lab.sendToWindow(kPowerBroadcast, kResumeAutomatic));
+      () => lab.desktop.sendToWindow(kPowerBroadcast, kResumeAutomatic));
     assert.equal(await program.state(), '在线');
 
-    await lab.sendToWindow(kPowerBroadcast, kSuspend);
+    await lab.desktop.sendToWindow(kPowerBroadcast, kSuspend);
     lab.pauseService();  // the connection stands, and nobody answers on it
     let begin = performance.now();
-    await logsAfter(program, kLost, () => lab.sendToWindow(kPowerBroadcast, kResumeAutomatic));
+    await logsAfter(program, kLost, () => lab.desktop.sendToWindow(kPowerBroadcast, kResumeAutomatic));
     const wokenMs = sinceMs(begin);
     assert.ok(wokenMs < 4_000, `${wokenMs} ms`);
     begin = performance.now();
@@ -46,8 +46,8 @@ scenario('after a wake, a relay that no longer answers is replaced without waiti
     t.diagnostic(`lost after ${Math.round(wokenMs)} ms, found ${Math.round(sinceMs(begin))} ms after the return`);
     assert.ok(!(await program.log()).slice(0, (await program.log()).indexOf('电脑已唤醒')).includes(kLost));
 
-    await logsAfter(program, '电脑已锁定，软件继续运行。', () => lab.sendToWindow(kSessionChange, kLock));
-    await logsAfter(program, '电脑已解锁。', () => lab.sendToWindow(kSessionChange, kUnlock));
+    await logsAfter(program, '电脑已锁定，软件继续运行。', () => lab.desktop.sendToWindow(kSessionChange, kLock));
+    await logsAfter(program, '电脑已解锁。', () => lab.desktop.sendToWindow(kSessionChange, kUnlock));
     assert.equal(await program.state(), '在线');
   });
 
@@ -61,9 +61,9 @@ scenario('the end of the session stops the tunnel, clears the proxy list and lea
     const list = () => lab.prefix.proxyOverride({ namespace: lab.network.engineer });
     assert.notEqual(await list(), 'localhost');
 
-    assert.equal((await lab.sendToWindow(kQueryEndSession, 0)).answer, 1);
+    assert.equal((await lab.desktop.sendToWindow(kQueryEndSession, 0)).answer, 1);
     assert.equal(await program.state(), '在线', 'it may still be called off');
-    const { tookMs } = await lab.sendToWindow(kEndSession, 1);
+    const { tookMs } = await lab.desktop.sendToWindow(kEndSession, 1);
     t.diagnostic(`ended in ${tookMs} ms`);
     assert.ok(tookMs < 3_000, `${tookMs} ms`);
 

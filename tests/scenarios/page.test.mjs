@@ -72,7 +72,7 @@ scenario('the window is filled by the page, and nothing of it is cut', {}, async
 async function isOnClipboard(lab, text) {
   let held;
   await waitUntil(`${text} on the clipboard`, async () => {
-    held = await lab.clipboard.read();
+    held = await lab.desktop.clipboard.read();
     return held === text;
   }).catch((error) => { throw new Error(`${error.message}; it holds ${held}`); });
 }

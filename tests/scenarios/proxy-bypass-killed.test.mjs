@@ -99,7 +99,7 @@ scenario('a run killed while it adds to the list leaves nothing on it after the 
   async (lab, program) => {
     const { engineer: namespace } = lab.network;
     await lab.prefix.setProxyOverride(kBefore, { namespace });
-    const heard = await lab.startSettingWatch({ busyMs: 20_000 });
+    const heard = await lab.desktop.startSettingWatch({ busyMs: 20_000 });
     await clickConnect(program);
     await waitUntil('the programs told', () => heard().length > 0);
     await program.kill();

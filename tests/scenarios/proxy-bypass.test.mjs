@@ -30,7 +30,7 @@ async function isTold(heard, count) {
 
 scenario('connecting adds the networks to the proxy bypass list and disconnecting takes them off', {},
   async (lab, program) => {
-    const heard = await lab.startSettingWatch();
+    const heard = await lab.desktop.startSettingWatch();
     await write(lab, ' localhost ; <local>;10.1.*;');
     await grant(lab, '10.1.0.0/16', '192.168.5.0/24', '192.168.5.128/25', '96.0.0.0/7', '203.0.113.9/32');
     await connect(program);
@@ -65,7 +65,7 @@ scenario('connecting adds the networks to the proxy bypass list and disconnectin
 
 scenario('closing the window leaves the entries, which the next start takes off', {},
   async (lab, program) => {
-    const heard = await lab.startSettingWatch({ busyMs: kBusyMs });
+    const heard = await lab.desktop.startSettingWatch({ busyMs: kBusyMs });
     await write(lab, 'localhost');
     await connect(program);
     assert.deepEqual(heard(), [kTold], 'a program that does not answer does not hold the connection up');

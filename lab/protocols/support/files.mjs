@@ -3,9 +3,8 @@ import { randomUUID } from 'node:crypto';
 import { chmod, readFile, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { content, mustHold } from './content.mjs';
 import { ask } from './daemons.mjs';
-import { timed } from './requests.mjs';
+import { content, mustHold, timed } from './requests.mjs';
 
 /** The file on site that is only read. */
 export const kGiven = 'firmware.bin';

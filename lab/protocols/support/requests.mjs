@@ -1,4 +1,7 @@
-// What the protocols' modules share: requests one after another, each timed and compared.
+// Shared by the protocols' modules: timed requests, file contents, and comparisons of answers with the expected ones.
+import { createCipheriv, createHash } from 'node:crypto';
+
+const kKey = Buffer.from('a file on site..');
 
 /** The name of the error in each process: its class does not travel between them. */
 export const kWrongAnswer = 'WrongAnswer';
@@ -50,4 +53,26 @@ export async function insist({ tries, notes, isLoss }, request) {
       notes.repeated += 1;
     }
   }
+}
+
+/** Fails unless `got` holds what `wanted` does; names the first place where they differ. */
+export function mustMatch(what, got, wanted) {
+  if (got.length !== wanted.length) throw new WrongAnswer(`${what}: ${wanted.length} wanted, ${got.length} came`);
+  const place = wanted.findIndex((value, index) => got[index] !== value);
+  if (place >= 0) throw new WrongAnswer(`${what}, number ${place}: wanted ${wanted[place]}, got ${got[place]}`);
+}
+
+/** `bytes` bytes that look random and are the same each time; another `number`, other bytes. */
+export function content(bytes, number = 0) {
+  const counter = Buffer.alloc(16);
+  counter.writeUInt32BE(number);
+  return createCipheriv('aes-128-ctr', kKey, counter).update(Buffer.alloc(bytes));
+}
+
+export const sha256 = (bytes) => createHash('sha256').update(bytes).digest('hex');
+
+/** Fails unless `got` and `wanted` are the same bytes. */
+export function mustHold(what, got, wanted) {
+  if (Buffer.compare(got, wanted) === 0) return;
+  throw new WrongAnswer(`${what}: the bytes differ (${got.length} came, ${wanted.length} wanted)`);
 }

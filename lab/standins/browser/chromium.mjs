@@ -2,7 +2,7 @@
 // JSON messages that end with a NUL, requests on descriptor 3, answers and events on 4).
 import { spawn } from 'node:child_process';
 import { EventEmitter, once } from 'node:events';
-import { mkdtemp, rm } from 'node:fs/promises';
+import { mkdtemp, readdir, readFile, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -156,4 +156,18 @@ export class Chromium extends EventEmitter {
       if (error.code !== 'ESRCH') throw error;
     }
   }
+}
+
+/** Ids of the processes that run the pages of the browser `pid`, which leads a process group. */
+export async function rendererProcesses(pid) {
+  const found = [];
+  for (const name of await readdir('/proc')) {
+    if (!/^\d+$/.test(name)) continue;
+    const [stat, line] = await Promise.all(['stat', 'cmdline'].map((file) =>
+      readFile(`/proc/${name}/${file}`, 'utf8').catch(() => '')));
+    // The name of the program, in parentheses, may hold blanks; state, parent and group follow it.
+    const group = Number(stat.slice(stat.lastIndexOf(')') + 2).split(' ')[2]);
+    if (group === pid && line.includes('--type=renderer')) found.push(Number(name));
+  }
+  return found;
 }

@@ -1,5 +1,5 @@
-// A BACnet/IP device that answers Who-Is with I-Am (ANSI/ASHRAE 135, section 16.10): by unicast, or to
-// everybody in its network, as many devices do.
+// A BACnet/IP device that answers Who-Is with I-Am (ANSI/ASHRAE 135, section 16.10): by unicast, or by
+// broadcast in its network, as many devices do.
 import { once } from 'node:events';
 import { createRequire } from 'node:module';
 
@@ -12,9 +12,9 @@ const isAsked = (number, { lowLimit = number, highLimit = number } = {}) =>
   number >= lowLimit && number <= highLimit;
 
 /**
- * Starts the device. It hears on one socket and speaks on another; see broadcast_answers.mjs for why.
- * `device`: {address, broadcast, number}; the number is its device instance. What it answers to
- * everybody, it prints, too.
+ * Starts the device, with one socket for receiving and one for sending; answerBroadcasts() explains why.
+ * `device`: {address, broadcast, number}; the number is its device instance. It also prints its
+ * broadcast answers.
  */
 export async function startBacnetDevice(device, { answersEverybody = false } = {}) {
   const speaker = new BacnetClient({ interface: device.address, broadcastAddress: device.broadcast });

@@ -1,9 +1,8 @@
-// Devices on site that tools look for by broadcast: one of each protocol for every network named, or,
-// where "everybody" follows, a BACnet device alone that answers everybody.
+// Devices on site that tools find by broadcast: one of each protocol for every network named, or, if
+// "everybody" follows, only a BACnet device that answers its whole network.
 // Usage: node devices.mjs ADDRESS/BROADCAST/NUMBER[/everybody]...
 import { startBacnetDevice } from './bacnet_device.mjs';
-import { startEthernetIpDevice } from './ethernet_ip_device.mjs';
-import { startPlainDevice } from './plain_device.mjs';
+import { startEthernetIpDevice, startPlainDevice } from './broadcast_devices.mjs';
 
 for (const text of process.argv.slice(2)) {
   const [address, broadcast, number, everybody] = text.split('/');

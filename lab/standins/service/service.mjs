@@ -5,6 +5,7 @@ import dgram from 'node:dgram';
 import { once } from 'node:events';
 import http from 'node:http';
 
+import { caller } from '../../harness/remote_call.mjs';
 import { kHandshakes, writeFault } from './faults.mjs';
 import { httpApi } from './http_api.mjs';
 import { OrderWatch } from './order_watch.mjs';
@@ -182,3 +183,9 @@ export class LabService {
 /** What may be called from outside the process. */
 export const kMethods = Object.getOwnPropertyNames(LabService.prototype)
   .filter((name) => name !== 'constructor');
+
+/** The methods of the LabService in a process forked from main.mjs, each as a promise. */
+export async function connectService(child) {
+  const call = caller(child, 'service');
+  return Object.fromEntries(kMethods.map((method) => [method, (...args) => call(method, ...args)]));
+}

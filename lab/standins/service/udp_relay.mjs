@@ -4,9 +4,8 @@ import dgram from 'node:dgram';
 import { once } from 'node:events';
 
 import { nowMs } from './record.mjs';
-import { kHelloAnswers } from './udp_answers.mjs';
 import {
-  DatagramType, kMaxUdpPacketBytes, newToken, packetDatagram, parseFromClient,
+  DatagramType, kHelloAnswers, kMaxUdpPacketBytes, newToken, packetDatagram, parseFromClient,
 } from './udp_datagrams.mjs';
 
 const kSocketBytes = 4 << 20;
