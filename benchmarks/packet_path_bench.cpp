@@ -56,7 +56,7 @@ Packet OutboundPacket(std::uint32_t flow) {
 
 Packet InboundPacket(std::uint32_t flow) {
   Packet packet = OutboundPacket(flow);
-  WriteU32Be(packet, 12, DestinationAddress(packet));
+  WriteU32Be(packet, 12, ReadU32Be(packet, 16));
   WriteU32Be(packet, 16, kTunnelAddress);
   WriteU16Be(packet, 22, ReadU16Be(packet, 20));
   WriteU16Be(packet, 20, 502);

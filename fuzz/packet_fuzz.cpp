@@ -21,10 +21,10 @@ void CheckQueue(PacketQueue& queue, std::uint32_t tunnelAddress) {
   std::vector<Packet> batch;
   while (queue.Size() > 0) {
     if (!queue.Take(batch)) std::abort();
-    for (const Packet& packet : batch) {
-      const std::optional<PacketLayout> layout = ValidatePacket(packet);
-      if (!layout || layout->totalLength != packet.size()) std::abort();
-      if (SourceAddress(packet) != tunnelAddress) std::abort();
+    for (Packet& packet : batch) {
+      const std::optional<PacketView> view = ValidatePacket(packet);
+      if (!view || view->Bytes().size() != packet.size()) std::abort();
+      if (view->SourceAddress() != tunnelAddress) std::abort();
     }
   }
 }

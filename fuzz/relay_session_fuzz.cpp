@@ -260,9 +260,9 @@ class Script final : public fuzz::StreamPeer {
   // What the driver hands over, with what must be readable behind it, and the sender's next turn.
   void Capture(Packet packet, int times) {
     captured_ = packet;
-    if (const auto layout = ValidatePacket(packet)) {
-      const std::uint32_t source = SourceAddress(packet);
-      answers_.insert({DestinationAddress(packet), source});
+    if (const auto view = ValidatePacket(packet)) {
+      const std::uint32_t source = view->SourceAddress();
+      answers_.insert({view->DestinationAddress(), source});
       for (const RouteMapping& mapping : kMappings) {
         if (isDiscovering_) answers_.insert({LastAddress(mapping.Mapped()), source});
       }
@@ -294,14 +294,15 @@ class Script final : public fuzz::StreamPeer {
   // The site's answer to the packet that left last: addresses and ports the other way round.
   fuzz::Bytes LastAnswer() {
     fuzz::Bytes packet = left_;
-    const auto layout = ValidatePacket(packet);
-    if (!layout) return packet;
-    const std::uint32_t source = SourceAddress(packet);
-    SetSourceAddress(packet, DestinationAddress(packet));
-    SetDestinationAddress(packet, source);
-    if (layout->protocol == kProtocolIcmp) return packet;
-    const std::uint32_t ports = ReadU32Be(packet, layout->transportOffset);
-    WriteU32Be(packet, layout->transportOffset, ports << 16 | ports >> 16);
+    const auto view = ValidatePacket(packet);
+    if (!view) return packet;
+    const std::uint32_t source = view->SourceAddress();
+    view->SetSourceAddress(view->DestinationAddress());
+    view->SetDestinationAddress(source);
+    if (view->Is(kProtocolIcmp)) return packet;
+    const std::size_t at = view->Layout().transportOffset;
+    const std::uint32_t ports = ReadU32Be(packet, at);
+    WriteU32Be(packet, at, ports << 16 | ports >> 16);
     return packet;
   }
 

@@ -14,12 +14,12 @@ bool isDriverFailing = false;
 
 int CheckInjected(tunnel::WinDivertHandle, const void* bytes, std::uint32_t length, std::uint32_t*,
                   const tunnel::WinDivertAddress* address) {
-  const std::span packet(static_cast<const std::byte*>(bytes), length);
-  const auto layout = tunnel::ValidatePacket(packet);
-  Require(layout && layout->totalLength == length);
+  const auto* const first = static_cast<const std::byte*>(bytes);
+  tunnel::Bytes packet(first, first + length);
+  const auto view = tunnel::ValidatePacket(packet);
+  Require(view && view->Bytes().size() == length);
   Require(address->interfaceIndex == kInterface && address->flags == 0);
-  Require(allowedAnswers->contains(
-      {tunnel::SourceAddress(packet), tunnel::DestinationAddress(packet)}));
+  Require(allowedAnswers->contains({view->SourceAddress(), view->DestinationAddress()}));
   return isDriverFailing ? 0 : 1;
 }
 
@@ -62,10 +62,11 @@ void SetDriverFailing(bool isFailing) {
 }
 
 tunnel::Bytes CheckedPacket(std::span<const std::byte> packet, std::uint32_t tunnelAddress) {
-  const auto layout = tunnel::ValidatePacket(packet);
-  Require(layout && layout->totalLength == packet.size());
-  Require(tunnel::SourceAddress(packet) == tunnelAddress);
-  return {packet.begin(), packet.end()};
+  tunnel::Bytes copy(packet.begin(), packet.end());
+  const auto view = tunnel::ValidatePacket(copy);
+  Require(view && view->Bytes().size() == packet.size());
+  Require(view->SourceAddress() == tunnelAddress);
+  return copy;
 }
 
 void SentStream::Begin() {

@@ -10,6 +10,7 @@ namespace checks {
 namespace {
 
 constexpr std::size_t kHeaderBytes = 20;
+constexpr std::size_t kAddressesOffset = 12;  // source, then destination
 constexpr std::size_t kIpSumOffset = 10;
 constexpr std::uint32_t kFrom = 0xC6336401;  // 198.51.100.1
 constexpr std::uint32_t kTo = 0xCB007101;    // 203.0.113.1
@@ -32,7 +33,7 @@ std::uint16_t RightSum(const ChecksumProbe& probe) {
   const std::span<const std::byte> packet(probe.packet);
   std::uint32_t sum = AddWords(packet.subspan(kHeaderBytes), 0);
   if (probe.hasPseudoHeader) {
-    sum = AddWords(packet.subspan(tunnel::kSourceOffset, 8), sum);
+    sum = AddWords(packet.subspan(kAddressesOffset, 8), sum);
     sum += std::to_integer<std::uint32_t>(packet[9]);
     sum += static_cast<std::uint32_t>(packet.size() - kHeaderBytes);
   }
@@ -49,8 +50,8 @@ ChecksumProbe MakeProbe(const wchar_t* name, std::uint8_t protocol, std::size_t 
   tunnel::WriteU16Be(packet, 2, static_cast<std::uint16_t>(packet.size()));
   packet[8] = std::byte{64};
   packet[9] = std::byte{protocol};
-  tunnel::SetSourceAddress(packet, kFrom);
-  tunnel::SetDestinationAddress(packet, kTo);
+  tunnel::WriteU32Be(packet, kAddressesOffset, kFrom);
+  tunnel::WriteU32Be(packet, kAddressesOffset + 4, kTo);
   tunnel::WriteU16Be(packet, probe.sumOffset, 0);
   return probe;
 }

@@ -11,23 +11,15 @@
 namespace tunnel {
 namespace {
 
-// A driver that is gone for good fails every receive at once; the pause keeps that from taking a
-// whole processor until the tunnel is stopped.
+// A driver that has gone away fails every receive at once; without the pause the loop would occupy
+// a whole processor until the tunnel stops.
 constexpr std::chrono::milliseconds kPauseAfterFailure{1};
 
-// Which end it is when `packet` gets no checksums.
-CaptureEnd EndFor(std::span<const std::byte> packet, const TunnelFlags& flags) noexcept {
+CaptureEnd EndAfterChecksumError(std::span<const std::byte> packet,
+                                 const TunnelFlags& flags) noexcept {
   if (!flags.KeepGoing()) return CaptureEnd::Stopped;
+  // The rewrite does not touch the fragment field, so it still holds the captured value.
   return IsFirstFragment(packet) ? CaptureEnd::ByFragment : CaptureEnd::ByOtherError;
-}
-
-void HandleCaptured(std::span<std::byte> bytes, const WinDivertAddress& address, Driver& driver,
-                    PacketPath& path) {
-  if (ValidatePacket(bytes)) {
-    path.HandleOutbound(bytes, address);
-  } else {
-    driver.Inject(bytes, address);
-  }
 }
 
 }  // namespace
@@ -42,7 +34,7 @@ std::wstring BuildCaptureFilter(std::span<const RouteMapping> mappings, bool dis
   std::vector<std::wstring> clauses;
   for (const RouteMapping& mapping : mappings) clauses.push_back(RouteClause(mapping));
   const std::wstring routed = L"(icmp or tcp or udp) and (" + text::Join(clauses, L" or ") + L")";
-  // Not what other drivers inject: taking it could make two drivers pass one packet round for ever.
+  // Without !impostor two drivers could capture and inject one packet in turns for ever.
   const std::wstring outbound = L"outbound and ip and !impostor and ";
   if (!discoveryMode) return outbound + routed;
   return outbound + L"((" + routed + L") or (udp and ip.DstAddr == 255.255.255.255))";
@@ -56,18 +48,18 @@ CaptureEnd CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& pat
       WinDivertAddress address;
       const std::optional<std::size_t> length =
           driver.Receive(std::span(buffer).first(kMaxPacketBytes), address);
-      if (length) {
-        HandleCaptured(std::span(buffer).first(*length), address, driver, path);
-      } else {
+      if (!length) {
         std::this_thread::sleep_for(kPauseAfterFailure);
+        continue;
       }
+      const std::span<std::byte> captured = std::span(buffer).first(*length);
+      if (!path.HandleOutbound(captured, address)) driver.Inject(captured, address);
     }
     return CaptureEnd::Stopped;
   } catch (const ChecksumError&) {
-    // Rewriting a packet leaves its fragment field alone.
-    return EndFor(buffer, flags);
+    return EndAfterChecksumError(buffer, flags);
   } catch (...) {
-    // The transports go on; the relay still answers what is under way.
+    // The relay threads keep running, so questions already sent still get their answers.
     return CaptureEnd::ByOtherError;
   }
 }

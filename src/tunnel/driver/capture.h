@@ -10,26 +10,24 @@
 
 namespace tunnel {
 
-// The packet driver's filter text: which outbound packets the tunnel takes. Pure functions.
-
-// "(ip.DstAddr >= 172.31.0.0 and ip.DstAddr <= 172.31.0.255)", over the mapped network.
+// One clause of the filter, over the mapped network:
+// "(ip.DstAddr >= 172.31.0.0 and ip.DstAddr <= 172.31.0.255)".
 std::wstring RouteClause(const RouteMapping& mapping);
 
-// Outbound ICMP, TCP and UDP to any mapped network, except what another driver injected; with
-// `discoveryMode` also UDP to 255.255.255.255. `mappings` is not empty. How many clauses fit is the
-// driver's to say: it refuses the filter when opened.
+// The packet driver's filter text: outbound ICMP, TCP and UDP to any mapped network, except packets
+// injected by another driver; with `discoveryMode` also UDP to 255.255.255.255. `mappings` must not
+// be empty. The driver refuses to open a filter with too many clauses. Pure.
 std::wstring BuildCaptureFilter(std::span<const RouteMapping> mappings, bool discoveryMode);
 
 enum class CaptureEnd {
   Stopped,       // by the flags
-  ByFragment,    // the driver has no checksums for a captured first fragment
-  ByOtherError,  // of the driver, or short memory
+  ByFragment,    // the driver computes no checksums for a captured first fragment
+  ByOtherError,  // from the driver, or out of memory
 };
 
-// The capture thread's body: receives packets until the flags end it, hands tunnel packets to the
-// packet path and puts every other back unchanged. A failed receive is passed over: closing the
-// driver's handles, after the flags are set, is what wakes and ends it. An error of the driver ends
-// the loop and leaves the tunnel alone.
+// The capture thread's body: receives packets until the flags end it, passes tunnel packets to the
+// packet path and puts all others back unchanged. To end it, set the flags, then close the driver's
+// handles; failed receives are retried until then. A driver error ends the loop but not the tunnel.
 CaptureEnd CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& path) noexcept;
 
 }  // namespace tunnel

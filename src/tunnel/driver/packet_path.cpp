@@ -5,27 +5,26 @@
 namespace tunnel {
 namespace {
 
-FlowKey FlowKeyOf(std::span<const std::byte> packet, const PacketLayout& layout) {
-  return {layout.protocol, SourceAddress(packet), SourcePort(packet, layout),
-          DestinationAddress(packet), DestinationPort(packet, layout)};
+FlowKey FlowKeyOf(const PacketView& packet) {
+  return {packet.Layout().protocol, packet.SourceAddress(), packet.SourcePort(),
+          packet.DestinationAddress(), packet.DestinationPort()};
 }
 
-// The key under which the outbound packet was recorded that `packet` answers.
-FlowKey ReverseFlowKeyOf(std::span<const std::byte> packet, const PacketLayout& layout) {
-  const bool isIcmp = layout.protocol == kProtocolIcmp;
-  return {layout.protocol, DestinationAddress(packet),
-          isIcmp ? IcmpIdentifier(packet, layout) : DestinationPort(packet, layout),
-          SourceAddress(packet), isIcmp ? std::uint16_t{0} : SourcePort(packet, layout)};
+// The key of the outbound packet that `packet` answers. An ICMP answer repeats the identifier,
+// which was the question's source port, so it is not swapped.
+FlowKey ReverseFlowKeyOf(const PacketView& packet) {
+  const bool isIcmp = packet.Is(kProtocolIcmp);
+  return {packet.Layout().protocol, packet.DestinationAddress(),
+          isIcmp ? packet.IcmpIdentifier() : packet.DestinationPort(), packet.SourceAddress(),
+          isIcmp ? std::uint16_t{0} : packet.SourcePort()};
 }
 
-BroadcastKey BroadcastKeyOf(std::span<const std::byte> packet, const PacketLayout& layout,
-                            const RouteMapping& route) {
-  return {route.realNetwork, route.realPrefix, DestinationPort(packet, layout),
-          SourcePort(packet, layout)};
+BroadcastKey BroadcastKeyOf(const PacketView& packet, const RouteMapping& route) {
+  return {route.realNetwork, route.realPrefix, packet.DestinationPort(), packet.SourcePort()};
 }
 
-// Also true of 255.255.255.255. The last octet stands for a directed broadcast: masks inside the
-// site are not known here.
+// Also true for 255.255.255.255. The site's own netmasks are unknown here, so any address that ends
+// in 255 counts as a directed broadcast.
 bool LooksLikeBroadcast(std::uint32_t destination) noexcept {
   return (destination & 0xFF) == 0xFF;
 }
@@ -46,83 +45,81 @@ void PacketPath::Configure(std::uint32_t tunnelAddress, std::vector<RouteMapping
   tables_.Clear();
 }
 
-void PacketPath::HandleOutbound(std::span<std::byte> packet,
+bool PacketPath::HandleOutbound(std::span<std::byte> packet,
                                 const WinDivertAddress& driverAddress) {
-  const std::optional<PacketLayout> layout = ValidatePacket(packet);
-  if (!layout) return;
-  const std::span<std::byte> whole = packet.first(layout->totalLength);
+  const std::optional<PacketView> view = ValidatePacket(packet);
+  if (!view) return false;
 
   const platform::MutexLock lock(packetLock_);
-  if (discoveryMode_ && layout->protocol == kProtocolUdp &&
-      DestinationAddress(whole) == kLimitedBroadcast) {
-    BroadcastToRoutes(whole, *layout, driverAddress);
+  if (discoveryMode_ && view->Is(kProtocolUdp) && view->DestinationAddress() == kLimitedBroadcast) {
+    BroadcastToRoutes(*view, driverAddress);
   } else {
-    SendToRoute(whole, *layout, driverAddress);
+    SendToRoute(*view, driverAddress);
   }
+  return true;
 }
 
-void PacketPath::SendToRoute(std::span<std::byte> packet, const PacketLayout& layout,
-                             const WinDivertAddress& driverAddress) {
-  const std::uint32_t addressed = DestinationAddress(packet);
+void PacketPath::SendToRoute(const PacketView& packet, const WinDivertAddress& driverAddress) {
+  const std::uint32_t addressed = packet.DestinationAddress();
   const RouteMapping* route = routes_.Find(addressed);
   if (route == nullptr) return;
-  const FlowEntry entry{SourceAddress(packet), addressed, driverAddress.interfaceIndex,
+  const FlowEntry entry{packet.SourceAddress(), addressed, driverAddress.interfaceIndex,
                         driverAddress.subInterfaceIndex};
-  SetDestinationAddress(packet, RealDestination(*route, addressed));
-  SetSourceAddress(packet, tunnelAddress_);
-  ClampMss(packet, layout);
-  driver_.RecalculateChecksums(packet);
+  packet.SetDestinationAddress(RealDestination(*route, addressed));
+  packet.SetSourceAddress(tunnelAddress_);
+  packet.ClampMss();
+  // Before the flow is recorded: a packet without checksums must leave no trace.
+  driver_.RecalculateChecksums(packet.Bytes());
 
-  tables_.RecordFlow(FlowKeyOf(packet, layout), entry);
-  if (layout.protocol == kProtocolUdp && LooksLikeBroadcast(DestinationAddress(packet))) {
-    tables_.RecordBroadcast(BroadcastKeyOf(packet, layout, *route), entry);
+  tables_.RecordFlow(FlowKeyOf(packet), entry);
+  if (packet.Is(kProtocolUdp) && LooksLikeBroadcast(packet.DestinationAddress())) {
+    tables_.RecordBroadcast(BroadcastKeyOf(packet, *route), entry);
   }
-  queue_.EnqueueOutbound(packet);
+  queue_.EnqueueOutbound(packet.Bytes());
 }
 
-void PacketPath::BroadcastToRoutes(std::span<std::byte> packet, const PacketLayout& layout,
+void PacketPath::BroadcastToRoutes(const PacketView& packet,
                                    const WinDivertAddress& driverAddress) {
-  const std::uint32_t localSource = SourceAddress(packet);
-  SetSourceAddress(packet, tunnelAddress_);
+  const std::uint32_t localSource = packet.SourceAddress();
+  packet.SetSourceAddress(tunnelAddress_);
   for (const RouteMapping& route : routes_.Mappings()) {
     if (route.realPrefix >= 31) continue;  // such a network has no broadcast address
-    SetDestinationAddress(packet, LastAddress(route.Real()));
-    driver_.RecalculateChecksums(packet);
+    packet.SetDestinationAddress(LastAddress(route.Real()));
+    driver_.RecalculateChecksums(packet.Bytes());
 
     const FlowEntry entry{localSource, LastAddress(route.Mapped()), driverAddress.interfaceIndex,
                           driverAddress.subInterfaceIndex};
-    tables_.RecordFlow(FlowKeyOf(packet, layout), entry);
-    tables_.RecordBroadcast(BroadcastKeyOf(packet, layout, route), entry);
-    queue_.EnqueueOutbound(packet);
+    tables_.RecordFlow(FlowKeyOf(packet), entry);
+    tables_.RecordBroadcast(BroadcastKeyOf(packet, route), entry);
+    queue_.EnqueueOutbound(packet.Bytes());
   }
 }
 
 void PacketPath::HandleInbound(std::span<std::byte> packet) {
   if (!driver_.CanInject()) return;
-  const std::optional<PacketLayout> layout = ValidatePacket(packet);
-  if (!layout) return;
+  const std::optional<PacketView> view = ValidatePacket(packet);
+  if (!view) return;
 
   const platform::MutexLock lock(packetLock_);
-  const std::span<std::byte> whole = packet.first(layout->totalLength);
-  const FlowEntry* entry = FindReturn(whole, *layout);
+  const FlowEntry* entry = FindReturn(*view);
   if (entry == nullptr) return;
-  SetDestinationAddress(whole, entry->localSource);
-  SetSourceAddress(whole, entry->addressedDestination);
-  driver_.RecalculateChecksums(whole);
+  view->SetDestinationAddress(entry->localSource);
+  view->SetSourceAddress(entry->addressedDestination);
+  driver_.RecalculateChecksums(view->Bytes());
 
-  // All zero but the interface: an inbound packet, arriving where the question left.
+  // All zero except the interface: an inbound packet that arrives where the question left.
   WinDivertAddress address;
   address.interfaceIndex = entry->interfaceIndex;
   address.subInterfaceIndex = entry->subInterfaceIndex;
-  driver_.Inject(whole, address);
+  driver_.Inject(view->Bytes(), address);
 }
 
-const FlowEntry* PacketPath::FindReturn(std::span<const std::byte> packet,
-                                        const PacketLayout& layout) const {
-  const FlowEntry* entry = tables_.FindFlow(ReverseFlowKeyOf(packet, layout));
-  if (entry != nullptr || layout.protocol != kProtocolUdp) return entry;
-  return tables_.FindBroadcast(SourceAddress(packet), SourcePort(packet, layout),
-                               DestinationPort(packet, layout));
+// The exact flow first; a UDP packet may instead answer a broadcast, from any host of its network.
+const FlowEntry* PacketPath::FindReturn(const PacketView& packet) const {
+  const FlowEntry* entry = tables_.FindFlow(ReverseFlowKeyOf(packet));
+  if (entry != nullptr || !packet.Is(kProtocolUdp)) return entry;
+  return tables_.FindBroadcast(packet.SourceAddress(), packet.SourcePort(),
+                               packet.DestinationPort());
 }
 
 void PacketPath::ClearFlows() {

@@ -14,9 +14,8 @@
 
 namespace tunnel {
 
-// The way of every packet between this computer and the relay: outbound it is given the tunnel's
-// and the site's addresses and queued; inbound the addresses that the asking program used are put
-// back and the packet is injected on the interface that the question left by.
+// Translates packets. Outbound: rewrite both addresses, queue for the relay. Inbound: restore them,
+// inject on the original interface.
 //
 // Threads: any. The packet lock is held for the whole of one packet; the queue's and the driver's
 //          locks are taken inside it, never the other way round.
@@ -26,33 +25,31 @@ class PacketPath {
   // Keeps both references; they must outlive it.
   PacketPath(Driver& driver, PacketQueue& queue) : driver_(driver), queue_(queue) {}
 
-  // What to translate, from the next packet on. `tunnelAddress` in host order. Forgets all flows.
+  // Applies to the next packet and all later ones. `tunnelAddress` in host order. Clears the flows.
   void Configure(std::uint32_t tunnelAddress, std::vector<RouteMapping> mappings,
                  bool discoveryMode) EXCLUDES(packetLock_);
 
-  // One captured packet, with the record that the driver gave for it; rewritten in place and copied
-  // into the queue. Packets outside the mapped networks are dropped, as is what ValidatePacket
-  // refuses. kReadableBehindPacket bytes behind the packet must be readable, here and below.
-  void HandleOutbound(std::span<std::byte> packet, const WinDivertAddress& driverAddress)
+  // Takes one captured packet with the driver's record of it, rewrites it in place and copies it
+  // into the queue; drops it if no mapped network holds its destination. False, with `packet`
+  // untouched, if it is not a packet that the tunnel carries (ValidatePacket). Here and below
+  // kReadableBehindPacket bytes behind the packet must be readable.
+  bool HandleOutbound(std::span<std::byte> packet, const WinDivertAddress& driverAddress)
       EXCLUDES(packetLock_);
 
-  // One packet from the relay, any bytes; rewritten in place and injected. Dropped silently when it
-  // is no tunnel packet, answers nothing, or the driver is not open.
+  // Takes any bytes from the relay, rewrites them in place and injects them. Silently drops invalid
+  // packets, packets that answer no flow, and all packets while the driver is closed.
   void HandleInbound(std::span<std::byte> packet) EXCLUDES(packetLock_);
 
-  // Forgets all flows; at tunnel stop.
   void ClearFlows() EXCLUDES(packetLock_);
-
   [[nodiscard]] std::size_t FlowCount() const EXCLUDES(packetLock_);
   [[nodiscard]] std::size_t BroadcastCount() const EXCLUDES(packetLock_);
 
  private:
-  void SendToRoute(std::span<std::byte> packet, const PacketLayout& layout,
-                   const WinDivertAddress& driverAddress) REQUIRES(packetLock_);
-  void BroadcastToRoutes(std::span<std::byte> packet, const PacketLayout& layout,
-                         const WinDivertAddress& driverAddress) REQUIRES(packetLock_);
-  const FlowEntry* FindReturn(std::span<const std::byte> packet, const PacketLayout& layout) const
+  void SendToRoute(const PacketView& packet, const WinDivertAddress& driverAddress)
       REQUIRES(packetLock_);
+  void BroadcastToRoutes(const PacketView& packet, const WinDivertAddress& driverAddress)
+      REQUIRES(packetLock_);
+  [[nodiscard]] const FlowEntry* FindReturn(const PacketView& packet) const REQUIRES(packetLock_);
 
   Driver& driver_;
   PacketQueue& queue_;

@@ -28,24 +28,13 @@ std::size_t TransportMinimum(std::uint8_t protocol) noexcept {
     case kProtocolTcp:
       return kTcpMinHeaderBytes;
     default:
-      return 0;  // not ours
+      return 0;  // not carried by the tunnel
   }
-}
-
-// The options of a SYN; empty for any other packet and for a data offset that makes no sense.
-std::span<std::byte> SynOptions(std::span<std::byte> packet, const PacketLayout& layout) noexcept {
-  if (layout.protocol != kProtocolTcp) return {};
-  const std::span<std::byte> segment =
-      packet.subspan(layout.transportOffset, layout.totalLength - layout.transportOffset);
-  if ((ReadU8(segment, kTcpFlagsOffset) & kTcpSyn) == 0) return {};
-  const std::size_t dataOffset = std::size_t{ReadU8(segment, kTcpDataOffset)} >> 4 << 2;
-  if (dataOffset < kTcpMinHeaderBytes || dataOffset > segment.size()) return {};
-  return segment.subspan(kTcpMinHeaderBytes, dataOffset - kTcpMinHeaderBytes);
 }
 
 }  // namespace
 
-std::optional<PacketLayout> ValidatePacket(std::span<const std::byte> buffer) noexcept {
+std::optional<PacketView> ValidatePacket(std::span<std::byte> buffer) noexcept {
   if (buffer.size() < kIpv4MinHeaderBytes || ReadU8(buffer, 0) >> 4 != 4) return std::nullopt;
   PacketLayout layout;
   layout.headerLength = (std::size_t{ReadU8(buffer, 0)} & 0x0F) * 4;
@@ -53,6 +42,7 @@ std::optional<PacketLayout> ValidatePacket(std::span<const std::byte> buffer) no
     return std::nullopt;
   }
   layout.totalLength = ReadU16Be(buffer, kTotalLengthOffset);
+  // A capture may carry padding behind the packet, but never less than the header announces.
   if (layout.totalLength < layout.headerLength || layout.totalLength > buffer.size()) {
     return std::nullopt;
   }
@@ -61,16 +51,27 @@ std::optional<PacketLayout> ValidatePacket(std::span<const std::byte> buffer) no
   layout.transportMinimum = TransportMinimum(layout.protocol);
   if (layout.transportMinimum == 0) return std::nullopt;
   if (layout.totalLength - layout.headerLength < layout.transportMinimum) return std::nullopt;
-  return layout;
+  return PacketView(buffer.first(layout.totalLength), layout);
 }
 
 bool IsFirstFragment(std::span<const std::byte> packet) noexcept {
   const std::uint16_t fragment = ReadU16Be(packet, kFragmentOffset);
+  // More fragments follow, and this one starts at offset 0.
   return (fragment & (kMoreFragments | kFragmentPlace)) == kMoreFragments;
 }
 
-void ClampMss(std::span<std::byte> packet, const PacketLayout& layout) noexcept {
-  std::span<std::byte> options = SynOptions(packet, layout);
+// The options of a SYN; empty for any other packet and for an impossible data offset.
+std::span<std::byte> PacketView::SynOptions() const noexcept {
+  if (!Is(kProtocolTcp)) return {};
+  const std::span<std::byte> segment = bytes_.subspan(layout_.transportOffset);
+  if ((ReadU8(segment, kTcpFlagsOffset) & kTcpSyn) == 0) return {};
+  const std::size_t dataOffset = std::size_t{ReadU8(segment, kTcpDataOffset)} >> 4 << 2;
+  if (dataOffset < kTcpMinHeaderBytes || dataOffset > segment.size()) return {};
+  return segment.subspan(kTcpMinHeaderBytes, dataOffset - kTcpMinHeaderBytes);
+}
+
+void PacketView::ClampMss() const noexcept {
+  std::span<std::byte> options = SynOptions();
   while (!options.empty()) {
     const std::uint8_t kind = ReadU8(options, 0);
     if (kind == kOptionEnd) return;
@@ -78,6 +79,7 @@ void ClampMss(std::span<std::byte> packet, const PacketLayout& layout) noexcept 
       options = options.subspan(1);
       continue;
     }
+    // A malformed option makes the rest unreadable; the packet then keeps its MSS.
     if (options.size() < 2) return;
     const std::size_t length = ReadU8(options, 1);
     if (length < 2 || length > options.size()) return;

@@ -13,6 +13,7 @@
 #include "platform/mutex.h"
 #include "tunnel/driver/silent_driver.h"
 #include "tunnel/packets/bytes.h"
+#include "tunnel/packets/test_packets.h"
 #include "tunnel/relay/test_relay.h"
 #include "tunnel/relay/udp_datagram.h"
 #include "tunnel/relay/udp_relay.h"

@@ -11,6 +11,7 @@
 #include "tunnel/driver/packet_path.h"
 #include "tunnel/packets/bytes.h"
 #include "tunnel/packets/queue_reader.h"
+#include "tunnel/packets/test_packets.h"
 
 // What the tests of the packet path share. This computer is 192.168.1.50, its tunnel address
 // 10.99.0.7; 10.0.0.0/24 keeps its addresses, 192.168.1.0/24 is reached as 172.31.0.0/24.
@@ -39,14 +40,14 @@ inline Packet WithDestination(Packet packet, std::uint32_t destination) {
 
 // The answer to a packet as the site sees it: addresses and ports swapped. Checksums are left.
 inline Packet AnswerTo(Packet packet) {
-  const auto layout = ValidatePacket(packet);
   const std::uint32_t source = SourceAddress(packet);
   SetSourceAddress(packet, DestinationAddress(packet));
   SetDestinationAddress(packet, source);
-  if (layout && layout->protocol != kProtocolIcmp) {
-    const std::uint16_t sourcePort = ReadU16Be(packet, layout->transportOffset);
-    WriteU16Be(packet, layout->transportOffset, ReadU16Be(packet, layout->transportOffset + 2));
-    WriteU16Be(packet, layout->transportOffset + 2, sourcePort);
+  const auto view = ValidatePacket(packet);
+  if (view && !view->Is(kProtocolIcmp)) {
+    const std::size_t at = view->Layout().transportOffset;
+    const std::uint32_t ports = ReadU32Be(packet, at);
+    WriteU32Be(packet, at, ports << 16 | ports >> 16);
   }
   return packet;
 }

@@ -37,15 +37,17 @@ Packet Segment(std::initializer_list<std::uint8_t> options, std::uint8_t flags =
 }
 
 Packet Clamped(Packet packet) {
-  const auto layout = ValidatePacket(packet);
-  EXPECT_TRUE(layout);
-  if (layout) ClampMss(packet, *layout);
+  const auto view = ValidatePacket(packet);
+  EXPECT_TRUE(view);
+  if (view) view->ClampMss();
   return packet;
 }
 
 TEST(ValidatePacket, FindsTheLayout) {
-  const auto layout = ValidatePacket(PacketOf(kSyn));
-  ASSERT_TRUE(layout);
+  Packet packet = PacketOf(kSyn);
+  const auto view = ValidatePacket(packet);
+  ASSERT_TRUE(view);
+  const PacketLayout* const layout = &view->Layout();
   EXPECT_EQ(layout->totalLength, 44U);
   EXPECT_EQ(layout->headerLength, 20U);
   EXPECT_EQ(layout->transportOffset, 20U);
@@ -58,18 +60,18 @@ TEST(ValidatePacket, CountsIpOptionsToTheHeader) {
   packet.insert(packet.begin() + 20, 8, std::byte{0});
   WriteU8(packet, 0, 0x47);
   WriteU16Be(packet, 2, static_cast<std::uint16_t>(packet.size()));
-  const auto layout = ValidatePacket(packet);
-  ASSERT_TRUE(layout);
-  EXPECT_EQ(layout->transportOffset, 28U);
-  EXPECT_EQ(SourcePort(packet, *layout), 40000);
-  EXPECT_EQ(DestinationPort(packet, *layout), 161);
+  const auto view = ValidatePacket(packet);
+  ASSERT_TRUE(view);
+  EXPECT_EQ(view->Layout().transportOffset, 28U);
+  EXPECT_EQ(view->SourcePort(), 40000);
+  EXPECT_EQ(view->DestinationPort(), 161);
 }
 
 TEST(ValidatePacket, RefusesEveryTruncation) {
-  for (const Packet& whole : {PacketOf(kPing), PacketOf(kSyn), PacketOf(kUdp)}) {
+  for (Packet whole : {PacketOf(kPing), PacketOf(kSyn), PacketOf(kUdp)}) {
     EXPECT_TRUE(ValidatePacket(whole));
     for (std::size_t length = 0; length < whole.size(); ++length) {
-      const Packet cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+      Packet cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
       EXPECT_FALSE(ValidatePacket(cut)) << length;
     }
   }
@@ -78,9 +80,9 @@ TEST(ValidatePacket, RefusesEveryTruncation) {
 TEST(ValidatePacket, TakesMoreBytesThanTheHeaderSays) {
   Packet packet = PacketOf(kUdp);
   packet.resize(packet.size() + 9);
-  const auto layout = ValidatePacket(packet);
-  ASSERT_TRUE(layout);
-  EXPECT_EQ(layout->totalLength, 33U);
+  const auto view = ValidatePacket(packet);
+  ASSERT_TRUE(view);
+  EXPECT_EQ(view->Layout().totalLength, 33U);
 }
 
 TEST(ValidatePacket, RefusesWhatIsNoTunnelPacket) {
@@ -128,21 +130,23 @@ TEST(ValidatePacket, NeedsAWholeTransportHeader) {
 
 TEST(Packet, ReadsAndWritesAddresses) {
   Packet packet = PacketOf(kUdp);
-  EXPECT_EQ(SourceAddress(packet), 0xC0A80132U);
-  EXPECT_EQ(DestinationAddress(packet), 0xAC1F0014U);
-  SetSourceAddress(packet, 0x01020304);
-  SetDestinationAddress(packet, 0xFFFEFDFC);
-  EXPECT_EQ(SourceAddress(packet), 0x01020304U);
-  EXPECT_EQ(DestinationAddress(packet), 0xFFFEFDFCU);
+  const auto view = ValidatePacket(packet);
+  ASSERT_TRUE(view);
+  EXPECT_EQ(view->SourceAddress(), 0xC0A80132U);
+  EXPECT_EQ(view->DestinationAddress(), 0xAC1F0014U);
+  view->SetSourceAddress(0x01020304);
+  view->SetDestinationAddress(0xFFFEFDFC);
+  EXPECT_EQ(view->SourceAddress(), 0x01020304U);
+  EXPECT_EQ(view->DestinationAddress(), 0xFFFEFDFCU);
 }
 
 TEST(Packet, IdentifierStandsForThePortOfIcmp) {
-  const Packet packet = PacketOf(kPing);
-  const auto layout = ValidatePacket(packet);
-  ASSERT_TRUE(layout);
-  EXPECT_EQ(SourcePort(packet, *layout), 0x1234);
-  EXPECT_EQ(DestinationPort(packet, *layout), 0);
-  EXPECT_EQ(IcmpIdentifier(packet, *layout), 0x1234);
+  Packet packet = PacketOf(kPing);
+  const auto view = ValidatePacket(packet);
+  ASSERT_TRUE(view);
+  EXPECT_EQ(view->SourcePort(), 0x1234);
+  EXPECT_EQ(view->DestinationPort(), 0);
+  EXPECT_EQ(view->IcmpIdentifier(), 0x1234);
 }
 
 TEST(Packet, AFirstFragmentHasMoreBehindItAndNothingBefore) {
@@ -223,7 +227,7 @@ TEST(ClampMss, StaysInsideThePacketWhateverTheBytes) {
     WriteU16Be(packet, 2, static_cast<std::uint16_t>(packet.size() - random() % 3));
     WriteU8(packet, 9, kProtocolTcp);
     if (packet.size() > 32) WriteU8(packet, 32, static_cast<std::uint8_t>(random()));
-    if (const auto layout = ValidatePacket(packet)) ClampMss(packet, *layout);
+    if (const auto view = ValidatePacket(packet)) view->ClampMss();
   }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 #include "tunnel/packets/packet.h"
 
@@ -101,6 +102,20 @@ inline constexpr std::uint8_t kScanAnswerAtHome[] = {
     0x45, 0x00, 0x00, 0x1E, 0x00, 0x80, 0x40, 0x00, 0x3F, 0x11, 0xCC, 0x56, 0xAC, 0x1F, 0x00,
     0xFF, 0xC0, 0xA8, 0x01, 0x32, 0x88, 0x94, 0x9C, 0x40, 0x00, 0x0A, 0xFE, 0xA6, 0x6D, 0x65,
 };
+
+// The addresses of any packet, read and written apart from the program's own view.
+inline std::uint32_t SourceAddress(std::span<const std::byte> packet) {
+  return ReadU32Be(packet, 12);
+}
+inline std::uint32_t DestinationAddress(std::span<const std::byte> packet) {
+  return ReadU32Be(packet, 16);
+}
+inline void SetSourceAddress(std::span<std::byte> packet, std::uint32_t address) {
+  WriteU32Be(packet, 12, address);
+}
+inline void SetDestinationAddress(std::span<std::byte> packet, std::uint32_t address) {
+  WriteU32Be(packet, 16, address);
+}
 
 template <std::size_t size>
 Packet PacketOf(const std::uint8_t (&bytes)[size]) {
