@@ -7,8 +7,7 @@
 
 #include "fuzz_input.h"
 #include "shell/command_line.h"
-#include "update/quote_argument.h"
-#include "update/updater_start.h"
+#include "update/apply_update.h"
 
 namespace update {
 namespace {

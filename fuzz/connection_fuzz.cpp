@@ -25,6 +25,9 @@ class World {
   explicit World(fuzz::Input& input) {
     const std::string choices = input.Line();
     const auto has = [&](char choice) { return choices.find(choice) != std::string::npos; };
+    fake_.editProxyBypass = [this](ProxyBypassChange change, const auto& routes) {
+      return EditProxyBypass(change, routes);
+    };
     settings_.engineerId = L"ENG-12345678";
     settings_.discoveryModeEnabled = has('d');
     if (has('h')) HoldConnection(has('o'));
@@ -43,7 +46,7 @@ class World {
 
   void Run() {
     const std::wstring line =
-        fake_.RunJob(settings_, [this](auto& job) { return ConnectJob(job, fake_, Ports()); });
+        fake_.RunJob(settings_, [this](auto& job) { return fake_.Jobs().Connect(job, fake_); });
     Require(!line.empty());
     if (line.starts_with(L"Error: ")) {
       CheckForgotten();
@@ -51,7 +54,7 @@ class World {
       CheckConnected();
     }
     try {
-      fake_.RunJob(settings_, [this](auto& job) { return StopJob(job, fake_, Ports()); });
+      fake_.RunJob(settings_, [this](auto& job) { return fake_.Jobs().Stop(job, fake_); });
     } catch (const std::runtime_error&) {
       // No usable reply; it is forgotten all the same.
     }
@@ -81,16 +84,12 @@ class World {
     return store;
   }
 
-  ConnectionPorts Ports() {
-    ConnectionPorts ports = fake_.Ports();
-    ports.addProxyBypass = [this](const auto& routes) {
-      Require(fake_.LastSaved().granted.routes.size() == routes.size());  // saved before
-      return diag::AddProxyBypass(routes, Store(), note_);
-    };
-    ports.removeProxyBypass = [this](const auto& routes) {
+  std::wstring EditProxyBypass(ProxyBypassChange change, const std::vector<std::wstring>& routes) {
+    if (change == ProxyBypassChange::Remove) {
       return diag::RemoveProxyBypass(routes, Store(), note_);
-    };
-    return ports;
+    }
+    Require(fake_.LastSaved().granted.routes.size() == routes.size());  // saved before
+    return diag::AddProxyBypass(routes, Store(), note_);
   }
 
   void CheckForgotten() {

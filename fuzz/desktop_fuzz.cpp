@@ -8,11 +8,8 @@
 #include <stdexcept>
 
 #include "fuzz_input.h"
-#include "remote/desktop_session.h"
-#include "remote/remote_desktop.h"
 #include "remote/rustdesk_program.h"
-#include "remote/rustdesk_window.h"
-#include "service/api_envelope.h"
+#include "service/api_messages.h"
 
 namespace remote {
 namespace {
@@ -22,7 +19,7 @@ using fuzz::Require;
 constexpr std::uint64_t kWholeProgram = 20'000'000;
 
 // Everything around the job, and what the reply says, as the target reads it.
-class Desk {
+class Desk : RemoteDesktopDeps {
  public:
   explicit Desk(fuzz::Input& input) {
     const std::string choices = input.Line();
@@ -32,12 +29,13 @@ class Desk {
     settings_.rustDeskPath = input.WideLine();
     if (has('s')) files_[settings_.rustDeskPath] = kWholeProgram;
     reply_ = text::FromUtf8(input.Rest());
-    folders_.programFiles = L"C:\\PF";
-    folders_.runtime = L"C:\\Runtime";
+    folders.programFiles = L"C:\\PF";
+    folders.runtime = L"C:\\Runtime";
+    closing = closing_.get_token();
   }
 
   void Run() {
-    const std::wstring line = StartRemoteDesktop(settings_, Ports());
+    const std::wstring line = StartRemoteDesktop(settings_, *this);
     Require(!settings_.engineerId.empty());
     Require(isClosing_ || !line.empty());
     Require(!isPasted_ || isLaunched_);
@@ -60,7 +58,7 @@ class Desk {
   void CheckOpened(const DesktopSession& session, const std::wstring& line) const {
     const bool hasPassword = !session.accessPassword.empty();
     Require(isCopied_ == hasPassword && isPasted_ == (hasPassword && canCopy_));
-    Require(isConfigured_ == session.server.has_value());
+    Require(isConfigured_ == (session.server && !session.server->rendezvousServer.empty()));
     const PasswordCopy copy = !hasPassword ? PasswordCopy::None
                               : canCopy_   ? PasswordCopy::Done
                                            : PasswordCopy::Failed;
@@ -72,62 +70,54 @@ class Desk {
     }
   }
 
-  RemoteDesktopPorts Ports() {
-    RemoteDesktopPorts ports;
-    ports.sendJsonRequest = [this](const auto&, const auto&, const auto&) {
-      if (isClosing_) closing_.request_stop();
-      return service::HttpResponse{200, reply_};
-    };
-    ports.rustDesk.find = [this](settings::Settings& settings, const RustDeskServer* server) {
-      return FindRustDesk(settings, server, folders_, ProgramPorts());
-    };
-    ports.rustDesk.configure = [this](const RustDeskServer&) {
-      Require(!isConfigured_ && !isClosing_);
-      isConfigured_ = true;
-    };
-    ports.rustDesk.launch = [this](const std::wstring& path, auto arguments) {
-      Require(!isLaunched_ && !isClosing_ && files_.count(path) == 1);
-      isLaunched_ = true;
-      launchedPath_ = path;
-      const std::wstring id = Granted()->rustDeskId;
-      Require(arguments.size() == (id.empty() ? 0 : 2));
-      Require(id.empty() || (arguments[0] == L"--connect" && arguments[1] == id));
-    };
-    ports.copyToClipboard = [this](const std::wstring& text) {
-      Require(!isCopied_ && !isClosing_ && text == Granted()->accessPassword);
-      isCopied_ = true;
-      return canCopy_;
-    };
-    ports.startPasswordPaste = [this](const std::wstring& password, const std::wstring& id,
-                                      const std::wstring& startedPath) {
-      Require(startedPath == launchedPath_);
-      Require(isLaunched_ && !isPasted_ && password == Granted()->accessPassword);
-      Require(id == Granted()->rustDeskId);
-      isPasted_ = true;
-    };
-    ports.closing = closing_.get_token();
-    return ports;
+  service::HttpResponse SendJsonRequest(const std::wstring&, const std::wstring&,
+                                        const std::wstring&) override {
+    if (isClosing_) closing_.request_stop();
+    return {200, reply_};
   }
-
-  RustDeskProgramPorts ProgramPorts() {
-    RustDeskProgramPorts ports;
-    ports.sizeBytes = [this](const std::wstring& path) -> std::optional<std::uint64_t> {
-      const auto file = files_.find(path);
-      if (file == files_.end()) return std::nullopt;
-      return file->second;
-    };
-    ports.createFolders = [](const std::wstring&) { return true; };
-    ports.deleteFile = [this](const std::wstring& path) { return files_.erase(path) > 0; };
-    ports.download = [this](const std::wstring& url, const std::wstring& path) {
-      Require(url.find(L"://") != std::wstring::npos && path.starts_with(folders_.runtime));
-      files_[path] = url.size() % 2 == 0 ? kWholeProgram : 10;
-      return true;
-    };
-    return ports;
+  bool Download(const std::wstring& url, const std::wstring& path) override {
+    Require(url.find(L"://") != std::wstring::npos && path.starts_with(folders.runtime));
+    files_[path] = url.size() % 2 == 0 ? kWholeProgram : 10;
+    return true;
+  }
+  void OnRequestFailed() override {}
+  std::optional<std::uint64_t> SizeBytes(const std::wstring& path) override {
+    const auto file = files_.find(path);
+    if (file == files_.end()) return std::nullopt;
+    return file->second;
+  }
+  bool CreateFolders(const std::wstring&) override { return true; }
+  bool Delete(const std::wstring& path) override { return files_.erase(path) > 0; }
+  std::vector<std::wstring> ListFolders(const std::wstring&) override {
+    Require(!isConfigured_ && !isClosing_);
+    isConfigured_ = true;
+    return {};
+  }
+  void WriteConfigFile(const std::wstring&, const std::string&) override {
+    Require(isConfigured_ && !isClosing_);
+  }
+  void Launch(const std::wstring& path, std::span<const std::wstring> arguments) override {
+    Require(!isLaunched_ && !isClosing_ && files_.count(path) == 1);
+    isLaunched_ = true;
+    launchedPath_ = path;
+    const std::wstring id = Granted()->rustDeskId;
+    Require(arguments.size() == (id.empty() ? 0 : 2));
+    Require(id.empty() || (arguments[0] == L"--connect" && arguments[1] == id));
+  }
+  bool CopyPassword(const std::wstring& password) override {
+    Require(!isCopied_ && !isClosing_ && password == Granted()->accessPassword);
+    isCopied_ = true;
+    return canCopy_;
+  }
+  void StartPasswordPaste(const std::wstring& password, const std::wstring& id,
+                          const std::wstring& startedPath) override {
+    Require(startedPath == launchedPath_);
+    Require(isLaunched_ && !isPasted_ && password == Granted()->accessPassword);
+    Require(id == Granted()->rustDeskId);
+    isPasted_ = true;
   }
 
   settings::Settings settings_;
-  RustDeskFolders folders_;
   std::map<std::wstring, std::uint64_t> files_;
   std::wstring reply_;
   std::stop_source closing_;

@@ -4,8 +4,8 @@
 #include <stdexcept>
 
 #include "fuzz_input.h"
-#include "service/api_envelope.h"
-#include "service/device_resolve.h"
+#include "service/api_messages.h"
+#include "service/service_jobs.h"
 #include "text/strings.h"
 
 namespace service {

@@ -3,8 +3,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "service/api_envelope.h"
-#include "service/connection_messages.h"
+#include "service/api_messages.h"
 #include "text/utf8.h"
 
 // A reply of the service, from its bytes to the granted connection: any bytes either read or throw

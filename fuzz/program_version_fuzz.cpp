@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "fuzz_input.h"
-#include "update/program_version.h"
+#include "update/versions.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
   const auto bytes = std::as_bytes(std::span(data, sizeBytes));

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "fuzz_input.h"
-#include "remote/rustdesk_config.h"
+#include "remote/fake_computer.h"
 #include "settings/json.h"
 #include "text/strings.h"
 
@@ -58,23 +58,26 @@ void CheckConfig(const RustDeskServer& server) {
   Require(ReadConfig(*config) == wanted);
 }
 
+// Every second file is another user's and cannot be written.
+struct FilesOfUsers : FakeComputer {
+  std::vector<std::wstring> ListFolders(const std::wstring&) override { return users; }
+  void WriteConfigFile(const std::wstring& path, const std::string& bytes) override {
+    Require(seen.insert(text::FoldCase(path)).second);
+    Require(bytes == wanted);
+    if (seen.size() % 2 == 0) throw std::runtime_error("another user's");
+  }
+
+  std::string wanted;
+  std::set<std::wstring> seen;
+};
+
 void CheckFiles(const RustDeskServer& server, const std::vector<std::wstring>& users) {
-  std::set<std::wstring> written;
-  RustDeskConfigPorts ports;
-  ports.listFolders = [&](const std::wstring&) { return users; };
-  ports.createFolders = [](const std::wstring&) { return true; };
-  ports.writeFile = [&](const std::wstring& path, const std::string& bytes) -> bool {
-    Require(written.insert(text::FoldCase(path)).second);
-    Require(bytes == text::ToUtf8(*ComposeRustDeskConfig(server)));
-    if (written.size() % 2 == 0) throw std::runtime_error("another user's");
-    return true;
-  };
-  RustDeskFolders folders;
-  folders.roamingAppData = L"C:\\Users\\li\\AppData\\Roaming";
-  folders.windows = L"C:\\Windows";
-  ConfigureRustDesk(server, folders, ports);
-  const std::size_t files = ListRustDeskConfigFiles(folders, ports).size();
-  Require(written.size() == (server.rendezvousServer.empty() ? 0 : files));
+  FilesOfUsers computer;
+  computer.users = users;
+  computer.wanted = text::ToUtf8(ComposeRustDeskConfig(server).value_or(L""));
+  ConfigureRustDesk(server, computer);
+  const std::size_t files = ListRustDeskConfigFiles(computer).size();
+  Require(computer.seen.size() == (server.rendezvousServer.empty() ? 0 : files));
 }
 
 void Run(fuzz::Input input) {

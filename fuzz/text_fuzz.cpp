@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "fuzz_input.h"
-#include "service/http_reply.h"
+#include "service/http_call.h"
 #include "text/ipv4_text.h"
 #include "text/strings.h"
 

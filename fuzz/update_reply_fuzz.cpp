@@ -4,60 +4,73 @@
 #include <string>
 
 #include "text/utf8.h"
+#include "update/apply_update.h"
+#include "update/idle_update_deps.h"
 #include "update/update_check.h"
 
 namespace update {
 namespace {
 
-// Any reply: nothing is downloaded but a newer version from an absolute address, nothing is started
-// but a download that may be installed and whose attempt was kept, and the process ends only behind
-// all of them.
-void Run(const std::string& reply) {
-  bool isDownloaded = false;
-  bool isTrusted = false;
-  bool isKept = false;
-  bool isStarted = false;
-  bool isEnded = false;
-  CheckPorts ports;
-  ports.currentVersion = L"1.0.4";
-  ports.downloadTarget = L"target";
-  ports.sendJsonRequest = [&](const auto&, const auto&, const auto&) {
-    return service::HttpResponse{200, text::FromUtf8(reply)};
-  };
-  ports.downloadFile = [&](const std::wstring& url, const std::wstring& target) {
+// Any reply: only a newer version from an absolute address is downloaded, only an installable
+// download whose attempt was recorded is started, and the process ends only after all of them.
+class CheckedDeps : public IdleUpdateDeps {
+ public:
+  explicit CheckedDeps(const std::string& reply) : reply_(text::FromUtf8(reply)) {
+    programPath = L"program";
+    currentVersion = L"1.0.4";
+    downloadTarget = L"target";
+  }
+
+  service::HttpResponse SendJsonRequest(const std::wstring&, const std::wstring&,
+                                        const std::wstring&) override {
+    return {200, reply_};
+  }
+  bool Download(const std::wstring& url, const std::wstring& target) override {
     if (isDownloaded || url.find(L"://") == std::wstring::npos || target != L"target") std::abort();
     isDownloaded = true;
     return true;
-  };
-  ports.probeReplacement = [](std::uint64_t) { return platform::SystemResult{true, 0}; };
-  ports.sizeBytes = [](const std::wstring&) { return 1U; };
-  ports.whyNotTrusted = [&](const std::wstring& path) {
+  }
+  std::wstring WhyNotTrusted(const std::wstring& path, const platform::HeldFile*) override {
     if (!isDownloaded || path != L"target") std::abort();
-    isTrusted = true;
-    return std::wstring();
-  };
-  ports.nowSeconds = [] { return 1'800'000'000; };
-  ports.lastTry = [] { return std::nullopt; };
-  ports.keepTry = [&](const UpdateTry& record) {
-    if (!isTrusted || record.version.empty()) std::abort();
-    isKept = true;
+    isTrusted_ = true;
+    return {};
+  }
+  bool KeepTry(const UpdateTry& record) override {
+    if (!isTrusted_ || record.version.empty()) std::abort();
+    isKept_ = true;
     return true;
-  };
-  ports.startUpdater = [&](const std::wstring& path) {
-    if (!isKept || isStarted || path != L"target") std::abort();
-    isStarted = true;
-    return true;
-  };
-  ports.deleteFile = [](const std::wstring&) { std::abort(); };
-  ports.endProcess = [&] {
-    if (!isStarted) std::abort();
+  }
+  platform::SystemResult StartHidden(const std::wstring& commandLine) override {
+    if (!isKept_ || isStarted_) std::abort();
+    if (commandLine != UpdaterCommandLine(L"program.updater.exe", 0, L"target", L"program")) {
+      std::abort();
+    }
+    isStarted_ = true;
+    return {true, 0};
+  }
+  void Remove(const std::wstring&) override { std::abort(); }
+  void EndProcess() override {
+    if (!isStarted_) std::abort();
     isEnded = true;
-  };
+  }
+
+  bool isDownloaded = false;
+  bool isEnded = false;
+
+ private:
+  const std::wstring reply_;
+  bool isTrusted_ = false;
+  bool isKept_ = false;
+  bool isStarted_ = false;
+};
+
+void Run(const std::string& reply) {
+  CheckedDeps deps(reply);
   try {
-    const std::wstring line = CheckForUpdate(settings::Settings(), ports);
-    if (line.empty() != isEnded) std::abort();
+    const std::wstring line = CheckForUpdate(settings::Settings(), deps);
+    if (line.empty() != deps.isEnded) std::abort();
   } catch (const std::runtime_error&) {
-    if (isDownloaded) std::abort();
+    if (deps.isDownloaded) std::abort();
   }
 }
 

@@ -2,7 +2,7 @@
 
 #include "fuzz_input.h"
 #include "text/utf8.h"
-#include "update/update_tries.h"
+#include "update/update_records.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
   const std::string bytes(reinterpret_cast<const char*>(data), sizeBytes);

@@ -6,7 +6,7 @@
 
 #include "text/strings.h"
 #include "text/utf8.h"
-#include "update/compare_versions.h"
+#include "update/versions.h"
 
 namespace update {
 namespace {

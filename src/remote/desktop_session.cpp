@@ -30,6 +30,17 @@ std::wstring DesktopSessionBody(const settings::Settings& settings) {
          L",\"engineerId\":" + QuoteJsonString(settings.engineerId) + L"}";
 }
 
+RustDeskServer ReadRustDeskServer(const settings::JsonValue& description) {
+  using settings::JsonStringOrEmpty;
+  RustDeskServer server;
+  server.rendezvousServer = JsonStringOrEmpty(description, L"rendezvousServer");
+  server.relayServer = JsonStringOrEmpty(description, L"relayServer");
+  server.apiServer = JsonStringOrEmpty(description, L"apiServer");
+  server.key = JsonStringOrEmpty(description, L"key");
+  server.windowsDownloadUrl = JsonStringOrEmpty(description, L"windowsDownloadUrl");
+  return server;
+}
+
 DesktopSession ReadDesktopSession(const settings::JsonValue& data) {
   DesktopSession session;
   session.rustDeskId = settings::JsonStringOrEmpty(data, L"rustDeskId");

@@ -8,7 +8,8 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kOnClipboard = std::chrono::minutes(10);
-constexpr milliseconds kUntilNextTry = std::chrono::seconds(5);  // for one who holds the clipboard
+// While another program holds the clipboard.
+constexpr milliseconds kRetryInterval = std::chrono::seconds(5);
 
 }  // namespace
 
@@ -22,7 +23,7 @@ void PasswordKeeper::End() {
   {
     const platform::MutexLock held(lock_);
     hasEnded_ = true;
-    TakeOff();
+    TryToRemove();
     waiting = std::exchange(waiting_, std::thread());
   }
   changed_.NotifyAll();
@@ -44,37 +45,37 @@ bool PasswordKeeper::Do(Session session, const std::function<void()>& step) {
 bool PasswordKeeper::CopyPassword(Session session, const std::wstring& password) {
   const platform::MutexLock held(lock_);
   if (!IsCurrent(session)) return false;
-  if (!waiting_.joinable()) waiting_ = std::thread([this]() noexcept { WaitForDues(); });
-  Copied copied{password, deps_.now() + kOnClipboard};
-  // Where that fails, an earlier one may still be there, and keeps its time.
-  if (!deps_.copyToClipboard(password)) return false;
+  if (!waiting_.joinable()) waiting_ = std::thread([this]() noexcept { RemoveWhenDue(); });
+  Copied copied{password, now_() + kOnClipboard};
+  // If copying fails, an earlier password may still be there, and its own time applies.
+  if (!copy_(password)) return false;
   copied_ = std::move(copied);
   changed_.NotifyAll();
   return true;
 }
 
-void PasswordKeeper::WaitForDues() {
+void PasswordKeeper::RemoveWhenDue() {
   const platform::MutexLock held(lock_);
   while (!hasEnded_) {
     if (!copied_) {
       changed_.Wait(lock_);
       continue;
     }
-    const auto left = std::chrono::ceil<milliseconds>(copied_->due - deps_.now());
+    const auto left = std::chrono::ceil<milliseconds>(copied_->due - now_());
     if (left.count() > 0) {
-      changed_.WaitFor(lock_, std::min(left, deps_.longestWait));
+      changed_.WaitFor(lock_, std::min(left, longestWait_));
     } else {
-      TakeOff();
+      TryToRemove();
     }
   }
 }
 
-void PasswordKeeper::TakeOff() {
+void PasswordKeeper::TryToRemove() {
   if (!copied_) return;
-  if (deps_.takeOffClipboard(copied_->password)) {
+  if (takeOff_(copied_->password)) {
     copied_.reset();
   } else {
-    copied_->due = deps_.now() + kUntilNextTry;
+    copied_->due = now_() + kRetryInterval;
   }
 }
 

@@ -17,42 +17,41 @@ constexpr milliseconds kAfterPaste{120};
 constexpr wchar_t kNeverInFront[] =
     L"提示：RustDesk 窗口未能切换到前台，访问密码未自动输入，请在 RustDesk 窗口中手动粘贴。";
 
-void Type(const PasteDesk& desk) {
-  if (!desk.pressKey(kKeyControl)) return;
-  const bool isPasted = desk.pressKey(kKeyV);
-  if (isPasted) desk.releaseKey(kKeyV);
-  desk.releaseKey(kKeyControl);  // also then: it would change all that the engineer types
-  if (!isPasted || !desk.sleep(kAfterPaste)) return;
-  if (desk.pressKey(kKeyReturn)) desk.releaseKey(kKeyReturn);
+void Type(PasteDeps& deps) {
+  if (!deps.PressKey(kKeyControl)) return;
+  const bool isPasted = deps.PressKey(kKeyV);
+  if (isPasted) deps.ReleaseKey(kKeyV);
+  deps.ReleaseKey(kKeyControl);  // always: a held Ctrl would change everything the engineer types
+  if (!isPasted || !deps.Sleep(kAfterPaste)) return;
+  if (deps.PressKey(kKeyReturn)) deps.ReleaseKey(kKeyReturn);
 }
 
 }  // namespace
 
-void PastePassword(const std::wstring& password, const std::wstring& rustDeskId,
-                   const PasteDesk& desk) {
+void PastePassword(const std::wstring& password, const std::wstring& rustDeskId, PasteDeps& deps) {
   bool wasThere = false;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (!desk.sleep(kBetweenLooks)) return;
-    void* const window = desk.findWindow(rustDeskId);
+    if (!deps.Sleep(kBetweenLooks)) return;
+    void* const window = deps.FindWindowFor(rustDeskId);
     if (window == nullptr) continue;
-    if (!wasThere) desk.copyToClipboard(password);
-    if (!desk.bringToFront(window)) return;
-    if (!desk.sleep(kAfterFront)) return;
-    if (desk.isInFront(window)) {
-      // The engineer may have copied something else while the window was waited for.
-      if (wasThere) desk.copyToClipboard(password);
-      return Type(desk);
+    if (!wasThere) deps.CopyToClipboard(password);
+    if (!deps.BringToFront(window)) return;
+    if (!deps.Sleep(kAfterFront)) return;
+    if (deps.IsInFront(window)) {
+      // The engineer may have copied something else since.
+      if (wasThere) deps.CopyToClipboard(password);
+      return Type(deps);
     }
     wasThere = true;
   }
-  if (wasThere) desk.notice(kNeverInFront);
+  if (wasThere) deps.Notice(kNeverInFront);
 }
 
 void StartPasswordPaste(const std::wstring& password, const std::wstring& rustDeskId,
-                        PasteDesk desk) {
-  platform::StartDetached([password, rustDeskId, owned = std::move(desk)]() {
+                        std::shared_ptr<PasteDeps> deps) {
+  platform::StartDetached([password, rustDeskId, owned = std::move(deps)]() {
     try {
-      PastePassword(password, rustDeskId, owned);
+      PastePassword(password, rustDeskId, *owned);
     } catch (...) {
       return;  // the password is on the clipboard; the engineer can paste it
     }

@@ -8,14 +8,14 @@
 
 #include "platform/handles_win.h"
 #include "remote/password_paste.h"
-#include "remote/rustdesk_window.h"
+#include "remote/rustdesk_program.h"
 
 namespace remote {
 namespace {
 
 struct WindowSearch {
   std::wstring rustDeskId;
-  std::vector<DeskWindow> windows;  // of those with a title that counts
+  std::vector<DeskWindow> windows;  // those with a matching title
 };
 
 std::wstring TitleOf(HWND window) {
@@ -27,20 +27,20 @@ std::wstring TitleOf(HWND window) {
   return title;
 }
 
-// Empty for a process that has gone, or that this program may not ask.
+// Empty for a process that has ended or that this program may not query.
 std::wstring ImageOf(HWND window) {
   DWORD id = 0;
   ::GetWindowThreadProcessId(window, &id);
   const platform::ProcessHandle process(
       id == 0 ? nullptr : ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
   if (!process) return {};
-  std::vector<wchar_t> path(32'768);  // longer ones do not exist
+  std::vector<wchar_t> path(32'768);  // the longest possible path
   auto lengthUnits = static_cast<DWORD>(path.size());
   if (::QueryFullProcessImageNameW(process.Get(), 0, path.data(), &lengthUnits) == FALSE) return {};
   return {path.data(), lengthUnits};
 }
 
-// FALSE would end the enumeration.
+// Always returns TRUE: FALSE would end the enumeration.
 BOOL CALLBACK LookAtWindow(HWND window, LPARAM lParam) noexcept {
   auto& search = *reinterpret_cast<WindowSearch*>(lParam);
   try {
@@ -48,47 +48,10 @@ BOOL CALLBACK LookAtWindow(HWND window, LPARAM lParam) noexcept {
     std::wstring title = TitleOf(window);
     if (!IsRustDeskTitle(title, search.rustDeskId)) return TRUE;
     search.windows.push_back({window, std::move(title), ImageOf(window)});
-  } catch (const std::exception&) {  // memory is short; the next window may have a shorter title
+  } catch (const std::exception&) {
+    return TRUE;  // short of memory; the next window may have a shorter title
   }
   return TRUE;
-}
-
-void* FindRustDeskWindow(const std::wstring& rustDeskId, const std::wstring& startedPath) {
-  WindowSearch search{rustDeskId, {}};
-  ::EnumWindows(LookAtWindow, reinterpret_cast<LPARAM>(&search));
-  return ChooseRustDeskWindow(search.windows, rustDeskId, startedPath);
-}
-
-bool MayGoOn(const PasteTurn& turn) {
-  return !turn.closing.stop_requested() && turn.keeper->MayGoOn(turn.session);
-}
-
-// Runs `step` unless the paste is over.
-template <typename Step>
-bool Do(const PasteTurn& turn, const Step& step) {
-  return !turn.closing.stop_requested() && turn.keeper->Do(turn.session, step);
-}
-
-// True after the whole time; false soon after the paste is over. In slices: a wait that the stop
-// itself ends goes by a std::stop_callback, whose end can hang in mingw-w64's library.
-bool SleepInTurn(const PasteTurn& turn, std::chrono::milliseconds time) {
-  constexpr std::chrono::milliseconds kSlice{20};
-  const auto end = std::chrono::steady_clock::now() + time;
-  while (MayGoOn(turn)) {
-    const auto left = end - std::chrono::steady_clock::now();
-    if (left.count() <= 0) return true;
-    std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, kSlice));
-  }
-  return false;
-}
-
-// Any window of the same process counts: RustDesk may have put one of its own in front.
-bool IsInFront(void* window) {
-  DWORD wanted = 0;
-  DWORD inFront = 0;
-  ::GetWindowThreadProcessId(static_cast<HWND>(window), &wanted);
-  ::GetWindowThreadProcessId(::GetForegroundWindow(), &inFront);
-  return wanted != 0 && wanted == inFront;
 }
 
 void SendKey(std::uint16_t virtualKey, bool isDown) {
@@ -101,26 +64,63 @@ void SendKey(std::uint16_t virtualKey, bool isDown) {
 
 }  // namespace
 
-PasteDesk RealPasteDesk(const PasteTurn& turn, const std::wstring& startedPath,
-                        PasteNotice notice) {
-  PasteDesk desk;
-  desk.sleep = [turn](std::chrono::milliseconds time) { return SleepInTurn(turn, time); };
-  desk.findWindow = [startedPath](const std::wstring& rustDeskId) {
-    return FindRustDeskWindow(rustDeskId, startedPath);
-  };
-  desk.copyToClipboard = [turn](const std::wstring& text) {
-    if (!turn.closing.stop_requested()) {
-      static_cast<void>(turn.keeper->CopyPassword(turn.session, text));
-    }
-  };
-  desk.bringToFront = [turn](void* window) {
-    return Do(turn, [window] { ::SetForegroundWindow(static_cast<HWND>(window)); });
-  };
-  desk.isInFront = IsInFront;
-  desk.pressKey = [turn](std::uint16_t key) { return Do(turn, [key] { SendKey(key, true); }); };
-  desk.releaseKey = [](std::uint16_t key) { SendKey(key, false); };
-  desk.notice = std::move(notice);
-  return desk;
+RealPasteDeps::RealPasteDeps(PasteTurn turn, std::wstring startedPath, PasteNotice notice)
+    : turn_(std::move(turn)), startedPath_(std::move(startedPath)), notice_(std::move(notice)) {}
+
+bool RealPasteDeps::MayGoOn() const {
+  return !turn_.closing.stop_requested() && turn_.keeper->MayGoOn(turn_.session);
+}
+
+// Sleeps in slices, because waiting for the stop itself uses a std::stop_callback, whose destructor
+// can hang in mingw-w64's library.
+bool RealPasteDeps::Sleep(std::chrono::milliseconds time) {
+  constexpr std::chrono::milliseconds kSlice{20};
+  const auto end = std::chrono::steady_clock::now() + time;
+  while (MayGoOn()) {
+    const auto left = end - std::chrono::steady_clock::now();
+    if (left.count() <= 0) return true;
+    std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, kSlice));
+  }
+  return false;
+}
+
+void* RealPasteDeps::FindWindowFor(const std::wstring& rustDeskId) {
+  WindowSearch search{rustDeskId, {}};
+  ::EnumWindows(LookAtWindow, reinterpret_cast<LPARAM>(&search));
+  return ChooseRustDeskWindow(search.windows, rustDeskId, startedPath_);
+}
+
+void RealPasteDeps::CopyToClipboard(const std::wstring& text) {
+  if (turn_.closing.stop_requested()) return;
+  static_cast<void>(turn_.keeper->CopyPassword(turn_.session, text));
+}
+
+bool RealPasteDeps::BringToFront(void* window) {
+  if (turn_.closing.stop_requested()) return false;
+  return turn_.keeper->Do(turn_.session,
+                          [window] { ::SetForegroundWindow(static_cast<HWND>(window)); });
+}
+
+// Any window of the same process counts: RustDesk may have put one of its own in front.
+bool RealPasteDeps::IsInFront(void* window) {
+  DWORD wanted = 0;
+  DWORD inFront = 0;
+  ::GetWindowThreadProcessId(static_cast<HWND>(window), &wanted);
+  ::GetWindowThreadProcessId(::GetForegroundWindow(), &inFront);
+  return wanted != 0 && wanted == inFront;
+}
+
+bool RealPasteDeps::PressKey(std::uint16_t virtualKey) {
+  if (turn_.closing.stop_requested()) return false;
+  return turn_.keeper->Do(turn_.session, [virtualKey] { SendKey(virtualKey, true); });
+}
+
+void RealPasteDeps::ReleaseKey(std::uint16_t virtualKey) {
+  SendKey(virtualKey, false);
+}
+
+void RealPasteDeps::Notice(const std::wstring& text) {
+  notice_(text);
 }
 
 }  // namespace remote

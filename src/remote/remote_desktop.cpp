@@ -3,10 +3,9 @@
 #include <exception>
 #include <vector>
 
-#include "remote/desktop_session.h"
-#include "service/api_envelope.h"
+#include "remote/rustdesk_program.h"
+#include "service/api_messages.h"
 #include "settings/settings.h"
-#include "text/utf8.h"
 
 namespace remote {
 namespace {
@@ -14,37 +13,35 @@ namespace {
 constexpr wchar_t kFailedPrefix[] = L"远程桌面失败：";
 constexpr wchar_t kNoProgram[] = L"未找到 RustDesk 程序。";
 
-service::ApiEnvelope RequestSession(const settings::Settings& settings,
-                                    const RemoteDesktopPorts& ports) {
+service::ApiEnvelope RequestSession(const settings::Settings& settings, RemoteDesktopDeps& deps) {
   const service::HttpResponse reply =
-      ports.sendJsonRequest(L"POST", DesktopSessionUrl(settings), DesktopSessionBody(settings));
+      deps.SendJsonRequest(L"POST", DesktopSessionUrl(settings), DesktopSessionBody(settings));
   return service::ParseApiEnvelope(reply.body);
 }
 
-PasswordCopy CopyPassword(const std::wstring& password, const RemoteDesktopPorts& ports) {
+PasswordCopy CopyPassword(const std::wstring& password, RemoteDesktopDeps& deps) {
   if (password.empty()) return PasswordCopy::None;
-  return ports.copyToClipboard(password) ? PasswordCopy::Done : PasswordCopy::Failed;
+  return deps.CopyPassword(password) ? PasswordCopy::Done : PasswordCopy::Failed;
 }
 
-void Launch(const std::wstring& exePath, const std::wstring& rustDeskId,
-            const RustDeskPorts& rustDesk) {
+void Launch(const std::wstring& exePath, const std::wstring& rustDeskId, RemoteDesktopDeps& deps) {
   std::vector<std::wstring> arguments;
   if (!rustDeskId.empty()) arguments = {L"--connect", rustDeskId};
-  rustDesk.launch(exePath, arguments);
+  deps.Launch(exePath, arguments);
 }
 
 std::wstring OpenDesktop(const DesktopSession& session, settings::Settings& settings,
-                         const RemoteDesktopPorts& ports) {
+                         RemoteDesktopDeps& deps) {
   const RustDeskServer* const server = session.server ? &*session.server : nullptr;
-  const std::wstring exePath = ports.rustDesk.find(settings, server);
-  if (ports.closing.stop_requested()) return {};  // finding it may have taken minutes
+  const std::wstring exePath = FindRustDesk(settings, server, deps);
+  if (deps.closing.stop_requested()) return {};  // finding it may have taken minutes
   if (exePath.empty()) return kNoProgram;
-  if (server != nullptr) ports.rustDesk.configure(*server);
-  if (ports.closing.stop_requested()) return {};
-  const PasswordCopy copy = CopyPassword(session.accessPassword, ports);
-  Launch(exePath, session.rustDeskId, ports.rustDesk);
+  if (server != nullptr) ConfigureRustDesk(*server, deps);
+  if (deps.closing.stop_requested()) return {};
+  const PasswordCopy copy = CopyPassword(session.accessPassword, deps);
+  Launch(exePath, session.rustDeskId, deps);
   if (copy == PasswordCopy::Done) {
-    ports.startPasswordPaste(session.accessPassword, session.rustDeskId, exePath);
+    deps.StartPasswordPaste(session.accessPassword, session.rustDeskId, exePath);
   }
   settings.rustDeskPath = exePath;
   return DesktopOpenedText(session.rustDeskId, copy);
@@ -52,17 +49,17 @@ std::wstring OpenDesktop(const DesktopSession& session, settings::Settings& sett
 
 }  // namespace
 
-std::wstring StartRemoteDesktop(settings::Settings& settings, const RemoteDesktopPorts& ports) {
+std::wstring StartRemoteDesktop(settings::Settings& settings, RemoteDesktopDeps& deps) {
   if (settings.engineerId.empty()) settings.engineerId = settings::MakeEngineerId();
   service::ApiEnvelope envelope;
   try {
-    envelope = RequestSession(settings, ports);
-  } catch (const std::exception& error) {
-    ports.requestFailed();
-    return kFailedPrefix + text::FromUtf8(error.what());
+    envelope = RequestSession(settings, deps);
+  } catch (const std::exception&) {
+    deps.OnRequestFailed();
+    return kFailedPrefix + service::FailureMessage(std::current_exception());
   }
   if (!envelope.success) return kFailedPrefix + envelope.message;
-  return OpenDesktop(ReadDesktopSession(envelope.data), settings, ports);
+  return OpenDesktop(ReadDesktopSession(envelope.data), settings, deps);
 }
 
 }  // namespace remote

@@ -1,55 +1,100 @@
 #include <utility>
 
 #include "platform/clipboard.h"
-#include "remote/launch_program.h"
-#include "remote/password_paste.h"
+#include "platform/files.h"
+#include "platform/handles_win.h"
+#include "platform/path.h"
+#include "platform/user_folders_win.h"
 #include "remote/remote_desktop.h"
-#include "remote/rustdesk_config.h"
-#include "remote/rustdesk_places.h"
 #include "remote/rustdesk_program.h"
+#include "settings/settings_file.h"
+// Requires the SDK header above.
+#include <shellapi.h>
 
 namespace remote {
-namespace {
 
-RustDeskPorts RealRustDesk(const std::stop_token& closing) {
-  RustDeskPorts rustDesk;
-  rustDesk.find = [closing](settings::Settings& settings, const RustDeskServer* server) {
-    return FindRustDesk(settings, server, RealRustDeskFolders(), RealRustDeskProgramPorts(closing));
-  };
-  rustDesk.configure = [](const RustDeskServer& server) {
-    ConfigureRustDesk(server, RealRustDeskFolders(), RealRustDeskConfigPorts());
-  };
-  rustDesk.launch = LaunchProgram;
-  return rustDesk;
+RustDeskFolders RealRustDeskFolders() {
+  RustDeskFolders folders;
+  folders.programFiles = platform::ProgramFilesFolder();
+  folders.programFilesX86 = platform::ProgramFilesX86Folder();
+  folders.localAppData = platform::LocalAppDataFolder();
+  folders.roamingAppData = platform::RoamingAppDataFolder();
+  folders.program = platform::ProgramFolder();
+  folders.runtime = settings::RuntimeFolder();
+  folders.windows = platform::WindowsFolder();
+  return folders;
 }
 
-}  // namespace
+void LaunchProgram(const std::wstring& exePath, std::span<const std::wstring> arguments) {
+  const std::wstring parameters = JoinArguments(arguments);
+  SHELLEXECUTEINFOW info{};
+  info.cbSize = sizeof(info);
+  info.fMask = SEE_MASK_NOCLOSEPROCESS;
+  info.lpFile = exePath.c_str();
+  info.lpParameters = parameters.empty() ? nullptr : parameters.c_str();
+  info.nShow = SW_SHOWNORMAL;
+  ::ShellExecuteExW(&info);
+  const platform::ProcessHandle closedAtOnce(info.hProcess);
+}
 
 std::shared_ptr<PasswordKeeper> MakePasswordKeeper() {
-  PasswordKeeperDeps deps;
-  deps.copyToClipboard = [](const std::wstring& text) {
-    return platform::CopySecretToClipboard(text);
-  };
-  deps.takeOffClipboard = platform::TakeSecretOffClipboard;
-  return std::make_shared<PasswordKeeper>(std::move(deps));
+  const auto copy = [](const std::wstring& text) { return platform::CopySecretToClipboard(text); };
+  return std::make_shared<PasswordKeeper>(copy, platform::TakeSecretOffClipboard);
 }
 
-RemoteDesktopPorts RealRemoteDesktopPorts(const std::shared_ptr<PasswordKeeper>& keeper,
-                                          const std::stop_token& closing, PasteNotice notice) {
-  const PasteTurn turn{keeper, keeper->Begin(), closing};
-  RemoteDesktopPorts ports;
-  ports.closing = closing;
-  ports.sendJsonRequest = service::RealJsonRequester(closing);
-  ports.rustDesk = RealRustDesk(closing);
-  ports.copyToClipboard = [turn](const std::wstring& text) {
-    return turn.keeper->CopyPassword(turn.session, text);
-  };
-  ports.startPasswordPaste = [turn, notice = std::move(notice)](const std::wstring& password,
-                                                                const std::wstring& rustDeskId,
-                                                                const std::wstring& startedPath) {
-    StartPasswordPaste(password, rustDeskId, RealPasteDesk(turn, startedPath, notice));
-  };
-  return ports;
+RealRemoteDesktopDeps::RealRemoteDesktopDeps(const std::shared_ptr<PasswordKeeper>& keeper,
+                                             const std::stop_token& whenClosing, PasteNotice notice)
+    : turn_{keeper, keeper->Begin(), whenClosing}, notice_(std::move(notice)) {
+  folders = RealRustDeskFolders();
+  closing = whenClosing;
+}
+
+service::HttpResponse RealRemoteDesktopDeps::SendJsonRequest(const std::wstring& method,
+                                                             const std::wstring& url,
+                                                             const std::wstring& body) {
+  return service::SendJsonRequest(method, url, body, closing);
+}
+
+bool RealRemoteDesktopDeps::Download(const std::wstring& url, const std::wstring& target) {
+  return service::DownloadFile(url, target, closing);
+}
+
+std::optional<std::uint64_t> RealRemoteDesktopDeps::SizeBytes(const std::wstring& path) {
+  return platform::FileSizeBytes(path);
+}
+
+bool RealRemoteDesktopDeps::CreateFolders(const std::wstring& folder) {
+  return platform::CreateFolders(folder);
+}
+
+bool RealRemoteDesktopDeps::Delete(const std::wstring& path) {
+  return platform::DeleteFileAt(path);
+}
+
+std::vector<std::wstring> RealRemoteDesktopDeps::ListFolders(const std::wstring& folder) {
+  return platform::ListFolders(folder);
+}
+
+void RealRemoteDesktopDeps::WriteConfigFile(const std::wstring& path, const std::string& bytes) {
+  const std::wstring folder = platform::ParentFolder(path);
+  platform::CreateUnlinkedFolders(folder, ConfigPartsOfUsers(folder, folders));
+  platform::WriteUnlinkedFile(path, ConfigPartsOfUsers(path, folders), bytes);
+}
+
+void RealRemoteDesktopDeps::Launch(const std::wstring& exePath,
+                                   std::span<const std::wstring> arguments) {
+  LaunchProgram(exePath, arguments);
+}
+
+bool RealRemoteDesktopDeps::CopyPassword(const std::wstring& password) {
+  return turn_.keeper->CopyPassword(turn_.session, password);
+}
+
+void RealRemoteDesktopDeps::StartPasswordPaste(const std::wstring& password,
+                                               const std::wstring& rustDeskId,
+                                               const std::wstring& startedPath) {
+  remote::StartPasswordPaste(password, rustDeskId,
+                             std::make_shared<RealPasteDeps>(turn_, startedPath, notice_));
 }
 
 }  // namespace remote

@@ -1,46 +1,107 @@
 #include "remote/rustdesk_program.h"
 
+#include <exception>
+
 #include "settings/server_address.h"
+#include "text/strings.h"
+#include "text/utf8.h"
 
 namespace remote {
 namespace {
 
-// What is not larger is no RustDesk but, say, a proxy's page of regret.
-constexpr std::uint64_t kLargestRubbishBytes = 1'048'576;
+constexpr std::wstring_view kProgramInTitle = L"rustdesk";
+constexpr std::wstring_view kProgramFile = L"rustdesk.exe";
 
-bool IsFile(const std::wstring& path, const RustDeskProgramPorts& ports) {
-  return !path.empty() && ports.sizeBytes(path).has_value();
+// A smaller file is not RustDesk but, for example, a proxy's error page.
+constexpr std::uint64_t kMinProgramBytes = 1'048'577;
+
+bool IsFile(const std::wstring& path, RemoteDesktopDeps& deps) {
+  return !path.empty() && deps.SizeBytes(path).has_value();
 }
 
-bool IsWhole(const std::wstring& path, const RustDeskProgramPorts& ports) {
-  return !path.empty() && ports.sizeBytes(path).value_or(0) > kLargestRubbishBytes;
+bool IsWhole(const std::wstring& path, RemoteDesktopDeps& deps) {
+  return !path.empty() && deps.SizeBytes(path).value_or(0) >= kMinProgramBytes;
+}
+
+std::wstring_view FileName(std::wstring_view path) {
+  const std::size_t slash = path.find_last_of(L"\\/");
+  return slash == std::wstring_view::npos ? path : path.substr(slash + 1);
 }
 
 }  // namespace
 
 std::wstring FindRustDesk(settings::Settings& settings, const RustDeskServer* server,
-                          const RustDeskFolders& folders, const RustDeskProgramPorts& ports) {
+                          RemoteDesktopDeps& deps) {
   const std::wstring& saved = settings.rustDeskPath;
-  if (IsFile(saved, ports) && !LiesInRuntimeFolder(saved, folders)) return saved;
-  for (const std::wstring& candidate : RustDeskCandidates(folders)) {
-    if (IsFile(candidate, ports)) return candidate;
+  if (IsFile(saved, deps) && !LiesInRuntimeFolder(saved, deps.folders)) return saved;
+  for (const std::wstring& candidate : RustDeskCandidates(deps.folders)) {
+    if (IsFile(candidate, deps)) return candidate;
   }
-  return DownloadRustDesk(settings, server, folders, ports);
+  return DownloadRustDesk(settings, server, deps);
 }
 
 std::wstring DownloadRustDesk(settings::Settings& settings, const RustDeskServer* server,
-                              const RustDeskFolders& folders, const RustDeskProgramPorts& ports) {
-  std::wstring target = RustDeskDownloadTarget(folders);
-  ports.createFolders(folders.runtime);
-  ports.deleteFile(target + L".download");
-  if (IsWhole(settings.rustDeskPath, ports)) return settings.rustDeskPath;
+                              RemoteDesktopDeps& deps) {
+  std::wstring target = RustDeskDownloadTarget(deps.folders);
+  deps.CreateFolders(deps.folders.runtime);
+  deps.Delete(target + L".download");
+  if (IsWhole(settings.rustDeskPath, deps)) return settings.rustDeskPath;
   if (server == nullptr) return {};
   const std::wstring url = settings::AbsoluteUrl(server->windowsDownloadUrl, settings.serverUrl);
   if (url.empty()) return {};
-  ports.download(url, target);  // what lies there afterwards decides
-  if (!IsWhole(target, ports)) return {};
+  // The result does not matter: a whole program from an earlier download serves as well.
+  deps.Download(url, target);
+  if (!IsWhole(target, deps)) return {};
   settings.rustDeskPath = target;
   return target;
+}
+
+std::vector<std::wstring> ListRustDeskConfigFiles(RemoteDesktopDeps& deps) {
+  return RustDeskConfigFiles(deps.folders, deps.ListFolders(UsersFolder(deps.folders)));
+}
+
+void ConfigureRustDesk(const RustDeskServer& server, RemoteDesktopDeps& deps) {
+  const std::optional<std::wstring> config = ComposeRustDeskConfig(server);
+  if (!config) return;
+  const std::string bytes = text::ToUtf8(*config);
+  for (const std::wstring& path : ListRustDeskConfigFiles(deps)) {
+    try {
+      deps.WriteConfigFile(path, bytes);
+    } catch (const std::exception&) {
+      continue;  // RustDesk may read any of the others
+    }
+  }
+}
+
+std::wstring JoinArguments(std::span<const std::wstring> arguments) {
+  std::wstring joined;
+  for (const std::wstring& argument : arguments) {
+    if (!joined.empty()) joined += L' ';
+    joined += L'"' + argument + L'"';
+  }
+  return joined;
+}
+
+bool IsRustDeskTitle(std::wstring_view title, std::wstring_view rustDeskId) {
+  if (!rustDeskId.empty() && title.find(rustDeskId) != std::wstring_view::npos) return true;
+  return text::FoldCase(title).find(kProgramInTitle) != std::wstring::npos;
+}
+
+bool IsRustDeskImage(std::wstring_view imagePath, std::wstring_view startedPath) {
+  if (imagePath.empty()) return false;
+  return text::EqualsIgnoreCase(FileName(imagePath), kProgramFile) ||
+         text::EqualsIgnoreCase(imagePath, startedPath);
+}
+
+void* ChooseRustDeskWindow(std::span<const DeskWindow> windows, std::wstring_view rustDeskId,
+                           std::wstring_view startedPath) {
+  void* first = nullptr;
+  for (const DeskWindow& window : windows) {
+    if (!IsRustDeskTitle(window.title, rustDeskId)) continue;
+    if (IsRustDeskImage(window.imagePath, startedPath)) return window.handle;
+    if (first == nullptr) first = window.handle;
+  }
+  return first;
 }
 
 }  // namespace remote

@@ -1,43 +1,62 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <optional>
-#include <stop_token>
+#include <span>
 #include <string>
+#include <string_view>
 
-#include "remote/rustdesk_places.h"
-#include "remote/rustdesk_server.h"
-#include "settings/settings.h"
+#include "remote/remote_desktop.h"
 
-// Finding RustDesk's program on this computer, or fetching it. Any thread that may wait: a download
-// takes its time.
+// RustDesk on this computer: finding or fetching its program, pointing it at the service's servers,
+// starting it, and recognising its window.
 namespace remote {
 
-// What finding acts through: the program's own operations, or fakes in tests.
-struct RustDeskProgramPorts {
-  // Of a file that is no folder; empty optional when there is none.
-  std::function<std::optional<std::uint64_t>(const std::wstring& path)> sizeBytes;
-  std::function<bool(const std::wstring& folder)> createFolders;
-  std::function<bool(const std::wstring& path)> deleteFile;
-  std::function<bool(const std::wstring& url, const std::wstring& targetPath)> download;
+// The path of an existing program file: rustDeskPath, unless that is in the runtime folder; else
+// one of the usual places; else the result of DownloadRustDesk(). Empty when there is none.
+// `server` is null when the service names no servers. May take minutes.
+std::wstring FindRustDesk(settings::Settings& settings, const RustDeskServer* server,
+                          RemoteDesktopDeps& deps);
+
+// Downloads the program into the runtime folder, stores its path in rustDeskPath and returns it. If
+// rustDeskPath names a file of more than 1 MiB, that one is used without asking the network. Empty
+// when the service names no address, or when the file then in the runtime folder is not larger than
+// 1 MiB; that file remains.
+std::wstring DownloadRustDesk(settings::Settings& settings, const RustDeskServer* server,
+                              RemoteDesktopDeps& deps);
+
+// Every configuration file that this computer may have: RustDeskConfigFiles() for all its users.
+std::vector<std::wstring> ListRustDeskConfigFiles(RemoteDesktopDeps& deps);
+
+// Replaces every configuration file, in UTF-8 without a byte-order mark. Does nothing without a
+// rendezvous server. A file that cannot be written, usually another user's, is skipped.
+void ConfigureRustDesk(const RustDeskServer& server, RemoteDesktopDeps& deps);
+
+// A command line's arguments: each in double quotes and otherwise unchanged, even if it contains
+// quotes; separated by blanks. Pure.
+std::wstring JoinArguments(std::span<const std::wstring> arguments);
+
+// Starts the program through the shell, in a normal window. Fire and forget: failures are not
+// reported, the engineer sees whether a window appears. Windows only; any thread.
+void LaunchProgram(const std::wstring& exePath, std::span<const std::wstring> arguments);
+
+// Whether a window with this title may be the one in which RustDesk asks for the password: the
+// title contains the ID (letter case counts) or "rustdesk" in any letter case. Pure.
+bool IsRustDeskTitle(std::wstring_view title, std::wstring_view rustDeskId);
+
+// Whether a process with this image is RustDesk: a file of its name, or the one that was started.
+// False for an empty path. Pure.
+bool IsRustDeskImage(std::wstring_view imagePath, std::wstring_view startedPath);
+
+// A visible window without an owner.
+struct DeskWindow {
+  void* handle = nullptr;
+  std::wstring title;
+  std::wstring imagePath;  // of its process; empty if the process may not be queried
 };
 
-// The program's own: the file system, and WinHTTP, whose download ends when `closing` is requested.
-// Windows only.
-RustDeskProgramPorts RealRustDeskProgramPorts(const std::stop_token& closing);
-
-// The path of an existing program file: rustDeskPath, unless that lies in the runtime folder; one
-// of the usual places; or what DownloadRustDesk() gives. Empty when there is none. `server` is null
-// when the service says nothing of its servers.
-std::wstring FindRustDesk(settings::Settings& settings, const RustDeskServer* server,
-                          const RustDeskFolders& folders, const RustDeskProgramPorts& ports);
-
-// Fetches the program into the runtime folder, stores its path in rustDeskPath and returns it. A
-// file of more than 1 MiB that rustDeskPath names is taken as it is, without asking the network.
-// Empty when the service names no address, or when what then lies in the runtime folder is not
-// larger than 1 MiB; that file stays.
-std::wstring DownloadRustDesk(settings::Settings& settings, const RustDeskServer* server,
-                              const RustDeskFolders& folders, const RustDeskProgramPorts& ports);
+// The window for the password among `windows`, which are in the system's order. Of those with a
+// matching title the first that belongs to RustDesk, or else the first: a browser tab or folder
+// with such a title is chosen only while RustDesk has no such window. Null for none. Pure.
+void* ChooseRustDeskWindow(std::span<const DeskWindow> windows, std::wstring_view rustDeskId,
+                           std::wstring_view startedPath);
 
 }  // namespace remote

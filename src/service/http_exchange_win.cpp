@@ -4,8 +4,7 @@
 #include <utility>
 
 #include "platform/system_error.h"
-#include "service/call_wait.h"
-#include "service/http_reply.h"
+#include "service/http_call.h"
 #include "service/http_transport.h"
 
 // clang-format off
@@ -30,7 +29,7 @@ constexpr DWORD kReported = WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS |
   throw std::runtime_error(HttpFailureText(function, platform::SystemErrorText(error)));
 }
 
-// Takes what a call has just made, reading the last error before anything can change it.
+// Wraps a new handle, or throws. Reads the last error before anything can change it.
 platform::HttpHandle CheckedHandle(HINTERNET made, const char* function) {
   const DWORD error = ::GetLastError();
   platform::HttpHandle handle(made);
@@ -40,25 +39,25 @@ platform::HttpHandle CheckedHandle(HINTERNET made, const char* function) {
 
 }  // namespace
 
-// What the calls of one request work on, and the wait for them.
+// The buffers of one request's calls, and the waits for them.
 struct HttpCall {
   void Finish(CallResult result) noexcept {
     sent.Finish(result);
     wait.Finish(result);
   }
 
-  CallWait sent;      // for the request to be on its way
-  CallWait wait;      // for the call's end
+  CallWait sent;      // for the request to be sent
+  CallWait wait;      // for the call to end
   std::string body;   // being sent
   std::string chunk;  // being read
 };
 
 namespace {
 
-// A request handle's share in the call; the handle's last report gives it up.
+// The request handle's reference to its call, released by the handle's last report.
 using HandleShare = std::shared_ptr<HttpCall>;
 
-// On the system's threads, or on the exchange's own within a call.
+// Runs on the system's threads, or on the exchange's own thread during a call.
 void CALLBACK OnReport(HINTERNET, DWORD_PTR context, DWORD status, void* information,
                        DWORD informationBytes) noexcept {
   auto* const share = reinterpret_cast<HandleShare*>(context);
@@ -84,7 +83,8 @@ void CALLBACK OnReport(HINTERNET, DWORD_PTR context, DWORD status, void* informa
   }
 }
 
-// From here on `request` reports to `call` and has a share in it, which is its context.
+// Makes `request` report to `call`. Returns its context, which holds a reference to the call: the
+// system may use the buffers after the exchange is gone, until it reports that the handle closes.
 std::uintptr_t ReportTo(const std::shared_ptr<HttpCall>& call, HINTERNET request) {
   if (::WinHttpSetStatusCallback(request, OnReport, kReported, 0) ==
       WINHTTP_INVALID_STATUS_CALLBACK) {
@@ -112,7 +112,7 @@ platform::HttpHandle OpenHttpSession(std::chrono::milliseconds receiveLimit) {
       ::WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
                     WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC),
       "WinHttpOpen");
-  // Without them the exchange's own limits hold, which is no reason to give up.
+  // A failure does not matter: the exchange enforces limits of its own.
   ::WinHttpSetTimeouts(session.Get(), kResolveMs, kConnectMs, kSendMs,
                        static_cast<int>(receiveLimit.count()));
   return session;
@@ -133,7 +133,7 @@ HttpExchange::HttpExchange(const std::wstring& method, const std::wstring& url,
   context_ = ReportTo(call_, request_.Get());
 }
 
-// Makes `call`, which gives BOOL; a stop that was requested before keeps it from beginning.
+// Makes `call`, which returns BOOL, unless a stop was requested.
 template <typename Call>
 void HttpExchange::Begin(const char* function, const Call& call) {
   if (stop_.stop_requested()) throw std::runtime_error(kCancelled);
@@ -142,7 +142,7 @@ void HttpExchange::Begin(const char* function, const Call& call) {
   if (call() == FALSE) ThrowFailure(function, ::GetLastError());
 }
 
-// Waits for what comes of the call; gives the number of bytes that it reports.
+// Waits for the call to end and returns the number of bytes that it reports.
 std::uint32_t HttpExchange::Await(const char* function, CallWait& wait,
                                   std::chrono::milliseconds limit) {
   const std::optional<CallResult> result = wait.Await(limit, stop_);
@@ -153,7 +153,7 @@ std::uint32_t HttpExchange::Await(const char* function, CallWait& wait,
 }
 
 void HttpExchange::Run(std::string body) {
-  constexpr char kName[] = "WinHttpReceiveResponse";  // of both calls
+  constexpr char kName[] = "WinHttpReceiveResponse";  // for both calls
   call_->body = std::move(body);
   std::string& sent = call_->body;
   Begin(kName, [&] {
@@ -161,12 +161,12 @@ void HttpExchange::Run(std::string body) {
     const wchar_t* header = sent.empty() ? WINHTTP_NO_ADDITIONAL_HEADERS : kJsonHeader;
     const DWORD headerUnits = sent.empty() ? 0 : static_cast<DWORD>(-1);  // up to its terminator
     void* data = sent.empty() ? WINHTTP_NO_REQUEST_DATA : sent.data();
-    // Named once more: this call may put its own context in the place of the handle's.
+    // The context is passed again: the argument may replace the one set on the handle.
     return ::WinHttpSendRequest(request_.Get(), header, headerUnits, data, lengthBytes, lengthBytes,
                                 context_);
   });
   Await(kName, call_->sent, kSendLimit);
-  // Some systems end the call only when the reply begins, which is then already waited for.
+  // Some systems end the send call only when the reply begins, so this wait has the reply's limit.
   Await(kName, call_->wait, receiveLimit_);
   Begin(kName, [&] { return ::WinHttpReceiveResponse(request_.Get(), nullptr); });
   Await(kName, call_->wait, receiveLimit_);
@@ -181,7 +181,7 @@ std::uint32_t HttpExchange::Status() const {
 }
 
 std::optional<std::uint64_t> HttpExchange::ContentLengthBytes() const {
-  wchar_t value[64] = {};  // as text: the system's number form ends at 4 GB
+  wchar_t value[64] = {};  // as text: the system's numeric form is limited to 4 GB
   DWORD sizeBytes = sizeof(value) - sizeof(wchar_t);
   if (::WinHttpQueryHeaders(request_.Get(), WINHTTP_QUERY_CONTENT_LENGTH,
                             WINHTTP_HEADER_NAME_BY_INDEX, value, &sizeBytes,

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -14,44 +16,42 @@ namespace service {
 class CallWait;
 struct HttpCall;
 
-// How long an exchange waits for its request to be sent, resolving and connecting included, and for
-// each piece of the reply to it: of a request, of a download.
+// Time limits: for sending a request, including resolving and connecting, and for each piece of the
+// reply to a request or download.
 inline constexpr std::chrono::seconds kSendLimit{35};
 inline constexpr std::chrono::seconds kReplyLimit{30};
 inline constexpr std::chrono::seconds kDownloadLimit{120};
 
-// The session of one exchange, asynchronous. Resolving and connecting may take 10 s each, sending
-// 15 s, each wait for the reply `receiveLimit`. Throws as HttpExchange does.
+// Opens the asynchronous session of one exchange. Throws as HttpExchange does.
 platform::HttpHandle OpenHttpSession(std::chrono::milliseconds receiveLimit);
 
-// One HTTP request and its reply over a session of its own.
+// One HTTP request and its reply, over a session of its own.
 //
-// The calls are asynchronous, so that a requested stop ends each wait at once; the synchronous ones
-// can be ended by nobody. It also bounds the waits where the system does not.
+// The calls are asynchronous because a synchronous one cannot be cancelled. A requested stop ends
+// each wait at once. The waits are bounded here as well, for systems that do not bound them.
 //
-// Threads: one caller; nothing is shared between exchanges, so any number may run at once.
-// Owns:    the request, connection and session handles, closed in that order. What a call under way
-//          reads or writes belongs to the request handle and lives until the system lets go of it.
+// Threads: one caller; exchanges share nothing, so any number may run at once.
+// Owns:    the request, connection and session handles, closed in that order. The buffers of a
+//          pending call belong to the request handle and live until the system releases them.
 // Errors:  every member throws std::runtime_error "<function>: <system text>" when its call fails
-//          or exceeds its limit, "The request was cancelled." after a stop. Both are final.
+//          or exceeds its limit, and "The request was cancelled." after a stop. Both are final.
 class HttpExchange {
  public:
-  // Makes the request ready; nothing is sent yet.
+  // Prepares the request; nothing is sent yet.
   HttpExchange(const std::wstring& method, const std::wstring& url,
                std::chrono::milliseconds receiveLimit, std::stop_token stop = {});
 
-  // Sends `body` as UTF-8 JSON (an empty one without data and header) and waits for the reply's
-  // headers. A failure of either bears the name WinHttpReceiveResponse.
+  // Sends `body` as UTF-8 JSON (no data and no header when empty) and waits for the reply's
+  // headers. Both failures are reported as WinHttpReceiveResponse.
   void Run(std::string body);
 
-  // After Run(). 0 when the system cannot tell the status.
+  // After Run(). 0 when the system does not know the status.
   [[nodiscard]] std::uint32_t Status() const;
-  // The length that the reply names, if it names one.
+  // The reply's Content-Length, if it has one.
   [[nodiscard]] std::optional<std::uint64_t> ContentLengthBytes() const;
-  // The moment at which the service says that it replied, as text (RFC 9110, section 6.6.1); empty
-  // when it does not say so.
+  // The text of the reply's Date header (RFC 9110, section 6.6.1); empty when it has none.
   [[nodiscard]] std::wstring Date() const;
-  // The next bytes of the body, as many as have arrived; empty at its end.
+  // The next bytes of the body, as many as have arrived; empty at the end.
   std::string ReadChunk();
 
  private:
@@ -67,5 +67,15 @@ class HttpExchange {
   platform::HttpHandle request_;
   std::uintptr_t context_ = 0;  // the request handle's
 };
+
+// Writes `bytes` with one call and returns how many of them the file took.
+using FileWriter = std::function<std::size_t(HANDLE file, const std::string& bytes)>;
+
+// The system's writer.
+std::size_t WriteToFile(HANDLE file, const std::string& bytes);
+
+// DownloadFile() with a writer of the caller's, so that tests can fill the disk.
+bool DownloadFileWith(const FileWriter& write, const std::wstring& url,
+                      const std::wstring& targetPath, const std::stop_token& stop);
 
 }  // namespace service

@@ -3,23 +3,19 @@
 #include <exception>
 #include <utility>
 
-#include "text/utf8.h"
+#include "service/api_messages.h"
 
 namespace shell {
 namespace {
 
-constexpr wchar_t kErrorPrefix[] = L"Error: ";
-constexpr wchar_t kUnknownError[] = L"Unknown error.";
 constexpr wchar_t kUpdateCheckPrefix[] = L"自动更新检查异常：";
 
 std::wstring Noticed(const UpdateCheck& check, const settings::Settings& settings,
                      const std::stop_token& closing) {
   try {
     return check(settings, closing);
-  } catch (const std::exception& error) {
-    return kUpdateCheckPrefix + text::FromUtf8(error.what());
   } catch (...) {
-    return std::wstring(kUpdateCheckPrefix) + kUnknownError;
+    return kUpdateCheckPrefix + service::FailureMessage(std::current_exception());
   }
 }
 
@@ -29,10 +25,8 @@ std::wstring RunJob(const Job& job, settings::JobSettings& settings, tunnel::Tun
                     const JobLink& link) {
   try {
     return job(settings, tunnel, link);
-  } catch (const std::exception& error) {
-    return kErrorPrefix + text::FromUtf8(error.what());
   } catch (...) {
-    return kUnknownError;
+    return service::JobFailureLine(std::current_exception());
   }
 }
 

@@ -7,12 +7,16 @@
 #include "shell/single_instance.h"
 #include "shell/start_up.h"
 #include "update/apply_update.h"
-#include "update/trusted_update.h"
 
 namespace {
 
 // The build names both; the version stands in the version resource, too.
 const update::ProgramIdentity kProgram{VELMARINE_VERSION, VELMARINE_SIGNER_SHA256};
+
+struct ReplacementDeps : update::RealUpdateDeps {
+  ReplacementDeps() : RealUpdateDeps(kProgram) {}
+  void PrepareLogFiles() override { shell::StartLog(); }
+};
 
 }  // namespace
 
@@ -27,8 +31,8 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int showCommand) {
   shell::BecomeDpiAware();
   if (const auto request = shell::ParseApplyUpdate(shell::CommandLineArguments())) {
     platform::ForbidDynamicCode();
-    return update::ApplyUpdate(request->parentPid, request->source, request->destination,
-                               update::RealApplyPorts(kProgram, shell::StartLog));
+    ReplacementDeps deps;
+    return update::ApplyUpdate(request->parentPid, request->source, request->destination, deps);
   }
   // Looks at the computer while a client may run; it is none itself.
   if (const auto request = shell::ParseCheck(shell::CommandLineArguments())) {

@@ -1,6 +1,6 @@
 #include "shell/retry.h"
 
-#include "service/api_envelope.h"
+#include "service/api_messages.h"
 
 namespace shell {
 

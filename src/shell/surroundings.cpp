@@ -9,8 +9,7 @@
 #include "platform/desktop_user.h"
 #include "platform/path.h"
 #include "remote/remote_desktop.h"
-#include "service/connection_jobs.h"
-#include "service/device_resolve.h"
+#include "service/service_jobs.h"
 #include "shell/diagnosis.h"
 #include "shell/log_file.h"
 #include "shell/main_window.h"
@@ -38,24 +37,33 @@ std::wstring DesktopUsersFolder() {
   return platform::JoinPath(user->localAppData, kUserDataFolder);
 }
 
+class DesktopDeps : public remote::RealRemoteDesktopDeps {
+ public:
+  DesktopDeps(const std::shared_ptr<remote::PasswordKeeper>& passwords, const JobLink& link)
+      : RealRemoteDesktopDeps(passwords, link.closing, link.notice), link_(link) {}
+
+  void OnRequestFailed() override { link_.requestFailed(); }
+
+ private:
+  const JobLink& link_;
+};
+
 JobTable RealJobs(const std::shared_ptr<remote::PasswordKeeper>& passwords) {
   using settings::JobSettings;
   using tunnel::Tunnel;
   JobTable jobs;
   jobs.connect = [](JobSettings& settings, Tunnel& tunnel, const JobLink& link) {
-    return service::ConnectJob(settings, tunnel, service::RealConnectionPorts(link.closing));
+    return service::RealConnectionJobs(link.closing).Connect(settings, tunnel);
   };
   jobs.stop = [](JobSettings& settings, Tunnel& tunnel, const JobLink& link) {
-    return service::StopJob(settings, tunnel, service::RealConnectionPorts(link.closing));
+    return service::RealConnectionJobs(link.closing).Stop(settings, tunnel);
   };
   jobs.testLatency = [](JobSettings& settings, Tunnel&, const JobLink&) {
     return diag::RunLatencyTest(settings.record, diag::SendEcho);
   };
   jobs.openDesktop = [passwords](JobSettings& settings, Tunnel&, const JobLink& link) {
-    remote::RemoteDesktopPorts ports =
-        remote::RealRemoteDesktopPorts(passwords, link.closing, link.notice);
-    ports.requestFailed = link.requestFailed;
-    return remote::StartRemoteDesktop(settings.record, ports);
+    DesktopDeps deps(passwords, link);
+    return remote::StartRemoteDesktop(settings.record, deps);
   };
   jobs.resolveDevice = [](JobSettings& settings, Tunnel&, const JobLink& link) {
     std::wstring text;
@@ -65,16 +73,21 @@ JobTable RealJobs(const std::shared_ptr<remote::PasswordKeeper>& passwords) {
   return jobs;
 }
 
-// A forced update ends the program, too.
-update::CheckPorts UpdatePorts(const update::ProgramIdentity& self, const std::stop_token& closing,
-                               const std::shared_ptr<remote::PasswordKeeper>& passwords) {
-  update::CheckPorts ports = update::RealCheckPorts(self, closing);
-  ports.endProcess = [passwords, end = std::move(ports.endProcess)] {
-    passwords->End();
-    end();
-  };
-  return ports;
-}
+// A forced update ends the program, and with it the time of a password on the clipboard.
+class UpdateDeps : public update::RealUpdateDeps {
+ public:
+  UpdateDeps(const update::ProgramIdentity& self, const std::stop_token& whenClosing,
+             std::shared_ptr<remote::PasswordKeeper> passwords)
+      : RealUpdateDeps(self, whenClosing), passwords_(std::move(passwords)) {}
+
+  void EndProcess() override {
+    passwords_->End();
+    RealUpdateDeps::EndProcess();
+  }
+
+ private:
+  const std::shared_ptr<remote::PasswordKeeper> passwords_;
+};
 
 }  // namespace
 
@@ -85,7 +98,8 @@ Surroundings RealSurroundings(const update::ProgramIdentity& self) {
   real.forgetPassword = [passwords] { passwords->End(); };
   real.checkForUpdate = [self, passwords](const settings::Settings& settings,
                                           const std::stop_token& closing) {
-    return update::CheckForUpdate(settings, UpdatePorts(self, closing, passwords));
+    UpdateDeps deps(self, closing, passwords);
+    return update::CheckForUpdate(settings, deps);
   };
   real.writeLogLine = WriteLogLine;
   real.createWebHost = [](HWND window, webview::WebHostEvents events) {
@@ -103,7 +117,7 @@ Surroundings RealSurroundings(const update::ProgramIdentity& self) {
   };
   real.subscribeToSystem = SubscribeToSystem;
   real.removeProxyBypass = [](const std::vector<std::wstring>& routes) {
-    service::RealConnectionPorts({}).removeProxyBypass(routes);
+    diag::RemoveProxyBypass(routes, diag::RealProxyOverride(), diag::RealProxyNote());
   };
   real.takeOffLeftovers = [] {
     return diag::TakeOffLeftovers(diag::RealProxyNote(), diag::LeftoverProxyOverride);

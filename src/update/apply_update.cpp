@@ -1,14 +1,17 @@
 #include "update/apply_update.h"
 
-#include "update/quote_argument.h"
+#include <chrono>
 
 namespace update {
 namespace {
 
 using platform::SystemResult;
 
+constexpr wchar_t kCopySuffix[] = L".updater.exe";
+constexpr wchar_t kMode[] = L" --apply-update ";
+
 constexpr std::chrono::milliseconds kLongestWait{60000};
-// Between the end of a process and the moment when the system lets its file go.
+// The system may release a program's file only some time after its process has ended.
 constexpr std::chrono::milliseconds kPause{800};
 constexpr wchar_t kBackupSuffix[] = L".bak";
 constexpr wchar_t kNewSuffix[] = L".new";
@@ -26,82 +29,106 @@ int ExitCode(const SystemResult& failure, int withoutErrorCode) {
   return failure.errorCode == 0 ? withoutErrorCode : static_cast<int>(failure.errorCode);
 }
 
-int Restart(const std::wstring& destination, const ApplyPorts& ports) {
-  const SystemResult started = ports.start(QuoteArgument(destination));
+int Restart(const std::wstring& destination, UpdateDeps& deps) {
+  const SystemResult started = deps.Start(QuoteArgument(destination));
   if (started.succeeded) {
-    ports.writeLog(kRestarted);
+    deps.WriteLog(kRestarted);
     return kReplaced;
   }
-  ports.writeLog(kNotRestarted + std::to_wstring(started.errorCode));
+  deps.WriteLog(kNotRestarted + std::to_wstring(started.errorCode));
   return ExitCode(started, kRestartFailed);
 }
 
-// The old program has ended for an update that it would not have ended for.
-int Refuse(const std::wstring& why, const std::wstring& destination, const ApplyPorts& ports) {
-  ports.writeLog(kDistrusted + why);
-  ports.start(QuoteArgument(destination));
+// Starts the old program again, which ended only for this update.
+int Refuse(const std::wstring& why, const std::wstring& destination, UpdateDeps& deps) {
+  deps.WriteLog(kDistrusted + why);
+  deps.Start(QuoteArgument(destination));
   return kNotTrusted;
 }
 
-// Puts the file `fresh` into the place of `destination`, which may be missing, and leaves the old
-// one at `backup` where it can.
+// Moves `fresh` to `destination`, which may be missing, and the old file to `backup` if possible.
 SystemResult Place(const std::wstring& fresh, const std::wstring& destination,
-                   const std::wstring& backup, const SwapFiles& files) {
-  files.remove(backup);
-  const bool hadProgram = files.isFile(destination);
-  const SystemResult aside = files.moveOver(destination, backup);
-  const SystemResult placed = files.moveOver(fresh, destination);
+                   const std::wstring& backup, UpdateDeps& deps) {
+  deps.Remove(backup);
+  const bool hadProgram = deps.IsFile(destination);
+  const SystemResult aside = deps.MoveOver(destination, backup);
+  const SystemResult placed = deps.MoveOver(fresh, destination);
   if (placed.succeeded) return placed;
-  if (aside.succeeded) files.moveOver(backup, destination);
-  // A program that may not be renamed may not be replaced either, and the first code says why.
+  if (aside.succeeded) deps.MoveOver(backup, destination);
+  // A program that cannot be renamed cannot be replaced either; the first code is the cause.
   return hadProgram && !aside.succeeded ? aside : placed;
 }
 
 SystemResult Swap(const std::string& program, const std::wstring& source,
-                  const std::wstring& destination, const SwapFiles& files) {
+                  const std::wstring& destination, UpdateDeps& deps) {
   const std::wstring backup = destination + kBackupSuffix;
   const std::wstring fresh = destination + kNewSuffix;
-  const SystemResult written = files.writeNew(fresh, program);
+  const SystemResult written = deps.WriteNew(fresh, program);
   if (!written.succeeded) return written;
-  const SystemResult placed = Place(fresh, destination, backup, files);
+  const SystemResult placed = Place(fresh, destination, backup, deps);
   if (!placed.succeeded) {
-    files.remove(fresh);
+    deps.Remove(fresh);
     return placed;
   }
-  files.remove(source);
-  // A program that the disk may not have yet could be lost with the power; the next update removes
-  // the backup then.
-  if (written.errorCode == 0) files.remove(backup);
+  deps.Remove(source);
+  // With an error code the disk may not have the new program yet, and a power cut could lose it.
+  // The next update removes the backup then.
+  if (written.errorCode == 0) deps.Remove(backup);
   return placed;
 }
 
 }  // namespace
 
+std::wstring QuoteArgument(std::wstring_view text) {
+  std::wstring quoted = L"\"";
+  for (const wchar_t unit : text) {
+    if (unit == L'"') quoted += L'\\';
+    quoted += unit;
+  }
+  return quoted += L'"';
+}
+
+std::wstring UpdaterCommandLine(std::wstring_view updater, std::uint32_t processId,
+                                std::wstring_view downloadedPath, std::wstring_view programPath) {
+  return QuoteArgument(updater) + kMode + QuoteArgument(std::to_wstring(processId)) + L" " +
+         QuoteArgument(downloadedPath) + L" " + QuoteArgument(programPath);
+}
+
+bool StartUpdater(const std::wstring& downloadedPath, UpdateDeps& deps) {
+  const std::wstring& self = deps.programPath;
+  if (self.empty()) return false;
+  const std::wstring copy = self + kCopySuffix;
+  deps.CopyOver(self, copy);
+  const std::wstring& updater = deps.IsFile(copy) ? copy : self;
+  return deps.StartHidden(UpdaterCommandLine(updater, deps.processId, downloadedPath, self))
+      .succeeded;
+}
+
 int ApplyUpdate(std::uint32_t parentPid, const std::wstring& source,
-                const std::wstring& destination, const ApplyPorts& ports) {
-  ports.prepareLogFiles();
-  ports.writeLog(kBegun + source + kBegunTo + destination + kBegunFor + std::to_wstring(parentPid));
-  if (source.empty() || !ports.files.isFile(source)) {
-    ports.writeLog(kSourceMissing);
+                const std::wstring& destination, UpdateDeps& deps) {
+  deps.PrepareLogFiles();
+  deps.WriteLog(kBegun + source + kBegunTo + destination + kBegunFor + std::to_wstring(parentPid));
+  if (source.empty() || !deps.IsFile(source)) {
+    deps.WriteLog(kSourceMissing);
     return kNoSource;
   }
-  ports.waitForEnd(parentPid, kLongestWait);
-  ports.pause(kPause);
+  deps.WaitForEnd(parentPid, kLongestWait);
+  deps.Pause(kPause);
 
-  platform::HeldFile held = ports.files.hold(source);
+  platform::HeldFile held = deps.Hold(source);
   SystemResult swapped = held.result;
   if (swapped.succeeded) {
-    const std::wstring why = ports.whyNotTrusted(held, source);
-    if (!why.empty()) return Refuse(why, destination, ports);
-    // From here on the bytes in memory count, and the file may be deleted.
+    const std::wstring why = deps.WhyNotTrusted(source, &held);
+    if (!why.empty()) return Refuse(why, destination, deps);
+    // Released, because Swap() deletes the file. The checked bytes are in memory.
     held.handle.reset();
-    swapped = Swap(held.bytes, source, destination, ports.files);
+    swapped = Swap(held.bytes, source, destination, deps);
   }
   if (!swapped.succeeded) {
-    ports.writeLog(kNotCopied + std::to_wstring(swapped.errorCode));
+    deps.WriteLog(kNotCopied + std::to_wstring(swapped.errorCode));
     return ExitCode(swapped, kCopyFailed);
   }
-  return Restart(destination, ports);
+  return Restart(destination, deps);
 }
 
 }  // namespace update

@@ -1,9 +1,10 @@
 #include "update/update_check.h"
 
-#include "service/api_envelope.h"
+#include "service/api_messages.h"
 #include "settings/server_address.h"
 #include "text/strings.h"
-#include "update/compare_versions.h"
+#include "update/apply_update.h"
+#include "update/versions.h"
 
 namespace update {
 namespace {
@@ -38,7 +39,7 @@ bool IsTrue(const settings::JsonValue& data, std::wstring_view key) {
   return boolean != nullptr && *boolean;
 }
 
-// One of Windows' codes for a disk without room.
+// Either of Windows' codes for a full disk.
 bool IsDiskFull(std::uint32_t errorCode) {
   constexpr std::uint32_t kHandleDiskFull = 39;
   constexpr std::uint32_t kDiskFull = 112;
@@ -51,50 +52,48 @@ std::wstring NotReplaceable(const std::wstring& version, std::uint32_t errorCode
   return kCannotInstall + version + reason + std::to_wstring(errorCode) + remedy;
 }
 
-// What speaks against ending the program for the file at `target`, as a line for the log; empty
-// when nothing does.
+// Why the program must not end for the file at `target`, as a line for the log; empty when it may.
 std::wstring WhyNotInstalled(const std::wstring& target, const std::wstring& version,
-                             const CheckPorts& ports) {
-  const platform::SystemResult replaceable = ports.probeReplacement(ports.sizeBytes(target));
+                             UpdateDeps& deps) {
+  const platform::SystemResult replaceable = deps.ProbeReplacement(target);
   if (!replaceable.succeeded) return NotReplaceable(version, replaceable.errorCode);
-  const std::wstring distrust = ports.whyNotTrusted(target);
+  const std::wstring distrust = deps.WhyNotTrusted(target, nullptr);
   if (!distrust.empty()) return kNotInstalled + version + L"：" + distrust;
   return {};
 }
 
-std::wstring InstallDownload(const std::wstring& version, const CheckPorts& ports) {
-  const std::wstring& target = ports.downloadTarget;
-  std::wstring why = WhyNotInstalled(target, version, ports);
-  if (!why.empty() || ports.closing.stop_requested()) {
-    ports.deleteFile(target);
+std::wstring InstallDownload(const std::wstring& version, UpdateDeps& deps) {
+  const std::wstring& target = deps.downloadTarget;
+  std::wstring why = WhyNotInstalled(target, version, deps);
+  if (!why.empty() || deps.closing.stop_requested()) {
+    deps.Remove(target);
     return why;
   }
-  // Kept before anything is started: an update that fails is tried again tomorrow, not at each
-  // start.
-  if (!ports.keepTry({version, ports.nowSeconds()})) {
-    ports.deleteFile(target);
+  // Recorded before the replacement process starts, so that an update that fails is retried
+  // tomorrow and not at every start.
+  if (!deps.KeepTry({version, deps.NowSeconds()})) {
+    deps.Remove(target);
     return kCannotInstall + version + kNotKept;
   }
-  if (!ports.startUpdater(target)) {
-    ports.deleteFile(target);
+  if (!StartUpdater(target, deps)) {
+    deps.Remove(target);
     return kUpdaterNotStarted + version;
   }
-  ports.endProcess();
+  deps.EndProcess();
   return {};
 }
 
-std::wstring Install(const std::wstring& url, const std::wstring& version,
-                     const CheckPorts& ports) {
-  if (WasTriedWithinADay(ports.lastTry(), version, ports.nowSeconds())) {
-    return kTriedBefore + version + kTriedBeforeBut + ports.currentVersion + kTriedBeforeHelp;
+std::wstring Install(const std::wstring& url, const std::wstring& version, UpdateDeps& deps) {
+  if (WasTriedWithinADay(deps.LastTry(), version, deps.NowSeconds())) {
+    return kTriedBefore + version + kTriedBeforeBut + deps.currentVersion + kTriedBeforeHelp;
   }
   // Before the download, so that a program on a read-only disk does not load it at every start.
-  const platform::SystemResult replaceable = ports.probeReplacement(0);
+  const platform::SystemResult replaceable = deps.ProbeReplacement({});
   if (!replaceable.succeeded) return NotReplaceable(version, replaceable.errorCode);
-  if (ports.downloadTarget.empty() || !ports.downloadFile(url, ports.downloadTarget)) {
+  if (deps.downloadTarget.empty() || !deps.Download(url, deps.downloadTarget)) {
     return kDownloadFailed + version;
   }
-  return InstallDownload(version, ports);
+  return InstallDownload(version, deps);
 }
 
 }  // namespace
@@ -112,11 +111,11 @@ std::wstring UpdateQuestion(const std::wstring& serverUrl, const std::wstring& v
   return settings::NormaliseServerUrl(serverUrl) + kPath + text::PercentEncode(version);
 }
 
-std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts& ports) {
-  const std::wstring& current = ports.currentVersion;
+std::wstring CheckForUpdate(const settings::Settings& settings, UpdateDeps& deps) {
+  const std::wstring& current = deps.currentVersion;
   const std::wstring question = UpdateQuestion(settings.serverUrl, current);
   const service::ApiEnvelope envelope =
-      service::ParseApiEnvelope(ports.sendJsonRequest(L"GET", question, {}).body);
+      service::ParseApiEnvelope(deps.SendJsonRequest(L"GET", question, {}).body);
   if (!envelope.success) return kRefused + envelope.message;
 
   const UpdateOffer offer = ReadUpdateOffer(envelope.data);
@@ -126,7 +125,7 @@ std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts
     return kUselessOffer;
   }
   if (!offer.isForced) return kOffered + offer.version + kOfferedTo + current + kNotForced;
-  return Install(url, offer.version, ports);
+  return Install(url, offer.version, deps);
 }
 
 }  // namespace update

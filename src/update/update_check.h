@@ -1,21 +1,15 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <optional>
-#include <stop_token>
 #include <string>
 
-#include "platform/system_error.h"
-#include "service/http_transport.h"
 #include "settings/json.h"
 #include "settings/settings.h"
-#include "update/trusted_update.h"
-#include "update/update_tries.h"
+#include "update/update_deps.h"
 
 namespace update {
 
-// What the service says of newer programs. What is missing, or of another kind, is false or empty.
+// The service's answer about newer programs. Missing members and those of another type are false or
+// empty.
 struct UpdateOffer {
   bool isAvailable = false;
   std::wstring version;
@@ -23,46 +17,21 @@ struct UpdateOffer {
   bool isForced = false;
 };
 
-// From a reply's `data`, of whatever kind that is. Pure; any thread.
+// Reads a reply's `data`, which may be of any type. Pure; any thread.
 UpdateOffer ReadUpdateOffer(const settings::JsonValue& data);
 
-// What the check acts through: the program's own operations, or fakes in tests.
-struct CheckPorts {
-  std::wstring currentVersion;  // of the program that asks
-  std::wstring downloadTarget;  // a path; empty when there is no temporary folder
-  service::JsonRequester sendJsonRequest;
-  service::Downloader downloadFile;
-  // Whether the running program could be replaced by one of so many bytes.
-  std::function<platform::SystemResult(std::uint64_t sizeBytes)> probeReplacement;
-  std::function<std::uint64_t(const std::wstring& path)> sizeBytes;
-  // Why the downloaded file may not become the program; empty when it may.
-  std::function<std::wstring(const std::wstring& path)> whyNotTrusted;
-  std::function<std::int64_t()> nowSeconds;  // since 1970, UTC
-  std::function<std::optional<UpdateTry>()> lastTry;
-  std::function<bool(const UpdateTry& record)> keepTry;  // false when it could not be kept
-  std::function<bool(const std::wstring& downloadedPath)> startUpdater;
-  std::function<void(const std::wstring& path)> deleteFile;
-  std::function<void()> endProcess;  // does not return in the program
-  std::stop_token closing;           // requested when the program ends
-};
-
-// Asks the service for a newer version, once; returns one line for the log. A forced update is
+// Asks the service for a newer version, once, and returns one line for the log. A forced update is
 // installed at once and without asking: it is downloaded, the replacement process is started, and
-// the running program ends from one moment to the next, on this thread. Any failure leaves the
-// program as it was; so does the program's closing before the replacement process is started, and
-// nobody reads the line then.
+// the running program ends abruptly, on this thread. Any failure leaves the program as it was. So
+// does closing the program before the replacement process has started; the line is then discarded.
 //
-// The program never ends for an update that cannot succeed: not where its file cannot be replaced,
-// not for a file that the build does not trust, and not twice within a day for the same version,
-// which a file that reports an older one would otherwise bring about at every start. Throws
-// std::runtime_error when the service cannot be reached or answers with broken JSON. Blocks; any
-// thread.
-std::wstring CheckForUpdate(const settings::Settings& settings, const CheckPorts& ports);
+// The program never ends for an update that cannot succeed: its file must be replaceable, the
+// download must be trusted, and the same version is tried only once a day (otherwise a file that
+// reports an older version would end the program at every start). Throws std::runtime_error when
+// the service cannot be reached or answers with malformed JSON. Blocks; any thread.
+std::wstring CheckForUpdate(const settings::Settings& settings, UpdateDeps& deps);
 
-// The address at which the service is asked for a version newer than `version`. Pure.
+// The URL that asks the service for a version newer than `version`. Pure.
 std::wstring UpdateQuestion(const std::wstring& serverUrl, const std::wstring& version);
-
-// The program's own. Windows only.
-CheckPorts RealCheckPorts(const ProgramIdentity& self, const std::stop_token& closing);
 
 }  // namespace update

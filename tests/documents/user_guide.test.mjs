@@ -103,7 +103,7 @@ test('every code of the driver has its row', () => {
 });
 
 test('every refusal that is retried has its row', () => {
-  const source = readFileSync(path.join(kRepo, 'src/service/api_envelope.cpp'), 'utf8');
+  const source = readFileSync(path.join(kRepo, 'src/service/api_messages.cpp'), 'utf8');
   const codes = [...source.matchAll(/L"([A-Z_]{8,})"/g)].map(([, code]) => code);
   assert.equal(codes.length, 5);
   for (const code of codes) assert.ok(kRows.some(({ first, others }) => first === code && others !== ''), code);

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "remote/launch_program.h"
+#include "remote/rustdesk_program.h"
 #include "win32/calls.h"
 
 namespace remote {

@@ -1,4 +1,4 @@
-#include "remote/launch_program.h"
+#include "remote/rustdesk_program.h"
 
 #include <gtest/gtest.h>
 

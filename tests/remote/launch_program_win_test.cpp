@@ -6,7 +6,7 @@
 #include "platform/recorded_start_win.h"
 #include "platform/scratch_folder.h"
 #include "platform/windows_sdk.h"
-#include "remote/launch_program.h"
+#include "remote/rustdesk_program.h"
 #include "text/strings.h"
 
 namespace remote {

@@ -21,25 +21,20 @@ using std::chrono::seconds;
 // A clipboard and a clock, and how often the waiting thread has looked at the latter.
 class FakeClipboardDesk {
  public:
-  PasswordKeeperDeps Deps(milliseconds longestWait) {
-    PasswordKeeperDeps deps;
-    deps.copyToClipboard = [this](const std::wstring& text) {
-      copied.push_back(text);
-      if (copies) Put(text);
-      return copies.load();
-    };
-    deps.takeOffClipboard = [this](const std::wstring& text) {
-      const bool isFree = !isHeld;
-      if (isFree && Text() == text) Put(L"");
-      ++takes;
-      return isFree;
-    };
-    deps.now = [this] {
-      ++looks;
-      return std::chrono::steady_clock::time_point(milliseconds(nowMs_));
-    };
-    deps.longestWait = longestWait;
-    return deps;
+  bool Copy(const std::wstring& text) {
+    copied.push_back(text);
+    if (copies) Put(text);
+    return copies.load();
+  }
+  bool TakeOff(const std::wstring& text) {
+    const bool isFree = !isHeld;
+    if (isFree && Text() == text) Put(L"");
+    ++takes;
+    return isFree;
+  }
+  std::chrono::steady_clock::time_point Now() {
+    ++looks;
+    return std::chrono::steady_clock::time_point(milliseconds(nowMs_));
   }
 
   void Put(const std::wstring& text) {
@@ -64,6 +59,13 @@ class FakeClipboardDesk {
   std::atomic<std::int64_t> nowMs_{0};
 };
 
+struct KeeperOn : PasswordKeeper {
+  KeeperOn(FakeClipboardDesk& desk, milliseconds longestWait)
+      : PasswordKeeper([&desk](const std::wstring& text) { return desk.Copy(text); },
+                       [&desk](const std::wstring& text) { return desk.TakeOff(text); },
+                       [&desk] { return desk.Now(); }, longestWait) {}
+};
+
 class PasswordKeeperTest : public testing::Test {
  protected:
   static void Await(const std::function<bool()>& done) {
@@ -75,7 +77,7 @@ class PasswordKeeperTest : public testing::Test {
   }
 
   FakeClipboardDesk desk_;
-  PasswordKeeper keeper_{desk_.Deps(milliseconds(1))};
+  KeeperOn keeper_{desk_, milliseconds(1)};
 };
 
 TEST_F(PasswordKeeperTest, LetsTheNewestSessionDoWhatItWants) {
@@ -217,7 +219,7 @@ TEST(PasswordKeeperEnd, IsNotHeldUpByTheWait) {
   for (const bool isGone : {false, true}) {
     FakeClipboardDesk desk;
     {
-      PasswordKeeper keeper(desk.Deps(std::chrono::hours(1)));
+      KeeperOn keeper(desk, std::chrono::hours(1));
       ASSERT_TRUE(keeper.CopyPassword(keeper.Begin(), L"pw"));
       while (desk.looks < 2) std::this_thread::yield();
       if (isGone) desk.Put(L"mine");
@@ -229,7 +231,7 @@ TEST(PasswordKeeperEnd, IsNotHeldUpByTheWait) {
 TEST(PasswordKeeperEnd, DoesNotTouchAClipboardWithoutAPassword) {
   FakeClipboardDesk desk;
   {
-    PasswordKeeper keeper(desk.Deps(milliseconds(1)));
+    KeeperOn keeper(desk, milliseconds(1));
     static_cast<void>(keeper.Begin());
   }
   EXPECT_EQ(desk.takes, 0);
@@ -239,7 +241,7 @@ TEST(PasswordKeeperEnd, DoesNotTouchAClipboardWithoutAPassword) {
 // The window's thread and that of the session's end come to it at the same time.
 TEST(PasswordKeeperEnd, MayComeFromSeveralThreads) {
   FakeClipboardDesk desk;
-  PasswordKeeper keeper(desk.Deps(milliseconds(1)));
+  KeeperOn keeper(desk, milliseconds(1));
   ASSERT_TRUE(keeper.CopyPassword(keeper.Begin(), L"pw"));
   std::thread other([&keeper] { keeper.End(); });
   keeper.End();

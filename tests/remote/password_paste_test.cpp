@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -17,42 +18,38 @@ namespace {
 using Events = std::vector<std::wstring>;
 
 // A desk on which RustDesk's window shows at the n-th look (0: never); notes what is done on it.
-class FakeDesk {
+class FakeDesk : public PasteDeps {
  public:
   explicit FakeDesk(int shownAtLook) : shownAtLook_(shownAtLook) {}
 
-  PasteDesk Desk() {
-    PasteDesk desk;
-    desk.sleep = [this](std::chrono::milliseconds time) {
-      Note(L"sleep " + std::to_wstring(time.count()));
-      return ++sleeps_ != closesInSleep && IsGoingOn();
-    };
-    desk.findWindow = [this](const std::wstring& id) -> void* {
-      Note(L"look for " + id);
-      ++looks_;
-      return shownAtLook_ > 0 && looks_ >= shownAtLook_ ? &window_ : nullptr;
-    };
-    desk.copyToClipboard = [this](const std::wstring& text) {
-      if (IsGoingOn()) Note(L"copy " + text);
-    };
-    desk.bringToFront = [this](void* given) {
-      if (!IsGoingOn()) return false;
-      Note(given == &window_ ? L"front" : L"stranger");
-      return true;
-    };
-    desk.isInFront = [this](void* given) {
-      Note(given == &window_ ? L"in front?" : L"stranger?");
-      return looks_ >= inFrontAtLook;
-    };
-    desk.pressKey = [this](std::uint16_t key) {
-      if (!IsGoingOn()) return false;
-      Note(L"down " + std::to_wstring(key));
-      return true;
-    };
-    desk.releaseKey = [this](std::uint16_t key) { Note(L"up " + std::to_wstring(key)); };
-    desk.notice = [this](const std::wstring& text) { notices.push_back(text); };
-    return desk;
+  bool Sleep(std::chrono::milliseconds time) override {
+    Note(L"sleep " + std::to_wstring(time.count()));
+    return ++sleeps_ != closesInSleep && IsGoingOn();
   }
+  void* FindWindowFor(const std::wstring& id) override {
+    Note(L"look for " + id);
+    ++looks_;
+    return shownAtLook_ > 0 && looks_ >= shownAtLook_ ? &window_ : nullptr;
+  }
+  void CopyToClipboard(const std::wstring& text) override {
+    if (IsGoingOn()) Note(L"copy " + text);
+  }
+  bool BringToFront(void* given) override {
+    if (!IsGoingOn()) return false;
+    Note(given == &window_ ? L"front" : L"stranger");
+    return true;
+  }
+  bool IsInFront(void* given) override {
+    Note(given == &window_ ? L"in front?" : L"stranger?");
+    return looks_ >= inFrontAtLook;
+  }
+  bool PressKey(std::uint16_t key) override {
+    if (!IsGoingOn()) return false;
+    Note(L"down " + std::to_wstring(key));
+    return true;
+  }
+  void ReleaseKey(std::uint16_t key) override { Note(L"up " + std::to_wstring(key)); }
+  void Notice(const std::wstring& text) override { notices.push_back(text); }
 
   Events events;
   Events notices;
@@ -95,7 +92,7 @@ Events LooksAndPasting(int count) {
 TEST(PastePassword, PastesAndPressesEnterOnceTheWindowIsThere) {
   for (const int look : {1, 2, 9, 10}) {
     FakeDesk fake(look);
-    PastePassword(L"pw", L"987", fake.Desk());
+    PastePassword(L"pw", L"987", fake);
     EXPECT_EQ(fake.events, LooksAndPasting(look)) << look;
     EXPECT_EQ(fake.notices, Events{});
   }
@@ -104,7 +101,7 @@ TEST(PastePassword, PastesAndPressesEnterOnceTheWindowIsThere) {
 TEST(PastePassword, GivesUpAfterTenLooks) {
   for (const int look : {0, 11}) {
     FakeDesk fake(look);
-    PastePassword(L"pw", L"987", fake.Desk());
+    PastePassword(L"pw", L"987", fake);
     EXPECT_EQ(fake.events, Looks(10)) << look;
     EXPECT_EQ(fake.notices, Events{});
   }
@@ -113,7 +110,7 @@ TEST(PastePassword, GivesUpAfterTenLooks) {
 TEST(PastePassword, TriesAgainAtTheNextLookWhenTheWindowIsNotInFront) {
   FakeDesk fake(2);
   fake.inFrontAtLook = 4;
-  PastePassword(L"pw", L"987", fake.Desk());
+  PastePassword(L"pw", L"987", fake);
   EXPECT_EQ(fake.events,
             Joined({Looks(2), kCopy, kFront, kLook, kFront, kLook, kFront, kCopy, kKeys}));
   EXPECT_EQ(fake.notices, Events{});
@@ -122,7 +119,7 @@ TEST(PastePassword, TriesAgainAtTheNextLookWhenTheWindowIsNotInFront) {
 TEST(PastePassword, TypesNothingWhenTheWindowNeverIsInFrontAndSaysSo) {
   FakeDesk fake(9);
   fake.inFrontAtLook = 11;
-  PastePassword(L"pw", L"987", fake.Desk());
+  PastePassword(L"pw", L"987", fake);
   EXPECT_EQ(fake.events, Joined({Looks(9), kCopy, kFront, kLook, kFront}));
   ASSERT_EQ(fake.notices.size(), 1u);
   EXPECT_NE(fake.notices[0].find(L"手动粘贴"), std::wstring::npos);
@@ -134,7 +131,7 @@ TEST(PastePassword, TypesNothingMoreOnceTheProgramCloses) {
   for (const int sleep : {1, 2, 3, 4}) {
     FakeDesk fake(2);
     fake.closesInSleep = sleep;
-    PastePassword(L"pw", L"987", fake.Desk());
+    PastePassword(L"pw", L"987", fake);
     const auto last = std::ranges::find_if(all, [left = sleep](const std::wstring& event) mutable {
       return event.starts_with(L"sleep") && --left == 0;
     });
@@ -151,13 +148,13 @@ bool IsAct(const std::wstring& event) {
 TEST(PastePassword, CopiesAndTypesNothingMoreOnceAnotherSessionHasBegun) {
   FakeDesk whole(1);
   whole.inFrontAtLook = 2;
-  PastePassword(L"pw", L"987", whole.Desk());
+  PastePassword(L"pw", L"987", whole);
   const auto count = static_cast<int>(whole.events.size());
   for (int over = 0; over < count; ++over) {
     FakeDesk fake(1);
     fake.inFrontAtLook = 2;
     fake.overAfter = over;
-    PastePassword(L"pw", L"987", fake.Desk());
+    PastePassword(L"pw", L"987", fake);
     const auto atOver =
         fake.events.begin() + std::min<std::ptrdiff_t>(over, std::ssize(fake.events));
     EXPECT_EQ(Events(fake.events.begin(), atOver),
@@ -172,39 +169,40 @@ TEST(PastePassword, CopiesAndTypesNothingMoreOnceAnotherSessionHasBegun) {
   }
 }
 
-// What a paste thread holds; tells when the thread has let go of it.
-struct Held {
+// A desktop that announces its destruction. Its functions forward to those set by a test.
+class WatchedDesk : public FakeDesk {
+ public:
+  WatchedDesk() : FakeDesk(0) {}
+  ~WatchedDesk() override { ended.set_value(); }
+
+  bool Sleep(std::chrono::milliseconds) override { return true; }
+  void* FindWindowFor(const std::wstring&) override { return findWindow(); }
+  void CopyToClipboard(const std::wstring& text) override {
+    if (copied != nullptr) copied->set_value(text);
+  }
+  bool IsInFront(void*) override { return true; }
+
+  std::function<void*()> findWindow;
+  std::promise<std::wstring>* copied = nullptr;
   std::promise<void> ended;
-  ~Held() { ended.set_value(); }
 };
 
-PasteDesk DeskHolding(const std::shared_ptr<Held>& held) {
-  PasteDesk desk;
-  desk.sleep = [held](std::chrono::milliseconds) { return true; };
-  desk.findWindow = [](const std::wstring&) -> void* { return nullptr; };
-  desk.copyToClipboard = [](const std::wstring&) {};
-  desk.bringToFront = [](void*) { return true; };
-  desk.isInFront = [](void*) { return true; };
-  desk.pressKey = [](std::uint16_t) { return true; };
-  desk.releaseKey = [](std::uint16_t) {};
-  return desk;
-}
-
 TEST(StartPasswordPaste, PastesOnAThreadOfItsOwnThatHoldsNothingAfterwards) {
-  FakeDesk fake(3);
-  auto held = std::make_shared<Held>();
-  std::future<void> ended = held->ended.get_future();
+  // Keeps the events after the thread has released the desktop.
+  struct RecordedDesk : FakeDesk {
+    RecordedDesk() : FakeDesk(3) {}
+    ~RecordedDesk() override { ended.set_value(events); }
+    std::promise<Events> ended;
+  };
+  auto desk = std::make_shared<RecordedDesk>();
+  std::future<Events> ended = desk->ended.get_future();
   {
     std::wstring password = L"pw";
     std::wstring id = L"987";
-    PasteDesk desk = fake.Desk();
-    desk.bringToFront = [held, before = desk.bringToFront](void* window) { return before(window); };
-    held.reset();
     StartPasswordPaste(password, id, std::move(desk));
     password = id = L"overwritten";
   }
-  ended.wait();
-  EXPECT_EQ(fake.events, LooksAndPasting(3));
+  EXPECT_EQ(ended.get(), LooksAndPasting(3));
 }
 
 TEST(StartPasswordPaste, EndsQuietlyWhateverTheDeskThrows) {
@@ -215,11 +213,9 @@ TEST(StartPasswordPaste, EndsQuietlyWhateverTheDeskThrows) {
       [] { throw NoException(); },
   };
   for (const auto& thrower : throwers) {
-    auto held = std::make_shared<Held>();
-    std::future<void> ended = held->ended.get_future();
-    PasteDesk desk = DeskHolding(held);
-    held.reset();
-    desk.findWindow = [&thrower](const std::wstring&) -> void* {
+    auto desk = std::make_shared<WatchedDesk>();
+    std::future<void> ended = desk->ended.get_future();
+    desk->findWindow = [&thrower]() -> void* {
       thrower();
       return nullptr;
     };
@@ -236,17 +232,14 @@ TEST(StartPasswordPaste, LetsSeveralBeUnderWayEachWithItsOwn) {
   std::vector<std::future<void>> ends;
   std::vector<std::promise<std::wstring>> copied(kThreads);
   for (int i = 0; i < kThreads; ++i) {
-    auto held = std::make_shared<Held>();
-    ends.push_back(held->ended.get_future());
-    PasteDesk desk = DeskHolding(held);
-    desk.findWindow = [&waiting, gone, window = &waiting](const std::wstring&) -> void* {
+    auto desk = std::make_shared<WatchedDesk>();
+    ends.push_back(desk->ended.get_future());
+    desk->findWindow = [&waiting, gone, window = &waiting]() -> void* {
       ++waiting;
       gone.wait();
       return window;
     };
-    desk.copyToClipboard = [&copied, i](const std::wstring& text) {
-      copied[static_cast<std::size_t>(i)].set_value(text);
-    };
+    desk->copied = &copied[static_cast<std::size_t>(i)];
     StartPasswordPaste(L"pw" + std::to_wstring(i), L"987", std::move(desk));
   }
   while (waiting < kThreads) std::this_thread::yield();

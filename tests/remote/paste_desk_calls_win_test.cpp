@@ -76,7 +76,7 @@ class PasteDeskCalls : public testing::Test {
   static DWORD IdOf(HANDLE process) {
     return static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(process) - 0x1000);
   }
-  [[nodiscard]] void* Find() const { return desk_.findWindow(kId); }
+  [[nodiscard]] void* Find() { return desk_.FindWindowFor(kId); }
 
   Calls calls_;
   std::vector<Shown> windows_;
@@ -85,7 +85,7 @@ class PasteDeskCalls : public testing::Test {
   const std::shared_ptr<PasswordKeeper> keeper_ = MakePasswordKeeper();
   std::stop_source closing_;
   const PasteTurn turn_{keeper_, keeper_->Begin(), closing_.get_token()};
-  const PasteDesk desk_ = RealPasteDesk(turn_, L"D:\\remote.exe", {});
+  RealPasteDeps desk_{turn_, L"D:\\remote.exe", {}};
 };
 
 TEST_F(PasteDeskCalls, LookAtEachWindowAndAskTheProcessOfThoseThatMatch) {
@@ -160,14 +160,14 @@ TEST_F(PasteDeskCalls, FindNothingWhereOneFails) {
 }
 
 TEST_F(PasteDeskCalls, BringToFrontWithOneCall) {
-  desk_.bringToFront(Window(0x101));
+  desk_.BringToFront(Window(0x101));
   EXPECT_TRUE(calls_.Were({Said<Api::SetForegroundWindow>(Window(0x101))}));
 }
 
 TEST_F(PasteDeskCalls, CompareTheProcessesOfTheWindowAndOfTheOneInFront) {
   windows_ = {{Window(0x101), kId, true, nullptr, 7}, {Window(0x102), L"", true, nullptr, 7}};
   inFront_ = Window(0x102);
-  EXPECT_TRUE(desk_.isInFront(Window(0x101)));
+  EXPECT_TRUE(desk_.IsInFront(Window(0x101)));
   EXPECT_TRUE(calls_.Were({
       Said<Api::GetWindowThreadProcessId>(Window(0x101), Ref{0}),
       Said<Api::GetForegroundWindow>(),
@@ -178,7 +178,7 @@ TEST_F(PasteDeskCalls, CompareTheProcessesOfTheWindowAndOfTheOneInFront) {
 TEST_F(PasteDeskCalls, AreInFrontOfNothingWhereOneFails) {
   windows_ = {{Window(0x101), kId, true, nullptr, 7}};
   inFront_ = Window(0x101);
-  ASSERT_TRUE(desk_.isInFront(Window(0x101)));
+  ASSERT_TRUE(desk_.IsInFront(Window(0x101)));
   const struct {
     Api api;
     int nth;
@@ -188,7 +188,7 @@ TEST_F(PasteDeskCalls, AreInFrontOfNothingWhereOneFails) {
               {Api::GetWindowThreadProcessId, 0}};
   for (const auto& row : rows) {
     calls_.Fail(row.api, ERROR_INVALID_WINDOW_HANDLE, row.nth);
-    EXPECT_FALSE(desk_.isInFront(Window(0x101))) << Of(row.api).name << row.nth;
+    EXPECT_FALSE(desk_.IsInFront(Window(0x101))) << Of(row.api).name << row.nth;
   }
 }
 
@@ -201,9 +201,12 @@ std::string SaidKey(int virtualKey, bool isUp) {
 TEST_F(PasteDeskCalls, PressControlVAndEnterKeyByKey) {
   windows_ = {{Window(0x101), L"RustDesk"}};
   inFront_ = Window(0x101);
-  PasteDesk desk = desk_;
-  desk.sleep = [](std::chrono::milliseconds) { return true; };
-  desk.copyToClipboard = [](const std::wstring&) {};
+  struct KeysOnly : RealPasteDeps {
+    using RealPasteDeps::RealPasteDeps;
+    bool Sleep(std::chrono::milliseconds) override { return true; }
+    void CopyToClipboard(const std::wstring&) override {}
+  };
+  KeysOnly desk(turn_, L"D:\\remote.exe", {});
   PastePassword(L"secret", kId, desk);
   EXPECT_TRUE(calls_.WereAmong(
       {Api::SendInput},
@@ -213,8 +216,8 @@ TEST_F(PasteDeskCalls, PressControlVAndEnterKeyByKey) {
 
 TEST_F(PasteDeskCalls, GoOnWithTheKeysWhereOneIsRefused) {
   calls_.Fail(Api::SendInput, ERROR_ACCESS_DENIED, 0);
-  EXPECT_TRUE(desk_.pressKey(kKeyControl));
-  desk_.releaseKey(kKeyControl);
+  EXPECT_TRUE(desk_.PressKey(kKeyControl));
+  desk_.ReleaseKey(kKeyControl);
   EXPECT_EQ(calls_.Count(Api::SendInput), 2);
 }
 
@@ -222,31 +225,31 @@ TEST_F(PasteDeskCalls, GoOnWithTheKeysWhereOneIsRefused) {
 TEST_F(PasteDeskCalls, AreNoneOnceThePasteIsOver) {
   const auto isOver = [this] {
     const int before = calls_.Count(Api::SendInput);
-    desk_.copyToClipboard(L"pw");
-    const bool acts = desk_.bringToFront(Window(0x101)) || desk_.pressKey(kKeyV);
-    desk_.releaseKey(kKeyV);
+    desk_.CopyToClipboard(L"pw");
+    const bool acts = desk_.BringToFront(Window(0x101)) || desk_.PressKey(kKeyV);
+    desk_.ReleaseKey(kKeyV);
     return !acts && calls_.Count(Api::SendInput) == before + 1 &&
            calls_.Count(Api::OpenClipboard) + calls_.Count(Api::SetForegroundWindow) == 0;
   };
   static_cast<void>(keeper_->Begin());
   EXPECT_TRUE(isOver()) << "a newer session";
-  const PasteDesk newest = RealPasteDesk({keeper_, keeper_->Begin(), closing_.get_token()}, {}, {});
-  EXPECT_TRUE(newest.pressKey(kKeyV));
+  RealPasteDeps newest({keeper_, keeper_->Begin(), closing_.get_token()}, {}, {});
+  EXPECT_TRUE(newest.PressKey(kKeyV));
   closing_.request_stop();
-  EXPECT_FALSE(newest.pressKey(kKeyV)) << "the program closes";
-  EXPECT_FALSE(newest.bringToFront(Window(0x101)));
-  newest.copyToClipboard(L"pw");
+  EXPECT_FALSE(newest.PressKey(kKeyV)) << "the program closes";
+  EXPECT_FALSE(newest.BringToFront(Window(0x101)));
+  newest.CopyToClipboard(L"pw");
   EXPECT_EQ(calls_.Count(Api::OpenClipboard), 0);
 }
 
-// Each desktop's own ports are a session of their own, the newest of which counts.
+// Each desktop's deps are a session of their own; only the newest counts.
 TEST(RemoteDesktopSessions, ASecondDesktopEndsTheCopyingOfTheFirst) {
   const auto keeper = MakePasswordKeeper();
-  const RemoteDesktopPorts first = RealRemoteDesktopPorts(keeper, {}, {});
-  EXPECT_TRUE(first.copyToClipboard(L"first"));
-  const RemoteDesktopPorts second = RealRemoteDesktopPorts(keeper, {}, {});
-  EXPECT_FALSE(first.copyToClipboard(L"first"));
-  EXPECT_TRUE(second.copyToClipboard(L"second"));
+  RealRemoteDesktopDeps first(keeper, {}, {});
+  EXPECT_TRUE(first.CopyPassword(L"first"));
+  RealRemoteDesktopDeps second(keeper, {}, {});
+  EXPECT_FALSE(first.CopyPassword(L"first"));
+  EXPECT_TRUE(second.CopyPassword(L"second"));
 }
 
 }  // namespace

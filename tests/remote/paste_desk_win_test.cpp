@@ -41,7 +41,7 @@ PasteTurn NewTurn() {
 }
 
 HWND Find(const std::wstring& id = kShownId) {
-  return static_cast<HWND>(RealPasteDesk(NewTurn(), {}, {}).findWindow(id));
+  return static_cast<HWND>(RealPasteDeps(NewTurn(), {}, {}).FindWindowFor(id));
 }
 
 // What a failure shows of the window that was found.
@@ -85,9 +85,9 @@ TEST(PasteDeskWindows, TheFirstThatMatchesInTheSystemsOrderIsTaken) {
 
 // This test program's windows are those of the program that was started.
 TEST(PasteDeskWindows, OneOfTheProgramThatWasStartedIsTakenBeforeAnyOther) {
-  const PasteDesk desk = RealPasteDesk(NewTurn(), platform::ProgramPath(), {});
+  RealPasteDeps desk(NewTurn(), platform::ProgramPath(), {});
   const TestWindow own(L"RustDesk");
-  EXPECT_EQ(desk.findWindow(kShownId), own.Get());
+  EXPECT_EQ(desk.FindWindowFor(kShownId), own.Get());
 }
 
 // Runs this thread's windows until `done`, noting which keys they get; false when that takes too
@@ -119,6 +119,24 @@ class Pump {
   std::vector<std::wstring> keys_;
 };
 
+// The real desktop, but once the window is in front it sleeps only after the field has the focus.
+struct FocusedDesk : RealPasteDeps {
+  FocusedDesk() : RealPasteDeps(NewTurn(), {}, {}) {}
+
+  bool Sleep(std::chrono::milliseconds time) override {
+    while (inFront && !focused) std::this_thread::yield();
+    return RealPasteDeps::Sleep(time);
+  }
+  bool BringToFront(void* window) override {
+    const bool goesOn = RealPasteDeps::BringToFront(window);
+    inFront = true;
+    return goesOn;
+  }
+
+  std::atomic<bool> inFront{false};
+  std::atomic<bool> focused{false};
+};
+
 TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
   const std::wstring password = L"s3cret 密码 \xD83D\xDE00";
   const TestWindow wanted(std::wstring(L"RustDesk ") + kShownId);
@@ -129,28 +147,15 @@ TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
   ::SetForegroundWindow(decoy.Get());
   pump.Until([&] { return ::GetForegroundWindow() == decoy.Get(); });
 
-  PasteDesk desk = RealPasteDesk(NewTurn(), {}, {});
-  std::atomic<bool> inFront{false};
-  std::atomic<bool> focused{false};
-  desk.sleep =
-      [&, slept = desk.sleep](
-          std::chrono::milliseconds time) {  // as the real one, once the field has the focus
-        while (inFront && !focused) std::this_thread::yield();
-        return slept(time);
-      };
-  desk.bringToFront = [&, real = desk.bringToFront](void* window) {
-    const bool goesOn = real(window);
-    inFront = true;
-    return goesOn;
-  };
+  FocusedDesk desk;
   std::atomic<bool> ended{false};
   std::thread paster([&] {
     PastePassword(password, kShownId, desk);
     ended = true;
   });
-  EXPECT_TRUE(pump.Until([&] { return inFront && ::GetForegroundWindow() == wanted.Get(); }));
+  EXPECT_TRUE(pump.Until([&] { return desk.inFront && ::GetForegroundWindow() == wanted.Get(); }));
   ::SetFocus(field);  // as RustDesk gives the focus to its field
-  focused = true;
+  desk.focused = true;
   EXPECT_TRUE(pump.Until([&] { return ended && pump.Keys().size() >= 6; }));
   paster.join();
 
@@ -165,33 +170,33 @@ TEST(PasteDeskSleep, EndsAtOnceWhenTheProgramCloses) {
   std::stop_source closing;
   PasteTurn turn = NewTurn();
   turn.closing = closing.get_token();
-  const PasteDesk desk = RealPasteDesk(turn, {}, {});
-  EXPECT_TRUE(desk.sleep(std::chrono::milliseconds(1)));
+  RealPasteDeps desk(turn, {}, {});
+  EXPECT_TRUE(desk.Sleep(std::chrono::milliseconds(1)));
   std::thread closer([&closing] { closing.request_stop(); });
-  EXPECT_FALSE(desk.sleep(std::chrono::hours(1)));
+  EXPECT_FALSE(desk.Sleep(std::chrono::hours(1)));
   closer.join();
-  EXPECT_FALSE(desk.sleep(std::chrono::hours(1))) << "stays so";
+  EXPECT_FALSE(desk.Sleep(std::chrono::hours(1))) << "stays so";
 }
 
 TEST(PasteDeskSleep, EndsAtOnceWhenANewerSessionBegins) {
   const PasteTurn turn = NewTurn();
-  const PasteDesk desk = RealPasteDesk(turn, {}, {});
+  RealPasteDeps desk(turn, {}, {});
   std::thread beginner([&turn] { static_cast<void>(turn.keeper->Begin()); });
-  EXPECT_FALSE(desk.sleep(std::chrono::hours(1)));
+  EXPECT_FALSE(desk.Sleep(std::chrono::hours(1)));
   beginner.join();
 }
 
 TEST(PasteDeskFront, IsTheProcessThatHasTheForegroundWindow) {
   const TestWindow first(L"RustDesk");
   const TestWindow second(L"Notes");
-  const PasteDesk desk = RealPasteDesk(NewTurn(), {}, {});
+  RealPasteDeps desk(NewTurn(), {}, {});
   Pump pump;
-  desk.bringToFront(second.Get());
+  desk.BringToFront(second.Get());
   ASSERT_TRUE(pump.Until([&] { return ::GetForegroundWindow() == second.Get(); }));
-  EXPECT_TRUE(desk.isInFront(second.Get()));
-  EXPECT_TRUE(desk.isInFront(first.Get())) << "another window of the same process";
-  EXPECT_FALSE(desk.isInFront(::GetDesktopWindow())) << "another process's";
-  EXPECT_FALSE(desk.isInFront(nullptr)) << "gone";
+  EXPECT_TRUE(desk.IsInFront(second.Get()));
+  EXPECT_TRUE(desk.IsInFront(first.Get())) << "another window of the same process";
+  EXPECT_FALSE(desk.IsInFront(::GetDesktopWindow())) << "another process's";
+  EXPECT_FALSE(desk.IsInFront(nullptr)) << "gone";
 }
 
 }  // namespace

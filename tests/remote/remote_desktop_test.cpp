@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "remote/fake_computer.h"
-#include "remote/launch_program.h"
+#include "text/utf8.h"
 
 namespace remote {
 namespace {
@@ -17,9 +17,58 @@ const std::wstring kRequest =
     L"POST http://h:1/api/devices/D-1/remote-desktop/session "
     L"{\"deviceNumber\":\"D-1\",\"deviceSecret\":\"key\",\"engineerId\":\"ENG-12345678\"}";
 
-// Opens desktops on a fake computer, all of whose ports note what they do in its one list.
+// Opens desktops on a fake computer that records every action in one list.
 class RemoteDesktopTest : public testing::Test {
  protected:
+  class Computer : public FakeComputer {
+   public:
+    explicit Computer(RemoteDesktopTest& test) : test_(test) {}
+
+    service::HttpResponse SendJsonRequest(const std::wstring& method, const std::wstring& url,
+                                          const std::wstring& body) override {
+      Note(method + L" " + url + L" " + body);
+      if (test_.serviceFails_)
+        throw std::runtime_error("WinHttpReceiveResponse: \xE8\xB6\x85\xE6\x97\xB6");
+      return {400, test_.reply_};  // the status does not matter
+    }
+    std::optional<std::uint64_t> SizeBytes(const std::wstring& path) override {
+      if (test_.closesAt_ == L"find") test_.closing_.request_stop();
+      return FakeComputer::SizeBytes(path);
+    }
+    std::vector<std::wstring> ListFolders(const std::wstring& folder) override {
+      isConfiguring_ = true;
+      return FakeComputer::ListFolders(folder);
+    }
+    // The first file of a configuration is preceded by "configure <rendezvous server>".
+    void WriteConfigFile(const std::wstring& path, const std::string& bytes) override {
+      const std::string line = bytes.substr(0, bytes.find('\n'));
+      const std::size_t valueAt = line.find('\'') + 1;
+      const std::string server = line.substr(valueAt, line.rfind('\'') - valueAt);
+      if (isConfiguring_) Note(L"configure " + text::FromUtf8(server));
+      isConfiguring_ = false;
+      if (test_.closesAt_ == L"configure") test_.closing_.request_stop();
+      FakeComputer::WriteConfigFile(path, bytes);
+    }
+    void Launch(const std::wstring& exePath, std::span<const std::wstring> arguments) override {
+      Note(L"launch " + exePath + L" " + JoinArguments(arguments));
+    }
+    bool CopyPassword(const std::wstring& password) override {
+      Note(L"copy " + password);
+      return test_.copies_;
+    }
+    void StartPasswordPaste(const std::wstring& password, const std::wstring& id,
+                            const std::wstring& startedPath) override {
+      Note(L"paste " + password + L" into " + id);
+      EXPECT_EQ(startedPath, kProgram);
+      if (!test_.threads_)
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    }
+
+   private:
+    RemoteDesktopTest& test_;
+    bool isConfiguring_ = false;
+  };
+
   RemoteDesktopTest() {
     settings_.serverUrl = L"http://h:1";
     settings_.deviceNumber = L"D-1";
@@ -30,52 +79,17 @@ class RemoteDesktopTest : public testing::Test {
   }
 
   std::wstring Open(const std::wstring& reply) {
-    RemoteDesktopPorts ports;
-    ports.sendJsonRequest = [&](const std::wstring& method, const std::wstring& url,
-                                const std::wstring& body) -> service::HttpResponse {
-      computer_.Note(method + L" " + url + L" " + body);
-      if (serviceFails_)
-        throw std::runtime_error("WinHttpReceiveResponse: \xE8\xB6\x85\xE6\x97\xB6");
-      return {400, reply};  // the status is not looked at
-    };
-    ports.closing = closing_.get_token();
-    ports.rustDesk = RustDesk();
-    ports.copyToClipboard = [&](const std::wstring& text) {
-      computer_.Note(L"copy " + text);
-      return copies_;
-    };
-    ports.startPasswordPaste = [&](const std::wstring& password, const std::wstring& id,
-                                   const std::wstring& startedPath) {
-      computer_.Note(L"paste " + password + L" into " + id);
-      EXPECT_EQ(startedPath, kProgram);
-      if (!threads_)
-        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-    };
-    return StartRemoteDesktop(settings_, ports);
-  }
-
-  RustDeskPorts RustDesk() {
-    RustDeskPorts rustDesk;
-    rustDesk.find = [&](settings::Settings& settings, const RustDeskServer* server) {
-      if (closesAt_ == L"find") closing_.request_stop();
-      return FindRustDesk(settings, server, computer_.folders, computer_.ProgramPorts());
-    };
-    rustDesk.configure = [&](const RustDeskServer& server) {
-      computer_.Note(L"configure " + server.rendezvousServer);
-      ConfigureRustDesk(server, computer_.folders, computer_.ConfigPorts());
-      if (closesAt_ == L"configure") closing_.request_stop();
-    };
-    rustDesk.launch = [&](const std::wstring& exePath, std::span<const std::wstring> arguments) {
-      computer_.Note(L"launch " + exePath + L" " + JoinArguments(arguments));
-    };
-    return rustDesk;
+    reply_ = reply;
+    computer_.closing = closing_.get_token();
+    return StartRemoteDesktop(settings_, computer_);
   }
 
   const Events& Done() const { return computer_.events; }
 
-  FakeComputer computer_;
+  Computer computer_{*this};
   settings::Settings settings_;
   std::stop_source closing_;
+  std::wstring reply_;
   std::wstring closesAt_;  // the program closes during this step
   bool copies_ = true;
   bool threads_ = true;

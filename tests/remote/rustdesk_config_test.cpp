@@ -1,4 +1,4 @@
-#include "remote/rustdesk_config.h"
+#include "remote/rustdesk_files.h"
 
 #include <gtest/gtest.h>
 
@@ -43,9 +43,7 @@ TEST(ComposeRustDeskConfig, IsNothingWithoutARendezvousServer) {
 class RustDeskConfigTest : public testing::Test {
  protected:
   RustDeskConfigTest() { computer_.users = {L"Public", L"LI", L"wang"}; }
-  void Configure(const RustDeskServer& server) {
-    ConfigureRustDesk(server, computer_.folders, computer_.ConfigPorts());
-  }
+  void Configure(const RustDeskServer& server) { ConfigureRustDesk(server, computer_); }
 
   const std::wstring ours_ = L"C:\\Users\\li\\AppData\\Roaming\\RustDesk\\config\\RustDesk2.toml";
   const std::wstring publics_ =
@@ -56,14 +54,13 @@ class RustDeskConfigTest : public testing::Test {
 };
 
 TEST_F(RustDeskConfigTest, ListsTheUsersOfTheDriveOfWindows) {
-  const std::vector<std::wstring> files =
-      ListRustDeskConfigFiles(computer_.folders, computer_.ConfigPorts());
+  const std::vector<std::wstring> files = ListRustDeskConfigFiles(computer_);
   ASSERT_EQ(files.size(), 5U);
   EXPECT_EQ(files[0], ours_);
   EXPECT_EQ(files[1], publics_);
   EXPECT_EQ(files[2], wangs_);
   computer_.folders.windows = L"E:\\Windows";
-  EXPECT_EQ(ListRustDeskConfigFiles(computer_.folders, computer_.ConfigPorts()).size(), 3U);
+  EXPECT_EQ(ListRustDeskConfigFiles(computer_).size(), 3U);
 }
 
 TEST_F(RustDeskConfigTest, WritesEveryFileIntoAFolderOfItsOwn) {

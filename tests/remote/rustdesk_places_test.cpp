@@ -1,4 +1,4 @@
-#include "remote/rustdesk_places.h"
+#include "remote/rustdesk_files.h"
 
 #include <gtest/gtest.h>
 

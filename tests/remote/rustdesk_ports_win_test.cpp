@@ -10,7 +10,6 @@
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/path.h"
-#include "remote/rustdesk_config.h"
 #include "remote/rustdesk_program.h"
 #include "settings/settings_file.h"
 #include "text/strings.h"
@@ -43,8 +42,8 @@ class RealFiles : public testing::Test {
     if (!highestMissing.empty()) made_.push_back(highestMissing);
   }
 
-  const RustDeskFolders folders_ = RealRustDeskFolders();
-  const RustDeskConfigPorts ports_ = RealRustDeskConfigPorts();
+  RealRemoteDesktopDeps deps_{MakePasswordKeeper(), {}, {}};
+  const RustDeskFolders& folders_ = deps_.folders;
 
  private:
   std::map<std::wstring, std::optional<std::string>> before_;
@@ -53,7 +52,7 @@ class RealFiles : public testing::Test {
 
 class RealConfigFiles : public RealFiles {
  protected:
-  RealConfigFiles() : files_(ListRustDeskConfigFiles(folders_, ports_)) {
+  RealConfigFiles() : files_(ListRustDeskConfigFiles(deps_)) {
     for (const std::wstring& path : files_) Keep(path);
     server_.rendezvousServer = L"id.现场.example";
     server_.key = L"K'";
@@ -98,7 +97,7 @@ TEST_F(RealConfigFiles, AreThoseOfEveryProfileFolder) {
 TEST_F(RealConfigFiles, AreWrittenByteForByteWhateverTheyHeld) {
   platform::CreateFolders(platform::ParentFolder(files_[1]));
   platform::WriteFileBytes(files_[1], std::string(5000, 'x'));
-  ConfigureRustDesk(server_, folders_, ports_);
+  ConfigureRustDesk(server_, deps_);
   for (const std::wstring& path : files_) EXPECT_EQ(platform::ReadFileBytes(path), expected_);
 }
 
@@ -106,7 +105,7 @@ TEST_F(RealConfigFiles, AreLeftAsTheyAreWithoutARendezvousServer) {
   platform::CreateFolders(platform::ParentFolder(files_[0]));
   platform::WriteFileBytes(files_[0], "kept");
   server_.rendezvousServer.clear();
-  ConfigureRustDesk(server_, folders_, ports_);
+  ConfigureRustDesk(server_, deps_);
   EXPECT_EQ(platform::ReadFileBytes(files_[0]), "kept");
 }
 
@@ -118,7 +117,7 @@ TEST_F(RealConfigFiles, BesideOneThatIsHeldAreWritten) {
                                                     FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                                     FILE_ATTRIBUTE_NORMAL, nullptr));
     ASSERT_TRUE(holder);
-    ConfigureRustDesk(server_, folders_, ports_);
+    ConfigureRustDesk(server_, deps_);
   }
   EXPECT_EQ(platform::ReadFileBytes(files_[1]), "held");
   EXPECT_EQ(platform::ReadFileBytes(files_[0]), expected_);
@@ -130,14 +129,14 @@ TEST_F(RealConfigFiles, BesideAReadOnlyOneAreWritten) {
   platform::CreateFolders(platform::ParentFolder(files_[1]));
   platform::WriteFileBytes(files_[1], "read-only");
   ASSERT_TRUE(::SetFileAttributesW(files_[1].c_str(), FILE_ATTRIBUTE_READONLY));
-  ConfigureRustDesk(server_, folders_, ports_);
+  ConfigureRustDesk(server_, deps_);
   EXPECT_EQ(platform::ReadFileBytes(files_[0]), expected_);
   EXPECT_EQ(platform::ReadFileBytes(files_[2]), expected_);
 }
 
 TEST_F(RealConfigFiles, BesideOneWhosePlaceAFolderTakesAreWritten) {
   ASSERT_TRUE(platform::CreateFolders(files_[1]));
-  ConfigureRustDesk(server_, folders_, ports_);
+  ConfigureRustDesk(server_, deps_);
   EXPECT_TRUE(std::filesystem::is_directory(files_[1]));
   EXPECT_EQ(platform::ReadFileBytes(files_[0]), expected_);
   EXPECT_EQ(platform::ReadFileBytes(files_[2]), expected_);
@@ -148,10 +147,10 @@ TEST_F(RealFiles, AProgramIsAFileAndNoFolder) {
   Keep(place);
   settings::Settings settings;
   ASSERT_TRUE(platform::CreateFolders(place));
-  EXPECT_EQ(FindRustDesk(settings, nullptr, folders_, RealRustDeskProgramPorts({})), L"");
+  EXPECT_EQ(FindRustDesk(settings, nullptr, deps_), L"");
   std::filesystem::remove(place);
   ASSERT_TRUE(platform::WriteFileBytes(place, ""));
-  EXPECT_EQ(FindRustDesk(settings, nullptr, folders_, RealRustDeskProgramPorts({})), place);
+  EXPECT_EQ(FindRustDesk(settings, nullptr, deps_), place);
 }
 
 }  // namespace

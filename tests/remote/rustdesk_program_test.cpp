@@ -25,11 +25,9 @@ class RustDeskProgramTest : public testing::Test {
     settings_.serverUrl = L" h:1/ ";
     server_.windowsDownloadUrl = L"files/rd.exe";
   }
-  std::wstring Find() {
-    return FindRustDesk(settings_, &server_, computer_.folders, computer_.ProgramPorts());
-  }
+  std::wstring Find() { return FindRustDesk(settings_, &server_, computer_); }
   std::wstring Download(const RustDeskServer* server) {
-    return DownloadRustDesk(settings_, server, computer_.folders, computer_.ProgramPorts());
+    return DownloadRustDesk(settings_, server, computer_);
   }
 
   FakeComputer computer_;
@@ -135,7 +133,7 @@ TEST_F(RustDeskProgramTest, AnyLargeSavedProgramSparesTheDownload) {
 
 TEST_F(RustDeskProgramTest, WithoutAServerOrAnAddressNothingIsDownloaded) {
   computer_.downloadBytes = kMebibyte + 1;
-  EXPECT_EQ(FindRustDesk(settings_, nullptr, computer_.folders, computer_.ProgramPorts()), L"");
+  EXPECT_EQ(FindRustDesk(settings_, nullptr, computer_), L"");
   EXPECT_EQ(computer_.events, kPrepared);
   computer_.events.clear();
   server_.windowsDownloadUrl.clear();

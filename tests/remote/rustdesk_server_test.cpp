@@ -1,4 +1,4 @@
-#include "remote/rustdesk_server.h"
+#include "remote/desktop_session.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "remote/rustdesk_window.h"
+#include "remote/rustdesk_program.h"
 
 #include <gtest/gtest.h>
 

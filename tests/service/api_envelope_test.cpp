@@ -1,4 +1,4 @@
-#include "service/api_envelope.h"
+#include "service/api_messages.h"
 
 #include <gtest/gtest.h>
 

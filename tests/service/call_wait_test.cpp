@@ -1,4 +1,4 @@
-#include "service/call_wait.h"
+#include "service/http_call.h"
 
 #include <gtest/gtest.h>
 

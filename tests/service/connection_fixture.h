@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "service/connection_jobs.h"
 #include "service/fake_world.h"
 
 namespace service {
@@ -55,20 +54,18 @@ class ConnectionTest : public testing::Test {
   }
 
   std::wstring Authorize() {
-    return Run(
-        [this](settings::JobSettings& job) { return AuthorizeConnection(job, world_.Ports()); });
+    return Run([this](settings::JobSettings& job) { return world_.Jobs().Authorize(job); });
   }
   std::wstring Disconnect() {
-    return Run(
-        [this](settings::JobSettings& job) { return DisconnectConnection(job, world_.Ports()); });
+    return Run([this](settings::JobSettings& job) { return world_.Jobs().Disconnect(job); });
   }
-  std::wstring Connect() { return ConnectIn(world_, world_.Ports()); }
-  std::wstring ConnectIn(FakeWorld& world, const ConnectionPorts& ports) {
-    return world.RunJob(settings_,
-                        [&](settings::JobSettings& job) { return ConnectJob(job, world, ports); });
+  std::wstring Connect() { return ConnectIn(world_); }
+  std::wstring ConnectIn(FakeWorld& world) {
+    return world.RunJob(
+        settings_, [&](settings::JobSettings& job) { return world.Jobs().Connect(job, world); });
   }
   std::wstring StopTunnel() {
-    return Run([this](settings::JobSettings& job) { return StopJob(job, world_, world_.Ports()); });
+    return Run([this](settings::JobSettings& job) { return world_.Jobs().Stop(job, world_); });
   }
   template <typename Call>
   std::wstring Run(Call call) {

@@ -14,17 +14,15 @@ namespace {
 constexpr wchar_t kDiscoveryOffText[] = L"\r\n局域网发现模式已关闭：只转发已知 IP 网段。";
 
 // A proxy list that fails as soon as it has something to do.
-std::function<std::wstring(const std::vector<std::wstring>&)> ThrowsForRoutes(const char* message) {
-  return [message](const std::vector<std::wstring>& routes) -> std::wstring {
-    if (!routes.empty()) throw std::runtime_error(message);
-    return {};
-  };
+std::wstring ThrowForRoutes(const std::vector<std::wstring>& routes, const char* message) {
+  if (!routes.empty()) throw std::runtime_error(message);
+  return {};
 }
 
 // The connect and the stop job.
-class ConnectionJobs : public ConnectionTest {};
+class ConnectionJobsTest : public ConnectionTest {};
 
-TEST_F(ConnectionJobs, ConnectingAuthorizesStartsTheTunnelAndSaves) {
+TEST_F(ConnectionJobsTest, ConnectingAuthorizesStartsTheTunnelAndSaves) {
   world_.started.accessRoutes = {L"192.168.1.0/24", L"172.31.0.0/24"};
   world_.started.mappingText = L"10.0.0.0/8 -> 172.31.0.0/24";
   world_.Answer(kGrant);
@@ -43,7 +41,7 @@ TEST_F(ConnectionJobs, ConnectingAuthorizesStartsTheTunnelAndSaves) {
 }
 
 // As after any closed window: the connect of the next run reports the connection's end.
-TEST_F(ConnectionJobs, ClosingWhileTheTunnelStartsKeepsTheGrantAndReportsNothing) {
+TEST_F(ConnectionJobsTest, ClosingWhileTheTunnelStartsKeepsTheGrantAndReportsNothing) {
   world_.Answer(kGrant);
   world_.onStart = [this] {
     world_.closing.request_stop();
@@ -65,7 +63,7 @@ TEST_F(ConnectionJobs, ClosingWhileTheTunnelStartsKeepsTheGrantAndReportsNothing
   EXPECT_EQ(world_.requests[1].url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
 }
 
-TEST_F(ConnectionJobs, ConnectingGivesTheTunnelWhatWasGranted) {
+TEST_F(ConnectionJobsTest, ConnectingGivesTheTunnelWhatWasGranted) {
   settings_.serverUrl = L"192.0.2.10:31080/";
   settings_.discoveryModeEnabled = true;
   world_.Answer(kGrant);
@@ -83,7 +81,7 @@ TEST_F(ConnectionJobs, ConnectingGivesTheTunnelWhatWasGranted) {
             std::wstring(L"\r\n") + kGrantText + L"\r\n软件隧道已启动\r\n局域网发现模式已开启");
 }
 
-TEST_F(ConnectionJobs, ConnectingAlwaysAsksForEveryNetwork) {
+TEST_F(ConnectionJobsTest, ConnectingAlwaysAsksForEveryNetwork) {
   world_.Answer(kGrant);
   Connect();
 
@@ -91,7 +89,7 @@ TEST_F(ConnectionJobs, ConnectingAlwaysAsksForEveryNetwork) {
   EXPECT_EQ(settings_.targetNetwork, L"ALL");
 }
 
-TEST_F(ConnectionJobs, ConnectingEndsTheConnectionHeldBeforeFirst) {
+TEST_F(ConnectionJobsTest, ConnectingEndsTheConnectionHeldBeforeFirst) {
   HoldConnection();
   world_.Answer(LR"({"success":true})");
   world_.Answer(kGrant);
@@ -104,7 +102,7 @@ TEST_F(ConnectionJobs, ConnectingEndsTheConnectionHeldBeforeFirst) {
   EXPECT_EQ(world_.requests.at(1).url, kRequestUrl);
 }
 
-TEST_F(ConnectionJobs, ConnectingEndsWithTheTextOfARefusal) {
+TEST_F(ConnectionJobsTest, ConnectingEndsWithTheTextOfARefusal) {
   world_.Answer(LR"({"success":false,"code":"DEVICE_OFFLINE","message":"offline"})");
 
   EXPECT_EQ(Connect(), L"\r\nConnection authorization failed: offline");
@@ -115,7 +113,7 @@ TEST_F(ConnectionJobs, ConnectingEndsWithTheTextOfARefusal) {
   ExpectForgotten(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobs, ARefusalTouchesNoTunnelEvenWhenAnEarlierConnectionHadOne) {
+TEST_F(ConnectionJobsTest, ARefusalTouchesNoTunnelEvenWhenAnEarlierConnectionHadOne) {
   HoldConnection();
   world_.Answer(LR"({"success":true})");
   world_.Answer(LR"({"success":false,"code":"DEVICE_OFFLINE","message":"offline"})");
@@ -128,7 +126,7 @@ TEST_F(ConnectionJobs, ARefusalTouchesNoTunnelEvenWhenAnEarlierConnectionHadOne)
   ExpectForgotten(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobs, ARefusedReportOfTheOldEndDoesNotStopTheNewConnection) {
+TEST_F(ConnectionJobsTest, ARefusedReportOfTheOldEndDoesNotStopTheNewConnection) {
   HoldConnection();
   world_.Answer(LR"({"success":false,"message":"unknown connection"})", 404);
   world_.Answer(kGrant);
@@ -140,7 +138,7 @@ TEST_F(ConnectionJobs, ARefusedReportOfTheOldEndDoesNotStopTheNewConnection) {
   EXPECT_EQ(world_.LastSaved().connectionId, L"c1");
 }
 
-TEST_F(ConnectionJobs, AFailedTunnelStartIsReportedAndDropsAllTextBefore) {
+TEST_F(ConnectionJobsTest, AFailedTunnelStartIsReportedAndDropsAllTextBefore) {
   HoldConnection();
   world_.Answer(LR"({"success":true})");
   world_.Answer(kGrant);
@@ -165,7 +163,7 @@ TEST_F(ConnectionJobs, AFailedTunnelStartIsReportedAndDropsAllTextBefore) {
   ExpectNoConnection(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobs, AFailedReportDoesNotHideTheFirstError) {
+TEST_F(ConnectionJobsTest, AFailedReportDoesNotHideTheFirstError) {
   for (const bool malformed : {false, true}) {
     world_.Answer(kGrant);
     if (malformed) {
@@ -182,7 +180,7 @@ TEST_F(ConnectionJobs, AFailedReportDoesNotHideTheFirstError) {
   }
 }
 
-TEST_F(ConnectionJobs, AnErrorThatIsNoStandardOneIsUnknown) {
+TEST_F(ConnectionJobsTest, AnErrorThatIsNoStandardOneIsUnknown) {
   world_.Answer(kGrant);
   world_.Answer(LR"({"success":true})");
   world_.onStart = [] { throw 7; };
@@ -193,7 +191,7 @@ TEST_F(ConnectionJobs, AnErrorThatIsNoStandardOneIsUnknown) {
   ExpectNoConnection(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobs, AnAuthorizationThatThrowsIsShownWithoutAReport) {
+TEST_F(ConnectionJobsTest, AnAuthorizationThatThrowsIsShownWithoutAReport) {
   struct Row {
     std::wstring reply;
     std::wstring text;
@@ -214,14 +212,14 @@ TEST_F(ConnectionJobs, AnAuthorizationThatThrowsIsShownWithoutAReport) {
   }
 }
 
-TEST_F(ConnectionJobs, ADeadServiceIsShownAsTheTransportsError) {
+TEST_F(ConnectionJobsTest, ADeadServiceIsShownAsTheTransportsError) {
   world_.FailRequest(
       "WinHttpReceiveResponse: \xE6\x97\xA0\xE6\xB3\x95\xE8\xBF\x9E\xE6\x8E\xA5\r\n");
 
   EXPECT_EQ(Connect(), L"Error: WinHttpReceiveResponse: 无法连接\r\n");
 }
 
-TEST_F(ConnectionJobs, ADeadServiceOnReconnectEndsTheOldConnectionLocally) {
+TEST_F(ConnectionJobsTest, ADeadServiceOnReconnectEndsTheOldConnectionLocally) {
   HoldConnection();
   world_.FailRequest("WinHttpReceiveResponse failed.");
 
@@ -234,7 +232,7 @@ TEST_F(ConnectionJobs, ADeadServiceOnReconnectEndsTheOldConnectionLocally) {
 }
 
 // Nothing that goes wrong on the disk costs the connection, nor keeps its end from the service.
-TEST_F(ConnectionJobs, ADiskThatTakesNothingDoesNotStandInTheWay) {
+TEST_F(ConnectionJobsTest, ADiskThatTakesNothingDoesNotStandInTheWay) {
   world_.disk.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
   world_.Answer(kGrant);
 
@@ -250,7 +248,7 @@ TEST_F(ConnectionJobs, ADiskThatTakesNothingDoesNotStandInTheWay) {
 }
 
 // The connection held before was granted by another service, under another identity.
-TEST_F(ConnectionJobs, EveryEndGoesToTheServiceThatGranted) {
+TEST_F(ConnectionJobsTest, EveryEndGoesToTheServiceThatGranted) {
   HoldConnection();
   settings_.granted = {L"old", L"http://granted:1", L"ENG-87654321", {L"10.1.0.0/16"}};
   world_.Answer(LR"({"success":true})");
@@ -269,7 +267,7 @@ TEST_F(ConnectionJobs, EveryEndGoesToTheServiceThatGranted) {
   EXPECT_EQ(std::count(world_.events.begin(), world_.events.end(), L"bypass- 10.1.0.0/16"), 1);
 }
 
-TEST_F(ConnectionJobs, ARefusalAfterARefusalWritesNothing) {
+TEST_F(ConnectionJobsTest, ARefusalAfterARefusalWritesNothing) {
   world_.Answer(LR"({"success":false,"code":"DEVICE_OFFLINE","message":"offline"})");
   Connect();
   world_.saved.clear();
@@ -280,14 +278,15 @@ TEST_F(ConnectionJobs, ARefusalAfterARefusalWritesNothing) {
   EXPECT_TRUE(world_.disk.written.empty());
 }
 
-TEST_F(ConnectionJobs, AProxyListThatThrowsEndsTheJobAndGivesUpWhatWasGranted) {
-  ConnectionPorts ports = world_.Ports();
-  ports.addProxyBypass = ThrowsForRoutes("no list");
-  ports.removeProxyBypass = ThrowsForRoutes("no list at the end either");
+TEST_F(ConnectionJobsTest, AProxyListThatThrowsEndsTheJobAndGivesUpWhatWasGranted) {
+  world_.editProxyBypass = [](ProxyBypassChange change, const auto& routes) {
+    const bool adds = change == ProxyBypassChange::Add;
+    return ThrowForRoutes(routes, adds ? "no list" : "no list at the end either");
+  };
   world_.Answer(kGrant);
   world_.Answer(LR"({"success":true})");
 
-  EXPECT_EQ(ConnectIn(world_, ports), L"Error: no list");
+  EXPECT_EQ(ConnectIn(world_), L"Error: no list");
 
   ASSERT_EQ(world_.requests.size(), 2u);
   EXPECT_EQ(world_.requests.at(1).url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
@@ -295,14 +294,16 @@ TEST_F(ConnectionJobs, AProxyListThatThrowsEndsTheJobAndGivesUpWhatWasGranted) {
   ExpectNoConnection(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobs, AProxyListThatThrowsAtTheOldEndDoesNotKeepTheConnection) {
+TEST_F(ConnectionJobsTest, AProxyListThatThrowsAtTheOldEndDoesNotKeepTheConnection) {
   HoldConnection();
-  ConnectionPorts ports = world_.Ports();
-  ports.removeProxyBypass = ThrowsForRoutes("no list");
+  world_.editProxyBypass = [this](ProxyBypassChange change, const auto& routes) {
+    if (change == ProxyBypassChange::Add) return world_.NoteProxyBypass(change, routes);
+    return ThrowForRoutes(routes, "no list");
+  };
   world_.Answer(LR"({"success":true})");
   world_.Answer(LR"({"success":true})");
 
-  EXPECT_EQ(ConnectIn(world_, ports), L"Error: no list");
+  EXPECT_EQ(ConnectIn(world_), L"Error: no list");
 
   ASSERT_EQ(world_.requests.size(), 2u);
   EXPECT_NE(world_.requests.at(0).body.find(L"本地客户端断开连接"), std::wstring::npos);
@@ -313,7 +314,7 @@ TEST_F(ConnectionJobs, AProxyListThatThrowsAtTheOldEndDoesNotKeepTheConnection) 
   ExpectNoConnection(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobs, NoTextForTheEngineerHoldsTheKey) {
+TEST_F(ConnectionJobsTest, NoTextForTheEngineerHoldsTheKey) {
   settings_.deviceSecret = L"the-key-itself";
   for (const wchar_t* reply :
        {kGrant, LR"({"success":false,"message":"no"})", L"{\"a\"", LR"({"success":true})"}) {
@@ -321,7 +322,7 @@ TEST_F(ConnectionJobs, NoTextForTheEngineerHoldsTheKey) {
     settings_.connectionId.clear();
     world.Answer(reply);
 
-    const std::wstring text = ConnectIn(world, world.Ports());
+    const std::wstring text = ConnectIn(world);
 
     EXPECT_NE(world.requests.at(0).body.find(settings_.deviceSecret), std::wstring::npos);
     EXPECT_FALSE(text.empty());
@@ -329,7 +330,7 @@ TEST_F(ConnectionJobs, NoTextForTheEngineerHoldsTheKey) {
   }
 }
 
-TEST_F(ConnectionJobs, StoppingStopsTheTunnelBeforeItTellsTheService) {
+TEST_F(ConnectionJobsTest, StoppingStopsTheTunnelBeforeItTellsTheService) {
   HoldConnection();
   world_.stopText = L"软件隧道已停止。";
   world_.Answer(LR"({"success":true})");
@@ -342,14 +343,14 @@ TEST_F(ConnectionJobs, StoppingStopsTheTunnelBeforeItTellsTheService) {
   ExpectForgotten(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobs, StoppingWithoutAConnectionSaysOnlyWhatTheTunnelSays) {
+TEST_F(ConnectionJobsTest, StoppingWithoutAConnectionSaysOnlyWhatTheTunnelSays) {
   world_.stopText = L"软件隧道运行中。";
 
   EXPECT_EQ(StopTunnel(), L"软件隧道运行中。");
   EXPECT_TRUE(world_.requests.empty());
 }
 
-TEST_F(ConnectionJobs, StoppingWithADeadServiceLeavesTheTunnelStoppedAndThrows) {
+TEST_F(ConnectionJobsTest, StoppingWithADeadServiceLeavesTheTunnelStoppedAndThrows) {
   HoldConnection();
   world_.FailRequest("WinHttpReceiveResponse failed.");
 

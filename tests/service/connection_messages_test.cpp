@@ -1,4 +1,4 @@
-#include "service/connection_messages.h"
+#include "service/api_messages.h"
 
 #include <gtest/gtest.h>
 

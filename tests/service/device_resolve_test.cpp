@@ -1,4 +1,4 @@
-#include "service/device_resolve.h"
+#include "service/service_jobs.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ class DeviceResolve : public testing::Test {
     settings_.sharedNetworksText = L"10.9.0.0/16";
   }
 
-  bool Resolve() { return ResolveDevice(settings_, world_.Ports().sendJsonRequest, text_); }
+  bool Resolve() { return ResolveDevice(settings_, world_.Requester(), text_); }
   // The service knows the device and says `data` of it.
   bool ResolveTo(const std::wstring& data) {
     world_.Answer(L"{\"success\":true,\"data\":" + data + L"}");

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "service/connection_jobs.h"
+#include "service/service_jobs.h"
 #include "settings/memory_disk.h"
 
 namespace service {
@@ -34,10 +34,15 @@ class FakeWorld : public tunnel::Tunnel {
     replies_.push_back([=]() -> HttpResponse { throw std::runtime_error(message); });
   }
 
-  ConnectionPorts Ports() {
-    ConnectionPorts ports;
-    ports.sendJsonRequest = [this](const std::wstring& method, const std::wstring& url,
-                                   const std::wstring& body) {
+  ConnectionJobs Jobs() {
+    const auto edit = [this](ProxyBypassChange change, const std::vector<std::wstring>& routes) {
+      return editProxyBypass ? editProxyBypass(change, routes) : NoteProxyBypass(change, routes);
+    };
+    return {Requester(), edit, closing.get_token()};
+  }
+
+  JsonRequester Requester() {
+    return [this](const std::wstring& method, const std::wstring& url, const std::wstring& body) {
       requests.push_back({method, url, body});
       events.push_back(method + L" " + url);
       if (replies_.empty()) throw std::runtime_error("no reply was scripted");
@@ -45,16 +50,12 @@ class FakeWorld : public tunnel::Tunnel {
       replies_.pop_front();
       return reply();
     };
-    ports.closing = closing.get_token();
-    ports.addProxyBypass = [this](const std::vector<std::wstring>& routes) {
-      events.push_back(L"bypass+" + Listed(routes));
-      return addText;
-    };
-    ports.removeProxyBypass = [this](const std::vector<std::wstring>& routes) {
-      events.push_back(L"bypass-" + Listed(routes));
-      return removeText;
-    };
-    return ports;
+  }
+
+  std::wstring NoteProxyBypass(ProxyBypassChange change, const std::vector<std::wstring>& routes) {
+    const bool adds = change == ProxyBypassChange::Add;
+    events.push_back((adds ? L"bypass+" : L"bypass-") + Listed(routes));
+    return adds ? addText : removeText;
   }
 
   // Runs `call` as a job on `settings`, which are on the disk before and hold afterwards what the
@@ -116,8 +117,9 @@ class FakeWorld : public tunnel::Tunnel {
   std::wstring removeText;
   std::wstring stopText;
   tunnel::TunnelStarted started;
-  std::function<void()> onStart;  // may throw
-  std::stop_source closing;       // of the program
+  std::function<void()> onStart;    // may throw
+  ProxyBypassEdit editProxyBypass;  // empty: NoteProxyBypass()
+  std::stop_source closing;         // of the program
 
  private:
   static std::wstring Listed(const std::vector<std::wstring>& routes) {

@@ -8,7 +8,7 @@
 #include "platform/handles_win.h"
 #include "platform/path.h"
 #include "platform/windows_sdk.h"
-#include "service/http_download_win.h"
+#include "service/http_exchange_win.h"
 #include "service/http_transport.h"
 #include "service/scripted_server_win.h"
 

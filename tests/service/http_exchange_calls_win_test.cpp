@@ -8,8 +8,8 @@
 
 #include "platform/system_error.h"
 #include "service/fake_http_win.h"
+#include "service/http_call.h"
 #include "service/http_exchange_win.h"
-#include "service/http_reply.h"
 #include "service/http_transport.h"
 #include "text/utf8.h"
 

@@ -1,4 +1,4 @@
-#include "service/http_reply.h"
+#include "service/http_call.h"
 
 #include <gtest/gtest.h>
 

@@ -102,7 +102,7 @@ TEST(HttpStop, RequestedBeforeNothingIsSent) {
   const std::string failure = FailureOf(
       [&] { RealJsonRequester(stop.get_token())(L"POST", server.Url(L"/x"), L"{\"key\":1}"); });
   EXPECT_EQ(failure, "The request was cancelled.");
-  EXPECT_FALSE(RealDownloader(stop.get_token())(server.Url(L"/x"), L"Z:\\nowhere\\update.exe"));
+  EXPECT_FALSE(DownloadFile(server.Url(L"/x"), L"Z:\\nowhere\\update.exe", stop.get_token()));
   EXPECT_TRUE(server.Requests().empty());
 }
 

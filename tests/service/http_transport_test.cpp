@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "service/api_envelope.h"
+#include "service/api_messages.h"
 #include "service/http_exchange_win.h"
 #include "service/scripted_server_win.h"
 

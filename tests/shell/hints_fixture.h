@@ -34,9 +34,8 @@ class HintsTest : public testing::Test {
     settings::Settings settings;
     settings.serverUrl = L"http://192.0.2.10:31080";
     settings.connectionId = heldConnection;
-    const std::wstring text = world.RunJob(settings, [&](settings::JobSettings& job) {
-      return service::ConnectJob(job, world, world.Ports());
-    });
+    const std::wstring text = world.RunJob(
+        settings, [&](settings::JobSettings& job) { return world.Jobs().Connect(job, world); });
     refusalCode_ = settings.heartbeatMessage;
     return text;
   }

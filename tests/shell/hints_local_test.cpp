@@ -1,11 +1,12 @@
 #include "diag/latency_test.h"
 #include "platform/system_error.h"
-#include "remote/remote_desktop.h"
-#include "service/http_reply.h"
+#include "remote/fake_computer.h"
+#include "service/http_call.h"
 #include "shell/hints_fixture.h"
 #include "text/utf8.h"
 #include "tunnel/relay/udp_relay.h"
 #include "tunnel/session.h"
+#include "update/idle_update_deps.h"
 #include "update/trusted_update.h"
 #include "update/update_check.h"
 #include "webview/failure_text.h"
@@ -18,24 +19,32 @@ constexpr wchar_t kOffer[] =
     LR"({"success":true,"data":{"updateAvailable":true,"version":"9.0","downloadUrl":"/x",)"
     LR"("force":true}})";
 
-// A computer on which a forced update goes well until the last step, which is not reached.
-update::CheckPorts UpdatePorts(const std::wstring& reply) {
-  update::CheckPorts ports;
-  ports.currentVersion = L"1.0.4";
-  ports.downloadTarget = L"C:\\x.exe";
-  ports.sendJsonRequest = [reply](auto&&...) { return service::HttpResponse{200, reply}; };
-  ports.downloadFile = [](auto&&...) { return true; };
-  ports.probeReplacement = [](std::uint64_t) { return platform::SystemResult{true, 0}; };
-  ports.sizeBytes = [](const std::wstring&) { return 1U; };
-  ports.whyNotTrusted = [](const std::wstring&) { return std::wstring(); };
-  ports.nowSeconds = [] { return 1; };
-  ports.lastTry = [] { return std::nullopt; };
-  ports.keepTry = [](const update::UpdateTry&) { return true; };
-  ports.startUpdater = [](const std::wstring&) { return false; };
-  ports.deleteFile = [](const std::wstring&) {};
-  ports.endProcess = [] {};
-  return ports;
-}
+// A computer on which a forced update succeeds up to the start of the replacement process.
+struct FailingUpdate : update::IdleUpdateDeps {
+  explicit FailingUpdate(std::wstring serviceReply) : reply(std::move(serviceReply)) {
+    programPath = L"C:\\client.exe";
+    currentVersion = L"1.0.4";
+    downloadTarget = L"C:\\x.exe";
+  }
+
+  service::HttpResponse SendJsonRequest(const std::wstring&, const std::wstring&,
+                                        const std::wstring&) override {
+    if (!failure.empty()) throw std::runtime_error(failure);
+    return {200, reply};
+  }
+  bool Download(const std::wstring&, const std::wstring&) override { return downloads; }
+  platform::SystemResult ProbeReplacement(const std::wstring&) override { return replaceable; }
+  std::wstring WhyNotTrusted(const std::wstring&, const platform::HeldFile*) override {
+    return distrust;
+  }
+  platform::SystemResult StartHidden(const std::wstring&) override { return {}; }
+
+  std::wstring reply;
+  std::string failure;
+  bool downloads = true;
+  platform::SystemResult replaceable{true, 0};
+  std::wstring distrust;
+};
 
 // Of a tunnel that is never opened.
 tunnel::SessionDeps IdleDeps() {
@@ -48,27 +57,40 @@ tunnel::SessionDeps IdleDeps() {
   return deps;
 }
 
-std::wstring Check(const update::CheckPorts& ports) {
-  const auto check = [&ports](const settings::Settings& settings, const std::stop_token&) {
-    return update::CheckForUpdate(settings, ports);
+std::wstring Check(update::UpdateDeps& deps) {
+  const auto check = [&deps](const settings::Settings& settings, const std::stop_token&) {
+    return update::CheckForUpdate(settings, deps);
   };
   return RunUpdateCheck(check, {}, {});
+}
+std::wstring CheckWithReply(const std::wstring& reply) {
+  FailingUpdate deps(reply);
+  return Check(deps);
 }
 
 class HintsLocalTest : public HintsTest {
  protected:
   // The line of a desktop whose request gets `reply`, or fails with `failure`.
   std::wstring OpenDesktop(const std::wstring& reply, const std::string& failure = {}) {
-    remote::RemoteDesktopPorts ports;
-    ports.sendJsonRequest = [&](auto&&...) {
-      if (!failure.empty()) throw std::runtime_error(failure);
-      return service::HttpResponse{200, reply};
+    struct Computer : remote::FakeComputer {
+      service::HttpResponse SendJsonRequest(const std::wstring&, const std::wstring&,
+                                            const std::wstring&) override {
+        if (!failure.empty()) throw std::runtime_error(failure);
+        return {200, reply};
+      }
+      void OnRequestFailed() override { requestFailed = true; }
+
+      std::wstring reply;
+      std::string failure;
+      bool requestFailed = false;
     };
-    ports.rustDesk.find = [](auto&&...) { return std::wstring(); };
-    facts_.requestFailed = false;
-    ports.requestFailed = [this] { facts_.requestFailed = true; };
+    Computer computer;  // without RustDesk
+    computer.reply = reply;
+    computer.failure = failure;
     settings::Settings settings;
-    return remote::StartRemoteDesktop(settings, ports);
+    std::wstring line = remote::StartRemoteDesktop(settings, computer);
+    facts_.requestFailed = computer.requestFailed;
+    return line;
   }
 
   static std::wstring Ping(const std::wstring& address, diag::EchoOutcome outcome) {
@@ -81,39 +103,36 @@ class HintsLocalTest : public HintsTest {
 };
 
 TEST_F(HintsLocalTest, KnowWhyAnUpdateCheckCameToNothing) {
-  update::CheckPorts ports = UpdatePorts(kOffer);
-  EXPECT_EQ(Cause(Check(ports)), L"update.start");
-  ports.downloadFile = [](auto&&...) { return false; };
-  EXPECT_EQ(Cause(Check(ports)), L"update.download");
-  EXPECT_EQ(Cause(Check(UpdatePorts(L"<html>"))), L"noReason");
-  EXPECT_EQ(Cause(Check(UpdatePorts(LR"({"success":false,"message":"暂停"})"))), L"");
-  EXPECT_EQ(Cause(Check(UpdatePorts(L"{"))), L"json");
-  EXPECT_EQ(Cause(Check(UpdatePorts(LR"({"success":true,"data":{"updateAvailable":true}})"))),
+  FailingUpdate deps(kOffer);
+  EXPECT_EQ(Cause(Check(deps)), L"update.start");
+  deps.downloads = false;
+  EXPECT_EQ(Cause(Check(deps)), L"update.download");
+  EXPECT_EQ(Cause(CheckWithReply(L"<html>")), L"noReason");
+  EXPECT_EQ(Cause(CheckWithReply(LR"({"success":false,"message":"暂停"})")), L"");
+  EXPECT_EQ(Cause(CheckWithReply(L"{")), L"json");
+  EXPECT_EQ(Cause(CheckWithReply(LR"({"success":true,"data":{"updateAvailable":true}})")),
             L"update.offer");
-  ports.sendJsonRequest = [](auto&&...) -> service::HttpResponse {
-    throw std::runtime_error(
-        service::HttpFailureText("WinHttpReceiveResponse", platform::ErrorReason(12007)));
-  };
-  EXPECT_EQ(Cause(Check(ports)), L"http.name");
+  deps.failure = service::HttpFailureText("WinHttpReceiveResponse", platform::ErrorReason(12007));
+  EXPECT_EQ(Cause(Check(deps)), L"http.name");
 }
 
 TEST_F(HintsLocalTest, KnowADownloadThatIsNotTrusted) {
-  update::CheckPorts ports = UpdatePorts(kOffer);
+  FailingUpdate deps(kOffer);
   const update::ProgramIdentity self{L"1.0.4", "ab"};
   for (const update::OfferedProgram& offered :
        {update::OfferedProgram{0x800B0100, {}, {}}, {0, "cd", {}}, {0, "ab", {}}}) {
-    ports.whyNotTrusted = [&](auto&&) { return update::WhyNotTrusted(offered, self); };
-    EXPECT_EQ(Cause(Check(ports)), L"update.untrusted") << text::ToUtf8(Check(ports));
+    deps.distrust = update::WhyNotTrusted(offered, self);
+    EXPECT_EQ(Cause(Check(deps)), L"update.untrusted") << text::ToUtf8(Check(deps));
   }
-  ports.whyNotTrusted = [](auto&&) { return std::wstring(L"无法读取下载的新程序（错误码 32）。"); };
-  EXPECT_EQ(Cause(Check(ports)), L"update.unreadable");
-  ports = UpdatePorts(
+  deps.distrust = L"无法读取下载的新程序（错误码 32）。";
+  EXPECT_EQ(Cause(Check(deps)), L"update.unreadable");
+  deps.reply =
       LR"({"success":true,"data":{"updateAvailable":true,"downloadUrl":"/x",)"
-      LR"("version":"9：无法读取下载的新程序（错误码 5）。","force":true}})");
-  ports.whyNotTrusted = [](auto&&) { return std::wstring(L"新程序没有版本信息。"); };
-  EXPECT_EQ(Cause(Check(ports)), L"update.untrusted") << "the version is the service's word";
-  ports.probeReplacement = [](std::uint64_t) { return platform::SystemResult{false, 5}; };
-  EXPECT_EQ(FindHint(Check(ports), {})->text, L"") << "the line has its cure";
+      LR"("version":"9：无法读取下载的新程序（错误码 5）。","force":true}})";
+  deps.distrust = L"新程序没有版本信息。";
+  EXPECT_EQ(Cause(Check(deps)), L"update.untrusted") << "the version is the service's word";
+  deps.replaceable = {false, 5};
+  EXPECT_EQ(FindHint(Check(deps), {})->text, L"") << "the line has its cure";
 }
 
 TEST_F(HintsLocalTest, KnowWhyADesktopIsNotOpened) {
@@ -171,9 +190,8 @@ TEST_F(HintsLocalTest, KnowTheEndsOfAConnection) {
     world.Answer(reply);
     settings::Settings settings;
     settings.connectionId = L"c0";
-    return world.RunJob(settings, [&](settings::JobSettings& job) {
-      return service::StopJob(job, world, world.Ports());
-    });
+    return world.RunJob(settings,
+                        [&](settings::JobSettings& job) { return world.Jobs().Stop(job, world); });
   };
   const std::wstring wasNotRunning = tunnel::Session(IdleDeps()).Stop();
   const std::wstring refusal = LR"({"success":false,"message":"Unknown error."})";

@@ -5,8 +5,8 @@
 
 #include "page/status_presentation.h"
 #include "platform/system_error.h"
-#include "service/device_resolve.h"
-#include "service/http_reply.h"
+#include "service/http_call.h"
+#include "service/service_jobs.h"
 #include "shell/hints_fixture.h"
 #include "text/utf8.h"
 #include "tunnel/driver/windivert.h"

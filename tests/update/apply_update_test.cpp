@@ -23,7 +23,7 @@ class ApplyUpdateTest : public testing::Test {
  protected:
   ApplyUpdateTest() { computer_.files = {{kSource, kNew}, {kDestination, kOld}}; }
 
-  int Apply() { return ApplyUpdate(4711, kSource, kDestination, computer_.Ports()); }
+  int Apply() { return ApplyUpdate(4711, kSource, kDestination, computer_); }
 
   const std::wstring begun_ =
       std::wstring(L"开始执行强制更新。src=") + kSource + L" dst=" + kDestination + L" parent=4711";
@@ -58,7 +58,7 @@ TEST_F(ApplyUpdateTest, WithoutASourceNothingIsTouchedOrWaitedFor) {
   for (const std::wstring& source : {std::wstring(), std::wstring(kSource)}) {
     computer_.events.clear();
     computer_.log.clear();
-    EXPECT_EQ(ApplyUpdate(1, source, kDestination, computer_.Ports()), 2);
+    EXPECT_EQ(ApplyUpdate(1, source, kDestination, computer_), 2);
     EXPECT_EQ(computer_.events, (Texts{L"prepare log files", L"log", L"log"}));
     EXPECT_EQ(computer_.log,
               (Texts{L"开始执行强制更新。src=" + source + L" dst=" + kDestination + L" parent=1",
@@ -70,7 +70,7 @@ TEST_F(ApplyUpdateTest, WithoutASourceNothingIsTouchedOrWaitedFor) {
 // A path that names nothing can hardly be a file, but a system might say so.
 TEST_F(ApplyUpdateTest, AnEmptySourceIsMissingWhateverTheSystemSays) {
   computer_.files[L""] = "?";
-  EXPECT_EQ(ApplyUpdate(1, L"", kDestination, computer_.Ports()), 2);
+  EXPECT_EQ(ApplyUpdate(1, L"", kDestination, computer_), 2);
 }
 
 TEST_F(ApplyUpdateTest, WaitsForTheOldProgramAndPausesAfterIt) {
@@ -145,12 +145,8 @@ TEST_F(ApplyUpdateTest, AProgramThatMayNotBeTrustedChangesNothingAndTheOldOneGoe
 
 // What was checked is what is installed, even if somebody changes the file right behind the check.
 TEST_F(ApplyUpdateTest, InstallsTheBytesThatWereChecked) {
-  ApplyPorts ports = computer_.Ports();
-  ports.whyNotTrusted = [this](const platform::HeldFile&, const std::wstring& path) {
-    computer_.files[path] = "somebody else's program";
-    return std::wstring();
-  };
-  EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, ports), 0);
+  computer_.replacedAfterCheck = "somebody else's program";
+  EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, computer_), 0);
   EXPECT_EQ(computer_.File(kDestination), kNew);
 }
 
@@ -172,12 +168,9 @@ TEST_F(ApplyUpdateTest, NeverBringsBackABackupThatItDidNotMake) {
 }
 
 TEST_F(ApplyUpdateTest, ANewProgramThatCannotTakeItsPlaceBringsTheOldOneBack) {
-  ApplyPorts ports = computer_.Ports();
-  const auto move = ports.files.moveOver;
-  ports.files.moveOver = [move](const std::wstring& from, const std::wstring& to) {
-    return from == kFresh ? SystemResult{false, 1224} : move(from, to);
-  };
-  EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, ports), 1224);
+  computer_.unmovable = kFresh;
+  computer_.moveFailure = {false, 1224};
+  EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, computer_), 1224);
   EXPECT_EQ(computer_.log, (Texts{begun_, L"更新失败：覆盖主程序失败，错误码 1224"}));
   EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
 }
@@ -226,12 +219,8 @@ TEST_F(ApplyUpdateTest, ABackupThatCannotBeRemovedHindersNothing) {
 }
 
 TEST_F(ApplyUpdateTest, ADownloadThatCannotBeRemovedHindersNothing) {
-  ApplyPorts ports = computer_.Ports();
-  const auto remove = ports.files.remove;
-  ports.files.remove = [remove](const std::wstring& path) {
-    if (path != kSource) remove(path);
-  };
-  EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, ports), 0);
+  computer_.undeletable = kSource;
+  EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, computer_), 0);
   EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kNew}}));
 }
 
@@ -257,7 +246,7 @@ TEST_F(ApplyUpdateTest, ANewProgramThatDoesNotStartStaysInPlace) {
 
 TEST_F(ApplyUpdateTest, QuotesTheProgramItStarts) {
   computer_.files[L"D:\\a \"b\".exe"] = kOld;
-  EXPECT_EQ(ApplyUpdate(1, kSource, L"D:\\a \"b\".exe", computer_.Ports()), 0);
+  EXPECT_EQ(ApplyUpdate(1, kSource, L"D:\\a \"b\".exe", computer_), 0);
   EXPECT_EQ(computer_.events.at(computer_.events.size() - 2), L"start \"D:\\a \\\"b\\\".exe\"");
 }
 
@@ -273,7 +262,7 @@ void ExpectAfterEveryCut(const std::vector<Cut>& cuts, FakeComputer computer) {
   for (std::size_t step = 0; step < cuts.size(); ++step) {
     FakeComputer cutComputer = computer;
     cutComputer.stepsLeft = static_cast<int>(step);
-    EXPECT_THROW(ApplyUpdate(4711, kSource, kDestination, cutComputer.Ports()), PowerCut) << step;
+    EXPECT_THROW(ApplyUpdate(4711, kSource, kDestination, cutComputer), PowerCut) << step;
     const Cut& cut = cuts[step];
     EXPECT_EQ(cutComputer.File(kDestination), cut.destination) << "before " << cut.before;
     EXPECT_EQ(cutComputer.File(kBackup), cut.backup) << "before " << cut.before;
@@ -283,8 +272,7 @@ void ExpectAfterEveryCut(const std::vector<Cut>& cuts, FakeComputer computer) {
     EXPECT_TRUE(hasProgram) << "before " << cut.before;
   }
   computer.stepsLeft = static_cast<int>(cuts.size());
-  EXPECT_NO_THROW(ApplyUpdate(4711, kSource, kDestination, computer.Ports()))
-      << "a step is missing";
+  EXPECT_NO_THROW(ApplyUpdate(4711, kSource, kDestination, computer)) << "a step is missing";
 }
 
 TEST_F(ApplyUpdateTest, APowerCutAnywhereLeavesAProgram) {

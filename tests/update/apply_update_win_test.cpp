@@ -8,7 +8,7 @@
 #include "platform/safe_files.h"
 #include "text/strings.h"
 #include "text/utf8.h"
-#include "update/quote_argument.h"
+#include "update/apply_update.h"
 #include "update/update_child.h"
 #include "update/update_process_win.h"
 

@@ -1,4 +1,4 @@
-#include "update/compare_versions.h"
+#include "update/versions.h"
 
 #include <gtest/gtest.h>
 

@@ -10,19 +10,19 @@
 #include <string>
 #include <vector>
 
-#include "update/apply_update.h"
+#include "update/idle_update_deps.h"
 
 namespace update {
 
-// The power failed, or somebody ended the process.
+// Thrown when the power fails or the process is killed.
 struct PowerCut {};
 
-// A computer in memory for ApplyUpdate: files, one other process, a clock that only waiting moves,
-// the update log. Every call that does something is kept in `events`.
+// A computer in memory for ApplyUpdate(): files, one other process, a clock that only waiting
+// advances, and the update log. Records every action in `events`.
 //
-// A file operation is one step; writing a file is two, with half of it there in between.
+// A file operation is one step; writing a file is two, and half of it exists between them.
 // `stepsLeft` counts down, and the step after the last throws PowerCut.
-class FakeComputer {
+class FakeComputer : public IdleUpdateDeps {
  public:
   static constexpr std::uint32_t kFileNotFound = 2;
   static constexpr std::uint32_t kAccessDenied = 5;
@@ -30,88 +30,9 @@ class FakeComputer {
   static constexpr std::uint32_t kSharingViolation = 32;
   static constexpr std::uint32_t kDiskFull = 112;
 
-  ApplyPorts Ports() {
-    ApplyPorts ports;
-    ports.files.isFile = [this](const std::wstring& path) { return files.count(path) == 1; };
-    ports.files.hold = [this](const std::wstring& path) { return Hold(path); };
-    ports.files.writeNew = [this](const std::wstring& path, const std::string& bytes) {
-      return WriteNew(path, bytes);
-    };
-    ports.files.remove = [this](const std::wstring& path) { Remove(path); };
-    ports.files.moveOver = [this](const std::wstring& from, const std::wstring& to) {
-      return Move(from, to);
-    };
-    ports.whyNotTrusted = [this](const platform::HeldFile& file, const std::wstring& path) {
-      events.push_back(L"trust " + path);
-      EXPECT_EQ(file.bytes, files[path]);
-      return distrust;
-    };
-    ports.waitForEnd = [this](std::uint32_t pid, std::chrono::milliseconds limit) {
-      WaitForEnd(pid, limit);
-    };
-    ports.pause = [this](std::chrono::milliseconds duration) {
-      events.push_back(L"pause");
-      now += duration;
-    };
-    ports.start = [this](const std::wstring& commandLine) {
-      Step(L"start " + commandLine);
-      startedAt = now;
-      return startResult;
-    };
-    ports.prepareLogFiles = [this] { events.push_back(L"prepare log files"); };
-    ports.writeLog = [this](std::wstring_view message) {
-      events.push_back(L"log");
-      log.emplace_back(message);
-    };
-    return ports;
-  }
+  bool IsFile(const std::wstring& path) override { return files.count(path) == 1; }
 
-  [[nodiscard]] std::optional<std::string> File(const std::wstring& path) const {
-    const auto found = files.find(path);
-    if (found == files.end()) return std::nullopt;
-    return found->second;
-  }
-
-  std::map<std::wstring, std::string> files;
-  std::set<std::wstring> locked;   // neither deleted, moved, written nor held
-  std::set<std::wstring> folders;  // in the way of a file of that name
-  bool isReadOnlyDisk = false;
-  std::optional<std::size_t> freeBytes;  // of the disk; without a value it has no end
-  std::optional<platform::SystemResult> writeFailure;
-  std::uint32_t flushError = 0;  // why the disk may not have a file that was written
-  std::wstring distrust;         // what speaks against the source
-  platform::SystemResult startResult{true, 0};
-  std::uint32_t parentPid = 0;  // 0: no such process
-  std::optional<std::chrono::milliseconds> parentEndsAt;
-  std::chrono::milliseconds now{0};
-  std::optional<std::chrono::milliseconds> startedAt;
-  std::optional<int> stepsLeft;
-  std::vector<std::wstring> events;
-  std::vector<std::wstring> log;
-
- private:
-  void Step(const std::wstring& event) {
-    if (stepsLeft && (*stepsLeft)-- == 0) throw PowerCut();
-    events.push_back(event);
-  }
-
-  void Remove(const std::wstring& path) {
-    Step(L"remove " + path);
-    if (locked.count(path) == 0 && !isReadOnlyDisk) files.erase(path);
-  }
-
-  platform::SystemResult Move(const std::wstring& from, const std::wstring& to) {
-    Step(L"move " + from + L" > " + to);
-    if (files.count(from) == 0) return {false, kFileNotFound};
-    if (locked.count(from) == 1) return {false, kSharingViolation};
-    if (isReadOnlyDisk) return {false, kWriteProtect};
-    if (locked.count(to) == 1 || folders.count(to) == 1) return {false, kAccessDenied};
-    files[to] = files[from];
-    files.erase(from);
-    return {true, 0};
-  }
-
-  platform::HeldFile Hold(const std::wstring& path) {
+  platform::HeldFile Hold(const std::wstring& path) override {
     events.push_back(L"hold " + path);
     platform::HeldFile held;
     held.result = {false, files.count(path) == 0 ? kFileNotFound : kSharingViolation};
@@ -121,7 +42,7 @@ class FakeComputer {
     return held;
   }
 
-  platform::SystemResult WriteNew(const std::wstring& path, const std::string& bytes) {
+  platform::SystemResult WriteNew(const std::wstring& path, const std::string& bytes) override {
     Step(L"write " + path);
     if (isReadOnlyDisk) return {false, kWriteProtect};
     if (locked.count(path) == 1 || folders.count(path) == 1) return {false, kAccessDenied};
@@ -135,11 +56,87 @@ class FakeComputer {
     return {true, flushError};
   }
 
-  void WaitForEnd(std::uint32_t pid, std::chrono::milliseconds limit) {
+  platform::SystemResult MoveOver(const std::wstring& from, const std::wstring& to) override {
+    if (from == unmovable) return moveFailure;
+    Step(L"move " + from + L" > " + to);
+    if (files.count(from) == 0) return {false, kFileNotFound};
+    if (locked.count(from) == 1) return {false, kSharingViolation};
+    if (isReadOnlyDisk) return {false, kWriteProtect};
+    if (locked.count(to) == 1 || folders.count(to) == 1) return {false, kAccessDenied};
+    files[to] = files[from];
+    files.erase(from);
+    return {true, 0};
+  }
+
+  void Remove(const std::wstring& path) override {
+    if (path == undeletable) return;
+    Step(L"remove " + path);
+    if (locked.count(path) == 0 && !isReadOnlyDisk) files.erase(path);
+  }
+
+  std::wstring WhyNotTrusted(const std::wstring& path, const platform::HeldFile* held) override {
+    events.push_back(L"trust " + path);
+    EXPECT_EQ(held->bytes, files[path]);
+    if (replacedAfterCheck) files[path] = *replacedAfterCheck;
+    return distrust;
+  }
+
+  void WaitForEnd(std::uint32_t pid, std::chrono::milliseconds limit) override {
     events.push_back(L"wait");
     if (pid != parentPid) return;
     const std::chrono::milliseconds latest = now + limit;
     now = parentEndsAt && *parentEndsAt < latest ? *parentEndsAt : latest;
+  }
+
+  void Pause(std::chrono::milliseconds duration) override {
+    events.push_back(L"pause");
+    now += duration;
+  }
+
+  platform::SystemResult Start(const std::wstring& commandLine) override {
+    Step(L"start " + commandLine);
+    startedAt = now;
+    return startResult;
+  }
+
+  void PrepareLogFiles() override { events.push_back(L"prepare log files"); }
+
+  void WriteLog(std::wstring_view message) override {
+    events.push_back(L"log");
+    log.emplace_back(message);
+  }
+
+  [[nodiscard]] std::optional<std::string> File(const std::wstring& path) const {
+    const auto found = files.find(path);
+    if (found == files.end()) return std::nullopt;
+    return found->second;
+  }
+
+  std::map<std::wstring, std::string> files;
+  std::set<std::wstring> locked;   // cannot be deleted, moved, written or held
+  std::set<std::wstring> folders;  // a folder has the name
+  std::wstring unmovable;          // moving this file fails with `moveFailure`, and is not recorded
+  platform::SystemResult moveFailure;
+  std::wstring undeletable;                       // removing this file is ignored, not recorded
+  std::optional<std::string> replacedAfterCheck;  // what another program writes after the check
+  bool isReadOnlyDisk = false;
+  std::optional<std::size_t> freeBytes;  // on the disk; without a value it never fills
+  std::optional<platform::SystemResult> writeFailure;
+  std::uint32_t flushError = 0;  // why the disk may not have a file that was written
+  std::wstring distrust;         // why the source is not trusted
+  platform::SystemResult startResult{true, 0};
+  std::uint32_t parentPid = 0;  // 0: no such process
+  std::optional<std::chrono::milliseconds> parentEndsAt;
+  std::chrono::milliseconds now{0};
+  std::optional<std::chrono::milliseconds> startedAt;
+  std::optional<int> stepsLeft;
+  std::vector<std::wstring> events;
+  std::vector<std::wstring> log;
+
+ private:
+  void Step(const std::wstring& event) {
+    if (stepsLeft && (*stepsLeft)-- == 0) throw PowerCut();
+    events.push_back(event);
   }
 };
 

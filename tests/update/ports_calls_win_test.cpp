@@ -3,10 +3,7 @@
 
 #include "platform/handles_win.h"
 #include "platform/path.h"
-#include "update/apply_update.h"
-#include "update/update_check.h"
-#include "update/update_log.h"
-#include "update/updater_start.h"
+#include "update/update_deps.h"
 #include "win32/calls.h"
 
 namespace update {
@@ -39,12 +36,11 @@ void StandIn(Calls& calls) {
 
 TEST(UpdatePortsCalls, NameTheProgramItsProcessAndTheDownload) {
   Calls calls;
-  const UpdaterPorts updater = RealUpdaterPorts();
-  EXPECT_EQ(updater.processId, Real<Api::GetCurrentProcessId>()());
-  EXPECT_TRUE(updater.programPath.ends_with(L"\\update_test.exe"));
-  const CheckPorts check = RealCheckPorts({L"1.0"}, {});
-  EXPECT_TRUE(check.downloadTarget.ends_with(L"\\Velmarine.Client.update.exe"));
-  EXPECT_EQ(check.currentVersion, L"1.0");
+  const RealUpdateDeps deps({L"1.0"});
+  EXPECT_EQ(deps.processId, Real<Api::GetCurrentProcessId>()());
+  EXPECT_TRUE(deps.programPath.ends_with(L"\\update_test.exe"));
+  EXPECT_TRUE(deps.downloadTarget.ends_with(L"\\Velmarine.Client.update.exe"));
+  EXPECT_EQ(deps.currentVersion, L"1.0");
   EXPECT_TRUE(calls.Were({Said<Api::GetModuleFileNameW>(nullptr, L"", 260),
                           Said<Api::GetCurrentProcessId>(), Said<Api::GetTempPathW>(260, L"")}));
 }
@@ -52,7 +48,7 @@ TEST(UpdatePortsCalls, NameTheProgramItsProcessAndTheDownload) {
 TEST(UpdatePortsCalls, HaveNoDownloadAndNoLogWithoutATemporaryFolder) {
   Calls calls;
   calls.Fail(Api::GetTempPathW, 1450, 0);
-  EXPECT_EQ(RealCheckPorts({L"1.0"}, {}).downloadTarget, L"");
+  EXPECT_EQ(RealUpdateDeps({L"1.0"}).downloadTarget, L"");
   WriteUpdateLog(L"lost");
   EXPECT_EQ(calls.Count(Api::CreateFileW), 0);
 }
@@ -60,10 +56,10 @@ TEST(UpdatePortsCalls, HaveNoDownloadAndNoLogWithoutATemporaryFolder) {
 TEST(UpdatePortsCalls, StartTheUpdaterHidden) {
   Calls calls;
   StandIn(calls);
-  const UpdaterPorts ports = RealUpdaterPorts();
-  EXPECT_TRUE(ports.startHidden(L"\"b\" x"));
+  RealUpdateDeps deps({});
+  EXPECT_TRUE(deps.StartHidden(L"\"b\" x").succeeded);
   calls.Fail(Api::CreateProcessW, 1450);
-  EXPECT_FALSE(ports.startHidden(L"\"b\" x"));
+  EXPECT_FALSE(deps.StartHidden(L"\"b\" x").succeeded);
   const std::string start = SaidCreateProcess(L"\"b\" x", CREATE_NO_WINDOW, kHidden);
   EXPECT_TRUE(calls.WereAmong({Api::CreateProcessW}, {start, start}));
 }
@@ -71,14 +67,11 @@ TEST(UpdatePortsCalls, StartTheUpdaterHidden) {
 TEST(UpdatePortsCalls, SwapTheFilesAndStartTheNewProgram) {
   Calls calls;
   StandIn(calls);
-  bool prepared = false;
-  const ApplyPorts ports = RealApplyPorts({}, [&prepared] { prepared = true; });
-  ports.prepareLogFiles();
-  EXPECT_TRUE(prepared);
-  ports.waitForEnd(4711, std::chrono::milliseconds(60000));
-  ports.files.remove(L"bak");
-  EXPECT_TRUE(ports.files.moveOver(L"dst", L"bak").succeeded);
-  EXPECT_TRUE(ports.start(L"\"dst\"").succeeded);
+  RealUpdateDeps deps({});
+  deps.WaitForEnd(4711, std::chrono::milliseconds(60000));
+  deps.Remove(L"bak");
+  EXPECT_TRUE(deps.MoveOver(L"dst", L"bak").succeeded);
+  EXPECT_TRUE(deps.Start(L"\"dst\"").succeeded);
   constexpr DWORD kMoveFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
   EXPECT_TRUE(calls.WereAmong({Api::OpenProcess, Api::WaitForSingleObject, Api::DeleteFileW,
                                Api::MoveFileExW, Api::CreateProcessW},
@@ -92,15 +85,15 @@ TEST(UpdatePortsCalls, SwapTheFilesAndStartTheNewProgram) {
 }
 
 TEST(UpdatePortsCalls, PauseForAsLongAsAskedFor) {
-  const ApplyPorts ports = RealApplyPorts({}, [] {});
+  RealUpdateDeps deps({});
   const auto before = std::chrono::steady_clock::now();
-  ports.pause(std::chrono::milliseconds(60));
+  deps.Pause(std::chrono::milliseconds(60));
   EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(59));
 }
 
 // The call does not return, so the thread that makes it ends inside it.
 DWORD WINAPI EndProcess(void*) {
-  RealCheckPorts({L"1.0"}, {}).endProcess();
+  RealUpdateDeps({L"1.0"}).EndProcess();
   return 1;
 }
 

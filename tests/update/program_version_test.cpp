@@ -1,4 +1,4 @@
-#include "update/program_version.h"
+#include "update/versions.h"
 
 #include <gtest/gtest.h>
 

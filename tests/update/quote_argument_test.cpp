@@ -1,4 +1,4 @@
-#include "update/quote_argument.h"
+#include "update/apply_update.h"
 
 #include <gtest/gtest.h>
 

@@ -5,61 +5,66 @@
 #include <stdexcept>
 #include <vector>
 
+#include "update/apply_update.h"
+#include "update/idle_update_deps.h"
+
 namespace update {
 namespace {
 
 constexpr wchar_t kTarget[] = L"C:\\Temp\\Velmarine.Client.update.exe";
 using Texts = std::vector<std::wstring>;
 
-class UpdateCheckTest : public testing::Test {
+class UpdateCheckTest : public testing::Test, protected IdleUpdateDeps {
  protected:
-  UpdateCheckTest() { settings_.serverUrl = L"http://192.0.2.10:31080"; }
-
-  CheckPorts Ports() {
-    CheckPorts ports;
-    ports.currentVersion = current_;
-    ports.closing = closing_.get_token();
-    ports.downloadTarget = kTarget;
-    ports.sendJsonRequest = [this](const std::wstring& method, const std::wstring& url,
-                                   const std::wstring& body) {
-      events_.push_back(method + L" " + url + L" " + body);
-      return service::HttpResponse{status_, reply_};
-    };
-    ports.downloadFile = [this](const std::wstring& url, const std::wstring& target) {
-      events_.push_back(L"download " + url + L" > " + target);
-      if (closesInDownload_) closing_.request_stop();
-      return downloads_;
-    };
-    ports.probeReplacement = [this](std::uint64_t sizeBytes) {
-      events_.push_back(L"probe " + std::to_wstring(sizeBytes));
-      return sizeBytes == 0 ? replaceable_ : replaceableByDownload_;
-    };
-    ports.sizeBytes = [](const std::wstring& path) { return path == kTarget ? 1234U : 0U; };
-    ports.whyNotTrusted = [this](const std::wstring& path) {
-      events_.push_back(L"trust " + path);
-      return distrust_;
-    };
-    ports.nowSeconds = [this] { return nowSeconds_; };
-    ports.lastTry = [this] { return lastTry_; };
-    ports.keepTry = [this](const UpdateTry& record) {
-      events_.push_back(L"keep " + record.version + L" at " + std::to_wstring(record.atSeconds));
-      if (keepsTry_) lastTry_ = record;
-      return keepsTry_;
-    };
-    ports.startUpdater = [this](const std::wstring& path) {
-      events_.push_back(L"start updater " + path);
-      return starts_;
-    };
-    ports.deleteFile = [this](const std::wstring& path) { events_.push_back(L"delete " + path); };
-    ports.endProcess = [this] { events_.push_back(L"end"); };
-    return ports;
+  UpdateCheckTest() {
+    settings_.serverUrl = L"http://192.0.2.10:31080";
+    programPath = L"D:\\Client.exe";
+    downloadTarget = kTarget;
+    closing = closing_.get_token();
   }
+
+  service::HttpResponse SendJsonRequest(const std::wstring& method, const std::wstring& url,
+                                        const std::wstring& body) override {
+    events_.push_back(method + L" " + url + L" " + body);
+    if (!transportError_.empty()) throw std::runtime_error(transportError_);
+    return {status_, reply_};
+  }
+  bool Download(const std::wstring& url, const std::wstring& target) override {
+    events_.push_back(L"download " + url + L" > " + target);
+    if (closesInDownload_) closing_.request_stop();
+    return downloads_;
+  }
+  platform::SystemResult ProbeReplacement(const std::wstring& replacement) override {
+    const int sizeBytes = replacement == kTarget ? 1234 : 0;
+    events_.push_back(L"probe " + std::to_wstring(sizeBytes));
+    return sizeBytes == 0 ? replaceable_ : replaceableByDownload_;
+  }
+  std::wstring WhyNotTrusted(const std::wstring& path, const platform::HeldFile*) override {
+    events_.push_back(L"trust " + path);
+    return distrust_;
+  }
+  std::int64_t NowSeconds() override { return nowSeconds_; }
+  std::optional<UpdateTry> LastTry() override { return lastTry_; }
+  bool KeepTry(const UpdateTry& record) override {
+    events_.push_back(L"keep " + record.version + L" at " + std::to_wstring(record.atSeconds));
+    if (keepsTry_) lastTry_ = record;
+    return keepsTry_;
+  }
+  platform::SystemResult StartHidden(const std::wstring& commandLine) override {
+    const bool isUpdater = commandLine == UpdaterCommandLine(programPath + L".updater.exe",
+                                                             processId, kTarget, programPath);
+    events_.push_back(isUpdater ? L"start updater " + downloadTarget : L"start " + commandLine);
+    return {starts_, 0};
+  }
+  void Remove(const std::wstring& path) override { events_.push_back(L"delete " + path); }
+  void EndProcess() override { events_.push_back(L"end"); }
 
   // The check's line after the reply `reply`.
   std::wstring Check(const std::wstring& reply) {
     reply_ = reply;
     events_.clear();
-    return CheckForUpdate(settings_, Ports());
+    currentVersion = current_;
+    return CheckForUpdate(settings_, *this);
   }
   // After a successful one with this payload.
   std::wstring CheckData(const std::wstring& data) {
@@ -80,6 +85,7 @@ class UpdateCheckTest : public testing::Test {
   std::wstring current_ = L"1.0.4";
   std::uint32_t status_ = 200;
   std::wstring reply_;
+  std::string transportError_;  // empty: the request succeeds
   std::stop_source closing_;
   bool closesInDownload_ = false;
   bool downloads_ = true;
@@ -132,11 +138,8 @@ TEST_F(UpdateCheckTest, ReadsTheReplyWhateverItsStatus) {
 
 TEST_F(UpdateCheckTest, LeavesFailuresToTheCaller) {
   EXPECT_THROW(Check(L"{\"success\":true,"), std::runtime_error);
-  CheckPorts ports = Ports();
-  ports.sendJsonRequest = [](const auto&, const auto&, const auto&) -> service::HttpResponse {
-    throw std::runtime_error("WinHttpReceiveResponse failed.");
-  };
-  EXPECT_THROW(CheckForUpdate(settings_, ports), std::runtime_error);
+  transportError_ = "WinHttpReceiveResponse failed.";
+  EXPECT_THROW(CheckForUpdate(settings_, *this), std::runtime_error);
 }
 
 TEST_F(UpdateCheckTest, IsUpToDateUnlessAnUpdateIsTrulyOffered) {
@@ -211,9 +214,9 @@ TEST_F(UpdateCheckTest, WithoutATemporaryFolderNothingIsDownloaded) {
   reply_ =
       L"{\"success\":true,\"data\":{\"updateAvailable\":true,\"version\":\"2.0\","
       L"\"downloadUrl\":\"/x\",\"force\":true}}";
-  CheckPorts ports = Ports();
-  ports.downloadTarget.clear();
-  EXPECT_EQ(CheckForUpdate(settings_, ports), L"强制更新下载失败：2.0");
+  currentVersion = current_;
+  downloadTarget.clear();
+  EXPECT_EQ(CheckForUpdate(settings_, *this), L"强制更新下载失败：2.0");
   EXPECT_EQ(events_, (Texts{question_, L"probe 0"}));
 }
 

@@ -15,23 +15,37 @@ namespace {
 using service::HttpReply;
 using service::RawReply;
 
-// The check over the program's own HTTP and files; only what would replace this test program is
-// left out.
+// The program's own HTTP and files, without the steps that would replace this test program.
+struct RealUpdateDepsButTheEnd : RealUpdateDeps {
+  explicit RealUpdateDepsButTheEnd(const std::stop_token& stop)
+      : RealUpdateDeps({L"1.0.4"}, stop) {}
+
+  std::optional<UpdateTry> LastTry() override { return std::nullopt; }
+  platform::SystemResult CopyOver(const std::wstring&, const std::wstring&) override { return {}; }
+  platform::SystemResult StartHidden(const std::wstring&) override {
+    downloaded = platform::ReadFileBytes(downloadTarget);
+    return {starts, 0};
+  }
+  void EndProcess() override { hasEnded = true; }
+
+  bool starts = true;
+  bool hasEnded = false;
+  std::optional<std::string> downloaded;
+};
+
 class UpdateCheckOnWindows : public testing::Test {
  protected:
   std::wstring Check(const std::wstring& serverUrl) {
     settings::Settings settings;
     settings.serverUrl = serverUrl;
-    CheckPorts ports = RealCheckPorts({L"1.0.4"}, stop_.get_token());
-    EXPECT_EQ(ports.downloadTarget, platform::TemporaryFolder() + L"Velmarine.Client.update.exe");
-    ports.downloadTarget = target_;
-    ports.lastTry = [] { return std::nullopt; };
-    ports.startUpdater = [this](const std::wstring& path) {
-      downloaded_ = platform::ReadFileBytes(path);
-      return starts_;
-    };
-    ports.endProcess = [this] { hasEnded_ = true; };
-    return CheckForUpdate(settings, ports);
+    RealUpdateDepsButTheEnd deps(stop_.get_token());
+    EXPECT_EQ(deps.downloadTarget, platform::TemporaryFolder() + L"Velmarine.Client.update.exe");
+    deps.downloadTarget = target_;
+    deps.starts = starts_;
+    std::wstring line = CheckForUpdate(settings, deps);
+    downloaded_ = deps.downloaded;
+    hasEnded_ = deps.hasEnded;
+    return line;
   }
 
   // The line after a forced offer whose download is answered with `download`.

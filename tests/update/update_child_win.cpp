@@ -40,37 +40,39 @@ void TellOfThisRun(int count, wchar_t** arguments) {
   platform::WriteFileBytes(platform::ProgramPath() + L".ran", text::ToUtf8(lines));
 }
 
-void Step(int& stepsLeft) {
-  if (stepsLeft-- == 0) platform::EndProcessAtOnce(kCutCode);
-}
+// The program's own operations, with a power cut before the step `stepsLeft`.
+class CutUpdateDeps : public RealUpdateDeps {
+ public:
+  explicit CutUpdateDeps(int stepsLeft) : RealUpdateDeps({}), stepsLeft_(stepsLeft) {}
 
-// The program's own operations, the power failing before the step `stepsLeft`.
-ApplyPorts PortsWithACut(int& stepsLeft) {
-  ApplyPorts ports = RealApplyPorts({}, [] {});
-  const SwapFiles real = ports.files;
-  ports.files.remove = [real, &stepsLeft](const std::wstring& path) {
-    Step(stepsLeft);
-    real.remove(path);
-  };
-  ports.files.moveOver = [real, &stepsLeft](const std::wstring& from, const std::wstring& to) {
-    Step(stepsLeft);
-    return real.moveOver(from, to);
-  };
-  ports.files.writeNew = [real, &stepsLeft](const std::wstring& path, const std::string& bytes) {
-    Step(stepsLeft);
-    if (stepsLeft == 0) platform::WriteFileBytes(path, bytes.substr(0, bytes.size() / 2));
-    Step(stepsLeft);
-    return real.writeNew(path, bytes);
-  };
-  const auto realStart = ports.start;
-  ports.start = [realStart, &stepsLeft](const std::wstring& commandLine) {
-    Step(stepsLeft);
-    return realStart(commandLine);
-  };
-  ports.pause = [](std::chrono::milliseconds) {};
-  ports.writeLog = [](std::wstring_view) {};
-  return ports;
-}
+  void Remove(const std::wstring& path) override {
+    Step();
+    RealUpdateDeps::Remove(path);
+  }
+  platform::SystemResult MoveOver(const std::wstring& from, const std::wstring& to) override {
+    Step();
+    return RealUpdateDeps::MoveOver(from, to);
+  }
+  platform::SystemResult WriteNew(const std::wstring& path, const std::string& bytes) override {
+    Step();
+    if (stepsLeft_ == 0) platform::WriteFileBytes(path, bytes.substr(0, bytes.size() / 2));
+    Step();
+    return RealUpdateDeps::WriteNew(path, bytes);
+  }
+  platform::SystemResult Start(const std::wstring& commandLine) override {
+    Step();
+    return RealUpdateDeps::Start(commandLine);
+  }
+  void Pause(std::chrono::milliseconds) override {}
+  void WriteLog(std::wstring_view) override {}
+
+ private:
+  void Step() {
+    if (stepsLeft_-- == 0) platform::EndProcessAtOnce(kCutCode);
+  }
+
+  int stepsLeft_;
+};
 
 int EndFromAnotherThread(int code) {
   static std::mutex held;
@@ -85,8 +87,8 @@ int Run(int count, wchar_t** arguments) {
     return count == needed + 2 && std::wstring(arguments[1]) == mode;
   };
   if (is(L"swap", 3)) {
-    int stepsLeft = std::stoi(arguments[2]);
-    return ApplyUpdate(0, arguments[3], arguments[4], PortsWithACut(stepsLeft));
+    CutUpdateDeps deps(std::stoi(arguments[2]));
+    return ApplyUpdate(0, arguments[3], arguments[4], deps);
   }
   TellOfThisRun(count, arguments);
   if (is(L"sleep", 1)) ::Sleep(std::stoul(arguments[2]));

@@ -1,4 +1,4 @@
-#include "update/update_log.h"
+#include "update/update_records.h"
 
 #include <gtest/gtest.h>
 

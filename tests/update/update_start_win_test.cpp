@@ -6,9 +6,8 @@
 #include "platform/files.h"
 #include "platform/safe_files.h"
 #include "platform/windows_sdk.h"
-#include "update/quote_argument.h"
+#include "update/apply_update.h"
 #include "update/update_process_win.h"
-#include "update/updater_start.h"
 // After the SDK, which it needs.
 #include <shellapi.h>
 
@@ -47,13 +46,8 @@ class UpdaterOnDisk : public testing::Test {
   UpdaterOnDisk() {
     EXPECT_TRUE(platform::CreateFolders(scratch_.Path(L"维马林 工具")));
     EXPECT_TRUE(platform::CopyFileOver(UpdateChildPath(), self_).succeeded);
-  }
-
-  [[nodiscard]] UpdaterPorts Ports() const {
-    UpdaterPorts ports = RealUpdaterPorts();
-    EXPECT_EQ(ports.processId, ::GetCurrentProcessId());
-    ports.programPath = self_;
-    return ports;
+    EXPECT_EQ(deps_.processId, ::GetCurrentProcessId());
+    deps_.programPath = self_;
   }
 
   // A copy of the child under a path of so many characters.
@@ -76,52 +70,51 @@ class UpdaterOnDisk : public testing::Test {
   const platform::ScratchFolder scratch_;
   const std::wstring self_ = scratch_.Path(L"维马林 工具\\Client.exe");
   const std::wstring copy_ = self_ + L".updater.exe";
+  RealUpdateDeps deps_{{}};
   const std::wstring download_ = L"C:\\a \"b\" 下载\\new.exe";
 };
 
 TEST_F(UpdaterOnDisk, StartsACopyHiddenWithTheArgumentsAsTheyAre) {
-  ASSERT_TRUE(StartUpdater(download_, Ports()));
+  ASSERT_TRUE(StartUpdater(download_, deps_));
   EXPECT_EQ(TakeRunOf(copy_), Wanted(self_));
   EXPECT_EQ(platform::ReadFileBytes(copy_), platform::ReadFileBytes(UpdateChildPath()));
 }
 
 TEST_F(UpdaterOnDisk, OverwritesTheCopyOfAnEarlierUpdate) {
   ASSERT_TRUE(platform::WriteFileBytes(copy_, "an earlier one"));
-  ASSERT_TRUE(StartUpdater(download_, Ports()));
+  ASSERT_TRUE(StartUpdater(download_, deps_));
   EXPECT_EQ(TakeRunOf(copy_), Wanted(self_));
 }
 
 TEST_F(UpdaterOnDisk, StartsTheProgramItselfWhereAFolderTakesTheCopysPlace) {
   ASSERT_TRUE(platform::CreateFolders(copy_));
-  ASSERT_TRUE(StartUpdater(download_, Ports()));
+  ASSERT_TRUE(StartUpdater(download_, deps_));
   EXPECT_EQ(TakeRunOf(self_), Wanted(self_));
 }
 
 TEST_F(UpdaterOnDisk, SaysThatNothingCouldBeStarted) {
   ASSERT_TRUE(platform::WriteFileBytes(self_, "no program"));
-  EXPECT_FALSE(StartUpdater(download_, Ports()));
+  EXPECT_FALSE(StartUpdater(download_, deps_));
 }
 
 // The longest path that Windows takes from programs that ask for no more.
 constexpr std::size_t kLongestPath = 259;
 
 TEST_F(UpdaterOnDisk, StartsACopyWhosePathIsAsLongAsPathsMayBe) {
-  UpdaterPorts ports = Ports();
-  ports.programPath = LongProgramPath(kLongestPath - std::wstring(L".updater.exe").size());
-  ASSERT_TRUE(StartUpdater(download_, ports));
-  EXPECT_EQ(TakeRunOf(ports.programPath + L".updater.exe"), Wanted(ports.programPath));
+  deps_.programPath = LongProgramPath(kLongestPath - std::wstring(L".updater.exe").size());
+  ASSERT_TRUE(StartUpdater(download_, deps_));
+  EXPECT_EQ(TakeRunOf(deps_.programPath + L".updater.exe"), Wanted(deps_.programPath));
 }
 
 // Windows has no room for the path of a copy, so the program itself is started. Wine makes the
 // copy, but does not start it; then the update is given up.
 TEST_F(UpdaterOnDisk, StartsTheProgramItselfWhereTheCopysPathWouldBeTooLong) {
-  UpdaterPorts ports = Ports();
-  ports.programPath = LongProgramPath(kLongestPath);
-  const bool hasStarted = StartUpdater(download_, ports);
-  if (platform::IsFile(ports.programPath + L".updater.exe")) {
+  deps_.programPath = LongProgramPath(kLongestPath);
+  const bool hasStarted = StartUpdater(download_, deps_);
+  if (platform::IsFile(deps_.programPath + L".updater.exe")) {
     EXPECT_FALSE(hasStarted);
   } else {
-    EXPECT_EQ(TakeRunOf(ports.programPath), Wanted(ports.programPath));
+    EXPECT_EQ(TakeRunOf(deps_.programPath), Wanted(deps_.programPath));
   }
 }
 

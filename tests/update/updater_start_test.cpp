@@ -1,9 +1,10 @@
-#include "update/updater_start.h"
-
 #include <gtest/gtest.h>
 
 #include <set>
 #include <vector>
+
+#include "update/apply_update.h"
+#include "update/idle_update_deps.h"
 
 namespace update {
 namespace {
@@ -12,22 +13,22 @@ constexpr wchar_t kSelf[] = L"D:\\工具 箱\\Velmarine.Client.exe";
 constexpr wchar_t kCopy[] = L"D:\\工具 箱\\Velmarine.Client.exe.updater.exe";
 constexpr wchar_t kDownload[] = L"C:\\Temp\\Velmarine.Client.update.exe";
 
-class UpdaterStart : public testing::Test {
+class UpdaterStart : public testing::Test, protected IdleUpdateDeps {
  protected:
-  UpdaterPorts Ports() {
-    UpdaterPorts ports;
-    ports.programPath = kSelf;
-    ports.processId = 4711;
-    ports.copyOver = [this](const std::wstring& from, const std::wstring& to) {
-      events_.push_back(L"copy " + from + L" > " + to);
-      if (canCopy_) files_.insert(to);
-    };
-    ports.isFile = [this](const std::wstring& path) { return files_.count(path) == 1; };
-    ports.startHidden = [this](const std::wstring& commandLine) {
-      events_.push_back(L"start " + commandLine);
-      return canStart_;
-    };
-    return ports;
+  UpdaterStart() {
+    programPath = kSelf;
+    processId = 4711;
+  }
+
+  platform::SystemResult CopyOver(const std::wstring& from, const std::wstring& to) override {
+    events_.push_back(L"copy " + from + L" > " + to);
+    if (canCopy_) files_.insert(to);
+    return {canCopy_, 0};
+  }
+  bool IsFile(const std::wstring& path) override { return files_.count(path) == 1; }
+  platform::SystemResult StartHidden(const std::wstring& commandLine) override {
+    events_.push_back(L"start " + commandLine);
+    return {canStart_, 0};
   }
 
   const std::wstring copied_ = std::wstring(L"copy ") + kSelf + L" > " + kCopy;
@@ -40,14 +41,14 @@ class UpdaterStart : public testing::Test {
 };
 
 TEST_F(UpdaterStart, StartsACopyOfTheProgramBesideIt) {
-  EXPECT_TRUE(StartUpdater(kDownload, Ports()));
+  EXPECT_TRUE(StartUpdater(kDownload, *this));
   EXPECT_EQ(events_, (std::vector<std::wstring>{
                          copied_, L"start \"" + std::wstring(kCopy) + L"\"" + arguments_}));
 }
 
 TEST_F(UpdaterStart, StartsTheProgramItselfWhereNoCopyCanBeMade) {
   canCopy_ = false;
-  EXPECT_TRUE(StartUpdater(kDownload, Ports()));
+  EXPECT_TRUE(StartUpdater(kDownload, *this));
   EXPECT_EQ(events_, (std::vector<std::wstring>{
                          copied_, L"start \"" + std::wstring(kSelf) + L"\"" + arguments_}));
 }
@@ -55,20 +56,19 @@ TEST_F(UpdaterStart, StartsTheProgramItselfWhereNoCopyCanBeMade) {
 TEST_F(UpdaterStart, UsesTheCopyOfAnEarlierUpdateThatCannotBeOverwritten) {
   canCopy_ = false;
   files_.insert(kCopy);
-  EXPECT_TRUE(StartUpdater(kDownload, Ports()));
+  EXPECT_TRUE(StartUpdater(kDownload, *this));
   EXPECT_EQ(events_.back(), L"start \"" + std::wstring(kCopy) + L"\"" + arguments_);
 }
 
 TEST_F(UpdaterStart, SaysThatTheProcessCouldNotBeStarted) {
   canStart_ = false;
-  EXPECT_FALSE(StartUpdater(kDownload, Ports()));
+  EXPECT_FALSE(StartUpdater(kDownload, *this));
   EXPECT_EQ(events_.size(), 2u) << "one attempt";
 }
 
 TEST_F(UpdaterStart, DoesNothingWhenTheProgramsOwnPathIsUnknown) {
-  UpdaterPorts ports = Ports();
-  ports.programPath.clear();
-  EXPECT_FALSE(StartUpdater(kDownload, ports));
+  programPath.clear();
+  EXPECT_FALSE(StartUpdater(kDownload, *this));
   EXPECT_TRUE(events_.empty());
 }
 

@@ -1,5 +1,7 @@
-#include "update/update_tries.h"
+#include "update/update_records.h"
 
+#include <array>
+#include <cwchar>
 #include <stdexcept>
 
 #include "settings/json.h"
@@ -9,7 +11,7 @@ namespace {
 
 constexpr wchar_t kVersionKey[] = L"version";
 constexpr wchar_t kTimeKey[] = L"triedAt";
-// A double holds every whole number up to here; no clock shows more.
+// JSON numbers are doubles, which are exact up to here; no clock shows more.
 constexpr double kLatestSeconds = 9007199254740992.0;
 
 }  // namespace
@@ -31,7 +33,7 @@ std::optional<UpdateTry> ParseUpdateTry(std::wstring_view text) {
     record.atSeconds = static_cast<std::int64_t>(*seconds);
     return record;
   } catch (const std::runtime_error&) {
-    return std::nullopt;  // no JSON: somebody else's file, or a damaged one
+    return std::nullopt;  // not JSON: a damaged or foreign file
   }
 }
 
@@ -39,6 +41,13 @@ bool WasTriedWithinADay(const std::optional<UpdateTry>& last, std::wstring_view 
                         std::int64_t nowSeconds) {
   return last && last->version == version && last->atSeconds <= nowSeconds &&
          nowSeconds - last->atSeconds < kSecondsBetweenTries;
+}
+
+std::wstring UpdateLogLine(const platform::LocalTime& time, std::wstring_view message) {
+  std::array<wchar_t, 96> prefix{};
+  std::swprintf(prefix.data(), prefix.size(), L"[%04d-%02d-%02d %02d:%02d:%02d] ", time.year,
+                time.month, time.day, time.hour, time.minute, time.second);
+  return std::wstring(prefix.data()).append(message).append(L"\r\n");
 }
 
 }  // namespace update

@@ -1,4 +1,4 @@
-#include "remote/rustdesk_places.h"
+#include "remote/rustdesk_files.h"
 
 #include <algorithm>
 
@@ -29,7 +29,7 @@ std::wstring WindowsFolderOrDefault(const RustDeskFolders& folders) {
   return folders.windows.empty() ? std::wstring(kDefaultWindows) : folders.windows;
 }
 
-// Appends the configuration file below `roaming`, unless it is listed.
+// Appends the configuration file below `roaming`, unless it is already in the list.
 void AddConfigFile(std::vector<std::wstring>& files, const std::wstring& roaming) {
   if (roaming.empty()) return;
   std::wstring file = JoinPath(JoinPath(roaming, L"RustDesk"), L"config\\RustDesk2.toml");
@@ -37,6 +37,17 @@ void AddConfigFile(std::vector<std::wstring>& files, const std::wstring& roaming
     return text::EqualsIgnoreCase(other, file);
   };
   if (std::ranges::none_of(files, isSame)) files.push_back(std::move(file));
+}
+
+// One line of a configuration file.
+std::wstring Line(std::wstring_view name, std::wstring_view value) {
+  std::wstring line(name);
+  line += L" = '";
+  for (const wchar_t unit : value) {
+    if (unit == L'\\' || unit == L'\'') line += L'\\';
+    line += unit;
+  }
+  return line + L"'\n";
 }
 
 }  // namespace
@@ -91,6 +102,16 @@ int ConfigPartsOfUsers(std::wstring_view path, const RustDeskFolders& folders) {
   const std::wstring own = text::FoldCase(JoinPath(folders.roamingAppData, L"RustDesk\\"));
   const bool isOwn = !folders.roamingAppData.empty() && text::FoldCase(path).starts_with(own);
   return kBelowRoaming + (isFile ? 1 : 0) + (isOwn ? 0 : kRoamingParts);
+}
+
+std::optional<std::wstring> ComposeRustDeskConfig(const RustDeskServer& server) {
+  if (server.rendezvousServer.empty()) return std::nullopt;
+  std::wstring config = Line(L"rendezvous_server", server.rendezvousServer) + L"\n[options]\n";
+  config += Line(L"custom-rendezvous-server", server.rendezvousServer);
+  config += Line(L"relay-server", server.relayServer);
+  config += Line(L"key", server.key);
+  if (!server.apiServer.empty()) config += Line(L"api-server", server.apiServer);
+  return config;
 }
 
 }  // namespace remote

@@ -1,31 +1,52 @@
-#include "update/program_version.h"
+#include "update/versions.h"
 
 #include <algorithm>
-#include <string_view>
+#include <limits>
+#include <vector>
 
-#include "update/compare_versions.h"
+#include "text/strings.h"
 
-// The format is "PE Format" and "VS_VERSIONINFO" in Microsoft's documentation. All numbers in it
-// are little-endian.
+// The file format is described under "PE Format" and "VS_VERSIONINFO" in Microsoft's documentation.
+// All its numbers are little-endian.
 namespace update {
 namespace {
+
+constexpr std::int64_t kLargestNumber = std::numeric_limits<std::int32_t>::max();
+
+bool IsDigit(wchar_t unit) {
+  return unit >= L'0' && unit <= L'9';
+}
+
+std::vector<std::int64_t> NumbersOf(std::wstring_view version) {
+  std::vector<std::int64_t> numbers;
+  bool inNumber = false;
+  for (const wchar_t unit : version) {
+    if (!IsDigit(unit)) {
+      inNumber = false;
+      continue;
+    }
+    if (!inNumber) numbers.push_back(0);
+    inNumber = true;
+    numbers.back() = std::min(numbers.back() * 10 + (unit - L'0'), kLargestNumber);
+  }
+  return numbers;
+}
 
 using Bytes = std::span<const std::byte>;
 
 constexpr std::uint32_t kVersionType = 16;  // RT_VERSION
 constexpr std::uint32_t kFixedInfoSignature = 0xFEEF04BD;
 constexpr std::uint32_t kIsFolder = 0x80000000;
-constexpr std::size_t kResourceDirectory = 2;  // its place among the data directories
+constexpr std::size_t kResourceDirectory = 2;  // its index among the data directories
 constexpr std::u16string_view kInfoKey = u"VS_VERSION_INFO";
 
-// `count` bytes from `offset` on; fewer than asked for, in fact none, where the file ends before.
+// `count` bytes at `offset`; none when the file ends before them.
 Bytes Part(Bytes bytes, std::size_t offset, std::size_t count) {
   if (offset > bytes.size() || count > bytes.size() - offset) return {};
   return bytes.subspan(offset, count);
 }
 
-// The number of `sizeBytes` (2 or 4) at `offset`; 0 past the end, which no valid field we look at
-// holds.
+// The number of `sizeBytes` (2 or 4) at `offset`. 0 past the end: no field read here is validly 0.
 std::uint32_t Number(Bytes bytes, std::size_t offset, std::size_t sizeBytes) {
   std::uint32_t number = 0;
   const Bytes part = Part(bytes, offset, sizeBytes);
@@ -41,7 +62,7 @@ std::uint32_t U32(Bytes bytes, std::size_t offset) {
   return Number(bytes, offset, 4);
 }
 
-// The program's headers, as far as they lead to the resources.
+// The parts of the program's headers that lead to the resources.
 struct Headers {
   Bytes sections;  // 40 bytes each
   std::uint32_t resourceAddress = 0;
@@ -78,8 +99,8 @@ Bytes AtAddress(Bytes program, const Headers& headers, std::uint32_t address) {
   return {};
 }
 
-// What the entry of the folder at `folder` with the id `id`, or its first one, leads to; nothing
-// without such an entry.
+// The target of an entry in the folder at `folder`: the one with `id`, or the first one without an
+// id. Empty when there is no such entry.
 std::optional<std::uint32_t> FindEntry(Bytes resources, std::uint32_t folder,
                                        std::optional<std::uint32_t> id) {
   const std::size_t count = std::size_t{U16(resources, std::size_t{folder} + 12)} +
@@ -91,7 +112,7 @@ std::optional<std::uint32_t> FindEntry(Bytes resources, std::uint32_t folder,
   return std::nullopt;
 }
 
-// Type, name, language: the first version resource of the program.
+// The program's first version resource. Resources are nested in folders by type, name and language.
 Bytes VersionResource(Bytes program, const Headers& headers) {
   const Bytes resources = AtAddress(program, headers, headers.resourceAddress);
   std::optional<std::uint32_t> found = FindEntry(resources, 0, kVersionType);
@@ -112,6 +133,22 @@ bool HasInfoKey(Bytes info) {
 }
 
 }  // namespace
+
+int CompareVersionNumbers(std::wstring_view a, std::wstring_view b) {
+  std::vector<std::int64_t> numbersOfA = NumbersOf(a);
+  std::vector<std::int64_t> numbersOfB = NumbersOf(b);
+  const std::size_t positions = std::max(numbersOfA.size(), numbersOfB.size());
+  numbersOfA.resize(positions, 0);
+  numbersOfB.resize(positions, 0);
+  if (numbersOfA == numbersOfB) return 0;
+  return numbersOfA < numbersOfB ? -1 : 1;
+}
+
+int CompareVersions(std::wstring_view a, std::wstring_view b) {
+  const int byNumbers = CompareVersionNumbers(a, b);
+  if (byNumbers != 0) return byNumbers;
+  return text::FoldCase(a).compare(text::FoldCase(b));
+}
 
 std::optional<FileVersion> ReadFileVersion(std::span<const std::byte> program) {
   const std::optional<Headers> headers = ReadHeaders(program);
