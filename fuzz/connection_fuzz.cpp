@@ -73,8 +73,8 @@ class World {
     diag::AddProxyBypass(settings::ConnectionInForce(settings_).routes, Store(), note_);
   }
 
-  diag::ProxyOverrideStore Store() {
-    diag::ProxyOverrideStore store;
+  diag::ProxyListDeps Store() {
+    diag::ProxyListDeps store;
     store.read = [this] { return proxyList_; };
     store.write = [this](const std::wstring& list) {
       proxyList_ = list;

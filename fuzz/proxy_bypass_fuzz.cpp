@@ -69,8 +69,8 @@ struct List {
   std::wstring text;
   int writes = 0;
 
-  ProxyOverrideStore Store(const std::wstring& user) {
-    ProxyOverrideStore store;
+  ProxyListDeps Store(const std::wstring& user) {
+    ProxyListDeps store;
     store.read = [this] { return text; };
     store.write = [this](const std::wstring& list) {
       text = list;
@@ -109,7 +109,7 @@ void Run(fuzz::Input input) {
   const Entries routes = text::SplitLines(text::FromUtf8(input.Rest()));
   const Entries entries = PlainEntries(routes);
   Require(BypassEntriesForRoutes(routes) == entries);
-  ProxyOverrideStore store = own.Store(L"");
+  ProxyListDeps store = own.Store(L"");
   store.others.push_back(other.Store(L"S-1"));
   platform::MemoryFiles kept;
   ProxyNote note(L"note", kept);

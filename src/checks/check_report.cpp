@@ -1,10 +1,11 @@
 #include "checks/check_report.h"
 
 #include <algorithm>
-#include <iterator>
+#include <string_view>
 
 #include "checks/secrets.h"
 #include "platform/path.h"
+#include "settings/settings_file.h"
 #include "text/strings.h"
 #include "text/utf8.h"
 
@@ -12,7 +13,7 @@ namespace checks {
 namespace {
 
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
-constexpr std::size_t kMostLogFiles = 3;
+constexpr std::size_t kMaxLogFiles = 3;
 
 bool IsDigits(std::wstring_view text) {
   return std::ranges::all_of(text, [](wchar_t unit) { return unit >= L'0' && unit <= L'9'; });
@@ -29,37 +30,56 @@ struct LogName {
   std::wstring path;
 };
 
-void AddLogsOf(const std::wstring& root, const FolderReader& reader, std::vector<LogName>& found) {
-  for (const std::wstring& month : reader.listFolders(root)) {
+void AddLogsOf(const std::wstring& root, platform::FileDeps& files, std::vector<LogName>& found) {
+  for (const std::wstring& month : files.ListFolders(root)) {
     if (month.size() != 6 || !IsDigits(month)) continue;
     const std::wstring folder = platform::JoinPath(root, month);
-    for (const std::wstring& name : reader.listFiles(folder)) {
+    for (const std::wstring& name : files.ListFiles(folder)) {
       if (IsLogName(name)) found.push_back({name, platform::JoinPath(folder, name)});
     }
   }
 }
 
-std::wstring BlackedOutReport(const ReportDeps& deps, const platform::LocalTime& time) {
-  const std::vector<Finding> findings = RunChecks(deps.makeChecks(), deps.limit);
+Secrets FindSecrets(const ReportDeps& deps) {
   Secrets secrets;
-  for (const std::wstring& text : deps.secretTexts()) secrets.LearnFrom(text);
-  return secrets.BlackOut(ReportText(deps.version, time, findings, deps.readLog()));
+  for (const std::wstring& name : deps.files->ListFiles(deps.settingsFolder)) {
+    const auto bytes = deps.files->Read(platform::JoinPath(deps.settingsFolder, name)).bytes;
+    if (bytes) secrets.LearnFrom(text::FromMarkedBytes(*bytes));
+  }
+  for (const std::wstring& text : deps.secretTexts) secrets.LearnFrom(text);
+  return secrets;
+}
+
+LogTail ReadLog(const ReportDeps& deps) {
+  if (deps.logPath) return ReadLogTail({*deps.logPath}, *deps.files);
+  return ReadLogTail(FindLogFiles(deps.logFolders, *deps.files), *deps.files);
+}
+
+std::wstring BlackedOutReport(const ReportDeps& deps) {
+  const std::vector<Finding> findings = RunChecks(deps.checks, deps.limit);
+  // Only now: a client that runs beside the checks may save a new id and write it to its log.
+  const Secrets secrets = FindSecrets(deps);
+  return secrets.BlackOut(ReportText(deps.version, deps.time, findings, ReadLog(deps)));
+}
+
+std::vector<std::wstring> ReportPaths(const std::optional<std::wstring>& file,
+                                      const ReportDeps& deps) {
+  if (file) return {*file};
+  const std::wstring name = L"Velmarine.Check_" + settings::FileTime(deps.time) + L".txt";
+  std::vector<std::wstring> paths;
+  for (const std::wstring& folder : deps.folders) {
+    if (!folder.empty()) paths.push_back(platform::JoinPath(folder, name));
+  }
+  return paths;
 }
 
 }  // namespace
 
 WrittenReport WriteCheckReport(const std::optional<std::wstring>& file, const ReportDeps& deps) {
-  const platform::LocalTime time = deps.now();
-  const std::string bytes = std::string(kUtf8Mark) + text::ToUtf8(BlackedOutReport(deps, time));
-  std::vector<std::wstring> paths;
-  if (file) paths.push_back(*file);
-  for (const std::wstring& folder : deps.folders) {
-    if (file || folder.empty()) continue;
-    paths.push_back(platform::JoinPath(folder, L"Velmarine.Check_" + FileTime(time) + L".txt"));
-  }
+  const std::string bytes = std::string(kUtf8Mark) + text::ToUtf8(BlackedOutReport(deps));
   WrittenReport written;
-  for (const std::wstring& path : paths) {
-    const std::wstring reason = deps.write(path, bytes);
+  for (const std::wstring& path : ReportPaths(file, deps)) {
+    const std::wstring reason = deps.files->Write(path, bytes);
     if (reason.empty()) {
       deps.open(path);
       return {path, {}};
@@ -71,28 +91,26 @@ WrittenReport WriteCheckReport(const std::optional<std::wstring>& file, const Re
 }
 
 std::vector<std::wstring> FindLogFiles(const std::vector<std::wstring>& folders,
-                                       const FolderReader& reader) {
+                                       platform::FileDeps& files) {
   std::vector<LogName> found;
   for (const std::wstring& folder : folders) {
-    if (!folder.empty()) AddLogsOf(platform::JoinPath(folder, L"Log"), reader, found);
+    if (!folder.empty()) AddLogsOf(platform::JoinPath(folder, L"Log"), files, found);
   }
   std::ranges::stable_sort(found, std::ranges::greater(), &LogName::name);
   std::vector<std::wstring> paths;
   for (const LogName& log : found) {
-    if (paths.size() < kMostLogFiles && std::ranges::find(paths, log.path) == paths.end()) {
+    if (paths.size() < kMaxLogFiles && std::ranges::find(paths, log.path) == paths.end()) {
       paths.push_back(log.path);
     }
   }
   return paths;
 }
 
-LogTail ReadLogTail(
-    const std::vector<std::wstring>& paths,
-    const std::function<std::optional<std::string>(const std::wstring& path)>& readFile) {
+LogTail ReadLogTail(const std::vector<std::wstring>& paths, platform::FileDeps& files) {
   LogTail tail;
   for (const std::wstring& path : paths) {
     if (tail.lines.size() >= kLogLines) break;
-    const std::optional<std::string> bytes = readFile(path);
+    const std::optional<std::string> bytes = files.Read(path).bytes;
     if (!bytes) continue;
     tail.paths.push_back(path);
     const std::vector<std::wstring> lines = text::SplitLines(text::FromMarkedBytes(*bytes));

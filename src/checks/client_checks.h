@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "checks/finding.h"
+#include "checks/check.h"
 #include "diag/proxy_note.h"
 #include "settings/settings.h"
 #include "webview/runtime_search.h"

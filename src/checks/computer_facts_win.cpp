@@ -8,6 +8,8 @@
 #include "platform/path.h"
 #include "platform/safe_files.h"
 #include "platform/signature.h"
+// After the SDK, which it needs.
+#include <powrprof.h>
 
 namespace checks {
 namespace {
@@ -49,6 +51,66 @@ DWORD WriteProbe(const std::wstring& folder) {
   const DWORD writeError = ::GetLastError();
   if (!isWritten) return writeError;
   return writtenBytes == kProbeBytes ? 0 : ERROR_DISK_FULL;
+}
+
+// As the system names them; of its header some are missing here.
+constexpr GUID kSleep = {
+    0x238C9FA8, 0x0AAD, 0x41ED, {0x83, 0xF4, 0x97, 0xBE, 0x24, 0x2C, 0x8F, 0x20}};
+constexpr GUID kSleepAfter = {
+    0x29F6C1DB, 0x86DA, 0x48C5, {0x9F, 0xDB, 0xF2, 0xB6, 0x7B, 0x1F, 0x44, 0xDA}};
+constexpr GUID kButtons = {
+    0x4F971E89, 0xEEBD, 0x4455, {0xA8, 0xDE, 0x9E, 0x59, 0x04, 0x0E, 0x73, 0x47}};
+constexpr GUID kLidAction = {
+    0x5CA83367, 0x6E45, 0x459F, {0xA2, 0x7B, 0x47, 0x6B, 0x1D, 0x01, 0xC9, 0x36}};
+constexpr GUID kUsb = {
+    0x2A737441, 0x1930, 0x4402, {0x8D, 0x77, 0xB2, 0xBE, 0xBB, 0xA3, 0x08, 0xA3}};
+constexpr GUID kUsbSuspend = {
+    0x48E6B7A6, 0x50F5, 0x4782, {0xA5, 0xD4, 0x53, 0xBB, 0x8F, 0x07, 0xE2, 0x26}};
+constexpr GUID kWifi = {
+    0x19CBB8FA, 0x5279, 0x450E, {0x9F, 0xAC, 0x8A, 0x3D, 0x5F, 0xED, 0xD0, 0xC1}};
+constexpr GUID kWifiSaving = {
+    0x12BBEBE6, 0x58D6, 0x4636, {0x95, 0xBB, 0x32, 0x17, 0xEF, 0x86, 0x7C, 0x1A}};
+
+using GetActiveScheme = DWORD(WINAPI*)(HKEY, GUID**);
+using ReadValue = DWORD(WINAPI*)(HKEY, const GUID*, const GUID*, const GUID*, DWORD*);
+using GetCapabilities = BOOLEAN(WINAPI*)(SYSTEM_POWER_CAPABILITIES*);
+
+struct PowerLibrary {
+  platform::Module module;
+  GetActiveScheme getActiveScheme = nullptr;
+  ReadValue readOnMains = nullptr;
+  ReadValue readOnBattery = nullptr;
+  GetCapabilities getCapabilities = nullptr;
+};
+
+// Loaded when it is needed and from nowhere but Windows' own folder.
+PowerLibrary LoadPowerLibrary() {
+  PowerLibrary library;
+  library.module.Reset(::LoadLibraryExW(L"powrprof.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
+  const HMODULE module = library.module.Get();
+  if (module == nullptr) return library;
+  library.getActiveScheme =
+      platform::GetProcAddressAs<GetActiveScheme>(module, "PowerGetActiveScheme");
+  library.readOnMains = platform::GetProcAddressAs<ReadValue>(module, "PowerReadACValueIndex");
+  library.readOnBattery = platform::GetProcAddressAs<ReadValue>(module, "PowerReadDCValueIndex");
+  library.getCapabilities =
+      platform::GetProcAddressAs<GetCapabilities>(module, "GetPwrCapabilities");
+  return library;
+}
+
+PowerSetting ReadSetting(const PowerLibrary& library, const GUID& plan, const GUID& group,
+                         const GUID& setting) {
+  PowerSetting found;
+  DWORD value = 0;
+  if (library.readOnMains != nullptr &&
+      library.readOnMains(nullptr, &plan, &group, &setting, &value) == ERROR_SUCCESS) {
+    found.onMains = value;
+  }
+  if (library.readOnBattery != nullptr &&
+      library.readOnBattery(nullptr, &plan, &group, &setting, &value) == ERROR_SUCCESS) {
+    found.onBattery = value;
+  }
+  return found;
 }
 
 }  // namespace
@@ -110,6 +172,30 @@ FolderFacts ProbeFolder(const std::wstring& name, const std::wstring& path) {
   if (::GetDiskFreeSpaceExW(facts.probed.c_str(), &freeBytes, nullptr, nullptr) != FALSE) {
     facts.freeBytes = freeBytes.QuadPart;
   }
+  return facts;
+}
+
+PowerFacts ReadPowerFacts() {
+  PowerFacts facts;
+  const PowerLibrary library = LoadPowerLibrary();
+  if (library.getActiveScheme == nullptr) {
+    facts.error = ERROR_PROC_NOT_FOUND;
+    return facts;
+  }
+  SYSTEM_POWER_CAPABILITIES capabilities{};
+  if (library.getCapabilities != nullptr && library.getCapabilities(&capabilities) != FALSE) {
+    facts.hasBattery = capabilities.SystemBatteriesPresent != FALSE;
+    facts.hasModernStandby = capabilities.spare2[2] != 0;  // AoAc, newer than this header
+  }
+  GUID* allocated = nullptr;
+  facts.error = library.getActiveScheme(nullptr, &allocated);
+  if (facts.error != 0 || allocated == nullptr) return facts;
+  const GUID plan = *allocated;
+  ::LocalFree(allocated);
+  facts.sleepSeconds = ReadSetting(library, plan, kSleep, kSleepAfter);
+  facts.lidAction = ReadSetting(library, plan, kButtons, kLidAction);
+  facts.usbSuspend = ReadSetting(library, plan, kUsb, kUsbSuspend);
+  facts.wifiSaving = ReadSetting(library, plan, kWifi, kWifiSaving);
   return facts;
 }
 

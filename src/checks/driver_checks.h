@@ -1,54 +1,70 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
-#include "checks/finding.h"
+#include "checks/check.h"
 #include "checks/system_services.h"
 #include "tunnel/driver/windivert.h"
 
-// The packet driver: its files, its kernel service, whether it opens, and its sums. Pure but for
-// what is handed in.
+// The packet driver: its files, its kernel service, whether it opens, and its checksums. Pure
+// except for DriverDeps.
 namespace checks {
 
-// One of the two files that the program carries, as it lies in the runtime folder.
+// One of the two files that the program carries, as found in the runtime folder.
 struct DriverFile {
   std::wstring path;
-  std::optional<std::uint64_t> sizeBytes;  // nothing: it is missing or cannot be read
+  std::optional<std::uint64_t> sizeBytes;  // empty: missing or unreadable
   std::string sha256;
   std::string carriedSha256;  // of the one in the program
 };
 Outcome JudgeDriverFiles(const std::vector<DriverFile>& files);
 
-// `runtimeFolder` is where this program's driver lies; `isClientRunning` makes a running driver the
-// expected thing.
+// `runtimeFolder` contains this program's driver. While a client runs, so should the driver.
 Outcome JudgeDriverServices(const ServiceList& list, const std::wstring& runtimeFolder,
                             bool isClientRunning);
 
-// What the two checks below act through.
+// The driver as the two checks below reach it. Made just before a check runs.
 struct DriverDeps {
-  // Keeps the files in the runtime folder as they are for as long as the result lives; null when
-  // they are not those that the program carries: others are not loaded with an administrator's
-  // rights only to be looked at.
-  std::function<std::shared_ptr<void>()> holdFiles;
+  // Keeps the files in the runtime folder unchanged while it lives. Null when they are not the ones
+  // that the program carries: others are never loaded with administrator rights just for a look.
+  std::shared_ptr<void> heldFiles;
+  bool wasServiceThere = false;  // a WinDivert service, before the check
   std::function<std::unique_ptr<tunnel::WinDivertApi>()> load;  // throws as LoadWinDivert()
-  std::function<bool()> isServiceThere;
   std::function<bool()> isClientRunning;
   std::function<bool(const std::wstring& commandLine, std::chrono::milliseconds wait)> runHidden;
 };
 
-// Loads the library, opens the capturing handle with the program's own filter for kMostRoutes
-// networks that nobody uses (RFC 5737), and the injecting one, and closes both. Leaves no kernel
-// service that was not there, unless a client runs, which takes it away itself.
-inline constexpr int kMostRoutes = 124;
+// Loads the library, opens and closes the capturing handle with the program's own filter for
+// kMaxRoutes unused networks (RFC 5737) and the injecting handle. Removes the kernel service again
+// if the check created it, unless a client runs, which removes it itself.
+inline constexpr int kMaxRoutes = 124;
 Outcome CheckDriverOpens(const DriverDeps& deps);
 
-// Whether the driver's function writes the sums that RFC 1071 demands.
+// Checks that the driver's function writes the checksums of RFC 1071.
 Outcome CheckDriverSums(const DriverDeps& deps);
+
+// A packet with zeros where its checksums belong.
+struct ChecksumProbe {
+  std::wstring name;
+  std::vector<std::byte> packet;  // IPv4 header first
+  std::size_t sumOffset = 0;      // of the ICMP, TCP or UDP checksum; the IP header's is at 10
+  bool hasPseudoHeader = false;   // TCP and UDP sum addresses, protocol and length (RFC 9293)
+};
+
+// One ICMP echo, one TCP segment of odd length and one UDP datagram.
+std::vector<ChecksumProbe> MakeChecksumProbes();
+
+// Lets `recalculate` write the packet's checksums and compares them with those of RFC 1071. Returns
+// the text of an exception or of the differences, empty when both are right.
+std::wstring FindWrongSums(const ChecksumProbe& probe,
+                           const std::function<void(std::span<std::byte> packet)>& recalculate);
 
 }  // namespace checks

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "checks/finding.h"
+#include "checks/check.h"
 #include "checks/system_services.h"
 #include "tunnel/adapter_list.h"
 #include "tunnel/packets/ipv4.h"

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -21,7 +20,7 @@ struct ReportRequest {
     std::span<const std::byte> bytes;
   };
   std::vector<CarriedFile> carriedFiles;
-  std::function<bool()> isClientRunning;  // on this computer; any thread
+  bool (*isClientRunning)() = nullptr;  // on this computer; any thread
   // Of the client that makes it; nothing for a run that only checks.
   struct Client {
     std::wstring logPath;
@@ -35,5 +34,9 @@ struct ReportRequest {
 // The checks, files and folders of this computer. Windows only; what it returns may be used on any
 // thread.
 ReportDeps RealReportDeps(const ReportRequest& request);
+
+// Opens the file with the user's program for its kind. Returns at once; failures are not reported.
+// Windows only; any thread.
+void ShowFile(const std::wstring& path);
 
 }  // namespace checks

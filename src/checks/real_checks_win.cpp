@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <utility>
@@ -6,10 +7,8 @@
 #include "checks/computer_checks.h"
 #include "checks/driver_checks.h"
 #include "checks/network_checks.h"
-#include "checks/power_checks.h"
 #include "checks/real_checks.h"
 #include "checks/service_checks.h"
-#include "checks/show_file_win.h"
 #include "diag/proxy_note.h"
 #include "platform/files.h"
 #include "platform/path.h"
@@ -20,10 +19,12 @@
 #include "platform/user_folders_win.h"
 #include "settings/server_address.h"
 #include "settings/settings_file.h"
-#include "text/utf8.h"
 #include "tunnel/driver/windivert.h"
 #include "tunnel/relay/udp_relay.h"
 #include "update/update_check.h"
+// After the SDK, which they need.
+#include <objbase.h>
+#include <shellapi.h>
 
 namespace checks {
 namespace {
@@ -80,19 +81,14 @@ std::shared_ptr<void> HoldDriverFiles(const ReportRequest& request) {
   return held;
 }
 
-DriverDeps RealDriverDeps(const Request& request) {
-  DriverDeps deps;
-  deps.holdFiles = [request] { return HoldDriverFiles(*request); };
-  deps.load = tunnel::LoadWinDivert;
-  deps.isServiceThere = [] {
-    for (const ServiceFacts& service : ListDrivers().drivers) {
-      if (IsWinDivertService(service.name)) return true;
-    }
-    return false;
-  };
-  deps.isClientRunning = request->isClientRunning;
-  deps.runHidden = platform::RunHidden;
-  return deps;
+bool IsDriverServiceThere() {
+  const ServiceList list = ListDrivers();
+  return std::ranges::any_of(list.drivers, IsWinDivertService, &ServiceFacts::name);
+}
+
+DriverDeps RealDriverDeps(const ReportRequest& request) {
+  return {HoldDriverFiles(request), IsDriverServiceThere(), tunnel::LoadWinDivert,
+          request.isClientRunning, platform::RunHidden};
 }
 
 Outcome CheckFolders(const ReportRequest& request) {
@@ -180,9 +176,9 @@ std::vector<Check> DriverChecks(const Request& request) {
                                     request->isClientRunning());
        }},
       {"driver-open", L"驱动打开与关闭", "The packet driver opens and closes.",
-       [deps = RealDriverDeps(request)] { return CheckDriverOpens(deps); }, kDriverStage},
+       [request] { return CheckDriverOpens(RealDriverDeps(*request)); }, kDriverStage},
       {"driver-checksums", L"驱动校验和", "The packet driver writes right checksums.",
-       [deps = RealDriverDeps(request)] { return CheckDriverSums(deps); }, kDriverStage},
+       [request] { return CheckDriverSums(RealDriverDeps(*request)); }, kDriverStage},
   };
 }
 
@@ -210,52 +206,52 @@ std::vector<Check> NetworkChecks(const Request& request) {
   };
 }
 
-// Every settings text there is, damaged ones too.
-std::vector<std::wstring> SecretTexts(const ReportRequest& request) {
-  const std::wstring folder = platform::ParentFolder(settings::SettingsFilePath());
-  std::vector<std::wstring> texts;
-  for (const std::wstring& name : platform::ListFiles(folder)) {
-    const auto bytes = platform::ReadFileBytes(platform::JoinPath(folder, name));
-    if (bytes) texts.push_back(text::FromMarkedBytes(*bytes));
+// Replaces the file without following a link: the report's folder belongs to a user, who could
+// place one there under the file's name.
+class ReportFiles final : public platform::ComputerFiles {
+ public:
+  std::wstring Write(const std::wstring& path, const std::string& bytes) override {
+    constexpr platform::OwnParts kOwnParts = 1;
+    return platform::FailureReason(platform::WriteUnlinkedFile(path, kOwnParts, bytes));
   }
-  if (request.client) texts.push_back(request.client->record);
-  return texts;
-}
-
-LogTail ReadLogs(const ReportRequest& request) {
-  if (request.client) return ReadLogTail({request.client->logPath}, platform::ReadFileBytes);
-  const auto paths = FindLogFiles({request.workingFolder, platform::ProgramFolder()},
-                                  {platform::ListFolders, platform::ListFiles});
-  return ReadLogTail(paths, platform::ReadFileBytes);
-}
-
-// The folder is a user's own; who may put links there has only the file's name to work with.
-std::wstring WriteReport(const std::wstring& path, const std::string& bytes) {
-  constexpr platform::OwnParts kOwnParts = 1;
-  const platform::SystemResult result = platform::WriteUnlinkedFile(path, kOwnParts, bytes);
-  return result.succeeded ? std::wstring() : platform::ErrorReason(result.errorCode);
-}
+};
 
 }  // namespace
 
 ReportDeps RealReportDeps(const ReportRequest& request) {
+  static ReportFiles files;
   const auto shared = std::make_shared<const ReportRequest>(request);
   ReportDeps deps;
   deps.version = request.self.version;
-  deps.makeChecks = [shared] {
-    std::vector<Check> all = ComputerChecks(shared);
-    for (const std::vector<Check>& some : {DriverChecks(shared), NetworkChecks(shared)}) {
-      all.insert(all.end(), some.begin(), some.end());
-    }
-    return all;
-  };
-  deps.now = platform::LocalTimeNow;
-  deps.secretTexts = [shared] { return SecretTexts(*shared); };
-  deps.readLog = [shared] { return ReadLogs(*shared); };
+  deps.time = platform::LocalTimeNow();
+  for (const std::vector<Check>& some :
+       {ComputerChecks(shared), DriverChecks(shared), NetworkChecks(shared)}) {
+    deps.checks.insert(deps.checks.end(), some.begin(), some.end());
+  }
+  deps.settingsFolder = platform::ParentFolder(settings::SettingsFilePath());
+  if (request.client) {
+    deps.secretTexts = {request.client->record};
+    deps.logPath = request.client->logPath;
+  }
+  deps.logFolders = {request.workingFolder, platform::ProgramFolder()};
   deps.folders = {platform::DesktopFolder(), platform::TemporaryFolder()};
-  deps.write = WriteReport;
+  deps.files = &files;
   deps.open = ShowFile;
   return deps;
+}
+
+void ShowFile(const std::wstring& path) {
+  SHELLEXECUTEINFOW info{};
+  info.cbSize = sizeof(info);
+  info.fMask = SEE_MASK_NOASYNC | SEE_MASK_FLAG_NO_UI;  // this process or thread may end next
+  info.lpVerb = L"open";
+  info.lpFile = path.c_str();
+  info.nShow = SW_SHOWNORMAL;
+  // What the file's kind is registered with may be a COM object.
+  const HRESULT entered =
+      ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+  ::ShellExecuteExW(&info);
+  if (SUCCEEDED(entered)) ::CoUninitialize();
 }
 
 }  // namespace checks

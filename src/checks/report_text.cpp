@@ -1,9 +1,8 @@
-#include "checks/report_text.h"
-
 #include <algorithm>
 #include <array>
 #include <cwchar>
 
+#include "checks/check_report.h"
 #include "text/strings.h"
 #include "text/utf8.h"
 
@@ -27,11 +26,11 @@ const VerdictWords& WordsOf(Verdict verdict) {
   return kVerdicts[static_cast<std::size_t>(verdict)];
 }
 
-template <typename... Numbers>
-std::wstring Format(const wchar_t* format, Numbers... numbers) {
+std::wstring ReadableTime(const platform::LocalTime& time) {
   std::array<wchar_t, 64> buffer{};
-  const int lengthUnits = std::swprintf(buffer.data(), buffer.size(), format, numbers...);
-  return lengthUnits > 0 ? std::wstring(buffer.data()) : std::wstring();
+  std::swprintf(buffer.data(), buffer.size(), L"%04d-%02d-%02d %02d:%02d:%02d", time.year,
+                time.month, time.day, time.hour, time.minute, time.second);
+  return buffer.data();
 }
 
 std::wstring Id(const Finding& finding) {
@@ -95,18 +94,11 @@ void AddLog(const LogTail& log, Lines& report) {
 
 }  // namespace
 
-std::wstring FileTime(const platform::LocalTime& time) {
-  return Format(L"%04d%02d%02d_%02d%02d%02d", time.year, time.month, time.day, time.hour,
-                time.minute, time.second);
-}
-
 std::wstring ReportText(const std::wstring& version, const platform::LocalTime& time,
                         const std::vector<Finding>& findings, const LogTail& log) {
   Lines report;
   report.Add(kTitle);
-  report.Add(L"版本 " + version + L"，" +
-             Format(L"%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
-                    time.minute, time.second));
+  report.Add(L"版本 " + version + L"，" + ReadableTime(time));
   report.Add(kAbout);
   report.Add(L"");
   AddSummary(findings, report);

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "checks/finding.h"
+#include "checks/check.h"
 #include "tunnel/relay/udp_datagram.h"
 
 // Whether the central service can be reached, and agrees about the time. None of them asks for a

@@ -63,7 +63,7 @@ Entries Split(std::wstring_view list) {
 }
 
 // Whether the list was written.
-bool AddTo(const ProxyOverrideStore& store, const Entries& entries, ProxyNote& note) {
+bool AddTo(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) {
   const platform::MutexLock held(note.lock);
   const std::optional<std::wstring> text = store.read();
   if (!text) return false;
@@ -78,7 +78,7 @@ bool AddTo(const ProxyOverrideStore& store, const Entries& entries, ProxyNote& n
 }
 
 // Whether the list was written.
-bool RemoveFrom(const ProxyOverrideStore& store, const Entries& entries, ProxyNote& note) {
+bool RemoveFrom(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) {
   const platform::MutexLock held(note.lock);
   const std::optional<std::wstring> text = store.read();
   if (!text) return false;
@@ -91,7 +91,7 @@ bool RemoveFrom(const ProxyOverrideStore& store, const Entries& entries, ProxyNo
 }
 
 // The entries that were taken off, one copy of each: the last, as new ones are appended.
-Entries TakeOff(const ProxyOverrideStore& store, const Entries& entries, ProxyNote& note) {
+Entries TakeOff(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) {
   const platform::MutexLock held(note.lock);
   const std::optional<std::wstring> text = store.read();
   if (!text) return {};
@@ -110,16 +110,16 @@ Entries TakeOff(const ProxyOverrideStore& store, const Entries& entries, ProxyNo
   return takenOff;
 }
 
-void Add(const Entries& entries, const ProxyOverrideStore& store, ProxyNote& note) {
+void Add(const Entries& entries, const ProxyListDeps& store, ProxyNote& note) {
   if (AddTo(store, entries, note)) store.tell();
-  for (const ProxyOverrideStore& other : store.others) Add(entries, other, note);
+  for (const ProxyListDeps& other : store.others) Add(entries, other, note);
 }
 
 // Whether a list has changed.
-bool Remove(const Entries& entries, const ProxyOverrideStore& store, ProxyNote& note) {
+bool Remove(const Entries& entries, const ProxyListDeps& store, ProxyNote& note) {
   bool changed = RemoveFrom(store, entries, note);
   if (changed) store.tell();
-  for (const ProxyOverrideStore& other : store.others) changed |= Remove(entries, other, note);
+  for (const ProxyListDeps& other : store.others) changed |= Remove(entries, other, note);
   return changed;
 }
 
@@ -143,23 +143,23 @@ Entries BypassEntriesForRoutes(const std::vector<std::wstring>& routes) {
   return entries;
 }
 
-std::wstring AddProxyBypass(const std::vector<std::wstring>& routes,
-                            const ProxyOverrideStore& store, ProxyNote& note) {
+std::wstring AddProxyBypass(const std::vector<std::wstring>& routes, const ProxyListDeps& store,
+                            ProxyNote& note) {
   const Entries entries = BypassEntriesForRoutes(routes);
   if (entries.empty()) return {};
   Add(entries, store, note);
   return kAdded + text::Join(entries, kSeparator);
 }
 
-std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes,
-                               const ProxyOverrideStore& store, ProxyNote& note) {
+std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes, const ProxyListDeps& store,
+                               ProxyNote& note) {
   const Entries entries = BypassEntriesForRoutes(routes);
   if (entries.empty() || !Remove(entries, store, note)) return {};
   return kRemoved + text::Join(entries, kSeparator);
 }
 
 std::wstring TakeOffLeftovers(
-    ProxyNote& note, const std::function<ProxyOverrideStore(const std::wstring& user)>& listOf) {
+    ProxyNote& note, const std::function<ProxyListDeps(const std::wstring& user)>& listOf) {
   std::vector<NotedList> lists;
   {
     const platform::MutexLock held(note.lock);
@@ -167,7 +167,7 @@ std::wstring TakeOffLeftovers(
   }
   Entries all;
   for (const NotedList& noted : lists) {
-    const ProxyOverrideStore store = listOf(noted.user);
+    const ProxyListDeps store = listOf(noted.user);
     const Entries takenOff = TakeOff(store, noted.entries, note);
     if (takenOff.empty()) continue;
     store.tell();

@@ -5,33 +5,29 @@
 #include "platform/path.h"
 
 namespace platform {
-namespace {
 
-class ComputerFiles final : public FileDeps {
- public:
-  FileContent Read(const std::wstring& path) override {
-    std::optional<std::string> bytes = ReadFileBytes(path);
-    const bool exists = bytes || IsFile(path);
-    return {exists, std::move(bytes)};
-  }
+FileContent ComputerFiles::Read(const std::wstring& path) {
+  std::optional<std::string> bytes = ReadFileBytes(path);
+  const bool exists = bytes || IsFile(path);
+  return {exists, std::move(bytes)};
+}
 
-  std::wstring Write(const std::wstring& path, const std::string& bytes) override {
-    CreateFolders(ParentFolder(path));
-    return FailureReason(WriteFileDurably(path, bytes));
-  }
+std::wstring ComputerFiles::Write(const std::wstring& path, const std::string& bytes) {
+  CreateFolders(ParentFolder(path));
+  return FailureReason(WriteFileDurably(path, bytes));
+}
 
-  void Delete(const std::wstring& path) override { DeleteFileAt(path); }
+void ComputerFiles::Delete(const std::wstring& path) {
+  DeleteFileAt(path);
+}
 
-  std::vector<std::wstring> ListFolders(const std::wstring& folder) override {
-    return platform::ListFolders(folder);
-  }
+std::vector<std::wstring> ComputerFiles::ListFolders(const std::wstring& folder) {
+  return platform::ListFolders(folder);
+}
 
-  std::vector<std::wstring> ListFiles(const std::wstring& folder) override {
-    return platform::ListFiles(folder);
-  }
-};
-
-}  // namespace
+std::vector<std::wstring> ComputerFiles::ListFiles(const std::wstring& folder) {
+  return platform::ListFiles(folder);
+}
 
 FileDeps& RealFiles() {
   // Never destroyed: a detached thread may still write when the process ends.

@@ -73,6 +73,15 @@ class FileDeps {
   virtual std::vector<std::wstring> ListFiles(const std::wstring& folder) = 0;
 };
 
+class ComputerFiles : public FileDeps {
+ public:
+  FileContent Read(const std::wstring& path) override;
+  std::wstring Write(const std::wstring& path, const std::string& bytes) override;
+  void Delete(const std::wstring& path) override;
+  std::vector<std::wstring> ListFolders(const std::wstring& folder) override;
+  std::vector<std::wstring> ListFiles(const std::wstring& folder) override;
+};
+
 // This computer's files. Lives as long as the process.
 FileDeps& RealFiles();
 

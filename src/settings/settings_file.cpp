@@ -1,6 +1,8 @@
 #include "settings/settings_file.h"
 
 #include <algorithm>
+#include <array>
+#include <cwchar>
 #include <stdexcept>
 #include <utility>
 
@@ -172,6 +174,13 @@ std::wstring SettingsFile::WriteFile(const std::wstring& path, const std::string
   if (!reason.empty()) return reason + L"（" + path + L"）";
   unconfirmed_.erase(path);
   return {};
+}
+
+std::wstring FileTime(const platform::LocalTime& time) {
+  std::array<wchar_t, 64> text{};
+  std::swprintf(text.data(), text.size(), L"%04d%02d%02d_%02d%02d%02d", time.year, time.month,
+                time.day, time.hour, time.minute, time.second);
+  return text.data();
 }
 
 std::wstring RuntimeFolderBelow(std::wstring_view localAppData, std::wstring_view temporary) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/computer.h"
 #include "platform/files.h"
 #include "settings/settings.h"
 
@@ -61,6 +62,9 @@ class SettingsFile {
   platform::FileDeps& files_;
   std::wstring (*time_)();
 };
+
+// "20260315_094102", as file names have it.
+std::wstring FileTime(const platform::LocalTime& time);
 
 // Roaming application data \ Velmarine \ Client.settings.json. Windows only.
 std::wstring SettingsFilePath();

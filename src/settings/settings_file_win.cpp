@@ -1,6 +1,3 @@
-#include <array>
-#include <cwchar>
-
 #include "platform/computer.h"
 #include "platform/path.h"
 #include "settings/settings_file.h"
@@ -8,12 +5,8 @@
 namespace settings {
 namespace {
 
-std::wstring FileTime() {
-  const platform::LocalTime now = platform::LocalTimeNow();
-  std::array<wchar_t, 32> time{};
-  std::swprintf(time.data(), time.size(), L"%04d%02d%02d_%02d%02d%02d", now.year, now.month,
-                now.day, now.hour, now.minute, now.second);
-  return time.data();
+std::wstring FileTimeNow() {
+  return FileTime(platform::LocalTimeNow());
 }
 
 }  // namespace
@@ -23,7 +16,7 @@ std::wstring SettingsFilePath() {
 }
 
 SettingsFile RealSettingsFile() {
-  return SettingsFile(SettingsFilePath(), platform::RealFiles(), FileTime);
+  return SettingsFile(SettingsFilePath(), platform::RealFiles(), FileTimeNow);
 }
 
 std::wstring RuntimeFolder() {

@@ -3,10 +3,27 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
+#include "text/case_fold_table.h"
 #include "text/utf8.h"
 
 namespace text {
+namespace {
+
+// A table of our own: the C library's follows the process's locale and differs between systems.
+static_assert(std::ranges::is_sorted(kCaseRanges, {}, &CaseRange::first));
+
+wchar_t FoldUnit(wchar_t unit) {
+  const auto value = static_cast<std::uint32_t>(unit);
+  if (value < 0x80) return value >= 'A' && value <= 'Z' ? static_cast<wchar_t>(value + 32) : unit;
+  const auto after = std::ranges::upper_bound(kCaseRanges, value, {}, &CaseRange::first);
+  const CaseRange& range = *std::prev(after);  // the first one begins below 0x80
+  if (value > range.last || (value - range.first) % range.step != 0) return unit;
+  return static_cast<wchar_t>((value + range.distance) & 0xFFFF);
+}
+
+}  // namespace
 
 bool IsSpace(wchar_t unit) noexcept {
   const auto value = static_cast<std::uint32_t>(unit);
@@ -30,6 +47,17 @@ std::wstring Trim(std::wstring_view value) {
   const auto first = std::find_if_not(value.begin(), value.end(), IsSpace);
   const auto last = std::find_if_not(value.rbegin(), value.rend(), IsSpace).base();
   return first < last ? std::wstring(first, last) : std::wstring();
+}
+
+std::wstring FoldCase(std::wstring_view value) {
+  std::wstring folded(value);
+  std::transform(folded.begin(), folded.end(), folded.begin(), FoldUnit);
+  return folded;
+}
+
+bool EqualsIgnoreCase(std::wstring_view left, std::wstring_view right) {
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [](wchar_t a, wchar_t b) { return FoldUnit(a) == FoldUnit(b); });
 }
 
 std::vector<std::wstring> SplitLines(std::wstring_view value) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "checks/check_report.h"
+#include "platform/memory_files.h"
 #include "text/strings.h"
 #include "text/utf8.h"
 
@@ -22,33 +23,39 @@ Outcome Broken() {
   return outcome;
 }
 
+// Refuses reports at some paths and collects the others.
+class ReportFiles : public platform::MemoryFiles {
+ public:
+  std::wstring Write(const std::wstring& path, const std::string& bytes) override {
+    if (const auto refusal = refused.find(path); refusal != refused.end()) return refusal->second;
+    reports[path] = bytes;
+    return {};
+  }
+
+  std::map<std::wstring, std::wstring> refused;
+  std::map<std::wstring, std::string> reports;
+};
+
 class Reports : public testing::Test {
  protected:
   Reports() {
     deps_.version = L"1.0.4";
-    deps_.makeChecks = [] {
-      return std::vector<Check>{{"good", L"好的", "It is good.", [] { return Outcome(); }},
-                                {"bad", L"坏的", "It is well.", Broken}};
-    };
-    deps_.now = [] { return platform::LocalTime{2026, 3, 15, 9, 41, 2}; };
-    deps_.secretTexts = [] {
-      return std::vector<std::wstring>{L"{\"deviceSecret\":\"geheim 1\"}"};
-    };
-    deps_.readLog = [] { return LogTail{{L"C:\\x.log"}, {L"[09:00:00] mit Geheim 1"}}; };
+    deps_.checks = {{"good", L"好的", "It is good.", [] { return Outcome(); }},
+                    {"bad", L"坏的", "It is well.", Broken}};
+    deps_.time = {2026, 3, 15, 9, 41, 2};
+    files_.files = {{L"C:\\S\\Client.settings.json", "{\"deviceSecret\":\"geheim 1\"}"},
+                    {L"C:\\x.log", "[09:00:00] mit Geheim 1"}};
+    deps_.settingsFolder = L"C:\\S";
+    deps_.logPath = L"C:\\x.log";
     deps_.folders = {L"C:\\Desktop", L"C:\\Temp"};
-    deps_.write = [this](const std::wstring& path, const std::string& bytes) {
-      if (const auto refusal = refused_.find(path); refusal != refused_.end()) {
-        return refusal->second;
-      }
-      written_[path] = bytes;
-      return std::wstring();
-    };
+    deps_.files = &files_;
     deps_.open = [this](const std::wstring& path) { opened_.push_back(path); };
   }
 
+  ReportFiles files_;
+  std::map<std::wstring, std::wstring>& refused_ = files_.refused;
+  std::map<std::wstring, std::string>& written_ = files_.reports;
   ReportDeps deps_;
-  std::map<std::wstring, std::wstring> refused_;
-  std::map<std::wstring, std::string> written_;
   std::vector<std::wstring> opened_;
 };
 
@@ -109,21 +116,16 @@ TEST_F(Reports, SayEverythingAndNoSecret) {
 using Names = std::vector<std::wstring>;
 
 TEST(LogFiles, AreTheNewestByTheirNames) {
-  const std::map<std::wstring, Names> folders = {{L"C:\\w\\Log", {L"202602", L"202603", L"other"}},
-                                                 {L"C:\\p\\Log", {L"202603"}}};
-  const std::map<std::wstring, Names> files = {
-      {L"C:\\w\\Log\\202602", {L"20260228_100000.log"}},
-      {L"C:\\w\\Log\\202603", {L"20260301_100000.log", L"20260303_100000.txt", L"notes.log"}},
-      {L"C:\\p\\Log\\202603", {L"20260302_100000.log", L"20260301_110000.LOG"}},
-      {L"C:\\w\\Log\\other", {L"20270101_000000.log"}}};
-  const auto listOf = [](const std::map<std::wstring, Names>& all) {
-    return [&all](const std::wstring& folder) {
-      const auto found = all.find(folder);
-      return found == all.end() ? Names() : found->second;
-    };
-  };
+  platform::MemoryFiles files;
+  for (const wchar_t* const path :
+       {L"C:\\w\\Log\\202602\\20260228_100000.log", L"C:\\w\\Log\\202603\\20260301_100000.log",
+        L"C:\\w\\Log\\202603\\20260303_100000.txt", L"C:\\w\\Log\\202603\\notes.log",
+        L"C:\\w\\Log\\other\\20270101_000000.log", L"C:\\p\\Log\\202603\\20260302_100000.log",
+        L"C:\\p\\Log\\202603\\20260301_110000.LOG"}) {
+    files.files[path] = "";
+  }
   EXPECT_EQ(
-      FindLogFiles({L"C:\\w", L"C:\\p", L""}, {listOf(folders), listOf(files)}),
+      FindLogFiles({L"C:\\w", L"C:\\p", L""}, files),
       (Names{L"C:\\p\\Log\\202603\\20260302_100000.log", L"C:\\p\\Log\\202603\\20260301_110000.LOG",
              L"C:\\w\\Log\\202603\\20260301_100000.log"}));
 }
@@ -135,22 +137,18 @@ std::string NumberedLines(int first, int count) {
 }
 
 TEST(LogTails, HoldTheLastLinesOfTheNewestAndThenOfOlderOnes) {
-  const std::map<std::wstring, std::string> files = {{L"new", NumberedLines(1000, 250)},
-                                                     {L"old", NumberedLines(0, 400)},
-                                                     {L"oldest", NumberedLines(0, 9)}};
-  const auto read = [&files](const std::wstring& path) -> std::optional<std::string> {
-    const auto found = files.find(path);
-    if (found == files.end()) return std::nullopt;
-    return found->second;
-  };
-  const LogTail tail = ReadLogTail({L"gone", L"new", L"old", L"oldest"}, read);
+  platform::MemoryFiles files;
+  files.files = {{L"new", NumberedLines(1000, 250)},
+                 {L"old", NumberedLines(0, 400)},
+                 {L"oldest", NumberedLines(0, 9)}};
+  const LogTail tail = ReadLogTail({L"gone", L"new", L"old", L"oldest"}, files);
   EXPECT_EQ(tail.paths, (Names{L"new", L"old"}));
   ASSERT_EQ(tail.lines.size(), kLogLines);
   EXPECT_EQ(tail.lines.front(), L"350");
   EXPECT_EQ(tail.lines[49], L"399");
   EXPECT_EQ(tail.lines[50], L"1000");
   EXPECT_EQ(tail.lines.back(), L"1249");
-  EXPECT_TRUE(ReadLogTail({L"gone"}, read).paths.empty());
+  EXPECT_TRUE(ReadLogTail({L"gone"}, files).paths.empty());
 }
 
 }  // namespace

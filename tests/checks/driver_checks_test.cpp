@@ -25,11 +25,8 @@ using Texts = std::vector<std::wstring>;
 class DriverChecks : public testing::Test {
  protected:
   DriverChecks() {
-    deps_.holdFiles = [this]() -> std::shared_ptr<void> {
-      return filesAreOwn_ ? std::make_shared<int>(0) : nullptr;
-    };
+    deps_.heldFiles = std::make_shared<int>(0);
     deps_.load = [this] { return driver_.Api(); };
-    deps_.isServiceThere = [this] { return isServiceThere_; };
     deps_.isClientRunning = [this] { return isClientRunning_; };
     deps_.runHidden = [this](const std::wstring& command, std::chrono::milliseconds) {
       EXPECT_EQ(driver_.OpenHandles(), 0u) << "the service is stopped behind the closing";
@@ -44,8 +41,6 @@ class DriverChecks : public testing::Test {
   }
 
   tunnel::FakeDriver driver_;
-  bool filesAreOwn_ = true;
-  bool isServiceThere_ = false;
   bool isClientRunning_ = false;
   Texts commands_;
   DriverDeps deps_;
@@ -75,16 +70,16 @@ TEST_F(DriverChecks, TakeAServiceAwayThatWasNotThere) {
 }
 
 TEST_F(DriverChecks, LeaveAServiceThatWasThereOrThatAClientUses) {
-  isServiceThere_ = true;
+  deps_.wasServiceThere = true;
   CheckDriverOpens(deps_);
-  isServiceThere_ = false;
+  deps_.wasServiceThere = false;
   isClientRunning_ = true;
   CheckDriverOpens(deps_);
   EXPECT_EQ(commands_, Texts{});
 }
 
 TEST_F(DriverChecks, DoNotLoadOtherFiles) {
-  filesAreOwn_ = false;
+  deps_.heldFiles = nullptr;
   const Texts note{L"提示 没有试：运行目录里没有本程序自带的驱动文件"};
   EXPECT_EQ(ProblemsOf(CheckDriverOpens(deps_)), note);
   EXPECT_EQ(ProblemsOf(CheckDriverSums(deps_)), note);

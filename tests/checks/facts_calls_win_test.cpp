@@ -8,9 +8,8 @@
 
 #include "checks/computer_checks.h"
 #include "checks/network_checks.h"
-#include "checks/power_checks.h"
+#include "checks/real_checks.h"
 #include "checks/service_checks.h"
-#include "checks/show_file_win.h"
 #include "checks/system_services.h"
 #include "platform/scratch_folder.h"
 #include "text/utf8.h"

@@ -7,7 +7,6 @@
 #include "checks/client_checks.h"
 #include "checks/computer_checks.h"
 #include "checks/network_checks.h"
-#include "checks/power_checks.h"
 
 namespace checks {
 namespace {

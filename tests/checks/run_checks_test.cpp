@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "checks/run_checks.h"
+#include "checks/check.h"
 
 namespace checks {
 namespace {

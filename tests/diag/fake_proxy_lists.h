@@ -38,7 +38,7 @@ struct FakeList {
   bool readable = true;
   bool writable = true;
 
-  ProxyOverrideStore Store(const std::wstring& user = {}) {
+  ProxyListDeps Store(const std::wstring& user = {}) {
     return {[this] { return readable ? std::optional(list) : std::nullopt; },
             [this](const std::wstring& written) {
               ++writes;

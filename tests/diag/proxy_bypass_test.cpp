@@ -133,16 +133,16 @@ class ProxyBypass : public testing::Test {
   std::wstring list_;
   int reads_ = 0;
   int writes_ = 0;
-  const ProxyOverrideStore store_ = {[this] {
-                                       ++reads_;
-                                       return list_;
-                                     },
-                                     [this](const std::wstring& list) {
-                                       ++writes_;
-                                       list_ = list;
-                                       return true;
-                                     },
-                                     [] {}};
+  const ProxyListDeps store_ = {[this] {
+                                  ++reads_;
+                                  return list_;
+                                },
+                                [this](const std::wstring& list) {
+                                  ++writes_;
+                                  list_ = list;
+                                  return true;
+                                },
+                                [] {}};
   MemoryNote memory_;
   ProxyNote note_{L"Client.proxy.json", memory_};
 };
@@ -244,7 +244,7 @@ class ProxyBypassOfTwoUsers : public testing::Test {
 TEST_F(ProxyBypassOfTwoUsers, EachListIsEditedByItself) {
   FakeList own{L"localhost"};
   FakeList desktop{L"10.1.*;intranet"};
-  ProxyOverrideStore store = own.Store();
+  ProxyListDeps store = own.Store();
   store.others.push_back(desktop.Store());
   const Entries routes = {L"10.1.0.0/16", L"192.168.5.0/24"};
   EXPECT_EQ(AddProxyBypass(routes, store, note_), L"已加入系统代理旁路：10.1.*;192.168.5.*");
@@ -264,7 +264,7 @@ TEST_F(ProxyBypassOfTwoUsers, EachListIsEditedByItself) {
 TEST_F(ProxyBypassOfTwoUsers, AListThatCannotBeReadIsLeftAloneAndTheOtherEdited) {
   FakeList own{L"localhost"};
   FakeList desktop{L"intranet"};
-  ProxyOverrideStore store = own.Store();
+  ProxyListDeps store = own.Store();
   store.read = [] { return std::nullopt; };
   store.others.push_back(desktop.Store());
   EXPECT_EQ(AddProxyBypass({L"10.1.0.0/16"}, store, note_), L"已加入系统代理旁路：10.1.*");
@@ -278,7 +278,7 @@ TEST_F(ProxyBypassOfTwoUsers, AListThatCannotBeReadIsLeftAloneAndTheOtherEdited)
 TEST_F(ProxyBypassOfTwoUsers, AChangeOfTheOtherListAloneIsReported) {
   FakeList own{L"localhost"};
   FakeList desktop{L"10.1.*"};
-  ProxyOverrideStore store = own.Store();
+  ProxyListDeps store = own.Store();
   store.others.push_back(desktop.Store());
   EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, store, note_), L"已移除系统代理旁路：10.1.*");
   EXPECT_EQ(own.writes, 0);

@@ -97,7 +97,7 @@ class ProxyLeftovers : public ProxyNoteTest {
 
   FakeList own_{L"localhost;10.1.*"};
   FakeList desktop_{L"intranet"};
-  ProxyOverrideStore stores_ = own_.Store();
+  ProxyListDeps stores_ = own_.Store();
 };
 
 const Entries kLeftRoutes = {L"10.1.0.0/16", L"192.168.5.0/24"};
@@ -191,7 +191,7 @@ TEST_F(ProxyLeftovers, AreGoneWhicheverStepTheProgramWasKilledBefore) {
       if (left-- == 0) throw EndedHere();
     };
     memory_.onStep = live;
-    ProxyOverrideStore store = own_.Store();
+    ProxyListDeps store = own_.Store();
     store.write = [live, write = store.write](const std::wstring& list) {
       live();
       const bool written = write(list);

@@ -57,8 +57,8 @@ class ProxyOverrideCalls : public testing::Test {
  protected:
   ProxyOverrideCalls() { StandIn(calls_, REG_SZ); }
 
-  const ProxyOverrideStore own_ = RealProxyOverride();
-  const ProxyOverrideStore his_ = ProxyOverrideOf(kSid);
+  const ProxyListDeps own_ = RealProxyOverride();
+  const ProxyListDeps his_ = ProxyOverrideOf(kSid);
   MemoryNote memory_;
   ProxyNote note_{L"Client.proxy.json", memory_};
   Calls calls_;
@@ -143,14 +143,14 @@ TEST_F(ProxyOverrideCalls, WriteTheListOfAnotherUser) {
 }
 
 // What a failure leaves unknown, nobody may take for an empty list.
-std::string ReadOf(const ProxyOverrideStore& store) {
+std::string ReadOf(const ProxyListDeps& store) {
   const std::optional<std::wstring> list = store.read();
   return list ? "\"" + text::ToUtf8(*list) + "\"" : "unknown";
 }
 
 TEST(ProxyOverrideFailures, LeaveTheListUnknown) {
   const auto prepare = [](Calls& calls) { StandIn(calls, REG_EXPAND_SZ); };
-  const ProxyOverrideStore his = ProxyOverrideOf(kSid);
+  const ProxyListDeps his = ProxyOverrideOf(kSid);
   EXPECT_EQ(EachFailure([&his] { return ReadOf(his); }, ERROR_ACCESS_DENIED, prepare),
             "all well: \"a;b\"\n"
             "RegOpenKeyExW: unknown\nRegOpenKeyExW: unknown\n"
@@ -160,7 +160,7 @@ TEST(ProxyOverrideFailures, LeaveTheListUnknown) {
 
 TEST(ProxyOverrideFailures, AreAnEmptyListWhereKeyOrValueIsMissing) {
   const auto prepare = [](Calls& calls) { StandIn(calls, REG_SZ); };
-  const ProxyOverrideStore own = RealProxyOverride();
+  const ProxyListDeps own = RealProxyOverride();
   EXPECT_EQ(EachFailure([&own] { return ReadOf(own); }, ERROR_FILE_NOT_FOUND, prepare),
             "all well: \"a;b\"\nRegOpenKeyExW: \"\"\n"
             "RegQueryValueExW: \"\"\nRegQueryValueExW: \"\"\nRegCloseKey: \"a;b\"\n");
@@ -221,10 +221,10 @@ TEST_F(ProxyOverrideCalls, WriteNothingOverAListThatCannotBeRead) {
 
 TEST(ProxyOverrideFailures, OfWritingAreToldByItsResult) {
   const auto prepare = [](Calls& calls) { StandIn(calls, REG_SZ); };
-  const auto write = [](const ProxyOverrideStore& store) {
+  const auto write = [](const ProxyListDeps& store) {
     return std::string(store.write(L"a;b") ? "written" : "not written");
   };
-  const ProxyOverrideStore his = ProxyOverrideOf(kSid);
+  const ProxyListDeps his = ProxyOverrideOf(kSid);
   EXPECT_EQ(EachFailure([&] { return write(his); }, ERROR_ACCESS_DENIED, prepare),
             "all well: written\nRegOpenKeyExW: not written\nRegCreateKeyExW: not written\n"
             "RegSetValueExW: not written\nRegCloseKey: written\nRegCloseKey: written\n");

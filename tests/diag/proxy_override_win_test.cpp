@@ -73,7 +73,7 @@ class ProxyOverride : public testing::Test {
   }
   void Delete() const { ::RegDeleteValueW(key_.Get(), kValue); }
 
-  const ProxyOverrideStore store_ = RealProxyOverride();
+  const ProxyListDeps store_ = RealProxyOverride();
   MemoryNote memory_;
   ProxyNote note_{L"Client.proxy.json", memory_};
 
@@ -196,7 +196,7 @@ TEST_F(ProxyOverride, IsSilentWhenItCannotBeWritten) {
 
 // Reached by its user's id as it would be for the desktop's user: only one user is signed in here.
 TEST_F(ProxyOverride, OfAUserIsReachedByHisId) {
-  const ProxyOverrideStore his = ProxyOverrideOf(platform::RealDesktopUserPorts(0).ownSid());
+  const ProxyListDeps his = ProxyOverrideOf(platform::RealDesktopUserPorts(0).ownSid());
   store_.write(L"localhost");
   EXPECT_EQ(his.read(), L"localhost");
   AddProxyBypass({L"10.1.0.0/16"}, his, note_);
@@ -208,7 +208,7 @@ TEST_F(ProxyOverride, OfAUserIsReachedByHisId) {
 
 TEST_F(ProxyOverride, OfAUserWhoIsNotSignedInIsNeitherReadNorMade) {
   constexpr wchar_t kNobody[] = L"S-1-5-21-0-0-0-12345";
-  const ProxyOverrideStore his = ProxyOverrideOf(kNobody);
+  const ProxyListDeps his = ProxyOverrideOf(kNobody);
   his.write(L"10.1.*");
   EXPECT_EQ(his.read(), std::nullopt);
   HKEY key = nullptr;

@@ -1,4 +1,4 @@
-#include "checks/run_checks.h"
+#include "checks/check.h"
 
 #include <exception>
 #include <memory>

@@ -8,6 +8,8 @@
 #include "platform/desktop_user.h"
 #include "platform/detached_thread.h"
 #include "platform/handles_win.h"
+#include "platform/path.h"
+#include "settings/settings_file.h"
 
 namespace diag {
 namespace {
@@ -83,8 +85,8 @@ platform::RegistryKey RootOf(const std::wstring& sid) {
   return platform::RegistryKey(status == ERROR_SUCCESS ? opened : nullptr);
 }
 
-ProxyOverrideStore OwnProxyOverride() {
-  ProxyOverrideStore store;
+ProxyListDeps OwnProxyOverride() {
+  ProxyListDeps store;
   store.read = [] { return ReadProxyOverride(HKEY_CURRENT_USER); };
   store.write = [](const std::wstring& text) {
     return WriteProxyOverride(HKEY_CURRENT_USER, text);
@@ -95,16 +97,16 @@ ProxyOverrideStore OwnProxyOverride() {
 
 }  // namespace
 
-ProxyOverrideStore RealProxyOverride() {
-  ProxyOverrideStore store = OwnProxyOverride();
+ProxyListDeps RealProxyOverride() {
+  ProxyListDeps store = OwnProxyOverride();
   if (const auto user = platform::OtherDesktopUser()) {
     store.others.push_back(ProxyOverrideOf(user->sid));
   }
   return store;
 }
 
-ProxyOverrideStore ProxyOverrideOf(const std::wstring& sid) {
-  ProxyOverrideStore store;
+ProxyListDeps ProxyOverrideOf(const std::wstring& sid) {
+  ProxyListDeps store;
   store.user = sid;
   store.read = [sid] {
     const platform::RegistryKey root = RootOf(sid);
@@ -118,8 +120,8 @@ ProxyOverrideStore ProxyOverrideOf(const std::wstring& sid) {
   return store;
 }
 
-ProxyOverrideStore LeftoverProxyOverride(const std::wstring& user) {
-  ProxyOverrideStore store = user.empty() ? OwnProxyOverride() : ProxyOverrideOf(user);
+ProxyListDeps LeftoverProxyOverride(const std::wstring& user) {
+  ProxyListDeps store = user.empty() ? OwnProxyOverride() : ProxyOverrideOf(user);
   store.tell = [] {
     try {
       platform::StartDetached(TellSettingChange);
@@ -127,6 +129,15 @@ ProxyOverrideStore LeftoverProxyOverride(const std::wstring& user) {
     }
   };
   return store;
+}
+
+// Never destroyed: the end of the session may still be at it when the process ends.
+ProxyNote& RealProxyNote() {
+  static ProxyNote& note =
+      *new ProxyNote(platform::JoinPath(platform::ParentFolder(settings::SettingsFilePath()),
+                                        L"Client.proxy.json"),
+                     platform::RealFiles());
+  return note;
 }
 
 }  // namespace diag
