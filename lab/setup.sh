@@ -1,5 +1,5 @@
-# Sourced by demo, test, bench and check: what a fresh Debian 12 needs before anything can run.
-# Every function says what it does and stops the command when it cannot.
+# Sourced by demo, test, bench and check: installs everything that a fresh Debian 12 needs.
+# Every function prints what it does and ends the command on failure.
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export LC_ALL=C.UTF-8
@@ -17,8 +17,8 @@ need_namespaces() {
   [ -c /dev/net/tun ] || fail "This command needs /dev/net/tun."
 }
 
-# Compiles the one npm package with a native part: lab/.npmrc keeps the scripts of all packages from
-# running. Node.js brings its own headers where its program is not Debian's, whose node-gyp knows the place.
+# Compiles the one npm package with a native part, because lab/.npmrc disables all install scripts. Debian's node-gyp
+# finds the headers of Debian's Node.js; any other Node.js brings its own.
 compile_snap7() {
   local prefix
   prefix=$(node -p "path.resolve(process.execPath, '../..')")
@@ -28,7 +28,7 @@ compile_snap7() {
   [ -f "$repo/lab/node_modules/node-snap7/build/Release/node_snap7.node" ] || fail "node-snap7 has no native part."
 }
 
-# Runs COMMAND..., which installs packages, without the servers among them starting: the lab starts its own.
+# Runs COMMAND..., which installs packages, but keeps installed servers from starting: the lab starts its own.
 without_starting() {
   local policy=/usr/sbin/policy-rc.d made='' code=0
   if [ ! -e "$policy" ]; then
@@ -41,7 +41,7 @@ without_starting() {
   return "$code"
 }
 
-# leave_off PACKAGE...: nor do those of them start at the next boot that were installed for the lab alone.
+# leave_off PACKAGE...: keeps servers that were installed only for the lab from starting at the next boot.
 leave_off() {
   [ -d /run/systemd/system ] || return 0
   local name
@@ -53,8 +53,8 @@ leave_off() {
   done
 }
 
-# install_packages [LIST...]: what is missing from lab/packages.txt and those lists, and the npm packages of
-# lab/package.json.
+# install_packages [LIST...]: installs the missing packages of lab/packages.txt and those lists, and the npm packages
+# of lab/package.json.
 install_packages() {
   local missing=() name
   while read -r name; do
@@ -81,7 +81,7 @@ install_packages() {
   fi
 }
 
-# What only ./test judges needs: a Java of 190 MB and npm packages of 210.
+# For ./test judges only: Java (190 MB) and npm packages (210 MB).
 install_judges() {
   if ! command -v java >/dev/null; then
     need_root

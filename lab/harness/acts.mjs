@@ -1,5 +1,5 @@
-// What an engineer does besides while a job runs: switches the discovery mode, saves a profile, loads one. The
-// page does it itself, so that a round costs one call and each click sends the form that the page holds then.
+// An engineer's actions while a job runs: switching the discovery mode, saving a profile, loading one. They run inside
+// the page, so that a round costs one call and each click sends the page's current form.
 import { setTimeout as sleep } from 'node:timers/promises';
 
 const kAnswerMs = 15_000;
@@ -9,9 +9,9 @@ const kLongestJobMs = 2_000;
 const kMostActs = 3;
 
 /**
- * Runs in the page. Clicks `button`, which starts a job, and does each of `acts` at its time, one after the
- * other: {afterMs, act: 'discovery' | 'save' | 'load', name, key}. Gives, once the job has ended and
- * each act was answered by its log line, what the page shows and what went wrong.
+ * Runs in the page. Clicks `button`, which starts a job, and performs each of `acts` at its time, one after the
+ * other: {afterMs, act: 'discovery' | 'save' | 'load', name, key}. Once the job has ended and each act has its log
+ * line, returns the page's state and the errors seen.
  */
 async function roundInPage({ button, acts, answerMs }) {
   const find = (selector) => document.querySelector(selector);
@@ -49,8 +49,8 @@ async function roundInPage({ button, acts, answerMs }) {
   chrome.webview.addEventListener('message', hear);
   const started = performance.now();
   let tookMs = 0;
-  // What the page sends of its switch counts. A form from before that may still be under way to the page; one behind
-  // the answer must not differ.
+  // The switch as the page sends it counts. An older form may still be on its way to the page; one that follows the
+  // answer must match.
   let sentOn = isOn();
   let answered = 0;
   const applied = () => heard.slice(answered).filter(({ t }) => t === 'apply').at(-1)?.fields;
@@ -85,7 +85,7 @@ async function roundInPage({ button, acts, answerMs }) {
   };
 }
 
-/** An engineer whose acts are chosen by `random`; what does not stay done is in `wrong`: {round, done, text}. */
+/** An engineer whose acts are chosen by `random`. Acts that had no lasting effect are in `wrong`: {round, done, text}. */
 export class Engineer {
   #lab;
   #random;
@@ -93,7 +93,7 @@ export class Engineer {
   #lastForm = null;
   rounds = 0;
   acts = 0;
-  /** Keys of profiles that were logged as saved, by their names. */
+  /** Keys of the profiles that were logged as saved, by name. */
   saved = new Map();
   wrong = [];
 
@@ -102,15 +102,15 @@ export class Engineer {
     this.#random = random;
   }
 
-  /** Clicks `button`, which starts a job, and does other things at random moments of it. */
+  /** Clicks `button`, which starts a job, and acts at random moments while it runs. */
   async round(button) {
     const { page } = this.#lab.program;
     const plan = { button, acts: this.#plan(), answerMs: kAnswerMs };
     const seen = await page.evaluate(`(${roundInPage})(${JSON.stringify(plan)})`);
     this.rounds += 1;
     this.#jobMs = Math.min(seen.tookMs, kLongestJobMs);
-    seen.acts.filter(({ isDone }) => isDone).forEach((act) => this.#note(act));
-    this.#tell([...seen.wrong, ...this.#wrongOnPage(seen), ...await this.#wrongInFile(seen)], seen);
+    seen.acts.filter(({ isDone }) => isDone).forEach((act) => this.#remember(act));
+    this.#report([...seen.wrong, ...this.#wrongOnPage(seen), ...await this.#wrongInFile(seen)], seen);
     return seen;
   }
 
@@ -129,7 +129,7 @@ export class Engineer {
     });
   }
 
-  #note({ act, name, key }) {
+  #remember({ act, name, key }) {
     this.acts += 1;
     if (act !== 'discovery') this.#lastForm = name;
     if (act === 'save') this.saved.set(name, key);
@@ -140,14 +140,14 @@ export class Engineer {
     const last = this.#lastForm;
     if (last !== null && (name !== last || key !== this.saved.get(last))) {
       wrong.push(`the form shows "${name}" with "${key}" instead of "${last}"`);
-      this.#lastForm = null;  // told once
+      this.#lastForm = null;  // reported once
     }
-    if (appliedDiscovery !== isDiscovering) wrong.push('the page is told another discovery mode');
+    if (appliedDiscovery !== isDiscovering) wrong.push('the page received another discovery mode');
     if (state === '在线' && address === '未连接') wrong.push('online without an address');
     return wrong;
   }
 
-  /** The file holds what the page shows, perhaps a moment later. */
+  /** The file must match the page, with a short delay. */
   async #wrongInFile(seen) {
     let wrong;
     const granted = (await this.#lab.service.granted()).at(-1);
@@ -159,7 +159,7 @@ export class Engineer {
     return wrong;
   }
 
-  /** `granted` is the newest connection that the service knows of, if it does. */
+  /** `granted` is the service's newest connection, if any. */
   #compare({ connectionId, discoveryModeEnabled, siteProfiles }, { state, isDiscovering }, granted) {
     const wrong = [];
     if (state === '在线' && (!connectionId || connectionId !== (granted ?? connectionId))) {
@@ -171,8 +171,8 @@ export class Engineer {
     return [...wrong, ...lost.map(([name]) => `the file has lost "${name}"`)];
   }
 
-  /** Adds to what is wrong, each of which is told once. */
-  #tell(list, { acts }) {
+  /** Adds errors to `wrong`, each text only once. */
+  #report(list, { acts }) {
     const done = acts.map(({ act, afterMs }) => `${act} at ${afterMs.toFixed(0)} ms`).join(', ');
     const earlier = new Set(this.wrong.map(({ text }) => text));
     for (const text of new Set(list)) {
@@ -181,7 +181,7 @@ export class Engineer {
   }
 }
 
-/** What is wrong with the reports of ended connections: all that were granted but `inForce`, once each. */
+/** Errors in the reports of ended connections: each granted one except `inForce` must be reported exactly once. */
 export function wrongReports({ granted, ended, inForce }) {
   const times = (id) => ended.filter((one) => one === id).length;
   const strangers = ended.filter((id) => !granted.includes(id)).map((id) => `${id}, never granted, was ended`);
@@ -189,7 +189,7 @@ export function wrongReports({ granted, ended, inForce }) {
     .map((id) => `${id} was reported ended ${times(id)} times`)];
 }
 
-/** The connection ids that the service was told had ended, one for each report. */
+/** The connection ids that were reported as ended to the service, one for each report. */
 export async function endedConnections(service) {
   const requests = await service.requests({ method: 'POST', pathPrefix: '/api/connections/' });
   return requests.map(({ url }) => /^\/api\/connections\/([^/]+)\/disconnect$/.exec(url)?.[1]).filter(Boolean);

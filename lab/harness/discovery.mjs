@@ -1,4 +1,4 @@
-// Searching for devices: what answers on site, and the engineer's tools that search.
+// Device discovery: the devices on site, and the engineer's search tools.
 import path from 'node:path';
 
 import { kPlc, kPlcOverlapping } from './network.mjs';
@@ -10,18 +10,18 @@ export const kLimitedBroadcast = '255.255.255.255';
 export const kBacnetPort = 47808;
 export const kEthernetIpPort = 44818;
 
-/** The devices, one in each of the site's networks. */
+/** The devices, one in each network of the site. */
 export const kDevices = [
   { address: kPlc, broadcast: '192.168.77.255', number: 77010 },
   { address: kPlcOverlapping, broadcast: '10.10.0.255', number: 10010 },
 ];
 
-/** A BACnet device that answers its whole network, and so nobody behind a tunnel. */
+/** A BACnet device that answers by broadcast, which does not reach the other end of a tunnel. */
 export const kShoutingDevice = { ...kDevices[0], number: 77011 };
 
-const kWaitMs = 8_000;  // for answers that should come
+const kWaitMs = 8_000;  // for the expected answers
 
-/** Starts the devices in the controller's namespace; they end with the lab, or with the process. */
+/** Starts the devices in the controller's namespace; they end with the lab or with this process. */
 export async function startDevices(lab) {
   const words = ({ address, broadcast, number }) => `${address}/${broadcast}/${number}`;
   return lab.processes.start('devices', ['node', path.join(kRepo, 'lab/standins/plc/devices.mjs'),
@@ -29,7 +29,7 @@ export async function startDevices(lab) {
   { namespace: lab.network.plc, log: devicesLog(lab), ready: /ready/ });
 }
 
-/** Where the devices note what nobody behind the tunnel can see. */
+/** The devices' log of what is invisible through the tunnel. */
 export const devicesLog = (lab) => path.join(lab.artifacts, 'devices.log');
 
 async function search(lab, name, ...words) {
@@ -40,8 +40,8 @@ async function search(lab, name, ...words) {
 
 const byOrigin = (a, b) => a.from.localeCompare(b.from);
 
-// Each of these runs one search in the engineer's namespace and returns its answers, ordered by where
-// they came from. It ends soon after `expected` answers, or after `waitMs`; 0 expected waits that long.
+// Each of these runs one search in the engineer's namespace and returns its answers, sorted by sender.
+// It ends soon after `expected` answers or after `waitMs`; with 0 expected, always after `waitMs`.
 
 /** BACnet Who-Is: [{device, vendor, from}]. */
 export async function whoIs(lab, { expected = kDevices.length, waitMs = kWaitMs } = {}) {
@@ -53,7 +53,7 @@ export async function listIdentity(lab, { expected = kDevices.length, waitMs = k
   return (await search(lab, 'list-identity', expected, waitMs)).sort(byOrigin);
 }
 
-/** One datagram of no known protocol: [{from, text}]; the devices' texts are JSON (broadcast_devices.mjs). */
+/** One datagram without a known protocol: [{from, text}]; the devices' texts are JSON (broadcast_devices.mjs). */
 export async function broadcast(lab, {
   to = kLimitedBroadcast, port = kPlainPort, sourcePort = 40_000, text = 'anyone?',
   expected = kDevices.length, waitMs = kWaitMs,

@@ -1,4 +1,4 @@
-// A virtual display with a window manager, and the hands and eyes of a person in front of it.
+// A virtual display with a window manager, its mouse and keyboard, and screenshots.
 import { readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
@@ -6,7 +6,7 @@ import { run, runOrFail } from './processes.mjs';
 
 export class Display {
   async start(processes, { width = 1280, height = 960, log } = {}) {
-    // The server takes a free number itself, so that two that start at once never share one.
+    // The server picks a free number itself, so that two simultaneous starts never share one.
     const server = await processes.start('Xvfb', ['Xvfb', '-displayfd', '1', '-screen', '0',
       `${width}x${height}x24`, '-nolisten', 'tcp', '-noreset'], { log, ready: /^\d+\s/m });
     this.name = `:${/^(\d+)\s/m.exec(processes.outputOf(server))[1]}`;
@@ -17,7 +17,7 @@ export class Display {
     return runOrFail(command, { env: { DISPLAY: this.name } });
   }
 
-  /** The client area of the window titled `title`: {x, y, width, height} on the screen, or null. */
+  /** The client area of the window titled `title`: {x, y, width, height} in screen coordinates, or null. */
   async clientArea(title) {
     const { code, stdout } = await run(['xwininfo', '-name', title], {
       env: { DISPLAY: this.name, LC_ALL: 'zh_CN.UTF-8' },
@@ -58,7 +58,7 @@ export class Display {
     await this.key('alt+F4');
   }
 
-  /** The whole screen, once two looks in a row show the same (or after five seconds). */
+  /** Saves the whole screen once two pictures in a row are equal (or after five seconds). */
   async screenshot(path) {
     let earlier = null;
     for (let i = 0; i < 12; i += 1) {

@@ -1,5 +1,5 @@
 // One lab: the network, the site, the service, the display and a Windows with the program in it.
-// create() starts all but the program; close() ends everything and says what was left over.
+// create() starts everything except the program; close() ends everything and returns what was left over.
 import { mkdir, mkdtemp, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
@@ -23,7 +23,7 @@ import { WinePrefix } from './wine.mjs';
 export const kServicePort = 31080;
 export const kServiceUrl = `http://${kCloud}:${kServicePort}`;
 export const kDeviceSecret = 'KEY-7F3A-90C2-11D4';
-/** What the service grants unless told otherwise. */
+/** The service's default grant. */
 export const kGrant = {
   connectionId: 'CONN-0001', assignedAddress: kTunnelAddress, routes: [kDirectRoute, kOverlappingRoute],
 };
@@ -44,11 +44,10 @@ export class Lab {
   #onSignal = () => this.close().finally(() => process.exit(130));
 
   /**
-   * `artifacts` receives logs and screenshots. Options: `settings`, the settings file's contents
-   * before the start (an object is written as JSON with the lab's service address, a string as is,
-   * null for no file); `site: false` leaves out the controller; `controllerPorts` {modbus,
-   * web} moves it away from the usual ports, for others to have these; `closeOnSignal: false` leaves
-   * Ctrl+C to the caller.
+   * `artifacts` is the folder for logs and screenshots. Options: `settings`, the settings file's content
+   * before the start (an object is written as JSON with the lab's service address, a string unchanged,
+   * null for no file); `site: false` omits the controller; `controllerPorts` {modbus, web} frees its
+   * usual ports for other servers; `closeOnSignal: false` leaves Ctrl+C to the caller.
    */
   static async create({ artifacts, settings = {}, site = true, controllerPorts = kControllerPorts, size,
     closeOnSignal = true } = {}) {
@@ -88,7 +87,7 @@ export class Lab {
 
   // ---- the service's process
 
-  /** Starts the service, anew after killService(): it offers the last grant and knows nothing else. */
+  /** Starts the service, or restarts it after killService(); it keeps only the last grant. */
   async restartService() {
     this.#serviceStarts += 1;
     const name = this.#serviceStarts === 1 ? 'service' : `service-${this.#serviceStarts}`;
@@ -107,15 +106,15 @@ export class Lab {
     });
   }
 
-  /** Ends the service as a crash would; its record is lost. The kernel resets its connections. */
+  /** Ends the service like a crash: its record is lost, and the kernel resets its connections. */
   async killService() {
     this.#serviceChild.kill('SIGKILL');
     await this.processes.waitForExit(this.#serviceChild, kKillMs);
   }
 
   /**
-   * Stops the service's process without ending it. The kernel goes on for it: it accepts connections and
-   * takes data until its buffers are full. Calls of the service wait until continueService().
+   * Stops the service's process without ending it. The kernel still accepts connections and data until
+   * its buffers are full. Calls of the service wait until continueService().
    */
   pauseService() { this.#serviceChild.kill('SIGSTOP'); }
   continueService() { this.#serviceChild.kill('SIGCONT'); }
@@ -152,7 +151,7 @@ export class Lab {
     await this.writeSettings(settings);
   }
 
-  /** What the settings file holds before the program starts; see create(). */
+  /** Writes the settings file for the program's next start; see create(). */
   async writeSettings(settings) {
     await mkdir(this.prefix.roaming, { recursive: true });
     if (settings === null) await rm(this.prefix.settingsFile, { force: true });
@@ -163,7 +162,7 @@ export class Lab {
     }
   }
 
-  /** Environment of the program and of Windows commands beside it. */
+  /** Environment of the program and of other Windows commands. */
   get windowsEnv() {
     return {
       ...this.prefix.env, DISPLAY: this.display.name, LAB_WEBVIEW_PORT: String(kBridgePort),
@@ -173,9 +172,9 @@ export class Lab {
   }
 
   /**
-   * Starts the program in the engineer's namespace. When this returns, the page is ready and the service
-   * was asked for updates; `waitForPage: false`, `waitForUpdateCheck: false` do not wait for it. `file`
-   * is the program's file, by default the built one; `args` are its arguments.
+   * Starts the program in the engineer's namespace and returns once the page is ready and the update
+   * check has finished, unless `waitForPage` or `waitForUpdateCheck` is false. `file` is the program's
+   * file, by default the built one; `args` are its arguments.
    */
   async startProgram({ env = {}, file, args, waitForPage, waitForUpdateCheck } = {}) {
     this.program = new Program(this);
@@ -192,14 +191,14 @@ export class Lab {
     return readFile(this.#log('driver'), 'utf8').catch(() => '');
   }
 
-  /** Ends everything. Returns a list of what outlived the lab (empty: nothing). */
+  /** Ends everything. Returns a list of leftovers: processes, namespaces, folders. */
   async close() {
     for (const signal of kSignals) process.off(signal, this.#onSignal);
     await this.program?.end();
     await this.program?.keepLog();
     await this.bridge?.closeAll().catch(() => {});
     await this.prefix.stopServer();
-    if (this.#serviceChild) this.continueService();  // a stopped process hears no request to end
+    if (this.#serviceChild) this.continueService();  // a stopped process cannot receive the request to end
     await this.processes.stopAll();
     const left = [];
     for (const host of ['engineer', 'cloud', 'site', 'plc']) {

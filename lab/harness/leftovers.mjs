@@ -1,4 +1,4 @@
-// What a lab that has ended may have left on the machine.
+// Finds leftovers of a closed lab on this machine.
 import { readdir, readFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 
@@ -7,7 +7,7 @@ import { kLabSuffix } from './paths.mjs';
 
 export const kWorkFolderPrefix = `velmarine${kLabSuffix}-lab-`;
 
-/** Live processes, but this one, whose command line or environment holds one of `texts`. */
+/** Other live processes whose command line or environment contains one of `texts`. */
 export async function processesHolding(texts) {
   const found = [];
   for (const pid of await readdir('/proc')) {
@@ -21,7 +21,7 @@ export async function processesHolding(texts) {
   return found;
 }
 
-/** Folders that a lab or its browser makes in the temporary folder. */
+/** A lab's and its browser's folders in the temporary folder. */
 export async function temporaryFolders() {
   const names = await readdir(tmpdir());
   return names.filter((name) => name.startsWith(kWorkFolderPrefix) || name.startsWith(kProfilePrefix))

@@ -3,8 +3,8 @@
 //   engineer 10.10.0.2 -- 10.10.0.1 cloud 10.20.0.1 -- 10.20.0.2 site 192.168.77.1 -- 192.168.77.10 plc
 //                                                               site 10.10.0.254   -- 10.10.0.10    plc
 //
-// The site's second network, 10.10.0.0/24, has the addresses of the engineer's own. No namespace has
-// a way out of the lab.
+// The site's second network, 10.10.0.0/24, overlaps the engineer's own. No namespace has a route out
+// of the lab.
 import { mkdir, readdir, rm, writeFile } from 'node:fs/promises';
 
 import { run, runOrFail } from './processes.mjs';
@@ -21,9 +21,9 @@ export const kOverlappingRoute = '10.10.0.0/24';
 
 const kHosts = ['engineer', 'cloud', 'site', 'plc'];
 
-/** One lab's namespaces. `suffix` keeps two labs on one machine apart ("" for the plain names). */
+/** One lab's namespaces. `suffix` separates labs on one machine ("" for the plain names). */
 export class Network {
-  #isOurs = false;  // namespaces of another lab are left alone
+  #isOurs = false;  // another lab's namespaces must not be touched
 
   constructor(suffix = '') {
     this.suffix = suffix;
@@ -44,13 +44,13 @@ export class Network {
       'plc', 'lan0', [`${kPlc}/24`, `${kPlcOverlapping}/24`]);
     await this.#ip('plc', 'route add default via 192.168.77.1');
     await runOrFail(['sysctl', '-qw', 'net.ipv4.ip_forward=1'], { namespace: this.site });
-    // Windows asks for no TCP timestamps unless told to; with them Linux's TCP acts differently on losses.
+    // Windows uses no TCP timestamps by default; with them, Linux's TCP reacts differently to losses.
     await runOrFail(['sysctl', '-qw', 'net.ipv4.tcp_timestamps=0'], { namespace: this.engineer });
   }
 
   /**
-   * What stands behind the tunnel's end on site: replies to the tunnel address go into its TUN, and
-   * broadcasts to one of the site's networks that come out of it go on into that network.
+   * Routes at the tunnel's end on site: replies to the tunnel address enter its TUN, and broadcasts from
+   * it to one of the site's networks are forwarded into that network.
    */
   async routeTunnelOnSite(tun) {
     await this.#ip('site', `route add ${kTunnelAddress}/32 dev ${tun}`);
@@ -58,18 +58,18 @@ export class Network {
       `net.ipv4.conf.${tun}.bc_forwarding=1`], { namespace: this.site });
   }
 
-  /** From now on `host` answers for `network` that it cannot be reached (ICMP type 3, code 1). */
+  /** Makes `host` report that `network` is unreachable (ICMP type 3, code 1). */
   async refuseNetwork(host, network) {
     await runOrFail(['sysctl', '-qw', 'net.ipv4.ip_forward=1'], { namespace: this[host] });
     await this.#ip(host, `route add unreachable ${network}`);
   }
 
-  /** The engineer's computer has a way to `network` that leads not through the tunnel but by the cable. */
+  /** Routes the engineer's packets for `network` through the cable instead of the tunnel. */
   async routeEngineerByCable(network) {
     await this.#ip('engineer', `route add ${network} via ${kCloud}`);
   }
 
-  /** All that is not on the engineer's own network reaches the stand-in driver's TUN. */
+  /** Routes everything outside the engineer's own network into the stand-in driver's TUN. */
   async routeEngineerThrough(tun) {
     await this.#ip('engineer', `route add default dev ${tun} src ${kEngineer}`);
   }
@@ -85,7 +85,7 @@ export class Network {
     }
   }
 
-  /** Process ids inside one host; a lab that ended properly has none left. */
+  /** Process ids inside one host; none after a proper end. */
   async processesIn(host) {
     const { code, stdout } = await run(['ip', 'netns', 'pids', this[host]]);
     return code === 0 ? stdout.split('\n').filter(Boolean).map(Number) : [];
@@ -110,16 +110,16 @@ export class Network {
     }
   }
 
-  /** Gives one host's processes names for addresses, {name: address}, in the place of earlier ones. */
+  /** Replaces one host's names for addresses: {name: address}. */
   async setNames(host, names) {
     const lines = Object.entries(names).map(([name, address]) => `${address} ${name}\n`);
-    // Written in place: the processes have this very file as their /etc/hosts.
+    // Written in place, because the namespace has this file mounted as /etc/hosts.
     await writeFile(`/etc/netns/${this[host]}/hosts`, `127.0.0.1 localhost\n${lines.join('')}`);
   }
 
   /**
-   * `host` asks the name server at `address` for what its hosts file does not name. A name server that is
-   * silent makes each such look-up last.
+   * Makes `host` ask the name server at `address` for names that its hosts file lacks. A silent name
+   * server makes each such look-up slow.
    */
   async setNameServer(host, address) {
     const folder = `/etc/netns/${this[host]}`;
@@ -127,7 +127,7 @@ export class Network {
     await writeFile(`${folder}/resolv.conf`, `nameserver ${address}\noptions timeout:30 attempts:3\n`);
   }
 
-  // Names are answered from the hosts file alone, so that an unknown one fails at once.
+  // Only the hosts file is used, so that unknown names fail at once.
   async #onlyHostsFile(name) {
     const folder = `/etc/netns/${name}`;
     await mkdir(folder, { recursive: true });

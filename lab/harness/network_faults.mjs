@@ -1,7 +1,7 @@
-// Faults of the way between the engineer and the relay, inside the lab's own namespaces: datagrams
-// and segments that vanish, a small path MTU, and a line that loses, delays and reorders.
+// Faults between the engineer and the relay, inside the lab's own namespaces: dropped datagrams and
+// segments, a small path MTU, and a line that loses, delays and reorders.
 //
-// Everything is dropped where it arrives, so that its sender learns nothing, as on a real way.
+// Packets are dropped where they arrive, so that the sender gets no error, as on a real network.
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { kCloud, kEngineer } from './network.mjs';
@@ -11,13 +11,13 @@ import { runOrFail } from './processes.mjs';
 const kTable = 'lab_faults';
 const kOrdinaryMtu = 1500;
 const kWireDevice = 'wire0';
-/** What a common router holds for a line: a quarter of a second at 8 Mbit/s, a second at 2. */
+/** A common router's queue: a quarter of a second at 8 Mbit/s, a second at 2. */
 const kRouterQueueBytes = 256 * 1024;
 const kDirections = {
   both: ['toRelay', 'toClient'], toRelay: ['toRelay'], toClient: ['toClient'],
 };
 
-/** Where packets of one direction arrive, and which of their ports is the relay's. */
+/** The host at which each direction arrives, and which port is the relay's. */
 const kArrival = {
   toRelay: { host: 'cloud', port: 'dport', clientPort: 'sport' },
   toClient: { host: 'engineer', port: 'sport', clientPort: 'dport' },
@@ -30,14 +30,14 @@ export class NetworkFaults {
   #rules = { engineer: [], cloud: [] };
   #wire = null;  // {child, drainMs, output}
 
-  /** `port` is the relay's, by TCP and UDP. */
+  /** `port` is the relay's, for TCP and UDP. */
   constructor(network, processes, port) {
     this.#network = network;
     this.#processes = processes;
     this.#port = port;
   }
 
-  /** Datagrams of the relay's port vanish: 'both' ways, only 'toRelay' or only 'toClient'. */
+  /** Drops the relay's datagrams: 'both' ways, only 'toRelay' or only 'toClient'. */
   async blockUdp(direction = 'both') {
     for (const way of kDirections[direction]) {
       const { host, port } = kArrival[way];
@@ -47,8 +47,8 @@ export class NetworkFaults {
   }
 
   /**
-   * Segments of the relay's port vanish without a reset, both ways: all of them or, with
-   * `onlyPresent`, those of the connections that there are now, while new ones work.
+   * Drops the relay's segments both ways, without a reset: all of them or, with `onlyPresent`, only
+   * those of the current connections, while new ones work.
    */
   async dropTcp({ onlyPresent = false } = {}) {
     const ports = onlyPresent ? await this.#presentClientPorts() : null;
@@ -68,8 +68,8 @@ export class NetworkFaults {
   }
 
   /**
-   * The path carries IP packets of at most `mtu` bytes. A sender cuts larger datagrams; their
-   * fragments are dropped when `dropFragments`.
+   * Limits the path to IP packets of `mtu` bytes. Senders fragment larger datagrams; `dropFragments`
+   * drops the fragments.
    */
   async limitMtu(mtu, { dropFragments = true } = {}) {
     await this.#setMtu(mtu);
@@ -81,9 +81,9 @@ export class NetworkFaults {
   }
 
   /**
-   * The line delays every packet by `delayMs`, loses `lossPercent` of them and holds
-   * `reorderPercent` back for `holdMs` more, in each direction. Tenths of a percent count. It carries
-   * `kilobitsPerSecond` (0: no limit) with a queue of `queueBytes` before it; what finds that full is lost.
+   * In each direction, delays every packet by `delayMs`, loses `lossPercent` of them and holds
+   * `reorderPercent` back for another `holdMs`; tenths of a percent are possible. Carries
+   * `kilobitsPerSecond` (0: no limit) behind a queue of `queueBytes`, which drops packets when full.
    */
   async worsenLine({ delayMs = 0, lossPercent = 0, reorderPercent = 0, holdMs = 20, kilobitsPerSecond = 0,
     queueBytes = kRouterQueueBytes, seed = 1 } = {}) {
@@ -102,7 +102,7 @@ export class NetworkFaults {
     await this.#route('replace');
   }
 
-  // Host routes win over the cable's own network, so that the line stands in for the cable.
+  // Host routes take precedence over the cable's network, so that the line replaces the cable.
   async #route(verb) {
     const { engineer, cloud } = this.#network;
     for (const [host, own, other] of [[engineer, kEngineer, kCloud], [cloud, kCloud, kEngineer]]) {
@@ -127,7 +127,7 @@ export class NetworkFaults {
     }
   }
 
-  /** Before the kernel puts fragments together: priority -450 comes ahead of that. */
+  /** Priority -450 comes before the kernel reassembles fragments. */
   async #apply() {
     for (const [host, rules] of Object.entries(this.#rules)) {
       const chain = ['chain arrival {', 'type filter hook prerouting priority -450', ...rules, '}'];
@@ -138,8 +138,8 @@ export class NetworkFaults {
   }
 
   /**
-   * Ends every fault. Returns what a worsened line did, {toRelay, toClient} of {carried, lost,
-   * heldBack}, or null when there was none.
+   * Ends every fault. Returns a worsened line's counts, {toRelay, toClient} of {carried, lost,
+   * heldBack}, or null.
    */
   async clear() {
     this.#rules = { engineer: [], cloud: [] };

@@ -1,17 +1,17 @@
-// Where the lab finds what the build made.
+// Paths of the build's results.
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 export const kRepo = fileURLToPath(new URL('../..', import.meta.url));
 export const kBuild = path.join(kRepo, 'build');
-/** Keeps a lab's namespaces, Windows and folders apart from another's beside it; "" for the plain names. */
+/** Separates the namespaces, Windows and folders of labs that run at the same time; "" for the plain names. */
 export const kLabSuffix = process.env.LAB_SUFFIX ?? '';
 export const kProgramFile = path.join(kBuild, 'windows/Velmarine.Client.exe');
 /** The same program with a higher version. */
 export const kNextProgramFile = path.join(kBuild, 'windows/lab/update/Velmarine.Client.exe');
-/** The program as a deployment builds it that takes updates from one publisher alone. */
+/** The program as built by a deployment that accepts updates from only one publisher. */
 export const kPinnedProgramFile = path.join(kBuild, 'windows/lab/update/pinned/Velmarine.Client.exe');
-/** Programs with a signature: signed_next.exe (of that publisher), stranger_next.exe, unknown_next.exe, signed_same.exe. */
+/** Signed programs: signed_next.exe (by that publisher), stranger_next.exe, unknown_next.exe, signed_same.exe. */
 export const signedProgram = (name) => path.join(kBuild, `windows/lab/update/${name}.exe`);
 export const kBrowserRuntime = path.join(kBuild, 'windows/lab/browser/120.0.0.0');
 export const kSettingWatch = path.join(kBuild, 'windows/lab/desk/setting_watch.exe');

@@ -6,12 +6,12 @@ import { setTimeout as sleep } from 'node:timers/promises';
 
 const kTermGraceMs = 3000;
 
-/** The command line that runs `command` inside the network namespace `namespace` (none: as is). */
+/** The command line that runs `command` inside `namespace`, if any. */
 function inNamespace(namespace, command) {
   return namespace ? ['ip', 'netns', 'exec', namespace, ...command] : command;
 }
 
-/** Runs a command to its end. Returns {code, stdout, stderr, seconds}; never throws for its code. */
+/** Runs a command to its end. Returns {code, stdout, stderr, seconds}; never throws for a non-zero code. */
 export async function run(command, { namespace, env, cwd, timeoutMs = 60_000, input } = {}) {
   const line = inNamespace(namespace, command);
   const started = performance.now();
@@ -29,7 +29,7 @@ export async function run(command, { namespace, env, cwd, timeoutMs = 60_000, in
   return { code: code ?? signal, stdout, stderr, seconds: (performance.now() - started) / 1000 };
 }
 
-/** As run(), but a non-zero exit code is an error that shows the command and what it printed. */
+/** Like run(), but throws for a non-zero exit code, with the command and its output. */
 export async function runOrFail(command, options) {
   const result = await run(command, options);
   if (result.code !== 0) {
@@ -38,13 +38,13 @@ export async function runOrFail(command, options) {
   return result;
 }
 
-/** The processes of one lab, ended in the reverse order of their start. */
+/** The processes of one lab, ended in reverse order of their start. */
 export class Processes {
   #children = [];
 
   /**
-   * Starts a process that lives until stopAll(). `log` is a file for its output; `ready` a pattern
-   * that its output must show before the returned promise settles.
+   * Starts a process that runs until stopAll(). `log` is a file for its output; `ready` a pattern that its
+   * output must match before the returned promise settles.
    */
   async start(name, command, { namespace, env, cwd, log, ready, readyMs = 15_000 } = {}) {
     const line = inNamespace(namespace, command);
@@ -56,7 +56,7 @@ export class Processes {
     return child;
   }
 
-  /** Starts a Node module with an IPC channel, inside a namespace if one is named. */
+  /** Starts a Node module with an IPC channel, optionally inside a namespace. */
   fork(name, modulePath, { namespace, env, log, args = [] } = {}) {
     const options = { env: { ...process.env, ...env }, stdio: ['ignore', 'pipe', 'pipe', 'ipc'] };
     if (namespace) {
@@ -109,7 +109,7 @@ export class Processes {
     return this.#children.find((one) => one.child === child).ended;
   }
 
-  /** What a started process has printed, cut to the newest 64 KiB. */
+  /** The newest 64 KiB of a started process's output. */
   outputOf(child) {
     return this.#children.find((one) => one.child === child).output;
   }

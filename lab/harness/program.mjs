@@ -1,4 +1,4 @@
-// The program under test, as a person at its window sees and handles it.
+// The program under test, as a person at its window sees and uses it.
 import { cp, mkdir, readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -7,14 +7,14 @@ import { kProgramFile } from './paths.mjs';
 
 export const kTitle = 'Velmarine.Client 维马林';
 const kPageReadyMs = 30_000;
-/** One that waited for the page and one for its being ready; either would undo what was typed before. */
+/** One sent when the page loads, one when it is ready; each overwrites what was typed before. */
 const kStartApplies = 2;
-/** What the check for a newer version may say at its end. */
+/** The possible last lines of the update check. */
 const kUpdateChecked = /当前已是最新版本：|自动更新|发现新版本 |强制更新/;
 const kUpdateCheckMs = 30_000;
 const kGoneMs = 5_000;
 
-/** Waits until `probe()` gives something truthy and returns it; fails with `what` after `timeoutMs`. */
+/** Waits until `probe()` returns something truthy and returns it; fails with `what` after `timeoutMs`. */
 export async function waitUntil(what, probe, timeoutMs = 15_000) {
   const end = performance.now() + timeoutMs;
   for (;;) {
@@ -31,7 +31,7 @@ export class Program {
     this.folder = path.join(lab.workFolder, `run${Math.floor(performance.now())}`);
   }
 
-  /** Resolves once the page is ready and the service was asked for updates, unless told not to wait. */
+  /** Resolves once the page is ready and the update check has finished, unless the options say otherwise. */
   async start({ env, file = kProgramFile, args = [], waitForPage = true, waitForUpdateCheck = true }) {
     const { lab } = this;
     await mkdir(this.folder, { recursive: true });
@@ -41,11 +41,11 @@ export class Program {
       log: path.join(lab.artifacts, 'program-output.log'),
     });
     if (!waitForPage) return;
-    await this.#takePage(await lab.bridge.waitForPage(kPageReadyMs).catch((error) => this.#tellWhyNoPage(error)));
+    await this.#takePage(await lab.bridge.waitForPage(kPageReadyMs).catch((error) => this.#failWithoutPage(error)));
     if (waitForUpdateCheck) await this.waitForLog(kUpdateChecked, kUpdateCheckMs);
   }
 
-  async #tellWhyNoPage({ message }) {
+  async #failWithoutPage({ message }) {
     const { processes, display } = this.lab;
     const exit = await processes.waitForExit(this.child, 0);
     const titles = await display.windowTitles();
@@ -60,12 +60,12 @@ export class Program {
       .filter(({ direction, json }) => direction === 'toPage' && json.includes('"t":"apply"')).length >= kStartApplies);
   }
 
-  /** Takes the page that was opened last, ready or not; the old one stays where there is none. */
+  /** Takes the newest page, ready or not; keeps the old one if there is none. */
   async takeNewestPage() {
     this.page = (await this.lab.bridge.pages()).at(-1) ?? this.page;
   }
 
-  /** After the end of the browser: takes the page of the next one, once it shows the program. */
+  /** After the browser's end: takes the next browser's page, once it shows the program. */
   async takeNextPage() {
     const old = this.page.id;
     this.page = await waitUntil('the page of the next browser', async () =>
@@ -73,7 +73,7 @@ export class Program {
     await this.page.waitFor('document.querySelector("#s-cards")?.childElementCount > 0', kPageReadyMs);
   }
 
-  /** After an update: takes the page and the log of the program that was started in this one's place. */
+  /** After an update: takes the page and the log of the new program. */
   async followUpdate() {
     const old = this.page.id;
     const page = await waitUntil('the page of the new program', async () =>
@@ -82,13 +82,13 @@ export class Program {
     await this.waitForLog(kUpdateChecked, kUpdateCheckMs);
   }
 
-  // ---- what a person does
+  // ---- a person's actions
 
   async type(selector, text) { await this.page.type(selector, text); }
   async click(selector) { await this.page.click(selector); }
   async choose(selector, value) { await this.page.select(selector, value); }
 
-  /** Screen coordinates of an element's middle. */
+  /** Screen coordinates of an element's centre. */
   async screenPoint(selector) {
     const area = await waitUntil('the window', () => this.lab.display.clientArea(kTitle));
     const rect = JSON.parse(await this.page.evaluate(`(() => {
@@ -98,24 +98,24 @@ export class Program {
     return { x: area.x + rect.x, y: area.y + rect.y };
   }
 
-  /** Clicks with the real mouse of the display. */
+  /** Clicks with the display's mouse. */
   async pointAndClick(selector) {
     const { x, y } = await this.screenPoint(selector);
     await this.lab.display.click(x, y);
   }
 
-  /** Closes the window as its close button does and returns the exit code. */
+  /** Closes the window by its close button and returns the exit code. */
   async closeWindow(timeoutMs = 20_000) {
     await this.pointAndClick('#s-logo').catch(() => {});
     await this.lab.display.pressCloseButton();
     return this.lab.processes.waitForExit(this.child, timeoutMs);
   }
 
-  // ---- what a person sees
+  // ---- the visible state
 
   async text(selector) { return this.page.text(selector); }
   async value(selector) { return this.page.evaluate(`document.querySelector('${selector}').value`); }
-  /** What a list offers. */
+  /** The options of a list. */
   async options(selector) {
     return JSON.parse(await this.page.evaluate(
       `JSON.stringify([...document.querySelector('${selector}').options].map(({ text }) => text))`));
@@ -146,9 +146,9 @@ export class Program {
       .map((line) => ({ text: line.lastElementChild.textContent, cls: line.lastElementChild.className })))`));
   }
 
-  // ---- what is on disk
+  // ---- the log file
 
-  /** The newest. */
+  /** The newest log file. */
   async logFile() {
     const root = path.join(this.folder, 'Log');
     const names = await readdir(root, { recursive: true }).catch(() => []);
@@ -156,7 +156,7 @@ export class Program {
     return newest ? path.join(root, newest) : null;
   }
 
-  /** The log file's text without its mark. */
+  /** The log file's text without its byte order mark. */
   async log() {
     const file = await this.logFile();
     return file ? (await readFile(file, 'utf8')).replace(/^\uFEFF/, '') : '';
@@ -176,15 +176,15 @@ export class Program {
     if (file) await cp(file, path.join(this.lab.artifacts, 'program.log'));
   }
 
-  /** Ends the program as the task manager does, from one moment to the next. */
+  /** Ends the program at once, as the task manager does. */
   async kill() {
     const { processes, bridge } = this.lab;
     this.child.kill('SIGKILL');
     await processes.waitForExit(this.child, kGoneMs);
-    await waitUntil('the page gone with its program', async () => (await bridge.pages()).length === 0);
+    await waitUntil('the page closed with its program', async () => (await bridge.pages()).length === 0);
   }
 
-  /** Ends the program without ceremony, if it still runs. */
+  /** Ends the program if it still runs. */
   async end() {
     if (this.child && !this.lab.processes.hasEnded(this.child)) await this.lab.prefix.stopServer();
   }

@@ -1,6 +1,6 @@
-// Random choices that a seed repeats.
+// Random choices, repeatable by their seed.
 
-/** A generator of numbers in [0, 1) (mulberry32). */
+/** Generates numbers in [0, 1) (mulberry32). */
 function generator(seed) {
   let state = seed >>> 0;
   return () => {
@@ -14,7 +14,7 @@ function generator(seed) {
 export class Random {
   #next;
   constructor(seed) { this.#next = generator(seed); }
-  /** From 0 to below 1. */
+  /** In [0, 1). */
   share() { return this.#next(); }
   between(low, high) { return low + this.share() * (high - low); }
   integer(low, high) { return Math.floor(this.between(low, high + 1)); }

@@ -1,11 +1,11 @@
 // Method calls between a process and its parent over child_process's channel:
 // {id, method, args} -> {id, result} or {id, error}, which is {name, message}.
 
-/** The parent's side: call(method, ...args) as a promise. `name` is the process's, for messages. */
+/** The parent's side: call(method, ...args) returns a promise. `name` names the process in errors. */
 export function caller(child, name) {
   const waiting = new Map();
   let lastId = 0;
-  let gone = false;
+  let hasEnded = false;
   child.on('message', ({ id, result, error }) => {
     const { resolve, reject } = waiting.get(id);
     waiting.delete(id);
@@ -13,12 +13,12 @@ export function caller(child, name) {
     else reject(Object.assign(new Error(error.message), { name: error.name }));
   });
   child.once('exit', () => {
-    gone = true;
+    hasEnded = true;
     for (const { reject } of waiting.values()) reject(new Error(`The ${name} has ended.`));
     waiting.clear();
   });
   return (method, ...args) => new Promise((resolve, reject) => {
-    if (gone || !child.connected) {
+    if (hasEnded || !child.connected) {
       reject(new Error(`The ${name} has ended.`));
       return;
     }
@@ -29,8 +29,8 @@ export function caller(child, name) {
 }
 
 /**
- * The process's side: answers calls with `invoke(method, args)` and, when the parent goes or asks it
- * to, runs `close()` and exits.
+ * The process's side: answers calls with `invoke(method, args)`. When the parent ends or requests it,
+ * runs `close()` and exits.
  */
 export function serve(invoke, close) {
   process.on('message', async ({ id, method, args }) => {

@@ -1,5 +1,5 @@
-// Sends every size through the tunnel to the controller's echo service and back, and tells what became of
-// each: what the tool saw, and which way the relay's record says that the packets took.
+// Sends every size through the tunnel to the controller's echo service and back. Reports the tool's result
+// for each, and the path of its packets from the relay's record.
 import path from 'node:path';
 
 import { kRoutes } from '../protocols/survey.mjs';
@@ -12,7 +12,7 @@ const kTcp = 6;
 const kUdp = 17;
 const kTries = 5;
 const kAtOnce = 16;
-/** The largest IP packet: as the limit of the engineer's stack, it leaves everything whole. */
+/** The largest IP packet; as the limit of the engineer's stack, it prevents fragmentation. */
 export const kMaxPacketBytes = 65_535;
 /** A packet between the stack and the driver's stand-in is one datagram on loopback. */
 export const kLabPacketBytes = 65_507;
@@ -26,7 +26,7 @@ async function echo(lab, kind, route, count, sizes) {
 }
 
 /**
- * Of a recorded packet's headers (RFC 791, section 3.1; RFC 9293, section 3.1) what matters here. `port` is the
+ * The relevant parts of a recorded packet's headers (RFC 791, section 3.1; RFC 9293, section 3.1). `port` is the
  * engineer's; later fragments have none.
  */
 function headersOf({ direction, via, hex }) {
@@ -42,7 +42,7 @@ function headersOf({ direction, via, hex }) {
   };
 }
 
-/** Does `action` and returns [its result, the headers of the packets that the relay carried meanwhile]. */
+/** Runs `action` and returns [its result, the headers of the packets that the relay carried meanwhile]. */
 async function recorded(lab, action) {
   await lab.service.keepPackets(true);
   const result = await action();
@@ -54,7 +54,7 @@ async function recorded(lab, action) {
 
 const distinct = (items) => [...new Set(items)];
 
-/** Where datagrams that did not come back ended: the controller answers only what reached it whole. */
+/** Where unanswered datagrams ended; the controller answers only whole ones. */
 function endOf({ size, returned }, own) {
   if (returned > 0) return null;
   if (own.some(({ direction }) => direction === 'toClient')) return 'answer';
@@ -64,8 +64,8 @@ function endOf({ size, returned }, own) {
 
 /**
  * Sends datagrams of each size. Returns {results, packets}: {size, sent, returned, wrong, ways, end} of each, and
- * the relay's record. `end` is null where they came back, or 'lab' (the stand-ins do not carry them), 'capture' (the
- * relay never had them), 'site' (the controller did not answer) or 'answer'.
+ * the relay's record. `end` is null if they returned, or 'lab' (the stand-ins cannot carry them), 'capture' (they
+ * never reached the relay), 'site' (the controller did not answer) or 'answer'.
  */
 export async function sendDatagrams(lab, route, sizes) {
   const [list, all] = await recorded(lab, () => echo(lab, 'udp', route, kTries, sizes));
@@ -82,7 +82,7 @@ export async function sendStreams(lab, route, sizes) {
   return echo(lab, 'tcp', route, kAtOnce, sizes);
 }
 
-/** What one direction's segments with data were: the largest packet, its way, and those of the smaller ones. */
+/** One direction's segments with data: the largest packet, its path, and the paths of the smaller ones. */
 function segmentsOf(packets, direction) {
   const segments = packets.filter((one) => one.direction === direction && one.dataBytes > 0);
   const packetBytes = Math.max(...segments.map((one) => one.packetBytes));
@@ -94,7 +94,7 @@ function segmentsOf(packets, direction) {
   };
 }
 
-/** As sendStreams(), with {toDevice, back} of each from the relay's record. */
+/** Like sendStreams(), with {toDevice, back} of each from the relay's record. */
 export async function sampleStreams(lab, route, sizes) {
   const [results, all] = await recorded(lab, () => sendStreams(lab, route, sizes));
   const packets = all.filter(({ protocol }) => protocol === kTcp);
@@ -105,8 +105,8 @@ export async function sampleStreams(lab, route, sizes) {
 }
 
 /**
- * From now on the engineer's stack hands over IP packets of up to `bytes`, and cuts larger ones. Windows' hands
- * all over whole, for WinDivert sees datagrams before they are cut.
+ * Makes the engineer's stack fragment IP packets above `bytes`. On Windows, WinDivert sees datagrams before they
+ * are fragmented.
  */
 export async function limitStack(lab, bytes) {
   await runOrFail(['ip', '-n', lab.network.engineer, 'link', 'set', 'wd0', 'mtu', String(bytes)]);

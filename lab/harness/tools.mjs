@@ -1,5 +1,5 @@
-// The engineer's ordinary tools, run in the engineer's namespace. Each returns {ok, figures} or, with
-// the tool's own words, {ok: false, error}.
+// The engineer's ordinary tools, run in the engineer's namespace. Each returns {ok, figures} or
+// {ok: false, error} with the tool's own message.
 import { createHash } from 'node:crypto';
 import { readFile, rm } from 'node:fs/promises';
 import path from 'node:path';
@@ -8,18 +8,18 @@ import { kRepo } from './paths.mjs';
 
 const failed = (result) => ({ ok: false, error: `${result.stdout}${result.stderr}`.trim().slice(-400) });
 
-/** How much later than it was sent an answer may come: longer than a receive under Wine may sleep on (docs/lab.md). */
+/** How late an answer may come: longer than a receive under Wine may oversleep (docs/lab.md). */
 const kLateSeconds = 5;
 
 /**
- * `count` requests, each of which has to be answered, in order. With a time
- * by which to end, ping waits for the last answer longer than twice the usual.
+ * Sends `count` requests, each of which must be answered. With a deadline, ping waits longer for the last answer than its
+ * default of twice the usual time.
  */
 export async function ping(lab, address, count = 5) {
   const result = await lab.tool(['ping', '-n', '-c', String(count), '-i', '0.2',
     '-w', String(Math.ceil(count * 0.2) + kLateSeconds), address]);
-  // While it waits it goes on asking, and of late answers more than one may come at its end: one that is lost shows as
-  // a gap in the numbers.
+  // While waiting, ping keeps sending, and several late answers may come at its end: a lost one shows as a gap in the
+  // numbers.
   const answered = [...result.stdout.matchAll(/icmp_seq=(\d+)/g)].map(([, number]) => Number(number)).sort((a, b) => a - b);
   if (answered.length < count || answered.some((number, i) => number !== i + 1)) return failed(result);
   const [, min, avg, max] = /= ([\d.]+)\/([\d.]+)\/([\d.]+)/.exec(result.stdout).map(Number);
@@ -30,7 +30,7 @@ const sha256 = async (file) => createHash('sha256').update(await readFile(file))
 
 const kTimedOut = 28;  // curl's exit code
 
-/** Downloads the controller's 5 MB file and compares its hash with the original's; gives up after `silentSeconds` without a byte. */
+/** Downloads the controller's 5 MB file and compares its hash with the original's; fails after `silentSeconds` without a byte. */
 export async function download(lab, address, { seconds: limit = 60, silentSeconds = limit } = {}) {
   const target = path.join(lab.workFolder, 'downloaded.bin');
   const result = await lab.tool(['curl', '-sS', '--max-time', String(limit), '--speed-limit', '1',
@@ -54,9 +54,9 @@ export async function modbus(lab, address) {
 }
 
 /**
- * Throughput towards the controller, or from it when `reverse`. A run is begun again, twice at most and counted as `tries`,
- * when it says nothing of the way: its report has no sums (a busy machine let the second pass between two looks of iperf3's), the server
- * is still closing the run before, or it stood still because a receive slept on (docs/lab.md).
+ * Throughput to the controller, or from it with `reverse`. A run that says nothing about the tunnel is repeated, at most
+ * twice, and counted in `tries`: its report has no sums (on a busy machine iperf3 can miss its interval), the server is
+ * still closing the previous run, or it stalled because a receive overslept (docs/lab.md).
  */
 export async function iperf(lab, address, { reverse = false, seconds = 3 } = {}) {
   for (let tries = 1; ; tries += 1) {
@@ -65,7 +65,7 @@ export async function iperf(lab, address, { reverse = false, seconds = 3 } = {})
     const received = result.code === 0 ? JSON.parse(result.stdout).end.sum_received : undefined;
     const megabits = (received?.bits_per_second ?? 0) / 1e6;
     if (megabits > 1) return { ok: true, figures: { megabitsPerSecond: megabits, bytes: received.bytes, tries } };
-    const mayTell = result.code !== 0 && !result.stdout.includes('the server is busy');
-    if (mayTell || tries === 3) return { ...failed(result), error: `${megabits} Mbit/s in try ${tries}: ${failed(result).error}` };
+    const isConclusive = result.code !== 0 && !result.stdout.includes('the server is busy');
+    if (isConclusive || tries === 3) return { ...failed(result), error: `${megabits} Mbit/s in try ${tries}: ${failed(result).error}` };
   }
 }

@@ -1,19 +1,19 @@
-// Traffic that runs while a scenario does something to the way it takes, and tells what was lost:
-// numbered datagrams, and numbers over one TCP connection, to an echo service.
+// Traffic that runs while a scenario disturbs its path, and reports its losses: numbered datagrams and a
+// numbered TCP stream to an echo service.
 import path from 'node:path';
 
 import { kRepo } from './paths.mjs';
 import { waitUntil } from './program.mjs';
 import { caller } from './remote_call.mjs';
 
-/** A payload of so many bytes makes the largest packet that may go by UDP (1330 bytes). */
+/** The payload of the largest packet that may go by UDP (1330 bytes). */
 export const kLargestUdpPayload = 1302;
 const kSizes = [32, 256, kLargestUdpPayload, 1400];
 const kExitMs = 5000;
 
 /**
- * Starts traffic from the engineer's namespace to `address`. Options: `port`; `waitMs`, how long an
- * answer may take; `udp` {sizes, intervalMs, batch, count} and `tcp` {chunkBytes, intervalMs, stallMs} as
+ * Starts traffic from the engineer's namespace to `address`. Options: `port`; `waitMs`, the longest
+ * time for an answer; `udp` {sizes, intervalMs, batch, count} and `tcp` {chunkBytes, intervalMs, stallMs} as
  * in traffic_udp.mjs and traffic_tcp.mjs, or false for none. Times are milliseconds since the start.
  */
 export async function startTraffic(lab, address, { port = 7, waitMs = 2000, udp = {}, tcp = {} } = {}) {
@@ -42,7 +42,7 @@ class Traffic {
   async start(options) { await this.#call('start', options); }
 
   /**
-   * A look in between: {nowMs, udp: {sent, received, duplicated, reordered, late, wrong, lost,
+   * The current figures: {nowMs, udp: {sent, received, duplicated, reordered, late, wrong, lost,
    * answeredSince, longestGapMs, gaps: [{from, fromMs, toMs, lost}]}, tcp: {bytes, connections, failedConnects,
    * breaks: [{atMs, reason, unansweredBytes}], outOfOrder, wrongBytes, longestStallMs}}. Options as in
    * UdpTraffic.report().
@@ -50,8 +50,8 @@ class Traffic {
   async report(options = {}) { return this.#call('report', options); }
 
   /**
-   * Waits until `datagrams` that were sent from now on have been answered and `bytes` more have come
-   * back over TCP. Returns how long that took, in milliseconds.
+   * Waits until `datagrams` sent from now on have been answered and `bytes` more have returned over TCP.
+   * Returns how long that took, in milliseconds.
    */
   async waitUntilFlowing({ datagrams = 10, bytes = 2048, timeoutMs = 60_000 } = {}) {
     const before = await this.report();
@@ -64,13 +64,13 @@ class Traffic {
     return now.nowMs - before.nowMs;
   }
 
-  /** Waits until so many datagrams have been sent in all. */
+  /** Waits until this many datagrams have been sent in total. */
   async waitUntilSent(datagrams, timeoutMs = 60_000) {
     await waitUntil(`${datagrams} datagrams sent`, async () => (await this.report()).udp.sent >= datagrams,
       timeoutMs);
   }
 
-  /** Sends no more, waits for late answers, ends the process and returns the last report. */
+  /** Stops sending, waits for late answers, ends the process and returns the last report. */
   async stop() {
     const report = await this.#call('finish');
     this.#child.disconnect();
@@ -82,13 +82,13 @@ class Traffic {
 const kUdp = 17;
 const kHeaderBytes = 28;  // IPv4 without options, UDP
 
-/** The number of a datagram in its whole IPv4 packet (hexadecimal); null if it is no UDP. */
+/** The number of a datagram, from its whole IPv4 packet in hexadecimal; null if it is not UDP. */
 export function datagramNumber(hex) {
   const packet = Buffer.from(hex, 'hex');
   return packet[9] === kUdp ? packet.readUInt32BE(kHeaderBytes + 4) : null;
 }
 
-/** A report in one line, for a scenario to print. */
+/** A report as one line of text. */
 export function describe({ udp, tcp }) {
   const parts = [];
   if (udp) {

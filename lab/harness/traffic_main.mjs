@@ -1,4 +1,4 @@
-// Traffic as a process of its own, so that it can run inside a network namespace; see traffic.mjs.
+// Traffic as a separate process, so that it can run inside a network namespace; see traffic.mjs.
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { serve } from './remote_call.mjs';
@@ -27,7 +27,7 @@ const kMethods = {
     };
   },
 
-  /** Sends no more, waits for late answers and reports all the rest as lost. */
+  /** Stops sending, waits for late answers and reports the rest as lost. */
   async finish() {
     const all = Object.values(streams);
     for (const stream of all) stream.pause();

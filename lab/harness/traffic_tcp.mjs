@@ -1,15 +1,15 @@
-// A stream of numbers to an echo service over one TCP connection, opened again when it breaks.
+// A stream of numbers to an echo service over one TCP connection, which is reopened when it breaks.
 import net from 'node:net';
 
 const kNumberBytes = 4;
-const kUnansweredBytes = 256 << 10;  // no more is under way at a time
+const kUnansweredBytes = 256 << 10;  // the most that is in flight
 const kReopenMs = 200;
 const kConnectMs = 5000;
 
 /**
- * Writes `chunkBytes` every `intervalMs`. A connection on which nothing has come for `stallMs` is given
- * up and counts as broken (0: never; TCP itself gives up after many minutes). Times are milliseconds
- * since `startMs` of the process's clock.
+ * Writes `chunkBytes` every `intervalMs`. A connection without data for `stallMs` is closed and counts as
+ * broken (0: never; TCP itself gives up after many minutes). Times are milliseconds since `startMs` of the
+ * process's clock.
  */
 export class TcpTraffic {
   #options;
@@ -17,11 +17,11 @@ export class TcpTraffic {
   #timers = [];
   #isPaused = false;
   #isOpen = false;
-  #written = 0;  // the next number to write; goes on from one connection to the next
+  #written = 0;  // the next number to write; continues across connections
   #first = 0;    // of this connection
   #expected = 0;
   #rest = Buffer.alloc(0);
-  #progressMs = 0;    // when something last came, on any connection
+  #progressMs = 0;    // when data last arrived, on any connection
   #connectionMs = 0;  // the same, or this connection's start
   #result = {
     bytes: 0, connections: 0, failedConnects: 0, breaks: [], outOfOrder: 0, wrongBytes: 0,
@@ -123,7 +123,7 @@ export class TcpTraffic {
 
   #stallMs(now) { return Math.max(this.#result.longestStallMs, now - this.#progressMs); }
 
-  /** Writes no more; what comes late still counts. A connection that ends is not opened again. */
+  /** Stops writing; late data still counts. Connections are no longer reopened. */
   pause() {
     this.#isPaused = true;
     for (const timer of this.#timers) clearTimeout(timer);
@@ -131,7 +131,7 @@ export class TcpTraffic {
 
   isComplete() { return this.#isOpen && this.#expected === this.#written; }
 
-  /** `bytes` came back; `breaks` are ends of open connections, with what was still unanswered. */
+  /** `bytes` returned; `breaks` are ends of open connections, with their unanswered bytes. */
   report() {
     const now = this.#isPaused ? this.#progressMs : this.#nowMs();
     return { ...this.#result, longestStallMs: this.#stallMs(now) };

@@ -1,4 +1,4 @@
-// Numbered datagrams to an echo service, and what became of each.
+// Numbered datagrams to an echo service, and the fate of each.
 import dgram from 'node:dgram';
 import { once } from 'node:events';
 import { randomInt } from 'node:crypto';
@@ -8,7 +8,7 @@ const kSocketBytes = 4 << 20;
 const kPattern = Buffer.from({ length: 65536 }, (_, index) => index & 255);
 
 /**
- * Sends `batch` datagrams every `intervalMs`, `count` in all, with the payload `sizes` in turn (at
+ * Sends `batch` datagrams every `intervalMs`, `count` in total, cycling through the payload `sizes` (at
  * least 8 bytes each). Times are milliseconds since `startMs` of the process's clock.
  */
 export class UdpTraffic {
@@ -26,7 +26,7 @@ export class UdpTraffic {
   constructor(options) { this.#options = options; }
 
   async start() {
-    // What the way refuses, such as an unreachable host, is a datagram lost like others.
+    // A refused datagram, for example to an unreachable host, counts as lost.
     this.#socket.on('error', () => {});
     this.#socket.on('message', (bytes) => this.#receive(bytes));
     this.#socket.bind(0);
@@ -76,15 +76,15 @@ export class UdpTraffic {
     }
   }
 
-  /** Sends no more; what comes late still counts. */
+  /** Stops sending; late answers still count. */
   pause() { clearInterval(this.#timer); }
 
   isComplete() { return this.#counts.received === this.#sentMs.length; }
 
   /**
-   * What was sent and what came back. `lateMs`: a datagram unanswered for so long is lost, a
-   * younger one under way. `since`: `answeredSince` counts the answered ones from that number on. `late`
-   * counts those that were answered after more than `waitMs`, `wrong` what nobody sent.
+   * Counts the datagrams. One that is unanswered for `lateMs` is lost; a younger one is in flight.
+   * `answeredSince` counts the answered ones from number `since` on, `late` those answered after more than
+   * `waitMs`, `wrong` answers to nothing that was sent.
    */
   report({ lateMs, since = 0 }) {
     const limit = this.#nowMs() - lateMs;

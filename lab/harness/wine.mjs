@@ -1,5 +1,5 @@
-// A Windows installation (a Wine prefix) for one lab: made once, emptied of the program's traces
-// before each run, started and ended with the wineserver that belongs to it.
+// A Windows installation (a Wine prefix) for one lab: created once, cleared of the program's files before
+// each run, started and ended with its own wineserver.
 import { access, mkdir, readdir, readFile, rename, rm, symlink } from 'node:fs/promises';
 import path from 'node:path';
 
@@ -11,7 +11,7 @@ export const kWine = '/usr/lib/wine/wine64';
 const kWineserver = '/usr/bin/wineserver';
 const kInternetSettings = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings';
 
-/** Made once and never run again: a copy takes a quarter of the time, and several at once do not meet. */
+/** Created once and never run: copying it takes a quarter of the time, and concurrent labs cannot collide. */
 const kTemplate = path.join(kBuild, 'lab-template');
 
 const exists = (file) => access(file).then(() => true, () => false);
@@ -26,7 +26,7 @@ export class WinePrefix {
     this.user = path.join(folder, 'drive_c/users', process.env.USER || 'root');
   }
 
-  /** Makes the installation if it is not there, as a copy of the template. */
+  /** Creates the installation as a copy of the template, if it is missing. */
   async ensure() {
     if (await this.#isReady()) return;
     await this.#remove();
@@ -37,7 +37,7 @@ export class WinePrefix {
     await rename(copy, this.folder);
   }
 
-  /** Makes the installation from nothing (about 15 s), as Windows 10. */
+  /** Creates the installation from scratch (about 15 s), as Windows 10. */
   async make() {
     await mkdir(path.dirname(this.folder), { recursive: true });
     await runOrFail([kWine, 'wineboot', '-i'], { env: this.env, timeoutMs: 180_000 });
@@ -49,7 +49,7 @@ export class WinePrefix {
 
   #isReady() { return exists(path.join(this.folder, 'lab-ready')); }
 
-  /** With its server, should one be left of a start that was broken off. */
+  /** Also ends a server left by an interrupted start. */
   async #remove() {
     if (!await exists(this.folder)) return;
     await run([kWineserver, '-k'], { env: this.env });
@@ -60,11 +60,11 @@ export class WinePrefix {
   get local() { return path.join(this.user, 'AppData/Local/Velmarine'); }
   get temp() { return path.join(this.user, 'Temp'); }
   get settingsFile() { return path.join(this.roaming, 'Client.settings.json'); }
-  /** The program's second copy of it. */
+  /** The program's second copy of the settings. */
   get lastSettingsFile() { return path.join(this.roaming, 'Client.settings.last.json'); }
   get runtimeFolder() { return path.join(this.local, 'Runtime'); }
 
-  /** Removes what an earlier run of the program left: settings, runtime folder, temporary files. */
+  /** Removes the files of earlier runs: settings, runtime folder, temporary files. */
   async forgetProgram() {
     await rm(this.roaming, { recursive: true, force: true });
     await rm(this.local, { recursive: true, force: true });
@@ -73,18 +73,18 @@ export class WinePrefix {
     }
   }
 
-  /** The Windows path of a file of this machine. */
+  /** The Windows path of a Linux file. */
   windowsPath(file) {
     return `Z:${path.resolve(file).replaceAll('/', '\\')}`;
   }
 
-  /** The file of this machine behind an absolute Windows path. */
+  /** The Linux file behind an absolute Windows path. */
   unixPath(windowsPath) {
     const [drive, ...parts] = windowsPath.split('\\');
     return path.join(this.folder, 'dosdevices', drive.toLowerCase(), ...parts);
   }
 
-  /** Names `versionFolder` as the browser runtime, or no runtime at all when it is null. */
+  /** Registers `versionFolder` as the browser runtime; null unregisters it. */
   async setBrowserRuntime(versionFolder, options) {
     const command = versionFolder === null
       ? ['reg.exe', 'delete', kRuntimeKey, '/f', '/reg:32']
@@ -93,26 +93,26 @@ export class WinePrefix {
     await run([kWine, ...command], { env: this.env, ...options });
   }
 
-  /** The user's list of what does not go to the web proxy, as the registry holds it; null: none. */
+  /** The user's proxy bypass list in the registry; null if there is none. */
   async proxyOverride(options) {
     const { stdout } = await run([kWine, 'reg.exe', 'query', kInternetSettings, '/v', 'ProxyOverride'],
       { env: this.env, ...options });
     return /^ +ProxyOverride +REG_(?:EXPAND_)?SZ {4}(.*?)\r?$/m.exec(stdout)?.[1] ?? null;
   }
 
-  /** Puts `text` in the place of that list, or takes the value away when it is null. */
+  /** Replaces that list by `text`; null removes the value. */
   async setProxyOverride(text, { type = 'REG_SZ', ...options } = {}) {
     const value = [kInternetSettings, '/v', 'ProxyOverride', '/f'];
     const command = text === null ? ['delete', ...value] : ['add', ...value, '/t', type, '/d', text];
     await run([kWine, 'reg.exe', ...command], { env: this.env, ...options });
   }
 
-  /** The command line of a Windows program, on one processor: its server calls are faster there. */
+  /** The command line of a Windows program, pinned to one processor, where its server calls are faster. */
   command(program, args = []) {
     return ['taskset', '-c', '1', kWine, program, ...args];
   }
 
-  /** Ends the prefix's server and all that runs under it; a new one starts where the next program does. */
+  /** Ends the prefix's server and everything under it. The next program starts a new one in its namespace. */
   async stopServer() {
     await run([kWineserver, '-k'], { env: this.env, timeoutMs: 20_000 });
     await run([kWineserver, '-w'], { env: this.env, timeoutMs: 30_000 });
@@ -123,13 +123,13 @@ export class WinePrefix {
   }
 }
 
-/** Makes the installation that each lab copies, if it is not there. */
+/** Creates the installation that each lab copies, if it is missing. */
 export async function ensureTemplate() {
   if (await exists(kTemplate)) return;
   const made = new WinePrefix(`${kTemplate}.${process.pid}`);
   await made.make();
   await rename(made.folder, kTemplate).catch(async (error) => {
     if (!await exists(kTemplate)) throw error;
-    await rm(made.folder, { recursive: true, force: true });  // somebody else was faster
+    await rm(made.folder, { recursive: true, force: true });  // another process was faster
   });
 }

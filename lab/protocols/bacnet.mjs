@@ -1,5 +1,5 @@
-// BACnet/IP through @bacnet-js/client on both sides. The tool has BACnet's own port, as real ones have: all
-// uses share it. Changes of a value come unasked, to the port that subscribed or to another.
+// BACnet/IP through @bacnet-js/client on both sides. Like real tools, the tool uses BACnet's own port, which
+// all uses share. Changes of a value arrive unsolicited, at the subscribing port or at another one.
 import { once } from 'node:events';
 import { createRequire } from 'node:module';
 
@@ -14,7 +14,7 @@ const {
 
 export const title = 'BACnet/IP';
 
-const kTries = 3;  // Number_Of_APDU_Retries, which this library leaves to its user
+const kTries = 3;  // Number_Of_APDU_Retries, which this library leaves to the caller
 const kTryMs = 1000;
 const kOtherPort = 47_809;
 const kDevice = 4711;
@@ -23,16 +23,16 @@ const kPresent = { id: PropertyIdentifier.PRESENT_VALUE, index: 0xffffffff };
 const analog = (instance) => ({ type: ObjectType.ANALOG_VALUE, instance });
 const kFirstPlain = 1000;
 const kPlains = 1_000_000;
-/** A datagram may arrive late, behind a newer one: each value that is written has an object of its own. */
+/** A datagram may arrive late, after a newer one, so each written value has its own object. */
 const plain = (number) => analog(kFirstPlain + (number % kPlains));
 const kWatched = analog(2);
-const kWatchedElsewhere = analog(3);  // its changes go to kOtherPort, whichever port asked
+const kWatchedElsewhere = analog(3);  // its changes are reported to kOtherPort, whichever port subscribed
 const kPriority = 8;
 const real = (value) => [{ type: ApplicationTag.REAL, value }];
 
 async function open(options) {
   const client = new BacnetClient(options);
-  client.on('error', () => {});  // a refused datagram; the request that waits for it runs out of time
+  client.on('error', () => {});  // for refused datagrams; the waiting request times out
   await once(client, 'listening');
   return client;
 }
@@ -84,17 +84,17 @@ const toolOptions = { apduTimeout: kTryMs };
 const takeTool = shared(() => open(toolOptions), (tool) => tool.close());
 const takeOtherTool = shared(() => open({ ...toolOptions, port: kOtherPort }), (tool) => tool.close());
 
-/** How a request is repeated that nobody answered. */
+/** Repeats unanswered requests. */
 const stubborn = (notes) => ({ tries: kTries, notes, isLoss: /ERR_TIMEOUT|nothing within|another object/ });
 
 let asked = 0;
-/** Numbers go on from use to use, so that an answer to an earlier one is none to a newer one. */
+/** Numbers continue across uses, so that a late answer never matches a newer request. */
 const numbered = (options = {}) => ({ ...options, invokeId: (asked++ % 255) + 1 });
 
 const write = (tool, to, object, value) => tool.writeProperty(to, object, PropertyIdentifier.PRESENT_VALUE,
   real(value), numbered({ priority: kPriority }));
 
-/** The present value; an answer that names another object is late, and none to this question. */
+/** The present value; an answer that names another object is a late one. */
 async function read(tool, to, object) {
   const { objectId, values } = await tool.readProperty(to, object, PropertyIdentifier.PRESENT_VALUE, numbered());
   if (objectId.instance !== object.instance) throw new Error('BACnet: an answer about another object');
@@ -103,7 +103,7 @@ async function read(tool, to, object) {
 
 let written = 0;
 
-/** Writes a value and reads it back, in turn. */
+/** Writes a value and reads it back, alternately. */
 export async function use({ address, rounds }) {
   const { it: tool, release } = await takeTool();
   const to = { address };
@@ -125,8 +125,8 @@ export async function use({ address, rounds }) {
 }
 
 /**
- * Resolves with the value of the next change of `object` that `hearing` is sent from `address`. The values grow: one
- * below `atLeast` is the report of an earlier change that comes late.
+ * Resolves with the value of the next change of `object` that `hearing` receives from `address`. The values grow, so
+ * a value below `atLeast` is a late report of an earlier change.
  */
 function nextChange(hearing, address, object, atLeast) {
   let hear;
@@ -143,8 +143,8 @@ function nextChange(hearing, address, object, atLeast) {
 }
 
 /**
- * Subscribes, then changes the value again and again; each request's time is that from the write until the
- * change is reported. A report that is lost is lost for good: then another write is made, and counted.
+ * Subscribes, then changes the value repeatedly and measures the time from each write to its report. A lost report
+ * is not repeated by the device, so the write is repeated and counted.
  */
 async function watch({ address, rounds }, { asking, hearing, object }) {
   const to = { address };
@@ -174,8 +174,8 @@ async function useChangeOfValue(options) {
 }
 
 /**
- * The device reports to a port that sent nothing, as to a recipient that was entered in it. With the setting,
- * that port asks the device for a value before: what comes to it is then an answer for whoever stands between.
+ * The device reports to a port that has sent nothing, like a recipient entered in the device. With the setting, that
+ * port first asks the device for a value, so that everything between sees the report as an answer.
  */
 async function useOtherPort(options) {
   const asking = await takeTool();

@@ -10,7 +10,7 @@ const kDomain = 'plant.test';
 const nameOf = (index) => `unit-192-0-2-${index % 200}.${kDomain}`;
 const addressOf = (index) => `192.0.2.${index % 200}`;
 
-/** One name server for all addresses; it has a name and an address for each machine of the plant. */
+/** One name server for all addresses, with a name and an address for each machine of the plant. */
 export async function serve({ addresses }) {
   return startDaemon('dnsmasq', ['/usr/sbin/dnsmasq', '--keep-in-foreground', '--conf-file=/dev/null',
     '--no-resolv', '--no-hosts', '--no-daemon', '--pid-file=', `--port=${kPort}`, '--bind-interfaces',
@@ -26,7 +26,7 @@ const look = (words) => async ({ address, rounds, timeoutMs }) => {
     const answer = await ask(['dig', `@${address}`, '+short', `+tries=${kTries}`,
       `+time=${Math.max(1, Math.floor(timeoutMs / kTries / 1000))}`, ...words, name, 'A'],
     { timeoutMs: timeoutMs + 2000 });
-    // What dig says of tries that nobody answered comes before the answer.
+    // dig prints its unanswered tries before the answer.
     const lines = answer.trim().split('\n');
     notes.repeated += lines.filter((line) => line.startsWith(';')).length;
     mustBe(`DNS ${name}`, lines.filter((line) => !line.startsWith(';')).join(' '), addressOf(index));

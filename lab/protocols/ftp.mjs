@@ -1,5 +1,5 @@
-// FTP through vsftpd, and curl or lftp. Each file goes over a connection of its own, whose address and port one side
-// tells the other inside the control connection: with EPSV the port alone, with PASV and PORT an address, too.
+// FTP through vsftpd, and curl or lftp. Each file uses its own connection, whose address and port are announced inside
+// the control connection: with EPSV only the port, with PASV and PORT also an address.
 import { chmod, mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
@@ -13,8 +13,8 @@ const kPort = 21;
 const kBytes = 65_536;
 const kUpload = 'upload';
 
-// It refuses a PORT command that names another address than the control connection comes from, as careful
-// servers do (its default), and opens active data connections from port 20.
+// By default vsftpd refuses a PORT command with an address other than the control connection's, as careful servers
+// do, and it opens active data connections from port 20.
 const configuration = (root, empty) => `
 listen=YES
 listen_port=${kPort}
@@ -33,12 +33,12 @@ seccomp_sandbox=NO
 xferlog_enable=NO
 `;
 
-/** One server for all addresses; what it says about itself is the address it was reached at. */
+/** One server for all addresses; it announces the address at which it was reached. */
 export async function serve({ folder }) {
   const root = path.join(folder, 'ftp');
   const empty = path.join(folder, 'ftp-empty');
   const file = path.join(folder, 'vsftpd.conf');
-  await chmod(folder, 0o711);  // the server reads as a user of its own
+  await chmod(folder, 0o711);  // the server reads under its own user
   await mkdir(path.join(root, kUpload), { recursive: true });
   await chmod(path.join(root, kUpload), 0o777);
   await mkdir(empty, { recursive: true });
@@ -60,19 +60,19 @@ export const use = (options) => withCurl(options, []);
 const kBelieve = '--no-ftp-skip-pasv-ip';
 const kDoNotBelieve = '--ftp-skip-pasv-ip';  // curl's default; other tools have it as a setting
 
-/** A tool that opens data connections to the address that the server's answer to PASV names. */
+/** A tool that opens data connections to the address in the server's answer to PASV. */
 const usePasv = (options) => withCurl(options, ['--disable-epsv', options.setting ? kDoNotBelieve : kBelieve]);
 
-/** The server opens the data connections, to the address that the tool names; `more` are lftp's settings. */
+/** The server opens data connections to the address announced by the tool; `more` are lftp's settings. */
 function useActive(options, more) {
   const { address, folder, timeoutMs } = options;
   return exchange(options, lftp(address, { 'ftp:passive-mode': 'no', ...more }, folder, timeoutMs));
 }
 
-/** The tool names the address of its own network card, as it does unless told otherwise. */
+/** The tool announces the address of its own network card, which is its default. */
 const useActiveAsIs = (options) => useActive(options, {});
 
-/** The tool names the address that the engineer has on site, `tunnelAddress`. */
+/** The tool announces the engineer's address on site, `tunnelAddress`. */
 const useActiveNamed = (options) =>
   useActive(options, { 'ftp:port-ipv4': options.tunnelAddress ?? kTunnelAddress });
 

@@ -1,4 +1,4 @@
-// A process that stands for one computer: on site it serves protocols, at the engineer's it uses them. It
+// A process that represents one computer: on site it serves protocols, at the engineer's end it uses them. It
 // runs in the namespace in which it is forked; connectHost() is its parent's side.
 import { fileURLToPath } from 'node:url';
 
@@ -9,29 +9,29 @@ let releasing = new AbortController();
 const load = (name) => import(`./${name}.mjs`);
 
 const methods = {
-  /** Serves the protocol of that name until the process ends. */
+  /** Serves the named protocol until the process ends. */
   async serve(name, options) {
     ends.push(await (await load(name)).serve(options));
   },
-  /** Uses the protocol, or its variant of that title; {requestMs, connectMs, notes}. */
+  /** Uses the protocol or the variant with that title; returns {requestMs, connectMs, notes}. */
   async use(name, title, options) {
     const protocol = await load(name);
     const one = [protocol, ...(protocol.variants ?? [])].find((each) => each.title === title);
     if (!one) throw new Error(`${name} has no variant "${title}"`);
     return one.use({ ...options, released: releasing.signal });
   },
-  /** Ends those uses that go on until they are released. */
+  /** Ends the held uses. */
   async release() {
     releasing.abort();
     releasing = new AbortController();
   },
-  /** Ends what is served, in the reverse order. */
+  /** Stops all servers, in reverse order. */
   async end() {
     while (ends.length > 0) await ends.pop()();
   },
 };
 
-/** Takes a process that was forked from this file; returns {serve, use, release, end}. */
+/** `child` is a process forked from this file; returns {serve, use, release, end}. */
 export function connectHost(child, name) {
   const call = caller(child, name);
   return Object.fromEntries(Object.keys(methods).map((each) => [each, (...args) => call(each, ...args)]));

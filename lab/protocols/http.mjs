@@ -16,7 +16,7 @@ const kPauseMs = 100;
 
 export const title = `HTTP, ${kAtOnce} connections at once`;
 
-/** The page of that number: some thousand bytes that no other page has. */
+/** The page with that number: some thousand bytes that differ from every other page. */
 const page = (number) => `page ${number} `.repeat(200 + (number % 150));
 
 async function start(address) {
@@ -25,7 +25,7 @@ async function start(address) {
   });
   const sockets = new WebSocketServer({ server });
   sockets.on('connection', (socket) => {
-    socket.on('error', () => {});  // its other end reports it
+    socket.on('error', () => {});  // the other end reports it
     socket.on('message', (bytes, binary) => socket.send(bytes, { binary }));
   });
   server.listen(kPort, address);
@@ -40,7 +40,7 @@ async function stop({ server, sockets }) {
   await new Promise((done) => { server.close(done); });
 }
 
-/** One server an address. Returns the function that ends them. */
+/** One server per address. Returns a function that stops them. */
 export async function serve({ addresses }) {
   return startEach(addresses, start, stop);
 }
@@ -62,7 +62,7 @@ function get(address, number, { agent, timeoutMs }) {
   });
 }
 
-/** So many pages at a time, each over a connection of its own. */
+/** Fetches many pages at once, each over its own connection. */
 export async function use({ address, rounds, timeoutMs }) {
   const agent = new http.Agent({ keepAlive: false, maxSockets: kAtOnce });
   const requestMs = [];
@@ -83,7 +83,7 @@ async function echo(socket, text, timeoutMs) {
   mustBe('WebSocket, answer', answer.toString(), text);
 }
 
-/** One WebSocket with a message there and back in each round or, when `hold`, now and then until it is released. */
+/** One WebSocket with an echoed message in each round or, with `hold`, now and then until it is released. */
 async function useHeld({ address, rounds, timeoutMs, hold = false, released }) {
   const started = performance.now();
   const socket = new WebSocket(`ws://${address}:${kPort}/`, { handshakeTimeout: timeoutMs, perMessageDeflate: false });

@@ -13,7 +13,7 @@ const kUnit = 1;
 const kMasters = 4;
 const kRegistersEach = 100;
 const kSlots = Math.floor(0x8000 / kRegistersEach);
-/** Input registers hold this, whatever is written elsewhere. */
+/** The constant content of the input registers. */
 const inputRegister = (address) => (address * 31 + 7) % 0x10000;
 
 export const title = 'Modbus TCP';
@@ -31,17 +31,17 @@ async function start(address) {
   return server;
 }
 
-/** One server an address. Returns the function that ends them. */
+/** One server per address. Returns a function that stops them. */
 export async function serve({ addresses }) {
   return startEach(addresses, start, (server) => new Promise((done) => { server.close(done); }));
 }
 
-/** The library calls back only for a connection that is still open: nobody waits for this one. */
+/** Not awaited: the library calls back only for a connection that is still open. */
 const drop = (master) => master.destroy(() => {});
 
 async function connect(address, timeoutMs) {
   const master = new ModbusMaster();
-  master.on('error', () => {});  // each request fails by itself, too
+  master.on('error', () => {});  // each request reports its own failure
   try {
     await master.connectTCP(address, { port: kPort, timeout: timeoutMs });
   } catch (error) {
@@ -55,7 +55,7 @@ async function connect(address, timeoutMs) {
 
 let uses = 0;
 
-/** Registers that are written, read back, and registers that only the device sets, in turn. */
+/** In turn: writes registers, reads them back, and reads registers that only the device sets. */
 function request(master, first, index) {
   const round = index - (index % 3);
   const values = Array.from({ length: kRegistersEach }, (_, place) => (first * 3 + round * 101 + place) % 0x10000);
@@ -70,7 +70,7 @@ function request(master, first, index) {
   return acts[index % acts.length]();
 }
 
-/** Each use writes to registers of its own, so that several may run at once. */
+/** Each use writes its own registers, so that several may run at once. */
 export async function use({ address, rounds, timeoutMs }) {
   const first = (uses++ % kSlots) * kRegistersEach;
   const started = performance.now();
@@ -85,7 +85,7 @@ export async function use({ address, rounds, timeoutMs }) {
   }
 }
 
-/** As a control system, a panel, a logger and a programming device: every one has its own values. */
+/** A control system, a panel, a logger and a programming device at once, each with its own values. */
 async function useTogether(options) {
   const reports = await Promise.all(Array.from({ length: kMasters }, () => use(options)));
   return {

@@ -8,10 +8,10 @@ import { insist, timed, WrongAnswer } from './support/requests.mjs';
 export const title = 'NTP';
 
 const kPort = 123;
-const kTries = 3;  // a daemon asks again and again; ntpdig once a run
+const kTries = 3;  // a daemon would repeat its requests; ntpdig asks once per run
 const kStratum = 8;
 
-// Serves this machine's clock and leaves it alone.
+// Serves this machine's clock without adjusting it.
 const configuration = (folder) => `
 local stratum ${kStratum}
 allow all
@@ -21,7 +21,7 @@ bindcmdaddress ${path.join(folder, 'chronyd.sock')}
 pidfile ${path.join(folder, 'chronyd.pid')}
 `;
 
-/** One server for all addresses: it answers from the address that it was asked at. */
+/** One server for all addresses; it answers from the address that was asked. */
 export async function serve({ folder }) {
   const own = path.join(folder, 'ntp');
   const file = path.join(own, 'chrony.conf');
@@ -32,12 +32,12 @@ export async function serve({ folder }) {
 }
 
 /**
- * Asks for the time. Both sides have the same clock, so that the offset found must be within what the way
- * there and back can explain: half of the delay.
+ * Asks for the time. Both sides share a clock, so the measured offset must not exceed half of the round trip's
+ * delay.
  */
 export async function use({ address, rounds, timeoutMs }) {
   const notes = { request: 'a run of ntpdig', repeated: 0, largestOffsetMs: 0 };
-  const seconds = Math.max(1, Math.floor(timeoutMs / kTries / 1000));  // ntpdig takes whole ones
+  const seconds = Math.max(1, Math.floor(timeoutMs / kTries / 1000));  // ntpdig accepts whole seconds only
   const requestMs = await timed(rounds, async () => {
     const text = await insist({ tries: kTries, notes, isLoss: /no eligible servers/ }, () => ask(
       ['ntpdig', '-4', '-j', '-t', String(seconds), address], { timeoutMs: timeoutMs + 2000 }));

@@ -1,5 +1,5 @@
-// OPC UA through node-opcua on both sides. The server names its own endpoint address in its answer to
-// GetEndpoints, and a strict client compares it with the one that the engineer typed: behind NAT they differ.
+// OPC UA through node-opcua on both sides. The server's answer to GetEndpoints contains its own address, which a
+// strict client compares with the typed one: with NAT they differ.
 import { once } from 'node:events';
 import { createRequire } from 'node:module';
 import path from 'node:path';
@@ -12,14 +12,14 @@ const client = require('node-opcua-client');
 const server = require('node-opcua-server');
 const { OPCUACertificateManager } = require('node-opcua-certificate-manager');
 
-client.setLogLevel(client.LogLevel.Error);  // what goes wrong is in the errors, too
+client.setLogLevel(client.LogLevel.Error);  // the errors contain all that matters
 
 export const title = 'OPC UA';
 export const settingNeeded = 'endpointMustExist: false';
 
 const kPort = 4840;
 const kFolder = 'ns=1;s=Controller';
-/** Each use writes a variable of its own: what an earlier one wrote may arrive late, by its old connection. */
+/** Each use writes its own variable, because an earlier use's write may arrive late, over its old connection. */
 const kSetpoints = 50;
 const setpoint = (number) => `Setpoint${number % kSetpoints}`;
 const kWatched = 'ns=1;s=Watched';
@@ -49,12 +49,12 @@ async function startServer(address, folder) {
   return one;
 }
 
-/** One server for each address, which names that address in its endpoints. */
+/** One server per address, with that address in its endpoints. */
 export async function serve({ addresses, folder }) {
   return startEach(addresses, (address) => startServer(address, folder), (one) => one.shutdown(0));
 }
 
-/** Calls `body` with a session; returns {connectMs, ...what body returns}. */
+/** Calls `body` with a session; returns {connectMs, ...result of body}. */
 async function withSession({ address, timeoutMs, folder, setting }, body) {
   const one = client.OPCUAClient.create({
     ...(setting ? { endpointMustExist: false } : {}),
@@ -100,7 +100,7 @@ async function browse(session) {
 
 let uses = 0;
 
-/** Writes, reads back and browses in turn. */
+/** In turn: writes, reads back and browses. */
 export async function use(options) {
   const nodeId = `ns=1;s=${setpoint(uses++)}`;
   return withSession(options, async (session) => ({
@@ -113,7 +113,7 @@ export async function use(options) {
   }));
 }
 
-/** Each request's time is that from a write until the subscription reports the value. */
+/** Measures the time from each write to the subscription's report of the value. */
 async function useSubscription(options) {
   return withSession(options, async (session) => {
     const subscription = await session.createSubscription2({

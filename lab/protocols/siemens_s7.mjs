@@ -1,5 +1,5 @@
-// Siemens S7 communication (ISO on TCP, port 102), snap7 on both sides: the controller's data blocks are
-// read and written as an operator panel or a programming device does.
+// Siemens S7 communication (ISO on TCP, port 102), snap7 on both sides: reads and writes the
+// controller's data blocks like an operator panel or a programming device.
 import { once } from 'node:events';
 import { createRequire } from 'node:module';
 import { fileURLToPath } from 'node:url';
@@ -25,7 +25,7 @@ async function start(processes, address) {
   if (error !== null) throw new Error(`S7 controller on ${address}: ${error}`);
 }
 
-/** One controller an address, each with data blocks of its own. Returns the function that ends them. */
+/** One controller per address, each with its own data blocks. Returns a function that stops them. */
 export async function serve({ addresses }) {
   const processes = new Processes();
   try {
@@ -37,7 +37,7 @@ export async function serve({ addresses }) {
   return () => processes.stopAll();
 }
 
-/** Calls a method of the client by its name; the library's error numbers become its texts. */
+/** Calls a method of the client by name; error numbers become the library's texts. */
 const call = (client, method, ...args) => new Promise((resolve, reject) => {
   client[method](...args, (error, result) => (error
     ? reject(new Error(`S7 ${method}: ${client.ErrorText(error).trim()}`)) : resolve(result)));
@@ -51,7 +51,7 @@ function makeClient(timeoutMs) {
 
 let uses = 0;
 
-/** A value that is written, read back, and a block that takes several answers, in turn. */
+/** In turn: writes a value, reads it back, and reads a block that takes several answers. */
 function request(client, offset, index) {
   const value = Buffer.alloc(kValueBytes, `round ${index - (index % 3)} `);
   const acts = [
@@ -62,7 +62,7 @@ function request(client, offset, index) {
   return acts[index % acts.length]();
 }
 
-/** Each use writes to a place of its own, so that several may run at once. */
+/** Each use has its own place in the block, so that several may run at once. */
 export async function use({ address, rounds, timeoutMs }) {
   const client = makeClient(timeoutMs);
   const offset = (uses++ % kSlots) * kValueBytes;

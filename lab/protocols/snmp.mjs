@@ -1,5 +1,5 @@
 // SNMP through net-snmp on both sides: version 2c, version 3 with passwords, and traps, which the device
-// sends unasked to a port of the engineer's.
+// sends unsolicited to a port of the engineer's.
 import { EventEmitter, once } from 'node:events';
 import { createRequire } from 'node:module';
 
@@ -16,7 +16,7 @@ const kTrapPort = 162;
 const kTries = 3;
 const kCommunity = 'site';
 const kLab = '1.3.6.1.4.1.8072.9999.9999';  // for experiments (NET-SNMP-MIB)
-/** A datagram may arrive late, behind a newer one: values that are written soon after another have each a place. */
+/** A datagram may arrive late, after a newer one, so values written in quick succession have separate places. */
 const kPlaces = 100;
 const placesOf = (kind) => Array.from({ length: kPlaces }, (_, place) => `${kind}${place}`);
 const kScalars = ['trapped', ...placesOf('plain'), ...placesOf('secured')];
@@ -31,13 +31,13 @@ const kUser = {
 
 // ---- the device
 
-/** Tells whoever set the value `trapped` of its new value by a trap to SNMP's trap port. */
+/** Sends a trap with the new value of `trapped` to the trap port of the host that set it. */
 function sendTrap(from, { pdu, rinfo }) {
   const set = pdu.varbinds.find((one) => one.oid === instance('trapped') && one.requestValue !== undefined);
   if (!set) return;
   const session = snmp.createSession(rinfo.address, kCommunity,
     { version: snmp.Version2c, trapPort: kTrapPort, sourceAddress: from });
-  session.on('error', () => {});  // as for any datagram: whether it arrives is not known here
+  session.on('error', () => {});  // delivery is not confirmed, as for any datagram
   session.trap(kTrap, [{ oid: instance('trapped'), type: snmp.ObjectType.Integer, value: set.value }],
     () => session.close());
 }
@@ -60,9 +60,9 @@ function fill(agent) {
 
 const close = (listener) => new Promise((resolve) => { listener.close(resolve); });
 
-/** The library does not survive a port that somebody else has. */
+/** The library crashes if the port is in use. */
 async function mustBeFree(port, address) {
-  if (await isOpen('udp', port, address)) throw new Error(`SNMP: somebody else has UDP port ${port}`);
+  if (await isOpen('udp', port, address)) throw new Error(`SNMP: UDP port ${port} is in use`);
 }
 
 async function startAgent(address) {
@@ -89,7 +89,7 @@ const openPlain = (address, timeoutMs) => snmp.createSession(address, kCommunity
 const openSecured = (address, timeoutMs) =>
   snmp.createV3Session(address, kUser, { ...options(timeoutMs), version: snmp.Version3 });
 
-/** Calls `method` of `session` with one variable; resolves with the value that the agent answers. */
+/** Calls `method` of `session` with one variable; resolves with the agent's value. */
 const call = (session, method, variable) => new Promise((resolve, reject) => {
   session[method]([variable], (error, varbinds) => {
     if (error) reject(new Error(`SNMP ${method}: ${error.message}`));
@@ -101,7 +101,7 @@ const call = (session, method, variable) => new Promise((resolve, reject) => {
 const set = (session, name, value) =>
   call(session, 'set', { oid: instance(name), type: snmp.ObjectType.Integer, value });
 
-/** Calls `body` with a session that is closed in the end. */
+/** Calls `body` with a session and closes it afterwards. */
 async function withSession(session, body) {
   let broken = null;
   session.on('error', (error) => { broken = error; });
@@ -116,7 +116,7 @@ async function withSession(session, body) {
 
 let written = 0;
 
-/** Sets a value and gets it back, in turn. */
+/** Sets a value and gets it back, alternately. */
 const setAndGet = (open, kind) => ({ address, rounds, timeoutMs }) =>
   withSession(open(address, timeoutMs), async (session) => {
     let name;
@@ -145,8 +145,8 @@ async function openReceiver() {
 const takeReceiver = shared(openReceiver, ({ receiver }) => close(receiver));
 
 /**
- * Each request's time is that from a set until the trap that it causes. A trap that is lost is lost for good:
- * then another set is made, and counted.
+ * Measures the time from each set to its trap. A lost trap is not repeated by the device, so the set is repeated and
+ * counted.
  */
 async function useTrap({ address, rounds, timeoutMs }) {
   const { it: { traps }, release } = await takeReceiver();

@@ -19,7 +19,7 @@ const kGivenBytes = kMegabyte;
 const kCurve = 'prime256v1';
 const kFolderVariable = 'SITE_FOLDER';
 
-/** The lab's own key, which opens nothing else: made from fixed bytes, so that both sides have it. */
+/** The lab's own key, derived from fixed bytes so that both sides have it; it opens nothing else. */
 function engineersKey() {
   const pair = createECDH(kCurve);
   pair.setPrivateKey(createHash('sha256').update('the key of the engineer in the lab').digest());
@@ -55,12 +55,12 @@ SetEnv ${kFolderVariable}=${own}/files
 Subsystem sftp internal-sftp
 `;
 
-/** One server for all addresses, with a host key of its own; who may log in is this process's user. */
+/** One server for all addresses, with its own host key; only this process's user may log in. */
 export async function serve({ addresses, folder }) {
   const own = path.join(folder, 'ssh');
   await mkdir(path.join(own, 'files'), { recursive: true });
   await chmod(folder, 0o711);
-  await mkdir('/run/sshd', { recursive: true, mode: 0o755 });  // where sshd drops its privileges
+  await mkdir('/run/sshd', { recursive: true, mode: 0o755 });  // sshd's privilege separation needs it
   await putGiven(path.join(own, 'files'), kGivenBytes);
   await rm(path.join(own, 'host_key'), { force: true });
   await ask(['ssh-keygen', '-q', '-t', 'ed25519', '-N', '', '-f', path.join(own, 'host_key')]);
@@ -100,7 +100,7 @@ function openLines(command) {
   };
 }
 
-// ---- the engineer's
+// ---- at the engineer's end
 
 async function options(own, timeoutMs) {
   await mkdir(own, { recursive: true });
@@ -111,7 +111,7 @@ async function options(own, timeoutMs) {
     '-o', `ConnectTimeout=${Math.ceil(timeoutMs / 1000)}`];
 }
 
-/** A session whose lines come back: {requestMs, connectMs, site: the folder for files}. */
+/** A session whose lines are echoed: {requestMs, connectMs, site: the folder for files}. */
 async function talk(words, host, { rounds, timeoutMs }) {
   const session = openLines(['ssh', ...words, host, `echo "$${kFolderVariable}"; exec cat`]);
   try {
@@ -130,7 +130,7 @@ async function talk(words, host, { rounds, timeoutMs }) {
   }
 }
 
-/** Copies `bytes` bytes there, has them summed there, and copies a file from there; returns seconds. */
+/** Copies `bytes` bytes to the site, checks their hash there, and copies a file back; returns seconds. */
 async function copy(words, host, { site, bytes, own, limitMs }) {
   const name = randomUUID();
   const [sent, got] = [path.join(own, name), path.join(own, `got-${name}`)];
@@ -147,7 +147,7 @@ async function copy(words, host, { site, bytes, own, limitMs }) {
   return seconds;
 }
 
-/** `megabytes` is the size of the file that scp takes there; it has a minute for each. 0: lines alone. */
+/** `megabytes` is the size of the file for scp, with a minute for each megabyte. 0: only lines. */
 export async function use({ address, rounds, timeoutMs, folder, megabytes = 5 }) {
   const own = path.join(folder, `ssh-engineer-${randomUUID()}`);
   const words = await options(own, timeoutMs);

@@ -1,4 +1,4 @@
-// Uses every protocol through the tunnel, by both routes, and tells what became of each.
+// Uses every protocol through the tunnel, by both routes, and reports the result of each.
 import path from 'node:path';
 
 import { kPlc, kPlcOverlapping } from '../harness/network.mjs';
@@ -6,14 +6,14 @@ import { kRepo } from '../harness/paths.mjs';
 import { connectHost } from './host.mjs';
 import { kWrongAnswer } from './support/requests.mjs';
 
-/** In the order of the table. */
+/** In the table's order. */
 export const kProtocols = ['modbus_tcp', 'siemens_s7', 'opc_ua', 'bacnet', 'snmp', 'http', 'ftp', 'tftp', 'ssh', 'vnc', 'ntp', 'dns'];
 
-/** What the engineer types for a device, by the way that leads to it. */
+/** The address that the engineer types for a device, by route. */
 export const kRoutes = { direct: kPlc, NAT: '172.31.0.10' };
 
 const kHost = path.join(kRepo, 'lab/protocols/host.mjs');
-// snap7 occupies one of libuv's threads for each request that is under way.
+// snap7 occupies one of libuv's threads for each pending request.
 const kThreads = { UV_THREADPOOL_SIZE: '16' };
 const kServeMs = 60_000;
 
@@ -37,13 +37,13 @@ export function percentiles(times) {
   return { medianMs: nth(sorted, 0.5), p99Ms: nth(sorted, 0.99) };
 }
 
-/** The servers on site and the tools at the engineer's, each a process in its namespace. */
+/** The servers on site and the tools at the engineer's end, each a process in its namespace. */
 export class Survey {
   #site;
   #tools;
   #folder;
 
-  /** `names` are those of kProtocols to serve. */
+  /** `names` are the kProtocols to serve. */
   static async start(lab, { names = kProtocols } = {}) {
     const survey = new Survey();
     survey.#folder = lab.workFolder;
@@ -60,7 +60,7 @@ export class Survey {
 
   /**
    * Uses one row's protocol by one route. Returns {works, requestMs, connectMs, notes} or {works: false, error,
-   * wrong}, `wrong` when an answer came that is not the right one; `options` as the protocol's use() has them.
+   * wrong}, `wrong` if the answer was not the right one; `options` for the protocol's use().
    */
   async use({ name, title }, route, options) {
     try {
@@ -72,7 +72,7 @@ export class Survey {
     }
   }
 
-  /** As use(), without the setting that the row names first; {setting: true} where only with it it works. */
+  /** Like use(), first without the setting in the row; {setting: true} if it works only with it. */
   async useAsNeeded(row, route, options) {
     const first = await this.use(row, route, row.settingNeeded ? { ...options, setting: false } : options);
     if (first.works || !row.settingNeeded) return { setting: false, ...first };
@@ -80,7 +80,7 @@ export class Survey {
     return { setting: true, without: first.error, ...second };
   }
 
-  /** Has those uses end that were begun with `hold`. */
+  /** Ends the uses that were started with `hold`. */
   async release() { await this.#tools.release(); }
 
   async end() { await this.#site.end(); }

@@ -12,7 +12,7 @@ export const title = 'TFTP';
 const kPort = 69;
 const kBytes = 8192;
 
-/** A server for each address: one for all would answer from the first, whichever was asked. */
+/** One server per address: a single one would always answer from the first address. */
 export async function serve({ addresses, folder }) {
   const root = path.join(folder, 'tftp');
   await mkdir(root, { recursive: true });

@@ -31,7 +31,7 @@ function picture(number) {
 
 const kPicture = 1;
 
-/** Fails when `file` is further from the picture in `wanted` than JPEG's loss explains. */
+/** Fails if `file` differs from the picture in `wanted` by more than JPEG's loss. */
 async function mustShow(what, file, wanted) {
   const { stderr } = await run(['compare', '-metric', 'PSNR', file, wanted, 'null:'], { timeoutMs: 20_000 });
   const decibels = stderr.trim() === 'inf' ? Infinity : Number.parseFloat(stderr);
@@ -41,13 +41,13 @@ async function mustShow(what, file, wanted) {
 async function drawPicture(own, number) {
   const [file, seen] = [path.join(own, 'panel.ppm'), path.join(own, 'seen.ppm')];
   await writeFile(file, picture(number));
-  // Its exit code tells nothing here; what the screen then shows does.
+  // Its exit code is meaningless here; the comparison of the screen decides.
   await run(['display', '-display', kDisplay, '-window', 'root', file], { timeoutMs: 20_000 });
   await ask(['import', '-display', kDisplay, '-window', 'root', seen], { timeoutMs: 20_000 });
   await mustShow('The screen on site', seen, file);
 }
 
-/** One screen for all addresses, which shows the picture of that number. */
+/** One screen for all addresses, showing the picture with that number. */
 export async function serve({ folder, shown = kPicture }) {
   const own = path.join(folder, 'vnc');
   await mkdir(own, { recursive: true });
@@ -63,7 +63,7 @@ export async function serve({ folder, shown = kPicture }) {
   return end;
 }
 
-/** Fetches the whole screen each time, by a connection of its own. */
+/** Fetches the whole screen each time, over a new connection. */
 export async function use({ address, folder, rounds, timeoutMs }) {
   const own = path.join(folder, `vnc-engineer-${randomUUID()}`);
   const [wanted, got] = [path.join(own, 'wanted.ppm'), path.join(own, 'got.jpg')];
@@ -72,7 +72,7 @@ export async function use({ address, folder, rounds, timeoutMs }) {
     await writeFile(wanted, picture(kPicture));
     const requestMs = [];
     for (let index = 0; index < rounds; index += 1) {
-      // Hextile: this server's Tight has empty rectangles, which end this client.
+      // Hextile, because this server's Tight encoding has empty rectangles, which make this client exit.
       requestMs.push(...await timed(1, () => ask(['vncsnapshot', '-quiet', '-encodings', 'hextile',
         '-rect', `${kWidth}x${kHeight}+0+0`, `${address}:0`, got], { timeoutMs, env: { HOME: own } })));
       await mustShow('VNC', got, wanted);

@@ -1,5 +1,5 @@
-// The main job from end to end, as ./demo shows it. Each step is timed and written to the report with
-// its figures; a step that fails ends the demo.
+// The main job from end to end, for ./demo. Each step is timed and reported with its figures; a failing
+// step ends the demo.
 import { mkdir, readdir, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
@@ -11,8 +11,8 @@ import { waitUntil } from '../harness/program.mjs';
 import { download, iperf, modbus, ping } from '../harness/tools.mjs';
 
 const kFolder = path.join(kBuild, 'demo');
-const kOverlappingPlc = '172.31.0.10';  // 10.10.0.10 on site, as this computer reaches it
-const kLeastColours = 3000;
+const kOverlappingPlc = '172.31.0.10';  // 10.10.0.10 on site, from the engineer's computer
+const kMinColours = 3000;
 const keep = process.argv.includes('--keep');
 const steps = [];
 let lab;
@@ -38,12 +38,12 @@ const summary = ({ figures, error }) => error ?? Object.entries(figures)
   .filter(([, value]) => typeof value === 'number')
   .map(([key, value]) => `${key} ${Number.isInteger(value) ? value : value.toFixed(1)}`).join(', ');
 
-/** Takes a picture, in which the page must be seen: an empty window has 700 colours, the page over ten thousand. */
+/** Takes a picture, which must show the page: an empty window has 700 colours, the page over ten thousand. */
 async function screenshot(name) {
   const file = path.join(kFolder, `${name}.png`);
   await lab.display.screenshot(file);
   const { stdout } = await runOrFail(['identify', '-format', '%k', file]);
-  if (Number(stdout) < kLeastColours) throw new Error(`${name}.png shows no page: ${stdout} colours`);
+  if (Number(stdout) < kMinColours) throw new Error(`${name}.png shows no page: ${stdout} colours`);
 }
 
 async function connect() {

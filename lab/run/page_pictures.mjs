@@ -1,4 +1,4 @@
-// Takes a picture of the page in every state and at every size into build/page/, for people to look at:
+// Takes pictures of the page in every state and size into build/page/, for visual inspection:
 //   node lab/run/page_pictures.mjs            all of them
 //   node lab/run/page_pictures.mjs --guide    instead, the user guide's pictures of the states, docs/images/state-*.png
 import { mkdir, rm } from 'node:fs/promises';
@@ -11,8 +11,8 @@ import { kRepo } from '../harness/paths.mjs';
 
 const kFolder = path.join(kRepo, 'build/page');
 const kImages = path.join(kRepo, 'docs/images');
-// In CSS pixels: the smallest window at 150 %, with a face like the one of Windows; the smallest page; what a window of
-// 1220 x 820 leaves inside; and whole screens, the last of them a fine one.
+// In CSS pixels: the smallest window at 150 %, with a font like Windows'; the smallest page; the client area of a window
+// of 1220 x 820; and whole screens, the last one with a high resolution.
 const kSizes = [
   { width: 803, height: 547, scale: 1.5, alter: inYaHei }, { width: 900, height: 600 }, { width: 1204, height: 781 },
   { width: 1366, height: 768 }, { width: 1920, height: 1080 }, { width: 1920, height: 1080, scale: 2 },
@@ -23,7 +23,7 @@ const kManyGranted = `\r\n连接授权成功：9f3c-22d1，分配地址 10.88.0.
 const kTestFailed = '通讯延迟测试失败：192.168.77.99';
 const kSites = Array.from({ length: 200 }, (_, i) => `${i + 1} 号泵站`);
 
-/** What each picture is of, by name: the messages that lead there, oldest first. */
+/** Each picture's messages by name, oldest first. */
 const kShown = {
   ...kStates,
   networks: [...kStates.working,
@@ -69,13 +69,13 @@ async function pictureRest() {
   await picture('contrast', { ...kUsual, forcedColors: 'active' }, (page) => page.deliverAll(kStates.online));
 }
 
-/** As the smallest window shows them, so that they can be read in the guide's narrow text. */
+/** At the smallest window's size, so that they are readable in the guide's narrow column. */
 async function pictureGuide() {
   const size = { width: 803, height: 547, scale: 1.5, reducedMotion: 'reduce' };
   for (const state of kGuideStates) {
     await picture(`state-${state}`, size, async (page) => {
       await page.deliverAll(kStates[state]);
-      await page.view.evaluate(() => document.activeElement.blur());  // as after a click, which leaves no ring
+      await page.view.evaluate(() => document.activeElement.blur());  // no focus ring, as after a click
     }, { clip: '.state', folder: kImages });
   }
 }

@@ -1,5 +1,5 @@
-// The table of docs/protocols.md, from what the scenario noted: one row for each way of using a protocol.
-// Usage: node table.mjs   writes the table of build/test/protocols.json into the document.
+// The table of docs/protocols.md, from the scenario's results: one row for each way of using a protocol.
+// Usage: node lab/run/protocol_table.mjs   writes the table from build/test/protocols.json into the document.
 import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -15,7 +15,7 @@ const kHeader = ['protocol', 'direct', 'NAT', 'UDP relay', 'WebSocket only', 'lo
   'clean: median, 99 %', 'lossy: median, 99 %'];
 const kMarks = { begin: '<!-- made by lab/run/protocol_table.mjs -->', end: '<!-- up to here -->' };
 
-/** "yes", "setting" where one of them needs it, "in part" where only some work, "no" where none does. */
+/** "yes", "setting" if one of them needs it, "in part" if only some work, "no" if none works. */
 function outcomeOf(results) {
   if (results.length === 0) return '-';
   const working = results.filter(({ works }) => works);
@@ -31,7 +31,7 @@ function timesOf(results) {
   return [medianMs, p99Ms].map((ms) => `${ms < 10 ? ms.toFixed(1) : Math.round(ms)} ms`).join(', ');
 }
 
-/** The table's rows, each a list of cells. `results` as the scenario notes them. */
+/** The table's rows, each a list of cells, from the scenario's `results`. */
 export function rowsOf(results) {
   return [...new Set(results.map(({ title }) => title))].map((title) => {
     const own = results.filter((one) => one.title === title);
@@ -44,7 +44,7 @@ export function rowsOf(results) {
   });
 }
 
-/** The rows that the document holds. */
+/** The rows in the document. */
 export const readTable = (document) => readTableBetween(document, kMarks);
 
 if (process.argv[1] === fileURLToPath(import.meta.url)) {

@@ -1,5 +1,5 @@
-// The table of sizes in docs/protocols.md, from what the scenario noted.
-// Usage: node sizes.mjs   writes the table of build/test/sizes.json into the document.
+// The table of sizes in docs/protocols.md, from the scenario's results.
+// Usage: node lab/run/size_table.mjs   writes the table from build/test/sizes.json into the document.
 import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -14,10 +14,10 @@ export const kDocument = path.join(kRepo, 'docs/protocols.md');
 export const kUdpHeaderBytes = 28;
 /** IPv4's and TCP's headers without options. */
 export const kTcpHeaderBytes = 40;
-/** The program lowers the segment size that a connection announces to the device. */
+/** The program lowers the segment size announced to the device to this value. */
 export const kMssCeiling = 1310;
-export const kLeastMss = 536;
-export const kMostMss = 1460;
+export const kMinMss = 536;
+export const kMaxMss = 1460;
 
 const kHeader = ['what is sent', 'IP packet, bytes', 'direct', 'NAT', 'direct, WebSocket only', 'NAT, WebSocket only',
   'where it ends'];
@@ -30,8 +30,8 @@ const kEnds = {
   site: 'on site',
   answer: 'the answer: its fragments are dropped',
 };
-/** From each of these sizes on, segments fare otherwise. */
-const kFirstOfGroup = [kLeastMss, kMaxUdpPacketBytes - kTcpHeaderBytes + 1, kMssCeiling + 1];
+/** The sizes at which the treatment of segments changes. */
+const kFirstOfGroup = [kMinMss, kMaxUdpPacketBytes - kTcpHeaderBytes + 1, kMssCeiling + 1];
 
 const range = (numbers) => distinct([Math.min(...numbers), Math.max(...numbers)]).join(' to ');
 const distinct = (items) => [...new Set(items)];
@@ -42,7 +42,7 @@ function datagramCell(result) {
   return result.returned > 0 ? waysText(result.ways) : 'no';
 }
 
-/** The rows of datagrams of one kind: handed to the driver 'whole' by the stack, or 'cut'. */
+/** The rows of datagrams of one kind: passed to the driver 'whole' by the stack, or 'cut'. */
 function datagramRows(results, kind, note) {
   const own = results.filter((one) => one.kind === kind);
   return distinct(own.map(({ size }) => size)).map((size) => {
@@ -55,7 +55,7 @@ function datagramRows(results, kind, note) {
   });
 }
 
-/** All of the group's sizes have to work; the sampled ones tell which way the whole segments went. */
+/** All of the group's sizes must work; the sampled ones show the path of the full segments. */
 function streamCell(streams, samples) {
   if (streams.length === 0) return '-';
   const working = streams.filter(({ works }) => works).length;
@@ -71,7 +71,7 @@ function packetText(samples) {
 
 function streamRows(results) {
   return kFirstOfGroup.map((first, index) => {
-    const last = (kFirstOfGroup[index + 1] ?? kMostMss + 1) - 1;
+    const last = (kFirstOfGroup[index + 1] ?? kMaxMss + 1) - 1;
     const own = results.filter(({ mss }) => mss >= first && mss <= last);
     const [streams, samples] = ['stream', 'sample'].map((kind) => own.filter((one) => one.kind === kind));
     const cells = kColumns.map(({ relay, route }) => {
@@ -82,12 +82,12 @@ function streamRows(results) {
   });
 }
 
-/** The table's rows, each a list of cells. `results` as the scenario notes them. */
+/** The table's rows, each a list of cells, from the scenario's `results`. */
 export const rowsOf = (results) => [
   ...datagramRows(results, 'whole', ''), ...datagramRows(results, 'cut', ', cut before the driver'),
   ...streamRows(results)];
 
-/** The rows that the document holds. */
+/** The rows in the document. */
 export const readTable = (document) => readTableBetween(document, kMarks);
 
 if (process.argv[1] === fileURLToPath(import.meta.url)) {

@@ -1,4 +1,4 @@
-// Runs one command with a Wine installation and a virtual display of its own, and ends both after it.
+// Runs one command with its own Wine installation and virtual display, and ends both afterwards.
 // Usage: node lab/run/under_wine.mjs COMMAND [ARGUMENT...]
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';

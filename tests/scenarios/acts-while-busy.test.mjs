@@ -1,4 +1,4 @@
-// What the engineer does while a job runs, step by step: two-at-once.test.mjs does it at random.
+// The engineer's actions while a job runs, step by step; two-at-once.test.mjs repeats them at random.
 import assert from 'node:assert/strict';
 
 import { endedConnections } from '../../lab/harness/acts.mjs';
@@ -7,7 +7,7 @@ import { waitUntil } from '../../lab/harness/program.mjs';
 import { clickConnect, connect, kDeviceSecret, logsAfter, scenario } from './scenario.mjs';
 
 const kRequest = '/api/connections/request';
-const kSilent = '192.168.77.99';  // nobody has this address; a test of it takes its time
+const kSilent = '192.168.77.99';  // unused, so that a test of it takes long
 
 const profile = (name, deviceSecret) => ({
   name, serverUrl: kServiceUrl, deviceNumber: '', deviceSecret, targetNetwork: 'ALL', sharedNetworks: [],
@@ -28,7 +28,7 @@ const load = (program, name) =>
 
 const names = async (lab) => (await lab.prefix.readSettings()).siteProfiles.map(({ name }) => name);
 
-/** Page and file hold this profile, and the file has `results` as well. */
+/** Page and file contain this profile, and the file also contains `results`. */
 async function holdsProfile(lab, program, [name, key], results) {
   assert.equal(await program.value('#c-pname'), name);
   assert.equal(await program.value('#c-secret'), key);
@@ -38,7 +38,7 @@ async function holdsProfile(lab, program, [name, key], results) {
   for (const [member, wanted] of Object.entries(results)) assert.match(settings[member], wanted);
 }
 
-scenario('a profile saved while a connection is requested outlives a window closed at once', {},
+scenario('a profile saved during a connection request survives closing the window at once', {},
   async (lab, program) => {
     await connectUntilHeld(lab, program);
     await program.type('#c-pname', '新站');
@@ -49,7 +49,7 @@ scenario('a profile saved while a connection is requested outlives a window clos
     assert.equal(await exit, 0);
     assert.deepEqual(await names(lab), ['新站']);
 
-    // The close has cancelled the request: what the service grants to nobody is the service's to end.
+    // Closing cancelled the request: the service must end a grant that nobody received.
     const next = await lab.startProgram();
     assert.deepEqual(await next.options('#c-profiles'), ['新站']);
     await logsAfter(next, /软件隧道运行中。/, () => next.click('#c-stop'));  // the result's first line
@@ -57,7 +57,7 @@ scenario('a profile saved while a connection is requested outlives a window clos
     assert.deepEqual(await names(lab), ['新站']);
   });
 
-scenario('a profile loaded while a job runs is there afterwards, and so is what the job brought',
+scenario("a profile loaded while a job runs is kept, and so are the job's results",
   { settings: kSites }, async (lab, program) => {
     await connectUntilHeld(lab, program);
     await load(program, '水厂');
@@ -82,7 +82,7 @@ const kReplaced = '警告：一条消息含有页面无法接受的字符，已�
 
 for (const character of ['\u0001', '\u0000']) {
   const code = character.codePointAt(0).toString(16).padStart(4, '0').toUpperCase();
-  scenario(`a text of the service with U+${code} reaches the page, which goes on`, {}, async (lab, program) => {
+  scenario(`a text of the service with U+${code} reaches the page, which keeps working`, {}, async (lab, program) => {
     await lab.service.refuseNext({ code: 'WRONG_SECRET', message: `密钥${character}错误` });
     await clickConnect(program);
     const shown = await program.waitForText('#c-statusline', /^\s*Connection authorization failed: 密钥.?错误$/);

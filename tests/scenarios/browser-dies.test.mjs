@@ -1,4 +1,4 @@
-// The browser under the page dies or hangs: the page comes back by itself, and the tunnel does not notice.
+// The browser dies or hangs: the page is replaced by itself, and the tunnel is not affected.
 import assert from 'node:assert/strict';
 import path from 'node:path';
 
@@ -14,7 +14,7 @@ const kRendererGone = '警告：页面进程已退出，正在重新载入界面
 const kHangs = '警告：界面暂时没有响应；连接不受影响。';
 const kStillHangs = '警告：界面持续没有响应，正在重新打开界面；连接不受影响。';
 const kGivenUp = '界面恢复失败：一分钟内三次失效，已停止自动恢复；连接不受影响。';
-/** Half a second to two on an idle machine, with a whole browser to start. */
+/** Starting a browser takes half a second to two on an idle machine. */
 const kBackMs = 10_000;
 
 const killBrowser = ({ page }) => process.kill(page.pid, 'SIGKILL');
@@ -24,7 +24,7 @@ async function killRenderers({ page }) {
 
 const kTyped = { testip: '10.1.2.3', profileName: '打了一半的名' };
 
-/** Types and waits until the window has it. */
+/** Types and waits until the window has the text. */
 async function typeHalfAForm(program) {
   await program.type('#c-testip', kTyped.testip);
   await program.type('#c-pname', kTyped.profileName);
@@ -33,18 +33,18 @@ async function typeHalfAForm(program) {
     .some(({ direction, json }) => direction === 'toHost' && JSON.parse(json) === wanted));
 }
 
-/** Marks the document, so that another one can be told from it. */
+/** Marks the document, to distinguish it from its successor. */
 const mark = ({ page }) => page.evaluate('window.isOld = true');
 const isSameDocument = ({ page }) => page.evaluate('window.isOld === true');
 
-/** All that the page shows of the program. */
+/** The program's state as the page shows it. */
 const shown = async (program) => ({
   state: await program.state(), address: await program.card('组网 IP'), status: await program.statusLine(),
   secret: await program.value('#c-secret'), testip: await program.value('#c-testip'),
   profileName: await program.value('#c-pname'), log: (await program.pageLog()).map(({ text, cls }) => `${cls} ${text}`),
 });
 
-/** Does `fail` and waits for the page that stands in, which shows what the old one did and one line more. */
+/** Runs `fail` and waits for the replacement page, which must show the old state and one more log line. */
 async function comesBack(program, t, name, line, fail) {
   const before = await shown(program);
   await mark(program);
@@ -63,7 +63,7 @@ async function comesBack(program, t, name, line, fail) {
 }
 
 for (const [name, line, kill] of [['browser', kBrowserGone, killBrowser], ['renderer', kRendererGone, killRenderers]]) {
-  scenario(`a killed ${name} is replaced, with state, form and log, while the tunnel goes on`,
+  scenario(`a killed ${name} is replaced, with state, form and log, while the tunnel keeps running`,
     { site: true }, async (lab, program, t) => {
       await connect(program);
       await typeHalfAForm(program);
@@ -84,7 +84,7 @@ for (const [name, line, kill] of [['browser', kBrowserGone, killBrowser], ['rend
     });
 }
 
-scenario('a page that crashes, or hangs on, is replaced; one that hangs for a while is not', {}, async (lab, program, t) => {
+scenario('a page that crashes or keeps hanging is replaced; one that hangs briefly is not', {}, async (lab, program, t) => {
   await typeHalfAForm(program);
   await comesBack(program, t, 'page crashed', kRendererGone, ({ page }) => page.failProcess(FailedProcess.renderer));
   await mark(program);
@@ -94,13 +94,13 @@ scenario('a page that crashes, or hangs on, is replaced; one that hangs for a wh
   assert.ok(await isSameDocument(program), 'it answered in between');
   await program.page.evaluate('chrome.webview.postMessage(JSON.stringify({ action: "any" }))');
   await logsAfter(program, kHangs, () => program.page.failProcess(FailedProcess.unresponsive));
-  program.page.evaluate('for (;;) {}').catch(() => {});  // nothing answers from here on
+  program.page.evaluate('for (;;) {}').catch(() => {});  // never returns
   await logsAfter(program, kStillHangs, () => program.page.failProcess(FailedProcess.unresponsive));
   await program.takeNextPage();
   await waitUntil('what was typed', async () => (await program.value('#c-testip')) === kTyped.testip);
 });
 
-scenario('the end of any other process of the browser is a line in the log', {}, async (lab, program) => {
+scenario('the end of any other browser process is logged', {}, async (lab, program) => {
   await mark(program);
   for (const [kind, name] of [[3, '框架'], [4, '工具'], [5, '沙箱'], [6, '图形'], [7, '插件'], [8, '插件'], [9, '未知']]) {
     const grown = await logsAfter(program, `提示：界面的辅助进程已退出（${name}），由浏览器自行恢复。`,
@@ -110,7 +110,7 @@ scenario('the end of any other process of the browser is a line in the log', {},
   assert.ok(await isSameDocument(program));
 });
 
-scenario('a job that runs is shown as running by the page that stands in, and its result, too',
+scenario('the replacement page shows a running job and its result',
   {}, async (lab, program) => {
     lab.pauseService();
     await clickConnect(program);
@@ -124,7 +124,7 @@ scenario('a job that runs is shown as running by the page that stands in, and it
     await program.page.waitFor('!document.body.hasAttribute("data-job")');
   });
 
-scenario('after three deaths in a minute a message box says what to do, and the tunnel goes on',
+scenario('after three deaths in a minute a message box explains what to do, and the tunnel keeps running',
   { site: true }, async (lab, program) => {
     await connect(program);
     for (let i = 0; i < 2; i += 1) {

@@ -1,4 +1,4 @@
-// Where the browser keeps its data, and what is said when it cannot be made.
+// The browser's data folder, and the message if the browser cannot be created.
 import assert from 'node:assert/strict';
 import { access, rm } from 'node:fs/promises';
 import path from 'node:path';
@@ -21,7 +21,7 @@ const kFailures = [
   ['controller=0x8007139F', 'WebView2 控制器创建失败。', '错误 0x8007139F：界面数据文件夹正由另一程序以不同的选项使用，或窗口已关闭。', false],
 ];
 for (const [fault, line, cause, hasBox] of kFailures) {
-  scenario(`a browser that fails (${fault}) is told with its code and cause`, { start: false }, async (lab) => {
+  scenario(`a browser failure (${fault}) is reported with its code and cause`, { start: false }, async (lab) => {
     const program = await lab.startProgram({ env: { LAB_WEBVIEW_FAIL: fault }, waitForPage: false });
     const log = await program.waitForLog('提示：界面没有打开。');
     assert.match(log, new RegExp(`\\] ${line}\r\n\\[[\\d:]+\\] ${cause}\r\n\\[[\\d:]+\\] 提示：界面没有打开。`));

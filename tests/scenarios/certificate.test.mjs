@@ -1,4 +1,4 @@
-// A service whose certificate nobody vouches for gets no request, and so no access key.
+// A service with an untrusted certificate gets no request, and so no access key.
 import assert from 'node:assert/strict';
 import path from 'node:path';
 
@@ -21,7 +21,7 @@ scenario('a self-signed certificate is refused before anything is sent',
     await program.waitForLog(/自动更新检查异常：WinHttpReceiveResponse/);
     await clickConnect(program);
     await program.waitForLog(/Error: WinHttpReceiveResponse/);
-    // Wine has no text for the reason; with one the hint would be about the certificate alone.
+    // Wine has no text for the reason; with one, the hint would name only the certificate.
     await program.waitForLog(/提示：.*服务地址是 https 时，也核对电脑的日期和时间。/);
     const seen = lab.processes.outputOf(service);
     assert.match(seen, /connection/, 'the service was asked');

@@ -1,4 +1,4 @@
-// The report when the way to the service, the clock, the proxies or the networks are out of order.
+// The report about faults of the service, the clock, the proxies or the networks.
 import assert from 'node:assert/strict';
 
 import { kServiceUrl } from '../../lab/harness/lab.mjs';
@@ -11,7 +11,7 @@ const kInternetSettings = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\I
 const kUsePac = 4;
 const kUseProxy = 2;
 
-/** The value in which the system keeps the user's proxy: a head, then texts behind their lengths. */
+/** The registry value of the user's proxy: a head, then texts with their lengths. */
 function connectionSettings({ proxy = '', bypass = '', script = '' }) {
   const number = (value) => { const bytes = Buffer.alloc(4); bytes.writeUInt32LE(value); return bytes; };
   const flags = 1 | (proxy ? kUseProxy : 0) | (script ? kUsePac : 0);
@@ -19,7 +19,7 @@ function connectionSettings({ proxy = '', bypass = '', script = '' }) {
   return Buffer.concat([number(0x46), number(0), number(flags), ...texts, Buffer.alloc(32)]).toString('hex');
 }
 
-scenario('a service that is stopped, replaced by a web page, silent or without UDP is told',
+scenario('a service that is stopped, replaced by a web page, silent or without UDP is reported',
   { start: false, timeoutMs: 300_000 }, async (lab) => {
     await lab.faults.blockUdp();
     const noUdp = await runCheck(lab);
@@ -58,7 +58,7 @@ scenario('a service that is stopped, replaced by a web page, silent or without U
     assert.match(blocked.part('service-tcp'), /4 秒内没有回应/);
   });
 
-scenario('networks among the substitutes, sites that overlap and proxies are told', { start: false, settings: {
+scenario('networks within the substitutes, overlapping sites and proxies are reported', { start: false, settings: {
   siteProfiles: [{ name: 'a', serverUrl: kServiceUrl, deviceNumber: '', deviceSecret: 'x-secret-1', targetNetwork: 'ALL', sharedNetworks: ['172.31.9.0/24'] }],
 } }, async (lab) => {
   const options = { namespace: lab.network.engineer, env: lab.prefix.env };

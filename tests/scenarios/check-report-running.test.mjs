@@ -1,4 +1,4 @@
-// A report made while the client runs, from its system menu and from the command line: the connection does not feel it.
+// A report made while the client runs, from its system menu and from the command line, without effect on the connection.
 import assert from 'node:assert/strict';
 import { readFile, rm } from 'node:fs/promises';
 
@@ -25,11 +25,11 @@ async function requestsDuring(lab, body) {
   return (await lab.service.requests()).slice(before).map(({ method, url }) => `${method} ${url.replace(/=.*/, '=')}`).sort();
 }
 
-scenario('the menu item writes a report during a connection, which goes on', { site: true }, async (lab, program) => {
+scenario('the menu item writes a report during a connection, which continues', { site: true }, async (lab, program) => {
   await connect(program);
   let report;
   const asked = await requestsDuring(lab, () => whilePinging(lab, 10, async () => {
-    await lab.desktop.sendToWindow(kSysCommand, kReportItem, 2);  // the second click finds one at work
+    await lab.desktop.sendToWindow(kSysCommand, kReportItem, 2);  // the second click finds a report in progress
     const log = await program.waitForLog(kWritten, 40_000);
     const file = lab.prefix.unixPath(new RegExp(`${kWritten}(.*)\r\n`).exec(log)[1]);
     report = readReport(await readFile(file));
@@ -55,7 +55,7 @@ scenario('the menu item writes a report during a connection, which goes on', { s
   await rm(lab.prefix.unixPath(new RegExp(`.*${kWritten}(.*)\r\n`, 's').exec(again)[1]));
 });
 
-scenario('the command line writes a report beside a running client, whose connection goes on', { site: true },
+scenario('the command line writes a report beside a running client, whose connection continues', { site: true },
   async (lab, program) => {
     await connect(program);
     await whilePinging(lab, 10, async () => {

@@ -1,4 +1,4 @@
-// The report that `--check` writes: of a healthy computer, and of one whose own things are out of order.
+// The report of `--check`: for a healthy computer, and for one with local faults.
 import assert from 'node:assert/strict';
 import { cp, mkdir, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -11,11 +11,11 @@ import { kDeviceSecret, scenario } from './scenario.mjs';
 const kAll = ['program', 'windows', 'rights', 'folders', 'running', 'settings', 'webview2', 'power', 'driver-files',
   'driver-service', 'driver-open', 'driver-checksums', 'networks', 'proxy', 'neighbours', 'service-tcp',
   'service-udp', 'service-reply', 'clock'];
-/** What the lab's Windows says of its power and of the adapter that stands for the driver. */
+/** The findings about power and the driver's adapter in the lab's Windows. */
 const kOfTheLab = ['power', 'neighbours'];
 const kHidden = '【已隐去】';
 
-scenario('a healthy computer gives a report in which all that the lab can have is well',
+scenario('the report of a healthy computer finds everything normal that the lab can provide',
   { start: false }, async (lab) => {
     await layOutFiles(lab);
     const before = (await lab.service.requests()).length;
@@ -33,7 +33,7 @@ scenario('a healthy computer gives a report in which all that the lab can have i
     assert.equal((await lab.driverLog()).match(/^open /gm).length, 2, 'the client opened nothing');
   });
 
-scenario('a report without a file goes to the desktop', { start: false }, async (lab) => {
+scenario('a report without a file name is written to the desktop', { start: false }, async (lab) => {
   const folder = path.join(lab.workFolder, 'run');
   await mkdir(folder);
   const child = await lab.processes.start('check', lab.prefix.command(lab.prefix.windowsPath(kProgramFile), ['--check']),
@@ -50,7 +50,7 @@ scenario('a report without a file goes to the desktop', { start: false }, async 
   assert.deepEqual(await readdir(folder), [], 'no log folder');
 });
 
-scenario('a report that cannot be written is exit code 1', { start: false }, async (lab) => {
+scenario('a report that cannot be written ends with exit code 1', { start: false }, async (lab) => {
   const child = await lab.processes.start('check',
     lab.prefix.command(lab.prefix.windowsPath(kProgramFile), ['--check', 'C:\\no such folder\\a.txt']),
     { namespace: lab.network.engineer, env: lab.windowsEnv, cwd: lab.workFolder });
@@ -93,7 +93,7 @@ scenario('no key, password or id of the settings, the profiles, a damaged file o
     assert.ok(!text.includes('水厂'));
   });
 
-scenario('a damaged settings file and one missing WebView2 are told',
+scenario('a damaged settings file and a missing WebView2 are reported',
   { start: false, settings: '{"engineerId":"ENG-1' }, async (lab) => {
     await lab.prefix.setBrowserRuntime(null, { namespace: lab.network.engineer });
     const { verdicts, part } = await runCheck(lab);
@@ -108,7 +108,7 @@ scenario('a damaged settings file and one missing WebView2 are told',
     assert.deepEqual(await readdir(lab.prefix.local).catch(() => []), [], 'the check lays nothing out');
   });
 
-scenario('a driver that fails, is foreign or counts wrong is told', { start: false }, async (lab) => {
+scenario('a driver that fails, is foreign or counts wrong is reported', { start: false }, async (lab) => {
   await layOutFiles(lab);
   const blocked = await runCheck(lab, { env: { LAB_WINDIVERT_OPEN_ERROR: '577' } });
   assert.equal(blocked.verdicts['driver-open'], '异常');
@@ -128,7 +128,7 @@ scenario('a driver that fails, is foreign or counts wrong is told', { start: fal
   assert.match(foreign.part('driver-open'), /没有试/);
 });
 
-scenario('a log folder that is full, nearly full or read-only is told', { start: false }, async (lab) => {
+scenario('a log folder that is full, nearly full or read-only is reported', { start: false }, async (lab) => {
   const folder = path.join(lab.workFolder, 'check');
   const log = path.join(folder, 'Log');
   await mkdir(log, { recursive: true });
@@ -136,7 +136,7 @@ scenario('a log folder that is full, nearly full or read-only is told', { start:
     await runOrFail(['mount', '-t', 'tmpfs', '-o', options, 'tmpfs', log]);
     try {
       await body();
-      await lab.prefix.stopServer();  // the server sees the disks of its start
+      await lab.prefix.stopServer();  // the server only knows the disks present at its start
       return await runCheck(lab, { folder, file: path.join(lab.workFolder, '报告.txt') });
     } finally {
       await lab.prefix.stopServer();

@@ -1,4 +1,4 @@
-// What the scenarios of the report share: making one, and reading it.
+// Shared by the report's scenarios: creating and reading a report.
 import assert from 'node:assert/strict';
 import { copyFile, mkdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -8,7 +8,7 @@ import { kProgramFile } from '../../lab/harness/paths.mjs';
 const kCheckMs = 60_000;
 const kVerdicts = { OK: '正常', NOTE: '提示', FAULT: '异常' };
 
-/** The report's text as {text, verdicts: {id: '正常' ...}, part(id)}, after its form was looked at. */
+/** Checks the report's form and returns {text, verdicts: {id: '正常' ...}, part(id)}. */
 export function readReport(bytes) {
   assert.equal(bytes.subarray(0, 3).toString('hex'), 'efbbbf');
   const text = bytes.subarray(3).toString('utf8');
@@ -30,7 +30,7 @@ export function readReport(bytes) {
   return { text, verdicts, part: (id) => parts[id] };
 }
 
-/** Runs the program with --check in `folder` and returns its report, its `folder` and how many `seconds` it took. */
+/** Runs the program with --check in `folder`; returns its report, its `folder` and its duration in `seconds`. */
 export async function runCheck(lab, { env = {}, folder = path.join(lab.workFolder, 'check'), file = path.join(folder, '报告.txt') } = {}) {
   await mkdir(folder, { recursive: true });
   const started = performance.now();
@@ -44,7 +44,7 @@ export async function runCheck(lab, { env = {}, folder = path.join(lab.workFolde
   return { ...readReport(await readFile(file)), folder, seconds };
 }
 
-/** Starts the client once and closes it: it lays the driver's files out. */
+/** Starts the client once and closes it, so that it extracts the driver's files. */
 export async function layOutFiles(lab) {
   const program = await lab.startProgram();
   await program.closeWindow();

@@ -1,4 +1,4 @@
-// The window is closed while something is under way: the process is gone soon, and nothing starts after it.
+// The window is closed during an operation: the process ends soon, and starts nothing afterwards.
 import assert from 'node:assert/strict';
 import { readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -11,13 +11,13 @@ import { fileVersion } from './file_version.mjs';
 import { clickConnect, connect, scenario } from './scenario.mjs';
 
 const kAllowedMs = 2000;
-const kTrickleMs = 100;  // a KiB each: minutes for a program
+const kTrickleMs = 100;  // per KiB, which makes minutes for a program
 const kExitMs = 60_000;
 const kCheck = '/api/updates/client';
 const kUpdate = '/updates/client.exe';
 const kFiles = '/files/';
 
-/** Closes the window and returns after how many milliseconds the process was gone. */
+/** Closes the window and returns the milliseconds until the process ended. */
 async function closes(lab, program) {
   await program.pointAndClick('#s-logo');
   const begin = performance.now();
@@ -26,7 +26,7 @@ async function closes(lab, program) {
   return performance.now() - begin;
 }
 
-/** How long a close takes with nothing under way: the page, the driver's service commands, the end. */
+/** The duration of a close without an operation: the page, the driver's service commands, the end. */
 async function idleMs(lab) {
   return closes(lab, await lab.startProgram());
 }
@@ -36,7 +36,7 @@ async function requested(lab, pathPrefix, sinceMs = 0) {
     async () => (await lab.service.requests({ pathPrefix, sinceMs })).length > 0);
 }
 
-/** The names in a folder that belong to a download. */
+/** The files of a download in a folder. */
 async function partialFiles(folder) {
   return (await readdir(folder).catch(() => [])).filter((name) => name.endsWith('.download'));
 }
@@ -45,13 +45,13 @@ async function partialFile(folder) {
   await waitUntil(`half a download in ${folder}`, async () => (await partialFiles(folder)).length > 0);
 }
 
-/** The settings file is whole and holds what the engineer had put in. */
+/** The settings file is intact and contains the engineer's input. */
 async function settingsAreWhole(lab, wanted) {
   const settings = await lab.prefix.readSettings();
   for (const [name, value] of Object.entries(wanted)) assert.equal(settings[name], value, name);
 }
 
-// ---- what is under way; each returns what is to be seen afterwards
+// ---- the operations; each returns the checks for afterwards
 
 async function authorisation(lab, program) {
   await lab.service.setReply({ path: '/api/connections/request', hold: true });
@@ -88,7 +88,7 @@ async function disconnectReport(lab, program) {
   };
 }
 
-/** One start for each: what is under way, and the close in the midst of it. */
+/** Starts the program, begins an operation and closes the window during it. */
 async function closesSoonDuring(lab, idle, name, begin) {
   await lab.service.resetReplies();
   const program = await lab.startProgram();
@@ -99,7 +99,7 @@ async function closesSoonDuring(lab, idle, name, begin) {
   assert.ok(tookMs < idle + kAllowedMs, `${name}: ${tookMs} ms, idle ${idle} ms`);
 }
 
-scenario('closing ends a request, a download and a report that are under way',
+scenario('closing ends a running request, download and report',
   { start: false, settings: { deviceNumber: 'DEV-2041', engineerId: 'ENG-12345678' } }, async (lab) => {
     const idle = await idleMs(lab);
     await closesSoonDuring(lab, idle, 'authorisation', authorisation);
@@ -116,7 +116,7 @@ async function offerSlowUpdate(lab) {
   await lab.service.setReply({ path: kUpdate, file: kNextProgramFile, trickleMs: kTrickleMs });
 }
 
-scenario('closing ends an update, and half a download goes even with a process that is killed',
+scenario('closing ends an update, and half a download is removed even after a kill',
   { start: false }, async (lab) => {
     const idle = await idleMs(lab);
     await offerSlowUpdate(lab);
@@ -136,7 +136,7 @@ scenario('closing ends an update, and half a download goes even with a process t
     await waitUntil('the half of it gone', async () => (await partialFiles(lab.prefix.temp)).length === 0);
   });
 
-scenario('closing ends the look-up of a name that nobody answers',
+scenario('closing ends an unanswered name look-up',
   { start: false, settings: { serverUrl: 'http://service.example:31080' } }, async (lab) => {
     await lab.network.setNames('engineer', { 'service.example': kCloud });
     const idle = await idleMs(lab);
@@ -144,7 +144,7 @@ scenario('closing ends the look-up of a name that nobody answers',
     await lab.network.setNameServer('engineer', kCloud);
     const asked = await lab.processes.start('silent name server', ['socat', '-u', '-x', 'UDP4-RECV:53', '/dev/null'],
       { namespace: lab.network.cloud });
-    await lab.prefix.stopServer();  // names are looked up by the processes of a new one
+    await lab.prefix.stopServer();  // only a new server's processes look names up
     const program = await lab.startProgram({ waitForUpdateCheck: false });
     await clickConnect(program);
     await waitUntil('a question for the name', () => lab.processes.outputOf(asked).length > 0);

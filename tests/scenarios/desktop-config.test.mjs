@@ -7,7 +7,7 @@ import { runOrFail } from '../../lab/harness/processes.mjs';
 import { opensRustDesk } from './desktop.mjs';
 import { scenario } from './scenario.mjs';
 
-const kSmallBytes = 900_000;  // of an installed program nobody asks how large it is
+const kSmallBytes = 900_000;  // the size of an installed program is not checked
 const kOpened = '远程桌面已打开：777。';
 
 const kServer = {
@@ -23,7 +23,7 @@ key = 'pQ+/9=\\'\\\\'
 api-server = 'http://10.10.0.1:21114'
 `;
 
-/** What else a service may say, and what the files then hold; undefined: what they held before. */
+/** Other answers of a service, and the resulting files; undefined: unchanged. */
 const kOtherServers = [
   [{ rendezvousServer: 'rd2' }, `rendezvous_server = 'rd2'
 
@@ -51,7 +51,7 @@ async function opens(lab, program, server) {
   await opensRustDesk(lab, program, kOpened);
 }
 
-/** Every file that may hold a configuration does, with these bytes, but those of `exceptions`. */
+/** Every possible configuration file has these bytes, except those in `exceptions`. */
 async function allHold(lab, config, exceptions = []) {
   const files = await lab.rustDesk.configFiles();
   for (const [name, file] of Object.entries(files)) {
@@ -63,7 +63,7 @@ async function allHold(lab, config, exceptions = []) {
 
 const changeTimes = (files) => Promise.all(files.map(async (file) => (await stat(file)).mtimeMs));
 
-/** A folder stands in the place of one user's file, a file in that of a service account's folder. */
+/** Replaces one user's file by a folder, and a service account's folder by a file. */
 async function unwritableOnesArePassedOver(lab, program) {
   const { 工程师二: user, LocalService: service } = await lab.rustDesk.configFiles();
   await rm(user);
@@ -75,7 +75,7 @@ async function unwritableOnesArePassedOver(lab, program) {
   assert.equal(await readFile(path.dirname(service), 'utf8'), 'in the way');
 }
 
-scenario('桌面 writes every RustDesk configuration of the computer anew, as the service describes its servers',
+scenario("桌面 rewrites every RustDesk configuration of the computer with the service's servers",
   { start: false }, async (lab) => {
     for (const user of ['Ops', '工程师二', '中间', 'zz last']) await lab.rustDesk.addUser(user);
     const saved = path.join(lab.workFolder, '便携 工具/my desk.exe');

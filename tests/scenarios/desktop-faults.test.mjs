@@ -1,5 +1,5 @@
-// 桌面 when something is not as it should be: the service refuses, there is no RustDesk, it does not start,
-// or its window comes late or never.
+// 桌面 when something fails: the service refuses, RustDesk is missing or does not start, or its window appears
+// late or never.
 import assert from 'node:assert/strict';
 import { rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -12,19 +12,19 @@ import { occurrences, scenario } from './scenario.mjs';
 const kFile = `${kProgramFiles}\\rustdesk.exe`;
 const kFailed = '远程桌面失败：';
 const kSession = '/api/devices/DEV-2041/remote-desktop/session';
-const kFocusMs = 500;  // until a new window has the keyboard
+const kFocusMs = 500;  // until a new window has the keyboard focus
 const kOutside = 1300;  // right of the program's window
 const kClosesWithinS = 5;
 const kEveryAttemptMs = 900;
 const kAfterLastAttemptMs = 12_000;  // the tenth is at about nine seconds
-const kAfterSecondMs = 6_000;  // once a second one was opened, before the tenth attempt of the first
+const kAfterSecondMs = 6_000;  // after a second one was opened, before the tenth attempt of the first
 const kBeforeNinthAttemptMs = 7_600;  // the eighth is at 7.2 s, the ninth at 8.1 s
 
 const says = (success, message, code = '') => ({
   path: kSession, times: 1, body: JSON.stringify({ success, code, message, data: null }),
 });
 
-/** What the service answers, or how; then the line. */
+/** The service's answer or fault, then the expected line. */
 const kAnswers = [
   [says(false, '设备离线', 'DEVICE_OFFLINE'), `${kFailed}设备离线`],
   [says(false, ''), kFailed],
@@ -37,7 +37,7 @@ const kAnswers = [
 
 async function refusalsOpenNothing(lab, program) {
   await lab.service.setReply(says(false, '第一次'));
-  await openDesktop(program, `${kFailed}第一次`);  // from now on the file is as the program writes it
+  await openDesktop(program, `${kFailed}第一次`);  // now the file has the program's own form
   for (const [reply, line] of kAnswers) {
     await lab.service.setReply(reply);
     await savesNothing(lab, () => openDesktop(program, line));
@@ -63,7 +63,7 @@ async function withoutRustDeskThereIsALine(lab, program) {
   assert.equal(await lab.desktop.clipboard.read(), null);
 }
 
-/** A file that is there and is no program: Windows tells the engineer, who presses Enter. */
+/** A file that is not a program: Windows shows a message, which the engineer closes with Enter. */
 async function oneThatDoesNotStartIsNotLookedAt(lab, program) {
   const file = lab.prefix.unixPath(kFile);
   await lab.rustDesk.install(kFile);
@@ -80,14 +80,14 @@ async function oneThatDoesNotStartIsNotLookedAt(lab, program) {
   await rm(path.dirname(file), { recursive: true });
 }
 
-/** Grants a session for `id` and opens it; RustDesk's window bears the ID. */
+/** Grants a session for `id` and opens it; RustDesk's window has the ID as its title. */
 async function opens(lab, program, id, plan) {
   await lab.service.setDesktop({ rustDeskId: id, accessPassword: `password-${id}` });
   await lab.rustDesk.plan({ title: `${id} 号`, ...plan });
   return opensRustDesk(lab, program, `远程桌面已打开：${id}，访问密码已复制。`);
 }
 
-/** Opens a desktop, does `meanwhile`, closes the program's window; the clipboard's text afterwards. */
+/** Opens a desktop, runs `meanwhile`, closes the program's window; returns the clipboard's text afterwards. */
 async function clipboardAfterClosing(lab, program, id, meanwhile) {
   const { pid } = await opens(lab, program, id, { showAfterMs: kAfterLastAttemptMs, left: kOutside });
   assert.equal(await lab.desktop.clipboard.read(), `password-${id}`);
@@ -102,7 +102,7 @@ async function clipboardAfterClosing(lab, program, id, meanwhile) {
 
 const happenings = async (lab, { pid }) => (await lab.rustDesk.events({ pid })).map(({ event }) => event);
 
-scenario('桌面 says why it cannot open a device', { settings: { deviceNumber: 'DEV-2041', engineerId: 'ENG-12345678' } },
+scenario('桌面 explains why it cannot open a device', { settings: { deviceNumber: 'DEV-2041', engineerId: 'ENG-12345678' } },
   async (lab, program) => {
     await refusalsOpenNothing(lab, program);
     await withoutRustDeskThereIsALine(lab, program);
@@ -111,7 +111,7 @@ scenario('桌面 says why it cannot open a device', { settings: { deviceNumber: 
     assert.equal(occurrences(log, 'never-copied'), 0);
   });
 
-scenario('the end of the program takes the password off the clipboard, and nothing else',
+scenario('the end of the program removes only the password from the clipboard',
   { settings: { deviceNumber: 'DEV-2041' } }, async (lab, program) => {
     await lab.rustDesk.install(kFile);
     assert.equal(await clipboardAfterClosing(lab, program, '555', () => {}), null);
@@ -120,10 +120,10 @@ scenario('the end of the program takes the password off the clipboard, and nothi
     assert.equal(left, '别的内容');
   });
 
-scenario('a RustDesk window that comes late is found, one that comes too late or before a newer one is left alone',
+scenario('a late RustDesk window is found; one that is too late or followed by a newer one is left alone',
   { settings: { deviceNumber: 'DEV-2041' } }, async (lab, program) => {
     await lab.rustDesk.install(kFile);
-    // The second one ends the wait for the first, whose window would come soon enough.
+    // The second one ends the wait for the first, whose window would still be in time.
     const late = await opens(lab, program, '111', { showAfterMs: kAfterSecondMs });
     const prompt = await opens(lab, program, '222');
     const { field } = await lab.rustDesk.happened(prompt.pid, 'enter');
@@ -141,7 +141,7 @@ scenario('a RustDesk window that comes late is found, one that comes too late or
     assert.ok(seconds > 9 * 0.9 - 0.2, `pasted after ${seconds} s`);
     assert.equal((await lab.rustDesk.events({ pid: prompt.pid, event: 'enter' })).length, 1);
 
-    // Closed while it waits for a window, the program ends as ever and leaves RustDesk alone.
+    // Closed while it waits for a window, the program ends normally and leaves RustDesk alone.
     const { pid } = await opens(lab, program, '444', { showAfterMs: kAfterLastAttemptMs, left: kOutside });
     assert.equal(await program.closeWindow(), 0);
     await lab.rustDesk.happened(pid, 'shown');

@@ -1,4 +1,4 @@
-// Where 桌面 finds RustDesk: the program used last, nine usual places, or the service's download.
+// The places in which 桌面 finds RustDesk: the program used last, nine usual places, or the service's download.
 import assert from 'node:assert/strict';
 import { copyFile, mkdir, readdir, rm, stat, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -13,9 +13,9 @@ const kName = 'rustdesk.exe';
 const kOpened = '远程桌面已打开：555。';
 const kNotFound = '未找到 RustDesk 程序。';
 const kFilesPath = '/files/';
-const kStartMs = 3000;  // each ends by itself, long after it has told its start
+const kStartMs = 3000;  // each ends by itself, long after it has recorded its start
 
-/** The folders of the usual places, in the order in which they are tried. */
+/** The folders of the usual places, in search order. */
 function places(lab, programFolder) {
   const user = path.basename(lab.prefix.user);
   return [
@@ -26,7 +26,7 @@ function places(lab, programFolder) {
 
 const samePath = (a, b) => assert.equal(a.toLowerCase(), b.toLowerCase());
 
-/** 桌面 starts the program at this path, which is then the one used last. */
+/** 桌面 starts the program at this path, which then becomes the one used last. */
 async function starts(lab, program, windowsPath) {
   const { commandLine } = await opensRustDesk(lab, program, kOpened);
   samePath(commandLine, `"${windowsPath}" "--connect" "555"`);
@@ -38,8 +38,8 @@ async function grantWith(lab, windowsDownloadUrl) {
 }
 
 /**
- * All places hold one; the first goes, then the next, until there is none. The last place gets its own
- * only then: it is the one used last, which would go before all.
+ * All places have one; they are removed in order, until none is left. The last place gets its own only
+ * then, because the program used last has priority over all places.
  */
 async function triesPlacesInOrder(lab, program, programFolder) {
   for (const name of ['RustDesk.exe', kName]) {
@@ -53,7 +53,7 @@ async function triesPlacesInOrder(lab, program, programFolder) {
   }
 }
 
-/** A folder with the program's name is no program. */
+/** A folder with the program's name is ignored. */
 async function passesOverFolders(lab, program) {
   await mkdir(lab.prefix.unixPath(`C:\\Program Files\\RustDesk\\${kName}`), { recursive: true });
   await lab.rustDesk.install(`C:\\Program Files (x86)\\RustDesk\\${kName}`);
@@ -73,7 +73,7 @@ async function serve(lab, bytes, reply = {}) {
   });
 }
 
-/** The downloads since the last look. */
+/** The downloads since the last call. */
 let seen = 0;
 async function downloads(lab) {
   const requests = await lab.service.requests({ pathPrefix: kFilesPath });
@@ -109,7 +109,7 @@ async function oneByteMoreIsAProgram(lab, program, target, targetPath) {
   assert.deepEqual(await downloads(lab), [], 'it is there');
 }
 
-/** The one used last lies in the runtime folder: a usual place goes before it. */
+/** A usual place has priority over the program used last if that lies in the runtime folder. */
 async function installedGoesBeforeDownloaded(lab, program) {
   const installed = `C:\\Program Files\\RustDesk\\${kName}`;
   await lab.rustDesk.install(installed);
@@ -127,7 +127,7 @@ async function relativeAddressesAreTheServices(lab, program, target, targetPath)
   }
 }
 
-scenario('RustDesk is found where it was used last, in the usual places in their order, or downloaded',
+scenario('RustDesk is found where it was last used, in the usual places in order, or downloaded',
   { start: false }, async (lab) => {
     const programFolder = path.join(lab.workFolder, '程序');
     await mkdir(programFolder);
@@ -135,7 +135,7 @@ scenario('RustDesk is found where it was used last, in the usual places in their
     await lab.rustDesk.addDriveD(path.join(lab.workFolder, 'drive_d'));
     await lab.rustDesk.plan({ lifeMs: kStartMs });
     await grantWith(lab, '');
-    // The one used last lies in the runtime folder, in other letter case.
+    // The program used last lies in the runtime folder, spelled in another letter case.
     const target = path.join(lab.prefix.runtimeFolder, kName);
     const targetPath = `C:\\users\\${path.basename(lab.prefix.user)}\\AppData\\Local\\Velmarine\\Runtime\\${kName}`;
     await lab.rustDesk.putFile(target);

@@ -1,4 +1,4 @@
-// What the scenarios of 桌面 share.
+// Shared by the scenarios of 桌面.
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -7,10 +7,10 @@ import { waitUntil } from '../../lab/harness/program.mjs';
 import { logsAfter, occurrences } from './scenario.mjs';
 
 export const kProgramFiles = 'C:\\Program Files\\RustDesk';
-/** Long enough for a window that is there to be found and pasted into. */
+/** Long enough to find an existing window and paste into it. */
 const kTwoAttemptsMs = 2000;
 
-/** How many lines of the page's log say `line`. */
+/** The number of lines in the page's log that equal `line`. */
 async function shownOnPage(program, line) {
   const says = (text) => (line instanceof RegExp ? line.test(text) : text === line);
   return (await program.pageLog()).filter(({ text }) => says(text)).length;
@@ -26,17 +26,17 @@ export async function openDesktop(program, line, click = () => program.click('#c
   return log;
 }
 
-/** How often RustDesk was started so far. */
+/** The number of RustDesk's starts so far. */
 export const starts = async (lab) => (await lab.rustDesk.events({ event: 'started' })).length;
 
-/** The same as openDesktop(), after which RustDesk must have been started; returns its start. */
+/** Like openDesktop(), but RustDesk must have been started; returns its start. */
 export async function opensRustDesk(lab, program, line, click) {
   const count = await starts(lab);
   await openDesktop(program, line, click);
   return lab.rustDesk.started(count + 1);
 }
 
-/** Nothing is pasted into RustDesk's window, though it shows. */
+/** Nothing is pasted into RustDesk's visible window. */
 export async function staysUntouched(lab, { pid }) {
   await lab.rustDesk.happened(pid, 'shown');
   await sleep(kTwoAttemptsMs);
@@ -45,7 +45,7 @@ export async function staysUntouched(lab, { pid }) {
 
 export const settingsText = (lab) => readFile(lab.prefix.settingsFile, 'utf8');
 
-/** Does `action`, which must leave the settings file as it is. */
+/** Runs `action`, which must not change the settings file. */
 export async function savesNothing(lab, action) {
   const before = await settingsText(lab);
   await action();

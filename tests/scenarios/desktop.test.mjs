@@ -1,4 +1,4 @@
-// 桌面: the service opens a session, RustDesk comes up with the device's ID, and its password is typed.
+// 桌面: the service opens a session, RustDesk starts with the device's ID, and the password is typed into it.
 import assert from 'node:assert/strict';
 import { readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -11,12 +11,12 @@ const kFile = `${kProgramFiles}\\rustdesk.exe`;
 const kId = '987 654 321';
 const kPassword = '口令-春天\'7 😀 a"b\\c';
 const kElsewhere = '别的内容';
-/** Ctrl+V and Enter, each key as an event of its own. */
+/** Ctrl+V and Enter, each key as a separate event. */
 const kPasteAndEnter = ['down 17', 'down 86', 'up 86', 'up 17', 'down 13', 'up 13'];
-/** The program's window, and room for another beside it. */
+/** The program's window, with room for another beside it. */
 const kScreen = { width: 1720, height: 960 };
 const kBesideProgram = 1250;
-const kBeforeEnterMs = 100;  // 120, as clocks go
+const kBeforeEnterMs = 100;  // nominally 120
 const kDecoyLifeMs = 170_000;
 
 const kPump = {
@@ -25,8 +25,8 @@ const kPump = {
 const kRequestPath = '/api/devices/2%20%E5%8F%B7%20%E6%B3%B5%E7%AB%99%2FA~b/remote-desktop/session';
 
 /**
- * Windows that are not RustDesk's: another program's, which has the keyboard; one that shows nothing; and
- * one that belongs to another. The latter two have the very title that is looked for.
+ * Windows that are not RustDesk's main window: another program's, which has the keyboard; a hidden one;
+ * and an owned one. The latter two have the title that is looked for.
  */
 async function decoys(lab) {
   const plan = { left: kBesideProgram, lifeMs: kDecoyLifeMs };
@@ -56,7 +56,7 @@ async function requestIsExact(lab) {
   assert.match(requests[0].headers['content-type'], /^application\/json\b/);
 }
 
-/** Everything that is kept of this run but the stand-in's own record. */
+/** Everything that this run leaves, except the stand-in's own record. */
 async function tellsNobody(lab, program, password) {
   const files = (await readdir(lab.artifacts, { withFileTypes: true })).filter((entry) => entry.isFile())
     .map(({ name }) => path.join(lab.artifacts, name));
@@ -65,7 +65,7 @@ async function tellsNobody(lab, program, password) {
   }
 }
 
-/** Nothing reached the decoys but the letter that was typed. */
+/** The decoys received only the typed letter. */
 async function areUntouched({ hidden, owned, other }) {
   const happened = async (window) => (await window.events()).map(({ event }) => event);
   assert.deepEqual(await happened(other), ['started', 'shown', 'down', 'char', 'up']);
@@ -81,7 +81,7 @@ async function pastesPastDecoys(lab, program, { other }) {
   assert.equal(commandLine, `"${kFile}" "--connect" "${kId}"`);
   await lab.rustDesk.happened(pid, 'shown');
   assert.equal(await lab.desktop.clipboard.read(), kPassword);
-  await lab.desktop.clipboard.write(kElsewhere);  // somebody works on meanwhile
+  await lab.desktop.clipboard.write(kElsewhere);  // the engineer copies something else meanwhile
   await typeInto(lab, other, 'Rust');
 
   const enter = await lab.rustDesk.happened(pid, 'enter');
@@ -155,7 +155,7 @@ scenario('桌面 starts RustDesk with the device and types the password into its
     for (const password of [kPassword, '春天', 'second-9']) await tellsNobody(lab, program, password);
   });
 
-scenario("of two windows with its title the password goes to RustDesk's own, though a stranger's is above it",
+scenario("of two windows with its title, RustDesk's own gets the password, even below a stranger's",
   { settings: { deviceNumber: kPump.deviceNumber }, size: kScreen }, async (lab, program) => {
     await lab.rustDesk.install(kFile);
     const plan = { left: kBesideProgram, lifeMs: kDecoyLifeMs };

@@ -1,5 +1,5 @@
-// Discovery takes broadcasts, and among the laptop's own is the one that asks for an address: without an
-// answer to it the relay could never come back. So it pauses while the relay is away.
+// Discovery captures broadcasts, including the laptop's own request for an address (DHCP), without which the
+// relay could never be reached again. So it pauses while the relay is away.
 import assert from 'node:assert/strict';
 
 import { broadcast, kDevices, startDevices } from '../../lab/harness/discovery.mjs';
@@ -12,13 +12,13 @@ const kResumed = '局域网发现已恢复。';
 const kBroadcasts = ' or (udp and ip.DstAddr == 255.255.255.255))';
 const kDhcp = { sourcePort: 68, port: 67, text: 'an address, please', expected: 0, waitMs: 500 };
 
-/** Whether each capture that the driver was asked for took broadcasts, in order. */
+/** For each of the driver's captures, in order, whether it included broadcasts. */
 async function captures(lab) {
   return [...(await lab.driverLog()).matchAll(/^open handle=\d+ error=0 priority=-300 .*$/gm)]
     .map(([line]) => line.endsWith(kBroadcasts));
 }
 
-/** The last line of the driver's log that says how a capturing handle ended. */
+/** The last line in the driver's log about the end of a capturing handle. */
 async function lastClose(lab) {
   const [line] = [...(await lab.driverLog()).matchAll(/^close .*$/gm)].at(-1);
   return Object.fromEntries([...line.matchAll(/(\w+)=(\d+)/g)].map(([, name, count]) => [name, Number(count)]));
@@ -60,7 +60,7 @@ scenario('discovery pauses while the relay is away and leaves the laptop its own
     assert.equal((await lastClose(lab)).uncaptured, 1, 'taken again');
   });
 
-scenario('no packet for the site is lost to the own network or doubled when the capture changes',
+scenario('no packet for the site leaks into the local network or is doubled when the capture changes',
   { site: true }, async (lab, program, t) => {
     await lab.service.keepPackets(true);
     await switchesDiscoveryOn(program);

@@ -1,5 +1,5 @@
-// Discovery mode: what a tool broadcasts to find devices reaches the site's networks, and the devices'
-// answers reach the tool.
+// Discovery mode: a tool's search broadcasts reach the site's networks, and the devices' answers reach the
+// tool.
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 
@@ -39,7 +39,7 @@ async function datagrams(lab, direction, since) {
     });
 }
 
-/** Runs `search` and returns its answers with what the service saw: {answers, left, came}. */
+/** Runs `search` and returns its answers with the service's record: {answers, left, came}. */
 async function watched(lab, search) {
   const since = (await lab.service.packets()).length;
   const answers = await search();
@@ -48,10 +48,10 @@ async function watched(lab, search) {
   };
 }
 
-/** The tool's answers of devices of no known protocol: the sender's address and what it wrote. */
+/** The tool's answers from plain devices: the sender's address and its text. */
 const parsed = (answers) => answers.map(({ from, text }) => ({ from, ...JSON.parse(text) }));
 
-/** What a device of no known protocol writes, as a tool sees it under `from`. */
+/** A plain device's text, as a tool receives it from `from`. */
 const plainAnswer = (device, from, port, text = 'anyone?') => ({
   from: `${from}:${kPlainPort}`, device: device.address, heard: text,
   asker: `${kTunnelAddress}:${port}`, askedAt: device.broadcast,
@@ -76,11 +76,11 @@ async function flip(program, mode) {
   await showsCard(program, mode.card);
 }
 
-/** A number in the driver's log lines, in their order. */
+/** A number from the driver's log lines, in order. */
 const counted = (log, name) =>
   [...log.matchAll(new RegExp(`\\b${name}=(\\d+)`, 'g'))].map(([, count]) => Number(count));
 
-/** Whether each capture that the driver was asked for took broadcasts, in order. */
+/** For each of the driver's captures, in order, whether it included broadcasts. */
 async function capturesOfBroadcasts(lab) {
   return [...(await lab.driverLog()).matchAll(/^open .*filter=outbound(.*)$/gm)]
     .map(([, filter]) => filter.endsWith(' or (udp and ip.DstAddr == 255.255.255.255))'));
@@ -101,7 +101,7 @@ async function aPlainDatagramFindsBoth(lab) {
   ]);
 }
 
-// A third device answers everybody in its network: that is not carried, and its answer is not seen.
+// A third device answers by broadcast, which is not carried, so its answer is not seen.
 async function bacnetFindsBoth(lab) {
   const { answers, left } = await watched(lab, () => whoIs(lab));
   assert.deepEqual(answers, [
@@ -114,7 +114,7 @@ async function bacnetFindsBoth(lab) {
     new RegExp(`^${kShoutingDevice.number} answered everybody$`, 'm'));
 }
 
-// The answer names the device's own address inside, and nothing translates that.
+// The answer contains the device's own address, which is not translated.
 async function ethernetIpFindsBoth(lab) {
   const { answers, left } = await watched(lab, () => listIdentity(lab));
   const identity = (device, from) => ({
@@ -184,7 +184,7 @@ scenario('a tool may broadcast to one network by its own address, in either mode
     }
   });
 
-scenario('the switch is stored, and counts from the next connection', { site: true },
+scenario('the switch is stored and takes effect with the next connection', { site: true },
   async (lab, program) => {
     await startDevices(lab);
     await lab.service.keepPackets(true);

@@ -1,4 +1,4 @@
-// One call of the packet driver fails while traffic runs. Its number is counted anew from each start
+// One call of the packet driver fails while traffic runs. Calls are counted from each start
 // of a tunnel.
 import assert from 'node:assert/strict';
 
@@ -7,12 +7,12 @@ import { ping } from '../../lab/harness/tools.mjs';
 import { describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, scenario } from './scenario.mjs';
 
-// Question and answer take turns, so that each has its place among the calls: the fifth question is the
+// Questions and answers alternate, so that their place among the calls is known: the fifth question is the
 // fifth receive and the ninth checksum, its answer the tenth checksum and the fifth send.
 const kFifth = 4;
 const kTurns = { udp: { sizes: [64], intervalMs: 150, count: 20 }, tcp: false };
 
-/** Runs the program with one failing call; returns what traffic lost, after the tunnel has healed. */
+/** Runs the program with one failing call; returns the traffic's losses once the tunnel works again. */
 async function runWithFault(lab, t, name, number) {
   const program = await lab.startProgram({ env: { [`LAB_WINDIVERT_FAIL_${name}`]: String(number) } });
   await connect(program);
@@ -35,7 +35,7 @@ async function runWithFault(lab, t, name, number) {
 
 const gapsOf = ({ gaps }) => gaps.map(({ from, lost }) => [from, lost]);
 
-scenario('a failing call of the driver costs what is stated, and a new connection heals it',
+scenario('a failing driver call has exactly the stated cost, and a new connection repairs it',
   { site: true, start: false }, async (lab, _, t) => {
     const receive = await runWithFault(lab, t, 'RECV', 5);
     assert.deepEqual(gapsOf(receive), [], 'the next receive gets the packet');

@@ -5,7 +5,7 @@ import path from 'node:path';
 
 import { clickConnect, connect, scenario } from './scenario.mjs';
 
-/** The start failed with `line`; nothing runs and the service knows. */
+/** The start failed with `line`; nothing runs, and the service was informed. */
 async function startFails(lab, program, line) {
   await clickConnect(program);
   await program.waitForLog(line);
@@ -15,13 +15,13 @@ async function startFails(lab, program, line) {
   assert.equal(JSON.parse(reports.at(-1).body).reason, '本地隧道启动失败');
 }
 
-scenario('a driver that is blocked says so with the system\'s code, its meaning and its cure',
+scenario('a blocked driver is reported with the system\'s code, its meaning and its cure',
   { env: { LAB_WINDIVERT_OPEN_ERROR: '577' } }, async (lab, program) => {
     await startFails(lab, program, /Error: WinDivertOpen failed for filter: outbound .*\r\n错误 577：系统不接受驱动文件的数字签名/);
     await program.waitForText('#c-statusline', /错误 577：/);
   });
 
-scenario('what another program has left of the driver is stopped, and the driver opened once more',
+scenario('another program\'s leftover driver is stopped, and the driver opened again',
   { env: { LAB_WINDIVERT_OPEN_ERROR: '1058', LAB_WINDIVERT_FAIL_OPEN: '1' } }, async (lab, program) => {
     await connect(program);
     assert.equal((await lab.driverLog()).match(/^open .*error=1058/gm).length, 1);

@@ -1,6 +1,6 @@
-// The version that a Windows program's file tells about itself.
+// The version in a Windows program's file.
 
-/** "ProductVersion" of the version resource in the file's bytes; throws when there is none. */
+/** "ProductVersion" of the version resource in the file's bytes; throws if there is none. */
 export function fileVersion(bytes) {
   const name = Buffer.from('ProductVersion\0', 'utf16le');
   const at = bytes.indexOf(name);

@@ -1,4 +1,4 @@
-// Code that others would like the program to run, which has an administrator's rights.
+// Foreign code must not get into the program, which has administrator rights.
 import assert from 'node:assert/strict';
 import { cp, mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -7,12 +7,12 @@ import { kProgramFile } from '../../lab/harness/paths.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 /**
- * Windows' libraries that the program uses and that are not among those Windows keeps ready for all. Not bcrypt and
- * crypt32, which Wine's own libraries look for beside the program, whatever that has asked for.
+ * Windows libraries of the program that are not among the system's known DLLs. Without bcrypt and crypt32, because
+ * Wine's own libraries load them from the program's folder in any case.
  */
 const kLibraries = ['dwmapi', 'iphlpapi', 'winhttp', 'wintrust', 'wtsapi32'];
 
-scenario('libraries beside the program, and variables that name another browser, change nothing',
+scenario('libraries beside the program and variables that name another browser have no effect',
   { start: false }, async (lab) => {
     const folder = path.join(lab.workFolder, '下载');
     await mkdir(path.join(folder, 'browser'), { recursive: true });

@@ -1,5 +1,5 @@
-// A stack that cuts datagrams before the driver sees them, as Linux' does and Windows' does not. The driver's
-// library has no checksum for the first fragment, which ends the capture: the log has to say so.
+// A stack that fragments datagrams before the driver sees them, as Linux does and Windows does not. The driver's
+// library cannot compute the first fragment's checksum, which ends the capture; the log must report it.
 import assert from 'node:assert/strict';
 
 import { kPlc } from '../../lab/harness/network.mjs';
@@ -12,7 +12,7 @@ const kMoreThanThePathBytes = 2000;
 const pingLarge = (lab) =>
   lab.tool(['ping', '-n', '-c', '2', '-i', '0.2', '-W', '1', '-s', String(kMoreThanThePathBytes), kPlc]);
 
-scenario('a fragment that ends the capture is told once, and a new connection heals it', { site: true },
+scenario('a fragment that ends the capture is reported once, and a new connection repairs it', { site: true },
   async (lab, program) => {
     for (const times of [1, 2]) {
       await connect(program);

@@ -30,13 +30,13 @@ scenario('after a wake, a relay that no longer answers is replaced without waiti
     await logsAfter(program, '电脑即将睡眠，远程连接会中断，唤醒后自动恢复。',
       () => lab.desktop.sendToWindow(kPowerBroadcast, kSuspend));
 
-    // A relay that answers is left in peace.
+    // A relay that answers is kept.
     await logsAfter(program, '电脑已唤醒，正在检查中继连接。',
       () => lab.desktop.sendToWindow(kPowerBroadcast, kResumeAutomatic));
     assert.equal(await program.state(), '在线');
 
     await lab.desktop.sendToWindow(kPowerBroadcast, kSuspend);
-    lab.pauseService();  // the connection stands, and nobody answers on it
+    lab.pauseService();  // the connection stays open, but unanswered
     let begin = performance.now();
     await logsAfter(program, kLost, () => lab.desktop.sendToWindow(kPowerBroadcast, kResumeAutomatic));
     const wokenMs = sinceMs(begin);
@@ -51,7 +51,7 @@ scenario('after a wake, a relay that no longer answers is replaced without waiti
     assert.equal(await program.state(), '在线');
   });
 
-scenario('the end of the session stops the tunnel, clears the proxy list and leaves whole settings', {},
+scenario('the end of the session stops the tunnel, clears the proxy list and leaves intact settings', {},
   async (lab, program, t) => {
     await lab.prefix.setProxyOverride('localhost', { namespace: lab.network.engineer });
     await lab.service.setGrant({
@@ -93,14 +93,14 @@ scenario('a second start brings the first window to the front and ends with 0', 
       });
     assert.equal(await lab.processes.waitForExit(second, 15_000), 0);
     await waitUntil('the window in front', async () => (await state()) === 'IsViewable');
-    // The window manager makes it the active one a moment after it has shown it.
+    // The window manager activates it a moment after showing it.
     await waitUntil('the active window', async () =>
       Number((await run(['xdotool', 'getactivewindow'], display)).stdout) === Number(id));
     assert.deepEqual(await logs(), before, 'the second start leaves no trace');
     assert.equal((await lab.display.windowTitles()).filter((title) => title === kTitle).length, 1);
   });
 
-scenario('on a screen of 1366 x 768 the whole window is to be seen', { size: { width: 1366, height: 768 } },
+scenario('on a screen of 1366 x 768 the whole window is visible', { size: { width: 1366, height: 768 } },
   async (lab, program) => {
     const area = await waitUntil('the window', () => lab.display.clientArea(kTitle));
     assert.ok(area.x >= 0 && area.x + area.width <= 1366, JSON.stringify(area));

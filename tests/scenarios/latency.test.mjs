@@ -1,11 +1,11 @@
-// 测试: one echo request to a device, as a rule through the tunnel, and what becomes of it.
+// 测试: one echo request to a device, usually through the tunnel, and its result.
 import assert from 'node:assert/strict';
 
 import { kPlc, kPlcOverlapping, kTunnelAddress } from '../../lab/harness/network.mjs';
 import { connect, logsAfter, occurrences, scenario } from './scenario.mjs';
 
 const kMappedPlc = '172.31.0.10';
-const kSilentOnSite = '192.168.77.99';  // nobody has this address
+const kSilentOnSite = '192.168.77.99';  // an unused address
 const kRefusedOnSite = '192.168.77.66';
 const kRefusedNearby = '198.51.100.7';
 const kIcmp = 1;
@@ -14,7 +14,7 @@ const kEchoReply = 0;
 const kUnreachable = 3;
 const kPayload = Buffer.from('Velmarine\0');
 
-/** Tests `address`; the line in the log, on the page and what is kept must be these. */
+/** Tests `address` and checks the line in the log and on the page, and the stored result. */
 async function tests(lab, program, address, line, kept) {
   await program.type('#c-testip', address);
   const log = await logsAfter(program, line, () => program.click('#c-test'));
@@ -34,7 +34,7 @@ async function answers(lab, program, address) {
   assert.equal(shown, `通讯延迟 ${latencyText}：${trimmed}`);
 }
 
-/** The ICMP messages at the relay since the last look: {direction, from, to, type, payload}. */
+/** The ICMP messages at the relay since the last call: {direction, from, to, type, payload}. */
 async function icmpAtRelay(lab) {
   const packets = await lab.service.packets();
   await lab.service.forgetPackets();
@@ -60,7 +60,7 @@ async function whatIsNoAddressIsNotAsked(lab, program) {
   }
 }
 
-scenario('测试 measures a device by an echo through the tunnel and tells silence from a refusal', {},
+scenario('测试 measures a device by an echo through the tunnel and distinguishes silence from a refusal', {},
   async (lab, program) => {
     await lab.network.refuseNetwork('site', `${kRefusedOnSite}/32`);
     await lab.network.refuseNetwork('cloud', `${kRefusedNearby}/32`);
@@ -78,7 +78,7 @@ scenario('测试 measures a device by an echo through the tunnel and tells silen
     await tests(lab, program, kRefusedNearby, `通讯延迟测试失败：${kRefusedNearby}`, '失败');
     await whatIsNoAddressIsNotAsked(lab, program);
 
-    // The packet path knows no ICMP errors: what the site's router answers comes to the computer and ends.
+    // The packet path drops ICMP errors: the answer of the site's router reaches the computer and ends there.
     await lab.service.forgetPackets();
     await tests(lab, program, kRefusedOnSite, `通讯延迟测试超时：${kRefusedOnSite}`, '超时');
     assert.deepEqual((await icmpAtRelay(lab)).map(({ direction, type }) => ({ direction, type })),

@@ -1,5 +1,5 @@
-// What the program exists for: ordinary tools reach the site's controller, over a direct route and
-// over one that overlaps the engineer's own network, in one connection.
+// The program's main job: ordinary tools reach the site's controller in one connection, over a direct route
+// and over one that overlaps the engineer's own network.
 import assert from 'node:assert/strict';
 
 import { kPlc, kTunnelAddress } from '../../lab/harness/network.mjs';
@@ -22,7 +22,7 @@ async function useAllTools(lab, address) {
   await works(iperf(lab, address, { seconds: 1, reverse: true }));
 }
 
-/** The counters of the driver's log lines, added up. */
+/** The summed counters of the driver's log lines. */
 function driverCount(log, name) {
   return [...log.matchAll(new RegExp(`\\b${name}=(\\d+)`, 'g'))]
     .reduce((sum, [, count]) => sum + Number(count), 0);

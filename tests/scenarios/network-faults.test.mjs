@@ -1,4 +1,4 @@
-// A line that loses, delays and reorders, and a connection that dies without a sign.
+// A line that loses, delays and reorders, and a connection that dies silently.
 import assert from 'node:assert/strict';
 import { setTimeout as sleep } from 'node:timers/promises';
 
@@ -10,9 +10,9 @@ import { connect, scenario } from './scenario.mjs';
 
 const kSmall = { sizes: [32, 256, 1302] };  // by UDP, where the line's losses show
 const kLineMs = 6_000;
-const kHalfOpenMs = 8_000;  // as long as the program waits for a sign of the relay
+const kHalfOpenMs = 8_000;  // the program's limit for a silent relay
 
-/** Traffic for a while over a line made worse. Returns the report and what the line did. */
+/** Runs traffic over a worsened line. Returns the report and the line's counts. */
 async function overLine(lab, t, name, line, options = {}) {
   await lab.faults.worsenLine(line);
   const traffic = await startTraffic(lab, kPlc, { udp: kSmall, waitMs: 4000, ...options });
@@ -25,7 +25,7 @@ async function overLine(lab, t, name, line, options = {}) {
   return { ...report, line: did };
 }
 
-scenario('the tunnel carries on over a line that loses, delays and reorders', { site: true },
+scenario('the tunnel keeps working over a line that loses, delays and reorders', { site: true },
   async (lab, program, t) => {
     await connect(program);
     const cases = [
@@ -69,7 +69,7 @@ scenario('a connection that dies without a reset is replaced after 8 s of silenc
       return attempts.length > 0 && attempts;
     });
     const tookMs = attempt.timeMs - before;
-    // The relay's pings come every 3 s: the last may have come that long before the fault.
+    // The relay pings every 3 s, so its last ping may be that much older than the fault.
     assert.ok(tookMs > kHalfOpenMs - 3_000 && tookMs < 30_000, `after ${tookMs} ms`);
     assert.equal(await lab.service.relayConnections(), 2, 'the relay has not seen the old one end');
     await traffic.waitUntilFlowing();

@@ -1,5 +1,5 @@
-// A profile with another service and other networks is loaded while connected: the connection stays what it was, and
-// its end is told to the service that granted it.
+// A profile with another service and other networks is loaded while connected: the connection is unaffected, and its end
+// is reported to the service that granted it.
 import assert from 'node:assert/strict';
 
 import { endedConnections } from '../../lab/harness/acts.mjs';
@@ -9,7 +9,7 @@ import { waitUntil } from '../../lab/harness/program.mjs';
 import { connect, kDeviceSecret, logsAfter, scenario } from './scenario.mjs';
 
 const kHome = `${kCloud}:${kServicePort}`;
-const kOther = `${kCloudToSite}:${kServicePort}`;  // the same service by its other address
+const kOther = `${kCloudToSite}:${kServicePort}`;  // the same service at its other address
 const kBefore = 'localhost;10.60.*';
 const kGranted = '192.168.77.*;10.10.0.*';
 const kStopping = '正在停止软件隧道...';
@@ -92,7 +92,7 @@ scenario('断开 of the next run ends the connection where it was granted', { se
 scenario('连接 ends the old connection where it was granted and asks the new service', { settings: kSettings },
   async (lab, program) => {
     await connectThenLoad(lab, program);
-    // In the log: for a moment the page still shows the first connection's text.
+    // From the log, because the page still shows the first connection's text for a moment.
     await logsAfter(program, /工程师端软件隧道已启动/, () => program.click('#c-connect'));
     assert.equal(await program.state(), '在线');
     await endedWhereGranted(lab);
@@ -106,7 +106,7 @@ scenario('连接 ends the old connection where it was granted and asks the new s
     assert.ok(url.includes(second), url);
     assert.equal(await proxyOverride(lab), `${kBefore};${kGranted}`);
 
-    // Back to the first service: the second connection is ended at its own.
+    // Back to the first service: the second connection is ended at its own service.
     await load(program, '本站');
     await disconnect(program);
     const last = (await requests(lab)).at(-1);

@@ -1,5 +1,5 @@
-// Ten thousand packets while nothing takes them: the newest 4096 wait, the rest is gone, memory stays
-// bounded, and what nobody could take in time does not arrive later.
+// Ten thousand packets without a receiver: the newest 4096 wait, the rest is dropped, memory stays bounded, and
+// expired packets do not arrive later.
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -11,7 +11,7 @@ import { connect, scenario } from './scenario.mjs';
 
 const kQueued = 4096;
 const kCount = 10_000;
-const kPayloadBytes = 1400;  // by WebSocket alone
+const kPayloadBytes = 1400;  // only by WebSocket
 const kFlood = {
   udp: { sizes: [kPayloadBytes], intervalMs: 1, batch: 5, count: kCount }, tcp: false,
 };
@@ -22,21 +22,21 @@ const kRestMs = 300;
 const kRestTicks = 2;  // of 10 ms: the background's packets
 const kMoreMib = 12;  // the whole flood would be 14
 
-/** The program's memory that is its own, in MiB. */
+/** The program's private memory in MiB. */
 async function memory(program) {
   const status = await readFile(`/proc/${program.child.pid}/status`, 'utf8');
   assert.match(status, /^Name:\s+Velmarine/m);
   return Number(/^RssAnon:\s+(\d+) kB/m.exec(status)[1]) / 1024;
 }
 
-/** The processor time that the program has used, in clock ticks. */
+/** The program's processor time in clock ticks. */
 async function ticks(program) {
   const stat = await readFile(`/proc/${program.child.pid}/stat`, 'utf8');
   const [userTicks, systemTicks] = stat.slice(stat.lastIndexOf(')') + 2).split(' ').slice(11, 13);
   return Number(userTicks) + Number(systemTicks);
 }
 
-/** Until the program has nothing left to capture: on a busy machine it is behind its tools. */
+/** Waits until the program has captured everything; on a busy machine it lags behind the tools. */
 async function waitUntilCaptured(program) {
   let last = await ticks(program);
   await waitUntil('a program at rest', async () => {
@@ -48,14 +48,14 @@ async function waitUntilCaptured(program) {
   });
 }
 
-/** Sends the flood to its end; what comes back meanwhile and later is counted. */
+/** Sends the whole flood; answers during and after it are counted. */
 async function flood(lab) {
   const traffic = await startTraffic(lab, kPlc, kFlood);
   await traffic.waitUntilSent(kCount);
   return traffic;
 }
 
-/** The numbers of the flood's datagrams that the service was sent, in order of arrival. */
+/** The numbers of the flood's datagrams that reached the service, in order of arrival. */
 async function arrived(lab) {
   return (await lab.service.packets())
     .filter(({ direction, hex }) => direction === 'fromClient' && hex.length / 2 === kPacketBytes)
@@ -70,7 +70,7 @@ async function blockedSender(lab, program, t) {
   const traffic = await flood(lab);
   await waitUntilCaptured(program);
   const during = await memory(program);
-  lab.continueService();  // before the 8 s after which the connection is given up
+  lab.continueService();  // before the connection is given up after 8 s
   const numbers = await waitUntil('the newest packets at the service', async () => {
     const list = await arrived(lab);
     return list.some((number) => number > kCount - kAlmost) && list;
@@ -87,7 +87,7 @@ async function blockedSender(lab, program, t) {
     `${lost} in the middle are lost, the newest ${waited} waited; ${udp.late} answers late; ` +
     `memory ${before.toFixed(1)} -> ${during.toFixed(1)} MiB`);
   assert.ok(lost > 100, `the oldest go: ${lost}`);
-  // A few of the places are other traffic's.
+  // Other traffic occupies a few places.
   assert.ok(waited <= kQueued && waited > kQueued - 4 * kAlmost, `the newest stay: ${waited}`);
   assert.ok(during - before < kMoreMib, `memory grew by ${during - before} MiB`);
 }
@@ -96,7 +96,7 @@ async function noTransport(lab, program, t) {
   await lab.service.forgetPackets();
   await lab.service.refuseUpgrade({ status: 503 });
   await lab.service.cutRelay();
-  // The first attempt closes the UDP path, too.
+  // The first attempt also closes the UDP path.
   await waitUntil('a refused attempt', async () => (await lab.service.relayAttempts()).length > 1);
   const before = await memory(program);
   const traffic = await flood(lab);
@@ -111,13 +111,13 @@ async function noTransport(lab, program, t) {
   assert.ok(during - before < kMoreMib, `memory grew by ${during - before} MiB`);
 }
 
-/** How many packets the driver handed over in all. */
+/** The total number of packets delivered by the driver. */
 async function captured(lab) {
   const log = await lab.driverLog();
   return [...log.matchAll(/\breceived=(\d+)/g)].reduce((sum, [, count]) => sum + Number(count), 0);
 }
 
-scenario('of ten thousand packets that nothing takes, the newest wait for a relay and none for a lost one',
+scenario('of ten thousand packets without a receiver, the newest wait for a relay, none for a lost one',
   { site: true }, async (lab, program, t) => {
     await connect(program);
     const background = await startTraffic(lab, kPlc, kBackground);

@@ -1,4 +1,4 @@
-// The page in the real window: it shows at a glance what the program does, at each step of a day.
+// The page in the real window shows the program's state at a glance, at each step of a day.
 import assert from 'node:assert/strict';
 import path from 'node:path';
 
@@ -8,7 +8,7 @@ import { clickConnect, connect, kDeviceSecret, scenario } from './scenario.mjs';
 
 const kBusy = { connect: '正在请求连接授权...' };
 
-/** {phase, job, busy, tag, status}: what the style sheet knows of the program. */
+/** {phase, job, busy, tag, status}: the program's state for the style sheet. */
 const seen = async (program) => JSON.parse(await program.page.evaluate(`JSON.stringify({
   phase: document.body.dataset.phase, job: document.body.hasAttribute('data-job'),
   busy: [...document.querySelectorAll('[aria-busy]')].map(({ id }) => id),
@@ -23,7 +23,7 @@ async function shows(program, wanted, timeoutMs = 30_000) {
   return last;
 }
 
-scenario('at rest, at work, online, reconnecting, online again and at rest, each is shown as such', {}, async (lab, program, t) => {
+scenario('idle, working, online, reconnecting, online again and idle are each shown as such', {}, async (lab, program, t) => {
   await shows(program, { phase: 'idle', job: false, busy: [], tag: '' });
   await lab.pauseService();
   await clickConnect(program);
@@ -47,7 +47,7 @@ scenario('a refusal that is retried is shown until it is granted', {}, async (la
   await shows(program, { phase: 'online', tag: '' });
 });
 
-scenario('a connection that fails is shown as failed until something else is done', {}, async (lab, program) => {
+scenario('a failed connection is shown as failed until the next action', {}, async (lab, program) => {
   await lab.service.stopListening();
   await clickConnect(program);
   await shows(program, { phase: 'failed', job: false, tag: '未成功' });
@@ -56,7 +56,7 @@ scenario('a connection that fails is shown as failed until something else is don
   await shows(program, { phase: 'online', tag: '' });
 });
 
-scenario('the window is filled by the page, and nothing of it is cut', {}, async (lab, program) => {
+scenario('the page fills the window without being cut off', {}, async (lab, program) => {
   const { findCut, findOverlaps } = await import('../page/page_geometry.mjs');
   await connect(program);
   const area = await lab.display.clientArea(kTitle);
@@ -68,7 +68,7 @@ scenario('the window is filled by the page, and nothing of it is cut', {}, async
   await lab.display.screenshot(path.join(lab.artifacts, 'online.png'));
 });
 
-/** Waits until another program would paste `text`. */
+/** Waits until the clipboard offers `text` to another program. */
 async function isOnClipboard(lab, text) {
   let held;
   await waitUntil(`${text} on the clipboard`, async () => {
@@ -77,7 +77,7 @@ async function isOnClipboard(lab, text) {
   }).catch((error) => { throw new Error(`${error.message}; it holds ${held}`); });
 }
 
-scenario('other programs can paste a value that was clicked, and what was marked and copied', {}, async (lab, program) => {
+scenario('other programs can paste a clicked value and a copied selection', {}, async (lab, program) => {
   await connect(program);
   assert.equal(await program.card('组网 IP'), kTunnelAddress);
   await program.pointAndClick('#s-cards li:nth-child(2) .v');

@@ -1,5 +1,5 @@
-// The tools that engineers really use, each through the tunnel, with real libraries or programs on both sides. What
-// works, and how fast, goes into build/test/protocols.json; docs/protocols.md has to say the same.
+// The tools that engineers really use, through the tunnel, with real libraries or programs on both sides. Results and
+// times are written to build/test/protocols.json and must match docs/protocols.md.
 import assert from 'node:assert/strict';
 import { readFile, writeFile } from 'node:fs/promises';
 import { test } from 'node:test';
@@ -9,7 +9,7 @@ import { kDocument, kReport, readTable, rowsOf } from '../../lab/run/protocol_ta
 import { connect, scenario } from './scenario.mjs';
 
 const kAtOnce = { clean: 4, lossy: Infinity };
-/** Those whose request is a message, not a program's run, are timed with nothing beside them but what is held. */
+/** Protocols whose request is a message, not a program run, are timed alone, except for held uses. */
 const isTimed = ({ name, title, held }) =>
   ['modbus_tcp', 'siemens_s7', 'opc_ua', 'bacnet', 'snmp', 'http'].includes(name) && !held && !title.includes('trap');
 const kOptions = {
@@ -18,9 +18,9 @@ const kOptions = {
 };
 const kLossyLine = { lossPercent: 1, delayMs: 80 };
 const kLimits = { timeoutMs: 500_000 };
-const kOutcomes = 6;  // of a row's cells; the rest are times
+const kOutcomes = 6;  // the result cells of a row; the rest are times
 const kTimes = [6, 7];
-const kSlower = 5;  // machines are noisy: only what is so many times slower than the document says is a fault
+const kSlower = 5;  // machines are noisy: only this factor over the documented time is a failure
 const kNoiseMs = 100;
 const results = [];
 
@@ -32,11 +32,11 @@ async function forEach(items, atOnce, body) {
   }));
 }
 
-/** Uses one row's protocol by one route over one line, and notes what became of it. */
+/** Uses one row's protocol by one route over one line, and records the result. */
 async function useRow(survey, t, conditions, row, route, more = {}) {
   const options = { ...kOptions[conditions.line], ...more };
   const started = performance.now();
-  // What needs its setting was seen on the clean line.
+  // Whether the setting is needed is known from the clean line.
   const before = results.find((one) => one.title === row.title && one.route === route && one.relay === conditions.relay);
   const outcome = before ? { setting: before.setting, ...await survey.use(row, route, { ...options, setting: before.setting }) }
     : await survey.useAsNeeded(row, route, options);
@@ -46,7 +46,7 @@ async function useRow(survey, t, conditions, row, route, more = {}) {
   t.diagnostic(`${conditions.line} ${route} ${row.title}: ${outcome.works ? 'works' : 'does not work'}, ${seconds} s ${said}`);
 }
 
-/** Uses every protocol by both routes over one line; what is to be held is held all the while. */
+/** Uses every protocol by both routes over one line; held uses last all the time. */
 async function useAll(survey, t, conditions) {
   const rows = await listUses();
   const use = (row, more) => Promise.all(
@@ -80,7 +80,7 @@ scenario('every protocol, small packets by UDP', kLimits, async (lab, program, t
   assert.ok(udpFromClient > 1000 && udpToClient > 1000);
 });
 
-scenario('every protocol, all of it over the WebSocket', kLimits, async (lab, program, t) => {
+scenario('every protocol, only over the WebSocket', kLimits, async (lab, program, t) => {
   await lab.service.setUdp({ helloAnswer: ['none'] });
   await connect(program);
   await overBothLines(lab, t, 'webSocket');

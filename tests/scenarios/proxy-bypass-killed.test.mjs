@@ -1,5 +1,5 @@
-// The program is ended from one moment to the next, as by the task manager or a power cut. Started again,
-// it takes off the proxy bypass list what it had added there, and 断开 finds nothing to clean up any more.
+// The program is killed, as by the task manager or a power cut. The next start removes its entries from the proxy
+// bypass list, and 断开 then finds nothing to clean up.
 import assert from 'node:assert/strict';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -23,7 +23,7 @@ const proxyOverride = (lab) => lab.prefix.proxyOverride({ namespace: lab.network
 
 const slowly = (lab, path) => lab.service.setReply({ path, delayMs: kSlowServiceMs });
 
-// Each leads the program to a state and returns how long it lasts, in milliseconds.
+// Each brings the program into a state and returns the state's duration in milliseconds.
 const kMoments = {
   async 'before the connection is granted'(lab, program) {
     await slowly(lab, '/api/connections/request');
@@ -32,7 +32,7 @@ const kMoments = {
       (await lab.service.requests({ pathPrefix: '/api/connections/request' })).length > 0);
     return kSlowServiceMs - 200;
   },
-  // A relay that acknowledges no hello makes the start last for seconds.
+  // Without acknowledged hellos the start takes seconds.
   async 'while the tunnel starts'(lab, program) {
     await lab.service.setUdp({ helloAnswer: 'none' });
     const earlier = (await lab.service.relayAttempts({})).length;
@@ -55,7 +55,7 @@ const kMoments = {
   },
 };
 
-/** A start after a run that left `left` on the list: all that this run added is off, and a line says so. */
+/** A start after a run that left `left` on the list: that run's entries are removed, and a line reports it. */
 async function startsTidily(lab, left) {
   const program = await lab.startProgram();
   assert.equal(await proxyOverride(lab), kBefore);
@@ -94,7 +94,7 @@ scenario(`a run killed at any moment leaves nothing on the list after the next s
     }
   });
 
-// Telling the other programs takes its time when one of them does not answer; there it is killed.
+// Notifying other programs takes long if one of them does not answer; the kill happens during that time.
 scenario('a run killed while it adds to the list leaves nothing on it after the next start', {},
   async (lab, program) => {
     const { engineer: namespace } = lab.network;
@@ -106,15 +106,15 @@ scenario('a run killed while it adds to the list leaves nothing on it after the 
     const left = await proxyOverride(lab);
     assert.match(left, kEntries);
 
-    // The other program, which still does not answer, does not hold the start up.
+    // The other program, which still does not answer, does not delay the start.
     const next = await startsTidily(lab, left);
     await disconnect(next);
     assert.equal(await proxyOverride(lab), kBefore);
     assert.equal((await lab.service.requests({ pathPrefix: '/api/connections/CONN-0001/disconnect' })).length, 1);
   });
 
-// 10.10.0.* was on the list before the connection came, which needs it too.
-scenario("what was the user's own stays on the list after a kill, and each leftover is told once", {},
+// 10.10.0.* was already on the list before the connection, which needs it too.
+scenario("the user's own entries stay on the list after a kill, and each leftover is reported once", {},
   async (lab, program) => {
     const { engineer: namespace } = lab.network;
     await lab.prefix.setProxyOverride('localhost;10.10.0.*', { namespace });
@@ -132,7 +132,7 @@ scenario("what was the user's own stays on the list after a kill, and each lefto
     assert.equal(await proxyOverride(lab), 'localhost;10.10.0.*;intern');
   });
 
-scenario('a second start leaves the entries of the program that runs', {}, async (lab, program) => {
+scenario("a second start keeps the running program's entries", {}, async (lab, program) => {
   const { engineer: namespace } = lab.network;
   await lab.prefix.setProxyOverride(kBefore, { namespace });
   await connect(program);

@@ -1,4 +1,4 @@
-// While connected, the site's networks stand on the user's list of what does not go to the web proxy.
+// While connected, the site's networks are on the user's proxy bypass list.
 import assert from 'node:assert/strict';
 
 import { kTunnelAddress } from '../../lab/harness/network.mjs';
@@ -16,19 +16,19 @@ const write = (lab, text, options) =>
 const grant = (lab, ...routes) =>
   lab.service.setGrant({ connectionId: 'CONN-0001', assignedAddress: kTunnelAddress, routes });
 
-/** Clicks 断开 and waits for its outcome; returns its text. */
+/** Clicks 断开, waits for its outcome and returns its text. */
 async function disconnect(program) {
   await program.click('#c-stop');
   return program.waitForText('#c-statusline', /远程调试会话已断开。/);
 }
 
-/** Another program hears of exactly one change more. */
+/** Another program is notified of exactly one more change. */
 async function isTold(heard, count) {
   await waitUntil(`message ${count}`, () => heard().length >= count);
   assert.deepEqual(heard(), Array(count).fill(kTold));
 }
 
-scenario('connecting adds the networks to the proxy bypass list and disconnecting takes them off', {},
+scenario('connecting adds the networks to the proxy bypass list and disconnecting removes them', {},
   async (lab, program) => {
     const heard = await lab.desktop.startSettingWatch();
     await write(lab, ' localhost ; <local>;10.1.*;');
@@ -37,14 +37,14 @@ scenario('connecting adds the networks to the proxy bypass list and disconnectin
     assert.equal(await read(lab), 'localhost;<local>;10.1.*;192.168.5.*;203.0.113.9');
     await isTold(heard, 1);
 
-    // What others add meanwhile stays; an entry that was there before is taken off with the rest.
+    // Entries that others add meanwhile stay; an entry that existed before is removed with the rest.
     await write(lab, `${await read(lab)};*.intern.example`);
     const text = await disconnect(program);
     assert.ok(text.endsWith(`\r\n${kRemoved}10.1.*;192.168.5.*;203.0.113.9`), text);
     assert.equal(await read(lab), 'localhost;<local>;*.intern.example');
     await isTold(heard, 2);
 
-    // Nothing to add: nobody is told.
+    // Nothing to add, so no program is notified.
     await write(lab, 'localhost;10.1.*', { type: 'REG_EXPAND_SZ' });
     await grant(lab, '10.1.0.0/16');
     await connect(program);
@@ -54,7 +54,7 @@ scenario('connecting adds the networks to the proxy bypass list and disconnectin
     assert.equal(await read(lab), 'localhost');
     await isTold(heard, 2);
 
-    // A list of the connection's entries alone, and none at all before.
+    // A list with only the connection's entries, and no list before.
     await write(lab, null);
     await connect(program);
     assert.equal(await read(lab), '10.1.*');
@@ -63,7 +63,7 @@ scenario('connecting adds the networks to the proxy bypass list and disconnectin
     await isTold(heard, 4);
   });
 
-scenario('closing the window leaves the entries, which the next start takes off', {},
+scenario('closing the window leaves the entries, which the next start removes', {},
   async (lab, program) => {
     const heard = await lab.desktop.startSettingWatch({ busyMs: kBusyMs });
     await write(lab, 'localhost');

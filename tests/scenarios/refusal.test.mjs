@@ -1,4 +1,4 @@
-// The service refuses a connection: the program asks again every five seconds until it is granted.
+// The service refuses a connection: the program repeats the request every five seconds until it is granted.
 import assert from 'node:assert/strict';
 import { stat } from 'node:fs/promises';
 
@@ -6,7 +6,7 @@ import { waitUntil } from '../../lab/harness/program.mjs';
 import { clickConnect, occurrences, scenario } from './scenario.mjs';
 
 const kRetryLine = '授权未恢复，将每 5 秒自动重试连接。';
-/** By the service's code, how the line begins that explains it. */
+/** The beginning of the explaining line, by the service's code. */
 const kHints = {
   DEVICE_NOT_BOUND: '这台设备还没有绑定，', TRAFFIC_QUOTA_EXCEEDED: '这台设备的流量用完了。',
   CONCURRENT_LIMIT_EXCEEDED: '同时连接的人数到了上限。', DEVICE_OFFLINE: '现场设备离线。',
@@ -26,7 +26,7 @@ async function refuseThenGrant(lab, program, code, times) {
   assert.equal(requests.length, times + 1);
   for (let i = 1; i < requests.length; i += 1) {
     const gap = requests[i].timeMs - requests[i - 1].timeMs;
-    // The service notes a request when its process gets round to it.
+    // The service records a request only when its process gets to run.
     assert.ok(gap > 4_000 && gap < 7_000, `${code}: retry ${i} came after ${gap} ms`);
   }
 }
@@ -49,7 +49,7 @@ for (const [index, code] of Object.keys(kHints).entries()) {
     });
 }
 
-scenario('a refusal that comes again is not written again', {}, async (lab, program) => {
+scenario('a repeated refusal is logged once', {}, async (lab, program) => {
   await lab.service.refuseNext({ code: 'DEVICE_OFFLINE', message: 'offline', times: 10 });
   await clickConnect(program);
   await program.waitForLog(kRetryLine);
@@ -71,7 +71,7 @@ scenario('a refusal with another code is not retried', {}, async (lab, program) 
   assert.doesNotMatch(await program.log(), /密钥错误\r\n\[[\d:]+\] 提示：/);
 });
 
-scenario('a refusal code counts in any letter case, and the retry is shown as a warning', {},
+scenario('a refusal code is recognised in any letter case, and the retry is shown as a warning', {},
   async (lab, program) => {
     await lab.service.refuseNext({ code: 'device_offline', message: 'offline', times: 1 });
     await clickConnect(program);

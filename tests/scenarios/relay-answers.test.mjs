@@ -1,5 +1,4 @@
-// The relay sends what a relay should not, or rarely does: the tunnel goes on, or connects anew, and
-// traffic flows again.
+// The relay sends invalid or unusual data: the tunnel continues or reconnects, and traffic flows again.
 import assert from 'node:assert/strict';
 
 import { kPlc } from '../../lab/harness/network.mjs';
@@ -7,11 +6,11 @@ import { waitUntil } from '../../lab/harness/program.mjs';
 import { datagramNumber, describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, occurrences, scenario } from './scenario.mjs';
 
-// Each is given an answer that the program has had already: a second one shows that it was delivered.
+// Each carries an answer that the program already has, so that a duplicate shows its delivery.
 const kGoesOn = [
   { name: 'maskedFrame', delivers: 1 },
   { name: 'fragmentsWithPings', delivers: 1 },
-  { name: 'largestMessage', delivers: 0 },  // 4 MiB of zeros are no packet
+  { name: 'largestMessage', delivers: 0 },  // 4 MiB of zeros are not a packet
   { name: 'textFrame', delivers: 0 },
   { name: 'unknownOpcode', delivers: 0 },
   { name: 'emptyMessage', delivers: 0 },
@@ -19,7 +18,7 @@ const kGoesOn = [
 const kConnectsAnew = ['tooLargeMessage', 'hugeLength', 'closeFrame', 'closeInTheMiddle', 'cutInTheMiddle',
   'garbage', 'httpReply'];
 
-/** The newest echoed datagram that went to the program, in hexadecimal. */
+/** The newest echoed datagram sent to the program, in hexadecimal. */
 async function oneAnswer(lab, traffic) {
   await lab.service.keepPackets(true);
   await traffic.waitUntilFlowing();
@@ -31,10 +30,10 @@ async function oneAnswer(lab, traffic) {
 
 const attempts = async (lab) => (await lab.service.relayAttempts()).length;
 
-scenario('strange frames are passed over or end the connection, and traffic flows again', { site: true },
+scenario('strange frames are ignored or end the connection, and traffic flows again', { site: true },
   async (lab, program, t) => {
     await connect(program);
-    // Large enough for the WebSocket alone, which the faults are written to.
+    // Too large for UDP, because the faults are written to the WebSocket.
     const traffic = await startTraffic(lab, kPlc, { udp: { sizes: [1400] } });
     const packet = await oneAnswer(lab, traffic);
 
@@ -48,7 +47,7 @@ scenario('strange frames are passed over or end the connection, and traffic flow
       assert.equal(await attempts(lab), 1, `${name}: the connection stays`);
       assert.equal(await program.state(), '在线', name);
     }
-    await traffic.waitUntilFlowing({ datagrams: 110 });  // past the time in which a late answer counts
+    await traffic.waitUntilFlowing({ datagrams: 110 });  // until a late answer no longer counts
     assert.equal((await traffic.report()).udp.lost, lostBefore, 'none of this costs a packet');
 
     for (const [index, name] of kConnectsAnew.entries()) {

@@ -16,7 +16,7 @@ scenario('a relay that answers 200 fails the start, which is reported', {}, asyn
   assert.equal(JSON.parse(report.body).reason, '本地隧道启动失败');
 });
 
-scenario('a lost relay is sought again after 1, 2, 4, 8, 10 and 10 s', { site: true, timeoutMs: 240_000 },
+scenario('a lost relay is retried after 1, 2, 4, 8, 10 and 10 s', { site: true, timeoutMs: 240_000 },
   async (lab, program) => {
     await connect(program);
     assert.ok((await ping(lab, kPlc)).ok, 'ping before the cut');

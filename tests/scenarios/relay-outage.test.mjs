@@ -12,16 +12,16 @@ const kLost = '警告：中继连接中断，软件隧道正在自动重连。';
 const kFound = '软件隧道已重新在线。';
 const kServiceName = 'service.lab';
 const kStoppedMs = 30_000;
-/** TCP's own next try may take as long as the outage did; a tool opens another connection before. */
+/** TCP's own next retry may take as long as the outage; a tool opens another connection before that. */
 const kPatientTool = { stallMs: 15_000 };
 
-/** The page shows the loss. */
+/** Checks that the page shows the loss. */
 async function seesLoss(program, timeoutMs = 20_000) {
   await program.waitForText('#s-detail', '软件隧道正在自动重连', timeoutMs);
   assert.equal(await program.state(), '未连接');
 }
 
-/** The page and the log show the return, and traffic flows. */
+/** Checks that the page and the log show the recovery and that traffic flows. */
 async function seesReturn(program, traffic) {
   await program.waitForText('#s-state', '在线', 30_000);
   await program.waitForLog(new RegExp(`${kLost}[^]*${kFound}`));
@@ -35,8 +35,8 @@ async function arrived(lab) {
 }
 
 /**
- * Runs traffic to the controller while `fault(traffic)` does its work, and says what was lost. Nothing
- * comes twice or altered; the TCP connection outlives the fault, unless `tcp` says when to give it up.
+ * Runs traffic to the controller during `fault(traffic)` and reports the losses. Nothing may arrive twice
+ * or altered; the TCP connection survives the fault, unless `tcp` sets a limit.
  */
 async function duringTraffic(lab, t, name, fault, tcp = {}) {
   const traffic = await startTraffic(lab, kPlc, { tcp });
@@ -51,7 +51,7 @@ async function duringTraffic(lab, t, name, fault, tcp = {}) {
   return report;
 }
 
-scenario('the tunnel outlives a killed service, a reset and a name that is gone for a while',
+scenario('the tunnel survives a killed service, a reset and a name that is missing for a while',
   { site: true, settings: { serverUrl: `http://${kServiceName}:${kServicePort}` }, start: false },
   async (lab, _, t) => {
     await lab.network.setNames('engineer', { [kServiceName]: kCloud });
@@ -108,14 +108,14 @@ scenario('a relay that hangs or falls silent is given up after 8 s and found aga
       const { udp: atEnd } = await traffic.report();
       lab.continueService();
       await seesReturn(program, traffic);
-      // What was sent before the loss waited in the relay's buffers. The UDP path lasts until the first
-      // attempt, a second longer; all later datagrams had no way and must not come after all.
+      // Data sent before the loss waited in the relay's buffers. The UDP path lasts until the first attempt,
+      // one second longer; later datagrams had no path and must not arrive afterwards.
       const late = (await arrived(lab)).filter((number) => number >= atStop.sent && number < atEnd.sent);
       t.diagnostic(`the relay went on with ${late.length} old datagrams`);
       const newest = Math.max(...late);
       assert.ok(newest < atLoss.sent + 100, `sent after the loss: ${newest - atLoss.sent}`);
       const attempts = await lab.service.relayAttempts({ sinceMs: connectedMs + 1 });
-      // 1 s after the loss and 2 s after that; each waits 8 s for the response. The kernel took both.
+      // 1 s after the loss and 2 s later; each waits 8 s for the response. The kernel accepted both.
       assert.ok(attempts.length >= 2, `${attempts.length} attempts`);
     }, kPatientTool);
     assert.deepEqual(stopped.tcp.breaks.map(({ reason }) => reason), ['stalled']);

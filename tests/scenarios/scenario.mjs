@@ -1,4 +1,4 @@
-// What every scenario shares: a lab made before it and ended after it, whatever happened between.
+// Shared by all scenarios: a lab is created before each and closed after it, even if it fails.
 import assert from 'node:assert/strict';
 import { readdir, rm } from 'node:fs/promises';
 import path from 'node:path';
@@ -12,14 +12,14 @@ export { kDeviceSecret };
 const kScenarioMs = 180_000;
 
 /**
- * Runs `body(lab, program)` as one test in a lab of its own. `options` go to Lab.create() and
- * startProgram(); `start: false` leaves the start to the body. Afterwards nothing may be left.
+ * Runs `body(lab, program)` as one test in its own lab. `options` are for Lab.create() and startProgram();
+ * `start: false` leaves the start to the body. Fails if anything is left over.
  */
 export function scenario(name, options, body) {
   test(name, { timeout: options.timeoutMs ?? kScenarioMs }, async (t) => {
     const folder = name.replaceAll(/[^\p{L}\p{N}]+/gu, '-').slice(0, 80);
     const artifacts = path.join(kBuild, 'test/scenarios', folder);
-    await rm(artifacts, { recursive: true, force: true });  // the driver's log is appended to
+    await rm(artifacts, { recursive: true, force: true });  // because the driver's log is appended to
     const lab = await Lab.create({ artifacts, site: false, ...options });
     let failure;
     try {
@@ -49,8 +49,8 @@ export async function connect(program) {
 }
 
 /**
- * Does `action`, waits until the log has grown by the line or pattern `wanted`, and returns all that it
- * has grown by.
+ * Runs `action`, waits until the log has grown by the line or pattern `wanted`, and returns all new
+ * lines.
  */
 export async function logsAfter(program, wanted, action) {
   const before = (await program.log()).length;
@@ -63,17 +63,17 @@ export async function logsAfter(program, wanted, action) {
   return grown;
 }
 
-/** Pastes the key and makes the program save: the discovery switch, which was off, does. */
+/** Pastes the key and makes the program save by turning on the discovery switch. */
 export async function saveSettings(program) {
   await program.type('#c-secret', kDeviceSecret);
   await logsAfter(program, '局域网发现模式已开启：支持 PLC 广播扫描。', () => program.click('#c-discovery'));
 }
 
-/** The names of settings files that were damaged and kept. */
+/** The names of the damaged settings files that were kept. */
 export async function damagedCopies(lab) {
   const names = await readdir(lab.prefix.roaming);
   return names.filter((name) => name.startsWith('Client.settings.damaged-'));
 }
 
-/** How often `text` occurs in `whole`. */
+/** The number of occurrences of `text` in `whole`. */
 export const occurrences = (whole, text) => whole.split(text).length - 1;

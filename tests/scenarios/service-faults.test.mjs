@@ -5,7 +5,7 @@ import { clickConnect, connect, occurrences, scenario } from './scenario.mjs';
 
 const kRequest = '/api/connections/request';
 
-/** Clicks 连接, waits for the log line and the one that explains it, and checks that the window is usable afterwards. */
+/** Clicks 连接, waits for the log line and its explanation, and checks that the window stays usable. */
 async function failsWith(lab, program, line, hint) {
   await clickConnect(program);
   await program.waitForLog(line);
@@ -58,7 +58,7 @@ scenario('a malformed JSON reply is an error', {}, async (lab, program) => {
   await failsWith(lab, program, 'Error: Invalid JSON.', '中心服务的回答残缺，');
 });
 
-scenario('what the service says is never explained as a failure of our own', {}, async (lab, program) => {
+scenario('a text of the service is never explained as a local failure', {}, async (lab, program) => {
   const message = 'Error: WinHttpReceiveResponse: 12029 Invalid JSON.';
   await lab.service.setReply({ path: kRequest, body: JSON.stringify({ success: false, code: 'X', message }) });
   await clickConnect(program);
@@ -74,7 +74,7 @@ scenario('a reply of a million opening brackets is an error', {}, async (lab, pr
   await worksAfterwards(lab, program);
 });
 
-scenario('routes that cannot be used end the start and are reported', {}, async (lab, program) => {
+scenario('unusable routes fail the start and are reported', {}, async (lab, program) => {
   await lab.service.setGrant({
     connectionId: 'CONN-BAD', assignedAddress: '10.88.0.2', routes: ['nonsense', '10.0.0.0/33'],
   });

@@ -21,7 +21,7 @@ scenario('a second action while one is running is dropped', {}, async (lab, prog
   assert.equal(occurrences(log, '正在停止软件隧道...'), 0);
 });
 
-scenario('closing the window while connected stops the tunnel and tells nobody', { site: true },
+scenario('closing the window while connected stops the tunnel without a report', { site: true },
   async (lab, program) => {
     await connect(program);
     assert.ok((await ping(lab, kPlc)).ok);

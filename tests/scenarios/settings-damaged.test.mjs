@@ -1,4 +1,4 @@
-// The settings file is damaged in many ways, with the copy of what was saved last beside it and without.
+// The settings file is damaged in many ways, with and without the copy of the last save beside it.
 import assert from 'node:assert/strict';
 import { readFile, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -40,7 +40,7 @@ const kDamages = {
 };
 const kWithoutCopy = ['zero bytes alone', 'a stray letter in front', 'the front lost up to a profile'];
 
-/** Starts the program, after the one before was killed, on these files alone; `last` may be missing. */
+/** Starts the program with only these files, after its predecessor was killed; `last` may be missing. */
 async function startOn(lab, bytes, last = null) {
   if (lab.program) await lab.program.kill();
   await rm(lab.prefix.roaming, { recursive: true, force: true });
@@ -53,14 +53,14 @@ async function startOn(lab, bytes, last = null) {
   return program;
 }
 
-/** The one thing that the log says of the file is `line`. */
+/** The log's only line about the file is `line`. */
 async function says(program, line) {
   const log = await program.log();
   assert.equal(occurrences(log, '设置文件'), 1, log);
   assert.ok(log.includes(`${line}\r\n`), log);
 }
 
-/** The first save has kept `bytes` under another name and says so. */
+/** The first save has kept `bytes` under another name and reports it. */
 async function keepsAside(lab, program, bytes) {
   await saveSettings(program);
   const [copy, ...more] = await damagedCopies(lab);
@@ -80,7 +80,7 @@ async function holdsWhatWasSaved(lab, program) {
   assert.deepEqual(siteProfiles, kSettings.siteProfiles);
 }
 
-scenario(`what was saved last takes the place of a damaged settings file (seed ${seed})`, { start: false },
+scenario(`the last save replaces a damaged settings file (seed ${seed})`, { start: false },
   async (lab, _, t) => {
     for (const [name, bytes] of Object.entries(kDamages)) {
       await t.test(name, async () => {
@@ -101,7 +101,7 @@ scenario(`what was saved last takes the place of a damaged settings file (seed $
     });
   });
 
-scenario('a damaged settings file is kept when there is nothing to take its place', { start: false },
+scenario('a damaged settings file is kept if nothing can replace it', { start: false },
   async (lab, _, t) => {
     for (const name of kWithoutCopy) {
       await t.test(name, async () => {
@@ -122,7 +122,7 @@ scenario('a damaged settings file is kept when there is nothing to take its plac
 scenario('a damaged settings file is not overwritten before it is kept', { start: false }, async (lab) => {
   const bytes = kDamages['the front lost up to a profile'];
   const program = await startOn(lab, bytes, kWhole);
-  await runOrFail(['chattr', '+i', lab.prefix.roaming]);  // no file can be made in there
+  await runOrFail(['chattr', '+i', lab.prefix.roaming]);  // no file can be created there
   try {
     await logsAfter(program, new RegExp(kNotSaved), () => saveSettings(program));
     assert.deepEqual(await readFile(lab.prefix.settingsFile), bytes);

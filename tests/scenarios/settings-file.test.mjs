@@ -43,7 +43,7 @@ scenario('a damaged settings file is kept beside the new one', { settings: kBrok
     assert.equal((await lab.prefix.readSettings()).deviceSecret, kDeviceSecret);
   });
 
-/** As an editor saves it that writes UTF-16 with a byte-order mark. */
+/** As saved by an editor in UTF-16 with a byte order mark. */
 function utf16(text, isBigEndian) {
   const bytes = Buffer.from(`\uFEFF${text}`, 'utf16le');
   return isBigEndian ? bytes.swap16() : bytes;
@@ -78,9 +78,9 @@ scenario('settings of wrong kinds are ignored one by one',
 
 const kNotSaved = '警告：设置未能保存：';
 
-scenario('a settings file that cannot be written loses no connection, and the next save makes up for it',
+scenario('a failed save costs no connection, and the next save makes up for it',
   { start: false }, async (lab) => {
-    // Wine lets root write to a file that is marked read-only; nothing writes to an immutable one.
+    // Under Wine, root can write to a read-only file, but not to an immutable one.
     await runOrFail(['chattr', '+i', lab.prefix.settingsFile]);
     let program;
     try {
@@ -110,9 +110,9 @@ scenario('a settings file that cannot be written loses no connection, and the ne
     assert.deepEqual(await damagedCopies(lab), []);
   });
 
-scenario('a settings file that cannot be written loses the save and nothing else', { start: false },
+scenario('a settings file that cannot be written costs only the save', { start: false },
   async (lab) => {
-    // Wine lets root write to a file that is marked read-only; nothing writes to an immutable one.
+    // Under Wine, root can write to a read-only file, but not to an immutable one.
     await runOrFail(['chattr', '+i', lab.prefix.settingsFile]);
     try {
       const before = await stat(lab.prefix.settingsFile);

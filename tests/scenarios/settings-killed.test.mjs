@@ -1,5 +1,5 @@
-// The program is ended from one moment to the next while it saves profiles, as by the task manager or a power cut. The
-// next run has every profile that the log had called saved.
+// The program is killed while it saves profiles, as by the task manager or a power cut. The next run has every profile
+// that the log reported as saved.
 import assert from 'node:assert/strict';
 import { setTimeout as sleep } from 'node:timers/promises';
 
@@ -12,7 +12,7 @@ const kLongestMs = 400;
 
 const seed = Number(process.env.VELMARINE_SEED ?? Math.floor(Math.random() * 1e6));
 
-/** Runs in the page: saves profiles, one behind the other, until the program is gone. */
+/** Runs in the page: saves profiles one after the other until the program is killed. */
 async function saveInPage(run) {
   const find = (selector) => document.querySelector(selector);
   for (let number = 0; ; number += 1) {
@@ -23,7 +23,7 @@ async function saveInPage(run) {
   }
 }
 
-scenario(`a run killed while it saves loses nothing that was saved (seed ${seed})`, {}, async (lab, first, t) => {
+scenario(`a run killed while saving loses nothing that was saved (seed ${seed})`, {}, async (lab, first, t) => {
   const random = new Random(seed);
   const names = [];
   let program = first;

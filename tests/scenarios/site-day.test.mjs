@@ -1,5 +1,5 @@
-// An engineer's day beside the connection: what the service knows of a site, the profiles of many sites,
-// and whether a device answers.
+// An engineer's day besides the connection: the service's data about a site, the profiles of many sites, and
+// the test of a device.
 import assert from 'node:assert/strict';
 import { stat } from 'node:fs/promises';
 
@@ -64,7 +64,7 @@ async function failuresChangeNothing(lab, program) {
   await lab.service.resetReplies();
 }
 
-scenario('取网段 fills in the target networks, the device card and the profile name, or says why not', {},
+scenario('取网段 fills in the target networks, the device card and the profile name, or explains its failure', {},
   async (lab, program) => {
     await lab.service.setDevices([kPump, kWater]);
     await failuresChangeNothing(lab, program);
@@ -100,12 +100,12 @@ async function showsProfiles(lab, program, names, selected = names[0]) {
   assert.deepEqual((await profiles(lab)).map(({ name }) => name), names);
 }
 
-/** Fetches what the service knows of a site and saves it under the name that the service gives it. */
+/** Fetches the service's data about a site and saves it under the service's name for it. */
 async function saveSite(program, site) {
   await program.type('#c-pname', '');
   await program.type('#c-secret', site.deviceSecret);
   await fetchNetworks(program, `已获取现场端 ${site.deviceNumber} 的共享网段。`);
-  // The log tells it before the page has it.
+  // The log is written before the page is updated.
   await program.page.waitFor("document.querySelector('#c-pname').value !== ''");
   await saveProfile(program);
 }
@@ -129,7 +129,7 @@ async function savingNeedsNameAndKey(lab, program) {
   assert.deepEqual(await profiles(lab), before);
 }
 
-scenario('存档 keeps one profile for each site, the newest first, and choosing one loads it', {},
+scenario('存档 keeps one profile per site, newest first, and choosing one loads it', {},
   async (lab, program) => {
     await lab.service.setDevices([kPump, kWater, kPlant]);
     for (const site of [kPump, kWater, kPlant]) await saveSite(program, site);
@@ -170,7 +170,7 @@ scenario('存档 keeps one profile for each site, the newest first, and choosing
     assert.equal(JSON.parse(request.body).deviceSecret, kDeviceSecret, 'what the page holds counts');
   });
 
-scenario('连接 that is clicked right behind a choice asks for the chosen site', {}, async (lab, program) => {
+scenario('连接 clicked directly after a choice requests the chosen site', {}, async (lab, program) => {
   await lab.service.setDevices([kPump, kWater]);
   for (const site of [kPump, kWater]) await saveSite(program, site);
   await program.choose('#c-profiles', kPump.deviceName);

@@ -1,5 +1,5 @@
-// Datagrams and TCP segments of every size, byte for byte to the controller and back. What arrived, and which way
-// it went, goes into build/test/sizes.json; docs/protocols.md has to say the same.
+// Datagrams and TCP segments of every size, byte by byte to the controller and back. Results and paths are written to
+// build/test/sizes.json and must match docs/protocols.md.
 import assert from 'node:assert/strict';
 import { readFile, writeFile } from 'node:fs/promises';
 import { test } from 'node:test';
@@ -10,14 +10,14 @@ import {
   ipCounters, kLabPacketBytes, kMaxPacketBytes, limitStack, sampleStreams, sendDatagrams, sendStreams,
 } from '../../lab/harness/size_survey.mjs';
 import {
-  kDocument, kLeastMss, kMostMss, kMssCeiling, kReport, kTcpHeaderBytes, kUdpHeaderBytes, readTable, rowsOf,
+  kDocument, kMinMss, kMaxMss, kMssCeiling, kReport, kTcpHeaderBytes, kUdpHeaderBytes, readTable, rowsOf,
 } from '../../lab/run/size_table.mjs';
 import { connect, logsAfter, scenario } from './scenario.mjs';
 
 const kMtu = 1500;
 const kUdpSizes = [1, 512, 1302, 1303, 1330, 1331, 1472, 1473, 4000, kLabPacketBytes - kUdpHeaderBytes, 65_507];
 const kLossesAllowed = 1;  // of the tries of one size
-const kMssSizes = Array.from({ length: kMostMss - kLeastMss + 1 }, (_, index) => kLeastMss + index);
+const kMssSizes = Array.from({ length: kMaxMss - kMinMss + 1 }, (_, index) => kMinMss + index);
 const kSampledMss = [536, 537, 1000, 1290, 1291, 1310, 1311, 1331, 1459, 1460];
 const kFragment = '警告：遇到被分片的数据包，截取已停止，现在访问不到现场；请点“断开”再点“连接”，并让发送它的软件改用更小的数据包。';
 const results = [];
@@ -25,7 +25,7 @@ const results = [];
 const wayOf = (packetBytes, relay) =>
   (relay === 'udp' && packetBytes <= kMaxUdpPacketBytes ? 'udp' : 'webSocket');
 
-/** What fits in one packet comes back, its size's way; the controller answers more in fragments, which do not. */
+/** Datagrams that fit in one packet return by the path for their size; the fragments of larger answers do not. */
 function checkDatagrams(outcomes, relay) {
   for (const { size, sent, returned, wrong, ways, end } of outcomes) {
     const packetBytes = size + kUdpHeaderBytes;
@@ -40,7 +40,7 @@ function checkDatagrams(outcomes, relay) {
   }
 }
 
-/** Notes what became of datagrams that the stack hands over 'whole' or 'cut'. Returns the relay's record of them. */
+/** Records the result of datagrams that the stack passes on 'whole' or 'cut'. Returns the relay's record of them. */
 async function useDatagrams(lab, conditions, sizes) {
   const { results: outcomes, packets } = await sendDatagrams(lab, conditions.route, sizes);
   results.push(...outcomes.map((one) => ({ ...conditions, ...one })));
@@ -48,8 +48,8 @@ async function useDatagrams(lab, conditions, sizes) {
 }
 
 /**
- * Large datagrams leave whole. Of an answer's fragments none is let in: the driver's library cannot give the first
- * one its checksum, and the later ones have no ports by which to find who asked.
+ * Large datagrams leave whole. The fragments of an answer are dropped: the driver's library cannot compute the first
+ * one's checksum, and the later ones have no ports, so their flow is unknown.
  */
 async function sendWhole(lab, relay, route) {
   const before = await ipCounters(lab);
@@ -64,9 +64,9 @@ async function sendWhole(lab, relay, route) {
 }
 
 /**
- * A stack that cuts datagrams before the driver sees them, as Linux' does and Windows' does not. The first fragment
- * ends the capture, as any checksum that fails does: one line of the log tells of it, the page goes on showing the
- * tunnel online, and nothing leaves until the next connection.
+ * A stack that fragments datagrams before the driver sees them, as Linux does and Windows does not. The first fragment
+ * ends the capture, like any failed checksum: one log line reports it, the page still shows the tunnel online, and
+ * nothing leaves until the next connection.
  */
 async function sendCut(lab, program, relay) {
   const route = 'direct';
@@ -84,7 +84,7 @@ async function sendCut(lab, program, relay) {
   checkDatagrams((await sendDatagrams(lab, route, [512])).results, relay);
 }
 
-/** Segments really had their size, the program's ceiling aside, and one stream's took two ways where sizes differ. */
+/** Segments had their size, up to the program's limit, and those of one stream took two paths if their sizes differ. */
 function checkSegments({ mss, toDevice, back }, relay) {
   for (const [segments, size] of [[toDevice, mss], [back, Math.min(mss, kMssCeiling)]]) {
     const packetBytes = size + kTcpHeaderBytes;
@@ -121,7 +121,7 @@ scenario('every size, small packets by UDP', { site: true }, async (lab, program
   await sendCut(lab, program, 'udp');
 });
 
-scenario('every size, all of it over the WebSocket', { site: true }, async (lab, program) => {
+scenario('every size, only over the WebSocket', { site: true }, async (lab, program) => {
   await lab.service.setUdp({ helloAnswer: ['none'] });
   await useAll(lab, program, 'webSocket');
 });

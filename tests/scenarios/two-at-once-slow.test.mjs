@@ -1,4 +1,4 @@
-// As two-at-once.test.mjs, with a service that takes its time, so that most acts fall into a request.
+// Like two-at-once.test.mjs, with a slow service, so that most acts happen during a request.
 import { twoAtOnce } from './two_at_once.mjs';
 
 const kGrantMs = 100;

@@ -1,4 +1,4 @@
-// The engineer does other things while connections are being made and ended, at random moments.
+// The engineer acts at random moments while connections are opened and ended.
 import assert from 'node:assert/strict';
 
 import { endedConnections, Engineer, wrongReports } from '../../lab/harness/acts.mjs';
@@ -11,8 +11,8 @@ const kMostMs = 300_000;
 const seed = Number(process.env.VELMARINE_SEED ?? Math.floor(Math.random() * 1e6));
 
 /**
- * A scenario of `connections` clicks on 连接, the part `stops` of which is followed by 断开, with other acts
- * meanwhile: what was done stays done, and each connection but the last is reported ended once.
+ * A scenario of `connections` clicks on 连接, a share `stops` of which is followed by 断开, with other acts
+ * meanwhile: every act has a lasting effect, and each connection except the last is reported ended once.
  */
 export function twoAtOnce(name, { connections, stops, prepare = () => {} }) {
   scenario(`${name} (seed ${seed})`, { timeoutMs: kMostMs }, async (lab, program, t) => {

@@ -1,4 +1,4 @@
-// The way of the datagrams is blocked, in one direction or both, or takes only small ones.
+// The path of the datagrams is blocked in one direction or both, or carries only small ones.
 import assert from 'node:assert/strict';
 import { setTimeout as sleep } from 'node:timers/promises';
 
@@ -8,17 +8,17 @@ import { describe, startTraffic } from '../../lab/harness/traffic.mjs';
 import { connect, scenario } from './scenario.mjs';
 
 const kBlockedMs = 2_000;
-/** Traffic that is small enough for UDP, also when several of the stream's chunks go in one segment. */
+/** Traffic small enough for UDP, even if several of the stream's chunks share a segment. */
 const kSmall = { udp: { sizes: [32, 256, 1302] }, tcp: { chunkBytes: 16, intervalMs: 50 } };
 const kFlowing = { bytes: 160 };
 
-/** What the relay has carried since `before`, by transport and direction. */
+/** The relay's packet counts since `before`, by transport and direction. */
 async function carriedSince(lab, before) {
   const now = await lab.service.counts();
   return Object.fromEntries(Object.entries(now).map(([name, count]) => [name, count - before[name]]));
 }
 
-/** Traffic while `fault(traffic)` does its work; its TCP stream must come through whole. */
+/** Runs traffic during `fault(traffic)`; its TCP stream must stay intact. */
 async function duringTraffic(lab, t, name, options, fault) {
   const traffic = await startTraffic(lab, kPlc, options);
   await traffic.waitUntilFlowing(kFlowing);
@@ -30,13 +30,13 @@ async function duringTraffic(lab, t, name, options, fault) {
   return report;
 }
 
-/** Blocks for a while in the middle of traffic. Returns the report and what the relay carried meanwhile. */
+/** Blocks the path for a while during traffic. Returns the report and the relay's counts for that time. */
 async function blockedFor(lab, t, direction) {
   let carried;
   const report = await duringTraffic(lab, t, `blocked ${direction} for ${kBlockedMs / 1000} s`, kSmall,
     async () => {
       await lab.faults.blockUdp(direction);
-      await sleep(200);  // what was under way
+      await sleep(200);  // for packets in flight
       const before = await lab.service.counts();
       await sleep(kBlockedMs);
       carried = await carriedSince(lab, before);
@@ -45,7 +45,7 @@ async function blockedFor(lab, t, direction) {
   return { report, carried };
 }
 
-scenario('a start without UDP works by WebSocket; a blocked UDP path loses what it carries until restored',
+scenario('a start without UDP works by WebSocket; a blocked UDP path loses its packets until restored',
   { site: true }, async (lab, program, t) => {
     await lab.faults.blockUdp('both');
     await connect(program);
@@ -93,7 +93,7 @@ scenario('acknowledgements that never arrive: a relay that sends as the client d
     assert.equal((await lab.service.relayAttempts()).length, 1, 'no reconnect');
   });
 
-/** The sizes of IP packets, of those given, whose echo comes back. */
+/** Those of the given IP packet sizes whose echo returns. */
 async function sizesThatPass(lab, sizes) {
   const passed = await Promise.all(sizes.map(async (size) => {
     const { code } = await lab.tool(['ping', '-n', '-c', '2', '-i', '0.3', '-W', '2',

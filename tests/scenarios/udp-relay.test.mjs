@@ -1,4 +1,4 @@
-// Small packets go by UDP, large ones over the WebSocket, as the service's record shows.
+// Small packets use UDP, large ones the WebSocket, as the service's record shows.
 import assert from 'node:assert/strict';
 
 import { kPlc, kTunnelAddress } from '../../lab/harness/network.mjs';
@@ -10,7 +10,7 @@ import { connect, scenario } from './scenario.mjs';
 const kIcmp = 1;
 const kUdp = 17;
 const kEchoPort = 7;
-/** Traffic that is small enough for UDP, also when several of the stream's chunks go in one segment. */
+/** Traffic small enough for UDP, even if several of the stream's chunks share a segment. */
 const kSmall = { udp: { sizes: [32, 256, 1302], intervalMs: 40 }, tcp: { chunkBytes: 16, intervalMs: 50 } };
 const kFlowing = { bytes: 160 };
 const kNoToken = '0'.repeat(16);
@@ -47,7 +47,7 @@ async function checkHellos(lab, count) {
   for (const { hex } of hellos) assert.equal(hex, `544e523102${hexOf('CONN-0001')}${hexOf(engineerId)}`);
 }
 
-/** A packet of exactly 1330 bytes took the one way and one of 1331 the other, in both directions. */
+/** In both directions, packets of 1330 bytes used UDP and packets of 1331 the WebSocket. */
 async function checkSizes(lab) {
   await lab.service.keepPackets(true);
   await pingOfSize(lab, 1330);
@@ -69,7 +69,7 @@ async function checkSizes(lab) {
   }
 }
 
-/** An answer that the client has had by UDP: when it takes it once more, the traffic counts a duplicate. */
+/** An answer that the client already received by UDP; accepting it again counts as a duplicate. */
 async function recordedAnswer(lab, traffic) {
   await lab.service.keepPackets(true);
   await traffic.waitUntilFlowing(kFlowing);
@@ -80,7 +80,7 @@ async function recordedAnswer(lab, traffic) {
     direction === 'toClient' && via === 'udp' && bytes.readUInt16BE(20) === kEchoPort).bytes;
 }
 
-/** Sends the client an answer in ways that it must not take, then in two that it must. */
+/** Sends the client an answer in ways that it must refuse, then in two that it must accept. */
 async function checkTokens(lab, traffic) {
   const answer = await recordedAnswer(lab, traffic);
   const packet = answer.toString('hex');
@@ -102,7 +102,7 @@ async function checkTokens(lab, traffic) {
   await waitUntil('both good ones', async () => (await traffic.report()).udp.duplicated === 2);
 }
 
-scenario('1330 bytes go by UDP and 1331 over the WebSocket, and only packets with the token count',
+scenario('1330 bytes use UDP and 1331 the WebSocket, and only packets with the token count',
   { site: true }, async (lab, program, t) => {
     await connect(program);
     await checkHellos(lab, 1);
@@ -120,13 +120,13 @@ scenario('1330 bytes go by UDP and 1331 over the WebSocket, and only packets wit
     assert.equal(after.wrongToken, 0);
   });
 
-scenario('acknowledgements that are not as they must be leave everything to the WebSocket', { site: true },
+scenario('invalid acknowledgements leave everything to the WebSocket', { site: true },
   async (lab, program, t) => {
     await lab.service.setUdp({ helloAnswer: ['short', 'long', 'wrongType', 'zeroToken', 'none'] });
     await connect(program);
     const attempts = await lab.service.hellos();
     assert.equal(attempts.length, 4);
-    // A second each. All three together: the service may note one late, and the next then seems early.
+    // One second each. Checked in total, because the service may record one late, so that the next seems early.
     const tookMs = attempts[3].timeMs - attempts[0].timeMs;
     assert.ok(tookMs > 2_400, `four attempts within ${tookMs} ms`);
     const traffic = await startTraffic(lab, kPlc);
@@ -146,7 +146,7 @@ scenario('acknowledgements that are not as they must be leave everything to the 
     assert.deepEqual([report.tcp.connections, report.tcp.breaks, report.tcp.wrongBytes], [1, [], 0]);
   });
 
-/** The n-th hello, once it has come. */
+/** Waits for the n-th hello. */
 async function waitForHello(lab, count) {
   return waitUntil(`hello ${count}`, async () => {
     const hellos = await lab.service.hellos();

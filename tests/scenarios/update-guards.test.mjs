@@ -1,4 +1,4 @@
-// Forced updates that must not take place: each leaves a program that works, and one line that says why.
+// Forced updates that must not happen: each leaves a working program and one line with the reason.
 import assert from 'node:assert/strict';
 import { chmod, cp, mkdir, readdir, readFile, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -13,7 +13,7 @@ const kDownload = '/updates/client.exe';
 const kVersion = fileVersion(await readFile(kProgramFile));
 const kNextVersion = fileVersion(await readFile(kNextProgramFile));
 
-/** The service offers `file` as `version` to each program that asks, or as `more` says. */
+/** Makes the service offer `file` as `version` to every program; `more` overrides the offer. */
 async function offer(lab, file, { version = kNextVersion, ...more } = {}) {
   await lab.service.setReply({ path: kDownload, file });
   await lab.service.setReply({
@@ -25,7 +25,7 @@ async function offer(lab, file, { version = kNextVersion, ...more } = {}) {
   });
 }
 
-/** Starts the program from `file`, lets the service answer, and follows it through its update. */
+/** Starts the program from `file`, releases the service's answer, and follows the program through its update. */
 async function startAndFollow(lab, file) {
   const program = await lab.startProgram({ file, waitForUpdateCheck: false });
   await lab.service.releaseReplies();
@@ -36,7 +36,7 @@ async function startAndFollow(lab, file) {
 
 const downloads = async (lab) => (await lab.service.requests({ pathPrefix: kDownload })).length;
 
-/** The program's folder, in a file system of its own while `body` runs. */
+/** Puts the program's folder in its own file system while `body` runs. */
 async function onDisk(lab, options, body) {
   const folder = path.join(lab.workFolder, '程序');
   await mkdir(folder);
@@ -58,7 +58,7 @@ async function expectGoesOn(lab, program, line) {
   await connect(program);
 }
 
-scenario('in a read-only folder a forced update is put off, and the program works', { start: false }, async (lab) => {
+scenario('in a read-only folder a forced update is postponed, and the program works', { start: false }, async (lab) => {
   await onDisk(lab, 'size=40m', async (file, folder) => {
     await runOrFail(['mount', '-o', 'remount,ro', folder]);
     await offer(lab, kNextProgramFile);
@@ -73,7 +73,7 @@ scenario('in a read-only folder a forced update is put off, and the program work
   });
 });
 
-scenario('on a full disk a forced update is put off, and the program works', { start: false }, async (lab) => {
+scenario('on a full disk a forced update is postponed, and the program works', { start: false }, async (lab) => {
   await onDisk(lab, 'size=15m', async (file, folder) => {
     await offer(lab, kNextProgramFile);
     const program = await lab.startProgram({ file, waitForUpdateCheck: false });
@@ -97,7 +97,7 @@ scenario('a file that reports an older version than announced is installed once'
   await connect(program);
 });
 
-scenario('a program that names its publisher installs what that publisher signed, and nothing else',
+scenario('a program that names its publisher installs only files signed by that publisher',
   { start: false }, async (lab) => {
     const file = path.join(lab.workFolder, '程序', 'Velmarine.Client.exe');
     await mkdir(path.dirname(file));

@@ -1,5 +1,5 @@
-// Updates that do not take place: each ends in one line of the log, and the program goes on. And one
-// that takes place by another way.
+// Updates that fail: each ends with one log line, and the program continues. And one that succeeds by another
+// path.
 import assert from 'node:assert/strict';
 import { cp, mkdir, readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -22,8 +22,8 @@ const offer = (data) => json({
 const kUseless = '自动更新信息无效。';
 const kDownloadFailed = `强制更新下载失败：${kNextVersion}`;
 
-// `check` and `download` are the service's replies, `line` what the log says, `downloads` how often the
-// download was asked for.
+// `check` and `download` are the service's replies, `line` the log line, `downloads` the number of download
+// requests.
 const kOutcomes = [
   { name: 'refused', check: { status: 403, ...json({ success: false, code: 'X', message: '更新服务维护中' }) },
     line: '自动更新检查失败：更新服务维护中' },
@@ -46,10 +46,10 @@ const kOutcomes = [
 
 const filesIn = async (folder, prefix) => (await readdir(folder)).filter((name) => name.startsWith(prefix));
 const downloadsIn = (folder) => filesIn(folder, 'Velmarine.Client');
-/** The program and what an update puts beside it; the package lies there too. */
+/** The program and an update's files beside it, including the package. */
 const besideTheProgram = () => filesIn(path.dirname(kProgramFile), path.basename(kProgramFile));
 
-/** Starts the program, waits for the line, sees that all is as before, and ends the program. */
+/** Starts the program, waits for the line, checks that nothing has changed, and ends the program. */
 async function expectOutcome(lab, { name, check, download, line, downloads = 0 }) {
   await lab.service.resetReplies();
   if (check) await lab.service.setReply({ path: kCheck, ...check });
@@ -65,23 +65,23 @@ async function expectOutcome(lab, { name, check, download, line, downloads = 0 }
   await program.kill();
 }
 
-scenario('an update that does not take place ends in one line', { start: false }, async (lab) => {
+scenario('a failed update ends with one line', { start: false }, async (lab) => {
   for (const outcome of kOutcomes) await expectOutcome(lab, outcome);
   await lab.service.stopListening();
   const isDown = /\] 自动更新检查异常：WinHttpReceiveResponse[^[]*\[[\d:]+\] 提示：连不上中心服务。/;
   await expectOutcome(lab, { name: 'service down', line: isDown });
   await lab.service.resumeListening();
 
-  // An incomplete order to replace a program is none.
+  // An incomplete command line for the replacement has no effect.
   const program = await lab.startProgram({ args: ['--apply-update', '1', 'C:\\new.exe'] });
   assert.equal(await program.state(), '未连接');
   assert.deepEqual(await readdir(lab.prefix.temp).then((names) => names.filter((name) => name.endsWith('.log'))), []);
 });
 
-/** Puts a file system with `options` in the place of the user's temporary folder while `body` runs. */
+/** Mounts a file system with `options` over the user's temporary folder while `body` runs. */
 async function withTemporaryFolder(lab, options, body) {
   await mkdir(lab.prefix.temp, { recursive: true });
-  await lab.prefix.stopServer();  // it would go on to see the old folder
+  await lab.prefix.stopServer();  // a running server would keep the old folder
   await runOrFail(['mount', '-t', 'tmpfs', '-o', options, 'velmarine-lab', lab.prefix.temp]);
   try {
     await body();
@@ -91,14 +91,14 @@ async function withTemporaryFolder(lab, options, body) {
   }
 }
 
-scenario('a temporary folder that is full or read-only fails the download and nothing else',
+scenario('a full or read-only temporary folder fails only the download',
   { start: false }, async (lab) => {
     const outcome = { check: offer(), download: { file: kNextProgramFile }, line: kDownloadFailed, downloads: 1 };
     await withTemporaryFolder(lab, 'size=256k', () => expectOutcome(lab, { name: 'full', ...outcome }));
     await withTemporaryFolder(lab, 'ro', () => expectOutcome(lab, { name: 'read-only', ...outcome }));
   });
 
-/** A copy of the program in a folder of its own, below `folder`. */
+/** A copy of the program in its own folder below `folder`. */
 async function ownProgram(lab, folder, name = 'Velmarine.Client.exe') {
   const file = path.join(lab.workFolder, folder, name);
   await mkdir(path.dirname(file), { recursive: true });
@@ -106,15 +106,15 @@ async function ownProgram(lab, folder, name = 'Velmarine.Client.exe') {
   return file;
 }
 
-/** The next program to ask is offered an update, at once or after releaseReplies(). */
+/** Offers an update to the next program that asks, at once or after releaseReplies(). */
 async function offerUpdate(lab, { hold = false } = {}) {
   await lab.service.setReply({ path: kDownload, file: kNextProgramFile });
   await lab.service.setReply({ path: kCheck, times: 1, hold, ...offer() });
 }
 
-scenario('a replacement process that cannot be started costs the download alone', { start: false },
+scenario('a replacement process that cannot be started costs only the download', { start: false },
   async (lab) => {
-    // The copy's path would be longer than Wine starts.
+    // The copy's path is too long for Wine to start it.
     const folder = '长'.repeat(70);
     const prefix = lab.prefix.windowsPath(path.join(lab.workFolder, folder)).length;
     const file = await ownProgram(lab, folder, `${'n'.repeat(255 - prefix - 5)}.exe`);
@@ -137,7 +137,7 @@ scenario('without room for its copy the program replaces itself', { start: false
   assert.match(await program.log(), new RegExp(`当前已是最新版本：${kNextVersion}\r\n`));
   assert.ok((await readFile(file)).equals(await readFile(kNextProgramFile)));
   assert.deepEqual(await downloadsIn(lab.prefix.temp), []);
-  // No program can remove the file that it runs from: the next update does.
+  // A program cannot remove its own file; the next update does.
   const { stdout } = await run(['ls', path.dirname(file)]);
   assert.equal(stdout, 'Velmarine.Client.exe\nVelmarine.Client.exe.bak\nVelmarine.Client.exe.updater.exe\n');
   await connect(program);

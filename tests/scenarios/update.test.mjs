@@ -1,4 +1,4 @@
-// A forced update, from the service's offer to the new program at work.
+// A forced update, from the service's offer to the running new program.
 import assert from 'node:assert/strict';
 import { cp, mkdir, readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -44,7 +44,7 @@ scenario('a forced update replaces the program while a tunnel is connected, and 
     await mkdir(folder);
     await cp(kProgramFile, file);
 
-    // The service offers the new version once, and only when the tunnel is up.
+    // The service offers the new version once, when the tunnel is up.
     await lab.service.setReply({ path: '/updates/client.exe', file: kNextProgramFile });
     await lab.service.setReply({ path: kCheck, times: 1, hold: true, body: offer({ version: nextVersion }) });
     const program = await lab.startProgram({ file, waitForUpdateCheck: false });
@@ -77,7 +77,7 @@ scenario('a forced update replaces the program while a tunnel is connected, and 
     const left = (await readdir(lab.prefix.temp)).filter((name) => name.startsWith('Velmarine.'));
     assert.deepEqual(left, ['Velmarine.Update.log'], 'no download is left');
 
-    // The window can be seen, and the new program does its work.
+    // The window is visible, and the new program works.
     assert.ok(await waitUntil('the window', () => lab.display.clientArea(kTitle)));
     assert.equal(await program.state(), '未连接');
     await clickConnect(program);

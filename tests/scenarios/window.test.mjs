@@ -1,10 +1,10 @@
-// The window, its page and what the page may send.
+// The window, its page and the page's messages.
 import assert from 'node:assert/strict';
 
 import { kTitle, waitUntil } from '../../lab/harness/program.mjs';
 import { kDeviceSecret, scenario } from './scenario.mjs';
 
-scenario('without a browser runtime a message box and the log say so',
+scenario('without a browser runtime, a message box and the log report it',
   { start: false }, async (lab) => {
     await lab.prefix.setBrowserRuntime(null, { namespace: lab.network.engineer });
     const program = await lab.startProgram({ waitForPage: false });
@@ -42,7 +42,7 @@ scenario('the real mouse and keyboard reach the page', {}, async (lab, program) 
   assert.ok(area.width >= 1200 && area.height >= 780, JSON.stringify(area));
 });
 
-scenario('without RustDesk and with nowhere to get it, the remote desktop says so', {},
+scenario('without RustDesk and without a download, the remote desktop reports it', {},
   async (lab, program) => {
     await program.type('#c-secret', kDeviceSecret);
     await program.click('#c-fetch');

@@ -1,4 +1,4 @@
-// Programs that serve a protocol on site, and those that ask it; both are other people's.
+// Starts third-party programs: servers on site, and clients.
 import { readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
@@ -17,8 +17,8 @@ const hexOfAddress = (address) =>
   Buffer.from(address.split('.').map(Number)).reverse().toString('hex').toUpperCase();
 
 /**
- * Whether somebody has `port` open: listening TCP (state 0A) or a bound datagram socket; of `address`
- * alone, if one is named.
+ * Whether `port` is in use by a listening TCP socket (state 0A) or a bound datagram socket, at `address` if one
+ * is named.
  */
 export async function isOpen(kind, port, address) {
   const owner = address ? hexOfAddress(address) : '[0-9A-F]+';
@@ -34,7 +34,7 @@ async function descendants(pid) {
   return found;
 }
 
-/** Ends the program with what it started for its connections, which may still wait for a client. */
+/** Ends the program and its child processes, which may still wait for a client. */
 async function end(processes, child) {
   const family = await descendants(child.pid);
   await processes.stopAll();
@@ -44,11 +44,11 @@ async function end(processes, child) {
 }
 
 /**
- * Starts a program that serves `port` in the foreground and resolves once it does, with a function that
- * ends it. `kind` is 'tcp' or 'udp'; `address`: where, if not at all addresses. Fails with the program's words when it ends before.
+ * Starts a program that serves `port` in the foreground. Resolves once it does, with a function that ends it; fails
+ * with the program's output if it exits before. `kind` is 'tcp' or 'udp'; `address` is one address instead of all.
  */
 export async function startDaemon(name, command, { kind, port, address, env } = {}) {
-  if (await isOpen(kind, port, address)) throw new Error(`${name}: somebody else has ${kind} port ${port}`);
+  if (await isOpen(kind, port, address)) throw new Error(`${name}: ${kind} port ${port} is in use`);
   const processes = new Processes();
   const child = await processes.start(name, command, { env });
   const late = performance.now() + kReadyMs;
@@ -63,10 +63,10 @@ export async function startDaemon(name, command, { kind, port, address, env } = 
   return () => end(processes, child);
 }
 
-/** Runs one of the engineer's programs to its end; returns what it printed, fails with its own words. */
+/** Runs one of the engineer's programs to its end; returns its output or fails with it. */
 export async function ask(command, { timeoutMs, env } = {}) {
   const { code, stdout, stderr } = await run(command, { timeoutMs, env });
-  if (code === 'SIGKILL') throw new Error(`${command[0]}: not done within ${timeoutMs} ms`);
+  if (code === 'SIGKILL') throw new Error(`${command[0]}: not finished within ${timeoutMs} ms`);
   if (code !== 0) throw new Error(`${command[0]} ended with ${code}: ${`${stdout}${stderr}`.trim().slice(-300)}`);
   return stdout;
 }

@@ -1,4 +1,4 @@
-// The engineer's tools for files: what they exchange with a file server on site, and curl and lftp as such.
+// File transfer: the files exchanged with a server on site, and the tools curl and lftp.
 import { randomUUID } from 'node:crypto';
 import { chmod, readFile, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -6,19 +6,19 @@ import path from 'node:path';
 import { ask } from './daemons.mjs';
 import { content, mustHold, timed } from './requests.mjs';
 
-/** The file on site that is only read. */
+/** The read-only file on site. */
 export const kGiven = 'firmware.bin';
 const kGivenNumber = 1;
 const kGraceMs = 2000;  // for a tool to report its own time-out
 
-/** Puts the file on site that is only read into `folder`, for everybody to read. */
+/** Writes the read-only file into `folder`, readable for everyone. */
 export async function putGiven(folder, bytes) {
   const file = path.join(folder, kGiven);
   await writeFile(file, content(bytes, kGivenNumber));
   await chmod(file, 0o666);
 }
 
-/** curl as a tool for the server at `url`, each file by a run of its own; `words` are its further options. */
+/** curl as a tool for the server at `url`, one run per file; `words` are further options. */
 export function curl(url, words, timeoutMs) {
   const run = (more) => ask(
     ['curl', '-q', '-sS', '--noproxy', '*', '--max-time', String(timeoutMs / 1000), ...words, ...more],
@@ -56,8 +56,8 @@ async function fetchAndCompare(tool, name, wanted, folder) {
 }
 
 /**
- * Sends a file into the server's folder `upload`, fetches it back, and fetches the given one, in turn.
- * Returns each one's time.
+ * In turn: sends a file into the server's folder `upload`, fetches it back, and fetches the given one. Returns each
+ * time.
  */
 export async function exchangeFiles({ tool, upload, bytes, folder, rounds }) {
   const name = `${randomUUID()}.bin`;

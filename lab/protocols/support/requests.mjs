@@ -3,10 +3,10 @@ import { createCipheriv, createHash } from 'node:crypto';
 
 const kKey = Buffer.from('a file on site..');
 
-/** The name of the error in each process: its class does not travel between them. */
+/** The error's name, because its class is lost between processes. */
 export const kWrongAnswer = 'WrongAnswer';
 
-/** Does `request(index)` `rounds` times, one after another; returns how long each took, in milliseconds. */
+/** Calls `request(index)` `rounds` times, one after another; returns each duration in milliseconds. */
 export async function timed(rounds, request) {
   const requestMs = [];
   for (let index = 0; index < rounds; index += 1) {
@@ -17,17 +17,17 @@ export async function timed(rounds, request) {
   return requestMs;
 }
 
-/** An answer came, and it is not the right one; every other error says that none came. */
+/** A wrong answer; every other error means that no answer came. */
 export class WrongAnswer extends Error {
   name = kWrongAnswer;
 }
 
-/** Fails unless `got` is `wanted`; both go into the error's text. */
+/** Fails unless `got` is `wanted`; the error's text has both. */
 export function mustBe(what, got, wanted) {
   if (got !== wanted) throw new WrongAnswer(`${what}: wanted ${wanted}, got ${got}`);
 }
 
-/** The promise's outcome, or after `timeoutMs` an error that names `what` was waited for. */
+/** The promise's outcome, or an error that names `what` after `timeoutMs`. */
 export async function within(timeoutMs, what, promise) {
   let timer;
   const late = new Promise((resolve, reject) => {
@@ -41,8 +41,8 @@ export async function within(timeoutMs, what, promise) {
 }
 
 /**
- * Does `request` again when it fails with an error that `isLoss` takes for a lost datagram, `tries` times in
- * all; counts in `notes.repeated`.
+ * Repeats `request` if its error matches `isLoss`, the sign of a lost datagram, up to `tries` times in total; counts
+ * the repeats in `notes.repeated`.
  */
 export async function insist({ tries, notes, isLoss }, request) {
   for (let left = tries; ; left -= 1) {
@@ -55,14 +55,14 @@ export async function insist({ tries, notes, isLoss }, request) {
   }
 }
 
-/** Fails unless `got` holds what `wanted` does; names the first place where they differ. */
+/** Fails unless the lists are equal; the error names the first difference. */
 export function mustMatch(what, got, wanted) {
   if (got.length !== wanted.length) throw new WrongAnswer(`${what}: ${wanted.length} wanted, ${got.length} came`);
   const place = wanted.findIndex((value, index) => got[index] !== value);
   if (place >= 0) throw new WrongAnswer(`${what}, number ${place}: wanted ${wanted[place]}, got ${got[place]}`);
 }
 
-/** `bytes` bytes that look random and are the same each time; another `number`, other bytes. */
+/** `bytes` pseudo-random bytes, always the same for the same `number`; incompressible. */
 export function content(bytes, number = 0) {
   const counter = Buffer.alloc(16);
   counter.writeUInt32BE(number);

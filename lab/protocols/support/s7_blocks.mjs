@@ -1,11 +1,11 @@
-// The data blocks of the S7 controller, as both sides know them.
+// The data blocks of the S7 controller, for both sides.
 
-/** Written and read by whoever asks; each asker has `kValueBytes` of its own. */
+/** Written and read by clients; each client has `kValueBytes` of its own. */
 export const kWrittenBlock = 1;
 export const kValueBytes = 16;
 export const kSlots = 512;
 
-/** Holds pattern() and is only read. It takes several messages of 480 bytes, the usual size. */
+/** Read-only, contains pattern(). Takes several messages of 480 bytes, the usual size. */
 export const kPatternBlock = 2;
 export const kPatternBytes = 2000;
 

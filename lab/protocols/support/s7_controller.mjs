@@ -1,4 +1,4 @@
-// An S7 controller on one address. A process of its own, because node-snap7 has room for one server in each.
+// An S7 controller on one address. A separate process, because node-snap7 supports one server per process.
 // Usage: forked with ADDRESS; sends {error}, null once it listens, and ends with its parent.
 import { createRequire } from 'node:module';
 
@@ -9,7 +9,7 @@ const { S7Server } = createRequire(new URL('../../package.json', import.meta.url
 const server = new S7Server();
 server.RegisterArea(server.srvAreaDB, kWrittenBlock, Buffer.alloc(kSlots * kValueBytes));
 server.RegisterArea(server.srvAreaDB, kPatternBlock, pattern());
-// The handler also keeps the server, which stops when it is collected as garbage.
+// The handler also keeps the server alive, which would stop when garbage-collected.
 process.on('disconnect', () => {
   server.Stop();
   process.exit(0);

@@ -2,7 +2,7 @@
 
 /**
  * Starts one for each address with `start(address)`; resolves with a function that ends them with
- * `end(one)`, in the reverse order. When one does not start, those before it are ended.
+ * `end(one)`, in reverse order. If one fails to start, the earlier ones are ended.
  */
 export async function startEach(addresses, start, end) {
   const started = [];
@@ -17,8 +17,8 @@ export async function startEach(addresses, start, end) {
 }
 
 /**
- * Returns take(): resolves with {it, release()}. The first take opens it with `open()`, the last release
- * closes it with `close(it)`.
+ * Returns take(), which resolves with {it, release()}. The first take opens it with `open()`, the last
+ * release closes it with `close(it)`.
  */
 export function shared(open, close) {
   let users = 0;

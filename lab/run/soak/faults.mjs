@@ -1,5 +1,5 @@
-// What happens to the tunnel during a soak. Each fault is {name, run(lab, random)}: it does its harm, waits
-// its time, makes it good again and returns what it did in words, if there is a choice.
+// The faults of a soak. Each is {name, run(lab, random)}: it breaks something, waits, repairs it and, if it
+// had a choice, returns a description.
 import { setTimeout as sleep } from 'node:timers/promises';
 
 const seconds = (time) => sleep(time * 1000);
@@ -13,7 +13,7 @@ async function forAWhile(random, low, high, undo) {
 
 const clear = (lab) => () => lab.faults.clear();
 
-/** Answers that a relay should not give; all but the first two end the connection. */
+/** Answers that a relay must not send; all but the first two end the connection. */
 const kRelayFaults = ['fragmentsWithPings', 'textFrame', 'closeInTheMiddle', 'tooLargeMessage', 'garbage',
   'cutInTheMiddle', 'maskedFrame'];
 

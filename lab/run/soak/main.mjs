@@ -1,5 +1,6 @@
-// A soak: a working day of mixed traffic and real protocols through the tunnel, with faults at random moments, and an
-// engineer who does several things at once when all is well again. The seed that is printed repeats their choice. Usage: node main.mjs [MINUTES] [SEED]
+// A soak: a working day of mixed traffic and real protocols through the tunnel, with faults at random moments and, after
+// each recovery, an engineer who does several things at once. The printed seed repeats a run.
+// Usage: node lab/run/soak/main.mjs [MINUTES] [SEED]
 import { randomInt } from 'node:crypto';
 import { mkdir, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -18,19 +19,19 @@ import { Usage } from './usage.mjs';
 import { kServed, Work, writeTable } from './work.mjs';
 
 const kFolder = path.join(kBuild, 'soak');
-const kOverlappingPlc = '172.31.0.10';  // 10.10.0.10 on site, as this computer reaches it
+const kOverlappingPlc = '172.31.0.10';  // 10.10.0.10 on site, from the engineer's computer
 const kEchoPort = 7;
-// The usual ones belong to the protocols at work.
+// The usual ports are used by the protocols at work.
 const kControllerPorts = { modbus: 1502, web: 8080 };
-const kLargePayload = 1400;  // its packet is too large for the UDP path
+const kLargePayload = 1400;  // too large for the UDP path
 const kTransferSeconds = 240;
 const kSilentSeconds = 60;
 const kRecoveryMs = 90_000;
-// What memory may grow by that is no leak: the page's log and the flow tables, 80 bytes a flow.
+// Allowed growth without a leak: the page's log and the flow tables, 80 bytes per flow.
 const kMegabytes = 16;
 const kHandles = 10;
 
-// At the end only: a transfer that waits for data sends nothing by which a new tunnel would learn of it.
+// Only at the end: a transfer that waits for data sends nothing from which a new tunnel could learn its flow.
 const kNewConnections = 5;
 
 const minutes = Number(process.argv[2] ?? 30);
@@ -42,7 +43,7 @@ const connections = { granted: [], ended: [] };
 let lab;
 let ending = false;
 
-/** Takes over what the service has seen, which it loses when it is killed. */
+/** Saves the service's record, which is lost when it is killed. */
 async function takeRecord() {
   for (const [name, value] of Object.entries(await lab.service.order())) order[name] += value;
   protocolErrors.push(...await lab.service.protocolErrors());
@@ -50,10 +51,9 @@ async function takeRecord() {
   connections.ended.push(...await endedConnections(lab.service));
 }
 
-/** Transfers, requests and pings, one after the other, over both routes in turn. */
 /**
- * As an engineer does: what has been silent for a minute is begun anew. After some faults in a row TCP waits for minutes
- * before it tries again, however well the tunnel is by then.
+ * Like an engineer, restarts a download that has been silent for a minute: after several faults in a row, TCP waits for
+ * minutes before it retries, even if the tunnel already works again.
  */
 async function downloadPersistently(results, address) {
   const end = performance.now() + kTransferSeconds * 1000;
@@ -114,7 +114,7 @@ function judge({ tools, small, large, usage, finalTools, finalUses, work, engine
     'TCP stream in order and unbroken': small.tcp.outOfOrder === 0 && small.tcp.wrongBytes === 0 &&
       small.tcp.breaks.length === 0,
     'datagrams as they were sent': small.udp.wrong === 0 && large.udp.wrong === 0,
-    // What waits in a lost connection may reach the relay after newer packets, and so be answered late.
+    // Data waiting in a lost connection may reach the relay after newer packets and be answered late.
     'order kept on each WebSocket, both ways': order.outOfOrder === 0 &&
       large.udp.reordered <= order.returnedOutOfOrder,
     'nothing lost on a WebSocket that lives': order.missing === 0 && order.messages > 0,

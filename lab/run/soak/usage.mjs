@@ -1,10 +1,10 @@
-// What the program takes of the machine over time.
+// The program's use of memory, threads and handles over time.
 import { readdir, readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 const kSampleMs = 5000;
 
-/** The process id of the program, by its name in the engineer's namespace. */
+/** The program's process id, found by name in the engineer's namespace. */
 async function programPid(lab) {
   for (const pid of await lab.network.processesIn('engineer')) {
     const name = await readFile(`/proc/${pid}/comm`, 'utf8').catch(() => '');
@@ -13,7 +13,7 @@ async function programPid(lab) {
   throw new Error('The program does not run.');
 }
 
-async function look(pid) {
+async function sampleOf(pid) {
   const status = await readFile(`/proc/${pid}/status`, 'utf8');
   const number = (name) => Number(new RegExp(`^${name}:\\s+(\\d+)`, 'm').exec(status)[1]);
   return {
@@ -36,14 +36,14 @@ export class Usage {
 
   async #run(pid) {
     while (!this.#ending) {
-      const sample = await look(pid).catch(() => null);
+      const sample = await sampleOf(pid).catch(() => null);
       if (sample === null) return;  // the program has ended
       this.#samples.push(sample);
       for (let waited = 0; waited < kSampleMs && !this.#ending; waited += 100) await sleep(100);
     }
   }
 
-  /** Ends the sampling; {megabytes, threads, handles}, each {first, last, highest}: medians of a third. */
+  /** Ends the sampling; returns {megabytes, threads, handles}, each {first, last, highest}; first and last are medians of a third. */
   async stop() {
     this.#ending = true;
     await this.#done;

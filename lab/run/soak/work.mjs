@@ -1,20 +1,20 @@
-// The protocols at work during a soak: each has its own loop, which uses it again and again, by both routes in turn.
+// The protocols at work during a soak: each has its own loop, which uses it by both routes in turn.
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { kRoutes, listUses } from '../../protocols/survey.mjs';
 import { within } from '../../protocols/support/requests.mjs';
 
 const kTimeoutMs = 8000;
-const kOwnLimitMs = kTimeoutMs + 2000;  // tools that are programs report their own time-out before they are ended
+const kOwnLimitMs = kTimeoutMs + 2000;  // external programs must report their own time-out before they are killed
 const kRounds = 6;
-const kPauseMs = 1000;  // two cores have the program, both sides' tools and the transfers to run
+const kPauseMs = 1000;  // two cores run the program, both sides' tools and the transfers
 const kHeldMs = 10_000;
 const kLastTries = 3;  // a busy machine may lose a datagram without any fault
-const kUseMs = 120_000;  // longer than all time-outs of a use together: whoever takes longer hangs
+const kUseMs = 120_000;  // longer than all time-outs of a use together: anything longer hangs
 
 /**
- * By title: `options` of a use, and `lateMs`, how long after a fault a use may still fail by it: one step's time-out,
- * or more where a tool waits for several at a time.
+ * By title: `options` of a use, and `lateMs`, the time after a fault in which a use may still fail because of it: one
+ * step's time-out, or more if a tool waits for several.
  */
 const kWork = {
   'Modbus TCP, several masters': {},
@@ -25,7 +25,7 @@ const kWork = {
   'HTTP, 50 connections at once': { options: { rounds: 5 } },
   'WebSocket, held': { options: { rounds: 1, hold: true } },
   'FTP, passive (EPSV)': {},
-  SSH: { options: { megabytes: 0 }, lateMs: 2 * kTimeoutMs },  // so long may a log-in take
+  SSH: { options: { megabytes: 0 }, lateMs: 2 * kTimeoutMs },  // the longest log-in
   'DNS by UDP': {},
 };
 
@@ -34,7 +34,7 @@ const chosen = (await listUses()).filter(({ title }) => title in kWork);
 /** The protocols that the site has to serve. */
 export const kServed = [...new Set(chosen.map(({ name }) => name))];
 
-/** Whether the fault, or what it left behind, can have made the use fail. */
+/** Whether the fault or its after-effects can have caused the failure. */
 const explains = ({ fromMs, untilMs }, failedAtMs, lateMs) => failedAtMs >= fromMs && failedAtMs <= untilMs + lateMs;
 
 export class Work {
@@ -43,7 +43,7 @@ export class Work {
   #ending = false;
   #loops;
 
-  /** Puts all of them to work, until stop(). */
+  /** Starts all loops; they run until stop(). */
   constructor(survey) {
     this.#survey = survey;
     this.#loops = chosen.map((row) => {
@@ -80,7 +80,7 @@ export class Work {
     }
   }
 
-  /** Lets each loop end its use, and waits for it. */
+  /** Waits until each loop has finished its current use. */
   async stop() {
     this.#ending = true;
     await this.#survey.release();
@@ -89,7 +89,7 @@ export class Work {
 
   /**
    * Uses each protocol once more by both routes, one protocol after another: [{title, route, works, tries, error}].
-   * Not before stop().
+   * Requires stop() first.
    */
   async useAll() {
     const results = [];
@@ -99,7 +99,7 @@ export class Work {
     return results;
   }
 
-  /** A wrong answer ends the tries: it stays one. */
+  /** A wrong answer is not retried. */
   async #useAtLast(row, route) {
     for (let tries = 1; ; tries += 1) {
       const { works, error, wrong } = await this.#use(row, route, { hold: false });
@@ -108,8 +108,8 @@ export class Work {
   }
 
   /**
-   * Of each protocol {title, uses, requests: answered rightly in uses that went well, reconnects, failures, wrong,
-   * unexplained}. `faults` are {fromMs, untilMs}: until traffic flows again.
+   * {title, uses, requests, reconnects, failures, wrong, unexplained} of each protocol; `requests` counts right answers
+   * in successful uses. `faults` are {fromMs, untilMs}, until traffic flows again.
    */
   report(faults) {
     return this.#loops.map(({ record: { row: { title }, ...counts } }) => {
@@ -126,7 +126,7 @@ export class Work {
 const describe = (title, what, { atSeconds, route, error }) =>
   `${title}, ${route}, ${what} at ${atSeconds.toFixed(1)} s: ${error}`;
 
-/** The report as a table, and below it what ought not to be. */
+/** The report as a table, followed by its errors. */
 export function writeTable(work) {
   const lines = [['protocol', 'right answers', 'uses', 'failed', 'reconnects', 'wrong', 'unexplained'],
     ...work.map(({ title, requests, uses, failures, reconnects, wrong, unexplained }) =>

@@ -1,4 +1,4 @@
-// The bridge: the stand-in DLL connects to it once per controller and gets a browser of its own.
+// The bridge: the stand-in DLL connects once per controller and gets a browser for it.
 import net from 'node:net';
 import { once } from 'node:events';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -15,7 +15,7 @@ const kPollMs = 25;
 /**
  * Listens on `host`:`port` (0: any free port). The result:
  *   port          the port it listens on
- *   pages()       the open pages, oldest first (see Page for what they can do)
+ *   pages()       the open pages, oldest first (see Page)
  *   waitForPage(timeoutMs)   the newest page, once there is one
  *   close()       closes every page and its browser, then the port
  */
@@ -84,7 +84,7 @@ class Link {
       this.#creating = this.#create(body.readUInt32LE(0), body.readUInt32LE(4));
       return;
     }
-    // What comes before the browser is up waits for it; later frames act in the order they came.
+    // Frames that arrive before the browser is up wait for it; the order is kept.
     const act = () => this.#act(kind, body)?.catch((error) =>
       this.#options.log(`page ${this.id}, request ${kind}: ${error.message}`));
     if (this.page) act();

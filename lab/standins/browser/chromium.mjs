@@ -1,5 +1,5 @@
-// One headless Chromium with a profile of its own, spoken to over a pipe (DevTools protocol:
-// JSON messages that end with a NUL, requests on descriptor 3, answers and events on 4).
+// One headless Chromium with its own profile, controlled over a pipe (DevTools protocol: JSON messages
+// terminated by NUL, requests on descriptor 3, answers and events on 4).
 import { spawn } from 'node:child_process';
 import { EventEmitter, once } from 'node:events';
 import { mkdtemp, readdir, readFile, rm } from 'node:fs/promises';
@@ -20,16 +20,16 @@ const kFlags = [
   '--no-first-run', '--no-default-browser-check', '--disable-background-networking',
   '--disable-component-update', '--disable-default-apps', '--disable-sync', '--disable-extensions',
   '--disable-domain-reliability', '--disable-breakpad', '--disable-crash-reporter',
-  // Without a spare renderer: one that dies together with the page's may still be given the next document, which then
-  // dies as well.
+  // No spare renderer: one that is killed together with the page's may still get the next document, which then dies
+  // as well.
   '--disable-features=Translate,MediaRouter,OptimizationHints,SpareRendererForSitePerProcess', '--metrics-recording-only',
   '--disable-dev-shm-usage', '--disable-background-timer-throttling',
   '--disable-renderer-backgrounding', '--disable-backgrounding-occluded-windows',
   '--password-store=basic', '--use-mock-keychain', '--force-color-profile=srgb',
   '--allow-file-access-from-files',
-  // A turning ring is sixty pictures a second, drawn, sent and shown by the processors that all else needs.
+  // A spinning ring costs sixty pictures a second, which the lab's few processors cannot spare.
   '--force-prefers-reduced-motion',
-  // Nothing is looked up outside: only loopback and file addresses can be reached.
+  // No name look-ups: only loopback and file addresses can be reached.
   '--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE 127.0.0.1',
 ];
 
@@ -64,7 +64,7 @@ export class Chromium extends EventEmitter {
   #spawn(program, width, height) {
     const args = [...kFlags, `--user-data-dir=${this.profile}`, `--window-size=${width},${height}`,
       'about:blank'];
-    // A group of its own, so that its helper processes can be ended with it.
+    // Its own process group, so that its helper processes can be ended with it.
     this.#child = spawn(program, args, {
       detached: true, stdio: ['ignore', 'ignore', 'ignore', 'pipe', 'pipe'],
       env: { ...process.env, LC_ALL: 'zh_CN.UTF-8', HOME: this.profile,
@@ -75,7 +75,7 @@ export class Chromium extends EventEmitter {
       this.#child.once('error', resolve);
     }).then((reason) => this.#onEnd(reason));
     const [, , , requests, answers] = this.#child.stdio;
-    requests.on('error', () => {});  // the browser is gone; 'exit' tells
+    requests.on('error', () => {});  // the browser has ended; 'exit' reports it
     answers.setEncoding('utf8');
     answers.on('data', (text) => this.#onData(text));
     answers.on('error', () => {});
@@ -158,14 +158,14 @@ export class Chromium extends EventEmitter {
   }
 }
 
-/** Ids of the processes that run the pages of the browser `pid`, which leads a process group. */
+/** Ids of the renderer processes of the browser `pid`, which leads their process group. */
 export async function rendererProcesses(pid) {
   const found = [];
   for (const name of await readdir('/proc')) {
     if (!/^\d+$/.test(name)) continue;
     const [stat, line] = await Promise.all(['stat', 'cmdline'].map((file) =>
       readFile(`/proc/${name}/${file}`, 'utf8').catch(() => '')));
-    // The name of the program, in parentheses, may hold blanks; state, parent and group follow it.
+    // The program's name, in parentheses, may contain blanks; state, parent and group follow it.
     const group = Number(stat.slice(stat.lastIndexOf(')') + 2).split(' ')[2]);
     if (group === pid && line.includes('--type=renderer')) found.push(Number(name));
   }

@@ -1,13 +1,13 @@
-// The parent's side of main.mjs: the same methods as the bridge in the same process.
+// The parent's side of main.mjs: the bridge's methods, across processes.
 import { caller } from '../../harness/remote_call.mjs';
 
 /**
- * Takes a process that was forked from main.mjs. The result:
- *   listen({port, host, chromium})   starts the bridge; gives {port}
+ * `child` is a process forked from main.mjs. The result:
+ *   listen({port, host, chromium})   starts the bridge; returns {port}
  *   pages()                          handles of the open pages
  *   waitForPage(timeoutMs)           the newest page, once there is one
  *   closeAll()                       closes every page, its browser and the port
- * A page handle has id, pid (the browser's) and evaluate, waitFor, text, click, type, select, messages
+ * A page handle has id, pid (the browser's) and evaluate, waitFor, text, click, type, select, messages,
  * screenshot and failProcess, as in page.mjs.
  */
 export async function connectBridge(child) {

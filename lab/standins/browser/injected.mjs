@@ -1,12 +1,12 @@
-// What runs inside the page: the bridge object that the browser gives to pages it hosts.
+// Runs inside the page: the bridge object that the browser gives to its pages.
 
-/** Names of the page-to-host bindings; the script below takes them away before the page can see them. */
+/** Names of the page-to-host bindings; the script below removes them before the page can see them. */
 export const kPosted = '__labPostToHost';
 export const kCopied = '__labCopied';
 
 const kDeliver = 'Symbol.for("lab.browser.deliver")';
 
-/** What a copy or cut takes when the page leaves it to the browser; never a password. */
+/** The text that the browser's own copy or cut would take; never a password. */
 const kTaken = `(type) => {
   const field = document.activeElement;
   if (field && 'selectionStart' in field && field.selectionStart !== null) {
@@ -39,25 +39,25 @@ export const kInjectedScript = `(() => {
   } });
   window.chrome = Object.assign(window.chrome ?? {}, { webview });
 
-  // A blinking caret is two pictures a second, drawn, sent and shown for as long as a field has the focus.
+  // A blinking caret would cost two pictures a second while a field has the focus.
   const steady = new CSSStyleSheet();
   steady.replaceSync('* { caret-animation: manual; }');
   document.adoptedStyleSheets.push(steady);
 
   const taken = ${kTaken};
-  const tellCopied = (event) => {
+  const reportCopied = (event) => {
     const text = event.defaultPrevented ? event.clipboardData.getData('text/plain') : taken(event.type);
     if (text !== '') copied(text);
   };
-  // Listened for anew each time, so that all of the page's own listeners have been called before.
+  // Added anew each time, so that it runs after all of the page's own listeners.
   for (const type of ['copy', 'cut']) {
     addEventListener(type, (event) => {
-      if (event.isTrusted) addEventListener(type, tellCopied, { once: true });
+      if (event.isTrusted) addEventListener(type, reportCopied, { once: true });
     }, true);
   }
 })()`;
 
-/** Delivers a JSON text as the parsed value; the expression gives false when it is not JSON. */
+/** An expression that delivers a JSON text as the parsed value; it is false for invalid JSON. */
 export function deliverJson(json) {
   return `(() => {
     let data;

@@ -1,4 +1,4 @@
-// Windows virtual keys as the browser wants them.
+// Translates Windows virtual keys for the browser.
 
 const kNames = new Map([
   [0x08, 'Backspace'], [0x09, 'Tab'], [0x0d, 'Enter'], [0x10, 'Shift'], [0x11, 'Control'],
@@ -8,7 +8,7 @@ const kNames = new Map([
 ]);
 const kControl = 2;
 
-/** Editing commands that a browser on Windows gives to Ctrl and a letter. */
+/** Editing commands of Ctrl and a letter on Windows. */
 const kCommands = new Map([['A', 'selectAll'], ['Z', 'undo'], ['Y', 'redo']]);
 
 export function keyName(virtualKey) {

@@ -1,11 +1,11 @@
-// The bridge as a process of its own, so that it can run inside a network namespace (loopback belongs
-// to one, and the Windows program's loopback is the namespace of its wineserver).
+// The bridge as a separate process, so that it can run in the network namespace of the wineserver, whose
+// loopback the Windows program uses.
 import { serve } from '../../harness/remote_call.mjs';
 import { startBridge } from './bridge.mjs';
 
 let bridge = null;
 
-/** The page of that id; it must still be open. */
+/** The page with that id, which must still be open. */
 function pageOf(id) {
   const page = bridge.pages().find((one) => one.id === id);
   if (!page) throw new Error(`Page ${id} is closed.`);

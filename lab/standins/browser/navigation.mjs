@@ -1,4 +1,4 @@
-// Loads documents and tells, once for each, how it ended: at the document's load event or on an error.
+// Loads documents and reports the outcome of each once: its load event or an error.
 
 const kTextUrl = 'data:text/html;charset=utf-8;base64,';
 
@@ -12,17 +12,17 @@ const kUnknown = 0;
 
 export class Navigation {
   #browser;
-  #tell;
-  #pending = null;        // {id, loader}: the navigation that is under way
-  #loaded = new Set();    // loaders whose load event came before the answer to Page.navigate
+  #report;
+  #pending = null;        // {id, loader}: the navigation in progress
+  #loaded = new Set();    // loaders whose load event preceded the answer to Page.navigate
 
-  /** What the page's messages give as their source. */
+  /** The source of the page's messages. */
   source = 'about:blank';
 
-  /** tell(id, success, status) is called once per navigation, in order. */
-  constructor(browser, tell) {
+  /** report(id, success, status) is called once per navigation, in order. */
+  constructor(browser, report) {
     this.#browser = browser;
-    this.#tell = tell;
+    this.#report = report;
     browser.on('Page.lifecycleEvent', ({ name, loaderId }) => {
       if (name === 'load') this.#onLoad(loaderId);
     });
@@ -31,13 +31,13 @@ export class Navigation {
     });
   }
 
-  /** Shows a text; its address counts as about:blank. */
+  /** Shows an HTML text, with about:blank as its address. */
   async toText(id, html) {
     await this.toUrl(id, kTextUrl + Buffer.from(html, 'utf8').toString('base64'));
   }
 
   async toUrl(id, url) {
-    if (this.#pending) this.#finish(false, 14);  // given up for the new one
+    if (this.#pending) this.#finish(false, 14);  // aborted by the new one
     this.#pending = { id, loader: null };
     this.#loaded.clear();
     let result;
@@ -65,6 +65,6 @@ export class Navigation {
   #finish(success, status) {
     const { id } = this.#pending;
     this.#pending = null;
-    this.#tell(id, success, status);
+    this.#report(id, success, status);
   }
 }

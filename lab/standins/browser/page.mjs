@@ -1,4 +1,4 @@
-// One page: what the stand-in DLL asks of it, what it tells the DLL, and the handle that tests use.
+// One page: the DLL's requests, the events for the DLL, and the handle for tests.
 import { writeFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
@@ -6,7 +6,7 @@ import { deliverJson, kCopied, kInjectedScript, kPosted } from './injected.mjs';
 import { dispatchKey } from './keys.mjs';
 import { Navigation } from './navigation.mjs';
 
-/** The kinds of failed processes that the lab knows by name. */
+/** The kinds of failed processes that the lab uses. */
 export const FailedProcess = { browser: 0, renderer: 1, unresponsive: 2, gpu: 6 };
 
 const kPollMs = 25;
@@ -14,7 +14,7 @@ const kActionMs = 5000;
 const kKeptMessages = 10_000;
 
 /**
- * `host` receives what the page tells: message(source, json), navigated(id, success, status),
+ * `host` receives the page's events: message(source, json), navigated(id, success, status),
  * frame(number, jpeg), selection(text), processFailed(kind).
  */
 export class Page {
@@ -63,7 +63,7 @@ export class Page {
     await this.#browser.close();
   }
 
-  // ---- what the DLL asks
+  // ---- requests of the DLL
 
   #onCalled({ name, payload }) {
     if (name === kCopied) this.#host.selection(payload);
@@ -80,7 +80,7 @@ export class Page {
   async loadText(id, html) { await this.#load(this.#navigation.toText(id, html)); }
   async loadUrl(id, url) { await this.#load(this.#navigation.toUrl(id, url)); }
 
-  /** A document after a crash has another process, which sends no pictures yet. */
+  /** After a crash, the next document's process sends no pictures until it is asked to. */
   async #load(loading) {
     const again = this.#crashed && this.#showing;
     this.#crashed = false;
@@ -91,8 +91,8 @@ export class Page {
   }
 
   /**
-   * Hands a JSON text to the page; one that is not JSON is dropped and kept as 'notJson'. Between a crash
-   * and the next document there is nobody to take it.
+   * Delivers a JSON text to the page. Invalid JSON is dropped and recorded as 'notJson'. Between a crash and
+   * the next document, messages are lost.
    */
   async post(json) {
     if (this.#crashed) return;
@@ -106,7 +106,7 @@ export class Page {
       { width, height, deviceScaleFactor: 1, mobile: false });
   }
 
-  /** Starts or stops the pictures. */
+  /** Starts or stops sending pictures. */
   async show(visible) {
     if (visible === this.#showing) return;
     this.#showing = visible;
@@ -136,15 +136,15 @@ export class Page {
   }
 
   /**
-   * Ctrl+C or Ctrl+X; the text comes as from a copy that the page does by itself. Input takes another way to
-   * the page, so wait for it.
+   * Ctrl+C or Ctrl+X; the text arrives as if the page had copied it. Waits for pending input, which reaches the
+   * page by another path.
    */
   async copy(cut) {
     await this.#lastInput;
     await this.evaluate(`document.execCommand('${cut ? 'cut' : 'copy'}')`);
   }
 
-  // ---- what tests ask
+  // ---- requests of tests
 
   /** The value of a JavaScript expression (promises are awaited), as plain data. */
   async evaluate(expression) {
@@ -156,7 +156,7 @@ export class Page {
     return result.value;
   }
 
-  /** Evaluates until the value is truthy and returns it; throws after `timeoutMs`. */
+  /** Evaluates repeatedly until the value is truthy, and returns it; throws after `timeoutMs`. */
   async waitFor(expression, timeoutMs = kActionMs) {
     const end = performance.now() + timeoutMs;
     for (;;) {
@@ -179,7 +179,7 @@ export class Page {
     return this.evaluate(`(${kFind})(${JSON.stringify(selector)}).textContent`);
   }
 
-  /** A real mouse click in the middle of an element, which must be what the pointer meets there. */
+  /** A real mouse click in the centre of an element, which must not be covered there. */
   async click(selector) {
     const name = JSON.stringify(selector);
     await this.waitFor(`document.querySelector(${name}) !== null`, kActionMs);
@@ -191,7 +191,7 @@ export class Page {
     await this.mouse({ ...at, type: 'mouseReleased', buttons: 0 });
   }
 
-  /** Replaces what a field holds by `text`, as a person who selects all and types or pastes. */
+  /** Replaces a field's text, like a person who selects all and types or pastes. */
   async type(selector, text) {
     await this.waitFor(`document.querySelector(${JSON.stringify(selector)}) !== null`, kActionMs);
     await this.evaluate(`(${kTakeAll})((${kFind})(${JSON.stringify(selector)}))`);
@@ -208,11 +208,11 @@ export class Page {
 
   /**
    * Makes the control report a failed process of that kind (FailedProcess). The browser and the page's own
-   * process really end; the rest are said to have failed.
+   * process really end; for the other kinds, only the report is sent.
    */
   failProcess(kind) {
     if (kind === FailedProcess.browser) process.kill(this.pid, 'SIGKILL');
-    // Answered by nobody.
+    // A crashed page does not answer.
     else if (kind === FailedProcess.renderer) this.#browser.send('Page.crash').catch(() => {});
     else this.#host.processFailed(kind);
   }

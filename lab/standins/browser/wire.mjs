@@ -28,7 +28,7 @@ export const ToHost = {
                    // then the string itself
   navigated: 104,  // u64 navigation id, u8 success, u32 web error status
   frame: 105,      // u32 frame number, a JPEG picture
-  selection: 106,  // text for the clipboard, asked for or not
+  selection: 106,  // text for the clipboard, requested or not
   processFailed: 107,  // u32 kind, as the control numbers them; a browser that exits ends the link instead
 };
 
@@ -36,7 +36,7 @@ export const MouseKind = ['mouseMoved', 'mousePressed', 'mouseReleased', 'mouseW
 export const MouseButton = ['none', 'left', 'right', 'middle'];
 export const KeyKind = ['rawKeyDown', 'keyUp', 'char'];
 
-// Far above any frame that is meant: a page of 2 MiB.
+// Far above any real frame; a page has 2 MiB at most.
 const kMaxBodyBytes = 64 * 1024 * 1024;
 const kHeadBytes = 5;
 
@@ -81,11 +81,11 @@ export function messageBody(source, json) {
   ]);
 }
 
-/** Cuts a byte stream into frames; feed() takes it in pieces of any size. */
+/** Cuts a byte stream into frames; feed() accepts pieces of any size. */
 export class FrameCutter {
   #kept = Buffer.alloc(0);
 
-  /** Calls onFrame(kind, body) for each frame that is complete; throws for an absurd length. */
+  /** Calls onFrame(kind, body) for each complete frame; throws for an absurd length. */
   feed(bytes, onFrame) {
     this.#kept = this.#kept.length === 0 ? bytes : Buffer.concat([this.#kept, bytes]);
     let at = 0;

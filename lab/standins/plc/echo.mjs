@@ -1,4 +1,4 @@
-// An echo service as RFC 862 has it: every datagram goes back to its sender, every TCP stream too.
+// An echo service (RFC 862) for datagrams and TCP streams.
 import { execFileSync } from 'node:child_process';
 import dgram from 'node:dgram';
 import { once } from 'node:events';
@@ -6,7 +6,7 @@ import net from 'node:net';
 
 const kSocketBytes = 4 << 20;
 
-/** All, also of a device whose cable was plugged in a moment ago. */
+/** All IPv4 addresses, including those of interfaces that came up a moment ago. */
 const ownAddresses = () => JSON.parse(execFileSync('ip', ['-j', '-4', 'address']))
   .flatMap(({ addr_info: addresses }) => addresses.map(({ local }) => local));
 
@@ -25,14 +25,14 @@ export async function startEcho({ port = 7, host = '0.0.0.0' } = {}) {
   const connections = new Set();
   const tcp = net.createServer((socket) => {
     connections.add(socket);
-    socket.on('error', () => {});  // a connection that breaks is the other side's to report
+    socket.on('error', () => {});  // the other side reports broken connections
     socket.on('close', () => connections.delete(socket));
     socket.setNoDelay(true);
     socket.pipe(socket);
   });
   tcp.listen(port, host);
   await once(tcp, 'listening');
-  // One socket an address, so that an answer comes from where the question went to.
+  // One socket per address, so that an answer comes from the address that was asked.
   const addresses = host === '0.0.0.0' ? ownAddresses() : [host];
   const udp = await Promise.all(addresses.map((address) => echoDatagrams(address, tcp.address().port)));
   return {

@@ -1,5 +1,5 @@
 // The controller on site: Modbus TCP, a web server, and an echo service on port 7.
-// Usage: node main.mjs FILE MODBUS_PORT WEB_PORT   (the file that the web server hands out as /file)
+// Usage: node main.mjs FILE MODBUS_PORT WEB_PORT   (FILE is served as /file)
 import { createReadStream, statSync } from 'node:fs';
 import http from 'node:http';
 import { createRequire } from 'node:module';

@@ -1,4 +1,4 @@
-// RustDesk's stand-in on the engineer's computer: where it is installed, how it behaves, what it tells.
+// RustDesk's stand-in on the engineer's computer: its places, its behaviour, its record.
 import { copyFile, mkdir, readdir, readFile, rm, symlink, truncate, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
@@ -7,7 +7,7 @@ import { run } from '../../harness/processes.mjs';
 import { waitUntil } from '../../harness/program.mjs';
 import { kWine } from '../../harness/wine.mjs';
 
-/** Larger than this, as the real one is; anything smaller is taken for an error page. */
+/** Smaller files count as error pages; the real program is larger. */
 export const kErrorPageBytes = 1_048_576;
 const kConfigFile = 'AppData/Roaming/RustDesk/config/RustDesk2.toml';
 const kServiceProfiles = 'drive_c/windows/ServiceProfiles';
@@ -17,7 +17,7 @@ export class RustDesk {
   #options;
 
   /**
-   * `folder` holds the plan and the record; the stand-in finds it by `env`. `options` go to run(), for
+   * `folder` holds the plan and the record; `env` names it to the stand-in. `options` for run(), for
    * Windows commands.
    */
   constructor(prefix, folder, options) {
@@ -29,12 +29,12 @@ export class RustDesk {
 
   // ---- the program's file
 
-  /** Puts the stand-in at a path of Windows, padded to `bytes`. */
+  /** Copies the stand-in to a Windows path, padded to `bytes`. */
   async install(windowsPath, { bytes = kErrorPageBytes + 1 } = {}) {
     await this.putFile(this.#prefix.unixPath(windowsPath), { bytes });
   }
 
-  /** The same at a path of this machine. */
+  /** The same for a Linux path. */
   async putFile(file, { bytes = kErrorPageBytes + 1 } = {}) {
     await mkdir(path.dirname(file), { recursive: true });
     await copyFile(kRustDesk, file);
@@ -45,7 +45,7 @@ export class RustDesk {
     await rm(path.dirname(this.#prefix.unixPath(windowsPath)), { recursive: true, force: true });
   }
 
-  /** Gives Windows a drive D:, which is a folder of this machine, until forget(). */
+  /** Adds a drive D:, a folder of this machine, until forget(). */
   async addDriveD(folder) {
     await mkdir(folder, { recursive: true });
     await symlink(folder, path.join(this.#prefix.folder, 'dosdevices/d:'));
@@ -53,12 +53,12 @@ export class RustDesk {
 
   // ---- its configuration
 
-  /** The folder of a user, made if need be. */
+  /** The folder of a user, created if necessary. */
   async addUser(name) {
     await mkdir(path.join(this.#prefix.folder, 'drive_c/users', name), { recursive: true });
   }
 
-  /** Where its configuration may lie on this machine, by whose it is. */
+  /** The possible folders of its configuration, by owner. */
   async configFiles() {
     const users = path.join(this.#prefix.folder, 'drive_c/users');
     const files = {};
@@ -71,9 +71,9 @@ export class RustDesk {
     return files;
   }
 
-  // ---- how it behaves and what it tells
+  // ---- its behaviour and its record
 
-  /** How the next one behaves; see plan.h. `owned` is its shape. */
+  /** Sets the next one's behaviour; see plan.h. `owned` is its shape. */
   async plan({ owned = false, ...members } = {}) {
     await mkdir(this.folder, { recursive: true });
     const lines = Object.entries({ ...members, ...(owned ? { shape: 'owned' } : {}) })
@@ -81,14 +81,14 @@ export class RustDesk {
     await writeFile(path.join(this.folder, 'plan.txt'), lines.join(''));
   }
 
-  /** All that was told so far: [{event, pid, atMs, ...}]; see password_window.h. */
+  /** All events so far: [{event, pid, atMs, ...}]; see rustdesk.cpp. */
   async events({ pid, event } = {}) {
     const text = await readFile(path.join(this.folder, 'record.jsonl'), 'utf8').catch(() => '');
     return text.split('\n').slice(0, -1).map((line) => JSON.parse(line))
       .filter((one) => (pid === undefined || one.pid === pid) && (event === undefined || one.event === event));
   }
 
-  /** Waits until it was started `count` times in all; returns the newest start. */
+  /** Waits until it was started `count` times in total; returns the newest start. */
   async started(count) {
     const starts = await waitUntil(`start ${count} of RustDesk`, async () => {
       const seen = await this.events({ event: 'started' });
@@ -102,7 +102,7 @@ export class RustDesk {
     return waitUntil(`${event} at RustDesk`, async () => (await this.events({ pid, event })).at(-1), timeoutMs);
   }
 
-  /** The keys that reached it: ['down 17', 'up 17', ...]. */
+  /** The keys that it received: ['down 17', 'up 17', ...]. */
   async keys(pid) {
     return (await this.events({ pid })).filter(({ event }) => event === 'down' || event === 'up')
       .map(({ event, key }) => `${event} ${key}`);

@@ -1,5 +1,5 @@
-// Bytes that a relay should not send, written past `ws` straight onto the newest connection, and
-// handshakes that a relay should not answer with.
+// Bytes that a relay must not send, written directly to the newest connection without `ws`, and
+// handshakes that a relay must not answer with.
 import { randomBytes } from 'node:crypto';
 
 export const Opcode = { continuation: 0, text: 1, binary: 2, close: 8, ping: 9, pong: 10 };
@@ -24,7 +24,7 @@ export function frame(opcode, payload, { fin = true, mask = false } = {}) {
 
 const third = (packet) => Math.max(1, Math.floor(packet.length / 3));
 
-/** What each fault writes, given one good packet for the client. */
+/** The bytes of each fault, given one valid packet for the client. */
 const kFaults = {
   maskedFrame: (packet) => frame(Opcode.binary, packet, { mask: true }),
   fragmentsWithPings: (packet) => Buffer.concat([
@@ -40,16 +40,16 @@ const kFaults = {
   ]),
   largestMessage: () => frame(Opcode.binary, Buffer.alloc(kLimit)),
   tooLargeMessage: () => frame(Opcode.binary, Buffer.alloc(kLimit + 1)),
-  /** Reserved bits are set and the length has no end, so that no reader may take it for a frame. */
+  /** Reserved bits are set and the length is huge, so that no reader may accept it as a frame. */
   garbage: () => Buffer.concat([Buffer.alloc(10, 0xff), randomBytes(4086)]),
-  /** What a server in front of the relay might say. */
+  /** As a proxy in front of the relay might answer. */
   httpReply: () => Buffer.from('HTTP/1.1 502 Bad Gateway\r\nContent-Type: text/html\r\n\r\n' +
     '<html><body><h1>502 Bad Gateway</h1>The server returned an invalid response.</body></html>\r\n'),
   closeFrame: () => frame(Opcode.close, Buffer.from([3, 232])),
   unknownOpcode: (packet) => frame(11, packet),
   emptyMessage: () => frame(Opcode.binary, Buffer.alloc(0)),
   hugeLength: () => Buffer.from([0x80 | Opcode.binary, 127, ...Array(8).fill(0x7f)]),
-  /** As far as the middle of a frame; the connection ends there. */
+  /** Ends the connection in the middle of a frame. */
   cutInTheMiddle: (packet) => frame(Opcode.binary, packet).subarray(0, 2 + third(packet)),
 };
 
@@ -61,7 +61,7 @@ export function writeFault(entry, name, packet) {
   else entry.socket.write(bytes);
 }
 
-/** Answers to the upgrade request that are not what a client hopes for. */
+/** Bad answers to the upgrade request. */
 export const kHandshakes = {
   oversizedHeader: (request, socket) =>
     socket.write(`HTTP/1.1 101 Switching Protocols\r\nX-Filler: ${'x'.repeat(20_000)}`),

@@ -1,4 +1,4 @@
-// The service's HTTP interface: every request is recorded, then answered as Replies says.
+// The service's HTTP interface: records every request, then answers it by Replies.
 import { readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
@@ -24,7 +24,7 @@ async function answer(response, reply) {
   if (reply.delayMs) await sleep(reply.delayMs);
   await reply.held;
   const { socket } = response;
-  if (!socket) return;  // the client did not wait
+  if (!socket) return;  // the client has disconnected
   if (reply.cut) {
     socket.destroy();
     return;

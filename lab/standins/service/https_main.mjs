@@ -1,4 +1,4 @@
-// A service behind TLS that takes down each request it gets. Usage: node https_main.mjs ADDRESS PORT KEY CERT
+// A service behind TLS that prints each request. Usage: node https_main.mjs ADDRESS PORT KEY CERT
 import { readFileSync } from 'node:fs';
 import { createServer } from 'node:https';
 

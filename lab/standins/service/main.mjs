@@ -1,4 +1,4 @@
-// The service as a process of its own, so that it can run inside a network namespace.
+// The service as a separate process, so that it can run inside a network namespace.
 import { serve } from '../../harness/remote_call.mjs';
 import { kMethods, LabService } from './service.mjs';
 

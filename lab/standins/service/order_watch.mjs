@@ -1,8 +1,7 @@
-// Whether the numbered datagrams of one client's connection arrive in order and without a hole, and
-// whether their answers leave in order. Only
-// those count that are too large for the UDP path, so that all of a connection's take the WebSocket; a
-// sender that uses them must number them without leaving any out (traffic_udp.mjs with large sizes
-// alone).
+// Checks that the numbered datagrams of one client's connection arrive in order and without gaps, and
+// that their answers leave in order. Only datagrams too large for the UDP path count, because all of
+// these use the WebSocket. The sender must number them without gaps (traffic_udp.mjs with only large
+// sizes).
 import { kMaxUdpPacketBytes } from './udp_datagrams.mjs';
 
 const kUdp = 17;
@@ -10,8 +9,8 @@ const kUdpHeaderBytes = 8;
 const kNumberedBytes = 8;  // the sender's run, then the number
 
 /**
- * {run, number} of a large numbered datagram to `port`, or with `portOffset` 0 from it; null for any
- * other packet.
+ * {run, number} of a large numbered datagram to `port` (with `portOffset` 0: from it); null for any other
+ * packet.
  */
 function numberOf(packet, port, portOffset = 2) {
   if (packet.length <= kMaxUdpPacketBytes || packet[0] >> 4 !== 4 || packet[9] !== kUdp) return null;
@@ -30,7 +29,7 @@ export class OrderWatch {
   #newestReturned = new Map();  // by run
   #sums = { connections: 0, messages: 0, outOfOrder: 0, missing: 0, returnedOutOfOrder: 0 };
 
-  /** `port`: where the numbered datagrams go. */
+  /** `port` is the destination of the numbered datagrams. */
   constructor(port) { this.#port = port; }
 
   /** Takes one message of `connection`, any object. */
@@ -51,7 +50,7 @@ export class OrderWatch {
     }
   }
 
-  /** Takes one message for a client, whichever its connection. */
+  /** Takes one message for a client, on any connection. */
   takeReturned(packet) {
     const found = numberOf(packet, this.#port, 0);
     if (found === null) return;
@@ -61,8 +60,8 @@ export class OrderWatch {
   }
 
   /**
-   * {connections, messages, outOfOrder, missing, returnedOutOfOrder}: missing are the holes within
-   * one connection; what was returned out of order, a receiver may see so.
+   * {connections, messages, outOfOrder, missing, returnedOutOfOrder}: `missing` are gaps within one
+   * connection; a receiver may see those returned out of order as reordered.
    */
   sums() { return { ...this.#sums }; }
 }

@@ -1,5 +1,4 @@
-// What the service was sent, with times that compare across one process: milliseconds of the
-// monotonic clock.
+// The requests and packets that the service received, with times in milliseconds of the monotonic clock.
 
 export const nowMs = () => performance.now();
 const kWrongTokensKept = 1000;
@@ -25,10 +24,10 @@ export class Record {
   /** One attempt to open a relay connection: {timeMs, url, headers, status}. */
   addAttempt(attempt) { this.#attempts.push({ timeMs: nowMs(), ...attempt }); }
 
-  /** A breach of the protocol by the client, in the words of `ws` or, after "UDP: ", the relay's. */
+  /** A client's protocol error, in the words of `ws` or, after "UDP: ", of the relay. */
   addProtocolError(message) { this.#protocolErrors.push({ timeMs: nowMs(), message }); }
 
-  /** A packet that a client sent or was sent; `via` is 'udp' or 'webSocket'. */
+  /** A packet from or to a client; `via` is 'udp' or 'webSocket'. */
   addPacket(direction, packet, via) {
     const isFromClient = direction === 'fromClient';
     const end = isFromClient ? 'FromClient' : 'ToClient';
@@ -45,13 +44,13 @@ export class Record {
   /** A well-formed hello: {timeMs, from, connectionId, engineerId, hex, isAnswered}. */
   addHello(hello) { this.#hellos.push({ timeMs: nowMs(), ...hello }); }
 
-  /** A datagram as it came or went, kept on request: {timeMs, direction, from, hex}; `from` is the client. */
+  /** A raw datagram in either direction, kept on request: {timeMs, direction, from, hex}; `from` is the client. */
   addDatagram({ direction, from, bytes }) {
     if (!this.keepDatagrams) return;
     this.#datagrams.push({ timeMs: nowMs(), direction, from, hex: bytes.toString('hex') });
   }
 
-  /** A packet whose token is not its endpoint's: counted, the newest kept: {timeMs, from, token, bytes}. */
+  /** A packet with a wrong token for its endpoint; counted, the newest kept: {timeMs, from, token, bytes}. */
   addWrongToken(packet) {
     this.#counts.wrongToken += 1;
     this.#wrongTokens.push({ timeMs: nowMs(), ...packet });

@@ -1,14 +1,14 @@
-// The WebSocket relay: one connection per client, one raw IPv4 packet per binary message. Packets go
-// on to the site as UDP datagrams; what comes back goes to the client whose address it bears.
+// The WebSocket relay: one connection per client, one raw IPv4 packet per binary message. Packets are
+// forwarded to the site as UDP datagrams; replies go to the client with their destination address.
 import { WebSocketServer } from 'ws';
 
 import { frame, Opcode } from './faults.mjs';
 import { nowMs } from './record.mjs';
 
 const kPath = /^\/api\/relay\/client\/([^/?]+)\?engineerId=([^&]+)$/;
-const kPingMs = 3000;  // the client takes a relay that is silent for 8 s for dead
+const kPingMs = 3000;  // the client gives up a relay that is silent for 8 s
 const kWaitingBytes = 8 << 20;
-const kDestination = 16;  // where the destination stands in an IPv4 header (RFC 791, section 3.1)
+const kDestination = 16;  // offset of the destination in an IPv4 header (RFC 791, section 3.1)
 
 /** The destination of an IPv4 packet in dotted form; null for anything else. */
 function destinationOf(packet) {
@@ -28,16 +28,16 @@ export class Relay {
   #pingTimer;
   upgrade = { refuseStatus: null, answer: null };
   isSilent = false;
-  /** What waits for a client that does not read; more is dropped. The system's buffers come on top. */
+  /** The most that waits for a client that does not read, besides the system's buffers; the rest is dropped. */
   waitingBytes = kWaitingBytes;
   /** An OrderWatch, or null. */
   order = null;
-  /** A packet that goes out in one piece with the response to the next handshake; null: none. */
+  /** A packet to send in one piece with the response to the next handshake; null: none. */
   firstPacket = null;
 
   /**
-   * `toSite(packet)` takes what clients send; `addressOf(connectionId)` knows the granted address;
-   * `udp` is the UdpRelay beside it.
+   * `toSite(packet)` receives the clients' packets; `addressOf(connectionId)` returns the granted address;
+   * `udp` is the UDP side.
    */
   constructor(record, { toSite, addressOf, udp }) {
     this.#record = record;
@@ -96,8 +96,8 @@ export class Relay {
   }
 
   /**
-   * A packet from the site, for the newest connection with its destination's address. A connection
-   * whose id was never granted has none and takes every IPv4 packet.
+   * Sends a packet from the site to the newest connection with its destination address. A connection
+   * whose id was never granted has no address and gets every IPv4 packet.
    */
   fromSite(packet) {
     const destination = destinationOf(packet);
@@ -107,7 +107,7 @@ export class Relay {
     this.#deliver(entry, packet);
   }
 
-  /** Any bytes as one message of the newest connection. */
+  /** Sends any bytes as one message on the newest connection. */
   toNewest(packet) { this.#deliver(this.newest(), packet); }
 
   #deliver(entry, packet) {
@@ -124,8 +124,8 @@ export class Relay {
   connections() { return [...this.#clients]; }
 
   /**
-   * Destroys connections without a close frame: all, or those of one connection id. Returns when, in
-   * the record's time.
+   * Destroys connections without a close frame: all, or those of one connection id. Returns the time by
+   * the record's clock.
    */
   cut(connectionId = null) {
     for (const entry of this.#clients) {

@@ -1,4 +1,4 @@
-// What the service answers: its own replies, and those that a test puts in their place.
+// The service's answers: its own replies, and the tests' replacements.
 
 const json = (value) => ({ status: 200, headers: {}, body: JSON.stringify(value) });
 const success = (data) => json({ success: true, code: '', message: '', data });
@@ -12,7 +12,7 @@ export const kDefaultDesktop = {
   rustDeskId: '123456789', accessPassword: 'lab-password', server: {},
 };
 
-/** The device that a resolve request's body asks for; of no list, one that takes any key. */
+/** The device for a resolve request's body; without a list, one device for any key. */
 function resolve(devices, grant, body) {
   if (devices === null) {
     return success({ deviceNumber: 'DEV-2041', deviceName: '二号泵站', sharedNetworks: grant.routes });
@@ -24,7 +24,7 @@ function resolve(devices, grant, body) {
   return success(known);
 }
 
-/** The service as it should be. Each entry: [method, path pattern, reply]. `grantNext` makes a grant. */
+/** The regular service. Each entry: [method, path pattern, reply]. `grantNext` creates a grant. */
 function ownReply({ grant, grantNext, devices, desktop }, { method, path, body }) {
   const table = [
     ['POST', /^\/api\/connections\/request$/, () => success(grantNext())],
@@ -43,15 +43,15 @@ export class Replies {
   #granted = [];
   #devices = null;
   #desktop = kDefaultDesktop;
-  #addresses = new Map();  // of every connection id that was ever granted
+  #addresses = new Map();  // of every connection id ever granted
   #scripted = [];
   #releases = [];
 
   constructor() { this.setGrant(kDefaultGrant); }
 
   /**
-   * What a request for a connection is granted. `numbered`: each with a connection id of its own, the
-   * given one with this process's id and a number behind it, so that none comes twice.
+   * Sets the grant for connection requests. `numbered`: each gets its own connection id, the given one
+   * followed by this process's id and a number, so that no id repeats.
    */
   setGrant(grant, { numbered = false } = {}) {
     this.#grant = grant;
@@ -72,36 +72,36 @@ export class Replies {
     return grant;
   }
 
-  /** The connection ids that were granted, one for each request. */
+  /** The granted connection ids, one for each request. */
   granted() { return [...this.#granted]; }
 
   /**
    * The devices that resolving finds, by their keys: [{deviceSecret, deviceNumber, deviceName,
-   * sharedNetworks}], each answered as it is. Another key is refused. null: one device for every key.
+   * sharedNetworks}], each returned unchanged. Other keys are refused. null: one device for every key.
    */
   setDevices(devices) { this.#devices = devices; }
 
-  /** What a request for a desktop session is answered with, as it is. */
+  /** Sets the answer to requests for a desktop session. */
   setDesktop(desktop) { this.#desktop = desktop; }
 
-  /** The tunnel address granted with a connection id, without its prefix; null: never granted. */
+  /** The tunnel address granted with a connection id, without its prefix; null if never granted. */
   addressOf(connectionId) { return this.#addresses.get(connectionId) ?? null; }
 
   /**
-   * Puts a reply in the place of the service's own, for `path` (a prefix), `times` times (default:
-   * until reset). Members: status, headers, body (text) or file (a path), delayMs, hold: true (the
-   * answer waits for release()), trickleMs (the body comes by the KiB, so far apart), and one of the faults
+   * Replaces the service's own reply for `path` (a prefix), `times` times (default: until reset).
+   * Members: status, headers, body (text) or file (a path), delayMs, hold: true (the answer waits for
+   * release()), trickleMs (the pause between each KiB of the body), and one of the faults
    *   cut: true          the connection is destroyed instead of an answer
-   *   truncateTo: bytes  the head announces the whole body, the connection ends after so many bytes
+   *   truncateTo: bytes  the head states the whole length, but the connection ends after this many bytes
    *   raw: text          these bytes instead of an HTTP reply (latin1), then the end
-   * A reply with only a delay, or that is only held, is the service's own.
+   * A reply with only a delay or a hold keeps the service's own content.
    */
   set({ path, times = Infinity, hold = false, ...reply }) {
     if (hold) reply.held = new Promise((resolve) => { this.#releases.push(resolve); });
     this.#scripted.unshift({ path, times, reply });
   }
 
-  /** Lets all answers go that are held. */
+  /** Releases all held answers. */
   release() {
     for (const go of this.#releases.splice(0)) go();
   }
@@ -115,7 +115,7 @@ export class Replies {
     this.release();
   }
 
-  /** The reply to one request; counts down the scripted one it uses. */
+  /** The reply to one request; uses up one turn of a scripted reply. */
   take({ method, path, body = '' }) {
     const own = () => ownReply({
       grant: this.#grant, grantNext: () => this.#grantNext(), devices: this.#devices, desktop: this.#desktop,

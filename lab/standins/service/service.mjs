@@ -1,6 +1,5 @@
 // The central service of the lab: HTTP interface, WebSocket relay and UDP relay on one port number.
-// Everything it is sent is recorded; everything it answers can be scripted. Loopback or a lab
-// namespace only.
+// It records all requests, and every answer can be scripted. For loopback or a lab namespace only.
 import dgram from 'node:dgram';
 import { once } from 'node:events';
 import http from 'node:http';
@@ -32,8 +31,8 @@ export class LabService {
   #sockets = new Set();
 
   /**
-   * Listens on `host`:`port` (0: any) for HTTP and WebSocket (TCP) and for datagrams (UDP). `site`
-   * {host, port, localPort} is where packets go on to, one a datagram; without it they end here.
+   * Listens on `host`:`port` (0: any) for HTTP and WebSocket (TCP) and for datagrams (UDP). Packets are
+   * forwarded to `site` {host, port, localPort}, one per datagram; without `site` they end here.
    * Returns {port}.
    */
   async listen({ host = '127.0.0.1', port = 0, site = null } = {}) {
@@ -61,8 +60,8 @@ export class LabService {
   }
 
   /**
-   * Closes the listening TCP port and every connection: connecting is refused from now on. The UDP
-   * port stays open.
+   * Closes the listening TCP port and every connection, so that connecting is refused. The UDP port stays
+   * open.
    */
   async stopListening() {
     const server = this.#http;
@@ -73,7 +72,7 @@ export class LabService {
   }
 
   async resumeListening() {
-    // A paused service must not find, when it goes on, that a waiting request's connection has been idle for too long.
+    // After a pause, the connection of a waiting request must not count as idle for too long.
     const server = http.createServer({ keepAliveTimeout: kKeepAliveMs }, httpApi(this.#record, this.#replies));
     server.on('connection', (socket) => {
       this.#sockets.add(socket);
@@ -92,7 +91,7 @@ export class LabService {
     this.#siteSocket?.close();
   }
 
-  // ---- what it answers; see Replies
+  // ---- its answers; see Replies
 
   setGrant(grant, options) { this.#replies.setGrant(grant, options); }
   granted() { return this.#replies.granted(); }
@@ -105,9 +104,9 @@ export class LabService {
 
   // ---- the relay
 
-  /** How many bytes may wait for a client that does not read. */
+  /** Limits the bytes that wait for a client that does not read. */
   setWaitingBytes(bytes) { this.#relay.waitingBytes = bytes; }
-  /** Refuses upgrades with `status`, or answers them with one of kHandshakes by its name. */
+  /** Refuses upgrades with `status`, or answers them with the named one of kHandshakes. */
   refuseUpgrade({ status = null, handshake = null }) {
     if (handshake !== null && !Object.hasOwn(kHandshakes, handshake)) {
       throw new Error(`There is no handshake ${handshake}.`);
@@ -121,7 +120,7 @@ export class LabService {
   cutRelay({ connectionId = null } = {}) { return this.#relay.cut(connectionId); }
   /** The next upgrade's response carries the packet (hexadecimal) in the same TCP segment. */
   sendWithHandshake({ packet }) { this.#relay.firstPacket = Buffer.from(packet, 'hex'); }
-  /** A silent relay neither pings nor answers hellos nor carries packets, but keeps its connections. */
+  /** A silent relay keeps its connections but sends no pings, answers no hellos and carries no packets. */
   setSilent(isSilent) {
     this.#relay.isSilent = isSilent;
     this.#udp.isSilent = isSilent;
@@ -143,28 +142,28 @@ export class LabService {
   // ---- the relay's UDP side
 
   /**
-   * How datagrams are treated from now on; what is left out stays:
-   *   helloAnswer    one of kHelloAnswers by its name ('proper', 'none', 'short', ...), or a list of
-   *                  which each hello uses up one; the last one stays
-   *   carryPackets   false: packets are taken and recorded, but go no further
+   * Sets the treatment of datagrams; members left out keep their value:
+   *   helloAnswer    the name of one of kHelloAnswers ('proper', 'none', 'short', ...), or a list from
+   *                  which each hello takes one; the last one stays
+   *   carryPackets   false: packets are received and recorded, but not forwarded
    *   sendPackets    when small packets from the site go by UDP: 'afterHello', 'likeClient' (while
    *                  the client's newest small packet came so, which shows that it has the token)
    *                  or 'never'
    */
   setUdp(ways) { this.#udp.setWays(ways); }
-  /** The next hello gets a new token, and the old one counts no longer. */
+  /** The next hello gets a new token, which invalidates the old one. */
   renewToken() { this.#udp.renewToken(); }
-  /** Sends any bytes (hexadecimal) as one datagram to the newest client that was acknowledged. */
+  /** Sends any bytes (hexadecimal) as one datagram to the newest acknowledged client. */
   sendDatagram({ hex }) { this.#udp.sendRaw(Buffer.from(hex, 'hex')); }
   /** Sends it a packet (hexadecimal), with `token` (16 hexadecimal digits) or the right one. */
   sendUdpPacket({ packet, token = null }) { this.#udp.sendPacket(Buffer.from(packet, 'hex'), token); }
   udpEndpoints() { return this.#udp.endpoints(); }
 
-  // ---- what it was sent; see Record
+  // ---- its record; see Record
 
   /** The record's clock. */
   nowMs() { return nowMs(); }
-  /** From now on watches the order of numbered datagrams to `port`; see OrderWatch. */
+  /** Starts watching the order of numbered datagrams to `port`; see OrderWatch. */
   watchOrder({ port }) { this.#relay.order = new OrderWatch(port); }
   order() { return this.#relay.order.sums(); }
   requests(filter) { return this.#record.requests(filter); }
@@ -180,7 +179,7 @@ export class LabService {
   datagrams() { return this.#record.datagrams(); }
 }
 
-/** What may be called from outside the process. */
+/** The methods that may be called from another process. */
 export const kMethods = Object.getOwnPropertyNames(LabService.prototype)
   .filter((name) => name !== 'constructor');
 

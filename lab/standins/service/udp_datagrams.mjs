@@ -4,7 +4,7 @@
 //   acknowledgement   "TNR1", 3, the hello's type, u64 token: 14 bytes
 //   packet            "TNR1", 4, u64 token, one whole IPv4 packet
 //
-// A token is eight bytes; outside this file it is their hexadecimal digits.
+// A token has eight bytes; outside this file it is their hexadecimal digits.
 import { randomBytes } from 'node:crypto';
 
 const kMagic = Buffer.from('TNR1', 'latin1');
@@ -12,13 +12,13 @@ export const DatagramType = { hello: 2, acknowledgement: 3, packet: 4 };
 export const kNoToken = '0'.repeat(16);
 export const kAcknowledgementBytes = 14;
 export const kPacketHeaderBytes = 13;
-/** A larger packet goes over the WebSocket, in both directions. */
+/** Larger packets use the WebSocket, in both directions. */
 export const kMaxUdpPacketBytes = 1330;
 export const kMaxDatagramBytes = 1400;
 
 const head = (type) => Buffer.concat([kMagic, Buffer.from([type])]);
 
-/** Eight random bytes that are not all zero, for "none" is zero. */
+/** Eight random bytes, not all zero, because zero means none. */
 export function newToken() {
   for (;;) {
     const token = randomBytes(8).toString('hex');
@@ -44,7 +44,7 @@ export function packetDatagram(token, packet) {
 
 function fail(what) { throw new Error(`UDP: ${what}`); }
 
-/** Two texts that fill `bytes` exactly. */
+/** Two texts that must fill `bytes` exactly. */
 function parseTexts(bytes) {
   const decoder = new TextDecoder('utf-8', { fatal: true, ignoreBOM: true });
   const texts = [];
@@ -67,8 +67,8 @@ function parseTexts(bytes) {
 }
 
 /**
- * What a client sent: {type: 2, connectionId, engineerId} or {type: 4, token, packet}. Throws what
- * is wrong with anything else.
+ * A client's datagram: {type: 2, connectionId, engineerId} or {type: 4, token, packet}. Throws for
+ * anything else.
  */
 export function parseFromClient(bytes) {
   if (bytes.length < 5 || !bytes.subarray(0, 4).equals(kMagic)) fail(`${bytes.length} bytes without the magic`);
@@ -84,7 +84,7 @@ export function parseFromClient(bytes) {
   return { type, token: bytes.subarray(5, kPacketHeaderBytes).toString('hex'), packet };
 }
 
-/** Each takes the token that a proper answer would carry and gives the datagram, or null for none. */
+/** Answers to a hello, right and wrong. Each takes the right token and returns the datagram, or null for none. */
 export const kHelloAnswers = {
   proper: (token) => acknowledgement(DatagramType.hello, token),
   none: () => null,

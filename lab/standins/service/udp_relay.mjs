@@ -1,5 +1,5 @@
-// The UDP side of the relay: hellos are acknowledged with a token, packets carry it. A client's
-// endpoint is where its newest hello came from; it counts for 45 s.
+// The UDP side of the relay: hellos are acknowledged with a token, which packets must carry. A client's
+// endpoint is the source of its newest hello, valid for 45 s.
 import dgram from 'node:dgram';
 import { once } from 'node:events';
 
@@ -16,12 +16,12 @@ export class UdpRelay {
   #record;
   #toSite;
   #socket = dgram.createSocket({ type: 'udp4', recvBufferSize: kSocketBytes, sendBufferSize: kSocketBytes });
-  #endpoints = new Map();  // by connection id, the newest hello last
+  #endpoints = new Map();  // by connection id, newest hello last
   #ways = { helloAnswer: ['proper'], carryPackets: true, sendPackets: 'afterHello' };
   #renewNext = false;
   isSilent = false;
 
-  /** `toSite(packet)` takes what clients send. */
+  /** `toSite(packet)` receives the clients' packets. */
   constructor(record, { toSite }) {
     this.#record = record;
     this.#toSite = toSite;
@@ -35,7 +35,7 @@ export class UdpRelay {
   }
 
   /**
-   * What it does from now on; see LabService.setUdp(). A member that is left out stays as it is.
+   * Changes its behaviour; see LabService.setUdp(). Members left out keep their value.
    */
   setWays(ways) {
     for (const name of Object.keys(ways)) {
@@ -50,7 +50,7 @@ export class UdpRelay {
     this.#ways = next;
   }
 
-  /** The next hello is acknowledged with a new token; packets with the old one are dropped from then on. */
+  /** The next hello is acknowledged with a new token; packets with the old one are then dropped. */
   renewToken() { this.#renewNext = true; }
 
   #take(bytes, source) {
@@ -100,13 +100,13 @@ export class UdpRelay {
     if (this.#ways.carryPackets && !this.isSilent) this.#toSite(packet);
   }
 
-  /** A packet that came over a connection's WebSocket: a small one shows that the client does not use UDP. */
+  /** A packet from a connection's WebSocket; a small one shows that the client does not use UDP. */
   noteWebSocketPacket(connectionId, packet) {
     const endpoint = this.#endpoints.get(connectionId);
     if (endpoint && packet.length <= kMaxUdpPacketBytes) endpoint.isUsed = false;
   }
 
-  /** Sends a packet from the site to a connection's endpoint; false when it has to go another way. */
+  /** Sends a packet from the site to a connection's endpoint; false if it must use the WebSocket. */
   deliver(connectionId, packet) {
     const endpoint = this.#endpoints.get(connectionId);
     if (!endpoint || packet.length > kMaxUdpPacketBytes) return false;
@@ -118,10 +118,10 @@ export class UdpRelay {
     return true;
   }
 
-  /** Any bytes as one datagram to the newest endpoint. */
+  /** Sends any bytes as one datagram to the newest endpoint. */
   sendRaw(bytes) { this.#send(bytes, this.#newest()); }
 
-  /** A packet datagram to the newest endpoint, with a token of the caller's or the endpoint's own. */
+  /** Sends a packet datagram to the newest endpoint, with the given token or the endpoint's own. */
   sendPacket(packet, token = null) {
     const endpoint = this.#newest();
     this.#send(packetDatagram(token ?? endpoint.token, packet), endpoint);
@@ -138,7 +138,7 @@ export class UdpRelay {
     this.#socket.send(bytes, port, address);
   }
 
-  /** Who was acknowledged, the newest last: [{connectionId, engineerId, from, token, helloMs}]. */
+  /** The acknowledged clients, newest last: [{connectionId, engineerId, from, token, helloMs}]. */
   endpoints() {
     return [...this.#endpoints.values()].map(({ connectionId, engineerId, from, token, helloMs }) =>
       ({ connectionId, engineerId, from, token, helloMs }));
