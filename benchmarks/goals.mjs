@@ -1,8 +1,8 @@
 // The goals in goals.json. Pure.
 //
-// A goal is kept under the name of its figure, or under a pattern in which * stands for anything; a figure's own name counts
-// before patterns, and of these the first. It is a number that the ratio to the anchor (without an anchor the figure itself)
-// may reach at most, or says so in full:
+// A goal is stored under the name of its figure, or under a pattern in which * matches anything; the exact name takes
+// precedence, then the first matching pattern. A plain number is the maximum of the ratio to the anchor (of the figure itself
+// if it has no anchor). The long forms are
 //   {"atMost": 3}  {"atLeast": 0.9}  {"atMostAbove": 0.05}: above the anchor, in the figure's unit
 
 const matches = (pattern, name) =>

@@ -1,7 +1,7 @@
 // Measures ping and Modbus through the program over a slow line, at rest and beside a transfer. Prints JSON as Google
 // Benchmark does.
 //
-// A figure's anchor is the same at rest. Two rates are measured at a time, in a lab each: neither takes much of a processor.
+// A figure's anchor is the same measurement at rest. Two rates are measured at a time, each in its own lab: neither needs much processor time.
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { fileURLToPath } from 'node:url';
@@ -38,7 +38,7 @@ function addResult(figures, { rate, ends, way, load, times, lost, requestMs, meg
   add((one) => percentile(one.times, 50), 'Ping');
   add((one) => percentile(one.times, 99), 'Ping99');
   add((one) => one.requestMs, 'Modbus');
-  // Time for a megabit, and the line's own at its rate.
+  // Time per megabit; the anchor is the line's own time at its rate.
   if (megabits !== undefined) {
     figures.add(`LineMegabit${name}/${place}`, 'ms', 1000 / megabits);
     figures.add(`LineMegabit${name}_Anchor/${place}`, 'ms', 1e6 / rate);
@@ -47,7 +47,7 @@ function addResult(figures, { rate, ends, way, load, times, lost, requestMs, meg
 }
 
 const figures = new Figures();
-const outcomes = await Promise.allSettled(kRates.map(measureRate));  // one that fails leaves the other to its end
+const outcomes = await Promise.allSettled(kRates.map(measureRate));  // a failure of one does not cut the other short
 for (const { reason } of outcomes) if (reason) throw reason;
 const results = outcomes.flatMap(({ value }) => value);
 for (const result of results) {

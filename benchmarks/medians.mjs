@@ -1,8 +1,8 @@
-// What the benchmarks that are Node programs share: medians, and their print in Google Benchmark's form.
+// Shared by the benchmarks written for Node: medians, printed in Google Benchmark's format.
 
 export const median = (values) => percentile(values, 50);
 
-/** The value that `share` percent of `values` do not exceed (nearest rank). */
+/** The `share`-th percentile of `values` (nearest rank). */
 export function percentile(values, share) {
   if (values.length === 0) throw new Error('There is no value.');
   const sorted = values.toSorted((a, b) => a - b);

@@ -13,8 +13,8 @@
 #include "tunnel/driver/silent_driver.h"
 #include "tunnel/packets/bytes.h"
 
-// Time for one packet through the packet path, by how many flows the tunnel has seen. The anchor
-// is what no implementation can do without: one copy of the packet and its checksums.
+// Times one packet through the packet path, by the number of flows in the tunnel. The anchor is the
+// unavoidable minimum: one copy of the packet and its checksums.
 namespace tunnel {
 namespace {
 
@@ -28,7 +28,7 @@ std::uint16_t Checksum(std::span<const std::byte> bytes, std::uint32_t sum) {
   return static_cast<std::uint16_t>(~sum);
 }
 
-// Of a UDP packet without IP options, which is all that is measured here.
+// For UDP packets without IP options, the only ones measured here.
 int CalcChecksums(void* data, std::uint32_t lengthBytes, WinDivertAddress*, std::uint64_t) {
   const std::span packet(static_cast<std::byte*>(data), lengthBytes);
   WriteU16Be(packet, 10, 0);
@@ -39,7 +39,7 @@ int CalcChecksums(void* data, std::uint32_t lengthBytes, WinDivertAddress*, std:
   return 1;
 }
 
-// UDP from 192.168.1.50 to 10.0.0.0/8; its address and port tell the flow.
+// UDP from 192.168.1.50 to 10.0.0.0/8; address and port depend on the flow.
 Packet OutboundPacket(std::uint32_t flow) {
   Packet packet(kPacketBytes);
   WriteU8(packet, 0, 0x45);
@@ -75,7 +75,7 @@ std::vector<RouteMapping> Routes(std::uint32_t count) {
   return routes;
 }
 
-// A tunnel that has seen `flows` flows.
+// A tunnel with `flows` known flows.
 struct World {
   World(std::uint32_t flows, std::uint32_t routes) {
     driver.Load(SilentDriver(&CalcChecksums));
@@ -107,18 +107,18 @@ World& WorldWith(std::int64_t flows, std::int64_t routes) {
   return *world;
 }
 
-// Of the bench's addresses, 10.0.0.0 to 10.4.0.0 with one route, all of 10.0.0.0/8 with more.
+// The flows' addresses: 10.0.0.0 to 10.4.0.0 with one route, all of 10.0.0.0/8 with more.
 std::uint32_t SiteAddress(std::uint32_t flow) {
   return 0x0A000001 + (flow % 1024) * 256;
 }
 
-// Jumps about among the flows, so that the tables are met as cold as they are in the field.
+// Jumps between flows, so the tables are as cold in the cache as in the field.
 std::uint32_t NextFlow(std::uint32_t& state, std::int64_t flows) {
   state = state * 1664525 + 1013904223;
   return static_cast<std::uint32_t>(std::uint64_t{state} * static_cast<std::uint64_t>(flows) >> 32);
 }
 
-// One packet that stands in the capture thread's buffer: through the path, out of the queue.
+// Sends one packet from the capture thread's buffer through the path and out of the queue.
 void SendOne(World& world, const Packet& base, Packet& buffer, std::vector<Packet>& batch,
              std::uint32_t flow) {
   std::ranges::copy(std::span(base).first(28), buffer.begin());  // as if from the driver

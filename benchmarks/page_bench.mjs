@@ -1,8 +1,8 @@
 // Measures the page in a real Chromium: a burst of log lines, a huge line, an apply that changes nothing. Prints JSON as
 // Google Benchmark does.
 //
-// The burst's lines come from another thread, one message each, as WebView2 hands them over. The anchor is the least that any such
-// page can do in the same Chromium, taken in turns with ours: two lists that get each line as a bare text and keep 500,
+// The burst's lines arrive from another thread, one message each, as WebView2 delivers them. The anchor is the minimum such a page
+// can do in the same Chromium, measured in turns with ours: two lists that append each line as bare text and keep 500,
 // without scrolling, classes or times.
 import { BrowserPage, closeBrowser, openBrowser } from '../tests/page/browser_page.mjs';
 import { kLargeApply, measureHugeLine, measureSameApply } from '../tests/page/page_costs.mjs';
@@ -12,7 +12,7 @@ const kLines = 10_000;
 const kRounds = 7;
 const kLimitMs = 120_000;
 
-/** Runs in the page: the anchor's lists take the lines. */
+/** Runs in the page: fills the anchor's lists. */
 function installBareLists() {
   document.body.innerHTML = '<div class="log"></div><div class="log" hidden></div>';
   window.deliver = (text) => {
@@ -26,7 +26,7 @@ function installBareLists() {
   };
 }
 
-/** Runs in the page: {lineUs, frameMs} of one burst, until the frame that shows its last line. */
+/** Runs in the page. Returns {lineUs, frameMs} of one burst, up to the frame that shows its last line. */
 function measureBurst(count) {
   const source = `onmessage = ({ data: count }) => {
     for (let i = 0; i < count; i += 1) {
@@ -64,7 +64,7 @@ async function burst(isAnchor) {
   return figures;
 }
 
-/** A fast page that loses lines measures nothing. */
+/** Fails if the page lost lines: its speed would be meaningless. */
 async function assertKept(page) {
   for (const id of ['c-log', 'full-log']) {
     const lines = await page.log(id);

@@ -1,7 +1,7 @@
-// Measures the program under Wine in the lab, beside a window that does nothing. Prints JSON as Google Benchmark does.
+// Measures the program under Wine in the lab, compared with a window that does nothing. Prints JSON as Google Benchmark does.
 //
-// What takes time at the start is given beside the same in a bare window and a bare browser, taken in turns;
-// docs/performance.md tells what each figure means.
+// Start-up times are compared with those of a bare window and a bare browser, measured in turns; docs/performance.md
+// explains each figure.
 import { rm } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -46,10 +46,10 @@ async function addBareStart(lab, watch) {
   figures.add('ProgramPageReady_Anchor', 'ms', windowMs + browserMs);
 }
 
-/** A caret that blinks is a picture from the browser's stand-in twice a second. */
+/** Each blink of a caret would make the browser's stand-in send a picture, twice a second. */
 const leaveField = (program) => program.page.evaluate('document.activeElement.blur()');
 
-/** One start of the program, up to the first connection and its end. */
+/** Starts the program once, connects and disconnects. */
 async function addStart(lab, watch, bare, file) {
   await addBareStart(lab, watch);
   const { windowMs, readyMs } = await timeStart(lab, watch, file);
@@ -75,7 +75,7 @@ async function addWakeUps(name, program, bare) {
   console.error(`${name}: by thread in ${kWakeSeconds} s ${JSON.stringify(ours.byThread)}; bare window ${theirs.wakeUps.toFixed(1)}/s`);
 }
 
-/** Ten thousand lines by way of the system's notices, and the memory after. */
+/** Logs ten thousand lines through the system's notices and measures the memory afterwards. */
 async function addLogLines(lab, bare) {
   const { program } = lab;
   const began = performance.now();
@@ -91,7 +91,7 @@ async function addLogLines(lab, bare) {
 async function measure(lab) {
   const watch = new WindowWatch(lab);
   await watch.start();
-  const bare = await startBareWindow(lab);  // also keeps Wine's server
+  const bare = await startBareWindow(lab);  // also keeps Wine's server running
   const file = await stripProgram(artifacts);
   for (let i = 0; i < kRounds; i += 1) {
     await addStart(lab, watch, bare, file);

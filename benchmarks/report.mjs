@@ -4,7 +4,7 @@
 //
 // A benchmark NAME that has a partner NAME_Anchor is reported with the ratio of the two, both measured
 // in the same run with their repetitions interleaved. An .mjs program may also name the anchor itself. Values are medians.
-// A table that such a program prints beside its benchmarks is shown at the end.
+// A table that such a program prints in addition is shown at the end.
 import { spawnSync } from 'node:child_process';
 import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
@@ -23,11 +23,11 @@ const kArguments = [
   '--benchmark_enable_random_interleaving=true', '--benchmark_report_aggregates_only=true', '--benchmark_min_time=0.05',
 ];
 
-/** {entries, table}: its medians, and its table if it has one. */
+/** Runs one program. Returns {entries, table}: its medians, and its table if it prints one. */
 function measure(program) {
   const isScript = program.endsWith('.mjs');
   const command = isScript ? [process.execPath, program] : [program, ...kArguments];
-  // A script tells how far it is; Google Benchmark's remarks are of interest only when it fails.
+  // A script reports its progress; Google Benchmark's remarks matter only when it fails.
   const { status, stdout, stderr } = spawnSync(command[0], command.slice(1),
     { encoding: 'utf8', maxBuffer: 1 << 26, stdio: ['ignore', 'pipe', isScript ? 'inherit' : 'pipe'] });
   if (status !== 0) throw new Error(`${program} ended with ${status}\n${stderr ?? ''}`);
@@ -54,7 +54,7 @@ function row(entry, byName) {
   };
 }
 
-/** A table as one more entry of the report, which has no figure of its own. */
+/** A table as an additional entry of the report, without a figure of its own. */
 const tableRow = ({ name, ...table }) => ({
   name, value: null, unit: null, anchor: null, anchorValue: null, ratio: null, goal: null, goalKind: null, met: null, table,
 });

@@ -1,6 +1,6 @@
-// Reads what Google Benchmark writes.
+// Reads Google Benchmark's report.
 
-/** Its report as an object. It writes numbers that JSON does not know, such as the spread of a counter that is 0: these are null. */
+/** The report as an object. Values that JSON has no number for (the spread of a counter that is 0 is NaN) become null. */
 export function parseReport(text) {
   const stringOrNoNumber = /"(?:[^"\\]|\\.)*"|-?\b(?:nan|inf(?:inity)?)\b/gi;
   return JSON.parse(text.replace(stringOrNoNumber, (found) => (found.startsWith('"') ? found : 'null')));

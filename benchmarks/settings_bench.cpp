@@ -1,7 +1,6 @@
-// How long the settings file and the page's messages take with many site profiles: the window's
-// thread makes them, and a frame lasts 16 ms. The anchor beside each is the least that has to be
-// done: what is written, written or copied as it is; what is read, read as bytes and a record of
-// the same texts made.
+// Times the settings file and the page's messages with many site profiles: the window's thread
+// makes them, and a frame lasts 16 ms. Each anchor is the unavoidable minimum: writing or copying
+// the finished text, or reading the bytes and building a record of the same texts.
 
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
@@ -37,7 +36,7 @@ Settings SettingsWith(const benchmark::State& state) {
   return made;
 }
 
-// A file that holds them, while it lives.
+// A file that holds these settings, removed by the destructor.
 struct File {
   explicit File(const benchmark::State& state) : settings(SettingsWith(state)) {
     if (::mkdtemp(folder.data()) == nullptr) std::abort();
@@ -91,7 +90,7 @@ void SaveSettings(benchmark::State& state) {
   }
 }
 
-// The file and its second copy, each of which the disk has to have.
+// The file and its second copy; both must reach the disk.
 void SaveSettings_Anchor(benchmark::State& state) {
   const File file(state);
   for (auto _ : state) {

@@ -1,13 +1,13 @@
 // A table of figures as text. Pure.
 
-/** Three digits that count, none behind the point from 100 on. */
+/** Three significant digits; no decimals from 100 on. */
 export function formatFigure(value) {
   if (value === null || !Number.isFinite(value)) return '-';
   if (value >= 100) return value.toFixed(0);
   return value.toFixed(value >= 10 ? 1 : value >= 1 ? 2 : 3);
 }
 
-/** `table` is {columns: [title], rows: [{title, values}]}; one line a row, the columns' titles first. */
+/** `table` is {columns: [title], rows: [{title, values}]}; one line per row, the columns' titles first. */
 export function formatTable({ columns, rows }) {
   const lines = [['', ...columns], ...rows.map(({ title, values }) => [title, ...values.map(formatFigure)])];
   const widths = lines[0].map((_, column) => Math.max(...lines.map((line) => line[column].length)));

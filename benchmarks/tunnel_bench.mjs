@@ -1,10 +1,10 @@
-// Measures the whole tunnel: the program's session between two network namespaces, beside the least that any tunnel
-// in user space must do (its floors) and beside its peers. Prints JSON as Google Benchmark does, and a table.
+// Measures the whole tunnel: the program's session between two network namespaces, compared with the minimum that any
+// tunnel in user space must do (the floors) and with its peers. Prints JSON as Google Benchmark does, and a table.
 //
-// Every contestant has its tunnel up all the time, in namespaces of its own; idle ones cost nothing. In each round every
-// figure is taken of every contestant in turn, beginning with another one each round; what is reported is the median of the
-// rounds. Generator, both ends of the tunnel and receiver share this machine's processors, so only ratios mean anything.
-// benchmarks/tunnel has the parts: who takes part (contestants), what is measured (measures), how (floor_main.cpp,
+// All contestants' tunnels are up all the time, each in its own namespaces; idle ones cost nothing. Each round measures every
+// figure of every contestant in turn, starting with a different one; the report has the medians of the rounds. Generator,
+// both ends of the tunnel and receiver share this machine's processors, so only ratios are meaningful.
+// benchmarks/tunnel has the parts: the contestants, the measures, and their programs (floor_main.cpp,
 // relay_main.cpp, session_main.cpp, packets_main.cpp).
 import { setTimeout as sleep } from 'node:timers/promises';
 
@@ -16,7 +16,7 @@ import { inside, kSite, World } from './tunnel/world.mjs';
 
 const kLeastRounds = 5;
 const kMostRounds = 11;
-const kRoundsMs = 200_000;  // for more than the least; with what comes before and behind, less than four minutes
+const kRoundsMs = 200_000;  // beyond the minimum number of rounds; less than four minutes with set-up and clean-up
 const kTries = 5;
 const kLimitMs = 300_000;
 
@@ -43,7 +43,7 @@ async function waitForAnswer({ name, pair }) {
   throw new Error(`${name} carries no packets`);
 }
 
-/** Once more where a tool stumbles: an iperf3 server that is still busy with the end of the last transfer. */
+/** Retries once: an iperf3 server may still be busy with the end of the last transfer. */
 async function take(measure, contestant) {
   for (let tries = 1; ; tries += 1) {
     try {
@@ -90,7 +90,7 @@ async function cleanUp() {
   await world.remove();
 }
 
-/** Rejects when the benchmark is to end early: by a signal, after its time, or because nobody waits for its figures. */
+/** Rejects when the benchmark has to end early: on a signal, after its time, or when its reader is gone. */
 function interruption() {
   const parent = process.ppid;
   return new Promise((_, reject) => {
@@ -101,14 +101,14 @@ function interruption() {
   });
 }
 
-/** Whether another round ends in time, if it takes as long as those before it. */
+/** Whether another round would end in time, judging by the previous ones. */
 const hasTimeFor = (round) => performance.now() * ((round + 1) / round) < kRoundsMs;
 
 async function measureAll() {
   await World.removeLeftovers();
   await world.makeFolder();
   const contestants = await Promise.all(kContestants.map(bringUp));
-  await measureRound(contestants, { isKept: false, first: 0 });  // warms up, and finds how much a transfer is
+  await measureRound(contestants, { isKept: false, first: 0 });  // warms up, and finds the size of a transfer
   for (let round = 1; round <= kMostRounds && (round <= kLeastRounds || hasTimeFor(round)); round += 1) {
     process.stderr.write(`Tunnel: round ${round}\n`);
     await measureRound(contestants, { isKept: true, first: round });

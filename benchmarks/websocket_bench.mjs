@@ -1,9 +1,9 @@
-// Measures the relay connection beside Boost.Beast and the `ws` library: messages of three sizes, sending and
-// receiving, over loopback. Prints JSON as Google Benchmark does: nanoseconds a message, medians.
+// Compares the relay connection with Boost.Beast and the `ws` library: messages of three sizes, sending and
+// receiving, over loopback. Prints JSON as Google Benchmark does: nanoseconds per message, medians.
 //
-// The other end is the same for all, and cheaper than any of them: it neither cuts nor masks anything, but counts the
-// bytes that must come, or sends frames that it has made before, 64 KiB at a time. Every client is a process of its
-// own; in each round every figure is taken of every client in turn.
+// The server is the same for all and cheaper than any client: it neither parses nor masks anything, but counts the expected
+// bytes, or sends prepared frames, 64 KiB at a time. Every client is a process of its own; each round measures every figure
+// of every client in turn.
 import { execFile } from 'node:child_process';
 import { createHash } from 'node:crypto';
 import { once } from 'node:events';
@@ -18,7 +18,7 @@ import { median } from './medians.mjs';
 const kRounds = 5;
 const kSliceBytes = 65536;
 const kMostMessages = 400_000;
-const kBytes = 400_000_000;  // of a measurement, at most
+const kBytes = 400_000_000;  // per measurement, at most
 const kTimeoutMs = 60_000;
 const kSizes = [64, 1400, 65536];
 const here = path.dirname(fileURLToPath(import.meta.url));
@@ -42,10 +42,10 @@ function serverFrame(payload) {
   return Buffer.concat([header, payload]);
 }
 
-/** What a client sends for a payload of that length: a server's header and a key of four bytes. */
+/** Bytes that a client sends for a payload of that length: a server's header and a key of four bytes. */
 const clientBytes = (length) => serverFrame(Buffer.alloc(length)).length + 4;
 
-/** Resolves with what came behind the request. */
+/** Resolves with the bytes that arrived behind the request. */
 async function upgrade(socket) {
   let text = '';
   while (!text.includes('\r\n\r\n')) text += (await once(socket, 'data'))[0].toString('latin1');
@@ -71,7 +71,7 @@ async function sendAll(socket, size, count) {
 /** The other end of one measurement. */
 async function serve(socket, { direction, size, count }) {
   socket.setNoDelay(true);
-  socket.on('error', () => {});  // a client that has its figure goes without a word
+  socket.on('error', () => {});  // a client that has its figure closes without a handshake
   await upgrade(socket);
   if (direction === 'send') {
     await take(socket, count * clientBytes(size));

@@ -1,6 +1,5 @@
-// How fast frames are written and read: as many as fill what one send or receive of the relay's
-// socket carries (64 KiB), time for all of them. The anchor beside each copies the same payloads
-// between the same places.
+// Times writing and reading as many frames as one send or receive of the relay's socket carries
+// (64 KiB). The anchor copies the same payloads between the same places.
 
 #include <benchmark/benchmark.h>
 
@@ -59,7 +58,7 @@ void WriteFrame_Anchor(benchmark::State& state) {
   CountBytes(state);
 }
 
-// The frames that one receive brings; without the mask bit the key's four bytes go.
+// The frames of one receive. A server's frames have no mask bit and no key.
 Bytes Frames(std::size_t payloadBytes, bool isMasked) {
   const Bytes payload(payloadBytes, std::byte{0x5A});
   Bytes frame(tunnel::FrameBytes(payloadBytes));
@@ -77,7 +76,7 @@ Bytes Frames(std::size_t payloadBytes, bool isMasked) {
 }
 
 void ReadFrames(benchmark::State& state, bool isMasked) {
-  // Unmasking in place leaves the next round other payloads, which take the same time.
+  // Unmasking in place changes the payloads for the next round, which takes the same time.
   Bytes stream = Frames(PayloadBytes(state), isMasked);
   tunnel::FrameReader reader;
   for (auto _ : state) {

@@ -6,7 +6,7 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 find_package(Threads REQUIRED)
 
-# Flags of everything we write; not of GoogleTest.
+# Flags for our own code, not for GoogleTest.
 add_library(client_flags INTERFACE)
 target_include_directories(client_flags INTERFACE "${CMAKE_SOURCE_DIR}/src")
 target_link_libraries(client_flags INTERFACE Threads::Threads)
@@ -14,7 +14,7 @@ target_compile_options(client_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wcast-qual
   -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wextra-semi -Wsuggest-override -Werror)
 if(CMAKE_UNITY_BUILD)
-  # A local name may be a constant of the file joined before it; the other presets look for real ones.
+  # A local name may hide a constant of a file joined before it; the other presets still find real shadowing.
   target_compile_options(client_flags INTERFACE -Wno-shadow)
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
@@ -23,11 +23,11 @@ endif()
 if(WIN32)
   target_compile_definitions(client_flags INTERFACE
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00 WINVER=0x0A00)
-  # What makes a fault in memory an end of the program rather than a way into it.
+  # Hardening: memory corruption ends the program instead of opening it to an attacker.
   target_compile_options(client_flags INTERFACE -fstack-protector-strong)
   target_link_options(client_flags INTERFACE -fstack-protector-strong
     -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va)
-  # The same sources make the same file, whenever and wherever they are built.
+  # Reproducible builds: the same sources give the same file at any time and in any folder.
   target_link_options(client_flags INTERFACE -Wl,--no-insert-timestamp)
   if(NOT VELMARINE_TESTS)
     target_compile_options(client_flags INTERFACE
@@ -59,11 +59,11 @@ function(client_library name)
     add_library(${name} STATIC ${sources})
     target_link_libraries(${name} PUBLIC client_flags ${ARG_DEPS})
     if(WIN32 AND NOT VELMARINE_TESTS)
-      # For the symbols that are kept beside a release: lines, so that an address has its place.
+      # Line numbers for the symbols kept with a release, to locate an address from a crash.
       target_compile_options(${name} PRIVATE -g1)
     elseif(WIN32)
-      # By its return address tests/win32 knows a call's place in the source: line numbers, and no
-      # call at the end of a function that has become a jump. The rest of the code is as it ships.
+      # tests/win32 identifies a call site by its return address: this needs line numbers, and no tail
+      # call turned into a jump. Otherwise the code is what ships.
       target_compile_options(${name} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-g1> -fno-optimize-sibling-calls)
     endif()
   else()
@@ -72,7 +72,7 @@ function(client_library name)
   endif()
 endfunction()
 
-# What every test includes, compiled once: half of a test's compile time is GoogleTest's headers.
+# The headers that every test includes, precompiled: GoogleTest's headers are half of a test's compile time.
 function(client_test_headers)
   file(WRITE "${CMAKE_BINARY_DIR}/tests/test_headers.cpp" "// Only its precompiled headers are used.\n")
   add_library(test_headers OBJECT "${CMAKE_BINARY_DIR}/tests/test_headers.cpp")
@@ -85,11 +85,11 @@ function(client_test_headers)
   endif()
 endfunction()
 
-# What is tested is built as it ships; the tests themselves build in half the time this way.
+# The code under test is built as it ships; the tests themselves compile in half the time without optimisation.
 function(client_test_options target)
   target_include_directories(${target} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
   target_link_libraries(${target} PRIVATE client_flags GTest::gmock_main)
-  # Linking takes three times as long with debugging information, which nothing but a debugger reads under Wine.
+  # Debugging information triples the linking time, and under Wine only a debugger reads it.
   target_compile_options(${target} PRIVATE -O0 $<$<NOT:$<CONFIG:Debug>>:$<IF:$<BOOL:${WIN32}>,-g0,-g1>>)
 endfunction()
 
@@ -119,7 +119,7 @@ function(client_test name)
   set_target_properties(${name}_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
   set_property(GLOBAL APPEND PROPERTY client_tests ${name}_test)
   add_test(NAME ${name} COMMAND ${name}_test)
-  # For a loop that ignores its flags: it fails alone and does not take the others with it.
+  # Limits a test that hangs, so the others still run.
   set_tests_properties(${name} PROPERTIES TIMEOUT 240)
 endfunction()
 

@@ -1,8 +1,8 @@
-# The program's file: its entry, all its folders, and what it carries as resources.
+# Builds the program's file from its entry point, its folders' libraries and its resources.
 include(driver_files)
 include(delayed_imports)
 
-# Sets `out` to the four numbers of `version`, missing ones 0, as Windows wants them.
+# Sets `out` to the four numbers that Windows requires of `version`, missing ones being 0.
 function(version_numbers out version)
   if(NOT version MATCHES "^[0-9]+(\\.[0-9]+)?(\\.[0-9]+)?(\\.[0-9]+)?$")
     message(FATAL_ERROR "\"${version}\" is no version: one to four numbers with points between.")
@@ -18,7 +18,7 @@ function(version_numbers out version)
   set(${out} "${numbers}" PARENT_SCOPE)
 endfunction()
 
-# Sets `out` to `key`, an SHA-256 in hexadecimal digits, in lower case; an empty one stays empty.
+# Sets `out` to `key` in lower case: an SHA-256 in hexadecimal digits, or empty.
 function(signer_key out key)
   string(TOLOWER "${key}" lower)
   string(LENGTH "${lower}" length)
@@ -29,9 +29,9 @@ function(signer_key out key)
   set(${out} "${lower}" PARENT_SCOPE)
 endfunction()
 
-# client_program(TARGET VERSION numbers [SIGNER sha256] FOLDER folder): FOLDER/Velmarine.Client.exe,
-# which tells the service and the version resource the same VERSION and takes updates that SIGNER has
-# signed (from anybody without one). Windows only.
+# client_program(TARGET VERSION numbers [SIGNER sha256] FOLDER folder): builds FOLDER/Velmarine.Client.exe.
+# It reports VERSION to the service, as its version resource does, and accepts updates signed by SIGNER only
+# (from anybody if there is none). Windows only.
 function(client_program target)
   cmake_parse_arguments(ARG "" "VERSION;SIGNER;FOLDER" "" ${ARGN})
   signer_key(signer "${ARG_SIGNER}")
@@ -49,8 +49,8 @@ function(client_program target)
     COMMAND ${CMAKE_COMMAND} "-DOUT=${made}/app.html" -P "${CMAKE_SOURCE_DIR}/webui/join.cmake"
     DEPENDS "${CMAKE_SOURCE_DIR}/webui/join.cmake" ${page_parts} VERBATIM)
 
-  # The driver files, the page, the icon. Built apart from the C++ files, whose warning flags the
-  # resource compiler does not know.
+  # The driver files, the page, the icon. A library of its own, because the resource compiler rejects
+  # the warning flags of the C++ files.
   driver_files(driver_folder)
   add_library(${target}_resources OBJECT "${made}/velmarine.rc" "${made}/app.html")
   target_include_directories(${target}_resources PRIVATE

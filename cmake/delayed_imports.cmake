@@ -1,7 +1,7 @@
-# Windows' libraries that are loaded when the program first calls them. Windows looks for those that a
-# program names in its import table beside the program first, before any code of the program can say
-# otherwise; only the ones it holds ready for every program (KnownDLLs) are safe there. All others
-# that the program uses stand here with the functions it calls: one that is missing is a link error.
+# System libraries that are loaded at their first call. Windows looks for the libraries in a program's import
+# table beside the program first, before any of its code can prevent that; only the preloaded ones (KnownDLLs)
+# are safe there. All others are listed here with the functions that the program calls; a function missing from
+# the list is a link error.
 set(DELAYED_IMPORTS
   "bcrypt BCryptCloseAlgorithmProvider BCryptCreateHash BCryptDestroyHash BCryptFinishHash BCryptHashData BCryptOpenAlgorithmProvider"
   "crypt32 CryptEncodeObject"
@@ -11,7 +11,7 @@ set(DELAYED_IMPORTS
   "wintrust WTHelperGetProvCertFromChain WTHelperGetProvSignerFromChain WTHelperProvDataFromStateData WinVerifyTrust"
   "wtsapi32 WTSFreeMemory WTSQuerySessionInformationW WTSRegisterSessionNotification WTSUnRegisterSessionNotification")
 
-# delayed_imports(OUT): the folder of import libraries that take the place of the system's.
+# delayed_imports(OUT): sets OUT to the folder of import libraries that replace the system's.
 function(delayed_imports out)
   set(folder "${CMAKE_BINARY_DIR}/delayed_imports")
   foreach(line IN LISTS DELAYED_IMPORTS)

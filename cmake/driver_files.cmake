@@ -1,15 +1,15 @@
-# The two files of the packet driver that the program carries: the lab's stand-in, or the published
-# release files, which are never committed and are taken only when they are the genuine ones.
+# The two files of the packet driver embedded in the program: the lab's stand-in, or the published release
+# files, which are never committed and whose hashes must match.
 
-# SHA-256 of the x64 files of the releases that the program works with.
+# SHA-256 of the x64 files of the supported releases.
 set(WINDIVERT_RELEASES 2.2.2-A 2.2.0-A)
 set(WINDIVERT_2.2.2-A_DLL c1e060ee19444a259b2162f8af0f3fe8c4428a1c6f694dce20de194ac8d7d9a2)
 set(WINDIVERT_2.2.2-A_SYS 8da085332782708d8767bcace5327a6ec7283c17cfb85e40b03cd2323a90ddc2)
 set(WINDIVERT_2.2.0-A_DLL 6110bfa44667405179c3e15e12af1b62037e447ed59b054b19042032995e6c7e)
 set(WINDIVERT_2.2.0-A_SYS 5c3e7bbb06ebb134bed7b1231fdf3139a2052cbe5e8c8418e54237933b51bb4e)
 
-# Sets `out` to the folder that holds WinDivert.dll and WinDivert64.sys, and `out`_release to the name of
-# the release they are from, "lab" for the stand-in.
+# Sets `out` to the folder that holds WinDivert.dll and WinDivert64.sys, and `out`_release to the name of their
+# release, "lab" for the stand-in.
 function(driver_files out)
   if(VELMARINE_DRIVER STREQUAL "lab")
     set(${out}_release "lab" PARENT_SCOPE)

@@ -1,9 +1,9 @@
-// Which libraries of this machine a program was linked with, and the Debian packages that they are from.
+// Finds the system libraries that a program was linked with, and their Debian packages.
 import { execFileSync } from 'node:child_process';
 import { readFileSync, realpathSync } from 'node:fs';
 import path from 'node:path';
 
-/** The archives and object files of the system that a linker's map says it has taken something from. */
+/** The system's archives and object files that contributed to a program, according to the linker's map. */
 export function linkedFiles(map) {
   const files = new Set();
   for (const [, file] of map.matchAll(/^(\/\S+\.a)\(\S+\)/gm)) files.add(file);
@@ -19,7 +19,7 @@ export function owner(file) {
       const [line] = execFileSync('dpkg-query', ['-S', name], { encoding: 'utf8', stdio: ['ignore', 'pipe', 'ignore'] }).split('\n');
       return packageOf(line.split(':')[0]);
     } catch {
-      // Perhaps by its other name.
+      // Unknown under this name: /lib and /usr/lib are one folder, and dpkg knows a file by one of the two paths.
     }
   }
   throw new Error(`${file} is linked into the program and belongs to no Debian package.`);

@@ -1,5 +1,5 @@
-// Writes what the program is made of as a CycloneDX 1.5 bill of materials. The same program gives the
-// same text: its serial number comes from the contents, and its time is SOURCE_DATE_EPOCH or absent.
+// Writes the program's CycloneDX 1.5 bill of materials. The same program gives the same text: the serial number is
+// derived from the contents, and the time is SOURCE_DATE_EPOCH or absent.
 // Usage: node make_bom.mjs --program=FILE --version=V --map=FILE --driver=FOLDER --release=NAME --out=FILE
 import { createHash } from 'node:crypto';
 import { readFileSync, writeFileSync } from 'node:fs';
@@ -16,8 +16,8 @@ const { values: args } = parseArgs({
 const sha256 = (bytes) => createHash('sha256').update(bytes).digest('hex');
 const hashesOf = (file) => [{ alg: 'SHA-256', content: sha256(readFileSync(file)) }];
 
-// What the files of Debian's cross-compiling packages are: by the source that built them and their
-// names; the first that fits.
+// Descriptions of the files in Debian's cross-compiling packages, by source package and file name; the first
+// match applies.
 const kGcc = { source: 'gcc-mingw-w64', licence: { expression: 'GPL-3.0-or-later WITH GCC-exception-3.1' } };
 const kMingw = { source: 'mingw-w64' };
 const kParts = [
@@ -28,7 +28,7 @@ const kParts = [
   { ...kMingw, files: /^(lib\w+\.a|crt\w+\.o)$/, name: 'mingw-w64-crt', licence: { license: { id: 'ZPL-2.1' } } },
 ];
 
-/** The runtime libraries in the program, each with the Debian packages that it is from. */
+/** The runtime libraries in the program, each with its Debian packages. */
 function runtimeParts() {
   const parts = new Map();
   for (const file of systemLibraries(args.map, path.dirname(args.map))) {
@@ -53,7 +53,7 @@ function runtimePart({ name, licence }, packages) {
   };
 }
 
-/** The driver's two files, which the program carries as resources. */
+/** The driver's two files, embedded as resources. */
 function driverParts() {
   const isLab = args.release === 'lab';
   return ['WinDivert.dll', 'WinDivert64.sys'].map((name) => ({
@@ -75,7 +75,7 @@ function publishedDriver() {
   };
 }
 
-/** An UUID of version 8 (RFC 9562, section 5.8) that says nothing but which contents it belongs to. */
+/** A UUID of version 8 (RFC 9562, section 5.8), derived from the contents alone. */
 function serialNumber(contents) {
   const hex = [...sha256(JSON.stringify(contents)).slice(0, 32)];
   hex[12] = '8';

@@ -1,4 +1,4 @@
-// Joins the user guide with its pictures and style into one HTML file that needs nothing beside it.
+// Joins the user guide, its pictures and its style into one self-contained HTML file.
 // Usage: node make_guide.mjs GUIDE.md OUT.html
 // Fails on a picture that is missing and on a link within the guide that leads nowhere.
 import { execFileSync } from 'node:child_process';
@@ -28,7 +28,7 @@ const withPictures = (html) => html.replace(/<img src="([^"]+)"/g, (_, name) => 
   return `<img src="data:${kTypes[path.extname(file)]};base64,${readFileSync(file).toString('base64')}"`;
 });
 
-/** Links within the guide stay, those to other documents, which are not beside it, become their text. */
+/** Keeps links within the guide. Links to other documents, which the archive lacks, become plain text. */
 const withLinks = (html) => html.replace(/<a href="([^"]*)">(.*?)<\/a>/gs, (link, to, label) => {
   if (/^https?:/.test(to)) return link;
   if (!to.startsWith('#')) return label;

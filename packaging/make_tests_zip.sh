@@ -1,18 +1,18 @@
 #!/usr/bin/env bash
-# Packs the Windows tests with all that they need, for a computer with nothing but Windows: the programs
-# without their symbols where their tests find them, and run-tests.cmd, which runs them all.
+# Packs the Windows tests for a computer that has nothing but Windows: the stripped programs, each where its
+# tests find it, and run-tests.cmd, which runs them all.
 # Usage: make_tests_zip.sh SOURCES BUILD ZIP
-# The tests of the lab's own stand-ins stay behind: on Windows there is nothing that they stand in for.
+# Leaves out the tests of the lab's stand-ins: Windows has the real things.
 set -euo pipefail
 sources=$1 build=$2 zip=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 list="$work/list"
 
-# put NAME FILE: a line of the list.
+# put NAME FILE: adds a line to the list.
 put() { printf '%s %s\n' "$1" "$2" >>"$list"; }
 
-# put_stripped NAME FILE: the same, of a copy without symbols.
+# put_stripped NAME FILE: adds a copy without symbols.
 put_stripped() {
   mkdir -p "$work/$(dirname "$1")"
   x86_64-w64-mingw32-strip --preserve-dates -o "$work/$1" "$2"
@@ -31,7 +31,7 @@ done
 for library in "$build"/tests/windivert/*/WinDivert.dll; do
   put "${library#"$build"/}" "$library"
 done
-# Stripped they would lose their signatures.
+# Not stripped: that would remove their signatures.
 for program in "$build"/lab/update/*.exe; do
   put "lab/update/$(basename "$program")" "$program"
 done

@@ -1,6 +1,6 @@
 # Writes winget's manifests of a package: where it is downloaded from, its hash, what is in it.
 # Usage: cmake -DZIP=FILE -DVERSION=V -DDOWNLOAD_URL=FOLDER_URL -DOUT=FOLDER -P make_winget.cmake
-# The manifests go to OUT/VERSION, as winget wants them: below a folder of the version's name.
+# Writes the manifests to OUT/VERSION: winget requires a folder named after the version.
 if(NOT DOWNLOAD_URL MATCHES "^https?://.+")
   message(FATAL_ERROR "VELMARINE_DOWNLOAD_URL is \"${DOWNLOAD_URL}\"; winget takes http and https.")
 endif()

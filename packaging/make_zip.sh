@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Packs the files that a list names into a ZIP file below one folder, with SHA256SUMS of them all. The
-# same contents make the same ZIP file: sorted names, one time for all (SOURCE_DATE_EPOCH, or 1980,
-# where ZIP's time begins), and neither owners nor times of access, which other packers put in.
+# Packs the files of a list into a ZIP file below one folder, with SHA256SUMS of them all. The same contents give
+# the same ZIP file: names are sorted, all files have one time (SOURCE_DATE_EPOCH, or 1980, where ZIP's time
+# begins), and owners and access times, which other packers include, are left out.
 # Usage: make_zip.sh LIST FOLDER_NAME ZIP
-# LIST has a line for each file: its name in the package, a blank, where it lies.
+# LIST has one line per file: its name in the archive, a blank, its path.
 set -euo pipefail
 export TZ=UTC LC_ALL=C
 umask 022

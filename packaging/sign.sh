@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Signs a program in its place (Authenticode, SHA-256).
+# Signs a program in place (Authenticode, SHA-256).
 # Usage: sign.sh PROGRAM KEY CERTIFICATE [TIMESTAMP_URL]
-# The signature of a program without a timestamp ends with its certificate.
+# Without a timestamp the signature expires with its certificate.
 set -euo pipefail
 timestamp=()
 [ -z "${4:-}" ] || timestamp=(-ts "$4")

@@ -1,7 +1,7 @@
 // Sends Modbus requests to a controller, each after the answer before, and counts the answers.
 // Usage: node modbus_rate.mjs ADDRESS PORT WARM_SECONDS SECONDS
-// Prints {"answered", "requestMs"} of the SECONDS that follow the first WARM_SECONDS. Where nothing is answered, a request is
-// said to take as long as was waited.
+// Prints {"answered", "requestMs"} for the SECONDS after the first WARM_SECONDS. Without any answer, requestMs is the time
+// spent waiting.
 import { createRequire } from 'node:module';
 
 const ModbusMaster = createRequire(new URL('../../lab/package.json', import.meta.url))('modbus-serial');
@@ -17,7 +17,7 @@ let answered = 0;
 
 function finish() {
   console.log(JSON.stringify({ answered, requestMs: (Number(seconds) * 1000) / Math.max(answered, 1) }));
-  process.exit(0);  // a request under way would keep it
+  process.exit(0);  // a pending request would keep the process alive
 }
 
 setTimeout(finish, (Number(warmSeconds) + Number(seconds)) * 1000);

@@ -1,5 +1,5 @@
 // Measures at one rate of the line, in a lab of its own. Usage: node one_rate.mjs KILOBITS_PER_SECOND
-// Prints an array of {rate, ends, way, load, times, lost, requestMs, megabits}; `ends` is "stated" or "short", after the queues and buffers.
+// Prints an array of {rate, ends, way, load, times, lost, requestMs, megabits}; `ends` names the queues and buffers, "stated" or "short".
 import { rm } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';

@@ -15,15 +15,15 @@ const kPingMs = 100;
 const kEndSeconds = 1;  // for answers to the last requests
 const kDrainMs = 500;
 const kLoadPort = 5202;
-/** The relay's: what waits in the service, and what its system holds for a connection. */
+/** Of the relay: the service's own queue, and the system's buffer per connection. */
 const kRelayBytes = { stated: { waiting: 8 << 20, system: 4 << 20 }, short: { waiting: 64 << 10, system: 128 << 10 } };
 const kPrograms = { stated: kProgramFile, short: kShortProgram };
 
-/** How long a load has run before it is looked at, and for how long it is. */
+/** How long a load runs before it is measured, and for how long it is measured. */
 export const kWarmSeconds = { rest: 0, upload: 5, download: 5 };
 export const kSeconds = { rest: 4, upload: 7, download: 7 };
 
-/** What the transfer's TCP does on both sides, and the WebSocket's: as Windows does. Routes say so, for new connections. */
+/** TCP settings of the transfer's two sides and of the WebSocket, as on Windows. Set by route, so they affect new connections. */
 export async function useCubic({ engineer, cloud, plc }) {
   const routes = [[engineer, `10.10.0.0/24 dev lan0 scope link src ${kEngineer}`], [engineer, `default dev wd0 src ${kEngineer}`],
     [cloud, `10.10.0.0/24 dev eng0 scope link src ${kCloud}`], [plc, 'default via 192.168.77.1']];
@@ -32,7 +32,7 @@ export async function useCubic({ engineer, cloud, plc }) {
   }
 }
 
-/** Both ends' queues and buffers are as stated, or short; the system's limit is for the relay's new connections. */
+/** Sets the queues and buffers of both ends to stated or short; the system's limit affects the relay's new connections. */
 export async function startProgram(lab, ends) {
   const { waiting, system } = kRelayBytes[ends];
   await lab.service.setWaitingBytes(waiting);
@@ -40,7 +40,10 @@ export async function startProgram(lab, ends) {
   return lab.startProgram({ file: kPrograms[ends] });
 }
 
-/** Small packets by UDP or not: the relay would go on sending them to the endpoint of the connection before. */
+/**
+ * With and without UDP for small packets. Without it the relay must not send datagrams either: it would keep using the
+ * previous connection's endpoint.
+ */
 const kUdpWays = {
   udp: { helloAnswer: ['proper'], sendPackets: 'afterHello' }, webSocket: { helloAnswer: ['none'], sendPackets: 'never' },
 };
@@ -69,7 +72,7 @@ async function startLoad(lab, load) {
   return { client, server, receiver: load === 'download' ? client : server };
 }
 
-/** Ends it: how much arrived, in Mbit/s, in the last seconds. */
+/** Ends the transfer. Returns its rate over the last seconds in Mbit/s. */
 async function endLoad({ processes }, load, running) {
   if (running === null) return {};
   const { client, server, receiver } = running;
@@ -81,8 +84,8 @@ async function endLoad({ processes }, load, running) {
 }
 
 /**
- * Ping and Modbus side by side under a load over a line that was idle before: {times, lost, requestMs, megabits}, in
- * milliseconds and, if there is a transfer, what it brings a second.
+ * Measures ping and Modbus in parallel under a load, on a line that was idle before: {times, lost, requestMs, megabits}, in
+ * milliseconds and, if there is a transfer, its rate in Mbit/s.
  */
 export async function measure(lab, kilobitsPerSecond, load) {
   const warmSeconds = kWarmSeconds[load];
@@ -96,7 +99,7 @@ export async function measure(lab, kilobitsPerSecond, load) {
   ]);
   const transfer = await endLoad(lab, load, running);
   await lab.faults.clear();
-  await sleep(kDrainMs);  // what still waits goes by the cable
+  await sleep(kDrainMs);  // until the cable's queue is empty
   if (modbus.code !== 0) throw new Error(`Modbus: ${modbus.stderr}`);
   const { times, lost, answered } = readPings(ping.stdout, { intervalMs: kPingMs, warmSeconds, seconds, endSeconds });
   if (answered === 0) throw new Error(`No ping was answered.\n${ping.stdout}`);

@@ -1,9 +1,9 @@
-// What ping and iperf3 have seen.
+// Reads the output of ping and iperf3.
 
 /**
- * Of ping's output (-D, one request every `intervalMs`), those sent in the `seconds` after the first `warmSeconds`:
- * {times, lost, answered}, times in ms. A request that is not answered is lost when a later one is; else it is under way and has taken
- * at least the time to the end, which was `endSeconds` after the start.
+ * Evaluates ping's output (-D, one request every `intervalMs`) for the requests sent in the `seconds` after the first `warmSeconds`:
+ * {times, lost, answered}, times in ms. An unanswered request is lost if a later one was answered; otherwise it is still pending and counts
+ * as the time until the end, `endSeconds` after the start.
  */
 export function readPings(text, { intervalMs, warmSeconds, seconds, endSeconds }) {
   const answers = new Map([...text.matchAll(/icmp_seq=(\d+) .*?time=([\d.]+) ms/g)]
@@ -21,7 +21,7 @@ export function readPings(text, { intervalMs, warmSeconds, seconds, endSeconds }
   return { times, lost, answered: answers.size };
 }
 
-/** The rates of iperf3's intervals, in Mbit/s; its sums at the end are left out. */
+/** The rates of iperf3's intervals in Mbit/s, without the sums at the end. */
 export function readRates(text) {
   const factors = { '': 1e-6, K: 1e-3, M: 1, G: 1e3 };
   return [...text.matchAll(/^\[ *\d+\] .* sec .* ([\d.]+) ([KMG]?)bits\/sec(.*)$/gm)]

@@ -1,4 +1,4 @@
-// The least that a Windows program with a window can do: the anchor of what the client costs.
+// A minimal Windows program with a window: the anchor for the client's costs.
 // Usage: bare_window.exe [TITLE]
 // Prints "shown" once its window has been painted for the first time. Runs until ended.
 #include <windows.h>

@@ -1,6 +1,6 @@
-// The least that a program can do with the lab's driver: each packet that FILTER takes goes back
-// with its addresses exchanged. Ports stay, so that a server at the sender's own address gets it
-// and answers the same way: every packet is received once and injected once, as in the client.
+// A minimal user of the lab's driver: returns each packet that FILTER matches with its addresses
+// exchanged. Ports stay, so a server at the sender's own address receives it and answers the same
+// way: every packet is received once and injected once, as in the client.
 //
 //   driver_loop FILTER
 //
@@ -30,7 +30,7 @@ bool ReturnOne(const Library& library, HANDLE capture, HANDLE sender,
   Record answer = {};
   answer.interfaceIndex = captured.interfaceIndex;
   answer.subInterfaceIndex = captured.subInterfaceIndex;
-  // What cannot be summed is lost, as on a cable.
+  // A packet without checksums is dropped, as a cable would drop it.
   if (!library.calc(packet.data(), bytes, nullptr, 0)) return true;
   return library.send(sender, packet.data(), bytes, nullptr, &answer) != FALSE;
 }

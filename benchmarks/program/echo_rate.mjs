@@ -1,4 +1,4 @@
-// Counts how many small datagrams an echo service gives back a second, with a fixed number under way.
+// Counts how many small datagrams per second an echo service returns, with a fixed number in flight.
 // Usage: node echo_rate.mjs ADDRESS SECONDS   (the echo service's port is 7; packets are of 64 bytes)
 // Prints {"answered", "perSecond", "lost"}.
 import dgram from 'node:dgram';

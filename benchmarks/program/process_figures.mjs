@@ -1,4 +1,4 @@
-// What the kernel says of a process: its own memory, its processor time, how often its threads wake up.
+// Reads a process's figures from the kernel: private memory, processor time, wake-ups of its threads.
 import { readdir, readFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
@@ -12,19 +12,19 @@ function kib(text, name) {
   return Number(found[1]);
 }
 
-/** The memory that would come back if the process ended: {privateKib, pssKib} of the text of smaps_rollup. */
+/** The memory that ending the process would free: {privateKib, pssKib} from the text of smaps_rollup. */
 export function parseMemory(text) {
   return { privateKib: kib(text, 'Private_Clean') + kib(text, 'Private_Dirty'), pssKib: kib(text, 'Pss') };
 }
 
-/** How often a thread has gone to sleep by itself, of the text of its status. */
+/** A thread's voluntary context switches, from the text of its status. */
 export function parseSleeps(text) {
   const found = /^voluntary_ctxt_switches:\s+(\d+)$/m.exec(text);
   if (!found) throw new Error('The status has no line voluntary_ctxt_switches.');
   return Number(found[1]);
 }
 
-/** Processor time in milliseconds, of the text of stat. The name may hold anything, a ")" too. */
+/** Processor time in milliseconds, from the text of stat. The process name may contain anything, even ")". */
 export function parseCpuMs(text) {
   const [userTicks, systemTicks] = text.slice(text.lastIndexOf(')') + 2).split(' ').slice(11, 13).map(Number);
   return ((userTicks + systemTicks) * 1000) / kTicksPerSecond;
@@ -40,14 +40,14 @@ async function sleepsOf(pid) {
   return new Map(ids.flatMap((id, i) => (texts[i] === null ? [] : [[id, parseSleeps(texts[i])]])));
 }
 
-/** Each looks at `later` in which a thread's count has grown since `earlier`: [thread id, by how many]. */
+/** The threads whose count in `later` exceeds that in `earlier`: [thread id, difference]. */
 export function wokenBetween(earlier, later) {
   return [...later].map(([id, count]) => [id, count - (earlier.get(id) ?? 0)]).filter(([, grown]) => grown > 0);
 }
 
 /**
- * Watches processes for `seconds`: for each {wakeUps, sleeps, byThread}, the first two a second. A call of
- * Wine's server is a sleep as well, so what a thread does within one look (20 ms) counts as one wake-up.
+ * Watches processes for `seconds` and returns {wakeUps, sleeps, byThread} for each, the first two per second. A call to
+ * Wine's server is also a sleep, so everything a thread does within one sample (20 ms) counts as one wake-up.
  */
 export async function watchWakeUps(pids, seconds) {
   const watched = await Promise.all(pids.map(async (pid) =>

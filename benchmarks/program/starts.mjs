@@ -1,4 +1,4 @@
-// How long the program takes to start, to connect and to disconnect, beside a bare window and a bare browser.
+// Measures how long the program takes to start, connect and disconnect, compared with a bare window and a bare browser.
 import path from 'node:path';
 
 import { Chromium } from '../../lab/standins/browser/chromium.mjs';
@@ -11,7 +11,7 @@ const kPageFile = path.join(kBuild, 'windows/src/shell/Velmarine.Client/app.html
 const kSize = { width: 1200, height: 850 };
 const kReadyMs = 30_000;
 
-/** Tells when the window manager takes a new window, for every program the same way. */
+/** Detects when the window manager lists a new window, in the same way for every program. */
 export class WindowWatch {
   #lab;
   #child;
@@ -23,7 +23,7 @@ export class WindowWatch {
       { env: { DISPLAY: this.#lab.display.name }, ready: /_NET_CLIENT_LIST/ });
   }
 
-  /** Milliseconds from now until one window more is listed. `begin()` starts its program. */
+  /** Calls `begin()`, which starts a program, and returns the milliseconds until one more window is listed. */
   async untilShown(begin) {
     let count = this.#count();
     const began = performance.now();
@@ -48,13 +48,13 @@ export class WindowWatch {
   }
 }
 
-/** Starts a bare window: the child. */
+/** Starts a bare window and returns its child process. */
 export async function startBareWindow(lab) {
   return lab.processes.start('bare window', lab.prefix.command(lab.prefix.windowsPath(kBareWindow)),
     { namespace: lab.network.engineer, env: lab.windowsEnv });
 }
 
-/** Milliseconds from the start of a browser to the parsed page, the program's own, which it shows alone. */
+/** Milliseconds from the start of a browser until it has parsed the program's page, without the program. */
 export async function timeBareBrowser() {
   const began = performance.now();
   const browser = await Chromium.launch(kSize);
@@ -67,7 +67,7 @@ export async function timeBareBrowser() {
   return took;
 }
 
-/** Starts the program in `file`: milliseconds to its window and to its page's first message. */
+/** Starts the program in `file`. Returns the milliseconds to its window and to its page's first message. */
 export async function timeStart(lab, watch, file) {
   const began = performance.now();
   const windowMs = await watch.untilShown(() => lab.startProgram({ file, waitForPage: false }));
@@ -77,7 +77,7 @@ export async function timeStart(lab, watch, file) {
   return { windowMs, readyMs: performance.now() - began };
 }
 
-/** In the page: milliseconds from the next click to the state `wanted`. */
+/** Runs in the page. Returns the milliseconds from the next click to the state `wanted`. */
 function untilState(wanted) {
   return new Promise((resolve) => {
     const state = document.querySelector('#s-state');

@@ -1,4 +1,4 @@
-// The program as it would be handed out: without its symbols, which Wine loads with it, and with the published driver files.
+// The program as released: without symbols, which Wine would load as well, and with the published driver files.
 import { stat } from 'node:fs/promises';
 import path from 'node:path';
 
@@ -11,7 +11,7 @@ const kPublishedBytes = 47_104 + 94_208;
 
 const bytesOf = async (file) => (await stat(file)).size;
 
-/** Writes the lab's program without its symbols into `folder`: its file. */
+/** Writes the lab's program without its symbols into `folder` and returns its path. */
 export async function stripProgram(folder) {
   const file = path.join(folder, path.basename(kProgramFile));
   await runOrFail(['x86_64-w64-mingw32-strip', '-o', file, kProgramFile]);

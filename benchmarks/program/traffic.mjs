@@ -1,10 +1,10 @@
-// What the program carries in the lab, beside a Windows program that only receives from the lab's driver and
-// sends back to it.
+// Measures the program's throughput in the lab, compared with a Windows program that only receives from the lab's
+// driver and sends back to it.
 //
-// The loop has a TUN device and a port of its own. It exchanges the addresses of each packet, so that a server
-// at the engineer's own address takes it: for each packet that is captured and sent to the relay, or received
-// from there and injected, the loop captures one and injects it. The rest of the program's way (relay, site, controller)
-// takes processors as well, which the loop has for itself; the processor time beside each rate leaves that out.
+// That loop has its own TUN device and port. It exchanges the addresses of each packet, so a server at the engineer's own
+// address receives it: for each packet that the program captures and sends to the relay, or receives and injects, the
+// loop captures one and injects it. The rest of the program's path (relay, site, controller) needs processor time that the
+// loop has for itself; the processor time reported beside each rate excludes it.
 import { readFile } from 'node:fs/promises';
 import path from 'node:path';
 
@@ -24,7 +24,7 @@ const kLoopTarget = '192.168.78.10';
 const kSeconds = 2;
 const kBitsPerMegabyte = 8;  // megabits
 
-/** Starts it and its servers: its process. */
+/** Starts the loop and its servers. Returns the loop's process. */
 export async function startLoop(lab) {
   const { processes, network: { engineer: namespace }, prefix } = lab;
   await processes.start('loop tun', [kTunBridge, '--tun', kTun, '--listen', `127.0.0.1:${kTunPort}`,
@@ -42,7 +42,7 @@ export async function startLoop(lab) {
   return loop;
 }
 
-/** The process of the Wine server in which both programs are. */
+/** The process of the Wine server that both programs share. */
 async function wineServer(lab) {
   for (const pid of await lab.network.processesIn('engineer')) {
     if ((await readFile(`/proc/${pid}/comm`, 'utf8').catch(() => '')).startsWith('wineserver')) return pid;
@@ -50,7 +50,7 @@ async function wineServer(lab) {
   throw new Error('There is no Wine server.');
 }
 
-/** Does `body` and tells how much processor time `pids` took meanwhile. */
+/** Runs `body` and returns the processor time that `pids` used in the meantime. */
 async function withCpu(pids, body) {
   const sum = async () => (await Promise.all(pids.map(cpuMsOf))).reduce((all, ms) => all + ms);
   const before = await sum();
@@ -71,7 +71,7 @@ async function echoes(lab, address) {
   return { ms: 1000 / perSecond, count: answered };
 }
 
-/** One round of both in turns: time for a megabyte each way and for a small packet there and back. */
+/** One round of both in turns: time per megabyte each way and per round trip of a small packet. */
 export async function measureTraffic(lab, loop, figures) {
   const server = await wineServer(lab);
   const targets = [['', kPlc, lab.program.child.pid], ['_Anchor', kLoopTarget, loop.pid]];

@@ -26,8 +26,8 @@ Number Load(const std::byte* from) noexcept {
   return number;
 }
 
-// One's complement sums may be taken over words of any width and in any byte order, as long as the
-// carries are added again (RFC 1071, section 2): here eight bytes at a time, as they lie in memory.
+// A one's complement sum may use words of any width and byte order as long as the carries are added
+// back (RFC 1071, section 2): here eight bytes at a time, in memory order.
 std::uint64_t Add(std::uint64_t sum, std::uint64_t words) noexcept {
   sum += words;
   return sum + (sum < words ? 1 : 0);
@@ -59,7 +59,7 @@ void Store(std::byte* at, std::uint16_t sum) noexcept {
   std::memcpy(at, &sum, sizeof(sum));
 }
 
-// Where the transport's checksum stands, counted from the transport header; 0: it has none here.
+// Offset of the transport checksum from the transport header; 0: the protocol has none here.
 std::size_t TransportChecksumAt(unsigned protocol, std::size_t transportBytes) noexcept {
   if (protocol == kIcmp && transportBytes >= 8) return 2;
   if (protocol == kUdp && transportBytes >= 8) return 6;

@@ -1,4 +1,4 @@
-// Who is measured: the floors, this project's session, and its peers. Each `start` brings up both ends
+// The contestants: the floors, this project's session, and its peers. Each `start` brings up both ends
 // and returns the engineer's process.
 import { mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -39,7 +39,7 @@ const session = (way) => (context) => startBoth(context, {
     kAssigned, kSiteNetwork, way],
 }, kReady);
 
-/** A key with its certificate, by whose fingerprint the other end knows it. */
+/** Makes a key with its certificate; the other end recognises it by the certificate's fingerprint. */
 async function makeCertificate(folder, name) {
   const file = (extension) => path.join(folder, `${name}.${extension}`);
   await runOrFail(['openssl', 'req', '-x509', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:prime256v1',
@@ -49,8 +49,8 @@ async function makeCertificate(folder, name) {
 }
 
 /**
- * OpenVPN between two ends with TLS, as its versions from 2.6 on want it; `cipher` is that of the packets: none,
- * and nothing authenticated, or AES-256-GCM. Without its kernel module; with the settings that make it fast.
+ * OpenVPN between two ends with TLS, as required from version 2.6 on. `cipher` protects the packets: none (and no
+ * authentication) or AES-256-GCM. Without its kernel module, with the settings for speed.
  */
 const openVpn = (transport, cipher) => async (context) => {
   const folder = path.join(context.folder, context.name);
@@ -78,7 +78,7 @@ async function makeWireGuardKey(folder, end) {
   return { file, known: (await runOrFail(['wg', 'pubkey'], { input: stdout })).stdout.trim() };
 }
 
-/** Waits until the program answers for its device. */
+/** Configures a device; retries until wireguard-go answers on its control socket. */
 async function setWireGuard(namespace, device, words) {
   for (let tries = 1; ; tries += 1) {
     const result = await run(inside(namespace, ['wg', 'set', device, ...words]));
@@ -101,7 +101,7 @@ async function wireGuard(context) {
   return engineer;
 }
 
-/** In the order of the table. `anchor(figure)` names the contestant that a figure is measured against. */
+/** In the order of the table. `anchor(figure)` names the contestant to compare a figure with. */
 export const kContestants = [
   { name: 'FloorUdp', title: 'floor UDP', start: floorUdp },
   { name: 'FloorTcp', title: 'floor TCP', start: floorTcp },

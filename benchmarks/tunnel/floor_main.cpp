@@ -13,9 +13,9 @@
 
 #include "benchmarks/tunnel/ends.h"
 
-// The least that a tunnel in user space can do: what comes out of a TUN device goes into one
-// socket, and back; a thread for each direction, one packet a call, every call waiting. No
-// addresses are changed, no checksums computed. Both ends run it.
+// The minimum of a tunnel in user space: moves packets between a TUN device and one socket, with a
+// thread per direction and one blocking call per packet. It changes no addresses and computes no
+// checksums. Both ends run it.
 //
 //   floor udp TUN MTU PEER PORT          one packet a datagram; both ends have the same port
 //   floor listen TUN MTU PORT            one packet after the other on a TCP connection, each
@@ -27,8 +27,8 @@ constexpr std::size_t kReadBytes = 1 << 18;
 
 using Buffer = std::vector<std::byte>;
 
-// A packet that the system refuses, in either direction, is lost; so are the first ones, when the
-// other end is not yet there.
+// Packets that the system refuses are lost, in both directions; so are the first ones, until the
+// other end is up.
 void SendDatagrams(int tunnel, int socket) {
   Buffer buffer(bench::kMaxPacketBytes);
   for (;;) {

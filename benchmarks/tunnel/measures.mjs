@@ -1,4 +1,4 @@
-// What is measured of a contestant, each in a fraction of a second. A contestant is {pair, process, rates}.
+// The measurements of a contestant, each a fraction of a second long. A contestant is {pair, process, rates}.
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { readdir, readFile } from 'node:fs/promises';
@@ -15,7 +15,7 @@ const kBulkSeconds = 0.3;
 const kFirstBulkBytes = 10_000_000;
 const kLeastBulkBytes = 4_000_000;
 const kPacketsMs = 150;
-// Lost packets do not count. The peer with the smallest socket buffer loses 2 to 4 in a hundred even so.
+// Only received packets count. The peer with the smallest socket buffer still loses 2 to 4 percent.
 const kLargestLoss = 0.1;
 const kPings = 120;
 const kPingSeconds = '0.002';
@@ -24,14 +24,14 @@ const kTimeoutMs = 15_000;
 
 const atEngineer = (contestant, command) => runOrFail(inside(contestant.pair.engineer, command), { timeoutMs: kTimeoutMs });
 
-/** Nanoseconds that all threads of the engineer's process have had a processor. */
+/** Processor time of all threads of the engineer's process, in nanoseconds. */
 async function processorNs({ process: { pid } }) {
   const folder = `/proc/${pid}/task`;
   const texts = await Promise.all((await readdir(folder)).map((id) => readFile(`${folder}/${id}/schedstat`, 'utf8')));
   return texts.reduce((sum, text) => sum + readSchedstat(text), 0);
 }
 
-/** Pings until `work` is done; its result and the times in ms. */
+/** Pings until `work` is done. Returns its result and the times in ms. */
 async function whilePinging(contestant, work) {
   const [file, ...args] = inside(contestant.pair.engineer, ['ping', '-n', '-i', kLoadedPingSeconds, kSite]);
   const child = spawn(file, args, { stdio: ['ignore', 'pipe', 'inherit'] });
@@ -47,8 +47,8 @@ async function whilePinging(contestant, work) {
 }
 
 /**
- * One transfer, as long as the last of its kind promises to take `kBulkSeconds`. iperf3 counts whole seconds, but
- * also bytes. The congestion control is that of Windows, which also is Linux's own.
+ * One transfer, of the size that should take `kBulkSeconds` judging by the previous one of its kind. iperf3 accepts
+ * whole seconds only, but any number of bytes. The congestion control is that of Windows, which is Linux's default too.
  */
 async function transfer(contestant, kind, flags) {
   const bytes = contestant.bulkBytes[kind] ?? kFirstBulkBytes;
@@ -87,7 +87,7 @@ async function idle(contestant) {
   return { Ping: percentile(times, 50), Ping99: percentile(times, 99) };
 }
 
-/** One after the other in each round; each returns some figures by name. */
+/** Run one after the other in each round; each returns some figures by name. */
 export const kMeasures = [
   (contestant) => oneWay(contestant, 'Up', []),
   (contestant) => oneWay(contestant, 'Down', ['-R']),

@@ -16,13 +16,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The most fill half of a TUN device's queue, and are enough to keep both processors busy; the
-// fewest fit the smallest socket buffer that the system gives to whoever does not ask for more.
+// The maximum fills half of a TUN device's queue and keeps both processors busy; the minimum fits
+// the system's default socket buffer.
 constexpr std::uint64_t kMostUnderWay = 256;
 constexpr std::uint64_t kFewestUnderWay = 64;
 constexpr std::size_t kBurstPackets = 48;  // of the largest size, they are one send of the system
 constexpr std::chrono::milliseconds kLossTime{
-    50};  // longer than a busy machine leaves a thread waiting
+    50};  // longer than a busy machine keeps a thread waiting
 
 class Sender {
  public:
@@ -47,7 +47,7 @@ class Sender {
  private:
   [[nodiscard]] std::uint64_t Room() const { return window_ - std::min(window_, sent_ - arrived_); }
 
-  // Everything that is there; with the window closed, waits for one.
+  // Reads every credit available; with the window closed, waits for one.
   void TakeCredits() {
     Message message;
     bool isWaiting = Room() == 0;
@@ -55,7 +55,7 @@ class Sender {
       const ssize_t bytes = ::recv(plan_.socket, &message, sizeof(message),
                                    MSG_TRUNC | (isWaiting ? 0 : MSG_DONTWAIT));
       if (bytes < 0) {
-        // All that was under way, or its credit, is lost.
+        // Everything in flight, or its credit, is lost.
         if (isWaiting && errno == EAGAIN) arrived_ = sent_;
         return;
       }
@@ -78,8 +78,8 @@ class Sender {
     lost_ = lost;
   }
 
-  // Doubles with each window that has arrived whole, and halves with the first that has not: then
-  // some queue on the way is too short for so many. One step a window.
+  // Doubles after each window that arrived whole and halves after the first that did not: then some
+  // queue on the path is too short for so many. One step per window.
   void FitWindow(bool hasLost) {
     if (highest_ <= fittedAt_) return;
     if (hasLost) {
@@ -103,9 +103,8 @@ class Sender {
     }
   }
 
-  // Has the system cut one large datagram into packets, which costs the generator a fraction of
-  // what a call a packet does. Older kernels refuse that for devices without checksums of their
-  // own.
+  // Lets the system cut one large datagram into packets (UDP_SEGMENT), at a fraction of the cost of
+  // a call per packet. Older kernels refuse that for devices without checksum offload.
   bool SendSegments(std::size_t packets) {
     iovec part = {burst_.data(), packets * plan_.payloadBytes};
     alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(std::uint16_t))> control = {};
@@ -132,12 +131,12 @@ class Sender {
   std::vector<std::byte> burst_;
   const Clock::time_point begin_;
   std::uint64_t sent_ = 0;
-  std::uint64_t highest_ = 0;  // sequence that a credit has named
-  std::uint64_t arrived_ = 0;  // up to here, packets have arrived or are given up
+  std::uint64_t highest_ = 0;  // sequence named by a credit
+  std::uint64_t arrived_ = 0;  // packets up to here arrived or were given up
   std::uint64_t received_ = 0;
   std::uint64_t lost_ = 0;
   std::uint64_t window_ = kFewestUnderWay;
-  std::uint64_t fittedAt_ = 0;  // what had been sent when the window was last looked at
+  std::uint64_t fittedAt_ = 0;  // the sequence sent when the window was last adjusted
   bool canSegment_ = true;
 };
 

@@ -6,16 +6,16 @@
 #include <cstddef>
 #include <cstdint>
 
-// What travels between the two ends of packets_main.cpp, and the end that sends.
+// The messages between the two ends of packets_main.cpp, and the sending end.
 namespace bench {
 
 enum class MessageKind : std::uint32_t { Data = 1, Credit, RequestDown, Result };
 
-// The start of every datagram's payload; both ends run on one machine, so it travels as it lies in
-// memory. It fits the smallest packet that is measured (64 bytes, 36 of them payload).
+// The start of every datagram's payload. Both ends run on one machine, so it is sent in memory
+// layout. It fits the smallest measured packet (64 bytes, 36 of them payload).
 struct Message {
   MessageKind kind = MessageKind::Data;
-  std::uint32_t run = 0;         // of the measurement; what another one left under way is dropped
+  std::uint32_t run = 0;         // of the measurement; packets left over from another are dropped
   std::uint64_t sequence = 0;    // Data: from 1. Credit: the highest that arrived. Result: lost
   std::uint64_t count = 0;       // Credit, Result: how many arrived. Request: payload bytes
   std::uint64_t durationNs = 0;  // Request: how long to send. Result: how long it took
@@ -30,8 +30,8 @@ struct SendPlan {
 };
 
 struct SendResult {
-  std::uint64_t received = 0;  // by the other end, as its credits say
-  std::uint64_t lost = 0;      // of those up to the newest that a credit names
+  std::uint64_t received = 0;  // by the other end, according to its credits
+  std::uint64_t lost = 0;      // of those up to the newest named by a credit
   std::chrono::nanoseconds time{0};
 };
 
@@ -40,8 +40,8 @@ inline constexpr std::size_t kMaxPayloadBytes = 1472;
 // The sink sends a credit for every so many packets.
 inline constexpr std::uint64_t kPacketsPerCredit = 32;
 
-// Sends packets for plan.duration as fast as the other end gives credit for them: 64 are under way
-// at first, up to 256 as long as none is lost.
+// Sends packets for plan.duration as fast as the other end gives credit for them: 64 in flight at
+// first, up to 256 as long as none is lost.
 SendResult SendPackets(const SendPlan& plan);
 
 }  // namespace bench

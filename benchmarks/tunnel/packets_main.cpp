@@ -15,19 +15,19 @@
 #include "benchmarks/tunnel/ends.h"
 #include "benchmarks/tunnel/packet_sender.h"
 
-// How many UDP packets of one size a second the tunnel carries.
+// Measures how many UDP packets of one size the tunnel carries per second.
 //
 //   packets serve PORT
 //   packets up|down ADDRESS PORT IP_BYTES MILLISECONDS
 //
-// The rule, the same for every contestant: a closed loop. 64 packets are under way, then 128 and
-// 256 as long as none is lost, half as many after a loss; the receiving end gives credit for every
-// 32 that have arrived. So the sender finds the tunnel's speed at once, and no contestant spends
-// its time on packets that the system drops. What counts is packets received while the sender
-// sends. Prints one line of JSON.
+// The rule, the same for every contestant, is a closed loop: 64 packets in flight, then 128 and 256
+// as long as none is lost, half as many after a loss; the receiving end gives credit for every 32
+// packets that arrived. So the sender finds the tunnel's speed at once, and no contestant spends
+// time on packets that the system drops. The result counts the packets received while the sender
+// was sending. Prints one line of JSON.
 //
-// The measurement begins at the engineer's end in both directions, because the tunnel lets packets
-// come back only where others have gone out.
+// The measurement starts at the engineer's end in both directions, because the tunnel admits
+// packets only as answers to others.
 namespace {
 
 using bench::Message;
@@ -71,7 +71,7 @@ class Receiver {
     }
   }
 
-  // Waits for one datagram or the socket's time-out; returns how many there are.
+  // Waits for one datagram or the socket's time-out. Returns the number of datagrams.
   std::size_t Receive() {
     for (mmsghdr& message : messages_) message.msg_hdr.msg_namelen = sizeof(sockaddr_in);
     const int count = ::recvmmsg(socket_, messages_.data(), kBatch, MSG_WAITFORONE, nullptr);
@@ -108,7 +108,7 @@ void AnswerRequest(int socket, const Message& request, const sockaddr_in& from) 
                           std::chrono::nanoseconds(request.durationNs)});
   const Message answer = {MessageKind::Result, request.run, result.lost, result.received,
                           static_cast<std::uint64_t>(result.time.count())};
-  // Behind the last packets, and again in case that one is lost.
+  // Sent behind the last packets, and repeated in case it is lost.
   for (int i = 0; i < 3; ++i) {
     (void)::sendto(socket, &answer, sizeof(answer), 0, reinterpret_cast<const sockaddr*>(&from),
                    sizeof(from));

@@ -1,6 +1,6 @@
-// Reads what the tools print. Pure.
+// Reads the tools' output. Pure.
 
-/** {upMegabits, downMegabits, bytes} of `iperf3 -J`; what did not run is 0. Counted where it arrives. */
+/** {upMegabits, downMegabits, bytes} of `iperf3 -J`; 0 for a direction that did not run. Counted at the receiver. */
 export function readIperf(text) {
   const report = JSON.parse(text);
   if (report.error) throw new Error(`iperf3: ${report.error}`);
@@ -14,10 +14,10 @@ export function readIperf(text) {
   };
 }
 
-/** The round-trip times in ms that ping prints, one a reply. */
+/** The round-trip times in ms that ping prints, one per reply. */
 export const readPing = (text) => [...text.matchAll(/ time=([\d.]+) ms/g)].map(([, ms]) => Number(ms));
 
-/** What the packets program prints, and how many packets arrived in a second. */
+/** The output of the packets program, with the packets that arrived per second. */
 export function readPackets(text) {
   const { received, lost, seconds } = JSON.parse(text);
   return { received, perSecond: received / seconds, lostShare: lost / Math.max(1, received + lost) };

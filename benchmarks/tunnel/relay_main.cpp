@@ -21,14 +21,14 @@
 #include "tunnel/packets/bytes.h"
 #include "tunnel/relay/udp_datagram.h"
 
-// The relay and the site's end of the tunnel in one, for one client: what the client sends goes
-// into a TUN device, and back. Both directions gather what waits, so that the relay is faster than
-// any client that sends packet by packet.
+// The relay and the site's end of the tunnel in one, for one client: moves packets between the
+// client and a TUN device. Both directions gather waiting packets, so the relay is faster than any
+// client that sends packet by packet.
 //
 //   relay TUN MTU PORT udp|websocket
 //
-// udp: hellos on the same port number are acknowledged, and from then on small packets go down by
-// UDP. websocket: nobody listens for datagrams.
+// udp: acknowledges hellos on the same port number and from then on sends small packets by UDP.
+// websocket: does not listen for datagrams.
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -43,7 +43,7 @@ constexpr std::size_t kDatagramBytes = 2048;
 constexpr std::chrono::seconds kPingPeriod{2};  // a client gives a silent relay 8 s
 constexpr int kPollMs = 500;
 
-// With the accept value of RFC 6455's sample key, which the client sends.
+// Contains the accept value for RFC 6455's sample key, which the client sends.
 constexpr std::string_view kUpgraded =
     "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
     "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n";
@@ -84,7 +84,7 @@ void Acknowledge(int udp, std::span<const std::byte> hello) {
   (void)::send(udp, answer.data(), answer.size(), 0);
 }
 
-// Receives up to kDatagrams datagrams a call.
+// Receives up to kDatagrams datagrams per call.
 class DatagramReader {
  public:
   explicit DatagramReader(int udp) : udp_(udp), slots_(kDatagrams * kDatagramBytes) {
@@ -113,9 +113,9 @@ class DatagramReader {
   std::array<mmsghdr, kDatagrams> messages_ = {};
 };
 
-// The first hello connects the socket to its sender. Otherwise the system would look for a route
-// with every datagram, and over a virtual cable it does that in the time of the client, whose
-// processor time is measured.
+// The first hello connects the socket to its sender. Otherwise the system would look up a route for
+// every datagram; over a virtual cable that is charged to the client, whose processor time is
+// measured.
 void TakeDatagrams(const tun::File& udp, int device, std::atomic<bool>& hasEndpoint) {
   DatagramReader reader(udp.Get());
   for (;;) {
@@ -131,7 +131,7 @@ void TakeDatagrams(const tun::File& udp, int device, std::atomic<bool>& hasEndpo
   }
 }
 
-// The device's reads do not wait, so that everything that is there is gathered before it is sent.
+// The device's reads do not block, so everything available is gathered before it is sent.
 void TakeSitePackets(int device, bench::Downlink& downlink, const std::atomic<bool>& hasEndpoint) {
   Clock::time_point pinged = Clock::now();
   for (bool isAlive = true; isAlive;) {

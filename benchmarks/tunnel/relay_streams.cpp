@@ -119,7 +119,7 @@ bool Downlink::IsFull() const {
 }
 
 bool Downlink::Flush() {
-  // What the socket does not take is lost, as on any network.
+  // A datagram that the socket refuses is lost, as on any network.
   if (datagrams_ > 0) {
     (void)::sendmmsg(udp_, messages_.data(), static_cast<unsigned>(datagrams_), 0);
     datagrams_ = 0;

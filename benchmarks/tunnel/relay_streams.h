@@ -8,10 +8,10 @@
 #include <span>
 #include <vector>
 
-// The benchmark relay's two formats, written for speed: it must not be what is measured.
+// The benchmark relay's two formats, written for speed: the relay must not limit the measurement.
 namespace bench {
 
-// Cuts what the client sends over the WebSocket into packets (RFC 6455, section 5.2).
+// Cuts the client's WebSocket stream into packets (RFC 6455, section 5.2).
 //
 // Threads: none inside; one caller at a time.
 class ClientFrames {
@@ -23,8 +23,8 @@ class ClientFrames {
   void Take(std::size_t bytes) { filled_ += bytes; }
 
   // The next whole binary frame's payload, unmasked, valid until Room(); empty when there is none.
-  // Other frames are skipped: a client that is measured sends only pongs beside packets. Throws
-  // when the frame is none that a client may send, or a close frame.
+  // Other frames are skipped: a measured client sends only packets and pongs. Throws on a close
+  // frame and on a frame that a client must not send.
   std::span<std::byte> Next();
 
  private:
@@ -37,9 +37,9 @@ class ClientFrames {
   std::size_t read_ = 0;
 };
 
-// Packets from the site on their way to the client, gathered while more of them wait: large ones,
-// or all of them while there is no endpoint for datagrams, as frames in one piece; small ones as
-// datagrams in one call.
+// Gathers packets from the site for the client while more of them wait: large ones (all of them
+// while there is no endpoint for datagrams) become frames in one piece, small ones datagrams in one
+// call.
 //
 // Threads: none inside; one caller at a time.
 class Downlink {
@@ -47,14 +47,14 @@ class Downlink {
   // Connected sockets for frames and datagrams, and the token that these carry.
   Downlink(int webSocket, int udp, std::uint64_t token);
 
-  // Where the next packet is to be read to; there is room for one of any size.
+  // The buffer to read the next packet into; it has room for one of any size.
   [[nodiscard]] std::span<std::byte> Room();
   // Takes the packet of `bytes` that was read to Room().
   void Take(std::size_t bytes, bool mayGoByUdp);
   [[nodiscard]] bool IsFull() const;
   // Sends what was gathered; false when the connection has ended.
   bool Flush();
-  // Tells a client that has heard nothing else that the relay is alive.
+  // Shows an idle client that the relay is alive.
   bool SendPing();
 
  private:

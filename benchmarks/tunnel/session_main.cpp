@@ -17,9 +17,9 @@
 //
 //   session TUN MTU SERVER_URL ASSIGNED_ADDRESS ROUTE udp|websocket
 //
-// The last word says what is to be measured; the program fails when small packets go the other way.
-// It runs until it is killed, or until the relay is lost: figures of a tunnel that was away would
-// mean nothing.
+// The last word names the path to measure; the program fails if small packets take the other one.
+// It runs until it is killed or the relay is lost: figures of an interrupted tunnel would be
+// meaningless.
 namespace {
 
 std::wstring Wide(const std::string& ascii) {
@@ -60,7 +60,7 @@ void Run(const std::vector<std::string>& words) {
   bench::SayReady();
   char signal[128];  // one signalfd_siginfo
   (void)!::read(signals.Get(), signal, sizeof(signal));
-  // Without a stop: the capturing thread waits in a read that nothing wakes.
+  // Without stopping the session: nothing wakes the capturing thread from its read.
   std::_Exit(0);
 }
 

@@ -9,8 +9,8 @@ namespace bench {
 
 // Opens the TUN device `name` and returns a packet driver made of it, the only one in the process:
 // receiving is one read, sending one write, checksums are written as the driver's own helper does.
-// What the device is routed is what the session asked for, so filters are not looked at. A receive
-// that waits is not woken by closing: the process ends with it.
+// The device is routed exactly the session's networks, so filters are ignored. Closing does not
+// wake a waiting receive: only the end of the process does.
 std::unique_ptr<tunnel::WinDivertApi> MakeTunDriver(const std::string& name, int mtu);
 
 }  // namespace bench

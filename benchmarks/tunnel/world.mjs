@@ -1,5 +1,5 @@
-// The benchmark's network: for every contestant two namespaces of its own, the engineer and the site,
-// joined by a virtual cable. All pairs have the same addresses.
+// The benchmark's network: two namespaces per contestant, the engineer and the site, joined by a virtual
+// cable. All pairs have the same addresses.
 //
 //   engineer 10.50.0.2 -- cable -- 10.50.0.1 site
 //        TUN 10.60.0.2 -- tunnel -- 192.168.77.10 TUN
@@ -19,7 +19,7 @@ export const kSiteNetwork = '192.168.77.0/24';
 export const kMtu = 1350;
 const kQueuePackets = 500;  // Linux's own choice for a TUN device
 const kPrefix = 'velbench-';
-/** The TUN devices' names. WireGuard's control sockets bear them, in a folder that all namespaces share. */
+/** The TUN device names. They contain the process id: WireGuard names its control sockets after the device, in a folder that all namespaces share. */
 export const kDevices = { engineer: `velbe-${process.pid}`, site: `velbs-${process.pid}` };
 const kControlSockets = '/var/run/wireguard';
 
@@ -31,7 +31,7 @@ export function inside(namespace, command) {
 export class World {
   #namespaces = [];
 
-  /** The two namespaces' names of a new contestant: {engineer, site}. */
+  /** Makes the two namespaces of a new contestant and returns their names: {engineer, site}. */
   async addPair(name) {
     const pair = {};
     for (const end of ['engineer', 'site']) {
@@ -52,7 +52,7 @@ export class World {
     return pair;
   }
 
-  /** Gives the TUN devices that a contestant has made there their addresses, routes, size and queue. */
+  /** Sets addresses, routes, MTU and queue of the TUN devices that a contestant made in its namespaces. */
   async bringUp(pair) {
     const ends = [['engineer', kEngineer, [kSiteNetwork]], ['site', kSite, [kEngineer, kAssigned]]];
     for (const [end, address, routes] of ends) {
@@ -75,7 +75,7 @@ export class World {
     if (this.folder) await rm(this.folder, { recursive: true, force: true });
   }
 
-  /** Removes what a benchmark that was killed has left; its processes died with it. */
+  /** Removes leftovers of a benchmark that was killed; its processes died with it. */
   static async removeLeftovers() {
     const isLeft = (name) => {
       const [, pid] = /^velb(?:ench|[es])-(\d+)/.exec(name) ?? [];

@@ -8,12 +8,12 @@
 
 #include "benchmarks/websocket/client.h"
 
-// Times one library's WebSocket client against the end that websocket_bench.mjs holds.
+// Times one library's WebSocket client against the server in websocket_bench.mjs.
 //
 //   websocket_client own|beast PORT send|receive MESSAGE_BYTES COUNT
 //
-// Prints the seconds: from the first message sent until the other end says, by a message of its
-// own, that it has all of them; or from the first message received to the last.
+// Prints the seconds from the first message sent until the server confirms that it has all of them,
+// or from the first message received to the last.
 namespace {
 
 using Clock = std::chrono::steady_clock;

@@ -1,4 +1,4 @@
-// A benchmark's goal is found by name or pattern, and met by a figure that is small, or large, enough.
+// A benchmark's goal is found by name or pattern, and met by a figure below or above its limit.
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { test } from 'node:test';

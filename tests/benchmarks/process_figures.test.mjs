@@ -1,4 +1,4 @@
-// What the benchmarks read from the kernel about a process.
+// The figures of a process that the benchmarks read from the kernel.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';

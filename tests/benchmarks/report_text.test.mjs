@@ -1,4 +1,4 @@
-// The report of the benchmarks can be read whatever a counter holds.
+// The benchmarks' report is readable with any counter values.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 

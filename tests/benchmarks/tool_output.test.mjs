@@ -1,4 +1,4 @@
-// What the benchmarks read from the output of ping and iperf3.
+// The benchmarks' reading of the output of ping and iperf3.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 

@@ -1,4 +1,4 @@
-// What the tunnel's benchmark reads of iperf3, ping and its own generator, and how it sums it up.
+// The tunnel benchmark's reading and summing of the output of iperf3, ping and its own generator.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
