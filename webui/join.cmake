@@ -1,4 +1,4 @@
-# Joins the page's parts into the one file that the program carries: cmake -DOUT=<file> -P webui/join.cmake
+# Joins the page's parts into the one file embedded in the program: cmake -DOUT=<file> -P webui/join.cmake
 # In app.html.in a line "@style/ground.css@" stands for that file. The scripts are modules, so that tests can import
 # them one by one; joined, they share one scope, and their import and export words are left out.
 cmake_minimum_required(VERSION 3.22)
@@ -20,8 +20,8 @@ foreach(mark IN LISTS marks)
   string(REPLACE "${mark}" "${text}" page "${page}")
 endforeach()
 
-# Sets `out` to the source expression that admits the text inside the page's one element `tag`, and
-# no other: its SHA-256 in Base64 (RFC 4648), three bytes as four letters.
+# Sets `out` to the CSP source expression that admits exactly the text inside the page's one element
+# `tag`: its SHA-256 in Base64 (RFC 4648), three bytes as four letters.
 function(only_this_text out tag)
   string(REGEX MATCH "<${tag}>(.*)</${tag}>" found "${page}")
   string(SHA256 hex "${CMAKE_MATCH_1}")
@@ -39,7 +39,7 @@ function(only_this_text out tag)
   set(${out} "'sha256-${base64}='" PARENT_SCOPE)
 endfunction()
 
-# Whatever gets into the page's texts, the browser runs and shows only what stands in this file, and
+# Whatever gets into the page's texts, the browser runs and applies only what this file contains, and
 # loads nothing.
 only_this_text(style "style")
 only_this_text(script "script")

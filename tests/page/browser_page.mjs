@@ -1,4 +1,4 @@
-// The page in a real Chromium, with a bridge stub in the place of the window's.
+// The page in a real Chromium, with a stub instead of the bridge to the window.
 import { createHash } from 'node:crypto';
 import { createRequire } from 'node:module';
 import { after, before, test } from 'node:test';
@@ -11,11 +11,11 @@ const { chromium } = require('playwright-core');
 // Answered by interception, so a page can be altered before its scripts run; nothing is looked up.
 const kPageAddress = 'http://page.test/app.html';
 const kActionMs = 5_000;
-const kTestMs = 60_000;  // for one that hangs
+const kTestMs = 60_000;  // for a test that hangs
 const kStartMs = 40_000;
 
 let browser;
-const tabs = { isShared: false, idle: new Map() };  // a new one costs five times as much as a page in an old one
+const tabs = { isShared: false, idle: new Map() };  // a new tab costs five times as much as a page in an old one
 
 export async function openBrowser() {
   browser = await chromium.launch({
@@ -38,7 +38,7 @@ export function useBrowser({ isTabShared = true } = {}) {
   after(closeBrowser, { timeout: kActionMs });
 }
 
-/** Runs inside the page before its scripts: keeps what is posted and hands out what is delivered. */
+/** Runs inside the page before its scripts: records posted messages and delivers those from the window. */
 export function installBridge() {
   const listeners = [];
   window.posted = [];
@@ -50,10 +50,10 @@ export function installBridge() {
   window.deliver = (data) => listeners.forEach((listener) => listener({ data }));
 }
 
-/** What a tab keeps for its life. */
+/** What a tab keeps for its whole life. */
 const kTabOptions = { embedded: true, scale: 1, reducedMotion: 'no-preference', forcedColors: 'none' };
 
-/** A tab whose events and requests go to the page that it shows just then, `tab.page`. */
+/** A tab whose events and requests go to the page it currently shows, `tab.page`. */
 async function openTab({ embedded, scale, reducedMotion, forcedColors }, viewport) {
   const view = await browser.newPage({ viewport, deviceScaleFactor: scale, reducedMotion, forcedColors });
   const tab = { view, page: null };
@@ -70,7 +70,7 @@ async function openTab({ embedded, scale, reducedMotion, forcedColors }, viewpor
   return tab;
 }
 
-/** A tab that another test is done with, if there is one. */
+/** A tab that another test has finished with, if any. */
 async function takeTab(options, viewport) {
   const key = JSON.stringify(options);
   const tab = tabs.idle.get(key);
@@ -81,8 +81,8 @@ async function takeTab(options, viewport) {
   return tab;
 }
 
-/** The page as a test handles it. */
-/** The page as a test has altered it, its policy admitting what was altered, as the build would have it. */
+/** The page, for tests. */
+/** The page altered by a test, with a policy that admits the alteration, as the build would write it. */
 function readmitted(html) {
   return ['script', 'style'].reduce((page, tag) => {
     const [, text] = page.match(new RegExp(`<${tag}>(.*)</${tag}>`, 's'));
@@ -115,16 +115,16 @@ export class BrowserPage {
     tabs.idle.set(this.tab.key, this.tab);
   }
 
-  /** A message from the window: an object as WebView2 gives it, or a JSON text. */
+  /** Delivers a message from the window: an object as WebView2 passes it, or a JSON text. */
   deliver(data) { return this.view.evaluate((value) => window.deliver(value), data); }
 
-  /** Several messages, one task. */
+  /** Delivers several messages in one task. */
   deliverAll(messages) { return this.view.evaluate((all) => all.forEach((data) => window.deliver(data)), messages); }
 
   /** The actions posted since the last call, as texts. */
   takePosted() { return this.#take(false); }
 
-  /** What was posted since the last call for a page that stands in for this one: the fields. */
+  /** The fields posted since the last call for a page that may replace this one. */
   async takeTyped() { return (await this.#take(true)).map((text) => JSON.parse(text).f); }
 
   #take(isTyped) {
@@ -185,7 +185,7 @@ export function pageTest(name, options, body) {
   });
 }
 
-/** A test of a page whose clock stands still but for what the test makes pass; in files whose tests share no tab. */
+/** A test of a page whose clock moves only when the test moves it; for files whose tests share no tab. */
 export function clockTest(name, run) {
   pageTest(name, async (page) => {
     await page.view.clock.install();

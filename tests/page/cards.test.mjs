@@ -1,4 +1,4 @@
-// The cards' values are taken with one click, by mouse or keyboard.
+// The cards' values are copied with one click, by mouse or keyboard.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
@@ -6,7 +6,7 @@ import { kNat, kStates } from './page_states.mjs';
 
 useBrowser({ isTabShared: false });
 
-/** What a paste would give; the clipboard itself is out of a page's reach here. */
+/** What a paste would insert; the clipboard itself is out of a page's reach here. */
 async function pasted(page) {
   await page.view.evaluate(() => {
     const area = document.createElement('textarea');

@@ -1,4 +1,4 @@
-// Choosing a site: with arrows, in an open list, among hundreds; and what is done to it right afterwards.
+// Choosing a site: with arrows, in an open list, among hundreds; and actions right afterwards.
 import assert from 'node:assert/strict';
 
 import { clockTest, useBrowser } from './browser_page.mjs';

@@ -1,4 +1,4 @@
-// What the page's content policy admits: the page itself, and nothing that gets into it.
+// The page's content policy admits the page itself and nothing that gets into it.
 import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
 import { test } from 'node:test';
@@ -36,7 +36,7 @@ pageTest('markup that gets into the page runs no script', async (page) => {
     const style = document.createElement('style');
     style.textContent = 'body { display: none }';
     document.head.append(style);
-    setTimeout('window.wasRun = true');  // a text as code
+    setTimeout('window.wasRun = true');  // text as code
     await fetch('http://other.test/z').catch(() => {});
     await new Promise((done) => setTimeout(done, 200));
     place.remove();

@@ -1,4 +1,4 @@
-// The file itself: one piece, valid, small enough, asking for nothing.
+// The page's file: one piece, valid, small, and without external requests.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { createRequire } from 'node:module';

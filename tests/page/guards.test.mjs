@@ -1,4 +1,4 @@
-// Keys and gestures of a browser: which of them the embedded page refuses, and which it leaves alone.
+// A browser's keys and gestures: which of them the embedded page refuses, and which it leaves alone.
 import assert from 'node:assert/strict';
 import { fileURLToPath } from 'node:url';
 
@@ -7,7 +7,7 @@ import { kStates } from './page_states.mjs';
 
 useBrowser({ isTabShared: false });
 
-/** Puts a text in the form and lines in the log, and notes from then on which events the page refuses. */
+/** Fills the form and the log, and records from then on which events the page refuses. */
 async function prepare(page) {
   await page.deliverAll(kStates.online);
   await page.fill('c-pname', '半个名字');
@@ -20,7 +20,7 @@ async function prepare(page) {
   }, ['keydown', 'wheel', 'mousedown', 'mouseup', 'auxclick', 'contextmenu', 'dragover', 'drop']);
 }
 
-/** Whether the page refused the events of `type` since the last call: all (true), none (false), or it saw none. */
+/** Whether the page refused the events of `type` since the last call: all (true), none (false), 'partly', or 'not seen'. */
 const refused = (page, type) => page.view.evaluate((wanted) => {
   const seen = window.events.filter(([name]) => name === wanted).map(([, isRefused]) => isRefused);
   window.events = [];
@@ -39,7 +39,7 @@ const kRefusedKeys = ['F5', 'Control+F5', 'Shift+F5', 'Control+r', 'Control+Shif
   'Alt+ArrowRight', 'BrowserBack', 'BrowserForward'];
 const kKeyTypes = { BrowserRefresh: 168, BrowserBack: 166, BrowserForward: 167 };
 
-/** Presses a key; the browser's own ones are not on the keyboard that tests have. */
+/** Presses a key by its code; Playwright's keyboard lacks the browser's own keys. */
 async function press(page, key) {
   if (!(key in kKeyTypes)) return page.view.keyboard.press(key);
   const session = await page.view.context().newCDPSession(page.view);
@@ -172,7 +172,7 @@ const item = (mimeType, data) => ({ items: [{ mimeType, data }], dragOperationsM
 const kLink = { items: [{ mimeType: 'text/uri-list', data: 'http://other.test/' }, { mimeType: 'text/plain', data: 'http://other.test/' }],
   dragOperationsMask: 1 };
 
-/** Drags from outside onto an element, and lets go there. */
+/** Drags from outside onto an element and drops there. */
 async function dragIn(page, id, data) {
   const { x, y, width, height } = await page.view.locator(`#${id}`).boundingBox();
   const session = await page.view.context().newCDPSession(page.view);

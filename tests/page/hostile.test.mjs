@@ -1,4 +1,4 @@
-// Messages that nobody should send: whatever comes, the page stays whole and shows the next good one.
+// Malformed and hostile messages: whatever arrives, the page stays whole and shows the next good one.
 import assert from 'node:assert/strict';
 
 import { Random } from '../../lab/harness/random.mjs';
@@ -7,7 +7,7 @@ import { apply, log, state } from './page_states.mjs';
 
 useBrowser();
 
-/** What no message may change: the elements with ids, what could run, attributes that could, the words of classes. */
+/** What no message may change: the elements with ids, anything executable, dangerous attributes, the class names. */
 const frameOf = (page) => page.view.evaluate(() => {
   const all = [...document.querySelectorAll('*')];
   const names = new Set(all.flatMap((element) => element.getAttributeNames()));
@@ -19,7 +19,7 @@ const frameOf = (page) => page.view.evaluate(() => {
   };
 });
 
-/** One good message of each kind, told apart by `mark`, and what they must lead to. */
+/** One good message of each kind, distinguished by `mark`, with its expected effect. */
 async function checkRound(page, mark, frame) {
   await page.deliverAll([
     state('up', `状态 ${mark}`), apply({ secret: `KEY-${mark}`, profiles: [`站 ${mark}`], profileSel: `站 ${mark}` }),

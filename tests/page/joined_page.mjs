@@ -1,4 +1,4 @@
-// The page in one piece, joined from its parts as the program's build does it.
+// The page in one piece, joined from its parts the way the build does it.
 import { execFileSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';

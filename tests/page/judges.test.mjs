@@ -1,4 +1,4 @@
-// What judges say of the page with data in it: axe in every state at every size, the validator in every state.
+// The verdicts on the page with data in it: axe in every state at every size, the validator in every state.
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import { createRequire } from 'node:module';
@@ -21,7 +21,7 @@ const kJudged = Object.entries({
   reconnecting: 'reconnecting', retrying: 'retrying', failed: 'failed', error: 'error', long: 'online',
 }).map(([name, phase]) => ({ name, phase, messages: { ...kStates, long: kLongValues }[name] }));
 
-/** Pages for all tests, without motion: colours on their way from one to another are nobody's. Opening costs most. */
+/** Pages for all tests, without motion, which would show colours in transition. Opening a page costs most. */
 const pages = {};
 before(async () => {
   await openBrowser();
@@ -33,14 +33,14 @@ before(async () => {
 }, { timeout: kOpenMs });
 after(closeBrowser);
 
-/** The window's size and scale from now on. */
+/** Sets the window's size and scale. */
 async function resize({ view }, { width, height, scale = 1 }) {
   const session = await view.context().newCDPSession(view);
   await session.send('Emulation.setDeviceMetricsOverride', { width, height, deviceScaleFactor: scale, mobile: false });
   assert.deepEqual(await view.evaluate(() => [innerWidth, innerHeight, devicePixelRatio]), [width, height, scale]);
 }
 
-/** A state as a new page shows it: with its own log lines only, and no retry of an earlier one, which success ends. */
+/** Shows a state as a new page would: with its own log lines only, and no retry left over, because success ends it. */
 async function show(page, { messages, phase }) {
   await page.deliverAll([{ t: 'init', role: 'client' }, ...kStates.online, { t: 'logs', lines: [] }, ...messages]);
   const shown = await page.view.evaluate(() => document.body.dataset.phase + ('job' in document.body.dataset ? ' working' : ''));
@@ -50,7 +50,7 @@ async function show(page, { messages, phase }) {
 
 // ---- axe
 
-/** All of its rules that are on by themselves, and the size of what is clicked, which is not. */
+/** All rules that are on by default, and the size of click targets, which is not. */
 async function axeFindings(page, rules = {}) {
   const violations = await page.view.evaluate(async (given) => {
     const options = { resultTypes: ['violations'], rules: { 'target-size': { enabled: true }, ...given } };
@@ -86,7 +86,7 @@ for (const size of kSizes) {
 describe('axe finds nothing in high contrast', () => {
   before(() => pages.embedded.view.emulateMedia({ forcedColors: 'active' }));
   after(() => pages.embedded.view.emulateMedia({ forcedColors: 'none' }));
-  // Axe goes by -webkit-text-fill-color, which Chromium does not force: contrast is left to our own eyes.
+  // Axe reads -webkit-text-fill-color, which Chromium does not force: findFaintTexts judges contrast instead.
   const judge = async () => {
     assert.deepEqual(await axeFindings(pages.embedded, { 'color-contrast': { enabled: false } }), []);
     assert.deepEqual(await pages.embedded.view.evaluate(findFaintTexts), []);
@@ -116,7 +116,7 @@ describe('axe finds nothing in the preview', () => {
 // ---- the validator
 
 const kValidator = new HtmlValidate({
-  // Not `recommended`: that is about how a source is written, and the browser writes in a way of its own.
+  // Not `recommended`: those rules are about source style, and the browser serialises in its own.
   extends: ['html-validate:standard', 'html-validate:document', 'html-validate:a11y'],
 });
 
@@ -125,7 +125,7 @@ async function validatorFindings(html) {
   return results.flatMap(({ messages }) => messages).map(({ line, ruleId, message }) => `${line} ${ruleId}: ${message}`);
 }
 
-/** The page as it stands. Style and script are in the file's own test. */
+/** The page's current markup. Style and script are in the file's own test. */
 const standing = (page) => page.view.evaluate(() => {
   const copy = document.documentElement.cloneNode(true);
   for (const element of copy.querySelectorAll('style, script')) element.remove();

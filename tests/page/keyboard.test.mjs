@@ -1,4 +1,4 @@
-// Without a mouse and without eyes: order, names, roles, and what is read out.
+// Without mouse and without eyes: order, names, roles, announcements.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
@@ -103,10 +103,10 @@ pageTest('a label\'s text leads to its field', async (page) => {
 
 // ---- what is read out
 
-/** What the page counts by the frame, it counts anew. */
+/** Starts a new frame: the page counts announcements per frame. */
 const nextFrame = (page) => page.view.evaluate(() => new Promise(requestAnimationFrame));
 
-/** The texts that changed inside live regions while `body` ran, as a reader would get them. */
+/** The texts that changed inside live regions while `body` ran, as a screen reader gets them. */
 async function readOut(page, body) {
   await page.view.evaluate(() => {
     window.spoken = [];

@@ -1,4 +1,4 @@
-// Room: at every size of the window and scale of the screen nothing is cut, overlaps or jumps.
+// At every size of the window and scale of the screen nothing is cut, overlaps or jumps.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
@@ -8,7 +8,7 @@ import { kLongValues, kMappings, kStates } from './page_states.mjs';
 
 useBrowser();
 
-// The second is what a window leaves inside on a screen of 1366 x 768.
+// The second is the inside of a window on a screen of 1366 x 768.
 const kWindows = [[1220, 820], [1204, 689], [1204, 781], [900, 600], [1366, 768], [1920, 1080]];
 const kScales = [1, 1.25, 1.5, 2];
 const kSizes = kWindows.flatMap(([width, height]) => kScales.map((scale) =>

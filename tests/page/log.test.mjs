@@ -1,4 +1,4 @@
-// The log lists: what a line shows and what is copied of it, how many there are, where the lists stand.
+// The log lists: how a line looks and copies, how many there are, where the lists scroll to.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
@@ -120,7 +120,7 @@ pageTest('both lists stand at their end', async (page) => {
   assert.ok(await isAtEnd(page, 'c-log'));
 });
 
-/** Scrolls with the mouse, and lets the page hear of it. */
+/** Scrolls with the mouse and waits until the page notices. */
 async function scrollUp(page, id) {
   await page.view.hover(`#${id}`);
   await page.view.mouse.wheel(0, -300);
@@ -198,7 +198,7 @@ pageTest('a list that was scrolled back to its end follows it again', async (pag
 
 // ---- what a line looks like, and what is copied of it
 
-/** What the clipboard gives an editor. */
+/** The text that an editor gets from the clipboard. */
 async function pasted(page) {
   await page.view.evaluate(() => {
     const editor = document.body.appendChild(document.createElement('textarea'));
@@ -244,7 +244,7 @@ pageTest('of several copied lines each stands in a line of its own', async (page
   assert.equal(await pasted(page), kCopiedLines.join('\n'));
 });
 
-/** Where each row of a line's text begins, and the time's place; rows as the browser has broken them. */
+/** The start of each row of a line's text, and the time's place; rows as the browser broke them. */
 const rowsOf = (page, at) => page.view.locator('#c-log > div').nth(at).evaluate((line) => {
   const range = document.createRange();
   range.selectNodeContents(line.lastElementChild.lastChild);
@@ -333,7 +333,7 @@ pageTest('a failure and a few lines are never folded', async (page) => {
 
 // ---- what a reader of the screen takes from the lists
 
-/** How each line is announced: as the nearest element around its text says. */
+/** How each line is announced, according to the nearest element around its text. */
 const announcements = (page) => page.view.locator('#c-log > div > span:last-child').evaluateAll((all) =>
   all.map((text) => text.closest('[aria-live]').getAttribute('aria-live')));
 

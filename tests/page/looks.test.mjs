@@ -1,4 +1,4 @@
-// What the eye gets: contrast, states that differ in shape as well as colour, motion, high contrast.
+// Visual properties: contrast, states that differ in shape as well as colour, motion, high contrast.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
@@ -17,11 +17,11 @@ const kColourful = [
 
 const kNarrow = kSizes[0];
 const kWide = kSizes.at(-2);
-const kStill = { reducedMotion: 'reduce' };  // no colour on its way from one to another
+const kStill = { reducedMotion: 'reduce' };  // no colours in transition
 const kHovered = ['c-connect', 'c-stop', 'c-fetch', 'c-discovery', 't-work', 't-log'];
 const faintTexts = (page, box = 'body') => page.view.evaluate(findFaintTexts, box);
 
-/** What changes under the pointer is the button alone. */
+/** Only the button itself changes under the pointer. */
 async function checkHovered(page, id) {
   const box = `#${id}`;
   await page.view.hover(box);
@@ -67,7 +67,7 @@ pageTest('five sizes of type at most, none under 13 px, and the state far above 
   }
 });
 
-/** What a person sees of the state from two metres: its sign's outline and glyph, its colours, the bar, the word. */
+/** What a person sees of the state from two metres: the sign's outline and glyph, its colours, the bar, the word. */
 const seenOfState = (page) => page.view.evaluate(() => {
   const dot = document.querySelector('.dot');
   const glyphs = [...dot.querySelectorAll('path')].filter((path) => getComputedStyle(path).display !== 'none');
@@ -93,14 +93,14 @@ pageTest('each state has a shape, a colour and a text of its own', async (page) 
   }
 });
 
-/** How a control looks just now, its outline included. */
+/** A control's current look, its outline included. */
 const look = (page, id) => page.view.locator(`#${id}`).evaluate((element) => {
   const style = getComputedStyle(element);
   return ['color', 'background-color', 'background-image', 'border-top-color', 'border-top-style', 'outline-style', 'outline-color']
     .map((name) => style.getPropertyValue(name)).join(' | ');
 });
 
-/** By button: the status line of its own job and of another one, and the state in which the button is offered. */
+/** By button: the status line of its own job and of another one, and the state that offers the button. */
 const kTurns = {
   'c-connect': ['正在请求连接授权...', '正在测试通讯延迟...', 'resolved'],
   'c-fetch': ['正在获取现场端网段...', '正在测试通讯延迟...', 'online'],
@@ -109,7 +109,7 @@ const kTurns = {
 for (const [id, [own, other, name]] of Object.entries(kTurns)) {
   pageTest(`${id} looks different at rest, hovered, pressed, focused, busy and out of turn`, kStill, async (page) => {
     await page.deliverAll(kStates[name]);
-    await page.view.focus('#t-log');  // a new page has its focus on what is offered
+    await page.view.focus('#t-log');  // a new page focuses the offered button
     const looks = { rest: await look(page, id) };
     await page.view.hover(`#${id}`);
     looks.hovered = await look(page, id);
@@ -117,7 +117,7 @@ for (const [id, [own, other, name]] of Object.entries(kTurns)) {
     looks.pressed = await look(page, id);
     await page.view.mouse.move(1, 1);
     await page.view.mouse.up();
-    await page.view.keyboard.press('Tab');  // the look of a focus that came by key
+    await page.view.keyboard.press('Tab');  // the focus ring appears only for keyboard focus
     await page.view.focus(`#${id}`);
     looks.focused = await look(page, id);
     await page.view.focus('#t-log');

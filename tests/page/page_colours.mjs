@@ -1,6 +1,6 @@
-// Runs inside the page: the contrast of every text that is shown.
+// Runs inside the page: measures the contrast of every visible text.
 
-/** Texts inside `box` below what WCAG AA asks for: [{text, ratio, needed, colour, ground}]. */
+/** Texts inside `box` below the contrast that WCAG AA requires: [{text, ratio, needed, colour, ground}]. */
 export function findFaintTexts(box = 'body') {
   const parse = (colour) => {
     const [r, g, b, a = 1] = colour.match(/[\d.]+/g).map(Number);
@@ -18,7 +18,7 @@ export function findFaintTexts(box = 'body') {
     return (high + 0.05) / (low + 0.05);
   };
 
-  /** Every colour that may stand behind an element: a gradient has one for each of its stops. */
+  /** Every colour that may be behind an element: a gradient has one for each of its stops. */
   function grounds(element) {
     const layers = [];
     for (let box = element; box; box = box.parentElement) {

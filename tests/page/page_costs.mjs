@@ -1,4 +1,4 @@
-// Run inside the page: what a message costs, in milliseconds, the median of several.
+// Run inside the page: the cost of a message in milliseconds, as the median of several.
 
 /** A status and a log line of a million characters, made of `part`: taken in and laid out. */
 export function measureHugeLine(part) {
@@ -13,7 +13,7 @@ export function measureHugeLine(part) {
   return took.toSorted((a, b) => a - b)[4];
 }
 
-/** An apply that says what the form holds already. */
+/** An apply that equals the form's contents. */
 export function measureSameApply(message) {
   const text = JSON.stringify(message);
   const took = Array.from({ length: 51 }, () => {
@@ -24,7 +24,7 @@ export function measureSameApply(message) {
   return took.toSorted((a, b) => a - b)[25];
 }
 
-/** The largest apply that we know of: a thousand sites, two hundred networks. */
+/** The largest apply that we expect: a thousand sites, two hundred networks. */
 export const kLargeApply = { t: 'apply', role: 'client', fields: {
   secret: 'KEY', testip: '10.20.0.9', profileName: '站 0', target: '自动', discovery: false, profileSel: '站 0',
   targets: ['自动', ...Array.from({ length: 200 }, (_, i) => `10.${i}.0.0/16`)],

@@ -1,6 +1,6 @@
-// Runs inside the page: looks for text that is cut, boxes that overlap, and where things stand.
+// Runs inside the page: finds cut text and overlapping boxes, and returns positions.
 
-/** Whatever cannot be seen, and not be scrolled to either. Empty when all is well. */
+/** Text that cannot be seen, nor scrolled to. Empty if all is well. */
 export function findCut() {
   const found = [];
   const name = (element) => `${element.tagName}#${element.id || element.className}`;
@@ -8,7 +8,7 @@ export function findCut() {
   const scrolls = (box) => /auto|scroll/.test(style(box).overflowY) && style(box).display !== 'contents';
   const hides = (box) => /hidden|clip/.test(style(box).overflowY) || box === document.documentElement;
 
-  // Of words alone: a space may hang over the end of its line, and a result may begin with a line break.
+  // Words only: a space may hang over the end of its line, and a result may begin with a line break.
   function wordsOf(text) {
     const range = document.createRange();
     const boxes = [...text.data.matchAll(/\S+/g)].map(({ index, 0: word }) => {
@@ -20,8 +20,8 @@ export function findCut() {
     return { left: edge(Math.min, 'left'), right: edge(Math.max, 'right'), bottom: edge(Math.max, 'bottom') };
   }
 
-  // A field scrolls with its caret; a list's choice has a hint and its options.
-  // What is folded has its count beside it, and stands in full in its card or the full log.
+  // A field scrolls with its caret; a list's choice has a tooltip and its options.
+  // A folded text shows its count beside it and is whole in its card or the full log.
   const isField = (element) => element.matches('input, select, option, .folded .detail');
   for (const element of document.querySelectorAll('body *:not(option, script, .dot, .dot *)')) {
     if (!element.checkVisibility()) continue;
@@ -71,13 +71,13 @@ export function findOverlaps() {
   return found;
 }
 
-/** Where each control and heading stands: {id: "x y width height"}. */
+/** The position of each control and heading: {id: "x y width height"}. */
 export function positions() {
   const elements = [...document.querySelectorAll('button, input, select, h2, #s-state, #s-cards, .dot')]
     .filter((element) => element.checkVisibility() && !element.matches('.copy'));
   return Object.fromEntries(elements.map((element) => {
     const { x, y, width, height } = element.getBoundingClientRect();
-    // A word is as wide as it is; what matters is where it begins.
+    // A word's width depends on the word; only its start counts.
     return [element.id || element.className, (element.matches('button, input, select, .dot') ? [x, y, width, height] : [x, y]).map((n) => Math.round(n * 10) / 10).join(' ')];
   }));
 }

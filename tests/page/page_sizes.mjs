@@ -1,4 +1,4 @@
-// The sizes that count, in CSS pixels of the window's inside, with the scale that Windows is set to.
+// The tested window sizes in CSS pixels of the inside, with Windows' scale.
 
 export const kSizes = Object.freeze([
   { width: 803, height: 547, scale: 1.5 },  // the smallest window, on a laptop at 150 %

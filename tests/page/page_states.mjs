@@ -1,4 +1,4 @@
-// What the window sends in each state of the program, as tests and pictures show it.
+// The window's messages in each state of the program, for tests and pictures.
 
 export const kNat = 'NAT模式IP 172.31.0.0/24 -> 现场真实 10.10.0.0/24\r\n直连网段 192.168.77.0/24';
 export const kResting = '粘贴现场端密钥即可连接';
@@ -70,7 +70,7 @@ const kLongName = '东区水厂二号泵站变频控制柜'.repeat(5).slice(0, 6
 export const kMappings = Array.from({ length: 5 }, (_, i) =>
   `NAT模式IP 172.31.${i}.0/24 -> 现场真实 192.168.${100 + i}.0/24`).join('\r\n');
 
-/** As much as any field may have to hold. */
+/** The longest contents that any field may have to hold. */
 export const kLongValues = [
   state('up', `${'0123456789abcdef'.repeat(25)}\r\n${'连接授权成功'.repeat(20)}`,
     { device: kLongName, access: kMappings, discovery: true }),

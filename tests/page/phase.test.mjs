@@ -1,4 +1,4 @@
-// How the connection fares, as the page works it out of the window's messages: without a page.
+// The connection's state as the page derives it from the window's messages, tested without a page.
 import assert from 'node:assert/strict';
 import { readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -116,7 +116,7 @@ for (const [text, cls] of kFailures) {
     const connects = button === 'c-connect';
     const name = `${JSON.stringify(text)} after ${job} is ${connects ? '' : 'not '}a failed connection`;
     test(name, () => {
-      // A try's end alone would be retrying; what is asked here is what stays when no further one comes.
+      // A try's end alone would count as retrying; expected here is the state without a further try.
       const seen = seeAll([...busy(job), ...result(text, cls)]);
       const view = viewOf(seen, kRetryGoneMs);
       assert.equal(view.phase, connects ? 'failed' : 'idle');
@@ -217,7 +217,7 @@ test('a job after the end of retrying does not bring it back', () => {
 // ---- the log of a page before
 
 const logs = (...lines) => ({ t: 'logs', lines });
-/** What a page knows at 12:00:30 that is told `status` and then `lines`. */
+/** The record of a page that at 12:00:30 receives `status` and then `lines`. */
 const seeLog = (status, lines) => [state('off', status), logs(...lines)].reduce(
   (seen, message) => seeMessage(seen, message, 0, '12:00:30'), startOfConnection());
 const kPastRows = [
@@ -289,11 +289,11 @@ test('a line that says nothing new leaves the record as it is', () => {
 
 // ---- chance
 
-/** A page that sees `messages` at this second of the model. */
+/** A page that receives `messages` in this second of the model. */
 const seeAt = (model, messages, seen = startOfConnection()) =>
   messages.reduce((before, message) => seeMessage(before, message, model.second * 1000, model.clock), seen);
 
-/** What the window knows, against what the page shows. */
+/** Compares what the window knows with what the page shows. */
 function assertTrue(model, view) {
   assert.equal(view.job, model.job ? kJobs.find(([text]) => text === model.job.text)[1] : null);
   if (model.tunnel !== 'off') return assert.equal(view.phase, model.tunnel === 'up' ? 'online' : 'reconnecting');
@@ -322,7 +322,7 @@ for (let seed = 1; seed <= 60; seed += 1) {
   });
 }
 
-/** Anything at all, mostly in the form of a message. */
+/** Any value, mostly in the shape of a message. */
 function anyMessage(random) {
   const texts = [...kJobs.map(([text]) => text), kArmed, kRefused, kUnreachable, kGranted, '就绪。', '', 'x'];
   const value = () => random.choice([...texts, null, undefined, 0, 1, true, {}, [], [[]], { toString: 1 }, '__proto__']);
@@ -339,7 +339,7 @@ function anyMessage(random) {
   ])();
 }
 
-/** What holds of every view, whatever was said before. */
+/** Invariants of every view, whatever came before. */
 function assertSound(seen, view, nowMs) {
   assert.ok([seen, view, view.waiting].every(Object.isFrozen));
   assert.ok(['online', 'error', 'reconnecting', 'retrying', 'failed', 'idle'].includes(view.phase));
@@ -374,7 +374,7 @@ for (let seed = 1; seed <= 60; seed += 1) {
 
 // ---- the program's own words
 
-/** The C++ sources of the program, which send what the page reads. */
+/** The C++ sources of the program, whose texts the page reads. */
 async function programSources() {
   const folder = path.join(import.meta.dirname, '../../src');
   const names = (await readdir(folder, { recursive: true })).filter((name) => name.endsWith('.cpp'));

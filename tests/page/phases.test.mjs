@@ -1,4 +1,4 @@
-// How the page shows how the connection fares. What it makes of which messages is told in phase.test.mjs.
+// How the page shows the connection's state. phase.test.mjs tests how it is derived.
 import assert from 'node:assert/strict';
 
 import { clockTest, pageTest, useBrowser } from './browser_page.mjs';
@@ -17,7 +17,7 @@ const tone = (page) => page.view.locator('#c-statusline').evaluate((line) => {
   return ['ok', 'wn', 'er'].filter((name) => bar.classList.contains(name)).join();
 });
 
-/** By button: 'busy', 'waiting' (for the eye and for a screen reader alike), or neither. */
+/** By button: 'busy', 'waiting' (for the eye and a screen reader alike), or neither. */
 async function marks(page) {
   const told = await page.view.evaluate((ids) => ids.map((id) => {
     const button = document.getElementById(id);
@@ -29,7 +29,7 @@ async function marks(page) {
 
 const kNoMarks = Object.fromEntries(kJobButtons.map((id) => [id, '']));
 
-/** The phase, whether a job runs, the tag, whether it rests, what is offered. */
+/** The phase, whether a job runs, the tag, whether it rests, the offered button. */
 const kWanted = {
   first: ['idle', false, '', true, 'connect'], resolved: ['idle', false, '', true, 'connect'],
   working: ['idle', true, '处理中', false, 'connect'], online: ['online', false, '', false, 'stop'],
@@ -63,7 +63,7 @@ pageTest('a running job keeps its button busy and the others waiting until anoth
       assert.equal(await page.view.getAttribute(`#${button}`, name), null, button);
     }
   }
-  await page.deliver({ t: 'state', side: {} });  // says nothing of the status line
+  await page.deliver({ t: 'state', side: {} });  // contains no status line
   assert.deepEqual(await marks(page), wanted);
   await page.deliver(state('off', '通讯延迟：未填写测试 IP。'));
   assert.deepEqual(await marks(page), kNoMarks);
@@ -73,7 +73,7 @@ pageTest('a running job keeps its button busy and the others waiting until anoth
 pageTest('while a job runs every click still goes to the window, which decides', async (page) => {
   await page.deliver(state('off', '正在测试通讯延迟...'));
   await page.takePosted();
-  // Playwright waits for a button that says it is disabled, which a person need not.
+  // Playwright waits for a button marked as disabled; a person does not have to.
   for (const id of [...kJobButtons, 'c-save', 'c-discovery']) await page.view.click(`#${id}`, { force: true });
   assert.deepEqual((await page.takePosted()).map((text) => JSON.parse(text).action),
     ['connect', 'stop', 'test', 'desktop', 'secondary', 'saveProfile', 'discovery']);
@@ -140,7 +140,7 @@ clockTest('retrying lasts as long as tries are seen', async (page, pass) => {
     assert.equal(await body(page, 'phase'), 'retrying');
     await page.deliver(state('off', kRetrying));
     assert.ok(await has(page, 'job'));
-    await pass(20_000);  // a service that takes its time
+    await pass(20_000);  // a slow service
     assert.equal(await body(page, 'phase'), 'retrying');
     await page.deliverAll(kRefusal);
   }

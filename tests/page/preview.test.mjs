@@ -1,4 +1,4 @@
-// The page in a plain browser: sample data and a bar that switches roles; embedded, none of it.
+// The page in a plain browser: sample data and a bar that switches roles; embedded it has neither.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';

@@ -1,4 +1,4 @@
-// The reason first: at every size, in every state, the state, its reason and what to do next are seen together.
+// The reason first: at every size, in every state, the state, its reason and the next step are visible together.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
@@ -10,7 +10,7 @@ const kSizes = [[803, 547, 1.5], [900, 600, 1], [1204, 781, 1], [1366, 768, 1], 
   [1920, 1080, 2], [2560, 1440, 1], [3840, 2160, 1]].map(([width, height, scale]) => ({ width, height, scale }));
 const named = ({ width, height, scale }) => `${width} x ${height} at ${scale * 100} %`;
 
-// The longest reason that the program gives: what it means stands behind a filter of up to 30,000 letters.
+// The program's longest reason: its explanation follows a filter of up to 30,000 letters.
 const kLongReason = `Error: WinDivertOpen failed for filter: ${'(ip.DstAddr >= 10.10.0.0 and ip.DstAddr <= 10.10.0.255) or '.repeat(124)}true\r\n` +
   '错误 87：驱动不接受过滤条件：网段过多（最多 124 个，局域网发现开启时 123 个），或另一程序加载了旧版驱动。请减少网段，或关闭其它使用 WinDivert 的程序后重试。';
 const kAll = {
@@ -18,14 +18,14 @@ const kAll = {
   longReason: [...kStates.working, state('off', kLongReason), log('02:14:31', kLongReason, 'er')],
 };
 
-/** Ids of what cannot be seen whole without scrolling: its letters, within the window and what scrolls them. */
+/** Ids of elements whose letters are not all visible within the window without scrolling. */
 function findUnseen(ids) {
   return ids.filter((id) => {
     const element = document.getElementById(id);
     const range = document.createRange();
     range.selectNodeContents(element);
     const { firstChild: text } = element;
-    // A failure's meaning is its last line, a success's its first.
+    // A failure is explained by its last line, a success by its first.
     const lines = text?.data.trim().split('\n') ?? [];
     const meaning = element.closest('.er') ? lines.at(-1) : lines[0];
     if (meaning) {
@@ -38,14 +38,14 @@ function findUnseen(ids) {
       if (/auto|scroll|hidden|clip/.test(getComputedStyle(box).overflowY)) bounds.push(box.getBoundingClientRect());
     }
     return !element.checkVisibility() || bounds.some(({ top, bottom, left, right }) =>
-      words.top < top - 1 || words.bottom > bottom + 1 || words.left < left - 1 || words.right > right + 8);  // a blank may hang over
+      words.top < top - 1 || words.bottom > bottom + 1 || words.left < left - 1 || words.right > right + 8);  // trailing blank
   });
 }
 
 for (const size of kSizes) {
   pageTest(`state, reason and next step are seen together: ${named(size)}`, size, async (page) => {
     for (const [name, messages] of Object.entries(kAll)) {
-      if (name === 'error') continue;  // another role's
+      if (name === 'error') continue;  // belongs to the other role
       await page.view.reload();
       await page.deliverAll(messages);
       const offered = await page.view.getAttribute('body', 'data-offer') === 'stop' ? 'c-stop' : 'c-connect';
@@ -154,7 +154,7 @@ pageTest('eight lines of the log are left beside 15 networks', { width: 900, hei
   assert.ok(lines >= 8, `${lines}`);
 });
 
-/** Words and addresses that stand on two lines though they would fit on one. */
+/** Words and addresses broken over two lines although they would fit on one. */
 function findBrokenWords() {
   const broken = [];
   const texts = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
@@ -197,7 +197,7 @@ for (const size of kSizes.filter(({ width }) => width >= 1366)) {
         belowCards: (innerHeight - box('aside').bottom) / size, margin: box('body').left / innerWidth,
       };
     });
-    assert.ok(seen.letters < 100, JSON.stringify(seen));  // of Chinese; twice as many of Latin
+    assert.ok(seen.letters < 100, JSON.stringify(seen));  // Chinese letters; Latin ones are half as wide
     assert.ok(seen.gaps < 1.7 && seen.between < 1.7 && seen.belowCards < 3 && seen.margin < 0.2, JSON.stringify(seen));
   });
 }

@@ -1,4 +1,4 @@
-// What the page posts to the window: every control, the form's snapshot, the first message.
+// The messages that the page posts: every control, the form's snapshot, the first message.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';

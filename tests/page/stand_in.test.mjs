@@ -1,4 +1,4 @@
-// The browser may die under the page: what this page tells for the one after it, and what that one is told.
+// The browser may die under the page: what this page reports for its successor, and what the successor receives.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';
@@ -12,7 +12,7 @@ const kFields = {
 };
 const apply = (page, fields = {}) => page.deliver({ t: 'apply', role: 'client', fields: { ...kFields, ...fields } });
 
-/** The fields as last told, once they are `wanted`; nothing is told twice in a row. */
+/** The fields as last reported, once they equal `wanted`; nothing is reported twice in a row. */
 async function tells(page, wanted) {
   const end = Date.now() + 3_000;
   const all = [];
@@ -96,7 +96,7 @@ pageTest('a form message without fields changes nothing', async (page) => {
 const tone = (page) => page.view.locator('.statusbar').evaluate(({ className }) => className.trim());
 const phase = (page) => page.view.getAttribute('body', 'data-phase');
 
-/** The local time of day `secondsAgo`, as log lines have it. */
+/** The local time of day `secondsAgo`, in the format of log lines. */
 function timeOfDay(secondsAgo) {
   const then = new Date(Date.now() - secondsAgo * 1000);
   return [then.getHours(), then.getMinutes(), then.getSeconds()].map((part) => String(part).padStart(2, '0')).join(':');

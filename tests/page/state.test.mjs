@@ -1,4 +1,4 @@
-// State and apply messages: what is shown, what is left alone, which role is laid out.
+// State and apply messages: what they show, what they leave alone, which role is laid out.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';

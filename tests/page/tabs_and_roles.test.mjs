@@ -1,4 +1,4 @@
-// Tabs and the two roles' layout.
+// Tabs, and the layout of the two roles.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';

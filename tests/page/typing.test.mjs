@@ -1,4 +1,4 @@
-// What the engineer has changed stays his while apply messages come that do not know of it yet.
+// Fields that the engineer changed keep their text while outdated apply messages arrive.
 import assert from 'node:assert/strict';
 
 import { pageTest, useBrowser } from './browser_page.mjs';

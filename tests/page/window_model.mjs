@@ -1,5 +1,5 @@
-// A model of the window for tests of what the page makes of its messages: its jobs, their results, its retry timer,
-// its tunnel and its log, driven by chance from a seed. Time runs in whole seconds, as the log's does.
+// A model of the window for tests of the page's messages: its jobs, their results, its retry timer,
+// its tunnel and its log, driven by a seeded random sequence. Time runs in whole seconds, as the log's does.
 import { cards, kResting } from './page_states.mjs';
 
 export const kConnecting = '正在请求连接授权...';
@@ -15,7 +15,7 @@ export const kJobs = [
 const kByHand = kJobs.map(([text]) => text).filter((text) => text !== kRetrying);
 const kRetrySeconds = 5;
 
-/** The class that the program gives to a line. */
+/** The class that the program assigns to a line. */
 function classOf(text) {
   const holds = (...words) => words.some((word) => text.includes(word));
   if (text.startsWith('Error') || holds('失败', '错误', '异常', '未接受')) return 'er';
@@ -37,9 +37,9 @@ const kOtherResults = {
   '正在获取现场端网段...': ['已获取现场端 DEV-2041 的共享网段。', 'Resolve failed: 密钥无效'],
 };
 
-/** The window, as far as the page can tell. */
+/** The window, as far as the page can observe it. */
 export class WindowModel {
-  /** `random` decides, `seconds` is the time of day at which it starts. */
+  /** `random` decides, `seconds` is the time of day at the start. */
   constructor(random, seconds) {
     this.random = random;
     this.startSeconds = seconds;
@@ -48,10 +48,10 @@ export class WindowModel {
     this.status = '就绪。';
     this.job = null;              // { text, endsAt }
     this.hasGrant = false;        // a connection is held
-    this.isRefusedForNow = false;  // the service's last word was to try again
+    this.isRefusedForNow = false;  // the service's last reply asked to try again
     this.armedAt = null;
-    this.hasFailedToConnect = false;  // so says the result in the status line
-    this.quietSince = 0;          // no job ran or ended and no retry was armed since
+    this.hasFailedToConnect = false;  // according to the result in the status line
+    this.quietSince = 0;          // no job ran or ended and no retry was armed since then
     this.lines = [];
     this.sent = [];
   }
@@ -65,7 +65,7 @@ export class WindowModel {
       side: { on, err: false, state: on ? '在线' : '未连接', detail, foot: '', cards: cards() } };
   }
 
-  /** What a page gets that stands in for another one. */
+  /** The messages for a page that replaces another. */
   welcome() {
     return [this.stateMessage(), this.stateMessage(), { t: 'logs', lines: this.lines.slice(-500) }];
   }
@@ -94,7 +94,7 @@ export class WindowModel {
     const result = isConnecting ? this.connectResult() : text === kStopping ? this.stopResult()
       : this.random.choice([...kOtherResults[text], ...kErrors]);
     this.hasFailedToConnect = isConnecting && !this.hasGrant;
-    this.sent.push(this.stateMessage());  // the outcome shows before the text
+    this.sent.push(this.stateMessage());  // the outcome is visible before its text
     this.show(result);
     this.decideRetry();
   }
@@ -138,7 +138,7 @@ export class WindowModel {
     this.log(this.tunnel === 'up' ? '软件隧道已重新在线。' : '警告：中继连接中断，软件隧道正在自动重连。');
   }
 
-  /** One second more; returns what the window sends in it. */
+  /** Advances one second. Returns what the window sends in it. */
   pass() {
     this.sent = [];
     this.second += 1;

@@ -1,4 +1,4 @@
-// The cards: what is known of the site, each value taken with one click.
+// The cards: facts about the site; one click copies a value.
 import { asClass, asList, byId, escapeHtml } from './dom.js';
 
 const kDoneMs = 1500;
@@ -16,7 +16,7 @@ export function renderCards(cards) {
   byId('s-cards').innerHTML = markup;
 }
 
-/** By the event that copying raises: a page without an origin has no clipboard of its own. */
+/** Uses the copy event: a page without an origin has no access to the clipboard API. */
 function copyText(text) {
   const give = (event) => {
     event.clipboardData.setData('text/plain', text);
@@ -28,7 +28,7 @@ function copyText(text) {
   return done;
 }
 
-/** A value that is being marked by hand stays marked. */
+/** Does not copy while the engineer selects part of a value by hand. */
 function onCardClick({ target }) {
   const card = target.closest('.v:not(.off), .copy')?.closest('li');
   if (!card || !getSelection().isCollapsed) return;

@@ -1,5 +1,5 @@
-// The site to work with. Arrow keys pass over sites; only the one they rest on is loaded. A field above many sites
-// narrows them down.
+// The choice of a site. Arrow keys move over the sites; only one that stays chosen is loaded. A field above a long list
+// filters it.
 import { byId, setText } from './dom.js';
 import { send } from './form.js';
 
@@ -17,7 +17,7 @@ function loadChosen() {
   send('loadProfile');
 }
 
-/** Loads the choice that has not rested yet: what comes next is meant for it. */
+/** Loads a pending choice at once: the next action is meant for it. */
 export function flushChoice() {
   if (isChoosing()) loadChosen();
 }
@@ -28,7 +28,7 @@ function onChange() {
   else loadChosen();
 }
 
-/** Enter goes to the site, as in a form. In an open list it only chooses, and is not heard here. */
+/** Enter loads the site, as in a form. In an open list it only selects, and no event arrives here. */
 function onKey(event) {
   choice.byKey = !event.altKey && !kOpeningKeys.includes(event.key);
   if (event.key !== 'Enter' || event.repeat) return;
@@ -40,7 +40,7 @@ function onKey(event) {
 
 const matches = (option) => option.text.toLocaleLowerCase().includes(byId('c-filter').value.trim().toLocaleLowerCase());
 
-/** Shows the sites whose names hold what the filter says; all of them stay in the list. */
+/** Shows the sites whose names contain the filter text; all of them stay in the list. */
 export function narrow() {
   const options = [...chooser().options];
   const filter = byId('c-filter');

@@ -1,5 +1,5 @@
-// Apply messages may come at any time and without it: one was under way, a job works on a copy of its own, the window
-// drops an action while it is busy. They leave these fields alone until they agree.
+// The fields that the engineer has edited. An apply message may lack the edit: it was sent before, a job works on its own
+// copy, or the busy window dropped the action. Such messages leave these fields alone until they agree.
 import { byId } from './dom.js';
 import { valueOf } from './form.js';
 import { postTypedSoon } from './stand_in.js';
@@ -18,14 +18,14 @@ export function watchEdits() {
   byId('c-discovery').addEventListener('click', () => noteEdit('c-discovery'));
 }
 
-/** The window now knows the target, shows the profile that it loads, and names a site that has no name. */
+/** Called when an action is posted: the window then knows the target, shows the profile it loads, and names a nameless site. */
 export function noteSent(what) {
   edited.delete('c-target');
   if (what === 'loadProfile') kTyped.forEach((id) => edited.delete(id));
   if (valueOf('c-pname').trim() === '') edited.delete('c-pname');
 }
 
-/** Whether an apply may set the field; one that agrees changes nothing, not even the blanks around a text. */
+/** Whether an apply may set the field. One that agrees with it counts as the end of the edit and changes nothing. */
 export function mayApply(id, shown, applied) {
   if (shown === applied) edited.delete(id);
   return shown !== applied && !edited.has(id);

@@ -22,18 +22,18 @@ function setTargets(names, selected) {
   setOptions('c-target', names, edited.has('c-target') ? chosen : selected);
 }
 
-/** What a narrow field cannot show in full. */
+/** Sets a tooltip with the whole text, for a field too narrow for it. */
 export function setHint(select) {
   const hint = select.multiple ? '' : select.value;
   if (select.title !== hint) select.title = hint;
 }
 
-const shownNames = new WeakMap();  // the list of names behind a select's options, as last set
+const shownNames = new WeakMap();  // the names behind a select's options, as last set
 const isSame = (names, others) => names.length === others?.length && names.every((name, i) => name === others[i]);
 
 const optionMarkup = (name) => `<option value="${escapeHtml(name)}">${escapeHtml(name)}</option>`;
 
-/** One option per name, or what stands for none; those that stand there already stay. Returns whether it changed them. */
+/** One option per name, or the placeholder. Options that are already there stay. Returns whether any changed. */
 function setNames(select, names, none = '') {
   if (isSame(names, shownNames.get(select))) return false;
   shownNames.set(select, names);
@@ -41,7 +41,7 @@ function setNames(select, names, none = '') {
   return true;
 }
 
-/** What is not among the names leaves the first one selected. */
+/** A value that is not among the names selects the first one. */
 function setOptions(id, given, selected) {
   const select = byId(id);
   if (!select) return;
@@ -51,7 +51,7 @@ function setOptions(id, given, selected) {
   setHint(select);
 }
 
-/** Choosing is what loads a profile, so one that is not in use must not stand there as chosen. */
+/** Choosing loads a profile, so a profile that is not in use must not appear as chosen. */
 function setProfiles(given, selected) {
   const list = byId('c-profiles');
   const names = asList(given).map(asText);
@@ -71,7 +71,7 @@ export function setDiscovery(on) {
 
 let isFocused = false;
 
-/** Where the day begins: at the key, or where the key is known at connecting. Once, and not when somebody works here. */
+/** Sets the initial focus: the key, or the connect button if the key is known. Once, and never while somebody works here. */
 function focusFirst() {
   if (isFocused || document.activeElement !== document.body) return;
   byId(valueOf('c-secret') === '' ? 'c-secret' : 'c-connect').focus();

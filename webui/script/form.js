@@ -1,4 +1,4 @@
-// To the window: an action with the form as it stands.
+// Posts an action with the form's contents to the window.
 import { bridge, byId } from './dom.js';
 import { noteSent } from './edits.js';
 import { postTypedSoon } from './stand_in.js';
@@ -27,8 +27,8 @@ function post(action, extra) {
   postTypedSoon();
 }
 
-// The form still holds the old site when a profile has been asked for: an action posted now would carry the old key
-// under the new name. So it waits for the fields of the profile, or until they are overdue.
+// After a profile was requested, the form still shows the old site: an action posted now would carry the old key
+// under the new name. So actions wait for the profile's fields, or until these are overdue.
 const kLoadMs = 1000;
 const load = { profile: '', behind: null, timer: 0 };
 
@@ -39,7 +39,7 @@ function postHeld() {
   for (const [action, extra] of behind) send(action, extra);
 }
 
-/** The fields of `profile` are in the form. */
+/** Called when the fields of `profile` are in the form. */
 export function noteLoaded(profile) {
   if (load.behind && profile === load.profile) postHeld();
 }

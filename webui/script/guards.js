@@ -1,16 +1,16 @@
-// Keeps away what a browser does by itself: a key, button or drop that reloads or leaves the page would lose the form
-// and the log, and zooming without limits would make it unusable.
+// Suppresses the browser's own gestures: a key, button or drop that reloads or leaves the page would lose the form
+// and the log, and unlimited zoom would make the page unusable.
 import { bridge } from './dom.js';
 import { kLogs } from './log.js';
 
-const kNarrowestPx = 640;  // of CSS; zoomed in further, a panel hardly fits into the window
-const kSmallestScale = 0.805;  // 80 % is a trifle more than 0.8 in the browser's own arithmetic
+const kNarrowestPx = 640;  // CSS pixels; below that a panel hardly fits into the window
+const kSmallestScale = 0.805;  // in the browser's arithmetic, 80 % is slightly more than 0.8
 const kZoomKeys = { '+': 1, '=': 1, '-': -1, _: -1 };
 const kTextFields = 'input[type="text"], textarea';
 
 const isInTextField = ({ target }) => target instanceof Element && target.closest(kTextFields) !== null;
 
-/** The letter on a key, also under a keyboard layout of another alphabet. */
+/** The letter on a key, also with a keyboard layout of another alphabet. */
 function letterOf({ key, code }) {
   return /^[a-z]$/i.test(key) ? key.toLowerCase() : code.replace(/^Key/, '').toLowerCase();
 }
@@ -24,7 +24,7 @@ function isHistoryKey({ key, altKey }) {
   return ['BrowserBack', 'BrowserForward'].includes(key) || (altKey && ['ArrowLeft', 'ArrowRight'].includes(key));
 }
 
-/** Whether the page still holds one step larger (`direction` > 0) or smaller. */
+/** Whether the page still fits one zoom step larger (`direction` > 0) or smaller. */
 function mayZoom(direction) {
   const { scale } = visualViewport;
   return direction > 0 ? innerWidth / scale > kNarrowestPx : devicePixelRatio * scale > kSmallestScale;
@@ -38,17 +38,17 @@ function guardKey(event) {
   if (isReloadKey(event) || isHistoryKey(event) || isRefusedZoomKey(event)) event.preventDefault();
 }
 
-/** Two fingers on a touchpad arrive as the wheel with Ctrl. */
+/** Pinching on a touchpad arrives as Ctrl and the wheel. */
 function guardWheel(event) {
   if (event.ctrlKey && event.deltaY !== 0 && !mayZoom(-event.deltaY)) event.preventDefault();
 }
 
-/** The fourth and fifth button lead back and forward. */
+/** The fourth and fifth mouse button navigate back and forward. */
 function guardButton(event) {
   if (event.button > 2) event.preventDefault();
 }
 
-/** A file or an address would take the place of the page; a text may go where texts are typed. */
+/** A dropped file or address would replace the page; text may be dropped into text fields. */
 function guardDrag(event) {
   const types = [...event.dataTransfer?.types ?? []];
   const isText = types.includes('text/plain') && !types.includes('Files') && !types.includes('text/uri-list');
@@ -61,14 +61,14 @@ function guardMenu(event) {
   if (!isInTextField(event)) event.preventDefault();
 }
 
-/** The log list that has the focus, or where the engineer has clicked or selected. */
+/** The log list with the focus, or the one that the engineer clicked or selected in. */
 function logInUse() {
   const focus = document.activeElement ?? document.body;
   const place = focus === document.body ? getSelection().anchorNode : focus;
   return kLogs.find((list) => list.contains(place));
 }
 
-/** Selecting the whole page is never wanted; selecting a log is, to copy it. */
+/** Never selects the whole page; selects a whole log, to be copied. */
 function selectLog(event) {
   if (!event.ctrlKey || event.altKey || event.shiftKey || letterOf(event) !== 'a' || isInTextField(event)) return;
   event.preventDefault();
@@ -81,7 +81,7 @@ const kGuards = {
   dragover: guardDrag, drop: guardDrag, contextmenu: guardMenu,
 };
 
-/** A plain browser keeps its own keys. Not passive, because passive listeners cannot prevent anything. */
+/** In a plain browser its own keys work. Not passive, because passive listeners cannot prevent the default. */
 export function guardPage() {
   addEventListener('keydown', selectLog);
   if (!bridge) return;

@@ -1,18 +1,18 @@
-// Keys that act from within a field, and the one that goes round the parts of the window.
+// Keys that act inside a field, and the one that cycles through the parts of the window.
 import { byId } from './dom.js';
 import { send } from './form.js';
 import { kTabs } from './layout.js';
 
 const kEnterActions = { 'c-secret': 'connect', 'c-testip': 'test', 'c-pname': 'saveProfile' };
 
-/** Enter does what the field is for; within a word of an input method it belongs to that. */
+/** Enter triggers the field's action, unless an input method is composing a word. */
 function onEnter(event) {
   if (event.key !== 'Enter' || event.isComposing || event.repeat) return;
   event.preventDefault();
   send(kEnterActions[event.target.id]);
 }
 
-/** Where the parts of the window begin, in their order: tabs, connection, form, log. */
+/** The first element of each part of the window, in order: tabs, connection, form, log. */
 function partStarts() {
   const offered = document.body.dataset.offer === 'stop' ? 'c-stop' : 'c-connect';
   return [...kTabs.filter(({ tabIndex }) => tabIndex === 0), ...[offered, 'c-secret', 'c-log', 'full-log'].map(byId)]

@@ -1,4 +1,4 @@
-// Tabs, roles, and what follows from the window's size.
+// Tabs, roles, and adjustments to the window's size.
 import { byId, setAttribute } from './dom.js';
 import { keepLogsAtEnd, kLogs } from './log.js';
 
@@ -22,7 +22,7 @@ export function showTab(isLog) {
   markScrollers();
 }
 
-/** Arrows, Home and End move between the tabs, as in any tab list. */
+/** Arrows, Home and End move between tabs, as in any tab list. */
 export function moveTab(event) {
   const last = kTabs.length - 1;
   const at = kTabs.indexOf(event.target);
@@ -43,7 +43,7 @@ export function setRole(role) {
   showTab(false);
 }
 
-/** What overflows can be reached and scrolled by keyboard, and is no stop on the way while it does not. */
+/** An overflowing area can be focused and scrolled by keyboard; one that does not overflow is no tab stop. */
 export function markScrollers() {
   for (const box of document.querySelectorAll('aside, .statusline')) {
     setAttribute(box, 'tabindex', box.scrollHeight > box.clientHeight + 1 && box.clientHeight > 0 ? '0' : null);

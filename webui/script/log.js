@@ -1,22 +1,22 @@
-// Lines are in the lists at once, in order and never more than kMaxLogLines: a window that is hidden has no frames,
-// and must neither lose lines nor hoard them. Only scrolling, which lays the list out, happens at most once a frame.
+// Lines enter the lists at once, in order and never more than kMaxLogLines: a hidden window draws no frames, and must
+// neither lose lines nor pile them up. Only scrolling, which forces a layout, happens at most once per frame.
 import { asClass, asText, byId, shownLogText, shownText } from './dom.js';
 import { notePhase } from './phase_view.js';
 
 const kMaxLogLines = 500;
-const kSpokenLinesPerFrame = 4;  // more than anyone can follow are shown but not read out
-const kMostLines = 10;  // of a message in the live log: more than a connection to a few networks says
-const kRepeatWithin = 4;  // lines; a retry in vain adds the same two or three every 5 s, perhaps all night
+const kSpokenLinesPerFrame = 4;  // more than anyone can follow: shown but not read out
+const kMostLines = 10;  // of a message in the live log: more than a connection to a few networks needs
+const kRepeatWithin = 4;  // lines; a failing retry adds the same two or three every 5 s, perhaps all night
 export const kLogs = ['c-log', 'full-log'].map(byId);
 const frame = { isOpen: false, lines: 0, scroll: false };
 const scrolledUp = new Set();  // of kLogs
-const heights = new Map();  // of kLogs, as last scrolled to the end or left alone
-let latest = [];  // the texts, in full, of the last kRepeatWithin lines
+const heights = new Map();  // by kLogs entry, when last scrolled to the end or left alone
+let latest = [];  // full texts of the last kRepeatWithin lines
 
 const kLineTemplate = document.createElement('div');
 kLineTemplate.innerHTML = '<span class="ts"></span> <span></span>';
 
-/** Results may begin with a line break: it stays in the text, but is neither shown nor copied. */
+/** Results may begin with a line break: the text keeps it, but it is neither shown nor copied. */
 function showMessage(line, msg) {
   const text = shownLogText(msg);
   const [lead] = /^[\r\n]*/.exec(text);
@@ -27,7 +27,7 @@ function showMessage(line, msg) {
   line.querySelector('i').textContent = lead;
 }
 
-/** A long list of networks would push the rest out of the live log; a failure says at its end what helps. */
+/** A long list of networks would push everything else out of the live log; a failure's advice is in its last lines. */
 function markLong(line, msg, cls) {
   const count = msg.trim().split('\n').length;
   if (count <= kMostLines || cls === 'er') return;
@@ -50,13 +50,13 @@ function logLine([ts, msg, cls]) {
 
 const asLine = ([ts, msg, cls]) => [asText(ts), asText(msg), asClass(cls)];
 
-/** For new lines; they are shown wherever the engineer has scrolled to. */
+/** Shows new lines, wherever the engineer scrolled to. */
 function scrollLogsToEnd() {
   scrolledUp.clear();
   keepLogsAtEnd();
 }
 
-/** For changes of size and tab: a list that the engineer has scrolled up stays where it is. */
+/** After a change of size or tab: a list that the engineer scrolled up keeps its place. */
 export function keepLogsAtEnd() {
   for (const list of kLogs) {
     if (!scrolledUp.has(list)) list.scrollTop = list.scrollHeight;
@@ -64,7 +64,7 @@ export function keepLogsAtEnd() {
   }
 }
 
-/** A list of another height has moved its end, not been scrolled; the observer of sizes sees to it after this event. */
+/** A changed height moves a list's end without scrolling; the resize observer handles that after this event. */
 export function noteScroll({ target: list }) {
   if (list.clientHeight !== heights.get(list)) return;
   if (list.scrollTop + list.clientHeight < list.scrollHeight - 1) scrolledUp.add(list);
@@ -82,7 +82,7 @@ function closeFrame() {
   Object.assign(frame, { isOpen: false, lines: 0, scroll: false });
 }
 
-/** The first change in a frame is scrolled to right away, the rest of them together at its end. */
+/** Scrolls to the first change in a frame at once, to the others together at the frame's end. */
 function keepAtEnd(lines) {
   frame.lines += lines;
   setSpoken(frame.lines <= kSpokenLinesPerFrame);
@@ -95,7 +95,7 @@ function keepAtEnd(lines) {
   requestAnimationFrame(closeFrame);
 }
 
-/** Whether a line says what one just before it said; a reader would speak it every few seconds for ever. */
+/** Whether a recent line had the same text; a screen reader would otherwise repeat it every few seconds, endlessly. */
 function isRepeated(msg) {
   const isRepeat = latest.includes(msg);
   latest = [...latest, msg].slice(-kRepeatWithin);
@@ -115,7 +115,7 @@ export function appendLog(ts, msg, cls) {
   notePhase({ t: 'log', ts: line[0], msg: line[1], cls: line[2] });
 }
 
-/** Without a list of lines there is nothing to put in the place of those that are shown. */
+/** Ignores a message without a list of lines: the lines shown stay. */
 export function replaceLog(lines) {
   if (!Array.isArray(lines)) return;
   const kept = lines.filter(Array.isArray).slice(-kMaxLogLines).map(asLine);

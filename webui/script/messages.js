@@ -1,11 +1,11 @@
-// From the window: each message to the script that shows it.
+// Passes each message from the window to the script that shows it.
 import { renderState } from './side.js';
 import { restoreForm } from './stand_in.js';
 import { applyFields } from './fields.js';
 import { appendLog, replaceLog } from './log.js';
 import { ROLE, setRole } from './layout.js';
 
-/** What cannot be read is nothing: a message must not be able to stop the page. */
+/** Returns nothing for an unreadable message: no message may stop the page. */
 function parseMessage(data) {
   try {
     const message = typeof data === 'string' ? JSON.parse(data) : data;
@@ -27,7 +27,7 @@ function dispatch(message) {
   }
 }
 
-/** An error in one message is reported, as any in the page, and does not keep the next one away. */
+/** An error in one message is reported like any other and does not stop the next one. */
 export function receive(data) {
   try {
     dispatch(parseMessage(data));

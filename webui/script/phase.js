@@ -1,7 +1,7 @@
-// How the connection fares, told from the window's messages alone: messages go in, a view comes out. Pure: the time
-// is handed in, records are frozen, the document is unknown here.
-// The window has no word for "connecting has failed" or "retrying": both follow from which job ran last, how its
-// result reads, and what stands in the log.
+// Derives the state of the connection from the window's messages: messages go in, a view comes out. Pure: the time
+// is an argument, records are frozen, the document is not used.
+// The window has no word for "connecting failed" or "retrying": both follow from the last job, its result's text
+// and the log.
 
 const kConnecting = '正在请求连接授权...';
 const kRetrying = '正在自动重试连接授权...';
@@ -18,10 +18,10 @@ const kNotResolved = 'Resolve failed:';
 const kGranted = '连接授权成功：';
 
 const kConnectJobs = [kConnecting, kRetrying];
-const kRetryGoneMs = 12_000;  // two tries would have been seen by now
+const kRetryGoneMs = 12_000;  // two further tries would have been seen by now
 const kDayMs = 24 * 3600 * 1000;
 const kTags = { online: '', error: '出错', reconnecting: '自动重连', retrying: '自动重试', failed: '未成功', idle: '' };
-const kHeldPhases = ['online', 'reconnecting', 'retrying'];  // there is something to end
+const kHeldPhases = ['online', 'reconnecting', 'retrying'];  // phases with a connection that can be ended
 
 export const kJobButtons = Object.freeze([...new Set(kJobs.values())]);
 export const kTones = Object.freeze(['ok', 'wn', 'er']);
@@ -36,21 +36,21 @@ const textOrNone = (value) => (typeof value === 'string' ? value : '');
 const hasLine = (text, start) => text.startsWith(start) || text.includes('\n' + start);
 const isBusyText = (text) => kJobs.has(text);
 
-/** Failures that the program's own classes, which go by Chinese words, leave plain or even take for a success. */
+/** Failures that the program's own classification, which looks for Chinese words, leaves plain or takes for a success. */
 const readsLikeFailure = (text) => text === kUnknownError || hasLine(text, kRefused) || hasLine(text, kNotResolved);
 
-/** What a page knows before the first message. */
+/** The record before the first message. */
 export function startOfConnection() {
   return Object.freeze({
     on: false, err: false, detail: '',  // the side panel
     status: '', tone: '',
-    origin: '',     // the busy text of the job that ended with this status; empty when unknown
+    origin: '',     // the busy text of the job that ended with this status; empty if unknown
     awaited: '',    // the busy text of the job whose result is the next status
-    triedMs: null,  // when automatic retrying was last known to go on; null when it is not
+    triedMs: null,  // when automatic retrying was last seen; null if it is not active
   });
 }
 
-/** Nothing says that retrying has ended in vain, so it counts as ended when no further try is seen. */
+/** No message announces the end of retrying, so it counts as ended when no further try is seen. */
 function isRetrying({ status, triedMs }, nowMs) {
   return triedMs !== null && (isBusyText(status) || nowMs - triedMs < kRetryGoneMs);
 }
@@ -58,7 +58,7 @@ function isRetrying({ status, triedMs }, nowMs) {
 const withoutOldRetry = (seen, nowMs) =>
   (seen.triedMs === null || isRetrying(seen, nowMs) ? seen : { ...seen, triedMs: null });
 
-/** A job's end is as good as a try: the window tries again within seconds of it, not while it runs. */
+/** A job's end counts as a try: the window tries again within seconds after it, but not while it runs. */
 function seeStatus(seen, status, nowMs) {
   if (status === undefined || status === null || textOrNone(status) === seen.status) return seen;
   const text = textOrNone(status);
@@ -74,7 +74,7 @@ function seeState(seen, { side, statusline }, nowMs) {
   return seeStatus({ ...seen, ...shown }, statusline, nowMs);
 }
 
-/** The status line comes without a colour; the log line with the same text, right behind it, brings it. */
+/** The status line comes without a class; the log line with the same text, right behind it, provides it. */
 function seeLine(seen, { msg, cls }, nowMs) {
   const awaited = isBusyText(msg) ? msg : seen.awaited;
   const tone = msg === seen.status && kTones.includes(cls) && !readsLikeFailure(msg) ? cls : seen.tone;
@@ -88,13 +88,13 @@ function secondsOfDay(ts) {
   return Number(hours) * 3600 + Number(minutes) * 60 + Number(seconds);
 }
 
-/** From one time of day to a later one; what cannot be read lies far back. */
+/** Milliseconds from one time of day to a later one; unreadable times count as long ago. */
 function msBetween(earlier, later) {
   const ms = (secondsOfDay(later) - secondsOfDay(earlier)) * 1000;
   return Number.isNaN(ms) ? kDayMs : (ms + kDayMs) % kDayMs;
 }
 
-/** Lines carry the time of day only: their ages add up from the last one, for the first may be from days before. */
+/** Lines carry the time of day only: their ages add up from the last one, as the first may be days old. */
 function datedLines(lines, nowMs, timeOfDay) {
   let [later, atMs] = [timeOfDay, nowMs];
   const lastFirst = [...lines].reverse().map(([ts, msg, cls]) => {
@@ -106,8 +106,8 @@ function datedLines(lines, nowMs, timeOfDay) {
 }
 
 /**
- * Which lines were status lines: busy texts, the results of connecting, what stood there before the next job, and the
- * last one that reads like today's status.
+ * The lines that were status lines: busy texts, results of connecting, the line before the next job, and the last one that
+ * equals the current status.
  */
 function wereStatus(dated, status) {
   const shown = dated.findLastIndex(({ msg }) => msg === status);
@@ -115,7 +115,7 @@ function wereStatus(dated, status) {
     hasLine(textOrNone(msg), kRefused) || hasLine(textOrNone(msg), kGranted));
 }
 
-/** The log of a page before this one, gone through as if its messages came again. */
+/** Replays the log of an earlier page as if its messages came again. */
 function seeLines(seen, lines, nowMs, timeOfDay) {
   const dated = datedLines(Array.isArray(lines) ? lines.filter(Array.isArray) : [], nowMs, timeOfDay);
   const isStatus = wereStatus(dated, seen.status);
@@ -129,8 +129,8 @@ function seeLines(seen, lines, nowMs, timeOfDay) {
 }
 
 /**
- * What is known after `message`; the very same record when it says nothing new. `nowMs` never goes back; `timeOfDay`
- * is the clock as log lines show it (HH:MM:SS), which goes back when someone sets it.
+ * Returns the record after `message`, or the same object if it says nothing new. `nowMs` never goes back; `timeOfDay`
+ * is the clock in log lines (HH:MM:SS), which goes back when someone sets it.
  */
 export function seeMessage(seen, message, nowMs, timeOfDay) {
   const current = withoutOldRetry(seen, nowMs);
@@ -142,7 +142,7 @@ export function seeMessage(seen, message, nowMs, timeOfDay) {
   }
 }
 
-/** Only connecting can fail to connect. A result without a known job is one of connecting if it says so itself. */
+/** Only connecting can fail to connect. A result of an unknown job counts as connecting if its text says so. */
 function hasFailed({ status, tone, origin }) {
   if (tone !== 'er' || hasLine(status, kGranted)) return false;
   return origin === '' ? hasLine(status, kRefused) : kConnectJobs.includes(origin);
@@ -156,16 +156,16 @@ function phaseOf(seen, nowMs) {
   return hasFailed(seen) ? 'failed' : 'idle';
 }
 
-/** What is offered while retrying must not flicker with the tries every few seconds. */
+/** While retrying, the offered button must not flicker with each try. */
 function waitingButtons(status) {
   const isSteady = (id) => id === 'c-stop' && status === kRetrying;
   return isBusyText(status) ? kJobButtons.filter((id) => id !== kJobs.get(status) && !isSteady(id)) : [];
 }
 
 /**
- * What the page shows. `job`: the button of the running job, or null; `waiting`: the buttons that wait for its end;
- * `tone`: of the status line; `tag`: the word beside the state; `resting`: nothing contradicts the window's line for
- * a connection that has not begun; `offer`: which of the two makes sense now.
+ * The page's view. `job`: the button of the running job, or null; `waiting`: the buttons that wait for its end; `tone`: of the
+ * status line; `tag`: the word beside the state; `resting`: nothing contradicts the window's line for a connection that
+ * has not begun; `offer`: which of the two buttons makes sense now.
  */
 export function viewOf(seen, nowMs) {
   const phase = phaseOf(seen, nowMs);
@@ -179,7 +179,7 @@ export function viewOf(seen, nowMs) {
   });
 }
 
-/** In how many milliseconds the view changes without a message; null when it does not. */
+/** Milliseconds until the view changes without a message; null if it does not. */
 export function nextChangeMs(seen, nowMs) {
   if (phaseOf(seen, nowMs) !== 'retrying' || isBusyText(seen.status)) return null;
   return seen.triedMs + kRetryGoneMs - nowMs;

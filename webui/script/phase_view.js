@@ -1,11 +1,11 @@
-// Shows how the connection fares: as attributes of the body, which the style sheet knows, and on what belongs to it.
+// Shows the connection's state: as attributes of the body, which the style sheet uses, and on single elements.
 import { byId, setAttribute, setText } from './dom.js';
 import { kJobButtons, kTones, nextChangeMs, seeMessage, startOfConnection, viewOf } from './phase.js';
 
 let connection = startOfConnection();
 let phaseTimer = 0;
 
-/** A look only: every click goes to the window, which drops what it cannot take now. */
+/** Appearance only: every click is posted, and the window drops what it cannot take now. */
 function showJob({ job, waiting }) {
   document.body.toggleAttribute('data-job', job !== null);
   for (const id of kJobButtons) {
@@ -24,7 +24,7 @@ function showTone(shown) {
 
 let shownReason = '';
 
-/** The last line of a failure says what it means and what helps; what stands before it may be long. */
+/** A failure's last line explains it and names the cure; the lines before may be long. */
 function showReason(tone) {
   const line = byId('c-statusline');
   const reason = tone + line.textContent;

@@ -1,4 +1,4 @@
-// In a plain browser: sample data for either role, and a bar to switch them. Starts the page.
+// In a plain browser: sample data for either role, and a bar to switch between them. Starts the page.
 import { bridge, setAttribute } from './dom.js';
 import { send } from './form.js';
 import { guardPage } from './guards.js';

@@ -4,12 +4,12 @@ import { asText, byId, isPresent, setText } from './dom.js';
 import { notePhase } from './phase_view.js';
 import { markScrollers, ROLE, setRole } from './layout.js';
 
-const kFoldedFrom = 2;  // so many networks are counted instead of shown
+const kFoldedFrom = 2;  // from this number on, networks are counted instead of listed
 
-/** Networks in a text that names them, one a line or with separators between. */
+/** The networks in a text, one per line or separated. */
 const networksIn = (detail) => detail.match(/\d+\.\d+\.\d+\.\d+\/\d+(?: -> \S+ [\d./]+)?/g) ?? [];
 
-/** The text stays whole; what is folded is how much of it is seen. */
+/** Folds a long list visually; the text itself stays whole. */
 function foldDetail() {
   const detail = byId('s-detail');
   const { length } = networksIn(detail.textContent);

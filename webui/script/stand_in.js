@@ -1,4 +1,4 @@
-// The browser may die under the page. The window keeps what is typed here and gives it to the next page.
+// The browser may die under the page. The window keeps what is typed here and sends it to the next page.
 import { asText, bridge, byId, isPresent } from './dom.js';
 import { collectFields } from './form.js';
 import { edited } from './edits.js';
@@ -7,7 +7,7 @@ import { setDiscovery, setHint } from './fields.js';
 const kFormKeys = {
   'c-secret': 'secret', 'c-target': 'target', 'c-testip': 'testip', 'c-pname': 'profileName', 'c-discovery': 'discovery',
 };
-const kTypedMs = 150;  // as much typing may be lost
+const kTypedMs = 150;  // typing within this time may be lost
 const typed = { posted: typedText({}), timer: 0 };
 
 function typedText(f) {
@@ -27,7 +27,7 @@ export function postTypedSoon() {
   if (bridge && !typed.timer) typed.timer = setTimeout(postTyped, kTypedMs);
 }
 
-/** What was typed into the page before this one: typed here as well, so applies leave it alone. */
+/** Restores what was typed into the previous page, marked as typed here, so applies leave it alone. */
 function restoreField(id, value) {
   if (id === 'c-target' && ![...byId(id).options].some((option) => option.value === value)) return;
   if (id === 'c-discovery') setDiscovery(value === true);

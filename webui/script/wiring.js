@@ -1,4 +1,4 @@
-// Which control does what.
+// Connects each control with its action.
 import { byId } from './dom.js';
 import { send } from './form.js';
 import { watchEdits } from './edits.js';
