@@ -36,7 +36,7 @@ const std::vector<RouteMapping> kMappings = {
     {0xC0A80200, 31, 0xAC1F0100, 31, true},
 };
 
-class Script final : public fuzz::StreamPeer {
+class Script final : public fuzz::StreamPeer, private RelayHost {
  public:
   explicit Script(fuzz::Input input) : input_(input) { fuzz::SetStreamPeer(this); }
   ~Script() override { fuzz::SetStreamPeer(nullptr); }
@@ -113,21 +113,12 @@ class Script final : public fuzz::StreamPeer {
   };
 
   void Work() {
-    RelayWorker({flags_,
-                 link_,
-                 udp_,
-                 kRelayUrl,
-                 {},
-                 [this](std::span<std::byte> packet) { path_.HandleInbound(packet); },
-                 [this](std::chrono::milliseconds time) { Pause(time); },
-                 [this](bool isConnected) { ChangeLink(isConnected); },
-                 [](const std::string& reason) { Require(!reason.empty()); }})
-        .Run();
+    RelayWorker(*this, link_, udp_, kRelayUrl, {}).Run();
     Require(!flags_.KeepGoing());
   }
 
   // With discovery, broadcasts are captured only while the relay is there.
-  void ChangeLink(bool isConnected) {
+  void OnLinkChanged(bool isConnected) override {
     Require(isConnected != isConnected_);
     isConnected_ = isConnected;
     if (!isDiscovering_) return;
@@ -138,7 +129,11 @@ class Script final : public fuzz::StreamPeer {
     }
   }
 
-  void Pause(std::chrono::milliseconds time) {
+  void OnReconnectFailed(const std::string& reason) override { Require(!reason.empty()); }
+  void OnUdpChanged(bool) override {}
+  [[nodiscard]] bool KeepGoing() const noexcept override { return flags_.KeepGoing(); }
+
+  void Pause(std::chrono::milliseconds time) override {
     Require(time.count() >= 1000 && time.count() <= 10000);
     if (input_.IsEmpty() || connects_ == kMaxConnects) Stop();
   }
@@ -174,13 +169,7 @@ class Script final : public fuzz::StreamPeer {
     network_.AwaitQuiet();
   }
 
-  UdpRelayHooks Hooks() {
-    return {[this](std::span<std::byte> packet) { TakeDatagram(packet); },
-            [this] { return flags_.KeepGoing(); }, [](bool) {}};
-  }
-
-  // On the UDP relay's thread, which lets nothing be thrown.
-  void TakeDatagram(std::span<std::byte> packet) {
+  void HandleInbound(std::span<std::byte> packet) noexcept override {
     try {
       path_.HandleInbound(packet);
     } catch (const std::runtime_error&) {
@@ -326,7 +315,7 @@ class Script final : public fuzz::StreamPeer {
   PacketPath path_{driver_, queue_};
   RelayLink link_{signal_, [] { return 0U; }};
   fuzz::ScriptedNetwork network_{[this](auto datagram) { CheckDatagram(datagram); }};
-  SocketUdpRelay realUdp_{Hooks(), network_.Deps()};
+  SocketUdpRelay realUdp_{*this, network_};
   UdpPath udp_{*this};
 
   int connects_ = 0;

@@ -97,13 +97,9 @@ class ScriptedNetwork::ScriptedSocket final : public tunnel::DatagramSocket {
   milliseconds timeout_{0};  // set before the threads start
 };
 
-tunnel::UdpRelayDeps ScriptedNetwork::Deps() {
-  return {[this](const std::wstring&, milliseconds, const std::function<bool()>&) {
-            return std::make_shared<ScriptedSocket>(*this);
-          },
-          [this]() { return now_.load(); },
-          [this](platform::Condition& condition, platform::Mutex& mutex, milliseconds time)
-              REQUIRES(mutex) { Wait(condition, mutex, time); }};
+tunnel::DatagramSocketPointer ScriptedNetwork::OpenSocket(const std::wstring&, milliseconds,
+                                                          const std::function<bool()>&) {
+  return std::make_shared<ScriptedSocket>(*this);
 }
 
 // The pause after an error passes at once; the keep-alive's wait ends when the clock is moved.

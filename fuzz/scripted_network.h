@@ -19,7 +19,7 @@ using Bytes = std::vector<std::byte>;
 // only while the target waits for them, so that the same script always does the same.
 //
 // Threads: the public functions by one, the target's; the rest by the UDP relay's.
-class ScriptedNetwork {
+class ScriptedNetwork final : public tunnel::UdpNetwork {
  public:
   static constexpr std::uint64_t kToken = 0x1122334455667788;
 
@@ -27,7 +27,12 @@ class ScriptedNetwork {
   explicit ScriptedNetwork(std::function<void(std::span<const std::byte>)> onSent)
       : onSent_(std::move(onSent)) {}
 
-  tunnel::UdpRelayDeps Deps();
+  tunnel::DatagramSocketPointer OpenSocket(const std::wstring& serverUrl,
+                                           std::chrono::milliseconds timeout,
+                                           const std::function<bool()>& isCancelled) override;
+  [[nodiscard]] std::chrono::milliseconds Now() const override { return now_.load(); }
+  void Wait(platform::Condition& condition, platform::Mutex& mutex,
+            std::chrono::milliseconds time) override REQUIRES(mutex) EXCLUDES(lock_);
 
   // Whether hellos are acknowledged, and whether sending fails, from now on.
   void SetAnswering(bool isAnswering) { isAnswering_ = isAnswering; }
@@ -47,8 +52,6 @@ class ScriptedNetwork {
 
  private:
   class ScriptedSocket;
-  void Wait(platform::Condition& condition, platform::Mutex& mutex, std::chrono::milliseconds time)
-      REQUIRES(mutex) EXCLUDES(lock_);
   [[nodiscard]] bool IsQuiet() const REQUIRES(lock_);
 
   const std::function<void(std::span<const std::byte>)> onSent_;

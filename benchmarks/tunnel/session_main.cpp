@@ -30,8 +30,8 @@ tunnel::SessionDeps DepsOf(const std::string& device, int mtu) {
   tunnel::SessionDeps deps;
   deps.loadDriver = [device, mtu]() { return bench::MakeTunDriver(device, mtu); };
   deps.collectLocalNetworks = []() { return tunnel::LocalNetworks{}; };
-  deps.makeUdpRelay = [](tunnel::UdpRelayHooks hooks) {
-    return std::make_unique<tunnel::SocketUdpRelay>(std::move(hooks), tunnel::RealUdpRelayDeps());
+  deps.makeUdpRelay = [](tunnel::RelayHost& host) {
+    return std::make_unique<tunnel::SocketUdpRelay>(host, tunnel::RealUdpNetwork());
   };
   deps.runHidden = [](const std::wstring&, std::chrono::milliseconds) { return true; };
   deps.pause = [](tunnel::StopSignal& signal, std::chrono::milliseconds time) {

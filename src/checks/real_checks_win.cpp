@@ -20,7 +20,7 @@
 #include "settings/server_address.h"
 #include "settings/settings_file.h"
 #include "tunnel/driver/windivert.h"
-#include "tunnel/relay/udp_relay.h"
+#include "tunnel/relay/udp_datagram.h"
 #include "update/update_check.h"
 // After the SDK, which they need.
 #include <objbase.h>
@@ -193,9 +193,7 @@ std::vector<Check> NetworkChecks(const Request& request) {
       {"service-tcp", L"中心服务 TCP", "The central service takes TCP connections.",
        [request] { return CheckServiceTcp(ServerUrl(*request)); }},
       {"service-udp", L"中继 UDP", "The relay answers by UDP.",
-       [request] {
-         return CheckServiceUdp(ServerUrl(*request), tunnel::RealUdpRelayDeps().openSocket);
-       }},
+       [request] { return CheckServiceUdp(ServerUrl(*request), tunnel::OpenRelaySocket); }},
       {"service-reply", L"中心服务的回答", "The central service answers in its own form.",
        [request] {
          return JudgeReply(

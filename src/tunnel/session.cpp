@@ -36,26 +36,7 @@ constexpr wchar_t kFragmentCaptured[] =
 }  // namespace
 
 Session::Session(SessionDeps deps)
-    : deps_(std::move(deps)),
-      link_(signal_, deps_.tickMs),
-      udp_(deps_.makeUdpRelay(HooksForUdp())) {}
-
-UdpRelayHooks Session::HooksForUdp() {
-  UdpRelayHooks hooks;
-  hooks.inbound = [this](std::span<std::byte> packet) {
-    try {
-      path_.HandleInbound(packet);
-    } catch (const std::exception&) {
-      // Costs this packet only.
-    }
-  };
-  hooks.keepGoing = [this]() { return flags_.KeepGoing(); };
-  hooks.readyChanged = [this](bool ready) {
-    const platform::MutexLock held(observerLock_);
-    observer_.udpChanged(ready);
-  };
-  return hooks;
-}
+    : deps_(std::move(deps)), link_(signal_, deps_.tickMs), udp_(deps_.makeUdpRelay(*this)) {}
 
 Session::~Session() {
   if (IsRunning()) Stop();
@@ -67,18 +48,14 @@ TunnelStarted Session::Start(const TunnelRequest& request) {
     TearDown();
     RemoveDriverService();
   }
-  // Cleared here and not when opening begins, so that a stop from now on is never overlooked.
+  // Cleared before anything is opened, so that no stop from now on is missed.
   if (!signal_.TryClear()) ThrowIfStopped();
-  Plan plan;
-  plan.mappings = BuildMappings(request);
-  plan.filter = BuildCaptureFilter(plan.mappings, request.discoveryMode);
-  plan.filterWithoutBroadcasts = BuildCaptureFilter(plan.mappings, false);
-  plan.udpRequest = {request.serverUrl, request.connectionId, request.engineerId};
+  plan_ = MakePlan(request);
   try {
-    Prepare(request, plan.mappings);
-    plan.relayUrl =
+    Prepare(request);
+    plan_.relayUrl =
         BuildRelayUrl(request.serverUrl, BuildRelayPath(request.connectionId, request.engineerId));
-    Open(plan);
+    Open();
   } catch (...) {
     TearDown();
     RemoveDriverService();
@@ -86,11 +63,20 @@ TunnelStarted Session::Start(const TunnelRequest& request) {
   }
   TunnelStarted started;
   started.text = kStartedText + request.connectionId;
-  for (const RouteMapping& mapping : plan.mappings) {
+  for (const RouteMapping& mapping : plan_.mappings) {
     started.accessRoutes.push_back(FormatNetwork(mapping.Mapped()));
   }
-  started.mappingText = DescribeRoutes(plan.mappings);
+  started.mappingText = DescribeRoutes(plan_.mappings);
   return started;
+}
+
+Session::Plan Session::MakePlan(const TunnelRequest& request) {
+  Plan plan;
+  plan.mappings = BuildMappings(request);
+  plan.filter = BuildCaptureFilter(plan.mappings, request.discoveryMode);
+  plan.filterWithoutBroadcasts = BuildCaptureFilter(plan.mappings, false);
+  plan.udpRequest = {request.serverUrl, request.connectionId, request.engineerId};
+  return plan;
 }
 
 std::vector<RouteMapping> Session::BuildMappings(const TunnelRequest& request) {
@@ -107,51 +93,54 @@ std::vector<RouteMapping> Session::BuildMappings(const TunnelRequest& request) {
   return mappings;
 }
 
-void Session::Prepare(const TunnelRequest& request, const std::vector<RouteMapping>& mappings) {
+void Session::Prepare(const TunnelRequest& request) {
   driver_.Load(deps_.loadDriver());
   link_.ClearConnected();
   link_.SetLastError({});
   queue_.Start();
   watch_.Start();
-  path_.Configure(ParseTunnelAddress(request.assignedAddress).value(), mappings,
+  path_.Configure(ParseTunnelAddress(request.assignedAddress).value(), plan_.mappings,
                   request.discoveryMode);
 }
 
-void Session::Open(const Plan& plan) {
+// A stop closes everything that is open at that moment. The check before each step keeps the start
+// from opening more.
+void Session::Open() {
   ThrowIfStopped();
-  link_.Connect(plan.relayUrl);
+  link_.Connect(plan_.relayUrl);
   flags_.running = true;
   ThrowIfStopped();
-  udp_->StartUdpRelay(plan.udpRequest);
+  udp_->StartUdpRelay(plan_.udpRequest);
   ThrowIfStopped();
-  OpenDriver(plan.filter);
-  StartThreads(plan);
-  // What a stop closed before it was opened here, the caller closes again.
+  OpenDriver();
+  StartThreads();
+  // A stop may have closed its handles just before they were opened; the caller closes them again.
   ThrowIfStopped();
 }
 
-// Another program that has used the driver, or an earlier run, may have left its service disabled
-// or half deleted; stopping it is all that this needs.
-void Session::OpenDriver(const std::wstring& filter) {
+// Another program that used the driver, or an earlier run, may have left its service disabled or
+// half deleted. Stopping the service is enough to clear that.
+void Session::OpenDriver() {
   try {
-    driver_.OpenCapture(filter);
+    driver_.OpenCapture(plan_.filter);
   } catch (const DriverError& error) {
     if (!IsDriverLeftover(error.Code())) throw;
     RemoveDriverService();
     ThrowIfStopped();
-    driver_.OpenCapture(filter);
+    driver_.OpenCapture(plan_.filter);
   }
   driver_.OpenInject();
 }
 
-void Session::StartThreads(const Plan& plan) {
+void Session::StartThreads() {
   threads_.emplace_back([this]() noexcept { RunCapture(); });
-  threads_.emplace_back(
-      [worker = RelayWorker(MakeRelayWork(plan))]() mutable noexcept { worker.Run(); });
+  threads_.emplace_back([this]() noexcept {
+    RelayWorker(*this, link_, *udp_, plan_.relayUrl, plan_.udpRequest).Run();
+  });
   threads_.emplace_back([this]() noexcept { SenderLoop(flags_, queue_, link_, *udp_); });
-  threads_.emplace_back([this, plan]() noexcept {
-    std::set<std::wstring> told;
-    watch_.Run([&]() { WarnOfOverlaps(plan, told); });
+  threads_.emplace_back([this]() noexcept {
+    std::set<std::wstring> warned;
+    watch_.Run([&]() { WarnOfOverlaps(warned); });
   });
 }
 
@@ -160,59 +149,62 @@ void Session::RunCapture() noexcept {
   try {
     Notice(kFragmentCaptured);
   } catch (const std::exception&) {
-    // Short memory; the tunnel goes on without the line.
+    // Out of memory; the tunnel continues without the line.
   }
 }
 
-RelayWork Session::MakeRelayWork(const Plan& plan) {
-  return {flags_,
-          link_,
-          *udp_,
-          plan.relayUrl,
-          plan.udpRequest,
-          [this](std::span<std::byte> packet) { path_.HandleInbound(packet); },
-          [this](std::chrono::milliseconds time) { deps_.pause(signal_, time); },
-          [this, plan](bool connected) { OnLinkChanged(connected, plan); },
-          [this](const std::string& reason) {
-            const platform::MutexLock held(observerLock_);
-            observer_.reconnectFailed(reason);
-          }};
+void Session::HandleInbound(std::span<std::byte> packet) noexcept {
+  try {
+    path_.HandleInbound(packet);
+  } catch (const std::exception&) {
+    // The driver refused this packet; the next may pass.
+  }
 }
 
-void Session::OnLinkChanged(bool connected, const Plan& plan) {
+void Session::OnReconnectFailed(const std::string& reason) {
+  const platform::MutexLock held(observerLock_);
+  observer_.reconnectFailed(reason);
+}
+
+void Session::OnUdpChanged(bool ready) {
+  const platform::MutexLock held(observerLock_);
+  observer_.udpChanged(ready);
+}
+
+void Session::OnLinkChanged(bool connected) {
   if (connected) signal_.ForgetHurry();
   {
     const platform::MutexLock held(observerLock_);
     observer_.linkChanged(connected);
   }
-  SwitchDiscovery(connected, plan);
+  SwitchDiscovery(connected);
 }
 
-// While the relay is away, the computer's broadcasts are its own: among them may be the one with
-// which it asks for an address, and without an address the relay could never come back.
-void Session::SwitchDiscovery(bool connected, const Plan& plan) {
-  if (plan.filter == plan.filterWithoutBroadcasts) return;
+// While the relay is away, this computer keeps its own broadcasts. One of them may be its request
+// for an address, and without an address the relay could never come back.
+void Session::SwitchDiscovery(bool connected) {
+  if (plan_.filter == plan_.filterWithoutBroadcasts) return;
   try {
-    if (driver_.ReplaceCapture(connected ? plan.filter : plan.filterWithoutBroadcasts)) {
+    if (driver_.ReplaceCapture(connected ? plan_.filter : plan_.filterWithoutBroadcasts)) {
       Notice(connected ? kDiscoveryResumed : kDiscoveryPaused);
     }
   } catch (const std::exception& error) {
-    // It captures as before.
+    // The old filter stays in force.
     Notice((connected ? kNotResumed : kNotPaused) + text::FromUtf8(error.what()));
   }
 }
 
-// Each pair of networks is told once; `told` keeps the lines.
-void Session::WarnOfOverlaps(const Plan& plan, std::set<std::wstring>& told) noexcept {
+// Warns once per pair of networks; `warned` holds the lines so far.
+void Session::WarnOfOverlaps(std::set<std::wstring>& warned) noexcept {
   try {
     const LocalNetworks local = deps_.collectLocalNetworks();
-    for (const RouteOverlap& overlap : FindOverlaps(plan.mappings, local.networks)) {
+    for (const RouteOverlap& overlap : FindOverlaps(plan_.mappings, local.networks)) {
       const std::wstring line = kOverlap + FormatNetwork(overlap.local) + kOverlapWith +
                                 FormatNetwork(overlap.mapped) + kOverlapCure;
-      if (told.insert(line).second) Notice(line);
+      if (warned.insert(line).second) Notice(line);
     }
   } catch (const std::exception&) {
-    // Short memory; the next look may find it.
+    // Out of memory; the next check may succeed.
   }
 }
 
@@ -231,7 +223,7 @@ void Session::ThrowIfStopped() const {
 }
 
 std::wstring Session::Stop() {
-  // Without the thread lock: a start under way holds it, and this is what ends that start.
+  // Without the thread lock, which a start in progress holds: this is what ends that start.
   signal_.Request();
   const bool wasRunning = InterruptAll();
   const platform::MutexLock held(threadLock_);
@@ -241,14 +233,14 @@ std::wstring Session::Stop() {
   return wasRunning ? kStoppedText : kWasNotRunningText;
 }
 
-// A request that is never settled: no start clears it.
+// The request is never settled, so no later start can clear it.
 void Session::StopForGood() {
   signal_.Request();
   Stop();
 }
 
-// Wakes every thread of the tunnel, a starting one too; true when the tunnel was running. A stop
-// has been asked for already, so nothing that ends here is begun again.
+// Wakes every thread of the tunnel, including a starting one; true if the tunnel was running. The
+// stop must already be requested, or a loop could reopen what this closes.
 bool Session::InterruptAll() noexcept {
   const bool wasRunning = flags_.running.exchange(false);
   driver_.CloseHandles();
@@ -262,7 +254,7 @@ bool Session::InterruptAll() noexcept {
 void Session::EndThreads() noexcept {
   for (std::thread& thread : threads_) thread.join();
   threads_.clear();
-  // A reconnect may have opened it after it was closed.
+  // A reconnect may have opened it again after InterruptAll().
   udp_->Close();
   udp_->Join();
 }

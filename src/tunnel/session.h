@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,35 +23,35 @@
 
 namespace tunnel {
 
-// What the session takes from the world besides sockets and threads. All are called from the
-// threads that start and stop the tunnel, `tickMs` and `pause` also from its own.
+// The session's surroundings besides TCP sockets and threads. Called on the threads that start and
+// stop the tunnel; `tickMs` and `pause` also on its own, `collectLocalNetworks` on the relay watch.
 struct SessionDeps {
   std::function<std::unique_ptr<WinDivertApi>()> loadDriver;  // throws as LoadWinDivert()
   std::function<LocalNetworks()> collectLocalNetworks;
-  std::function<std::unique_ptr<UdpRelay>(UdpRelayHooks)> makeUdpRelay;
+  std::function<std::unique_ptr<UdpRelay>(RelayHost&)> makeUdpRelay;
   HiddenRunner runHidden;
-  std::function<std::uint32_t()> tickMs;  // may be empty, as in RelayHooks
-  // Waits `time` unless the signal is set, at once or meanwhile.
+  TickCounter tickMs = nullptr;  // as for WebSocketRelay
+  // Waits until `time` has passed or the signal is set.
   std::function<void(StopSignal&, std::chrono::milliseconds time)> pause;
 };
 
-// The tunnel of the whole run: turns a connection authorisation into a running tunnel and back.
+// The program's tunnel: turns a connection authorisation into a running tunnel and back.
 //
-// Threads: Start and Stop from any thread; they wait for each other. A Stop reaches a Start that is
-//          under way: it closes what the Start has opened, and the Start fails. Four threads run
-//          inside: capture, relay, sender and relay watch; with the UDP relay's own, six.
+// Threads: Start and Stop from any thread; they wait for each other. A Stop interrupts a Start in
+//          progress by closing what it has opened; that Start then fails. Four threads run inside:
+//          capture, relay, sender and relay watch; with the UDP relay's own, six.
 // Locks:   the thread lock (start and stop) outermost; then the packet lock before the queue's;
 //          relay, driver, status and observer locks are innermost: no other lock of the session
 //          is taken under them.
 // Errors:  Start throws std::runtime_error and leaves nothing running.
-class Session final : public Tunnel {
+class Session final : public Tunnel, private RelayHost {
  public:
   explicit Session(SessionDeps deps);
-  ~Session() override;  // stops a running tunnel; no other call may be under way
+  ~Session() override;  // stops a running tunnel; no other call may be in progress
 
   TunnelStarted Start(const TunnelRequest& request) override EXCLUDES(threadLock_);
-  // Removes the driver's kernel service even if nothing was running. The text for that case says
-  // that the tunnel is running; it is the established wording.
+  // Removes the driver's kernel service even if nothing was running. The text for that case claims
+  // that the tunnel is running; this is the established wording.
   std::wstring Stop() override EXCLUDES(threadLock_);
   void StopForGood() override EXCLUDES(threadLock_);
   void LookAtNetwork() override { watch_.Request(); }
@@ -61,7 +62,7 @@ class Session final : public Tunnel {
   [[nodiscard]] std::string LastRelayError() const { return link_.LastError(); }
 
  private:
-  // What a start has worked out of its request.
+  // Derived from the request of a start.
   struct Plan {
     std::vector<RouteMapping> mappings;
     std::wstring filter;
@@ -70,24 +71,27 @@ class Session final : public Tunnel {
     UdpRelayRequest udpRequest;
   };
 
+  [[nodiscard]] bool KeepGoing() const noexcept override { return flags_.KeepGoing(); }
+  void HandleInbound(std::span<std::byte> packet) noexcept override;
+  void Pause(std::chrono::milliseconds time) override { deps_.pause(signal_, time); }
+  void OnLinkChanged(bool connected) override EXCLUDES(observerLock_);
+  void OnReconnectFailed(const std::string& reason) override EXCLUDES(observerLock_);
+  void OnUdpChanged(bool ready) override EXCLUDES(observerLock_);
+
+  Plan MakePlan(const TunnelRequest& request) EXCLUDES(observerLock_);
   std::vector<RouteMapping> BuildMappings(const TunnelRequest& request) EXCLUDES(observerLock_);
-  void Prepare(const TunnelRequest& request, const std::vector<RouteMapping>& mappings)
-      REQUIRES(threadLock_);
-  void Open(const Plan& plan) REQUIRES(threadLock_);
-  void OpenDriver(const std::wstring& filter) REQUIRES(threadLock_);
-  void StartThreads(const Plan& plan) REQUIRES(threadLock_);
+  void Prepare(const TunnelRequest& request) REQUIRES(threadLock_);
+  void Open() REQUIRES(threadLock_);
+  void OpenDriver() REQUIRES(threadLock_);
+  void StartThreads() REQUIRES(threadLock_);
   void RunCapture() noexcept EXCLUDES(observerLock_);
   void ThrowIfStopped() const;
   bool InterruptAll() noexcept;
   void EndThreads() noexcept REQUIRES(threadLock_);
   void TearDown() noexcept REQUIRES(threadLock_);
   void RemoveDriverService() noexcept;
-  UdpRelayHooks HooksForUdp();
-  RelayWork MakeRelayWork(const Plan& plan);
-  void OnLinkChanged(bool connected, const Plan& plan) EXCLUDES(observerLock_);
-  void SwitchDiscovery(bool connected, const Plan& plan) EXCLUDES(observerLock_);
-  void WarnOfOverlaps(const Plan& plan, std::set<std::wstring>& told) noexcept
-      EXCLUDES(observerLock_);
+  void SwitchDiscovery(bool connected) EXCLUDES(observerLock_);
+  void WarnOfOverlaps(std::set<std::wstring>& warned) noexcept EXCLUDES(observerLock_);
   void Notice(const std::wstring& line) EXCLUDES(observerLock_);
 
   const SessionDeps deps_;
@@ -98,11 +102,12 @@ class Session final : public Tunnel {
   PacketPath path_{driver_, queue_};
   RelayLink link_;
   RelayWatch watch_{link_, signal_};
+  Plan plan_;  // changes only while no thread of the tunnel runs
   platform::Mutex threadLock_;
   std::vector<std::thread> threads_ GUARDED_BY(threadLock_);
   platform::Mutex observerLock_;  // innermost
   TunnelObserver observer_ GUARDED_BY(observerLock_);
-  std::unique_ptr<UdpRelay> udp_;  // set once, at construction; its threads use what is above
+  std::unique_ptr<UdpRelay> udp_;  // last: its threads use the members above
 };
 
 }  // namespace tunnel

@@ -7,13 +7,13 @@
 
 namespace tunnel {
 
-// What a connection authorisation gives the tunnel to work with.
+// The tunnel's part of a connection authorisation.
 struct TunnelRequest {
   std::wstring serverUrl;
   std::wstring connectionId;
   std::wstring engineerId;
   std::wstring assignedAddress;      // dotted IPv4, perhaps with "/prefix"
-  std::vector<std::wstring> routes;  // CIDR texts; unusable ones are dropped
+  std::vector<std::wstring> routes;  // CIDR texts; unusable ones are ignored
   bool discoveryMode = false;
 };
 
@@ -23,26 +23,24 @@ struct TunnelStarted {
   std::wstring mappingText;                // one line a route, CRLF between; for display
 };
 
-// Who is told what happens to a tunnel, from its own threads or the one that starts it, one call at
-// a time. None may throw, wait or call the tunnel's Start or Stop.
+// Receives a tunnel's events, one call at a time, on the tunnel's threads or the starting one. A
+// callback must not throw, block or call the tunnel's Start or Stop.
 struct TunnelObserver {
-  // The relay was lost (false) or found again (true), in the order in which it happened.
-  // IsRelayConnected() may have moved on by the time that the report is read.
+  // The relay was lost (false) or is back (true), in order. IsRelayConnected() may already have
+  // changed again.
   std::function<void(bool connected)> linkChanged = [](bool) {};
-  // An attempt to find it again has failed, for another reason than the one before or as the first;
-  // English text.
+  // A reconnect failed, for the first time or for a new reason; English text.
   std::function<void(const std::string& reason)> reconnectFailed = [](const std::string&) {};
-  // Whether small packets go by UDP from now on or over the WebSocket; first told by the first
-  // start.
+  // From now on small packets use UDP (true) or the WebSocket; first reported by the first start.
   std::function<void(bool ready)> udpChanged = [](bool) {};
   // A line for the engineer's log.
   std::function<void(const std::wstring& line)> notice = [](const std::wstring&) {};
 };
 
-// The tunnel as the rest of the program sees it. Session is the real one.
+// The tunnel as seen by the rest of the program; Session implements it.
 //
-// Threads: Start and Stop may be called from any thread and wait for each other; the two flags are
-//          atomic and may be read at any moment.
+// Threads: Start and Stop may be called from any thread and wait for each other; the two flags may
+//          be read at any time.
 // Errors:  Start throws std::runtime_error with a fixed English text and then leaves nothing
 //          running.
 class Tunnel {
@@ -51,18 +49,18 @@ class Tunnel {
   virtual TunnelStarted Start(const TunnelRequest& request) = 0;
   // Returns the line for the engineer's log.
   virtual std::wstring Stop() = 0;
-  // Stops for good, as the program ends: a start under way fails, and every later one.
+  // For the end of the program: a start in progress fails, and so does every later one.
   virtual void StopForGood() = 0;
-  // The computer has woken, or its addresses have changed. Returns at once.
+  // Call after a wake-up or a change of this computer's addresses. Returns at once.
   virtual void LookAtNetwork() = 0;
-  // To be set before the first start.
+  // Call before the first start.
   virtual void Observe(TunnelObserver observer) = 0;
   [[nodiscard]] virtual bool IsRunning() const noexcept = 0;
   [[nodiscard]] virtual bool IsRelayConnected() const noexcept = 0;
 };
 
-// The tunnel of the program: a Session on the packet driver, the adapters and the commands of this
-// computer. Any thread.
+// The program's tunnel: a Session on the real driver, adapters and commands. Windows only; any
+// thread.
 std::unique_ptr<Tunnel> MakeRealTunnel();
 
 }  // namespace tunnel

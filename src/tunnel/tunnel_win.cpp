@@ -14,13 +14,13 @@
 namespace tunnel {
 namespace {
 
-// The system's list, in one buffer that its pointers point into.
+// One buffer with all records, which point into it.
 SystemList ReadAdapterList() {
   constexpr ULONG kFlags =
       GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST | GAA_FLAG_SKIP_DNS_SERVER;
   return ReadSystemList([](std::byte* buffer, std::uint32_t& sizeBytes) -> std::uint32_t {
     ULONG size = sizeBytes;
-    // operator new aligns for any record.
+    // operator new aligns the buffer for any record.
     const ULONG error = ::GetAdaptersAddresses(
         AF_INET, kFlags, nullptr, reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer), &size);
     sizeBytes = size;
@@ -70,8 +70,8 @@ std::unique_ptr<Tunnel> MakeRealTunnel() {
   SessionDeps deps;
   deps.loadDriver = LoadWinDivert;
   deps.collectLocalNetworks = CollectLocalNetworks;
-  deps.makeUdpRelay = [](UdpRelayHooks hooks) {
-    return std::make_unique<SocketUdpRelay>(std::move(hooks), RealUdpRelayDeps());
+  deps.makeUdpRelay = [](RelayHost& host) {
+    return std::make_unique<SocketUdpRelay>(host, RealUdpNetwork());
   };
   deps.runHidden = platform::RunHidden;
   deps.tickMs = []() -> std::uint32_t { return ::GetTickCount(); };

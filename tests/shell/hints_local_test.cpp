@@ -50,8 +50,8 @@ struct FailingUpdate : update::IdleUpdateDeps {
 tunnel::SessionDeps IdleDeps() {
   tunnel::SessionDeps deps;
   deps.collectLocalNetworks = [] { return tunnel::LocalNetworks{}; };
-  deps.makeUdpRelay = [](tunnel::UdpRelayHooks hooks) {
-    return std::make_unique<tunnel::SocketUdpRelay>(std::move(hooks), tunnel::UdpRelayDeps{});
+  deps.makeUdpRelay = [](tunnel::RelayHost& host) {
+    return std::make_unique<tunnel::SocketUdpRelay>(host, tunnel::RealUdpNetwork());
   };
   deps.runHidden = [](auto&&...) { return true; };
   return deps;

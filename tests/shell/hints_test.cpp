@@ -25,7 +25,7 @@ std::wstring RelayAnswers(const std::string& response, bool ends = false) {
     peer.Send(response);
     if (!ends) peer.WaitForEnd();
   });
-  tunnel::WebSocketRelay relay{tunnel::RelayHooks{}};
+  tunnel::WebSocketRelay relay;
   try {
     relay.Connect(server.RelayUrl());
   } catch (const std::runtime_error& error) {
@@ -184,7 +184,7 @@ TEST_F(HintsTest, KnowWhatTheRelayAnswers) {
 
 TEST_F(HintsTest, KnowWhyTheRelayCannotBeReached) {
   const auto cause = [](const std::wstring& url) {
-    return Cause(ConnectWith([&] { tunnel::WebSocketRelay(tunnel::RelayHooks{}).Connect(url); }));
+    return Cause(ConnectWith([&] { tunnel::WebSocketRelay().Connect(url); }));
   };
   EXPECT_EQ(cause(L"wss://127.0.0.1/"), L"wss");
   EXPECT_EQ(cause(L"http://127.0.0.1/"), L"address");

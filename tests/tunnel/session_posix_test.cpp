@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "tunnel/relay/fake_datagrams.h"
+#include "tunnel/relay/fake_relay_host.h"
 #include "tunnel/test_session.h"
 
 // What only a POSIX system lets a test spoil: making threads.
@@ -44,8 +45,8 @@ TEST_F(SessionPosixTest, AThreadThatCannotBeMadeFailsTheStartAndLeavesNothing) {
 TEST(SocketUdpRelayPosix, AThreadThatCannotBeMadeFailsTheStartAndThePathMayStartAgain) {
   FakeDatagrams world;
   world.AnswerHellosWith([]() { return std::vector<Bytes>{AcknowledgementOf(1)}; });
-  SocketUdpRelay relay({[](std::span<std::byte>) {}, []() { return true; }, [](bool) {}},
-                       world.Deps());
+  FakeRelayHost host;
+  SocketUdpRelay relay(host, world);
   {
     const NoNewThreads spoiled;
     EXPECT_THROW(relay.StartUdpRelay({}), std::system_error);

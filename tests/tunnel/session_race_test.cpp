@@ -27,8 +27,8 @@ class SessionRaceTest : public SessionFixture {
  protected:
   SessionRaceTest() {
     SessionDeps deps = world_.Deps(driver_);
-    deps.makeUdpRelay = [](UdpRelayHooks hooks) {
-      return std::make_unique<SocketUdpRelay>(std::move(hooks), RealUdpRelayDeps());
+    deps.makeUdpRelay = [](RelayHost& host) {
+      return std::make_unique<SocketUdpRelay>(host, RealUdpNetwork());
     };
     session_ = std::make_unique<Session>(std::move(deps));
   }

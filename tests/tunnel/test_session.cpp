@@ -40,8 +40,10 @@ SessionDeps TestWorld::Deps(FakeDriver& driver) {
     const platform::MutexLock held(lock_);
     return local_;
   };
-  deps.makeUdpRelay = [this, &driver](UdpRelayHooks hooks) {
-    udpHooks_ = std::move(hooks);
+  deps.makeUdpRelay = [this, &driver](RelayHost& host) {
+    udpHooks_.inbound = [&host](std::span<std::byte> packet) { host.HandleInbound(packet); };
+    udpHooks_.keepGoing = [&host]() { return host.KeepGoing(); };
+    udpHooks_.readyChanged = [&host](bool ready) { host.OnUdpChanged(ready); };
     return std::make_unique<NotingUdpRelay>(*this, driver);
   };
   deps.runHidden = [this, &driver](const std::wstring& command, std::chrono::milliseconds wait) {

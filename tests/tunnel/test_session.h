@@ -45,8 +45,13 @@ class TestWorld {
   // with N libraries".
   std::vector<std::string> Take() EXCLUDES(lock_);
 
-  // What the session gave the UDP path at its making, and what each start of it asked for.
-  [[nodiscard]] const UdpRelayHooks& UdpHooks() const { return udpHooks_; }
+  // The calls that the UDP path can make on the session.
+  struct UdpCalls {
+    std::function<void(std::span<std::byte>)> inbound;
+    std::function<bool()> keepGoing;
+    std::function<void(bool ready)> readyChanged;
+  };
+  [[nodiscard]] const UdpCalls& UdpHooks() const { return udpHooks_; }
   [[nodiscard]] std::vector<UdpRelayRequest> UdpStarts() const EXCLUDES(lock_);
 
   void StartUdp(const UdpRelayRequest& request, const std::string& handles) EXCLUDES(lock_);
@@ -63,7 +68,7 @@ class TestWorld {
   LocalNetworks local_ GUARDED_BY(lock_){{{0xC0A80100, 24}}, 0};
   bool holdsPauses_ GUARDED_BY(lock_) = false;
   int released_ GUARDED_BY(lock_) = 0;
-  UdpRelayHooks udpHooks_;  // set while the session is made
+  UdpCalls udpHooks_;  // set while the session is made
   std::vector<UdpRelayRequest> udpStarts_ GUARDED_BY(lock_);
   int udpCloses_ GUARDED_BY(lock_) = 0;
   std::vector<std::chrono::milliseconds> pauses_ GUARDED_BY(lock_);

@@ -5,10 +5,9 @@
 namespace tunnel {
 
 void RelayLink::Connect(const std::wstring& relayUrl) {
-  // Current before it connects, so that Close() reaches it while it does; a stop that came before
-  // is seen by isCancelled.
-  const RelayPointer fresh =
-      std::make_shared<WebSocketRelay>(RelayHooks{tickMs_, [this]() { return signal_.IsSet(); }});
+  // Made current before it connects, so that Close() reaches the attempt. A stop that came earlier
+  // is visible through the signal.
+  const RelayPointer fresh = std::make_shared<WebSocketRelay>(tickMs_);
   RelayPointer old = fresh;
   {
     const platform::MutexLock held(relayLock_);
@@ -16,7 +15,7 @@ void RelayLink::Connect(const std::wstring& relayUrl) {
   }
   if (old != nullptr) old->Close();
   try {
-    fresh->Connect(relayUrl);
+    fresh->Connect(relayUrl, [this]() { return signal_.IsSet(); });
   } catch (...) {
     Drop(fresh);
     throw;

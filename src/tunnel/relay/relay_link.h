@@ -1,7 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -11,7 +11,7 @@
 
 namespace tunnel {
 
-// The tunnel's current relay connection and what is known of it.
+// The tunnel's current relay connection and its status.
 //
 // Threads: any. Connect() by one thread at a time: the starting one, then the relay thread.
 // Owns:    one reference to the current WebSocketRelay; its users hold their own.
@@ -19,29 +19,29 @@ class RelayLink {
  public:
   using RelayPointer = std::shared_ptr<WebSocketRelay>;
 
-  // `tickMs` as in RelayHooks. Keeps the reference; the signal must outlive it.
-  RelayLink(StopSignal& signal, std::function<std::uint32_t()> tickMs)
-      : signal_(signal), tickMs_(std::move(tickMs)) {}
+  // `tickMs` as for WebSocketRelay. Keeps the reference; the signal must outlive the link.
+  explicit RelayLink(StopSignal& signal, TickCounter tickMs = nullptr)
+      : signal_(signal), tickMs_(tickMs) {}
 
-  // Puts a new connection in place of the current one, which is closed. Success marks the relay
-  // connected and forgets the last error. Throws what WebSocketRelay::Connect throws; nothing is
-  // current then. A stop ends it early.
+  // Replaces the current connection, which is closed, by a new one. Success marks the relay
+  // connected and clears the last error. Throws as WebSocketRelay::Connect, leaving no current
+  // connection. A stop ends it early.
   void Connect(const std::wstring& relayUrl) EXCLUDES(relayLock_);
 
-  // Null when there is none.
+  // Null if there is no connection.
   [[nodiscard]] RelayPointer Current() const EXCLUDES(relayLock_);
 
-  // Closes `relay` and lets it go if it is still the current one.
+  // Closes `relay`, and releases it if it is still the current one.
   void Drop(const RelayPointer& relay) EXCLUDES(relayLock_);
 
   // Closes the current connection, which wakes its users; it stays current until Release().
   void Close() noexcept EXCLUDES(relayLock_);
   void Release() noexcept EXCLUDES(relayLock_);
 
-  // Set from a successful Connect() until ClearConnected(), so it stays set while a lost connection
-  // is not yet noticed.
+  // Set from a successful Connect() until ClearConnected(), so it remains set until a loss is
+  // noticed.
   [[nodiscard]] bool IsConnected() const noexcept { return connected_; }
-  // True when it was set.
+  // Returns the previous value.
   bool ClearConnected() noexcept { return connected_.exchange(false); }
 
   // Why the last reconnect failed; empty once connected.
@@ -50,7 +50,7 @@ class RelayLink {
 
  private:
   StopSignal& signal_;
-  const std::function<std::uint32_t()> tickMs_;
+  const TickCounter tickMs_;
   std::atomic<bool> connected_{false};
   mutable platform::Mutex relayLock_;
   RelayPointer relay_ GUARDED_BY(relayLock_);

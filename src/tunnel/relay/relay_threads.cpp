@@ -22,84 +22,78 @@ void SendFrames(const Payloads& payloads, RelayLink& link) {
   if (!relay->SendFrames(kOpcodeBinary, payloads)) link.Drop(relay);
 }
 
-// Sends what goes by UDP and leaves in `rest` what does not. A datagram may so pass a frame that
-// stood before it: the two ways to the relay keep no order between them anyway.
+// Sends by UDP as much as possible and leaves the rest in `rest`. A datagram may overtake an
+// earlier frame; there is no order between the two paths anyway.
 void SendDatagrams(std::span<const Packet> batch, UdpRelay& udp, Payloads& rest) {
   rest.clear();
   const bool isReady = udp.IsReady();
   for (const Packet& packet : batch) {
-    const bool goesByUdp = isReady && packet.size() <= kMaxUdpPacketBytes;
-    if (!goesByUdp || !udp.SendUdpPacket(packet)) rest.emplace_back(packet);
+    const bool usesUdp = isReady && packet.size() <= kMaxUdpPacketBytes;
+    if (!usesUdp || !udp.SendUdpPacket(packet)) rest.emplace_back(packet);
   }
 }
 
 constexpr std::chrono::milliseconds kAnswerTime{1500};
-constexpr std::chrono::milliseconds kLookEvery{20};
+constexpr std::chrono::milliseconds kPollInterval{20};
 
 }  // namespace
 
 void RelayWorker::Run() noexcept {
   try {
-    while (work_.flags.KeepGoing()) {
+    while (host_.KeepGoing()) {
       ReceiveUntilLost();
-      while (work_.flags.KeepGoing() && !Reconnect()) {
+      while (host_.KeepGoing() && !Reconnect()) {
       }
     }
   } catch (const std::exception& error) {
-    // Only an exhausted memory comes this far; the status shows why nothing is received any more.
-    work_.link.SetLastError(error.what());
-    if (work_.link.ClearConnected()) work_.linkChanged(false);
+    // Only lack of memory reaches this point. The status shows why nothing is received any more.
+    link_.SetLastError(error.what());
+    if (link_.ClearConnected()) host_.OnLinkChanged(false);
   }
 }
 
 void RelayWorker::ReceiveUntilLost() {
-  const RelayLink::RelayPointer relay = work_.link.Current();
+  const RelayLink::RelayPointer relay = link_.Current();
   if (relay == nullptr) return;
   std::span<std::byte> packet;
-  while (relay->ReadMessage(packet)) {
-    try {
-      work_.inbound(packet);
-    } catch (const std::exception&) {
-      // The driver refused this packet; the next may pass.
-    }
-  }
-  if (work_.flags.KeepGoing()) work_.link.Drop(relay);
+  while (relay->ReadMessage(packet)) host_.HandleInbound(packet);
+  if (host_.KeepGoing()) link_.Drop(relay);
 }
 
 bool RelayWorker::Reconnect() {
-  if (work_.link.ClearConnected()) work_.linkChanged(false);
-  work_.pause(reconnectDelay_);
-  if (!work_.flags.KeepGoing()) return false;
-  work_.udp.Close();
-  work_.udp.Join();
+  if (link_.ClearConnected()) host_.OnLinkChanged(false);
+  host_.Pause(reconnectDelay_);
+  if (!host_.KeepGoing()) return false;
+  udp_.Close();
+  udp_.Join();
   try {
-    work_.link.Connect(work_.relayUrl);
-    work_.udp.StartUdpRelay(work_.udpRequest);
+    link_.Connect(relayUrl_);
+    udp_.StartUdpRelay(udpRequest_);
   } catch (const std::exception& error) {
-    DropHalfMade();
-    work_.link.SetLastError(error.what());
-    TellFailure(error.what());
+    DropHalfOpen();
+    link_.SetLastError(error.what());
+    ReportFailure(error.what());
     reconnectDelay_ = std::min(reconnectDelay_ * 2, kLongestDelay);
     return false;
   }
-  toldReason_.clear();
+  reportedReason_.clear();
   reconnectDelay_ = kFirstDelay;
-  work_.linkChanged(true);
+  host_.OnLinkChanged(true);
   return true;
 }
 
-// The WebSocket of an attempt whose UDP path failed: nobody would read it during the wait, and the
-// next attempt would take its mark for a connection and report one more loss.
-void RelayWorker::DropHalfMade() {
-  work_.link.ClearConnected();
-  if (const RelayLink::RelayPointer relay = work_.link.Current()) work_.link.Drop(relay);
+// Closes the WebSocket of an attempt whose UDP path failed. Left open, it would go unread during
+// the wait, and the next attempt would report its "connected" mark as one more loss.
+void RelayWorker::DropHalfOpen() {
+  link_.ClearConnected();
+  if (const RelayLink::RelayPointer relay = link_.Current()) link_.Drop(relay);
 }
 
-// What a stop has ended is no failure worth telling.
-void RelayWorker::TellFailure(const std::string& reason) {
-  if (reason == toldReason_ || !work_.flags.KeepGoing()) return;
-  toldReason_ = reason;
-  work_.reconnectFailed(reason);
+// Reports each reason once, and nothing when a stop has ended the attempt.
+void RelayWorker::ReportFailure(const std::string& reason) {
+  if (reason == reportedReason_ || !host_.KeepGoing()) return;
+  reportedReason_ = reason;
+  host_.OnReconnectFailed(reason);
 }
 
 void SenderLoop(const TunnelFlags& flags, PacketQueue& queue, RelayLink& link,
@@ -114,7 +108,7 @@ void SenderLoop(const TunnelFlags& flags, PacketQueue& queue, RelayLink& link,
       SendDatagrams(batch, udp, frames);
       if (!frames.empty()) SendFrames(frames, link);
     } catch (const std::exception&) {
-      // Only an exhausted memory comes this far; the packets are lost.
+      // Only lack of memory reaches this point; the batch is lost.
     }
   }
 }
@@ -141,18 +135,18 @@ void RelayWatch::Request() noexcept {
   changed_.NotifyAll();
 }
 
-void RelayWatch::Run(const std::function<void()>& alsoLook) noexcept {
+void RelayWatch::Run(const std::function<void()>& checkNetworks) noexcept {
   while (AwaitRequest()) {
-    alsoLook();
+    checkNetworks();
     try {
-      LookAtRelay();
+      CheckRelay();
     } catch (const std::exception&) {
-      // Short memory for a ping; the relay's own time-out still holds.
+      // No memory for a ping; the relay's own time-out still applies.
     }
   }
 }
 
-// False at the end.
+// False once stopped.
 bool RelayWatch::AwaitRequest() {
   const platform::MutexLock held(lock_);
   while (!isRequested_ && !isStopped_) changed_.Wait(lock_);
@@ -160,16 +154,16 @@ bool RelayWatch::AwaitRequest() {
   return !isStopped_;
 }
 
-void RelayWatch::LookAtRelay() {
+void RelayWatch::CheckRelay() {
   const RelayLink::RelayPointer relay = link_.Current();
   if (relay != nullptr && relay->IsConnected() && Answers(*relay)) return;
-  // First the word to hurry: the wait that follows the drop may begin at once.
+  // Before the drop, which may start the wait that this cuts short.
   signal_.Hurry();
   if (relay != nullptr) link_.Drop(relay);
 }
 
-// Also true when that cannot be told: of a connection just made, which nobody reads yet, and when
-// the watch ends.
+// Also true when the answer cannot be known: for a new connection that is not being read yet, and
+// when the watch is stopped.
 bool RelayWatch::Answers(WebSocketRelay& relay) {
   if (!relay.IsBeingRead()) return true;
   const std::uint64_t before = relay.ReceivedBytes();
@@ -178,7 +172,7 @@ bool RelayWatch::Answers(WebSocketRelay& relay) {
   const platform::MutexLock held(lock_);
   while (!isStopped_ && relay.ReceivedBytes() == before) {
     if (!relay.IsConnected() || std::chrono::steady_clock::now() >= end) return false;
-    changed_.WaitFor(lock_, kLookEvery);
+    changed_.WaitFor(lock_, kPollInterval);
   }
   return true;
 }

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
 #include <functional>
-#include <span>
 #include <string>
 
 #include "platform/mutex.h"
@@ -14,77 +12,73 @@
 
 namespace tunnel {
 
-// What the relay thread works with; all of it outlives the thread.
-struct RelayWork {
-  const TunnelFlags& flags;
-  RelayLink& link;
-  UdpRelay& udp;
-  std::wstring relayUrl;
-  UdpRelayRequest udpRequest;
-  std::function<void(std::span<std::byte>)> inbound;     // one packet; may throw
-  std::function<void(std::chrono::milliseconds)> pause;  // a stop ends it at once
-  // Both as TunnelObserver says.
-  std::function<void(bool connected)> linkChanged;
-  std::function<void(const std::string& reason)> reconnectFailed;
-};
-
-// The relay thread's body: hands every message of the current relay to the inbound path until the
-// connection ends, then connects anew, and so on until the tunnel stops. An error of the inbound
-// path costs that packet only. However many attempts an outage takes, it is one loss; it ends with
-// an attempt that brings both the WebSocket and the UDP path up.
+// The relay thread's body: passes every message of the current relay to the host until the
+// connection ends, reconnects, and so on until the tunnel stops. However many attempts an outage
+// takes, it is reported as one loss; it ends with an attempt that brings up both the WebSocket and
+// the UDP path.
 class RelayWorker {
  public:
-  explicit RelayWorker(RelayWork work) : work_(std::move(work)) {}
+  // Keeps the references; all must outlive the worker.
+  RelayWorker(RelayHost& host, RelayLink& link, UdpRelay& udp, std::wstring relayUrl,
+              UdpRelayRequest udpRequest)
+      : host_(host),
+        link_(link),
+        udp_(udp),
+        relayUrl_(std::move(relayUrl)),
+        udpRequest_(std::move(udpRequest)) {}
+
   void Run() noexcept;
 
  private:
   void ReceiveUntilLost();
-  // One wait and one attempt; the wait is 1 s at first, doubles with each failure up to 10 s, and
-  // is 1 s again after a success. True when connected.
+  // Waits, then makes one attempt. The wait starts at 1 s, doubles with each failure up to 10 s,
+  // and returns to 1 s after a success. True when connected.
   bool Reconnect();
+  void DropHalfOpen();
+  void ReportFailure(const std::string& reason);
 
-  void DropHalfMade();
-  void TellFailure(const std::string& reason);
-
-  const RelayWork work_;
+  RelayHost& host_;
+  RelayLink& link_;
+  UdpRelay& udp_;
+  const std::wstring relayUrl_;
+  const UdpRelayRequest udpRequest_;
   std::chrono::seconds reconnectDelay_{1};
-  std::string toldReason_;  // since the loss
+  std::string reportedReason_;  // since the loss
 };
 
-// The sender thread's body: takes what waits in the queue until it is stopped and sends it to the
-// relay. Packets of at most kMaxUdpPacketBytes go by UDP while that is ready, and by the WebSocket
-// when UDP refuses them; larger ones always by the WebSocket. What goes by the WebSocket goes in
-// order, each packet as a frame of its own, and what waited together in one send. Without a
-// connection a packet is lost here, as on any network. A send that fails drops the relay, which the
-// relay thread then replaces.
+// The sender thread's body: sends the queue's packets to the relay until the queue is stopped.
+// Packets of at most kMaxUdpPacketBytes use UDP while it is ready; larger packets, and those that
+// UDP refuses, use the WebSocket, in order, each as a frame of its own, and a whole batch in one
+// send. Without a connection packets are lost, as on any network. A failed send drops the relay,
+// which the relay thread then replaces.
 void SenderLoop(const TunnelFlags& flags, PacketQueue& queue, RelayLink& link,
                 UdpRelay& udp) noexcept;
 
-// Looks at the relay when there is reason to doubt it, as after the computer's sleep or a change of
-// its addresses: pings it, and when nothing comes back within 1.5 s, drops the connection, so that
-// it is made anew at once and not after the network's own time-outs. A connection that is being
-// made is begun afresh, and a wait before an attempt is cut short.
+// Checks the relay when there is reason to doubt it, as after a sleep or a change of addresses:
+// pings it, and drops the connection if nothing arrives within 1.5 s, so that the reconnect starts
+// now and not after the network's own time-outs. An attempt in progress is restarted, and a wait
+// before an attempt is cut short.
 //
-// Threads: Run() on a thread of its own between Start() and Stop(); the rest by any.
+// Threads: Run() on a thread of its own between Start() and Stop(); the rest on any.
 class RelayWatch {
  public:
   // Keeps both references; they must outlive it.
   RelayWatch(RelayLink& link, StopSignal& signal) : link_(link), signal_(signal) {}
 
-  // Before the thread begins; forgets what was asked before.
+  // Call before the thread starts; discards earlier requests.
   void Start() noexcept EXCLUDES(lock_);
-  // Ends Run() soon.
+  // Makes Run() return soon.
   void Stop() noexcept EXCLUDES(lock_);
-  // Has Run() look once; requests that come before it has begun count as one.
+  // Triggers one check by Run(). Requests made before it starts count as one.
   void Request() noexcept EXCLUDES(lock_);
 
-  // The thread's body: at each request calls `alsoLook`, which must not throw, and looks at the
+  // The thread's body: at each request calls `checkNetworks`, which must not throw, and checks the
   // relay.
-  void Run(const std::function<void()>& alsoLook) noexcept EXCLUDES(lock_);
+  void Run(const std::function<void()>& checkNetworks) noexcept EXCLUDES(lock_);
 
  private:
   bool AwaitRequest() EXCLUDES(lock_);
-  void LookAtRelay();
+  void CheckRelay();
   bool Answers(WebSocketRelay& relay) EXCLUDES(lock_);
 
   RelayLink& link_;

@@ -111,4 +111,10 @@ platform::SocketResult RelayDatagramSocket::Receive(std::span<std::byte> buffer)
   return socket_->ReceiveFrom(buffer, from);
 }
 
+DatagramSocketPointer OpenRelaySocket(const std::wstring& serverUrl,
+                                      std::chrono::milliseconds timeout,
+                                      const std::function<bool()>& isCancelled) {
+  return std::make_shared<RelayDatagramSocket>(serverUrl, timeout, isCancelled);
+}
+
 }  // namespace tunnel

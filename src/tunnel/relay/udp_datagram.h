@@ -15,30 +15,30 @@
 
 namespace tunnel {
 
-// What travels between program and relay by UDP. Every datagram begins with the four bytes "TNR1"
-// and one byte that tells its type; numbers are big-endian. Pure, any thread.
+// The relay's UDP protocol: every datagram starts with the four bytes "TNR1" and a type byte;
+// numbers are big-endian. The functions are pure and run on any thread.
 
-// The longest packet that goes by UDP: with IP, UDP and relay headers it still fits an Ethernet
-// frame of 1400 bytes, so it is not cut on the way.
+// The longest packet sent by UDP: with IP, UDP and relay headers it still fits an Ethernet frame of
+// 1400 bytes, so it is not fragmented.
 inline constexpr std::size_t kMaxUdpPacketBytes = 1330;
 // Magic, type and token, before each packet.
 inline constexpr std::size_t kUdpHeaderBytes = 13;
-// The longest datagram that is taken from the relay.
+// The longest datagram accepted from the relay.
 inline constexpr std::size_t kMaxUdpDatagramBytes = 1400;
 
-// What a hello asks for; the relay's acknowledgement repeats it.
+// The hello's type; the acknowledgement repeats it.
 inline constexpr std::uint8_t kRelayModeHello = 2;
 
-// Says whose tunnel this is: type 2, then both texts as UTF-8 without surrounding white space, each
-// behind its length in two bytes. A text of more than 65535 bytes is cut there.
+// Identifies the tunnel: type 2, then both texts as trimmed UTF-8, each preceded by its length in
+// two bytes and truncated to 65535 bytes.
 std::vector<std::byte> BuildHello(std::wstring_view connectionId, std::wstring_view engineerId);
 
-// The token of an acknowledgement of our hello: 14 bytes, type 3, the hello's type, the token.
-// Empty for everything else, a zero token included.
+// Returns the token of an acknowledgement: 14 bytes, type 3, the hello's type, the token. Empty for
+// anything else, including a zero token.
 std::optional<std::uint64_t> ParseAcknowledgement(std::span<const std::byte> datagram);
 
-// The packet in a datagram of 14 to 1400 bytes, type 4, with this token; a view into `datagram`.
-// Empty for everything else and when `token` is zero, which no relay hands out.
+// Returns the packet inside a datagram of 14 to 1400 bytes, type 4, with this token, as a view into
+// `datagram`. Empty for anything else and for a zero `token`, which no relay assigns.
 std::optional<std::span<std::byte>> ParseUdpPacket(std::span<std::byte> datagram,
                                                    std::uint64_t token);
 
@@ -56,23 +56,20 @@ class DatagramSocket {
   virtual ~DatagramSocket() = default;
   virtual void SetReceiveTimeout(std::chrono::milliseconds timeout) noexcept = 0;
   virtual platform::SocketResult Send(std::span<const std::byte> datagram) noexcept = 0;
-  // One datagram, whoever sent it. One that is longer than `buffer` is an error, and gone.
+  // Receives one datagram from any sender. One longer than `buffer` is an error and is lost.
   virtual platform::SocketResult Receive(std::span<std::byte> buffer) noexcept = 0;
   virtual void Close() noexcept = 0;
 };
 
 using DatagramSocketPointer = std::shared_ptr<DatagramSocket>;
-using DatagramSocketOpener = std::function<DatagramSocketPointer(
-    const std::wstring& serverUrl, std::chrono::milliseconds timeout,
-    const std::function<bool()>& isCancelled)>;
 
-// The socket towards the UDP relay, which has the host and the port of the central service's HTTP
-// address (of the default service when `serverUrl` is empty). Both buffers have 4 MiB.
+// A socket to the UDP relay, which shares host and port with the central service's HTTP address
+// (the default service's if `serverUrl` is empty). Both buffers have 4 MiB.
 class RelayDatagramSocket final : public DatagramSocket {
  public:
-  // `timeout` is for receiving and sending. Blocks while the system resolves the name, until
+  // `timeout` applies to receiving and sending. Blocks while the system resolves the name, until
   // `isCancelled` returns true. Throws std::runtime_error:
-  //   "WinHttpCrackUrl failed for URL: " and the address that could not be taken apart
+  //   "WinHttpCrackUrl failed for URL: " and the invalid address
   //   "getaddrinfo failed for UDP relay host."
   //   "UDP socket failed."
   RelayDatagramSocket(const std::wstring& serverUrl, std::chrono::milliseconds timeout,
@@ -83,7 +80,7 @@ class RelayDatagramSocket final : public DatagramSocket {
   platform::SocketResult Receive(std::span<std::byte> buffer) noexcept override;
   void Close() noexcept override { socket_->Close(); }
 
-  // As the system holds them.
+  // As reported by the system.
   [[nodiscard]] platform::Socket::Options SocketOptions() { return socket_->ReadOptions(); }
 
  private:
@@ -92,5 +89,14 @@ class RelayDatagramSocket final : public DatagramSocket {
   platform::SocketAddress relay_;
   std::shared_ptr<platform::Socket> socket_;
 };
+
+using DatagramSocketOpener = std::function<DatagramSocketPointer(
+    const std::wstring& serverUrl, std::chrono::milliseconds timeout,
+    const std::function<bool()>& isCancelled)>;
+
+// Opens a RelayDatagramSocket; throws as its constructor.
+DatagramSocketPointer OpenRelaySocket(const std::wstring& serverUrl,
+                                      std::chrono::milliseconds timeout,
+                                      const std::function<bool()>& isCancelled);
 
 }  // namespace tunnel

@@ -20,23 +20,28 @@ constexpr milliseconds kErrorPause{20};
 constexpr milliseconds kKeepAlivePeriod{15000};
 constexpr milliseconds kLossTime{45000};
 
+class SystemUdpNetwork final : public UdpNetwork {
+ public:
+  DatagramSocketPointer OpenSocket(const std::wstring& serverUrl, milliseconds timeout,
+                                   const std::function<bool()>& isCancelled) override {
+    return OpenRelaySocket(serverUrl, timeout, isCancelled);
+  }
+  [[nodiscard]] milliseconds Now() const override {
+    return std::chrono::duration_cast<milliseconds>(
+        std::chrono::steady_clock::now().time_since_epoch());
+  }
+  void Wait(platform::Condition& condition, platform::Mutex& mutex, milliseconds time) override
+      REQUIRES(mutex) {
+    condition.WaitFor(mutex, time);
+  }
+};
+
 }  // namespace
 
-UdpRelayDeps RealUdpRelayDeps() {
-  return {[](const std::wstring& serverUrl, milliseconds timeout,
-             const std::function<bool()>& isCancelled) {
-            return std::make_shared<RelayDatagramSocket>(serverUrl, timeout, isCancelled);
-          },
-          []() {
-            return std::chrono::duration_cast<milliseconds>(
-                std::chrono::steady_clock::now().time_since_epoch());
-          },
-          [](platform::Condition& condition, platform::Mutex& mutex, milliseconds time)
-              REQUIRES(mutex) { condition.WaitFor(mutex, time); }};
+UdpNetwork& RealUdpNetwork() {
+  static SystemUdpNetwork network;
+  return network;
 }
-
-SocketUdpRelay::SocketUdpRelay(UdpRelayHooks hooks, UdpRelayDeps deps)
-    : hooks_(std::move(hooks)), deps_(std::move(deps)) {}
 
 SocketUdpRelay::~SocketUdpRelay() {
   Close();
@@ -46,12 +51,12 @@ SocketUdpRelay::~SocketUdpRelay() {
 void SocketUdpRelay::StartUdpRelay(const UdpRelayRequest& request) {
   assert(threads_.empty());
   const DatagramSocketPointer socket =
-      deps_.openSocket(request.serverUrl, kAttemptTime, [this] { return !hooks_.keepGoing(); });
+      network_.OpenSocket(request.serverUrl, kAttemptTime, [this] { return !host_.KeepGoing(); });
   const auto hello = std::make_shared<const std::vector<std::byte>>(
       BuildHello(request.connectionId, request.engineerId));
-  token_ = 0;  // an earlier path's means nothing to this one
+  token_ = 0;  // tokens are valid for one path only
   {
-    // From here on Close() reaches the socket; a stop that came before shows in keepGoing.
+    // From here on Close() reaches the socket; an earlier stop is visible through KeepGoing().
     const platform::MutexLock held(udpLock_);
     socket_ = socket;
     hello_ = hello;
@@ -59,35 +64,35 @@ void SocketUdpRelay::StartUdpRelay(const UdpRelayRequest& request) {
   const std::optional<std::uint64_t> token = SayHello(*socket, hello);
   socket->SetReceiveTimeout(kReceiveTimeout);
   token_ = token.value_or(0);
-  lastAcknowledgement_ = deps_.now();
-  if (hooks_.keepGoing()) SetReady(token.has_value());
+  lastAcknowledgement_ = network_.Now();
+  if (host_.KeepGoing()) SetReady(token.has_value());
   threads_.emplace_back([this, socket]() noexcept { ReceiveLoop(*socket); });
   threads_.emplace_back([this]() noexcept { KeepAliveLoop(); });
 }
 
-// After a time-out at once, after any other error when a pause has passed; false when the path was
-// closed meanwhile.
+// Pauses first unless the error is a time-out: a socket that fails at once would spin. False if the
+// path is closed by then.
 bool SocketUdpRelay::MayReceiveAgain(int error) {
-  return platform::IsSocketTimeout(error) || WaitOut(kErrorPause);
+  return platform::IsSocketTimeout(error) || SleepUnlessClosed(kErrorPause);
 }
 
-// The token of the first acknowledgement.
+// Returns the token of the first acknowledgement.
 std::optional<std::uint64_t> SocketUdpRelay::SayHello(DatagramSocket& socket, const Hello& hello) {
-  for (int attempt = 0; attempt < kAttempts && hooks_.keepGoing(); ++attempt) {
+  for (int attempt = 0; attempt < kAttempts && host_.KeepGoing(); ++attempt) {
     socket.Send(*hello);
     if (const auto token = AwaitAcknowledgement(socket)) return token;
   }
   return std::nullopt;
 }
 
-// Waits through one attempt's time, whatever else arrives or fails meanwhile.
+// Waits the whole of one attempt: errors and foreign datagrams must not cut it short.
 std::optional<std::uint64_t> SocketUdpRelay::AwaitAcknowledgement(DatagramSocket& socket) {
-  const milliseconds end = deps_.now() + kAttemptTime;
+  const milliseconds end = network_.Now() + kAttemptTime;
   std::array<std::byte, kMaxUdpDatagramBytes> buffer;
-  for (milliseconds left = kAttemptTime; left.count() > 0; left = end - deps_.now()) {
+  for (milliseconds left = kAttemptTime; left.count() > 0; left = end - network_.Now()) {
     socket.SetReceiveTimeout(left);
     const platform::SocketResult received = socket.Receive(buffer);
-    if (platform::IsSocketClosed(received.error) || !hooks_.keepGoing()) return std::nullopt;
+    if (platform::IsSocketClosed(received.error) || !host_.KeepGoing()) return std::nullopt;
     if (received.error == 0) {
       const auto token = ParseAcknowledgement(std::span(buffer).first(received.bytes));
       if (token) return token;
@@ -134,33 +139,33 @@ bool SocketUdpRelay::SendUdpPacket(std::span<const std::byte> packet) {
 
 void SocketUdpRelay::ReceiveLoop(DatagramSocket& socket) noexcept {
   std::array<std::byte, kMaxUdpDatagramBytes + kReadableBehindPacket> buffer{};
-  while (hooks_.keepGoing()) {
+  while (host_.KeepGoing()) {
     const platform::SocketResult received =
         socket.Receive(std::span(buffer).first(kMaxUdpDatagramBytes));
     if (received.error == 0) {
-      Take(std::span(buffer).first(received.bytes));
+      HandleDatagram(std::span(buffer).first(received.bytes));
     } else if (platform::IsSocketClosed(received.error) || !MayReceiveAgain(received.error)) {
       return;
     }
   }
 }
 
-void SocketUdpRelay::Take(std::span<std::byte> datagram) {
+void SocketUdpRelay::HandleDatagram(std::span<std::byte> datagram) {
   if (const auto token = ParseAcknowledgement(datagram)) {
     Acknowledge(*token);
   } else if (const auto packet = ParseUdpPacket(datagram, token_)) {
-    hooks_.inbound(*packet);
+    host_.HandleInbound(*packet);
   }
 }
 
 void SocketUdpRelay::Acknowledge(std::uint64_t token) {
   token_ = token;
-  lastAcknowledgement_ = deps_.now();
+  lastAcknowledgement_ = network_.Now();
   SetReady(true);
 }
 
 void SocketUdpRelay::KeepAliveLoop() noexcept {
-  while (WaitOut(kKeepAlivePeriod) && hooks_.keepGoing()) {
+  while (SleepUnlessClosed(kKeepAlivePeriod) && host_.KeepGoing()) {
     if (!SendHello()) {
       SetReady(false);
     } else {
@@ -169,11 +174,11 @@ void SocketUdpRelay::KeepAliveLoop() noexcept {
   }
 }
 
-// Looks and tells in one go: between the two, the acknowledgement of the hello just sent must not
-// make the path ready, only to be overruled by what was true before it came.
+// Checks and reports under one lock. Otherwise an acknowledgement that arrives between the two
+// would make the path ready, and the outdated check would then undo it.
 void SocketUdpRelay::LoseIfSilent() {
   const platform::MutexLock held(reportLock_);
-  if (token_ == 0 || !HasRecentAcknowledgement()) TellReady(false);
+  if (token_ == 0 || !HasRecentAcknowledgement()) SetReadyLocked(false);
 }
 
 bool SocketUdpRelay::SendHello() {
@@ -189,32 +194,32 @@ bool SocketUdpRelay::SendHello() {
 
 void SocketUdpRelay::SetReady(bool ready) {
   const platform::MutexLock held(reportLock_);
-  TellReady(ready);
+  SetReadyLocked(ready);
 }
 
-void SocketUdpRelay::TellReady(bool ready) {
+void SocketUdpRelay::SetReadyLocked(bool ready) {
   {
-    // A closed path is not ready, whatever was on its way here when Close() came.
+    // Close() may have run since the caller's check; a closed path must not become ready.
     const platform::MutexLock open(udpLock_);
     if (socket_ == nullptr) return;
     ready_ = ready;
   }
   if (reported_ == ready) return;
   reported_ = ready;
-  hooks_.readyChanged(ready);
+  host_.OnUdpChanged(ready);
 }
 
 bool SocketUdpRelay::HasRecentAcknowledgement() const {
-  return deps_.now() - lastAcknowledgement_.load() <= kLossTime;
+  return network_.Now() - lastAcknowledgement_.load() <= kLossTime;
 }
 
-bool SocketUdpRelay::WaitOut(milliseconds time) {
-  const milliseconds end = deps_.now() + time;
+bool SocketUdpRelay::SleepUnlessClosed(milliseconds time) {
+  const milliseconds end = network_.Now() + time;
   const platform::MutexLock held(udpLock_);
   while (socket_ != nullptr) {
-    const milliseconds left = end - deps_.now();
+    const milliseconds left = end - network_.Now();
     if (left.count() <= 0) return true;
-    deps_.wait(closed_, udpLock_, left);
+    network_.Wait(closed_, udpLock_, left);
   }
   return false;
 }

@@ -21,7 +21,7 @@ constexpr int kSocketBufferBytes = 4194304;
 constexpr std::size_t kSliceBytes = 65536;
 constexpr std::size_t kKeptFrameBytes = 1048576;
 
-// What GetTickCount gives: milliseconds of a steady clock, cut to 32 bits.
+// Milliseconds of a steady clock in 32 bits, like GetTickCount.
 std::uint32_t SteadyTickMs() {
   const auto now = std::chrono::steady_clock::now().time_since_epoch();
   return static_cast<std::uint32_t>(
@@ -32,13 +32,16 @@ std::runtime_error ErrorWithCode(const std::string& what, int code) {
   return std::runtime_error(what + std::to_string(code));
 }
 
-// How the socket is handed to SendAll().
 auto SenderOf(platform::Socket& socket) {
   return [&socket](std::span<const std::byte> slice) { return socket.Send(slice); };
 }
 
-// Two full reads of a socket: so what is unread seldom has to be moved.
+// Two full reads of a socket, so that unread bytes seldom have to be moved.
 constexpr std::size_t kUsualCapacity = 131072;
+
+void ThrowIfCancelled(const std::function<bool()>& isCancelled) {
+  if (isCancelled && isCancelled()) throw std::runtime_error("The relay connection was closed.");
+}
 
 }  // namespace
 
@@ -53,13 +56,15 @@ std::optional<int> SendAll(
   return {};
 }
 
-WebSocketRelay::WebSocketRelay(RelayHooks hooks) : hooks_(std::move(hooks)) {}
+WebSocketRelay::WebSocketRelay(TickCounter tickMs)
+    : tickMs_(tickMs != nullptr ? tickMs : SteadyTickMs) {}
 
 WebSocketRelay::~WebSocketRelay() {
   Close();
 }
 
-void WebSocketRelay::Connect(std::wstring_view relayUrl) {
+void WebSocketRelay::Connect(std::wstring_view relayUrl, const std::function<bool()>& isCancelled,
+                             const platform::HostLookup& lookUp) {
   const std::optional<RelayEndpoint> endpoint = ParseRelayUrl(relayUrl);
   if (!endpoint) {
     throw std::runtime_error("WinHttpCrackUrl failed for URL: " + text::ToUtf8(relayUrl));
@@ -77,7 +82,7 @@ void WebSocketRelay::Connect(std::wstring_view relayUrl) {
     library_ = library;
   }
   try {
-    const SocketPointer socket = ConnectSocket(*endpoint);
+    const SocketPointer socket = ConnectSocket(*endpoint, isCancelled, lookUp);
     socket->SetNoDelay();
     socket->SetKeepAlive();
     socket->SetBufferBytes(kSocketBufferBytes, kSocketBufferBytes);
@@ -91,11 +96,13 @@ void WebSocketRelay::Connect(std::wstring_view relayUrl) {
   }
 }
 
-WebSocketRelay::SocketPointer WebSocketRelay::ConnectSocket(const RelayEndpoint& endpoint) {
+WebSocketRelay::SocketPointer WebSocketRelay::ConnectSocket(
+    const RelayEndpoint& endpoint, const std::function<bool()>& isCancelled,
+    const platform::HostLookup& lookUp) {
   const std::string host = text::ToUtf8(endpoint.host);
-  const std::vector<platform::SocketAddress> addresses = platform::ResolveHost(
-      host, endpoint.port, platform::SocketKind::Tcp, hooks_.isCancelled, hooks_.lookUp);
-  ThrowIfCancelled();
+  const std::vector<platform::SocketAddress> addresses =
+      platform::ResolveHost(host, endpoint.port, platform::SocketKind::Tcp, isCancelled, lookUp);
+  ThrowIfCancelled(isCancelled);
   if (addresses.empty()) throw std::runtime_error("getaddrinfo failed for relay host.");
   int error = 0;
   for (const platform::SocketAddress& address : addresses) {
@@ -103,11 +110,11 @@ WebSocketRelay::SocketPointer WebSocketRelay::ConnectSocket(const RelayEndpoint&
         platform::Socket::Create(platform::SocketKind::Tcp, address.Family(), error);
     if (socket == nullptr) continue;
     Publish(socket);
-    ThrowIfCancelled();
+    ThrowIfCancelled(isCancelled);
     socket->SetTimeouts(kNetworkTimeout, kNetworkTimeout);
     error = socket->Connect(address, kNetworkTimeout);
     if (error == 0) return socket;
-    ThrowIfCancelled();
+    ThrowIfCancelled(isCancelled);
     socket->Close();
   }
   throw ErrorWithCode(
@@ -115,8 +122,8 @@ WebSocketRelay::SocketPointer WebSocketRelay::ConnectSocket(const RelayEndpoint&
       error);
 }
 
-// Makes `socket` the one that Close() closes. Looking at isCancelled after this, and cancelling
-// before Close(), leaves no moment in which a connect could be missed.
+// Makes `socket` the one that Close() closes. Connect checks isCancelled after this, and a stop is
+// requested before Close(): so one of the two always sees the other.
 WebSocketRelay::SocketPointer WebSocketRelay::Publish(SocketPointer socket) {
   const platform::MutexLock held(stateLock_);
   return std::exchange(socket_, std::move(socket));
@@ -132,15 +139,9 @@ bool WebSocketRelay::IsConnected() const noexcept {
   return connected_;
 }
 
-void WebSocketRelay::ThrowIfCancelled() const {
-  if (hooks_.isCancelled && hooks_.isCancelled()) {
-    throw std::runtime_error("The relay connection was closed.");
-  }
-}
-
 void WebSocketRelay::ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint) {
   const std::string request = BuildHandshakeRequest(endpoint.path, endpoint.host);
-  // One piece; only a request that the socket's buffer cannot hold goes on in a second one.
+  // In one send; only a request larger than the socket's buffer needs a second.
   const std::span bytes = std::as_bytes(std::span(request));
   if (const auto error = SendAll(SenderOf(socket), bytes, bytes.size())) {
     throw ErrorWithCode("WebSocket handshake send failed, error ", *error);
@@ -174,7 +175,7 @@ bool WebSocketRelay::SendFrames(std::uint8_t opcode,
   const platform::MutexLock held(sendLock_);
   const SocketPointer socket = ConnectedSocket();
   if (socket == nullptr) return false;
-  const std::uint32_t tickMs = hooks_.tickMs ? hooks_.tickMs() : SteadyTickMs();
+  const std::uint32_t tickMs = tickMs_();
   std::size_t bytes = 0;
   for (const auto payload : payloads) bytes += FrameBytes(payload.size());
   const std::span<std::byte> room = FrameRoom(bytes);
@@ -186,18 +187,18 @@ bool WebSocketRelay::SendFrames(std::uint8_t opcode,
   return !SendAll(SenderOf(*socket), room, kSliceBytes);
 }
 
-// Where frames are written. What a rare long message needs is given back by the next send.
+// Memory to write frames into. The extra memory of a rare long message is freed by the next send.
 std::span<std::byte> WebSocketRelay::FrameRoom(std::size_t bytes) {
   const bool isOversized = framesCapacity_ > kKeptFrameBytes && bytes <= kKeptFrameBytes;
   if (bytes > framesCapacity_ || isOversized) {
-    framesCapacity_ = 0;  // should the next line throw
+    framesCapacity_ = 0;  // in case the next line throws
     frames_ = std::make_unique_for_overwrite<std::byte[]>(std::max(bytes, kSliceBytes));
     framesCapacity_ = std::max(bytes, kSliceBytes);
   }
   return {frames_.get(), bytes};
 }
 
-// Adds to what is unread. False at the end of the stream (error 0) or when the receive failed.
+// Receives into the buffer. False at the end of the stream (error 0) or after a failure.
 bool WebSocketRelay::ReceiveMore(platform::Socket& socket, int& error) {
   const platform::SocketResult received =
       socket.Receive(received_.Room(kSliceBytes).first(kSliceBytes));
@@ -223,7 +224,7 @@ bool WebSocketRelay::ReadMessage(std::span<std::byte>& message) {
         message = reader_->Payload();
         return true;
       case FrameEvent::Ping:
-        // A pong cut short would have the next frame read as its rest.
+        // After a partial pong the relay would take the next frame for its remainder.
         if (!SendFrame(kOpcodePong, reader_->Payload())) return false;
         break;
       case FrameEvent::Ended:
@@ -278,12 +279,12 @@ void ReceiveBuffer::Take(std::size_t bytes) noexcept {
   begin_ += bytes;
 }
 
-// Keeps what is unread, at the start.
+// Moves the unread bytes to the start of the new memory.
 void ReceiveBuffer::Resize(std::size_t capacity) {
   auto bytes = std::make_unique_for_overwrite<std::byte[]>(capacity + kReadableBehindPacket);
   const std::size_t unread = end_ - begin_;
   if (unread > 0) std::memcpy(bytes.get(), bytes_.get() + begin_, unread);
-  // Never written, and read by nothing that looks at what it finds there.
+  // The checksum function may read these bytes; zero them so that they are not uninitialised.
   std::memset(bytes.get() + capacity, 0, kReadableBehindPacket);
   bytes_ = std::move(bytes);
   capacity_ = capacity;

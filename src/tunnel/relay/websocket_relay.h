@@ -16,38 +16,33 @@
 
 namespace tunnel {
 
-// What a relay connection takes from the world besides sockets; all may be left empty.
-struct RelayHooks {
-  std::function<std::uint32_t()> tickMs;  // for the masking keys; empty: the system's up-time
-  std::function<bool()> isCancelled;      // any thread; true makes Connect() give up
-  platform::HostLookup lookUp = {};       // empty: the system's
-};
+// Milliseconds of up-time, for the masking keys.
+using TickCounter = std::uint32_t (*)();
 
-// Sends all of `bytes` by calls of `send`, each with a slice of at most `sliceBytes`. Empty when
-// that worked, else the error code of the send that did not: one that moves nothing has failed even
-// if it reports no error (0).
+// Sends all of `bytes` in slices of at most `sliceBytes`. Empty on success, else the error code of
+// the failed send; a send that moves no bytes has failed even if its code is 0.
 std::optional<int> SendAll(
     const std::function<platform::SocketResult(std::span<const std::byte>)>& send,
     std::span<const std::byte> bytes, std::size_t sliceBytes);
 
-// The bytes of a stream that have arrived and are not read yet, one behind the other in memory.
+// The received but unread bytes of a stream, contiguous in memory.
 //
 // Threads: none inside; one caller at a time.
-// Owns:    the memory, which grows while what is unread does not fit and shrinks once it is read.
-//          At least kReadableBehindPacket bytes behind what is unread can be read.
+// Owns:    the memory, which grows as needed and shrinks once the bytes are read. At least
+//          kReadableBehindPacket bytes behind the unread ones are readable.
 class ReceiveBuffer {
  public:
   ReceiveBuffer();
 
-  // Where the next bytes go: at least `bytes` of room behind what is unread. Moves what is unread.
+  // Returns at least `bytes` of free space behind the unread bytes, which may move.
   std::span<std::byte> Room(std::size_t bytes);
-  // So many have come into the room.
+  // Appends the first `bytes` of the room to the unread ones.
   void Add(std::size_t bytes) noexcept;
 
   [[nodiscard]] std::span<std::byte> Unread() noexcept {
     return {bytes_.get() + begin_, end_ - begin_};
   }
-  // The first `bytes` of what is unread are read. They stay where they are until the next Room().
+  // Marks the first `bytes` unread ones as read. They stay in place until the next Room().
   void Take(std::size_t bytes) noexcept;
   void Clear() noexcept { begin_ = end_ = 0; }
 
@@ -64,84 +59,88 @@ class ReceiveBuffer {
 //
 // Threads: Connect() and ReadMessage() by one thread at a time (the receiving one); SendFrame() and
 //          Close() by any. Close() ends a call that waits in the network.
-// Owns:    its sockets and buffers. Held by shared ownership, so that a thread that uses it keeps
-//          it alive while the tunnel lets it go.
+// Owns:    its sockets and buffers. Shared ownership keeps it alive for a thread that still uses it
+//          after the tunnel has released it.
 // Errors:  Connect() throws std::runtime_error with the texts below; the rest returns false.
 class WebSocketRelay {
  public:
-  explicit WebSocketRelay(RelayHooks hooks = {});
+  // A null `tickMs` is the steady clock.
+  explicit WebSocketRelay(TickCounter tickMs = nullptr);
   ~WebSocketRelay();
   WebSocketRelay(const WebSocketRelay&) = delete;
   WebSocketRelay& operator=(const WebSocketRelay&) = delete;
 
-  // Opens the connection and does the handshake, after closing what is still open. The texts, where
-  // N is a system's error code or an HTTP status:
+  // Closes an open connection, connects and does the handshake. Gives up once `isCancelled`, which
+  // any thread may call, returns true. An empty `lookUp` is the system's. The texts, with N for a
+  // system error code or an HTTP status:
   //   "wss relay is not supported by the native Winsock transport."
   //   "WSAStartup failed, error N"
   //   "getaddrinfo failed for relay host."
   //   "Relay TCP connect failed to HOST:PORT, error N"
   //   "WebSocket handshake send failed, error N"
-  //   "WebSocket handshake receive failed, error N" (0: the relay ended the connection)
+  //   "WebSocket handshake receive failed, error N" (0: closed by the relay)
   //   "WebSocket handshake response was too large."
   //   "WebSocket HTTP upgrade failed, status N"
-  // A network that stays silent for 8 seconds is an error, here and later.
-  void Connect(std::wstring_view relayUrl);
+  // 8 seconds of silence are an error, here and later.
+  void Connect(std::wstring_view relayUrl, const std::function<bool()>& isCancelled = {},
+               const platform::HostLookup& lookUp = {});
 
-  // Sends one unfragmented frame; whole frames of several threads never mix. False when not
-  // connected or the network refuses; the connection is then of no more use.
+  // Sends one unfragmented frame; frames of several threads never interleave. False if not
+  // connected or if the send fails; the connection is then unusable.
   bool SendFrame(std::uint8_t opcode, std::span<const std::byte> payload);
-  // Sends each payload as a frame of its own, all of them one behind the other in one piece. False
-  // as above; some may have gone out then.
+  // Sends each payload as a frame of its own, all in one piece. False as above; some frames may
+  // have been sent by then.
   bool SendFrames(std::uint8_t opcode, std::span<const std::span<const std::byte>> payloads);
 
-  // Waits for the next binary message and answers pings meanwhile. False when the connection has
-  // ended: by the relay, a fault, a pong that could not be sent, 8 seconds of silence or Close().
-  // The message stays where it was received, valid until the next call and the caller's to change;
-  // kReadableBehindPacket bytes behind it can be read.
+  // Waits for the next binary message, answering pings. False once the connection has ended: by the
+  // relay, a protocol fault, a failed pong, 8 seconds of silence or Close(). The message points
+  // into the receive buffer, valid until the next call; the caller may change it and read
+  // kReadableBehindPacket bytes behind it.
   bool ReadMessage(std::span<std::byte>& message);
 
   // Ends the connection. Safe to call twice.
   void Close() noexcept;
 
   [[nodiscard]] bool IsConnected() const noexcept EXCLUDES(stateLock_);
-  // Of everything that the relay has sent so far, handshake and pongs included; more of them than
-  // a moment ago means that the relay is there. Any thread.
+  // Everything received so far, including handshake and pongs; an increase proves that the relay is
+  // alive. Any thread.
   [[nodiscard]] std::uint64_t ReceivedBytes() const noexcept { return receivedBytes_; }
-  // Whether ReadMessage() has been called; until then nothing that the relay sends is counted.
+  // Whether ReadMessage() has been called; before that, received bytes are not counted.
   [[nodiscard]] bool IsBeingRead() const noexcept { return isBeingRead_; }
-  // The socket's options as the system holds them; all zero when not connected.
+  // The socket's options as reported by the system; all zero if not connected.
   [[nodiscard]] platform::Socket::Options SocketOptions();
 
  private:
   using SocketPointer = std::shared_ptr<platform::Socket>;
 
-  SocketPointer ConnectSocket(const RelayEndpoint& endpoint);
+  SocketPointer ConnectSocket(const RelayEndpoint& endpoint,
+                              const std::function<bool()>& isCancelled,
+                              const platform::HostLookup& lookUp);
   SocketPointer Publish(SocketPointer socket);
-  // Null when not connected.
+  // Null if not connected.
   SocketPointer ConnectedSocket();
   void ShakeHands(platform::Socket& socket, const RelayEndpoint& endpoint);
   bool ReceiveMore(platform::Socket& socket, int& error);
-  void ThrowIfCancelled() const;
   std::span<std::byte> FrameRoom(std::size_t bytes) REQUIRES(sendLock_);
 
-  const RelayHooks hooks_;
+  const TickCounter tickMs_;
 
   mutable platform::Mutex stateLock_;  // innermost; never held during a call on the socket
-  // Held by the connection and by a Connect() under way, so that neither stops it for the other.
+  // Also held by a Connect() in progress, so that Close() cannot unload it underneath.
   std::shared_ptr<platform::SocketLibrary> library_ GUARDED_BY(stateLock_);
   SocketPointer socket_ GUARDED_BY(stateLock_);
-  // Changes together with the socket, so that a closed relay never counts as connected.
+  // Changes together with socket_, so that a closed relay never counts as connected.
   bool connected_ GUARDED_BY(stateLock_) = false;
 
-  platform::Mutex sendLock_;  // whole frames
+  platform::Mutex sendLock_;  // keeps frames whole
   std::uint32_t maskCounter_ GUARDED_BY(sendLock_) = 0;
-  std::unique_ptr<std::byte[]> frames_ GUARDED_BY(sendLock_);  // what is being sent
+  std::unique_ptr<std::byte[]> frames_ GUARDED_BY(sendLock_);  // being sent
   std::size_t framesCapacity_ GUARDED_BY(sendLock_) = 0;
 
   std::atomic<std::uint64_t> receivedBytes_{0};
   std::atomic<bool> isBeingRead_{false};
 
-  // The receiving thread's.
+  // Used only by the receiving thread.
   std::unique_ptr<FrameReader> reader_ = std::make_unique<FrameReader>();
   ReceiveBuffer received_;
 };

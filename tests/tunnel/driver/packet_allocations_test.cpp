@@ -192,17 +192,26 @@ class CountedDatagrams final : public DatagramSocket {
   RelayDatagramSocket socket_;
 };
 
+class CountedNetwork final : public UdpNetwork {
+ public:
+  DatagramSocketPointer OpenSocket(const std::wstring& url, std::chrono::milliseconds,
+                                   const std::function<bool()>&) override {
+    return std::make_shared<CountedDatagrams>(url);
+  }
+  [[nodiscard]] std::chrono::milliseconds Now() const override { return RealUdpNetwork().Now(); }
+  void Wait(platform::Condition& condition, platform::Mutex& mutex,
+            std::chrono::milliseconds time) override REQUIRES(mutex) {
+    RealUdpNetwork().Wait(condition, mutex, time);
+  }
+};
+
 SessionDeps Deps() {
   SessionDeps deps;
   deps.loadDriver = LoopDriverApi;
   deps.collectLocalNetworks = [] { return LocalNetworks{}; };
-  deps.makeUdpRelay = [](UdpRelayHooks hooks) {
-    UdpRelayDeps udp = RealUdpRelayDeps();
-    udp.openSocket = [](const std::wstring& url, std::chrono::milliseconds,
-                        const std::function<bool()>&) {
-      return std::make_shared<CountedDatagrams>(url);
-    };
-    return std::make_unique<SocketUdpRelay>(std::move(hooks), std::move(udp));
+  deps.makeUdpRelay = [](RelayHost& host) {
+    static CountedNetwork network;
+    return std::make_unique<SocketUdpRelay>(host, network);
   };
   deps.runHidden = [](const std::wstring&, std::chrono::milliseconds) { return true; };
   deps.tickMs = []() -> std::uint32_t {

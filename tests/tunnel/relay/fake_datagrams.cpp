@@ -100,33 +100,30 @@ class FakeDatagrams::FakeSocket final : public DatagramSocket {
   bool isClosed_ = false;
 };
 
-UdpRelayDeps FakeDatagrams::Deps() {
-  UdpRelayDeps deps;
-  deps.openSocket = [this](const std::wstring& serverUrl, milliseconds timeout,
-                           const std::function<bool()>&) {
-    {
-      const platform::MutexLock held(lock_);
-      openings_.push_back({serverUrl, timeout});
+DatagramSocketPointer FakeDatagrams::OpenSocket(const std::wstring& serverUrl, milliseconds timeout,
+                                                const std::function<bool()>& isCancelled) {
+  beforeOpen(isCancelled);
+  {
+    const platform::MutexLock held(lock_);
+    openings_.push_back({serverUrl, timeout});
+  }
+  return std::make_shared<FakeSocket>(*this, timeout);
+}
+
+void FakeDatagrams::Wait(platform::Condition& condition, platform::Mutex& mutex,
+                         milliseconds time) {
+  {
+    const platform::MutexLock held(lock_);
+    ++waits_;
+    if (time <= kErrorPause) {
+      now_ += time;
+      pauses_.push_back(time);
+    } else {
+      sleepsUntil_ = now_ + time;
     }
-    return std::make_shared<FakeSocket>(*this, timeout);
-  };
-  deps.now = [this]() { return Now(); };
-  deps.wait = [this](platform::Condition& condition, platform::Mutex& mutex, milliseconds time)
-                  REQUIRES(mutex) {
-                    {
-                      const platform::MutexLock held(lock_);
-                      ++waits_;
-                      if (time <= kErrorPause) {
-                        now_ += time;
-                        pauses_.push_back(time);
-                      } else {
-                        sleepsUntil_ = now_ + time;
-                      }
-                    }
-                    changed_.NotifyAll();
-                    condition.WaitFor(mutex, kSlice);
-                  };
-  return deps;
+  }
+  changed_.NotifyAll();
+  condition.WaitFor(mutex, kSlice);
 }
 
 void FakeDatagrams::AnswerHellosWith(std::function<std::vector<Bytes>()> answer) {

@@ -19,9 +19,18 @@ namespace tunnel {
 // error); what is longer waits for Advance().
 //
 // Threads: any. Waits for the program end after ten seconds at most.
-class FakeDatagrams {
+class FakeDatagrams final : public UdpNetwork {
  public:
-  UdpRelayDeps Deps();
+  // Called at the start of each OpenSocket().
+  std::function<void(const std::function<bool()>& isCancelled)> beforeOpen =
+      [](const std::function<bool()>&) {};
+
+  DatagramSocketPointer OpenSocket(const std::wstring& serverUrl, std::chrono::milliseconds timeout,
+                                   const std::function<bool()>& isCancelled) override
+      EXCLUDES(lock_);
+  [[nodiscard]] std::chrono::milliseconds Now() const override EXCLUDES(lock_);
+  void Wait(platform::Condition& condition, platform::Mutex& mutex,
+            std::chrono::milliseconds time) override REQUIRES(mutex) EXCLUDES(lock_);
 
   // What the relay answers to each hello: called without locks, gives datagrams to deliver.
   void AnswerHellosWith(std::function<std::vector<Bytes>()> answer) EXCLUDES(lock_);
@@ -34,7 +43,6 @@ class FakeDatagrams {
   void FailSends(bool fail) EXCLUDES(lock_);
   void Advance(std::chrono::milliseconds time) EXCLUDES(lock_);
 
-  [[nodiscard]] std::chrono::milliseconds Now() const EXCLUDES(lock_);
   [[nodiscard]] std::vector<Bytes> Sent() const EXCLUDES(lock_);
   // What each socket was opened with.
   struct Opening {

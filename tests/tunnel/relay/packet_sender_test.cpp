@@ -68,7 +68,7 @@ class PacketSenderTest : public testing::Test {
   TunnelFlags flags_;
   StopSignal signal_{flags_};
   PacketQueue queue_;
-  RelayLink link_{signal_, {}};
+  RelayLink link_{signal_};
   FakeUdpRelay udp_;
   std::thread sender_;
 };

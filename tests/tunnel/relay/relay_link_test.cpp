@@ -41,7 +41,7 @@ class RelayLinkTest : public testing::Test {
   TestRelay relay_;
   TunnelFlags flags_;
   StopSignal signal_{flags_};
-  RelayLink link_{signal_, {}};
+  RelayLink link_{signal_};
 };
 
 TEST_F(RelayLinkTest, HasNoRelayAtFirst) {

@@ -5,6 +5,7 @@
 #include <new>
 #include <thread>
 
+#include "tunnel/relay/fake_relay_host.h"
 #include "tunnel/relay/test_relay.h"
 
 // What a session cannot bring about; the rest of the worker is seen through it.
@@ -29,22 +30,17 @@ class RelayWorkerTest : public testing::Test {
   void SetUp() override { flags_.running = true; }
   // Runs the worker to its end, here.
   void RunWith(std::function<void(milliseconds)> pause) {
-    RelayWorker worker({flags_,
-                        link_,
-                        udp_,
-                        relay_.RelayUrl(),
-                        {},
-                        [](std::span<std::byte>) {},
-                        std::move(pause),
-                        [this](bool connected) { changes_.push_back(connected); },
-                        [](const std::string&) {}});
-    worker.Run();
+    FakeRelayHost host;
+    host.keepGoing = [this]() { return flags_.KeepGoing(); };
+    host.pause = std::move(pause);
+    host.linkChanged = [this](bool connected) { changes_.push_back(connected); };
+    RelayWorker(host, link_, udp_, relay_.RelayUrl(), {}).Run();
   }
 
   TestRelay relay_;
   TunnelFlags flags_;
   StopSignal signal_{flags_};
-  RelayLink link_{signal_, {}};
+  RelayLink link_{signal_};
   CountingUdpRelay udp_;
   std::vector<milliseconds> pauses_;
   std::vector<bool> changes_;  // what linkChanged reported

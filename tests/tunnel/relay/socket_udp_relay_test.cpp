@@ -177,17 +177,13 @@ TEST_F(SocketUdpRelayTest, ClosingEndsAStartThatWaits) {
 
 TEST_F(SocketUdpRelayTest, AStopWhileTheNameIsResolvedLeavesNothingToSend) {
   std::unique_ptr<SocketUdpRelay> relay;
-  UdpRelayDeps deps = world_.Deps();
-  deps.openSocket = [&, open = deps.openSocket](const std::wstring& serverUrl, milliseconds timeout,
-                                                const std::function<bool()>& isCancelled) {
+  world_.beforeOpen = [&](const std::function<bool()>& isCancelled) {
     EXPECT_FALSE(isCancelled());
     keepGoing_ = false;
     EXPECT_TRUE(isCancelled());
     relay->Close();  // finds nothing to close
-    return open(serverUrl, timeout, isCancelled);
   };
-  relay = std::make_unique<SocketUdpRelay>(
-      UdpRelayHooks{nullptr, [this]() { return keepGoing_.load(); }, nullptr}, std::move(deps));
+  relay = std::make_unique<SocketUdpRelay>(host_, world_);
   relay->StartUdpRelay({});
   EXPECT_FALSE(relay->IsReady());
   EXPECT_TRUE(world_.Sent().empty());
@@ -201,15 +197,15 @@ TEST_F(SocketUdpRelayTest, APathClosedAtTheEndOfItsStartDoesNotBecomeReady) {
   std::atomic<bool> isClosed{false};
   std::atomic<int> reports{0};
   std::unique_ptr<SocketUdpRelay> relay;
-  UdpRelayHooks hooks;
-  hooks.keepGoing = [&]() {
+  FakeRelayHost host;
+  host.keepGoing = [&]() {
     // The acknowledgement has come, its report has not.
     const bool isAsked = std::ranges::count(world_.Timeouts(), milliseconds(2000)) > 0;
     if (isAsked && !isClosed.exchange(true)) relay->Close();
     return true;
   };
-  hooks.readyChanged = [&](bool) { ++reports; };
-  relay = std::make_unique<SocketUdpRelay>(std::move(hooks), world_.Deps());
+  host.readyChanged = [&](bool) { ++reports; };
+  relay = std::make_unique<SocketUdpRelay>(host, world_);
   relay->StartUdpRelay({L"http://relay.example", L"C1", L"ENG-1"});
   relay->Join();
   EXPECT_FALSE(relay->IsReady());

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tunnel/relay/fake_datagrams.h"
+#include "tunnel/relay/fake_relay_host.h"
 #include "tunnel/relay/udp_relay.h"
 
 namespace tunnel {
@@ -20,6 +21,17 @@ inline constexpr int kConnectionReset = 10054;
 // unless it is told otherwise.
 class SocketUdpRelayFixture : public testing::Test {
  protected:
+  SocketUdpRelayFixture() {
+    host_.inbound = [this](std::span<std::byte> packet) {
+      const platform::MutexLock held(lock_);
+      inbound_.emplace_back(packet.begin(), packet.end());
+    };
+    host_.keepGoing = [this]() { return keepGoing_.load(); };
+    host_.readyChanged = [this](bool ready) {
+      const platform::MutexLock held(lock_);
+      reports_.push_back(ready);
+    };
+  }
   void SetUp() override { Acknowledge(kToken); }
   void TearDown() override {
     relay_.Close();
@@ -65,16 +77,8 @@ class SocketUdpRelayFixture : public testing::Test {
   std::vector<Bytes> inbound_ GUARDED_BY(lock_);
   std::atomic<bool> keepGoing_{true};
   FakeDatagrams world_;
-  SocketUdpRelay relay_{{[this](std::span<std::byte> packet) {
-                           const platform::MutexLock held(lock_);
-                           inbound_.emplace_back(packet.begin(), packet.end());
-                         },
-                         [this]() { return keepGoing_.load(); },
-                         [this](bool ready) {
-                           const platform::MutexLock held(lock_);
-                           reports_.push_back(ready);
-                         }},
-                        world_.Deps()};
+  FakeRelayHost host_;
+  SocketUdpRelay relay_{host_, world_};
 };
 
 }  // namespace tunnel

@@ -7,6 +7,7 @@
 
 #include "tunnel/packets/packet.h"
 #include "tunnel/relay/fake_datagrams.h"
+#include "tunnel/relay/fake_relay_host.h"
 #include "tunnel/relay/udp_datagram.h"
 #include "tunnel/relay/udp_relay.h"
 
@@ -49,6 +50,14 @@ class LoopbackRelay {
 
 class UdpRelayLoopbackTest : public testing::Test {
  protected:
+  UdpRelayLoopbackTest() {
+    host_.inbound = [this](std::span<std::byte> packet) {
+      // Where these cannot be read, the AddressSanitizer ends the test.
+      TouchEach({packet.data() + packet.size(), kReadableBehindPacket});
+      inboundBytes_ += packet.size();
+    };
+    host_.keepGoing = [this]() { return keepGoing_.load(); };
+  }
   void StartAcknowledged() {
     std::thread answer([this]() {
       hello_ = peer_.Receive();
@@ -62,13 +71,8 @@ class UdpRelayLoopbackTest : public testing::Test {
   Bytes hello_;
   std::atomic<bool> keepGoing_{true};
   std::atomic<std::size_t> inboundBytes_{0};
-  SocketUdpRelay relay_{{[this](std::span<std::byte> packet) {
-                           // Where these cannot be read, the AddressSanitizer ends the test.
-                           TouchEach({packet.data() + packet.size(), kReadableBehindPacket});
-                           inboundBytes_ += packet.size();
-                         },
-                         [this]() { return keepGoing_.load(); }, [](bool) {}},
-                        RealUdpRelayDeps()};
+  FakeRelayHost host_;
+  SocketUdpRelay relay_{host_, RealUdpNetwork()};
 };
 
 TEST_F(UdpRelayLoopbackTest, CarriesPacketsBothWays) {

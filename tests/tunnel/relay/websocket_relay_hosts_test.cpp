@@ -32,21 +32,19 @@ std::shared_ptr<platform::Socket> MakeDeadEnd() {
 }
 
 // Looks every host up as `addresses`.
-RelayHooks HooksWith(std::vector<platform::SocketAddress> addresses) {
-  RelayHooks hooks;
-  hooks.lookUp = [addresses = std::move(addresses)](const std::string&, std::uint16_t,
-                                                    platform::SocketKind) { return addresses; };
-  return hooks;
+platform::HostLookup LookupOf(std::vector<platform::SocketAddress> addresses) {
+  return [addresses = std::move(addresses)](const std::string&, std::uint16_t,
+                                            platform::SocketKind) { return addresses; };
 }
 
 TEST_F(WebSocketRelayHosts, TriesAHostsAddressesInOrder) {
   TestRelay first;
   TestRelay second;
   const auto dead = MakeDeadEnd();
-  WebSocketRelay relay{
-      HooksWith({dead->LocalAddress(), platform::SocketAddress::Loopback(first.Port()),
-                 platform::SocketAddress::Loopback(second.Port())})};
-  relay.Connect(L"ws://relay.example/api");
+  WebSocketRelay relay;
+  relay.Connect(L"ws://relay.example/api", {},
+                LookupOf({dead->LocalAddress(), platform::SocketAddress::Loopback(first.Port()),
+                          platform::SocketAddress::Loopback(second.Port())}));
   EXPECT_TRUE(relay.IsConnected());
   EXPECT_TRUE(first.WaitForConnections(1));
   EXPECT_TRUE(second.Requests().empty());
@@ -54,18 +52,18 @@ TEST_F(WebSocketRelayHosts, TriesAHostsAddressesInOrder) {
   EXPECT_NE(first.Requests()[0].find("\r\nHost: relay.example\r\n"), std::string::npos);
 }
 
-TEST_F(WebSocketRelayHosts, WhenNoAddressAnswersTheLastErrorIsTold) {
+TEST_F(WebSocketRelayHosts, WhenNoAddressAnswersTheLastErrorIsReported) {
   const auto dead = MakeDeadEnd();
   // The limited broadcast address: no system connects a stream to it.
   const platform::SocketAddress nobody = platform::SocketAddress::Ipv4(0xFFFFFFFF, 9);
   for (const auto& addresses :
        {std::vector{nobody, dead->LocalAddress()}, std::vector{dead->LocalAddress(), nobody}}) {
-    WebSocketRelay relay{HooksWith(addresses)};
+    WebSocketRelay relay;
     int error = 0;
     const auto probe = platform::Socket::Create(platform::SocketKind::Tcp, nobody.Family(), error);
     const int last = probe->Connect(addresses.back(), std::chrono::seconds(8));
     try {
-      relay.Connect(L"ws://relay.example:8080/api");
+      relay.Connect(L"ws://relay.example:8080/api", {}, LookupOf(addresses));
       FAIL();
     } catch (const std::runtime_error& failure) {
       EXPECT_EQ(failure.what(),
@@ -78,17 +76,16 @@ TEST_F(WebSocketRelayHosts, ALookUpIsGivenUpWhenCancelled) {
   std::promise<void> release;
   std::promise<void> left;
   std::atomic<bool> cancelled{false};
-  RelayHooks hooks;
-  hooks.isCancelled = [&] { return cancelled.load(); };
-  hooks.lookUp = [&, released = release.get_future().share()](const std::string&, std::uint16_t,
-                                                              platform::SocketKind) {
+  const auto isCancelled = [&] { return cancelled.load(); };
+  const auto lookUp = [&, released = release.get_future().share()](
+                          const std::string&, std::uint16_t, platform::SocketKind) {
     cancelled = true;
     released.wait();
     left.set_value();
     return std::vector<platform::SocketAddress>{};
   };
-  WebSocketRelay relay{hooks};
-  EXPECT_THROW(relay.Connect(L"ws://relay.example/api"), std::runtime_error);
+  WebSocketRelay relay;
+  EXPECT_THROW(relay.Connect(L"ws://relay.example/api", isCancelled, lookUp), std::runtime_error);
   release.set_value();
   left.get_future().wait();
 }

@@ -82,7 +82,7 @@ class WebSocketRelayTest : public testing::Test {
     return messages;
   }
 
-  WebSocketRelay relay_{RelayHooks{[]() { return 0x11223344U; }, {}}};
+  WebSocketRelay relay_{[]() { return 0x11223344U; }};
 };
 
 TEST_F(WebSocketRelayTest, RefusesASecureRelay) {
@@ -355,8 +355,9 @@ TEST_F(WebSocketRelayTest, CloseAtTheEndOfAHandshakeLeavesNoConnectionBehind) {
 
 TEST_F(WebSocketRelayTest, CancelledConnectOpensNothing) {
   TestRelay server;
-  WebSocketRelay cancelled{RelayHooks{{}, []() { return true; }}};
-  EXPECT_THROW(cancelled.Connect(server.RelayUrl()), std::runtime_error);
+  WebSocketRelay cancelled;
+  const auto isCancelled = []() { return true; };
+  EXPECT_THROW(cancelled.Connect(server.RelayUrl(), isCancelled), std::runtime_error);
   EXPECT_FALSE(cancelled.IsConnected());
   EXPECT_TRUE(server.Requests().empty());
 }
