@@ -23,4 +23,10 @@ std::optional<CheckArguments> ParseCheck(const std::vector<std::wstring>& argume
   return request;
 }
 
+std::optional<std::wstring> DevelopmentTreeRoot(std::wstring_view programPath) {
+  const std::size_t end = programPath.find(L"\\src\\VelmarineNative\\");
+  if (end == std::wstring_view::npos) return std::nullopt;
+  return std::wstring(programPath.substr(0, end));
+}
+
 }  // namespace shell

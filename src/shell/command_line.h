@@ -3,29 +3,31 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+// Reads how and from where the program was started. Pure.
 namespace shell {
 
-// What a program started to replace another one is told.
 struct ApplyUpdateArguments {
-  std::uint32_t parentPid = 0;
+  std::uint32_t parentPid = 0;  // 0 when it is not a number
   std::wstring source;
   std::wstring destination;
 };
 
-// The request in `arguments` (the program's own name first): "--apply-update" in any letter case
-// and three arguments behind it; a process id that is no number is 0. Nothing for every other
-// command line, which starts the client.
+// "--apply-update" in any letter case and its three arguments; `arguments` starts with the
+// program's own name. Nothing for any other command line, which starts the client.
 std::optional<ApplyUpdateArguments> ParseApplyUpdate(const std::vector<std::wstring>& arguments);
 
-// What a program started only to write a report is told.
 struct CheckArguments {
-  std::optional<std::wstring> file;  // where to; nothing: the program's choice
+  std::optional<std::wstring> file;  // nothing: the program chooses
 };
 
-// The request in `arguments`: "--check" in any letter case, perhaps with a file behind it. Nothing
-// for every other command line.
+// "--check" in any letter case, perhaps with a file; nothing for any other command line.
 std::optional<CheckArguments> ParseCheck(const std::vector<std::wstring>& arguments);
+
+// The root of the source tree whose build output holds `programPath`: the part before
+// "\src\VelmarineNative\". Nothing for a program anywhere else.
+std::optional<std::wstring> DevelopmentTreeRoot(std::wstring_view programPath);
 
 }  // namespace shell

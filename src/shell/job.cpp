@@ -56,4 +56,13 @@ std::wstring RunUpdateCheck(const UpdateCheck& check, const settings::Settings& 
   return closing.stop_requested() ? std::wstring() : notice;
 }
 
+bool CallsForRetry(const settings::Settings& settings) {
+  return settings.connectionId.empty() && service::IsServiceRefusalCode(settings.heartbeatMessage);
+}
+
+RetryStep DecideRetry(const settings::Settings& settings, bool armed) {
+  if (!CallsForRetry(settings)) return RetryStep::Disarm;
+  return armed ? RetryStep::Keep : RetryStep::Arm;
+}
+
 }  // namespace shell

@@ -20,27 +20,28 @@ std::wstring Format(const wchar_t* format, Numbers... numbers) {
 
 }  // namespace
 
-void LogFile::Start() {
+void LogFile::Start(const std::wstring& base,
+                    const std::function<void(const std::wstring& folder)>& createFolders) {
   const std::lock_guard<std::recursive_mutex> held(lock_);
   if (!path_.empty()) return;
 
-  const LocalTime time = ports_.now();
-  std::wstring folder = platform::JoinPath(ports_.baseFolder(), L"Log");
-  folder = platform::JoinPath(folder, Format(L"%04d%02d", time.year, time.month));
-  ports_.createFolders(folder);
+  const LocalTime now = now_();
+  std::wstring folder = platform::JoinPath(base, L"Log");
+  folder = platform::JoinPath(folder, Format(L"%04d%02d", now.year, now.month));
+  createFolders(folder);
   path_ = folder + L"\\" +
-          Format(L"%04d%02d%02d_%02d%02d%02d.log", time.year, time.month, time.day, time.hour,
-                 time.minute, time.second);
+          Format(L"%04d%02d%02d_%02d%02d%02d.log", now.year, now.month, now.day, now.hour,
+                 now.minute, now.second);
 }
 
 void LogFile::WriteLine(std::wstring_view text) {
   const std::lock_guard<std::recursive_mutex> held(lock_);
   if (path_.empty()) return;
 
-  const LocalTime time = ports_.now();
-  std::wstring line = Format(L"[%02d:%02d:%02d] ", time.hour, time.minute, time.second);
+  const LocalTime now = now_();
+  std::wstring line = Format(L"[%02d:%02d:%02d] ", now.hour, now.minute, now.second);
   line.append(text).append(L"\r\n");
-  ports_.append(path_, kUtf8Mark, text::ToUtf8(line));
+  append_(path_, kUtf8Mark, text::ToUtf8(line));
 }
 
 std::wstring LogFile::Path() const {

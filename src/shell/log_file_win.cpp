@@ -9,9 +9,13 @@
 namespace shell {
 namespace {
 
-// Never destroyed: a thread that the end of the process overtakes may still be logging.
+// "Log", the month and the file. The folder above them is the user's current one and may well be
+// reached through a link.
+constexpr int kOwnParts = 3;
+
+// Never destroyed: a thread may still be logging when the process ends.
 LogFile& ProcessLog() {
-  static LogFile& log = *new LogFile(RealLogPorts());
+  static LogFile& log = *new LogFile(platform::LocalTimeNow, AppendToLog);
   return log;
 }
 
@@ -25,23 +29,16 @@ std::wstring LogBaseFolder() {
   return std::wstring(buffer.data(), lengthUnits);
 }
 
-LogPorts RealLogPorts() {
-  LogPorts ports;
-  ports.now = platform::LocalTimeNow;
-  ports.baseFolder = LogBaseFolder;
-  // "Log", the month and the file: the folder that holds them is whatever the user works in.
-  constexpr int kOwnParts = 3;
-  ports.createFolders = [](const std::wstring& folder) {
-    platform::CreateUnlinkedFolders(folder, kOwnParts - 1);
-  };
-  ports.append = [](const std::wstring& path, std::string_view mark, std::string_view line) {
-    platform::AppendToFile(path, kOwnParts, mark, line);
-  };
-  return ports;
+void CreateLogFolders(const std::wstring& folder) {
+  platform::CreateUnlinkedFolders(folder, kOwnParts - 1);
+}
+
+void AppendToLog(const std::wstring& path, std::string_view mark, std::string_view line) {
+  platform::AppendToFile(path, kOwnParts, mark, line);
 }
 
 void StartLog() {
-  ProcessLog().Start();
+  ProcessLog().Start(LogBaseFolder(), CreateLogFolders);
 }
 
 void WriteLogLine(std::wstring_view text) {

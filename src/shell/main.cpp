@@ -6,11 +6,12 @@
 #include "shell/main_window.h"
 #include "shell/single_instance.h"
 #include "shell/start_up.h"
+#include "shell/window_deps.h"
 #include "update/apply_update.h"
 
 namespace {
 
-// The build names both; the version stands in the version resource, too.
+// The build defines both; the version is in the version resource too.
 const update::ProgramIdentity kProgram{VELMARINE_VERSION, VELMARINE_SIGNER_SHA256};
 
 struct ReplacementDeps : update::RealUpdateDeps {
@@ -20,27 +21,27 @@ struct ReplacementDeps : update::RealUpdateDeps {
 
 }  // namespace
 
-// -municode takes this for the program's entry. What an exception here would mean, short memory
-// before there is a window, ends the program.
+// The entry point under -municode. An exception here means short memory before there is a window;
+// it ends the program.
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int showCommand) {
   platform::LimitLibrarySearch();
   platform::RefuseForeignLibraries();
-  // The browser's library takes orders from them, down to another program to run as the browser.
+  // These variables control the browser's library; one of them names a program to run as the
+  // browser.
   platform::ForgetVariables(L"WEBVIEW2_");
-  platform::RefuseSystemErrorBoxes();  // looking for RustDesk asks drive D: for files
+  platform::RefuseSystemErrorBoxes();  // the search for RustDesk asks drive D: for files
   shell::BecomeDpiAware();
   if (const auto request = shell::ParseApplyUpdate(shell::CommandLineArguments())) {
     platform::ForbidDynamicCode();
     ReplacementDeps deps;
     return update::ApplyUpdate(request->parentPid, request->source, request->destination, deps);
   }
-  // Looks at the computer while a client may run; it is none itself.
+  // Before the check for another client: the report may be written while a client runs.
   if (const auto request = shell::ParseCheck(shell::CommandLineArguments())) {
     return shell::RunCheck(*request, kProgram);
   }
-  // Behind the update: the process that replaces the program is no second client.
-  if (!shell::MayBecomeClient(shell::RealInstanceDeps(shell::kWindowClass, shell::kWindowTitle))) {
-    return 0;
-  }
-  return shell::RunClient(instance, showCommand, shell::RealStartUp(kProgram));
+  // After the update: the process that replaces the program is not a second client.
+  shell::InstanceSystem system(shell::kWindowClass, shell::kWindowTitle);
+  if (!shell::MayBecomeClient(system)) return 0;
+  return shell::RunClient(instance, showCommand, shell::RealWindowDeps(kProgram));
 }

@@ -1,151 +1,49 @@
 #include "shell/main_window.h"
 
 #include <exception>
+#include <optional>
+#include <utility>
 
-#include "shell/actions.h"
-#include "shell/page_link.h"
-#include "shell/window_events.h"
+#include "platform/computer.h"
+#include "service/api_messages.h"
 #include "shell/window_messages.h"
-#include "text/utf8.h"
 
 namespace shell {
 namespace {
 
 constexpr WORD kIcon = 301;
 
-AppState* StateOf(HWND window) {
-  return reinterpret_cast<AppState*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
+MainWindow* Of(HWND window) {
+  return reinterpret_cast<MainWindow*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
 }
 
-// The messages of CarriesText().
-void DispatchText(AppState& state, UINT message, std::wstring text) {
-  switch (message) {
-    case kJobFinished:
-      OnJobFinished(state, text);
-      break;
-    case kHeartbeatRefused:
-      OnHeartbeatRefused(state, std::move(text));
-      break;
-    case kNotice:
-      OnNotice(state, text);
-      break;
-    case kFromPage:
-      HandlePageMessage(state, text);
-      break;
-    case kToPage:
-      DeliverToPage(state, std::move(text));
-      break;
-    case kShowFailure:
-      state.surroundings.showMessageBox(state.window, text);
-      break;
-    default:
-      break;
-  }
-}
-
-LRESULT Dispatch(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
-  if (CarriesText(message)) {
-    const std::unique_ptr<std::wstring> text = TakePostedText(lParam);
-    DispatchText(state, message, text ? std::move(*text) : std::wstring());
-    return 0;
-  }
-  switch (message) {
-    case kIgnored:
-      return 0;
-    case kLinkChanged:
-      OnLinkChanged(state, wParam != 0);
-      return 0;
-    case kUdpChanged:
-      OnUdpChanged(state, wParam != 0);
-      return 0;
-    case kBrowserFailed:
-      OnBrowserFailed(state, static_cast<webview::ProcessFailedKind>(wParam));
-      return 0;
-    case kMakePageAnew:
-      if (state.web) state.web->MakeAnew();
-      return 0;
-    case kAddressesChanged:
-      return OnAddressesChanged(state);
-    case WM_POWERBROADCAST:
-      return OnPowerBroadcast(state, wParam);
-    case WM_WTSSESSION_CHANGE:
-      return OnSessionChange(state, wParam);
-    case WM_QUERYENDSESSION:
-      return OnQueryEndSession(state);
-    case WM_ENDSESSION:
-      return OnEndSession(state, wParam != FALSE);
-    case WM_TIMER:
-      return OnTimer(state, wParam, lParam);
-    case WM_SIZE:
-      return OnSize(state, wParam);
-    case WM_MOVE:
-    case WM_MOVING:
-      return OnMoved(state, message, wParam, lParam);
-    case WM_SETFOCUS:
-      return OnFocus(state);
-    case WM_ACTIVATE:
-      return OnActivate(state, wParam, lParam);
-    case WM_DPICHANGED:
-      return OnDpiChanged(state, lParam);
-    case WM_PAINT:
-      return OnPaint(state);
-    case WM_CTLCOLOREDIT:
-    case WM_CTLCOLORLISTBOX:
-    case WM_CTLCOLORBTN:
-    case WM_CTLCOLORSTATIC:
-      return OnControlColour(state, message, wParam);
-    case WM_DRAWITEM:
-      return OnDrawItem(state, wParam, lParam);
-    case WM_LBUTTONDOWN:
-      return OnMouseDown(state, wParam, lParam);
-    case WM_COMMAND:
-      return OnCommand(state, wParam, lParam);
-    case WM_SYSCOMMAND:
-      return OnSystemCommand(state, wParam, lParam);
-    case WM_CLOSE:
-      return OnClose(state);
-    case WM_DESTROY:
-      return OnDestroy(state);
-    case WM_NCDESTROY:
-      return OnGone(state, wParam, lParam);
-    default:
-      return ::DefWindowProcW(state.window, message, wParam, lParam);
-  }
-}
-
-// Jobs, actions, commands and the retry save.
-bool MayHaveSaved(UINT message) {
-  return CarriesText(message) || message == WM_COMMAND || message == WM_TIMER;
-}
-
-// An exception that reached the door; the window goes on.
-void Report(AppState& state, const std::wstring& text) noexcept {
-  try {
-    Log(state, text);
-  } catch (...) {  // no memory for the line either
-  }
+LRESULT CreateFor(HWND window, LPARAM lParam) noexcept {
+  const auto* creation = reinterpret_cast<const CREATESTRUCTW*>(lParam);
+  auto* main = static_cast<MainWindow*>(creation->lpCreateParams);
+  ::SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(main));
+  return main->OnCreate(window);
 }
 
 LRESULT CALLBACK MainWindowProcedure(HWND window, UINT message, WPARAM wParam,
                                      LPARAM lParam) noexcept {
-  // Asked for before WM_CREATE, too.
   if (message == WM_GETMINMAXINFO) return OnMinMaxInfo(window, lParam);
-  if (message == WM_CREATE) return OnCreate(window, lParam);
-  AppState* state = StateOf(window);
-  if (state == nullptr) return ::DefWindowProcW(window, message, wParam, lParam);
+  if (message == WM_CREATE) return CreateFor(window, lParam);
+  MainWindow* const main = Of(window);
+  if (main == nullptr) return ::DefWindowProcW(window, message, wParam, lParam);
   try {
-    const LRESULT result = Dispatch(*state, message, wParam, lParam);
-    if (MayHaveSaved(message)) LogSettingsReports(*state);
-    return result;
-  } catch (const std::exception& error) {
-    Report(*state, L"Error: " + text::FromUtf8(error.what()));
+    return main->Handle(message, wParam, lParam);
   } catch (...) {
-    Report(*state, L"Unknown error.");
+    main->Report(service::JobFailureLine(std::current_exception()));
   }
   return 0;
 }
 
-// Where the system has put it, unless it would stick out there.
+// Jobs, actions, commands and the retry save the settings.
+bool MayHaveSaved(UINT message) {
+  return CarriesText(message) || message == WM_COMMAND || message == WM_TIMER;
+}
+
+// Keeps the place that the system chose, unless the window would stick out there.
 void TakeFirstSize(HWND window) {
   const PixelArea room = WorkAreaOf(window);
   RECT placed{};
@@ -159,6 +57,162 @@ void TakeFirstSize(HWND window) {
 
 }  // namespace
 
+MainWindow::MainWindow(std::shared_ptr<WindowDeps> deps)
+    : deps_(std::move(deps)), client_(*this, deps_->OpenSettings(), deps_->MakeTunnel()) {}
+
+void MainWindow::Report(const std::wstring& text) noexcept {
+  try {
+    client_.Log(text);
+  } catch (...) {  // no memory for the line either
+  }
+}
+
+LRESULT MainWindow::Default(UINT message, WPARAM wParam, LPARAM lParam) const {
+  return ::DefWindowProcW(window_, message, wParam, lParam);
+}
+
+LRESULT MainWindow::Handle(UINT message, WPARAM wParam, LPARAM lParam) {
+  LRESULT result = 0;
+  if (CarriesText(message)) {
+    const std::unique_ptr<std::wstring> text = TakePostedText(lParam);
+    HandleText(message, text ? std::move(*text) : std::wstring());
+  } else {
+    result = HandleWindow(message, wParam, lParam);
+  }
+  if (MayHaveSaved(message)) client_.LogSettingsReports();
+  return result;
+}
+
+// The messages of CarriesText().
+void MainWindow::HandleText(UINT message, std::wstring text) {
+  switch (message) {
+    case kJobFinished:
+      return client_.FinishJob(text);
+    case kHeartbeatRefused:
+      return client_.OnHeartbeatRefused(std::move(text));
+    case kNotice:
+      return client_.Notice(text);
+    case kFromPage:
+      return client_.HandlePageMessage(text);
+    case kToPage:
+      return client_.DeliverToPage(std::move(text));
+    case kShowFailure:
+      return deps_->ShowMessageBox(window_, text);
+    default:
+      return;
+  }
+}
+
+LRESULT MainWindow::HandleWindow(UINT message, WPARAM wParam, LPARAM lParam) {
+  switch (message) {
+    case kIgnored:
+      return 0;
+    case kLinkChanged:
+      client_.OnLinkChanged(wParam != 0);
+      return 0;
+    case kUdpChanged:
+      client_.OnUdpChanged(wParam != 0);
+      return 0;
+    case kBrowserFailed:
+      client_.OnBrowserFailed(static_cast<webview::ProcessFailedKind>(wParam));
+      return 0;
+    case kMakePageAnew:
+      if (web_) web_->MakeAnew();
+      return 0;
+    case kAddressesChanged:
+      return OnAddressesChanged();
+    case WM_POWERBROADCAST:
+      return OnPowerBroadcast(wParam);
+    case WM_WTSSESSION_CHANGE:
+      return OnSessionChange(wParam);
+    case WM_QUERYENDSESSION:
+      return OnQueryEndSession();
+    case WM_ENDSESSION:
+      return OnEndSession(wParam != FALSE);
+    case WM_TIMER:
+      return OnTimer(wParam, lParam);
+    case WM_SYSCOMMAND:
+      return OnSystemCommand(wParam, lParam);
+    case WM_CLOSE:
+      return OnClose();
+    case WM_DESTROY:
+      return OnDestroy();
+    case WM_NCDESTROY:
+      return OnNcDestroy(wParam, lParam);
+    default:
+      return HandleView(message, wParam, lParam);
+  }
+}
+
+LRESULT MainWindow::HandleView(UINT message, WPARAM wParam, LPARAM lParam) {
+  switch (message) {
+    case WM_SIZE:
+      return OnSize(wParam);
+    case WM_MOVE:
+    case WM_MOVING:
+      return OnMoved(message, wParam, lParam);
+    case WM_SETFOCUS:
+      return OnFocus();
+    case WM_ACTIVATE:
+      return OnActivate(wParam, lParam);
+    case WM_DPICHANGED:
+      return OnDpiChanged(lParam);
+    case WM_PAINT:
+      return OnPaint();
+    default:
+      const auto result = controls_.Handle(client_, window_, message, wParam, lParam);
+      return result ? *result : Default(message, wParam, lParam);
+  }
+}
+
+LRESULT MainWindow::OnTimer(WPARAM wParam, LPARAM lParam) {
+  switch (wParam) {
+    case kUnusedTimer:
+      return 0;
+    case kRetryTimer:
+      client_.RetryConnect();
+      return 0;
+    case kResultTimer:
+      client_.TakeStrandedResult();
+      return 0;
+    case kAddressTimer:
+      ::KillTimer(window_, kAddressTimer);
+      client_.OnAddressesChanged();
+      return 0;
+    default:
+      return Default(WM_TIMER, wParam, lParam);
+  }
+}
+
+void MainWindow::PostToPage(std::wstring json) {
+  if (window_ != nullptr) PostText(window_, kToPage, std::move(json));
+}
+
+void MainWindow::PostFailure(const std::wstring& text) {
+  PostText(window_, kShowFailure, text);
+}
+
+void MainWindow::StartTimer(ClientTimer timer) {
+  if (timer == ClientTimer::Retry) {
+    ::SetTimer(window_, kRetryTimer, kRetryMs, nullptr);
+  } else {
+    ::SetTimer(window_, kResultTimer, kResultMs, nullptr);
+  }
+}
+
+void MainWindow::StopTimer(ClientTimer timer) noexcept {
+  ::KillTimer(window_, timer == ClientTimer::Retry ? kRetryTimer : kResultTimer);
+}
+
+void MainWindow::Repaint() {
+  shell::Repaint(window_);
+}
+
+page::TimeOfDay MainWindow::Now() {
+  const platform::LocalTime now = platform::LocalTimeNow();
+  return {now.hour, now.minute, now.second};
+}
+
 bool RegisterMainWindow(HINSTANCE instance) {
   WNDCLASSEXW window{};
   window.cbSize = sizeof(window);
@@ -167,15 +221,15 @@ bool RegisterMainWindow(HINSTANCE instance) {
   window.hIcon = ::LoadIconW(instance, MAKEINTRESOURCEW(kIcon));
   window.hIconSm = window.hIcon;
   window.hCursor = ::LoadCursorW(nullptr, IDC_ARROW);
-  window.hbrBackground = ::CreateSolidBrush(kWindowColour);  // the class's from here on
+  window.hbrBackground = ::CreateSolidBrush(kWindowColour);  // the class owns it from here on
   window.lpszClassName = kWindowClass;
   return ::RegisterClassExW(&window) != 0;
 }
 
-HWND CreateMainWindow(HINSTANCE instance, AppState& state) {
+HWND CreateMainWindow(HINSTANCE instance, MainWindow& window) {
   return ::CreateWindowExW(0, kWindowClass, kWindowTitle, WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
                            CW_USEDEFAULT, CW_USEDEFAULT, kFirstSize.width, kFirstSize.height,
-                           nullptr, nullptr, instance, &state);
+                           nullptr, nullptr, instance, &window);
 }
 
 void ShowMainWindow(HINSTANCE instance, HWND window, int showCommand) {

@@ -12,7 +12,7 @@
 #include "platform/signature.h"
 #include "platform/user_folders_win.h"
 #include "settings/settings_file.h"
-#include "shell/development_tree.h"
+#include "shell/command_line.h"
 #include "text/utf8.h"
 
 namespace shell {
@@ -20,7 +20,7 @@ namespace {
 
 constexpr const wchar_t* kDriverFiles[] = {L"WinDivert.dll", L"WinDivert64.sys"};
 
-// "Velmarine", "Runtime" and the file lie in a user's own folders.
+// "Velmarine", "Runtime" and the file lie in folders that the user controls.
 constexpr platform::OwnParts kOwnParts = 3;
 constexpr wchar_t kDownloadedRustDesk[] = L"rustdesk.exe";
 

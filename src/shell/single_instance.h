@@ -1,39 +1,71 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <string>
 
-// One client a computer: two would fight for the driver, the settings and the same networks.
+// One client per computer: two would compete for the driver, the settings and the same networks.
 namespace shell {
 
 // Who runs the client, as far as a start can tell.
 struct RunningClient {
-  bool isMine = false;           // nobody else: this process has the mark now
-  bool isInThisSession = false;  // else: of the same desktop
-  std::wstring user;             // else: who sits before the other desktop; empty when unknown
+  bool isMine = false;           // this process has become the client
+  bool isInThisSession = false;  // otherwise: on the same desktop
+  std::wstring user;             // otherwise: the user of the other desktop; empty when unknown
 };
 
-// What a start looks at and acts through: the system, or fakes in tests.
-struct InstanceDeps {
-  // Takes the mark that one process of the computer can have, until its end.
-  std::function<RunningClient()> claim;
+// The system as a start needs it.
+class InstanceSystem {
+ public:
+  // `windowTitle` heads the messages.
+  InstanceSystem(const wchar_t* windowClass, const wchar_t* windowTitle)
+      : windowClass_(windowClass), windowTitle_(windowTitle) {}
+
+  // Takes the mark that only one process of the computer can hold, until this process ends.
+  RunningClient Claim();
   // Brings the other client's window to the front; false while it shows none.
-  std::function<bool()> bringToFront;
-  std::function<void(std::chrono::milliseconds time)> pause;
-  std::function<void(const std::wstring& text)> showMessage;
+  bool BringToFront();
+  void Pause(std::chrono::milliseconds time);
+  void ShowMessage(const std::wstring& text);
+
+ private:
+  const wchar_t* const windowClass_;
+  const wchar_t* const windowTitle_;
 };
 
-// Whether this start is to become the client. If not, the engineer sees why: the window of the one
-// that runs is in front, or a message says who has it. A client that is just ending or starting is
-// waited for, up to ten seconds. Where the system does not tell, the start goes on.
-bool MayBecomeClient(const InstanceDeps& deps);
+inline constexpr std::chrono::milliseconds kClaimEvery{100};
+inline constexpr int kClaims = 100;
 
-// Whether a client runs on this computer, this process among them. Takes nothing. Windows only; any
-// thread.
+inline constexpr wchar_t kHeldBySomebody[] =
+    L"本程序正由另一个用户在这台电脑上使用，同一时间只能运行一个。请让该用户退出程序后再启动。";
+inline constexpr wchar_t kStillEnding[] = L"上一次运行的程序仍在退出，请稍后再启动。";
+
+inline std::wstring HeldByText(const std::wstring& user) {
+  if (user.empty()) return kHeldBySomebody;
+  return L"本程序正由用户“" + user +
+         L"”在这台电脑的另一个会话中使用，同一时间只能运行一个。请让该用户退出程序后再启动。";
+}
+
+// True when this start becomes the client. Otherwise the engineer has seen why: the running
+// client's window is in front, or a message names its user. Waits up to ten seconds for a client
+// that is starting or ending. An unknown state counts as free. `System` is InstanceSystem, or a
+// fake in tests.
+template <typename System>
+bool MayBecomeClient(System& system) {
+  for (int claim = 0; claim < kClaims; ++claim) {
+    const RunningClient running = system.Claim();
+    if (running.isMine) return true;
+    if (!running.isInThisSession) {
+      system.ShowMessage(HeldByText(running.user));
+      return false;
+    }
+    if (system.BringToFront()) return false;
+    system.Pause(kClaimEvery);
+  }
+  system.ShowMessage(kStillEnding);
+  return false;
+}
+
+// True when a client runs on this computer, possibly this process. Any thread.
 bool IsClientRunning();
-
-// The system's; `windowTitle` heads the messages. Windows only.
-InstanceDeps RealInstanceDeps(const wchar_t* windowClass, const wchar_t* windowTitle);
 
 }  // namespace shell

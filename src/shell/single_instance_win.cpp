@@ -10,10 +10,10 @@
 namespace shell {
 namespace {
 
-// Of all sessions, which takes an administrator's right to make.
+// In the namespace of all sessions. Creating it requires an administrator's rights.
 constexpr wchar_t kMarkName[] = L"Global\\Velmarine.Client.Running";
 
-// What the process that has the mark says of itself there.
+// Describes the process that holds the mark. Shared with other versions of the program.
 struct Mark {
   DWORD isWritten;
   DWORD session;
@@ -35,7 +35,7 @@ DWORD OwnSession() {
   return session;
 }
 
-// Who has signed in to this session; the program itself may run as somebody else.
+// The user signed in to this session; the program itself may run as another one.
 std::wstring UserOfSession() {
   wchar_t* allocated = nullptr;
   DWORD sizeBytes = 0;
@@ -61,19 +61,22 @@ RunningClient ReadMark(HANDLE mapping) {
   const View view(::MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, sizeof(Mark)));
   if (!view) return running;
   const auto& mark = *static_cast<const Mark*>(view.Get());
-  // One that has not come to writing it started in this moment, most likely by a second click.
+  // A client that has not written it yet has only just started, most likely by a second click.
   running.isInThisSession = mark.isWritten == 0 || mark.session == OwnSession();
   running.user = mark.user;
   return running;
 }
 
-RunningClient Claim() {
+}  // namespace
+
+RunningClient InstanceSystem::Claim() {
   MappingHandle mapping(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
                                              sizeof(Mark), kMarkName));
   const DWORD error = ::GetLastError();
   if (!mapping) {
     RunningClient running;
-    running.isMine = error != ERROR_ACCESS_DENIED;  // somebody else's; any other is no reason
+    // Refused: another user's client holds the mark. Any other error must not prevent the start.
+    running.isMine = error != ERROR_ACCESS_DENIED;
     return running;
   }
   if (error == ERROR_ALREADY_EXISTS) return ReadMark(mapping.Get());
@@ -82,32 +85,27 @@ RunningClient Claim() {
   return {true, true, {}};
 }
 
-// A window that is being destroyed is hidden first.
-bool BringToFront(const wchar_t* windowClass) {
-  const HWND window = ::FindWindowW(windowClass, nullptr);
+bool InstanceSystem::BringToFront() {
+  const HWND window = ::FindWindowW(windowClass_, nullptr);
+  // A window is hidden before it is destroyed.
   if (window == nullptr || ::IsWindowVisible(window) == FALSE) return false;
   if (::IsIconic(window) != FALSE) ::ShowWindowAsync(window, SW_RESTORE);
   ::SetForegroundWindow(window);
   return true;
 }
 
-}  // namespace
+void InstanceSystem::Pause(std::chrono::milliseconds time) {
+  std::this_thread::sleep_for(time);
+}
+
+void InstanceSystem::ShowMessage(const std::wstring& text) {
+  ::MessageBoxW(nullptr, text.c_str(), windowTitle_, MB_OK | MB_ICONINFORMATION);
+}
 
 bool IsClientRunning() {
   const MappingHandle mapping(::OpenFileMappingW(FILE_MAP_READ, FALSE, kMarkName));
   const DWORD error = ::GetLastError();
-  return static_cast<bool>(mapping) || error == ERROR_ACCESS_DENIED;  // somebody else's
-}
-
-InstanceDeps RealInstanceDeps(const wchar_t* windowClass, const wchar_t* windowTitle) {
-  InstanceDeps deps;
-  deps.claim = Claim;
-  deps.bringToFront = [windowClass] { return BringToFront(windowClass); };
-  deps.pause = [](std::chrono::milliseconds time) { std::this_thread::sleep_for(time); };
-  deps.showMessage = [windowTitle](const std::wstring& text) {
-    ::MessageBoxW(nullptr, text.c_str(), windowTitle, MB_OK | MB_ICONINFORMATION);
-  };
-  return deps;
+  return static_cast<bool>(mapping) || error == ERROR_ACCESS_DENIED;  // another user's
 }
 
 }  // namespace shell

@@ -2,27 +2,21 @@
 #include <chrono>
 #include <functional>
 #include <future>
-#include <memory>
-#include <utility>
 
-#include "platform/detached_thread.h"
+#include "platform/unique_handle.h"
 #include "settings/settings.h"
-#include "shell/page_link.h"
-#include "shell/window_events.h"
+#include "shell/main_window.h"
 #include "shell/window_messages.h"
-#include "shell/worker.h"
-// After the SDK, which it needs.
+// After the SDK, which they need; the second needs the first.
+// clang-format off
+#include <iphlpapi.h>
+#include <netioapi.h>
 #include <wtsapi32.h>
+// clang-format on
 
 namespace shell {
 namespace {
 
-constexpr wchar_t kAsleep[] = L"电脑即将睡眠。";
-constexpr wchar_t kAsleepOnline[] = L"电脑即将睡眠，远程连接会中断，唤醒后自动恢复。";
-constexpr wchar_t kAwake[] = L"电脑已唤醒。";
-constexpr wchar_t kAwakeOnline[] = L"电脑已唤醒，正在检查中继连接。";
-constexpr wchar_t kMoved[] = L"本机网络地址已变化。";
-constexpr wchar_t kMovedOnline[] = L"本机网络地址已变化，正在检查中继连接。";
 constexpr wchar_t kMayEnd[] = L"Windows 即将注销或关机。";
 constexpr wchar_t kGoesOn[] = L"注销或关机已取消。";
 constexpr wchar_t kEnding[] = L"Windows 正在结束会话：停止软件隧道，移除系统代理旁路。";
@@ -44,131 +38,127 @@ constexpr SessionLine kSessionLines[] = {
     {WTS_SESSION_UNLOCK, L"电脑已解锁。"},
 };
 
-// Windows gives five seconds and then ends the process, in the middle of whatever it does.
+// Windows allows five seconds and then ends the process wherever it is.
 constexpr std::chrono::milliseconds kEndTime{2500};
-constexpr DWORD kLookMs = 20;
-constexpr ULONGLONG kSameWakeMs = 5000;
+constexpr DWORD kPollMs = 20;
 
-// A line of its own for a computer whose tunnel is about to be looked at.
-void LogAndLook(AppState& state, const wchar_t* line, const wchar_t* lineOnline) {
-  const bool isOnline = state.tunnel->IsRunning();
-  Log(state, isOnline ? lineOnline : line);
-  if (isOnline) state.tunnel->LookAtNetwork();
+struct PowerNoticeTraits {
+  using Raw = HPOWERNOTIFY;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw notice) noexcept { return notice != nullptr; }
+  static void Close(Raw notice) noexcept { ::UnregisterSuspendResumeNotification(notice); }
+};
+
+// Closing waits for a callback that is running.
+struct AddressNoticeTraits {
+  using Raw = HANDLE;
+  static Raw Invalid() noexcept { return nullptr; }
+  static bool IsValid(Raw notice) noexcept { return notice != nullptr; }
+  static void Close(Raw notice) noexcept { ::CancelMibChangeNotify2(notice); }
+};
+
+// On a thread of the system. The window outlives the subscription. A full queue loses nothing that
+// the next change would not report as well.
+void WINAPI OnAddressChange(void* window, MIB_UNICASTIPADDRESS_ROW*, MIB_NOTIFICATION_TYPE) {
+  ::PostMessageW(static_cast<HWND>(window), kAddressesChanged, 0, 0);
 }
 
-bool HasWorkerEnded(const AppState& state) {
-  return !state.worker.joinable() ||
-         ::WaitForSingleObject(state.workerEnded.Get(), 0) == WAIT_OBJECT_0;
+class Subscription {
+ public:
+  explicit Subscription(HWND window)
+      : window_(window),
+        power_(::RegisterSuspendResumeNotification(window, DEVICE_NOTIFY_WINDOW_HANDLE)),
+        hasSession_(::WTSRegisterSessionNotification(window, NOTIFY_FOR_THIS_SESSION) != FALSE) {
+    HANDLE notice = nullptr;
+    if (::NotifyUnicastIpAddressChange(AF_INET, OnAddressChange, window, FALSE, &notice) ==
+        NO_ERROR) {
+      addresses_.Reset(notice);
+    }
+  }
+  ~Subscription() {
+    if (hasSession_) ::WTSUnRegisterSessionNotification(window_);
+  }
+  Subscription(const Subscription&) = delete;
+  Subscription& operator=(const Subscription&) = delete;
+
+ private:
+  const HWND window_;
+  const platform::UniqueHandle<PowerNoticeTraits> power_;
+  const bool hasSession_;
+  platform::UniqueHandle<AddressNoticeTraits> addresses_;
+};
+
+}  // namespace
+
+std::shared_ptr<void> SubscribeToSystem(HWND window) {
+  return std::make_shared<Subscription>(window);
 }
 
-bool HaveEndingsEnded(const AppState& state) {
-  return std::ranges::all_of(state.endings, [](const std::future<void>& ending) {
-    return ending.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-  });
-}
-
-// Answers meanwhile what others send to this window: the change of the proxy list is sent to every
-// window, and would wait for this one; so is the emptying of the clipboard to whoever has filled
-// it.
+// The change of the proxy list is sent to every window and would wait for this one; so would the
+// emptying of the clipboard, which is sent to the window that filled it.
 bool AnswerUntil(const std::function<bool()>& haveEnded) {
   const auto end = std::chrono::steady_clock::now() + kEndTime;
   while (!haveEnded()) {
     if (std::chrono::steady_clock::now() >= end) return false;
-    ::MsgWaitForMultipleObjects(0, nullptr, FALSE, kLookMs, QS_SENDMESSAGE);
+    ::MsgWaitForMultipleObjects(0, nullptr, FALSE, kPollMs, QS_SENDMESSAGE);
     MSG message{};
     ::PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
   }
   return true;
 }
 
-// Side by side, as each may wait for others: the service commands, every window of the session.
-void StartEndings(AppState& state) {
-  const auto routes = settings::ConnectionInForce(state.settings.Read()).routes;
-  state.endings.push_back(
-      std::async(std::launch::async, [&state] { state.tunnel->StopForGood(); }));
-  state.endings.push_back(std::async(
-      std::launch::async, [&state, routes] { state.surroundings.removeProxyBypass(routes); }));
-  state.endings.push_back(
-      std::async(std::launch::async, [&state] { state.surroundings.forgetPassword(); }));
-}
-
-void FallAsleep(AppState& state) {
-  if (std::exchange(state.isAsleep, true)) return;
-  Log(state, state.tunnel->IsRunning() ? kAsleepOnline : kAsleep);
-}
-
-// A wake that no sleep was told before counts too, unless it is the one just told.
-void WakeUp(AppState& state) {
-  const ULONGLONG nowMs = ::GetTickCount64();
-  const bool wasAsleep = std::exchange(state.isAsleep, false);
-  if (!wasAsleep && nowMs - state.wokenMs < kSameWakeMs) return;
-  state.wokenMs = nowMs;
-  LogAndLook(state, kAwake, kAwakeOnline);
-}
-
-}  // namespace
-
-// Every window is told of sleep and wake on some computers, and one that has subscribed once more.
-LRESULT OnPowerBroadcast(AppState& state, WPARAM event) {
-  if (event == PBT_APMSUSPEND) FallAsleep(state);
-  if (event == PBT_APMRESUMEAUTOMATIC) WakeUp(state);
+LRESULT MainWindow::OnPowerBroadcast(WPARAM event) {
+  if (event == PBT_APMSUSPEND) client_.OnSleep();
+  if (event == PBT_APMRESUMEAUTOMATIC) client_.OnWake(::GetTickCount64());
   return TRUE;
 }
 
-LRESULT OnSessionChange(AppState& state, WPARAM change) {
+LRESULT MainWindow::OnSessionChange(WPARAM change) {
   for (const SessionLine& known : kSessionLines) {
-    if (known.change == change) Log(state, known.line);
+    if (known.change == change) client_.Log(known.line);
   }
   return 0;
 }
 
-// Docking or a new lease brings several notices within a moment; they are one event.
-LRESULT OnAddressesChanged(AppState& state) {
-  ::SetTimer(state.window, kAddressTimer, kAddressMs, nullptr);
+// Docking or a new lease brings several notices within a moment; the timer makes one event of them.
+LRESULT MainWindow::OnAddressesChanged() {
+  ::SetTimer(window_, kAddressTimer, kAddressMs, nullptr);
   return 0;
 }
 
-void TakeAddressChange(AppState& state) {
-  ::KillTimer(state.window, kAddressTimer);
-  LogAndLook(state, kMoved, kMovedOnline);
-}
-
-// On a thread that is let go: a program that does not give the clipboard back must not keep this
-// one from ending.
-void ForgetPassword(AppState& state) noexcept {
-  try {
-    const auto done = std::make_shared<std::promise<void>>();
-    const std::future<void> ended = done->get_future();
-    platform::StartDetached([done, forget = state.surroundings.forgetPassword] {
-      forget();
-      done->set_value();
-    });
-    AnswerUntil(
-        [&ended] { return ended.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
-  } catch (...) {  // no thread to be had: the window goes all the same
-  }
-}
-
-LRESULT OnQueryEndSession(AppState& state) {
-  Log(state, kMayEnd);
+LRESULT MainWindow::OnQueryEndSession() {
+  client_.Log(kMayEnd);
   return TRUE;
 }
 
-LRESULT OnEndSession(AppState& state, bool ends) {
+LRESULT MainWindow::OnEndSession(bool ends) {
   if (!ends) {
-    Log(state, kGoesOn);
+    client_.Log(kGoesOn);
     return 0;
   }
-  Log(state, kEnding);
-  state.closing.request_stop();
-  DisarmRetry(state);
-  StartEndings(state);
-  const bool isWhole =
-      AnswerUntil([&state] { return HasWorkerEnded(state) && HaveEndingsEnded(state); });
-  if (!state.settings.Unsaved().empty()) state.settings.Save();
-  LogSettingsReports(state);
-  Log(state, isWhole ? kEnded : kCutShort);
+  client_.Log(kEnding);
+  client_.RequestEnd();
+  client_.DisarmRetry();
+  StartEndings();
+  const bool isWhole = AnswerUntil([this] { return HasWorkerEnded() && HaveEndingsEnded(); });
+  client_.SaveUnsaved();
+  client_.Log(isWhole ? kEnded : kCutShort);
   return 0;
+}
+
+// In parallel, because each may wait for others: the service commands, every window of the session.
+void MainWindow::StartEndings() {
+  const auto routes = settings::ConnectionInForce(client_.Settings().Read()).routes;
+  endings_.push_back(std::async(std::launch::async, [this] { client_.Tunnel().StopForGood(); }));
+  endings_.push_back(
+      std::async(std::launch::async, [this, routes] { deps_->RemoveProxyBypass(routes); }));
+  endings_.push_back(std::async(std::launch::async, [this] { deps_->ForgetPassword(); }));
+}
+
+bool MainWindow::HaveEndingsEnded() const {
+  return std::ranges::all_of(endings_, [](const std::future<void>& ending) {
+    return ending.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  });
 }
 
 }  // namespace shell

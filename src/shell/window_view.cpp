@@ -1,9 +1,4 @@
-#include <windowsx.h>
-
-#include <optional>
-
-#include "shell/tab_strip.h"
-#include "shell/window_events.h"
+#include "shell/main_window.h"
 
 namespace shell {
 namespace {
@@ -35,77 +30,54 @@ PixelArea WorkAreaOf(HWND window) noexcept {
   return {area.left, area.top, {area.right - area.left, area.bottom - area.top}};
 }
 
-// Windows holds to the smallest size even where the monitor is smaller, and for a maximised window
-// too: on a laptop's 768 lines the page's end would lie below the screen, out of reach.
+// Windows enforces the smallest size even on a smaller monitor, and for a maximised window too: on
+// a laptop with 768 lines the bottom of the page would be out of reach below the screen.
 LRESULT OnMinMaxInfo(HWND window, LPARAM lParam) noexcept {
   const PixelSize smallest = FitInto(kSmallestSize, WorkAreaOf(window).size);
   reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {smallest.width, smallest.height};
   return 0;
 }
 
-// A minimised window's page stops drawing; the control cannot see that by itself.
-LRESULT OnSize(AppState& state, WPARAM wParam) {
-  if (!state.web) return 0;
-  state.web->FitToWindow();
-  state.web->SetVisible(wParam != SIZE_MINIMIZED);
+// The page stops drawing while the window is minimised; the control cannot see that by itself.
+LRESULT MainWindow::OnSize(WPARAM wParam) {
+  if (!web_) return 0;
+  web_->FitToWindow();
+  web_->SetVisible(wParam != SIZE_MINIMIZED);
   return 0;
 }
 
-LRESULT OnMoved(AppState& state, UINT message, WPARAM wParam, LPARAM lParam) {
-  if (state.web) state.web->WindowMoved();
-  return ::DefWindowProcW(state.window, message, wParam, lParam);
+LRESULT MainWindow::OnMoved(UINT message, WPARAM wParam, LPARAM lParam) {
+  if (web_) web_->WindowMoved();
+  return Default(message, wParam, lParam);
 }
 
-LRESULT OnFocus(AppState& state) {
-  if (state.web) state.web->Focus();
+LRESULT MainWindow::OnFocus() {
+  if (web_) web_->Focus();
   return 0;
 }
 
-// After a switch from another program the window may be activated without getting WM_SETFOCUS.
-LRESULT OnActivate(AppState& state, WPARAM wParam, LPARAM lParam) {
-  const LRESULT result = ::DefWindowProcW(state.window, WM_ACTIVATE, wParam, lParam);
+// After a switch from another program the window may be activated without WM_SETFOCUS.
+LRESULT MainWindow::OnActivate(WPARAM wParam, LPARAM lParam) {
+  const LRESULT result = Default(WM_ACTIVATE, wParam, lParam);
   const bool active = LOWORD(wParam) != WA_INACTIVE;
   const bool minimised = HIWORD(wParam) != 0;
-  if (active && !minimised && state.web) state.web->Focus();
+  if (active && !minimised && web_) web_->Focus();
   return result;
 }
 
-LRESULT OnDpiChanged(AppState& state, LPARAM lParam) {
+LRESULT MainWindow::OnDpiChanged(LPARAM lParam) {
   const auto& suggested = *reinterpret_cast<const RECT*>(lParam);
-  ::SetWindowPos(state.window, nullptr, suggested.left, suggested.top,
-                 suggested.right - suggested.left, suggested.bottom - suggested.top,
-                 SWP_NOZORDER | SWP_NOACTIVATE);
-  if (state.web) state.web->FitToWindow();
+  ::SetWindowPos(window_, nullptr, suggested.left, suggested.top, suggested.right - suggested.left,
+                 suggested.bottom - suggested.top, SWP_NOZORDER | SWP_NOACTIVATE);
+  if (web_) web_->FitToWindow();
   return 0;
 }
 
-LRESULT OnPaint(AppState& state) {
-  const PaintScope paint(state.window);
+LRESULT MainWindow::OnPaint() {
+  const PaintScope paint(window_);
   RECT area{};
-  ::GetClientRect(state.window, &area);
+  ::GetClientRect(window_, &area);
   ::FillRect(paint.Context(), &area, static_cast<HBRUSH>(::GetStockObject(BLACK_BRUSH)));
-  return 0;
-}
-
-LRESULT OnControlColour(AppState& state, UINT message, WPARAM wParam) {
-  return reinterpret_cast<LRESULT>(
-      ColourControl(state.gdi, message, reinterpret_cast<HDC>(wParam)));
-}
-
-LRESULT OnDrawItem(AppState& state, WPARAM wParam, LPARAM lParam) {
-  const auto& item = *reinterpret_cast<const DRAWITEMSTRUCT*>(lParam);
-  if (item.CtlType != ODT_BUTTON) {
-    return ::DefWindowProcW(state.window, WM_DRAWITEM, wParam, lParam);
-  }
-  PaintButton(state.gdi, item);
-  return TRUE;
-}
-
-LRESULT OnMouseDown(AppState& state, WPARAM wParam, LPARAM lParam) {
-  const std::optional<int> page = FindTabAt(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
-  if (!page) return ::DefWindowProcW(state.window, WM_LBUTTONDOWN, wParam, lParam);
-  state.selectedPage = *page;
-  LayOut(state.window);
   return 0;
 }
 

@@ -1,14 +1,15 @@
-#include "webview/web_host.h"
-
 #include <optional>
+#include <span>
 #include <utility>
 
 #include "platform/files.h"
+#include "platform/modules_win.h"
 #include "platform/path.h"
 #include "platform/system_error.h"
+#include "text/utf8.h"
 #include "webview/com.h"
-#include "webview/failure_text.h"
 #include "webview/page_source.h"
+#include "webview/web_create.h"
 
 namespace webview {
 namespace {
@@ -18,39 +19,39 @@ constexpr wchar_t kControllerFailed[] = L"WebView2 控制器创建失败。";
 constexpr wchar_t kPageFailed[] = L"界面加载失败。";
 constexpr wchar_t kOtherFolder[] = L"提示：界面数据文件夹不可用，改用桌面用户的文件夹：";
 
-std::wstring CauseOf(HRESULT result) {
+constexpr WORD kPageResource = 210;
+
+std::wstring DescribeFailure(HRESULT result) {
   return FailureCause(static_cast<std::uint32_t>(result),
                       [](std::uint32_t code) { return platform::SystemErrorText(code); });
 }
 
-// What every control of a host is made from.
+// Shared by the successive controls of a host.
 struct Setup {
   HWND window = nullptr;
   DataFolders folders;
-  WebHostEvents events;
+  WebEventHandler onEvent;
   CreateEnvironment create;
   ReadPage readPage;
 
-  // The other folder becomes the usual one, from here on, if there is one that might help.
+  // Makes the other folder the usual one from now on, if there is one and it might help.
   bool TakeOtherFolder(HRESULT result) {
-    if (!folders.other || !MayBeTheFolder(static_cast<std::uint32_t>(result))) return false;
-    std::wstring other = std::exchange(folders.other, nullptr)();
-    if (other.empty()) return false;
-    folders.usual = std::move(other);
+    if (folders.other.empty() || !MayBeTheFolder(static_cast<std::uint32_t>(result))) return false;
+    folders.usual = std::exchange(folders.other, {});
     return true;
   }
+  void Log(std::wstring text) const { onEvent({WebEvent::Kind::Log, std::move(text)}); }
 };
 
-// One control, from its making to its end. The runtime holds the callbacks for as long as it likes;
-// they hold this only weakly, so a callback that comes after Close() or the owner's end finds
-// nothing to do.
+// One control, from its creation to its end. The runtime may keep the callbacks for any time; they
+// hold this object weakly, so that a callback after Close() or after the owner's end does nothing.
 //
-// The runtime may dispatch messages inside any of its calls, and the owner may call Close() or end
-// the host from there. So every call goes through a reference of its own, and what follows the call
-// first looks at closed_.
+// The runtime may dispatch messages inside any of its calls, and the owner may then call Close() or
+// destroy the host. So each call goes through a reference of its own, and the code after it checks
+// closed_ first.
 class Control : public std::enable_shared_from_this<Control> {
  public:
-  // `isAnother`: stands in for one that was there before.
+  // `isAnother`: replaces an earlier control.
   Control(std::shared_ptr<Setup> setup, bool isAnother)
       : setup_(std::move(setup)), isAnother_(isAnother) {}
 
@@ -72,8 +73,8 @@ class Control : public std::enable_shared_from_this<Control> {
   void OnController(HRESULT result, ICoreWebView2Controller* controller);
   void OnPageMessage(ICoreWebView2WebMessageReceivedEventArgs* args);
   void OnProcessFailed(ICoreWebView2ProcessFailedEventArgs* args);
-  // Whether the other folder is tried instead of telling of the failure.
-  bool TurnToOtherFolder(HRESULT result);
+  // True when the other folder is tried instead of reporting the failure.
+  bool TryOtherFolder(HRESULT result);
   void ReportEnvironmentFailure(HRESULT result);
   void ReportControllerFailure(HRESULT result);
   void ListenToPage(ICoreWebView2& webView);
@@ -83,7 +84,7 @@ class Control : public std::enable_shared_from_this<Control> {
   const std::shared_ptr<Setup> setup_;
   const bool isAnother_;
   bool closed_ = false;
-  bool failed_ = false;  // a failure may come both as a result and through its handler
+  bool failed_ = false;  // one failure may come both as a result and through its handler
   ComPtr<ICoreWebView2Environment> environment_;
   ComPtr<ICoreWebView2Controller> controller_;
   ComPtr<ICoreWebView2> webView_;
@@ -113,7 +114,7 @@ void Control::OnEnvironment(HRESULT result, ICoreWebView2Environment* environmen
         if (const auto self = weak.lock()) {
           self->OnController(created, controller);
         } else if (controller != nullptr) {
-          controller->Close();  // nobody is left to do it
+          controller->Close();  // its owner is gone
         }
       }));
   const HRESULT asked = kept->CreateCoreWebView2Controller(setup_->window, handler.Get());
@@ -142,7 +143,7 @@ void Control::OnController(HRESULT result, ICoreWebView2Controller* given) {
   if (!closed_) AdoptWindowState(*controller.Get());
 }
 
-// Before the page is shown: its first message must find a listener.
+// Before the page is shown, or its first message would be lost.
 void Control::ListenToPage(ICoreWebView2& webView) {
   const ComPtr<WebMessageReceived> handler(new WebMessageReceived(
       kIidWebMessageReceivedHandler,
@@ -171,11 +172,11 @@ void Control::ShowPage() {
       page.empty()
           ? webView->Navigate(PageFileUrl(platform::ProgramPath(), platform::IsFile).c_str())
           : webView->NavigateToString(page.c_str());
-  if (FAILED(result) && !closed_) setup_->events.log(kPageFailed);
+  if (FAILED(result) && !closed_) setup_->Log(kPageFailed);
 }
 
-// What the window was told while there was no control yet. The keyboard was perhaps the control's
-// that this one stands in for, and with that it has gone to nobody.
+// Catches up with messages that the window received before the control existed. The keyboard focus
+// may have belonged to the control that this one replaces; then no window has it now.
 void Control::AdoptWindowState(ICoreWebView2Controller& controller) {
   const HWND window = setup_->window;
   if (::IsIconic(window) != FALSE) controller.put_IsVisible(FALSE);
@@ -189,14 +190,14 @@ void Control::OnPageMessage(ICoreWebView2WebMessageReceivedEventArgs* args) {
   LPWSTR text = nullptr;
   if (FAILED(args->TryGetWebMessageAsString(&text)) || text == nullptr) return;
   const std::unique_ptr<wchar_t, decltype(&::CoTaskMemFree)> owned(text, &::CoTaskMemFree);
-  setup_->events.pageMessage(owned.get());
+  setup_->onEvent({WebEvent::Kind::PageMessage, owned.get()});
 }
 
 void Control::OnProcessFailed(ICoreWebView2ProcessFailedEventArgs* args) {
   if (closed_ || args == nullptr) return;
   auto kind = ProcessFailedKind::Unknown;
   if (FAILED(args->get_ProcessFailedKind(&kind))) kind = ProcessFailedKind::Unknown;
-  setup_->events.processFailed(kind);
+  setup_->onEvent({WebEvent::Kind::ProcessFailed, {}, kind});
 }
 
 void Control::FitToWindow() {
@@ -205,31 +206,33 @@ void Control::FitToWindow() {
   if (controller && ::GetClientRect(setup_->window, &area) != FALSE) controller->put_Bounds(area);
 }
 
-bool Control::TurnToOtherFolder(HRESULT result) {
+bool Control::TryOtherFolder(HRESULT result) {
   if (!setup_->TakeOtherFolder(result)) return false;
-  setup_->events.log(kOtherFolder + setup_->folders.usual);
-  if (!closed_) setup_->events.otherFolderWanted();
+  setup_->Log(kOtherFolder + setup_->folders.usual);
+  if (!closed_) setup_->onEvent({WebEvent::Kind::OtherFolderWanted, {}});
   return true;
 }
 
 void Control::ReportEnvironmentFailure(HRESULT result) {
   if (closed_ || std::exchange(failed_, true)) return;
-  if (TurnToOtherFolder(result)) return;
-  const std::wstring cause = CauseOf(result);
-  setup_->events.log(kEnvironmentFailed);
-  setup_->events.log(cause);
-  setup_->events.environmentFailed(std::wstring(kEnvironmentFailed) + L"\r\n" + cause);
+  if (TryOtherFolder(result)) return;
+  const std::wstring cause = DescribeFailure(result);
+  setup_->Log(kEnvironmentFailed);
+  setup_->Log(cause);
+  setup_->onEvent(
+      {WebEvent::Kind::EnvironmentFailed, std::wstring(kEnvironmentFailed) + L"\r\n" + cause});
 }
 
 void Control::ReportControllerFailure(HRESULT result) {
   if (closed_ || std::exchange(failed_, true)) return;
-  if (TurnToOtherFolder(result)) return;
-  setup_->events.log(kControllerFailed);
-  setup_->events.log(CauseOf(result));
+  if (TryOtherFolder(result)) return;
+  setup_->Log(kControllerFailed);
+  setup_->Log(DescribeFailure(result));
 }
 
-// In the runtime's own order: handlers, controller, references, environment. The members are empty
-// before the first call, so that nothing inside it finds a control that is on its way out.
+// In the runtime's own order: handlers, controller, references, environment. The members are
+// emptied first: code that runs inside one of these calls must not use a control that is being
+// closed.
 void Control::Close() {
   if (std::exchange(closed_, true)) return;
   const auto environment = std::move(environment_);
@@ -253,7 +256,8 @@ class WebView2Host final : public WebHost {
   bool PostJson(const std::wstring& json) override {
     const auto webView = control_->WebView();
     if (!webView) return true;
-    const bool isWhole = json.find(L'\0') == std::wstring::npos;  // as far as the control reads
+    // The control reads up to the first null.
+    const bool isWhole = json.find(L'\0') == std::wstring::npos;
     return isWhole && Takes(webView->PostWebMessageAsJson(json.c_str()));
   }
   void FitToWindow() override { control_->FitToWindow(); }
@@ -273,8 +277,8 @@ class WebView2Host final : public WebHost {
     }
   }
   void ShowPage() override { Keep()->ShowPage(); }
-  // The old control is closed when the new one is already the host's: nothing inside that call
-  // finds the old one.
+  // The new control replaces the old one before that is closed: code that runs inside Close() must
+  // not find the old one.
   void MakeAnew() override {
     if (closed_) return;
     const auto made = std::make_shared<Control>(setup_, true);
@@ -287,9 +291,9 @@ class WebView2Host final : public WebHost {
   }
 
  private:
-  // A call may end the host, and with it the last reference to the control.
+  // Keeps the control alive during a call that may destroy the host.
   [[nodiscard]] std::shared_ptr<Control> Keep() const { return control_; }
-  // A text for a browser that has gone was not wrong.
+  // A missing browser is no reason to call the text wrong.
   static bool Takes(HRESULT result) { return SUCCEEDED(result) || result == kControlGone; }
 
   const std::shared_ptr<Setup> setup_;
@@ -299,12 +303,17 @@ class WebView2Host final : public WebHost {
 
 }  // namespace
 
-std::unique_ptr<WebHost> WebCreate(HWND window, DataFolders folders, WebHostEvents events,
+std::unique_ptr<WebHost> WebCreate(HWND window, DataFolders folders, WebEventHandler onEvent,
                                    CreateEnvironment create, ReadPage readPage) {
-  auto host = std::make_unique<WebView2Host>(
-      Setup{window, std::move(folders), std::move(events), std::move(create), std::move(readPage)});
+  auto host = std::make_unique<WebView2Host>(Setup{window, std::move(folders), std::move(onEvent),
+                                                   std::move(create), std::move(readPage)});
   host->Start();
   return host;
+}
+
+std::wstring PageFromResources() {
+  const std::span<const std::byte> bytes = platform::FindResourceBytes(nullptr, kPageResource);
+  return text::FromUtf8({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 }  // namespace webview

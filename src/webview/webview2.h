@@ -6,7 +6,7 @@
 #include <unknwn.h>
 // clang-format on
 
-#include "webview/page_failures.h"
+#include "webview/browser_failures.h"
 
 // The part of WebView2's binary interface that the program uses, in our own words: interface ids,
 // and methods in the order of the function tables. A method we do not call is a numbered

@@ -1,11 +1,10 @@
-#include "webview/webview2_loader.h"
-
 #include <optional>
 
 #include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/modules_win.h"
 #include "webview/runtime_search.h"
+#include "webview/web_create.h"
 
 namespace webview {
 namespace {
@@ -13,16 +12,16 @@ namespace {
 constexpr wchar_t kClientStateKey[] = L"Software\\Microsoft\\EdgeUpdate\\ClientState\\";
 constexpr wchar_t kFolderValue[] = L"EBWebView";
 
-// How the runtime came to be chosen, as its library wants to know: it is an installed one.
+// Informs the library how the runtime was chosen: it is an installed one.
 constexpr int kInstalledRuntime = 0;
 
-// The library's one export of interest. The first argument asks it to hand over to another version
-// that already runs on the same user data folder.
+// The library's only export that is used here. The first argument asks it to hand over to another
+// version that already runs on the same user data folder.
 using CreateEnvironmentFunction = HRESULT(STDMETHODCALLTYPE*)(
     bool checkRunningInstance, int runtimeType, PCWSTR userDataFolder, IUnknown* options,
     ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler);
 
-// A string value of any length, with or without its terminator.
+// Reads a string value of any length, with or without a terminator.
 std::optional<std::wstring> ReadRegistryString(HKEY key, const wchar_t* name) {
   std::wstring value(MAX_PATH, L'\0');
   for (;;) {
@@ -32,7 +31,8 @@ std::optional<std::wstring> ReadRegistryString(HKEY key, const wchar_t* name) {
                                               reinterpret_cast<BYTE*>(value.data()), &sizeBytes);
     if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) return std::nullopt;
     if (type != REG_SZ) return std::nullopt;
-    // Rounded up: a value with half a unit at its end would never find room enough.
+    // Rounded up: the buffer for a value that ends in half a unit would stay one byte short
+    // forever.
     value.resize((sizeBytes + sizeof(wchar_t) - 1) / sizeof(wchar_t));
     if (status == ERROR_MORE_DATA) continue;
     value.resize(std::wstring_view(value).find_last_not_of(L'\0') + 1);
@@ -42,7 +42,7 @@ std::optional<std::wstring> ReadRegistryString(HKEY key, const wchar_t* name) {
 
 }  // namespace
 
-// The runtime's installer is a 32-bit program: its keys lie in that view of the registry.
+// The runtime's installer is a 32-bit program and writes to that view of the registry.
 std::optional<std::wstring> RegisteredRuntimeFolder(RuntimeRoot root, std::wstring_view channel) {
   const std::wstring path = kClientStateKey + std::wstring(channel);
   HKEY opened = nullptr;
@@ -60,8 +60,7 @@ HRESULT CreateCoreWebView2EnvironmentWithOptions(
   const auto path = FindInstalledRuntime(RegisteredRuntimeFolder, platform::IsFile);
   if (!path) return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
-  // Once called, the library has threads and windows of its own: it is never unloaded.
-  // What it needs in turn lies beside it or belongs to Windows.
+  // The library's own dependencies lie beside it or belong to Windows.
   constexpr DWORD kSearch = LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32;
   platform::Module library(::LoadLibraryExW(path->c_str(), nullptr, kSearch));
   const DWORD loadError = ::GetLastError();
@@ -70,6 +69,7 @@ HRESULT CreateCoreWebView2EnvironmentWithOptions(
       library.Get(), "CreateWebViewEnvironmentWithOptionsInternal");
   const DWORD findError = ::GetLastError();
   if (create == nullptr) return HRESULT_FROM_WIN32(findError);
+  // Never unloaded: once called, the library has threads and windows of its own.
   static_cast<void>(library.Release());
   return create(true, kInstalledRuntime, userDataFolder.c_str(), nullptr, handler);
 }

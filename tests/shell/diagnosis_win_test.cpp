@@ -8,7 +8,6 @@
 
 #include "settings/settings_file.h"
 #include "shell/diagnosis.h"
-#include "shell/window_events.h"
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 #include "win32/calls.h"
@@ -86,7 +85,7 @@ TEST_F(Diagnosis, LeavesOtherCommandsToTheSystem) {
   Open();
   Calls calls;
   calls.AnswerWith<Api::DefWindowProcW>([](HWND, UINT, WPARAM, LPARAM) -> LRESULT { return 7; });
-  EXPECT_EQ(OnSystemCommand(*state_, SC_MINIMIZE, 5), 7);
+  EXPECT_EQ(window_->OnSystemCommand(SC_MINIMIZE, 5), 7);
   EXPECT_TRUE(calls.EachWas(Api::DefWindowProcW,
                             Said<Api::DefWindowProcW>(Some{}, WM_SYSCOMMAND, SC_MINIMIZE, 5)));
 }

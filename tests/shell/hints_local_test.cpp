@@ -9,8 +9,7 @@
 #include "update/idle_update_deps.h"
 #include "update/trusted_update.h"
 #include "update/update_check.h"
-#include "webview/failure_text.h"
-#include "webview/page_failures.h"
+#include "webview/browser_failures.h"
 
 namespace shell {
 namespace {

@@ -16,21 +16,22 @@ constexpr char kMark[] = "\xEF\xBB\xBF";
 // A clock, a folder and files in memory.
 class LogFileTest : public testing::Test {
  protected:
-  LogPorts Ports() {
-    LogPorts ports;
-    ports.now = [this] { return now_; };
-    ports.baseFolder = [this] { return base_; };
-    ports.createFolders = [this](const std::wstring& folder) { folders_.push_back(folder); };
-    ports.append = [this](const std::wstring& path, std::string_view mark, std::string_view line) {
+  LogFileTest() { now_ = {2026, 3, 15, 9, 41, 2}; }
+
+  static LocalTime Now() { return now_; }
+  LogFile::Append Append() {
+    return [this](const std::wstring& path, std::string_view mark, std::string_view line) {
       if (onAppend_) onAppend_();
       std::string& file = files_[path];
       if (file.empty()) file = mark;
       file.append(line);
     };
-    return ports;
+  }
+  void Start(LogFile& log) {
+    log.Start(base_, [this](const std::wstring& folder) { folders_.push_back(folder); });
   }
 
-  LocalTime now_{2026, 3, 15, 9, 41, 2};
+  static inline LocalTime now_;
   std::wstring base_ = L"D:\\Tools";
   std::vector<std::wstring> folders_;
   std::map<std::wstring, std::string> files_;
@@ -38,9 +39,9 @@ class LogFileTest : public testing::Test {
 };
 
 TEST_F(LogFileTest, IsNamedAfterTheMomentOfItsStart) {
-  LogFile log(Ports());
+  LogFile log(Now, Append());
   EXPECT_EQ(log.Path(), L"");
-  log.Start();
+  Start(log);
 
   EXPECT_EQ(log.Path(), L"D:\\Tools\\Log\\202603\\20260315_094102.log");
   EXPECT_EQ(folders_, (std::vector<std::wstring>{L"D:\\Tools\\Log\\202603"}));
@@ -50,16 +51,16 @@ TEST_F(LogFileTest, IsNamedAfterTheMomentOfItsStart) {
 TEST_F(LogFileTest, JoinsABaseThatEndsInASlash) {
   for (const wchar_t* base : {L"D:\\", L"D:/"}) {
     base_ = base;
-    LogFile log(Ports());
-    log.Start();
+    LogFile log(Now, Append());
+    Start(log);
     EXPECT_EQ(log.Path(), base_ + L"Log\\202603\\20260315_094102.log");
   }
 }
 
 TEST_F(LogFileTest, PadsEveryNumber) {
   now_ = {987, 1, 2, 3, 4, 5};
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, Append());
+  Start(log);
   log.WriteLine(L"x");
 
   EXPECT_EQ(log.Path(), L"D:\\Tools\\Log\\098701\\09870102_030405.log");
@@ -67,8 +68,8 @@ TEST_F(LogFileTest, PadsEveryNumber) {
 }
 
 TEST_F(LogFileTest, WritesTimeTextAndLineBreakAsUtf8) {
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, Append());
+  Start(log);
   log.WriteLine(L"客户端启动中 \xD83D\xDE00");
   now_.second = 3;
   log.WriteLine(L"");
@@ -80,15 +81,15 @@ TEST_F(LogFileTest, WritesTimeTextAndLineBreakAsUtf8) {
 }
 
 TEST_F(LogFileTest, KeepsTheLineBreaksOfAText) {
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, Append());
+  Start(log);
   log.WriteLine(L"\r\none\r\ntwo\n");
 
   EXPECT_EQ(files_[log.Path()], std::string(kMark) + "[09:41:02] \r\none\r\ntwo\n\r\n");
 }
 
 TEST_F(LogFileTest, DropsLinesBeforeItsStart) {
-  LogFile log(Ports());
+  LogFile log(Now, Append());
   log.WriteLine(L"too early");
 
   EXPECT_TRUE(files_.empty());
@@ -96,8 +97,8 @@ TEST_F(LogFileTest, DropsLinesBeforeItsStart) {
 
 TEST_F(LogFileTest, StaysWithItsFileAcrossMidnight) {
   now_ = {2026, 12, 31, 23, 59, 59};
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, Append());
+  Start(log);
   log.WriteLine(L"old");
   now_ = {2027, 1, 1, 0, 0, 0};
   log.WriteLine(L"new");
@@ -108,22 +109,22 @@ TEST_F(LogFileTest, StaysWithItsFileAcrossMidnight) {
 }
 
 TEST_F(LogFileTest, OnlyItsFirstStartCounts) {
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, Append());
+  Start(log);
   now_ = {2027, 1, 1, 0, 0, 0};
   base_ = L"C:\\Elsewhere";
-  log.Start();
+  Start(log);
 
   EXPECT_EQ(log.Path(), L"D:\\Tools\\Log\\202603\\20260315_094102.log");
   EXPECT_EQ(folders_.size(), 1u);
 }
 
 TEST_F(LogFileTest, TwoStartsInTheSameSecondShareOneFileAndOneMark) {
-  LogFile first(Ports());
-  LogFile second(Ports());
-  first.Start();
+  LogFile first(Now, Append());
+  LogFile second(Now, Append());
+  Start(first);
   first.WriteLine(L"first");
-  second.Start();
+  Start(second);
   second.WriteLine(L"second");
 
   ASSERT_EQ(files_.size(), 1u);
@@ -131,8 +132,8 @@ TEST_F(LogFileTest, TwoStartsInTheSameSecondShareOneFileAndOneMark) {
 }
 
 TEST_F(LogFileTest, MayLogWhileItLogs) {
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, Append());
+  Start(log);
   onAppend_ = [&] {
     onAppend_ = nullptr;
     log.WriteLine(L"inner " + log.Path().substr(0, 2));
@@ -145,8 +146,8 @@ TEST_F(LogFileTest, MayLogWhileItLogs) {
 TEST_F(LogFileTest, KeepsTheLinesOfSeveralThreadsWhole) {
   constexpr int kThreads = 4;
   constexpr int kLines = 200;
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, Append());
+  Start(log);
 
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i) {

@@ -16,19 +16,15 @@ constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
 // The system's files, but a clock and a folder of the test's own.
 class LogOnDisk : public testing::Test {
  protected:
-  LogPorts Ports() {
-    LogPorts ports = RealLogPorts();
-    ports.now = [] { return LocalTime{2026, 3, 15, 9, 41, 2}; };
-    ports.baseFolder = [this] { return folder_.Root(); };
-    return ports;
-  }
+  static LocalTime Now() { return {2026, 3, 15, 9, 41, 2}; }
+  void Start(LogFile& log) { log.Start(folder_.Root(), CreateLogFolders); }
 
   TestFolder folder_{L"log"};
 };
 
 TEST_F(LogOnDisk, MakesItsFolderAndBeginsItsFileWithOneMark) {
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, AppendToLog);
+  Start(log);
   EXPECT_FALSE(platform::IsFile(log.Path()));
   log.WriteLine(L"一");
   log.WriteLine(L"二");
@@ -40,8 +36,8 @@ TEST_F(LogOnDisk, MakesItsFolderAndBeginsItsFileWithOneMark) {
 
 TEST_F(LogOnDisk, AppendsToTheFileOfAStartInTheSameSecond) {
   for (const wchar_t* text : {L"first", L"second"}) {
-    LogFile log(Ports());
-    log.Start();
+    LogFile log(Now, AppendToLog);
+    Start(log);
     log.WriteLine(text);
   }
 
@@ -50,8 +46,8 @@ TEST_F(LogOnDisk, AppendsToTheFileOfAStartInTheSameSecond) {
 }
 
 TEST_F(LogOnDisk, CanBeReadWhileItGrowsAndBeginsAnewWhenRemoved) {
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, AppendToLog);
+  Start(log);
   log.WriteLine(L"gone");
   ASSERT_TRUE(std::filesystem::remove(log.Path())) << "no handle is kept open";
   log.WriteLine(L"there");
@@ -60,8 +56,8 @@ TEST_F(LogOnDisk, CanBeReadWhileItGrowsAndBeginsAnewWhenRemoved) {
 }
 
 TEST_F(LogOnDisk, LosesLinesSilentlyWhileTheFileCannotBeOpened) {
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, AppendToLog);
+  Start(log);
   log.WriteLine(L"before");
   {
     const platform::FileHandle lock(::CreateFileW(log.Path().c_str(), GENERIC_READ, 0, nullptr,
@@ -77,8 +73,8 @@ TEST_F(LogOnDisk, LosesLinesSilentlyWhileTheFileCannotBeOpened) {
 
 TEST_F(LogOnDisk, IgnoresAFolderThatCannotBeMade) {
   ASSERT_TRUE(platform::WriteFileBytes(folder_.Path(L"Log"), "a file"));
-  LogFile log(Ports());
-  log.Start();
+  LogFile log(Now, AppendToLog);
+  Start(log);
   log.WriteLine(L"lost");
 
   EXPECT_EQ(log.Path(), folder_.Path(L"Log\\202603\\20260315_094102.log"));

@@ -68,12 +68,12 @@ class InstanceCalls : public testing::Test {
   }
 
   static std::string Claim() {
-    const RunningClient running = RealInstanceDeps(L"Class", L"Title").claim();
+    const RunningClient running = InstanceSystem(L"Class", L"Title").Claim();
     if (running.isMine) return "mine";
     return std::string(running.isInThisSession ? "here " : "elsewhere ") +
            text::ToUtf8(running.user);
   }
-  static bool BringToFront() { return RealInstanceDeps(L"Class", L"Title").bringToFront(); }
+  static bool BringToFront() { return InstanceSystem(L"Class", L"Title").BringToFront(); }
 
   static std::string SaidCreate() {
     return Said<Api::CreateFileMappingW>(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
@@ -239,12 +239,12 @@ TEST_F(InstanceWindowCalls, FindNoneWhileItIsMissingOrHidden) {
 
 TEST_F(InstanceWindowCalls, SayWhyInABoxAndPause) {
   calls_.AnswerWith<Api::MessageBoxW>([](HWND, const wchar_t*, const wchar_t*, UINT) { return 1; });
-  const InstanceDeps deps = RealInstanceDeps(L"Class", L"Title");
-  deps.showMessage(L"正在使用");
+  InstanceSystem system(L"Class", L"Title");
+  system.ShowMessage(L"正在使用");
   EXPECT_TRUE(calls_.Were(
       {Said<Api::MessageBoxW>(nullptr, L"正在使用", L"Title", MB_OK | MB_ICONINFORMATION)}));
   const auto begin = std::chrono::steady_clock::now();
-  deps.pause(std::chrono::milliseconds(30));
+  system.Pause(std::chrono::milliseconds(30));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(30));
 }
 

@@ -17,14 +17,13 @@ struct Start {
   std::function<RunningClient(int look)> claim;
   std::function<bool(int look)> bringToFront = [](int) { return false; };
 
-  bool Run() {
-    InstanceDeps deps;
-    deps.claim = [this] { return claim(++looks); };
-    deps.bringToFront = [this] { return bringToFront(looks); };
-    deps.pause = [this](std::chrono::milliseconds time) { waited += time; };
-    deps.showMessage = [this](const std::wstring& text) { messages.push_back(text); };
-    return MayBecomeClient(deps);
-  }
+  // As MayBecomeClient() asks the system.
+  RunningClient Claim() { return claim(++looks); }
+  bool BringToFront() { return bringToFront(looks); }
+  void Pause(std::chrono::milliseconds time) { waited += time; }
+  void ShowMessage(const std::wstring& text) { messages.push_back(text); }
+
+  bool Run() { return MayBecomeClient(*this); }
 
   int looks = 0;
   std::chrono::milliseconds waited{0};

@@ -7,7 +7,6 @@
 #include "shell/main_window.h"
 #include "shell/runtime_files_win.h"
 #include "shell/start_up.h"
-#include "shell/surroundings.h"
 #include "shell/test_folder_win.h"
 #include "shell/window_fixture.h"
 #include "win32/calls.h"
@@ -20,29 +19,23 @@ using Lines = std::vector<std::wstring>;
 
 class StartUp : public WindowTest {
  protected:
-  StartUpDeps Deps() {
-    StartUpDeps deps;
-    deps.startLog = [this] {
+  StartUp() {
+    onStartLog_ = [this] {
       logged_.push_back(L"(log)");
       return std::wstring(L"D:\\工具\\Log\\x.log");
     };
-    deps.writeLogLine = [this](const std::wstring& text) { logged_.push_back(text); };
-    deps.layOutRuntimeFiles = [this] {
+    onLayOut_ = [this] {
       logged_.push_back(L"(runtime files)");
       return foreign_;
     };
-    deps.makeState = [this] {
-      logged_.push_back(L"(state)");
-      return std::move(state_);
-    };
-    return deps;
+    onOpenSettings_ = [this] { logged_.push_back(L"(state)"); };
   }
 
   // Runs the client; its window is closed once it is to be shown.
   int Run(Calls& calls) {
     calls.AnswerWith<Api::ShowWindow>(
         [](HWND window, int) { return ::PostMessageW(window, WM_CLOSE, 0, 0); });
-    return RunClient(::GetModuleHandleW(nullptr), SW_SHOWMAXIMIZED, Deps());
+    return RunClient(::GetModuleHandleW(nullptr), SW_SHOWMAXIMIZED, deps_);
   }
 
   std::wstring foreign_;  // what laying out the runtime files has to say
@@ -175,8 +168,7 @@ TEST(LogFolder, IsTheCurrentOneUpTo259CharactersOrElseTheProgramsOwn) {
       return told;
     });
     const bool fits = told == 1 || told == 259;
-    EXPECT_EQ(RealLogPorts().baseFolder(),
-              fits ? std::wstring(told, L'x') : platform::ProgramFolder());
+    EXPECT_EQ(LogBaseFolder(), fits ? std::wstring(told, L'x') : platform::ProgramFolder());
     EXPECT_TRUE(
         calls.EachWas(Api::GetCurrentDirectoryW, Said<Api::GetCurrentDirectoryW>(260, L"")));
   }
@@ -258,10 +250,10 @@ TEST_F(RuntimeFileCalls, LeadTheSearchForLibraries) {
 
 // ---- what the window acts through
 
-TEST(RealSurroundingsCalls, ShowAFailureInABoxWithTheProgramsName) {
+TEST(RealWindowDeps, ShowAFailureInABoxWithTheProgramsName) {
   Calls calls;
   calls.AnswerWith<Api::MessageBoxW>([](HWND, const wchar_t*, const wchar_t*, UINT) { return 1; });
-  RealSurroundings({L"1.0"}).showMessageBox(nullptr, L"坏");
+  RealWindowDeps({L"1.0"})->ShowMessageBox(nullptr, L"坏");
   EXPECT_TRUE(calls.WereAmong(
       {Api::MessageBoxW},
       {Said<Api::MessageBoxW>(nullptr, L"坏", kWindowTitle, MB_OK | MB_ICONERROR)}));

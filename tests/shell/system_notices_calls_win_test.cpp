@@ -1,8 +1,7 @@
 // What the window asks the system to tell it, call by call.
-#include "shell/system_notices.h"
-
 #include <gtest/gtest.h>
 
+#include "shell/main_window.h"
 #include "shell/window_messages.h"
 #include "win32/calls.h"
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "settings/json.h"
-#include "shell/page_link.h"
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 
@@ -21,7 +20,7 @@ class WindowActions : public WindowTest {};
 TEST_F(WindowActions, ReadyHandsOverTheQueueAndThenApplyAndTwoStates) {
   Open();
   Pump();
-  Log(*state_, L"early");
+  Log(L"early");
   Pump();
   EXPECT_TRUE(page_.posted.empty());
   PageSends(L"{\"action\":\"ready\",\"f\":{}}");
@@ -45,7 +44,7 @@ TEST_F(WindowActions, ReadyTwiceSendsTheFormAgain) {
 TEST_F(WindowActions, MessagesWaitWhileTheControlIsNotUp) {
   OpenWithReadyPage();
   page_.up = false;
-  Log(*state_, L"later");
+  Log(L"later");
   Pump();
   EXPECT_TRUE(page_.posted.empty());
   EXPECT_EQ(state_->pageQueue.size(), 1u);
@@ -73,7 +72,7 @@ TEST_F(WindowActions, AResultThatThePageRefusesReachesItWithItsCharactersReplace
 
 TEST_F(WindowActions, AWaitingMessageThatIsRefusedKeepsItsPlace) {
   Open();
-  for (const wchar_t* json : {L"\"1\"", L"\"2\x1f\"", L"\"3\""}) PostToPage(*state_, json);
+  for (const wchar_t* json : {L"\"1\"", L"\"2\x1f\"", L"\"3\""}) PostToPage(json);
   Pump();
   PageSends(L"{\"action\":\"ready\"}");
   const auto first = std::ranges::find(page_.posted, L"\"1\"");
@@ -85,11 +84,11 @@ TEST_F(WindowActions, AWaitingMessageThatIsRefusedKeepsItsPlace) {
 TEST_F(WindowActions, AMessageThatIsRefusedAgainIsDropped) {
   OpenWithReadyPage();
   page_.refusesAll = true;
-  PostToPage(*state_, L"\"fine\"");
+  PostToPage(L"\"fine\"");
   Pump();
   EXPECT_EQ(page_.refused, Lines{L"\"fine\""});
   EXPECT_TRUE(logged_.empty());
-  PostToPage(*state_, L"\"\x01\"");
+  PostToPage(L"\"\x01\"");
   Pump();
   EXPECT_EQ(logged_, Lines{kReplaced});
   EXPECT_EQ(page_.refused.size(), 4u);  // the message, its other form and the log line
@@ -99,13 +98,13 @@ TEST_F(WindowActions, AMessageThatIsRefusedAgainIsDropped) {
 TEST_F(WindowActions, AWindowThatClosesDuringARefusalSendsNothingMore) {
   OpenWithReadyPage();
   page_.duringPost = [this] { Close(); };
-  DeliverToPage(*state_, L"\"\x01\"");
+  DeliverToPage(L"\"\x01\"");
   EXPECT_EQ(page_.refused.size(), 1u);
   EXPECT_TRUE(page_.posted.empty());
 }
 
 TEST_F(WindowActions, MessagesWithoutAWindowAreDropped) {
-  PostToPage(*state_, L"{}");
+  PostToPage(L"{}");
   Open();
   Pump();
   for (const std::wstring& json : state_->pageQueue) EXPECT_NE(json, L"{}");

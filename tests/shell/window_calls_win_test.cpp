@@ -1,10 +1,7 @@
 // The window's Windows calls with their arguments.
 #include <gtest/gtest.h>
 
-#include "shell/gdi_objects.h"
 #include "shell/main_window.h"
-#include "shell/page_link.h"
-#include "shell/window_events.h"
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 #include "win32/calls.h"
@@ -59,7 +56,7 @@ TEST_F(WindowCalls, MakeTheWindow) {
                                   WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN, CW_USEDEFAULT,
                                   CW_USEDEFAULT, 1220, 820, nullptr, nullptr, Handle{1}, Some{}),
        Said<Api::SetWindowLongPtrW>(Some{}, GWLP_USERDATA,
-                                    reinterpret_cast<LONG_PTR>(state_.get()))}));
+                                    reinterpret_cast<LONG_PTR>(window_.get()))}));
   EXPECT_TRUE(calls.WereAmong(
       {Api::CoInitializeEx, Api::CreateFontW, Api::CreateSolidBrush, Api::DwmSetWindowAttribute},
       {
@@ -178,7 +175,7 @@ TEST_F(WindowCalls, LeaveMessagesWithoutAStateToTheSystem) {
                             Said<Api::GetWindowLongPtrW>(Some{}, GWLP_USERDATA),
                             Said<Api::DefWindowProcW>(Some{}, WM_CLOSE, 1, 2)}));
   }
-  ::SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(state_.get()));
+  ::SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(window_.get()));
 }
 
 TEST_F(WindowCalls, TakeTheStateOffAWindowThatGoes) {
@@ -186,7 +183,7 @@ TEST_F(WindowCalls, TakeTheStateOffAWindowThatGoes) {
   const HWND window = state_->window;
   Calls calls;
   calls.AnswerWith<Api::DefWindowProcW>([](HWND, UINT, WPARAM, LPARAM) -> LRESULT { return 4711; });
-  EXPECT_EQ(OnGone(*state_, 3, 4), 4711);
+  EXPECT_EQ(window_->OnNcDestroy(3, 4), 4711);
   EXPECT_EQ(state_->window, nullptr);
   EXPECT_TRUE(calls.Were({Said<Api::SetWindowLongPtrW>(Some{}, GWLP_USERDATA, 0),
                           Said<Api::CoUninitialize>(),
@@ -324,7 +321,7 @@ TEST_F(WindowCalls, StampALogLineWithTheUsersClock) {
   Calls calls;
   calls.AnswerWith<Api::GetLocalTime>(
       [](SYSTEMTIME* time) { *time = {2026, 3, 6, 15, 9, 41, 2, 0}; });
-  Log(*state_, L"line");
+  Log(L"line");
   Pump();
   ASSERT_FALSE(page_.posted.empty());
   EXPECT_NE(page_.posted.back().find(L"09:41:02"), std::wstring::npos);

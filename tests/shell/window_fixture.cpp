@@ -1,6 +1,7 @@
 #include "shell/window_fixture.h"
 
 #include <algorithm>
+#include <map>
 #include <stdexcept>
 #include <utility>
 
@@ -44,17 +45,6 @@ class FakeWebHost final : public webview::WebHost {
   PageRecord& record_;
 };
 
-class FakeNotices final : public SystemNotices {
- public:
-  explicit FakeNotices(HWND& subscribed) : subscribed_(subscribed) {}
-  ~FakeNotices() override { subscribed_ = nullptr; }
-  FakeNotices(const FakeNotices&) = delete;
-  FakeNotices& operator=(const FakeNotices&) = delete;
-
- private:
-  HWND& subscribed_;
-};
-
 bool DispatchOne() {
   MSG message{};
   if (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) == FALSE) return false;
@@ -68,13 +58,90 @@ bool DispatchOne() {
 
 }  // namespace
 
-WindowTest::WindowTest() {
+// The functions for detached threads use copies only: the object may outlive the test.
+class WindowTest::FakeDeps final : public WindowDeps {
+ public:
+  explicit FakeDeps(WindowTest& test)
+      : test_(test),
+        checkForUpdate_(test.checkForUpdate_),
+        forgetPassword_(test.forgetPassword_),
+        writeReport_(test.writeReport_) {}
+
+  std::wstring StartLog() override { return test_.onStartLog_ ? test_.onStartLog_() : L""; }
+  std::wstring LayOutRuntimeFiles() override { return test_.onLayOut_ ? test_.onLayOut_() : L""; }
+  settings::SettingsFile OpenSettings() override {
+    if (test_.onOpenSettings_) test_.onOpenSettings_();
+    return test_.disk_.File();
+  }
+  std::unique_ptr<tunnel::Tunnel> MakeTunnel() override {
+    auto tunnel = std::make_unique<FakeTunnel>();
+    test_.tunnel_ = tunnel.get();
+    return tunnel;
+  }
+  std::wstring TakeOffLeftovers() override { return test_.leftovers_; }
+  std::wstring UnsuitableComputer() override { return test_.unsuitableComputer_; }
+
+  void WriteLogLine(const std::wstring& text) override { test_.logged_.push_back(text); }
+  std::unique_ptr<webview::WebHost> CreateWebHost(HWND, webview::WebEventHandler onEvent) override {
+    PageEvents& events = test_.events_;
+    events.handler = std::move(onEvent);
+    if (test_.hostFails_) throw std::runtime_error("memory");
+    if (!test_.environmentFailure_.empty()) {
+      events.log(test_.environmentFailure_);
+      events.environmentFailed(test_.environmentFailure_);
+    }
+    return std::make_unique<FakeWebHost>(test_.page_);
+  }
+  std::shared_ptr<void> Subscribe(HWND window) override {
+    test_.subscribed_ = window;
+    return std::shared_ptr<void>(
+        &test_.subscribed_, [](void* subscribed) { *static_cast<HWND*>(subscribed) = nullptr; });
+  }
+  void ShowMessageBox(HWND, const std::wstring& text) override { test_.boxes_.push_back(text); }
+
+  std::wstring RunJob(JobKind job, settings::JobSettings& settings, tunnel::Tunnel& tunnel,
+                      const JobLink& link) override {
+    const std::map<JobKind, const char*> names = {{JobKind::Connect, "connect"},
+                                                  {JobKind::Stop, "stop"},
+                                                  {JobKind::TestLatency, "latency"},
+                                                  {JobKind::OpenRemoteDesktop, "desktop"},
+                                                  {JobKind::ResolveDevice, "resolve"}};
+    test_.jobsRun_.push_back(names.at(job));
+    test_.link_ = link;
+    return test_.jobBody_(settings.record, tunnel);
+  }
+  bool PostJobResult(HWND window, const std::wstring& text) override {
+    if (test_.refusedResultPosts_ > 0) {
+      --test_.refusedResultPosts_;
+      return false;
+    }
+    return PostText(window, kJobFinished, text);
+  }
+  std::wstring CheckForUpdate(const settings::Settings& settings,
+                              const std::stop_token& closing) override {
+    return (*checkForUpdate_)(settings, closing);
+  }
+  void RemoveProxyBypass(const std::vector<std::wstring>& routes) override {
+    if (test_.onProxyRemoval_) test_.onProxyRemoval_(routes);
+  }
+  void ForgetPassword() override { (*forgetPassword_)(); }
+  std::wstring WriteReport(const settings::Settings& settings) override {
+    return (*writeReport_)(settings);
+  }
+
+ private:
+  WindowTest& test_;
+  const std::shared_ptr<UpdateCheck> checkForUpdate_;
+  const std::shared_ptr<std::function<void()>> forgetPassword_;
+  const std::shared_ptr<std::function<std::wstring(const settings::Settings&)>> writeReport_;
+};
+
+WindowTest::WindowTest() : deps_(std::make_shared<FakeDeps>(*this)) {
   static const bool registered = RegisterMainWindow(::GetModuleHandleW(nullptr));
   EXPECT_TRUE(registered);
-  auto tunnel = std::make_unique<FakeTunnel>();
-  tunnel_ = tunnel.get();
   disk_.files[settings::kPath] = settings::FileBytes(settings::Settings());
-  state_ = std::make_unique<AppState>(MakeSurroundings(), disk_.File(), std::move(tunnel));
+  window_ = std::make_unique<MainWindow>(deps_);
+  state_ = std::make_unique<WindowState>(*window_);
   jobBody_ = [](settings::Settings&, tunnel::Tunnel&) { return std::wstring(L"完成"); };
 }
 
@@ -84,59 +151,8 @@ WindowTest::~WindowTest() {
   ::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE);
 }
 
-Job WindowTest::NamedJob(const char* name) {
-  return
-      [this, name](settings::JobSettings& settings, tunnel::Tunnel& tunnel, const JobLink& link) {
-        jobsRun_.push_back(name);
-        link_ = link;
-        return jobBody_(settings.record, tunnel);
-      };
-}
-
-Surroundings WindowTest::MakeSurroundings() {
-  Surroundings fakes;
-  fakes.jobs = {NamedJob("connect"), NamedJob("stop"), NamedJob("latency"), NamedJob("desktop"),
-                NamedJob("resolve")};
-  fakes.checkForUpdate = [check = checkForUpdate_](const settings::Settings& settings,
-                                                   const std::stop_token& closing) {
-    return (*check)(settings, closing);
-  };
-  fakes.writeLogLine = [this](const std::wstring& text) { logged_.push_back(text); };
-  fakes.createWebHost = [this](HWND, webview::WebHostEvents events) {
-    events_ = std::move(events);
-    if (hostFails_) throw std::runtime_error("memory");
-    if (!environmentFailure_.empty()) {
-      events_.log(environmentFailure_);
-      events_.environmentFailed(environmentFailure_);
-    }
-    return std::make_unique<FakeWebHost>(page_);
-  };
-  fakes.showMessageBox = [this](HWND, const std::wstring& text) { boxes_.push_back(text); };
-  fakes.postJobResult = [this](HWND window, const std::wstring& text) {
-    if (refusedResultPosts_ > 0) {
-      --refusedResultPosts_;
-      return false;
-    }
-    return PostText(window, kJobFinished, text);
-  };
-  fakes.subscribeToSystem = [this](HWND window) {
-    subscribed_ = window;
-    return std::make_unique<FakeNotices>(subscribed_);
-  };
-  fakes.removeProxyBypass = [this](const std::vector<std::wstring>& routes) {
-    if (onProxyRemoval_) onProxyRemoval_(routes);
-  };
-  fakes.forgetPassword = [forget = forgetPassword_] { (*forget)(); };
-  fakes.takeOffLeftovers = [this] { return leftovers_; };
-  fakes.writeReport = [write = writeReport_](const settings::Settings& settings) {
-    return (*write)(settings);
-  };
-  fakes.unsuitableComputer = [this] { return unsuitableComputer_; };
-  return fakes;
-}
-
 void WindowTest::Open() {
-  ASSERT_NE(CreateMainWindow(::GetModuleHandleW(nullptr), *state_), nullptr);
+  ASSERT_NE(CreateMainWindow(::GetModuleHandleW(nullptr), *window_), nullptr);
 }
 
 void WindowTest::Pump() {
@@ -166,11 +182,16 @@ void WindowTest::OpenWithReadyPage() {
 }
 
 void WindowTest::Close() {
-  if (state_ && state_->window != nullptr) Send(WM_CLOSE);
+  if (state_->window != nullptr) Send(WM_CLOSE);
 }
 
 void WindowTest::PageSends(const std::wstring& json) {
   SendText(kFromPage, json);
+}
+
+void WindowTest::PostToPage(const std::wstring& json) {
+  ClientDeps& deps = *window_;
+  deps.PostToPage(json);
 }
 
 void WindowTest::SendText(UINT message, const std::wstring& text) {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "settings/memory_disk.h"
-#include "shell/app_state.h"
 #include "shell/fake_tunnel.h"
+#include "shell/main_window.h"
 
 namespace shell {
 
@@ -21,6 +21,65 @@ struct PageRecord {
   std::vector<std::wstring> refused;  // with a control character, as the real page, or refusesAll
   std::function<void()> duringPost;   // once
   std::vector<std::string> calls;
+};
+
+// What the browser control reports.
+struct PageEvents {
+  webview::WebEventHandler handler;
+
+  void log(const std::wstring& text) const { handler({webview::WebEvent::Kind::Log, text}); }
+  void pageMessage(const std::wstring& text) const {
+    handler({webview::WebEvent::Kind::PageMessage, text});
+  }
+  void environmentFailed(const std::wstring& text) const {
+    handler({webview::WebEvent::Kind::EnvironmentFailed, text});
+  }
+  void processFailed(webview::ProcessFailedKind kind) const {
+    handler({webview::WebEvent::Kind::ProcessFailed, {}, kind});
+  }
+  void otherFolderWanted() const { handler({webview::WebEvent::Kind::OtherFolderWanted, {}}); }
+};
+
+// The state of window and client, by name.
+struct WindowState {
+  explicit WindowState(MainWindow& main)
+      : window(main.window_),
+        gdi(main.controls_.gdi),
+        selectedPage(main.controls_.selectedPage),
+        worker(main.worker_),
+        workerEnded(main.workerEnded_),
+        isReporting(main.isReporting_),
+        apartment(main.apartment_),
+        web(main.web_),
+        client(main.client_),
+        busy(client.busy_),
+        heartbeatRunning(client.heartbeatRunning_),
+        retryArmed(client.retryArmed_),
+        closing(client.closing_),
+        settings(client.settings_),
+        pageReady(client.page_.ready),
+        pageQueue(client.page_.queue),
+        lastMessage(client.page_.lastMessage),
+        form(client.page_.form) {}
+
+  const HWND& window;
+  const GdiObjects& gdi;
+  const int& selectedPage;
+  const std::thread& worker;
+  const platform::FileHandle& workerEnded;
+  const std::shared_ptr<std::atomic<bool>>& isReporting;
+  const std::unique_ptr<ComApartment>& apartment;
+  std::unique_ptr<webview::WebHost>& web;
+  Client& client;
+  std::atomic<bool>& busy;
+  std::atomic<bool>& heartbeatRunning;
+  const bool& retryArmed;
+  std::stop_source& closing;
+  settings::SettingsStore& settings;
+  const bool& pageReady;
+  const std::vector<std::wstring>& pageQueue;
+  const std::wstring& lastMessage;
+  const settings::JsonValue& form;
 };
 
 // The real main window, with its real procedure and message queue, among fakes.
@@ -44,6 +103,10 @@ class WindowTest : public testing::Test {
 
   // The page posts `json`; handled at once.
   void PageSends(const std::wstring& json);
+  void Log(const std::wstring& text) { state_->client.Log(text); }
+  // Through the window's queue, or at once.
+  void PostToPage(const std::wstring& json);
+  void DeliverToPage(const std::wstring& json) { state_->client.DeliverToPage(json); }
   // Posts one of the window's own messages with a text and handles it.
   void SendText(UINT message, const std::wstring& text);
   LRESULT Send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0);
@@ -91,14 +154,19 @@ class WindowTest : public testing::Test {
       std::make_shared<std::function<std::wstring(const settings::Settings&)>>();
   std::vector<std::wstring> boxes_;
   PageRecord page_;
-  webview::WebHostEvents events_;
+  PageEvents events_;
   std::wstring environmentFailure_;  // when set, making the environment fails at once
-  FakeTunnel* tunnel_ = nullptr;     // the state's
-  std::unique_ptr<AppState> state_;
+  FakeTunnel* tunnel_ = nullptr;     // the window's
+  // Steps of the start.
+  std::function<std::wstring()> onStartLog_;
+  std::function<std::wstring()> onLayOut_;
+  std::function<void()> onOpenSettings_;
+  std::shared_ptr<WindowDeps> deps_;
+  std::unique_ptr<MainWindow> window_;
+  std::unique_ptr<WindowState> state_;
 
  private:
-  Surroundings MakeSurroundings();
-  Job NamedJob(const char* name);
+  class FakeDeps;
 };
 
 }  // namespace shell

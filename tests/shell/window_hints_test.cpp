@@ -90,7 +90,7 @@ TEST_F(WindowHints, TellARequestThatFailedFromTheServicesWords) {
   jobBody_ = nullptr;
   ForgetRecords();
   RunTest([this] {
-    link_.requestFailed();
+    *link_.requestFailed = true;
     return std::wstring(L"远程桌面失败：Invalid JSON.");
   });
   EXPECT_EQ(logged_.size(), 3u);

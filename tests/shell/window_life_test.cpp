@@ -4,7 +4,6 @@
 
 #include "settings/json.h"
 #include "shell/main_window.h"
-#include "shell/page_link.h"
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 
@@ -294,7 +293,7 @@ TEST_F(WindowLife, ClosesEvenWhenTheTunnelsStopFails) {
 
 TEST_F(WindowLife, LeavesNothingBehindWhenItCannotBeMade) {
   hostFails_ = true;
-  EXPECT_EQ(CreateMainWindow(::GetModuleHandleW(nullptr), *state_), nullptr);
+  EXPECT_EQ(CreateMainWindow(::GetModuleHandleW(nullptr), *window_), nullptr);
   EXPECT_EQ(state_->window, nullptr);
   EXPECT_EQ(state_->apartment, nullptr);
   EXPECT_TRUE(disk_.written.empty());
@@ -319,11 +318,11 @@ TEST_F(WindowLife, DestroyedWithoutBeingClosedItClosesThePage) {
 TEST_F(WindowLife, TextsForAWindowThatIsGoneAreFreed) {
   Open();
   const HWND window = state_->window;
-  Log(*state_, L"still queued");
+  Log(L"still queued");
   Close();
   EXPECT_FALSE(PostText(window, kNotice, L"late"));
-  PostToPage(*state_, L"{}");
-  Log(*state_, L"after the end");
+  PostToPage(L"{}");
+  Log(L"after the end");
   EXPECT_EQ(logged_.back(), L"after the end");
 }
 

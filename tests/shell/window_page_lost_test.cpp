@@ -4,7 +4,6 @@
 #include <future>
 
 #include "settings/json.h"
-#include "shell/page_link.h"
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 
@@ -69,14 +68,14 @@ TEST_F(WindowPageLost, IsMadeAnewOrShownAgainOrLeftAlone) {
 }
 
 TEST_F(WindowPageLost, TheNextPageGetsFormStateAndEveryLineOnce) {
-  Log(*state_, L"一");
+  Log(L"一");
   Pump();
-  Log(*state_, L"在途");  // under way when the browser dies
+  Log(L"在途");  // under way when the browser dies
   Fail(Kind::BrowserExited);
-  Log(*state_, L"其间");
+  Log(L"其间");
   Pump();
   ForgetRecords();
-  Log(*state_, L"又在途");  // under way when the next page is ready
+  Log(L"又在途");  // under way when the next page is ready
   PageSends(kReady);
   Pump();
   EXPECT_EQ(PostedKinds(), (Names{"log", "apply", "state", "state", "form", "logs"}));
@@ -90,10 +89,10 @@ TEST_F(WindowPageLost, TheNextPageGetsFormStateAndEveryLineOnce) {
 }
 
 TEST_F(WindowPageLost, TheLast500LinesAreKept) {
-  for (int i = 1; i <= 600; ++i) Log(*state_, L"行" + std::to_wstring(i) + L"。");
+  for (int i = 1; i <= 600; ++i) Log(L"行" + std::to_wstring(i) + L"。");
   Pump();
   Fail(Kind::BrowserExited);
-  for (int i = 601; i <= 700; ++i) Log(*state_, L"行" + std::to_wstring(i) + L"。");
+  for (int i = 601; i <= 700; ++i) Log(L"行" + std::to_wstring(i) + L"。");
   ForgetRecords();
   ComeBack();
   const settings::JsonValue logs = settings::ReadJsonDocument(Posted(L"logs"));
@@ -105,7 +104,7 @@ TEST_F(WindowPageLost, TheLast500LinesAreKept) {
 
 TEST_F(WindowPageLost, NothingPilesUpWhileThereIsNoPage) {
   Fail(Kind::BrowserExited);
-  for (int i = 0; i < 100; ++i) Log(*state_, L"line");
+  for (int i = 0; i < 100; ++i) Log(L"line");
   Pump();
   EXPECT_TRUE(state_->pageQueue.empty());
   EXPECT_TRUE(page_.posted.empty());
@@ -207,7 +206,7 @@ TEST_F(WindowPageLost, AnActionThatWasUnderWayIsDone) {
 }
 
 TEST_F(WindowPageLost, AMessageThatTheNextPageRefusesIsSentCleaned) {
-  Log(*state_, L"甲\x01乙");
+  Log(L"甲\x01乙");
   Pump();
   Fail(Kind::BrowserExited);
   ForgetRecords();

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "shell/main_window.h"
-#include "shell/window_events.h"
 #include "shell/window_fixture.h"
 #include "win32/calls.h"
 

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "shell/gdi_objects.h"
 #include "shell/main_window.h"
-#include "shell/window_events.h"
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "webview/page_source.h"
+#include "webview/web_create.h"
 
 namespace webview {
 namespace {

@@ -1,7 +1,6 @@
 // Every Windows call of the host's: its arguments, and what comes of its failure.
 #include <algorithm>
 
-#include "webview/page_source.h"
 #include "webview/web_host_fixture.h"
 #include "win32/calls.h"
 

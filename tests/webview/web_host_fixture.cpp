@@ -15,14 +15,8 @@ WebHostTest::~WebHostTest() {
 }
 
 void WebHostTest::Create() {
-  WebHostEvents events;
-  events.log = [this](const std::wstring& text) { logged_.push_back(text); };
-  events.pageMessage = [this](std::wstring text) { messages_.push_back(std::move(text)); };
-  events.environmentFailed = [this](const std::wstring& text) { failures_.push_back(text); };
-  events.processFailed = [this](ProcessFailedKind kind) { failedProcesses_.push_back(kind); };
-  events.otherFolderWanted = [this] { ++otherFolderWanted_; };
   host_ = WebCreate(
-      window_, {L"C:\\data", [this] { return otherFolder_; }}, std::move(events),
+      window_, {L"C:\\data", otherFolder_}, [this](const WebEvent& event) { Record(event); },
       [this](const std::wstring& folder,
              ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler) {
         folders_.push_back(folder);
@@ -33,6 +27,22 @@ void WebHostTest::Create() {
         return createResult_;
       },
       [this] { return page_; });
+}
+
+void WebHostTest::Record(const WebEvent& event) {
+  switch (event.kind) {
+    case WebEvent::Kind::Log:
+      return logged_.push_back(event.text);
+    case WebEvent::Kind::PageMessage:
+      return messages_.push_back(event.text);
+    case WebEvent::Kind::EnvironmentFailed:
+      return failures_.push_back(event.text);
+    case WebEvent::Kind::ProcessFailed:
+      return failedProcesses_.push_back(event.process);
+    case WebEvent::Kind::OtherFolderWanted:
+      ++otherFolderWanted_;
+      return;
+  }
 }
 
 void WebHostTest::CompleteEnvironment() {

@@ -9,7 +9,7 @@
 
 #include "webview/com.h"
 #include "webview/fake_browser.h"
-#include "webview/web_host.h"
+#include "webview/web_create.h"
 
 namespace webview {
 
@@ -49,6 +49,9 @@ class WebHostTest : public testing::Test {
   int otherFolderWanted_ = 0;
   HWND window_ = nullptr;
   std::unique_ptr<WebHost> host_;
+
+ private:
+  void Record(const WebEvent& event);
 };
 
 }  // namespace webview

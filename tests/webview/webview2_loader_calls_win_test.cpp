@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "webview/webview2_loader.h"
+#include "webview/web_create.h"
 #include "win32/calls.h"
 
 namespace webview {

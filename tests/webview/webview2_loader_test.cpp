@@ -1,4 +1,4 @@
-#include "webview/webview2_loader.h"
+#include "webview/web_create.h"
 
 #include <gtest/gtest.h>
 

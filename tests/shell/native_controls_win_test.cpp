@@ -1,7 +1,7 @@
-// The calls that draw native controls, with their arguments.
+// Native controls: the calls that draw them, and the tab strip.
 #include <gtest/gtest.h>
 
-#include "shell/gdi_objects.h"
+#include "shell/native_controls.h"
 #include "win32/calls.h"
 
 namespace shell {
@@ -113,6 +113,22 @@ TEST_F(GdiCalls, DeleteEachObjectOnce) {
     said.push_back(Said<Api::DeleteObject>(Handle{object}));
   }
   EXPECT_TRUE(calls.WereAmong({Api::DeleteObject}, said));
+}
+
+struct TabRow {
+  int x;
+  int y;
+  std::optional<int> wanted;
+};
+
+TEST(FindTabAt, KnowsTheTwoTabs) {
+  const TabRow rows[] = {
+      {360, 64, 0},  {430, 106, 0}, {400, 85, 0},  {448, 64, 1},  {520, 106, 1}, {500, 85, 1},
+      {359, 85, {}}, {431, 85, {}}, {447, 85, {}}, {521, 85, {}}, {400, 63, {}}, {500, 107, {}},
+  };
+  for (const TabRow& row : rows) {
+    EXPECT_EQ(FindTabAt(row.x, row.y), row.wanted) << row.x << "," << row.y;
+  }
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
+#include "shell/client.h"
+
 #include <gtest/gtest.h>
 
 #include "settings/server_address.h"
-#include "shell/initial_settings.h"
-#include "shell/tab_strip.h"
 
 namespace shell {
 namespace {
@@ -24,22 +24,6 @@ TEST(InitialSettings, AreEmptyButForFourTexts) {
   EXPECT_FALSE(settings.rustDeskServiceRunning || settings.heartbeatAccepted ||
                settings.autoStartEnabled || settings.discoveryModeEnabled);
   EXPECT_TRUE(settings.siteProfiles.empty());
-}
-
-struct TabRow {
-  int x;
-  int y;
-  std::optional<int> wanted;
-};
-
-TEST(FindTabAt, KnowsTheTwoTabs) {
-  const TabRow rows[] = {
-      {360, 64, 0},  {430, 106, 0}, {400, 85, 0},  {448, 64, 1},  {520, 106, 1}, {500, 85, 1},
-      {359, 85, {}}, {431, 85, {}}, {447, 85, {}}, {521, 85, {}}, {400, 63, {}}, {500, 107, {}},
-  };
-  for (const TabRow& row : rows) {
-    EXPECT_EQ(FindTabAt(row.x, row.y), row.wanted) << row.x << "," << row.y;
-  }
 }
 
 }  // namespace

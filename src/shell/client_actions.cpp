@@ -1,0 +1,129 @@
+#include <algorithm>
+#include <utility>
+
+#include "settings/site_profiles.h"
+#include "shell/client.h"
+
+namespace shell {
+namespace {
+
+constexpr wchar_t kConnectBusy[] = L"正在请求连接授权...";
+constexpr wchar_t kStopBusy[] = L"正在停止软件隧道...";
+constexpr wchar_t kLatencyBusy[] = L"正在测试通讯延迟...";
+constexpr wchar_t kDesktopBusy[] = L"正在请求远程桌面...";
+constexpr wchar_t kResolveBusy[] = L"正在获取现场端网段...";
+
+constexpr wchar_t kDiscoveryOn[] = L"局域网发现模式已开启：支持 PLC 广播扫描。";
+constexpr wchar_t kDiscoveryOff[] = L"局域网发现模式已关闭：仅支持已知 IP 访问。";
+constexpr wchar_t kSecretCopied[] = L"接入密钥已复制。";
+constexpr wchar_t kNoSecret[] = L"当前没有可复制的密钥。";
+constexpr wchar_t kCopyFailed[] = L"接入密钥复制失败：剪贴板不可用。";
+
+}  // namespace
+
+void Client::Act(std::wstring_view action) {
+  if (action == L"connect") return Connect();
+  if (action == L"stop") return Stop();
+  if (action == L"test") return TestLatency();
+  if (action == L"desktop") return OpenRemoteDesktop();
+  if (action == L"secondary") return ResolveDevice();
+  if (action == L"discovery") return TakeDiscovery();
+  if (action == L"saveProfile") return SaveProfile();
+  if (action == L"loadProfile") {
+    // The profile replaces everything typed for its fields.
+    page_.changedFields = {};
+    LoadProfile(settings::ProfileChooser::Page);
+  }
+}
+
+void Client::Connect() {
+  StartJob(JobKind::Connect, kConnectBusy);
+}
+
+void Client::Stop() {
+  StartJob(JobKind::Stop, kStopBusy);
+}
+
+void Client::TestLatency() {
+  StartJob(JobKind::TestLatency, kLatencyBusy);
+}
+
+void Client::OpenRemoteDesktop() {
+  StartJob(JobKind::OpenRemoteDesktop, kDesktopBusy);
+}
+
+void Client::ResolveDevice() {
+  StartJob(JobKind::ResolveDevice, kResolveBusy);
+}
+
+void Client::TakeFields() {
+  settings_.Edit([this](settings::Settings& settings) { page::TakeFields(page_.form, settings); });
+}
+
+void Client::TakeDiscovery() {
+  TakeFields();
+  settings_.Save();
+  LogDiscovery();
+  PostStateMessage();
+}
+
+bool Client::ToggleDiscovery() {
+  bool enabled = false;
+  settings_.Edit([&enabled](settings::Settings& settings) {
+    enabled = !settings.discoveryModeEnabled;
+    settings.discoveryModeEnabled = enabled;
+  });
+  settings_.Save();
+  LogDiscovery();
+  return enabled;
+}
+
+void Client::LogDiscovery() {
+  Log(settings_.Read().discoveryModeEnabled ? kDiscoveryOn : kDiscoveryOff);
+}
+
+void Client::SaveProfile() {
+  TakeFields();
+  settings::ProfileOutcome outcome;
+  settings_.Edit([&](settings::Settings& settings) { outcome = SaveSiteProfile(settings); });
+  if (outcome.changed) settings_.Save();
+  Log(outcome.logText);
+  if (outcome.changed) LogUnsaved();
+  PostApplyMessage();
+  PostStateMessage();
+}
+
+// The line before this one calls the profile saved. The warning must follow it whenever that is not
+// true of the disk, even if the cause has been logged before.
+void Client::LogUnsaved() {
+  const std::vector<std::wstring> reports = settings_.TakeReports();
+  for (const std::wstring& report : reports) Log(report);
+  const std::wstring unsaved = settings_.Unsaved();
+  if (!unsaved.empty() && std::ranges::find(reports, unsaved) == reports.end()) Log(unsaved);
+}
+
+void Client::LoadProfile(settings::ProfileChooser chooser) {
+  TakeFields();
+  const std::wstring name = settings::JsonStringOrEmpty(page_.form, L"profileSel");
+  settings::ProfileOutcome outcome;
+  settings_.Edit(
+      [&](settings::Settings& settings) { outcome = LoadSiteProfile(settings, name, chooser); });
+  if (!outcome.changed) return;
+  settings_.Save();
+  PostApplyMessage();
+  PostStateMessage();
+  Log(outcome.logText);
+}
+
+std::wstring Client::SecretToCopy() {
+  TakeFields();
+  std::wstring secret = settings_.Read().deviceSecret;
+  if (secret.empty()) Log(kNoSecret);
+  return secret;
+}
+
+void Client::OnSecretCopied(bool copied) {
+  Log(copied ? kSecretCopied : kCopyFailed);
+}
+
+}  // namespace shell
