@@ -28,7 +28,7 @@ TEST_F(Stand, AnswersItsInterfaceIdsAndNoOthers) {
   EXPECT_EQ(TakeString(environment_, 5), L"120.0.0.0");
 }
 
-TEST_F(Stand, RefusesThreadsThatAreNoSingleThreadedApartment) {
+TEST_F(Stand, RequiresASingleThreadedApartment) {
   RawHandler never([](void*, void*) {});
   HRESULT bare = S_OK;
   HRESULT multi = S_OK;
@@ -46,7 +46,7 @@ TEST_F(Stand, RefusesThreadsThatAreNoSingleThreadedApartment) {
   EXPECT_EQ(other, RPC_E_WRONG_THREAD);
 }
 
-TEST_F(Stand, FailsTheStepThatIsAskedFor) {
+TEST_F(Stand, FailsTheRequestedStep) {
   HRESULT seen = S_OK;
   void* object = this;
   RawHandler completed([&](void* result, void* given) {
@@ -81,7 +81,7 @@ TEST_F(Stand, FailsToCreateAControllerWithoutABrowser) {
   EXPECT_EQ(::GetWindow(parent_, GW_CHILD), nullptr);
 }
 
-TEST_F(Stand, AbortsTheCreationWhenTheParentGoes) {
+TEST_F(Stand, AbortsTheCreationIfTheParentIsDestroyed) {
   bridge_.answer = 0;
   OpenEnvironment();
   HRESULT seen = S_OK;
@@ -92,7 +92,7 @@ TEST_F(Stand, AbortsTheCreationWhenTheParentGoes) {
   EXPECT_EQ(seen, E_ABORT);
 }
 
-TEST_F(Stand, KeepsPlaceVisibilityAndBackground) {
+TEST_F(Stand, KeepsBoundsVisibilityAndBackground) {
   OpenController();
   BOOL visible = FALSE;
   EXPECT_EQ(CallSlot(controller_, 3, &visible), S_OK);
@@ -120,7 +120,7 @@ TEST_F(Stand, KeepsPlaceVisibilityAndBackground) {
   EXPECT_EQ(CallSlot(controller_, 23), S_OK);
 }
 
-TEST_F(Stand, TakesOpaqueAndTransparentBackgroundsOnly) {
+TEST_F(Stand, AcceptsOnlyOpaqueAndTransparentBackgrounds) {
   OpenController();
   uint32_t color = 0;
   EXPECT_EQ(CallSlot(controller_, 26, &color), S_OK);
@@ -166,7 +166,7 @@ TEST_F(Stand, NavigatesToTextsUpToTheMeasuredSize) {
   EXPECT_EQ(CallSlot(webview_, 5, L"about:blank"), E_INVALIDARG);
 }
 
-TEST_F(Stand, TellsHowNavigationsEnd) {
+TEST_F(Stand, ReportsTheResultsOfNavigations) {
   OpenController();
   struct Seen {
     BOOL success = -1;
@@ -197,7 +197,7 @@ std::string Posted(bool isText, const std::string& json, const std::string& text
          source + Le32(static_cast<uint32_t>(json.size())) + json + text;
 }
 
-TEST_F(Stand, HandsOnMessagesOfThePageAsTextAndJson) {
+TEST_F(Stand, PassesOnThePagesMessagesAsTextAndJson) {
   OpenController();
   HRESULT asText = S_FALSE;
   std::wstring source, json, text;
@@ -256,7 +256,7 @@ TEST_F(Stand, PostsToThePageInOrder) {
   ExpectRequest(5, "text");
 }
 
-TEST_F(Stand, RefusesMessagesThatAreNotJson) {
+TEST_F(Stand, RefusesInvalidJson) {
   OpenController();
   for (const wchar_t* text : {L"", L"text", L"{\"t\":\"a\x01z\"}", L"{\"t\":\"a\tz\"}", L"[1,]"}) {
     EXPECT_EQ(CallSlot(webview_, 32, text), E_INVALIDARG);
@@ -267,7 +267,7 @@ TEST_F(Stand, RefusesMessagesThatAreNotJson) {
   ExpectRequest(5, "a\x01z");
 }
 
-TEST_F(Stand, ServesNoOtherMethods) {
+TEST_F(Stand, ImplementsNoOtherMethods) {
   OpenController();
   const std::initializer_list<size_t> webviewSlots = {7, 27, 29, 31, 40, 43, 48, 51, 57, 60};
   for (const size_t slot : webviewSlots) {
@@ -301,14 +301,14 @@ TEST_F(Stand, RefusesCallsAfterClose) {
   EXPECT_TRUE(Pump([&] { return bridge_.closed == 1; }));
 }
 
-TEST_F(Stand, IsClosedByTheEndOfItsParentWindow) {
+TEST_F(Stand, IsClosedWithItsParentWindow) {
   OpenController();
   ::DestroyWindow(parent_);
   EXPECT_EQ(CallSlot(controller_, 6, RECT{0, 0, 1, 1}), kInvalidState);
   EXPECT_EQ(CallSlot(webview_, 32, L"1"), kInvalidState);
 }
 
-TEST_F(Stand, IsClosedWhenTheControllerIsGivenUp) {
+TEST_F(Stand, IsClosedByTheLastRelease) {
   OpenController();
   ReleaseRaw(controller_);
   controller_ = nullptr;
@@ -316,7 +316,7 @@ TEST_F(Stand, IsClosedWhenTheControllerIsGivenUp) {
   EXPECT_TRUE(Pump([&] { return bridge_.closed == 1; }));
 }
 
-TEST_F(Stand, PassesMouseAndKeysOn) {
+TEST_F(Stand, PassesOnMouseAndKeys) {
   OpenController();
   ASSERT_EQ(CallSlot(controller_, 6, RECT{0, 0, 200, 100}), S_OK);
   const HWND child = ::GetWindow(parent_, GW_CHILD);
@@ -335,7 +335,7 @@ TEST_F(Stand, PassesMouseAndKeysOn) {
   ExpectRequest(10, std::string("\x01\x00", 2) + Le32(VK_BACK));
 }
 
-TEST_F(Stand, AsksForTheNextPictureEvenAfterABrokenOne) {
+TEST_F(Stand, RequestsTheNextPictureAfterABrokenOne) {
   OpenController();
   for (const uint32_t number : {5u, 6u}) {
     bridge_.Send(105, Le32(number) + "no picture");

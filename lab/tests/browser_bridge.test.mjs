@@ -1,4 +1,4 @@
-// The browser bridge alone: this test plays the DLL's side of the connection.
+// The browser bridge alone; the test takes the DLL's side of the connection.
 import assert from 'node:assert/strict';
 import { fork } from 'node:child_process';
 import { once } from 'node:events';
@@ -37,7 +37,7 @@ describe('one page', () => {
     assert.equal(await page.evaluate('origin'), 'null');
   });
 
-  it('hands on what the page posts, with its JSON, from about:blank', async () => {
+  it('passes the page\'s messages on, with their JSON, from about:blank', async () => {
     assert.deepEqual(await host.message(),
       { isText: false, source: 'about:blank', json: '{"ready":true}', text: '' });
     const posted = [
@@ -54,7 +54,7 @@ describe('one page', () => {
     }
   });
 
-  it('delivers posted JSON parsed, strings as strings, in order, and drops what is not JSON', async () => {
+  it('delivers posted JSON parsed, strings as strings, in order, and drops invalid JSON', async () => {
     host.send(kPostJson, '{"t":"state","v":"在线","__proto__":{"x":1}}');
     host.send(kPostJson, '{"t":"lone');
     host.send(kPostText, '{"not":"parsed"}\u2028');
@@ -71,7 +71,7 @@ describe('one page', () => {
     assert.equal(await page.evaluate('got.length'), 3);
   });
 
-  it('types Chinese into a field, replacing its contents, and clicks for real', async () => {
+  it('types Chinese into a field, replacing its text, and clicks with the mouse', async () => {
     await page.evaluate(`window.typed = [];
       document.querySelector('#name').addEventListener('input', (e) => typed.push(e.isTrusted && e.target.value))`);
     await page.type('#name', '旧的');
@@ -85,7 +85,7 @@ describe('one page', () => {
     assert.deepEqual(await page.evaluate('typed'), ['旧的', '维马林 密钥-7F3A', '']);
   });
 
-  it('refuses to click what is covered, has no size or is missing', async () => {
+  it('refuses to click an element that is covered, empty or missing', async () => {
     await page.evaluate(`document.body.insertAdjacentHTML('beforeend',
       '<div id="cover" style="position:fixed;inset:0"></div>')`);
     await assert.rejects(page.click('#send'), /covered by DIV#cover/);
@@ -105,7 +105,7 @@ describe('one page', () => {
     await assert.rejects(page.evaluate('nothing.here'), /ReferenceError/);
   });
 
-  it('passes mouse, keys and the clipboard of the window on', async () => {
+  it('passes on the window\'s mouse, keys and clipboard', async () => {
     const { x, y } = await page.evaluate(`(() => { const r = document.querySelector('#note')
       .getBoundingClientRect(); return { x: Math.round(r.x + 20), y: Math.round(r.y + 10) }; })()`);
     for (const [kind, buttons] of [[0, 0], [1, 1], [2, 0]]) host.send(kMouse, mouse(kind, x, y, buttons));
@@ -129,7 +129,7 @@ describe('one page', () => {
     await page.waitFor('document.querySelector("#note").value === ""');
   });
 
-  it('passes on what the page copies by itself at a click', async () => {
+  it('passes on text that the page copies at a click', async () => {
     await page.evaluate(`document.querySelector('#under').onclick = () => {
       document.addEventListener('copy', (event) => {
         event.clipboardData.setData('text/plain', '192.168.77.10\\n中文');
@@ -141,7 +141,7 @@ describe('one page', () => {
     assert.equal((await host.next(kSelection)).toString(), '192.168.77.10\n中文');
   });
 
-  it('passes on what the page makes of a copy or cut of the user', async () => {
+  it('passes on the text that the page provides for a copy or cut', async () => {
     await page.evaluate(`for (const type of ['copy', 'cut']) addEventListener(type, (event) => {
       event.clipboardData.setData('text/plain', type + ' by the page');
       event.preventDefault();
@@ -155,10 +155,10 @@ describe('one page', () => {
     assert.equal(await page.evaluate('document.querySelector("#name").value'), 'KEY-7F3A', 'nothing was cut');
   });
 
-  it('leaves the clipboard alone where there is nothing to take', async () => {
+  it('leaves the clipboard alone if there is nothing to copy', async () => {
     await page.evaluate(`document.querySelector('#name').readOnly = true;
       document.querySelector('#note').value = 'the next one'`);
-    await page.copy(true);  // out of a field that cannot be changed
+    await page.copy(true);  // from a read-only field
     await page.evaluate('document.querySelector("#name").readOnly = false');
     await page.type('#name', 'password');
     await page.evaluate('document.querySelector("#name").type = "password"; document.querySelector("#name").select()');
@@ -172,12 +172,12 @@ describe('one page', () => {
     assert.equal((await host.next(kSelection)).toString(), 'the next one');
   });
 
-  it('sends JPEG pictures of the size that the window has', async () => {
+  it('sends JPEG pictures of the window\'s size', async () => {
     host.frames = [];
     host.send(kBounds, u32(500), u32(300));
     await page.waitFor('innerWidth === 500 && innerHeight === 300');
     for (let tries = 0; ; tries += 1) {
-      // Of a page that stands still the browser may have sent its last picture before it had the new size.
+      // The last picture of a static page may still have the old size.
       await page.evaluate(`document.body.append('change ${tries}')`);
       const picture = (await host.next(kFrame)).subarray(4);
       assert.deepEqual([...picture.subarray(0, 2)], [0xff, 0xd8]);
@@ -187,7 +187,7 @@ describe('one page', () => {
     }
   });
 
-  it('loads a file by its URL and tells of one that is missing', async () => {
+  it('loads a file by its URL and reports a missing one', async () => {
     const folder = await mkdtemp(path.join(tmpdir(), 'lab-page-'));
     await writeFile(path.join(folder, 'app.html'), '<title>文件</title><script>chrome.webview.postMessage("f")</script>');
     host.send(kLoadUrl, u64(8n), `file://${folder}/app.html`);
@@ -200,7 +200,7 @@ describe('one page', () => {
     await rm(folder, { recursive: true });
   });
 
-  it('shows a page of the largest size that the control takes', async () => {
+  it('shows a page of the largest size that the control accepts', async () => {
     const html = '<body>' + 'x'.repeat(1_572_834 - 6);
     assert.equal((await host.load(html, 11n)).success, true);
     assert.equal(await page.evaluate('document.body.textContent.length'), 1_572_828);
@@ -220,7 +220,7 @@ describe('a browser that fails', () => {
     return { bridge, host, page };
   }
 
-  it('tells that the page\'s process has ended, and shows the next document', async (t) => {
+  it('reports the end of the page\'s process, and shows the next document', async (t) => {
     const { host, page } = await open(t);
     await page.failProcess(FailedProcess.renderer);
     assert.equal((await host.next(kProcessFailed)).readUInt32LE(0), FailedProcess.renderer);
@@ -236,7 +236,7 @@ describe('a browser that fails', () => {
     assert.equal((await host.message()).text, '新页');
   });
 
-  it('tells the same when that process is killed', async (t) => {
+  it('reports the same when that process is killed', async (t) => {
     const { host, page } = await open(t);
     for (const pid of await rendererProcesses(page.pid)) process.kill(pid, 'SIGKILL');
     assert.equal((await host.next(kProcessFailed)).readUInt32LE(0), FailedProcess.renderer);
@@ -249,7 +249,7 @@ describe('a browser that fails', () => {
     await host.closed;
   });
 
-  it('says of any other process that it has failed', async (t) => {
+  it('reports the failure of any other process', async (t) => {
     const { host, page } = await open(t);
     for (const kind of [FailedProcess.unresponsive, 3, 4, 5, FailedProcess.gpu, 7, 8, 9]) {
       await page.failProcess(kind);
@@ -272,7 +272,7 @@ function jpegSize(picture) {
 }
 
 describe('lifetime', () => {
-  it('ends the browser and removes its profile when the DLL goes away', async () => {
+  it('ends the browser and removes its profile when the DLL disconnects', async () => {
     const bridge = await startBridge({ port: 0 });
     const host = await FakeHost.connect(bridge.port);
     const profile = await profileOf(await host.open());
@@ -284,7 +284,7 @@ describe('lifetime', () => {
     await bridge.close();
   });
 
-  it('closes two pages that are apart from each other', async () => {
+  it('closes two independent pages', async () => {
     const bridge = await startBridge({ port: 0 });
     const hosts = [await FakeHost.connect(bridge.port), await FakeHost.connect(bridge.port)];
     const pids = await Promise.all(hosts.map((host) => host.open()));
@@ -309,7 +309,7 @@ describe('lifetime', () => {
     await bridge.close();
   });
 
-  it('says so when the browser cannot be started', async () => {
+  it('reports a browser that cannot be started', async () => {
     const bridge = await startBridge({ port: 0, chromium: '/nonexistent/chromium' });
     const host = await FakeHost.connect(bridge.port);
     host.send(kCreate, u32(10), u32(10));
@@ -325,7 +325,7 @@ describe('lifetime', () => {
     await bridge.close();
   });
 
-  it('works as a process of its own and ends with its parent', async (t) => {
+  it('works as a separate process and ends with its parent', async (t) => {
     const child = fork(new URL('../standins/browser/main.mjs', import.meta.url).pathname);
     t.after(() => child.kill());
     const exit = once(child, 'exit');
@@ -338,7 +338,7 @@ describe('lifetime', () => {
     await page.type('#name', '进程');
     await page.click('#send');
     await host.next(kMessage);  // ready
-    await host.next(kMessage);  // from the click, which may come after the click has returned
+    await host.next(kMessage);  // from the click, possibly after the click has returned
     assert.deepEqual((await page.messages()).map(({ json }) => json), ['{"ready":true}', '"进程"']);
     await assert.rejects(page.text('#none'), /no element/);
     assert.equal((await bridge.pages()).length, 1);

@@ -1,4 +1,4 @@
-// The browser stand-in whose processes fail, against the published tables.
+// Failing browser processes of the stand-in, against the published tables.
 #include <gtest/gtest.h>
 
 #include "browser_stand.h"
@@ -9,7 +9,7 @@ constexpr wchar_t kIUnknown[] = L"00000000-0000-0000-C000-000000000046";
 constexpr wchar_t kOtherArgs[] = L"0f99a40c-e962-4207-9e92-e3d542eff849";
 constexpr wchar_t kFailureArgs[] = L"8155a9a4-1474-4a86-8cae-151b0fa6b8ca";
 
-TEST_F(Stand, TellsOfFailedProcesses) {
+TEST_F(Stand, ReportsFailedProcesses) {
   OpenController();
   int kind = -1;
   RawHandler handler([&](void* sender, void* arguments) {
@@ -57,7 +57,7 @@ TEST_F(Stand, RefusesCallsOnceTheBrowserHasExited) {
   EXPECT_EQ(::GetWindow(parent_, GW_CHILD), nullptr);
 }
 
-TEST_F(Stand, ABrowserThatExitsWhileItIsMadeIsAFailedController) {
+TEST_F(Stand, ABrowserThatExitsDuringCreationFailsTheController) {
   bridge_.answer = 0;
   OpenEnvironment();
   HRESULT seen = S_OK;

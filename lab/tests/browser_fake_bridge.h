@@ -1,11 +1,11 @@
 #pragma once
 
 // The bridge's side of the stand-in's link, for tests without a browser: accepts connections one
-// after another, keeps what the DLL sends and sends what a test wants. Written from the frame
+// after another, keeps the DLL's frames and sends the test's. Written from the frame
 // table: u32 body length, u8 kind, body; little endian.
 
 #include "platform/windows_sdk.h"
-// The SDK before everything else.
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -52,7 +52,7 @@ class FakeBridge {
   FakeBridge& operator=(const FakeBridge&) = delete;
 
   [[nodiscard]] uint16_t Port() const { return port_; }
-  // What a connection's first frame is answered with; 0 for nothing.
+  // The answer to a connection's first frame; 0 for none.
   std::atomic<uint8_t> answer{101};
 
   void Send(uint8_t kind, const std::string& body) {
@@ -61,10 +61,10 @@ class FakeBridge {
     ::send(peer_, bytes.data(), static_cast<int>(bytes.size()), 0);
   }
 
-  // Ends the connection, as the bridge does when its browser has exited.
+  // Ends the connection, as the bridge does after its browser's exit.
   void HangUp() { ::shutdown(peer_, SD_BOTH); }
 
-  // The next frame of that kind; others before it are dropped. Nothing after five seconds.
+  // Waits for the next frame of that kind and drops others before it; empty after five seconds.
   std::optional<Received> Next(uint8_t kind) {
     std::unique_lock guard(lock_);
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
@@ -120,5 +120,5 @@ class FakeBridge {
   std::thread thread_;
 
  public:
-  std::atomic<int> closed{0};  // connections that the DLL has ended
+  std::atomic<int> closed{0};  // connections ended by the DLL
 };

@@ -1,4 +1,4 @@
-// The DLL's side of the browser bridge, and what tests ask of the system about its browsers.
+// The DLL's side of the browser bridge, and look-ups of its browsers' processes.
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { readdir, readFile } from 'node:fs/promises';
@@ -26,7 +26,7 @@ export const kFrame = 105;
 export const kSelection = 106;
 export const kProcessFailed = 107;
 
-/** The DLL's side, written against the frame table and not with the bridge's own code. */
+/** The DLL's side, written from the frame table, without the bridge's own code. */
 export class FakeHost {
   static async connect(port) {
     const host = new FakeHost();
@@ -43,7 +43,7 @@ export class FakeHost {
       }
     });
     host.socket.on('error', () => {});
-    // Not once(): it would fail for a reset, by which the bridge may close with something unread.
+    // Not once(), which would fail for a reset: the bridge may close with unread data.
     host.closed = new Promise((resolve) => { host.socket.once('close', resolve); });
     await once(host.socket, 'connect');
     return host;
@@ -63,7 +63,7 @@ export class FakeHost {
     this.socket.write(Buffer.concat([head, body]));
   }
 
-  /** Takes the next frame of that kind out of those that came. */
+  /** Waits for the next frame of that kind and removes it from the received ones. */
   async next(kind, timeoutMs = 40_000) {
     return new Promise((resolve, reject) => {
       const look = () => {
@@ -145,7 +145,7 @@ export const kPage = `<!doctype html><html lang="zh-CN"><head><title>测试页</
 <p id="hidden" style="display:none">隐</p>
 <div id="under">下</div><script>chrome.webview.postMessage({ ready: true });</script></body></html>`;
 
-/** Ids of live processes whose command line names one of the profiles of this machine's bridges. */
+/** Ids of live processes whose command line contains a profile of one of this machine's bridges. */
 export async function browserProcesses(profile) {
   const found = [];
   for (const pid of await readdir('/proc')) {

@@ -7,7 +7,7 @@
 namespace browser {
 namespace {
 
-TEST(IsJsonText, TakesEveryKindOfValue) {
+TEST(IsJsonText, AcceptsEveryKindOfValue) {
   const std::wstring texts[] = {L"null",
                                 L"true",
                                 L"false",
@@ -116,7 +116,7 @@ TEST(IsJsonText, RefusesEachTruncation) {
   }
 }
 
-TEST(IsJsonText, TakesSomeDepthAndSurvivesAnyDepth) {
+TEST(IsJsonText, AcceptsSomeDepthAndSurvivesAnyDepth) {
   const auto nested = [](std::size_t depth) {
     return std::wstring(depth, L'[') + std::wstring(depth, L']');
   };

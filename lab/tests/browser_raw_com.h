@@ -1,10 +1,10 @@
 #pragma once
 
-// COM by hand: methods by their slot number, ids by their text, handlers with a table of their own.
-// Nothing here is shared with the stand-in or with the program, so that a wrong slot shows.
+// COM by hand: methods by slot number, ids by text, handlers with their own tables. Shares nothing
+// with the stand-in or the program, so that a wrong slot is detected.
 
 #include "platform/windows_sdk.h"
-// The SDK before everything else.
+
 #include <objbase.h>
 
 #include <functional>
@@ -35,7 +35,7 @@ inline void ReleaseRaw(void* object) {
   if (object != nullptr) CallSlot(object, 2);
 }
 
-// Calls a getter that gives a string and frees the string as a caller has to.
+// Calls a getter for a string and frees the string as a caller must.
 inline std::wstring TakeString(void* object, size_t slot) {
   LPWSTR text = nullptr;
   if (FAILED(CallSlot(object, slot, &text)) || text == nullptr) return L"(none)";
@@ -44,7 +44,7 @@ inline std::wstring TakeString(void* object, size_t slot) {
   return copy;
 }
 
-// A callback object. Invoke's two arguments arrive as they lie in their registers.
+// A callback object. Invoke's two arguments arrive as raw register values.
 class RawHandler {
  public:
   using Function = std::function<void(void* first, void* second)>;
@@ -74,12 +74,12 @@ class RawHandler {
       reinterpret_cast<const void*>(&Drop), reinterpret_cast<const void*>(&Invoke)};
 };
 
-// An HRESULT that came as Invoke's first argument.
+// The HRESULT in Invoke's first argument.
 inline HRESULT ResultOf(void* first) {
   return static_cast<HRESULT>(reinterpret_cast<uintptr_t>(first) & 0xffffffffu);
 }
 
-// Runs the message loop until `done` or for at most `milliseconds`; gives what `done` says then.
+// Runs the message loop until `done` or for at most `milliseconds`; returns the last `done()`.
 inline bool Pump(const std::function<bool()>& done, DWORD milliseconds = 5000) {
   const ULONGLONG end = ::GetTickCount64() + milliseconds;
   while (!done()) {

@@ -28,10 +28,10 @@ inline std::wstring DataFolder() {
   return std::wstring(folder) + L"lab_browser_test";
 }
 
-// What every call answers after Close, after the parent's end and after the browser's exit.
+// Every call returns this after Close, the parent's end or the browser's exit.
 inline constexpr HRESULT kInvalidState = static_cast<HRESULT>(0x8007139F);
 
-// The object answers for the first ids and for none of the others.
+// The object implements the first ids and none of the others.
 inline void ExpectAnswers(void* object, std::initializer_list<const wchar_t*> ids,
                           std::initializer_list<const wchar_t*> refused) {
   for (const wchar_t* id : ids) {
@@ -47,8 +47,8 @@ inline void ExpectAnswers(void* object, std::initializer_list<const wchar_t*> id
   }
 }
 
-// A window with the stand-in's environment, controller and web view, and its bridge faked; each is
-// made as far as a test asks for.
+// A window with the stand-in's environment, controller and web view and a fake bridge, each created
+// as far as the test needs.
 class Stand : public testing::Test {
  protected:
   void SetUp() override {

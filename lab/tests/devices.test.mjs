@@ -1,4 +1,4 @@
-// The devices that tools find by broadcast, asked byte by byte from their own network.
+// The devices that tools find by broadcast, tested byte by byte from their own network.
 import assert from 'node:assert/strict';
 import { mkdtemp, readFile, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
@@ -40,7 +40,7 @@ const kAsker = `
     setTimeout(() => { console.log(JSON.stringify(answers.sort())); process.exit(0); }, Number(waitMs));
   });`;
 
-/** What comes within 400 ms when the site's router asks: [[address:port, hexadecimal]]. */
+/** The answers within 400 ms to a question from the site's router: [[address:port, hexadecimal]]. */
 async function ask(to, port, question, sourcePort = 40_000) {
   const { stdout } = await runOrFail(['node', '-e', kAsker, to, String(port), String(sourcePort),
     question.replaceAll(' ', ''), '400'], { namespace: lab.network.site });
@@ -56,13 +56,13 @@ const kIdentity = asIs(`
   e703 0e00 4d00 0102 0000 d22c0100 14 4c616220636f6e74726f6c6c6572203737303130 03`);
 const kListIdentity = '6300 0000 00000000 00000000 0102030405060708 00000000';
 
-test('EtherNet/IP: the identity is as published, with the sender context sent back', kLimit, async () => {
+test('EtherNet/IP: the identity has the published form, with the sender context returned', kLimit, async () => {
   const expected = [[`${kFirst.address}:${kEthernetIpPort}`, kIdentity]];
   assert.deepEqual(await ask(kFirst.broadcast, kEthernetIpPort, kListIdentity), expected, 'by broadcast');
   assert.deepEqual(await ask(kFirst.address, kEthernetIpPort, kListIdentity), expected, 'by its own address');
 });
 
-test('EtherNet/IP: what is no ListIdentity gets no answer', kLimit, async () => {
+test('EtherNet/IP: anything but ListIdentity gets no answer', kLimit, async () => {
   for (const question of [kListIdentity.slice(0, -2), kListIdentity.replace('6300', '6400'), '63', '']) {
     assert.deepEqual(await ask(kFirst.broadcast, kEthernetIpPort, question), [], question);
   }
@@ -72,12 +72,12 @@ test('EtherNet/IP: what is no ListIdentity gets no answer', kLimit, async () => 
 const kIAm = asIs('81 0a 0015 01 00 10 00 c4 02012cd2 22 05ca 91 03 22 03e7');
 const kWhoIs = '81 0b 000c 01 20 ffff 00 ff 10 08';
 
-test('BACnet: Who-Is is answered as the standard has it, by unicast', kLimit, async () => {
+test('BACnet: Who-Is is answered by the standard, by unicast', kLimit, async () => {
   assert.deepEqual(await ask(kFirst.broadcast, kBacnetPort, kWhoIs),
     [[`${kFirst.address}:${kBacnetPort}`, kIAm]]);
 });
 
-test('BACnet: limits of Who-Is are kept', kLimit, async () => {
+test('BACnet: limits of Who-Is are respected', kLimit, async () => {
   const limited = (low, high) => `81 0b 0014 01 20 ffff 00 ff 10 08 0b ${low} 1b ${high}`;
   const count = async (low, high) => (await ask(kFirst.broadcast, kBacnetPort, limited(low, high))).length;
   assert.equal(await count('012cd2', '012cd2'), 1);
@@ -85,7 +85,7 @@ test('BACnet: limits of Who-Is are kept', kLimit, async () => {
   assert.equal(await count('000001', '012cd1'), 0);
 });
 
-test('BACnet: one device answers everybody in its network instead', kLimit, async () => {
+test('BACnet: one device answers by broadcast instead', kLimit, async () => {
   const heard = await ask(kFirst.broadcast, kBacnetPort, kWhoIs, kBacnetPort);
   const toAll = kIAm.replace('810a', '810b').replace('2cd2', '2cd3');
   assert.deepEqual(heard.filter(([, hex]) => hex.endsWith(toAll.slice(-24))).map(([from]) => from),
@@ -94,7 +94,7 @@ test('BACnet: one device answers everybody in its network instead', kLimit, asyn
     new RegExp(`${kShoutingDevice.number} answered everybody`));
 });
 
-test('each device hears its own network and answers from its own address', kLimit, async () => {
+test('each device receives its own network\'s broadcasts and answers from its own address', kLimit, async () => {
   for (const device of [kFirst, kSecond]) {
     const answers = await ask(device.broadcast, kPlainPort, Buffer.from('who?').toString('hex'));
     assert.deepEqual(answers.map(([from, hex]) => [from, JSON.parse(Buffer.from(hex, 'hex'))]), [[

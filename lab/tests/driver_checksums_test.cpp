@@ -68,7 +68,7 @@ TEST(CalcChecksums, NeedsNoAddress) {
   }
 }
 
-TEST(CalcChecksums, LeavesOutWhatTheFlagsName) {
+TEST(CalcChecksums, OmitsTheSumsNamedByTheFlags) {
   for (const Kind& kind : kKinds) {
     SCOPED_TRACE(kind.name);
     Bytes packet = WithGarbage(kind, 9);
@@ -93,7 +93,7 @@ TEST(CalcChecksums, FillsAnAbsentUdpSumAndWritesZeroAsAllOnes) {
   EXPECT_TRUE(CalcChecksums(absent, nullptr, 0));
   EXPECT_EQ(packets::Word(absent, 26), packets::ExpectedTransportSum(absent, 6));
 
-  // The payload word that brings the computed sum to 0.
+  // The payload word that makes the computed sum 0.
   Bytes zero = packets::Ip(17, packets::Udp(1, 2, {0, 0}));
   packets::SetWord(zero, 28, packets::ExpectedTransportSum(zero, 6));
   ASSERT_EQ(packets::ExpectedTransportSum(zero, 6), 0U);
@@ -106,7 +106,7 @@ TEST(CalcChecksums, FillsAnAbsentUdpSumAndWritesZeroAsAllOnes) {
   EXPECT_EQ(packets::Word(tcp, 36), 0);
 }
 
-// Rows in which the IP sum is written and the transport left alone.
+// Rows in which only the IP sum is written.
 struct OnlyIpRow {
   const char* name;
   bool result;
@@ -159,7 +159,7 @@ TEST(CalcChecksums, WritesOnlyTheIpSumForFragmentsAndOddTransports) {
   }
 }
 
-TEST(CalcChecksums, FailsOnlyWhereTheTransportsSumWasAskedFor) {
+TEST(CalcChecksums, FailsOnlyIfTheTransportsSumWasRequested) {
   for (const Kind& kind : kKinds) {
     SCOPED_TRACE(kind.name);
     Bytes first = WithGarbage(kind, 64);
@@ -190,10 +190,10 @@ TEST(CalcChecksums, ClearsNoBitOfTheRecord) {
   EXPECT_EQ(address.flags, kTcpBit | kUdpBit);
 }
 
-TEST(CalcChecksums, SumsUpWhatATcpHeaderAnnouncesBehindThePacket) {
+TEST(CalcChecksums, SumsUpTheBytesThatATcpHeaderClaimsPastThePacket) {
   constexpr std::size_t kSumAt = 36;
   Bytes packet = packets::Ip(6, packets::Tcp(502, 50000, {}, kGarbage));
-  packet[32] = 0xF0;  // a header of 60 bytes, of which there are 20
+  packet[32] = 0xF0;  // states 60 bytes but has 20
   const std::size_t bytes = packet.size();
   packet.resize(bytes + driver::kMaxReadBehind);
   const auto sumOf = [&packet, bytes] {
@@ -223,7 +223,7 @@ TEST(CalcChecksums, IgnoresBytesPastTheTotalLength) {
   }
 }
 
-TEST(CalcChecksums, RefusesWhatIsNoIpv4PacketAndWritesNothing) {
+TEST(CalcChecksums, RefusesOtherPacketsThanIpv4AndWritesNothing) {
   const Bytes sane = packets::Ip(17, packets::Udp(1, 2, {}, kGarbage));
   Bytes version = sane, headerLength = sane, totalLength = sane, longHeader = sane;
   version[0] = 0x55;
@@ -262,7 +262,7 @@ TEST(DecrementTtl, KeepsTheIpSumAsRightOrWrongAsItWas) {
   EXPECT_EQ(packets::Word(packet, 10), kGarbage + 0x100);
 }
 
-TEST(DecrementTtl, LeavesAPacketWithoutAHopToGo) {
+TEST(DecrementTtl, RefusesAPacketWithoutAHopLeft) {
   for (const std::uint8_t ttl : {std::uint8_t{0}, std::uint8_t{1}}) {
     Bytes packet = packets::Ip(17, packets::Udp(1, 2, {}));
     packet[8] = ttl;
@@ -292,7 +292,7 @@ TEST(ReceiverChecksums, AreRightOnlyWhenEverySumIs) {
   }
 }
 
-TEST(ReceiverChecksums, TakeAnAbsentUdpSumAndUncheckableFragments) {
+TEST(ReceiverChecksums, AcceptAnAbsentUdpSumAndUncheckableFragments) {
   Bytes udp = packets::Ip(17, packets::Udp(1, 2, packets::Payload(5)));
   CalcChecksums(udp, nullptr, 0);
   packets::SetWord(udp, 26, 0);
@@ -320,7 +320,7 @@ TEST(Offload, ClearsSumsAndTheDriverCompletesThemWhereBitsAreClear) {
   }
 }
 
-TEST(Offload, LeavesSumsThatTheRecordCallsValid) {
+TEST(Offload, KeepsSumsMarkedValidInTheRecord) {
   for (const Kind& kind : kKinds) {
     SCOPED_TRACE(kind.name);
     Bytes packet = WithGarbage(kind, 20);
@@ -332,7 +332,7 @@ TEST(Offload, LeavesSumsThatTheRecordCallsValid) {
   }
 }
 
-// They cannot be checked, and what the driver holds ends where the packet does.
+// They cannot be checked, because the driver's buffer ends with the packet.
 TEST(Offload, KeepsTheTransportOfACutTcpHeader) {
   Bytes packet = packets::Ip(6, packets::Tcp(1, 2, {}, kGarbage));
   packet[32] = 0x60;

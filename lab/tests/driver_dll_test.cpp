@@ -63,7 +63,7 @@ TEST_F(DriverLibrary, OpensAgainAfterTheLastClose) {
   }
 }
 
-TEST_F(DriverLibrary, KeepsQueueParametersAndTellsItsVersion) {
+TEST_F(DriverLibrary, KeepsQueueParametersAndReportsItsVersion) {
   const OpenHandle handle(library_, "true");
   UINT64 value = 0;
   for (const auto& [param, standard] :
@@ -81,7 +81,7 @@ TEST_F(DriverLibrary, KeepsQueueParametersAndTellsItsVersion) {
   EXPECT_FALSE(library_.getParam(handle.Get(), 5, &value));
 }
 
-TEST_F(DriverLibrary, FailsWhereTheEnvironmentSaysSo) {
+TEST_F(DriverLibrary, FailsTheCallsNamedInTheEnvironment) {
   ::SetEnvironmentVariableW(L"LAB_WINDIVERT_OPEN_ERROR", L"577");
   EXPECT_EQ(OpenError("true", 0, 0, 0), 577U);
   EXPECT_EQ(OpenError("false", 0, 0, kSendOnly), 577U);

@@ -6,12 +6,12 @@
 
 #include "tests/driver_library.h"
 
-// Captures what FILTER takes, turns each packet round and injects it as the answer:
+// Captures packets that match FILTER, reverses each and injects it as the answer:
 //
 //   lab_driver_echo FILTER COUNT [pass]
 //
-// ICMP echo requests become replies; TCP and UDP ports change places. With "pass", packets are
-// sent on as they came instead. Ends after COUNT packets.
+// ICMP echo requests become replies; TCP and UDP ports are swapped. With "pass", packets are sent
+// on unchanged. Ends after COUNT packets.
 namespace {
 
 constexpr std::uint64_t kSendOnly = 8;
@@ -42,7 +42,7 @@ bool HandleOne(const Library& library, HANDLE capture, HANDLE sender, bool pass)
   Record answer = {};
   answer.interfaceIndex = captured.interfaceIndex;
   answer.subInterfaceIndex = captured.subInterfaceIndex;
-  // A first fragment cannot be summed; it goes unanswered.
+  // A first fragment has no computable checksum and gets no answer.
   if (!library.calc(packet.data(), bytes, nullptr, 0)) return true;
   return library.send(sender, packet.data(), bytes, nullptr, &answer) != FALSE;
 }

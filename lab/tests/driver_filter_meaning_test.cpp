@@ -63,9 +63,9 @@ TEST(FilterMeaning, TransportNamesNeedTheTransportHeader) {
   EXPECT_TRUE(Matches("fragment", first));
   EXPECT_FALSE(Matches("udp", packets::Ip(17, packets::Payload(7))));
   Bytes tcp = packets::Ip(6, packets::Tcp(1, 2, {}));
-  tcp[32] = 0xF0;  // more than there is
+  tcp[32] = 0xF0;  // states more than there is
   EXPECT_TRUE(Matches("tcp.DstPort == 2", tcp));
-  tcp[32] = 0x40;  // less than a header
+  tcp[32] = 0x40;  // states less than a header
   EXPECT_FALSE(Matches("tcp", tcp));
 }
 
@@ -121,7 +121,7 @@ TEST(FilterMeaning, ReadsFieldsByteForByte) {
   }
 }
 
-TEST(FilterMeaning, TheTunnelFiltersTakeWhatTheyName) {
+TEST(FilterMeaning, TheTunnelFiltersMatchTheirPackets) {
   const std::string f1 =
       filters::kF1Head + "(ip.DstAddr >= 192.168.77.0 and ip.DstAddr <= 192.168.77.255))";
   const std::string f2 = filters::kF2Head +

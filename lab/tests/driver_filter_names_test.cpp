@@ -86,7 +86,7 @@ TEST(FilterNames, ReadTheRecord) {
   EXPECT_TRUE(Matches("!zero and zero == 0", packet));
 }
 
-TEST(FilterNames, RandomNumbersDependOnTheHeadersAlone) {
+TEST(FilterNames, RandomNumbersDependOnlyOnTheHeaders) {
   int below = 0;
   for (std::uint16_t port = 0; port < 256; ++port) {
     const Bytes packet = packets::Ip(17, packets::Udp(port, 2, {1, 2}));
@@ -127,8 +127,8 @@ TEST(FilterAddresses, OfTheTwoEndsHaveAnIpv6Form) {
   }
 }
 
-// What a field can never be, or always is, asks for its header alone.
-TEST(FilterPresence, IsAllThatADecidedComparisonAsksFor) {
+// A comparison decided by the field's range only tests for the header.
+TEST(FilterPresence, IsTheOnlyTestOfADecidedComparison) {
   const Bytes udp = UdpOf({});
   const Bytes tcp = packets::Ip(6, packets::Tcp(1, 2, {}));
   const Bytes ipv6 = [] {
@@ -159,7 +159,7 @@ TEST(FilterPresence, IsAllThatADecidedComparisonAsksFor) {
   EXPECT_FALSE(Matches("ip.SrcAddr == 0xA0A0002", udp));
 }
 
-TEST(FilterPresence, IsNotAskedForInsideTheRange) {
+TEST(FilterPresence, IsNotTestedInsideTheRange) {
   const Bytes udp = UdpOf({});
   const Bytes tcp = packets::Ip(6, packets::Tcp(1, 2, {}));
   for (const char* text : {"tcp.UrgPtr == 65535", "tcp.UrgPtr > 65534", "tcp.UrgPtr < 1",

@@ -11,7 +11,7 @@ using driver::Filter;
 
 namespace {
 
-// As a program finds a filter's number of tests, and that 256 are too many.
+// As a program can determine a filter's number of tests, and that 256 are too many.
 std::ptrdiff_t CountTests(const std::string& object) {
   return std::count(object.begin() + 8, object.end(), '_');
 }
@@ -42,7 +42,7 @@ TEST(FilterObject, HasAMarkForEachTest) {
   }
 }
 
-TEST(FilterObject, Of256TestsSaysNoneAndIsOfNoUse) {
+TEST(FilterObject, Of256TestsStatesNoneAndIsUseless) {
   EXPECT_EQ(ObjectOf(Tests(255)).substr(6, 2), "ff");
   EXPECT_TRUE(driver::CompileFilter(ObjectOf(Tests(255))));
   EXPECT_EQ(ObjectOf(Tests(256)).substr(6, 2), "00");
@@ -51,7 +51,7 @@ TEST(FilterObject, Of256TestsSaysNoneAndIsOfNoUse) {
   EXPECT_STRNE(error.message, "");
 }
 
-TEST(FilterObject, IsRefusedWhenItWasChanged) {
+TEST(FilterObject, IsRefusedAfterAChange) {
   const std::string object = ObjectOf("udp and ip");
   for (std::size_t bytes = 1; bytes < object.size() - 6; ++bytes) {
     EXPECT_FALSE(driver::CompileFilter(object.substr(0, bytes))) << bytes;

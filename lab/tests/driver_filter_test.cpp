@@ -34,7 +34,7 @@ std::string Clauses(const std::string& head, unsigned count, const std::string& 
   return text + tail;
 }
 
-// Compiles and stays within what the driver takes.
+// Compiles and stays within the driver's limits.
 bool Opens(const std::string& text) {
   const auto filter = Filter::Compile(text);
   return filter && filter->TestCount() <= driver::kMaxDriverTests;
@@ -171,7 +171,7 @@ TEST(FilterSyntax, AcceptsTheLanguage) {
   }
 }
 
-TEST(FilterSyntax, RefusesWhatTheLanguageRefuses) {
+TEST(FilterSyntax, RefusesInvalidFilters) {
   for (const char* text : {"",
                            " ",
                            "()",
@@ -238,7 +238,7 @@ TEST(FilterSyntax, RefusesWhatTheLanguageRefuses) {
   }
 }
 
-TEST(FilterSyntax, SaysWhereItStopped) {
+TEST(FilterSyntax, ReportsTheErrorsPosition) {
   driver::FilterError error;
   EXPECT_FALSE(Filter::Compile("outbound and nonsense", &error));
   EXPECT_EQ(error.position, 13U);
@@ -249,7 +249,7 @@ TEST(FilterSyntax, SaysWhereItStopped) {
   EXPECT_STREQ(error.message, "Filter expression contains a bad token for layer");
 }
 
-TEST(FilterSyntax, RefusesATunnelFilterThatIsCutInsideItsParentheses) {
+TEST(FilterSyntax, RefusesATunnelFilterCutInsideItsParentheses) {
   const std::string whole = Clauses(kF2Head, 2, kF2Tail);
   ASSERT_TRUE(Compiles(whole));
   for (std::size_t bytes = whole.find('(') + 1; bytes < whole.size(); ++bytes) {

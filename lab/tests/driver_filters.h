@@ -7,10 +7,10 @@
 #include "driver/filter.h"
 #include "tests/driver_packets.h"
 
-// Filters in the driver's tests. Packets come from interface 7.
+// Filters for the driver's tests. Packets come from interface 7.
 namespace filters {
 
-// The tunnel's two filters are these around their ranges: without and with discovery.
+// The tunnel's two filters around their ranges: without and with discovery.
 inline const std::string kF1Head = "outbound and ip and !impostor and (icmp or tcp or udp) and (";
 inline const std::string kF2Head = "outbound and ip and !impostor and (((icmp or tcp or udp) and (";
 inline const std::string kF2Tail = ")) or (udp and ip.DstAddr == 255.255.255.255))";

@@ -9,7 +9,7 @@
 #include "tests/driver_packets.h"
 #include "tests/driver_wire.h"
 
-// The stand-in library with this test as the other end of its wire.
+// The stand-in library, with the test as the other end of its wire.
 namespace driver_test {
 
 inline constexpr std::uint64_t kSendOnly = 8;
@@ -59,7 +59,7 @@ class DriverLibrary : public ::testing::Test {
     }
   }
 
-  // What the TUN would deliver. The driver takes it up on its own thread.
+  // Delivers a packet as the TUN would. The driver receives it on its own thread.
   void FromTun(const packets::Bytes& packet) { wire_.SendTo(dllPort_, packet); }
 
   Answer Recv(HANDLE handle, UINT room = 65535) const {

@@ -10,7 +10,7 @@ using packets::Bytes;
 
 namespace {
 
-// Memory that ends at a page which notes the first touch, and then can be read as any other.
+// Memory before a guard page, which records the first access and is then readable.
 class GuardedMemory {
  public:
   GuardedMemory() {
@@ -27,7 +27,7 @@ class GuardedMemory {
   GuardedMemory(const GuardedMemory&) = delete;
   GuardedMemory& operator=(const GuardedMemory&) = delete;
 
-  // Copies `packet` to where `readableBytes` behind it the guarded page begins.
+  // Copies `packet` so that the guard page starts `readableBytes` after it.
   std::uint8_t* Place(const Bytes& packet, std::size_t readableBytes) {
     Arm();
     std::uint8_t* place = pages_ + kPageBytes - readableBytes - packet.size();
@@ -59,23 +59,23 @@ class GuardedMemory {
   bool touched_ = false;
 };
 
-// A TCP header of `announcedBytes`, of which 20 are there.
-Bytes CutTcp(std::size_t announcedBytes) {
+// A TCP header that states `statedBytes` but has 20.
+Bytes CutTcp(std::size_t statedBytes) {
   Bytes packet = packets::Ip(6, packets::Tcp(502, 50000, {}));
-  packet[32] = static_cast<std::uint8_t>(announcedBytes / 4 * 16);
+  packet[32] = static_cast<std::uint8_t>(statedBytes / 4 * 16);
   return packet;
 }
 
-TEST_F(DriverLibrary, ReadsUpToFortyBytesBehindACutTcpHeader) {
+TEST_F(DriverLibrary, ReadsUpToFortyBytesAfterACutTcpHeader) {
   GuardedMemory memory;
   struct Row {
-    std::size_t announcedBytes, readableBytes;
+    std::size_t statedBytes, readableBytes;
     bool touches;
   };
   for (const Row& row : {Row{60, 0, true}, Row{60, 39, true}, Row{60, 40, false}, Row{24, 3, true},
                          Row{24, 4, false}, Row{20, 0, false}}) {
-    SCOPED_TRACE(std::to_string(row.announcedBytes) + " " + std::to_string(row.readableBytes));
-    const Bytes packet = CutTcp(row.announcedBytes);
+    SCOPED_TRACE(std::to_string(row.statedBytes) + " " + std::to_string(row.readableBytes));
+    const Bytes packet = CutTcp(row.statedBytes);
     std::uint8_t* place = memory.Place(packet, row.readableBytes);
     EXPECT_TRUE(library_.calc(place, static_cast<UINT>(packet.size()), nullptr, 0));
     EXPECT_EQ(memory.WasTouched(), row.touches);
@@ -83,7 +83,7 @@ TEST_F(DriverLibrary, ReadsUpToFortyBytesBehindACutTcpHeader) {
   }
 }
 
-TEST_F(DriverLibrary, ReadsNothingBehindOtherPackets) {
+TEST_F(DriverLibrary, ReadsNothingAfterOtherPackets) {
   GuardedMemory memory;
   for (const Bytes& packet :
        {packets::Ip(6, packets::Tcp(1, 2, packets::Payload(3))),

@@ -12,7 +12,7 @@ using packets::Bytes;
 
 namespace {
 
-// Every name that the published library exports, and nothing else.
+// All exports of the published library.
 constexpr const char* kExports[] = {"WinDivertClose",
                                     "WinDivertGetParam",
                                     "WinDivertHelperCalcChecksums",

@@ -5,9 +5,9 @@
 #include "platform/unique_handle.h"
 #include "platform/windows_sdk.h"
 
-// The stand-in library, loaded by path and bound by name as a stranger would.
+// The stand-in library, loaded by path and bound by name, like an independent program.
 
-struct Record {  // 80 bytes, written down anew from the published layout
+struct Record {  // 80 bytes, written independently from the published layout
   std::int64_t timestamp;
   std::uint32_t flags;
   std::uint32_t reserved;
@@ -23,12 +23,12 @@ struct ModuleTraits {
   static void Close(Raw module) noexcept { ::FreeLibrary(module); }
 };
 
-// lab/driver/WinDivert.dll of the build that this program is part of. Throws std::runtime_error
-// when it does not load.
+// lab/driver/WinDivert.dll of this program's build. Throws std::runtime_error if it cannot be
+// loaded.
 class Library {
  public:
   Library();
-  // Null when there is no such export.
+  // Null without such an export.
   [[nodiscard]] void* Find(const char* name) const;
 
  private:

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-// Packets for the driver's tests, and checksums computed another way than the driver does: by
-// adding every 16-bit word modulo 65535 as RFC 1071 defines the sum.
+// Packets for the driver's tests, and checksums computed differently from the driver: by adding
+// every 16-bit word modulo 65535, as RFC 1071 defines the sum.
 namespace packets {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -30,7 +30,7 @@ inline unsigned Remainder(const Bytes& bytes) {
   return remainder;
 }
 
-// The checksum of `bytes`, whose checksum field is 0: what brings the sum to a zero.
+// The checksum of `bytes`, whose checksum field is 0.
 inline unsigned Checksum(const Bytes& bytes) {
   const unsigned remainder = Remainder(bytes);
   const bool allZero = remainder == 0 && Bytes(bytes.size()) == bytes;
@@ -72,7 +72,7 @@ inline Bytes Join(Bytes head, const Bytes& tail) {
   return head;
 }
 
-// The transports' checksum fields hold `sum`.
+// The transports' checksum fields are set to `sum`.
 inline Bytes Icmp(const Bytes& payload, unsigned sum = 0) {
   Bytes header = {8, 0, 0, 0, 0x11, 0x22, 0, 1};  // echo request, identifier 1122
   SetWord(header, 2, sum);
@@ -96,8 +96,8 @@ inline Bytes Tcp(std::uint16_t from, std::uint16_t to, const Bytes& payload, uns
   return Join(header, payload);
 }
 
-// What the checksum fields of `packet` (a sane one, no options beyond its header length) must
-// hold. Both ignore what the fields hold now.
+// The right values of the checksum fields of `packet`, which must be well-formed. Both ignore the
+// fields' current values.
 inline unsigned ExpectedIpSum(Bytes packet) {
   SetWord(packet, 10, 0);
   packet.resize((packet[0] % 16) * std::size_t{4});

@@ -59,7 +59,7 @@ TEST(PacketQueue, HoldsFourMegabytes) {
   EXPECT_EQ(queue.LostCount(), 2U);
 }
 
-TEST(PacketQueue, GivesUpPacketsOlderThanItsTime) {
+TEST(PacketQueue, DropsExpiredPackets) {
   PacketQueue queue;
   queue.Push(Sized(20, 1), 0);
   queue.Push(Sized(20, 2), 1);
@@ -70,7 +70,7 @@ TEST(PacketQueue, GivesUpPacketsOlderThanItsTime) {
   EXPECT_EQ(queue.LostCount(), 1U);
 }
 
-TEST(PacketQueue, TakesParametersWithinThePublishedLimits) {
+TEST(PacketQueue, AcceptsParametersWithinThePublishedLimits) {
   struct Row {
     PacketQueue::Param param;
     std::uint64_t standard, least, most;
@@ -91,7 +91,7 @@ TEST(PacketQueue, TakesParametersWithinThePublishedLimits) {
   EXPECT_FALSE(queue.SetParam(static_cast<PacketQueue::Param>(3), 100));
 }
 
-TEST(PacketQueue, AShorterLimitHoldsFromTheNextPacket) {
+TEST(PacketQueue, AShorterLimitAppliesFromTheNextPacket) {
   PacketQueue queue;
   ASSERT_TRUE(queue.SetParam(PacketQueue::Param::Length, 32));
   for (int i = 0; i < 40; ++i) queue.Push(Sized(20), 0);
@@ -108,7 +108,7 @@ TEST(Switchboard, TheHighestPriorityTakesThePacket) {
   EXPECT_TRUE(low->queue.IsEmpty());
 }
 
-TEST(Switchboard, WhatNoFilterMatchesIsNotTaken) {
+TEST(Switchboard, UnmatchedPacketsAreNotTaken) {
   Switchboard board;
   Open(board, "tcp", 0);
   Open(board, "false", -301, driver::kFlagSendOnly);
@@ -152,7 +152,7 @@ TEST(Switchboard, EqualPrioritiesSeePacketsInOrderOfOpening) {
   EXPECT_EQ(second->capturedCount, 0U);
 }
 
-TEST(Switchboard, HandsPacketsOutWithoutChecksums) {
+TEST(Switchboard, DeliversPacketsWithoutChecksums) {
   Switchboard board;
   const auto handle = Open(board, "true", 0);
   board.Show(Udp(), Outbound(), nullptr, 0);
@@ -164,7 +164,7 @@ TEST(Switchboard, HandsPacketsOutWithoutChecksums) {
   EXPECT_EQ(captured->address.interfaceIndex, 3U);
 }
 
-TEST(Switchboard, PacketsOfAnotherLengthThanTheySayPassUnseen) {
+TEST(Switchboard, PacketsWithAWrongLengthPassUnseen) {
   Switchboard board;
   const auto handle = Open(board, "true", 0);
   Packet longer = Udp();

@@ -16,7 +16,7 @@ using packets::Bytes;
 
 namespace {
 
-TEST_F(DriverLibrary, CapturesWithTheRecordsLayout) {
+TEST_F(DriverLibrary, CapturesWithThePublishedRecordLayout) {
   const OpenHandle handle(library_, "outbound and ip and udp");
   const Bytes sent =
       packets::Ip(17, packets::Udp(5000, 53, packets::Payload(40), 0xBEEF), own_.address);
@@ -30,7 +30,7 @@ TEST_F(DriverLibrary, CapturesWithTheRecordsLayout) {
   ASSERT_EQ(bytes, sent.size());
   EXPECT_EQ(raw[8], 0);                // layer
   EXPECT_EQ(raw[9], 0);                // event
-  EXPECT_EQ(raw[10] & ~0x04U, 0x02U);  // outbound; loopback only when there is no network
+  EXPECT_EQ(raw[10] & ~0x04U, 0x02U);  // outbound; loopback only without a network
   EXPECT_EQ(raw[11], 0);
   std::uint32_t index = 0, subIndex = 1;
   std::int64_t ticks = 0;
@@ -43,14 +43,14 @@ TEST_F(DriverLibrary, CapturesWithTheRecordsLayout) {
   ::QueryPerformanceCounter(&now);
   EXPECT_GT(ticks, 0);
   EXPECT_LE(ticks, now.QuadPart);
-  // As with checksum offload: the rest is as it was.
+  // Zeroed as with checksum offload; the rest is unchanged.
   packet.resize(bytes);
   Bytes expected = sent;
   packets::SetWord(expected, 26, 0);
   EXPECT_EQ(packet, expected);
 }
 
-TEST_F(DriverLibrary, PassesOverWhatTheFilterLeavesOut) {
+TEST_F(DriverLibrary, IgnoresUnmatchedPackets) {
   const OpenHandle handle(library_, "udp.DstPort == 2");
   FromTun(packets::Ip(17, packets::Udp(1, 3, {})));
   FromTun({0x60, 0, 0, 0, 0, 0, 58, 255});
@@ -60,7 +60,7 @@ TEST_F(DriverLibrary, PassesOverWhatTheFilterLeavesOut) {
   EXPECT_EQ(packets::Word(answer.packet, 22), 2);
 }
 
-TEST_F(DriverLibrary, PassesOverPacketsOfAnotherLengthThanTheySay) {
+TEST_F(DriverLibrary, IgnoresPacketsWithAWrongLength) {
   const OpenHandle handle(library_, "true");
   Bytes longer = packets::Ip(17, packets::Udp(1, 3, packets::Payload(4)));
   Bytes shorter = longer;
@@ -89,7 +89,7 @@ TEST_F(DriverLibrary, APacketTooLargeForTheBufferIsLost) {
   EXPECT_EQ(packets::Word(next.packet, 22), 7);
 }
 
-TEST_F(DriverLibrary, AHandleThatOnlySendsDoesNotReceiveAndTheOtherWayRound) {
+TEST_F(DriverLibrary, SendOnlyHandlesDoNotReceiveAndViceVersa) {
   const OpenHandle sender(library_, "false", -301, kSendOnly);
   const Answer received = Recv(sender.Get());
   EXPECT_FALSE(received.succeeded);
@@ -113,14 +113,14 @@ TEST_F(DriverLibrary, CloseWakesAPendingRecv) {
     ASSERT_EQ(pending.wait_for(std::chrono::seconds(5)), std::future_status::ready);
     const Answer answer = pending.get();
     EXPECT_FALSE(answer.succeeded);
-    // 6 when the handle was closed before the call came in.
+    // 6 if the handle was closed before the call.
     ASSERT_TRUE(answer.error == 995U || answer.error == 6U) << answer.error;
     if (answer.error == 995U) ++abortedCount;
   }
   EXPECT_GT(abortedCount, 0);
 }
 
-TEST_F(DriverLibrary, ShutdownLetsTheQueueBeEmptiedFirst) {
+TEST_F(DriverLibrary, ShutdownStillDeliversTheQueue) {
   const OpenHandle handle(library_, "true");
   FromTun(packets::Ip(17, packets::Udp(1, 1, {})));
   FromTun(packets::Ip(17, packets::Udp(1, 2, {})));
@@ -173,7 +173,7 @@ TEST_F(DriverLibrary, DropsInboundPacketsWithWrongChecksumsOrForOtherHosts) {
   Bytes elsewhere = packets::Ip(17, packets::Udp(53, 5000, {}), packets::kDestination, 0x01020304);
   library_.calc(elsewhere.data(), static_cast<UINT>(elsewhere.size()), nullptr, 0);
   EXPECT_TRUE(Send(sender.Get(), elsewhere, InboundRecord()).succeeded);
-  // The only one that comes out is the last.
+  // Only the last one comes out.
   ASSERT_TRUE(Send(sender.Get(), reply, InboundRecord()).succeeded);
   EXPECT_EQ(wire_.Receive(), reply);
 }
@@ -204,7 +204,7 @@ TEST_F(DriverLibrary, ClosingSendsUnreadPacketsOn) {
   EXPECT_EQ(wire_.Receive(), first);
 }
 
-TEST_F(DriverLibrary, SendsAndReceivesByTheExtendedCallsToo) {
+TEST_F(DriverLibrary, TheExtendedCallsSendAndReceive) {
   const OpenHandle handle(library_, "true");
   FromTun(packets::Ip(17, packets::Udp(1, 2, {})));
   Bytes packet(100);

@@ -22,8 +22,8 @@ class DriverUnload : public ::testing::Test {
   void Load() { library_ = std::make_unique<Library>(); }
   static bool IsLoaded() { return ::GetModuleHandleW(L"WinDivert.dll") != nullptr; }
 
-  // Frees the library on a thread of its own. When that hangs, it holds the loader's lock, without
-  // which the process cannot end properly.
+  // Frees the library on a separate thread. If that hangs, it holds the loader's lock, which the
+  // process needs in order to end.
   void Unload() {
     constexpr DWORD kPatienceMs = 5000;
     const HANDLE thread =
@@ -57,8 +57,8 @@ TEST_F(DriverUnload, EndsWithoutAHandle) {
   EXPECT_EQ(::GetLastError(), 1060U) << "it starts anew";
 }
 
-// As a handle of the real driver does, it outlives the library: the system closes it at the
-// process' end.
+// Like the real driver's, the handle outlives the library; the system closes it at the process'
+// end.
 TEST_F(DriverUnload, DoesNotHangOnAnOpenHandle) {
   const HANDLE handle = Open();
   ASSERT_NE(handle, INVALID_HANDLE_VALUE);

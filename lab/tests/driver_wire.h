@@ -6,8 +6,8 @@
 
 #include "tests/driver_library.h"
 
-// What the tests of the stand-in library need around it: the bridge's side of its socket, and the
-// PC's own address.
+// The surroundings of the stand-in library in tests: the bridge's side of its socket, and the PC's
+// own address.
 
 // The TUN bridge's side: a UDP socket on 127.0.0.1.
 class Wire {
@@ -18,7 +18,7 @@ class Wire {
   Wire& operator=(const Wire&) = delete;
   [[nodiscard]] std::uint16_t Port() const { return port_; }
   void SendTo(std::uint16_t port, const std::vector<std::uint8_t>& packet) const;
-  // The next datagram; empty after 5 seconds without one.
+  // Waits for the next datagram; empty after 5 seconds.
   [[nodiscard]] std::vector<std::uint8_t> Receive() const;
 
  private:
@@ -30,14 +30,14 @@ struct OwnAddress {
   std::uint32_t address;  // host order
   std::uint32_t index;
 };
-// Of any adapter, another than loopback if there is one.
+// Of any adapter, preferably not loopback.
 OwnAddress FindOwnAddress();
 
-// Returns once the library has taken up all that `wire` sent before: a packet for a handle of its
-// own, opened above all others, comes out of it last.
+// Returns once the library has received everything that `wire` sent before: a final packet goes to
+// its own handle, opened above all others.
 void WaitForQueued(const Library& library, const Wire& wire, std::uint16_t port);
 
-// A UDP port on 127.0.0.1 that nobody uses now.
+// A currently unused UDP port on 127.0.0.1.
 std::uint16_t FindFreePort();
 
 std::string ReadText(const std::wstring& file);

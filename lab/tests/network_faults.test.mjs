@@ -1,4 +1,4 @@
-// The faults of the lab's network, each between two hosts without the program.
+// The faults of the lab's network, each between two hosts, without the program.
 import assert from 'node:assert/strict';
 import { mkdtemp, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
@@ -36,7 +36,7 @@ after(async () => {
 const traffic = (options = {}) => startTraffic({ network, processes, artifacts }, kCloud,
   { port: kPort, waitMs: 800, ...options });
 
-/** Runs traffic, lets it flow, does `body`, ends the faults and returns the report and the line's counts. */
+/** Starts traffic, runs `body` once it flows, ends the faults and returns the report and the line's counts. */
 async function during(options, body) {
   const running = await traffic(options);
   await running.waitUntilFlowing();
@@ -51,10 +51,10 @@ const ping = (...options) => run(['ping', '-n', '-c', '3', '-i', '0.1', '-W', '1
 const pause = (ms) => new Promise((resolve) => { setTimeout(resolve, ms); });
 
 for (const direction of ['both', 'toRelay', 'toClient']) {
-  test(`datagrams vanish and come back: ${direction}`, kLimit, async () => {
+  test(`datagrams are dropped and restored: ${direction}`, kLimit, async () => {
     const { report } = await during({}, async (running) => {
       await faults.blockUdp(direction);
-      await pause(100);  // what was under way
+      await pause(100);  // for packets in flight
       const { udp: { sent } } = await running.report();
       await pause(600);
       const { udp } = await running.report({ since: sent });
@@ -66,7 +66,7 @@ for (const direction of ['both', 'toRelay', 'toClient']) {
   });
 }
 
-test('segments of a connection vanish without a reset, new connections work', kLimit, async () => {
+test('segments of a connection are dropped without a reset, new connections work', kLimit, async () => {
   const { report } = await during({ udp: false, tcp: { stallMs: 700 } }, async (running) => {
     await faults.dropTcp({ onlyPresent: true });
     await running.waitUntilFlowing();
@@ -76,7 +76,7 @@ test('segments of a connection vanish without a reset, new connections work', kL
   await assert.rejects(faults.dropTcp({ onlyPresent: true }), /no TCP connection/);
 });
 
-test('with all segments dropped a connection stands still and then goes on', kLimit, async () => {
+test('with all segments dropped a connection stalls and then continues', kLimit, async () => {
   const { report } = await during({ udp: {} }, async (running) => {
     await faults.dropTcp();
     await pause(1000);
@@ -87,7 +87,7 @@ test('with all segments dropped a connection stands still and then goes on', kLi
   assert.ok(report.tcp.longestStallMs >= 800, JSON.stringify(report.tcp));
 });
 
-test('a path of 1280 bytes carries what fits and drops the fragments of what does not', kLimit, async () => {
+test('a path of 1280 bytes carries small datagrams and drops the fragments of larger ones', kLimit, async () => {
   await faults.limitMtu(1280);
   assert.equal((await ping('-s', '1252')).code, 0, '1280 bytes');
   assert.notEqual((await ping('-s', '1253', '-M', 'dont')).code, 0, '1281 bytes, cut');
@@ -108,14 +108,14 @@ test('a worsened line delays', kLimit, async () => {
   assert.equal((await ping()).code, 0);
 });
 
-test('a worsened line loses, and tells how much', kLimit, async () => {
+test('a worsened line loses packets and counts them', kLimit, async () => {
   const { report, line } = await during({ tcp: false, udp: { intervalMs: 5 } }, async () => {
     await faults.worsenLine({ lossPercent: 20 });
     await pause(2000);
   });
   const share = line.toRelay.lost / (line.toRelay.lost + line.toRelay.carried);
   assert.ok(share > 0.1 && share < 0.3, JSON.stringify(line));
-  // What was under way when the line changed may be lost too.
+  // Packets in flight when the line changed may be lost too.
   const lost = line.toRelay.lost + line.toClient.lost;
   assert.ok(report.udp.lost >= lost && report.udp.lost < lost + 20, JSON.stringify({ lost, udp: report.udp }));
 });
@@ -145,7 +145,7 @@ test('a slow line has its rate, and its full queue delays and loses', kLimit, as
 
   const averageMs = (text) => Number(/= [\d.]+\/([\d.]+)\//.exec(text)[1]);
   assert.ok(averageMs(atRest.stdout) < 60, atRest.stdout);
-  assert.ok(averageMs(stdout) > 90 && averageMs(stdout) < 350, stdout);  // a queue each way, of which one full
+  assert.ok(averageMs(stdout) > 90 && averageMs(stdout) < 350, stdout);  // a queue each way, one of them full
   assert.ok(line.toRelay.lost > 100, JSON.stringify(line));
   const mostBytes = (seconds + 1.5) * kilobitsPerSecond * 125 + queueBytes;
   assert.ok(line.toRelay.carried * 1428 < mostBytes, JSON.stringify(line));

@@ -1,4 +1,4 @@
-// What the built program's file itself says: how Windows guards it, and which libraries it looks for.
+// The built program's file: its protections, and the libraries it loads.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { test } from 'node:test';
@@ -8,18 +8,18 @@ import { kProgramFile } from '../harness/paths.mjs';
 const kTools = 'x86_64-w64-mingw32-';
 const kHeaders = execFileSync(`${kTools}objdump`, ['-p', kProgramFile], { encoding: 'utf8', maxBuffer: 1 << 26 });
 
-test('the program is loaded anywhere in 64 bits, its data never runs, and faults in its stack end it', () => {
+test('the program has a random 64-bit address, data that cannot execute, and a guarded stack', () => {
   for (const flag of ['HIGH_ENTROPY_VA', 'DYNAMIC_BASE', 'NX_COMPAT']) assert.match(kHeaders, new RegExp(`\\b${flag}\\b`));
   assert.match(kHeaders, /Entry 5 [0-9a-f]*[1-9a-f][0-9a-f]* [0-9a-f]*[1-9a-f][0-9a-f]* Base Relocation/, 'it can be moved');
   const symbols = execFileSync(`${kTools}nm`, [kProgramFile], { encoding: 'utf8', maxBuffer: 1 << 28 });
   assert.match(symbols, / T __stack_chk_fail\n/);
 });
 
-// Windows takes these from its own folder whatever lies beside a program: they are its known libraries, and
-// comctl32 comes from the component store that the manifest names.
+// Windows always loads these from its own folder, because they are known DLLs; comctl32 comes from the component
+// store named in the manifest.
 const kSafe = ['advapi32', 'comctl32', 'gdi32', 'kernel32', 'msvcrt', 'ole32', 'shell32', 'user32', 'ws2_32'];
 
-test('Windows itself loads only libraries that nobody can put beside the program', () => {
+test('Windows itself loads no library that could be planted beside the program', () => {
   const libraries = [...kHeaders.matchAll(/DLL Name: (\S+)\.dll/gi)].map(([, name]) => name.toLowerCase());
   assert.ok(libraries.length > 5);
   assert.deepEqual(libraries.filter((name) => !kSafe.includes(name)), []);

@@ -1,5 +1,5 @@
-// Protocols that any maker's devices speak, between two computers that are joined by a cable: what the lab
-// shows through the tunnel works at all, and a wrong value does not pass.
+// Vendor-independent protocols between two computers joined by a cable: the lab's tools work without the tunnel,
+// and a wrong value is detected.
 import assert from 'node:assert/strict';
 import { mkdtemp, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
@@ -85,9 +85,9 @@ for (const name of kNames) {
 
 // ---- wrong values
 
-const kFalsified = '127.0.0.9';  // in the tool's namespace: a server whose answers are not the site's
+const kFalsified = '127.0.0.9';  // in the tool's namespace: a server with false answers
 
-/** Uses the protocol past a falsifier with these words; fails unless use() fails with `error`. */
+/** Uses the protocol through a falsifier with these arguments; use() must fail with `error`. */
 async function refuses(name, title, port, words, error) {
   await served(name, async () => {
     const falsifier = await processes.start('falsifier', ['node',
@@ -101,7 +101,7 @@ async function refuses(name, title, port, words, error) {
   });
 }
 
-// Values as they travel: OPC UA's doubles little-endian, BACnet's reals and SNMP's integers behind their tags.
+// Values on the wire: OPC UA's doubles little-endian, BACnet's reals and SNMP's integers after their tags.
 const hex = (text) => Buffer.from(text).toString('hex');
 const kFalse = [
   ['opc_ua', 'OPC UA', 4840, ['000000000000d03f', '000000000000e03f'], /value of .* wanted 0\.25, got 0\.5/],
@@ -118,12 +118,12 @@ const kFalse = [
   ['dns', 'DNS by TCP', 53, ['c0000200', 'c0000263'], /wanted 192\.0\.2\.0, got 192\.0\.2\.99/],
 ];
 for (const [name, title, port, words, reason] of kFalse) {
-  test(`${title}: a value that is changed on its way is noticed`, kLimit, () =>
+  test(`${title}: a value altered in transit is noticed`, kLimit, () =>
     refuses(name, title, port, words, { name: kWrongAnswer, message: reason }));
 }
 
 for (const [name, file] of [['ftp', 'ftp'], ['tftp', 'tftp'], ['ssh', 'ssh/files']]) {
-  test(`${name}: another file than was put on site is noticed`, kLimit, () => served(name, async () => {
+  test(`${name}: a file other than the one on site is noticed`, kLimit, () => served(name, async () => {
     const { title } = await import(`../protocols/${name}.mjs`);
     await writeFile(path.join(folder, file, 'firmware.bin'), 'another');
     await assert.rejects(useOn(name, title, { address: kSite[0], megabytes: 1 }),
@@ -131,15 +131,15 @@ for (const [name, file] of [['ftp', 'ftp'], ['tftp', 'tftp'], ['ssh', 'ssh/files
   }));
 }
 
-test('VNC: another picture is noticed', kLimit, () => served('vnc', () =>
+test('VNC: a wrong picture is noticed', kLimit, () => served('vnc', () =>
   assert.rejects(useOn('vnc', 'VNC', { address: kSite[0] }),
     { name: kWrongAnswer, message: /VNC: another picture/ }),
 { shown: 2 }));
 
-test('SNMP v3: a wrong byte is not taken', kLimit, () =>
+test('SNMP v3: a wrong byte is refused', kLimit, () =>
   refuses('snmp', 'SNMP v3, with passwords', 161, ['@-1', '1'], { message: /digest/i }));
 
-test('a server that is not there is an error in time', kLimit, async () => {
+test('a missing server is an error in time', kLimit, async () => {
   for (const name of kNames) {
     const { title } = await import(`../protocols/${name}.mjs`);
     await assert.rejects(useOn(name, title, { address: '192.0.2.99', timeoutMs: 1500 }),

@@ -1,4 +1,4 @@
-// Stands between a tool and a server and changes what the server says, by UDP and by TCP.
+// A proxy between a tool and a server that alters the server's answers, for UDP and TCP.
 // Usage: node protocols_falsifier.mjs ADDRESS PORT SERVER FIND REPLACE   (hexadecimal, of equal length), or
 //        node protocols_falsifier.mjs ADDRESS PORT SERVER @OFFSET XOR    (one byte of each datagram; negative: from its end)
 import dgram from 'node:dgram';
@@ -19,7 +19,7 @@ function falsified(bytes) {
 }
 
 const front = dgram.createSocket({ type: 'udp4', reuseAddr: true });
-const backs = new Map();  // a socket to the server for each of the tool's
+const backs = new Map();  // a socket to the server for each client socket
 front.on('message', (bytes, { address: from, port: fromPort }) => {
   const key = `${from}:${fromPort}`;
   if (!backs.has(key)) {

@@ -1,4 +1,4 @@
-// The PLC makers' protocols on loopback, both sides, and that an answer which is changed or lost does not pass.
+// The PLC vendors' protocols on loopback, both sides; an altered or lost answer is detected.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { once } from 'node:events';
@@ -14,14 +14,14 @@ const kLine = '127.0.0.3';
 const kNobody = '127.0.0.4';
 const kRounds = 20;
 const kTimeoutMs = 1000;
-/** Longer than what only acknowledges, shorter than what carries values. */
+/** Longer than an acknowledgement, shorter than an answer with values. */
 const kAnswerWithValues = 100;
 
 const listeners = (port) => execFileSync('ss', ['-Hltn', `sport = :${port}`]).toString();
 
-/** What the line does with an answer that carries values. */
+/** The line's treatment of answers with values. */
 const kActs = {
-  hands: (bytes, near) => near.write(bytes),
+  forwards: (bytes, near) => near.write(bytes),
   lies: (bytes, near) => {
     bytes[bytes.length - 1] ^= 1;
     near.write(bytes);
@@ -30,9 +30,9 @@ const kActs = {
   cuts: (bytes, near) => near.resetAndDestroy(),
 };
 
-/** A line to the device that hands everything on, but does `act` (of kActs) with answers that carry values. */
+/** A line to the device that forwards everything, but applies `act` (of kActs) to answers with values. */
 async function startLine(port) {
-  const line = { act: 'hands' };
+  const line = { act: 'forwards' };
   const sockets = new Set();
   const server = net.createServer({ allowHalfOpen: true }, (near) => {
     const far = net.connect(port, kAddresses[0]);
@@ -43,9 +43,9 @@ async function startLine(port) {
     }
     near.on('data', (bytes) => far.write(bytes));
     far.on('data', (bytes) => {
-      kActs[bytes.length > kAnswerWithValues ? line.act : 'hands'](bytes, near);
+      kActs[bytes.length > kAnswerWithValues ? line.act : 'forwards'](bytes, near);
     });
-    near.on('end', () => { if (line.act === 'hands') near.end(); });  // else a dead line, which says nothing
+    near.on('end', () => { if (line.act === 'forwards') near.end(); });  // otherwise the line stays silent
   });
   server.listen(port, kLine);
   await once(server, 'listening');
@@ -101,7 +101,7 @@ for (const { name, protocol, port, failures } of kProtocols) {
       });
 
       for (const [act, message] of Object.entries(failures)) {
-        it(`${title}: a line that ${act} makes it fail in time, and only that`, async () => {
+        it(`${title}: a line that ${act} makes only that use fail, in time`, async () => {
           line.act = act;
           const started = performance.now();
           await assert.rejects(use({ ...options, address: kLine }), (error) => {
@@ -109,13 +109,13 @@ for (const { name, protocol, port, failures } of kProtocols) {
             return (error.name === kWrongAnswer) === (act === 'lies');
           });
           assert.ok(performance.now() - started < 2 * kTimeoutMs);
-          line.act = 'hands';
+          line.act = 'forwards';
           const { requestMs } = await use({ ...options, address: kLine });
           assert.ok(requestMs.length >= kRounds);
         });
       }
 
-      it(`${title}: where nobody listens, it fails`, async () => {
+      it(`${title}: without a server, it fails`, async () => {
         await assert.rejects(use({ ...options, address: kNobody }), /refused|ECONNREFUSED/i);
       });
     }

@@ -1,4 +1,4 @@
-// RustDesk's stand-in and the clipboard's helper under Wine: what they record and how they behave.
+// RustDesk's stand-in and the clipboard helper under Wine: their records and their behaviour.
 import assert from 'node:assert/strict';
 import { mkdtemp, rm, stat } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
@@ -46,7 +46,7 @@ describe('the stand-in for RustDesk', () => {
   });
   afterEach(() => rm(path.join(folder, 'record.jsonl'), { force: true }));
 
-  /** Starts it with `args` and waits for its window; `child` is the process here, `pid` Windows' id. */
+  /** Starts it with `args` and waits for its window; `child` is the Linux process, `pid` Windows' id. */
   async function start(plan = {}, args = []) {
     await rustDesk.plan(plan);
     const child = await processes.start('rustdesk', prefix.command(prefix.windowsPath(file), args),
@@ -59,11 +59,11 @@ describe('the stand-in for RustDesk', () => {
     const started = await start(plan, args);
     await rustDesk.happened(started.pid, 'shown');
     await waitUntil('the window', () => display.clientArea(plan?.title ?? 'RustDesk'));
-    await sleep(300);  // until the window manager has given it the keyboard
+    await sleep(300);  // until it has the keyboard focus
     return started;
   }
 
-  it('is larger than an error page and tells its file and its raw command line', async () => {
+  it('is larger than an error page and records its file and its raw command line', async () => {
     assert.equal((await stat(file)).size, 1_048_577);
     const { pid, child } = await start({}, ['--connect', '12 34']);
     const { commandLine, file: told } = await rustDesk.started(1);
@@ -73,7 +73,7 @@ describe('the stand-in for RustDesk', () => {
     assert.notEqual(await processes.waitForExit(child, kExitMs), 'running');
   });
 
-  it('records keys, typed characters, what is pasted, and Enter with what the field then holds', async () => {
+  it('records keys, typed characters, pasted text, and Enter with the field\'s content', async () => {
     const { child, pid } = await shown();
     await display.type('ab');
     await clipboard.write(kPassword);
@@ -89,7 +89,7 @@ describe('the stand-in for RustDesk', () => {
     await processes.stop(child);
   });
 
-  it('shows its window and gives it its title when the plan says so, and ends by itself', async () => {
+  it('shows its window and sets its title by the plan, and ends by itself', async () => {
     const { child, pid } = await start({
       title: '123 远程 - RustDesk', firstTitle: '等一下', showAfterMs: 300, titleAfterMs: 800, lifeMs: 1600,
     });
@@ -103,13 +103,13 @@ describe('the stand-in for RustDesk', () => {
     assert.equal(await processes.waitForExit(child, kExitMs), 0);
   });
 
-  it('can belong to another window, as a dialog does', async () => {
+  it('can be owned by another window, like a dialog', async () => {
     const { child } = await shown({ title: '123456789', owned: true });
     assert.ok(await display.clientArea('所有者'));
     await processes.stop(child);
   });
 
-  it('leaves no trace once it is forgotten', async () => {
+  it('leaves nothing after forget()', async () => {
     const before = Object.keys(await rustDesk.configFiles());
     await rustDesk.addDriveD(path.join(folder, 'd'));
     for (const place of ['C:\\Program Files', 'C:\\Program Files (x86)', 'D:\\Program Files']) {
@@ -126,7 +126,7 @@ describe('the stand-in for RustDesk', () => {
     assert.equal(stdout, '');
   });
 
-  it('shares the clipboard with a helper that reads it, fills it and keeps it from others', async () => {
+  it('shares the clipboard with a helper that reads it, fills it and holds it open', async () => {
     await clipboard.write(kPassword);
     assert.equal(await clipboard.read(), kPassword);
     const letGo = await clipboard.hold(processes);

@@ -1,4 +1,4 @@
-// The lab's service, HTTP side: what it records and what it can be made to answer.
+// The lab's service, HTTP side: its record and its scripted answers.
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import net from 'node:net';

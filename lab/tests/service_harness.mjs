@@ -10,14 +10,14 @@ import { LabService } from '../standins/service/service.mjs';
 
 export const { WebSocket } = createRequire(new URL('../package.json', import.meta.url))('ws');
 export const kRelayPath = '/api/relay/client/C%20ONN?engineerId=ENG-12345678';
-/** An IPv4 header from 192.168.77.10 to 10.88.0.2, the address that is granted by default. */
+/** An IPv4 header from 192.168.77.10 to 10.88.0.2, the default granted address. */
 export const kPacket = Buffer.from('450000140000000040010000' + 'c0a84d0a' + '0a580002', 'hex');
 export const kPacketHex = kPacket.toString('hex');
 
 export const upgradeRequest = (path) => `GET ${path} HTTP/1.1\r\nHost: x\r\nUpgrade: websocket\r\n` +
   'Connection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n';
 
-/** Waits for `probe()` to hold. */
+/** Waits until `probe()` is true. */
 export async function until(probe) {
   for (let i = 0; i < 500; i += 1) {
     if (await probe()) return;
@@ -26,7 +26,7 @@ export async function until(probe) {
   assert.fail(`never: ${probe}`);
 }
 
-/** What a test gets: the service, its port, a site's UDP socket, and clients that end with it. */
+/** The fixture: the service, its port, a site's UDP socket, and clients that end with the test. */
 class Bench {
   #ends = [];
 
@@ -50,7 +50,7 @@ class Bench {
     return client;
   };
 
-  /** A TCP connection on which the upgrade was asked for. */
+  /** A TCP connection that has sent its upgrade request. */
   rawClient = (path = kRelayPath) => {
     const socket = net.connect(this.port, '127.0.0.1');
     this.#ends.push(() => socket.destroy());
@@ -59,7 +59,7 @@ class Bench {
     return socket;
   };
 
-  /** A UDP socket of its own port that talks to the service and keeps what it hears. */
+  /** A UDP socket for the service that keeps all received datagrams. */
   udpClient = async () => {
     const socket = dgram.createSocket('udp4').bind(0, '127.0.0.1');
     this.#ends.push(() => socket.close());
@@ -77,7 +77,7 @@ class Bench {
   }
 }
 
-/** A test with a service of its own, which ends even when the test runs out of time. */
+/** A test with its own service, which is closed even after a time-out. */
 export function each(name, body) {
   test(name, { timeout: 20_000 }, async (t) => {
     const bench = new Bench();

@@ -5,7 +5,7 @@ import { OrderWatch } from '../standins/service/order_watch.mjs';
 
 const kPort = 7;
 
-/** An IPv4 packet with UDP in it: to `port`, from it when `returned`. */
+/** An IPv4 packet with UDP to `port`, or from it if `returned`. */
 function packet(number, { run = 1, port = kPort, bytes = 1428, returned = false, protocol = 17 } = {}) {
   const whole = Buffer.alloc(bytes);
   whole[0] = 0x45;
@@ -17,7 +17,7 @@ function packet(number, { run = 1, port = kPort, bytes = 1428, returned = false,
   return whole;
 }
 
-test('holes and late ones count within a connection, not between two', () => {
+test('gaps and late datagrams count within a connection, not across two', () => {
   const watch = new OrderWatch(kPort);
   const [first, second] = [{}, {}];
   for (const number of [5, 6, 9, 8]) watch.take(first, packet(number));
@@ -34,7 +34,7 @@ test('only large datagrams to the port count', () => {
   assert.equal(watch.sums().messages, 0);
 });
 
-test('answers that leave after newer ones count', () => {
+test('answers sent after newer ones are counted', () => {
   const watch = new OrderWatch(kPort);
   for (const number of [1, 3, 2, 4]) watch.takeReturned(packet(number, { returned: true }));
   watch.takeReturned(packet(1, { returned: true, run: 2 }));

@@ -1,4 +1,4 @@
-// The service as a process of its own, called through its channel.
+// The service as a separate process, called through its IPC channel.
 import assert from 'node:assert/strict';
 import { fork } from 'node:child_process';
 import { once } from 'node:events';
@@ -38,7 +38,7 @@ test('answers HTTP and its parent', kLimit, () => withProcess(async (remote) => 
   assert.equal(request.body, '{}');
 }));
 
-test('passes an error on as a rejection and goes on', kLimit, () => withProcess(async (remote, child) => {
+test('passes an error on as a rejection and keeps running', kLimit, () => withProcess(async (remote, child) => {
   await remote.listen({});
   await assert.rejects(remote.writeFault({ name: 'garbage' }), { message: 'There is no relay connection.' });
   child.removeAllListeners('message');
@@ -47,7 +47,7 @@ test('passes an error on as a rejection and goes on', kLimit, () => withProcess(
   assert.deepEqual((await foreign)[0].error, { name: 'Error', message: 'The service has no method constructor.' });
 }));
 
-test('ends when its parent lets go, and calls then fail', kLimit, () => withProcess(async (remote, child, ended) => {
+test('ends when its parent disconnects, and calls then fail', kLimit, () => withProcess(async (remote, child, ended) => {
   const { port } = await remote.listen({});
   child.disconnect();
   assert.deepEqual(await ended, [0, null]);
@@ -56,7 +56,7 @@ test('ends when its parent lets go, and calls then fail', kLimit, () => withProc
 }));
 
 for (const signal of ['SIGTERM', 'SIGINT']) {
-  test(`ends at ${signal} with code 0, connections and all`, kLimit, () => withProcess(async (remote, child, ended) => {
+  test(`ends at ${signal} with code 0, including its connections`, kLimit, () => withProcess(async (remote, child, ended) => {
     const { port } = await remote.listen({});
     await remote.setReply({ path: '/slow', delayMs: 60_000 });
     const pending = fetch(`http://127.0.0.1:${port}/slow`).catch(() => 'cut');

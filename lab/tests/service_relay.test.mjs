@@ -1,4 +1,4 @@
-// The lab's relay: what it carries, how strictly it judges, and the faults it can be made to commit.
+// The lab's relay: the packets it carries, its protocol checks, and its scripted faults.
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 
@@ -139,7 +139,7 @@ each('pings within every 3 s, and neither pings nor carries packets when silent'
     service.sendToClient({ packet: kPacketHex });
     client.send(kPacket);
     await until(() => service.counts().fromClient === 1);
-    await new Promise((resolve) => { setTimeout(resolve, 3_300); });  // one ping would have come
+    await new Promise((resolve) => { setTimeout(resolve, 3_300); });  // enough for one ping
     assert.equal(heard, 0);
     assert.equal(service.counts().dropped, 1);
     service.setSilent(false);

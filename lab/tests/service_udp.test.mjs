@@ -1,4 +1,4 @@
-// The lab's relay by UDP: hellos, acknowledgements, tokens, and which way a packet takes.
+// The lab's relay over UDP: hellos, acknowledgements, tokens, and the path of packets.
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 
@@ -7,10 +7,10 @@ import { each, kPacket, kPacketHex, until } from './service_harness.mjs';
 
 const kHello = hello('C ONN', 'ENG-12345678');
 const kOtherToken = 'ffffffffffffffff';
-/** kPacket, made as long as wanted. */
+/** kPacket, padded to `bytes`. */
 const packetOf = (bytes) => Buffer.concat([kPacket, Buffer.alloc(bytes - kPacket.length)]);
 
-/** Says hello and returns the token of the answer. */
+/** Sends a hello and returns the token of the answer. */
 async function sayHello(client, bytes = kHello) {
   const before = client.heard.length;
   client.send(bytes);
@@ -18,7 +18,7 @@ async function sayHello(client, bytes = kHello) {
   return client.heard.at(-1).subarray(6).toString('hex');
 }
 
-/** A client with a WebSocket and an acknowledged UDP endpoint, and where the site's packets come from. */
+/** A client with a WebSocket and an acknowledged UDP endpoint, and the source of the site's packets. */
 async function bothWays({ relayClient, udpClient, site }) {
   const webSocket = await relayClient();
   const messages = [];

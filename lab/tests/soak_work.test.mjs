@@ -1,4 +1,4 @@
-// How the soak judges the protocols at work, with uses that go as the test says.
+// The soak's verdict on the protocols at work, with scripted uses.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
@@ -9,7 +9,7 @@ const kLost = { works: false, requestMs: [], error: 'nothing within 8000 ms', wr
 const kWrong = { works: false, requestMs: [], error: 'wanted 1, got 2', wrong: true };
 const kSince = { fromMs: 0, untilMs: Infinity };
 
-/** Works until each protocol has been used `uses` times; the uses of `title` give `results` first, then those put into `left`. */
+/** Works until each protocol was used `uses` times; uses of `title` return `results` first, then those added to `left`. */
 async function workThrough(title, results, uses = 2) {
   const left = [...results];
   const routes = new Map();
@@ -41,7 +41,7 @@ test('each protocol is used by both routes in turn, and its answers are counted'
   }
 });
 
-test('a use that fails is explained by a fault that lasts, or has ended a time-out before', async () => {
+test('a failed use is explained by a current fault or one that ended within a time-out', async () => {
   const { work } = await workThrough('SNMP v2c', [kLost]);
   const [{ atMs }] = rowOf(work.report([]), 'SNMP v2c').failures;
   const unexplained = (...faults) => rowOf(work.report(faults), 'SNMP v2c').unexplained.length;
@@ -61,7 +61,7 @@ test('no fault excuses a wrong answer', async () => {
   assert.match(writeTable(report), /OPC UA, direct, answered wrongly at [\d.]+ s: wanted 1, got 2/);
 });
 
-test('the last uses tell which protocol does not work, and by which route', async () => {
+test('the last uses show which protocol does not work, and by which route', async () => {
   const { work, left } = await workThrough('SSH', []);
   const failures = async (...results) => {
     left.push(...results);

@@ -1,4 +1,4 @@
-// The traffic of scenarios and what it says of a way that loses, repeats, delays or breaks.
+// The traffic of scenarios and its report about a path that loses, repeats, delays or breaks.
 import assert from 'node:assert/strict';
 import dgram from 'node:dgram';
 import { once } from 'node:events';
@@ -13,7 +13,7 @@ import { until } from './service_harness.mjs';
 
 const kHost = '127.0.0.1';
 
-/** A test that may start traffic to loopback; `start(port, options)` is startTraffic() there. */
+/** A test with traffic to loopback; `start(port, options)` calls startTraffic(). */
 function each(name, body) {
   test(name, { timeout: 30_000 }, async (t) => {
     const processes = new Processes();
@@ -23,7 +23,7 @@ function each(name, body) {
   });
 }
 
-/** An echo of datagrams that answers as `answer(number, send)` says. */
+/** A datagram echo whose answers are controlled by `answer(number, send)`. */
 async function udpEcho(t, answer) {
   const socket = dgram.createSocket('udp4').bind(0, kHost);
   await once(socket, 'listening');
@@ -33,7 +33,7 @@ async function udpEcho(t, answer) {
   return socket.address().port;
 }
 
-/** A TCP server that does `serve(socket)` with each connection. */
+/** A TCP server that calls `serve(socket)` for each connection. */
 async function tcpServer(t, serve) {
   const sockets = new Set();
   const server = net.createServer((socket) => {
@@ -117,7 +117,7 @@ each('a TCP connection that breaks is recorded and opened again', async (start, 
   await traffic.waitUntilFlowing();
   const { tcp } = await traffic.stop();
   assert.equal(tcp.breaks.length, 1);
-  assert.match(tcp.breaks[0].reason, /^(ECONNRESET|ended)$/);  // the system's word for it varies
+  assert.match(tcp.breaks[0].reason, /^(ECONNRESET|ended)$/);  // the system's code varies
   assert.ok(tcp.breaks[0].atMs >= 150);
   assert.ok(tcp.longestStallMs >= 150, 'the time without a connection is a stall');
   assert.deepEqual([tcp.outOfOrder, tcp.wrongBytes], [0, 0]);
@@ -159,7 +159,7 @@ each('a refused connection is tried again', async (start, t) => {
   assert.deepEqual([tcp.connections, tcp.breaks], [0, []]);
 });
 
-test('the number of a datagram is read from its packet', () => {
+test('a datagram\'s number is read from its packet', () => {
   const ipv4 = (protocol) => `4500002400000000 40${protocol}0000 0a580002 c0a84d0a`.replaceAll(' ', '');
   const udp = 'c000000700100000' + '12345678' + '0000abcd';
   assert.equal(datagramNumber(ipv4('11') + udp), 0xabcd);

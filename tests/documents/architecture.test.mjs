@@ -1,4 +1,4 @@
-// docs/architecture.md describes tree, borders, threads, locks and messages as the sources have them.
+// docs/architecture.md agrees with the sources about tree, borders, threads, locks and messages.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
@@ -6,7 +6,7 @@ import { isFile, isFolder, kFiles, kSources, quoted, read, rows, section, source
 
 const kPage = 'docs/architecture.md';
 const page = read(kPage);
-/** It, and the pages that tell one of its subjects in full. */
+/** This page, and the pages with the details of its subjects. */
 const kDocuments = [kPage, ...['settings', 'lifecycle', 'update', 'check-report'].map((name) => `docs/${name}.md`)];
 const unique = (list) => [...new Set(list)].sort();
 
@@ -48,15 +48,15 @@ test('every file of src that the pages name is there', () => {
   assert.deepEqual(named.filter((name) => !isThere(name)), []);
 });
 
-test('every place that starts a thread stands in the table of threads, and no other', () => {
+test('the table of threads names every place that starts one, and no other', () => {
   const starts = /\bStartDetached\(|\bstd::async\(|\bstd::thread\((?!\))|\bthreads_\.emplace_back\(/;
   const places = sourcesWith(starts).filter((file) => file.endsWith('.cpp') && !file.startsWith('platform/detached_thread'));
   const named = rows(section(kPage, 'Threads')).flatMap(([, place]) => quoted(place ?? ''));
   assert.deepEqual(unique(named), unique(places));
 });
 
-test('every class that has a lock stands in the table of locks, and no other', () => {
-  // The class whose member it is, or the function that keeps one of its own.
+test('the table of locks names every class that has one, and no other', () => {
+  // The class of which it is a member, or the function that owns it.
   const owners = kSources.flatMap((file) => {
     const text = read(file);
     return [...text.matchAll(/^ +(static )?(?:mutable )?(?:(?:platform::)?Mutex|std::(?:recursive_)?mutex) \w+;/gm)]

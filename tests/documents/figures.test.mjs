@@ -1,14 +1,14 @@
-// Figures in the documents that a command counts are as the command says.
+// Figures in the documents agree with the commands that count them.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { test } from 'node:test';
 
 import { kFiles, kRoot, quoted, read, rows, section } from './sources.mjs';
 
-/** So far a count may have moved on before the page is written anew. */
+/** The deviation at which the page must be updated. */
 const kTolerance = 0.1;
 
-test('what docs/testing.md counts is about so many', () => {
+test('the counts in docs/testing.md are approximately right', () => {
   const counts = rows(section('docs/testing.md', 'How much')).filter((row) => row.length === 3);
   assert.ok(counts.length >= 6);
   for (const [what, figure, command] of counts) {
@@ -18,14 +18,14 @@ test('what docs/testing.md counts is about so many', () => {
   }
 });
 
-test('every fuzz target has a row that says what it holds', () => {
+test('every fuzz target has a row that describes it', () => {
   const targets = kFiles.map((file) => /^fuzz\/(\w+)_fuzz\.cpp$/.exec(file)?.[1]).filter(Boolean);
   const table = section('docs/testing.md', 'Fuzzing');
   const named = rows(table.slice(table.indexOf('| target |'))).flatMap(([cell]) => quoted(cell));
   assert.deepEqual([...new Set(named)].sort(), targets.sort());
 });
 
-test('what the build takes for a deployment stands in the documents', () => {
+test('the documents name every build option of a deployment', () => {
   const variables = [...read('CMakeLists.txt').matchAll(/^set\((VELMARINE_\w+) /gm)].map(([, name]) => name)
     .filter((name) => name !== 'VELMARINE_SANITIZE');
   const documents = kFiles.filter((file) => file.endsWith('.md')).map(read).join('\n');

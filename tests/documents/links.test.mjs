@@ -8,7 +8,7 @@ import { anchor, codeBlocks, isFile, isFolder, kDocuments, kFiles, quoted, read,
 const withoutCode = (text) => text.replaceAll(/`[^`]*`/g, '');
 const headings = (document) => [...read(document).matchAll(/^#+ (.+)$/gm)].map(([, title]) => anchor(title.replaceAll('`', '')));
 
-/** [document, target] of every link that is no web address. */
+/** [document, target] of every link except web addresses. */
 const links = kDocuments.flatMap((document) => [...withoutCode(read(document)).matchAll(/\]\(([^)\s]+)\)/g)]
   .map(([, target]) => ({ document, target: decodeURI(target) })).filter(({ target }) => !/^\w+:/.test(target)));
 
@@ -19,7 +19,7 @@ const leadsTo = ({ document, target }) => {
   return heading === undefined || headings(name).includes(heading);
 };
 
-test('every link and picture leads to a file and a heading that are there', () => {
+test('every link and picture leads to an existing file and heading', () => {
   assert.ok(links.length > 50, `${links.length} links were read`);
   assert.deepEqual(links.filter((link) => !leadsTo(link)), []);
 });
@@ -39,27 +39,27 @@ test('both front pages link every document', () => {
 
 // ---- commands
 
-/** What a document tells to type: lines of code, and commands between backticks. */
+/** The commands in a document: lines of code, and commands between backticks. */
 const commands = kDocuments.flatMap((document) =>
   [...codeBlocks(document).flat(), ...quoted(read(document))].map((text) => ({ document, text: text.replace(/\s+#.*$/, '') })));
 const found = (pattern) => commands.flatMap(({ document, text }) =>
   [...text.matchAll(pattern)].map((match) => ({ document, text, name: match[1] })));
 
-test('every preset that is named is one', () => {
+test('every named preset exists', () => {
   const presets = JSON.parse(read('CMakePresets.json')).configurePresets.map(({ name }) => name);
   const named = found(/--preset[ =]([\w-]+)/g);
   assert.ok(named.length > 5);
   assert.deepEqual(named.filter(({ name }) => !presets.includes(name) && name !== 'PRESET'), []);
 });
 
-test('every part of ./test that is named is one', () => {
+test('every named part of ./test exists', () => {
   const parts = [...read('test').matchAll(/^ {2}(\w+)\) /gm)].map(([, name]) => name);
   const named = found(/\.\/test ([a-z]\w*)/g);
   assert.ok(parts.length > 6 && named.length > 8);
   assert.deepEqual(named.filter(({ name }) => !parts.includes(name)), []);
 });
 
-test('every script and file that a command names is there', () => {
+test('every script and file in a command exists', () => {
   const named = [...found(/\bnode (?:--?\S+ )*([\w./-]+\.mjs)/g), ...found(/-P ([\w./-]+\.cmake)/g),
     ...found(/(?:^|\s)((?:lab|tests|packaging|fuzz|benchmarks)\/[\w./-]+\.(?:sh|mjs|cmake|py))/g)];
   assert.ok(named.length > 5);
@@ -67,19 +67,19 @@ test('every script and file that a command names is there', () => {
   assert.deepEqual(named.filter((one) => !isFile(one.name) && !isFile(beside(one))), []);
 });
 
-test('every file or folder that is named in backticks is there', () => {
+test('every file or folder in backticks exists', () => {
   const roots = ['src', 'lab', 'tests', 'docs', 'fuzz', 'benchmarks', 'webui', 'resources', 'cmake', 'packaging'];
   const named = kDocuments.flatMap((document) => quoted(read(document))
     .filter((text) => roots.some((root) => text.startsWith(`${root}/`)) && /^[\w./-]+$/.test(text) && !/[A-Z]{4}|\.exe$/.test(text))
     .map((name) => ({ document, name })));
   assert.ok(named.length > 20);
-  // A pair of files is named without its ending, and `lab`, `tests` and `webui` may be folders of src or tests.
+  // A pair of files is named without its extension, and `lab`, `tests` and `webui` may be folders of src or tests.
   const isThere = ({ name }) => isFolder(name) || ['', '.cpp', '.h', '_win.cpp', '_win_test.cpp']
     .some((end) => isFile(name + end) || isFile(`src/${name}${end}`));
   assert.deepEqual(named.filter((one) => !isThere(one)), []);
 });
 
-test('the page for the first day names checks that the report has', () => {
+test('the page for the first day names only checks of the report', () => {
   const checks = [...read('src/checks/real_checks_win.cpp').matchAll(/\{"([a-z0-9-]+)",/g)].map(([, name]) => name);
   const named = rows(read('docs/first-day-on-windows.md')).flatMap(([, , see]) => quoted(see ?? ''))
     .filter((name) => /^[a-z0-9]+(-[a-z]+)*$/.test(name));

@@ -1,4 +1,4 @@
-// The texts that a person can see, taken from the sources: what stands in string literals of src/ and webui/.
+// The visible texts, taken from the string literals of src/ and webui/.
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import path from 'node:path';
@@ -22,7 +22,7 @@ function filesBelow(folder, pattern) {
 
 const unescape = (text) => text.replace(/\\(.)/gs, (_, sign) => kEscapes[sign] ?? sign);
 
-/** The string literals of a C++ source; neighbours are one, as the compiler joins them. */
+/** The string literals of a C++ source; adjacent ones are joined, as by the compiler. */
 export function literalsOf(source) {
   const tokens = source.matchAll(kCppToken);
   const literals = [];
@@ -40,7 +40,7 @@ export function literalsOf(source) {
 
 const isShown = (text) => kChinese.test(text) || kSentence.test(text);
 
-/** Each shown text of the program with its file. */
+/** Each visible text of the program with its file. */
 export function programTexts() {
   return filesBelow('src', /\.(cpp|h)$/).flatMap((file) =>
     literalsOf(readRepoFile(file)).filter(isShown).map((text) => ({ file, text })));
@@ -56,7 +56,7 @@ export function pageTexts() {
   return [...markup, ...scripts].filter(({ text }) => kChinese.test(text));
 }
 
-/** The rows of the catalogue: cause, where its pattern is looked for, code, pattern, the text or an empty one. */
+/** The rows of the catalogue: cause, place in which its pattern is searched, code, pattern, the text or an empty one. */
 export function hintRows() {
   const source = readRepoFile('src/shell/hint_catalogue.cpp');
   const named = new Map([...source.matchAll(/constexpr wchar_t (k\w+)\[\] =([^;]+?);\n/g)]

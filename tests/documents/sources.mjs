@@ -1,4 +1,4 @@
-// What the documents are held against: the files of the project and what the sources say.
+// The project's files and sources, with which the documents are compared.
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import path from 'node:path';
@@ -6,7 +6,7 @@ import { fileURLToPath } from 'node:url';
 
 export const kRoot = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
 
-/** Every file that the project holds or is about to, as paths from its root. */
+/** Every file of the project, including uncommitted ones, as paths from its root. */
 export const kFiles = execFileSync('git', ['ls-files', '--cached', '--others', '--exclude-standard'],
   { cwd: kRoot, encoding: 'utf8' }).trim().split('\n');
 
@@ -22,7 +22,7 @@ export const read = (name) => readFileSync(path.join(kRoot, name), 'utf8');
 export const kDocuments = kFiles.filter((file) => file.endsWith('.md'));
 export const kSources = kFiles.filter((file) => /^src\/.*\.(cpp|h)$/.test(file));
 
-/** The section of a document below the heading `title`, down to the next of its rank. */
+/** The section of a document below the heading `title`, up to the next heading of its level. */
 export function section(document, title) {
   const text = read(document);
   const start = text.search(new RegExp(`^## ${title}$`, 'm'));
@@ -39,10 +39,10 @@ export function rows(text) {
     .map((line) => line.split(/(?<!\\)\|/).slice(1, -1).map((cell) => cell.trim()));
 }
 
-/** What stands in `backticks` in a text. */
+/** The texts between backticks. */
 export const quoted = (text) => [...text.matchAll(/`([^`]+)`/g)].map(([, inside]) => inside);
 
-/** Blocks of a document that are indented as code, each a list of lines. */
+/** The indented code blocks of a document, each a list of lines. */
 export function codeBlocks(document) {
   const blocks = [];
   let inside = false;
@@ -58,10 +58,10 @@ export function codeBlocks(document) {
   return blocks;
 }
 
-/** The anchor of a heading, as the web site that shows the documents makes it. */
+/** The anchor of a heading on the web site that shows the documents. */
 export const anchor = (heading) => heading.replace(/\[([^\]]*)\]\([^)]*\)/g, '$1').toLowerCase()
   .replaceAll(/[^\p{L}\p{N}\p{M} _-]/gu, '').replaceAll(' ', '-');
 
-/** Files of `src` that match a pattern, without the folder's name in front. */
+/** Files of `src` that match a pattern, without the folder's name. */
 export const sourcesWith = (pattern) => kSources.filter((file) => pattern.test(read(file)))
   .map((file) => file.slice('src/'.length));

@@ -1,4 +1,4 @@
-// What two more judges say of the page: the Nu validator and Lighthouse. ./test judges installs and runs them.
+// The page under two more judges: the Nu validator and Lighthouse. ./test judges installs and runs them.
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
 import { mkdtemp, rm, writeFile } from 'node:fs/promises';
@@ -22,7 +22,7 @@ const kMessages = { ...kStates, long: kLongValues };
 
 // ---- the Nu validator
 
-/** The page as the build joins it, and as it stands in each state; by file name. */
+/** The page as built, and in each state, by file name. */
 async function standingPages() {
   await openBrowser();
   try {
@@ -38,7 +38,7 @@ async function standingPages() {
   }
 }
 
-/** Errors in pages given by name, all in one run: most of its time is starting. */
+/** Errors in the named pages, in one run, because starting takes most of the time. */
 async function nuErrors(pages) {
   const folder = await mkdtemp(path.join(tmpdir(), 'velmarine-judges-'));
   try {
@@ -57,14 +57,14 @@ test('the Nu validator finds no error in the page and in its states', { timeout:
   assert.deepEqual(await nuErrors(await standingPages()), []);
 });
 
-test('the Nu validator sees what is wrong', { timeout: kJudgeMs }, async () => {
+test('the Nu validator detects errors', { timeout: kJudgeMs }, async () => {
   const errors = await nuErrors({ 'wrong.html': kPage.replace('id="c-save"', 'id="c-test"') });
   assert.match(errors.join('\n'), /Duplicate ID/);
 });
 
 // ---- Lighthouse
 
-/** The page as in the window: with its bridge, and with what the window has sent. */
+/** The page as in the window, with its bridge and the window's messages. */
 function servedPage(messages) {
   const bridge = `<script>(${installBridge})();</script>`;
   const sent = `<script>${JSON.stringify(messages).replaceAll('<', '\\u003c')}.forEach(deliver);</script>`;
@@ -96,7 +96,7 @@ after(async () => {
   await new Promise((resolve) => { server.close(resolve); });
 });
 
-/** Its score in each category, and what costs points there. */
+/** Its score in each category, and the audits that cost points. */
 async function lighthouse(state) {
   const { default: run } = await load('lighthouse');
   const { lhr } = await run(`http://127.0.0.1:${server.address().port}/${state}`, {
@@ -114,7 +114,7 @@ for (const state of kJudgedStates) {
   });
 }
 
-test('Lighthouse sees what is wrong', { timeout: kJudgeMs }, async () => {
+test('Lighthouse detects errors', { timeout: kJudgeMs }, async () => {
   const { accessibility, 'best-practices': practices } = await lighthouse('wrong');
   assert.deepEqual([accessibility.lost, practices.lost], [['html-has-lang'], ['errors-in-console']]);
 });

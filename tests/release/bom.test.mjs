@@ -1,4 +1,4 @@
-// The bill of materials: valid by CycloneDX's published schema, true of the program, and complete.
+// The bill of materials is valid by CycloneDX's published schema, matches the program, and is complete.
 import assert from 'node:assert/strict';
 import { execFileSync, spawnSync } from 'node:child_process';
 import { readFileSync, writeFileSync } from 'node:fs';
@@ -16,20 +16,20 @@ const kText = readFileSync(kBomFile, 'utf8');
 const kBom = JSON.parse(kText);
 const component = (name) => kBom.components.find((part) => part.name === name);
 
-test('it is valid by the published schema of CycloneDX 1.5, which does notice a fault', async () => {
+test('it is valid by the published schema of CycloneDX 1.5, which does detect a fault', async () => {
   const validator = new Validation.JsonStrictValidator(Spec.Version.v1dot5);
   assert.equal(await validator.validate(kText), null);
   assert.notEqual(await validator.validate(kText.replace('"device-driver"', '"driver"')), null);
 });
 
-test('it is the one in the package, and tells version and hash of the packed program', (t) => {
+test('it is the one in the package, with version and hash of the packed program', (t) => {
   assert.equal(readFileSync(path.join(unpacked(t, packageIn(kReleaseBuild)), 'bom.json'), 'utf8'), kText);
   const { name, version, hashes } = kBom.metadata.component;
   assert.deepEqual({ name, version }, { name: 'Velmarine.Client', version: kVersion });
   assert.deepEqual(hashes, [{ alg: 'SHA-256', content: sha256(readFileSync(kPackedProgram)) }]);
 });
 
-test('the driver files stand there as they are carried, a stand-in as what it is', () => {
+test('it lists the embedded driver files, a stand-in as such', () => {
   const isLab = configured('VELMARINE_DRIVER') === 'lab';
   for (const name of ['WinDivert.dll', 'WinDivert64.sys']) {
     assert.deepEqual(component(name).hashes, [{ alg: 'SHA-256', content: sha256(readFileSync(path.join(kDriverFolder, name))) }]);
@@ -37,7 +37,7 @@ test('the driver files stand there as they are carried, a stand-in as what it is
   }
 });
 
-test('every library that is linked in has its package, version and licence there', () => {
+test('every linked library has its package, version and licence', () => {
   const libraries = linkedFiles(readFileSync(kMap, 'utf8')).filter((file) => !file.startsWith(kReleaseBuild));
   assert.ok(libraries.some((file) => file.endsWith('/libstdc++.a')) && libraries.some((file) => file.endsWith('/crt2u.o')));
   const versions = new Set(libraries.map((file) => owner(file)).map((from) => `${from.package} ${from.version}`));
@@ -55,7 +55,7 @@ test('THIRD-PARTY.md names every part', () => {
   for (const { name } of kBom.components) assert.ok(said.includes(name), name);
 });
 
-/** Makes the bill of a stand-in build whose map is `map`; returns its result. */
+/** Makes the bill of a build with the stand-in and the linker map `map`; returns the result. */
 function make(t, map, environment = {}) {
   const folder = temporaryFolder(t);
   const out = path.join(folder, 'bom.json');
@@ -68,14 +68,14 @@ function make(t, map, environment = {}) {
 
 const kGcc = path.dirname(execFileSync('x86_64-w64-mingw32-gcc-posix', ['-print-libgcc-file-name'], { encoding: 'utf8' }).trim());
 
-test('a library that nobody knows ends the build', (t) => {
+test('an unknown library fails the build', (t) => {
   const { status, stderr } = make(t, `${kGcc}/libgomp.a(barrier.o)\n`);
   assert.equal(status, 1);
   assert.match(stderr, /libgomp\.a is linked into the program; make_bom\.mjs does not know what it is/);
   assert.match(make(t, '/usr/local/lib/libmine.a(mine.o)\n').stderr, /libmine\.a/);
 });
 
-test('the published driver stands there with licence and source', (t) => {
+test('the published driver is listed with licence and source', (t) => {
   const { bom } = make(t, `${kGcc}/libgcc.a(_chkstk_ms.o)\n`);
   const [dll] = bom.components;
   assert.deepEqual([dll.name, dll.version, dll.purl], ['WinDivert.dll', '2.2.2-A', 'pkg:github/basil00/windivert@v2.2.2']);
@@ -83,7 +83,7 @@ test('the published driver stands there with licence and source', (t) => {
   assert.deepEqual(bom.components.map(({ name }) => name), ['WinDivert.dll', 'WinDivert64.sys', 'libgcc']);
 });
 
-test('its serial number follows from what is in it, and its time is the one that the build is given', (t) => {
+test('its serial number depends on its content, and its time is the build\'s', (t) => {
   const map = `${kGcc}/libgcc.a(_chkstk_ms.o)\n`;
   const { bom } = make(t, map);
   assert.match(bom.serialNumber, /^urn:uuid:[0-9a-f]{8}-[0-9a-f]{4}-8[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}$/);

@@ -1,5 +1,5 @@
-// What the tests of the release look at: a build folder (RELEASE_BUILD, else that of the lab) in which
-// the target `package` was built.
+// The subject of the release tests: a build folder (RELEASE_BUILD, by default the lab's) in which the target
+// `package` was built.
 import { execFileSync } from 'node:child_process';
 import { createHash } from 'node:crypto';
 import { mkdtempSync, readdirSync, readFileSync, rmSync } from 'node:fs';
@@ -11,7 +11,7 @@ import { kBuild, kRepo } from '../../lab/harness/paths.mjs';
 export { kRepo };
 export const kReleaseBuild = path.resolve(process.env.RELEASE_BUILD ?? path.join(kBuild, 'windows'));
 
-/** The value that the build was configured with. */
+/** A value of the build's configuration. */
 export function configured(name) {
   const cache = readFileSync(path.join(kReleaseBuild, 'CMakeCache.txt'), 'utf8');
   return new RegExp(`^${name}:\\w+=(.*)$`, 'm').exec(cache)?.[1];
@@ -21,7 +21,7 @@ export const kVersion = configured('VELMARINE_VERSION');
 export const kPackedProgram = path.join(kReleaseBuild, 'packaging/Velmarine.Client.exe');
 export const kSymbols = path.join(kReleaseBuild, 'Velmarine.Client.debug');
 
-/** Where the driver files lie that the program carries. */
+/** The folder of the embedded driver files. */
 export const kDriverFolder = configured('VELMARINE_DRIVER') === 'lab' ? path.join(kReleaseBuild, 'lab/driver') : configured('VELMARINE_DRIVER_DIR');
 
 /** The ZIP file in a build folder. */
@@ -33,7 +33,7 @@ export function packageIn(build) {
 
 export const sha256 = (bytes) => createHash('sha256').update(bytes).digest('hex');
 
-/** Unpacks `zip` into a new folder, which goes when the test ends, and returns the one folder in it. */
+/** Unpacks `zip` into a new folder, removed after the test, and returns the one folder in it. */
 export function unpacked(t, zip) {
   const folder = temporaryFolder(t);
   execFileSync('cmake', ['-E', 'tar', 'xf', zip], { cwd: folder });
@@ -42,7 +42,7 @@ export function unpacked(t, zip) {
   return path.join(folder, name);
 }
 
-/** A folder that goes when the test ends. */
+/** A folder that is removed after the test. */
 export function temporaryFolder(t) {
   const folder = mkdtempSync(path.join(tmpdir(), 'velmarine-release-'));
   t.after(() => rmSync(folder, { recursive: true, force: true }));

@@ -1,4 +1,4 @@
-// The user guide as one file: complete, readable without anything beside it, and its links lead somewhere.
+// The user guide as one file: complete, self-contained, and without dead links.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { readdirSync, readFileSync, writeFileSync } from 'node:fs';
@@ -27,7 +27,7 @@ test('it is the one in the package', (t) => {
   assert.deepEqual(readFileSync(path.join(unpacked(t, packageIn(kReleaseBuild)), 'user-guide.zh-CN.html')), readFileSync(kGuide));
 });
 
-test('it asks for nothing but itself', () => {
+test('it requests no other file', () => {
   assert.deepEqual(requests.filter((url) => !url.startsWith('data:')), [`file://${encodeURI(kGuide)}`]);
 });
 
@@ -44,14 +44,14 @@ test('all its pictures show', async () => {
   for (const [width, name] of pictures) assert.ok(width > 100 && name, name);
 });
 
-test('every link within it leads to a place, and there are as many as in the source', async () => {
+test('every internal link has a target, and there are as many as in the source', async () => {
   const targets = await page.locator('a[href^="#"]').evaluateAll((links) =>
     links.map((link) => [link.hash, document.getElementById(decodeURIComponent(link.hash.slice(1))) !== null]));
   assert.equal(targets.length, kSource.match(/\]\(#/g).length);
   assert.deepEqual(targets.filter(([, found]) => !found), []);
 });
 
-test('no link leads to a file that is not beside it', async () => {
+test('no link leads to a missing file', async () => {
   const others = await page.locator('a:not([href^="#"])').evaluateAll((links) => links.map((link) => link.getAttribute('href')));
   assert.deepEqual(others.filter((to) => !/^https?:/.test(to)), []);
 });
@@ -61,7 +61,7 @@ test('nothing is cut off in a narrow window', async () => {
   assert.ok(await page.evaluate(() => document.documentElement.scrollWidth <= window.innerWidth));
 });
 
-/** Makes a guide out of `text`; returns the tool's result. */
+/** Makes a guide from `text`; returns the tool's result. */
 function make(t, text) {
   const folder = temporaryFolder(t);
   writeFileSync(path.join(folder, 'guide.md'), text);
@@ -69,7 +69,7 @@ function make(t, text) {
   return { ...result, html: readdirSync(folder).includes('out.html') ? readFileSync(path.join(folder, 'out.html'), 'utf8') : '' };
 }
 
-test('a link to no heading, a picture that is missing and two headings of one name end the build', (t) => {
+test('a link without a heading, a missing picture and two equal headings fail the build', (t) => {
   assert.equal(make(t, '# A\n\n[b](#a)\n').status, 0);
   assert.match(make(t, '# A\n\n[b](#b)\n').stderr, /no heading for the link to "b"/);
   assert.match(make(t, '# A\n\n![b](b.png)\n').stderr, /ENOENT.*b\.png/);

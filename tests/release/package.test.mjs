@@ -1,5 +1,5 @@
-// The ZIP file that is handed out: what is in it, that its sums are right, and that packing the same
-// files again gives the same bytes.
+// The published ZIP file: its content, its checksums, and that packing the same files again gives the same
+// bytes.
 import assert from 'node:assert/strict';
 import { execFileSync, spawnSync } from 'node:child_process';
 import { cpSync, readFileSync, utimesSync, writeFileSync } from 'node:fs';
@@ -10,7 +10,7 @@ import { filesBelow, kPackedProgram, kReleaseBuild, kRepo, kVersion, packageIn, 
 
 const kZip = packageIn(kReleaseBuild);
 
-test('the package holds the program, its papers and the licences that its parts ask for', (t) => {
+test('the package contains the program, its documents and the licences required by its parts', (t) => {
   const folder = unpacked(t, kZip);
   assert.deepEqual(filesBelow(folder), [
     'LICENSE.txt', 'SHA256SUMS', 'THIRD-PARTY.md', 'Velmarine.Client.exe', 'bom.json', 'licences/GCC.txt', 'licences/GPL-2.txt',
@@ -34,7 +34,7 @@ test('each licence is the whole text', (t) => {
   }
 });
 
-test('SHA256SUMS has every other file of the package, and sha256sum finds them all as they should be', (t) => {
+test('SHA256SUMS lists every other file of the package, and sha256sum confirms them', (t) => {
   const folder = unpacked(t, kZip);
   const sums = readFileSync(path.join(folder, 'SHA256SUMS'), 'utf8').trimEnd().split('\n').map((line) => line.slice(66));
   assert.deepEqual(sums, filesBelow(folder).filter((name) => name !== 'SHA256SUMS'));
@@ -64,7 +64,7 @@ test('packing does not depend on order, file times, permissions or time zone', (
   assert.equal(packed(t, { reversed: true, time: 1.5e9, umask: '077', zone: 'Asia/Shanghai' }), one);
 });
 
-test('a file that the package should have and that is missing is an error', (t) => {
+test('a missing file of the package is an error', (t) => {
   const folder = temporaryFolder(t);
   writeFileSync(path.join(folder, 'list'), `name ${folder}/absent\n`);
   const { status, stderr } = spawnSync(path.join(kRepo, 'packaging/make_zip.sh'), ['list', 'folder', 'out.zip'], { cwd: folder, encoding: 'utf8' });

@@ -1,5 +1,5 @@
-// Reads what the tests ask of a Windows program's file: headers, sections, imports, resources.
-// Microsoft's "PE Format" has the layout; only 64-bit programs.
+// Reads headers, sections, imports and resources of a 64-bit Windows program; the layout is Microsoft's
+// "PE Format".
 export class PeFile {
   constructor(bytes) {
     this.bytes = bytes;
@@ -50,7 +50,7 @@ export class PeFile {
     }
   }
 
-  /** The bytes of the resource of that type and id, in its first language. */
+  /** The bytes of the resource with that type and id, in its first language. */
   resource(type, id) {
     const root = this.offsetOf(this.directory(2).address);
     const entry = (table, wanted) => {

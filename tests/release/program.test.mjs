@@ -1,5 +1,4 @@
-// The program's file as it is handed out: what Windows loads with it, what it carries, and what is no
-// longer in it.
+// The published program's file: its libraries, its resources, and the absence of build information.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
@@ -16,23 +15,23 @@ const kIconGroup = 14;
 const kVersionInfo = 16;
 const kManifest = 24;
 
-// The largest that a download over a site's line should be: it is 2.4 MB with the lab's driver, and the
-// published one adds about 0.1.
-const kMostBytes = 3_000_000;
+// An acceptable download over a site's line: it has 2.4 MB with the lab's driver, and the published one adds
+// about 0.1.
+const kMaxBytes = 3_000_000;
 
-// Windows 10's own: the first are loaded before any code of the program runs, from Windows' folder
-// whatever lies beside the program; the others when they are first called.
+// Windows 10's own libraries: the first are loaded before any code of the program runs, always from Windows'
+// folder; the others at their first call.
 const kKnown = ['advapi32', 'comctl32', 'gdi32', 'kernel32', 'msvcrt', 'ole32', 'shell32', 'user32', 'ws2_32'];
 const kDelayed = ['bcrypt', 'crypt32', 'dwmapi', 'iphlpapi', 'winhttp', 'wintrust', 'wtsapi32'];
 
-test('it names no library to load but those of Windows 10', () => {
+test('it loads only libraries of Windows 10', () => {
   assert.deepEqual(program.imports.sort(), kKnown.map((name) => `${name}.dll`));
   const { offset } = program.sections.find(({ name }) => name === '.rsrc');
   const named = new Set([...program.bytes.toString('latin1', 0, offset).matchAll(/([\w.-]+\.dll)\0/gi)].map(([, name]) => name.toLowerCase()));
   assert.deepEqual([...named].sort(), [...kKnown, ...kDelayed].sort().map((name) => `${name}.dll`));
 });
 
-test('it carries the driver files and the page as they lie in the build', (t) => {
+test('it contains the build\'s driver files and page', (t) => {
   assert.deepEqual(program.resource(kRawData, 201), readFileSync(path.join(kDriverFolder, 'WinDivert.dll')));
   assert.deepEqual(program.resource(kRawData, 202), readFileSync(path.join(kDriverFolder, 'WinDivert64.sys')));
   const page = path.join(temporaryFolder(t), 'app.html');
@@ -40,7 +39,7 @@ test('it carries the driver files and the page as they lie in the build', (t) =>
   assert.deepEqual(program.resource(kRawData, 210), readFileSync(page));
 });
 
-/** An icon group and its pictures as the .ico file that they were made from. */
+/** An icon group and its pictures, as the original .ico file. */
 function iconFile(group) {
   const count = group.readUInt16LE(4);
   const head = Buffer.alloc(6 + 16 * count);
@@ -57,13 +56,13 @@ function iconFile(group) {
   return Buffer.concat([head, ...pictures]);
 }
 
-test('its icon is the one of the sources, in all sizes', () => {
+test('its icon is the sources\' icon, in all sizes', () => {
   assert.deepEqual(iconFile(program.resource(kIconGroup, 301)), readFileSync(path.join(kRepo, 'resources/velmarine.ico')));
 });
 
 const numbersOf = (version) => [...version.split('.').map(Number), 0, 0, 0].slice(0, 4);
 
-test('its manifest asks for an administrator, sharp text on every monitor, and version 6 of the controls', () => {
+test('its manifest requests administrator rights, sharp text on every monitor, and version 6 of the controls', () => {
   const manifest = program.resource(kManifest, 1).toString('utf8');
   assert.match(manifest, /<requestedExecutionLevel level="requireAdministrator" uiAccess="false"\/>/);
   assert.match(manifest, />PerMonitorV2<\/dpiAwareness>/);
@@ -72,7 +71,7 @@ test('its manifest asks for an administrator, sharp text on every monitor, and v
   assert.ok(manifest.includes(`name="Velmarine.Client" version="${numbersOf(kVersion).join('.')}"`));
 });
 
-test('its version resource has the version that the build was given, in Chinese', () => {
+test('its version resource has the build\'s version, in Chinese', () => {
   const info = program.resource(kVersionInfo, 1);
   const fixed = info.indexOf(Buffer.from([0xbd, 0x04, 0xef, 0xfe]));
   assert.ok(fixed > 0);
@@ -86,7 +85,7 @@ test('its version resource has the version that the build was given, in Chinese'
   assert.ok(said.includes('080404B0'));
 });
 
-test('Windows puts it anywhere in 64 bits, runs none of its data, and it ends where its stack is overwritten', () => {
+test('it has a random 64-bit address, data that cannot execute, and a guarded stack', () => {
   const kFlags = { highEntropyVa: 0x20, dynamicBase: 0x40, nxCompat: 0x100 };
   for (const [name, flag] of Object.entries(kFlags)) assert.ok(program.flags & flag, name);
   assert.ok(program.directory(5).size > 0, 'relocations');
@@ -99,14 +98,14 @@ test('it has neither symbols nor debugging information, nor the time of its buil
   assert.equal(program.timestamp, 0);
 });
 
-test('nothing in it says where it was built', () => {
+test('it does not contain the folder of its build', () => {
   for (const encoding of ['latin1', 'utf16le']) {
     const said = program.bytes.toString(encoding);
     for (const folder of [kRepo, kReleaseBuild, configured('CMAKE_HOME_DIRECTORY')]) assert.ok(!said.includes(folder), folder);
   }
 });
 
-test('the symbols beside it belong to it: they name its entry and the lines of its code', () => {
+test('the symbols beside it belong to it: they name its entry point and its source lines', () => {
   const [, start] = /^start address 0x([0-9a-f]+)$/m.exec(execFileSync('x86_64-w64-mingw32-objdump', ['-f', kPackedProgram], { encoding: 'utf8' }));
   const symbols = execFileSync('x86_64-w64-mingw32-nm', [kSymbols], { encoding: 'utf8', maxBuffer: 1 << 28 });
   assert.match(symbols, new RegExp(`^${start} T WinMainCRTStartup$`, 'm'));
@@ -114,4 +113,4 @@ test('the symbols beside it belong to it: they name its entry and the lines of i
   assert.match(execFileSync('x86_64-w64-mingw32-addr2line', ['-e', kSymbols, address], { encoding: 'utf8' }), /src\/shell\/\w+\.cpp:\d+/);
 });
 
-test('it is small enough to be sent over a slow line', () => assert.ok(program.bytes.length < kMostBytes));
+test('it is small enough for a slow line', () => assert.ok(program.bytes.length < kMaxBytes));

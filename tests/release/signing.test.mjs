@@ -1,6 +1,6 @@
-// A package that is signed: the signature holds, sums and bill of materials are the signed program's, and
-// it still starts. Signs with a publisher of the test's own; no server that would timestamp is asked.
-// Reconfigures the build folder RELEASE_BUILD and puts it back: run by ./test release.
+// A signed package: the signature is valid, checksums and bill of materials are the signed program's, and it
+// still starts. Signs as a test publisher, without a timestamp server. Reconfigures the build folder
+// RELEASE_BUILD and restores it: run by ./test release.
 import assert from 'node:assert/strict';
 import { execFileSync, spawnSync } from 'node:child_process';
 import { copyFileSync, readFileSync } from 'node:fs';
@@ -15,7 +15,7 @@ let keys;
 
 const configure = (...settings) => spawnSync('cmake', ['-S', configured('CMAKE_HOME_DIRECTORY'), '-B', kReleaseBuild, ...settings], { encoding: 'utf8' });
 
-/** Builds the package anew, signed with that key and certificate, or not if they are empty. */
+/** Rebuilds the package, signed with that key and certificate, or unsigned if they are empty. */
 function packageWith(key, certificate) {
   const { status, stderr } = configure(`-DVELMARINE_SIGN_KEY=${key}`, `-DVELMARINE_SIGN_CERTIFICATE=${certificate}`);
   assert.equal(status, 0, stderr);
@@ -32,7 +32,7 @@ after(() => packageWith('', ''));
 
 const verify = (program, authority) => spawnSync('osslsigncode', ['verify', '-CAfile', authority, '-in', program], { encoding: 'utf8' });
 
-test('the program in the package is signed by the publisher, and the authority vouches for it', (t) => {
+test('the program in the package is signed by the publisher, whose certificate is trusted', (t) => {
   const program = path.join(unpacked(t, kZip), 'Velmarine.Client.exe');
   const { status, stdout } = verify(program, path.join(keys, 'authority.pem'));
   assert.equal(status, 0, stdout);
@@ -40,14 +40,14 @@ test('the program in the package is signed by the publisher, and the authority v
   assert.notEqual(verify(program, path.join(keys, 'unknown.pem')).status, 0);
 });
 
-test('a byte that is altered breaks the signature', (t) => {
+test('an altered byte breaks the signature', (t) => {
   const altered = path.join(temporaryFolder(t), 'altered.exe');
   copyFileSync(kPackedProgram, altered);
   execFileSync('dd', [`of=${altered}`, 'bs=1', 'seek=5000', 'conv=notrunc'], { input: 'x', stdio: ['pipe', 'ignore', 'ignore'] });
   assert.notEqual(verify(altered, path.join(keys, 'authority.pem')).status, 0);
 });
 
-test('sums and bill of materials are those of the signed program', (t) => {
+test('checksums and bill of materials are the signed program\'s', (t) => {
   assert.notEqual(sha256(readFileSync(kZip)), unsigned);
   const folder = unpacked(t, kZip);
   execFileSync('sha256sum', ['-c', '--quiet', 'SHA256SUMS'], { cwd: folder });
@@ -57,14 +57,14 @@ test('sums and bill of materials are those of the signed program', (t) => {
 
 test('the signed program starts', (t) => {
   const folder = unpacked(t, kZip);
-  // With nothing to replace anything by, it ends with the code that stands for that.
+  // Without a replacement it ends with the exit code for that.
   const { status } = spawnSync('node', [path.join(kRepo, 'lab/run/under_wine.mjs'), '/usr/lib/wine/wine64', 'Velmarine.Client.exe',
     '--apply-update', '0', 'C:\\none.exe', 'C:\\program.exe'], { cwd: folder, timeout: 120_000 });
   const kNoSource = 2;
   assert.equal(status, kNoSource);
 });
 
-test('a key without its certificate ends the configuration', () => {
+test('a key without its certificate fails the configuration', () => {
   const { status, stderr } = configure('-DVELMARINE_SIGN_CERTIFICATE=');
   assert.notEqual(status, 0);
   assert.match(stderr, /VELMARINE_SIGN_KEY is set/);

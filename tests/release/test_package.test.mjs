@@ -1,5 +1,5 @@
-// The tests as they are packed for Windows: unpacked into a folder with blanks and Chinese letters, all of
-// them run there by the one command, but those that tests/wine_only.txt names.
+// The tests packed for Windows: unpacked into a folder with blanks and Chinese letters, one command runs all of
+// them there, except those named in tests/wine_only.txt.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { mkdirSync, readFileSync, renameSync, statSync, writeFileSync } from 'node:fs';
@@ -14,7 +14,7 @@ const kLeftOut = readFileSync(path.join(kRepo, 'tests/wine_only.txt'), 'utf8').s
   .filter((line) => line !== '' && !line.startsWith('#')).map((line) => line.split(' '));
 const kPrograms = ['checks', 'diag', 'packet_allocations', 'page', 'platform', 'remote', 'service', 'settings', 'shell', 'text', 'tunnel', 'update', 'webview'];
 
-/** Runs a Windows command line in `folder`, in a Wine of the tests' own. */
+/** Runs a Windows command line in `folder`, in the tests' own Wine. */
 const inWine = (folder, ...command) => spawnSync('node', [path.join(kRepo, 'lab/run/under_wine.mjs'), '/usr/lib/wine/wine64', ...command],
   { cwd: folder, encoding: 'utf8', timeout: 580_000 });
 
@@ -24,7 +24,7 @@ before((t) => {
   renameSync(unpacked(t, kZip), folder);
 });
 
-test('every test that is left out is there to be left out, and has its reason', () => {
+test('every excluded test exists and has a reason', () => {
   for (const program of new Set(kLeftOut.map(([name]) => name))) {
     const { stdout } = inWine(folder, `tests\\${program}.exe`, '--gtest_list_tests');
     const suites = new Set([...stdout.matchAll(/^(\w+\.)\r?$/gm)].map(([, name]) => name));
@@ -41,10 +41,10 @@ test('every test that is left out is there to be left out, and has its reason', 
 /** Each failed test's whole output, and the last line. */
 const failuresIn = (results) => [...results.matchAll(/^\[ RUN {6}\] (?:(?!^\[ RUN)[^])*?^\[  FAILED  \].*$/gm), results.slice(-200)].join('\n');
 
-/** What Windows' own library writes for a user when it first verifies a signature: empty stores, and its standard policy. */
+/** Registry keys that Windows' own library writes when it first verifies a signature: empty stores and its policy. */
 const isOfTheSystem = (key) => /^\[Software\\\\Microsoft\\\\(SystemCertificates|Windows\\\\CurrentVersion\\\\Wintrust)\\\\/.test(key);
 
-/** What the user has in this Wine: his files, but for temporary ones, and the values of his registry. */
+/** The user's data in this Wine: files, except temporary ones, and registry values. */
 function userState() {
   const prefix = path.join(kBuild, `lab-unit${kLabSuffix}/prefix`);
   const users = path.join(prefix, 'drive_c/users');
@@ -54,7 +54,7 @@ function userState() {
   return { files, values };
 }
 
-test('run-tests.cmd runs all programs where they were unpacked, and ends with one line of sums', () => {
+test('run-tests.cmd runs all programs in their folder, and ends with one summary line', () => {
   const before = userState();
   const { status } = inWine(folder, 'cmd', '/c', 'run-tests.cmd');
   assert.deepEqual(userState(), before, "what is the user's own stays as it was");
@@ -67,12 +67,12 @@ test('run-tests.cmd runs all programs where they were unpacked, and ends with on
   for (const [, filter] of kLeftOut) assert.ok(!results.includes(`[ RUN      ] ${filter.replace('*', '')}`), filter);
 });
 
-test('a program that fails is named at the end, and in the exit code', (t) => {
+test('a failing program is named at the end, and shows in the exit code', (t) => {
   const small = path.join(temporaryFolder(t), '少 few');
   mkdirSync(path.join(small, 'tests'), { recursive: true });
   for (const name of ['run-tests.cmd', 'wine_only.txt']) writeFileSync(path.join(small, name), readFileSync(path.join(folder, name)));
   writeFileSync(path.join(small, 'tests/text_test.exe'), readFileSync(path.join(folder, 'tests/text_test.exe')));
-  // What is no program at all cannot be started, as one with a library missing cannot.
+  // An invalid program cannot be started, like one with a missing library.
   writeFileSync(path.join(small, 'tests/broken_test.exe'), 'no program');
   const { status } = inWine(small, 'cmd', '/c', 'run-tests.cmd');
   const lines = readFileSync(path.join(small, 'results.txt'), 'latin1').trimEnd().split('\r\n');

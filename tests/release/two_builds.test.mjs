@@ -1,5 +1,5 @@
-// The same sources make the same program and the same package, wherever they lie. Takes minutes: run by
-// ./test release, which leaves the first build for its other tests.
+// The same sources make the same program and package in any folder. Takes minutes: run by ./test release, which
+// uses the first build for its other tests.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { mkdirSync, readFileSync, rmSync } from 'node:fs';
@@ -12,13 +12,13 @@ import { kRepo, packageIn, sha256 } from './built.mjs';
 const kSettings = ['-DVELMARINE_DRIVER=lab', '-DCMAKE_UNITY_BUILD=ON', '-DCMAKE_UNITY_BUILD_BATCH_SIZE=12',
   '-DVELMARINE_DOWNLOAD_URL=https://downloads.example.com/velmarine'];
 
-// What must not matter differs between the two: the folder, the time zone and, minutes apart, the time.
+// The two builds differ in all that must not matter: the folder, the time zone and, by minutes, the time.
 const kBuilds = [
   { name: 'one', zone: 'UTC' },
   { name: 'another/with-a-much-longer-path', zone: 'Asia/Shanghai' },
 ];
 
-/** Copies what git would commit, builds the package with the lab's driver there, and returns the build folder. */
+/** Copies the files known to git, builds the package with the lab's driver there, and returns the build folder. */
 function build({ name, zone }) {
   const folder = path.join(kBuild, 'two-builds', name);
   rmSync(folder, { recursive: true, force: true });

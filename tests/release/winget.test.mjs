@@ -1,4 +1,4 @@
-// winget's manifests of the package: valid, of one version, and true of the ZIP file.
+// winget's manifests of the package: valid, of one version, and matching the ZIP file.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { existsSync, readdirSync, readFileSync } from 'node:fs';
@@ -18,7 +18,7 @@ const ajv = new Ajv({ strictTypes: false, allErrors: true });
 const make = (out, url) => spawnSync('cmake', [`-DZIP=${kZip}`, `-DVERSION=${kVersion}`, `-DDOWNLOAD_URL=${url}`, `-DOUT=${out}`,
   '-P', path.join(kRepo, 'packaging/make_winget.cmake')], { encoding: 'utf8' });
 
-/** The manifests of this build's package, by their type. */
+/** The manifests of this build's package, by type. */
 function manifests(t, url = 'https://downloads.example.com/velmarine') {
   const out = temporaryFolder(t);
   assert.equal(make(out, url).status, 0);
@@ -35,13 +35,13 @@ function faults(manifest) {
   return (validate.errors ?? []).map(({ instancePath, message }) => `${instancePath} ${message}`);
 }
 
-test('every manifest keeps to what winget lets it say', (t) => {
+test('every manifest is valid by winget\'s schema', (t) => {
   const all = manifests(t);
   assert.deepEqual(Object.keys(all).sort(), Object.keys(kSchemas).sort());
   for (const manifest of Object.values(all)) assert.deepEqual(faults(manifest), []);
 });
 
-test('and what is not so is noticed', (t) => {
+test('and invalid manifests are detected', (t) => {
   const { installer, defaultLocale } = manifests(t);
   const [one] = installer.Installers;
   assert.notDeepEqual(faults({ ...installer, PackageIdentifier: 'Velmarine' }), []);
@@ -53,7 +53,7 @@ test('and what is not so is noticed', (t) => {
   assert.notDeepEqual(faults({ ...defaultLocale, Sort: 'x' }), []);
 });
 
-test('all are of the package and its version, Chinese first', (t) => {
+test('all have the package\'s name and version, Chinese first', (t) => {
   const all = manifests(t);
   for (const { PackageIdentifier, PackageVersion } of Object.values(all)) {
     assert.deepEqual([PackageIdentifier, PackageVersion], ['Velmarine.Client', kVersion]);
@@ -62,7 +62,7 @@ test('all are of the package and its version, Chinese first', (t) => {
   assert.deepEqual([all.defaultLocale.PackageLocale, all.locale.PackageLocale], ['zh-CN', 'en-US']);
 });
 
-test('the installer is the ZIP file by name and hash, and the program lies in it where it says', (t) => {
+test('the installer matches the ZIP file\'s name and hash, and the program is at the stated place in it', (t) => {
   const { installer } = manifests(t, 'https://downloads.example.com/velmarine/');
   const [{ InstallerUrl, InstallerSha256, Architecture }] = installer.Installers;
   assert.equal(InstallerUrl, `https://downloads.example.com/velmarine/${path.basename(kZip)}`);
@@ -73,7 +73,7 @@ test('the installer is the ZIP file by name and hash, and the program lies in it
   assert.ok(existsSync(path.join(path.dirname(folder), ...RelativeFilePath.split('\\'))), RelativeFilePath);
 });
 
-test('the build writes the same where it is given the address, and none without one', (t) => {
+test('the build writes the same manifests with the address, and none without it', (t) => {
   const url = /^VELMARINE_DOWNLOAD_URL:\w+=(.*)$/m.exec(readFileSync(path.join(kReleaseBuild, 'CMakeCache.txt'), 'utf8'))[1];
   const folder = path.join(kReleaseBuild, 'winget', kVersion);
   assert.equal(existsSync(folder), url !== '');
@@ -85,7 +85,7 @@ test('the build writes the same where it is given the address, and none without 
   }
 });
 
-test('an address that winget would not take ends the build', (t) => {
+test('an address that winget would refuse fails the build', (t) => {
   const { status, stderr } = make(temporaryFolder(t), 'ftp://downloads.example.com');
   assert.notEqual(status, 0);
   assert.match(stderr, /winget takes http\s+and https/);

@@ -1,5 +1,5 @@
-// What winget's manifests of version 1.6.0 may say, of the members that ours use: transcribed by us from
-// the schemas that Microsoft publishes, and stricter, as a member that does not stand here is a fault.
+// The schema of winget's manifests, version 1.6.0, for the members that ours use: transcribed from Microsoft's
+// published schemas, and stricter, because any other member is an error.
 const kWord = '[^.\\s\\\\/:*?"<>|\\x01-\\x1f]{1,32}';
 const identifier = { type: 'string', pattern: `^${kWord}(\\.${kWord}){1,7}$`, maxLength: 128 };
 const version = { type: 'string', pattern: '^[^\\\\/:*?"<>|\\x01-\\x1f]+$', maxLength: 128 };
@@ -8,7 +8,7 @@ const text = (minLength, maxLength) => ({ type: 'string', minLength, maxLength }
 const list = (items, maxItems) => ({ type: 'array', items, maxItems, uniqueItems: true });
 const object = (properties, required) => ({ type: 'object', properties, required, additionalProperties: false });
 
-/** A manifest of `type`: the members that all have, and `properties`, of which `required` must be there. */
+/** A manifest of `type`: the common members, and `properties`, of which `required` are mandatory. */
 const manifest = (type, properties, required) => object({
   PackageIdentifier: identifier, PackageVersion: version, ...properties,
   ManifestType: { const: type }, ManifestVersion: { const: '1.6.0' },
@@ -27,7 +27,7 @@ const localeMembers = {
   ShortDescription: text(3, 256), Tags: list(text(1, 40), 16), InstallationNotes: text(1, 10000),
 };
 
-/** By the value of ManifestType. */
+/** The schemas by ManifestType. */
 export const kSchemas = {
   version: manifest('version', { DefaultLocale: locale }, ['DefaultLocale']),
   installer: manifest('installer', {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "link.h"
-// The SDK before everything else.
+#include "link.h"  // includes the SDK, which must come first
+
 #include <atomic>
 #include <functional>
 #include <memory>
