@@ -1,5 +1,5 @@
-// Three paths, a line each, and a process id: what the running program writes for the one that
-// replaces it must come back when the command line is split by the system's published rules.
+// Input: three paths, one per line, and a process id. The command line written for the replacement
+// process must yield them again when it is split by the system's published rules.
 
 #include <cwchar>
 #include <optional>
@@ -14,8 +14,8 @@ namespace {
 
 using fuzz::Require;
 
-// The program's name, which comes first: in quotes it ends at the next quote, else at a blank; a
-// backslash means nothing.
+// The program's name, which comes first. A quoted name ends at the next quote, any other at a
+// blank; backslashes are not special.
 std::wstring TakeProgram(std::wstring_view& rest) {
   const bool isQuoted = rest.starts_with(L'"');
   if (isQuoted) rest.remove_prefix(1);
@@ -25,10 +25,10 @@ std::wstring TakeProgram(std::wstring_view& rest) {
   return program;
 }
 
-// Every other argument, as the documentation of CommandLineToArgvW has it: 2n backslashes before a
-// quote are n, and the quote begins or ends a quoted part; 2n+1 are n, and the quote is a
-// character. All other backslashes are characters. A quote behind one that ends a quoted part is a
-// character.
+// Every other argument, as documented for CommandLineToArgvW: 2n backslashes before a quote stand
+// for n, and the quote begins or ends a quoted part; 2n+1 stand for n, and the quote is a
+// character. All other backslashes are characters. A quote right after one that ends a quoted part
+// is a character.
 std::wstring TakeArgument(std::wstring_view& rest) {
   std::wstring argument;
   bool isQuoted = false;
@@ -61,8 +61,9 @@ std::vector<std::wstring> Split(std::wstring_view commandLine) {
   }
 }
 
-// What QuoteArgument() says it does not keep, and a zero, which ends a command line.
-bool IsKept(const std::wstring& text) {
+// False for the texts that QuoteArgument() does not preserve, and for a zero, which ends a command
+// line.
+bool IsPreserved(const std::wstring& text) {
   return text.find(L'\0') == std::wstring::npos && text.find(L"\\\"") == std::wstring::npos &&
          !text.ends_with(L'\\');
 }
@@ -77,9 +78,9 @@ void Run(fuzz::Input input) {
   const std::wstring commandLine = UpdaterCommandLine(updater, processId, source, destination);
   const std::vector<std::wstring> arguments = Split(commandLine);
   shell::ParseApplyUpdate(arguments);
-  // No path holds a quote; elsewhere than in the program's name one is kept all the same.
+  // A quote cannot be preserved in the program's name; no path contains one.
   if (updater.find_first_of(L"\"\0", 0, 2) != std::wstring::npos) return;
-  if (!IsKept(source) || !IsKept(destination)) return;
+  if (!IsPreserved(source) || !IsPreserved(destination)) return;
   Require(arguments.size() == 5 && arguments[0] == updater);
   const auto read = shell::ParseApplyUpdate(arguments);
   Require(read && read->parentPid == processId);

@@ -1,7 +1,7 @@
-// The service's replies, a line each ("-" for none), behind a line that chooses what else happens
-// (h: a connection is held, o: from an old version's file, d: discovery is on, f: the tunnel
-// fails). Whatever the service grants, a connection that has failed or ended is forgotten
-// everywhere, on the disk and on the proxy list, and one that stands is the one that was granted.
+// Input: a line of options (h: a connection is held, o: it comes from an old version's file, d:
+// discovery is on, f: the tunnel fails), then the service's replies, one per line ("-" for none).
+// Whatever the service grants, a failed or ended connection is removed from the disk and the proxy
+// list, and a standing one is the one that was granted.
 
 #include <optional>
 #include <stdexcept>
@@ -19,7 +19,7 @@ using settings::Settings;
 
 constexpr wchar_t kOwnEntry[] = L"intranet.example";
 
-// The fakes of the unit tests, with a proxy list that is edited as the real one is.
+// The unit tests' fakes, with a proxy list edited like the real one.
 class World {
  public:
   explicit World(fuzz::Input& input) {
@@ -56,13 +56,13 @@ class World {
     try {
       fake_.RunJob(settings_, [this](auto& job) { return fake_.Jobs().Stop(job, fake_); });
     } catch (const std::runtime_error&) {
-      // No usable reply; it is forgotten all the same.
+      // No usable reply; the connection is forgotten nevertheless.
     }
     CheckForgotten();
   }
 
  private:
-  // Of an earlier run; of a version that kept no grant beside the settings, without one.
+  // From an earlier run. An old version saved no grant beside the settings.
   void HoldConnection(bool isOld) {
     settings_.connectionId = L"held";
     settings_.assignedAddress = L"10.8.0.9";

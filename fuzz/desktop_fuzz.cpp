@@ -1,7 +1,7 @@
-// The service's reply to the wish for a remote desktop, behind a saved path and, before that, a
-// line that chooses what else happens (s: the path is a program's, x: copying fails, e: the program
-// ends meanwhile). Whatever the reply says, only RustDesk is started, once, with the session's ID,
-// and the password goes nowhere but to the clipboard and the window that asks for it.
+// Input: a line of options (s: the saved path is a program, x: copying fails, e: the program closes
+// during the request), a saved path, and the service's reply to the request for a remote desktop.
+// Whatever the reply contains, only RustDesk is started, once, with the session's ID, and the
+// password reaches only the clipboard and the window that asks for it.
 
 #include <map>
 #include <optional>
@@ -18,7 +18,7 @@ using fuzz::Require;
 
 constexpr std::uint64_t kWholeProgram = 20'000'000;
 
-// Everything around the job, and what the reply says, as the target reads it.
+// The job's surroundings, and the reply as the target reads it.
 class Desk : RemoteDesktopDeps {
  public:
   explicit Desk(fuzz::Input& input) {
@@ -122,7 +122,7 @@ class Desk : RemoteDesktopDeps {
   std::wstring reply_;
   std::stop_source closing_;
   bool canCopy_ = false;
-  bool isClosing_ = false;  // the program ends while the service answers
+  bool isClosing_ = false;  // the program closes during the request
   bool isConfigured_ = false;
   bool isCopied_ = false;
   bool isLaunched_ = false;

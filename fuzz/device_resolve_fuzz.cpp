@@ -1,5 +1,6 @@
-// The number, the name and the profile that are known, a line each, and the service's reply to an
-// access key: a refusal or an unusable reply changes nothing, any other only what it says.
+// Input: the known number, name and profile, one per line, and the service's reply to an access
+// key. A refusal or unusable reply changes nothing; any other changes only the members that it
+// contains.
 
 #include <stdexcept>
 
@@ -14,7 +15,7 @@ namespace {
 using fuzz::Require;
 using settings::Settings;
 
-// What one member of the data gives, where it is a text.
+// One member of the data, if it is a text.
 std::wstring Said(const settings::JsonValue& data, const std::wstring& key,
                   const std::wstring& otherwise) {
   if (data.AsObject() == nullptr) return otherwise;

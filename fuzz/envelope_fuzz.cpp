@@ -6,8 +6,8 @@
 #include "service/api_messages.h"
 #include "text/utf8.h"
 
-// A reply of the service, from its bytes to the granted connection: any bytes either read or throw
-// one of the fixed texts.
+// A reply of the service, from its bytes to the granted connection: any bytes are either read or
+// throw one of the fixed texts.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t sizeBytes) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), sizeBytes);
   try {

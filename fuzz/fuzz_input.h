@@ -10,16 +10,16 @@
 
 #include "text/utf8.h"
 
-// What the fuzz targets share: cutting an input into parts, and ending the run where a promise is
-// broken; libFuzzer then keeps the input and prints the stack.
+// Shared by the fuzz targets: splitting an input into parts, and aborting when a requirement is
+// violated; libFuzzer then saves the input and prints the stack.
 namespace fuzz {
 
 inline void Require(bool holds) {
   if (!holds) std::abort();
 }
 
-// The bytes of one input, taken from the front. Past its end everything is zero or empty, so that
-// every input means something.
+// The bytes of one input, consumed from the front. Past its end everything is zero or empty, so
+// that every input is valid.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t sizeBytes)
@@ -32,14 +32,14 @@ class Input {
     return byte.empty() ? std::uint8_t{0} : std::to_integer<std::uint8_t>(byte.front());
   }
 
-  // So many, or all that are left.
+  // This many bytes, or all that remain.
   std::span<const std::byte> Bytes(std::size_t count) {
     const auto taken = rest_.first(std::min(count, rest_.size()));
     rest_ = rest_.subspan(taken.size());
     return taken;
   }
 
-  // Up to the next line feed, which is taken too, so that seeds are texts that one can read.
+  // Up to the next line feed, which is consumed too, so that seeds are readable texts.
   std::string Line() {
     const auto end = std::ranges::find(rest_, std::byte{'\n'});
     const std::string line = Text(Bytes(static_cast<std::size_t>(end - rest_.begin())));

@@ -65,7 +65,7 @@ Socket::Options Socket::ReadOptions() noexcept {
   return {};
 }
 
-// A call that closes the socket under itself, as a stop does, still returns what the peer gave.
+// A call during which the socket is closed, as by a stop, still returns the peer's result.
 int Socket::Connect(const SocketAddress&, std::chrono::milliseconds) noexcept {
   return fuzz::streamPeer->Connect();
 }

@@ -7,9 +7,9 @@
 
 namespace fuzz {
 
-// The other end of every stream, in memory: memory_socket.cpp stands in the place of
-// platform/socket.cpp, so that a target decides what a connection brings, call by call, and neither
-// the system nor a thread comes between. Datagrams are not sent.
+// The other end of every stream, in memory: memory_socket.cpp replaces platform/socket.cpp, so that
+// a target scripts each call of a connection, without the system or other threads. Datagrams are
+// not sent.
 //
 // Threads: one; the sockets' calls run on the thread that makes them.
 class StreamPeer {
@@ -20,7 +20,7 @@ class StreamPeer {
   virtual platform::SocketResult Receive(std::span<std::byte> buffer) = 0;
 };
 
-// Null takes it away; kept, not owned.
+// Null removes it. Not owned.
 void SetStreamPeer(StreamPeer* peer);
 
 }  // namespace fuzz

@@ -1,5 +1,5 @@
-// Any bytes as a downloaded program: its version is found or not, and the answer does not depend on
-// what stands behind its end.
+// Any bytes as a downloaded program: the answer about its version must not depend on the memory
+// after its end.
 
 #include <span>
 #include <vector>

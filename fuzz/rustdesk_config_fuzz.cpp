@@ -1,6 +1,6 @@
-// What the service says of its RustDesk servers, any JSON text, behind a first line of user names:
-// every value stands in the configuration as it was said, which a small reader of quoted values
-// looks at, and each file is written once.
+// Input: a line of user names, and the service's description of its RustDesk servers, any JSON
+// text. A small reader of quoted values must find every value in the configuration, and each file
+// is written once.
 
 #include <map>
 #include <set>
@@ -17,8 +17,7 @@ namespace {
 
 using fuzz::Require;
 
-// One "name = 'value'" off the front of `text`; a backslash stands before each character that is
-// meant as it is.
+// Takes one "name = 'value'" off the front of `text`; a backslash escapes the next character.
 std::pair<std::wstring, std::wstring> TakeEntry(std::wstring_view& text) {
   const std::size_t nameEnd = text.find(L" = '");
   Require(nameEnd != std::wstring_view::npos);

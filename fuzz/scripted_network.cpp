@@ -9,7 +9,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A start's attempts wait for at most so long, a path that runs for longer.
+// Attempts at the start wait at most this long; a running path waits longer.
 constexpr milliseconds kLongestAttempt{900};
 constexpr milliseconds kErrorPause{20};
 constexpr milliseconds kLossTime{45000};
@@ -31,7 +31,7 @@ bool IsHello(std::span<const std::byte> datagram) {
   return datagram.size() > 4 && datagram[4] == std::byte{2};
 }
 
-// Any token but zero will do.
+// Any token except zero.
 bool IsAcknowledgement(std::span<const std::byte> datagram) {
   const Bytes start = ScriptedNetwork::Acknowledgement();
   if (datagram.size() != start.size()) return false;
@@ -102,7 +102,7 @@ tunnel::DatagramSocketPointer ScriptedNetwork::OpenSocket(const std::wstring&, m
   return std::make_shared<ScriptedSocket>(*this);
 }
 
-// The pause after an error passes at once; the keep-alive's wait ends when the clock is moved.
+// The pause after an error ends at once; the keep-alive's wait ends when the clock advances.
 void ScriptedNetwork::Wait(platform::Condition& condition, platform::Mutex& mutex,
                            milliseconds time) {
   if (time <= kErrorPause) {
@@ -131,7 +131,7 @@ void ScriptedNetwork::Advance(milliseconds time) {
     mutex = sleepsWith_;
   }
   {
-    // Until the thread has let go of it to wait, nothing would wake.
+    // Held until the thread waits: an earlier wake-up would be lost.
     const platform::MutexLock held(*mutex);
   }
   condition->NotifyAll();

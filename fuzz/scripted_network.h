@@ -15,10 +15,10 @@ namespace fuzz {
 
 using Bytes = std::vector<std::byte>;
 
-// The clock and the datagrams of a UDP relay, both moved by the target alone. Its two threads run
-// only while the target waits for them, so that the same script always does the same.
+// The clock and the datagrams of a UDP relay, both controlled by the target. The relay's two
+// threads run only while the target waits for them, so that a script is deterministic.
 //
-// Threads: the public functions by one, the target's; the rest by the UDP relay's.
+// Threads: the public functions on the target's; the others on the UDP relay's.
 class ScriptedNetwork final : public tunnel::UdpNetwork {
  public:
   static constexpr std::uint64_t kToken = 0x1122334455667788;
@@ -38,7 +38,7 @@ class ScriptedNetwork final : public tunnel::UdpNetwork {
   void SetAnswering(bool isAnswering) { isAnswering_ = isAnswering; }
   void SetFailing(bool isFailing) { isFailing_ = isFailing; }
 
-  // Each returns once both threads wait again, or when the path is closed.
+  // Each returns once both threads wait again or the path is closed.
   void Deliver(Bytes datagram) EXCLUDES(lock_);
   void Advance(std::chrono::milliseconds time) EXCLUDES(lock_);
   void AwaitQuiet() EXCLUDES(lock_);

@@ -38,7 +38,7 @@ std::unique_ptr<tunnel::WinDivertApi> CheckingDriver(const Answers& answers) {
   api->recv = [](tunnel::WinDivertHandle, void*, std::uint32_t, std::uint32_t*,
                  tunnel::WinDivertAddress*) { return 0; };
   api->send = CheckInjected;
-  // As the real one it may look behind the packet.
+  // Like the real one, it may read memory after the packet.
   api->calcChecksums = [](void* bytes, std::uint32_t length, tunnel::WinDivertAddress*,
                           std::uint64_t) {
     tunnel::TouchEach(

@@ -11,27 +11,28 @@
 #include "tunnel/driver/windivert.h"
 #include "tunnel/relay/test_frames.h"
 
-// What both sides of a tunnel may see. Everything here aborts when they see anything else.
+// Checks what both sides of a tunnel receive. Everything here aborts on a violation.
 namespace fuzz {
 
 // The interface of every captured packet.
 inline constexpr std::uint32_t kInterface = 12;
 
-// What programs on this computer may hear: the address that answers (first), their own.
+// The packets that programs on this computer may receive: from the address that answers (first), to
+// their own.
 using Answers = std::set<std::pair<std::uint32_t, std::uint32_t>>;
 
-// A driver that takes only whole packets, on kInterface, with addresses in `answers`. One at a
-// time, as its table has no place for an object; `answers` must outlive it.
+// A driver that accepts only whole packets, on kInterface, with addresses in `answers`. One at a
+// time, because its function table has no object pointer. `answers` must outlive it.
 std::unique_ptr<tunnel::WinDivertApi> CheckingDriver(const Answers& answers);
-// How many of its handles are open.
+// The number of its open handles.
 std::size_t OpenDriverHandles();
-// Whether it refuses what it is to inject, and to open further handles, from now on.
+// Whether it refuses to inject packets and to open further handles from now on.
 void SetDriverFailing(bool isFailing);
 
-// Any whole packet that goes to the relay; returns a copy.
+// Requires a whole packet for the relay and returns a copy.
 tunnel::Bytes CheckedPacket(std::span<const std::byte> packet, std::uint32_t tunnelAddress);
 
-// What the program sends to the relay by one stream after the other.
+// The bytes that the program sends to the relay, on successive streams.
 class SentStream {
  public:
   using Take = std::function<void(std::span<const std::byte> packet)>;
@@ -40,7 +41,8 @@ class SentStream {
   explicit SentStream(Take onPacket) : onPacket_(std::move(onPacket)) {}
 
   void Begin();
-  // Cut anywhere: first a request up to its empty line, then masked frames with packets and pongs.
+  // In chunks cut anywhere: a request up to its empty line, then masked frames with packets and
+  // pongs.
   void Add(std::span<const std::byte> bytes);
 
  private:

@@ -1,5 +1,5 @@
-// What every text goes through, over any bytes: UTF-8 both ways, the system's own reader of dotted
-// addresses, and cutting, trimming and folding, each beside a plain second implementation.
+// The text functions over any bytes: UTF-8 both ways, dotted addresses, cutting, trimming and
+// folding, each compared with the system's or a plain second implementation.
 
 #include <arpa/inet.h>
 
@@ -23,8 +23,8 @@ bool IsIn(unsigned value, unsigned first, unsigned last) {
   return value >= first && value <= last;
 }
 
-// How many bytes from `at` on are well-formed, as far as the table of RFC 3629, section 4, goes;
-// `whole` is how many the character has, 0 for a byte that begins none.
+// The number of well-formed bytes at `at`, by the table in RFC 3629, section 4. `whole` is the
+// length of the character, 0 for a byte that cannot begin one.
 std::size_t WellFormed(std::string_view bytes, std::size_t at, std::size_t& whole) {
   const auto byte = [&](std::size_t index) -> unsigned {
     return index < bytes.size() ? static_cast<unsigned char>(bytes[index]) : 0;
@@ -74,7 +74,7 @@ void CheckUtf8(const std::string& bytes) {
   FromMarkedBytes(bytes);
 }
 
-// Any units, lone surrogates among them.
+// Any units, including lone surrogates.
 void CheckUnits(const std::string& bytes) {
   const std::wstring units = FromMarkedBytes("\xFF\xFE" + bytes);
   Require(units.size() == (bytes.size() + 1) / 2);
@@ -83,7 +83,7 @@ void CheckUnits(const std::string& bytes) {
   Require(EqualsIgnoreCase(units, FoldCase(units)) && FoldCase(FoldCase(units)) == FoldCase(units));
 }
 
-// Without zeros, at which the system's function stops.
+// Without zeros, which end the system function's input.
 void CheckAddress(const std::string& bytes) {
   if (bytes.find('\0') != std::string::npos) return;
   in_addr system{};

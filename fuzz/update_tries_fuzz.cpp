@@ -1,4 +1,5 @@
-// Any text as the record of the last update: what is taken from it comes back as it was kept.
+// Any text as the record of the last update: a record that was read must survive writing and
+// reading.
 
 #include "fuzz_input.h"
 #include "text/utf8.h"

@@ -15,7 +15,7 @@ int Sign(int value) {
   return (value > 0) - (value < 0);
 }
 
-// The numbers in a text, each digit by digit; what is too long for them stays the largest.
+// The numbers in a text, digit by digit; one that is too large stays at the maximum.
 std::vector<std::int64_t> Numbers(const std::wstring& version) {
   std::vector<std::int64_t> numbers;
   bool isInNumber = false;
@@ -40,7 +40,7 @@ int PlainCompare(const std::wstring& a, const std::wstring& b) {
   return leftText == rightText ? 0 : leftText < rightText ? -1 : 1;
 }
 
-// Three versions, cut at the first two bytes 0, form a chain of any total order.
+// Three versions, separated by the first two zero bytes, must be ordered consistently.
 void Run(const std::string& bytes) {
   std::vector<std::wstring> versions(3);
   std::size_t start = 0;

@@ -27,6 +27,8 @@ void PasswordKeeper::End() {
     waiting = std::exchange(waiting_, std::thread());
   }
   changed_.NotifyAll();
+  // Joined without the lock, which the thread needs to see the end. Taken out of the member first:
+  // End() may be called on two threads at once, and only one may join.
   if (waiting.joinable()) waiting.join();
 }
 
@@ -45,6 +47,7 @@ bool PasswordKeeper::Do(Session session, const std::function<void()>& step) {
 bool PasswordKeeper::CopyPassword(Session session, const std::wstring& password) {
   const platform::MutexLock held(lock_);
   if (!IsCurrent(session)) return false;
+  // Before the copy: without this thread nothing would remove the password.
   if (!waiting_.joinable()) waiting_ = std::thread([this]() noexcept { RemoveWhenDue(); });
   Copied copied{password, now_() + kOnClipboard};
   // If copying fails, an earlier password may still be there, and its own time applies.
@@ -72,6 +75,7 @@ void PasswordKeeper::RemoveWhenDue() {
 
 void PasswordKeeper::TryToRemove() {
   if (!copied_) return;
+  // Runs under the lock, so that a newer password cannot be removed in place of this one.
   if (takeOff_(copied_->password)) {
     copied_.reset();
   } else {

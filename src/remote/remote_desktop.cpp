@@ -34,12 +34,15 @@ std::wstring OpenDesktop(const DesktopSession& session, settings::Settings& sett
                          RemoteDesktopDeps& deps) {
   const RustDeskServer* const server = session.server ? &*session.server : nullptr;
   const std::wstring exePath = FindRustDesk(settings, server, deps);
-  if (deps.closing.stop_requested()) return {};  // finding it may have taken minutes
+  // A download may have taken minutes, in which the engineer has closed the program.
+  if (deps.closing.stop_requested()) return {};
   if (exePath.empty()) return kNoProgram;
   if (server != nullptr) ConfigureRustDesk(*server, deps);
   if (deps.closing.stop_requested()) return {};
+  // Before the start, because RustDesk may ask for the password at once.
   const PasswordCopy copy = CopyPassword(session.accessPassword, deps);
   Launch(exePath, session.rustDeskId, deps);
+  // Pasting uses the clipboard: without a copy it would type what the engineer had there before.
   if (copy == PasswordCopy::Done) {
     deps.StartPasswordPaste(session.accessPassword, session.rustDeskId, exePath);
   }

@@ -34,7 +34,7 @@ void LaunchProgram(const std::wstring& exePath, std::span<const std::wstring> ar
   info.lpParameters = parameters.empty() ? nullptr : parameters.c_str();
   info.nShow = SW_SHOWNORMAL;
   ::ShellExecuteExW(&info);
-  const platform::ProcessHandle closedAtOnce(info.hProcess);
+  const platform::ProcessHandle closedAtOnce(info.hProcess);  // the shell leaves closing it to us
 }
 
 std::shared_ptr<PasswordKeeper> MakePasswordKeeper() {
@@ -76,6 +76,8 @@ std::vector<std::wstring> RealRemoteDesktopDeps::ListFolders(const std::wstring&
 }
 
 void RealRemoteDesktopDeps::WriteConfigFile(const std::wstring& path, const std::string& bytes) {
+  // These folders belong to users, and this program has an administrator's rights: a link that a
+  // user put there must not redirect the write. RustDesk reads another file if this one fails.
   const std::wstring folder = platform::ParentFolder(path);
   platform::CreateUnlinkedFolders(folder, ConfigPartsOfUsers(folder, folders));
   platform::WriteUnlinkedFile(path, ConfigPartsOfUsers(path, folders), bytes);

@@ -153,7 +153,7 @@ std::wstring ConnectionJobs::Disconnect(settings::JobSettings& job) const {
   std::wstring report;
   try {
     report = ReportDisconnect(held);
-  } catch (...) {
+  } catch (...) {  // the engineer has ended the connection, whether or not the service knows
     ForgetConnection(job, held);
     throw;
   }

@@ -87,7 +87,7 @@ std::wstring Install(const std::wstring& url, const std::wstring& version, Updat
   if (WasTriedWithinADay(deps.LastTry(), version, deps.NowSeconds())) {
     return kTriedBefore + version + kTriedBeforeBut + deps.currentVersion + kTriedBeforeHelp;
   }
-  // Before the download, so that a program on a read-only disk does not load it at every start.
+  // Probed before the download as well: on a read-only disk it would be repeated at every start.
   const platform::SystemResult replaceable = deps.ProbeReplacement({});
   if (!replaceable.succeeded) return NotReplaceable(version, replaceable.errorCode);
   if (deps.downloadTarget.empty() || !deps.Download(url, deps.downloadTarget)) {

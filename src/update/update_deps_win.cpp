@@ -49,6 +49,7 @@ std::wstring WhyNotTrusted(const platform::HeldFile& file, const std::wstring& p
 void WriteUpdateLog(std::wstring_view message) {
   const std::wstring path = TemporaryPath(kUpdateLogName);
   if (path.empty()) return;
+  // The last part of the path belongs to the user: a link there must not redirect the write.
   platform::AppendToFile(path, 1, kUtf8Mark,
                          text::ToUtf8(UpdateLogLine(platform::LocalTimeNow(), message)));
 }
@@ -146,6 +147,8 @@ platform::SystemResult RealUpdateDeps::StartHidden(const std::wstring& commandLi
 }
 
 void RealUpdateDeps::EndProcess() {
+  // An orderly exit could wait for a lock that another thread holds, and the replacement process
+  // waits for this one.
   platform::EndProcessAtOnce(0);
 }
 

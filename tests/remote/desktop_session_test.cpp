@@ -18,7 +18,7 @@ TEST(DesktopSessionRequest, NamesTheDeviceInPathAndBody) {
             L"\"engineerId\":\"ENG-12345678\"}");
 }
 
-TEST(DesktopSessionRequest, NeedsNoDeviceNumber) {
+TEST(DesktopSessionRequest, DoesNotNeedADeviceNumber) {
   settings::Settings settings;
   settings.serverUrl = L"http://h";
   EXPECT_EQ(DesktopSessionUrl(settings), L"http://h/api/devices//remote-desktop/session");
@@ -26,7 +26,7 @@ TEST(DesktopSessionRequest, NeedsNoDeviceNumber) {
             L"{\"deviceNumber\":\"\",\"deviceSecret\":\"\",\"engineerId\":\"\"}");
 }
 
-TEST(DesktopSession, TakesWhatHasTheRightKind) {
+TEST(DesktopSession, ReadsMembersOfTheRightType) {
   const DesktopSession all = ReadDesktopSession(settings::ReadJsonDocument(
       LR"({"rustDeskId":"123","accessPassword":"p","server":{"key":"k"}})"));
   EXPECT_EQ(all.rustDeskId, L"123");
@@ -37,7 +37,7 @@ TEST(DesktopSession, TakesWhatHasTheRightKind) {
   EXPECT_TRUE(empty.server);
 }
 
-TEST(DesktopSession, IsEmptyOfWhatIsMissingOrOfAnotherKind) {
+TEST(DesktopSession, TreatsMissingAndMistypedMembersAsEmpty) {
   for (const wchar_t* const json :
        {L"{}", L"null", L"[]", L"7", L"\"text\"",
         LR"({"rustDeskId":1,"accessPassword":null,"server":"x"})",
@@ -49,7 +49,7 @@ TEST(DesktopSession, IsEmptyOfWhatIsMissingOrOfAnotherKind) {
   }
 }
 
-TEST(DesktopOpenedText, SaysWhatBecameOfThePassword) {
+TEST(DesktopOpenedText, ReportsWhetherThePasswordWasCopied) {
   EXPECT_EQ(DesktopOpenedText(L"123", PasswordCopy::Done),
             L"远程桌面已打开：123，访问密码已复制。");
   EXPECT_EQ(DesktopOpenedText(L"123", PasswordCopy::Failed),

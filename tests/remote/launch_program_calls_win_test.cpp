@@ -1,4 +1,4 @@
-// How a program is started: the call with its arguments, and what comes of its failure.
+// Starting a program: the call, its arguments, and the effect of its failure.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -38,12 +38,12 @@ TEST_F(LaunchCalls, AskTheShellAndCloseItsHandle) {
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-TEST_F(LaunchCalls, NameNoParametersWithoutArguments) {
+TEST_F(LaunchCalls, PassNoParametersWithoutArguments) {
   LaunchProgram(L"C:\\a b.exe", {});
   EXPECT_TRUE(calls_.Were({SaidStart("null"), Said<Api::CloseHandle>(Handle{1})}));
 }
 
-TEST_F(LaunchCalls, CloseNothingThatWasNotGiven) {
+TEST_F(LaunchCalls, CloseNoHandleAfterAFailure) {
   calls_.Fail(Api::ShellExecuteExW, ERROR_FILE_NOT_FOUND);
   LaunchProgram(L"C:\\a b.exe", {});
   EXPECT_TRUE(calls_.Were({SaidStart("null")}));

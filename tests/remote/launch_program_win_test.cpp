@@ -37,7 +37,7 @@ TEST_F(LaunchProgramTest, PassesNothingWithoutArguments) {
   EXPECT_EQ(text::Trim(start.commandLine), L"\"" + program_ + L"\"");
 }
 
-TEST_F(LaunchProgramTest, GivesNoWorkingFolderOfItsOwn) {
+TEST_F(LaunchProgramTest, SetsNoWorkingFolder) {
   std::wstring ours(MAX_PATH, L'\0');
   ours.resize(::GetCurrentDirectoryW(MAX_PATH, ours.data()));
   LaunchProgram(program_, {});

@@ -18,7 +18,7 @@ using std::chrono::milliseconds;
 using std::chrono::minutes;
 using std::chrono::seconds;
 
-// A clipboard and a clock, and how often the waiting thread has looked at the latter.
+// A clipboard and a clock that counts how often it is read.
 class FakeClipboardDesk {
  public:
   bool Copy(const std::wstring& text) {
@@ -47,7 +47,7 @@ class FakeClipboardDesk {
   }
   void Pass(milliseconds time) { nowMs_ += time.count(); }
 
-  Texts copied;  // or not, as `copies` says
+  Texts copied;  // including attempts that failed because `copies` is false
   std::atomic<bool> copies{true};
   std::atomic<bool> isHeld{false};
   std::atomic<int> takes{0};
@@ -69,9 +69,9 @@ struct KeeperOn : PasswordKeeper {
 class PasswordKeeperTest : public testing::Test {
  protected:
   static void Await(const std::function<bool()>& done) {
-    while (!done()) std::this_thread::yield();  // or the test never ends
+    while (!done()) std::this_thread::yield();  // a failure shows as a test that does not end
   }
-  // Until the waiting thread has looked at the clock as it stands.
+  // Until the waiting thread has read the current time.
   void AwaitLooks() {
     Await([this, wanted = desk_.looks + 2] { return desk_.looks >= wanted; });
   }
@@ -80,7 +80,7 @@ class PasswordKeeperTest : public testing::Test {
   KeeperOn keeper_{desk_, milliseconds(1)};
 };
 
-TEST_F(PasswordKeeperTest, LetsTheNewestSessionDoWhatItWants) {
+TEST_F(PasswordKeeperTest, AllowsTheNewestSessionEverything) {
   const PasswordKeeper::Session session = keeper_.Begin();
   EXPECT_TRUE(keeper_.MayGoOn(session));
   EXPECT_TRUE(keeper_.CopyPassword(session, L"pw"));
@@ -92,7 +92,7 @@ TEST_F(PasswordKeeperTest, LetsTheNewestSessionDoWhatItWants) {
   EXPECT_EQ(desk_.copied, (Texts{L"pw", L"again"}));
 }
 
-TEST_F(PasswordKeeperTest, LetsAnEarlierSessionDoNothing) {
+TEST_F(PasswordKeeperTest, AllowsAnEarlierSessionNothing) {
   const PasswordKeeper::Session earlier = keeper_.Begin();
   const PasswordKeeper::Session newest = keeper_.Begin();
   EXPECT_FALSE(keeper_.MayGoOn(earlier));
@@ -102,7 +102,7 @@ TEST_F(PasswordKeeperTest, LetsAnEarlierSessionDoNothing) {
   EXPECT_EQ(desk_.copied, Texts{L"new"});
 }
 
-TEST_F(PasswordKeeperTest, LetsNobodyDoAnythingOnceTheProgramEnds) {
+TEST_F(PasswordKeeperTest, AllowsNothingOnceTheProgramEnds) {
   const PasswordKeeper::Session session = keeper_.Begin();
   keeper_.End();
   for (const PasswordKeeper::Session any : {session, keeper_.Begin()}) {
@@ -113,8 +113,8 @@ TEST_F(PasswordKeeperTest, LetsNobodyDoAnythingOnceTheProgramEnds) {
   EXPECT_EQ(desk_.copied, Texts());
 }
 
-// What a session has begun to do is done before the next one begins.
-TEST_F(PasswordKeeperTest, BeginsNoSessionInTheMidstOfAStep) {
+// A session's step is finished before the next session begins.
+TEST_F(PasswordKeeperTest, BeginsNoSessionDuringAStep) {
   const PasswordKeeper::Session earlier = keeper_.Begin();
   std::atomic<bool> hasBegun{false};
   std::atomic<bool> isAsked{false};
@@ -136,7 +136,7 @@ TEST_F(PasswordKeeperTest, BeginsNoSessionInTheMidstOfAStep) {
 
 // ---- ten minutes on the clipboard
 
-TEST_F(PasswordKeeperTest, TakesThePasswordOffTenMinutesAfterItsLastCopy) {
+TEST_F(PasswordKeeperTest, RemovesThePasswordTenMinutesAfterItsLastCopy) {
   const PasswordKeeper::Session session = keeper_.Begin();
   ASSERT_TRUE(keeper_.CopyPassword(session, L"pw"));
   desk_.Pass(seconds(11));
@@ -152,7 +152,7 @@ TEST_F(PasswordKeeperTest, TakesThePasswordOffTenMinutesAfterItsLastCopy) {
   EXPECT_EQ(desk_.takes, 1) << "nothing is left to take off";
 }
 
-TEST_F(PasswordKeeperTest, LeavesAloneWhatTheEngineerHasCopiedSince) {
+TEST_F(PasswordKeeperTest, KeepsWhatTheEngineerHasCopiedSince) {
   ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"pw"));
   desk_.Put(L"mine");
   desk_.Pass(minutes(10));
@@ -162,7 +162,7 @@ TEST_F(PasswordKeeperTest, LeavesAloneWhatTheEngineerHasCopiedSince) {
   EXPECT_EQ(desk_.takes, 1);
 }
 
-TEST_F(PasswordKeeperTest, TakesOffANewerSessionsPasswordInTheOlderOnesPlace) {
+TEST_F(PasswordKeeperTest, RemovesTheNewerOfTwoSessionsPasswords) {
   ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"old"));
   desk_.Pass(minutes(6));
   ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"new"));
@@ -175,8 +175,8 @@ TEST_F(PasswordKeeperTest, TakesOffANewerSessionsPasswordInTheOlderOnesPlace) {
   EXPECT_EQ(desk_.Text(), L"");
 }
 
-// One whose copy fails, and one that has no password.
-TEST_F(PasswordKeeperTest, TakesTheOlderOffWhereTheNewerPutsNothingThere) {
+// A session whose copy fails, and one without a password.
+TEST_F(PasswordKeeperTest, RemovesTheOlderPasswordIfTheNewerSessionCopiesNone) {
   ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"old"));
   desk_.Pass(minutes(6));
   desk_.copies = false;
@@ -188,13 +188,13 @@ TEST_F(PasswordKeeperTest, TakesTheOlderOffWhereTheNewerPutsNothingThere) {
   EXPECT_EQ(desk_.Text(), L"");
 }
 
-TEST_F(PasswordKeeperTest, TriesAgainEveryFiveSecondsWhileAnotherHoldsTheClipboard) {
+TEST_F(PasswordKeeperTest, RetriesEveryFiveSecondsWhileTheClipboardIsHeld) {
   ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"pw"));
   desk_.isHeld = true;
   desk_.Pass(minutes(10));
   for (int takes = 1; takes <= 3; ++takes) {
     Await([&] { return desk_.takes == takes; });
-    AwaitLooks();  // until it has set the next time
+    AwaitLooks();  // until it has set the next due time
     desk_.Pass(milliseconds(4999));
     AwaitLooks();
     EXPECT_EQ(desk_.takes, takes);
@@ -205,7 +205,7 @@ TEST_F(PasswordKeeperTest, TriesAgainEveryFiveSecondsWhileAnotherHoldsTheClipboa
   EXPECT_EQ(desk_.Text(), L"");
 }
 
-TEST_F(PasswordKeeperTest, TakesItOffAtTheEndOfTheProgram) {
+TEST_F(PasswordKeeperTest, RemovesItWhenTheProgramEnds) {
   ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"pw"));
   keeper_.End();
   EXPECT_EQ(desk_.Text(), L"");
@@ -214,8 +214,8 @@ TEST_F(PasswordKeeperTest, TakesItOffAtTheEndOfTheProgram) {
   EXPECT_EQ(desk_.takes, 1) << "once";
 }
 
-// Its thread waits for an hour here, or for ever.
-TEST(PasswordKeeperEnd, IsNotHeldUpByTheWait) {
+// Here its thread waits for an hour, or for ever.
+TEST(PasswordKeeperEnd, DoesNotWaitForTheTenMinutes) {
   for (const bool isGone : {false, true}) {
     FakeClipboardDesk desk;
     {
@@ -238,8 +238,8 @@ TEST(PasswordKeeperEnd, DoesNotTouchAClipboardWithoutAPassword) {
   EXPECT_EQ(desk.looks, 0) << "nor does it wait for anything";
 }
 
-// The window's thread and that of the session's end come to it at the same time.
-TEST(PasswordKeeperEnd, MayComeFromSeveralThreads) {
+// As on the window's thread and on the one that handles the session's end.
+TEST(PasswordKeeperEnd, MayBeCalledOnSeveralThreads) {
   FakeClipboardDesk desk;
   KeeperOn keeper(desk, milliseconds(1));
   ASSERT_TRUE(keeper.CopyPassword(keeper.Begin(), L"pw"));

@@ -17,7 +17,7 @@ namespace {
 
 using Events = std::vector<std::wstring>;
 
-// A desk on which RustDesk's window shows at the n-th look (0: never); notes what is done on it.
+// A desktop on which RustDesk's window appears at the n-th look (0: never). Records all actions.
 class FakeDesk : public PasteDeps {
  public:
   explicit FakeDesk(int shownAtLook) : shownAtLook_(shownAtLook) {}
@@ -53,7 +53,7 @@ class FakeDesk : public PasteDeps {
 
   Events events;
   Events notices;
-  int inFrontAtLook = 0;  // before, the window does not come to the front
+  int inFrontAtLook = 0;  // before that, the window does not come to the front
   int closesInSleep = 0;  // the n-th; 0: never
   int overAfter = -1;     // the paste is over after so many events; below 0: never
 
@@ -89,7 +89,7 @@ Events LooksAndPasting(int count) {
   return Joined({Looks(count), kCopy, kFront, kKeys});
 }
 
-TEST(PastePassword, PastesAndPressesEnterOnceTheWindowIsThere) {
+TEST(PastePassword, PastesAndPressesEnterOnceTheWindowAppears) {
   for (const int look : {1, 2, 9, 10}) {
     FakeDesk fake(look);
     PastePassword(L"pw", L"987", fake);
@@ -126,7 +126,7 @@ TEST(PastePassword, TypesNothingWhenTheWindowNeverIsInFrontAndSaysSo) {
   EXPECT_EQ(fake.notices[0].find(L"pw"), std::wstring::npos);
 }
 
-TEST(PastePassword, TypesNothingMoreOnceTheProgramCloses) {
+TEST(PastePassword, StopsTypingWhenTheProgramCloses) {
   const Events all = LooksAndPasting(2);  // with four sleeps
   for (const int sleep : {1, 2, 3, 4}) {
     FakeDesk fake(2);
@@ -143,9 +143,9 @@ bool IsAct(const std::wstring& event) {
   return event.starts_with(L"copy") || event == L"front" || event.starts_with(L"down");
 }
 
-// Between any two steps: nothing is copied, brought to the front or pressed from there on, and what
-// is pressed is released.
-TEST(PastePassword, CopiesAndTypesNothingMoreOnceAnotherSessionHasBegun) {
+// Between any two steps: from then on nothing is copied, brought to the front or pressed, and
+// pressed keys are released.
+TEST(PastePassword, StopsCopyingAndTypingWhenAnotherSessionBegins) {
   FakeDesk whole(1);
   whole.inFrontAtLook = 2;
   PastePassword(L"pw", L"987", whole);
@@ -169,7 +169,7 @@ TEST(PastePassword, CopiesAndTypesNothingMoreOnceAnotherSessionHasBegun) {
   }
 }
 
-// A desktop that announces its destruction. Its functions forward to those set by a test.
+// A desktop that reports its destruction.
 class WatchedDesk : public FakeDesk {
  public:
   WatchedDesk() : FakeDesk(0) {}
@@ -187,8 +187,8 @@ class WatchedDesk : public FakeDesk {
   std::promise<void> ended;
 };
 
-TEST(StartPasswordPaste, PastesOnAThreadOfItsOwnThatHoldsNothingAfterwards) {
-  // Keeps the events after the thread has released the desktop.
+TEST(StartPasswordPaste, PastesOnItsOwnThreadAndReleasesTheDesktop) {
+  // Hands out its events when the thread releases it.
   struct RecordedDesk : FakeDesk {
     RecordedDesk() : FakeDesk(3) {}
     ~RecordedDesk() override { ended.set_value(events); }
@@ -224,7 +224,7 @@ TEST(StartPasswordPaste, EndsQuietlyWhateverTheDeskThrows) {
   }
 }
 
-TEST(StartPasswordPaste, LetsSeveralBeUnderWayEachWithItsOwn) {
+TEST(StartPasswordPaste, RunsSeveralAtOnceEachWithItsOwnPassword) {
   constexpr int kThreads = 4;
   std::promise<void> go;
   const std::shared_future<void> gone = go.get_future().share();

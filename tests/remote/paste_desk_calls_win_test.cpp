@@ -1,4 +1,4 @@
-// Every call of the paste's desk: its arguments, and what comes of its failure.
+// Every call of the real desktop: its arguments, and the effect of its failure.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ HWND Window(std::uintptr_t number) {
   return reinterpret_cast<HWND>(number);
 }
 
-// A desk with windows that are not there, in the system's order.
+// A desktop with imaginary windows, in the system's order.
 class PasteDeskCalls : public testing::Test {
  protected:
   struct Shown {
@@ -80,7 +80,7 @@ class PasteDeskCalls : public testing::Test {
 
   Calls calls_;
   std::vector<Shown> windows_;
-  std::map<DWORD, std::wstring> images_;  // of the processes that may be asked
+  std::map<DWORD, std::wstring> images_;  // of the processes that may be queried
   HWND inFront_ = nullptr;
   const std::shared_ptr<PasswordKeeper> keeper_ = MakePasswordKeeper();
   std::stop_source closing_;
@@ -88,7 +88,7 @@ class PasteDeskCalls : public testing::Test {
   RealPasteDeps desk_{turn_, L"D:\\remote.exe", {}};
 };
 
-TEST_F(PasteDeskCalls, LookAtEachWindowAndAskTheProcessOfThoseThatMatch) {
+TEST_F(PasteDeskCalls, QueryEachWindowAndTheProcessesOfMatchingOnes) {
   const HWND hidden = Window(0x101), owned = Window(0x102), untitled = Window(0x103),
              other = Window(0x104), stranger = Window(0x105), wanted = Window(0x106);
   windows_ = {{hidden, kId, false},
@@ -99,7 +99,7 @@ TEST_F(PasteDeskCalls, LookAtEachWindowAndAskTheProcessOfThoseThatMatch) {
               {wanted, kId, true, nullptr, 8}};
   images_ = {{8, L"d:\\REMOTE.exe"}};
   EXPECT_EQ(Find(), wanted);
-  // The owner that a call has given bears its name from then on.
+  // Once a call has returned an owner, it is printed by its name.
   EXPECT_TRUE(calls_.Were({
       Said<Api::EnumWindows>(Text{"function"}, Some{}),
       Said<Api::IsWindowVisible>(hidden),
@@ -130,8 +130,7 @@ TEST_F(PasteDeskCalls, LookAtEachWindowAndAskTheProcessOfThoseThatMatch) {
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-// The first that matches is taken then.
-TEST_F(PasteDeskCalls, KnowNoWindowOfRustDesksWhereItsProcessCannotBeAsked) {
+TEST_F(PasteDeskCalls, TakeTheFirstMatchWhereProcessesCannotBeQueried) {
   const HWND first = Window(0x101), own = Window(0x102);
   windows_ = {{first, kId, true, nullptr, 7}, {own, kId, true, nullptr, 8}};
   images_ = {{7, L"C:\\browser.exe"}, {8, L"C:\\x\\RustDesk.exe"}};
@@ -149,7 +148,7 @@ TEST_F(PasteDeskCalls, KnowNoWindowOfRustDesksWhereItsProcessCannotBeAsked) {
   }
 }
 
-TEST_F(PasteDeskCalls, FindNothingWhereOneFails) {
+TEST_F(PasteDeskCalls, FindNothingWhenACallFails) {
   windows_ = {{Window(0x101), kId}};
   for (const Api api :
        {Api::EnumWindows, Api::IsWindowVisible, Api::GetWindowTextLengthW, Api::GetWindowTextW}) {
@@ -164,7 +163,7 @@ TEST_F(PasteDeskCalls, BringToFrontWithOneCall) {
   EXPECT_TRUE(calls_.Were({Said<Api::SetForegroundWindow>(Window(0x101))}));
 }
 
-TEST_F(PasteDeskCalls, CompareTheProcessesOfTheWindowAndOfTheOneInFront) {
+TEST_F(PasteDeskCalls, CompareTheProcessesOfTheWindowAndTheForegroundWindow) {
   windows_ = {{Window(0x101), kId, true, nullptr, 7}, {Window(0x102), L"", true, nullptr, 7}};
   inFront_ = Window(0x102);
   EXPECT_TRUE(desk_.IsInFront(Window(0x101)));
@@ -175,7 +174,7 @@ TEST_F(PasteDeskCalls, CompareTheProcessesOfTheWindowAndOfTheOneInFront) {
   }));
 }
 
-TEST_F(PasteDeskCalls, AreInFrontOfNothingWhereOneFails) {
+TEST_F(PasteDeskCalls, AreNotInFrontWhenACallFails) {
   windows_ = {{Window(0x101), kId, true, nullptr, 7}};
   inFront_ = Window(0x101);
   ASSERT_TRUE(desk_.IsInFront(Window(0x101)));
@@ -214,15 +213,15 @@ TEST_F(PasteDeskCalls, PressControlVAndEnterKeyByKey) {
        SaidKey(VK_CONTROL, true), SaidKey(VK_RETURN, false), SaidKey(VK_RETURN, true)}));
 }
 
-TEST_F(PasteDeskCalls, GoOnWithTheKeysWhereOneIsRefused) {
+TEST_F(PasteDeskCalls, ContinueWithTheKeysWhenOneIsRefused) {
   calls_.Fail(Api::SendInput, ERROR_ACCESS_DENIED, 0);
   EXPECT_TRUE(desk_.PressKey(kKeyControl));
   desk_.ReleaseKey(kKeyControl);
   EXPECT_EQ(calls_.Count(Api::SendInput), 2);
 }
 
-// A key that is down is released all the same.
-TEST_F(PasteDeskCalls, AreNoneOnceThePasteIsOver) {
+// A pressed key is released nevertheless.
+TEST_F(PasteDeskCalls, StopOnceThePasteIsOver) {
   const auto isOver = [this] {
     const int before = calls_.Count(Api::SendInput);
     desk_.CopyToClipboard(L"pw");

@@ -44,14 +44,14 @@ HWND Find(const std::wstring& id = kShownId) {
   return static_cast<HWND>(RealPasteDeps(NewTurn(), {}, {}).FindWindowFor(id));
 }
 
-// What a failure shows of the window that was found.
+// For failure messages.
 std::string TitleOf(HWND window) {
   std::wstring title(200, L'\0');
   title.resize(static_cast<std::size_t>(::GetWindowTextW(window, title.data(), 200)));
   return text::ToUtf8(title);
 }
 
-TEST(PasteDeskWindows, AreNoneAmongDecoys) {
+TEST(PasteDeskWindows, AreNotFoundAmongDecoysOnly) {
   const TestWindow untitled(L"");
   const TestWindow other(L"Notes");
   const TestWindow shorter(L"Rust");
@@ -83,15 +83,14 @@ TEST(PasteDeskWindows, TheFirstThatMatchesInTheSystemsOrderIsTaken) {
   }
 }
 
-// This test program's windows are those of the program that was started.
-TEST(PasteDeskWindows, OneOfTheProgramThatWasStartedIsTakenBeforeAnyOther) {
+// Here this test program counts as the started one, so its windows are preferred.
+TEST(PasteDeskWindows, TheStartedProgramsWindowIsPreferred) {
   RealPasteDeps desk(NewTurn(), platform::ProgramPath(), {});
   const TestWindow own(L"RustDesk");
   EXPECT_EQ(desk.FindWindowFor(kShownId), own.Get());
 }
 
-// Runs this thread's windows until `done`, noting which keys they get; false when that takes too
-// long.
+// Runs this thread's message loop until `done` and records the keys. False on a time-out.
 class Pump {
  public:
   template <typename Condition>
@@ -137,7 +136,7 @@ struct FocusedDesk : RealPasteDeps {
   std::atomic<bool> focused{false};
 };
 
-TEST(PasteDeskPaste, GoesIntoTheRightWindowsFieldFollowedByEnter) {
+TEST(PasteDeskPaste, ReachesTheRightWindowsFieldFollowedByEnter) {
   const std::wstring password = L"s3cret 密码 \xD83D\xDE00";
   const TestWindow wanted(std::wstring(L"RustDesk ") + kShownId);
   const HWND field = ::CreateWindowExW(0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | ES_AUTOHSCROLL, 5,

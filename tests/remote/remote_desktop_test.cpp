@@ -96,7 +96,7 @@ class RemoteDesktopTest : public testing::Test {
   bool serviceFails_ = false;
 };
 
-TEST_F(RemoteDesktopTest, DoesEverythingInItsOrder) {
+TEST_F(RemoteDesktopTest, DoesEverythingInOrder) {
   EXPECT_EQ(Open(LR"({"success":true,"data":{"rustDeskId":"987","accessPassword":"pw",)"
                  LR"("server":{"rendezvousServer":"r"}}})"),
             L"远程桌面已打开：987，访问密码已复制。");
@@ -134,7 +134,7 @@ TEST_F(RemoteDesktopTest, WithoutAnIdRustDeskStartsWithoutArguments) {
             (Events{kRequest, L"copy pw", L"launch " + kProgram + L" ", L"paste pw into "}));
 }
 
-TEST_F(RemoteDesktopTest, WithoutAnythingInTheReplyRustDeskStillStarts) {
+TEST_F(RemoteDesktopTest, AnEmptyReplyStillStartsRustDesk) {
   for (const wchar_t* const reply : {L"{\"success\":true}", L"{\"success\":true,\"data\":[1]}"}) {
     computer_.events.clear();
     EXPECT_EQ(Open(reply), L"远程桌面已打开：。");
@@ -142,12 +142,12 @@ TEST_F(RemoteDesktopTest, WithoutAnythingInTheReplyRustDeskStillStarts) {
   }
 }
 
-TEST_F(RemoteDesktopTest, PassesAQuoteInTheIdOnAsItIs) {
+TEST_F(RemoteDesktopTest, PassesOnAQuoteInTheIdUnchanged) {
   Open(LR"({"success":true,"data":{"rustDeskId":"9\"7"}})");
   EXPECT_EQ(Done()[1], L"launch " + kProgram + L" \"--connect\" \"9\"7\"");
 }
 
-TEST_F(RemoteDesktopTest, AClipboardThatIsHeldMeansNoPasting) {
+TEST_F(RemoteDesktopTest, AHeldClipboardPreventsPasting) {
   copies_ = false;
   EXPECT_EQ(Open(LR"({"success":true,"data":{"rustDeskId":"987","accessPassword":"pw"}})"),
             L"远程桌面已打开：987，访问密码复制失败，请手动复制。");
@@ -175,7 +175,7 @@ TEST_F(RemoteDesktopTest, ARefusalEndsItAndSavesNothing) {
   }
 }
 
-TEST_F(RemoteDesktopTest, AFailedTransportIsARefusalToo) {
+TEST_F(RemoteDesktopTest, AFailedTransportIsShownLikeARefusal) {
   serviceFails_ = true;
   EXPECT_EQ(Open(L""), L"远程桌面失败：WinHttpReceiveResponse: 超时");
   EXPECT_EQ(Done(), Events{kRequest});
@@ -205,7 +205,7 @@ TEST_F(RemoteDesktopTest, ADownloadedProgramIsRemembered) {
   EXPECT_EQ(settings_.rustDeskPath, target);
 }
 
-TEST_F(RemoteDesktopTest, AnotherProgramThanTheLastIsRemembered) {
+TEST_F(RemoteDesktopTest, ADifferentProgramIsRemembered) {
   settings_.rustDeskPath = L"F:\\gone.exe";
   Open(LR"({"success":true})");
   EXPECT_EQ(settings_.rustDeskPath, kProgram);
@@ -221,7 +221,7 @@ TEST_F(RemoteDesktopTest, FilesThatCannotBeWrittenAreNotReported) {
   EXPECT_EQ(Done().back(), kLaunch.substr(0, kLaunch.find(L'"')));
 }
 
-TEST_F(RemoteDesktopTest, AProgramThatClosesStartsNothing) {
+TEST_F(RemoteDesktopTest, AClosingProgramStartsNothing) {
   for (const wchar_t* const step : {L"find", L"configure"}) {
     computer_.events.clear();
     closing_ = std::stop_source();
@@ -239,14 +239,14 @@ TEST_F(RemoteDesktopTest, AProgramThatClosesStartsNothing) {
   }
 }
 
-TEST_F(RemoteDesktopTest, WithoutAThreadToPasteOnItFails) {
+TEST_F(RemoteDesktopTest, FailsWithoutAThreadForPasting) {
   threads_ = false;
   EXPECT_THROW(Open(LR"({"success":true,"data":{"rustDeskId":"987","accessPassword":"pw"}})"),
                std::system_error);
   EXPECT_EQ(Done().back(), L"paste pw into 987");
 }
 
-TEST_F(RemoteDesktopTest, AFreshEngineerIdIsInTheRequestAndInTheRecord) {
+TEST_F(RemoteDesktopTest, ANewEngineerIdIsSentAndStored) {
   settings_.engineerId.clear();
   Open(LR"({"success":true})");
   EXPECT_TRUE(std::regex_match(settings_.engineerId, std::wregex(L"ENG-[1-9][0-9]{7}")));
@@ -254,18 +254,18 @@ TEST_F(RemoteDesktopTest, AFreshEngineerIdIsInTheRequestAndInTheRecord) {
             std::wstring::npos);
 }
 
-TEST_F(RemoteDesktopTest, AFreshEngineerIdStaysInTheRecordAfterARefusal) {
+TEST_F(RemoteDesktopTest, ANewEngineerIdIsKeptAfterARefusal) {
   settings_.engineerId.clear();
   Open(LR"({"success":false})");
   EXPECT_EQ(settings_.engineerId.size(), 12U);
 }
 
-TEST_F(RemoteDesktopTest, AnEngineerIdThatIsThereIsKept) {
+TEST_F(RemoteDesktopTest, AnExistingEngineerIdIsKept) {
   Open(LR"({"success":true})");
   EXPECT_EQ(settings_.engineerId, L"ENG-12345678");
 }
 
-TEST_F(RemoteDesktopTest, ThePasswordIsInNoResult) {
+TEST_F(RemoteDesktopTest, NoResultContainsThePassword) {
   for (const bool copies : {true, false}) {
     copies_ = copies;
     const std::wstring text =

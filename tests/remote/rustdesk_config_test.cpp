@@ -12,7 +12,7 @@ RustDeskServer Server(const wchar_t* rendezvous, const wchar_t* relay, const wch
   return {rendezvous, relay, api, key, L"http://unused"};
 }
 
-TEST(ComposeRustDeskConfig, HoldsEveryServerLineByLine) {
+TEST(ComposeRustDeskConfig, ContainsEveryServerLineByLine) {
   EXPECT_EQ(
       ComposeRustDeskConfig(Server(L"id.example:21116", L"relay.example", L"http://api", L"K=")),
       L"rendezvous_server = 'id.example:21116'\n"
@@ -24,7 +24,7 @@ TEST(ComposeRustDeskConfig, HoldsEveryServerLineByLine) {
       L"api-server = 'http://api'\n");
 }
 
-TEST(ComposeRustDeskConfig, KeepsEmptyRelayAndKeyAndLeavesAnEmptyApiOut) {
+TEST(ComposeRustDeskConfig, KeepsEmptyRelayAndKeyAndOmitsAnEmptyApi) {
   EXPECT_EQ(ComposeRustDeskConfig(Server(L"r", L"", L"", L"")),
             L"rendezvous_server = 'r'\n\n[options]\ncustom-rendezvous-server = 'r'\n"
             L"relay-server = ''\nkey = ''\n");
@@ -36,7 +36,7 @@ TEST(ComposeRustDeskConfig, PutsABackslashBeforeQuotesAndBackslashesOfEachValue)
             L"relay-server = 'c\\\\d'\nkey = '\\'\"\\''\napi-server = '\\\\\\''\n");
 }
 
-TEST(ComposeRustDeskConfig, IsNothingWithoutARendezvousServer) {
+TEST(ComposeRustDeskConfig, IsEmptyWithoutARendezvousServer) {
   EXPECT_EQ(ComposeRustDeskConfig(Server(L"", L"relay", L"api", L"key")), std::nullopt);
 }
 
@@ -53,7 +53,7 @@ class RustDeskConfigTest : public testing::Test {
   FakeComputer computer_;
 };
 
-TEST_F(RustDeskConfigTest, ListsTheUsersOfTheDriveOfWindows) {
+TEST_F(RustDeskConfigTest, ListsTheUsersOnTheDriveOfWindows) {
   const std::vector<std::wstring> files = ListRustDeskConfigFiles(computer_);
   ASSERT_EQ(files.size(), 5U);
   EXPECT_EQ(files[0], ours_);
@@ -75,7 +75,7 @@ TEST_F(RustDeskConfigTest, WritesEveryFileIntoAFolderOfItsOwn) {
   EXPECT_EQ(computer_.events.at(1), L"write " + ours_);
 }
 
-TEST_F(RustDeskConfigTest, PassesOverWhatCannotBeWritten) {
+TEST_F(RustDeskConfigTest, SkipsFilesThatCannotBeWritten) {
   computer_.throwsAt = ours_;
   computer_.refusesAt = wangs_;
   Configure(Server(L"r", L"", L"", L""));

@@ -15,7 +15,7 @@ const RustDeskFolders kFolders{L"C:\\Program Files",
                                L"C:\\Users\\li\\AppData\\Local\\Velmarine\\Runtime",
                                L"C:\\Windows"};
 
-TEST(RustDeskCandidates, AreTheNinePlacesInTheirOrder) {
+TEST(RustDeskCandidates, AreTheNinePlacesInOrder) {
   EXPECT_EQ(RustDeskCandidates(kFolders),
             (Paths{L"D:\\Program Files\\RustDesk\\rustdesk.exe",
                    L"D:\\Program Files\\RustDesk\\RustDesk.exe",
@@ -62,7 +62,7 @@ TEST(UsersFolder, LiesOnTheDriveOfWindows) {
   }
 }
 
-TEST(RustDeskConfigFiles, AreThoseOfEveryUserOnce) {
+TEST(RustDeskConfigFiles, ContainThoseOfEveryUserOnce) {
   EXPECT_EQ(
       RustDeskConfigFiles(kFolders, {L"Public", L"LI", L"wang"}),
       (Paths{L"C:\\Users\\li\\AppData\\Roaming\\RustDesk\\config\\RustDesk2.toml",
@@ -83,7 +83,7 @@ TEST(RustDeskConfigFiles, SkipAnUnknownFolderAndGuessWindows) {
              L"RustDesk2.toml"}));
 }
 
-// What a user can make a link of; the folders above are an administrator's.
+// The parts that a user could replace by links; the folders above belong to administrators.
 TEST(ConfigPartsOfUsers, BeginBelowTheAccountOrTheOwnRoamingFolder) {
   const struct {
     const wchar_t* path;

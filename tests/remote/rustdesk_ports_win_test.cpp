@@ -19,7 +19,7 @@ namespace {
 
 using Paths = std::vector<std::wstring>;
 
-// The computer's own files; what was there before a test is there again after it, and nothing more.
+// The computer's own files. Every test restores them.
 class RealFiles : public testing::Test {
  protected:
   ~RealFiles() override {
@@ -31,7 +31,7 @@ class RealFiles : public testing::Test {
     for (const std::wstring& path : made_) std::filesystem::remove_all(path, error);
   }
 
-  // Has the file at `path`, which a test is about to write, put back afterwards.
+  // Restores the file at `path`, which a test is about to write, afterwards.
   void Keep(const std::wstring& path) {
     before_[path] = platform::ReadFileBytes(path);
     std::wstring highestMissing;
@@ -109,7 +109,7 @@ TEST_F(RealConfigFiles, AreLeftAsTheyAreWithoutARendezvousServer) {
   EXPECT_EQ(platform::ReadFileBytes(files_[0]), "kept");
 }
 
-TEST_F(RealConfigFiles, BesideOneThatIsHeldAreWritten) {
+TEST_F(RealConfigFiles, AreWrittenBesideOneThatIsHeld) {
   platform::CreateFolders(platform::ParentFolder(files_[1]));
   platform::WriteFileBytes(files_[1], "held");
   {
@@ -124,8 +124,8 @@ TEST_F(RealConfigFiles, BesideOneThatIsHeldAreWritten) {
   EXPECT_EQ(platform::ReadFileBytes(files_[2]), expected_);
 }
 
-// Whether the system writes it all the same is the system's affair.
-TEST_F(RealConfigFiles, BesideAReadOnlyOneAreWritten) {
+// Systems differ in whether they write the read-only file.
+TEST_F(RealConfigFiles, AreWrittenBesideAReadOnlyOne) {
   platform::CreateFolders(platform::ParentFolder(files_[1]));
   platform::WriteFileBytes(files_[1], "read-only");
   ASSERT_TRUE(::SetFileAttributesW(files_[1].c_str(), FILE_ATTRIBUTE_READONLY));
@@ -134,7 +134,7 @@ TEST_F(RealConfigFiles, BesideAReadOnlyOneAreWritten) {
   EXPECT_EQ(platform::ReadFileBytes(files_[2]), expected_);
 }
 
-TEST_F(RealConfigFiles, BesideOneWhosePlaceAFolderTakesAreWritten) {
+TEST_F(RealConfigFiles, AreWrittenBesideAFolderOfTheSameName) {
   ASSERT_TRUE(platform::CreateFolders(files_[1]));
   ConfigureRustDesk(server_, deps_);
   EXPECT_TRUE(std::filesystem::is_directory(files_[1]));

@@ -42,7 +42,7 @@ TEST_F(RustDeskProgramTest, TheSavedProgramComesFirst) {
   EXPECT_EQ(computer_.events, Events{});
 }
 
-TEST_F(RustDeskProgramTest, ASavedProgramThatIsGoneIsLookedForElsewhere) {
+TEST_F(RustDeskProgramTest, AMissingSavedProgramIsSearchedElsewhere) {
   settings_.rustDeskPath = L"F:\\my\\rd.exe";
   computer_.files = {{kInstalled, 5}};
   EXPECT_EQ(Find(), kInstalled);
@@ -50,7 +50,7 @@ TEST_F(RustDeskProgramTest, ASavedProgramThatIsGoneIsLookedForElsewhere) {
   EXPECT_EQ(computer_.events, Events{});
 }
 
-TEST_F(RustDeskProgramTest, EachPlaceIsTakenBeforeTheNext) {
+TEST_F(RustDeskProgramTest, EachPlacePrecedesTheNext) {
   const std::vector<std::wstring> candidates = RustDeskCandidates(computer_.folders);
   ASSERT_EQ(candidates.size(), 9U);
   for (auto candidate = candidates.rbegin(); candidate != candidates.rend(); ++candidate) {
@@ -60,7 +60,7 @@ TEST_F(RustDeskProgramTest, EachPlaceIsTakenBeforeTheNext) {
   EXPECT_EQ(computer_.events, Events{});
 }
 
-TEST_F(RustDeskProgramTest, ASavedProgramInTheRuntimeFolderStandsBehindTheInstalledOnes) {
+TEST_F(RustDeskProgramTest, InstalledProgramsPrecedeASavedOneInTheRuntimeFolder) {
   const std::wstring spellings[] = {kTarget,
                                     L"c:\\USERS\\Li\\local\\VELMARINE\\runtime\\RustDesk.EXE",
                                     L"C:\\Users\\li\\Local\\Velmarine\\Runtime\\older\\rd.exe"};
@@ -75,7 +75,7 @@ TEST_F(RustDeskProgramTest, ASavedProgramInTheRuntimeFolderStandsBehindTheInstal
   }
 }
 
-TEST_F(RustDeskProgramTest, DownloadsWhatTheServiceNames) {
+TEST_F(RustDeskProgramTest, DownloadsFromTheServicesUrl) {
   const struct {
     const wchar_t* url;
     std::wstring event;
@@ -96,7 +96,7 @@ TEST_F(RustDeskProgramTest, DownloadsWhatTheServiceNames) {
   }
 }
 
-TEST_F(RustDeskProgramTest, ADownloadOfOneMebibyteOrLessHasFailedAndStays) {
+TEST_F(RustDeskProgramTest, ADownloadOfOneMebibyteOrLessFailsAndRemains) {
   for (const std::uint64_t bytes : {std::uint64_t{0}, std::uint64_t{1}, kMebibyte}) {
     computer_.files.clear();
     computer_.downloadBytes = bytes;
@@ -106,7 +106,7 @@ TEST_F(RustDeskProgramTest, ADownloadOfOneMebibyteOrLessHasFailedAndStays) {
   }
 }
 
-TEST_F(RustDeskProgramTest, AFailedDownloadIsMadeUpForByAnEarlierOne) {
+TEST_F(RustDeskProgramTest, AnEarlierDownloadReplacesAFailedOne) {
   EXPECT_EQ(Download(&server_), L"");
   EXPECT_EQ(settings_.rustDeskPath, L"");
   computer_.files = {{kTarget, kMebibyte + 1}};
@@ -114,7 +114,7 @@ TEST_F(RustDeskProgramTest, AFailedDownloadIsMadeUpForByAnEarlierOne) {
   EXPECT_EQ(settings_.rustDeskPath, kTarget);
 }
 
-TEST_F(RustDeskProgramTest, ASavedProgramOfOneMebibyteIsDownloadedAnew) {
+TEST_F(RustDeskProgramTest, ASavedProgramOfOneMebibyteIsDownloadedAgain) {
   settings_.rustDeskPath = kTarget;
   computer_.files = {{kTarget, kMebibyte}};
   computer_.downloadBytes = 3 * kMebibyte;
@@ -124,7 +124,7 @@ TEST_F(RustDeskProgramTest, ASavedProgramOfOneMebibyteIsDownloadedAnew) {
   EXPECT_EQ(computer_.events, kPrepared) << "now it is large enough";
 }
 
-TEST_F(RustDeskProgramTest, AnyLargeSavedProgramSparesTheDownload) {
+TEST_F(RustDeskProgramTest, ALargeSavedProgramIsNotDownloadedAgain) {
   settings_.rustDeskPath = L"F:\\my\\rd.exe";
   computer_.files = {{L"F:\\my\\rd.exe", kMebibyte + 1}};
   EXPECT_EQ(Download(&server_), L"F:\\my\\rd.exe");

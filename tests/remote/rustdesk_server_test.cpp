@@ -9,7 +9,7 @@ RustDeskServer Read(const wchar_t* json) {
   return ReadRustDeskServer(settings::ReadJsonDocument(json));
 }
 
-TEST(RustDeskServer, TakesEachTextOfItsOwnName) {
+TEST(RustDeskServer, ReadsEachTextByItsName) {
   const RustDeskServer server = Read(
       LR"({"rendezvousServer":"r","relayServer":"l","apiServer":"a","key":"k",)"
       LR"("windowsDownloadUrl":"w","more":"x"})");
@@ -20,7 +20,7 @@ TEST(RustDeskServer, TakesEachTextOfItsOwnName) {
   EXPECT_EQ(server.windowsDownloadUrl, L"w");
 }
 
-TEST(RustDeskServer, CountsEveryOtherKindAsEmpty) {
+TEST(RustDeskServer, TreatsOtherTypesAsEmpty) {
   const wchar_t* const descriptions[] = {
       LR"({"rendezvousServer":1,"relayServer":["l"],"apiServer":null,"key":true})",
       LR"({"rendezvousServer":null,"key":["k"],"windowsDownloadUrl":{}})",

@@ -7,7 +7,7 @@
 namespace remote {
 namespace {
 
-TEST(RustDeskTitle, IsOneWithTheIdOrTheProgramsName) {
+TEST(RustDeskTitle, ContainsTheIdOrTheProgramsName) {
   const std::wstring longTitle = std::wstring(5000, L'x') + L"987" + std::wstring(5000, L'x');
   const struct {
     std::wstring title;
@@ -38,7 +38,7 @@ TEST(RustDeskTitle, IsOneWithTheIdOrTheProgramsName) {
   }
 }
 
-TEST(RustDeskImage, IsOneOfItsNameOrTheOneThatWasStarted) {
+TEST(RustDeskImage, HasItsNameOrIsTheStartedProgram) {
   const wchar_t* const started = L"D:\\工具\\remote 1.2.exe";
   const struct {
     const wchar_t* image;
@@ -63,7 +63,7 @@ TEST(RustDeskImage, IsOneOfItsNameOrTheOneThatWasStarted) {
   EXPECT_FALSE(IsRustDeskImage(L"", L""));
 }
 
-// The windows of a desk are named by their place in it, from 1.
+// A window is named by its position, from 1.
 int Chosen(const std::vector<std::pair<const wchar_t*, const wchar_t*>>& titlesAndImages) {
   static std::vector<int> places(20);
   std::vector<DeskWindow> windows;
@@ -74,7 +74,7 @@ int Chosen(const std::vector<std::pair<const wchar_t*, const wchar_t*>>& titlesA
   return chosen == nullptr ? 0 : static_cast<int>(static_cast<int*>(chosen) - places.data()) + 1;
 }
 
-TEST(RustDeskWindow, IsItsOwnBeforeAnyOtherWithItsTitle) {
+TEST(RustDeskWindow, PrefersItsOwnToOthersWithItsTitle) {
   constexpr wchar_t kBrowser[] = L"C:\\browser.exe";
   constexpr wchar_t kProgram[] = L"C:\\RustDesk\\rustdesk.exe";
   constexpr wchar_t kUnknown[] = L"";
@@ -91,7 +91,7 @@ TEST(RustDeskWindow, IsItsOwnBeforeAnyOtherWithItsTitle) {
       << "its own has another title yet";
 }
 
-TEST(RustDeskWindow, IsTheFirstWithItsTitleWhereNoneIsItsOwn) {
+TEST(RustDeskWindow, IsTheFirstWithItsTitleIfNoneIsItsOwn) {
   EXPECT_EQ(Chosen({{L"RustDesk", L""}, {L"987", L"C:\\x.exe"}}), 1);
   EXPECT_EQ(Chosen({{L"Notes", L""}, {L"987", L"C:\\x.exe"}, {L"RustDesk", L""}}), 2);
 }

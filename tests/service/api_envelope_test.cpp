@@ -17,7 +17,7 @@ std::string FailureOf(std::wstring_view body) {
   return "(none)";
 }
 
-TEST(ApiEnvelope, HandsOutTheDataOfASuccess) {
+TEST(ApiEnvelope, ReturnsTheDataOfASuccess) {
   const ApiEnvelope envelope = ParseApiEnvelope(LR"({"success":true,"data":{"x":1}})");
 
   EXPECT_TRUE(envelope.success);
@@ -29,7 +29,7 @@ TEST(ApiEnvelope, HandsOutTheDataOfASuccess) {
   EXPECT_EQ(*x->AsNumber(), 1.0);
 }
 
-TEST(ApiEnvelope, TakesCodeAndMessageOfARefusal) {
+TEST(ApiEnvelope, ReadsCodeAndMessageOfARefusal) {
   const ApiEnvelope envelope =
       ParseApiEnvelope(LR"({"success":false,"code":"DEVICE_OFFLINE","message":"设备离线"})");
 
@@ -51,7 +51,7 @@ TEST(ApiEnvelope, SucceedsOnlyOnTheBooleanTrue) {
   }
 }
 
-TEST(ApiEnvelope, ReadsCodeAndMessageOfOtherKindsAsEmpty) {
+TEST(ApiEnvelope, ReadsCodeAndMessageOfOtherTypesAsEmpty) {
   const ApiEnvelope envelope =
       ParseApiEnvelope(LR"({"success":false,"code":42,"message":null,"data":[1]})");
 
@@ -60,7 +60,7 @@ TEST(ApiEnvelope, ReadsCodeAndMessageOfOtherKindsAsEmpty) {
   ASSERT_NE(envelope.data.AsArray(), nullptr) << "data is copied whatever its kind";
 }
 
-TEST(ApiEnvelope, CopiesDataOfEveryKind) {
+TEST(ApiEnvelope, CopiesDataOfEveryType) {
   EXPECT_NE(ParseApiEnvelope(LR"({"data":"text"})").data.AsString(), nullptr);
   EXPECT_NE(ParseApiEnvelope(LR"({"data":7})").data.AsNumber(), nullptr);
   EXPECT_NE(ParseApiEnvelope(LR"({"data":false})").data.AsBoolean(), nullptr);
@@ -68,7 +68,7 @@ TEST(ApiEnvelope, CopiesDataOfEveryKind) {
   EXPECT_TRUE(ParseApiEnvelope(LR"({"data":null})").data.IsNull());
 }
 
-TEST(ApiEnvelope, ReadsWhatIsNoObjectAsAFailureWithoutWords) {
+TEST(ApiEnvelope, TreatsNonObjectsAsAFailureWithoutMessage) {
   const std::wstring_view bodies[] = {
       L"[1,2]",
       L"<html><body>502 Bad Gateway</body></html>",
@@ -92,7 +92,7 @@ TEST(ApiEnvelope, IgnoresSpaceAroundAndTextBehindTheObject) {
   EXPECT_TRUE(ParseApiEnvelope(L" \r\n {\"success\":true} trailing words").success);
 }
 
-TEST(ApiEnvelope, PassesOverOneByteOrderMark) {
+TEST(ApiEnvelope, SkipsOneByteOrderMark) {
   const ApiEnvelope envelope = ParseApiEnvelope(
       L"\xFEFF {\"success\":false,\"code\":\"DEVICE_OFFLINE\",\"message\":\"offline\"}");
   EXPECT_EQ(envelope.code, L"DEVICE_OFFLINE");
@@ -104,7 +104,7 @@ TEST(ApiEnvelope, PassesOverOneByteOrderMark) {
   EXPECT_FALSE(ParseApiEnvelope(L" \xFEFF{\"success\":true}").success) << "only in front of all";
 }
 
-TEST(ApiEnvelope, TakesTheLastOfRepeatedMembers) {
+TEST(ApiEnvelope, UsesTheLastOfRepeatedMembers) {
   EXPECT_FALSE(ParseApiEnvelope(LR"({"success":true,"success":false})").success);
 }
 

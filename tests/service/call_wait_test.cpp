@@ -12,7 +12,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kForEver{3'600'000};
 
-TEST(CallWait, GivesTheResultThatIsThereAlready) {
+TEST(CallWait, ReturnsAResultThatHasAlreadyArrived) {
   CallWait wait;
   wait.Begin();
   wait.Finish({0, 7});
@@ -40,7 +40,7 @@ TEST(CallWait, EndsAtItsLimit) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(20));
 }
 
-TEST(CallWait, ForgetsTheResultOfTheCallBefore) {
+TEST(CallWait, DiscardsTheResultOfThePreviousCall) {
   CallWait wait;
   wait.Begin();
   wait.Finish({0, 7});
@@ -48,7 +48,7 @@ TEST(CallWait, ForgetsTheResultOfTheCallBefore) {
   EXPECT_FALSE(wait.Await(milliseconds(0), {}).has_value());
 }
 
-TEST(CallWait, EndsForAStopBeforeAndDuringIt) {
+TEST(CallWait, EndsWhenStoppedBeforeOrDuringTheWait) {
   CallWait wait;
   for (const bool before : {true, false}) {
     std::stop_source stop;
@@ -60,7 +60,7 @@ TEST(CallWait, EndsForAStopBeforeAndDuringIt) {
   }
 }
 
-TEST(CallWait, AStopCountsMoreThanAResult) {
+TEST(CallWait, AStopTakesPrecedenceOverAResult) {
   CallWait wait;
   std::stop_source stop;
   wait.Begin();
@@ -69,7 +69,7 @@ TEST(CallWait, AStopCountsMoreThanAResult) {
   EXPECT_FALSE(wait.Await(kForEver, stop.get_token()).has_value());
 }
 
-// Whatever the moment of the stop, the wait ends; a lost wake-up would hang it.
+// The wait must end whenever the stop is requested; a lost wake-up would hang it.
 TEST(CallWait, MissesNoStop) {
   for (int round = 0; round < 100; ++round) {
     CallWait wait;

@@ -9,7 +9,7 @@
 namespace service {
 namespace {
 
-// Authorising and disconnecting, each by itself.
+// Authorising and disconnecting separately.
 class ConnectionCalls : public ConnectionTest {};
 
 TEST_F(ConnectionCalls, AuthorizingPostsTheRequestBody) {
@@ -24,7 +24,7 @@ TEST_F(ConnectionCalls, AuthorizingPostsTheRequestBody) {
             LR"("engineerId":"ENG-12345678","clientPublicKey":""})");
 }
 
-TEST_F(ConnectionCalls, AuthorizingStoresAndSavesWhatWasGranted) {
+TEST_F(ConnectionCalls, AuthorizingStoresAndSavesTheGrant) {
   settings_.heartbeatMessage = L"DEVICE_OFFLINE";
   world_.Answer(kGrant);
 
@@ -44,7 +44,7 @@ TEST_F(ConnectionCalls, AuthorizingStoresAndSavesWhatWasGranted) {
   EXPECT_EQ(world_.LastSaved().granted, granted);
 }
 
-// For a run that ends while the list is changed: the next one finds the routes.
+// If the program ends while the list is edited, the next run must find the routes.
 TEST_F(ConnectionCalls, AuthorizingSavesBeforeTheProxyBypassGetsTheRoutes) {
   world_.addText = L"已加入系统代理旁路：10.*";
   world_.Answer(kGrant);
@@ -56,7 +56,7 @@ TEST_F(ConnectionCalls, AuthorizingSavesBeforeTheProxyBypassGetsTheRoutes) {
   EXPECT_EQ(world_.saved.at(0).routesText, L"192.168.1.0/24\r\n10.0.0.0/8");
 }
 
-TEST_F(ConnectionCalls, AuthorizingTakesDeviceNumberAndTargetOnlyWhereTheyAreStrings) {
+TEST_F(ConnectionCalls, AuthorizingReadsDeviceNumberAndTargetOnlyFromStrings) {
   world_.Answer(
       LR"({"success":true,"data":{"connectionId":"c1","assignedAddress":"10.8.0.2",)"
       LR"("routes":["10.0.0.0/8"],"deviceNumber":"D-200","targetNetwork":7}})");
@@ -72,7 +72,7 @@ TEST_F(ConnectionCalls, AuthorizingTakesDeviceNumberAndTargetOnlyWhereTheyAreStr
   EXPECT_EQ(settings_.targetNetwork, L"") << "an empty string is a string";
 }
 
-TEST_F(ConnectionCalls, AuthorizingWithoutAnEngineerSendsAndKeepsAFreshIdentity) {
+TEST_F(ConnectionCalls, AuthorizingWithoutAnEngineerSendsAndKeepsANewId) {
   settings_.engineerId.clear();
   world_.Answer(kGrant);
   Authorize();
@@ -107,7 +107,7 @@ TEST_F(ConnectionCalls, ARefusalWithDataGrantsNothing) {
   EXPECT_EQ(settings_.connectionId, L"");
 }
 
-TEST_F(ConnectionCalls, AnHtmlErrorPageIsARefusalWithoutWords) {
+TEST_F(ConnectionCalls, AnHtmlErrorPageIsARefusalWithoutMessage) {
   settings_.heartbeatMessage = L"DEVICE_OFFLINE";
   world_.Answer(L"<html>502</html>", 502);
 
@@ -165,8 +165,8 @@ TEST_F(ConnectionCalls, DisconnectingWithoutAConnectionSendsNothingButStillForge
   ExpectForgotten(settings_);
 }
 
-// Another site's profile was loaded while connected, and perhaps the program started anew.
-TEST_F(ConnectionCalls, DisconnectingGoesByTheGrantWhateverIsInTheForm) {
+// While connected, another site's profile was loaded, and perhaps the program restarted.
+TEST_F(ConnectionCalls, DisconnectingUsesTheGrantWhateverIsInTheForm) {
   HoldConnection();
   settings_.granted = {L"old", L"http://granted:1", L"ENG-87654321", {L"10.1.0.0/16"}};
   settings_.serverUrl = L"http://loaded:1";
@@ -183,7 +183,7 @@ TEST_F(ConnectionCalls, DisconnectingGoesByTheGrantWhateverIsInTheForm) {
   EXPECT_EQ(settings_.serverUrl, L"http://loaded:1");
 }
 
-TEST_F(ConnectionCalls, DisconnectingShowsTheServicesWordsWhenItRefuses) {
+TEST_F(ConnectionCalls, DisconnectingShowsTheMessageOfARefusal) {
   HoldConnection();
   world_.Answer(LR"({"success":false,"message":"unknown connection"})", 404);
 
@@ -201,7 +201,7 @@ TEST_F(ConnectionCalls, DisconnectingAppendsTheProxyBypasssLine) {
   EXPECT_EQ(Disconnect(), L"\r\n已移除系统代理旁路：10.1.*");
 }
 
-TEST_F(ConnectionCalls, DisconnectingForgetsEvenWhenNoReplyComes) {
+TEST_F(ConnectionCalls, DisconnectingForgetsEvenWhenNoReplyArrives) {
   HoldConnection();
   world_.FailRequest("WinHttpReceiveResponse failed.");
 

@@ -19,7 +19,7 @@ inline constexpr wchar_t kGrant[] =
 inline constexpr wchar_t kGrantText[] =
     L"连接授权成功：c1，分配地址 10.8.0.2，路由 192.168.1.0/24\r\n10.0.0.0/8";
 
-// Settings that name a device and an engineer, in front of a fake world.
+// Settings with a device and an engineer, in a fake world.
 class ConnectionTest : public testing::Test {
  protected:
   ConnectionTest() {

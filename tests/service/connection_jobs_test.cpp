@@ -13,13 +13,13 @@ namespace {
 
 constexpr wchar_t kDiscoveryOffText[] = L"\r\n局域网发现模式已关闭：只转发已知 IP 网段。";
 
-// A proxy list that fails as soon as it has something to do.
+// A proxy list that fails unless there are no routes.
 std::wstring ThrowForRoutes(const std::vector<std::wstring>& routes, const char* message) {
   if (!routes.empty()) throw std::runtime_error(message);
   return {};
 }
 
-// The connect and the stop job.
+// The connect and stop jobs.
 class ConnectionJobsTest : public ConnectionTest {};
 
 TEST_F(ConnectionJobsTest, ConnectingAuthorizesStartsTheTunnelAndSaves) {
@@ -40,7 +40,7 @@ TEST_F(ConnectionJobsTest, ConnectingAuthorizesStartsTheTunnelAndSaves) {
   EXPECT_EQ(world_.LastSaved().routeMappingsText, settings_.routeMappingsText);
 }
 
-// As after any closed window: the connect of the next run reports the connection's end.
+// As after any closed window, the next run's connect reports the connection's end.
 TEST_F(ConnectionJobsTest, ClosingWhileTheTunnelStartsKeepsTheGrantAndReportsNothing) {
   world_.Answer(kGrant);
   world_.onStart = [this] {
@@ -63,7 +63,7 @@ TEST_F(ConnectionJobsTest, ClosingWhileTheTunnelStartsKeepsTheGrantAndReportsNot
   EXPECT_EQ(world_.requests[1].url, L"http://192.0.2.10:31080/api/connections/c1/disconnect");
 }
 
-TEST_F(ConnectionJobsTest, ConnectingGivesTheTunnelWhatWasGranted) {
+TEST_F(ConnectionJobsTest, ConnectingPassesTheGrantToTheTunnel) {
   settings_.serverUrl = L"192.0.2.10:31080/";
   settings_.discoveryModeEnabled = true;
   world_.Answer(kGrant);
@@ -89,7 +89,7 @@ TEST_F(ConnectionJobsTest, ConnectingAlwaysAsksForEveryNetwork) {
   EXPECT_EQ(settings_.targetNetwork, L"ALL");
 }
 
-TEST_F(ConnectionJobsTest, ConnectingEndsTheConnectionHeldBeforeFirst) {
+TEST_F(ConnectionJobsTest, ConnectingFirstEndsAnOldConnection) {
   HoldConnection();
   world_.Answer(LR"({"success":true})");
   world_.Answer(kGrant);
@@ -180,7 +180,7 @@ TEST_F(ConnectionJobsTest, AFailedReportDoesNotHideTheFirstError) {
   }
 }
 
-TEST_F(ConnectionJobsTest, AnErrorThatIsNoStandardOneIsUnknown) {
+TEST_F(ConnectionJobsTest, ANonStandardExceptionIsUnknown) {
   world_.Answer(kGrant);
   world_.Answer(LR"({"success":true})");
   world_.onStart = [] { throw 7; };
@@ -231,8 +231,8 @@ TEST_F(ConnectionJobsTest, ADeadServiceOnReconnectEndsTheOldConnectionLocally) {
   ExpectForgotten(world_.LastSaved());
 }
 
-// Nothing that goes wrong on the disk costs the connection, nor keeps its end from the service.
-TEST_F(ConnectionJobsTest, ADiskThatTakesNothingDoesNotStandInTheWay) {
+// A disk error neither costs the connection nor prevents the report of its end.
+TEST_F(ConnectionJobsTest, AFailingDiskDoesNotPreventTheConnection) {
   world_.disk.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
   world_.Answer(kGrant);
 
@@ -247,8 +247,8 @@ TEST_F(ConnectionJobsTest, ADiskThatTakesNothingDoesNotStandInTheWay) {
   ExpectForgotten(settings_);
 }
 
-// The connection held before was granted by another service, under another identity.
-TEST_F(ConnectionJobsTest, EveryEndGoesToTheServiceThatGranted) {
+// The old connection was granted by another service, to another engineer id.
+TEST_F(ConnectionJobsTest, EveryEndIsReportedToTheServiceThatGranted) {
   HoldConnection();
   settings_.granted = {L"old", L"http://granted:1", L"ENG-87654321", {L"10.1.0.0/16"}};
   world_.Answer(LR"({"success":true})");
@@ -294,7 +294,7 @@ TEST_F(ConnectionJobsTest, AProxyListThatThrowsEndsTheJobAndGivesUpWhatWasGrante
   ExpectNoConnection(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobsTest, AProxyListThatThrowsAtTheOldEndDoesNotKeepTheConnection) {
+TEST_F(ConnectionJobsTest, AProxyListThatThrowsAtTheOldEndDoesNotKeepTheOldConnection) {
   HoldConnection();
   world_.editProxyBypass = [this](ProxyBypassChange change, const auto& routes) {
     if (change == ProxyBypassChange::Add) return world_.NoteProxyBypass(change, routes);
@@ -330,7 +330,7 @@ TEST_F(ConnectionJobsTest, NoTextForTheEngineerHoldsTheKey) {
   }
 }
 
-TEST_F(ConnectionJobsTest, StoppingStopsTheTunnelBeforeItTellsTheService) {
+TEST_F(ConnectionJobsTest, StoppingStopsTheTunnelBeforeReporting) {
   HoldConnection();
   world_.stopText = L"软件隧道已停止。";
   world_.Answer(LR"({"success":true})");
@@ -343,7 +343,7 @@ TEST_F(ConnectionJobsTest, StoppingStopsTheTunnelBeforeItTellsTheService) {
   ExpectForgotten(world_.LastSaved());
 }
 
-TEST_F(ConnectionJobsTest, StoppingWithoutAConnectionSaysOnlyWhatTheTunnelSays) {
+TEST_F(ConnectionJobsTest, StoppingWithoutAConnectionReturnsOnlyTheTunnelsText) {
   world_.stopText = L"软件隧道运行中。";
 
   EXPECT_EQ(StopTunnel(), L"软件隧道运行中。");

@@ -22,7 +22,7 @@ std::string GrantFailure(std::wstring_view data) {
   return "(none)";
 }
 
-TEST(ConnectionUrls, PutTheEndpointBehindTheNormalisedServer) {
+TEST(ConnectionUrls, AppendTheEndpointToTheNormalisedServer) {
   EXPECT_EQ(AuthorizationUrl(L"http://192.0.2.10:31080"),
             L"http://192.0.2.10:31080/api/connections/request");
   EXPECT_EQ(AuthorizationUrl(L" 10.1.2.3:8080/ "), L"http://10.1.2.3:8080/api/connections/request");
@@ -31,12 +31,12 @@ TEST(ConnectionUrls, PutTheEndpointBehindTheNormalisedServer) {
             L"https://host/api/connections/c1/disconnect");
 }
 
-TEST(ConnectionUrls, TakeTheConnectionIdAsItIsStored) {
+TEST(ConnectionUrls, UseTheConnectionIdAsStored) {
   EXPECT_EQ(DisconnectUrl(L"http://h", L"a b/%2F?中"),
             L"http://h/api/connections/a b/%2F?中/disconnect");
 }
 
-TEST(AuthorizationRequest, HoldsItsMembersInOrderWithoutBlanks) {
+TEST(AuthorizationRequest, HasItsMembersInOrderWithoutBlanks) {
   settings::Settings settings;
   settings.deviceNumber = L"D-100";
   settings.deviceSecret = L"key";
@@ -48,7 +48,7 @@ TEST(AuthorizationRequest, HoldsItsMembersInOrderWithoutBlanks) {
             LR"("engineerId":"ENG-12345678","clientPublicKey":""})");
 }
 
-TEST(AuthorizationRequest, EscapesWhatTheEngineerTyped) {
+TEST(AuthorizationRequest, EscapesTheEngineersInput) {
   settings::Settings settings;
   settings.deviceSecret = L"a\"b\\c\td\r\ne中\x0001";
 

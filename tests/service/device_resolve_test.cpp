@@ -21,7 +21,7 @@ class DeviceResolve : public testing::Test {
   }
 
   bool Resolve() { return ResolveDevice(settings_, world_.Requester(), text_); }
-  // The service knows the device and says `data` of it.
+  // With the service returning `data` for the device.
   bool ResolveTo(const std::wstring& data) {
     world_.Answer(L"{\"success\":true,\"data\":" + data + L"}");
     return Resolve();
@@ -68,7 +68,7 @@ TEST_F(DeviceResolve, EscapesTheSecret) {
   }
 }
 
-TEST_F(DeviceResolve, TakesTheAnswer) {
+TEST_F(DeviceResolve, StoresTheAnswer) {
   EXPECT_TRUE(
       ResolveTo(L"{\"deviceNumber\":\"D-100\",\"deviceName\":\"Pump 3\","
                 L"\"sharedNetworks\":[\"192.168.10.0/24\",\"10.1.0.0/16\"]}"));
@@ -81,7 +81,7 @@ TEST_F(DeviceResolve, TakesTheAnswer) {
   EXPECT_EQ(settings_.sharedNetworksText, L"10.9.0.0/16");
 }
 
-TEST_F(DeviceResolve, LeavesTargetAndRoutesWithoutANetwork) {
+TEST_F(DeviceResolve, KeepsTargetAndRoutesWithoutANetwork) {
   for (const wchar_t* networks : {L"[]", L"[7,null,{},[\"10.1.0.0/16\"]]", L"\"10.1.0.0/16\"",
                                   L"{\"0\":\"10.1.0.0/16\"}", L"null"}) {
     EXPECT_TRUE(ResolveTo(L"{\"sharedNetworks\":" + std::wstring(networks) + L"}"));
@@ -92,13 +92,13 @@ TEST_F(DeviceResolve, LeavesTargetAndRoutesWithoutANetwork) {
   EXPECT_EQ(settings_.targetNetwork, L"10.9.0.0/16");
 }
 
-TEST_F(DeviceResolve, SkipsNetworksThatAreNoStrings) {
+TEST_F(DeviceResolve, SkipsNetworksThatAreNotStrings) {
   ResolveTo(L"{\"sharedNetworks\":[7,\"10.1.0.0/16\",null,\"10.2.0.0/16\",[\"x\"]]}");
   EXPECT_EQ(settings_.targetNetwork, L"10.1.0.0/16");
   EXPECT_EQ(settings_.routesText, L"10.1.0.0/16\r\n10.2.0.0/16");
 }
 
-TEST_F(DeviceResolve, KeepsNumberAndNameThatTheAnswerDoesNotHave) {
+TEST_F(DeviceResolve, KeepsNumberAndNameMissingFromTheAnswer) {
   for (const wchar_t* data : {L"{}", L"{\"deviceNumber\":7,\"deviceName\":null}", L"null", L"[]",
                               L"\"deviceNumber\"", L"{\"DeviceNumber\":\"x\"}"}) {
     EXPECT_TRUE(ResolveTo(data)) << data;
@@ -108,7 +108,7 @@ TEST_F(DeviceResolve, KeepsNumberAndNameThatTheAnswerDoesNotHave) {
   }
 }
 
-TEST_F(DeviceResolve, TakesAnEmptyNumberAndAnEmptyName) {
+TEST_F(DeviceResolve, StoresAnEmptyNumberAndAnEmptyName) {
   EXPECT_TRUE(ResolveTo(L"{\"deviceNumber\":\"\",\"deviceName\":\"\"}"));
   EXPECT_EQ(settings_.deviceNumber, L"");
   EXPECT_EQ(settings_.deviceName, L"");
@@ -123,7 +123,7 @@ struct NameRow {
   const wchar_t* becomes;
 };
 
-TEST_F(DeviceResolve, NamesAProfileThatHasNoName) {
+TEST_F(DeviceResolve, NamesAnUnnamedProfile) {
   const NameRow rows[] = {
       {"the answer's name", L"", L"old", L"{\"deviceName\":\"Pump\",\"deviceNumber\":\"D\"}",
        L"Pump"},
@@ -170,7 +170,7 @@ TEST_F(DeviceResolve, ReadsTheAnswerOfAnyHttpStatus) {
   EXPECT_EQ(settings_.deviceNumber, L"D");
 }
 
-TEST_F(DeviceResolve, ThrowsFailuresOnAndChangesNothing) {
+TEST_F(DeviceResolve, PropagatesFailuresAndChangesNothing) {
   const std::wstring before = WriteSettingsText(settings_);
   const auto failure = [this]() -> std::string {
     try {

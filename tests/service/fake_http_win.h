@@ -12,8 +12,8 @@
 
 namespace service {
 
-// WinHTTP as far as an exchange needs it, without a network: it answers the calls that `calls`
-// records. Each asynchronous call is reported before it returns.
+// The part of WinHTTP that an exchange uses, without a network: answers the calls that `calls`
+// records. Each asynchronous call reports its end before it returns.
 //
 // Threads: the one that makes the calls.
 class FakeHttp {
@@ -29,13 +29,13 @@ class FakeHttp {
   DWORD status = 200;
   std::optional<std::wstring> contentLength;
   std::deque<std::string> pieces;     // of the body, as they arrive
-  std::size_t unreadBytes = 0;        // of each piece: a read gives fewer than were announced
-  std::map<Api, DWORD> failingLater;  // calls that begin well and report this error
+  std::size_t unreadBytes = 0;        // of each piece: a read returns fewer than announced
+  std::map<Api, DWORD> failingLater;  // calls that start successfully and then report this error
   std::set<Api> silent;               // calls whose end is never reported
-  // What its reports bear.
+  // The context passed to its reports.
   [[nodiscard]] DWORD_PTR Context() const { return context_; }
 
-  int partings = 0;  // request handles that have reported their end
+  int partings = 0;  // request handles that have reported their closing
 
  private:
   static HINTERNET Made(std::uintptr_t number) { return reinterpret_cast<HINTERNET>(number); }
@@ -70,7 +70,7 @@ class FakeHttp {
     });
     calls.AnswerWith<Api::WinHttpSendRequest>([this](HINTERNET, const wchar_t*, DWORD, void*, DWORD,
                                                      DWORD, DWORD_PTR context) {
-      context_ = context;  // this call's counts from here on
+      context_ = context;  // replaces the handle's
       if (failingLater.contains(Api::WinHttpSendRequest)) {
         return End(Api::WinHttpSendRequest, 0, nullptr, 0);
       }

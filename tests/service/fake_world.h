@@ -19,14 +19,13 @@ struct SentRequest {
   std::wstring body;
 };
 
-// Stands in for the service, the settings file, the proxy list and the tunnel, and keeps one list
-// of what happened in which order: "POST <url>", "save", "bypass+ <routes>", "bypass- <routes>",
-// "start", "stop".
+// A fake service, settings file, proxy list and tunnel, which record their actions in one list:
+// "POST <url>", "save", "bypass+ <routes>", "bypass- <routes>", "start", "stop".
 class FakeWorld : public tunnel::Tunnel {
  public:
   using Reply = std::function<HttpResponse()>;
 
-  // What the next request gets. A request that was not expected fails like a dead service.
+  // The reply to the next request. An unexpected request fails as if the service were unreachable.
   void Answer(const std::wstring& body, std::uint32_t status = 200) {
     replies_.push_back([=] { return HttpResponse{status, body}; });
   }
@@ -58,8 +57,8 @@ class FakeWorld : public tunnel::Tunnel {
     return adds ? addText : removeText;
   }
 
-  // Runs `call` as a job on `settings`, which are on the disk before and hold afterwards what the
-  // job has made of them.
+  // Runs `call` as a job on `settings`. They are saved before, and contain the job's changes
+  // afterwards.
   template <typename Call>
   std::wstring RunJob(settings::Settings& settings, Call call) {
     settings::SettingsStore store(disk.File(), settings);
@@ -86,9 +85,9 @@ class FakeWorld : public tunnel::Tunnel {
     return text;
   }
 
-  // What a start would find.
+  // The settings that the next start would load.
   [[nodiscard]] settings::Settings LastSaved() { return disk.Load(); }
-  // Throws when there is none, which fails the test that asks.
+  // Throws without an event, which fails the calling test.
   [[nodiscard]] const std::wstring& LastEvent() const { return events.at(events.size() - 1); }
 
   tunnel::TunnelStarted Start(const tunnel::TunnelRequest& request) override {
@@ -110,8 +109,8 @@ class FakeWorld : public tunnel::Tunnel {
   std::vector<std::wstring> events;
   std::vector<SentRequest> requests;
   settings::MemoryDisk disk;
-  std::vector<settings::Settings> saved;  // during the job, in order
-  std::vector<std::wstring> reports;      // of the settings' store, after the job
+  std::vector<settings::Settings> saved;  // by the job, in order
+  std::vector<std::wstring> reports;      // from the settings' store, after the job
   std::vector<tunnel::TunnelRequest> starts;
   std::wstring addText;
   std::wstring removeText;

@@ -1,4 +1,4 @@
-// Every file call of a download: its arguments, and what comes of its failure.
+// Every file call of a download: its arguments, and the effect of its failure.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -41,8 +41,8 @@ class HttpDownloadCalls : public testing::Test {
   }
   [[nodiscard]] std::string SaidDelete() const { return Said<Api::DeleteFileW>(partial_); }
 
-  // True when these were the calls about files, and nothing is left but a whole file.
-  // What it did once the part of an earlier download, or a link in its place, was deleted.
+  // True when these were the file calls, and nothing remains but a complete file.
+  // The calls after an old partial file, or a link in its place, was deleted.
   [[nodiscard]] testing::AssertionResult Did(std::vector<std::string> expected) {
     if (!expected.empty()) expected.insert(expected.begin(), Said<Api::DeleteFileW>(partial_));
     if (const std::string left = calls_.Unbalanced(); !left.empty()) {
@@ -61,7 +61,7 @@ class HttpDownloadCalls : public testing::Test {
   FakeHttp http_{calls_};
 };
 
-TEST_F(HttpDownloadCalls, AskWithAGetForTwoMinutesAndForTheLength) {
+TEST_F(HttpDownloadCalls, SendAGetWithATwoMinuteLimitAndReadTheLength) {
   http_.contentLength = L"4";
   EXPECT_TRUE(Download());
   EXPECT_TRUE(calls_.WereAmong(
@@ -79,33 +79,33 @@ TEST_F(HttpDownloadCalls, AskWithAGetForTwoMinutesAndForTheLength) {
       }));
 }
 
-TEST_F(HttpDownloadCalls, GrowAFileThatGoesWithItsHandleAndMoveItWhole) {
+TEST_F(HttpDownloadCalls, WriteAFileDeletedWithItsHandleAndMoveItWhenComplete) {
   EXPECT_TRUE(Download());
   EXPECT_TRUE(Did(
       {SaidCreate(), SaidDeletes(true), SaidWrite(), SaidDeletes(false), SaidClose(), SaidMove()}));
   EXPECT_TRUE(platform::IsFile(target_));
 }
 
-TEST_F(HttpDownloadCalls, DoNothingMoreWithoutAFile) {
+TEST_F(HttpDownloadCalls, StopWithoutAFile) {
   calls_.Fail(Api::CreateFileW, ERROR_ACCESS_DENIED);
   EXPECT_FALSE(Download());
   EXPECT_TRUE(Did({SaidCreate()}));
 }
 
-TEST_F(HttpDownloadCalls, GoOnWhereTheSystemDoesNotDeleteWithTheHandle) {
+TEST_F(HttpDownloadCalls, ContinueWhereDeletionWithTheHandleIsUnsupported) {
   calls_.Fail(Api::SetFileInformationByHandle, ERROR_NOT_SUPPORTED, 0);
   EXPECT_TRUE(Download());
   EXPECT_TRUE(Did(
       {SaidCreate(), SaidDeletes(true), SaidWrite(), SaidDeletes(false), SaidClose(), SaidMove()}));
 }
 
-TEST_F(HttpDownloadCalls, DeleteWhatCouldNotBeWritten) {
+TEST_F(HttpDownloadCalls, DeleteAFileThatCouldNotBeWritten) {
   calls_.Fail(Api::WriteFile, ERROR_DISK_FULL);
   EXPECT_FALSE(Download());
   EXPECT_TRUE(Did({SaidCreate(), SaidDeletes(true), SaidWrite(), SaidClose(), SaidDelete()}));
 }
 
-TEST_F(HttpDownloadCalls, DeleteWhatWasWrittenInPart) {
+TEST_F(HttpDownloadCalls, DeleteAPartlyWrittenFile) {
   calls_.AnswerWith<Api::WriteFile>(
       [](HANDLE, const void*, DWORD, DWORD* writtenBytes, OVERLAPPED*) {
         *writtenBytes = 3;
@@ -115,20 +115,20 @@ TEST_F(HttpDownloadCalls, DeleteWhatWasWrittenInPart) {
   EXPECT_TRUE(Did({SaidCreate(), SaidDeletes(true), SaidWrite(), SaidClose(), SaidDelete()}));
 }
 
-TEST_F(HttpDownloadCalls, DeleteWhatIsShorterThanItsNamedLength) {
+TEST_F(HttpDownloadCalls, DeleteAFileShorterThanItsAnnouncedLength) {
   http_.contentLength = L"5";
   EXPECT_FALSE(Download());
   EXPECT_TRUE(Did({SaidCreate(), SaidDeletes(true), SaidWrite(), SaidClose(), SaidDelete()}));
 }
 
-TEST_F(HttpDownloadCalls, DeleteWhatCouldNotBeMoved) {
+TEST_F(HttpDownloadCalls, DeleteAFileThatCouldNotBeMoved) {
   calls_.Fail(Api::MoveFileExW, ERROR_ACCESS_DENIED);
   EXPECT_FALSE(Download());
   EXPECT_TRUE(Did({SaidCreate(), SaidDeletes(true), SaidWrite(), SaidDeletes(false), SaidClose(),
                    SaidMove(), SaidDelete()}));
 }
 
-TEST_F(HttpDownloadCalls, MakeNoFileOfAReplyThatIsNoSuccess) {
+TEST_F(HttpDownloadCalls, CreateNoFileForAnUnsuccessfulReply) {
   http_.status = 404;
   EXPECT_FALSE(Download());
   EXPECT_TRUE(Did({}));

@@ -15,7 +15,7 @@
 namespace service {
 namespace {
 
-// Downloads into a folder of its own below the temporary one, which every test leaves empty.
+// Downloads into a subfolder of the temporary folder, which every test leaves empty.
 class DownloadFileTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -59,7 +59,7 @@ std::string Bytes(std::size_t count) {
   return bytes;
 }
 
-TEST_F(DownloadFileTest, WritesTheBodyAndMakesTheFolder) {
+TEST_F(DownloadFileTest, WritesTheBodyAndCreatesTheFolder) {
   const std::string body = Bytes(200'000);
 
   EXPECT_TRUE(DownloadReply({HttpReply("200 OK", body)}));
@@ -95,7 +95,7 @@ TEST_F(DownloadFileTest, OverwritesAPartialFileLeftBefore) {
   EXPECT_FALSE(platform::IsFile(Partial()));
 }
 
-TEST_F(DownloadFileTest, TakesBodiesOfEveryFraming) {
+TEST_F(DownloadFileTest, ReadsBodiesOfEveryFraming) {
   EXPECT_TRUE(DownloadReply({HttpReply("200 OK", "")}));
   EXPECT_EQ(Target(), "");
   EXPECT_TRUE(DownloadReply(
@@ -147,7 +147,7 @@ TEST_F(DownloadFileTest, ABodyCutMidwayLeavesNothingWhereNothingWas) {
   EXPECT_FALSE(platform::IsFile(Partial()));
 }
 
-TEST_F(DownloadFileTest, AServerThatIsNotThereOrClosesFailsWithoutAnException) {
+TEST_F(DownloadFileTest, AnAbsentOrClosingServerFailsWithoutAnException) {
   PutOldTarget();
   const std::wstring closed = L"http://127.0.0.1:" + std::to_wstring(ClosedPort()) + L"/x";
   EXPECT_FALSE(DownloadFile(closed, target_));
@@ -158,7 +158,7 @@ TEST_F(DownloadFileTest, AServerThatIsNotThereOrClosesFailsWithoutAnException) {
   EXPECT_FALSE(platform::IsFile(Partial()));
 }
 
-TEST_F(DownloadFileTest, ALockedTargetStaysAndThePartialFileGoes) {
+TEST_F(DownloadFileTest, ALockedTargetRemainsAndThePartialFileIsDeleted) {
   PutOldTarget();
   const platform::FileHandle lock(::CreateFileW(target_.c_str(), GENERIC_READ, FILE_SHARE_READ,
                                                 nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
@@ -171,7 +171,7 @@ TEST_F(DownloadFileTest, ALockedTargetStaysAndThePartialFileGoes) {
   EXPECT_FALSE(platform::IsFile(Partial()));
 }
 
-TEST_F(DownloadFileTest, APartialFileInUseByAnotherFailsAndStays) {
+TEST_F(DownloadFileTest, APartialFileInUseElsewhereFailsAndRemains) {
   PutOldTarget();
   ASSERT_TRUE(platform::WriteFileBytes(Partial(), "theirs"));
   {
@@ -184,7 +184,7 @@ TEST_F(DownloadFileTest, APartialFileInUseByAnotherFailsAndStays) {
   EXPECT_EQ(Target(), "old");
 }
 
-TEST_F(DownloadFileTest, AWriteThatFailsOrIsShortCostsTheDownloadAndNothingElse) {
+TEST_F(DownloadFileTest, AFailedOrShortWriteFailsOnlyTheDownload) {
   struct WriteRow {
     const char* name;
     std::size_t (*second)(const std::string& bytes);
@@ -207,11 +207,11 @@ TEST_F(DownloadFileTest, AWriteThatFailsOrIsShortCostsTheDownloadAndNothingElse)
   }
 }
 
-TEST_F(DownloadFileTest, WhatTheSystemDoesNotWriteIsNotCounted) {
+TEST_F(DownloadFileTest, UnwrittenBytesAreNotCounted) {
   EXPECT_EQ(WriteToFile(INVALID_HANDLE_VALUE, "bytes"), 0u);
 }
 
-TEST_F(DownloadFileTest, AFolderThatCannotBeMadeFails) {
+TEST_F(DownloadFileTest, AFolderThatCannotBeCreatedFails) {
   ASSERT_TRUE(platform::CreateFolders(folder_));
   ASSERT_TRUE(platform::WriteFileBytes(folder_ + L"\\驱动 文件", "a file, not a folder"));
 

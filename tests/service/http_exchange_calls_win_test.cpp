@@ -1,4 +1,4 @@
-// Every WinHTTP call of an exchange: its arguments, and what comes of its failure.
+// Every WinHTTP call of an exchange: its arguments, and the effect of its failure.
 #include <gtest/gtest.h>
 
 #include <cwchar>
@@ -31,12 +31,12 @@ std::string Request(const std::wstring& url = kRequestUrl, const std::wstring& b
   }
 }
 
-// What a failure of the call says.
+// The message of a failed call.
 std::string Failed(const char* function, DWORD error) {
   return HttpFailureText(function, platform::SystemErrorText(error));
 }
 
-TEST(HttpExchangeCalls, MakeARequestAndReadItsReply) {
+TEST(HttpExchangeCalls, SendARequestAndReadItsReply) {
   Calls calls;
   FakeHttp http(calls);
   http.pieces = {"[1]", "!"};
@@ -75,7 +75,7 @@ TEST(HttpExchangeCalls, MakeARequestAndReadItsReply) {
   EXPECT_EQ(http.partings, 1);
 }
 
-TEST(HttpExchangeCalls, AskForTheDateOfTheReply) {
+TEST(HttpExchangeCalls, ReadTheDateOfTheReply) {
   Calls calls;
   const FakeHttp http(calls);
   HttpExchange exchange(L"GET", kRequestUrl, std::chrono::seconds(5));
@@ -103,7 +103,7 @@ TEST(HttpExchangeCalls, SendNoHeaderAndNoDataWithoutABody) {
       Said<Api::WinHttpSendRequest>(Handle{3}, nullptr, 0, nullptr, 0, 0, http.Context())));
 }
 
-TEST(HttpExchangeCalls, AskForTlsOfAnHttpsAddress) {
+TEST(HttpExchangeCalls, RequestTlsForAnHttpsUrl) {
   Calls calls;
   const FakeHttp http(calls);
   EXPECT_EQ(Request(L"https://host"), "200 ");
@@ -114,7 +114,7 @@ TEST(HttpExchangeCalls, AskForTlsOfAnHttpsAddress) {
                                                      nullptr, WINHTTP_FLAG_SECURE)}));
 }
 
-TEST(HttpExchangeCalls, CountABodyInBytes) {
+TEST(HttpExchangeCalls, GiveTheBodysLengthInBytes) {
   Calls calls;
   const FakeHttp http(calls);
   EXPECT_EQ(Request(kRequestUrl, L"泵"), "200 ");
@@ -128,7 +128,7 @@ struct FailureRow {
   std::string text;
 };
 
-TEST(HttpExchangeCalls, NameTheOneThatFails) {
+TEST(HttpExchangeCalls, NameTheFailedCall) {
   const FailureRow rows[] = {
       {Api::WinHttpCrackUrl, Failed("WinHttpCrackUrl", 5)},
       {Api::WinHttpOpen, Failed("WinHttpOpen", 5)},
@@ -154,7 +154,7 @@ TEST(HttpExchangeCalls, NameTheOneThatFails) {
   }
 }
 
-TEST(HttpExchangeCalls, NameTheOneWhoseFailureIsReportedLater) {
+TEST(HttpExchangeCalls, NameTheCallWhoseFailureIsReportedLater) {
   const FailureRow rows[] = {
       {Api::WinHttpSendRequest, Failed("WinHttpReceiveResponse", 5)},
       {Api::WinHttpReceiveResponse, Failed("WinHttpReceiveResponse", 5)},
@@ -172,7 +172,7 @@ TEST(HttpExchangeCalls, NameTheOneWhoseFailureIsReportedLater) {
   }
 }
 
-// What an exchange with a limit of a moment comes to.
+// The outcome of an exchange with a very short limit.
 std::string ShortExchange() {
   try {
     HttpExchange exchange(L"GET", kRequestUrl, std::chrono::milliseconds(1));
@@ -184,8 +184,8 @@ std::string ShortExchange() {
   return "done";
 }
 
-// A sent request whose call has not ended waits for its reply already.
-TEST(HttpExchangeCalls, NameTheOneThatTakesTooLong) {
+// A request that was sent already waits for its reply, even if the send call has not ended.
+TEST(HttpExchangeCalls, NameTheCallThatTakesTooLong) {
   const FailureRow rows[] = {
       {Api::WinHttpSendRequest, "WinHttpReceiveResponse"},
       {Api::WinHttpReceiveResponse, "WinHttpReceiveResponse"},
@@ -203,7 +203,7 @@ TEST(HttpExchangeCalls, NameTheOneThatTakesTooLong) {
   }
 }
 
-TEST(HttpExchangeCalls, KeepOnlyWhatWasRead) {
+TEST(HttpExchangeCalls, KeepOnlyTheBytesRead) {
   Calls calls;
   FakeHttp http(calls);
   http.pieces = {"[1]xx", "!xx"};

@@ -23,7 +23,7 @@ TEST(HttpFailureText, CarriesTheSystemsTextAsUtf8) {
             "WinHttpReadData: \xE6\x97\xA0\xE6\xB3\x95\xE8\xBF\x9E\xE6\x8E\xA5 \xF0\x9F\x98\x80");
 }
 
-TEST(HttpFailureText, SaysFailedWhenTheSystemHasNoText) {
+TEST(HttpFailureText, IsFailedWhenTheSystemHasNoText) {
   EXPECT_EQ(HttpFailureText("WinHttpReceiveResponse", L""), "WinHttpReceiveResponse failed.");
 }
 

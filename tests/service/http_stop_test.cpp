@@ -18,10 +18,10 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr std::chrono::seconds kPatience{20};
-constexpr std::size_t kPieces = 10'000;  // minutes of them
+constexpr std::size_t kPieces = 10'000;  // enough for minutes
 const std::string kHead = "HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n";
 
-// A reply that does not end before the test does: `start`, then `piece` again and again.
+// A reply that outlasts the test: `start`, then `piece` repeatedly.
 RawReply Endless(const std::string& start, const std::string& piece) {
   RawReply reply(kPieces, piece);
   reply[0] = start;
@@ -31,7 +31,7 @@ RawReply Endless(const std::string& start, const std::string& piece) {
 struct Row {
   const char* name;
   RawReply reply;
-  const char* awaited;  // the call that waits for what does not come
+  const char* awaited;  // the call that waits in vain
 };
 
 const Row kReplies[] = {
@@ -58,7 +58,7 @@ void AwaitRequest(ScriptedServer& server) {
   }
 }
 
-// What `call` comes to when it is stopped once the server has its request.
+// The outcome of `call` when it is stopped after the server has received its request.
 template <typename Call>
 auto StoppedMidway(ScriptedServer& server, std::stop_source& stop, Call call) {
   auto outcome = std::async(std::launch::async, call);
@@ -68,7 +68,7 @@ auto StoppedMidway(ScriptedServer& server, std::stop_source& stop, Call call) {
   return outcome.get();
 }
 
-TEST(HttpStop, EndsARequestWhereverItIs) {
+TEST(HttpStop, EndsARequestAtAnyPoint) {
   for (const Row& row : kReplies) {
     ScriptedServer server(row.reply);
     std::stop_source stop;
@@ -80,7 +80,7 @@ TEST(HttpStop, EndsARequestWhereverItIs) {
   }
 }
 
-TEST(HttpStop, EndsADownloadWhereverItIsAndLeavesTheEarlierFile) {
+TEST(HttpStop, EndsADownloadAtAnyPointAndKeepsTheEarlierFile) {
   const platform::ScratchFolder scratch;
   const std::wstring target = scratch.Path(L"update.exe");
   ASSERT_TRUE(platform::WriteFileBytes(target, "old"));
@@ -106,14 +106,14 @@ TEST(HttpStop, RequestedBeforeNothingIsSent) {
   EXPECT_TRUE(server.Requests().empty());
 }
 
-TEST(HttpStop, OfAnotherSourceIsNone) {
+TEST(HttpStop, OfAnotherSourceHasNoEffect) {
   ScriptedServer server({HttpReply("200 OK", "{\"a\":1}")});
   std::stop_source stop;
   EXPECT_EQ(RealJsonRequester(stop.get_token())(L"POST", server.Url(L"/x"), L"{}").body,
             L"{\"a\":1}");
 }
 
-TEST(HttpLimits, EndEachWaitForASlowServerUnderItsCallsName) {
+TEST(HttpLimits, EndEachWaitForASlowServerAndNameTheCall) {
   for (const Row& row : kReplies) {
     ScriptedServer server(row.reply);
     HttpExchange exchange(L"POST", server.Url(L"/x"), milliseconds(10));

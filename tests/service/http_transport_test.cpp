@@ -16,7 +16,7 @@
 namespace service {
 namespace {
 
-// The message of what the call throws.
+// The message of the exception that the call throws.
 template <typename Call>
 std::string MessageOf(Call call) {
   try {
@@ -78,7 +78,7 @@ TEST(ParseUrl, NamesTheFailedCall) {
   }
 }
 
-TEST(SendJsonRequest, SendsTheStatedRequestAndNothingMore) {
+TEST(SendJsonRequest, SendsExactlyTheSpecifiedRequest) {
   ScriptedServer server({HttpReply("200 OK", "{}")});
   SendJsonRequest(L"POST", server.Url(L"/api/connections/request?x=1"), L"{\"key\":\"中文\"}");
 
@@ -106,7 +106,7 @@ TEST(SendJsonRequest, SendsAnEmptyBodyWithoutDataAndContentType) {
                                       "User-Agent: Velmarine.Native/0.2"}));
 }
 
-TEST(SendJsonRequest, AsksForTheRootWhenTheAddressHasNoPath) {
+TEST(SendJsonRequest, RequestsTheRootForAUrlWithoutPath) {
   ScriptedServer server({HttpReply("200 OK", "{}")});
   SendJsonRequest(L"POST", server.Url(L""), L"{}");
 
@@ -146,7 +146,7 @@ TEST(SendJsonRequest, DecodesUtf8CutBetweenPieces) {
             L"{\"message\":\"设备\xD83D\xDE00\xFFFD\"}");
 }
 
-// A reply of servers that write one; the envelope behind it is read.
+// Some servers write one; the envelope after it is parsed.
 TEST(SendJsonRequest, AReplyMayBeginWithAByteOrderMark) {
   ScriptedServer server({HttpReply(
       "400 Bad Request", "\xEF\xBB\xBF{\"success\":false,\"message\":\"\xE5\x81\x9C\"}")});
@@ -186,8 +186,8 @@ TEST(SendJsonRequest, KeepsALargeBodyWhole) {
   EXPECT_EQ(SendJsonRequest(L"POST", server.Url(L"/x"), L"{}").body, std::wstring(300'000, L'x'));
 }
 
-// A 302 is left out: Wine 8 fails it (12019) where the request had a body; Windows turns it into a
-// GET. Downloads cover it.
+// Without 302: Wine 8 fails it (12019) for a request with a body, and Windows turns it into a GET.
+// The downloads' tests cover it.
 TEST(SendJsonRequest, FollowsARedirectThatKeepsVerbAndBody) {
   ScriptedServer moved({HttpReply("200 OK", "{\"a\":1}")});
   ScriptedServer server({HttpReply("307 Temporary Redirect", "", moved.LocationHeader("/moved"))});
@@ -228,8 +228,8 @@ TEST(SendJsonRequest, SpeaksTlsToAnHttpsAddress) {
   EXPECT_EQ(server.Requests()[0].find("key"), std::string::npos);
 }
 
-TEST(HttpExchange, WaitsForTheReplyNoLongerThanItsLimit) {
-  RawReply late(10, "");  // silent for 400 ms behind the headers
+TEST(HttpExchange, WaitsForTheReplyUpToItsLimit) {
+  RawReply late(10, "");  // silent for 400 ms after the headers
   late[0] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n";
   late.push_back("{}");
   struct Row {
@@ -248,7 +248,7 @@ TEST(HttpExchange, WaitsForTheReplyNoLongerThanItsLimit) {
   }
 }
 
-TEST(SendJsonRequest, FailsForAnAddressThatIsNone) {
+TEST(SendJsonRequest, FailsForAnInvalidUrl) {
   const std::string message = MessageOf([] { SendJsonRequest(L"POST", L"http:/", L"{}"); });
 
   EXPECT_TRUE(IsMessageOf("WinHttpCrackUrl", message)) << message;

@@ -8,7 +8,7 @@ namespace service {
 namespace {
 
 constexpr std::chrono::milliseconds kPause{40};
-constexpr DWORD kRequestLimitMs = 3000;  // a request that never ends fails its test, no more
+constexpr DWORD kRequestLimitMs = 3000;  // a request that never ends fails only its test
 
 struct WinsockStart {
   WinsockStart() {
@@ -93,7 +93,7 @@ ScriptedServer::~ScriptedServer() {
     stopping_ = true;
   }
   if (!thread_.joinable()) return;
-  ConnectOnce(port_);  // wakes the accept
+  ConnectOnce(port_);  // wakes accept()
   thread_.join();
 }
 

@@ -53,7 +53,7 @@ TEST_F(ApplyUpdateTest, KeepsTheBackupWhileTheDiskMayNotHaveTheNewProgram) {
   EXPECT_EQ(computer_.log.back(), L"更新成功，已重启主程序。");
 }
 
-TEST_F(ApplyUpdateTest, WithoutASourceNothingIsTouchedOrWaitedFor) {
+TEST_F(ApplyUpdateTest, WithoutASourceNothingIsChangedOrAwaited) {
   computer_.files.erase(kSource);
   for (const std::wstring& source : {std::wstring(), std::wstring(kSource)}) {
     computer_.events.clear();
@@ -67,8 +67,8 @@ TEST_F(ApplyUpdateTest, WithoutASourceNothingIsTouchedOrWaitedFor) {
   EXPECT_EQ(computer_.File(kDestination), kOld);
 }
 
-// A path that names nothing can hardly be a file, but a system might say so.
-TEST_F(ApplyUpdateTest, AnEmptySourceIsMissingWhateverTheSystemSays) {
+// Unlikely, but a system might report a file for an empty path.
+TEST_F(ApplyUpdateTest, AnEmptySourceIsMissingWhateverTheSystemReports) {
   computer_.files[L""] = "?";
   EXPECT_EQ(ApplyUpdate(1, L"", kDestination, computer_), 2);
 }
@@ -80,10 +80,10 @@ TEST_F(ApplyUpdateTest, WaitsForTheOldProgramAndPausesAfterIt) {
     std::optional<milliseconds> endsAt;
     milliseconds startedAt;
   } rows[] = {
-      {"one that is gone", 0, std::nullopt, milliseconds(800)},
-      {"one that has just ended", 4711, milliseconds(0), milliseconds(800)},
-      {"one that takes its time", 4711, milliseconds(12345), milliseconds(13145)},
-      {"one that ends in the last moment", 4711, milliseconds(59999), milliseconds(60799)},
+      {"one that has ended", 0, std::nullopt, milliseconds(800)},
+      {"one that ends at once", 4711, milliseconds(0), milliseconds(800)},
+      {"one that ends later", 4711, milliseconds(12345), milliseconds(13145)},
+      {"one that ends just in time", 4711, milliseconds(59999), milliseconds(60799)},
       {"one that never ends", 4711, std::nullopt, milliseconds(60800)},
       {"another process", 4712, std::nullopt, milliseconds(800)},
   };
@@ -97,7 +97,7 @@ TEST_F(ApplyUpdateTest, WaitsForTheOldProgramAndPausesAfterIt) {
   }
 }
 
-TEST_F(ApplyUpdateTest, AnOldProgramThatStillRunsKeepsItsFile) {
+TEST_F(ApplyUpdateTest, ARunningOldProgramKeepsItsFile) {
   computer_.parentPid = 4711;
   computer_.locked = {kDestination};
   EXPECT_EQ(Apply(), 32);
@@ -143,7 +143,7 @@ TEST_F(ApplyUpdateTest, AProgramThatMayNotBeTrustedChangesNothingAndTheOldOneGoe
   EXPECT_EQ(computer_.events.back(), L"start \"" + std::wstring(kDestination) + L"\"");
 }
 
-// What was checked is what is installed, even if somebody changes the file right behind the check.
+// Even if another program changes the file right after the check.
 TEST_F(ApplyUpdateTest, InstallsTheBytesThatWereChecked) {
   computer_.replacedAfterCheck = "somebody else's program";
   EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, computer_), 0);
@@ -152,14 +152,14 @@ TEST_F(ApplyUpdateTest, InstallsTheBytesThatWereChecked) {
 
 // ---- obstacles
 
-TEST_F(ApplyUpdateTest, WithSomethingInThePlaceOfTheBackupTheNewProgramTakesTheOldOnesInOneStep) {
+TEST_F(ApplyUpdateTest, WithTheBackupsNameTakenTheNewProgramReplacesTheOldOneInOneStep) {
   computer_.folders = {kBackup};
   EXPECT_EQ(Apply(), 0);
   EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}}));
 }
 
-// It is older than the program that would be lost to it.
-TEST_F(ApplyUpdateTest, NeverBringsBackABackupThatItDidNotMake) {
+// It is older than the program that it would replace.
+TEST_F(ApplyUpdateTest, NeverRestoresABackupThatItDidNotMake) {
   computer_.files[kBackup] = "older still";
   computer_.locked = {kBackup, kDestination};
   EXPECT_EQ(Apply(), 32);
@@ -167,7 +167,7 @@ TEST_F(ApplyUpdateTest, NeverBringsBackABackupThatItDidNotMake) {
             (Files{{kSource, kNew}, {kDestination, kOld}, {kBackup, "older still"}}));
 }
 
-TEST_F(ApplyUpdateTest, ANewProgramThatCannotTakeItsPlaceBringsTheOldOneBack) {
+TEST_F(ApplyUpdateTest, TheOldProgramIsRestoredIfTheNewOneCannotBeMoved) {
   computer_.unmovable = kFresh;
   computer_.moveFailure = {false, 1224};
   EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, computer_), 1224);
@@ -175,13 +175,13 @@ TEST_F(ApplyUpdateTest, ANewProgramThatCannotTakeItsPlaceBringsTheOldOneBack) {
   EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
 }
 
-TEST_F(ApplyUpdateTest, AFolderInThePlaceOfTheNewProgramFailsTheUpdateAlone) {
+TEST_F(ApplyUpdateTest, AFolderWithTheNewProgramsNameFailsOnlyTheUpdate) {
   computer_.folders = {kFresh};
   EXPECT_EQ(Apply(), 5);
   EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
 }
 
-TEST_F(ApplyUpdateTest, ADiskThatTakesNothingKeepsTheOldProgram) {
+TEST_F(ApplyUpdateTest, AFullOrReadOnlyDiskKeepsTheOldProgram) {
   computer_.freeBytes = std::string(kNew).size() - 1;
   EXPECT_EQ(Apply(), 112);
   computer_.freeBytes.reset();
@@ -190,13 +190,13 @@ TEST_F(ApplyUpdateTest, ADiskThatTakesNothingKeepsTheOldProgram) {
   EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
 }
 
-TEST_F(ApplyUpdateTest, ADestinationThatIsMissingIsMade) {
+TEST_F(ApplyUpdateTest, AMissingDestinationIsCreated) {
   computer_.files.erase(kDestination);
   EXPECT_EQ(Apply(), 0);
   EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}}));
 }
 
-TEST_F(ApplyUpdateTest, AFailureWithoutAnOldProgramLeavesNoneBehind) {
+TEST_F(ApplyUpdateTest, AFailureWithoutAnOldProgramLeavesNoProgram) {
   computer_.files.erase(kDestination);
   computer_.writeFailure = SystemResult{false, 3};
   EXPECT_EQ(Apply(), 3);
@@ -204,13 +204,13 @@ TEST_F(ApplyUpdateTest, AFailureWithoutAnOldProgramLeavesNoneBehind) {
   EXPECT_EQ(computer_.files, (Files{{kSource, kNew}}));
 }
 
-TEST_F(ApplyUpdateTest, ABackupOfAnEarlierTimeGivesWay) {
+TEST_F(ApplyUpdateTest, AnEarlierBackupIsReplaced) {
   computer_.files[kBackup] = "older still";
   EXPECT_EQ(Apply(), 0);
   EXPECT_EQ(computer_.files, (Files{{kDestination, kNew}}));
 }
 
-TEST_F(ApplyUpdateTest, ABackupThatCannotBeRemovedHindersNothing) {
+TEST_F(ApplyUpdateTest, ABackupThatCannotBeRemovedDoesNotMatter) {
   computer_.files[kBackup] = "in use";
   computer_.locked = {kBackup};
   EXPECT_EQ(Apply(), 0);
@@ -218,13 +218,13 @@ TEST_F(ApplyUpdateTest, ABackupThatCannotBeRemovedHindersNothing) {
   EXPECT_EQ(computer_.File(kBackup), "in use");
 }
 
-TEST_F(ApplyUpdateTest, ADownloadThatCannotBeRemovedHindersNothing) {
+TEST_F(ApplyUpdateTest, ADownloadThatCannotBeRemovedDoesNotMatter) {
   computer_.undeletable = kSource;
   EXPECT_EQ(ApplyUpdate(4711, kSource, kDestination, computer_), 0);
   EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kNew}}));
 }
 
-TEST_F(ApplyUpdateTest, ANewProgramThatDoesNotStartStaysInPlace) {
+TEST_F(ApplyUpdateTest, ANewProgramThatDoesNotStartRemainsInPlace) {
   const struct {
     SystemResult result;
     int exitCode;
@@ -250,7 +250,7 @@ TEST_F(ApplyUpdateTest, QuotesTheProgramItStarts) {
   EXPECT_EQ(computer_.events.at(computer_.events.size() - 2), L"start \"D:\\a \\\"b\\\".exe\"");
 }
 
-// ---- the power fails between any two steps, or in the middle of the writing
+// ---- the power fails between any two steps, or during the write
 
 struct Cut {
   const char* before;

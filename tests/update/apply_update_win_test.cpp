@@ -17,8 +17,8 @@ namespace {
 
 using Texts = std::vector<std::wstring>;
 
-// The program as it is handed out, started to replace another one. Temporary files and the working
-// folder are the test's own.
+// The shipped program, started to replace another one, with a temporary and a working folder of the
+// test's own.
 class ApplyUpdateMode : public testing::Test {
  protected:
   ApplyUpdateMode() {
@@ -29,7 +29,7 @@ class ApplyUpdateMode : public testing::Test {
     EXPECT_TRUE(platform::WriteFileBytes(destination_, kOld));
   }
 
-  // "--apply-update" and the rest, in the program's own folder.
+  // With "--apply-update" and further arguments, in the program's folder.
   [[nodiscard]] std::wstring CommandLine(const std::wstring& parent, const std::wstring& source,
                                          const std::wstring& destination) const {
     return QuoteArgument(ClientPath()) + L" --Apply-Update " + QuoteArgument(parent) + L" " +
@@ -42,7 +42,7 @@ class ApplyUpdateMode : public testing::Test {
     return process.ExitCode();
   }
 
-  // The update log without its times, whose form is checked.
+  // The update log without its times; their format is checked.
   [[nodiscard]] Texts Log() const {
     std::string bytes = platform::ReadFileBytes(temp_ + L"\\Velmarine.Update.log").value_or("");
     EXPECT_EQ(bytes.substr(0, 3), "\xEF\xBB\xBF");
@@ -87,7 +87,7 @@ TEST_F(ApplyUpdateMode, ReplacesTheProgramAndStartsTheNewOneShown) {
   EXPECT_EQ(Log(), (Texts{Begun(source_, destination_), L"更新成功，已重启主程序。"}));
 }
 
-TEST_F(ApplyUpdateMode, MakesTheFolderOfTheProgramsLogButNoLog) {
+TEST_F(ApplyUpdateMode, CreatesTheFolderOfTheProgramsLogButNoLog) {
   EXPECT_EQ(Apply(temp_ + L"\\missing.exe", destination_), 2);
   WIN32_FIND_DATAW month{};
   const HANDLE found = ::FindFirstFileW((workFolder_ + L"\\Log\\??????").c_str(), &month);
@@ -112,7 +112,7 @@ TEST_F(ApplyUpdateMode, WithoutASourceNothingHappens) {
   EXPECT_EQ(platform::ReadFileBytes(destination_), kOld);
 }
 
-TEST_F(ApplyUpdateMode, ALockedDestinationStaysAsItIs) {
+TEST_F(ApplyUpdateMode, ALockedDestinationIsUnchanged) {
   const platform::FileHandle holder = Hold(destination_, FILE_SHARE_READ);
   ASSERT_TRUE(holder);
   EXPECT_EQ(Apply(source_, destination_), 32);
@@ -122,7 +122,7 @@ TEST_F(ApplyUpdateMode, ALockedDestinationStaysAsItIs) {
   EXPECT_EQ(Log(), (Texts{Begun(source_, destination_), L"更新失败：覆盖主程序失败，错误码 32"}));
 }
 
-TEST_F(ApplyUpdateMode, ADownloadThatCannotBeReadBringsTheBackupBack) {
+TEST_F(ApplyUpdateMode, AnUnreadableDownloadRestoresTheBackup) {
   const platform::FileHandle holder = Hold(source_, 0);  // as a virus scanner might
   ASSERT_TRUE(holder);
   EXPECT_EQ(Apply(source_, destination_), 32);
@@ -133,14 +133,14 @@ TEST_F(ApplyUpdateMode, ADownloadThatCannotBeReadBringsTheBackupBack) {
 
 // ---- obstacles
 
-TEST_F(ApplyUpdateMode, AFolderInThePlaceOfTheBackupHindersNothing) {
+TEST_F(ApplyUpdateMode, AFolderWithTheBackupsNameDoesNotMatter) {
   ASSERT_TRUE(platform::CreateFolders(destination_ + L".bak\\with something in it"));
   EXPECT_EQ(Apply(source_, destination_), 0);
   EXPECT_EQ(TakeRunOf(destination_), L"shown\n");
   EXPECT_EQ(platform::ReadFileBytes(destination_), platform::ReadFileBytes(UpdateChildPath()));
 }
 
-TEST_F(ApplyUpdateMode, ReadOnlyFilesHinderNothing) {
+TEST_F(ApplyUpdateMode, ReadOnlyFilesDoNotMatter) {
   ASSERT_TRUE(platform::WriteFileBytes(destination_ + L".bak", "of another time"));
   ASSERT_TRUE(platform::WriteFileBytes(destination_ + L".new", "of another time"));
   for (const wchar_t* suffix : {L"", L".bak", L".new"}) {
@@ -152,14 +152,14 @@ TEST_F(ApplyUpdateMode, ReadOnlyFilesHinderNothing) {
   EXPECT_FALSE(platform::IsFile(destination_ + L".new"));
 }
 
-TEST_F(ApplyUpdateMode, AMissingDestinationIsMade) {
+TEST_F(ApplyUpdateMode, AMissingDestinationIsCreated) {
   const std::wstring missing = tools_ + L"\\missing.exe";
   EXPECT_EQ(Apply(source_, missing), 0);
   EXPECT_EQ(TakeRunOf(missing), L"shown\n");
   ExpectReplaced(source_, missing);
 }
 
-TEST_F(ApplyUpdateMode, ANewProgramThatDoesNotStartStaysInPlace) {
+TEST_F(ApplyUpdateMode, ANewProgramThatDoesNotStartRemainsInPlace) {
   ASSERT_TRUE(platform::WriteFileBytes(source_, "no program at all"));
   EXPECT_EQ(Apply(source_, destination_), 193);
   EXPECT_EQ(platform::ReadFileBytes(destination_), "no program at all");
@@ -209,14 +209,14 @@ TEST_F(ApplyUpdateMode, TakesPathsOf259Characters) {
   ExpectReplaced(source, destination);
 }
 
-TEST_F(ApplyUpdateMode, GoesOnWithoutItsLog) {
+TEST_F(ApplyUpdateMode, ContinuesWithoutItsLog) {
   const TemporaryFolderScope temporary(scratch_.Path(L"no such folder"));
   const TestProcess process(CommandLine(L"0", source_, destination_), workFolder_);
   EXPECT_EQ(process.ExitCode(), 0);
   EXPECT_EQ(TakeRunOf(destination_), L"shown\n");
 }
 
-// ---- the process is killed before every step of the swap, and in the middle of the writing
+// ---- the process is killed before every step of the swap, and during the write
 
 struct KilledStep {
   const char* before;
@@ -226,7 +226,7 @@ struct KilledStep {
 
 class SwapOnDisk : public testing::Test {
  protected:
-  // What of the two programs the file at `path` holds.
+  // Which of the two programs the file at `path` contains.
   [[nodiscard]] std::string Holds(const std::wstring& path) const {
     const auto bytes = platform::ReadFileBytes(path);
     if (!bytes) return "none";
@@ -279,8 +279,8 @@ TEST_F(SwapOnDisk, AProcessKilledAnywhereLeavesAProgram) {
   EXPECT_EQ(Holds(Path(L"Client.exe")), "new");
 }
 
-// The names of its backup and of the new program are longer than Windows' plain calls take.
-TEST_F(SwapOnDisk, AProgramWithTheLongestPathHasABackupToo) {
+// The paths of its backup and of the new program exceed 259 characters.
+TEST_F(SwapOnDisk, AProgramWithTheLongestPathAlsoHasABackup) {
   std::wstring destination = Path(L"长");
   destination.resize(200, L'长');
   ASSERT_TRUE(platform::CreateFolders(destination));

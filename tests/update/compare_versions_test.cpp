@@ -32,13 +32,13 @@ constexpr Row kRows[] = {
     // The first position that differs decides.
     {L"1.2.0", L"1.1.9", 1},
     {L"0.9.9.9", L"1", -1},
-    // Any other character only separates, even a sign.
+    // Any other character separates, even a sign.
     {L"release 2.1-rc3", L"2,1/2", 1},
     {L"release 2.1-rc3", L"2.1.4", -1},
     {L"1.-5", L"1.4", 1},
     {L"1..0..5", L"1.0.4", 1},
     {L"版本1点0点5", L"1.0.4", 1},
-    // A missing position is 0; equal lists leave it to the texts.
+    // A missing number is 0; for equal lists the texts decide.
     {L"1.0.4.0", L"1.0.4", 1},
     {L"1.0.4.1", L"1.0.4", 1},
     {L"1.0.4b", L"1.0.4", 1},
@@ -50,18 +50,18 @@ constexpr Row kRows[] = {
     {L"1.0.4_", L"1.0.4A", -1},
     {L"01.0.4", L"1.0.4", -1},
     {L"1.0.4\x00C9", L"1.0.4\x00E9", 0},
-    // No number at all.
+    // Without numbers.
     {L"", L"", 0},
     {L"", L"0", -1},
     {L"", L"1", -1},
     {L"abc", L"ABC", 0},
     {L"abc", L"0.0.1", -1},
-    // Digits of other scripts are no digits.
+    // Digits of other scripts do not count.
     {L"\xFF12", L"1", -1},
     {L"\x0662.0", L"1", -1},
     {L"1.0.\x00B2", L"1.0.1", -1},
     {L"\xD835\xDFD7", L"1", -1},
-    // 32 bits, and past them.
+    // 32 bits, and beyond.
     {L"2147483647", L"2147483646", 1},
     {L"2147483648", L"2147483647", 1},  // the same number; the texts decide
     {L"4294967296", L"1", 1},
@@ -83,7 +83,7 @@ TEST(CompareVersions, OrdersEveryRowBothWays) {
   }
 }
 
-// Texts from few characters, so that equal lists, equal numbers and letter case meet often.
+// Texts of few different characters, so that equal lists, numbers and letters are frequent.
 class RandomVersions {
  public:
   std::wstring Next() {
@@ -138,7 +138,7 @@ TEST(CompareVersions, IsATotalOrderOverRandomTexts) {
   EXPECT_GT(chains, 5000);
 }
 
-// The words of the rule, in the plainest form: against which the real one is held.
+// The rule in its simplest form, as a reference.
 int Plainly(const std::vector<int>& a, const std::vector<int>& b) {
   for (std::size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
     const int left = i < a.size() ? a[i] : 0;

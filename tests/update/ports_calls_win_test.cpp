@@ -1,4 +1,4 @@
-// What the update does through Windows: every call with its arguments, and what comes of a failure.
+// The calls of an update: their arguments, and the effect of a failure.
 #include <gtest/gtest.h>
 
 #include "platform/handles_win.h"
@@ -19,7 +19,7 @@ std::string SaidCreateProcess(const wchar_t* commandLine, DWORD flags, const cha
                                    nullptr, Text{startup}, Some{});
 }
 
-// A disk and processes on which everything succeeds and nothing happens.
+// A disk and processes for which every call succeeds and does nothing.
 void StandIn(Calls& calls) {
   calls.AnswerWith<Api::DeleteFileW>([](const wchar_t*) { return TRUE; });
   calls.AnswerWith<Api::MoveFileExW>([](const wchar_t*, const wchar_t*, DWORD) { return TRUE; });
@@ -34,7 +34,7 @@ void StandIn(Calls& calls) {
       [](DWORD, BOOL, DWORD) { return ::CreateMutexW(nullptr, FALSE, nullptr); });
 }
 
-TEST(UpdatePortsCalls, NameTheProgramItsProcessAndTheDownload) {
+TEST(UpdatePortsCalls, KnowTheProgramItsProcessAndTheDownload) {
   Calls calls;
   const RealUpdateDeps deps({L"1.0"});
   EXPECT_EQ(deps.processId, Real<Api::GetCurrentProcessId>()());
@@ -84,14 +84,14 @@ TEST(UpdatePortsCalls, SwapTheFilesAndStartTheNewProgram) {
                               }));
 }
 
-TEST(UpdatePortsCalls, PauseForAsLongAsAskedFor) {
+TEST(UpdatePortsCalls, PauseForTheGivenTime) {
   RealUpdateDeps deps({});
   const auto before = std::chrono::steady_clock::now();
   deps.Pause(std::chrono::milliseconds(60));
   EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(59));
 }
 
-// The call does not return, so the thread that makes it ends inside it.
+// The call does not return: its thread ends inside it.
 DWORD WINAPI EndProcess(void*) {
   RealUpdateDeps({L"1.0"}).EndProcess();
   return 1;
@@ -116,7 +116,7 @@ TEST(UpdatePortsCalls, WriteALineToTheLog) {
   calls.AnswerWith<Api::CreateFileW>(
       [](const wchar_t*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) {
         HANDLE made = ::CreateMutexW(nullptr, FALSE, nullptr);
-        ::SetLastError(0);  // as for a file that is made
+        ::SetLastError(0);  // as for a new file
         return made;
       });
   calls.AnswerWith<Api::WriteFile>(

@@ -8,7 +8,7 @@
 namespace update {
 namespace {
 
-// A program of one section that holds nothing but a version resource, laid out by hand after
+// A program with one section that contains only a version resource, built by hand according to
 // Microsoft's "PE Format".
 class Program {
  public:
@@ -60,7 +60,7 @@ class Program {
       bytes_.at(offset + i) = static_cast<std::byte>(text[i]);
     }
   }
-  // The first `count` bytes, in memory of just that size.
+  // The first `count` bytes, in a buffer of exactly that size.
   [[nodiscard]] std::optional<FileVersion> Version(std::size_t count) const {
     const std::vector<std::byte> part(bytes_.begin(),
                                       bytes_.begin() + static_cast<std::ptrdiff_t>(count));
@@ -79,7 +79,7 @@ class Program {
   std::vector<std::byte> bytes_;
 };
 
-TEST(ReadFileVersion, IsTheFourNumbersOfTheResource) {
+TEST(ReadFileVersion, ReadsTheFourNumbersOfTheResource) {
   EXPECT_EQ(Program().Version(), (FileVersion{2, 7, 31, 65535}));
   EXPECT_EQ(FileVersionText({2, 7, 31, 65535}), L"2.7.31.65535");
 }
@@ -95,7 +95,7 @@ TEST(ReadFileVersion, EndsSafelyWhereverTheFileEnds) {
   EXPECT_FALSE(program.Version(Program::kInfo + 91));
 }
 
-TEST(ReadFileVersion, IsNothingForOtherFiles) {
+TEST(ReadFileVersion, IsEmptyForOtherFiles) {
   const struct {
     const char* name;
     std::size_t offset;

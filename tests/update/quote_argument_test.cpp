@@ -17,8 +17,8 @@ TEST(QuoteArgument, PutsABackslashBeforeEveryQuoteAndNothingElse) {
       {L"a\"b", L"\"a\\\"b\""},
       {L"\"", L"\"\\\"\""},
       {L"\"\"", L"\"\\\"\\\"\""},
-      {L"\\", L"\"\\\""},            // left as it is
-      {L"a\\\"b", L"\"a\\\\\"b\""},  // the backslash too
+      {L"\\", L"\"\\\""},            // unchanged
+      {L"a\\\"b", L"\"a\\\\\"b\""},  // even the backslash
       {L"\t\xD83D\xDE00", L"\"\t\xD83D\xDE00\""},
   };
   for (const auto& row : rows) {

@@ -12,11 +12,11 @@ OfferedProgram SignedUpdate() {
   return {0, kPinnedKey, L"1.0.5.0", true};
 }
 
-TEST(TrustedUpdate, TakesAHigherVersionOfThePinnedSigner) {
+TEST(TrustedUpdate, AcceptsAHigherVersionOfThePinnedSigner) {
   EXPECT_EQ(WhyNotTrusted(SignedUpdate(), kPinned), L"");
 }
 
-TEST(TrustedUpdate, SaysWhatSpeaksAgainstAnyOther) {
+TEST(TrustedUpdate, NamesTheReasonAgainstAnyOther) {
   OfferedProgram unsignedFile = SignedUpdate();
   unsignedFile.trustError = 0x800B0100;
   EXPECT_EQ(WhyNotTrusted(unsignedFile, kPinned),
@@ -36,7 +36,7 @@ TEST(TrustedUpdate, SaysWhatSpeaksAgainstAnyOther) {
   EXPECT_EQ(WhyNotTrusted(older, kPinned), L"新程序的版本 1.0.4.0 不高于当前版本 1.0.4。");
 }
 
-TEST(TrustedUpdate, WithoutAPinTakesWhatTheServiceOffers) {
+TEST(TrustedUpdate, WithoutAPinAcceptsAnyOffer) {
   EXPECT_EQ(WhyNotTrusted({0x800B0100, "", L"", false}, {L"1.0.4", ""}), L"");
 }
 

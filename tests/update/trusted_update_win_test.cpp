@@ -1,6 +1,5 @@
-// Programs that lab/standins/update has signed. Wine compares a program with its signature, but
-// takes every signer's authority for trusted; that part of Windows' verification has not been seen
-// here.
+// Uses programs signed by lab/standins/update. Wine compares a program with its signature but
+// trusts every signer's authority, so that part of Windows' verification is not covered here.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -28,7 +27,7 @@ class TrustedUpdateOnWindows : public testing::Test {
     EXPECT_TRUE(held.result.succeeded) << held.result.errorCode;
     return WhyNotTrusted(held, path, self);
   }
-  // The signed program with something done to its bytes.
+  // A copy of the signed program with modified bytes.
   [[nodiscard]] std::wstring Changed(const std::function<void(std::string&)>& change) const {
     std::string bytes = platform::ReadFileBytes(LabFile(L"signed_next.exe")).value_or("");
     change(bytes);
@@ -65,7 +64,7 @@ TEST_F(TrustedUpdateOnWindows, RefusesAProgramWithASingleBitChanged) {
   }
 }
 
-TEST_F(TrustedUpdateOnWindows, RefusesAProgramThatIsCut) {
+TEST_F(TrustedUpdateOnWindows, RefusesATruncatedProgram) {
   for (const std::size_t cut : {std::size_t{1}, std::size_t{5000}, std::size_t{1'000'000}}) {
     const std::wstring path =
         Changed([cut](std::string& bytes) { bytes.resize(bytes.size() - cut); });
@@ -81,7 +80,7 @@ TEST_F(TrustedUpdateOnWindows, RefusesTheSameAndOlderVersions) {
             L"新程序的版本 2.0.0.0 不高于当前版本 99.0。");
 }
 
-// Windows itself refuses it; Wine asks for no authority and leaves it to the pin.
+// Windows refuses it by itself; Wine does not check the authority, so the pin decides.
 TEST_F(TrustedUpdateOnWindows, RefusesAPublisherThatNobodyVouchesFor) {
   EXPECT_NE(WhyNot(LabFile(L"unknown_next.exe"), self_), L"");
 }

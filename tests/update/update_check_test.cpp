@@ -59,25 +59,25 @@ class UpdateCheckTest : public testing::Test, protected IdleUpdateDeps {
   void Remove(const std::wstring& path) override { events_.push_back(L"delete " + path); }
   void EndProcess() override { events_.push_back(L"end"); }
 
-  // The check's line after the reply `reply`.
+  // Returns the check's line for this reply.
   std::wstring Check(const std::wstring& reply) {
     reply_ = reply;
     events_.clear();
     currentVersion = current_;
     return CheckForUpdate(settings_, *this);
   }
-  // After a successful one with this payload.
+  // For a successful reply with this payload.
   std::wstring CheckData(const std::wstring& data) {
     return Check(L"{\"success\":true,\"data\":" + data + L"}");
   }
-  // After the offer of `version` under `url`.
+  // For an offer of `version` at `url`.
   std::wstring Offer(const std::wstring& version, const std::wstring& url, bool force = true) {
     return CheckData(L"{\"updateAvailable\":true,\"version\":\"" + version +
                      L"\",\"downloadUrl\":\"" + url + L"\",\"force\":" +
                      (force ? L"true" : L"false") + L"}");
   }
-  // What was done after the question.
-  [[nodiscard]] Texts Deeds() const { return {events_.begin() + 1, events_.end()}; }
+  // The actions after the request.
+  [[nodiscard]] Texts Actions() const { return {events_.begin() + 1, events_.end()}; }
 
   const std::wstring question_ =
       L"GET http://192.0.2.10:31080/api/updates/client?currentVersion=1.0.4 ";
@@ -112,7 +112,7 @@ TEST_F(UpdateCheckTest, AsksAtTheNormalisedAddressWithTheVersionEncoded) {
                            L"?currentVersion=1.0.4%20%CE%B2%2F%2B~_- "});
 }
 
-TEST_F(UpdateCheckTest, TellsWhatTheServiceSaysAgainstIt) {
+TEST_F(UpdateCheckTest, ReportsARefusal) {
   const struct {
     const wchar_t* reply;
     const wchar_t* wanted;
@@ -142,7 +142,7 @@ TEST_F(UpdateCheckTest, LeavesFailuresToTheCaller) {
   EXPECT_THROW(CheckForUpdate(settings_, *this), std::runtime_error);
 }
 
-TEST_F(UpdateCheckTest, IsUpToDateUnlessAnUpdateIsTrulyOffered) {
+TEST_F(UpdateCheckTest, IsUpToDateUnlessAnUpdateIsActuallyOffered) {
   for (const wchar_t* data :
        {L"null", L"{}", L"[]", L"7", L"\"x\"", L"{\"updateAvailable\":false}",
         L"{\"updateAvailable\":\"true\"}", L"{\"updateAvailable\":1}",
@@ -173,7 +173,7 @@ TEST_F(UpdateCheckTest, RefusesAnOfferThatNamesNoNewerVersionOrNoAddress) {
   }
 }
 
-TEST_F(UpdateCheckTest, TellsOfAnOfferThatIsNotForcedAndDoesNothing) {
+TEST_F(UpdateCheckTest, ReportsAnOptionalOfferAndDoesNothing) {
   const std::wstring wanted =
       L"发现新版本 1.0.10，当前版本 1.0.4。后台未设置强制更新，本次暂不自动覆盖。";
   EXPECT_EQ(Offer(L"1.0.10", L"/x", false), wanted);
@@ -191,22 +191,22 @@ TEST_F(UpdateCheckTest, TellsOfAnOfferThatIsNotForcedAndDoesNothing) {
 TEST_F(UpdateCheckTest, InstallsAForcedOfferAndEndsTheProcess) {
   const std::wstring target = kTarget;
   EXPECT_EQ(Offer(L"1.0.10", L"updates/client.exe"), L"");
-  EXPECT_EQ(Deeds(),
+  EXPECT_EQ(Actions(),
             (Texts{L"probe 0", L"download http://192.0.2.10:31080/updates/client.exe > " + target,
                    L"probe 1234", L"trust " + target, L"keep 1.0.10 at 1800000000",
                    L"start updater " + target, L"end"}));
 }
 
-TEST_F(UpdateCheckTest, ADownloadThatFailsLeavesAllAsItIs) {
+TEST_F(UpdateCheckTest, AFailedDownloadChangesNothing) {
   downloads_ = false;
   EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新下载失败：2.0");
-  EXPECT_EQ(Deeds().size(), 2u) << "one attempt, and nothing after it";
+  EXPECT_EQ(Actions().size(), 2u) << "one attempt, and nothing after it";
 }
 
-TEST_F(UpdateCheckTest, AProgramThatClosesIsNotReplaced) {
+TEST_F(UpdateCheckTest, AClosingProgramIsNotReplaced) {
   closesInDownload_ = true;
   EXPECT_EQ(Offer(L"1.0.10", L"http://h/x"), L"");
-  EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
+  EXPECT_EQ(Actions().back(), std::wstring(L"delete ") + kTarget);
   EXPECT_FALSE(lastTry_) << "it has not been tried";
 }
 
@@ -220,37 +220,37 @@ TEST_F(UpdateCheckTest, WithoutATemporaryFolderNothingIsDownloaded) {
   EXPECT_EQ(events_, (Texts{question_, L"probe 0"}));
 }
 
-TEST_F(UpdateCheckTest, AReplacementProcessThatDoesNotStartCostsTheDownload) {
+TEST_F(UpdateCheckTest, TheDownloadIsDeletedIfTheReplacementProcessDoesNotStart) {
   const std::wstring target = kTarget;
   starts_ = false;
   EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新启动替换进程失败：2.0");
-  EXPECT_EQ(Deeds().at(Deeds().size() - 2), L"start updater " + target);
-  EXPECT_EQ(Deeds().back(), L"delete " + target);
+  EXPECT_EQ(Actions().at(Actions().size() - 2), L"start updater " + target);
+  EXPECT_EQ(Actions().back(), L"delete " + target);
 }
 
-// ---- a forced update that cannot be installed leaves the engineer a program that works
+// ---- a forced update that cannot be installed leaves a working program
 
 constexpr wchar_t kMoveIt[] =
     L"。请把本程序移到可以写入的文件夹（例如 C:\\Program Files "
     L"下的新文件夹）后重新运行；现在可继续使用当前版本。";
 
-TEST_F(UpdateCheckTest, AProgramThatCannotBeReplacedGoesOnWithoutADownload) {
+TEST_F(UpdateCheckTest, AProgramThatCannotBeReplacedContinuesWithoutADownload) {
   for (const std::uint32_t code : {5U, 19U, 32U}) {
     replaceable_ = {false, code};
     EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新无法安装 2.0：本程序的文件不能被替换（错误码 " +
                                         std::to_wstring(code) + L"）" + kMoveIt);
-    EXPECT_EQ(Deeds(), Texts{L"probe 0"});
+    EXPECT_EQ(Actions(), Texts{L"probe 0"});
     EXPECT_FALSE(lastTry_);
   }
 }
 
-TEST_F(UpdateCheckTest, ADiskWithoutRoomForTheDownloadedProgramIsSaidSo) {
+TEST_F(UpdateCheckTest, AFullDiskIsReported) {
   for (const std::uint32_t code : {39U, 112U}) {
     replaceableByDownload_ = {false, code};
     EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新无法安装 2.0：本程序所在的磁盘空间不足（错误码 " +
                                         std::to_wstring(code) +
                                         L"）。请清理磁盘后重新运行；现在可继续使用当前版本。");
-    EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
+    EXPECT_EQ(Actions().back(), std::wstring(L"delete ") + kTarget);
     EXPECT_FALSE(lastTry_);
   }
 }
@@ -258,21 +258,21 @@ TEST_F(UpdateCheckTest, ADiskWithoutRoomForTheDownloadedProgramIsSaidSo) {
 TEST_F(UpdateCheckTest, AFileThatIsNotTrustedIsDeleted) {
   distrust_ = L"新程序不是由指定的发布者签名。";
   EXPECT_EQ(Offer(L"2.0", L"/x"), L"强制更新未安装 2.0：新程序不是由指定的发布者签名。");
-  EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
+  EXPECT_EQ(Actions().back(), std::wstring(L"delete ") + kTarget);
   EXPECT_FALSE(lastTry_);
 }
 
-TEST_F(UpdateCheckTest, AnUpdateThatCannotBeRememberedIsNotBegun) {
+TEST_F(UpdateCheckTest, AnUpdateThatCannotBeRecordedIsNotStarted) {
   keepsTry_ = false;
   EXPECT_EQ(
       Offer(L"2.0", L"/x"),
       L"强制更新无法安装 2.0：无法在用户数据文件夹中写入更新记录。请检查磁盘空间和文件夹权限；"
       L"现在可继续使用当前版本。");
-  EXPECT_EQ(Deeds().back(), std::wstring(L"delete ") + kTarget);
+  EXPECT_EQ(Actions().back(), std::wstring(L"delete ") + kTarget);
 }
 
-// The new file says that it is 1.0.4 still: without an end, each start would end the program.
-TEST_F(UpdateCheckTest, AnUpdateThatDoesNotBringItsVersionIsTriedOnceADay) {
+// The new file still reports 1.0.4; without a limit every start would end the program.
+TEST_F(UpdateCheckTest, AnUpdateThatKeepsTheOldVersionIsTriedOnceADay) {
   const std::int64_t firstSeconds = nowSeconds_;
   const std::wstring refusal =
       L"强制更新 2.0 在一天内已经安装过一次，但本程序的版本仍是 1.0.4，今天不再重试。"
@@ -281,7 +281,7 @@ TEST_F(UpdateCheckTest, AnUpdateThatDoesNotBringItsVersionIsTriedOnceADay) {
   for (const std::int64_t later : {0, 5, 24 * 3600 - 1}) {
     nowSeconds_ = firstSeconds + later;
     EXPECT_EQ(Offer(L"2.0", L"/x"), refusal) << later;
-    EXPECT_EQ(Deeds(), Texts{}) << later;
+    EXPECT_EQ(Actions(), Texts{}) << later;
   }
   EXPECT_EQ(Offer(L"2.1", L"/x"), L"") << "another version is another update";
   nowSeconds_ += 24 * 3600;

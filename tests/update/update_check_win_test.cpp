@@ -48,7 +48,7 @@ class UpdateCheckOnWindows : public testing::Test {
     return line;
   }
 
-  // The line after a forced offer whose download is answered with `download`.
+  // Returns the line for a forced offer whose download gets the reply `download`.
   std::wstring CheckWithDownload(RawReply download) {
     service::ScriptedServer server;
     server.Start({{HttpReply("200 OK",
@@ -83,7 +83,7 @@ TEST_F(UpdateCheckOnWindows, DownloadsAForcedUpdateFromTheService) {
   EXPECT_EQ(RequestLine(1), "GET /updates/client.exe HTTP/1.1");
 }
 
-TEST_F(UpdateCheckOnWindows, ADownloadThatFailsLeavesNothing) {
+TEST_F(UpdateCheckOnWindows, AFailedDownloadLeavesNothing) {
   const RawReply replies[] = {
       {HttpReply("404 Not Found", "nothing here")},
       {"HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\nMZ the first bytes"},
@@ -97,13 +97,13 @@ TEST_F(UpdateCheckOnWindows, ADownloadThatFailsLeavesNothing) {
   }
 }
 
-TEST_F(UpdateCheckOnWindows, ATemporaryFolderThatCannotBeMadeFailsTheDownload) {
+TEST_F(UpdateCheckOnWindows, ATemporaryFolderThatCannotBeCreatedFailsTheDownload) {
   ASSERT_TRUE(platform::WriteFileBytes(scratch_.Path(L"临时 文件"), "a file"));
   EXPECT_EQ(CheckWithDownload({HttpReply("200 OK", "MZ")}), L"强制更新下载失败：1.0.10");
   EXPECT_FALSE(hasEnded_);
 }
 
-TEST_F(UpdateCheckOnWindows, AReplacementProcessThatDoesNotStartCostsTheDownload) {
+TEST_F(UpdateCheckOnWindows, TheDownloadIsDeletedIfTheReplacementProcessDoesNotStart) {
   starts_ = false;
   EXPECT_EQ(CheckWithDownload({HttpReply("200 OK", "MZ")}), L"强制更新启动替换进程失败：1.0.10");
   EXPECT_EQ(downloaded_, "MZ");
@@ -111,7 +111,7 @@ TEST_F(UpdateCheckOnWindows, AReplacementProcessThatDoesNotStartCostsTheDownload
   EXPECT_FALSE(hasEnded_);
 }
 
-TEST_F(UpdateCheckOnWindows, AServiceThatIsDownIsAnExceptionWithTheTransportsText) {
+TEST_F(UpdateCheckOnWindows, AnUnreachableServiceThrowsTheTransportsText) {
   try {
     Check(L"http://127.0.0.1:" + std::to_wstring(service::ClosedPort()));
     ADD_FAILURE();

@@ -2,7 +2,7 @@
 
 namespace update {
 
-// The exit code with which update_child.exe ends where the power is to fail.
+// The exit code of update_child.exe at a simulated power cut.
 inline constexpr int kCutCode = 99;
 
 }  // namespace update

@@ -1,12 +1,11 @@
-// What the tests of the update start as another process. Each run tells of itself in the file
-// "<own path>.ran": how it was to be shown, then its arguments, a line each, in UTF-8.
-//   update_child.exe                              that alone
-//   update_child.exe sleep MILLISECONDS           ends after so long
-//   update_child.exe end CODE                     ends at once, from a second thread, while others
-//                                                 hold locks and would do things on an orderly way
-//                                                 out
+// The other process in the update's tests. Each run writes the file "<own path>.ran": "shown" or
+// "hidden", then its arguments, one per line, in UTF-8.
+//   update_child.exe                              does nothing else
+//   update_child.exe sleep MILLISECONDS           ends after this time
+//   update_child.exe end CODE                     ends at once, from a second thread, while another
+//                                                 holds a lock and destructors are pending
 //   update_child.exe swap STEP SOURCE DESTINATION replaces a file and ends with kCutCode before the
-//                                                 given step (writing is two, with half in between)
+//                                                 given step (a write is two steps)
 #include <cstdlib>
 #include <mutex>
 #include <string>
@@ -23,13 +22,13 @@
 namespace update {
 namespace {
 
-// Its destructor must not be seen.
+// Its destructor must not run.
 struct Tidy {
   ~Tidy() { platform::WriteFileBytes(platform::ProgramPath() + L".tidied", "x"); }
 };
 const Tidy tidy;
 
-void TellOfThisRun(int count, wchar_t** arguments) {
+void RecordThisRun(int count, wchar_t** arguments) {
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   ::GetStartupInfoW(&startup);
@@ -90,7 +89,7 @@ int Run(int count, wchar_t** arguments) {
     CutUpdateDeps deps(std::stoi(arguments[2]));
     return ApplyUpdate(0, arguments[3], arguments[4], deps);
   }
-  TellOfThisRun(count, arguments);
+  RecordThisRun(count, arguments);
   if (is(L"sleep", 1)) ::Sleep(std::stoul(arguments[2]));
   if (is(L"end", 1)) return EndFromAnotherThread(std::stoi(arguments[2]));
   return 0;

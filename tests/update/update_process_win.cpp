@@ -69,7 +69,7 @@ std::wstring TakeRunOf(const std::wstring& path) {
   for (int i = 0; i < 300; ++i) {
     const auto bytes = platform::ReadFileBytes(told);
     if (bytes && !bytes->empty()) {
-      ::Sleep(100);  // the process itself is about to end
+      ::Sleep(100);  // the process is about to end
       platform::DeleteFileAt(told);
       return text::FromUtf8(*bytes);
     }

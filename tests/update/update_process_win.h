@@ -10,10 +10,10 @@
 
 namespace update {
 
-// A process that a test started; ended with this object if it still runs.
+// A process started by a test; killed with this object if it still runs.
 class TestProcess {
  public:
-  // In the working folder `folder`. Fails the test when it cannot be started.
+  // Runs in the folder `folder`. Fails the test if it cannot be started.
   TestProcess(const std::wstring& commandLine, const std::wstring& folder);
   ~TestProcess();
   TestProcess(const TestProcess&) = delete;
@@ -21,7 +21,7 @@ class TestProcess {
 
   [[nodiscard]] std::uint32_t Id() const { return id_; }
   [[nodiscard]] bool HasEnded() const;
-  // Waits for its end, up to a minute and a half.
+  // Waits for its end, up to 90 seconds.
   [[nodiscard]] std::optional<int> ExitCode() const;
 
  private:
@@ -29,7 +29,7 @@ class TestProcess {
   std::uint32_t id_ = 0;
 };
 
-// Another folder as the temporary one of this process, and of those that it starts.
+// Changes the temporary folder of this process and of those that it starts.
 class TemporaryFolderScope {
  public:
   explicit TemporaryFolderScope(const std::wstring& folder);
@@ -41,14 +41,14 @@ class TemporaryFolderScope {
   std::wstring before_;
 };
 
-// The programs of the build.
+// Programs of the build.
 std::wstring UpdateChildPath();
 std::wstring ClientPath();
-// Where the lab's next, signed and pinned programs lie.
+// The folder of the lab's next, signed and pinned programs.
 std::wstring LabUpdateFolder();
 
-// The lines that update_child.exe at `path` left of its run, once they are there; empty if they do
-// not come. Takes them away.
+// Waits for the lines that a run of update_child.exe at `path` writes, and deletes them. Empty if
+// they do not appear.
 std::wstring TakeRunOf(const std::wstring& path);
 
 }  // namespace update

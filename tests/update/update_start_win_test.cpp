@@ -8,7 +8,7 @@
 #include "platform/windows_sdk.h"
 #include "update/apply_update.h"
 #include "update/update_process_win.h"
-// After the SDK, which it needs.
+// Requires the SDK header above.
 #include <shellapi.h>
 
 namespace update {
@@ -21,7 +21,7 @@ std::vector<std::wstring> Split(const std::wstring& commandLine) {
   return std::vector<std::wstring>(parts.get(), parts.get() + count);
 }
 
-TEST(QuoteArgumentOnWindows, ComesOutOfTheSystemsSplittingAsItWentIn) {
+TEST(QuoteArgumentOnWindows, SurvivesTheSystemsSplitting) {
   for (const std::wstring& text :
        {std::wstring(L""), std::wstring(L"a"), std::wstring(L"C:\\Program Files\\a b\\c.exe"),
         std::wstring(L"D:\\维马林\\客户端 (2).exe"), std::wstring(L"a \"b\" c"),
@@ -33,14 +33,14 @@ TEST(QuoteArgumentOnWindows, ComesOutOfTheSystemsSplittingAsItWentIn) {
   }
 }
 
-TEST(UpdaterCommandLineOnWindows, IsSplitIntoWhatTheModeReads) {
+TEST(UpdaterCommandLineOnWindows, IsSplitIntoTheModesArguments) {
   EXPECT_EQ(Split(UpdaterCommandLine(L"D:\\工 具\\c.exe.updater.exe", 12, L"C:\\a b\\新.exe",
                                      L"D:\\工 具\\c.exe")),
             (std::vector<std::wstring>{L"D:\\工 具\\c.exe.updater.exe", L"--apply-update", L"12",
                                        L"C:\\a b\\新.exe", L"D:\\工 具\\c.exe"}));
 }
 
-// The child stands for the program, in a folder with blanks and Chinese letters.
+// The child plays the program, in a folder with blanks and Chinese characters.
 class UpdaterOnDisk : public testing::Test {
  protected:
   UpdaterOnDisk() {
@@ -50,7 +50,7 @@ class UpdaterOnDisk : public testing::Test {
     deps_.programPath = self_;
   }
 
-  // A copy of the child under a path of so many characters.
+  // A copy of the child at a path of this length.
   [[nodiscard]] std::wstring LongProgramPath(std::size_t lengthUnits) const {
     std::wstring path = scratch_.Path(L"长");
     path.resize(200, L'长');
@@ -61,7 +61,7 @@ class UpdaterOnDisk : public testing::Test {
     EXPECT_TRUE(platform::CopyFileOver(UpdateChildPath(), path).succeeded);
     return path;
   }
-  // What the replacement process for `self` must tell of its run.
+  // What the replacement process for `self` must write.
   [[nodiscard]] std::wstring Wanted(const std::wstring& self) const {
     return L"hidden\n--apply-update\n" + std::to_wstring(::GetCurrentProcessId()) + L"\n" +
            download_ + L"\n" + self + L"\n";
@@ -74,7 +74,7 @@ class UpdaterOnDisk : public testing::Test {
   const std::wstring download_ = L"C:\\a \"b\" 下载\\new.exe";
 };
 
-TEST_F(UpdaterOnDisk, StartsACopyHiddenWithTheArgumentsAsTheyAre) {
+TEST_F(UpdaterOnDisk, StartsAHiddenCopyWithUnchangedArguments) {
   ASSERT_TRUE(StartUpdater(download_, deps_));
   EXPECT_EQ(TakeRunOf(copy_), Wanted(self_));
   EXPECT_EQ(platform::ReadFileBytes(copy_), platform::ReadFileBytes(UpdateChildPath()));
@@ -86,29 +86,29 @@ TEST_F(UpdaterOnDisk, OverwritesTheCopyOfAnEarlierUpdate) {
   EXPECT_EQ(TakeRunOf(copy_), Wanted(self_));
 }
 
-TEST_F(UpdaterOnDisk, StartsTheProgramItselfWhereAFolderTakesTheCopysPlace) {
+TEST_F(UpdaterOnDisk, StartsTheProgramItselfIfAFolderHasTheCopysName) {
   ASSERT_TRUE(platform::CreateFolders(copy_));
   ASSERT_TRUE(StartUpdater(download_, deps_));
   EXPECT_EQ(TakeRunOf(self_), Wanted(self_));
 }
 
-TEST_F(UpdaterOnDisk, SaysThatNothingCouldBeStarted) {
+TEST_F(UpdaterOnDisk, ReportsThatNothingCouldBeStarted) {
   ASSERT_TRUE(platform::WriteFileBytes(self_, "no program"));
   EXPECT_FALSE(StartUpdater(download_, deps_));
 }
 
-// The longest path that Windows takes from programs that ask for no more.
+// The longest path for programs that do not enable long paths.
 constexpr std::size_t kLongestPath = 259;
 
-TEST_F(UpdaterOnDisk, StartsACopyWhosePathIsAsLongAsPathsMayBe) {
+TEST_F(UpdaterOnDisk, StartsACopyWithTheLongestPossiblePath) {
   deps_.programPath = LongProgramPath(kLongestPath - std::wstring(L".updater.exe").size());
   ASSERT_TRUE(StartUpdater(download_, deps_));
   EXPECT_EQ(TakeRunOf(deps_.programPath + L".updater.exe"), Wanted(deps_.programPath));
 }
 
-// Windows has no room for the path of a copy, so the program itself is started. Wine makes the
-// copy, but does not start it; then the update is given up.
-TEST_F(UpdaterOnDisk, StartsTheProgramItselfWhereTheCopysPathWouldBeTooLong) {
+// On Windows the path of a copy is too long, so the program itself is started. Wine creates the
+// copy but does not start it, and the update is given up.
+TEST_F(UpdaterOnDisk, StartsTheProgramItselfIfTheCopysPathWouldBeTooLong) {
   deps_.programPath = LongProgramPath(kLongestPath);
   const bool hasStarted = StartUpdater(download_, deps_);
   if (platform::IsFile(deps_.programPath + L".updater.exe")) {
@@ -118,9 +118,9 @@ TEST_F(UpdaterOnDisk, StartsTheProgramItselfWhereTheCopysPathWouldBeTooLong) {
   }
 }
 
-// ---- the end of the old program
+// ---- ending the old program
 
-TEST(EndProcessAtOnce, EndsWithItsCodeAndDoesNothingElse) {
+TEST(EndProcessAtOnce, EndsWithTheCodeAndDoesNothingElse) {
   const platform::ScratchFolder scratch;
   const std::wstring child = scratch.Path(L"child.exe");
   ASSERT_TRUE(platform::CopyFileOver(UpdateChildPath(), child).succeeded);

@@ -5,7 +5,7 @@
 namespace update {
 namespace {
 
-TEST(UpdateTries, ComeBackAsTheyWereKept) {
+TEST(UpdateTries, AreReadAsTheyWereWritten) {
   for (const wchar_t* version : {L"2.0", L"a \"quoted\"\\ 版本\n"}) {
     const std::wstring text = UpdateTryText({version, 1'800'000'000});
     const auto record = ParseUpdateTry(text);
@@ -16,7 +16,7 @@ TEST(UpdateTries, ComeBackAsTheyWereKept) {
   EXPECT_EQ(UpdateTryText({L"2.0", 7}), LR"({"version":"2.0","triedAt":7})");
 }
 
-TEST(UpdateTries, AnyOtherTextIsNoRecord) {
+TEST(UpdateTries, OtherTextsAreNotRecords) {
   for (const wchar_t* text :
        {L"", L"{", L"7", L"[]", L"{}", LR"({"version":"2.0"})", LR"({"triedAt":7})",
         LR"({"version":"","triedAt":7})", LR"({"version":2,"triedAt":7})",
@@ -27,7 +27,7 @@ TEST(UpdateTries, AnyOtherTextIsNoRecord) {
   }
 }
 
-TEST(UpdateTries, LastForADayAndForOneVersion) {
+TEST(UpdateTries, CountForADayAndForOneVersion) {
   const UpdateTry record{L"2.0", 1000};
   EXPECT_TRUE(WasTriedWithinADay(record, L"2.0", 1000));
   EXPECT_TRUE(WasTriedWithinADay(record, L"2.0", 1000 + 86399));

@@ -46,7 +46,7 @@ TEST_F(UpdaterStart, StartsACopyOfTheProgramBesideIt) {
                          copied_, L"start \"" + std::wstring(kCopy) + L"\"" + arguments_}));
 }
 
-TEST_F(UpdaterStart, StartsTheProgramItselfWhereNoCopyCanBeMade) {
+TEST_F(UpdaterStart, StartsTheProgramItselfIfNoCopyCanBeMade) {
   canCopy_ = false;
   EXPECT_TRUE(StartUpdater(kDownload, *this));
   EXPECT_EQ(events_, (std::vector<std::wstring>{
@@ -60,7 +60,7 @@ TEST_F(UpdaterStart, UsesTheCopyOfAnEarlierUpdateThatCannotBeOverwritten) {
   EXPECT_EQ(events_.back(), L"start \"" + std::wstring(kCopy) + L"\"" + arguments_);
 }
 
-TEST_F(UpdaterStart, SaysThatTheProcessCouldNotBeStarted) {
+TEST_F(UpdaterStart, ReportsThatTheProcessCouldNotBeStarted) {
   canStart_ = false;
   EXPECT_FALSE(StartUpdater(kDownload, *this));
   EXPECT_EQ(events_.size(), 2u) << "one attempt";
