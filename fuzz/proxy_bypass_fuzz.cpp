@@ -77,7 +77,7 @@ struct List {
       ++writes;
       return true;
     };
-    store.tell = [] {};
+    store.announce = [] {};
     store.user = user;
     return store;
   }

@@ -111,14 +111,14 @@ Entries TakeOff(const ProxyListDeps& store, const Entries& entries, ProxyNote& n
 }
 
 void Add(const Entries& entries, const ProxyListDeps& store, ProxyNote& note) {
-  if (AddTo(store, entries, note)) store.tell();
+  if (AddTo(store, entries, note)) store.announce();
   for (const ProxyListDeps& other : store.others) Add(entries, other, note);
 }
 
 // Whether a list has changed.
 bool Remove(const Entries& entries, const ProxyListDeps& store, ProxyNote& note) {
   bool changed = RemoveFrom(store, entries, note);
-  if (changed) store.tell();
+  if (changed) store.announce();
   for (const ProxyListDeps& other : store.others) changed |= Remove(entries, other, note);
   return changed;
 }
@@ -170,7 +170,7 @@ std::wstring TakeOffLeftovers(
     const ProxyListDeps store = listOf(noted.user);
     const Entries takenOff = TakeOff(store, noted.entries, note);
     if (takenOff.empty()) continue;
-    store.tell();
+    store.announce();
     std::ranges::copy_if(takenOff, std::back_inserter(all),
                          [&](const std::wstring& entry) { return !Has(all, entry); });
   }

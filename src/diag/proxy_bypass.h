@@ -8,63 +8,60 @@
 
 #include "diag/proxy_note.h"
 
-// The networks of a connection on the current user's proxy bypass list, so that browsers and other
-// programs reach the site through the tunnel and not through a web proxy, which does not know it.
-// Where the desktop is another user's, those programs are his, and his list holds them, too.
+// Puts a connection's networks on the current user's proxy bypass list, so that browsers and other
+// programs reach the site through the tunnel instead of a web proxy that does not know it. If the
+// desktop belongs to another user, so do those programs, and that user's list is edited, too.
 //
-// Threads: any; called on the worker thread that connects or disconnects, and on the window's at
-// the
-//          start. Between reading and writing a list only the note's lock guards it: another
-//          program that edits it at that moment may lose.
+// Threads: any; called on the worker thread that connects or disconnects, and at the start on the
+//          window's. Between reading and writing a list only the note's lock guards it: a change by
+//          another program in that moment may be lost.
 namespace diag {
 
-// The list as the system holds it: entries separated by ";".
+// A user's list as the system stores it: entries separated by ";".
 struct ProxyListDeps {
-  // Empty when there is none; nothing when it cannot be read, and is then to be left as it is.
+  // Empty text: no list. Empty optional: the list cannot be read and must not be written.
   std::function<std::optional<std::wstring>()> read;
-  std::function<bool(const std::wstring& list)> write;  // false when that failed
-  std::function<void()> tell;  // lets running programs know that it was written; may take seconds
-  std::wstring user = {};      // whose it is, as NotedList has it
-  // Lists of other users, which are edited alike, each by itself; no text speaks of them.
+  std::function<bool(const std::wstring& list)> write;  // false on failure
+  std::function<void()> announce;  // notifies running programs of a change; may take seconds
+  std::wstring user = {};          // as in NotedList
+  // Other users' lists, edited in the same way but independently; log lines do not mention them.
   std::vector<ProxyListDeps> others = {};
 };
 
-// The current user's, in the registry, and that of the desktop's user where he is another one.
-// Windows only.
+// The current user's list in the registry, and the desktop user's if that is another one. Windows
+// only.
 ProxyListDeps RealProxyOverride();
 
-// The list of the user with that SID, who must be signed in: otherwise it cannot be read and
-// nothing is written. Windows only.
+// The list of the user with that SID; unreadable and read-only unless he is signed in. Windows
+// only.
 ProxyListDeps ProxyOverrideOf(const std::wstring& sid);
 
-// The one list of `user`, as NotedList names him, whose programs are told on a thread that nobody
-// waits for. Windows only.
+// The list of `user`, as in NotedList, announced on a detached thread. Windows only.
 ProxyListDeps LeftoverProxyOverride(const std::wstring& user);
 
-// The entry for one route ("10.1.2.0/24" gives "10.1.2.*"): bypass entries know only "*" for whole
-// bytes, so that a prefix between two bytes widens to the shorter one. Empty for a prefix below 8
-// and for what is no route.
+// The entry for one route: "10.1.2.0/24" gives "10.1.2.*". The list's "*" stands for whole bytes,
+// so a prefix between two bytes widens to the shorter one. Empty for a prefix below 8 and for other
+// text.
 std::wstring RouteToBypassEntry(std::wstring_view route);
 
-// The entries of all usable routes in their order; of equal ones, in any letter case, the first.
+// The entries of all valid routes in their order, each once in any letter case.
 std::vector<std::wstring> BypassEntriesForRoutes(const std::vector<std::wstring>& routes);
 
-// Appends the routes' entries that the list does not have yet, and notes them before; a list that
-// cannot be read is not written, as that would replace what the user has there. Returns the line
-// that names the routes' entries, written or not; empty when there are none.
-std::wstring AddProxyBypass(const std::vector<std::wstring>& routes, const ProxyListDeps& store,
+// Notes and then appends the routes' missing entries. Does not write a list that cannot be read:
+// that would replace the user's own entries. Returns the log line with the routes' entries, written
+// or not; empty without entries.
+std::wstring AddProxyBypass(const std::vector<std::wstring>& routes, const ProxyListDeps& list,
                             ProxyNote& note);
 
-// Takes the routes' entries off the list, those too that were there before. Nothing is written
-// where the list cannot be read. Returns the line that names them when a list has changed, else an
-// empty text.
-std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes, const ProxyListDeps& store,
+// Removes the routes' entries, including those that were there before. Returns the log line with
+// them if a list has changed, else an empty text.
+std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes, const ProxyListDeps& list,
                                ProxyNote& note);
 
-// What a start does: takes the entries off that an ended run has noted and not taken off, one copy
-// of each. An entry that was on a list before the program came to it was not noted, and stays; so
-// does the note of a list that cannot be edited now. Returns the line that names what was taken
-// off, empty for nothing.
+// At the start: removes the entries that an earlier run noted and did not remove, one copy of each.
+// Entries that were on the list before the program added its own are not noted and stay. Keeps the
+// note of a list that cannot be edited now. Returns the log line with the removed entries, empty
+// without any.
 std::wstring TakeOffLeftovers(ProxyNote& note,
                               const std::function<ProxyListDeps(const std::wstring& user)>& listOf);
 

@@ -16,7 +16,7 @@ namespace {
 
 constexpr wchar_t kKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
 constexpr wchar_t kValue[] = L"ProxyOverride";
-constexpr UINT kTellMs = 1500;
+constexpr UINT kAnnounceMs = 1500;
 
 bool IsText(DWORD type) {
   return type == REG_SZ || type == REG_EXPAND_SZ;
@@ -59,9 +59,9 @@ std::optional<std::wstring> ReadProxyOverride(HKEY root) {
 }
 
 // Running programs read the list anew when they are told.
-void TellSettingChange() {
+void AnnounceChange() {
   ::SendMessageTimeoutW(HWND_BROADCAST, WM_SETTINGCHANGE, 0, reinterpret_cast<LPARAM>(kKey),
-                        SMTO_ABORTIFHUNG, kTellMs, nullptr);
+                        SMTO_ABORTIFHUNG, kAnnounceMs, nullptr);
 }
 
 bool WriteProxyOverride(HKEY root, const std::wstring& text) {
@@ -91,7 +91,7 @@ ProxyListDeps OwnProxyOverride() {
   store.write = [](const std::wstring& text) {
     return WriteProxyOverride(HKEY_CURRENT_USER, text);
   };
-  store.tell = TellSettingChange;
+  store.announce = AnnounceChange;
   return store;
 }
 
@@ -116,15 +116,15 @@ ProxyListDeps ProxyOverrideOf(const std::wstring& sid) {
     const platform::RegistryKey root = RootOf(sid);
     return root && WriteProxyOverride(root.Get(), text);
   };
-  store.tell = TellSettingChange;
+  store.announce = AnnounceChange;
   return store;
 }
 
 ProxyListDeps LeftoverProxyOverride(const std::wstring& user) {
   ProxyListDeps store = user.empty() ? OwnProxyOverride() : ProxyOverrideOf(user);
-  store.tell = [] {
+  store.announce = [] {
     try {
-      platform::StartDetached(TellSettingChange);
+      platform::StartDetached(AnnounceChange);
     } catch (const std::system_error&) {  // no thread: programs read the list when they start
     }
   };

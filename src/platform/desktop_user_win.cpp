@@ -14,7 +14,7 @@
 namespace platform {
 namespace {
 
-using TokenHandle = ProcessHandle;  // CloseHandle closes it, too
+using TokenHandle = ProcessHandle;  // closed by CloseHandle, too
 
 TokenHandle TokenOf(HANDLE process, DWORD access) {
   HANDLE token = nullptr;
@@ -22,7 +22,7 @@ TokenHandle TokenOf(HANDLE process, DWORD access) {
   return TokenHandle(token);
 }
 
-// Empty for no process, and for one that this program may not ask.
+// Empty without a process, and when it denies access.
 TokenHandle TokenOfProcess(std::uint32_t id, DWORD access) {
   if (id == 0) return TokenHandle();
   const ProcessHandle process(::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
@@ -48,7 +48,7 @@ std::wstring SidOfToken(const TokenHandle& token) {
   return SidText(static_cast<const TOKEN_USER*>(static_cast<void*>(buffer.data()))->User.Sid);
 }
 
-// What the session knows of its user, who is the desktop's: a name, or his computer's or domain's.
+// The session's user is the desktop's: his name, or that of his computer or domain.
 std::wstring SessionText(WTS_INFO_CLASS what) {
   wchar_t* text = nullptr;
   DWORD sizeBytes = 0;
@@ -85,7 +85,7 @@ std::wstring FolderOfToken(const TokenHandle& token) {
   return SUCCEEDED(result) && path != nullptr ? std::wstring(path) : std::wstring();
 }
 
-// Where the user's own shell has written it down.
+// As the user's shell stored it. SHGetKnownFolderPath needs his token, which is out of reach here.
 std::wstring FolderInRegistry(const std::wstring& sid) {
   const std::wstring key =
       sid + L"\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders";
@@ -107,26 +107,32 @@ std::uint32_t ShellProcess() {
   return process;
 }
 
-DesktopUserPorts RealDesktopUserPorts(std::uint32_t shellProcess) {
-  DesktopUserPorts ports;
-  ports.ownSid = [] { return SidOfToken(TokenOf(::GetCurrentProcess(), TOKEN_QUERY)); };
-  ports.desktopSid = [shellProcess] {
-    const std::wstring sid = SidOfToken(TokenOfProcess(shellProcess, TOKEN_QUERY));
-    return sid.empty() ? SidOfSession() : sid;
-  };
-  ports.localAppData = [shellProcess](const std::wstring& sid) {
-    const std::wstring folder =
-        FolderOfToken(TokenOfProcess(shellProcess, TOKEN_QUERY | TOKEN_IMPERSONATE));
-    return folder.empty() ? FolderInRegistry(sid) : folder;
-  };
-  return ports;
+std::wstring OwnSid() {
+  return SidOfToken(TokenOf(::GetCurrentProcess(), TOKEN_QUERY));
+}
+
+std::wstring DesktopSid(std::uint32_t shellProcess) {
+  const std::wstring sid = SidOfToken(TokenOfProcess(shellProcess, TOKEN_QUERY));
+  return sid.empty() ? SidOfSession() : sid;
+}
+
+std::wstring DesktopLocalAppData(std::uint32_t shellProcess, const std::wstring& sid) {
+  const std::wstring folder =
+      FolderOfToken(TokenOfProcess(shellProcess, TOKEN_QUERY | TOKEN_IMPERSONATE));
+  return folder.empty() ? FolderInRegistry(sid) : folder;
 }
 
 std::optional<DesktopUser> OtherDesktopUser() {
   static Mutex lock;
   static std::optional<DesktopUser> found;
   const MutexLock held(lock);
-  if (!found) found = FindOtherDesktopUser(RealDesktopUserPorts(ShellProcess()));
+  if (!found) {
+    const std::uint32_t shell = ShellProcess();
+    const std::wstring own = OwnSid();
+    found = FindOtherDesktopUser(own, DesktopSid(shell), [shell](const std::wstring& sid) {
+      return DesktopLocalAppData(shell, sid);
+    });
+  }
   return found;
 }
 

@@ -105,7 +105,7 @@ TEST_F(ProxyOverrideCalls, ReadTheUsersOwnList) {
 
 TEST_F(ProxyOverrideCalls, WriteTheUsersOwnListAndTellEveryProgram) {
   EXPECT_TRUE(own_.write(L"a;b"));
-  own_.tell();
+  own_.announce();
   EXPECT_TRUE(calls_.Were({
       SaidCreate(HKEY_CURRENT_USER),
       SaidSet(Handle{1}),
@@ -130,7 +130,7 @@ TEST_F(ProxyOverrideCalls, ReadTheListOfAnotherUser) {
 
 TEST_F(ProxyOverrideCalls, WriteTheListOfAnotherUser) {
   EXPECT_TRUE(his_.write(L"a;b"));
-  his_.tell();
+  his_.announce();
   EXPECT_TRUE(calls_.Were({
       SaidOpenUser(),
       SaidCreate(Handle{1}),
@@ -234,7 +234,7 @@ TEST(ProxyOverrideFailures, OfTellingAreNotReported) {
   Calls calls;
   StandIn(calls, REG_SZ);
   calls.Fail(Api::SendMessageTimeoutW, ERROR_TIMEOUT);
-  RealProxyOverride().tell();
+  RealProxyOverride().announce();
   EXPECT_TRUE(calls.EachWas(Api::SendMessageTimeoutW, SaidTell()));
 }
 

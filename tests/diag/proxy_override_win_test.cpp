@@ -196,7 +196,7 @@ TEST_F(ProxyOverride, IsSilentWhenItCannotBeWritten) {
 
 // Reached by its user's id as it would be for the desktop's user: only one user is signed in here.
 TEST_F(ProxyOverride, OfAUserIsReachedByHisId) {
-  const ProxyListDeps his = ProxyOverrideOf(platform::RealDesktopUserPorts(0).ownSid());
+  const ProxyListDeps his = ProxyOverrideOf(platform::OwnSid());
   store_.write(L"localhost");
   EXPECT_EQ(his.read(), L"localhost");
   AddProxyBypass({L"10.1.0.0/16"}, his, note_);
@@ -309,7 +309,8 @@ TEST_F(ProxyOverride, OfALeftoverTellsAsideAndWaitsForNobody) {
   std::promise<void> answer;
   const Listener hung(answer.get_future().share());
   const auto begin = std::chrono::steady_clock::now();
-  for (int i = 0; i < 4; ++i) LeftoverProxyOverride(L"").tell();  // a second and a half for each
+  for (int i = 0; i < 4; ++i)
+    LeftoverProxyOverride(L"").announce();  // a second and a half for each
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1500));
   answer.set_value();
   while (hung.Count() == 0) std::this_thread::yield();

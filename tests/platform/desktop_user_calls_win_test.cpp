@@ -118,7 +118,7 @@ std::string SaidOpenShell() {
 }
 
 TEST_F(DesktopUserCalls, TakeTheOwnUserFromTheOwnToken) {
-  EXPECT_EQ(RealDesktopUserPorts(kShell).ownSid(), kSid);
+  EXPECT_EQ(OwnSid(), kSid);
   EXPECT_TRUE(calls_.Were({
       Said<Api::GetCurrentProcess>(),
       SaidToken(Text{"-1"}, TOKEN_QUERY),
@@ -132,7 +132,7 @@ TEST_F(DesktopUserCalls, TakeTheOwnUserFromTheOwnToken) {
 }
 
 TEST_F(DesktopUserCalls, TakeTheDesktopsUserFromTheShellsToken) {
-  EXPECT_EQ(RealDesktopUserPorts(kShell).desktopSid(), kSid);
+  EXPECT_EQ(DesktopSid(kShell), kSid);
   EXPECT_TRUE(calls_.Were({
       SaidOpenShell(),
       SaidToken(Handle{1}, TOKEN_QUERY),
@@ -148,7 +148,7 @@ TEST_F(DesktopUserCalls, TakeTheDesktopsUserFromTheShellsToken) {
 
 // Without a shell the session and the accounts are asked.
 TEST_F(DesktopUserCalls, TakeTheDesktopsUserFromTheSession) {
-  EXPECT_EQ(RealDesktopUserPorts(0).desktopSid(), kSessionSid);
+  EXPECT_EQ(DesktopSid(0), kSessionSid);
   const auto saidText = [](WTS_INFO_CLASS what) {
     return Said<Api::WTSQuerySessionInformationW>(nullptr, WTS_CURRENT_SESSION, what, Some{},
                                                   Ref{0});
@@ -167,7 +167,7 @@ TEST_F(DesktopUserCalls, TakeTheDesktopsUserFromTheSession) {
 }
 
 TEST_F(DesktopUserCalls, TakeHisFolderByTheShellsToken) {
-  EXPECT_EQ(RealDesktopUserPorts(kShell).localAppData(kSid), kFolder);
+  EXPECT_EQ(DesktopLocalAppData(kShell, kSid), kFolder);
   EXPECT_TRUE(calls_.Were({
       SaidOpenShell(),
       SaidToken(Handle{1}, TOKEN_QUERY | TOKEN_IMPERSONATE),
@@ -180,7 +180,7 @@ TEST_F(DesktopUserCalls, TakeHisFolderByTheShellsToken) {
 }
 
 TEST_F(DesktopUserCalls, TakeHisFolderFromHisRegistry) {
-  EXPECT_EQ(RealDesktopUserPorts(0).localAppData(kSid), kFolderInRegistry);
+  EXPECT_EQ(DesktopLocalAppData(0, kSid), kFolderInRegistry);
   EXPECT_TRUE(
       calls_.Were({Said<Api::RegGetValueW>(HKEY_USERS, kFoldersKey, L"Local AppData", RRF_RT_REG_SZ,
                                            nullptr, Some{}, Ref{MAX_PATH * sizeof(wchar_t)})}));
@@ -188,13 +188,12 @@ TEST_F(DesktopUserCalls, TakeHisFolderFromHisRegistry) {
 
 TEST_F(DesktopUserCalls, AreNobodyForAnAccountThatIsNoUser) {
   AnswerSession(calls_, SidTypeGroup);
-  EXPECT_EQ(RealDesktopUserPorts(0).desktopSid(), L"");
+  EXPECT_EQ(DesktopSid(0), L"");
 }
 
 // No kernel handle is left open whatever fails.
 TEST(DesktopUserFailures, LeaveTheOwnUserUnknown) {
-  EXPECT_EQ(EachFailure([] { return text::ToUtf8(RealDesktopUserPorts(0).ownSid()); },
-                        ERROR_ACCESS_DENIED, AnswerToken),
+  EXPECT_EQ(EachFailure([] { return text::ToUtf8(OwnSid()); }, ERROR_ACCESS_DENIED, AnswerToken),
             "all well: S-1-5-21-1-2-3\n"
             "OpenProcessToken: \n"
             "GetTokenInformation: \n"
@@ -204,7 +203,7 @@ TEST(DesktopUserFailures, LeaveTheOwnUserUnknown) {
 }
 
 TEST(DesktopUserFailures, TurnFromTheShellToTheSession) {
-  const auto find = [] { return text::ToUtf8(RealDesktopUserPorts(kShell).desktopSid()); };
+  const auto find = [] { return text::ToUtf8(DesktopSid(kShell)); };
   EXPECT_EQ(EachFailure(find, ERROR_ACCESS_DENIED, AnswerAll),
             "all well: S-1-5-21-1-2-3\n"
             "OpenProcess: S-1-5-21-4-5-6\n"
@@ -217,8 +216,7 @@ TEST(DesktopUserFailures, TurnFromTheShellToTheSession) {
 }
 
 TEST(DesktopUserFailures, LeaveTheSessionsUserUnknown) {
-  EXPECT_EQ(EachFailure([] { return text::ToUtf8(RealDesktopUserPorts(0).desktopSid()); },
-                        ERROR_ACCESS_DENIED, AnswerAll),
+  EXPECT_EQ(EachFailure([] { return text::ToUtf8(DesktopSid(0)); }, ERROR_ACCESS_DENIED, AnswerAll),
             "all well: S-1-5-21-4-5-6\n"
             "WTSQuerySessionInformationW: \n"
             "WTSQuerySessionInformationW: S-1-5-21-4-5-6\n"
@@ -227,7 +225,7 @@ TEST(DesktopUserFailures, LeaveTheSessionsUserUnknown) {
 }
 
 TEST(DesktopUserFailures, TurnFromTheTokenToTheRegistry) {
-  const auto find = [] { return text::ToUtf8(RealDesktopUserPorts(kShell).localAppData(kSid)); };
+  const auto find = [] { return text::ToUtf8(DesktopLocalAppData(kShell, kSid)); };
   EXPECT_EQ(EachFailure(find, ERROR_ACCESS_DENIED, AnswerAll),
             "all well: C:\\Users\\li\n"
             "OpenProcess: D:\\li\n"
@@ -238,7 +236,7 @@ TEST(DesktopUserFailures, TurnFromTheTokenToTheRegistry) {
 }
 
 TEST(DesktopUserFailures, LeaveHisFolderUnknown) {
-  const auto find = [] { return text::ToUtf8(RealDesktopUserPorts(0).localAppData(kSid)); };
+  const auto find = [] { return text::ToUtf8(DesktopLocalAppData(0, kSid)); };
   EXPECT_EQ(EachFailure(find, ERROR_ACCESS_DENIED, AnswerAll),
             "all well: D:\\li\nRegGetValueW: \n");
 }

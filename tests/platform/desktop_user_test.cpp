@@ -5,13 +5,12 @@
 namespace platform {
 namespace {
 
-DesktopUserPorts PortsFor(const std::wstring& own, const std::wstring& desktop) {
-  return {[own] { return own; }, [desktop] { return desktop; },
-          [](const std::wstring& sid) { return L"C:\\Users\\" + sid; }};
+std::wstring FolderOf(const std::wstring& sid) {
+  return L"C:\\Users\\" + sid;
 }
 
 TEST(DesktopUser, IsAnotherOneWhereTheIdsDiffer) {
-  const auto user = FindOtherDesktopUser(PortsFor(L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-3-1001"));
+  const auto user = FindOtherDesktopUser(L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-3-1001", FolderOf);
   ASSERT_TRUE(user.has_value());
   EXPECT_EQ(user->sid, L"S-1-5-21-1-2-3-1001");
   EXPECT_EQ(user->localAppData, L"C:\\Users\\S-1-5-21-1-2-3-1001");
@@ -26,16 +25,14 @@ TEST(DesktopUser, IsNobodyElseWhereTheIdsAreTheSameOrUnknown) {
       {L"", L""},
   };
   for (const auto& [own, desktop] : rows) {
-    DesktopUserPorts ports = PortsFor(own, desktop);
-    ports.localAppData = [](const std::wstring&) -> std::wstring { throw 7; };  // not asked
-    EXPECT_FALSE(FindOtherDesktopUser(ports).has_value());
+    const auto neverCalled = [](const std::wstring&) -> std::wstring { throw 7; };
+    EXPECT_FALSE(FindOtherDesktopUser(own, desktop, neverCalled).has_value());
   }
 }
 
 TEST(DesktopUser, MayBeOneWhoseFolderIsUnknown) {
-  DesktopUserPorts ports = PortsFor(L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-3-1001");
-  ports.localAppData = [](const std::wstring&) { return std::wstring(); };
-  const auto user = FindOtherDesktopUser(ports);
+  const auto user = FindOtherDesktopUser(L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-3-1001",
+                                         [](const std::wstring&) { return std::wstring(); });
   ASSERT_TRUE(user.has_value());
   EXPECT_EQ(user->localAppData, L"");
 }

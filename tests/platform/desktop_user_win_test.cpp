@@ -31,33 +31,33 @@ std::wstring SidByName() {
   return copy;
 }
 
-TEST(DesktopUserEdge, TellsTheUserOfAProcessAndHisFolder) {
-  const DesktopUserPorts ports = RealDesktopUserPorts(::GetCurrentProcessId());
-  EXPECT_EQ(ports.ownSid(), SidByName());
-  EXPECT_EQ(ports.desktopSid(), ports.ownSid()) << "by its token";
-  EXPECT_EQ(ports.localAppData(ports.ownSid()), LocalAppDataFolder()) << "by its token";
+TEST(DesktopUserEdge, FindsTheUserOfAProcessAndHisFolder) {
+  const DWORD shell = ::GetCurrentProcessId();
+  EXPECT_EQ(OwnSid(), SidByName());
+  EXPECT_EQ(DesktopSid(shell), OwnSid()) << "by its token";
+  EXPECT_EQ(DesktopLocalAppData(shell, OwnSid()), LocalAppDataFolder()) << "by its token";
 }
 
 TEST(DesktopUserEdge, AsksTheSessionAndTheRegistryWithoutAShell) {
-  const DesktopUserPorts ports = RealDesktopUserPorts(0);
-  const std::wstring sid = ports.desktopSid();
-  EXPECT_TRUE(sid.empty() || sid == ports.ownSid()) << "the session is this user's";
-  EXPECT_EQ(ports.localAppData(L"S-1-5-21-0-0-0-12345"), L"");
+  const std::wstring sid = DesktopSid(0);
+  EXPECT_TRUE(sid.empty() || sid == OwnSid()) << "the session is this user's";
+  EXPECT_EQ(DesktopLocalAppData(0, L"S-1-5-21-0-0-0-12345"), L"");
   HKEY key = nullptr;
   const std::wstring path =
-      ports.ownSid() + L"\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders";
+      OwnSid() + L"\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders";
   ASSERT_EQ(::RegOpenKeyExW(HKEY_USERS, path.c_str(), 0, KEY_READ, &key), ERROR_SUCCESS);
   ::RegCloseKey(key);
-  EXPECT_EQ(ports.localAppData(ports.ownSid()), LocalAppDataFolder());
+  EXPECT_EQ(DesktopLocalAppData(0, OwnSid()), LocalAppDataFolder());
 }
 
-// Another user, as the program would find him: through functions handed in, for there is only one
-// user here.
+// There is only one user here, so the program's own is made up.
 TEST(DesktopUserEdge, FindsAnotherUserByHisId) {
-  DesktopUserPorts ports = RealDesktopUserPorts(::GetCurrentProcessId());
-  EXPECT_FALSE(FindOtherDesktopUser(ports).has_value());
-  ports.ownSid = [] { return std::wstring(L"S-1-5-21-0-0-0-500"); };
-  const auto user = FindOtherDesktopUser(ports);
+  const DWORD shell = ::GetCurrentProcessId();
+  const auto folderOf = [shell](const std::wstring& sid) {
+    return DesktopLocalAppData(shell, sid);
+  };
+  EXPECT_FALSE(FindOtherDesktopUser(OwnSid(), DesktopSid(shell), folderOf).has_value());
+  const auto user = FindOtherDesktopUser(L"S-1-5-21-0-0-0-500", DesktopSid(shell), folderOf);
   ASSERT_TRUE(user.has_value());
   EXPECT_EQ(user->sid, SidByName());
   EXPECT_EQ(user->localAppData, LocalAppDataFolder());
