@@ -27,18 +27,20 @@ class SystemClipboard {
   static void Close() { ::CloseClipboard(); }
   static bool Empty() { return ::EmptyClipboard() != FALSE; }
 
-  // With its terminator, in the kind of memory that the clipboard takes over.
+  // Includes the terminator; movable memory is what SetClipboardData takes over.
   static Memory CopyOf(const std::wstring& text) {
     return CopyOf(text.c_str(), (text.size() + 1) * sizeof(wchar_t));
   }
 
-  // A text that its program renders only now would be waited for, for ever where that hangs.
+  // GetClipboardData waits for an owner that renders its text on demand, for ever if that program
+  // hangs.
   static std::optional<bool> Holds(const std::wstring& text) {
     if (::IsHungAppWindow(::GetClipboardOwner())) return std::nullopt;
     const HANDLE memory = ::GetClipboardData(CF_UNICODETEXT);
     if (memory == nullptr) return false;
     const auto* const units = static_cast<const wchar_t*>(::GlobalLock(memory));
     if (units == nullptr) return std::nullopt;
+    // The memory may be larger than the text, and another program may have left out the terminator.
     const std::wstring_view all(units, ::GlobalSize(memory) / sizeof(wchar_t));
     const bool isSame = all.substr(0, all.find(L'\0')) == text;
     ::GlobalUnlock(memory);
@@ -47,13 +49,14 @@ class SystemClipboard {
 
   static bool Set(HGLOBAL memory) { return ::SetClipboardData(CF_UNICODETEXT, memory) != nullptr; }
 
-  // The history reads any one of them; the cloud its own.
+  // Any one of the first two keeps the text out of the history, the third out of the cloud.
   static void KeepOutOfHistory() {
     constexpr DWORD kNo = 0;
     for (const wchar_t* const format :
          {L"ExcludeClipboardContentFromMonitorProcessing", L"CanIncludeInClipboardHistory",
           L"CanUploadToCloudClipboard"}) {
       Memory memory = CopyOf(&kNo, sizeof(kNo));
+      // On success the clipboard owns the memory, so it must not be freed here.
       if (memory && ::SetClipboardData(::RegisterClipboardFormatW(format), memory.Get())) {
         static_cast<void>(memory.Release());
       }

@@ -38,6 +38,7 @@ std::wstring SidText(PSID sid) {
 
 std::wstring SidOfToken(const TokenHandle& token) {
   if (!token) return {};
+  // The first call fails and returns the size; the sid follows the structure in the same buffer.
   DWORD sizeBytes = 0;
   ::GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &sizeBytes);
   std::vector<std::byte> buffer(sizeBytes);
@@ -73,6 +74,7 @@ std::wstring SidOfSession() {
                            &domainUnits, &use) == FALSE) {
     return {};
   }
+  // The name may also be a group's or a computer's.
   return use == SidTypeUser ? SidText(sid.data()) : std::wstring();
 }
 
@@ -81,6 +83,7 @@ std::wstring FolderOfToken(const TokenHandle& token) {
   wchar_t* path = nullptr;
   const HRESULT result =
       ::SHGetKnownFolderPath(FOLDERID_LocalAppData, KF_FLAG_DEFAULT, token.Get(), &path);
+  // Must be freed after a failure, too.
   const std::unique_ptr<wchar_t, decltype(&::CoTaskMemFree)> owned(path, &::CoTaskMemFree);
   return SUCCEEDED(result) && path != nullptr ? std::wstring(path) : std::wstring();
 }

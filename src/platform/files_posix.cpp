@@ -13,8 +13,8 @@
 #include "platform/unique_handle.h"
 #include "text/utf8.h"
 
-// The native build's files, so that what builds on them can be tested there. A backslash separates
-// folders here too: paths are put together as on Windows.
+// Files of the native build, for testing the code above them. Paths are built with backslashes, as
+// on Windows, and converted here.
 namespace platform {
 namespace {
 

@@ -25,7 +25,7 @@ bool IsFolder(const std::wstring& path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-// The path from its drive on, with backslashes only: what SHCreateDirectoryExW insists on.
+// Starts at the drive and has backslashes only, as SHCreateDirectoryExW requires.
 std::wstring AbsolutePath(const std::wstring& path) {
   const DWORD neededUnits = ::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
   std::wstring absolute(neededUnits, L'\0');
@@ -39,7 +39,8 @@ SystemResult LastFailure() {
   return {false, error};
 }
 
-// Empties the file. A virus scanner, a backup or a second client may hold it for some milliseconds.
+// Empties the file. Retries, because a virus scanner, a backup or a second client may hold the file
+// for some milliseconds.
 FileHandle OpenForWriting(const std::wstring& path) {
   constexpr int kAttempts = 6;
   constexpr DWORD kPauseMs = 20;
@@ -60,7 +61,7 @@ SystemResult WriteOver(const std::wstring& path, std::string_view bytes, bool fl
     if (!::WriteFile(file.Get(), bytes.data(), chunkBytes, &takenBytes, nullptr)) {
       return LastFailure();
     }
-    // A full disk may take less than asked for without calling it an error.
+    // A full disk may accept fewer bytes without reporting an error.
     if (takenBytes != chunkBytes) return {false, ERROR_DISK_FULL};
     bytes.remove_prefix(chunkBytes);
   }
@@ -68,7 +69,7 @@ SystemResult WriteOver(const std::wstring& path, std::string_view bytes, bool fl
   return {true, 0};
 }
 
-// Of folders, without "." and "..", or of all else.
+// Either the folders, without "." and "..", or all others.
 std::vector<std::wstring> ListNames(const std::wstring& folder, bool wantsFolders) {
   std::vector<std::wstring> names;
   WIN32_FIND_DATAW entry{};
@@ -148,6 +149,7 @@ bool DeleteFileAt(const std::wstring& path) {
 bool CreateFolders(const std::wstring& path) {
   const std::wstring absolute = AbsolutePath(path);
   if (absolute.empty()) return false;
+  // Fails for an existing folder, and when another process creates it at the same time.
   return ::SHCreateDirectoryExW(nullptr, absolute.c_str(), nullptr) == ERROR_SUCCESS ||
          IsFolder(absolute);
 }

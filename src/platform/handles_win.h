@@ -5,7 +5,7 @@
 // After the SDK, which it needs.
 #include <winhttp.h>
 
-// The kinds of Windows handles that the program owns.
+// Owners for the kinds of Windows handles that the program uses.
 namespace platform {
 
 // Files and other kernel objects that CloseHandle closes. Depending on the call, the API returns
@@ -24,7 +24,7 @@ inline constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHA
 using ProcessHandle = UniqueHandle<KernelHandleTraits>;
 using ThreadHandle = UniqueHandle<KernelHandleTraits>;
 
-// A library that LoadLibrary gave; not for GetModuleHandle's borrowed ones.
+// From LoadLibrary; never one borrowed by GetModuleHandle.
 struct ModuleTraits {
   using Raw = HMODULE;
   static Raw Invalid() noexcept { return nullptr; }
@@ -33,7 +33,7 @@ struct ModuleTraits {
 };
 using Module = UniqueHandle<ModuleTraits>;
 
-// An opened registry key; never a predefined one.
+// An open registry key; never a predefined one.
 struct RegistryKeyTraits {
   using Raw = HKEY;
   static Raw Invalid() noexcept { return nullptr; }

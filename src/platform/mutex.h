@@ -20,7 +20,7 @@
 
 namespace platform {
 
-// std::mutex and its condition variable with names that the thread-safety analysis knows.
+// std::mutex and its condition variable, annotated for the thread-safety analysis.
 class CAPABILITY("mutex") Mutex {
  public:
   void Lock() ACQUIRE() { mutex_.lock(); }
@@ -42,7 +42,7 @@ class SCOPED_CAPABILITY MutexLock {
   Mutex& mutex_;
 };
 
-// Waits are taken with the mutex held and return with it held; wake-ups may be spurious.
+// Call Wait functions with the mutex held; it is held again on return. Wake-ups may be spurious.
 class Condition {
  public:
   void Wait(Mutex& mutex) REQUIRES(mutex) {

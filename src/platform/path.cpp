@@ -5,7 +5,7 @@
 namespace platform {
 namespace {
 
-// Some calls want room for a name of 8.3 behind a folder's path within 260 characters.
+// Folder calls reserve room for an 8.3 name within the 260 characters of the plain form.
 constexpr std::size_t kLongestPlainPath = 247;
 
 bool IsSlash(wchar_t unit) {
@@ -27,6 +27,7 @@ std::wstring ParentFolder(std::wstring_view path) {
 }
 
 std::wstring ExtendedPath(std::wstring_view path) {
+  // Short paths stay plain: the prefix turns off the interpretation of "/", "." and relative paths.
   if (path.size() <= kLongestPlainPath) return std::wstring(path);
   const bool onDrive = path[1] == L':' && IsSlash(path[2]);
   const bool onServer = IsSlash(path[0]) && IsSlash(path[1]) && path[2] != L'?' && path[2] != L'.';

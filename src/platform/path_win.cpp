@@ -23,7 +23,7 @@ using TaskText = UniqueHandle<TaskTextTraits>;
 std::wstring KnownFolder(const KNOWNFOLDERID& id) {
   wchar_t* allocated = nullptr;
   const HRESULT result = ::SHGetKnownFolderPath(id, KF_FLAG_DEFAULT, nullptr, &allocated);
-  const TaskText path(allocated);  // to be freed after a failure too
+  const TaskText path(allocated);  // must be freed after a failure, too
   return SUCCEEDED(result) ? std::wstring(path.Get()) : std::wstring();
 }
 

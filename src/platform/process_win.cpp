@@ -49,14 +49,14 @@ struct EnvironmentTraits {
 };
 using Environment = UniqueHandle<EnvironmentTraits>;
 
-// Called for each step of loading a library that is imported late (cmake/delayed_imports.cmake).
+// The hook for libraries that are imported late (cmake/delayed_imports.cmake); called at each step.
 FARPROC WINAPI LoadFromSystemFolder(unsigned step, DelayLoadInfo* info) {
   if (step != dliNotePreLoadLibrary) return nullptr;
   return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(
       ::LoadLibraryExA(info->szDll, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)));
 }
 
-// Each policy is one word of flags; some of mingw-w64's structures for them come out longer.
+// Passes the flags as one DWORD, the documented size: some of mingw-w64's structures are longer.
 void SetPolicy(PROCESS_MITIGATION_POLICY kind, DWORD flags) noexcept {
   ::SetProcessMitigationPolicy(kind, &flags, sizeof(flags));
 }
@@ -66,6 +66,7 @@ void SetPolicy(PROCESS_MITIGATION_POLICY kind, DWORD flags) noexcept {
 bool RunHidden(const std::wstring& commandLine, std::chrono::milliseconds wait) {
   const StartedProcess started = CreateHidden(commandLine);
   if (!started.process) return false;
+  // A command that hangs must not hang the program; it is left to itself.
   ::WaitForSingleObject(started.process.Get(), static_cast<DWORD>(wait.count()));
   return true;
 }

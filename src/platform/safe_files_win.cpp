@@ -18,14 +18,14 @@ HeldFile NotHeld(DWORD error) {
   return held;
 }
 
-// A file system that cannot answer knows no links.
+// A file system without this query has no links.
 bool IsLink(HANDLE file) {
   FILE_ATTRIBUTE_TAG_INFO info{};
   return ::GetFileInformationByHandleEx(file, FileAttributeTagInfo, &info, sizeof(info)) != FALSE &&
          (info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
-// False, with the last error, when the file ends early or cannot be read.
+// False, with the last error set, when the file ends early or cannot be read.
 bool ReadAll(HANDLE file, std::string& bytes) {
   std::size_t done = 0;
   while (done < bytes.size()) {
@@ -50,7 +50,7 @@ SystemResult Failure() {
   return {false, error};
 }
 
-// Windows neither deletes nor replaces a read-only file.
+// Windows refuses to delete or replace a read-only file.
 void AllowReplacing(const std::wstring& extendedPath) {
   constexpr DWORD kLooked = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
   const DWORD attributes = ::GetFileAttributesW(extendedPath.c_str());
@@ -59,7 +59,7 @@ void AllowReplacing(const std::wstring& extendedPath) {
   }
 }
 
-// CREATE_NEW never follows a link: whatever still lies at the path fails it.
+// CREATE_NEW never follows a link: it fails if anything is still at the path.
 FileHandle CreateFresh(const std::wstring& extendedPath, DWORD access, DWORD flags) {
   return FileHandle(::CreateFileW(extendedPath.c_str(), access, 0, nullptr, CREATE_NEW,
                                   FILE_ATTRIBUTE_NORMAL | flags, nullptr));
@@ -71,10 +71,11 @@ SystemResult WriteAll(HANDLE file, const std::string& bytes) {
     const auto chunkBytes = static_cast<DWORD>(std::min(bytes.size() - done, kWriteBytes));
     DWORD takenBytes = 0;
     if (!::WriteFile(file, bytes.data() + done, chunkBytes, &takenBytes, nullptr)) return Failure();
-    // A full disk may take less than asked for without calling it an error.
+    // A full disk may accept fewer bytes without reporting an error.
     if (takenBytes != chunkBytes) return {false, ERROR_DISK_FULL};
     done += takenBytes;
   }
+  // All bytes were accepted; the caller decides whether an unconfirmed write matters.
   if (::FlushFileBuffers(file)) return {true, 0};
   const DWORD flushError = ::GetLastError();
   return {true, flushError};
@@ -114,7 +115,7 @@ SystemResult WriteNewFile(const std::wstring& path, const std::string& bytes) {
   FileHandle file = CreateFresh(extended, GENERIC_WRITE, 0);
   if (!file) return Failure();
   const SystemResult written = WriteAll(file.Get(), bytes);
-  file.Reset();
+  file.Reset();  // an open file cannot be deleted
   if (!written.succeeded) ::DeleteFileW(extended.c_str());
   return written;
 }
@@ -122,6 +123,7 @@ SystemResult WriteNewFile(const std::wstring& path, const std::string& bytes) {
 SystemResult CopyFileOver(const std::wstring& from, const std::wstring& to) {
   const HeldFile held = HoldFile(from);
   if (!held.result.succeeded) return held.result;
+  // Not CopyFile: it would copy attributes and streams, such as the mark of a download.
   const std::wstring part = to + kPartSuffix;
   const SystemResult written = WriteNewFile(part, held.bytes);
   if (!written.succeeded) return written;
@@ -146,16 +148,19 @@ void DeleteAnyFile(const std::wstring& path) {
 }
 
 SystemResult ProbeReplacement(const std::wstring& path, std::uint64_t sizeBytes) {
+  // Renaming requires DELETE access; Windows grants it even for a running program.
   const FileHandle itself(::CreateFileW(ExtendedPath(path).c_str(), DELETE, kShareAll, nullptr,
                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!itself) return Failure();
 
   const std::wstring probePath = path + kProbeSuffix;
   DeleteAnyFile(probePath);
+  // Deleted by the system with its handle, so that even a killed process leaves no probe.
   const FileHandle probe =
       CreateFresh(ExtendedPath(probePath), GENERIC_WRITE | DELETE, FILE_FLAG_DELETE_ON_CLOSE);
   if (!probe) return Failure();
 
+  // An unknown amount is no obstacle: the write itself will show.
   ULARGE_INTEGER freeBytes{};
   const bool isKnown =
       ::GetDiskFreeSpaceExW(ParentFolder(path).c_str(), &freeBytes, nullptr, nullptr) != FALSE;

@@ -30,7 +30,7 @@ struct HashTraits {
 };
 using Hash = UniqueHandle<HashTraits>;
 
-// Missing in mingw-w64's wintrust.h: digests that anybody can forge count as no signature.
+// Rejects digests that can be forged. Missing in mingw-w64's wintrust.h.
 constexpr DWORD kDisableMd2Md4 = 0x2000;
 
 std::string KeySha256(const CERT_CONTEXT& certificate) {
@@ -45,7 +45,7 @@ std::string KeySha256(const CERT_CONTEXT& certificate) {
   return Sha256Hex(std::as_bytes(std::span(encoded.data(), sizeBytes)));
 }
 
-// The certificate that the first signature was made with; borrowed from the verification's state.
+// The certificate of the first signature; borrowed from the verification's state.
 const CERT_CONTEXT* SignerOf(HANDLE verification) {
   CRYPT_PROVIDER_DATA* data = ::WTHelperProvDataFromStateData(verification);
   if (data == nullptr) return nullptr;
@@ -65,7 +65,7 @@ std::string Sha256Hex(std::span<const std::byte> bytes) {
   if (::BCryptCreateHash(algorithm.Get(), &created, nullptr, 0, nullptr, 0, 0) != 0) return {};
   const Hash hash(created);
 
-  // The interface promises not to write, but does not say const.
+  // BCryptHashData only reads, but its parameter is not const.
   auto* input = const_cast<UCHAR*>(reinterpret_cast<const UCHAR*>(bytes.data()));
   std::array<UCHAR, 32> digest{};
   if (::BCryptHashData(hash.Get(), input, static_cast<ULONG>(bytes.size()), 0) != 0 ||
@@ -85,6 +85,7 @@ Signature VerifySignature(const HeldFile& file, const std::wstring& path) {
   WINTRUST_FILE_INFO subject{};
   subject.cbStruct = sizeof(subject);
   subject.pcwszFilePath = path.c_str();
+  // Windows reads through the held handle; the path only names the file.
   subject.hFile = file.handle.get();
 
   WINTRUST_DATA data{};
@@ -97,6 +98,7 @@ Signature VerifySignature(const HeldFile& file, const std::wstring& path) {
   data.dwProvFlags = WTD_REVOCATION_CHECK_NONE | kDisableMd2Md4;
 
   GUID action = WINTRUST_ACTION_GENERIC_VERIFY_V2;
+  // Not nullptr, which means that there is a user to ask.
   auto* const noWindow = static_cast<HWND>(INVALID_HANDLE_VALUE);
   Signature signature;
   signature.trustError = static_cast<std::uint32_t>(::WinVerifyTrust(noWindow, &action, &data));
@@ -105,6 +107,7 @@ Signature VerifySignature(const HeldFile& file, const std::wstring& path) {
       signature.signerKeySha256 = KeySha256(*signer);
     }
   }
+  // Frees the state, and with it the signer's certificate.
   data.dwStateAction = WTD_STATEACTION_CLOSE;
   ::WinVerifyTrust(noWindow, &action, &data);
   return signature;

@@ -10,7 +10,7 @@ namespace {
 
 using namespace socket_system;
 
-// Winsock takes char*, POSIX void*, which char* becomes.
+// Winsock takes char*; POSIX takes void*, to which char* converts.
 const char* Bytes(const void* data) noexcept {
   return static_cast<const char*>(data);
 }
@@ -19,10 +19,10 @@ char* Bytes(void* data) noexcept {
 }
 
 constexpr int kOn = 1;
-// How often Close() tries to wake calls, and the pause between two tries.
+// Close() wakes blocked calls this often, with this pause in between.
 constexpr int kWakeTries = 100;
 constexpr std::chrono::milliseconds kWakePause{2};
-// How soon a connect notices that Close() was called.
+// A connect notices Close() within this time.
 constexpr std::chrono::milliseconds kConnectSlice{20};
 
 template <typename Value>
@@ -33,7 +33,7 @@ Value ReadOption(Raw raw, int level, int name) noexcept {
   return value;
 }
 
-// Of a connect that has ended: 0 when it stands.
+// The result of a finished connect, 0 on success.
 int ConnectError(Raw raw) noexcept {
   int error = 0;
   socklen_t size = sizeof(error);
@@ -46,7 +46,7 @@ const sockaddr* System(const SocketAddress& address) noexcept {
   return static_cast<const sockaddr*>(address.Data());
 }
 
-// What one send or recv returned, with the error saved at once.
+// Converts the result of send or recv; must run before any other call changes the error.
 template <typename Moved>
 SocketResult ToResult(Moved moved) noexcept {
   if (moved < 0) return {0, LastError()};
@@ -91,7 +91,7 @@ int SocketClosedError() noexcept {
   return kClosed;
 }
 
-// One call on the socket: holds the handle open from its construction to its end.
+// A call in progress: keeps the handle open for its lifetime.
 class Socket::Call {
  public:
   explicit Call(Socket& socket) noexcept : socket_(socket) {
@@ -112,7 +112,7 @@ class Socket::Call {
 
   [[nodiscard]] bool Entered() const noexcept { return entered_; }
   [[nodiscard]] Raw Handle() const noexcept { return raw_; }
-  // `error`, or the closed code when Close() came meanwhile.
+  // Returns `error`, or the closed code after Close(): a woken call reports many different errors.
   [[nodiscard]] int Judge(int error) const noexcept {
     const MutexLock held(socket_.lock_);
     return socket_.closed_ ? kClosed : error;
@@ -185,7 +185,7 @@ Socket::Options Socket::ReadOptions() noexcept {
   return options;
 }
 
-// In slices: nothing but a look at the state tells, on both systems, that Close() came meanwhile.
+// Waits in slices: on both systems, only the socket's own state shows that Close() was called.
 int Socket::ConnectUnblocked(const Call& call, const SocketAddress& address,
                              std::chrono::milliseconds limit) noexcept {
   const Raw raw = call.Handle();
@@ -276,7 +276,7 @@ SocketResult Socket::ReceiveFrom(std::span<std::byte> buffer, SocketAddress& fro
   sockaddr* const name = static_cast<sockaddr*>(static_cast<void*>(&storage));
   const SocketResult result = call.Judge(ToResult(::recvfrom(
       call.Handle(), Bytes(buffer.data()), ToLength(buffer.size()), kDatagramFlags, name, &size)));
-  if (result.bytes > buffer.size()) return {0, kTooLong};  // Winsock says so by itself
+  if (result.bytes > buffer.size()) return {0, kTooLong};  // Winsock returns the error itself
   if (result.error == 0) {
     from = SocketAddress::FromSystem(&storage, static_cast<std::size_t>(size));
   }
@@ -289,8 +289,8 @@ void Socket::Close() noexcept {
   closed_ = true;
   const Raw raw = static_cast<Raw>(raw_);
   ShutDown(raw);
-  // A call may be counted and not yet blocked, so it is woken again until it has left. Should the
-  // system refuse to wake it, closing the handle under it is the last resort.
+  // A call may have entered but not blocked yet, so it is woken again until it has left. If the
+  // system fails to wake it, closing the handle is the last resort.
   for (int tries = 0; callsInside_ > 0 && tries < kWakeTries; ++tries) {
     Wake(raw);
     left_.WaitFor(lock_, kWakePause);

@@ -9,8 +9,8 @@
 #include "platform/mutex.h"
 #include "platform/socket_address.h"
 
-// Sockets, the same on Winsock and POSIX. Error codes are the system's own numbers (WSAGetLastError
-// or errno); 0 means no error.
+// Sockets on Winsock and POSIX. Error codes are the system's (WSAGetLastError or errno); 0 means no
+// error.
 namespace platform {
 
 // One WSAStartup (version 2.2), balanced by one WSACleanup. POSIX has nothing to start.
@@ -23,39 +23,37 @@ class SocketLibrary {
   SocketLibrary(const SocketLibrary&) = delete;
   SocketLibrary& operator=(const SocketLibrary&) = delete;
 
-  // 0, or the code with which WSAStartup failed. Starting twice is starting once.
+  // Returns 0, or the code of a failed WSAStartup. Further calls do nothing.
   [[nodiscard]] int Start() noexcept;
 
  private:
   bool started_ = false;
 };
 
-// What one call moved. bytes 0 with error 0 on a stream: the peer has ended the connection.
+// The result of one call. bytes 0 with error 0 on a stream: the peer has closed the connection.
 struct SocketResult {
   std::size_t bytes = 0;
   int error = 0;
 };
 
-// True for what a receive or send returns when SO_RCVTIMEO or SO_SNDTIMEO has passed.
+// True for the error of a receive or send after SO_RCVTIMEO or SO_SNDTIMEO has passed.
 bool IsSocketTimeout(int error) noexcept;
-// True for what says that the socket is closed or its call was cancelled (Windows: WSAENOTSOCK,
+// True for the errors of a closed socket and a cancelled call (Windows: WSAENOTSOCK,
 // ERROR_OPERATION_ABORTED).
 bool IsSocketClosed(int error) noexcept;
-// The code every call returns once Close() has been called, also the call that Close() woke,
-// whatever the system itself said: WSAENOTSOCK (10038), EBADF.
+// The error of every call after Close() and of the calls that Close() wakes, whatever the system
+// reports: WSAENOTSOCK (10038), EBADF.
 int SocketClosedError() noexcept;
 
 // One socket.
 //
-// Threads: any number may call at once. Close() ends their calls; it is the one place where a
-//          blocked call is woken.
-// Owns:    the system's handle. It is closed when no call is inside any more, so that a number
-//          which the system hands out again is never used by a late call.
+// Threads: any number at once. Only Close() wakes blocked calls.
+// Owns:    the system's handle, closed after the last call has left: the system reuses handle
+//          numbers, and a late call must not use another socket's.
 // Errors:  returned, never thrown.
 class Socket {
  public:
-  // Null when the system refuses; then `error` is its code.
-  // `family` as SocketAddress::Family() tells it.
+  // `family` as in SocketAddress::Family(). Null on failure, with the code in `error`.
   static std::shared_ptr<Socket> Create(SocketKind kind, int family, int& error);
   ~Socket();
   Socket(const Socket&) = delete;
@@ -65,10 +63,10 @@ class Socket {
   int SetTimeouts(std::chrono::milliseconds receive, std::chrono::milliseconds send) noexcept;
   int SetNoDelay() noexcept;
   int SetKeepAlive() noexcept;
-  // Wishes; the system may grant less (or, on Linux, twice as much).
+  // Requests only; the system may grant less (or, on Linux, twice as much).
   int SetBufferBytes(int receiveBytes, int sendBytes) noexcept;
 
-  // The options as the system holds them.
+  // The options in force.
   struct Options {
     std::chrono::milliseconds receiveTimeout{0};
     std::chrono::milliseconds sendTimeout{0};
@@ -79,25 +77,25 @@ class Socket {
   };
   [[nodiscard]] Options ReadOptions() noexcept;
 
-  // Gives up after `limit` with a code that IsSocketTimeout() knows; the system itself would try
-  // for more than twenty seconds, whatever the time-outs of the socket.
+  // Gives up after `limit` with an IsSocketTimeout() error; the system alone would try for more
+  // than twenty seconds, whatever the socket's time-outs.
   int Connect(const SocketAddress& address, std::chrono::milliseconds limit) noexcept;
   int Bind(const SocketAddress& address) noexcept;
   int Listen() noexcept;
-  // Blocks for the next connection; null on failure, then `error` is the code.
+  // Blocks for the next connection; null on failure, with the code in `error`.
   std::shared_ptr<Socket> Accept(int& error);
   [[nodiscard]] SocketAddress LocalAddress() noexcept;
 
-  // One send or recv; may move less than asked. Never raises SIGPIPE.
+  // One send or recv; may move fewer bytes. Never raises SIGPIPE.
   SocketResult Send(std::span<const std::byte> bytes) noexcept;
   SocketResult Receive(std::span<std::byte> buffer) noexcept;
-  // One datagram. Receiving one that is longer than `buffer` is an error (WSAEMSGSIZE, EMSGSIZE),
-  // and the datagram is gone.
+  // One datagram. Receiving one longer than `buffer` is an error (WSAEMSGSIZE, EMSGSIZE) and loses
+  // the datagram.
   SocketResult SendTo(std::span<const std::byte> bytes, const SocketAddress& to) noexcept;
   SocketResult ReceiveFrom(std::span<std::byte> buffer, SocketAddress& from) noexcept;
 
-  // Shuts the connection down, wakes every blocked call and closes the handle after the last of
-  // them has left. Safe to call twice and from any thread that is not inside a call.
+  // Shuts the connection down, wakes every blocked call, waits for them to leave and closes the
+  // handle. May be called twice, from any thread that is not inside a call.
   void Close() noexcept;
 
  private:

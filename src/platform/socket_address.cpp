@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookEvery{20};
 
-// Where the thread that looks a name up leaves what it has found. Any thread.
+// Passes addresses from the lookup thread to the caller, who may have left. Any thread.
 class Answer {
  public:
   void Put(std::vector<SocketAddress> addresses) {
@@ -29,7 +29,7 @@ class Answer {
     put_.NotifyAll();
   }
 
-  // Waits for it; empty once `isCancelled`.
+  // Blocks for the addresses; empty once `isCancelled` returns true.
   std::vector<SocketAddress> Take(const std::function<bool()>& isCancelled) {
     const MutexLock held(lock_);
     while (!addresses_) {
@@ -82,7 +82,7 @@ SocketAddress SocketAddress::FromSystem(const void* address, std::size_t lengthB
 }
 
 std::uint16_t SocketAddress::Port() const noexcept {
-  // Both families keep it in the same place.
+  // At the same offset in both families.
   static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
   if (Family() != AF_INET && Family() != AF_INET6) return 0;
   std::uint16_t portBe = 0;
@@ -102,19 +102,19 @@ std::vector<SocketAddress> LookUpHost(const std::string& host, std::uint16_t por
 std::vector<SocketAddress> ResolveHost(const std::string& host, std::uint16_t port, SocketKind kind,
                                        const std::function<bool()>& isCancelled,
                                        const HostLookup& lookUp) {
-  // An address in digits needs no resolver, and no thread.
+  // An address in digits needs neither resolver nor thread.
   std::vector<SocketAddress> plain = GetAddresses(host, port, kind, AI_NUMERICHOST);
   if (!plain.empty()) return plain;
   const auto answer = std::make_shared<Answer>();
   StartDetached([answer, host, port, kind, lookUp] {
     std::vector<SocketAddress> addresses;
     try {
-      SocketLibrary library;  // the caller's may be gone by then
+      SocketLibrary library;  // the caller's may be destroyed by then
       if (library.Start() == 0) {
         addresses = lookUp ? lookUp(host, port, kind) : LookUpHost(host, port, kind);
       }
     } catch (const std::exception&) {
-      // Short memory; as if the name were unknown.
+      // Out of memory; treated as an unknown name.
     }
     answer->Put(std::move(addresses));
   });

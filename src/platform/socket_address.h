@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// Addresses of sockets, the same on Winsock and POSIX.
+// Socket addresses on Winsock and POSIX.
 namespace platform {
 
 enum class SocketKind {
@@ -22,7 +22,7 @@ class SocketAddress {
   // `address` and `port` in host order.
   static SocketAddress Ipv4(std::uint32_t address, std::uint16_t port) noexcept;
   static SocketAddress Loopback(std::uint16_t port) noexcept { return Ipv4(0x7F000001, port); }
-  // Copies a sockaddr of `lengthBytes`; bytes past 128 are left out.
+  // Copies a sockaddr of `lengthBytes`, at most 128 bytes.
   static SocketAddress FromSystem(const void* address, std::size_t lengthBytes) noexcept;
 
   // Host order; 0 when the address is neither IPv4 nor IPv6.
@@ -37,18 +37,18 @@ class SocketAddress {
   std::size_t sizeBytes_ = 0;
 };
 
-// A host's addresses; empty when there are none to be had. `host` is the name's UTF-8 form. May
-// block for as long as the system's resolver does.
+// Finds a host's addresses, in UTF-8; empty without any. May block as long as the system's
+// resolver.
 using HostLookup = std::function<std::vector<SocketAddress>(const std::string& host,
                                                             std::uint16_t port, SocketKind kind)>;
 
 // getaddrinfo, in the system's order.
 std::vector<SocketAddress> LookUpHost(const std::string& host, std::uint16_t port, SocketKind kind);
 
-// An address in digits as it is; else `lookUp` on a thread of its own, as no system's resolver can
-// be told to stop: once `isCancelled` returns true, which is asked every few milliseconds, this
-// returns no addresses, and the thread is left behind to end by itself. An empty `lookUp` is
-// LookUpHost. Throws std::system_error when no thread can be made.
+// Converts an address in digits, or else runs `lookUp` (LookUpHost when empty) on its own thread,
+// because a resolver cannot be stopped. Polls `isCancelled` every few milliseconds; once it is
+// true, returns no addresses and leaves the thread behind. Throws std::system_error when no thread
+// can be created.
 std::vector<SocketAddress> ResolveHost(const std::string& host, std::uint16_t port, SocketKind kind,
                                        const std::function<bool()>& isCancelled,
                                        const HostLookup& lookUp = {});

@@ -20,7 +20,7 @@
 #include <cerrno>
 #endif
 
-// What differs between the two systems' sockets, and nothing else; for socket.cpp alone.
+// The differences between the two systems' sockets; only for this folder.
 namespace platform::socket_system {
 
 #ifdef _WIN32
@@ -46,8 +46,7 @@ inline void CloseRaw(Raw raw) noexcept {
 inline int ShutDown(Raw raw) noexcept {
   return ::shutdown(raw, SD_BOTH);
 }
-// shutdown() alone leaves a blocked receive asleep here; cancelling its request wakes it, while the
-// handle stays ours.
+// Here shutdown() does not wake a blocked receive. Cancelling it does, without closing the handle.
 inline void Wake(Raw raw) noexcept {
   ::CancelIoEx(reinterpret_cast<HANDLE>(raw), nullptr);
 }
@@ -58,10 +57,10 @@ inline int SetBlocking(Raw raw, bool blocks) noexcept {
   u_long isNonBlocking = blocks ? 0 : 1;
   return ::ioctlsocket(raw, static_cast<long>(FIONBIO), &isNonBlocking) == 0 ? 0 : LastError();
 }
-// Above 0 once a connect under way has ended, well or badly; 0 when `time` has passed; below 0 when
-// the system does not tell, with the last error.
+// Waits for a pending connect. Positive once it has succeeded or failed, 0 after `time`, negative
+// on failure with the last error set.
 inline int AwaitConnect(Raw raw, std::chrono::milliseconds time) noexcept {
-  // WSAPoll() keeps a failed connect to itself on older systems.
+  // Not WSAPoll(): on older systems it does not report a failed connect.
   fd_set writable;
   FD_ZERO(&writable);
   FD_SET(raw, &writable);
@@ -83,7 +82,7 @@ inline std::chrono::milliseconds FromTimeValue(TimeValue value) noexcept {
 using Raw = int;
 using Length = std::size_t;
 inline constexpr int kSendFlags = MSG_NOSIGNAL;
-inline constexpr int kDatagramFlags = MSG_TRUNC;  // tell the length of a datagram that is cut
+inline constexpr int kDatagramFlags = MSG_TRUNC;  // return the full length of a cut datagram
 inline constexpr int kClosed = EBADF;
 inline constexpr int kTooLong = EMSGSIZE;
 inline constexpr int kTimedOut = ETIMEDOUT;
@@ -101,8 +100,8 @@ inline void CloseRaw(Raw raw) noexcept {
 inline int ShutDown(Raw raw) noexcept {
   return ::shutdown(raw, SHUT_RDWR);
 }
-// close() alone leaves a blocked call asleep here; shutdown() wakes it. Repeated, for a connect()
-// that was entered after the first one.
+// Here close() does not wake a blocked call, but shutdown() does. Repeated for a connect() that was
+// entered after the first one.
 inline void Wake(Raw raw) noexcept {
   ShutDown(raw);
 }

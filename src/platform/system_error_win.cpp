@@ -10,7 +10,7 @@ namespace {
 constexpr DWORD kFirstHttpError = 12000;
 constexpr DWORD kLastHttpError = 12199;
 
-// A text that FormatMessageW allocated.
+// Allocated by FormatMessageW.
 struct LocalTextTraits {
   using Raw = wchar_t*;
   static Raw Invalid() noexcept { return nullptr; }
@@ -19,10 +19,10 @@ struct LocalTextTraits {
 };
 using LocalText = UniqueHandle<LocalTextTraits>;
 
-// The text of `code` in the table that `source` (a FORMAT_MESSAGE_FROM_ flag) names, or empty.
+// The text of `code` in the table given by `source` (a FORMAT_MESSAGE_FROM_ flag), or empty.
 std::wstring FormatFrom(DWORD source, HMODULE module, DWORD code) {
   wchar_t* allocated = nullptr;
-  // With ALLOCATE_BUFFER the function wants the address of the pointer in the buffer's place.
+  // With ALLOCATE_BUFFER the buffer parameter is the address of a pointer.
   const DWORD lengthUnits =
       ::FormatMessageW(source | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_ALLOCATE_BUFFER,
                        module, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
@@ -39,7 +39,7 @@ std::wstring ErrorReason(std::uint32_t code) {
 }
 
 std::wstring SystemErrorText(std::uint32_t code) {
-  // Already loaded, as this program imports it.
+  // Loaded already: the program imports it.
   return SystemErrorText(code, ::GetModuleHandleW(L"winhttp.dll"));
 }
 

@@ -7,12 +7,12 @@
 #include "text/strings.h"
 #include "text/utf8.h"
 
-// The native build's error texts and its splitter of addresses.
+// The native build's error texts and URL splitter.
 
 namespace platform {
 namespace {
 
-// Takes the scheme with its "://" off the front of `rest`.
+// Removes the scheme and "://" from the front of `rest`.
 bool TakeScheme(std::wstring_view& rest, UrlParts& parts) {
   const std::size_t end = rest.find(L"://");
   if (end == std::wstring_view::npos) return false;
@@ -24,7 +24,7 @@ bool TakeScheme(std::wstring_view& rest, UrlParts& parts) {
   return true;
 }
 
-// The digits of a port; none at all leave the scheme's own.
+// An empty port keeps the scheme's default.
 bool TakePort(std::wstring_view digits, std::uint16_t& port) {
   if (digits.empty()) return true;
   std::uint32_t value = 0;

@@ -4,8 +4,8 @@
 
 namespace platform {
 
-// Owns one handle of the kind that `Traits` describes (type Raw; Invalid(), IsValid(), Close(),
-// all noexcept) and closes it once. Not for pseudo-handles or predefined keys.
+// Owns one handle and closes it once. `Traits` has the type Raw and, all noexcept, Invalid(),
+// IsValid() and Close(). Not for pseudo-handles or predefined keys.
 template <typename Traits>
 class UniqueHandle {
  public:
@@ -24,9 +24,9 @@ class UniqueHandle {
 
   explicit operator bool() const noexcept { return Traits::IsValid(raw_); }
   [[nodiscard]] Raw Get() const noexcept { return raw_; }
-  // Gives the handle up to the caller.
+  // Passes ownership to the caller.
   [[nodiscard]] Raw Release() noexcept { return std::exchange(raw_, Traits::Invalid()); }
-  // Closes the held handle, if any, and takes `raw`.
+  // Closes the current handle, if any, and takes `raw`.
   void Reset(Raw raw = Traits::Invalid()) noexcept {
     const Raw old = std::exchange(raw_, raw);
     if (Traits::IsValid(old)) Traits::Close(old);

@@ -6,7 +6,7 @@
 
 namespace platform {
 
-// An absolute http or https address, taken apart. Path is path plus query, "/" when empty.
+// The parts of an absolute http or https address. The path includes the query; "/" when empty.
 struct UrlParts {
   std::wstring host;
   std::wstring path;
@@ -14,9 +14,9 @@ struct UrlParts {
   bool secure = false;
 };
 
-// Splits `url` as WinHttpCrackUrl does (the native build has a small splitter that the same tests
-// hold to the same results). False when it is no absolute http(s) address; on Windows
-// GetLastError() then tells why. Any thread.
+// Splits `url` like WinHttpCrackUrl; the native build has a splitter of its own under the same
+// tests. False for anything but an absolute http(s) address, on Windows with the last error set.
+// Any thread.
 bool CrackUrl(std::wstring_view url, UrlParts& parts);
 
 }  // namespace platform

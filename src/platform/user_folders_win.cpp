@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-// `path` and the folders around it, the longest first: `parts` of them, and the trusted one.
+// `path` and its parent folders, longest first, down to the trusted one.
 std::vector<std::wstring> Chain(const std::wstring& path, OwnParts parts) {
   std::vector<std::wstring> chain = {path};
   for (OwnParts i = 0; i < parts; ++i) chain.push_back(ParentFolder(chain.back()));
@@ -21,7 +21,7 @@ bool IsLinkAt(const std::wstring& path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
-// Where the file really lies, all links resolved; empty when the file system cannot tell.
+// The file's path with all links resolved; empty when the file system does not support the query.
 std::wstring RealPath(HANDLE file) {
   const DWORD neededUnits = ::GetFinalPathNameByHandleW(file, nullptr, 0, FILE_NAME_NORMALIZED);
   std::wstring path(neededUnits, L'\0');
@@ -37,8 +37,8 @@ std::wstring RealFolder(const std::wstring& folder) {
   return handle ? RealPath(handle.Get()) : std::wstring();
 }
 
-// Whether what was opened as `path` lies there. A file system that cannot tell where has no links,
-// or tells of them by their attributes.
+// Whether the file that was opened by `path` is really there. Checks attributes and resolved paths:
+// a file system without resolved paths either has no links or shows them as attributes.
 bool LiesAt(HANDLE file, const std::wstring& path, OwnParts parts) {
   const std::vector<std::wstring> chain = Chain(path, parts);
   for (OwnParts i = 0; i < parts; ++i) {
@@ -71,9 +71,8 @@ struct LocalMemoryTraits {
 };
 using LocalMemory = UniqueHandle<LocalMemoryTraits>;
 
-// Owner and group: administrators. A list that takes nothing from the folder above: all rights for
-// the system and administrators, reading and running for users, and the same for what is made
-// inside.
+// Owner and group: administrators. The access list inherits nothing and is inherited: full rights
+// for the system and administrators, reading and running for users.
 constexpr wchar_t kOwnersText[] = L"O:BAG:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FRFX;;;BU)";
 
 LocalMemory Owners() {
@@ -83,9 +82,9 @@ LocalMemory Owners() {
   return LocalMemory(descriptor);
 }
 
-// Not following a link; nobody can rename or delete what is open so.
+// Does not follow a link. Nobody can rename or delete the file while this handle is open.
 FileHandle OpenForOwners(const std::wstring& path) {
-  // Windows heeds what a handle does not share only where it may read, write or delete itself.
+  // Without one of the rights to read, write or delete, Windows ignores the share mode.
   constexpr DWORD kAccess = FILE_READ_DATA | READ_CONTROL | WRITE_DAC | WRITE_OWNER;
   return FileHandle(::CreateFileW(
       path.c_str(), kAccess, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
@@ -95,11 +94,11 @@ FileHandle OpenForOwners(const std::wstring& path) {
 bool SetOwners(HANDLE file, void* owners) {
   constexpr SECURITY_INFORMATION kList = DACL_SECURITY_INFORMATION;
   if (::SetKernelObjectSecurity(file, OWNER_SECURITY_INFORMATION | kList, owners)) return true;
-  // Somebody who may not give files to the administrators may still close the list.
+  // Without the right to change the owner, the access list can still be set.
   return ::SetKernelObjectSecurity(file, kList, owners) != FALSE;
 }
 
-// As far as the system can tell.
+// An unsupported query counts as "no links".
 LinkFacts LinksOf(const FileHandle& file) {
   return AskForLinks(file.Get()).value_or(LinkFacts());
 }
@@ -127,7 +126,7 @@ std::optional<LinkFacts> AskForLinks(HANDLE file) {
 
 UnlinkedFile OpenUnlinked(const std::wstring& path, OwnParts parts, DWORD access, DWORD share) {
   UnlinkedFile opened;
-  // CreateFile resets the last error when it makes the file, and says when it did not have to.
+  // CreateFile sets the last error on success, too: 0 for a new file, else ERROR_ALREADY_EXISTS.
   opened.handle.Reset(::CreateFileW(path.c_str(), access | FILE_READ_ATTRIBUTES, share, nullptr,
                                     OPEN_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
@@ -140,9 +139,10 @@ UnlinkedFile OpenUnlinked(const std::wstring& path, OwnParts parts, DWORD access
   const std::optional<LinkFacts> links = AskForLinks(opened.handle.Get());
   if (!links || links->isLink || links->hasSecondName ||
       !LiesAt(opened.handle.Get(), path, parts)) {
+    // Checked after opening: a check before could be outrun by a link placed in between.
     opened.handle.Reset();
     opened.error = ERROR_CANT_ACCESS_FILE;
-    if (opened.isNew) ::DeleteFileW(path.c_str());  // an empty file, where it does not belong
+    if (opened.isNew) ::DeleteFileW(path.c_str());  // empty, and in the wrong place
   }
   return opened;
 }
@@ -156,6 +156,7 @@ SystemResult WriteUnlinkedFile(const std::wstring& path, OwnParts parts, const s
 bool CreateUnlinkedFolders(const std::wstring& folder, OwnParts parts) {
   const std::vector<std::wstring> chain = Chain(folder, parts);
   CreateFolders(chain.back());
+  // One by one from the trusted folder: a call for the whole path would follow links.
   for (OwnParts i = parts; i > 0; --i) {
     const std::wstring& path = chain[static_cast<std::size_t>(i - 1)];
     if (::CreateDirectoryW(path.c_str(), nullptr)) continue;
@@ -175,6 +176,7 @@ FileHandle TakeFolderForAdministrators(const std::wstring& folder,
   SECURITY_ATTRIBUTES attributes{sizeof(attributes), owners.Get(), FALSE};
   ::CreateDirectoryW(folder.c_str(), &attributes);
 
+  // Whoever created the folder, the open handle pins it before its rights are changed.
   FileHandle held = OpenForOwners(folder);
   if (held && LinksOf(held).isLink) {
     held.Reset();

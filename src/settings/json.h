@@ -7,8 +7,8 @@
 #include <variant>
 #include <vector>
 
-// The one JSON reader and the one string writer of the program. The reader is lenient on purpose
-// (see ReadJsonValue); both are pure and may run on any thread.
+// The program's JSON reader and string writer. The reader is lenient on purpose (see
+// ReadJsonValue). Pure; any thread.
 namespace settings {
 
 class JsonValue;
@@ -16,7 +16,7 @@ class JsonValue;
 using JsonObject = std::map<std::wstring, JsonValue, std::less<>>;
 using JsonArray = std::vector<JsonValue>;
 
-// null, boolean, number, string, object or array; a fresh value is null. Owns all below it.
+// null, boolean, number, string, object or array; null by default. Owns everything below it.
 class JsonValue {
  public:
   using Payload = std::variant<std::monostate, bool, double, std::wstring, JsonObject, JsonArray>;
@@ -25,7 +25,7 @@ class JsonValue {
   explicit JsonValue(Payload payload) : payload_(std::move(payload)) {}
 
   [[nodiscard]] bool IsNull() const { return std::holds_alternative<std::monostate>(payload_); }
-  // The payload when the value is of that kind, else nullptr.
+  // nullptr when the value is of another kind.
   [[nodiscard]] const bool* AsBoolean() const { return std::get_if<bool>(&payload_); }
   [[nodiscard]] const double* AsNumber() const { return std::get_if<double>(&payload_); }
   [[nodiscard]] const std::wstring* AsString() const {
@@ -38,39 +38,38 @@ class JsonValue {
   Payload payload_;
 };
 
-// Deepest nesting the reader follows; deeper text is "Invalid JSON." rather than a full stack.
+// Deeper nesting is "Invalid JSON."; it would overflow the stack.
 inline constexpr int kMaxJsonDepth = 1000;
 
-// Reads one value from `text` at `position` (an index in code units) and moves `position` past it.
-// Does not check that the text ends there. Throws std::runtime_error with "Invalid JSON." or
-// "Invalid JSON string.". An unexpected character where a value should be reads as the number 0.
+// Reads one value from `text` at `position` (in code units) and moves `position` past it, ignoring
+// what follows. Throws std::runtime_error ("Invalid JSON.", "Invalid JSON string."). An unexpected
+// character in place of a value reads as the number 0.
 JsonValue ReadJsonValue(std::wstring_view text, std::size_t& position);
 
-// The first value of a whole document; text behind it is ignored. Throws as ReadJsonValue.
+// Reads the first value of a document and ignores the rest. Throws like ReadJsonValue().
 JsonValue ReadJsonDocument(std::wstring_view text);
 
-// The member `key` (exact, case-sensitive) when `value` is an object that has it, else nullptr.
-// Valid as long as `value`.
+// The member `key` (case-sensitive) of an object; nullptr without it. Valid as long as `value`.
 const JsonValue* FindJsonMember(const JsonValue& value, std::wstring_view key);
 
-// The member's text when it is a string, else nullptr. Valid as long as `value`.
+// The same for a string member's text.
 const std::wstring* FindJsonString(const JsonValue& value, std::wstring_view key);
 
-// The same as a copy, else an empty text.
+// A copy of that text; empty without it.
 std::wstring JsonStringOrEmpty(const JsonValue& value, std::wstring_view key);
 
-// Puts the member's text into `field` when it is a string, an empty one too.
+// Copies a string member's text, even an empty one, to `field`.
 void TakeJsonString(const JsonValue& value, std::wstring_view key, std::wstring& field);
 
-// The strings of the member when it is an array, in its order, members of other kinds left out;
-// else nothing.
+// The strings of an array member in their order, without elements of other kinds; empty without
+// such a member.
 std::vector<std::wstring> JsonStringsOf(const JsonValue& value, std::wstring_view key);
 
-// Escapes exactly tab, line feed, carriage return, quote and backslash; all else is copied as is.
+// Escapes only tab, line feed, carriage return, quote and backslash.
 std::wstring EscapeJsonString(std::wstring_view value);
 std::wstring QuoteJsonString(std::wstring_view value);
 
-// An array of strings, without blanks.
+// Writes an array of strings, without blanks.
 std::wstring WriteJsonStrings(const std::vector<std::wstring>& values);
 
 // ---- parts of the reader, for its tests

@@ -20,7 +20,7 @@ std::size_t CountDigits(std::wstring_view text) {
                                   text.begin());
 }
 
-// The units of `run` that make up its exponent, from the "e" on; 0 when it has no digits.
+// The length of the exponent at the front of `run`, including the "e"; 0 without digits.
 std::size_t CountExponent(std::wstring_view run) {
   if (run.empty() || (run[0] != L'e' && run[0] != L'E')) return 0;
   const std::size_t sign = run.size() > 1 && (run[1] == L'+' || run[1] == L'-') ? 1 : 0;
@@ -28,7 +28,7 @@ std::size_t CountExponent(std::wstring_view run) {
   return digits == 0 ? 0 : 1 + sign + digits;
 }
 
-// The beginning of `run` (no sign) that is a number; empty when there is none.
+// The longest number at the front of `run`, which has no sign; empty without one.
 std::string TakeNumber(std::wstring_view run) {
   std::size_t length = CountDigits(run);
   std::size_t digits = length;
@@ -44,8 +44,8 @@ std::string TakeNumber(std::wstring_view run) {
   return number;
 }
 
-// Whether a number that no double can hold is too large rather than too small: where its first
-// significant digit stands, moved by the exponent.
+// Whether a number out of double's range is too large rather than too small: from_chars does not
+// distinguish the two. Adds the exponent to the position of the first significant digit.
 bool IsHuge(const std::string& number) {
   const std::size_t e = std::min(number.find_first_of("eE"), number.size());
   const std::size_t point = std::min(number.find('.'), e);
@@ -56,6 +56,7 @@ bool IsHuge(const std::string& number) {
   for (std::size_t i = e; i < number.size(); ++i) {
     const char digit = number[i];
     if (digit < '0' || digit > '9') continue;
+    // Stops before an overflow; an exponent of that size decides in any case.
     if (exponent < std::numeric_limits<std::int64_t>::max() / 100) {
       exponent = exponent * 10 + (digit - '0');
     }
@@ -71,7 +72,7 @@ int HexDigit(wchar_t unit) {
   return -1;
 }
 
-// Reads values by recursive descent; the caller's cursor is the only state beside the depth.
+// Recursive descent. Its only state is the caller's cursor and the depth.
 class Reader {
  public:
   Reader(std::wstring_view text, std::size_t& position) : text_(text), position_(position) {}
@@ -82,7 +83,7 @@ class Reader {
   [[nodiscard]] bool AtEnd() const { return position_ >= text_.size(); }
   void SkipSpace();
   bool TakeWord(std::wstring_view word);
-  // Takes `unit` when it comes next, after white space.
+  // Skips white space and, if it is next, `unit`.
   bool Take(wchar_t unit);
   void Expect(wchar_t unit);
   wchar_t TakeStringUnit();
@@ -146,7 +147,7 @@ void Reader::ReadEscape(std::wstring& string) {
       string.push_back(L'\t');
       break;
     case L'u':
-      // Too short an escape yields nothing; what is left of it reads on as plain text.
+      // An escape cut short yields nothing, and the rest of it reads as plain text.
       if (text_.size() - position_ < 4) break;
       string.push_back(ParseHexUnit(text_.substr(position_, 4)));
       position_ += 4;
@@ -186,6 +187,7 @@ JsonValue Reader::ReadObject() {
   for (;;) {
     std::wstring key = ReadString();
     Expect(L':');
+    // The last duplicate wins.
     object.insert_or_assign(std::move(key), ReadValue());
     if (Take(L'}')) return JsonValue(std::move(object));
     Expect(L',');
@@ -208,6 +210,7 @@ JsonValue Reader::ReadValue() {
   if (TakeWord(L"null")) return JsonValue();
   if (TakeWord(L"true")) return JsonValue(true);
   if (TakeWord(L"false")) return JsonValue(false);
+  // Anything unknown reads as a number, which makes it 0.
   const wchar_t next = AtEnd() ? L'\0' : text_[position_];
   if (next == L'"') return JsonValue(ReadString());
   if (next != L'{' && next != L'[') return JsonValue(ReadNumber());
@@ -226,6 +229,7 @@ double ParseJsonNumber(std::wstring_view run) {
   const std::string number = TakeNumber(run);
   if (number.empty()) return 0;
   double value = 0;
+  // Not wcstod: it follows the locale, whose decimal point may be a comma.
   const auto result = std::from_chars(number.data(), number.data() + number.size(), value);
   if (result.ec == std::errc::result_out_of_range) {
     value = IsHuge(number) ? std::numeric_limits<double>::infinity() : 0;

@@ -102,7 +102,8 @@ std::wstring MakeEngineerId() {
 std::wstring MakeEngineerId(const std::function<std::uint32_t()>& random) {
   constexpr std::uint32_t kFirst = 10'000'000;
   constexpr std::uint32_t kCount = 90'000'000;
-  // 2^32 mod kCount: products whose lower half is smaller would make some numbers likelier.
+  // 2^32 mod kCount. Without rejecting products with a smaller lower half, some numbers would be
+  // more likely than others.
   constexpr std::uint32_t kRejectBelow = (0 - kCount) % kCount;
   std::uint64_t product = 0;
   do {
@@ -112,6 +113,7 @@ std::wstring MakeEngineerId(const std::function<std::uint32_t()>& random) {
 }
 
 Settings MergeSettings(const Settings& base, const Settings& window, const Settings& job) {
+  // A job may have resolved a device while the engineer typed the key of another one.
   const bool anotherKey = window.deviceSecret != base.deviceSecret;
   Settings merged = window;
   for (const SettingsMember& member : kSettingsMembers) {
@@ -123,6 +125,7 @@ Settings MergeSettings(const Settings& base, const Settings& window, const Setti
         },
         member.field);
   }
+  // If both changed: the list as the engineer left it, the grant as the service gave it.
   merged.siteProfiles = Merge(base.siteProfiles, window.siteProfiles, job.siteProfiles, true);
   merged.granted = Merge(base.granted, window.granted, job.granted, false);
   return merged;

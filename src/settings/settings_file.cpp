@@ -32,9 +32,8 @@ std::wstring Beside(std::wstring_view path, std::wstring_view suffix) {
   return std::wstring(path).append(suffix).append(kExtension);
 }
 
-// The settings document that the file holds in one piece; nothing when it cannot be trusted. What
-// is left of one that has lost its front may begin with the brace of a profile: an object, but with
-// more text behind it.
+// The document of a trusted file, otherwise empty. The remainder of a file that lost its front may
+// begin with the brace of a profile: that is an object, too, but with more text after it.
 std::optional<JsonValue> ReadWhole(const platform::FileContent& content) {
   if (!content.bytes) return std::nullopt;
   const std::wstring text = text::FromMarkedBytes(*content.bytes);
@@ -96,7 +95,7 @@ std::wstring SettingsFile::LoadUntrusted(const platform::FileContent& content,
   return kDefaults;
 }
 
-// A grant that belongs to another connection than the settings name is an earlier one's.
+// Ignores the grant of an earlier connection than the one in the settings.
 void SettingsFile::LoadGrant(Settings& settings) const {
   const std::optional<JsonValue> document = ReadWhole(files_.Read(grantPath_));
   if (!document) return;
@@ -108,20 +107,20 @@ SettingsFile::Saved SettingsFile::Save(const Settings& settings) {
   Saved saved;
   const std::string bytes = text::ToUtf8(WriteSettingsText(settings));
   const platform::FileContent before = files_.Read(path_);
-  // Before the settings that name it: what they name must be there.
+  // Before the settings, which refer to it: they must never name a missing grant.
   const std::wstring grantFailure = SaveGrant(settings);
   if (before.bytes != bytes || unconfirmed_.contains(path_)) {
     SecureWhatIsThere(before, bytes, saved);
     if (saved.failure.empty()) saved.failure = WriteFile(path_, bytes);
     if (!saved.failure.empty()) return saved;
   }
-  // Should this fail, the next save makes up for it before it touches the file.
+  // On failure, the next save writes the copy before it touches the file.
   WriteIfOther(lastPath_, bytes);
   saved.failure = grantFailure;
   return saved;
 }
 
-// What the file holds has to be somewhere else, too, before it is truncated.
+// The next write truncates the file, so its contents must be elsewhere before.
 void SettingsFile::SecureWhatIsThere(const platform::FileContent& content, const std::string& next,
                                      Saved& saved) {
   if (!content.exists) return;
@@ -131,16 +130,16 @@ void SettingsFile::SecureWhatIsThere(const platform::FileContent& content, const
     saved.failure = WriteIfOther(lastPath_, *content.bytes);
   } else if (!content.bytes->empty()) {
     SetAside(*content.bytes, saved);
-    // Else no copy would be whole while the file is written, and a start would know nothing.
+    // Otherwise no file would be whole while this one is written.
     if (saved.failure.empty() && !ReadWhole(files_.Read(lastPath_))) WriteIfOther(lastPath_, next);
   }
 }
 
-// A copy, not a renaming: at no moment is there no file, which would read as a first start. And
-// another program may hold the file in a way that forbids renaming it.
+// Copies instead of renaming: without the file, a start would count as the first one. Besides,
+// another program may hold the file in a way that forbids renaming.
 void SettingsFile::SetAside(const std::string& bytes, Saved& saved) {
-  // A file that cannot be overwritten afterwards is found damaged by every save, and a save comes
-  // every few seconds while a connection is retried.
+  // If the file cannot be overwritten afterwards, every save finds it damaged again, which is every
+  // few seconds while a connection is retried.
   if (!keptPath_.empty() && files_.Read(keptPath_).bytes == bytes) return;
   const std::wstring base = L".damaged-" + time_();
   std::wstring kept = Beside(path_, base);
@@ -168,7 +167,7 @@ std::wstring SettingsFile::WriteIfOther(const std::wstring& path, const std::str
 }
 
 std::wstring SettingsFile::WriteFile(const std::wstring& path, const std::string& bytes) {
-  // Until the disk says that it has the file, one that reads well may be in memory only.
+  // Until the disk confirms the write, a file that reads back well may be in memory only.
   unconfirmed_.insert(path);
   const std::wstring reason = files_.Write(path, bytes);
   if (!reason.empty()) return reason + L"（" + path + L"）";

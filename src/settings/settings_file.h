@@ -10,38 +10,37 @@
 
 namespace settings {
 
-// The settings file "Client.settings.json" and what lies beside it in its folder:
+// The settings file "Client.settings.json" and the files beside it:
 //
 //   Client.settings.last.json            the last good text, as a second copy
-//   Client.settings.damaged-<time>.json  a file that could not be trusted, as it was found
+//   Client.settings.damaged-<time>.json  a copy of an untrusted file
 //   Client.connection.json               the connection in force (GrantedConnection)
 //
-// The file is truncated and written in place. It can be trusted when it holds one whole JSON
-// object, in UTF-8 or, behind a byte-order mark, UTF-16; an empty, cut or overwritten one cannot.
-// What can be trusted is in the second copy before it is overwritten, what cannot is set aside
-// first, so that no end of the program or of the power at any moment loses what had been saved
-// before.
+// The file is truncated and written in place. It is trusted if it is one whole JSON object, in
+// UTF-8 or, after a byte-order mark, UTF-16; not if it is empty, cut or overwritten. Before it is
+// overwritten, a trusted text is in the second copy, and an untrusted one has been set aside: a
+// crash or power cut never loses what was saved before.
 //
 // Threads: any, one call at a time.
-// Errors:  none thrown but for exhausted memory; what went wrong is returned as a line or reason.
+// Errors:  returned as a line or reason; throws only std::bad_alloc.
 class SettingsFile {
  public:
   // `files` must outlive this object. `time` returns the local time as file names have it,
   // "20260315_094102".
   SettingsFile(std::wstring path, platform::FileDeps& files, std::wstring (*time)());
 
-  // Fills `settings`. A missing file is a first start: a new engineer id, all else unchanged. A
-  // file that cannot be trusted: the second copy instead, or else what can be read of the file,
-  // with a new engineer id if it yields none; an empty file without a second copy changes nothing.
-  // Returns the line that says so, empty when there is nothing to say. Writes nothing.
+  // Fills `settings` and writes nothing. A missing file is a first start, which only sets a new
+  // engineer id. For an untrusted file, loads the second copy or else all that can be read of the
+  // file, with a new engineer id if it has none; an empty file without a second copy changes
+  // nothing. Returns a line about an untrusted file, otherwise an empty text.
   [[nodiscard]] std::wstring Load(Settings& settings) const;
 
   struct Saved {
-    std::wstring failure;  // why `settings` are not on the disk; empty when they are
-    std::wstring report;   // the line that names a file set aside, if one was
+    std::wstring failure;  // why `settings` are not on the disk; empty on success
+    std::wstring report;   // the line about a file that was set aside, if any
   };
-  // Brings `settings` to the disk; writes nothing that lies there already, unless the disk has not
-  // confirmed it, and sets nothing aside twice.
+  // Saves `settings`. Skips files that are up to date, unless the disk did not confirm them, and
+  // sets the same damage aside only once.
   [[nodiscard]] Saved Save(const Settings& settings);
 
  private:
@@ -57,7 +56,7 @@ class SettingsFile {
   std::wstring path_;
   std::wstring lastPath_;
   std::wstring grantPath_;
-  std::wstring keptPath_;               // of the file set aside last; empty = none yet
+  std::wstring keptPath_;               // the copy that was set aside last; empty: none
   std::set<std::wstring> unconfirmed_;  // files whose last write failed
   platform::FileDeps& files_;
   std::wstring (*time_)();

@@ -53,20 +53,20 @@ Settings SettingsStore::BeginJob() {
 
 void SettingsStore::SaveFromJob(const Settings& copy) {
   const MutexLock held(lock_);
-  job_->brought = copy;
+  job_->saved = copy;
   SaveMerged();
 }
 
 void SettingsStore::EndJob(const Settings& copy) {
   const MutexLock held(lock_);
-  job_->brought = copy;
+  job_->saved = copy;
   record_ = Merged();
-  job_.reset();
+  job_.reset();  // before the save, which would merge the job once more
   SaveMerged();
 }
 
 Settings SettingsStore::Merged() const {
-  return job_ ? MergeSettings(job_->base, record_, job_->brought) : record_;
+  return job_ ? MergeSettings(job_->base, record_, job_->saved) : record_;
 }
 
 void SettingsStore::SaveMerged() {
@@ -74,11 +74,11 @@ void SettingsStore::SaveMerged() {
   if (!saved.report.empty()) reports_.push_back(std::move(saved.report));
   if (saved.failure.empty()) {
     unsaved_.clear();
-    toldFailures_.clear();
+    reportedFailures_.clear();
     return;
   }
   unsaved_ = kNotSaved + saved.failure;
-  if (toldFailures_.insert(std::move(saved.failure)).second) reports_.push_back(unsaved_);
+  if (reportedFailures_.insert(std::move(saved.failure)).second) reports_.push_back(unsaved_);
 }
 
 }  // namespace settings

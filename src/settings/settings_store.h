@@ -12,41 +12,40 @@
 
 namespace settings {
 
-// The one home of the settings: window and jobs read, change and save the record through it.
+// Owns the settings. Window and jobs read, change and save the record through it.
 //
-// The window changes the record itself. A job works on a copy (JobSettings); what it has brought so
-// far is merged in (MergeSettings) wherever the record is read or written, and becomes part of it
-// when the job ends. A save that fails leaves the record as it is: it counts, and the next save
-// tries again.
+// The window changes the record itself. A job works on a copy (JobSettings), whose changes are
+// merged (MergeSettings) into every read and save and become part of the record when the job ends.
+// A failed save keeps the record; the next save tries again.
 //
 // Threads: any. Files are written under the lock, so that saves never overlap.
 class SettingsStore {
  public:
-  // `initial` stands until Load().
+  // `initial` is the record until Load().
   SettingsStore(SettingsFile file, Settings initial);
 
-  // Reads the file; at start, before anything else.
+  // Reads the file; called once, at the start.
   void Load() EXCLUDES(lock_);
 
-  // The record as it stands, with what a running job has brought.
+  // The record, merged with the changes of a running job.
   [[nodiscard]] Settings Read() const EXCLUDES(lock_);
 
-  // For the window: changes its record, without what a running job has brought. `change` runs under
+  // For the window: changes the record, without the changes of a running job. `change` runs under
   // the lock.
   void Edit(const std::function<void(Settings& settings)>& change) EXCLUDES(lock_);
   void Save() EXCLUDES(lock_);
 
-  // The lines that have not been taken yet: a file restored or set aside, and a save that failed,
-  // once for each cause until a save succeeds.
+  // Removes and returns the new lines: a file was restored or set aside, or a save failed (once for
+  // each cause until a save succeeds).
   [[nodiscard]] std::vector<std::wstring> TakeReports() EXCLUDES(lock_);
-  // The line that says why the record is not on the disk; empty when the last save succeeded.
+  // Why the record is not on the disk; empty when the last save succeeded.
   [[nodiscard]] std::wstring Unsaved() const EXCLUDES(lock_);
 
  private:
   friend class JobSettings;
   struct RunningJob {
-    Settings base;     // the record when the job began
-    Settings brought;  // the job's copy at its last save
+    Settings base;   // the record when the job started
+    Settings saved;  // the job's copy at its last save
   };
 
   Settings BeginJob() EXCLUDES(lock_);
@@ -61,15 +60,13 @@ class SettingsStore {
   std::optional<RunningJob> job_ GUARDED_BY(lock_);
   std::vector<std::wstring> reports_ GUARDED_BY(lock_);
   std::wstring unsaved_ GUARDED_BY(lock_);
-  std::set<std::wstring> toldFailures_ GUARDED_BY(lock_);
+  std::set<std::wstring> reportedFailures_ GUARDED_BY(lock_);
 };
 
-// A job's copy of the record, from its beginning to its end; one at a time. The end takes over what
-// the job has changed, and saves.
+// A job's copy of the record; one at a time. Its destructor merges the job's changes and saves.
 //
-// Threads: made where the job is started, so that what the window does from then on counts as
-// later;
-//          used and ended on the job's thread. The store must outlive it.
+// Threads: constructed by the window when it starts the job, so that its later changes count as
+//          later; used and destroyed on the job's thread. The store must outlive it.
 class JobSettings {
  public:
   explicit JobSettings(SettingsStore& store) : record(store.BeginJob()), store_(store) {}
@@ -77,8 +74,7 @@ class JobSettings {
   JobSettings(const JobSettings&) = delete;
   JobSettings& operator=(const JobSettings&) = delete;
 
-  // Brings what the job has changed so far to the disk, for what must survive a sudden end of the
-  // program in mid-job.
+  // Saves the job's changes so far, for those that must survive a crash during the job.
   void Save() { store_.SaveFromJob(record); }
 
   Settings record;

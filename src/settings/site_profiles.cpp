@@ -100,6 +100,7 @@ ProfileOutcome SaveSiteProfile(Settings& settings) {
   if (settings.profileName.empty()) return {kNoName};
   if (settings.deviceSecret.empty()) return {kNoSecret};
   SiteProfile profile = ProfileFromSettings(settings);
+  // The same secret under a new name is a renamed site, not a second one.
   std::vector<SiteProfile>& profiles = settings.siteProfiles;
   std::erase_if(profiles, [&](const SiteProfile& other) { return IsSameSite(other, profile); });
   profiles.insert(profiles.begin(), std::move(profile));
