@@ -8,6 +8,7 @@
 
 #include "diag/proxy_bypass.h"
 #include "fuzz_input.h"
+#include "platform/memory_files.h"
 #include "service/fake_world.h"
 #include "settings/json.h"
 
@@ -93,7 +94,7 @@ class World {
   }
 
   void CheckForgotten() {
-    Require(proxyList_ == kOwnEntry && noteBytes_.empty());
+    Require(proxyList_ == kOwnEntry && noteFiles_.files.empty());
     for (const Settings& settings : {settings_, fake_.LastSaved()}) {
       Require(settings.connectionId.empty() && settings.assignedAddress.empty());
       Require(settings.routesText.empty() && settings.granted == settings::GrantedConnection());
@@ -118,13 +119,8 @@ class World {
   FakeWorld fake_;
   Settings settings_;
   std::wstring proxyList_ = kOwnEntry;
-  std::string noteBytes_;
-  diag::ProxyNote note_{{[this]() -> std::optional<std::string> {
-                           if (noteBytes_.empty()) return std::nullopt;
-                           return noteBytes_;
-                         },
-                         [this](const std::string& bytes) { noteBytes_ = bytes; },
-                         [this] { noteBytes_.clear(); }}};
+  platform::MemoryFiles noteFiles_;
+  diag::ProxyNote note_{L"note", noteFiles_};
 };
 
 }  // namespace
