@@ -16,9 +16,9 @@ const kMostActs = 3;
 async function roundInPage({ button, acts, answerMs }) {
   const find = (selector) => document.querySelector(selector);
   const pause = (ms) => new Promise((done) => { setTimeout(done, ms); });
-  const heard = [];
-  const hear = ({ data }) => { heard.push(data); };
-  const lines = () => heard.filter(({ t }) => t === 'log').map(({ msg }) => msg);
+  const received = [];
+  const receive = ({ data }) => { received.push(data); };
+  const lines = () => received.filter(({ t }) => t === 'log').map(({ msg }) => msg);
   const wrong = [];
   const until = async (what, probe) => {
     for (const end = performance.now() + answerMs; !probe(); await pause(2)) {
@@ -41,19 +41,19 @@ async function roundInPage({ button, acts, answerMs }) {
   const isOn = () => find('#c-discovery').hasAttribute('data-on');
   const isBusy = (status) => /^正在.*\.\.\.$/.test(status);
   const result = () => {
-    const statuses = heard.filter(({ t }) => t === 'state').map(({ statusline }) => statusline);
+    const statuses = received.filter(({ t }) => t === 'state').map(({ statusline }) => statusline);
     const begun = statuses.findIndex(isBusy);
     return begun < 0 ? undefined : statuses.slice(begun).find((status) => !isBusy(status));
   };
 
-  chrome.webview.addEventListener('message', hear);
+  chrome.webview.addEventListener('message', receive);
   const started = performance.now();
   let tookMs = 0;
   // The switch as the page sends it counts. An older form may still be on its way to the page; one that follows the
   // answer must match.
   let sentOn = isOn();
   let answered = 0;
-  const applied = () => heard.slice(answered).filter(({ t }) => t === 'apply').at(-1)?.fields;
+  const applied = () => received.slice(answered).filter(({ t }) => t === 'apply').at(-1)?.fields;
   find(button).click();
   const ended = until(`the end of ${button}`, () => result() !== undefined && lines().includes(result()))
     .then(() => { tookMs = performance.now() - started; });
@@ -65,17 +65,17 @@ async function roundInPage({ button, acts, answerMs }) {
       continue;
     }
     const { answer, run } = kinds[act.act];
-    const earlier = heard.length;
+    const earlier = received.length;
     run(act);
     act.isDone = true;
     sentOn = isOn();
     const isAnswer = ({ t, msg }, index) => index >= earlier && t === 'log' && answer.test(msg);
-    await until(`the answer to ${act.act}`, () => heard.some(isAnswer));
-    answered = heard.findIndex(isAnswer);
+    await until(`the answer to ${act.act}`, () => received.some(isAnswer));
+    answered = received.findIndex(isAnswer);
     if (act.act === 'save') await until('the form behind it', () => applied() !== undefined);
   }
   await ended;
-  chrome.webview.removeEventListener('message', hear);
+  chrome.webview.removeEventListener('message', receive);
   const card = [...document.querySelectorAll('#s-cards > *')]
     .find((one) => one.querySelector('.k').textContent === '组网 IP');
   return {

@@ -129,17 +129,17 @@ export async function use({ address, rounds }) {
  * a value below `atLeast` is a late report of an earlier change.
  */
 function nextChange(hearing, address, object, atLeast) {
-  let hear;
+  let receive;
   const change = new Promise((resolve) => {
-    hear = ({ header, payload }) => {
+    receive = ({ header, payload }) => {
       if (header.sender.address !== address) return;
       if (payload.monitoredObjectId.instance !== object.instance) return;
       const { value } = payload.values[0].value[0];
       if (!(value < atLeast)) resolve(value);
     };
-    hearing.on('covNotifyUnconfirmed', hear);
+    hearing.on('covNotifyUnconfirmed', receive);
   });
-  return { change, forget: () => hearing.off('covNotifyUnconfirmed', hear) };
+  return { change, forget: () => hearing.off('covNotifyUnconfirmed', receive) };
 }
 
 /**

@@ -17,7 +17,7 @@ each('grants a connection and records the request', async ({ service, post }) =>
   assert.equal(request.url, '/api/connections/request');
 });
 
-each('numbers its grants when told, and knows all that it granted', async ({ service, post }) => {
+each('numbers its grants on request, and lists all of them', async ({ service, post }) => {
   const grant = { connectionId: 'C', assignedAddress: '10.88.0.9', routes: ['10.0.0.0/8'] };
   const connect = async () => (await (await post('/api/connections/request')).json()).data?.connectionId;
   service.setGrant(grant, { numbered: true });
@@ -54,7 +54,7 @@ for (const [method, path, status, isRight] of kOwnReplies) {
   });
 }
 
-each('refuses as often as told, then grants', async ({ service, post }) => {
+each('refuses the given number of times, then grants', async ({ service, post }) => {
   service.refuseNext({ code: 'DEVICE_OFFLINE', message: '离线', times: 2 });
   const replies = [];
   for (let i = 0; i < 3; i += 1) {
@@ -81,7 +81,7 @@ each('answers with scripted status, headers, body and delay until reset', async 
   assert.equal((await post('/api/devices/resolve')).status, 200);
 });
 
-each('resolves the devices that it is given by their keys, and no others', async ({ service, request }) => {
+each('resolves the given devices by their keys, and no others', async ({ service, request }) => {
   const device = { deviceSecret: 'KEY-1', deviceNumber: 'DEV-1', deviceName: '水厂', sharedNetworks: [] };
   service.setDevices([device]);
   const resolve = async (deviceSecret) => (await request('/api/devices/resolve',
@@ -92,7 +92,7 @@ each('resolves the devices that it is given by their keys, and no others', async
     { success: false, code: 'DEVICE_NOT_FOUND', message: '密钥无效', data: null });
 });
 
-each('grants the desktop session that it is told to', async ({ service, post }) => {
+each('grants the given desktop session', async ({ service, post }) => {
   for (const desktop of [{ rustDeskId: '7', server: { key: 'K=' } }, 'no object', null]) {
     service.setDesktop(desktop);
     const reply = await (await post('/api/devices/DEV%201/remote-desktop/session')).json();
@@ -100,7 +100,7 @@ each('grants the desktop session that it is told to', async ({ service, post }) 
   }
 });
 
-each('sends a file of this machine, and ends in its middle when told', async ({ service, request }) => {
+each('sends a local file, and truncates it on request', async ({ service, request }) => {
   const bytes = await readFile(process.execPath);
   service.setReply({ path: '/node', file: process.execPath, headers: { 'content-type': 'application/octet-stream' } });
   const response = await request('/node');
@@ -147,7 +147,7 @@ each('cuts a connection and writes raw bytes', async ({ service, port, post }) =
   assert.equal(Buffer.concat(parts).toString('latin1'), 'nothing like HTTP\r\n\xff');
 });
 
-each('announces a whole body and ends in its middle', async ({ service, port }) => {
+each('states the whole length and ends in the middle of the body', async ({ service, port }) => {
   service.setReply({ path: '/short', body: '0123456789', truncateTo: 4 });
   const socket = net.connect(port, '127.0.0.1');
   socket.write('GET /short HTTP/1.1\r\nHost: x\r\n\r\n');

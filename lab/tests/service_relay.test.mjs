@@ -27,7 +27,7 @@ each('carries packets between the client and the site', async ({ service, site, 
   });
 });
 
-each('sends a packet to the connection whose address it bears', async ({ service, site, relayClient }) => {
+each('sends a packet to the connection with its destination address', async ({ service, site, relayClient }) => {
   for (const [connectionId, assignedAddress] of [['A', '10.88.0.2/24'], ['B', '10.88.0.3']]) {
     service.setGrant({ connectionId, assignedAddress, routes: ['10.0.0.0/8'] });
   }
@@ -59,7 +59,7 @@ each('prefers the newest of two connections with one address', async ({ service,
   assert.equal(service.relayConnections(), 2);
 });
 
-each('keeps packets when asked to', async ({ service, relayClient }) => {
+each('keeps packets on request', async ({ service, relayClient }) => {
   const client = await relayClient();
   client.send(kPacket);
   await until(() => service.counts().fromClient === 1);
@@ -73,7 +73,7 @@ each('keeps packets when asked to', async ({ service, relayClient }) => {
   assert.deepEqual(service.packets(), []);
 });
 
-each('does not take a text message for a packet', async ({ service, relayClient }) => {
+each('does not accept a text message as a packet', async ({ service, relayClient }) => {
   const client = await relayClient();
   client.send('text');
   client.send(kPacket);
@@ -81,7 +81,7 @@ each('does not take a text message for a packet', async ({ service, relayClient 
   assert.equal(service.counts().bytesFromClient, kPacket.length);
 });
 
-each('refuses upgrades with the status asked for and at any other path', async ({ service, port, relayClient }) => {
+each('refuses upgrades with the given status and at any other path', async ({ service, port, relayClient }) => {
   const statusOf = async (path) => {
     const client = new WebSocket(`ws://127.0.0.1:${port}${path}`);
     client.on('error', () => {});
@@ -146,7 +146,7 @@ each('pings within every 3 s, and neither pings nor carries packets when silent'
     await once(client, 'ping');
   });
 
-each('writes fragments with pings between that a strict reader takes as one message',
+each('writes fragments with pings in between that a strict reader accepts as one message',
   async ({ service, relayClient }) => {
     const client = await relayClient();
     let pings = 0;
@@ -160,7 +160,7 @@ each('writes fragments with pings between that a strict reader takes as one mess
 for (const [name, bytes, isBinary] of [
   ['textFrame', 12, false], ['largestMessage', 4194304, true], ['emptyMessage', 0, true],
 ]) {
-  each(`writes a message that a strict reader takes: ${name}`, async ({ service, relayClient }) => {
+  each(`writes a message that a strict reader accepts: ${name}`, async ({ service, relayClient }) => {
     const client = await relayClient(kRelayPath, { maxPayload: 4 << 20 });
     const message = once(client, 'message');
     service.writeFault({ name, packet: kPacketHex });
@@ -195,7 +195,7 @@ for (const [name, code] of [['closeFrame', 1000], ['closeInTheMiddle', 1000], ['
   });
 }
 
-each('says so when a fault, a handshake or the connection does not exist', async ({ service, relayClient }) => {
+each('reports an unknown fault, an unknown handshake or a missing connection', async ({ service, relayClient }) => {
   assert.throws(() => service.writeFault({ name: 'garbage' }), /no relay connection/);
   await relayClient();
   assert.throws(() => service.writeFault({ name: 'no such' }), /no fault no such/);
@@ -210,7 +210,7 @@ const kBreaches = [
   ['a reserved bit', Buffer.from([0xc2, 0x80, 1, 2, 3, 4]), /RSV1 must be clear/],
 ];
 for (const [what, bytes, reason] of kBreaches) {
-  each(`records a breach of the protocol by the client: ${what}`, async ({ service, rawClient }) => {
+  each(`records a protocol error of the client: ${what}`, async ({ service, rawClient }) => {
     const socket = rawClient();
     await once(socket, 'data');
     socket.write(bytes);
@@ -220,7 +220,7 @@ for (const [what, bytes, reason] of kBreaches) {
   });
 }
 
-each('takes every form of frame length from the client', async ({ service, rawClient }) => {
+each('accepts every form of frame length from the client', async ({ service, rawClient }) => {
   const socket = rawClient();
   await once(socket, 'data');
   for (const length of [0, 1, 125, 126, 65535, 65536]) {
@@ -257,7 +257,7 @@ for (const [handshake, isRight] of kHandshakeCases) {
   });
 }
 
-each('leaves an upgrade without an answer', async ({ service, rawClient, post }) => {
+each('leaves an upgrade unanswered', async ({ service, rawClient, post }) => {
   service.refuseUpgrade({ handshake: 'silent' });
   const socket = rawClient();
   socket.on('data', () => assert.fail('an answer'));

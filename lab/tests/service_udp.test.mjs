@@ -106,7 +106,7 @@ each('sends by WebSocket when the last hello is more than 45 s old', async (benc
   }
 });
 
-each('prefers the WebSocket when told not to send by UDP', async (bench) => {
+each('uses the WebSocket if sending by UDP is off', async (bench) => {
   const { udp, token, messages, fromSite } = await bothWays(bench);
   bench.service.setUdp({ sendPackets: 'never' });
   fromSite(kPacket);
@@ -117,7 +117,7 @@ each('prefers the WebSocket when told not to send by UDP', async (bench) => {
   await until(() => bench.service.counts().udpFromClient === 2);
 });
 
-each('sends the way that the client\'s newest small packet came, when told to', async (bench) => {
+each('sends by the path of the client\'s newest small packet, on request', async (bench) => {
   const { webSocket, udp, messages, fromSite } = await bothWays(bench);
   const { service } = bench;
   service.setUdp({ sendPackets: 'likeClient' });
@@ -220,7 +220,7 @@ const kAnswers = [
   ['zeroToken', /^544e523103020{16}$/], ['otherHelloType', /^544e52310301[0-9a-f]{16}$/],
 ];
 for (const [helloAnswer, pattern] of kAnswers) {
-  each(`answers a hello wrongly, which makes no endpoint: ${helloAnswer}`, async ({ service, udpClient }) => {
+  each(`answers a hello wrongly, without creating an endpoint: ${helloAnswer}`, async ({ service, udpClient }) => {
     service.setUdp({ helloAnswer });
     const client = await udpClient();
     await sayHello(client);
@@ -233,7 +233,7 @@ for (const [helloAnswer, pattern] of kAnswers) {
 }
 
 for (const [what, change] of [
-  ['when told so', (service) => service.setUdp({ helloAnswer: 'none' })],
+  ['on request', (service) => service.setUdp({ helloAnswer: 'none' })],
   ['while silent', (service) => service.setSilent(true)],
 ]) {
   each(`leaves hellos unanswered ${what}, and records them`, async ({ service, udpClient, post }) => {
@@ -259,7 +259,7 @@ each('answers hellos with a list of answers, the last one for good', async ({ se
   assert.deepEqual(service.hellos().map(({ isAnswered }) => isAnswered), [true, false, true, true, true]);
 });
 
-each('says so when it is asked for an answer or a way that does not exist', async ({ service }) => {
+each('reports an unknown answer or an unknown option', async ({ service }) => {
   assert.throws(() => service.setUdp({ helloAnswer: 'no such' }), /no answer no such/);
   assert.throws(() => service.setUdp({ helloAnswer: ['proper', 'no such'] }), /no answer no such/);
   assert.throws(() => service.setUdp({ sendPackets: 'sometimes' }), /sent sometimes/);

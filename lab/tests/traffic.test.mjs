@@ -46,7 +46,7 @@ async function tcpServer(t, serve) {
   return server.address().port;
 }
 
-each('nothing is lost on a good way', async (start, t) => {
+each('nothing is lost on a good path', async (start, t) => {
   const echo = await startEcho({ port: 0, host: kHost });
   t.after(() => echo.close());
   const traffic = await start(echo.port, { udp: { intervalMs: 2, sizes: [8, 1302, 1400] } });
@@ -64,7 +64,7 @@ each('nothing is lost on a good way', async (start, t) => {
   assert.match(describe({ udp, tcp }), /^udp: 0 of \d+ lost in 0 gaps.*; tcp: \d+ bytes, 0 breaks, /);
 });
 
-each('datagrams lost, doubled, out of order and false are counted', async (start, t) => {
+each('lost, doubled, reordered and false datagrams are counted', async (start, t) => {
   let sendLater;
   const port = await udpEcho(t, (number, send) => {
     if (number >= 10 && number < 15) return;
@@ -87,7 +87,7 @@ each('datagrams lost, doubled, out of order and false are counted', async (start
   assert.deepEqual([udp.received, udp.duplicated, udp.reordered, udp.wrong], [55, 1, 1, 1]);
 });
 
-each('what may still be answered is not lost yet', async (start, t) => {
+each('datagrams that may still be answered are not lost yet', async (start, t) => {
   const port = await udpEcho(t, () => {});
   const traffic = await start(port, { udp: { intervalMs: 5, count: 4, batch: 4 }, tcp: false });
   await until(async () => (await traffic.report()).udp.sent === 4);
@@ -96,7 +96,7 @@ each('what may still be answered is not lost yet', async (start, t) => {
   assert.deepEqual([udp.lost, udp.received], [4, 0]);
 });
 
-each('an answer that takes too long is late, not lost', async (start, t) => {
+each('a slow answer is late, not lost', async (start, t) => {
   const port = await udpEcho(t, (number, send) => setTimeout(send, number === 1 ? 400 : 0));
   const traffic = await start(port, { waitMs: 200, udp: { intervalMs: 5, count: 2, batch: 2 }, tcp: false });
   await until(async () => (await traffic.report()).udp.lost === 1);
@@ -105,7 +105,7 @@ each('an answer that takes too long is late, not lost', async (start, t) => {
   assert.deepEqual([udp.lost, udp.late, udp.gaps], [0, 1, []]);
 });
 
-each('a TCP connection that breaks is recorded and opened again', async (start, t) => {
+each('a broken TCP connection is recorded and reopened', async (start, t) => {
   let connections = 0;
   const port = await tcpServer(t, (socket) => {
     connections += 1;
@@ -123,7 +123,7 @@ each('a TCP connection that breaks is recorded and opened again', async (start, 
   assert.deepEqual([tcp.outOfOrder, tcp.wrongBytes], [0, 0]);
 });
 
-each('a TCP connection that stalls is given up when asked for', async (start, t) => {
+each('a stalled TCP connection is closed on request', async (start, t) => {
   let connections = 0;
   const port = await tcpServer(t, (socket) => {
     connections += 1;
@@ -136,7 +136,7 @@ each('a TCP connection that stalls is given up when asked for', async (start, t)
   assert.ok(tcp.breaks[0].unansweredBytes > 0);
 });
 
-each('numbers out of order and foreign ones are told apart', async (start, t) => {
+each('reordered and foreign numbers are distinguished', async (start, t) => {
   const port = await tcpServer(t, (socket) => socket.once('data', (bytes) => {
     const swapped = Buffer.concat([bytes.subarray(4, 8), bytes.subarray(0, 4)]);
     socket.write(Buffer.concat([swapped, Buffer.from('ffffffff', 'hex')]));
@@ -147,7 +147,7 @@ each('numbers out of order and foreign ones are told apart', async (start, t) =>
   assert.deepEqual([tcp.outOfOrder, tcp.wrongBytes], [2, 4]);
 });
 
-each('a refused connection is tried again', async (start, t) => {
+each('a refused connection is retried', async (start, t) => {
   const server = net.createServer().listen(0, kHost);
   await once(server, 'listening');
   const { port } = server.address();

@@ -4,9 +4,9 @@ export class PeFile {
   constructor(bytes) {
     this.bytes = bytes;
     const header = bytes.readUInt32LE(0x3c);
-    if (bytes.toString('latin1', header, header + 4) !== 'PE\0\0') throw new Error('This is no Windows program.');
+    if (bytes.toString('latin1', header, header + 4) !== 'PE\0\0') throw new Error('Not a Windows program.');
     const optional = header + 24;
-    if (bytes.readUInt16LE(optional) !== 0x20b) throw new Error('This is no 64-bit program.');
+    if (bytes.readUInt16LE(optional) !== 0x20b) throw new Error('Not a 64-bit program.');
     this.timestamp = bytes.readUInt32LE(header + 8);
     this.symbols = bytes.readUInt32LE(header + 16);
     this.checksum = bytes.readUInt32LE(optional + 64);

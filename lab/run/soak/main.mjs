@@ -171,7 +171,7 @@ function print({ small, large, tools, usage, engineer, reports, work, finalUses,
   console.log(`\nsmall datagrams and stream: ${describe(small)}\nlarge datagrams: ${describe(large)}`);
   console.log(`over WebSockets: ${JSON.stringify(order)}`);
   const { length } = tools.downloads;
-  console.log(`transfers: ${length}, ${tools.restarts} begun anew; modbus ${JSON.stringify(tools.modbus)}; pings ${JSON.stringify(tools.pings)}`);
+  console.log(`transfers: ${length}, ${tools.restarts} restarted; modbus ${JSON.stringify(tools.modbus)}; pings ${JSON.stringify(tools.pings)}`);
   for (const [name, { first, last, highest }] of Object.entries(usage)) {
     console.log(`${name}: ${first.toFixed(1)} at first, ${last.toFixed(1)} at last, ${highest.toFixed(1)} at most`);
   }

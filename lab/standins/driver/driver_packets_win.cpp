@@ -60,6 +60,7 @@ std::uint32_t Driver::Recv(std::uint64_t id, std::span<std::uint8_t> buffer,
     Leave(*handle);
     if (error != kOk) return error;
   }
+  // As with the real driver, a packet that does not fit is cut, and its rest is lost.
   const std::size_t bytes = std::min(buffer.size(), captured.bytes.size());
   std::copy_n(captured.bytes.begin(), bytes, buffer.begin());
   if (address != nullptr) *address = captured.address;
@@ -71,6 +72,7 @@ std::uint32_t Driver::Recv(std::uint64_t id, std::span<std::uint8_t> buffer,
 std::uint32_t Driver::WaitForPacket(Handle& handle, Captured& captured) {
   for (;;) {
     if (handle.isClosed) return kErrorOperationAborted;
+    // Shutdown still delivers the queue, so it is checked only once the queue is empty.
     if (auto oldest = handle.queue.Pop(NowMs())) {
       captured = std::move(*oldest);
       ++handle.receivedCount;
@@ -107,6 +109,8 @@ std::uint32_t Driver::Send(std::uint64_t id, std::span<const std::uint8_t> bytes
     if (error != kOk || fate == Fate::Ends) return error;
     ++handle->callersInside;
   }
+  // Without lock_, so that sending never delays the bridge's thread. The count keeps the handle,
+  // and with it the bridge, until Leave().
   bridge_.Send(packet);
   const Locked locked(lock_);
   Leave(*handle);

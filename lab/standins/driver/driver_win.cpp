@@ -65,6 +65,7 @@ std::uint32_t Driver::OpenHandle(const char* filter, int layer, int priority, st
   if (filter == nullptr || !IsValidOpen(layer, priority, flags)) return kErrorInvalidParameter;
   auto compiled = CompileFilter(filter);
   if (!compiled) return kErrorInvalidParameter;
+  // The order of these checks decides the error code when several apply.
   if (!isLoaded_) {
     if ((flags & kFlagNoInstall) != 0) return kErrorServiceDoesNotExist;
     if (!HasDriverFile()) return kErrorFileNotFound;
@@ -94,6 +95,7 @@ std::uint32_t Driver::Close(std::uint64_t id) {
     const auto handle = switchboard_.Find(id);
     if (handle == nullptr) return kErrorInvalidHandle;
     switchboard_.Remove(id);
+    // Calls may still be inside the handle: wake them, and wait until the last one has left.
     handle->isClosed = true;
     changed_.WakeAll();
     while (handle->callersInside > 0) changed_.Wait(lock_);

@@ -40,6 +40,7 @@ Environment ReadEnvironment() {
   ReadNumber(L"LAB_WINDIVERT_FAIL_SEND", environment.failSend);
   ReadNumber(L"LAB_WINDIVERT_FAIL_CHECKSUM", environment.failChecksum);
   environment.logFile = ReadText(L"LAB_WINDIVERT_LOG");
+  // Wine maps the Linux root to drive Z:.
   if (environment.logFile.starts_with(L"/")) environment.logFile.insert(0, L"Z:");
   return environment;
 }
@@ -50,6 +51,7 @@ void AppendLog(const std::wstring& file, const std::string& line) {
       ::CreateFileW(file.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                     OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!log) return;
+  // One write per line, so that lines of several processes do not mix.
   const std::string text = line + "\n";
   DWORD written = 0;
   ::WriteFile(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);

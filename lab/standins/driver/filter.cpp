@@ -66,6 +66,7 @@ class Parser {
     const Parsed first = ParseAnd(depth);
     if (!first || Next().kind != TokenKind::Or) return first;
     ++at_;
+    // Recursion instead of a loop, because the published limit counts each "or" as a level.
     const Parsed second = ParseOr(depth - 1);
     if (!second) return std::nullopt;
     return Add({.kind = Filter::Node::Kind::Or, .first = *first, .second = *second});
@@ -172,6 +173,7 @@ class Parser {
     return nodes_.size() - 1;
   }
   Parsed Fail(const char* message) {
+    // The first error wins: callers up the stack fail as well.
     if (!failed_) error_ = {message, Next().position};
     failed_ = true;
     return std::nullopt;

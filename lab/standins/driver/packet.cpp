@@ -39,6 +39,7 @@ std::optional<Headers> ReadHeaders(std::span<const std::uint8_t> packet) noexcep
   headers.moreFragments = (fragment & 0x2000U) != 0;
   headers.fragmentOffset = fragment & 0x1FFFU;
   headers.protocol = packet[9];
+  // Only the first fragment has a transport header.
   if (headers.fragmentOffset == 0) {
     const std::size_t endBytes = std::min(headers.totalBytes, packet.size());
     ReadTransport(headers, packet.subspan(headers.headerBytes, endBytes - headers.headerBytes));

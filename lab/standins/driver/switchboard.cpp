@@ -82,6 +82,7 @@ std::shared_ptr<Handle> Switchboard::Add(Filter filter, std::string filterText, 
   handle->flags = flags;
   handle->filterText = std::move(filterText);
   handle->filter = std::move(filter);
+  // Behind all handles of the same priority: the older one sees a packet first.
   const auto place = std::find_if(order_.begin(), order_.end(), [priority](const auto& other) {
     return other->priority < priority;
   });
@@ -117,6 +118,7 @@ Switchboard::Offer Switchboard::Show(const Packet& packet, const Address& addres
       Queue(*handle, packet, address, *headers, nowMs);
       offer.queued.push_back(handle);
     }
+    // A sniffing handle only copies; the packet continues to the next handle.
     offer.isTaken = (handle->flags & kFlagSniff) == 0;
     if (offer.isTaken) break;
   }

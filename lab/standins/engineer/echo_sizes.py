@@ -1,7 +1,7 @@
-"""Sends every size to an echo service and compares what comes back, byte for byte.
+"""Sends every size to an echo service and compares the answers byte by byte.
 
-Usage: echo_sizes.py udp ADDRESS TRIES SIZE...    payloads; each size from a port of its own
-       echo_sizes.py tcp ADDRESS AT_ONCE MSS...   segments; each size on a connection of its own
+Usage: echo_sizes.py udp ADDRESS TRIES SIZE...    payloads; each size from its own port
+       echo_sizes.py tcp ADDRESS AT_ONCE MSS...   segments; each size on its own connection
 Prints a JSON list with one entry for each size.
 """
 import json
@@ -13,13 +13,13 @@ import sys
 from concurrent.futures import ThreadPoolExecutor
 
 PORT = 7
-# Linux's numbers, which Python does not name. As on Windows, a datagram may be cut on its way.
+# Linux's numbers, which Python lacks. As on Windows, a datagram may be fragmented on its path.
 IP_MTU_DISCOVER, IP_PMTUDISC_DONT = 10, 0
 TCP_INFO_SEND_MSS = 16  # tcpi_snd_mss in struct tcp_info
-SILENCE_SECONDS = 1.0   # nothing has come for so long: nothing more will
+SILENCE_SECONDS = 1.0   # no answers are expected after such a pause
 TCP_SECONDS = 10.0
 WRITES = 4
-REST_BYTES = 100        # of each write, behind a whole segment
+REST_BYTES = 100        # of each write, after a full segment
 
 
 class Datagrams:

@@ -1,6 +1,6 @@
 """Writes and reads back holding registers of a Modbus TCP server with pymodbus.
 
-Usage: modbus_check.py HOST PORT. Prints one JSON line; exits 1 when a value came back wrong.
+Usage: modbus_check.py HOST PORT. Prints one JSON line; exits with 1 if a value was read back wrong.
 """
 import json
 import sys

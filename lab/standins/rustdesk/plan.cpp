@@ -81,6 +81,7 @@ void Record::Add(std::string_view event, std::initializer_list<Member> members) 
     line += ",\"" + std::string(name) + "\":" + Quote(value);
   }
   line += "}\n";
+  // Append-only access makes each write atomic, so that several processes can share the file.
   const File file(::CreateFileW(file_.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                 nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   DWORD written = 0;

@@ -60,7 +60,7 @@ File OpenTun(const std::string& name, int mtu) {
   File tun(::open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC));
   if (!tun) Fail("/dev/net/tun");
   ifreq request = RequestFor(name);
-  request.ifr_flags = IFF_TUN | IFF_NO_PI;
+  request.ifr_flags = IFF_TUN | IFF_NO_PI;  // bare IP packets, without a protocol header
   if (::ioctl(tun.Get(), TUNSETIFF, &request) != 0) Fail("Creating " + name);
   BringUp(name, mtu);
   return tun;
@@ -71,6 +71,7 @@ File OpenSignals() {
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
   sigaddset(&signals, SIGINT);
+  // Blocked, because a signal that is delivered would never reach the file.
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   File file(::signalfd(-1, &signals, SFD_CLOEXEC));
   if (!file) Fail("Signals");

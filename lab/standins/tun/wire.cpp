@@ -98,6 +98,8 @@ Options ParseOptions(std::span<char*> arguments) {
 tun::File OpenEnd(const std::string& networkNamespace, const std::string& device) {
   const std::string path = "/run/netns/" + networkNamespace;
   const tun::File file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  // A TUN device belongs to the namespace in which it is created, even after this thread has left
+  // it.
   if (!file || ::setns(file.Get(), CLONE_NEWNET) != 0) tun::Fail("Entering " + path);
   return tun::OpenTun(device, kMtu);
 }
@@ -230,6 +232,7 @@ class Wire {
     const timespec limit = {nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
     if (::ppoll(files.data(), files.size(), &limit, nullptr) >= 0) return;
     if (errno != EINTR) tun::Fail("Waiting");
+    // A failed poll leaves the old results in place.
     for (pollfd& file : files) file.revents = 0;
   }
 

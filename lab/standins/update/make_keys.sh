@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Makes an authority of the lab's own and two publishers of programs below it, publisher.* and
-# stranger.* (.pem, .key); a third, unknown.*, that nobody vouches for; and publisher.sha256, the hash
-# of the publisher's key.
+# Creates the lab's own authority and two publishers certified by it, publisher.* and stranger.* (.pem,
+# .key); a third, unknown.*, without an authority; and publisher.sha256, the hash of the publisher's key.
 # Usage: make_keys.sh FOLDER
 set -euo pipefail
 mkdir -p "$1"

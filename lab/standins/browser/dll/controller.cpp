@@ -81,6 +81,7 @@ HRESULT Controller::NotifyParentWindowPositionChanged() {
 HRESULT Controller::Close() {
   const HRESULT refused = session_->Check();
   Log("Close: %08lx", static_cast<unsigned long>(refused));
+  // Unlike other calls, closing again or after the browser's exit succeeds.
   if (refused == RPC_E_WRONG_THREAD) return refused;
   webview_->Detach();
   session_->Close();

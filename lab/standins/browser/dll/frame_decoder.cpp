@@ -48,9 +48,11 @@ void FrameDecoder::Put(uint32_t number, std::string jpeg) {
   std::optional<Picture> skipped(Picture{number, std::move(jpeg)});
   {
     const std::lock_guard guard(waitingLock_);
+    // Only the newest picture matters: an older one that still waits is skipped.
     std::swap(waiting_, skipped);
   }
   wake_.notify_one();
+  // Outside the lock, because done_ sends on the network.
   if (skipped) done_(skipped->number);
 }
 
@@ -82,6 +84,7 @@ void FrameDecoder::Run() noexcept {
       } else {
         Log("picture %u cannot be decoded", picture->number);
       }
+      // Also for an undecodable picture: without an answer the browser would send no more.
       done_(picture->number);
       if (decoded) changed_();
     }

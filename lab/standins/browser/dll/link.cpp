@@ -65,6 +65,7 @@ bool Link::Connect(uint16_t port) {
   const SOCKET fresh = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
   {
     const std::lock_guard guard(socketLock_);
+    // Close() may have run while this socket was being made; it must not stay open then.
     if (closed_) {
       if (fresh != INVALID_SOCKET) ::closesocket(fresh);
       return false;
@@ -75,6 +76,7 @@ bool Link::Connect(uint16_t port) {
   address.sin_family = AF_INET;
   address.sin_port = ::htons(port);
   address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+  // Mouse and key events are tiny frames, which Nagle's algorithm would delay.
   const BOOL noDelay = TRUE;
   ::setsockopt(fresh, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&noDelay),
                sizeof(noDelay));
@@ -84,6 +86,7 @@ bool Link::Connect(uint16_t port) {
 bool Link::Send(FromHost kind, const BodyWriter& body) {
   BodyWriter head;
   head.U32(static_cast<uint32_t>(body.Bytes().size())).U8(static_cast<uint8_t>(kind));
+  // Head and body in one buffer, so that they leave in one segment.
   const std::string bytes = head.Bytes() + body.Bytes();
   const std::lock_guard guard(sendLock_);
   for (size_t sent = 0; sent < bytes.size();) {
@@ -116,6 +119,8 @@ bool Link::ReceiveBytes(char* bytes, size_t size) {
   return true;
 }
 
+// Only the read of socket_ needs the lock: holding it across recv() would block Close(), which must
+// be able to wake the reading thread.
 SOCKET Link::Current() {
   const std::lock_guard guard(socketLock_);
   return socket_;

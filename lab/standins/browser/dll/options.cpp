@@ -36,6 +36,7 @@ std::optional<HRESULT> FailureAt(std::wstring_view step, HRESULT usual) {
   return static_cast<HRESULT>(std::wcstoul(value.c_str() + equals + 1, nullptr, 16));
 }
 
+// Opens the file for each line, so that the log is complete even if the process is killed.
 void Log(const char* format, ...) {
   const std::wstring path = EnvironmentValue(L"LAB_WEBVIEW_LOG");
   if (path.empty()) return;

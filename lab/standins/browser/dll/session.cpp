@@ -42,6 +42,8 @@ HRESULT Session::Open(HWND parent, Created created) {
   const HRESULT result = window_.Create(parent);
   if (FAILED(result)) return result;
   created_ = std::move(created);
+  // The program may release everything before the browser is up; the handler must be called even
+  // so.
   keepAlive_ = shared_from_this();
   const uint16_t port = BridgePort().value_or(0);
   RECT client{};
@@ -52,8 +54,10 @@ HRESULT Session::Open(HWND parent, Created created) {
 
 void Session::Close() {
   if (closed_.exchange(true)) return;
+  // keepAlive_ may be the last reference: the object must survive until the end of this function.
   const std::shared_ptr<Session> keep = std::move(keepAlive_);
   events_ = nullptr;
+  // Closing the link first wakes the reading thread, so that join() cannot hang.
   link_.Close();
   if (reader_.joinable()) reader_.join();
   decoder_.Stop();
@@ -119,11 +123,13 @@ void Session::OnFrame(Frame frame) {
 
 void Session::Post(std::function<void(Session&)> task) {
   dispatcher_->Post([self = shared_from_this(), task = std::move(task)] {
+    // A task posted before Close() may run after it, when the program expects no more callbacks.
     if (!self->closed_) task(*self);
   });
 }
 
 void Session::Finish(HRESULT result) {
+  // Moved out first: the handler is called once, and may close the session.
   const Created created = std::exchange(created_, nullptr);
   if (!created) return;
   const std::shared_ptr<Session> keep = shared_from_this();

@@ -39,6 +39,7 @@ HRESULT ViewWindow::Create(HWND parent) {
   if (::GetWindowThreadProcessId(parent, &process) != ::GetCurrentThreadId()) {
     return HRESULT_FROM_WIN32(ERROR_INVALID_WINDOW_HANDLE);
   }
+  // WM_NCCREATE sets window_, because the first messages arrive before CreateWindow() returns.
   RegisterType(&Procedure);
   ::CreateWindowW(kViewClass, L"", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 0, 0, parent,
                   nullptr, OwnModule(), this);
@@ -47,7 +48,7 @@ HRESULT ViewWindow::Create(HWND parent) {
 }
 
 void ViewWindow::Destroy() {
-  destroyed_ = nullptr;
+  destroyed_ = nullptr;  // OnNcDestroy() must not report our own call
   if (window_ != nullptr) ::DestroyWindow(window_);
 }
 
@@ -96,7 +97,7 @@ LRESULT ViewWindow::Handle(HWND window, UINT message, WPARAM wide, LPARAM extra)
       send_(FromHost::Focus, BodyWriter().U8(message == WM_SETFOCUS ? 1 : 0));
       return 0;
     case WM_ERASEBKGND:
-      return 1;
+      return 1;  // Paint() covers everything; erasing first would flicker
     case WM_PAINT:
       Paint();
       return 0;

@@ -120,6 +120,7 @@ HRESULT WebView::NavigateToString(LPCWSTR html) {
   BodyWriter body;
   body.U64(lastNavigation_ + 1).Text(html);
   if (!FitsAsUrl(body.Bytes().size() - sizeof(uint64_t))) return E_INVALIDARG;
+  // Only an accepted text uses up a navigation id.
   ++lastNavigation_;
   source_ = L"about:blank";
   session_->Send(FromHost::LoadText, body);
@@ -184,6 +185,7 @@ HRESULT WebView::CheckPost(LPCWSTR text) const {
 
 void WebView::OnPosted(const PostedMessage& message) {
   if (!settings_->IsOn(Settings::kWebMessage)) return;
+  // Here and below: a handler may release the program's last reference to this object.
   const ComPtr<WebView> self(this);
   const auto arguments = ComPtr<WebMessageArgs>::Adopt(new WebMessageArgs(message));
   messageReceived_.Invoke(static_cast<ICoreWebView2*>(this), arguments.Get());
