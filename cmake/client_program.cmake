@@ -47,7 +47,7 @@ function(client_program target)
     "${CMAKE_SOURCE_DIR}/webui/*.in" "${CMAKE_SOURCE_DIR}/webui/style/*.css" "${CMAKE_SOURCE_DIR}/webui/script/*.js")
   add_custom_command(OUTPUT "${made}/app.html"
     COMMAND ${CMAKE_COMMAND} "-DOUT=${made}/app.html" -P "${CMAKE_SOURCE_DIR}/webui/join.cmake"
-    DEPENDS "${CMAKE_SOURCE_DIR}/webui/join.cmake" ${page_parts} VERBATIM)
+    DEPENDS "${CMAKE_SOURCE_DIR}/webui/join.cmake" "${CMAKE_SOURCE_DIR}/src/text/page_texts.cpp" ${page_parts} VERBATIM)
 
   # The driver files, the page, the icon. A library of its own, because the resource compiler rejects
   # the warning flags of the C++ files.

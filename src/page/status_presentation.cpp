@@ -4,6 +4,7 @@
 #include <iterator>
 #include <span>
 
+#include "text/page_texts.h"
 #include "text/strings.h"
 
 namespace page {
@@ -82,7 +83,7 @@ SidePanel DescribeTunnel(const settings::Settings& settings, const TunnelStatus&
     if (access.empty()) access = settings.targetNetwork;
     return {true, L"在线", L"访问网段 " + access};
   }
-  return {false, L"未连接", tunnel.running ? L"软件隧道正在自动重连" : L"粘贴现场端密钥即可连接"};
+  return {false, L"未连接", tunnel.running ? text::kReconnecting : L"粘贴现场端密钥即可连接"};
 }
 
 std::vector<std::wstring> TargetList(const settings::Settings& settings) {

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "settings/server_address.h"
+#include "text/page_texts.h"
 #include "text/strings.h"
 #include "text/utf8.h"
 
@@ -22,7 +23,6 @@ constexpr std::array<std::wstring_view, 5> kRefusalCodes = {
 constexpr const char* kIncompleteGrant =
     "Connection authorization response is missing connectionId, assignedAddress, or routes.";
 constexpr std::wstring_view kErrorPrefix = L"Error: ";
-constexpr std::wstring_view kUnknownError = L"Unknown error.";
 
 bool IsJsonTrue(const settings::JsonValue* value) {
   const bool* boolean = value == nullptr ? nullptr : value->AsBoolean();
@@ -98,12 +98,12 @@ ConnectionGrant ReadConnectionGrant(const settings::JsonValue& data) {
 }
 
 std::wstring FailureMessage(const std::exception_ptr& failure) {
-  return MessageOf(failure).value_or(std::wstring(kUnknownError));
+  return MessageOf(failure).value_or(std::wstring(text::kUnknownError));
 }
 
 std::wstring JobFailureLine(const std::exception_ptr& failure) {
   const std::optional<std::wstring> message = MessageOf(failure);
-  return message ? std::wstring(kErrorPrefix) + *message : std::wstring(kUnknownError);
+  return message ? std::wstring(kErrorPrefix) + *message : std::wstring(text::kUnknownError);
 }
 
 }  // namespace service

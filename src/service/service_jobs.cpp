@@ -8,6 +8,7 @@
 #include "settings/json.h"
 #include "settings/server_address.h"
 #include "settings/settings.h"
+#include "text/page_texts.h"
 #include "text/strings.h"
 
 namespace service {
@@ -16,9 +17,10 @@ namespace {
 using settings::ConnectionInForce;
 using settings::GrantedConnection;
 using settings::Settings;
+using text::kGrantedPrefix;
+using text::kNotResolvedPrefix;
+using text::kRefusedPrefix;
 
-constexpr std::wstring_view kRefusedPrefix = L"Connection authorization failed: ";
-constexpr std::wstring_view kGrantedPrefix = L"连接授权成功：";
 constexpr std::wstring_view kGrantedAddress = L"，分配地址 ";
 constexpr std::wstring_view kGrantedRoutes = L"，路由 ";
 constexpr std::wstring_view kDisconnected = L"\r\n远程调试会话已断开。";
@@ -26,7 +28,6 @@ constexpr std::wstring_view kReportFailedPrefix = L"\r\n会话断开上报失败
 constexpr std::wstring_view kDiscoveryOn = L"\r\n局域网发现模式已开启";
 constexpr std::wstring_view kDiscoveryOff = L"\r\n局域网发现模式已关闭：只转发已知 IP 网段。";
 constexpr std::wstring_view kResolvePath = L"/api/devices/resolve";
-constexpr std::wstring_view kNotResolvedPrefix = L"Resolve failed: ";
 constexpr std::wstring_view kResolvedPrefix = L"已获取现场端 ";
 constexpr std::wstring_view kResolvedSuffix = L" 的共享网段。";
 

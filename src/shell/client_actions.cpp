@@ -3,15 +3,10 @@
 
 #include "settings/site_profiles.h"
 #include "shell/client.h"
+#include "text/page_texts.h"
 
 namespace shell {
 namespace {
-
-constexpr wchar_t kConnectBusy[] = L"正在请求连接授权...";
-constexpr wchar_t kStopBusy[] = L"正在停止软件隧道...";
-constexpr wchar_t kLatencyBusy[] = L"正在测试通讯延迟...";
-constexpr wchar_t kDesktopBusy[] = L"正在请求远程桌面...";
-constexpr wchar_t kResolveBusy[] = L"正在获取现场端网段...";
 
 constexpr wchar_t kDiscoveryOn[] = L"局域网发现模式已开启：支持 PLC 广播扫描。";
 constexpr wchar_t kDiscoveryOff[] = L"局域网发现模式已关闭：仅支持已知 IP 访问。";
@@ -37,23 +32,23 @@ void Client::Act(std::wstring_view action) {
 }
 
 void Client::Connect() {
-  StartJob(JobKind::Connect, kConnectBusy);
+  StartJob(JobKind::Connect, text::kConnectBusy);
 }
 
 void Client::Stop() {
-  StartJob(JobKind::Stop, kStopBusy);
+  StartJob(JobKind::Stop, text::kStopBusy);
 }
 
 void Client::TestLatency() {
-  StartJob(JobKind::TestLatency, kLatencyBusy);
+  StartJob(JobKind::TestLatency, text::kLatencyBusy);
 }
 
 void Client::OpenRemoteDesktop() {
-  StartJob(JobKind::OpenRemoteDesktop, kDesktopBusy);
+  StartJob(JobKind::OpenRemoteDesktop, text::kDesktopBusy);
 }
 
 void Client::ResolveDevice() {
-  StartJob(JobKind::ResolveDevice, kResolveBusy);
+  StartJob(JobKind::ResolveDevice, text::kResolveBusy);
 }
 
 void Client::TakeFields() {

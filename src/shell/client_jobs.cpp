@@ -2,13 +2,11 @@
 #include <utility>
 
 #include "shell/client.h"
+#include "text/page_texts.h"
 #include "text/strings.h"
 
 namespace shell {
 namespace {
-
-constexpr wchar_t kRetryArmed[] = L"授权未恢复，将每 5 秒自动重试连接。";
-constexpr wchar_t kRetryBusy[] = L"正在自动重试连接授权...";
 
 constexpr wchar_t kTunnelStopped[] =
     L"\r\n中心服务未接受心跳，已停止本机软件隧道，避免显示假在线。";
@@ -94,13 +92,13 @@ void Client::TakeStrandedResult() {
 
 void Client::RetryConnect() {
   if (busy_ || !CallsForRetry(settings_.Read())) return;
-  StartJob(JobKind::Connect, kRetryBusy);
+  StartJob(JobKind::Connect, text::kRetryBusy);
 }
 
 void Client::ArmRetry() {
   deps_.StartTimer(ClientTimer::Retry);
   retryArmed_ = true;
-  Log(kRetryArmed);
+  Log(text::kRetryArmed);
 }
 
 void Client::DisarmRetry() noexcept {

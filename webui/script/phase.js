@@ -3,21 +3,20 @@
 // The window has no word for "connecting failed" or "retrying": both follow from the last job, its result's text
 // and the log.
 
-const kConnecting = '正在请求连接授权...';
-const kRetrying = '正在自动重试连接授权...';
+import {
+  kConnectBusy, kDesktopBusy, kGrantedPrefix, kLatencyBusy, kNotResolvedPrefix, kReconnecting, kRefusedPrefix,
+  kResolveBusy, kRetryArmed, kRetryBusy, kStopBusy, kUnknownError,
+} from './texts.js';
+
 /** The status line while a job runs, and the button that starts this job. */
 const kJobs = new Map([
-  [kConnecting, 'c-connect'], [kRetrying, 'c-connect'], ['正在停止软件隧道...', 'c-stop'],
-  ['正在测试通讯延迟...', 'c-test'], ['正在请求远程桌面...', 'c-desktop'], ['正在获取现场端网段...', 'c-fetch'],
+  [kConnectBusy, 'c-connect'], [kRetryBusy, 'c-connect'], [kStopBusy, 'c-stop'],
+  [kLatencyBusy, 'c-test'], [kDesktopBusy, 'c-desktop'], [kResolveBusy, 'c-fetch'],
 ]);
-const kReconnecting = '软件隧道正在自动重连';
-const kRetryArmed = '授权未恢复，将每 5 秒自动重试连接。';
-const kUnknownError = 'Unknown error.';
-const kRefused = 'Connection authorization failed:';
-const kNotResolved = 'Resolve failed:';
-const kGranted = '连接授权成功：';
+const kRefused = kRefusedPrefix.trimEnd();
+const kNotResolved = kNotResolvedPrefix.trimEnd();
 
-const kConnectJobs = [kConnecting, kRetrying];
+const kConnectJobs = [kConnectBusy, kRetryBusy];
 const kRetryGoneMs = 12_000;  // two further tries would have been seen by now
 const kDayMs = 24 * 3600 * 1000;
 const kTags = { online: '', error: '出错', reconnecting: '自动重连', retrying: '自动重试', failed: '未成功', idle: '' };
@@ -29,7 +28,7 @@ export const kTones = Object.freeze(['ok', 'wn', 'er']);
 export const kNativeTexts = Object.freeze({
   busy: Object.freeze([...kJobs.keys()]),
   whole: Object.freeze([kReconnecting, kRetryArmed, kUnknownError]),
-  starts: Object.freeze([kRefused, kNotResolved, kGranted]),
+  starts: Object.freeze([kRefused, kNotResolved, kGrantedPrefix]),
 });
 
 const textOrNone = (value) => (typeof value === 'string' ? value : '');
@@ -62,8 +61,8 @@ const withoutOldRetry = (seen, nowMs) =>
 function seeStatus(seen, status, nowMs) {
   if (status === undefined || status === null || textOrNone(status) === seen.status) return seen;
   const text = textOrNone(status);
-  const isTry = text === kRetrying || (seen.triedMs !== null && isBusyText(seen.status));
-  const triedMs = hasLine(text, kGranted) ? null : isTry ? nowMs : seen.triedMs;
+  const isTry = text === kRetryBusy || (seen.triedMs !== null && isBusyText(seen.status));
+  const triedMs = hasLine(text, kGrantedPrefix) ? null : isTry ? nowMs : seen.triedMs;
   const next = { ...seen, status: text, tone: readsLikeFailure(text) ? 'er' : '', triedMs };
   return isBusyText(text) ? { ...next, origin: '', awaited: text } : { ...next, origin: seen.awaited, awaited: '' };
 }
@@ -112,7 +111,7 @@ function datedLines(lines, nowMs, timeOfDay) {
 function wereStatus(dated, status) {
   const shown = dated.findLastIndex(({ msg }) => msg === status);
   return dated.map(({ msg }, at) => at === shown || isBusyText(msg) || isBusyText(dated[at + 1]?.msg) ||
-    hasLine(textOrNone(msg), kRefused) || hasLine(textOrNone(msg), kGranted));
+    hasLine(textOrNone(msg), kRefused) || hasLine(textOrNone(msg), kGrantedPrefix));
 }
 
 /** Replays the log of an earlier page as if its messages came again. */
@@ -144,7 +143,7 @@ export function seeMessage(seen, message, nowMs, timeOfDay) {
 
 /** Only connecting can fail to connect. A result of an unknown job counts as connecting if its text says so. */
 function hasFailed({ status, tone, origin }) {
-  if (tone !== 'er' || hasLine(status, kGranted)) return false;
+  if (tone !== 'er' || hasLine(status, kGrantedPrefix)) return false;
   return origin === '' ? hasLine(status, kRefused) : kConnectJobs.includes(origin);
 }
 
@@ -158,7 +157,7 @@ function phaseOf(seen, nowMs) {
 
 /** While retrying, the offered button must not flicker with each try. */
 function waitingButtons(status) {
-  const isSteady = (id) => id === 'c-stop' && status === kRetrying;
+  const isSteady = (id) => id === 'c-stop' && status === kRetryBusy;
   return isBusyText(status) ? kJobButtons.filter((id) => id !== kJobs.get(status) && !isSteady(id)) : [];
 }
 
