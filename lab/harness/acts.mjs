@@ -1,89 +1,13 @@
-// An engineer's actions while a job runs: switching the discovery mode, saving a profile, loading one. They run inside
-// the page, so that a round costs one call and each click sends the page's current form.
+// An engineer's actions while a job runs: switching the discovery mode, saving a profile, loading one.
 import { setTimeout as sleep } from 'node:timers/promises';
+
+import { roundExpression } from './page_round.mjs';
 
 const kAnswerMs = 15_000;
 const kFileMs = 300;
 const kFirstJobMs = 300;
 const kLongestJobMs = 2_000;
 const kMostActs = 3;
-
-/**
- * Runs in the page. Clicks `button`, which starts a job, and performs each of `acts` at its time, one after the
- * other: {afterMs, act: 'discovery' | 'save' | 'load', name, key}. Once the job has ended and each act has its log
- * line, returns the page's state and the errors seen.
- */
-async function roundInPage({ button, acts, answerMs }) {
-  const find = (selector) => document.querySelector(selector);
-  const pause = (ms) => new Promise((done) => { setTimeout(done, ms); });
-  const received = [];
-  const receive = ({ data }) => { received.push(data); };
-  const lines = () => received.filter(({ t }) => t === 'log').map(({ msg }) => msg);
-  const wrong = [];
-  const until = async (what, probe) => {
-    for (const end = performance.now() + answerMs; !probe(); await pause(2)) {
-      if (performance.now() > end) return wrong.push(`not seen: ${what}`);
-    }
-    return 0;
-  };
-  const kinds = {
-    discovery: { answer: /^局域网发现模式已(开启|关闭)：\S*支持/, run: () => find('#c-discovery').click() },
-    save: { answer: /^档案已保存。$/, run: ({ name, key }) => {
-      find('#c-pname').value = name;
-      find('#c-secret').value = key;
-      find('#c-save').click();
-    } },
-    load: { answer: /^已载入档案：/, run: ({ name }) => {
-      find('#c-profiles').value = name;
-      find('#c-profiles').dispatchEvent(new Event('change', { bubbles: true }));
-    } },
-  };
-  const isOn = () => find('#c-discovery').hasAttribute('data-on');
-  const isBusy = (status) => /^正在.*\.\.\.$/.test(status);
-  const result = () => {
-    const statuses = received.filter(({ t }) => t === 'state').map(({ statusline }) => statusline);
-    const begun = statuses.findIndex(isBusy);
-    return begun < 0 ? undefined : statuses.slice(begun).find((status) => !isBusy(status));
-  };
-
-  chrome.webview.addEventListener('message', receive);
-  const started = performance.now();
-  let tookMs = 0;
-  // The switch as the page sends it counts. An older form may still be on its way to the page; one that follows the
-  // answer must match.
-  let sentOn = isOn();
-  let answered = 0;
-  const applied = () => received.slice(answered).filter(({ t }) => t === 'apply').at(-1)?.fields;
-  find(button).click();
-  const ended = until(`the end of ${button}`, () => result() !== undefined && lines().includes(result()))
-    .then(() => { tookMs = performance.now() - started; });
-  for (const act of acts) {
-    await pause(started + act.afterMs - performance.now());
-    const isListed = [...find('#c-profiles').options].some(({ value }) => value === act.name);
-    if (act.act === 'load' && !isListed) {
-      wrong.push(`the list has lost ${act.name}`);
-      continue;
-    }
-    const { answer, run } = kinds[act.act];
-    const earlier = received.length;
-    run(act);
-    act.isDone = true;
-    sentOn = isOn();
-    const isAnswer = ({ t, msg }, index) => index >= earlier && t === 'log' && answer.test(msg);
-    await until(`the answer to ${act.act}`, () => received.some(isAnswer));
-    answered = received.findIndex(isAnswer);
-    if (act.act === 'save') await until('the form behind it', () => applied() !== undefined);
-  }
-  await ended;
-  chrome.webview.removeEventListener('message', receive);
-  const card = [...document.querySelectorAll('#s-cards > *')]
-    .find((one) => one.querySelector('.k').textContent === '组网 IP');
-  return {
-    tookMs, acts, wrong, status: result(), state: find('#s-state').textContent,
-    address: card.querySelector('.v').textContent, name: find('#c-pname').value, key: find('#c-secret').value,
-    isDiscovering: sentOn, appliedDiscovery: applied()?.discovery ?? sentOn,
-  };
-}
 
 /** An engineer whose acts are chosen by `random`. Acts that had no lasting effect are in `wrong`: {round, done, text}. */
 export class Engineer {
@@ -106,7 +30,7 @@ export class Engineer {
   async round(button) {
     const { page } = this.#lab.program;
     const plan = { button, acts: this.#plan(), answerMs: kAnswerMs };
-    const seen = await page.evaluate(`(${roundInPage})(${JSON.stringify(plan)})`);
+    const seen = await page.evaluate(roundExpression(plan));
     this.rounds += 1;
     this.#jobMs = Math.min(seen.tookMs, kLongestJobMs);
     seen.acts.filter(({ isDone }) => isDone).forEach((act) => this.#remember(act));
