@@ -29,7 +29,7 @@ TEST(LocalNetworks, CountsAddressesOfAdaptersThatAreUp) {
   EXPECT_TRUE(SelectLocalNetworks({}).empty());
 }
 
-// A system whose list has `sizes` bytes at each of the calls, and what it was asked.
+// A system whose list has `sizes[i]` bytes at call i; records the calls.
 class GrowingList {
  public:
   explicit GrowingList(std::vector<std::uint32_t> sizes) : sizes_(std::move(sizes)) {}
@@ -49,7 +49,7 @@ class GrowingList {
   const std::vector<std::uint32_t> sizes_;
 };
 
-TEST(SystemList, IsReadAgainWhenItHasGrownThreeTimesAtMost) {
+TEST(SystemList, IsRereadAtMostThreeTimesWhenItGrows) {
   using Sizes = std::vector<std::uint32_t>;
   const auto read = [](GrowingList& list) {
     return ReadSystemList([&list](std::byte* buffer, std::uint32_t& sizeBytes) {
@@ -73,7 +73,7 @@ TEST(SystemList, IsReadAgainWhenItHasGrownThreeTimesAtMost) {
   EXPECT_EQ(endless.asked, (Sizes{0, 40, 50, 60}));
 }
 
-TEST(SystemList, SaysWhyThereIsNone) {
+TEST(SystemList, ReportsWhyItIsMissing) {
   for (const std::uint32_t error : {5U, 8U, 87U}) {
     const SystemList list = ReadSystemList([error](std::byte*, std::uint32_t&) { return error; });
     EXPECT_EQ(list.error, error);

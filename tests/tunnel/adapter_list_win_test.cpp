@@ -5,7 +5,7 @@
 namespace tunnel {
 namespace {
 
-// What the machine has differs; what may never be among it does not.
+// Machines differ; check only the properties that hold on all of them.
 TEST(LocalNetworks, OfThisMachineAreMaskedAndNeitherLoopbackNorLinkLocal) {
   for (const Ipv4Network& network : CollectLocalNetworks().networks) {
     SCOPED_TRACE(network.network);

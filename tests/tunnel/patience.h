@@ -4,7 +4,7 @@
 
 namespace tunnel {
 
-// How long a test waits for what should come at once.
+// The limit for waits that should end at once.
 inline constexpr std::chrono::seconds kPatience{10};
 
 }  // namespace tunnel

@@ -13,8 +13,7 @@
 #include "tunnel/relay/test_frames.h"
 #include "tunnel/test_session.h"
 
-// What a session makes of a computer that sleeps, moves to another network, or has an uneasy
-// driver.
+// The session when the computer sleeps, changes networks or has driver trouble.
 namespace tunnel {
 namespace {
 
@@ -41,7 +40,7 @@ class SessionNetworkTest : public SessionFixture {
     session_->Observe(std::move(observer));
   }
 
-  // The lines told so far, once there are `count`.
+  // The lines so far, once there are `count`.
   std::vector<std::wstring> Notices(std::size_t count) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     const platform::MutexLock held(lock_);
@@ -56,7 +55,7 @@ class SessionNetworkTest : public SessionFixture {
     session_->Start(request_);
     ASSERT_TRUE(relay_.WaitForConnections(1));
   }
-  // The relay goes away, and the session waits before it tries again.
+  // Cuts the connection and returns once the session waits for its next attempt.
   void LoseTheRelay() {
     world_.HoldPauses();
     relay_.CutConnection();
@@ -66,7 +65,7 @@ class SessionNetworkTest : public SessionFixture {
     world_.ReleasePause();
     ASSERT_TRUE(relay_.WaitForConnections(2));
   }
-  // Of the handles that were opened to capture, whether each took broadcasts.
+  // For each capturing handle opened so far, whether its filter includes broadcasts.
   std::vector<bool> Broadcasts() const {
     std::vector<bool> result;
     for (const FakeDriver::OpenCall& call : driver_.Opened()) {
@@ -88,7 +87,7 @@ TEST_F(SessionNetworkTest, DiscoveryPausesWhileTheRelayIsAway) {
   FindTheRelay();
   EXPECT_EQ(Notices(2), (std::vector<std::wstring>{kPaused, kResumed}));
   EXPECT_EQ(Broadcasts(), (std::vector<bool>{true, false, true}));
-  // Each filter is the one stated for its mode, and each new handle was open before the old closed.
+  // Each new handle must open before the old one closes.
   const auto opened = driver_.Opened();
   EXPECT_EQ(opened.back().filter, opened.front().filter);
   EXPECT_EQ(opened.back().priority, -300);
@@ -97,7 +96,7 @@ TEST_F(SessionNetworkTest, DiscoveryPausesWhileTheRelayIsAway) {
   EXPECT_EQ(driver_.OpenHandles(), 2U);
 }
 
-// Nothing leaves any more, though the tunnel stands: the engineer has to learn of it.
+// The tunnel stays up but nothing is sent any more, so the engineer must be warned.
 TEST_F(SessionNetworkTest, AFragmentThatEndsTheCaptureIsReportedOnceForEachConnection) {
   Packet fragment = PacketOf(kUdp);
   WriteU16Be(fragment, 6, 0x2000);
@@ -126,7 +125,7 @@ TEST_F(SessionNetworkTest, WithoutDiscoveryTheCaptureStaysAsItIs) {
   EXPECT_TRUE(Notices(0).empty());
 }
 
-TEST_F(SessionNetworkTest, ACaptureThatCannotBeReopenedGoesOnAsItWas) {
+TEST_F(SessionNetworkTest, ACaptureThatCannotBeReopenedContinuesUnchanged) {
   Start(true);
   driver_.FailNth(FakeDriver::Call::Open, 1);
   driver_.SetOpenError(5);
@@ -154,7 +153,7 @@ TEST_F(SessionNetworkTest, AStoppedTunnelReopensNothing) {
 
 TEST_F(SessionNetworkTest, ARelayThatNoLongerAnswersIsReplacedAtOnce) {
   Start(false);
-  // A connection that nobody reads yet is left alone: the answer to a ping shows that it is read.
+  // The watch ignores a connection that is not read yet; an answered ping proves that it is.
   ASSERT_TRUE(relay_.Push(ServerFrame(0x89, {})));
   ASSERT_TRUE(relay_.WaitForFrames(1));
   world_.HoldPauses();  // none is released: the wait has to be cut short
@@ -165,7 +164,7 @@ TEST_F(SessionNetworkTest, ARelayThatNoLongerAnswersIsReplacedAtOnce) {
   EXPECT_EQ(world_.Pauses(), std::vector<milliseconds>{milliseconds(1000)});
 }
 
-TEST_F(SessionNetworkTest, ARelayThatAnswersIsLeftInPeace) {
+TEST_F(SessionNetworkTest, ARelayThatAnswersIsKept) {
   relay_.SetBehaviour([this](TestPeer& peer) {
     relay_.TakeRequest(peer);
     peer.AcceptUpgrade();
@@ -192,7 +191,7 @@ TEST_F(SessionNetworkTest, AWaitBeforeAReconnectIsCutShort) {
   session_->LookAtNetwork();
   EXPECT_TRUE(relay_.WaitForConnections(2));
   ASSERT_TRUE(world_.WaitForUdpStarts(2));
-  // The reason to hurry is gone with the connection: the next wait is a whole one again.
+  // The reconnect has used up the hurry, so the next wait has its full length.
   relay_.CutConnection();
   ASSERT_TRUE(world_.WaitForPauses(3));
   EXPECT_EQ(relay_.Requests().size(), 2U);
@@ -208,7 +207,7 @@ TEST_F(SessionNetworkTest, LookingWithoutATunnelDoesNothing) {
   session_->LookAtNetwork();
 }
 
-TEST_F(SessionNetworkTest, ANetworkThatNowOverlapsIsToldOnce) {
+TEST_F(SessionNetworkTest, ANewOverlapIsReportedOnce) {
   Start(false);  // 10.0.0.0/8 directly, 192.168.1.0/24 as 172.31.0.0/24
   world_.SetLocalNetworks({{{0xC0A80100, 24}, {0x0A010000, 16}, {0xAC1F0000, 20}}, 0});
   session_->LookAtNetwork();
@@ -222,13 +221,13 @@ TEST_F(SessionNetworkTest, ANetworkThatNowOverlapsIsToldOnce) {
   std::vector<std::wstring> told = Notices(2);
   std::ranges::sort(told);
   EXPECT_EQ(told, expected);
-  // The second look ends with the replacement of a relay that does not answer.
+  // The second check ends by replacing a relay that does not answer.
   session_->LookAtNetwork();
   EXPECT_TRUE(relay_.WaitForConnections(2));
   EXPECT_EQ(Notices(2).size(), 2U);
 }
 
-TEST_F(SessionNetworkTest, AnUnreadableAddressListIsToldAndTakenForNone) {
+TEST_F(SessionNetworkTest, AnUnreadableAddressListIsReportedAndTreatedAsEmpty) {
   world_.SetLocalNetworks({{}, 111});
   const TunnelStarted started = session_->Start(request_);
   EXPECT_EQ(Notices(1),
@@ -238,7 +237,7 @@ TEST_F(SessionNetworkTest, AnUnreadableAddressListIsToldAndTakenForNone) {
   EXPECT_EQ(started.mappingText, L"直连网段 10.0.0.0/8\r\n直连网段 192.168.1.0/24");
 }
 
-TEST_F(SessionNetworkTest, WhatIsLeftOfTheDriverIsStoppedAndTheOpenTriedOnceMore) {
+TEST_F(SessionNetworkTest, ALeftoverDriverIsStoppedAndTheOpenRetriedOnce) {
   for (const std::uint32_t code : {1058U, 1072U}) {
     const std::size_t before = world_.Commands().size();
     driver_.SetOpenError(code);

@@ -12,10 +12,10 @@
 namespace tunnel {
 namespace {
 
-// What a session tells its observer.
+// The session's reports to its observer.
 class SessionObserverTest : public SessionFixture {};
 
-TEST_F(SessionObserverTest, TheObserverLearnsOfEachLossAndReturnOnceEach) {
+TEST_F(SessionObserverTest, EachLossAndReturnIsReportedOnce) {
   std::atomic<int> losses{0};
   std::atomic<int> returns{0};
   TunnelObserver observer;
@@ -39,7 +39,7 @@ TEST_F(SessionObserverTest, TheObserverLearnsOfEachLossAndReturnOnceEach) {
   EXPECT_EQ(returns, 1);
 }
 
-TEST_F(SessionObserverTest, TheObserverLearnsWhyAReconnectFailsOncePerReason) {
+TEST_F(SessionObserverTest, EachReasonOfAFailedReconnectIsReportedOnce) {
   platform::Mutex lock;
   std::vector<std::string> reasons;
   TunnelObserver observer;
@@ -106,7 +106,7 @@ TEST_F(SessionObserverTest, AttemptsWhoseUdpPathFailsBelongToTheLossBefore) {
     world_.ReleasePause();
     ASSERT_TRUE(world_.WaitForPauses(attempt + 1));
     EXPECT_FALSE(session_->IsRelayConnected());
-    // Nobody would read what arrives, so the connection does not last through the wait.
+    // The half-open connection must not stay open, unread, during the wait.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (ended < attempt && std::chrono::steady_clock::now() < deadline) {
       std::this_thread::yield();

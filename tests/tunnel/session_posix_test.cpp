@@ -7,11 +7,11 @@
 #include "tunnel/relay/fake_relay_host.h"
 #include "tunnel/test_session.h"
 
-// What only a POSIX system lets a test spoil: making threads.
+// Failures of thread creation, which only POSIX systems can simulate.
 namespace tunnel {
 namespace {
 
-// While it lives, no thread can be made: a new one asks for more stack than there are addresses.
+// Makes thread creation fail during its lifetime: the default stack exceeds the address space.
 class NoNewThreads {
  public:
   NoNewThreads() {

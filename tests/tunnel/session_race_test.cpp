@@ -18,11 +18,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kRounds = RACE_ROUNDS;
-// A relay may stay silent for 8 s; a stop must not wait longer than that and one second. It closes
-// what it would wait for, so it takes far less.
+// The relay's time-out of 8 s plus one second. A stop closes its handles first, so it takes far
+// less.
 constexpr std::chrono::seconds kLongestStop{9};
 
-// Starts, losses and stops that meet at moments nobody chose, on real sockets.
+// Starts, losses and stops at random moments, on real sockets.
 class SessionRaceTest : public SessionFixture {
  protected:
   SessionRaceTest() {
@@ -39,7 +39,7 @@ class SessionRaceTest : public SessionFixture {
     SessionFixture::TearDown();
   }
 
-  // A connection that nobody reads or answers; it ends when the client ends it.
+  // Neither reads nor answers, until the client closes the connection.
   static TestRelay::Behaviour Hang() {
     return [](TestPeer& peer) { peer.WaitForEnd(); };
   }
@@ -65,7 +65,7 @@ class SessionRaceTest : public SessionFixture {
       session_->Start(request_);
       driver_.Capture(PacketOf(kPing), {});
     } catch (const std::runtime_error&) {
-      // Overtaken by the stop, or by a relay that refuses.
+      // Interrupted by the stop, or refused by the relay.
     }
   }
 
@@ -75,7 +75,7 @@ class SessionRaceTest : public SessionFixture {
 };
 
 TEST_F(SessionRaceTest, StopAtAnyMomentOfAStartLeavesNothing) {
-  // The moments reach from before the start to well after it, on slow machines too.
+  // From before the start until well after it, even on slow machines.
   const Clock::time_point begin = Clock::now();
   session_->Start(request_);
   const std::chrono::nanoseconds startTime = Clock::now() - begin;
@@ -95,7 +95,7 @@ TEST_F(SessionRaceTest, StopAtAnyMomentOfAStartLeavesNothing) {
     if (round % 4 == 0) relay_.CutConnection();
     if (StopTimed() == L"软件隧道已停止。") ++stopped;
     starter.join();
-    // A start that only began after the stop was done has succeeded.
+    // A start that began after the stop may have succeeded.
     if (session_->IsRunning()) session_->Stop();
     ExpectNothingLeft();
   }

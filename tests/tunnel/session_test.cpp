@@ -26,7 +26,7 @@ const std::vector<std::wstring> kFourCommands = {L"sc stop WinDivert64", L"sc de
 
 class SessionTest : public SessionFixture {};
 
-TEST_F(SessionTest, StartOpensEverythingAndTellsTheRoutes) {
+TEST_F(SessionTest, StartOpensEverythingAndReturnsTheRoutes) {
   const TunnelStarted started = session_->Start(request_);
   EXPECT_EQ(started.text, kStarted);
   EXPECT_EQ(started.accessRoutes, (std::vector<std::wstring>{L"10.0.0.0/8", L"172.31.0.0/24"}));
@@ -73,7 +73,7 @@ TEST_F(SessionTest, StopClosesInTheStatedOrder) {
   world_.Take();
   session_->Stop();
   const std::vector<std::string> events = world_.Take();
-  // The UDP path is closed first without waiting, then for good when all threads have ended.
+  // The UDP path is closed first without waiting, and again once all threads have ended.
   ASSERT_GE(events.size(), 3U);
   EXPECT_EQ(events.front(), "udp close with 0 handles");
   EXPECT_EQ(std::ranges::count(events, "udp join"), 1);
@@ -116,7 +116,7 @@ TEST_F(SessionTest, DestructionStopsTheTunnel) {
   EXPECT_EQ(world_.Commands(), kFourCommands);
 }
 
-TEST_F(SessionTest, EachFailedStartSaysWhyAndLeavesNothing) {
+TEST_F(SessionTest, EachFailedStartNamesItsReasonAndLeavesNothing) {
   const struct {
     const char* name;
     std::function<void()> spoil;
@@ -165,7 +165,7 @@ TEST_F(SessionTest, EachFailedStartSaysWhyAndLeavesNothing) {
     EXPECT_TRUE(text.starts_with(row.text)) << row.name << ": " << text;
     ExpectNothingLeft();
     EXPECT_FALSE(session_->IsRelayConnected()) << row.name;
-    // Healed, the same session starts.
+    // Without the fault, the same session starts.
     request_ = good;
     world_.driverError = world_.udpError = nullptr;
     relay_.SetBehaviour(relay_.Serve());

@@ -7,7 +7,7 @@
 
 #include "tunnel/test_session.h"
 
-// When the session opens and closes the UDP path, and how a stop reaches it.
+// The session opens, closes and stops the UDP path.
 namespace tunnel {
 namespace {
 

@@ -1,4 +1,4 @@
-// What the tunnel asks of Windows: every call with its arguments, and what comes of a failure.
+// Every call of Windows with its arguments, and the effect of its failure.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -19,7 +19,7 @@ constexpr ULONG kListFlags =
     GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST | GAA_FLAG_SKIP_DNS_SERVER;
 constexpr ULONG kListBytes = 1000;
 
-// One adapter with one address, as the system lists it.
+// One adapter with one address, in the system's format.
 struct Adapter {
   Adapter(IF_OPER_STATUS status, const std::string& address, UINT8 prefix) {
     ipv4.sin_family = AF_INET;
@@ -34,7 +34,7 @@ struct Adapter {
   IP_ADAPTER_ADDRESSES record{};
 };
 
-// Has the system list these adapters.
+// Makes the system list these adapters.
 void List(Calls& calls, std::vector<Adapter>& adapters) {
   for (std::size_t i = 1; i < adapters.size(); ++i) {
     adapters[i - 1].record.Next = &adapters[i].record;
@@ -107,7 +107,7 @@ TEST(AdapterCalls, KeepNamesKindsAndAddressesOfAllAdapters) {
   EXPECT_TRUE(list.adapters[1].addresses.empty());
 }
 
-TEST(AdapterCalls, KnowNoNetworksWhenTheSystemListsNone) {
+TEST(AdapterCalls, ReturnNoNetworksWhenTheSystemListsNone) {
   std::vector<Adapter> adapters;
   adapters.emplace_back(IfOperStatusUp, "10.1.2.3", UINT8{24});
   for (const int nth : {1, 2}) {
@@ -122,8 +122,8 @@ TEST(AdapterCalls, KnowNoNetworksWhenTheSystemListsNone) {
   }
 }
 
-// What lies in the buffer after a failure is not to be trusted.
-TEST(AdapterCalls, TakeNothingFromAListThatFailed) {
+// The buffer's content after a failure must be ignored.
+TEST(AdapterCalls, IgnoreTheBufferOfAFailedCall) {
   const Adapter adapter(IfOperStatusUp, "10.1.2.3", UINT8{24});
   Calls calls;
   calls.AnswerWith<Api::GetAdaptersAddresses>(
@@ -139,7 +139,7 @@ TEST(AdapterCalls, TakeNothingFromAListThatFailed) {
 
 // ---- the driver's library
 
-// A library that has every function.
+// A library with every function.
 void StandInForTheLibrary(Calls& calls) {
   calls.AnswerWith<Api::LoadLibraryW>(
       [](const wchar_t*) { return Real<Api::LoadLibraryW>()(L"version.dll"); });
@@ -164,7 +164,7 @@ TEST(DriverLibraryCalls, LoadByTheBareNameBindFiveFunctionsAndFreeAtTheEnd) {
   }));
 }
 
-TEST(DriverLibraryCalls, HandOnTheSystemsErrorOfTheLastCall) {
+TEST(DriverLibraryCalls, ForwardTheSystemsErrorOfTheLastCall) {
   Calls calls;
   StandInForTheLibrary(calls);
   const auto api = LoadWinDivert();
@@ -175,7 +175,7 @@ TEST(DriverLibraryCalls, HandOnTheSystemsErrorOfTheLastCall) {
   EXPECT_TRUE(calls.EachWas(Api::GetLastError, Said<Api::GetLastError>()));
 }
 
-TEST(DriverLibraryCalls, SayWhatIsMissingAndFreeTheLibrary) {
+TEST(DriverLibraryCalls, NameWhatIsMissingAndFreeTheLibrary) {
   const std::string noFile = "WinDivert.dll was not found in the runtime cache.";
   const std::string code = text::ToUtf8(DescribeDriverError(ERROR_PROC_NOT_FOUND));
   const std::string noExport = "WinDivert.dll is missing required exports.";

@@ -7,7 +7,7 @@
 namespace tunnel {
 namespace {
 
-// A UDP path that only tells what is asked of it.
+// A UDP path that only records its calls.
 class NotingUdpRelay : public UdpRelay {
  public:
   NotingUdpRelay(TestWorld& world, FakeDriver& driver) : world_(world), driver_(driver) {}

@@ -15,10 +15,10 @@
 
 namespace tunnel {
 
-// What a session under test sees of the world besides driver and relay: it notes commands, UDP
-// calls and pauses, and makes them fail or wait on demand. No pause takes time by itself.
+// A session's surroundings besides driver and relay. Records commands, UDP calls and pauses, and
+// makes them fail or block on demand. Pauses take no time by themselves.
 //
-// Threads: any. Waits end after ten seconds at most.
+// Threads: any. Waits end within ten seconds.
 class TestWorld {
  public:
   std::atomic<const char*> driverError{nullptr};  // what loading the driver throws
@@ -28,21 +28,21 @@ class TestWorld {
 
   SessionDeps Deps(FakeDriver& driver);
 
-  // What this computer is in; at first 192.168.1.0/24.
+  // This computer's networks; initially 192.168.1.0/24.
   void SetLocalNetworks(LocalNetworks local) EXCLUDES(lock_);
 
-  // From now on a pause lasts until it is released or cut short.
+  // From now on each pause lasts until released or cut short.
   void HoldPauses() EXCLUDES(lock_);
-  // Lets one pause go, the one that waits or the next.
+  // Releases the current pause, or else the next one.
   void ReleasePause() EXCLUDES(lock_);
   [[nodiscard]] bool WaitForPauses(std::size_t count) EXCLUDES(lock_);
   [[nodiscard]] bool WaitForUdpStarts(std::size_t count) EXCLUDES(lock_);
 
   [[nodiscard]] std::vector<std::chrono::milliseconds> Pauses() const EXCLUDES(lock_);
   [[nodiscard]] std::vector<std::wstring> Commands() const EXCLUDES(lock_);
-  // What happened since the last call, with what of the driver was open then: "udp start with N
-  // handles", "udp started" after one that waited, "udp close with N handles", "udp join", "command
-  // with N libraries".
+  // The events since the last call, with the driver's state at that time: "udp start with N
+  // handles", "udp started" after one that blocked, "udp close with N handles", "udp join",
+  // "command with N libraries".
   std::vector<std::string> Take() EXCLUDES(lock_);
 
   // The calls that the UDP path can make on the session.
@@ -76,8 +76,8 @@ class TestWorld {
   std::vector<std::string> events_ GUARDED_BY(lock_);
 };
 
-// A session on a fake driver and a loopback relay, with a request that starts it: this computer is
-// in 192.168.1.0/24, so the site's network of that name is reached as 172.31.0.0/24.
+// A session on a fake driver and a loopback relay, with a valid request. This computer is in
+// 192.168.1.0/24, so the site's network with that address is mapped to 172.31.0.0/24.
 class SessionFixture : public testing::Test {
  protected:
   SessionFixture();

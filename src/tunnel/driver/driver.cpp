@@ -47,7 +47,8 @@ bool Driver::ReplaceCapture(const std::wstring& filter) {
   bool isReplaced = false;
   {
     const platform::MutexLock lock(driverLock_);
-    isReplaced = capture_ == old;  // else it was closed meanwhile, and so is the new one
+    // If the old handle was closed in the meantime, the new one must not stay open either.
+    isReplaced = capture_ == old;
     if (isReplaced) capture_.swap(gate);
   }
   CloseCapture(gate);
@@ -89,6 +90,7 @@ Driver::GatePointer Driver::Enter(const GatePointer& gate) {
 void Driver::Leave(Gate& gate) noexcept {
   const platform::MutexLock lock(driverLock_);
   --gate.calls;
+  // Only a close waits for this; packets normally pass without waking anyone.
   if (closing_ > 0) left_.NotifyAll();
 }
 
@@ -130,8 +132,8 @@ void Driver::RecalculateChecksums(std::span<std::byte> packet) const {
   }
 }
 
-// The receives inside are woken by the close and waited for behind it: until then the number of the
-// handle may not come to mean something else to them.
+// Closes first, because only that wakes a receive. Then waits, so that no handle opened later can
+// get the number that a late receive still uses.
 void Driver::CloseCapture(const GatePointer& gate) noexcept {
   if (gate == nullptr) return;
   BeginClosing();
@@ -143,6 +145,7 @@ void Driver::CloseCapture(const GatePointer& gate) noexcept {
   EndClosing();
 }
 
+// Waits first, then closes: an injection ends by itself, and must not see its handle closed.
 void Driver::CloseInject(const GatePointer& gate) noexcept {
   if (gate == nullptr) return;
   BeginClosing();

@@ -14,10 +14,10 @@ constexpr std::uint32_t kMarkedForDeletion = 1072;
 
 struct KnownError {
   std::uint32_t code;
-  const wchar_t* meaning;  // and cure
+  const wchar_t* meaning;  // with its cure
 };
 
-// What real systems answer, and what it was each time.
+// Codes seen on real systems, with their actual causes.
 constexpr KnownError kKnownErrors[] = {
     {2,
      L"找不到驱动文件 WinDivert64.sys，多半被杀毒软件隔离。请在杀毒软件中恢复并信任它，再重新启动本"
@@ -53,7 +53,7 @@ std::string WithCode(const std::string& text, std::uint32_t code) {
   return code == 0 ? text : text + "\r\n" + text::ToUtf8(DescribeDriverError(code));
 }
 
-// The kernel service goes by the first name in 2.x of the driver, by the second in older ones.
+// Version 2.x of the driver names its kernel service WinDivert64, older versions WinDivert.
 constexpr const wchar_t* kServiceCommands[] = {L"sc stop WinDivert64", L"sc delete WinDivert64",
                                                L"sc stop WinDivert", L"sc delete WinDivert"};
 constexpr std::chrono::milliseconds kCommandWait{5000};
@@ -81,7 +81,7 @@ void RemoveDriverService(const HiddenRunner& runHidden) noexcept {
     try {
       runHidden(command, kCommandWait);
     } catch (const std::exception&) {
-      // What cannot be started is skipped; the next may work.
+      // The command could not be started; the next one may work.
     }
   }
 }

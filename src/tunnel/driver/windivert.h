@@ -10,7 +10,7 @@
 
 namespace tunnel {
 
-// The packet driver's published interface (WinDivert 2.x), as far as the tunnel uses it.
+// The part of the packet driver's published interface (WinDivert 2.x) used by the tunnel.
 
 // WINDIVERT_ADDRESS: 80 bytes, the same in every 2.x. Flags is one little-endian word: bits 0-7
 // layer, 8-15 event, 16 sniffed, 17 outbound, 18 loopback, 19 impostor, 20 IPv6, 21-23 valid
@@ -41,8 +41,8 @@ inline bool IsValidDriverHandle(WinDivertHandle handle) noexcept {
   return handle != nullptr && handle != InvalidDriverHandle();
 }
 
-// The library and the five functions the tunnel calls. Destroying it unloads the library; no
-// handle opened through it may outlive it. int results are Windows' BOOL.
+// The library and the five functions called by the tunnel. Destroying it unloads the library; close
+// all handles first. int results are Windows' BOOL.
 //
 // Threads: the functions may run on one handle from several threads, each with its own buffers.
 struct WinDivertApi {
@@ -55,9 +55,9 @@ struct WinDivertApi {
   int (*calcChecksums)(void* packet, std::uint32_t lengthBytes, WinDivertAddress* address,
                        std::uint64_t flags) = nullptr;
   int (*close)(WinDivertHandle handle) = nullptr;
-  // The system's code for the failure of the calling thread's last call.
+  // The system's error code for the calling thread's last call.
   std::uint32_t (*lastError)() = nullptr;
-  // Frees the library last of all; what it is made of is the loader's affair.
+  // Unloads the library; last, so that it is destroyed first.
   std::shared_ptr<void> module;
 };
 
@@ -66,11 +66,11 @@ struct WinDivertApi {
 // the system's code, or "WinDivert.dll is missing required exports.". Windows only.
 std::unique_ptr<WinDivertApi> LoadWinDivert();
 
-// The packet driver could not be loaded or opened. what() is the failure's fixed text and, where
-// the system gave a code, a line of its own (after CRLF) with that code, its meaning and its cure.
+// The packet driver could not be loaded or opened. what() is a fixed text, followed, if the system
+// gave a code, by CRLF and a line with that code, its meaning and its cure.
 class DriverError : public std::runtime_error {
  public:
-  // `code`: of GetLastError(); 0 when the system gave none.
+  // `code`: from GetLastError(), or 0 for none.
   DriverError(const std::string& text, std::uint32_t code);
   [[nodiscard]] std::uint32_t Code() const noexcept { return code_; }
 
@@ -78,19 +78,19 @@ class DriverError : public std::runtime_error {
   std::uint32_t code_;
 };
 
-// The line for a code other than 0. Pure, but for the system's text of a code not known here.
+// The line for a code other than 0; uses the system's text for unknown codes.
 std::wstring DescribeDriverError(std::uint32_t code);
 
-// Whether the code says that what another use of the driver has left is in the way, so that
-// stopping it and trying again may help.
+// Whether the code points to a driver service left by another program, so that removing the service
+// and trying again may help.
 bool IsDriverLeftover(std::uint32_t code) noexcept;
 
 // As platform::RunHidden: starts a command and waits for its end up to `wait`.
 using HiddenRunner =
     std::function<bool(const std::wstring& commandLine, std::chrono::milliseconds wait)>;
 
-// Stops the packet driver's kernel service and removes it, under the names of the driver's 2.x and
-// of older ones. What cannot be done is passed over. Any thread.
+// Stops and deletes the packet driver's kernel service, under the names of version 2.x and of older
+// ones. Ignores failures. Any thread.
 void RemoveDriverService(const HiddenRunner& runHidden) noexcept;
 
 }  // namespace tunnel

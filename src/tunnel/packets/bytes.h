@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <span>
 
-// Numbers in wire order (most significant byte first), read and written byte by byte, so that
-// neither alignment nor the computer's byte order matters. That offset and width lie inside `bytes`
-// is the caller's to check first; the asserts only find our own slips.
+// Reads and writes numbers in wire order (most significant byte first) byte by byte, so that
+// neither alignment nor the computer's byte order matters. Callers must check that the number lies
+// inside `bytes`; the asserts only catch programming errors.
 namespace tunnel {
 
 inline std::uint8_t ReadU8(std::span<const std::byte> bytes, std::size_t offset) noexcept {

@@ -14,10 +14,10 @@ FlowTree::Packed::Packed(const FlowKey& key) noexcept
     : high(std::uint64_t{key.protocol} << 48 | std::uint64_t{key.source} << 16 | key.sourcePort),
       low(std::uint64_t{key.destination} << 16 | key.destinationPort) {}
 
-// How many of the keys are below `key`, or also equal to it; unused places never are. In two
-// rounds: first the last key of each eighth, then the keys of the eighth that holds the place. The
-// comparisons of a round need nothing of one another, so the processor makes them side by side; a
-// binary search would have it wait for each, or guess.
+// Counts the keys below `key`, or not above it if `orEqual`; unused places never count. Two rounds:
+// first the last key of each eighth, then all keys of the eighth in question. The comparisons
+// within a round are independent, so the processor runs them in parallel; in a binary search each
+// would wait for the one before, or be predicted.
 template <std::size_t capacity>
 std::size_t FlowTree::CountBelow(const std::array<Packed, capacity>& keys, const Packed& key,
                                  bool orEqual) noexcept {
@@ -69,8 +69,8 @@ void FlowTree::Set(const FlowKey& key, const FlowEntry& entry) {
   ++size_;
 }
 
-// The leaf where `key` belongs, with a free place. Splits every full node on the way down, so that
-// a split never has to go up again.
+// Returns the leaf for `key`, with a free place. Splits every full node on the way down, so that a
+// split never propagates upwards.
 FlowTree::Leaf& FlowTree::MakeRoom(const Packed& key) {
   if (root_ == nullptr) root_ = NewLeaf();
   if (root_->count == (height_ > 0 ? Inner::kCapacity : Leaf::kCapacity)) {
@@ -98,8 +98,8 @@ FlowTree::Split FlowTree::SplitIfFull(Node& node, std::size_t height, const Pack
   return node.count == Leaf::kCapacity ? SplitLeaf(static_cast<Leaf&>(node), key) : Split{};
 }
 
-// In halves; but programs take their ports one after the other, and a key behind all others begins
-// a leaf of its own, so that such a row of flows leaves full leaves behind.
+// Splits in halves, except for a key above all others, which starts a new leaf. Programs use
+// ascending ports, so this leaves full leaves behind instead of half-empty ones.
 FlowTree::Split FlowTree::SplitLeaf(Leaf& leaf, const Packed& key) {
   Leaf* const right = NewLeaf();
   if (leaf.keys[leaf.count - 1] < key) return {key, right};
@@ -115,7 +115,7 @@ FlowTree::Split FlowTree::SplitLeaf(Leaf& leaf, const Packed& key) {
 FlowTree::Split FlowTree::SplitInner(Inner& inner) {
   Inner* const right = NewInner();
   const std::size_t half = inner.count / 2;
-  const Packed key = inner.keys[half];  // goes up
+  const Packed key = inner.keys[half];  // moves to the parent
   right->count = inner.count - half - 1;
   std::copy_n(&inner.keys[half + 1], right->count, right->keys.begin());
   std::copy_n(&inner.children[half + 1], right->count + 1, right->children.begin());
@@ -124,7 +124,7 @@ FlowTree::Split FlowTree::SplitInner(Inner& inner) {
   return {key, right};
 }
 
-// There is a free place.
+// `parent` must have a free place.
 void FlowTree::InsertChild(Inner& parent, const Split& split) noexcept {
   const std::size_t at = CountBelow(parent.keys, split.key, false);
   for (std::size_t index = parent.count; index > at; --index) {
@@ -154,7 +154,7 @@ void FlowTree::Clear() noexcept {
 
 const BroadcastEntry* FlowTables::FindBroadcast(std::uint32_t source, std::uint16_t sourcePort,
                                                 std::uint16_t destinationPort) const {
-  // One look-up a network, in table order: the records of one network stand together.
+  // One look-up per network, in table order; the records of a network are adjacent.
   auto record = broadcasts_.begin();
   while (record != broadcasts_.end()) {
     const std::uint32_t network = record->first.realNetwork;

@@ -12,8 +12,8 @@
 
 namespace tunnel {
 
-// What tells one flow from another, as the outbound packet looks after its rewrite. Ordered field
-// by field. Addresses and ports in host order.
+// Identifies a flow by the outbound packet after its rewrite. Ordered field by field; addresses and
+// ports in host order.
 struct FlowKey {
   std::uint8_t protocol = 0;
   std::uint32_t source = 0;           // the tunnel address
@@ -24,32 +24,32 @@ struct FlowKey {
   friend auto operator<=>(const FlowKey&, const FlowKey&) = default;
 };
 
-// How an answer gets back to the program on this computer that asked.
+// Routes an answer back to the program on this computer that asked.
 struct FlowEntry {
   std::uint32_t localSource = 0;           // this computer's address, before the rewrite
-  std::uint32_t addressedDestination = 0;  // the (mapped) address that the program used
+  std::uint32_t addressedDestination = 0;  // the (mapped) address used by the program
   std::uint32_t interfaceIndex = 0;        // of the captured packet
   std::uint32_t subInterfaceIndex = 0;
 
   friend bool operator==(const FlowEntry&, const FlowEntry&) = default;
 };
 
-// An ordered table of flows: a B+ tree, whose nodes of a kilobyte let a look-up among 100 000 flows
-// touch 4 of them where a binary tree touches 17. Flows never leave it one by one.
+// An ordered table of flows: a B+ tree with nodes of about a kilobyte, so that a look-up among
+// 100 000 flows touches 4 nodes where a binary tree touches 17. Single flows are never removed.
 //
 // Threads: none inside; one caller at a time.
 // Owns:    34 to 70 bytes a flow.
 class FlowTree {
  public:
-  // nullptr when there is none; valid until the next Set() or Clear().
+  // nullptr if not found; valid until the next Set() or Clear().
   [[nodiscard]] const FlowEntry* Find(const FlowKey& key) const noexcept;
-  // Inserts or replaces. Allocates only for a key that is not there.
+  // Inserts or replaces. Allocates only for a new key.
   void Set(const FlowKey& key, const FlowEntry& entry);
   void Clear() noexcept;
   [[nodiscard]] std::size_t Size() const noexcept { return size_; }
 
  private:
-  // A FlowKey as one number of the same order; by itself an unused place, above all keys.
+  // A FlowKey as one number with the same order. By default an unused place, above all keys.
   struct Packed {
     std::uint64_t high = ~std::uint64_t{0};  // protocol, source, source port
     std::uint64_t low = ~std::uint64_t{0};   // destination, destination port
@@ -69,13 +69,13 @@ class FlowTree {
     std::array<Packed, kCapacity> keys;
     std::array<FlowEntry, kCapacity> entries;
   };
-  // Child i holds the keys below key i, the last child the rest.
+  // Child i holds the keys below key i; the last child holds the rest.
   struct Inner : Node {
     static constexpr std::size_t kCapacity = 64;
     std::array<Packed, kCapacity> keys;
     std::array<Node*, kCapacity + 1> children{};
   };
-  // What a split gives to the parent: the new node to the right and its smallest key.
+  // The result of a split, for the parent: the new right node and its smallest key.
   struct Split {
     Packed key;
     Node* right = nullptr;
@@ -100,7 +100,7 @@ class FlowTree {
   std::vector<std::unique_ptr<Inner>> inners_;
 };
 
-// An asked broadcast: any host of the network may answer it. Ordered field by field.
+// A broadcast question, which any host of the network may answer. Ordered field by field.
 struct BroadcastKey {
   std::uint32_t realNetwork = 0;
   std::uint32_t realPrefix = 0;
@@ -111,24 +111,24 @@ struct BroadcastKey {
 };
 using BroadcastEntry = FlowEntry;
 
-// The flows of one tunnel. Entries live as long as the tunnel: nothing ages out.
+// The flows of one tunnel. Entries live as long as the tunnel; none expire.
 //
 // Threads: none inside; the packet path calls it under its packet lock.
 class FlowTables {
  public:
-  // Record replaces an entry that is there.
+  // Both replace an existing entry.
   void RecordFlow(const FlowKey& key, const FlowEntry& entry) { flows_.Set(key, entry); }
   void RecordBroadcast(const BroadcastKey& key, const BroadcastEntry& entry) {
     broadcasts_[key] = entry;
   }
 
-  // nullptr when there is none; valid until something is recorded or cleared, as is the next.
+  // Both results: nullptr if not found, valid until the next record or clear.
   [[nodiscard]] const FlowEntry* FindFlow(const FlowKey& key) const noexcept {
     return flows_.Find(key);
   }
 
-  // The broadcast that a UDP packet from `source` may answer: first in table order whose network
-  // holds `source` and whose ports are the answer's, swapped. nullptr when there is none.
+  // The broadcast that a UDP packet from `source` may answer: the first in table order whose
+  // network contains `source` and whose ports are the answer's, swapped.
   [[nodiscard]] const BroadcastEntry* FindBroadcast(std::uint32_t source, std::uint16_t sourcePort,
                                                     std::uint16_t destinationPort) const;
 

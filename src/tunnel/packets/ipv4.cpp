@@ -23,28 +23,28 @@ std::optional<std::uint32_t> ParseTunnelAddress(std::wstring_view value) {
 void AddressRanges::Add(const Ipv4Network& network) {
   std::uint32_t first = FirstAddress(network);
   std::uint32_t last = LastAddress(network);
-  // Runs that overlap or touch the new one are merged into it. The subtractions cannot wrap: a run
-  // that starts after `first` does not start at 0, and one that ends before it does not end at the
-  // highest address.
-  auto run = lastByFirst_.upper_bound(first);
-  if (run != lastByFirst_.begin()) {
-    const auto before = std::prev(run);
-    if (before->second >= first || before->second == first - 1) run = before;
+  // Merge overlapping and adjacent ranges into the new one. The subtractions cannot wrap: a range
+  // that starts after `first` does not start at 0, and `first` is not 0 if a range starts before
+  // it.
+  auto range = lastByFirst_.upper_bound(first);
+  if (range != lastByFirst_.begin()) {
+    const auto before = std::prev(range);
+    if (before->second >= first || before->second == first - 1) range = before;
   }
-  while (run != lastByFirst_.end() && (run->first <= last || run->first - 1 == last)) {
-    first = std::min(first, run->first);
-    last = std::max(last, run->second);
-    run = lastByFirst_.erase(run);
+  while (range != lastByFirst_.end() && (range->first <= last || range->first - 1 == last)) {
+    first = std::min(first, range->first);
+    last = std::max(last, range->second);
+    range = lastByFirst_.erase(range);
   }
   lastByFirst_.emplace(first, last);
 }
 
 std::optional<std::uint32_t> AddressRanges::FindTaken(const Ipv4Network& network) const {
   const std::uint32_t first = FirstAddress(network);
-  auto run = lastByFirst_.upper_bound(first);
-  if (run != lastByFirst_.begin() && std::prev(run)->second >= first) run = std::prev(run);
-  if (run == lastByFirst_.end() || run->first > LastAddress(network)) return std::nullopt;
-  return run->second;
+  auto range = lastByFirst_.upper_bound(first);
+  if (range != lastByFirst_.begin() && std::prev(range)->second >= first) range = std::prev(range);
+  if (range == lastByFirst_.end() || range->first > LastAddress(network)) return std::nullopt;
+  return range->second;
 }
 
 }  // namespace tunnel

@@ -8,8 +8,8 @@
 
 namespace tunnel {
 
-// IPv4 addresses and networks. An address is an unsigned 32-bit number in host order: the first
-// dotted octet is the most significant byte. All functions are pure.
+// IPv4 networks. Addresses are unsigned 32-bit numbers in host order: the first dotted octet is the
+// most significant byte. All functions are pure.
 
 struct Ipv4Network {
   std::uint32_t network = 0;  // already masked with the prefix
@@ -38,24 +38,24 @@ bool Overlaps(const Ipv4Network& a, const Ipv4Network& b) noexcept;
 // "192.168.1.0/24".
 std::wstring FormatNetwork(const Ipv4Network& network);
 
-// The address of an authorisation's assigned address: the dotted quad before the first "/", or the
-// whole text where there is none.
+// Parses an authorisation's assigned address: a dotted quad, optionally followed by "/" and a
+// prefix length, which is ignored.
 std::optional<std::uint32_t> ParseTunnelAddress(std::wstring_view value);
 
-// A set of IPv4 addresses, kept as disjoint ranges, so that asking what is taken stays quick
-// however many networks are in it.
+// A set of IPv4 addresses as disjoint ranges, so that look-ups stay fast however many networks it
+// holds.
 //
 // Threads: none inside.
 class AddressRanges {
  public:
   void Add(const Ipv4Network& network);
 
-  // Where the addresses of `network` are taken, the last address of the first taken run that it
-  // touches (the run may reach past the network); nothing when all are free.
+  // If any address of `network` is in the set, the last address of the first range that touches it
+  // (the range may extend past the network); otherwise empty.
   [[nodiscard]] std::optional<std::uint32_t> FindTaken(const Ipv4Network& network) const;
 
  private:
-  std::map<std::uint32_t, std::uint32_t> lastByFirst_;  // runs: neither overlapping nor adjacent
+  std::map<std::uint32_t, std::uint32_t> lastByFirst_;  // never overlapping or adjacent
 };
 
 }  // namespace tunnel

@@ -6,8 +6,8 @@
 namespace tunnel {
 namespace {
 
-// Memory for packets up to this size is always kept, at most 8 MiB. For larger ones there is
-// another limit: a queue full of the longest packets would keep 256 MiB.
+// Memory of packets up to this size is always kept: 8 MiB at most. Larger packets have a limit of
+// their own, or a queue full of the longest ones would keep 256 MiB.
 constexpr std::size_t kUsualBytes = 2048;
 constexpr std::size_t kMaxLargeBytes = 4194304;
 
@@ -83,7 +83,7 @@ std::size_t PacketQueue::Size() const {
   return size_;
 }
 
-// The `index`th packet from the oldest on, or the place behind the newest.
+// Returns the packet `index` places after the oldest, or the free place behind the newest.
 Packet& PacketQueue::At(std::size_t index) {
   return places_[(oldest_ + index) % kCapacity];
 }

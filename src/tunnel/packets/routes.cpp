@@ -14,8 +14,8 @@ namespace {
 
 constexpr Ipv4Network kNatSpace{0xAC1F0000, 16};  // 172.31.0.0/16
 
-// The number at the start of `text`: white space, a sign, digits; 0 without digits. Nothing when it
-// is no prefix length.
+// Parses white space, a sign and digits at the start of `text`; 0 without digits. Empty if the
+// number is not a prefix length.
 std::optional<std::uint32_t> ParsePrefix(std::wstring_view text) {
   std::size_t at = 0;
   while (at < text.size() && text::IsSpace(text[at])) ++at;
@@ -41,8 +41,8 @@ std::optional<Ipv4Network> ParseRoute(std::wstring_view entry) {
   return Ipv4Network{*address & MaskOf(*prefix), *prefix};
 }
 
-// The first free block of the prefix's size in the NAT space. The walk goes from block to block,
-// past everything taken at once.
+// Returns the first free block of the prefix's size in the NAT space. Skips each taken range as a
+// whole: a /32 in a crowded space would otherwise need up to 65536 steps.
 Ipv4Network AllocateSubstitute(std::uint32_t prefix, const AddressRanges& taken) {
   if (prefix >= kNatSpace.prefix) {
     Ipv4Network block{kNatSpace.network, prefix};
@@ -50,7 +50,7 @@ Ipv4Network AllocateSubstitute(std::uint32_t prefix, const AddressRanges& taken)
       const std::optional<std::uint32_t> lastTaken = taken.FindTaken(block);
       if (!lastTaken) return block;
       if (*lastTaken >= LastAddress(kNatSpace)) break;
-      // The block after the one that holds the last taken address.
+      // Continue with the block after the one that contains the last taken address.
       const std::uint32_t lastOfBlock = *lastTaken | ~MaskOf(prefix);
       if (lastOfBlock >= LastAddress(kNatSpace)) break;
       block.network = lastOfBlock + 1;
@@ -114,7 +114,7 @@ RouteIndex::RouteIndex(std::vector<RouteMapping> mappings) : mappings_(std::move
   for (std::uint32_t prefix = 33; prefix-- > 0;) {
     const auto count = static_cast<std::size_t>(std::ranges::count(
         mappings_, prefix, [](const RouteMapping& mapping) { return mapping.mappedPrefix; }));
-    // At most half full, so that a free place is near.
+    // At most half full, so that probing stays short.
     if (count > 0) groups_.push_back({prefix, std::vector(std::bit_ceil(2 * count), kNone)});
   }
   for (std::uint32_t index = 0; index < mappings_.size(); ++index) Insert(index);
@@ -127,10 +127,11 @@ void RouteIndex::Insert(std::uint32_t index) {
   if (place == kNone) place = index;  // else an earlier one has the same network
 }
 
-// Where the mapping with that network stands, or the free place where it would.
+// Returns the place of the mapping with that network, or the free place for it.
 std::size_t RouteIndex::PlaceOf(const Group& group, std::uint32_t network) const noexcept {
   const std::size_t last = group.places.size() - 1;
-  // Fibonacci hashing: networks differ in their upper bits, which the multiplication brings down.
+  // Fibonacci hashing: networks differ in their upper bits; the multiplication mixes them
+  // downwards.
   std::size_t at = (std::uint64_t{network} * 0x9E3779B97F4A7C15U) >> 40 & last;
   while (group.places[at] != kNone &&
          FirstAddress(mappings_[group.places[at]].Mapped()) != network) {

@@ -11,8 +11,7 @@
 
 namespace tunnel {
 
-// From the service's route texts to what the tunnel translates. All functions are pure and run once
-// per tunnel start, on the starting thread.
+// Turns the service's route texts into the mappings of the tunnel. All functions are pure.
 
 // One target route: a real site network and the network that this computer uses for it.
 struct RouteMapping {
@@ -28,38 +27,38 @@ struct RouteMapping {
   friend bool operator==(const RouteMapping&, const RouteMapping&) = default;
 };
 
-// Reads CIDR texts; what cannot be read is left out. The prefix length is read leniently (white
-// space, a sign, then digits up to the first other character, none meaning 0), because services
-// have sent such texts: "10.0.0.0/24abc" is a /24. Host bits are cleared.
+// Parses CIDR texts, skipping invalid ones. The prefix length is parsed leniently (white space, a
+// sign, then digits up to the first other character, no digits meaning 0), because services have
+// sent such texts: "10.0.0.0/24abc" is a /24. Host bits are cleared.
 std::vector<Ipv4Network> ParseRoutes(std::span<const std::wstring> texts);
 
-// Gives each route the network under which this computer reaches it, in ascending order of network
-// and then prefix length. A route that touches one of `localNetworks`, or a network already given
-// out, gets the first free block of its size in 172.31.0.0/16; every other keeps its addresses. So
-// the mapped networks never overlap, and repeated or nested routes stay apart.
+// Assigns each route the network under which this computer reaches it, in ascending order of
+// network and then prefix length. A route that overlaps one of `localNetworks` or a network already
+// assigned gets the first free block of its size in 172.31.0.0/16; all others keep their addresses.
+// So mapped networks never overlap, and repeated or nested routes stay apart.
 //
 // Throws std::runtime_error "No available NAT mapping network was found in 172.31.0.0/16.".
 std::vector<RouteMapping> BuildRouteMappings(std::span<const Ipv4Network> routes,
                                              std::span<const Ipv4Network> localNetworks);
 
-// A network of this computer's and a mapped one that share addresses.
+// A network of this computer and a mapped one that share addresses.
 struct RouteOverlap {
   Ipv4Network local;
   Ipv4Network mapped;
 };
 
-// Each mapped network with the first of `localNetworks` that touches it. None touched it when the
-// mappings were built; a network that this computer has joined since may.
+// Returns each mapped network with the first of `localNetworks` that overlaps it: one that this
+// computer has joined since the mappings were built.
 std::vector<RouteOverlap> FindOverlaps(std::span<const RouteMapping> mappings,
                                        std::span<const Ipv4Network> localNetworks);
 
-// The text for display: one line a mapping, CRLF between, none after the last; empty for none.
+// The text for display: one line per mapping, separated by CRLF.
 std::wstring DescribeRoutes(std::span<const RouteMapping> mappings);
 
-// The route mappings of a tunnel, found by address: one step for each length of prefix among them,
-// which are few, however many routes there are.
+// Finds a tunnel's route mappings by address, in one step per distinct prefix length: few, however
+// many routes there are.
 //
-// Threads: any number may read at once; never changes.
+// Threads: immutable, so any number may read at once.
 class RouteIndex {
  public:
   RouteIndex() = default;
@@ -68,15 +67,14 @@ class RouteIndex {
   // In the order given.
   [[nodiscard]] const std::vector<RouteMapping>& Mappings() const noexcept { return mappings_; }
 
-  // The mapping whose mapped network holds `destination`: the longest prefix, the earlier on a tie;
-  // nullptr when there is none. Valid as long as the index.
+  // The mapping whose mapped network contains `destination`: the longest prefix, the earlier one on
+  // a tie; nullptr if there is none. Valid as long as the index.
   [[nodiscard]] const RouteMapping* Find(std::uint32_t destination) const noexcept;
 
  private:
   static constexpr std::uint32_t kNone = ~std::uint32_t{0};
 
-  // The mappings of one prefix length: a hash table, each place with the index of a mapping, of
-  // which the next free place is taken where several fall on one.
+  // The mappings of one prefix length: a hash table of indices with linear probing.
   struct Group {
     std::uint32_t prefix = 0;
     std::vector<std::uint32_t> places;  // their number is a power of two; kNone: free
@@ -86,7 +84,7 @@ class RouteIndex {
   [[nodiscard]] std::size_t PlaceOf(const Group& group, std::uint32_t network) const noexcept;
 
   std::vector<RouteMapping> mappings_;
-  std::vector<Group> groups_;  // the longest prefix first
+  std::vector<Group> groups_;  // longest prefix first
 };
 
 }  // namespace tunnel

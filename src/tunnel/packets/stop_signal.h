@@ -7,8 +7,8 @@
 
 namespace tunnel {
 
-// What every loop of the tunnel looks at before it blocks. Starting clears `stopping` and sets
-// `running`; stopping does the reverse before it closes handles and sockets to wake the loops.
+// Every loop of the tunnel checks these before it blocks. A start clears `stopping` and sets
+// `running`; a stop does the reverse before it closes handles and sockets to wake the loops.
 struct TunnelFlags {
   std::atomic<bool> running{false};
   std::atomic<bool> stopping{false};
@@ -16,9 +16,8 @@ struct TunnelFlags {
   [[nodiscard]] bool KeepGoing() const noexcept { return running && !stopping; }
 };
 
-// Keeps TunnelFlags::stopping: set while anyone asks for a stop, and from a stop to the next start.
-// A start that finds a stop waiting for it must not clear the flag under the stopper's feet, so
-// requests are counted.
+// Owns TunnelFlags::stopping: set from a stop request until the next start. Requests are counted,
+// so that a start cannot clear the flag while another thread's stop is still waiting.
 //
 // Threads: any.
 class StopSignal {
@@ -26,22 +25,22 @@ class StopSignal {
   // Keeps the reference; the flags must outlive it.
   explicit StopSignal(TunnelFlags& flags) : flags_(flags) {}
 
-  // Sets the flag and ends every wait. Each Request() is followed by one Settle() when its stop is
+  // Sets the flag and ends every wait. Call Settle() once for each Request(), when its stop is
   // done; the flag stays set.
   void Request() noexcept EXCLUDES(lock_);
   void Settle() noexcept EXCLUDES(lock_);
 
-  // Clears the flag for a new start; false, and still set, while a stop is under way.
+  // Clears the flag for a new start. False, leaving it set, while a stop is in progress.
   [[nodiscard]] bool TryClear() noexcept EXCLUDES(lock_);
 
   [[nodiscard]] bool IsSet() const noexcept { return flags_.stopping; }
 
-  // Ends the wait under way before its time, or else the next one.
+  // Cuts the current wait short, or else the next one.
   void Hurry() noexcept EXCLUDES(lock_);
-  // Takes that back, for a wait that has not begun.
+  // Withdraws a Hurry() that no wait has used yet.
   void ForgetHurry() noexcept EXCLUDES(lock_);
 
-  // Waits; true when it ends early: a stop is asked for, at once or meanwhile, or it is to hurry.
+  // Waits for `time`. True if a stop or Hurry() ends the wait early.
   bool WaitFor(std::chrono::milliseconds time) EXCLUDES(lock_);
 
  private:

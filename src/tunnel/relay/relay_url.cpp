@@ -15,13 +15,13 @@ bool IsWebSocketUrl(std::wstring_view url) {
   return text::EqualsIgnoreCase(scheme, L"ws") || text::EqualsIgnoreCase(scheme, L"wss");
 }
 
-// CrackUrl() for ws:// and wss:// too. The system's splitter refuses those, though they differ from
-// http:// and https:// in nothing but the name (RFC 6455, section 3).
+// Also accepts ws:// and wss://, which CrackUrl() refuses. They differ from http:// and https://
+// only in name (RFC 6455, section 3).
 bool CrackAnyUrl(const std::wstring& url, platform::UrlParts& parts) {
   return platform::CrackUrl(IsWebSocketUrl(url) ? L"http" + url.substr(2) : url, parts);
 }
 
-// What `serverUrl` with `path` behind it consists of.
+// The parts of `serverUrl` followed by `path`.
 platform::UrlParts CrackServiceUrl(std::wstring_view serverUrl, std::wstring_view path) {
   std::wstring url = text::Trim(serverUrl);
   if (url.empty()) url = settings::DefaultServerUrl();

@@ -30,18 +30,17 @@ std::size_t ExtendedBytes(std::uint8_t lengthField) noexcept {
 
 constexpr std::string_view kEndOfHeader = "\r\n\r\n";
 
-// The functions below mask from `at` on as many whole blocks of their size as there are and return
-// where the rest begins. Every size is a multiple of the key's four bytes, so that the key always
-// begins anew. Intrinsics rather than plain loops: left to itself, GCC takes twice as long as
-// clang.
+// Each function below masks all whole blocks of its size from `at` on and returns the offset of the
+// rest. Block sizes are multiples of the key's four bytes, so every block starts with the key's
+// first byte. Intrinsics, because GCC's code for plain loops takes twice as long as clang's.
 
 bool HasAvx2() noexcept {
-  __builtin_cpu_init();  // needed by what runs before main()
+  __builtin_cpu_init();  // required before main()
   return __builtin_cpu_supports("avx2") != 0;
 }
 const bool kHasAvx2 = HasAvx2();
 
-// Values of 32 bytes must stay in registers: mingw-w64 does not align the stack for them.
+// Keep 32-byte values in registers: mingw-w64 does not align the stack for them.
 __attribute__((target("avx2"))) std::size_t Mask32(std::byte* to, const std::byte* from,
                                                    std::size_t at, std::size_t sizeBytes,
                                                    std::uint32_t keyInMemory) noexcept {
@@ -105,7 +104,7 @@ struct FrameReader::Header {
   bool isFinal = false;
   bool isMasked = false;
   std::uint32_t key = 0;
-  std::size_t sizeBytes = 0;  // 0: not whole yet
+  std::size_t sizeBytes = 0;  // 0: incomplete
   std::uint64_t payloadBytes = 0;
 
   explicit Header(std::span<const std::byte> bytes) noexcept;
@@ -150,7 +149,7 @@ FrameReader::Result FrameReader::Feed(std::span<std::byte> bytes) {
   return {FrameEvent::Ended, taken};
 }
 
-// What is skipped or a ping is not added to the message so far.
+// Skipped frames and pings do not count towards the message being assembled.
 bool FrameReader::IsTooLong(const Header& header) const noexcept {
   const std::size_t held = header.IsData() && isGathering_ ? fragments_.size() : 0;
   return header.payloadBytes > kMaxMessageBytes - held;
@@ -177,6 +176,7 @@ FrameEvent FrameReader::TakeData(bool isFinal, std::span<std::byte> payload) {
   fragments_.insert(fragments_.end(), payload.begin(), payload.end());
   isGathering_ = !isFinal;
   if (!isFinal) return FrameEvent::NeedMore;
+  // The packet path's checksum function may read behind the message.
   const std::size_t messageBytes = fragments_.size();
   fragments_.resize(messageBytes + kReadableBehindPacket);
   payload_ = std::span(fragments_).first(messageBytes);

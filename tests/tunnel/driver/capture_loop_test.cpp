@@ -35,7 +35,7 @@ class CaptureLoopTest : public ::testing::Test {
   void Start() {
     thread_ = std::thread([this] { end_ = CaptureLoop(flags_, driver_, path_); });
   }
-  // As stopping the tunnel does it: the flags, then the handles, then the thread.
+  // In the order of a tunnel's stop: flags, handles, thread.
   void Stop() {
     flags_.running = false;
     flags_.stopping = true;
@@ -54,7 +54,7 @@ class CaptureLoopTest : public ::testing::Test {
   std::thread thread_;
 };
 
-TEST_F(CaptureLoopTest, HandsTunnelPacketsToThePath) {
+TEST_F(CaptureLoopTest, PassesTunnelPacketsToThePath) {
   fake_.Capture(PacketOf(kUdp), address_);
   Start();
   EXPECT_EQ(reader_.Next(), PacketOf(kUdpAtSite));
@@ -73,7 +73,7 @@ TEST_F(CaptureLoopTest, PutsOtherPacketsBackWithTheirWholeRecord) {
   EXPECT_EQ(std::memcmp(&sent[0].address, &address_, sizeof(address_)), 0);
 }
 
-TEST_F(CaptureLoopTest, ADriverThatFailsForGoodDoesNotTakeTheProcessor) {
+TEST_F(CaptureLoopTest, ADriverThatFailsForGoodDoesNotBusyLoop) {
   constexpr std::size_t kFailures = 30;
   fake_.FailNth(FakeDriver::Call::Receive, 1, 1'000'000);
   const auto begin = std::chrono::steady_clock::now();
@@ -96,7 +96,7 @@ TEST_F(CaptureLoopTest, PutsOtherPacketsBackUnchanged) {
   EXPECT_EQ(sent[0].address.interfaceIndex, 12U);
 }
 
-TEST_F(CaptureLoopTest, PassesOverAFailedReceive) {
+TEST_F(CaptureLoopTest, ContinuesAfterAFailedReceive) {
   fake_.FailNth(FakeDriver::Call::Receive, 1);
   fake_.Capture(PacketOf(kUdp), address_);
   Start();
@@ -111,7 +111,7 @@ TEST_F(CaptureLoopTest, PausesAfterEachFailedReceive) {
   const auto begin = std::chrono::steady_clock::now();
   Start();
   EXPECT_EQ(reader_.Next(), PacketOf(kUdpAtSite));
-  // A millisecond each, of which a coarse system clock may keep a part back.
+  // One millisecond each; a coarse system clock may shorten it.
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(kFailures) / 2);
   EXPECT_GE(fake_.Receives(), std::size_t{kFailures + 1});
 }
@@ -137,7 +137,7 @@ TEST_F(CaptureLoopTest, EndsWhenTheHandleIsClosedUnderIt) {
   EXPECT_EQ(end_, CaptureEnd::Stopped);
 }
 
-TEST_F(CaptureLoopTest, DoesNotBeginOnceStopped) {
+TEST_F(CaptureLoopTest, DoesNotStartOnceStopped) {
   flags_.stopping = true;
   EXPECT_EQ(CaptureLoop(flags_, driver_, path_), CaptureEnd::Stopped);
   flags_.stopping = false;
@@ -171,7 +171,7 @@ Packet FirstFragment(Packet packet) {
   return packet;
 }
 
-// The driver's library cannot know the checksum of what it sees the beginning of.
+// The checksum of a fragmented packet cannot be computed from its first fragment.
 TEST_F(CaptureLoopTest, EndsOnTheFirstFragmentOfEachProtocolAndSaysSo) {
   for (const Packet& packet : {PacketOf(kUdp), PacketOf(kSyn), PacketOf(kPing)}) {
     end_ = CaptureEnd::Stopped;
@@ -185,7 +185,7 @@ TEST_F(CaptureLoopTest, EndsOnTheFirstFragmentOfEachProtocolAndSaysSo) {
   }
 }
 
-TEST_F(CaptureLoopTest, AFragmentThatComesWhileStoppingIsNoEndOfItsOwn) {
+TEST_F(CaptureLoopTest, AFragmentDuringAStopEndsAsStopped) {
   Start();
   ASSERT_TRUE(fake_.WaitForReceives(1));
   flags_.stopping = true;

@@ -36,7 +36,7 @@ TEST(DriverError, EachCodeHasItsMeaningAndItsCure) {
   }
 }
 
-TEST(DriverError, AnyOtherCodeHasTheSystemsWords) {
+TEST(DriverError, AnyOtherCodeHasTheSystemsText) {
   const std::wstring line = DescribeDriverError(32);
   EXPECT_EQ(line.find(L"错误 32"), 0U);
   EXPECT_NE(line.find(platform::ErrorReason(32)), std::wstring::npos);

@@ -75,7 +75,7 @@ TEST_F(DriverTest, AnotherFilterIsOpenBeforeTheOldOneCloses) {
   EXPECT_EQ(fake_.OpenHandles(), 0U);
 }
 
-TEST_F(DriverTest, AFilterThatIsRefusedLeavesTheOldOneAtWork) {
+TEST_F(DriverTest, ARefusedFilterLeavesTheOldOneInForce) {
   driver_.Load(fake_.Api());
   driver_.OpenCapture(L"outbound and ip");
   fake_.FailNth(FakeDriver::Call::Open, 1);
@@ -208,7 +208,7 @@ TEST_F(DriverTest, NeverSendsOnAHandleThatAnotherThreadClosed) {
   }
 }
 
-// A driver whose calls stay inside until they are let go. There is one at a time.
+// A driver whose calls block until released. Only one at a time.
 class HeldDriver {
  public:
   HeldDriver() { current_ = this; }
@@ -275,7 +275,7 @@ class HeldDriverTest : public ::testing::Test {
   Packet packet_ = PacketOf(kUdp);
 };
 
-TEST_F(HeldDriverTest, AReceiveWaitsForNoInjectionAndAnInjectionForNoReceive) {
+TEST_F(HeldDriverTest, ReceiveAndInjectionDoNotBlockEachOther) {
   std::jthread injector([&] { driver_.Inject(packet_, {}); });
   held_.sends.WaitForCall();
   std::jthread receiver([&] {
@@ -289,7 +289,7 @@ TEST_F(HeldDriverTest, AReceiveWaitsForNoInjectionAndAnInjectionForNoReceive) {
   held_.receives.LetGo();
 }
 
-TEST_F(HeldDriverTest, ACloseWaitsForTheCallsInside) {
+TEST_F(HeldDriverTest, ACloseWaitsForCallsInProgress) {
   std::jthread injector([&] { driver_.Inject(packet_, {}); });
   std::jthread receiver([&] {
     Packet buffer(100);
@@ -298,7 +298,7 @@ TEST_F(HeldDriverTest, ACloseWaitsForTheCallsInside) {
   });
   held_.sends.WaitForCall();
   held_.receives.WaitForCall();
-  // Two closes at once: neither may return before both calls have left.
+  // With two concurrent closes, neither may return before both calls have returned.
   std::vector<std::jthread> closers;
   for (int index = 0; index < 2; ++index) {
     closers.emplace_back([&] {
@@ -332,8 +332,8 @@ TEST_F(HeldDriverTest, AFilterIsReplacedWhileAReceiveIsInside) {
   held_.receives.LetGo();
 }
 
-// What benchmarks and fuzz targets run on, which no other test does.
-TEST(SilentDriverTest, HasEveryCallThatTheDriverMakes) {
+// The driver of benchmarks and fuzz targets; no other test uses it.
+TEST(SilentDriverTest, HasEveryFunctionUsedByTheDriver) {
   Driver driver;
   driver.Load(SilentDriver());
   driver.OpenCapture(L"true");

@@ -33,8 +33,7 @@ std::uint16_t Fold(std::uint32_t sum) {
   return static_cast<std::uint16_t>(sum);
 }
 
-// Where the transport's checksum stands, counted from the transport header; 0 for a protocol that
-// has none.
+// The checksum's offset within the transport header; 0 for a protocol without one.
 std::size_t ChecksumOffset(std::uint8_t protocol) {
   if (protocol == 1) return 2;
   if (protocol == 6) return 16;
@@ -52,7 +51,7 @@ Parts PartsOf(const std::uint8_t* packet) {
 }
 
 // The folded sum over the transport bytes and, but for ICMP, the pseudo header (RFC 9293, section
-// 3.1; RFC 768). 0xFFFF where the checksum in place is right.
+// 3.1; RFC 768). 0xFFFF if the existing checksum is correct.
 std::uint16_t TransportSum(const std::uint8_t* packet, const Parts& parts) {
   const std::size_t transportBytes = parts.totalBytes - parts.headerBytes;
   std::uint32_t sum = 0;
@@ -241,7 +240,7 @@ int FakeDriver::Receive(WinDivertHandle handle, void* packet, std::uint32_t leng
     driver.Misuse("receive on a handle that does not capture");
     return 0;
   }
-  // A receive that meets a handle just closed is told so, as the real driver does.
+  // A receive on a handle that has just been closed fails, as with the real driver.
   while (known->isOpen && driver.scripted_.empty()) driver.changed_.Wait(driver.lock_);
   if (!known->isOpen) return 0;
   const Sent captured = std::move(driver.scripted_.front());

@@ -14,19 +14,19 @@
 
 namespace tunnel {
 
-// Whether every checksum that the packet carries is right: the IPv4 header's, and TCP's, UDP's or
-// ICMP's over `packet`, which is as long as its IP header says. A UDP checksum of 0 is wrong here:
-// the driver always writes one.
+// Whether all checksums of the packet are correct: the IPv4 header's, and TCP's, UDP's or ICMP's.
+// `packet` must end with its total length. A UDP checksum of 0 is wrong here: the driver always
+// writes one.
 bool HasCorrectChecksums(const Packet& packet);
 
-// Stands in for the packet driver behind its own function table: scripted packets come out of
-// Receive, what is sent is recorded, checksums are really computed (by the plainest reading of RFC
-// 1071, sharing nothing with the program), and any call can be made to fail.
+// A packet driver behind the real function table: Receive returns scripted packets, sent packets
+// are recorded, checksums are computed (a plain RFC 1071 implementation that shares no code with
+// the program), and any call can be made to fail.
 //
-// One at a time in a program, as the driver's functions have no context of their own. It must
-// outlive every WinDivertApi it gave.
+// One per program at a time, because the driver's functions have no context argument. It must
+// outlive every WinDivertApi made by it.
 //
-// Threads: all functions may be called from any thread.
+// Threads: any.
 class FakeDriver {
  public:
   struct OpenCall {
@@ -48,26 +48,25 @@ class FakeDriver {
   FakeDriver(const FakeDriver&) = delete;
   FakeDriver& operator=(const FakeDriver&) = delete;
 
-  // A loaded library; while the result lives, LoadedLibraries() counts it.
+  // A loaded library, counted by LoadedLibraries() as long as the result exists.
   std::unique_ptr<WinDivertApi> Api();
 
-  // What a capturing handle receives next, in order.
+  // Queues a packet for the capturing handle.
   void Capture(Packet packet, const WinDivertAddress& address) EXCLUDES(lock_);
 
-  // Makes the `nth` call of that kind from now fail (1 = the next), and those that follow it,
-  // `count` in all.
+  // Makes `count` calls of that kind fail, starting with the `nth` from now (1 = the next).
   void FailNth(Call call, int nth, int count = 1) EXCLUDES(lock_);
   void SetOpenFailure(OpenFailure failure) EXCLUDES(lock_);
-  // The system's code for a failing open; 0 at first.
+  // The system's code for a failing open; initially 0.
   void SetOpenError(std::uint32_t code) EXCLUDES(lock_);
 
-  // Has the checksum function read behind each packet, as the real one does past a TCP header whose
-  // length is wrong. Under the AddressSanitizer a buffer that ends there ends the test.
+  // Makes the checksum function read behind each packet, as the real one does after a TCP header
+  // with a wrong length. The AddressSanitizer then aborts on buffers without those bytes.
   void ReadBehindPackets() { readsBehind_ = true; }
 
-  // Waits until that many packets were sent altogether; false after ten seconds.
+  // Waits until `count` packets in total have been sent; false after ten seconds.
   [[nodiscard]] bool WaitForSent(std::size_t count) EXCLUDES(lock_);
-  // Waits until that many receives have begun or failed altogether; false after ten seconds.
+  // Waits until `count` receives in total have started or failed; false after ten seconds.
   [[nodiscard]] bool WaitForReceives(std::size_t count) EXCLUDES(lock_);
 
   [[nodiscard]] std::vector<OpenCall> Opened() const EXCLUDES(lock_);
@@ -75,8 +74,8 @@ class FakeDriver {
   [[nodiscard]] std::size_t Receives() const EXCLUDES(lock_);
   [[nodiscard]] std::size_t OpenHandles() const EXCLUDES(lock_);
   [[nodiscard]] int LoadedLibraries() const { return loadedLibraries_; }
-  // What no user of the driver may do, in words: sending on a handle that is closed or does not
-  // send, closing twice, checksums of what is no packet, going on after the library is freed.
+  // Descriptions of illegal calls: sending on a closed or capturing handle, closing twice,
+  // checksums of an invalid packet, calls after the library was freed.
   [[nodiscard]] std::vector<std::string> Misuses() const EXCLUDES(lock_);
 
  private:

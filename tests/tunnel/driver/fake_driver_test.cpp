@@ -8,7 +8,7 @@
 namespace tunnel {
 namespace {
 
-// The stand-in's checksums against packets computed elsewhere.
+// The fake driver's checksums against packets computed elsewhere.
 TEST(FakeDriver, ComputesTheChecksumsOfKnownPackets) {
   FakeDriver driver;
   const auto api = driver.Api();

@@ -1,5 +1,5 @@
-// Counts what a running tunnel allocates for packets of known flows: nothing. A program of its own,
-// because it replaces the allocator.
+// A running tunnel must allocate nothing for packets of known flows. A program of its own, because
+// it replaces the allocator.
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@
 
 namespace {
 
-// Of the threads that carry packets; the test's own relay allocates as it likes.
+// Counts only the threads that carry packets; the test's relay may allocate.
 std::atomic<std::size_t> allocations{0};
 thread_local bool isCounted = false;
 
@@ -45,8 +45,8 @@ namespace {
 constexpr std::uint32_t kComputer = 0xC0A80132;
 constexpr std::size_t kFlows = 50;
 
-// A driver that captures a stream of packets, as many under way at once as are allowed, and counts
-// what comes back. There is one, as the driver's functions have no context.
+// A driver that captures a stream of packets, limited by `allowed`, and counts the injected
+// answers. A global, because the driver's functions have no context argument.
 struct LoopDriver {
   platform::Mutex lock;
   platform::Condition changed;
@@ -105,14 +105,14 @@ std::unique_ptr<WinDivertApi> LoopDriverApi() {
   return api;
 }
 
-// On the thread that sends a packet.
+// Runs on the thread that sends a packet.
 void BeforeSend() {
   isCounted = true;
   const platform::MutexLock held(loop.lock);
   while (!loop.isClosed && loop.captured < loop.heldUntil) loop.changed.Wait(loop.lock);
 }
 
-// What the site makes of a packet: its answer.
+// Turns a packet into the site's answer.
 void TurnRound(std::span<std::byte> packet) {
   const std::uint32_t source = SourceAddress(packet);
   SetSourceAddress(packet, DestinationAddress(packet));
@@ -130,7 +130,7 @@ void AnswerFrames(TestPeer& peer) {
   }
 }
 
-// The UDP path's other end, on the port that the WebSocket's relay has too.
+// The UDP path's other end, on the same port number as the WebSocket's relay.
 class DatagramAnswers {
  public:
   explicit DatagramAnswers(std::uint16_t port) {
@@ -222,8 +222,8 @@ SessionDeps Deps() {
   return deps;
 }
 
-// Sends `count` packets, at most `window` of them under way at once; the first ones all at once, so
-// that no later moment needs memory for more.
+// Sends `count` packets, at most `window` of them in flight. The first `window` are queued
+// together, so that memory use peaks at the start.
 void Exchange(std::size_t packetBytes, std::size_t count, std::size_t window) {
   const platform::MutexLock held(loop.lock);
   loop.packetBytes = packetBytes;
@@ -244,7 +244,7 @@ class PacketAllocations : public testing::Test {
     loop.isClosed = false;
   }
 
-  // What packets of that size cost once the tunnel has had some.
+  // Packets of that size must cost nothing after a warm-up.
   void ExpectNone(std::size_t packetBytes) {
     TestRelay relay(AnswerFrames);
     DatagramAnswers datagrams(relay.Port());

@@ -8,15 +8,15 @@
 #include "tunnel/packets/test_packets.h"
 #include "tunnel/packets/test_random.h"
 
-// Broadcasts through the packet path: those of discovery mode and those that a tool addresses to
-// one network itself.
+// Broadcasts through the packet path: limited ones in discovery mode, and those addressed by a tool
+// to one network.
 namespace tunnel {
 namespace {
 
 constexpr std::uint16_t kAskingPort = 40000;
 constexpr std::uint16_t kDevicePort = 34964;
 
-// A scan as kScan, of another asker.
+// kScan from another asker.
 Packet ScanFrom(std::uint32_t source, std::uint16_t sourcePort,
                 std::uint16_t destinationPort = kDevicePort) {
   Packet packet = PacketOf(kScan);
@@ -26,7 +26,7 @@ Packet ScanFrom(std::uint32_t source, std::uint16_t sourcePort,
   return packet;
 }
 
-// An answer as kScanAnswer, of another device or to another port.
+// kScanAnswer from another device or to another port.
 Packet AnswerFrom(std::uint32_t device, std::uint16_t askingPort = kAskingPort,
                   std::uint16_t devicePort = kDevicePort) {
   Packet packet = PacketOf(kScanAnswer);
@@ -40,7 +40,7 @@ class PacketPathDiscovery : public PacketPathTest {
  protected:
   PacketPathDiscovery() { path_.Configure(kTunnelAddress, {kDirect, kNat}, true); }
 
-  // Where the tool sees a device's answer come from; 0 = it is dropped.
+  // The source address of a device's answer, as seen by the tool; 0 if it is dropped.
   std::uint32_t SeenFrom(std::uint32_t device, std::uint16_t askingPort = kAskingPort) {
     const Packets back = Inbound(AnswerFrom(device, askingPort));
     return back.empty() ? 0 : SourceAddress(back[0]);
@@ -96,7 +96,7 @@ TEST_F(PacketPathDiscovery, AsksTheLastAddressOfANetworkOfAnySize) {
   }
 }
 
-TEST_F(PacketPathDiscovery, GivesNothingBackToTheOwnNetwork) {
+TEST_F(PacketPathDiscovery, InjectsNothingIntoTheOwnNetwork) {
   EXPECT_EQ(Outbound(PacketOf(kScan)).size(), 2U);
   EXPECT_TRUE(fake_.SentPackets().empty());
 }
@@ -171,8 +171,8 @@ TEST_F(PacketPathDiscovery, DropsAnswersFromElsewhere) {
   EXPECT_EQ(SeenFrom(0xC0A8014D), 0xAC1F00FFU) << "the right one, after all these";
 }
 
-// What of the site's traffic reaches the relay is the site's to say; here source and ports decide.
-TEST_F(PacketPathDiscovery, DoesNotAskWhomAnAnswerWasAddressedTo) {
+// The site decides which packets reach the relay; here only source and ports count.
+TEST_F(PacketPathDiscovery, IgnoresAnAnswersDestination) {
   Outbound(PacketOf(kScan));
   for (const std::uint32_t destination : {0xC0A801FFU, 0xFFFFFFFFU}) {
     const auto back = Inbound(WithDestination(AnswerFrom(0xC0A8014D), destination));
@@ -282,7 +282,7 @@ TEST_F(PacketPathDiscovery, ADeviceOfSeveralNetworksAnswersForTheOneThatWasAsked
     const std::uint32_t broadcast = LastAddress(row.other.Mapped());
     Outbound(WithDestination(PacketOf(kScan), broadcast));
     EXPECT_EQ(SeenFrom(row.device), broadcast) << row.what;
-    // From another port the wide one is asked: neither answer takes the other's way.
+    // The wide network is asked from another port; the answers must not be confused.
     Outbound(WithDestination(ScanFrom(kComputer, 40001), 0x0A00FFFF));
     EXPECT_EQ(SeenFrom(row.device, 40001), 0x0A00FFFFU) << row.what;
     EXPECT_EQ(SeenFrom(row.device), broadcast) << row.what;
@@ -333,7 +333,7 @@ TEST_F(PacketPathDiscovery, AnswersForTheFirstNetworkInTableOrderWhateverTheRout
   }
 }
 
-// ---- broadcasts that a tool addresses to one network
+// ---- broadcasts addressed to one network
 
 TEST_F(PacketPathDiscovery, LetsAnyHostAnswerADirectedBroadcastInEitherMode) {
   for (const bool discoveryMode : {false, true}) {
@@ -351,7 +351,7 @@ TEST_F(PacketPathDiscovery, LetsAnyHostAnswerADirectedBroadcastInEitherMode) {
   }
 }
 
-// 10.0.0.63 is the last address of 10.0.0.0/26, but nothing in the address itself says so.
+// 10.0.0.63 is the last address of 10.0.0.0/26, but the address alone does not show it.
 TEST_F(PacketPathDiscovery, KnowsADirectedBroadcastByItsLastOctetOnly) {
   path_.Configure(kTunnelAddress, {{0x0A000000, 26, 0x0A000000, 26, false}}, true);
   Outbound(WithDestination(PacketOf(kScan), 0x0A00003F));
@@ -361,7 +361,7 @@ TEST_F(PacketPathDiscovery, KnowsADirectedBroadcastByItsLastOctetOnly) {
   EXPECT_EQ(SeenFrom(0x0A000009), 0x0A00003FU);
 }
 
-// What counts is the address on site: halves of a /24 may lie the other way round on this side.
+// The address on site counts: the halves of a /24 may be mapped in the other order.
 TEST_F(PacketPathDiscovery, KnowsADirectedBroadcastByItsAddressOnSite) {
   path_.Configure(kTunnelAddress,
                   {{0xC0A80100, 25, 0xAC1F0080, 25, true}, {0xC0A80180, 25, 0xAC1F0000, 25, true}},

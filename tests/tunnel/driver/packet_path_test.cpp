@@ -56,7 +56,7 @@ TEST_F(PacketPathTest, KeepsTheDestinationOnADirectRoute) {
   EXPECT_TRUE(HasCorrectChecksums(back[0]));
 }
 
-TEST_F(PacketPathTest, GoesByTheMappedNetworksOfNestedRoutes) {
+TEST_F(PacketPathTest, UsesTheMappedNetworksOfNestedRoutes) {
   path_.Configure(kTunnelAddress,
                   {{0x0A000000, 16, 0x0A000000, 16, false}, {0x0A000500, 24, 0xAC1F0000, 24, true}},
                   false);
@@ -66,7 +66,7 @@ TEST_F(PacketPathTest, GoesByTheMappedNetworksOfNestedRoutes) {
   const auto underTheNarrow = Outbound(WithDestination(PacketOf(kUdp), 0xAC1F0001));
   ASSERT_EQ(underTheNarrow.size(), 1U);
   EXPECT_EQ(DestinationAddress(underTheNarrow[0]), 0x0A000501U);
-  // Both speak with one host from one port: the later flow is the one that is answered.
+  // Both use one host and one port, so answers belong to the later flow.
   EXPECT_EQ(path_.FlowCount(), 1U);
   const auto back = Inbound(AnswerTo(underTheNarrow[0]));
   ASSERT_EQ(back.size(), 1U);
@@ -159,7 +159,7 @@ TEST_F(PacketPathTest, ForgetsFlowsWhenClearedOrConfiguredAnew) {
   EXPECT_EQ(path_.FlowCount(), 0U);
 }
 
-TEST_F(PacketPathTest, BringsBackWhatTheProgramUsedForAnyPacketAndRoutes) {
+TEST_F(PacketPathTest, RestoresTheOriginalAddressesForAnyPacketAndRoutes) {
   Random random(7);
   for (int round = 0; round < 2000; ++round) {
     const std::uint32_t prefix = 16 + random() % 17;

@@ -6,9 +6,8 @@
 
 namespace tunnel {
 
-// A driver table that accepts everything and does nothing but compute checksums with the given
-// function (none: it leaves them): for measuring and fuzzing, where recording would be in the way.
-// FakeDriver is the one to test with.
+// A driver table for benchmarks and fuzzing that accepts everything and records nothing. Computes
+// checksums with the given function, if any. Tests use FakeDriver.
 inline std::unique_ptr<WinDivertApi> SilentDriver(
     decltype(WinDivertApi::calcChecksums) calcChecksums = nullptr) {
   auto api = std::make_unique<WinDivertApi>();

@@ -13,8 +13,8 @@
 #include "tunnel/packets/queue_reader.h"
 #include "tunnel/packets/test_packets.h"
 
-// What the tests of the packet path share. This computer is 192.168.1.50, its tunnel address
-// 10.99.0.7; 10.0.0.0/24 keeps its addresses, 192.168.1.0/24 is reached as 172.31.0.0/24.
+// Shared by the tests of the packet path. This computer is 192.168.1.50, its tunnel address
+// 10.99.0.7; 10.0.0.0/24 keeps its addresses, 192.168.1.0/24 is mapped to 172.31.0.0/24.
 namespace tunnel {
 
 inline constexpr std::uint32_t kComputer = 0xC0A80132;       // 192.168.1.50
@@ -22,7 +22,7 @@ inline constexpr std::uint32_t kTunnelAddress = 0x0A630007;  // 10.99.0.7
 inline constexpr RouteMapping kDirect{0x0A000000, 24, 0x0A000000, 24, false};
 inline constexpr RouteMapping kNat{0xC0A80100, 24, 0xAC1F0000, 24, true};
 
-// What `action` throws, in words.
+// The text of the exception thrown by `action`.
 template <typename Action>
 std::string ErrorOf(Action action) {
   try {
@@ -38,7 +38,7 @@ inline Packet WithDestination(Packet packet, std::uint32_t destination) {
   return packet;
 }
 
-// The answer to a packet as the site sees it: addresses and ports swapped. Checksums are left.
+// The site's answer to a packet: addresses and ports swapped, checksums unchanged.
 inline Packet AnswerTo(Packet packet) {
   const std::uint32_t source = SourceAddress(packet);
   SetSourceAddress(packet, DestinationAddress(packet));
@@ -54,7 +54,7 @@ inline Packet AnswerTo(Packet packet) {
 
 using Packets = std::vector<Packet>;
 
-// A packet path between a fake driver and a queue that nobody empties. Threads: those of the test.
+// A packet path between a fake driver and a queue without a sender.
 class PacketPathTest : public ::testing::Test {
  protected:
   PacketPathTest() {
@@ -73,13 +73,13 @@ class PacketPathTest : public ::testing::Test {
     EXPECT_EQ(fake_.Misuses(), std::vector<std::string>{});
   }
 
-  // What leaves for the relay when this is captured.
+  // Captures `packet` and returns the packets queued for the relay.
   Packets Outbound(Packet packet) {
     path_.HandleOutbound(packet, address_);
     return reader_.Rest();
   }
 
-  // What is injected when this comes from the relay.
+  // Delivers `packet` from the relay and returns the injected packets.
   Packets Inbound(Packet packet) {
     const std::size_t before = fake_.SentPackets().size();
     path_.HandleInbound(packet);

@@ -9,7 +9,7 @@
 namespace tunnel {
 namespace {
 
-// The folder of this program, where the build lays out one folder for each test library.
+// The program's folder, which contains one folder for each test library.
 std::wstring ProgramFolder() {
   wchar_t path[1024] = {};
   const DWORD length = ::GetModuleFileNameW(nullptr, path, 1024);
@@ -17,7 +17,7 @@ std::wstring ProgramFolder() {
   return whole.substr(0, whole.find_last_of(L'\\'));
 }
 
-// Puts one of those folders on the library search path while it lives.
+// Puts one of those folders on the library search path during its lifetime.
 class SearchFolder {
  public:
   explicit SearchFolder(const std::wstring& name) {
@@ -41,13 +41,13 @@ bool IsLoaded() {
   return ::GetModuleHandleW(L"WinDivert.dll") != nullptr;
 }
 
-TEST(LoadWinDivert, SaysSoWhenTheLibraryIsNotThere) {
+TEST(LoadWinDivert, ReportsAMissingLibrary) {
   const SearchFolder folder(L"nowhere");
   EXPECT_EQ(LoadError(), "WinDivert.dll was not found in the runtime cache.\r\n" +
                              text::ToUtf8(DescribeDriverError(ERROR_MOD_NOT_FOUND)));
 }
 
-TEST(LoadWinDivert, SaysSoWhenAnExportIsMissingAndFreesTheLibrary) {
+TEST(LoadWinDivert, ReportsAMissingExportAndFreesTheLibrary) {
   for (int leftOut = 1; leftOut <= 6; ++leftOut) {
     const SearchFolder folder(L"without" + std::to_wstring(leftOut));
     EXPECT_EQ(LoadError(), "WinDivert.dll is missing required exports.") << leftOut;

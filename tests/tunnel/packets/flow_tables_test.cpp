@@ -30,7 +30,7 @@ TEST(FlowTables, FindsTheBroadcastThatAnAnswerBelongsTo) {
   tables.RecordBroadcast({0x0A000000, 16, 34964, 40000}, {2, 0, 0, 0});
   tables.RecordBroadcast({0xC0A80100, 24, 34964, 40001}, {3, 0, 0, 0});
 
-  // Both networks of 10.0.0.9 match: the /16 stands first in the table.
+  // Both networks of 10.0.0.9 match; the /16 comes first in the table.
   ASSERT_NE(tables.FindBroadcast(0x0A000009, 34964, 40000), nullptr);
   EXPECT_EQ(tables.FindBroadcast(0x0A000009, 34964, 40000)->localSource, 2U);
   ASSERT_NE(tables.FindBroadcast(0xC0A80109, 34964, 40001), nullptr);
@@ -40,7 +40,7 @@ TEST(FlowTables, FindsTheBroadcastThatAnAnswerBelongsTo) {
   EXPECT_EQ(tables.FindBroadcast(0xC0A80209, 34964, 40001), nullptr);
 }
 
-TEST(FlowTables, FindsAsAWalkOverAllBroadcastsWould) {
+TEST(FlowTables, FindsTheSameAsALinearSearch) {
   Random random(5);
   for (int round = 0; round < 300; ++round) {
     FlowTables tables;

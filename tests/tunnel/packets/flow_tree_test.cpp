@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint32_t kCount = 20000;
 
-// Fills a tree and a std::map alike and compares them whenever the number of flows has doubled.
+// Fills a tree and a std::map with the same flows and compares them at every power of two.
 void CompareWithMap(const std::function<FlowKey(std::uint32_t)>& keyOf) {
   FlowTree tree;
   std::map<FlowKey, FlowEntry> map;
@@ -40,12 +40,12 @@ FlowKey NumberedKey(std::uint32_t number) {
   return {17, 0x0A630007, static_cast<std::uint16_t>(number), number * 3, 502};
 }
 
-TEST(FlowTree, HoldsWhatAMapHoldsInWhateverOrderItComes) {
+TEST(FlowTree, MatchesAMapInAnyInsertionOrder) {
   CompareWithMap(NumberedKey);
   CompareWithMap([](std::uint32_t index) { return NumberedKey(kCount - index); });
   CompareWithMap([](std::uint32_t index) { return NumberedKey(index % 700); });
   CompareWithMap([](std::uint32_t index) { return NumberedKey(index * 2654435761U); });
-  // Two rows that grow side by side, as TCP's and UDP's ports do.
+  // Two interleaved ascending sequences, like the ports of TCP and UDP.
   CompareWithMap([](std::uint32_t index) {
     FlowKey key = NumberedKey(index / 2);
     key.protocol = index % 2 == 0 ? 6 : 17;

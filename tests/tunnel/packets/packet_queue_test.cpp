@@ -20,7 +20,7 @@ std::uint32_t NumberOf(std::span<const std::byte> packet) {
   return ReadU32Be(packet, 0);
 }
 
-// Waits for a batch and tells the numbers in it.
+// Waits for a batch and returns its numbers.
 std::vector<std::uint32_t> TakeNumbers(PacketQueue& queue) {
   std::vector<Packet> batch;
   std::vector<std::uint32_t> numbers;
@@ -29,7 +29,7 @@ std::vector<std::uint32_t> TakeNumbers(PacketQueue& queue) {
   return numbers;
 }
 
-TEST(PacketQueue, GivesAllThatWaitTheOldestFirst) {
+TEST(PacketQueue, ReturnsAllWaitingPacketsOldestFirst) {
   PacketQueue queue;
   queue.Start();
   for (const std::uint32_t number : {1U, 2U, 3U}) queue.EnqueueOutbound(Numbered(number));
@@ -39,7 +39,7 @@ TEST(PacketQueue, GivesAllThatWaitTheOldestFirst) {
   EXPECT_EQ(TakeNumbers(queue), std::vector<std::uint32_t>{4});
 }
 
-TEST(PacketQueue, GivesAtOnceWhatOneSendCarries) {
+TEST(PacketQueue, LimitsABatchToOneSend) {
   const struct {
     std::size_t packetBytes;
     std::size_t packets;
@@ -55,7 +55,7 @@ TEST(PacketQueue, GivesAtOnceWhatOneSendCarries) {
   }
 }
 
-TEST(PacketQueue, TakesBackTheMemoryOfABatch) {
+TEST(PacketQueue, RecyclesTheMemoryOfABatch) {
   PacketQueue queue;
   queue.Start();
   std::vector<Packet> batch;
@@ -113,7 +113,7 @@ TEST(PacketQueue, HoldsTheNewestOf10000InOrderAndNeverMoreThanItsCapacity) {
   EXPECT_EQ(queue.Size(), 0U);
 }
 
-TEST(PacketQueue, GivesNothingOnceStoppedUntilStartedAfresh) {
+TEST(PacketQueue, ReturnsNothingFromStopUntilStart) {
   PacketQueue queue;
   std::vector<Packet> batch(1);
   EXPECT_FALSE(queue.Take(batch));  // not started yet
@@ -151,7 +151,7 @@ TEST(PacketQueue, StopWakesEveryWaitingConsumer) {
   queue.Stop();
 }
 
-TEST(PacketQueue, HandsPacketsFromOneThreadToAnotherInOrder) {
+TEST(PacketQueue, PassesPacketsBetweenThreadsInOrder) {
   PacketQueue queue;
   queue.Start();
   constexpr std::uint32_t kLast = 20000;

@@ -9,7 +9,7 @@
 namespace tunnel {
 namespace {
 
-// A packet of 20 header bytes and `transport`, everything else zero.
+// A packet of 20 header bytes and `transport`; the rest is zero.
 Packet PacketWith(std::uint8_t protocol, std::initializer_list<std::uint8_t> transport) {
   Packet packet(20 + transport.size());
   WriteU8(packet, 0, 0x45);
@@ -20,7 +20,7 @@ Packet PacketWith(std::uint8_t protocol, std::initializer_list<std::uint8_t> tra
   return packet;
 }
 
-// A SYN (or another segment, by its flags) with these options, padded to words.
+// A TCP segment, by default a SYN, with these options, padded to words.
 Packet Segment(std::initializer_list<std::uint8_t> options, std::uint8_t flags = 0x02) {
   std::vector<std::uint8_t> padded(options);
   while (padded.size() % 4 != 0) padded.push_back(0);
@@ -85,7 +85,7 @@ TEST(ValidatePacket, TakesMoreBytesThanTheHeaderSays) {
   EXPECT_EQ(view->Layout().totalLength, 33U);
 }
 
-TEST(ValidatePacket, RefusesWhatIsNoTunnelPacket) {
+TEST(ValidatePacket, RefusesOtherPackets) {
   struct {
     const char* what;
     std::size_t offset;
@@ -205,7 +205,7 @@ TEST(ClampMss, NeverReadsTheDataAsOptions) {
   EXPECT_EQ(Clamped(packet), packet);
 }
 
-TEST(ClampMss, LeavesADataOffsetAloneThatMakesNoSense) {
+TEST(ClampMss, IgnoresAnImpossibleDataOffset) {
   for (const int words : {0, 4, 7, 15}) {
     Packet packet = Segment({2, 4, 5, 0xB4});  // 24 header bytes: 6 words
     WriteU8(packet, 32, static_cast<std::uint8_t>(words << 4));

@@ -9,13 +9,13 @@
 
 namespace tunnel {
 
-// Takes a queue's packets one by one, as far as a test cares. What it holds of a batch is not
-// counted by the queue's Size() any more.
+// Reads a queue packet by packet. The queue's Size() no longer counts the packets of the batch that
+// this holds.
 class QueueReader {
  public:
   explicit QueueReader(PacketQueue& queue) : queue_(queue) {}
 
-  // Waits for a packet; nothing once the queue is stopped and the batch used up.
+  // Waits for a packet; empty once the queue is stopped and the batch used up.
   std::optional<Packet> Next() {
     if (next_ == batch_.size()) {
       next_ = 0;
@@ -23,7 +23,7 @@ class QueueReader {
     }
     return batch_[next_++];
   }
-  // All that is there, without waiting.
+  // All available packets, without waiting.
   std::vector<Packet> Rest() {
     std::vector<Packet> packets;
     while (next_ < batch_.size() || queue_.Size() > 0) packets.push_back(Next().value());

@@ -18,7 +18,7 @@ TEST(RouteIndex, TakesTheLongestPrefixAndTheEarlierOnATie) {
   EXPECT_EQ(RouteIndex().Find(0x0A000501), nullptr);
 }
 
-TEST(RouteIndex, GoesByTheMappedNetwork) {
+TEST(RouteIndex, UsesTheMappedNetwork) {
   const RouteIndex index(
       {{0x0A000000, 16, 0x0A000000, 16, false}, {0x0A000500, 24, 0xAC1F0000, 24, true}});
   EXPECT_EQ(index.Find(0x0A000501), &index.Mappings()[0]);
@@ -32,7 +32,7 @@ TEST(RouteIndex, TheWidestAndTheNarrowestRouteAreFound) {
   EXPECT_EQ(index.Find(0xFFFFFFFF), &index.Mappings()[1]);
 }
 
-// What the rule says, word for word.
+// A literal implementation of the rule.
 const RouteMapping* WalkOverAll(const std::vector<RouteMapping>& mappings, std::uint32_t address) {
   const RouteMapping* best = nullptr;
   for (const RouteMapping& mapping : mappings) {
@@ -42,7 +42,7 @@ const RouteMapping* WalkOverAll(const std::vector<RouteMapping>& mappings, std::
   return best;
 }
 
-TEST(RouteIndex, FindsWhatAWalkOverAllMappingsFinds) {
+TEST(RouteIndex, FindsTheSameAsALinearSearch) {
   Random random(3);
   for (int round = 0; round < 200; ++round) {
     std::vector<RouteMapping> mappings;

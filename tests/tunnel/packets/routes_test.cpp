@@ -89,7 +89,7 @@ TEST(ParseRoutes, KeepsOrderAndDropsOnlyWhatItCannotRead) {
             (std::vector<Ipv4Network>{{0x0A020000, 16}, {0x0A010000, 16}, {0x0A020000, 16}}));
 }
 
-TEST(BuildRouteMappings, LeavesRoutesDirectThatTouchNothing) {
+TEST(BuildRouteMappings, LeavesRoutesWithoutOverlapDirect) {
   EXPECT_EQ(Mapped({L"10.1.0.0/16"}, {L"192.168.1.0/24"}), (Texts{L"10.1.0.0/16"}));
 }
 
@@ -132,7 +132,7 @@ TEST(BuildRouteMappings, MapsSingleHostToSingleAddress) {
   EXPECT_EQ(Mapped({L"10.1.2.3/32"}, {L"10.1.2.0/24"}), (Texts{L"10.1.2.3/32 as 172.31.0.0/32"}));
 }
 
-TEST(BuildRouteMappings, PassesOverWhatIsTakenInTheSpace) {
+TEST(BuildRouteMappings, SkipsTakenBlocksInTheSpace) {
   EXPECT_EQ(Mapped({L"10.1.2.0/24"}, {L"10.1.2.0/24", L"172.31.0.77/32"}),
             (Texts{L"10.1.2.0/24 as 172.31.1.0/24"}));
   // The /32 comes first, so the /25 takes the first aligned half that is free.
@@ -155,13 +155,13 @@ TEST(BuildRouteMappings, FillsTheSpaceToItsLastBlock) {
   EXPECT_THROW(BuildRouteMappings(routes, locals), std::runtime_error);
 }
 
-TEST(BuildRouteMappings, IsDoneAtOnceWithManyRoutes) {
+TEST(BuildRouteMappings, IsFastWithManyRoutes) {
   const std::vector<Ipv4Network> routes(65536, Ipv4Network{0x0A010203, 32});
   const std::vector<RouteMapping> mappings = BuildRouteMappings(routes, Networks({L"10.1.0.0/16"}));
   EXPECT_EQ(FormatNetwork(mappings.back().Mapped()), L"172.31.255.255/32");
 }
 
-// The allocation written down as the plain walk over all candidates, to compare with.
+// The reference allocation: tries every candidate in order.
 std::optional<Ipv4Network> WalkForSubstitute(std::uint32_t prefix,
                                              const std::vector<Ipv4Network>& taken) {
   if (prefix == 0) return std::nullopt;
@@ -197,7 +197,7 @@ std::optional<std::vector<RouteMapping>> WalkForMappings(std::vector<Ipv4Network
   return mappings;
 }
 
-// Networks crowded around the NAT space and one site, so that they often meet.
+// Random networks close to the NAT space and one site, so that they often overlap.
 std::vector<Ipv4Network> RandomNetworks(Random& random, std::size_t most) {
   std::vector<Ipv4Network> networks;
   for (std::size_t count = random() % (most + 1); count > 0; --count) {
@@ -235,7 +235,7 @@ TEST(BuildRouteMappings, NeverOverlapsAndTakesTheFirstFreeBlock) {
   EXPECT_GT(mapped, 1000);
 }
 
-TEST(DescribeRoutes, GivesOneLineAMapping) {
+TEST(DescribeRoutes, HasOneLinePerMapping) {
   const auto mappings = BuildRouteMappings(Networks({L"192.168.1.0/24", L"10.0.0.0/16"}),
                                            Networks({L"192.168.1.0/24"}));
   EXPECT_EQ(DescribeRoutes(mappings),

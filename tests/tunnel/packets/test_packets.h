@@ -5,9 +5,9 @@
 
 #include "tunnel/packets/packet.h"
 
-// Whole packets as they stand on the wire, their checksums computed outside the program. In all of
-// them this computer is 192.168.1.50, its tunnel address 10.99.0.7, and the site's 192.168.1.0/24
-// is reached as 172.31.0.0/24.
+// Whole packets in wire format, with checksums computed outside the program. This computer is
+// always 192.168.1.50, its tunnel address 10.99.0.7, and the site's 192.168.1.0/24 is mapped to
+// 172.31.0.0/24.
 namespace tunnel {
 
 // Echo request, identifier 0x1234: 192.168.1.50 to 172.31.0.20.

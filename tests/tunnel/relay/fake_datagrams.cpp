@@ -12,7 +12,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kLongestAttempt{900};
 constexpr milliseconds kErrorPause{20};
-// How soon a thread that waits on a condition of the program's notices that the clock was moved.
+// The polling interval of a thread that waits for the fake clock on the program's condition.
 constexpr milliseconds kSlice{1};
 
 // WSAETIMEDOUT or ETIMEDOUT.

@@ -13,12 +13,11 @@
 
 namespace tunnel {
 
-// A clock that stands still until a test moves it, and a network that consists of what the test
-// sends. A receive with a time-out of at most 900 ms (a start's attempts) moves the clock by
-// itself, so that unanswered attempts take no time, and so does a pause of at most 20 ms (after an
-// error); what is longer waits for Advance().
+// A UDP network in memory with a clock that only the test moves. Two exceptions take no real time
+// but move the clock: a receive with a time-out of at most 900 ms (a start's attempts), and a pause
+// of at most 20 ms (after an error). Longer waits need Advance().
 //
-// Threads: any. Waits for the program end after ten seconds at most.
+// Threads: any. Waits end within ten seconds.
 class FakeDatagrams final : public UdpNetwork {
  public:
   // Called at the start of each OpenSocket().
@@ -32,7 +31,7 @@ class FakeDatagrams final : public UdpNetwork {
   void Wait(platform::Condition& condition, platform::Mutex& mutex,
             std::chrono::milliseconds time) override REQUIRES(mutex) EXCLUDES(lock_);
 
-  // What the relay answers to each hello: called without locks, gives datagrams to deliver.
+  // `answer` returns the relay's datagrams for each hello; called without locks.
   void AnswerHellosWith(std::function<std::vector<Bytes>()> answer) EXCLUDES(lock_);
   void Deliver(Bytes datagram) EXCLUDES(lock_);
   // The next receive fails with this error.
@@ -44,7 +43,7 @@ class FakeDatagrams final : public UdpNetwork {
   void Advance(std::chrono::milliseconds time) EXCLUDES(lock_);
 
   [[nodiscard]] std::vector<Bytes> Sent() const EXCLUDES(lock_);
-  // What each socket was opened with.
+  // The arguments of each OpenSocket().
   struct Opening {
     std::wstring serverUrl;
     std::chrono::milliseconds timeout;
@@ -53,15 +52,15 @@ class FakeDatagrams final : public UdpNetwork {
   [[nodiscard]] std::vector<Opening> Openings() const EXCLUDES(lock_);
   // The receive time-outs in the order they were set.
   [[nodiscard]] std::vector<std::chrono::milliseconds> Timeouts() const EXCLUDES(lock_);
-  // What was waited for at most 20 ms each.
+  // The waits of at most 20 ms.
   [[nodiscard]] std::vector<std::chrono::milliseconds> Pauses() const EXCLUDES(lock_);
   [[nodiscard]] int OpenSockets() const EXCLUDES(lock_);
   [[nodiscard]] bool WaitForSent(std::size_t count) EXCLUDES(lock_);
   // True once every datagram has been received and the receiver waits again.
   [[nodiscard]] bool WaitForQuiet() EXCLUDES(lock_);
-  // True once the path has gone to wait so many times in all; each wait wakes by itself soon.
+  // True once the path has started `count` waits in total; each wait ends by itself soon.
   [[nodiscard]] bool WaitForWaits(std::size_t count) EXCLUDES(lock_);
-  // True once the keep-alive waits for a time that has not come.
+  // True once the keep-alive waits for a future time.
   [[nodiscard]] bool WaitForSleeper() EXCLUDES(lock_);
 
  private:
@@ -87,7 +86,7 @@ class FakeDatagrams final : public UdpNetwork {
   std::chrono::milliseconds sleepsUntil_ GUARDED_BY(lock_){0};
 };
 
-// The datagrams of the other side, written apart from the program's own code.
+// The relay's datagrams, built without the program's code.
 Bytes AcknowledgementOf(std::uint64_t token, int helloType = 2);
 Bytes PacketDatagram(std::uint64_t token, std::span<const std::byte> packet);
 

@@ -7,7 +7,8 @@
 
 namespace tunnel {
 
-// A host whose every call is a function of the test's; by default it keeps going and does nothing.
+// A host that forwards each call to a function of the test. By default it keeps going and ignores
+// everything.
 class FakeRelayHost : public RelayHost {
  public:
   std::function<void(std::span<std::byte>)> inbound = [](std::span<std::byte>) {};

@@ -149,7 +149,7 @@ TEST_F(PacketSenderTest, WhileTheRelayDoesNotReadTheNewestWaitAndAStopEndsItSoon
   flags_.stopping = true;
   link_.Close();
   sender_.join();
-  // Well before the 8 seconds after which the send would have given up.
+  // Well before the send's own time-out of 8 seconds.
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
   release.set_value();
   ASSERT_EQ(queue_.Size(), PacketQueue::kCapacity);

@@ -18,7 +18,7 @@ void Arrive(ReceiveBuffer& buffer, std::span<const std::byte> bytes) {
   buffer.Add(bytes.size());
 }
 
-TEST(ReceiveBuffer, GivesBackTheStreamHoweverItComesAndGoes) {
+TEST(ReceiveBuffer, KeepsTheStreamForAnySizesOfAddAndTake) {
   Random random(7);
   const Bytes stream = Pattern(3000000);
   ReceiveBuffer buffer;
@@ -38,7 +38,7 @@ TEST(ReceiveBuffer, GivesBackTheStreamHoweverItComesAndGoes) {
   }
 }
 
-TEST(ReceiveBuffer, WhatWasTakenStaysUntilTheNextRoom) {
+TEST(ReceiveBuffer, TakenBytesStayUntilTheNextRoom) {
   ReceiveBuffer buffer;
   Arrive(buffer, Pattern(1000));
   const std::span<std::byte> first = buffer.Unread().first(600);
@@ -47,8 +47,8 @@ TEST(ReceiveBuffer, WhatWasTakenStaysUntilTheNextRoom) {
   EXPECT_EQ(buffer.Unread().data(), first.data() + 600);
 }
 
-// Under the AddressSanitizer a byte that is not the buffer's own would end this.
-TEST(ReceiveBuffer, BytesBehindWhatIsUnreadCanBeRead) {
+// The AddressSanitizer aborts if a byte lies outside the buffer.
+TEST(ReceiveBuffer, BytesBehindTheUnreadOnesAreReadable) {
   ReceiveBuffer buffer;
   for (int round = 0; round < 4; ++round) {
     const Bytes all = Pattern(buffer.Room(1).size());
@@ -60,7 +60,7 @@ TEST(ReceiveBuffer, BytesBehindWhatIsUnreadCanBeRead) {
   }
 }
 
-TEST(ReceiveBuffer, GivesBackTheMemoryOfALongMessage) {
+TEST(ReceiveBuffer, FreesTheMemoryOfALongMessage) {
   ReceiveBuffer buffer;
   const std::size_t usual = buffer.Room(1).size();
   const Bytes all = Pattern(4194304);

@@ -1,9 +1,9 @@
-// A relay client for the frame judge (frames_by_ws.test.mjs): connects, sends frames of the given
-// sizes, waits for each to come back and compares, then closes.
+// A relay client for frames_by_ws.test.mjs: connects, sends frames of the given sizes, compares
+// each echo, then closes.
 //
 //   relay_client RELAY_URL SIZE...
 //
-// Exit code 0 when every frame came back as it went, 1 otherwise, with the reason on stderr.
+// Exit code 0 if every echo matched; otherwise 1, with the reason on stderr.
 
 #include <algorithm>
 #include <cstdlib>

@@ -91,7 +91,7 @@ TEST(RelayUrl, EmptyServiceAddressMeansTheDefaultService) {
   EXPECT_EQ(BuildRelayUrl(L" \r\n ", kPath), expected);
 }
 
-TEST(RelayUrl, SaysWhichAddressCannotBeTakenApart) {
+TEST(RelayUrl, NamesTheInvalidAddress) {
   const struct {
     const wchar_t* serverUrl;
     const char* taken;  // what was to be taken apart, before the path
@@ -112,7 +112,7 @@ TEST(RelayUrl, SaysWhichAddressCannotBeTakenApart) {
   }
 }
 
-TEST(RelayUrl, IsTakenApartAgain) {
+TEST(RelayUrl, IsParsed) {
   const auto plain = ParseRelayUrl(L"ws://relay.example:31080/a/b?c=%20d");
   ASSERT_TRUE(plain);
   EXPECT_FALSE(plain->secure);
@@ -126,7 +126,7 @@ TEST(RelayUrl, IsTakenApartAgain) {
   EXPECT_EQ(ParseRelayUrl(L"ws://relay.example/a")->port, 80);
 }
 
-TEST(RelayUrl, OtherSchemesAreNoRelay) {
+TEST(RelayUrl, OtherSchemesAreRefused) {
   for (const wchar_t* const url : {L"", L"w", L"http://relay.example/", L"relay.example", L"ws:"}) {
     EXPECT_FALSE(ParseRelayUrl(url));
   }

@@ -8,7 +8,7 @@
 #include "tunnel/relay/fake_relay_host.h"
 #include "tunnel/relay/test_relay.h"
 
-// What a session cannot bring about; the rest of the worker is seen through it.
+// Cases that a session cannot reach; the session's tests cover the rest of the worker.
 namespace tunnel {
 namespace {
 
@@ -28,7 +28,7 @@ class CountingUdpRelay : public UdpRelay {
 class RelayWorkerTest : public testing::Test {
  protected:
   void SetUp() override { flags_.running = true; }
-  // Runs the worker to its end, here.
+  // Runs the worker to its end on this thread.
   void RunWith(std::function<void(milliseconds)> pause) {
     FakeRelayHost host;
     host.keepGoing = [this]() { return flags_.KeepGoing(); };
@@ -67,7 +67,7 @@ TEST_F(RelayWorkerTest, WithoutARelayConnectsAfterTheFirstWait) {
   EXPECT_EQ(changes_, std::vector<bool>{true});  // it was never connected, so it was not lost
 }
 
-TEST_F(RelayWorkerTest, AnExhaustedMemoryEndsItAndTheStatusSaysSo) {
+TEST_F(RelayWorkerTest, LackOfMemoryEndsItAndShowsInTheStatus) {
   link_.Connect(relay_.RelayUrl());
   relay_.CutConnection();
   RunWith([](milliseconds) { throw std::bad_alloc(); });

@@ -6,7 +6,7 @@
 #include "tunnel/relay/test_socket_udp_relay.h"
 #include "tunnel/relay/udp_datagram.h"
 
-// A path that has started: its threads, its token, its losses and its end.
+// A running path: its threads, token, losses and end.
 namespace tunnel {
 namespace {
 
@@ -85,7 +85,7 @@ TEST_F(SocketUdpRelayRunning, FortyFiveSecondsWithoutAcknowledgementAreALoss) {
 
 TEST_F(SocketUdpRelayRunning, AnAcknowledgementAfterALossMakesThePathReadyAgain) {
   Start();
-  // Often, since the acknowledgement and the look at the time it is awaited may meet in any order.
+  // Repeated, because the acknowledgement and the check for it may come in either order.
   for (int loss = 0; loss < 50; ++loss) {
     AcknowledgeNothing();
     for (int i = 0; i < 5; ++i) PassKeepAlive();
@@ -96,7 +96,7 @@ TEST_F(SocketUdpRelayRunning, AnAcknowledgementAfterALossMakesThePathReadyAgain)
   }
 }
 
-TEST_F(SocketUdpRelayRunning, TellsTheFirstStateAndThenEachChangeOnce) {
+TEST_F(SocketUdpRelayRunning, ReportsTheFirstStateAndThenEachChangeOnce) {
   AcknowledgeNothing();
   Start();
   EXPECT_EQ(Reports(), std::vector<bool>{false});
@@ -124,11 +124,11 @@ TEST_F(SocketUdpRelayRunning, TwoThreadsReportInTurn) {
   EXPECT_EQ(std::ranges::adjacent_find(reports), reports.end());
 }
 
-TEST_F(SocketUdpRelayRunning, AHelloMayMeetTheClosing) {
+TEST_F(SocketUdpRelayRunning, AHelloMayCoincideWithTheClose) {
   MeetTheClosing();
 }
 
-TEST_F(SocketUdpRelayRunning, PacketsMayMeetTheClosing) {
+TEST_F(SocketUdpRelayRunning, PacketsMayCoincideWithTheClose) {
   std::atomic<bool> isDone{false};
   std::thread sender([&]() {
     while (!isDone) {
@@ -141,7 +141,7 @@ TEST_F(SocketUdpRelayRunning, PacketsMayMeetTheClosing) {
   sender.join();
 }
 
-TEST_F(SocketUdpRelayRunning, EachAcknowledgementPutsTheLossOff) {
+TEST_F(SocketUdpRelayRunning, EachAcknowledgementPostponesTheLoss) {
   Start();
   for (int i = 0; i < 10; ++i) {
     PassKeepAlive();
@@ -160,7 +160,7 @@ TEST_F(SocketUdpRelayRunning, AHelloThatCannotBeSentIsALossUntilTheNextAcknowled
   EXPECT_TRUE(relay_.IsReady());
 }
 
-TEST_F(SocketUdpRelayRunning, SaysHelloOnThoughNeverAcknowledged) {
+TEST_F(SocketUdpRelayRunning, KeepsSayingHelloWithoutAcknowledgement) {
   AcknowledgeNothing();
   Start();
   for (int i = 0; i < 4; ++i) PassKeepAlive();
@@ -185,7 +185,7 @@ TEST_F(SocketUdpRelayRunning, APacketThatTheNetworkRefusesIsReported) {
   EXPECT_FALSE(relay_.SendUdpPacket(Pattern(20)));
 }
 
-TEST_F(SocketUdpRelayRunning, HandsOverPacketsWithTheRightTokenOnly) {
+TEST_F(SocketUdpRelayRunning, PassesOnlyPacketsWithTheRightToken) {
   Start();
   Receive(PacketDatagram(kToken, Pattern(20)));
   Receive(PacketDatagram(0, Pattern(21)));
@@ -215,7 +215,7 @@ TEST_F(SocketUdpRelayRunning, ANewTokenTakesTheOldOnesPlaceBothWays) {
   EXPECT_EQ(Inbound().size(), 1U);
 }
 
-TEST_F(SocketUdpRelayRunning, ReceivesOnAfterErrorsAndTimeouts) {
+TEST_F(SocketUdpRelayRunning, ContinuesAfterErrorsAndTimeouts) {
   Start();
   for (int i = 0; i < 3; ++i) {
     world_.FailReceive(kConnectionReset);

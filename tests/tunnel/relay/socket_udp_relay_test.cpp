@@ -8,7 +8,7 @@
 #include "tunnel/relay/test_socket_udp_relay.h"
 #include "tunnel/relay/udp_datagram.h"
 
-// How the path starts; socket_udp_relay_running_test.cpp has what follows.
+// The path's start; socket_udp_relay_running_test.cpp tests the running path.
 namespace tunnel {
 namespace {
 
@@ -38,7 +38,7 @@ TEST_F(SocketUdpRelayTest, AStartAsksFourTimesForNineHundredMilliseconds) {
   EXPECT_EQ(world_.Sent().size(), 4U);
 }
 
-TEST_F(SocketUdpRelayTest, ALaterAttemptMayBeTheAcknowledgedOne) {
+TEST_F(SocketUdpRelayTest, ALaterAttemptMayBeAcknowledged) {
   for (const int wanted : {2, 3, 4}) {
     std::atomic<int> hellos{0};
     world_.AnswerHellosWith([&]() {
@@ -82,7 +82,7 @@ TEST_F(SocketUdpRelayTest, RubbishAloneDoesNotLengthenTheAttempts) {
 TEST_F(SocketUdpRelayTest, AnErrorDuringAnAttemptDoesNotEndIt) {
   std::atomic<int> hellos{0};
   world_.AnswerHellosWith([&]() {
-    // As after the relay's computer has said that nobody listens there.
+    // As when the relay's computer reports a closed port.
     if (++hellos == 1) world_.FailReceive(kConnectionReset);
     return std::vector<Bytes>{AcknowledgementOf(kToken)};
   });
@@ -103,7 +103,7 @@ TEST_F(SocketUdpRelayTest, AnErrorDuringAnAttemptDoesNotLengthenIt) {
   EXPECT_EQ(world_.Timeouts(), expected);
 }
 
-TEST_F(SocketUdpRelayTest, AComputerThatRefusesEveryHelloIsAskedFourTimesAllTheSame) {
+TEST_F(SocketUdpRelayTest, ARelayThatRefusesEveryHelloIsStillAskedFourTimes) {
   AcknowledgeNothing();
   world_.FailAttempts(kConnectionReset);
   const milliseconds before = world_.Now();
@@ -114,7 +114,7 @@ TEST_F(SocketUdpRelayTest, AComputerThatRefusesEveryHelloIsAskedFourTimesAllTheS
   EXPECT_FALSE(relay_.IsReady());
 }
 
-TEST_F(SocketUdpRelayTest, HellosThatCannotBeSentStillTakeTheirTime) {
+TEST_F(SocketUdpRelayTest, FailedHellosStillTakeTheirTime) {
   world_.FailSends(true);
   const milliseconds before = world_.Now();
   Start();
@@ -146,7 +146,7 @@ TEST_F(SocketUdpRelayTest, AnAcknowledgementThatComesAfterAStopMakesNothingReady
   EXPECT_TRUE(Reports().empty());
 }
 
-TEST_F(SocketUdpRelayTest, BothThreadsEndWithTheTunnelThoughNobodyClosesThePath) {
+TEST_F(SocketUdpRelayTest, BothThreadsEndWithTheTunnelWithoutAClose) {
   Start();
   ASSERT_TRUE(world_.WaitForSleeper());
   ASSERT_TRUE(world_.WaitForQuiet());
@@ -187,7 +187,7 @@ TEST_F(SocketUdpRelayTest, AStopWhileTheNameIsResolvedLeavesNothingToSend) {
   relay->StartUdpRelay({});
   EXPECT_FALSE(relay->IsReady());
   EXPECT_TRUE(world_.Sent().empty());
-  // The threads have begun; the close that follows every stop ends them.
+  // The threads have started; the close that follows every stop ends them.
   relay->Close();
   relay->Join();
   EXPECT_EQ(world_.OpenSockets(), 0);
@@ -199,7 +199,7 @@ TEST_F(SocketUdpRelayTest, APathClosedAtTheEndOfItsStartDoesNotBecomeReady) {
   std::unique_ptr<SocketUdpRelay> relay;
   FakeRelayHost host;
   host.keepGoing = [&]() {
-    // The acknowledgement has come, its report has not.
+    // After the acknowledgement, but before its report.
     const bool isAsked = std::ranges::count(world_.Timeouts(), milliseconds(2000)) > 0;
     if (isAsked && !isClosed.exchange(true)) relay->Close();
     return true;

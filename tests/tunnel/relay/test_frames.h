@@ -26,20 +26,20 @@ inline void Append(Bytes& to, std::span<const std::byte> more) {
   to.insert(to.end(), more.begin(), more.end());
 }
 
-// Reads every byte, in such a way that the compiler cannot leave it out.
+// Reads every byte; the compiler cannot optimise it away.
 inline void TouchEach(std::span<const std::byte> bytes) {
   for (const std::byte& byte : bytes)
     static_cast<void>(*static_cast<const volatile std::byte*>(&byte));
 }
 
-// `size` bytes that repeat with no power of two, so that a shifted copy differs.
+// `size` bytes whose period is not a power of two, so that a shifted copy differs.
 inline Bytes Pattern(std::size_t size) {
   Bytes bytes(size);
   for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::byte>(i % 251);
   return bytes;
 }
 
-// A frame as the program writes it.
+// A frame written by the program.
 inline Bytes ClientFrame(std::uint8_t opcode, std::span<const std::byte> payload,
                          std::uint32_t key) {
   Bytes frame(FrameBytes(payload.size()));
@@ -47,8 +47,8 @@ inline Bytes ClientFrame(std::uint8_t opcode, std::span<const std::byte> payload
   return frame;
 }
 
-// A frame as a server writes it: unmasked, in the shortest form. Independent of the program's own
-// writer; `firstByte` is FIN and opcode, as 0x82.
+// A server's frame: unmasked, in the shortest form, built without the program's writer. `firstByte`
+// is FIN and opcode, such as 0x82.
 inline Bytes ServerFrame(int firstByte, std::span<const std::byte> payload) {
   Bytes frame = BytesOf({firstByte});
   const std::size_t size = payload.size();

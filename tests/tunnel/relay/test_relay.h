@@ -13,14 +13,14 @@
 
 namespace tunnel {
 
-// One connection as the relay's side sees it. Written apart from the program's own framing.
+// The relay's side of one connection. Shares no framing code with the program.
 //
 // Threads: reading by one thread; Send() and Close() by any.
 class TestPeer {
  public:
   explicit TestPeer(std::shared_ptr<platform::Socket> socket) : socket_(std::move(socket)) {}
 
-  // The request up to its empty line; empty when the connection ended before.
+  // The request up to its empty line; empty if the connection ended earlier.
   std::string ReadRequest();
   bool Send(std::span<const std::byte> bytes);
   bool Send(std::string_view text) { return Send(BytesOf(text)); }
@@ -33,9 +33,9 @@ class TestPeer {
     Bytes key;
     Bytes payload;  // unmasked
   };
-  // Nothing at the end of the connection.
+  // Empty at the end of the connection.
   std::optional<Frame> ReadFrame();
-  // Returns when the client has ended the connection.
+  // Returns once the client has closed the connection.
   void WaitForEnd();
   void Close() { socket_->Close(); }
 
@@ -44,15 +44,15 @@ class TestPeer {
   std::shared_ptr<platform::Socket> socket_;
 };
 
-// A relay on a loopback port. Every connection, one after the other, gets the behaviour of the
-// moment on the relay's own thread; a connection ends when its behaviour returns.
+// A relay on a loopback port. Its own thread serves one connection after the other with the current
+// behaviour; a connection ends when its behaviour returns.
 //
-// Threads: all functions may be called from any thread. Waits end after ten seconds at most.
+// Threads: any. Waits end within ten seconds.
 class TestRelay {
  public:
   using Behaviour = std::function<void(TestPeer&)>;
 
-  // Upgrades, then records every frame until the client ends the connection.
+  // Upgrades, then records every frame until the client closes the connection.
   TestRelay();
   explicit TestRelay(Behaviour behaviour);
   ~TestRelay();
@@ -64,12 +64,12 @@ class TestRelay {
   [[nodiscard]] std::string HostAndPort() const;
   [[nodiscard]] std::uint16_t Port() const { return listener_->LocalAddress().Port(); }
 
-  // For the connections to come. Serve() is what the default constructor has.
+  // Applies to later connections; the default is Serve().
   void SetBehaviour(Behaviour behaviour) EXCLUDES(lock_);
   Behaviour Serve();
   static Behaviour Refuse();  // ends every connection at once
 
-  // To the connection of the moment, once it is upgraded; false when none comes.
+  // Sends on the current connection, once it is upgraded; false if there is none.
   bool Push(std::span<const std::byte> bytes) EXCLUDES(lock_);
   void CutConnection() EXCLUDES(lock_);
 
@@ -79,7 +79,7 @@ class TestRelay {
   [[nodiscard]] std::vector<TestPeer::Frame> Frames() const EXCLUDES(lock_);
   [[nodiscard]] std::vector<std::string> Requests() const EXCLUDES(lock_);
 
-  // For behaviours: reads the request and notes it.
+  // For behaviours: reads the request and records it.
   std::string TakeRequest(TestPeer& peer) EXCLUDES(lock_);
 
  private:

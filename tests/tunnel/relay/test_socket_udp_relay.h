@@ -17,8 +17,7 @@ inline constexpr std::uint64_t kToken = 0xA1B2C3D4E5F60718;
 inline constexpr std::uint64_t kLaterToken = 77;
 inline constexpr int kConnectionReset = 10054;
 
-// A UDP path on a clock and a network of the test's. The relay acknowledges each hello with kToken
-// unless it is told otherwise.
+// A UDP path on a fake clock and network. By default the relay acknowledges each hello with kToken.
 class SocketUdpRelayFixture : public testing::Test {
  protected:
   SocketUdpRelayFixture() {
@@ -49,7 +48,7 @@ class SocketUdpRelayFixture : public testing::Test {
     relay_.Join();
     Start();
   }
-  // Lets the time of one keep-alive pass, with all that it does.
+  // Advances by one keep-alive period and waits until its effects are complete.
   void PassKeepAlive() {
     const std::size_t before = world_.Sent().size();
     ASSERT_TRUE(world_.WaitForSleeper());

@@ -9,8 +9,7 @@
 
 namespace tunnel {
 
-// The UDP side of a relay on a loopback port: acknowledges every hello and sends every packet back
-// where it came from.
+// A relay's UDP side on a loopback port: acknowledges every hello and echoes every packet.
 //
 // Threads: one inside; `answersHellos` may be set by any.
 class TestUdpRelay {

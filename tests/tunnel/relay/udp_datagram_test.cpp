@@ -18,7 +18,7 @@ Bytes Joined(std::initializer_list<Bytes> parts) {
   return all;
 }
 
-TEST(UdpHello, HoldsBothTextsBehindTheirLengths) {
+TEST(UdpHello, HoldsBothTextsWithTheirLengths) {
   struct Row {
     const wchar_t* connectionId;
     const wchar_t* engineerId;
@@ -43,7 +43,7 @@ TEST(UdpHello, HoldsBothTextsBehindTheirLengths) {
   }
 }
 
-TEST(UdpHello, CutsATextThatItsLengthCannotTell) {
+TEST(UdpHello, TruncatesATextTooLongForItsLengthField) {
   for (const std::size_t size : {65534U, 65535U, 65536U, 70000U}) {
     const std::size_t kept = std::min<std::size_t>(size, 65535);
     const std::vector<std::byte> hello = BuildHello(std::wstring(size, L'x'), L"E");
@@ -56,13 +56,13 @@ TEST(UdpHello, CutsATextThatItsLengthCannotTell) {
   }
 }
 
-TEST(UdpAcknowledgement, GivesItsToken) {
+TEST(UdpAcknowledgement, ReturnsItsToken) {
   for (const std::uint64_t token : {kSomeToken, std::uint64_t{1}, ~std::uint64_t{0}}) {
     EXPECT_EQ(ParseAcknowledgement(AcknowledgementOf(token)), token);
   }
 }
 
-TEST(UdpAcknowledgement, NothingElseIsOne) {
+TEST(UdpAcknowledgement, AcceptsNothingElse) {
   const Bytes good = AcknowledgementOf(kSomeToken);
   for (std::size_t size = 0; size < good.size(); ++size) {
     EXPECT_FALSE(ParseAcknowledgement(std::span(good).first(size))) << size << " bytes";
@@ -99,7 +99,7 @@ TEST(UdpPacket, IsTakenFromItsDatagramUnderTheRightToken) {
   }
 }
 
-TEST(UdpPacket, NothingElseIsTaken) {
+TEST(UdpPacket, AcceptsNothingElse) {
   struct Row {
     const char* name;
     Bytes datagram;

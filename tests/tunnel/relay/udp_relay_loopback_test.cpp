@@ -18,7 +18,7 @@ using std::chrono::milliseconds;
 
 constexpr std::uint64_t kGrantedToken = 0x1122334455667788;
 
-// The relay's side on a loopback port, driven by the test's thread.
+// The relay's side on a loopback port, driven by the test.
 class LoopbackRelay {
  public:
   LoopbackRelay() {
@@ -33,13 +33,13 @@ class LoopbackRelay {
   [[nodiscard]] std::wstring ServerUrl() const {
     return L"http://127.0.0.1:" + std::to_wstring(socket_->LocalAddress().Port());
   }
-  // Empty when nothing comes.
+  // Empty after a time-out.
   Bytes Receive() {
     std::array<std::byte, 2000> buffer;
     const platform::SocketResult got = socket_->ReceiveFrom(buffer, client_);
     return Bytes(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(got.bytes));
   }
-  // To whoever sent last.
+  // Sends to the last sender.
   void Send(const Bytes& datagram) { socket_->SendTo(datagram, client_); }
 
  private:
@@ -52,7 +52,7 @@ class UdpRelayLoopbackTest : public testing::Test {
  protected:
   UdpRelayLoopbackTest() {
     host_.inbound = [this](std::span<std::byte> packet) {
-      // Where these cannot be read, the AddressSanitizer ends the test.
+      // The AddressSanitizer aborts if these are not readable.
       TouchEach({packet.data() + packet.size(), kReadableBehindPacket});
       inboundBytes_ += packet.size();
     };
@@ -85,7 +85,7 @@ TEST_F(UdpRelayLoopbackTest, CarriesPacketsBothWays) {
   while (inboundBytes_ < 1387) std::this_thread::yield();
 }
 
-TEST_F(UdpRelayLoopbackTest, ADatagramThatIsTooLongIsNoPacket) {
+TEST_F(UdpRelayLoopbackTest, ADatagramThatIsTooLongIsIgnored) {
   StartAcknowledged();
   for (const std::size_t size : {1388U, 3000U})
     peer_.Send(PacketDatagram(kGrantedToken, Pattern(size)));
@@ -102,7 +102,7 @@ TEST_F(UdpRelayLoopbackTest, ClosingWakesTheReceiverAtOnce) {
   EXPECT_LT(std::chrono::steady_clock::now() - before, milliseconds(1500));
 }
 
-TEST_F(UdpRelayLoopbackTest, ClosingEndsAStartThatNobodyAnswers) {
+TEST_F(UdpRelayLoopbackTest, ClosingEndsAnUnansweredStart) {
   std::thread closer([this]() {
     hello_ = peer_.Receive();
     keepGoing_ = false;
@@ -120,7 +120,7 @@ TEST(RelayDatagramSocket, HasLargeBuffersAndTheTimeoutsItIsGiven) {
   platform::Socket::Options options = socket.SocketOptions();
   EXPECT_EQ(options.receiveTimeout, milliseconds(900));
   EXPECT_EQ(options.sendTimeout, milliseconds(900));
-  // What a system grants differs; without the wish it is far less.
+  // Systems grant different sizes, but far more than their default.
   int error = 0;
   const auto plain = platform::Socket::Create(platform::SocketKind::UdpIpv4,
                                               platform::SocketAddress::Loopback(0).Family(), error);
@@ -132,13 +132,13 @@ TEST(RelayDatagramSocket, HasLargeBuffersAndTheTimeoutsItIsGiven) {
   EXPECT_EQ(options.sendTimeout, milliseconds(900));
 }
 
-TEST(RelayDatagramSocket, FailsForAHostThatDoesNotExistOrAnAddressThatIsNone) {
+TEST(RelayDatagramSocket, FailsForAnUnknownHostOrAnInvalidAddress) {
   struct Row {
     std::wstring serverUrl;
     const char* error;
   };
   const Row rows[] = {
-      // A label of 70 letters, which no resolver asks anybody about.
+      // Resolvers reject a label of 70 letters without a query.
       {L"http://" + std::wstring(70, L'a') + L":31080", "getaddrinfo failed for UDP relay host."},
       {L"http://[::1]:31080", "getaddrinfo failed for UDP relay host."},  // no IPv4 address
       {L"ftp://127.0.0.1", "WinHttpCrackUrl failed for URL: ftp://127.0.0.1/"},

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kFin = 0x80;
 
-// What a reader makes of bytes that arrive bit by bit, as text for comparing: "M:abc P:x END".
+// The events of a reader fed in small pieces, as text: "M:abc P:x END".
 class Stream {
  public:
   void Arrive(std::span<const std::byte> bytes) {
@@ -104,7 +104,7 @@ TEST(FrameWriter, ChoosesTheShortestLengthForm) {
   }
 }
 
-// The shortest way to say what masking is (RFC 6455, section 5.3).
+// The simplest implementation of masking (RFC 6455, section 5.3).
 Bytes MaskedByteByByte(Bytes bytes, std::uint32_t key) {
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     bytes[i] ^= static_cast<std::byte>(key >> (24 - 8 * (i % 4)));
@@ -265,7 +265,7 @@ TEST(FrameReader, FragmentsTogetherMayReachTheLimitAndNoMore) {
     Bytes first = ServerFrame(2, Pattern(kMaxMessageBytes - 1));
     EXPECT_EQ(reader.Feed(first).event, FrameEvent::NeedMore);
     Bytes header = BytesOf({kFin, static_cast<int>(last)});
-    // The header alone tells it.
+    // The header alone is enough.
     EXPECT_EQ(reader.Feed(header).event, last == 1 ? FrameEvent::NeedMore : FrameEvent::Ended);
     if (last == 2) continue;
     Bytes whole = ServerFrame(kFin, Pattern(last));
@@ -274,7 +274,7 @@ TEST(FrameReader, FragmentsTogetherMayReachTheLimitAndNoMore) {
   }
 }
 
-TEST(FrameReader, WhatIsPassedOverOrAPingIsNotCountedAgainstTheMessage) {
+TEST(FrameReader, SkippedFramesAndPingsDoNotCountTowardsTheLimit) {
   for (const int firstByte : {kFin | 1, 3, kFin | 9, kFin | 10}) {
     Stream stream;
     stream.Arrive(ServerFrame(2, BytesOf("a")));

@@ -10,7 +10,7 @@
 namespace tunnel {
 namespace {
 
-// Feeds all of it in chunks; the state, and the bytes left over in `rest`.
+// Feeds everything in chunks. Returns the state, and the remaining bytes in `rest`.
 HandshakeState FeedAll(HandshakeReader& reader, const Bytes& response, std::size_t chunk,
                        std::size_t& rest) {
   std::span<const std::byte> bytes(response);
@@ -76,7 +76,7 @@ TEST(Handshake, TruncatedResponseIsNotDone) {
   }
 }
 
-TEST(Handshake, LeavesWhatFollowsToTheFrames) {
+TEST(Handshake, LeavesTheRemainingBytesToTheFrames) {
   Bytes response = BytesOf("HTTP/1.1 101 OK\r\n\r\n");
   Append(response, BytesOf({0x82, 1, 'a'}));
   HandshakeReader reader;

@@ -10,8 +10,7 @@
 #include "tunnel/relay/test_relay.h"
 #include "tunnel/relay/websocket_relay.h"
 
-// How the relay's host becomes a connection: its addresses in order, and a look-up that takes too
-// long.
+// Resolving and connecting to the relay's host: its addresses in order, and a slow look-up.
 namespace tunnel {
 namespace {
 
@@ -22,7 +21,7 @@ class WebSocketRelayHosts : public testing::Test {
   platform::SocketLibrary library_;  // for sockets of the tests' own
 };
 
-// A port on which nothing listens, and stays so while the socket lives.
+// A port on which nothing listens as long as the socket exists.
 std::shared_ptr<platform::Socket> MakeDeadEnd() {
   int error = 0;
   auto socket = platform::Socket::Create(platform::SocketKind::Tcp,
@@ -31,7 +30,7 @@ std::shared_ptr<platform::Socket> MakeDeadEnd() {
   return socket;
 }
 
-// Looks every host up as `addresses`.
+// Resolves every host to `addresses`.
 platform::HostLookup LookupOf(std::vector<platform::SocketAddress> addresses) {
   return [addresses = std::move(addresses)](const std::string&, std::uint16_t,
                                             platform::SocketKind) { return addresses; };
@@ -54,7 +53,7 @@ TEST_F(WebSocketRelayHosts, TriesAHostsAddressesInOrder) {
 
 TEST_F(WebSocketRelayHosts, WhenNoAddressAnswersTheLastErrorIsReported) {
   const auto dead = MakeDeadEnd();
-  // The limited broadcast address: no system connects a stream to it.
+  // No system connects a stream to the limited broadcast address.
   const platform::SocketAddress nobody = platform::SocketAddress::Ipv4(0xFFFFFFFF, 9);
   for (const auto& addresses :
        {std::vector{nobody, dead->LocalAddress()}, std::vector{dead->LocalAddress(), nobody}}) {
@@ -72,7 +71,7 @@ TEST_F(WebSocketRelayHosts, WhenNoAddressAnswersTheLastErrorIsReported) {
   }
 }
 
-TEST_F(WebSocketRelayHosts, ALookUpIsGivenUpWhenCancelled) {
+TEST_F(WebSocketRelayHosts, ALookUpIsAbandonedWhenCancelled) {
   std::promise<void> release;
   std::promise<void> left;
   std::atomic<bool> cancelled{false};

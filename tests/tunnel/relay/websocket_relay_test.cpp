@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t kCloseRounds = RACE_ROUNDS;
 constexpr char kUpgrade[] = "HTTP/1.1 101 Switching Protocols\r\n\r\n";
 
-TEST(SendAll, GoesOnWhereAShortSendEndedUntilAllIsSent) {
+TEST(SendAll, ContinuesAfterShortSendsUntilAllIsSent) {
   std::vector<std::size_t> slices;
   Bytes sent;
   const auto send = [&](std::span<const std::byte> slice) {
@@ -57,7 +57,7 @@ class WebSocketRelayTest : public testing::Test {
     }
     return {};
   }
-  // The error of a connect to a relay that answers `response` and then waits or ends.
+  // Connects to a relay that sends `response` and then waits or closes; returns the error.
   std::string FailureAfter(const std::string& response, bool ends) {
     TestRelay server([&](TestPeer& peer) {
       peer.ReadRequest();
@@ -66,7 +66,7 @@ class WebSocketRelayTest : public testing::Test {
     });
     return FailureOf(server.RelayUrl());
   }
-  // What ReadMessage gives after a relay has upgraded, sent `stream` and ended.
+  // The messages read from a relay that upgrades, sends `stream` and closes.
   std::vector<Bytes> MessagesOf(const Bytes& stream, const char* upgrade = kUpgrade) {
     TestRelay server([&](TestPeer& peer) {
       peer.ReadRequest();
@@ -90,17 +90,17 @@ TEST_F(WebSocketRelayTest, RefusesASecureRelay) {
             "wss relay is not supported by the native Winsock transport.");
 }
 
-TEST_F(WebSocketRelayTest, RefusesWhatIsNoRelayAddress) {
+TEST_F(WebSocketRelayTest, RefusesInvalidAddresses) {
   EXPECT_EQ(FailureOf(L"http://127.0.0.1/"), "WinHttpCrackUrl failed for URL: http://127.0.0.1/");
 }
 
-TEST_F(WebSocketRelayTest, SaysThatTheHostIsUnknown) {
-  // A label over 63 letters is no name, so no server is asked.
+TEST_F(WebSocketRelayTest, ReportsAnUnknownHost) {
+  // Resolvers reject a label of more than 63 letters without a query.
   EXPECT_EQ(FailureOf(L"ws://" + std::wstring(70, L'a') + L"/"),
             "getaddrinfo failed for relay host.");
 }
 
-TEST_F(WebSocketRelayTest, SaysWhereTheConnectFailed) {
+TEST_F(WebSocketRelayTest, ReportsWhereTheConnectFailed) {
   platform::SocketLibrary library;
   int error = library.Start();
   const auto taken = platform::Socket::Create(platform::SocketKind::Tcp, 2, error);
@@ -113,8 +113,8 @@ TEST_F(WebSocketRelayTest, SaysWhereTheConnectFailed) {
       << failure;
 }
 
-TEST_F(WebSocketRelayTest, SaysThatTheRequestCouldNotBeSent) {
-  // Far more than sockets hold of what nobody reads.
+TEST_F(WebSocketRelayTest, ReportsAnUnsentRequest) {
+  // Far more than socket buffers hold.
   TestRelay server(TestRelay::Refuse());
   const std::string failure = FailureOf(server.RelayUrl() + std::wstring(16 << 20, L'x'));
   constexpr std::string_view kStart = "WebSocket handshake send failed, error ";
@@ -123,7 +123,7 @@ TEST_F(WebSocketRelayTest, SaysThatTheRequestCouldNotBeSent) {
 }
 
 TEST_F(WebSocketRelayTest, TriesEachAddressOfTheHost) {
-  // Where the name also stands for ::1, that comes first, and nobody listens there.
+  // If the name also resolves to ::1, that is tried first, and nothing listens there.
   TestRelay server;
   const std::wstring url = server.RelayUrl();
   relay_.Connect(L"ws://localhost" + url.substr(url.find(L':', 5)));
@@ -144,7 +144,7 @@ TEST_F(WebSocketRelayTest, SendsTheRequestAndSetsTheSocketUp) {
   EXPECT_EQ(options.sendTimeout, std::chrono::milliseconds(8000));
   EXPECT_TRUE(options.noDelay);
   EXPECT_TRUE(options.keepAlive);
-  // 4 MiB are asked for; the system grants what it allows, which is more than its default.
+  // The program requests 4 MiB; systems may grant less, but more than their default.
   EXPECT_GT(options.receiveBufferBytes, 200000);
   EXPECT_GT(options.sendBufferBytes, 200000);
 }
@@ -176,7 +176,7 @@ TEST_F(WebSocketRelayTest, KeepsTheBytesAfterTheHandshake) {
   EXPECT_EQ(MessagesOf(stream), (std::vector<Bytes>{BytesOf("first"), Pattern(70000)}));
 }
 
-// Where they are not, the AddressSanitizer ends this test.
+// The AddressSanitizer aborts if they are not.
 TEST_F(WebSocketRelayTest, HasReadableBytesBehindAMessage) {
   TestRelay server;
   relay_.Connect(server.RelayUrl());
@@ -187,7 +187,7 @@ TEST_F(WebSocketRelayTest, HasReadableBytesBehindAMessage) {
     ASSERT_EQ(message.size(), size);
     TouchEach({message.data() + size, kReadableBehindPacket});
   }
-  // A message in fragments is the reader's own.
+  // A fragmented message lies in the reader's memory.
   Bytes fragments = ServerFrame(0x02, Pattern(1000));
   Append(fragments, ServerFrame(0x80, Pattern(24)));
   ASSERT_TRUE(server.Push(fragments));
@@ -229,7 +229,7 @@ TEST_F(WebSocketRelayTest, AnswersPingInsideFragmentedMessage) {
 }
 
 TEST_F(WebSocketRelayTest, APongThatCannotBeSentEndsTheConnection) {
-  // Ping and message come with the upgrade, so they are here when the connection is gone.
+  // Ping and message arrive with the upgrade, before the connection ends.
   TestRelay server([](TestPeer& peer) {
     peer.ReadRequest();
     Bytes all = BytesOf(kUpgrade);
@@ -264,7 +264,7 @@ TEST_F(WebSocketRelayTest, SendsEachPacketAsOneMaskedFrame) {
 TEST_F(WebSocketRelayTest, SendsManyPacketsTogetherEachAsItsOwnFrame) {
   TestRelay server;
   relay_.Connect(server.RelayUrl());
-  // More than one send takes, and more than is kept of memory; then few again.
+  // More than one send takes and more memory than is kept; then few again.
   for (const std::size_t longest : {70000U, 2000000U, 1U}) {
     std::vector<Bytes> packets;
     for (std::size_t size = 1; size <= longest; size = size * 3 + 1) {
@@ -330,7 +330,7 @@ TEST_F(WebSocketRelayTest, CloseEndsAWaitingHandshake) {
   EXPECT_TRUE(server.WaitForRequests(1));
   relay_.Close();
   connecter.join();
-  // The request may be there before the call that sends it has returned.
+  // The request may arrive before the call that sends it returns.
   const std::string error = " failed, error " + std::to_string(platform::SocketClosedError());
   EXPECT_THAT(failure, testing::AnyOf("WebSocket handshake receive" + error,
                                       "WebSocket handshake send" + error));
@@ -341,7 +341,7 @@ TEST_F(WebSocketRelayTest, CloseAtTheEndOfAHandshakeLeavesNoConnectionBehind) {
   std::mt19937 random(20240501);
   for (std::size_t round = 1; round <= kCloseRounds; ++round) {
     std::thread connecter([&]() { FailureOf(server.RelayUrl()); });
-    // From here on the relay has a socket to close, and the handshake is all but done.
+    // Now there is a socket to close, and the handshake is almost complete.
     EXPECT_TRUE(server.WaitForRequests(round));
     const auto moment =
         std::chrono::steady_clock::now() + std::chrono::nanoseconds(random() % 200000);
@@ -362,7 +362,7 @@ TEST_F(WebSocketRelayTest, CancelledConnectOpensNothing) {
   EXPECT_TRUE(server.Requests().empty());
 }
 
-TEST_F(WebSocketRelayTest, CountsWhatTheRelaySends) {
+TEST_F(WebSocketRelayTest, CountsReceivedBytes) {
   TestRelay server;
   relay_.Connect(server.RelayUrl());
   const std::uint64_t before = relay_.ReceivedBytes();

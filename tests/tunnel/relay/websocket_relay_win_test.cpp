@@ -11,14 +11,14 @@ namespace {
 
 constexpr int kNotInitialised = 10093;  // WSANOTINITIALISED
 
-// What making a socket gives now: 0, or the error's code.
+// The result of creating a socket: 0 or the error code.
 int SocketError() {
   int error = 0;
   platform::Socket::Create(platform::SocketKind::UdpIpv4, 2, error);
   return error;
 }
 
-TEST(WebSocketRelayOnWindows, GivesTheSocketLibraryBackHoweverItEnds) {
+TEST(WebSocketRelayOnWindows, ReleasesTheSocketLibraryOnEveryPath) {
   ASSERT_EQ(SocketError(), kNotInitialised);
   WebSocketRelay relay;
   {
