@@ -88,7 +88,7 @@ scenario('every protocol, only over the WebSocket', kLimits, async (lab, program
   assert.deepEqual([udpFromClient, udpToClient], [0, 0]);
 });
 
-test('the document says of each protocol what was seen', async () => {
+test('the document has the results seen for each protocol', async () => {
   const titles = (await listUses()).map(({ title }) => title);
   results.sort((a, b) => titles.indexOf(a.title) - titles.indexOf(b.title));
   await writeFile(kReport, `${JSON.stringify(results, null, 1)}\n`);

@@ -126,7 +126,7 @@ scenario('every size, only over the WebSocket', { site: true }, async (lab, prog
   await useAll(lab, program, 'webSocket');
 });
 
-test('the document says of each size what was seen', async () => {
+test('the document has the results seen for each size', async () => {
   await writeFile(kReport, `${JSON.stringify(results, null, 1)}\n`);
   assert.deepEqual(rowsOf(results), readTable(await readFile(kDocument, 'utf8')));
 });
