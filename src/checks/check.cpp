@@ -19,8 +19,7 @@ constexpr wchar_t kNotEndedCure[] = L"稍后再做一次；仍然如此时，把
 constexpr wchar_t kFailed[] = L"这一项没有做成：";
 constexpr wchar_t kFailedCure[] = L"把这份报告发给服务管理员。";
 
-// Where the threads of one stage leave what they find. Owned by all of them, because some may
-// outlive the wait.
+// Collects the outcomes of one stage. Shared with its threads, because some may outlive the wait.
 class Board {
  public:
   explicit Board(std::size_t count) : outcomes_(count), missing_(count) {}
@@ -32,7 +31,7 @@ class Board {
     changed_.NotifyAll();
   }
 
-  // What is there by `deadline` at the latest.
+  // Blocks until all outcomes are there or `deadline` has passed.
   std::vector<std::optional<Outcome>> Await(std::chrono::steady_clock::time_point deadline)
       EXCLUDES(lock_) {
     const platform::MutexLock held(lock_);
@@ -81,6 +80,7 @@ void RunStage(const std::vector<Check>& checks, int stage, std::chrono::millisec
     if (checks[i].stage == stage) members.push_back(i);
   }
   const auto board = std::make_shared<Board>(members.size());
+  // One deadline for the whole stage: its checks run at the same time.
   const auto deadline = std::chrono::steady_clock::now() + limit;
   for (std::size_t i = 0; i < members.size(); ++i) Start(checks[members[i]], board, i);
   const auto outcomes = board->Await(deadline);

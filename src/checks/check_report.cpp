@@ -96,6 +96,7 @@ std::vector<std::wstring> FindLogFiles(const std::vector<std::wstring>& folders,
   for (const std::wstring& folder : folders) {
     if (!folder.empty()) AddLogsOf(platform::JoinPath(folder, L"Log"), files, found);
   }
+  // The names are times, so that their order is that of the logs.
   std::ranges::stable_sort(found, std::ranges::greater(), &LogName::name);
   std::vector<std::wstring> paths;
   for (const LogName& log : found) {

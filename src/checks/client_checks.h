@@ -10,23 +10,22 @@
 #include "settings/settings.h"
 #include "webview/runtime_search.h"
 
-// The program's own things: another run, its settings, the browser runtime it shows its page with.
-// Pure.
+// The program itself: other instances, its settings, the browser runtime for its page. Pure.
 namespace checks {
 
-// `isClientRunning`: any client on this computer; `isThisProcess`: it is the one that checks.
+// `isClientRunning`: any client on this computer. `isThisProcess`: that client makes the report.
 Outcome JudgeRunning(bool isClientRunning, bool isThisProcess);
 
 struct SettingsFacts {
   std::wstring path;
   bool exists = false;
-  std::wstring complaint;  // SettingsFile::Load()'s line; empty when the file is good
+  std::wstring complaint;  // the line of SettingsFile::Load(); empty for a good file
   std::size_t profiles = 0;
   bool remembersConnection = false;
-  std::vector<std::wstring> damagedFiles;  // names of files set aside
+  std::vector<std::wstring> damagedFiles;  // names of copies that were set aside
   std::vector<diag::NotedList> proxyNote;
 };
-// Tells numbers, but no name and no value.
+// Reports numbers, never names or values.
 Outcome JudgeSettings(const SettingsFacts& facts, bool isClientRunning);
 
 // Names "Client.settings.damaged-<time>.json" among `names`.

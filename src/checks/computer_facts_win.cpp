@@ -36,7 +36,7 @@ bool IsThere(const std::wstring& folder) {
   return ::GetFileAttributesW(folder.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-// The file goes when its handle does, also with a process that is killed.
+// The system deletes the file with its handle, even if the process is killed.
 DWORD WriteProbe(const std::wstring& folder) {
   const std::wstring path = platform::JoinPath(folder, kProbeName);
   const platform::FileHandle probe(
@@ -53,7 +53,7 @@ DWORD WriteProbe(const std::wstring& folder) {
   return writtenBytes == kProbeBytes ? 0 : ERROR_DISK_FULL;
 }
 
-// As the system names them; of its header some are missing here.
+// Windows' names; mingw-w64's header lacks some.
 constexpr GUID kSleep = {
     0x238C9FA8, 0x0AAD, 0x41ED, {0x83, 0xF4, 0x97, 0xBE, 0x24, 0x2C, 0x8F, 0x20}};
 constexpr GUID kSleepAfter = {
@@ -83,7 +83,7 @@ struct PowerLibrary {
   GetCapabilities getCapabilities = nullptr;
 };
 
-// Loaded when it is needed and from nowhere but Windows' own folder.
+// Loaded on demand, and only from Windows' own folder.
 PowerLibrary LoadPowerLibrary() {
   PowerLibrary library;
   library.module.Reset(::LoadLibraryExW(L"powrprof.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
@@ -135,7 +135,7 @@ ProgramFacts ReadProgramFacts(const std::wstring& version, const std::string& si
 SystemFacts ReadSystemFacts() {
   SystemFacts facts;
   facts.isArm64 = platform::IsArm64Windows();
-  // GetVersionEx tells a program what its manifest wants to hear.
+  // Not GetVersionEx: its answer depends on the program's manifest.
   using GetVersion = LONG(WINAPI*)(OSVERSIONINFOW*);
   const auto getVersion =
       platform::GetProcAddressAs<GetVersion>(::GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion");
@@ -185,7 +185,7 @@ PowerFacts ReadPowerFacts() {
   SYSTEM_POWER_CAPABILITIES capabilities{};
   if (library.getCapabilities != nullptr && library.getCapabilities(&capabilities) != FALSE) {
     facts.hasBattery = capabilities.SystemBatteriesPresent != FALSE;
-    facts.hasModernStandby = capabilities.spare2[2] != 0;  // AoAc, newer than this header
+    facts.hasModernStandby = capabilities.spare2[2] != 0;  // AoAc, which this header lacks
   }
   GUID* allocated = nullptr;
   facts.error = library.getActiveScheme(nullptr, &allocated);

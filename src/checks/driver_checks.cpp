@@ -18,10 +18,10 @@ namespace {
 constexpr std::size_t kHeaderBytes = 20;
 constexpr std::size_t kIpSumOffset = 10;
 constexpr std::size_t kAddressesOffset = 12;  // source, then destination
-constexpr std::uint32_t kFrom = 0xC6336401;  // 198.51.100.1
-constexpr std::uint32_t kTo = 0xCB007101;    // 203.0.113.1
+constexpr std::uint32_t kFrom = 0xC6336401;   // 198.51.100.1
+constexpr std::uint32_t kTo = 0xCB007101;     // 203.0.113.1
 
-// The sum of the 16-bit words, the last odd byte being the high one, before its complement.
+// Adds the 16-bit words to `sum`, an odd last byte as the high one (RFC 1071), without complement.
 std::uint32_t AddWords(std::span<const std::byte> bytes, std::uint32_t sum) {
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     const auto byte = std::to_integer<std::uint32_t>(bytes[i]);
@@ -75,7 +75,7 @@ constexpr wchar_t kNotTried[] = L"没有试：运行目录里没有本程序自�
 constexpr wchar_t kStartFirst[] =
     L"启动一次客户端（启动时会自动放好），再做一次诊断；目录里若是别的文件，先删除它们。";
 
-// The networks of RFC 5737 that no real packet goes to, cut into /30.
+// The documentation networks of RFC 5737 as /30s: real packets never match the filter.
 std::vector<tunnel::RouteMapping> UnusedNetworks() {
   constexpr std::uint32_t kFirst = 0xC6336400;   // 198.51.100.0
   constexpr std::uint32_t kSecond = 0xCB007100;  // 203.0.113.0
@@ -88,7 +88,7 @@ std::vector<tunnel::RouteMapping> UnusedNetworks() {
   return mappings;
 }
 
-// Of a session's start, too: see Session::Start().
+// The same steps as Session::Start().
 void OpenAndClose(tunnel::Driver& driver, const DriverDeps& deps, Outcome& outcome) {
   driver.Load(deps.load());
   outcome.Line(L"WinDivert.dll 已加载");

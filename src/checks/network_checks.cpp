@@ -20,7 +20,7 @@ struct KnownDriver {
   const wchar_t* service;
   const wchar_t* product;
 };
-// Names of kernel services as their makers publish them.
+// Names of kernel services, published by their makers.
 constexpr KnownDriver kKnownDrivers[] = {
     {L"npcap", L"Npcap 抓包"},        {L"npf", L"WinPcap 抓包"},
     {L"tap0901", L"OpenVPN TAP"},     {L"ovpn-dco", L"OpenVPN DCO"},
@@ -66,10 +66,11 @@ void JudgeAdapterNetworks(const tunnel::NetworkAdapter& adapter, Outcome& outcom
   }
 }
 
-// Those of adapters were told with them; what is wider than a /8 is the way to everywhere.
+// Skips routes of adapters, which are reported with their adapter, and routes wider than a /8, such
+// as the default route.
 void JudgeRoutes(const NetworkFacts& facts, Outcome& outcome) {
   constexpr std::uint32_t kWidestPrefix = 8;
-  std::set<std::wstring> told;
+  std::set<std::wstring> reported;
   for (const tunnel::Ipv4Network& route : facts.routes) {
     if (route.prefix < kWidestPrefix || !tunnel::Overlaps(route, kSubstitutes)) continue;
     const bool isAdapters = std::ranges::any_of(facts.adapters.adapters, [&](const auto& adapter) {
@@ -78,7 +79,7 @@ void JudgeRoutes(const NetworkFacts& facts, Outcome& outcome) {
           [&](const auto& network) { return tunnel::Overlaps(network, route); });
     });
     const std::wstring name = tunnel::FormatNetwork(route);
-    if (isAdapters || !told.insert(name).second) continue;
+    if (isAdapters || !reported.insert(name).second) continue;
     outcome.Note(
         L"路由 " + name + L" 与 172.31.0.0/16 重叠，连接期间其中被 NAT 用到的地址到不了原来的地方",
         L"如果需要访问那里（多半是公司 VPN），连接现场时先断开 VPN。");
@@ -91,12 +92,12 @@ void JudgeSites(const NetworkFacts& facts, Outcome& outcome) {
     addresses.insert(addresses.end(), adapter.addresses.begin(), adapter.addresses.end());
   }
   const std::vector<tunnel::Ipv4Network> local = tunnel::SelectLocalNetworks(addresses);
-  std::set<std::wstring> told;
+  std::set<std::wstring> reported;
   for (const tunnel::Ipv4Network& site : tunnel::ParseRoutes(facts.siteNetworks)) {
     for (const tunnel::Ipv4Network& own : local) {
       const std::wstring line = L"档案中的网段 " + tunnel::FormatNetwork(site) + L" 与本机网段 " +
                                 tunnel::FormatNetwork(own) + L" 重叠";
-      if (!tunnel::Overlaps(site, own) || !told.insert(line).second) continue;
+      if (!tunnel::Overlaps(site, own) || !reported.insert(line).second) continue;
       outcome.Note(line, L"连接后用界面上显示的 NAT 地址（172.31.x.x）访问现场设备。");
     }
   }
@@ -145,7 +146,7 @@ Outcome JudgeProxies(const ProxyFacts& facts) {
     outcome.Note(L"读不出用户代理：错误 " + std::to_wstring(facts.userError));
   }
   outcome.Line(L"用户代理：" + (facts.userProxy.empty() ? L"没有" : facts.userProxy) +
-               (facts.findsItself ? L"；自动检测已开" : L""));
+               (facts.isAutoDetected ? L"；自动检测已开" : L""));
   if (!facts.script.empty()) outcome.Line(L"自动配置脚本（PAC）：" + facts.script);
   outcome.Line(L"代理旁路名单：" + (facts.userBypass.empty() ? L"空" : facts.userBypass));
   if (!facts.script.empty()) {

@@ -32,7 +32,7 @@ struct GlobalTextTraits {
 };
 using GlobalText = platform::UniqueHandle<GlobalTextTraits>;
 
-// Takes and frees a text that WinHTTP has allocated.
+// Copies and frees a text allocated by WinHTTP.
 std::wstring Take(wchar_t* allocated) {
   const GlobalText text(allocated);
   return allocated == nullptr ? std::wstring() : std::wstring(allocated);
@@ -71,10 +71,10 @@ ProxyFacts ReadProxyFacts() {
   const bool knowsUsers = ::WinHttpGetIEProxyConfigForCurrentUser(&user) != FALSE;
   if (!knowsUsers) facts.userError = ::GetLastError();
   if (knowsUsers) {
-    facts.findsItself = user.fAutoDetect != FALSE;
+    facts.isAutoDetected = user.fAutoDetect != FALSE;
     facts.script = Take(user.lpszAutoConfigUrl);
     facts.userProxy = Take(user.lpszProxy);
-    Take(user.lpszProxyBypass);  // the whole list is read below
+    Take(user.lpszProxyBypass);  // only freed; the whole list is read below
   }
   facts.userBypass = diag::RealProxyOverride().read().value_or(L"");
   return facts;
@@ -90,6 +90,7 @@ HttpAnswer Fetch(const std::wstring& url) {
     answer.status = exchange.Status();
     answer.date = exchange.Date();
     std::string body;
+    // Cut at the limit: an answer of that size is not the service's.
     for (std::string chunk = exchange.ReadChunk(); !chunk.empty() && body.size() < kMostBytes;
          chunk = exchange.ReadChunk()) {
       body += chunk;

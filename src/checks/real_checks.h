@@ -11,27 +11,27 @@
 
 namespace checks {
 
-// What the report needs of the program that makes it.
+// The program's part of a report.
 struct ReportRequest {
   update::ProgramIdentity self;
-  // The driver files that the program carries; they live as long as it does.
+  // The driver files in the program's own file.
   struct CarriedFile {
     std::wstring name;
     std::span<const std::byte> bytes;
   };
   std::vector<CarriedFile> carriedFiles;
   bool (*isClientRunning)() = nullptr;  // on this computer; any thread
-  // Of the client that makes it; nothing for a run that only checks.
+  // The running client; empty for a run that only checks.
   struct Client {
     std::wstring logPath;
-    std::wstring record;     // its settings as WriteSettingsText() writes them
+    std::wstring record;     // its settings, from WriteSettingsText()
     std::wstring serverUrl;  // of the form
   };
   std::optional<Client> client;
-  std::wstring workingFolder;  // a client started here would log below it
+  std::wstring workingFolder;  // the parent of a client's log folder
 };
 
-// The checks, files and folders of this computer. Windows only; what it returns may be used on any
+// The checks, files and folders of this computer. Windows only; the result may be used on any
 // thread.
 ReportDeps RealReportDeps(const ReportRequest& request);
 

@@ -30,12 +30,12 @@ namespace checks {
 namespace {
 
 constexpr wchar_t kBrowserFolder[] = L"VelmarineWebUI_Client";
-// Behind the others: opening the driver changes what its service looks like.
+// After the other checks: opening the driver changes the state of its service.
 constexpr int kDriverStage = 1;
 
 using Request = std::shared_ptr<const ReportRequest>;
 
-// As the file holds them; nothing is written.
+// From the file; writes nothing.
 settings::Settings ReadSettings(std::wstring* complaint = nullptr) {
   settings::Settings record;
   const std::wstring line = settings::RealSettingsFile().Load(record);
@@ -69,7 +69,7 @@ std::vector<DriverFile> ReadDriverFiles(const ReportRequest& request) {
   return files;
 }
 
-// All of them, held and compared while they are held.
+// Holds all files and compares them while they cannot change; null if one differs.
 std::shared_ptr<void> HoldDriverFiles(const ReportRequest& request) {
   auto held = std::make_shared<std::vector<platform::HeldFile>>();
   for (const ReportRequest::CarriedFile& carried : request.carriedFiles) {
@@ -245,7 +245,7 @@ void ShowFile(const std::wstring& path) {
   info.lpVerb = L"open";
   info.lpFile = path.c_str();
   info.nShow = SW_SHOWNORMAL;
-  // What the file's kind is registered with may be a COM object.
+  // The program for this kind of file may be started through COM.
   const HRESULT entered =
       ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
   ::ShellExecuteExW(&info);

@@ -46,7 +46,7 @@ class Lines {
   std::wstring text_;
 };
 
-// The worst first; of equal ones in the order of the checks.
+// Worst first; equal ones in the order of the checks.
 void AddSummary(const std::vector<Finding>& findings, Lines& report) {
   const auto count = [&findings](Verdict verdict) {
     return std::to_wstring(std::ranges::count_if(findings, [verdict](const Finding& finding) {

@@ -25,7 +25,7 @@ bool IsIdUnit(wchar_t unit) {
   return IsLetterOrDigit(unit) || unit == L'-' || unit == L'_';
 }
 
-// The value of the member whose name ends at `position`; empty when no text follows.
+// The value of the member whose name ends at `position`; empty unless it is a string.
 std::wstring ValueBehind(std::wstring_view text, std::size_t position) {
   const auto skipSpaces = [&] {
     while (position < text.size() && text::IsSpace(text[position])) ++position;
@@ -40,7 +40,7 @@ std::wstring ValueBehind(std::wstring_view text, std::size_t position) {
     const settings::JsonValue value = settings::ReadJsonValue(text, position);
     return value.AsString() == nullptr ? std::wstring() : *value.AsString();
   } catch (const std::runtime_error&) {
-    // Cut off inside the value: what is left of it.
+    // The file was cut inside the value; hide the remainder.
     return std::wstring(text.substr(start, text.find_first_of(L"\r\n", start) - start));
   }
 }
@@ -108,7 +108,9 @@ void Secrets::Add(std::wstring_view value) {
 }
 
 std::wstring Secrets::BlackOut(std::wstring_view text) const {
+  // Folding keeps the length, so positions in `folded` are positions in `text`.
   const std::wstring folded = text::FoldCase(text);
+  // Marked first and replaced once: secrets may overlap, and the marker must not be searched.
   Hidden hidden(folded.size(), false);
   for (const std::wstring& value : values_) HideValue(folded, value, hidden);
   for (const std::wstring_view shape : kShapes) HideShape(folded, shape, hidden);

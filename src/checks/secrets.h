@@ -6,23 +6,22 @@
 
 namespace checks {
 
-// What stands in the report in the place of a key, a password or an id.
+// Replaces a key, a password or an id.
 inline constexpr std::wstring_view kHidden = L"【已隐去】";
 
-// The keys, passwords and ids of this computer, and how a text loses them.
+// Collects keys, passwords and ids and removes them from a text.
 //
 // Threads: none inside.
 class Secrets {
  public:
-  // Learns every value of a member that is secret (access keys, device numbers, engineer and
-  // connection ids, RustDesk's id and password) from a settings text: JSON as the program writes
-  // it, or what is left of a damaged file.
+  // Learns the values of all secret members (access keys, device numbers, engineer and connection
+  // ids, RustDesk's id and password) from a settings text, which may be damaged JSON.
   void LearnFrom(std::wstring_view settingsText);
 
-  // `text` with kHidden for whatever was learned, in any letter case, as it is, percent-encoded or
-  // escaped as in JSON; and for whatever looks like "KEY-...", "DEV-...", "CONN-..." or "ENG-...",
-  // and for the sign-on in an address. A value of fewer than six units goes only where no letter or
-  // digit touches it.
+  // Replaces by kHidden: every learned value in any letter case, plain, percent-encoded or escaped
+  // as in JSON; everything of the form "KEY-...", "DEV-...", "CONN-..." or "ENG-..."; the sign-on
+  // in an address. Values of fewer than six units are replaced only between other characters than
+  // letters and digits, so that words stay readable.
   [[nodiscard]] std::wstring BlackOut(std::wstring_view text) const;
 
  private:

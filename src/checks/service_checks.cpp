@@ -21,9 +21,9 @@ namespace {
 constexpr std::chrono::seconds kConnectLimit{4};
 constexpr std::chrono::milliseconds kHelloWait{1500};
 constexpr int kHellos = 2;
-// Of no connection and no engineer: the relay knows neither.
-constexpr std::wstring_view kNobody = L"VELMARINE-CHECK";
-constexpr std::int64_t kMostSecondsOff = 300;
+// As connection and engineer; the relay knows neither.
+constexpr std::wstring_view kUnknownId = L"VELMARINE-CHECK";
+constexpr std::int64_t kMaxSecondsOff = 300;
 constexpr wchar_t kTcpCure[] =
     L"核对服务地址；让公司防火墙和安全软件放行到这个地址和端口的 TCP；问服务管理员服务是否在运行。";
 constexpr wchar_t kReplyCure[] =
@@ -36,7 +36,7 @@ std::wstring MillisecondsSince(Clock::time_point start) {
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
 }
 
-// Tries the addresses in turn, as a connection does. True when one of them took it.
+// Tries the addresses in turn, like a connection. True when one accepts.
 bool ConnectToOne(const std::vector<platform::SocketAddress>& addresses, Outcome& outcome) {
   std::wstring reason;
   for (const platform::SocketAddress& address : addresses) {
@@ -61,9 +61,10 @@ bool ConnectToOne(const std::vector<platform::SocketAddress>& addresses, Outcome
 enum class HelloEnd { Silence, Acknowledged, Foreign, Refused };
 
 HelloEnd SayHello(tunnel::DatagramSocket& socket) {
-  const std::vector<std::byte> hello = tunnel::BuildHello(kNobody, kNobody);
+  const std::vector<std::byte> hello = tunnel::BuildHello(kUnknownId, kUnknownId);
   HelloEnd end = HelloEnd::Silence;
   for (int i = 0; i < kHellos && end == HelloEnd::Silence; ++i) {
+    // The error of a rejected hello arrives with a later call on the socket.
     if (socket.Send(hello).error != 0) return HelloEnd::Refused;
     socket.SetReceiveTimeout(kHelloWait);
     std::array<std::byte, tunnel::kMaxUdpDatagramBytes> buffer{};
@@ -84,7 +85,7 @@ bool HasSuccess(const std::wstring& body) {
   return member != nullptr && member->AsBoolean() != nullptr;
 }
 
-// What every reply of the service has; a web page or another server's reply has not.
+// Every reply of the service has this member; a web page or another server's reply does not.
 bool IsServiceReply(const std::wstring& body) {
   try {
     return HasSuccess(body.starts_with(L'\xFEFF') ? body.substr(1) : body);
@@ -191,7 +192,7 @@ Outcome JudgeClock(const HttpAnswer& answer, std::int64_t nowSeconds, const std:
   }
   const std::int64_t off = nowSeconds - *theirs;
   outcome.Line(L"本机与服务相差 " + std::to_wstring(off) + L" 秒");
-  if (std::abs(off) > kMostSecondsOff) {
+  if (std::abs(off) > kMaxSecondsOff) {
     outcome.Fault(L"本机时钟比服务" + std::wstring(off > 0 ? L"快 " : L"慢 ") +
                       std::to_wstring(std::abs(off)) + L" 秒",
                   L"在系统的“日期和时间”里打开自动设置时间并立即同步；日志的时间、https "
@@ -219,6 +220,7 @@ std::optional<std::int64_t> ParseHttpDate(std::wstring_view text) {
                             std::chrono::month(static_cast<unsigned>(month / 3 + 1)),
                             std::chrono::day(static_cast<unsigned>(*day))};
   if (!date.ok() || *hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
+  // A leap second (60) counts as the first of the next minute.
   const std::int64_t days = sys_days(date).time_since_epoch().count();
   return ((days * 24 + *hour) * 60 + *minute) * 60 + *second;
 }

@@ -8,42 +8,40 @@
 #include "checks/check.h"
 #include "tunnel/relay/udp_datagram.h"
 
-// Whether the central service can be reached, and agrees about the time. None of them asks for a
-// connection.
+// The way to the central service, and its clock. None of these checks requests a connection.
 namespace checks {
 
 // Connects by TCP and closes again.
 Outcome CheckServiceTcp(const std::wstring& serverUrl);
 
-// Says hello to the relay's UDP port for a connection that does not exist, twice, and waits 1.5 s
-// for each answer.
+// Sends two hellos for a connection that does not exist to the relay's UDP port, waiting 1.5 s for
+// each answer.
 Outcome CheckServiceUdp(const std::wstring& serverUrl,
                         const tunnel::DatagramSocketOpener& openSocket);
 
-// What came back for one request.
+// The answer to one request.
 struct HttpAnswer {
   std::uint32_t status = 0;
-  std::wstring date;     // of the header; empty without one
+  std::wstring date;     // the Date header; empty without one
   std::wstring body;     // at most its first 64 KiB
-  std::wstring failure;  // why there was no answer; then the rest is empty
+  std::wstring failure;  // why there was no answer; everything else is empty then
 };
 
-// Of the question for a newer version, which the program asks at each start.
+// Judges the answer to the request for a newer version, which the program sends at each start.
 Outcome JudgeReply(const HttpAnswer& answer);
 
-// Of a plain request of the service's root. `nowSeconds` is this computer's clock, UTC since 1970;
-// `zone` a line that names its time zone.
+// Judges the answer to a request for the service's root. `nowSeconds` is this computer's clock, UTC
+// since 1970; `zone` is a line about its time zone.
 Outcome JudgeClock(const HttpAnswer& answer, std::int64_t nowSeconds, const std::wstring& zone);
 
-// "Sun, 06 Nov 1994 08:49:37 GMT" (RFC 9110, section 5.6.7) in seconds since 1970; nothing for any
+// Seconds since 1970 for "Sun, 06 Nov 1994 08:49:37 GMT" (RFC 9110, section 5.6.7); empty for any
 // other form.
 std::optional<std::int64_t> ParseHttpDate(std::wstring_view text);
 
-// GET without a body; ends after about ten seconds at the latest when the service is silent.
-// Windows only.
+// Sends a GET; gives up on a silent service after about ten seconds. Windows only.
 HttpAnswer Fetch(const std::wstring& url);
 
-// A line that names the time zone and its distance from UTC. Windows only.
+// A line with the time zone and its offset from UTC. Windows only.
 std::wstring TimeZoneLine();
 
 }  // namespace checks

@@ -6,19 +6,19 @@
 
 namespace checks {
 
-// A kernel driver as the system's service manager knows it.
+// A kernel driver, as registered with the service manager.
 struct ServiceFacts {
   std::wstring name;
   std::wstring displayName;
   bool isRunning = false;
-  // Only of those whose name begins with "WinDivert":
+  // Set only for WinDivert's:
   bool isDisabled = false;
   bool isMarkedForDeletion = false;
-  std::wstring path;  // of its file, as the manager holds it
+  std::wstring path;  // of its file, as registered
 };
 
 struct ServiceList {
-  std::uint32_t error = 0;  // why the manager does not list them
+  std::uint32_t error = 0;  // of listing them
   std::vector<ServiceFacts> drivers;
 };
 

@@ -28,14 +28,14 @@ bool IsMarkedForDeletion(const std::wstring& name) {
   return status == ERROR_SUCCESS && flag != 0;
 }
 
-// What the manager holds of one service beside its state.
+// Adds the service's configuration.
 void AddConfiguration(SC_HANDLE manager, ServiceFacts& service) {
   service.isMarkedForDeletion = IsMarkedForDeletion(service.name);
   const ServiceHandle opened(::OpenServiceW(manager, service.name.c_str(), SERVICE_QUERY_CONFIG));
   if (!opened) return;
   DWORD neededBytes = 0;
   ::QueryServiceConfigW(opened.Get(), nullptr, 0, &neededBytes);
-  // operator new aligns for any record.
+  // operator new[] aligns for any record.
   const auto buffer = std::make_unique<std::byte[]>(neededBytes);
   auto* const config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.get());
   if (neededBytes < sizeof(*config) ||
@@ -46,7 +46,7 @@ void AddConfiguration(SC_HANDLE manager, ServiceFacts& service) {
   if (config->lpBinaryPathName != nullptr) service.path = config->lpBinaryPathName;
 }
 
-// The list in one buffer, whose texts it points to.
+// The records and, in the same buffer, their texts.
 struct DriverList {
   std::unique_ptr<std::byte[]> buffer;
   DWORD count = 0;
@@ -54,7 +54,7 @@ struct DriverList {
 };
 
 DriverList EnumerateDrivers(SC_HANDLE manager) {
-  constexpr int kTries = 3;  // it may grow between the question for its size and the reading
+  constexpr int kTries = 3;  // drivers may be added after the query for the size
   DriverList list;
   DWORD sizeBytes = 0;
   for (int i = 0; i < kTries; ++i) {

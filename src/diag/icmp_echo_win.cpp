@@ -15,6 +15,7 @@ namespace diag {
 namespace {
 
 constexpr char kPayload[] = "Velmarine";  // with its zero byte
+// The reply, the payload and room for the eight bytes of an ICMP error, and some to spare.
 constexpr std::size_t kReplyBytes = 82;
 constexpr DWORD kTimeoutMs = 1000;
 
@@ -36,6 +37,7 @@ Echo SendEcho(std::uint32_t address) {
   {
     const IcmpHandle icmp(::IcmpCreateFile());
     if (!icmp) return {EchoOutcome::NoHandle};
+    // A copy: IcmpSendEcho takes a writable buffer.
     char payload[sizeof(kPayload)];
     std::copy(std::begin(kPayload), std::end(kPayload), std::begin(payload));
     replies = ::IcmpSendEcho(icmp.Get(), ::htonl(address), payload, sizeof(payload), nullptr,

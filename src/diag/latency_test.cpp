@@ -9,7 +9,7 @@
 namespace diag {
 namespace {
 
-// What the settings keep and what the log says.
+// For latencyText and for the log.
 struct LatencyTexts {
   std::wstring kept;
   std::wstring logged;

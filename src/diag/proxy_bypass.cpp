@@ -20,7 +20,7 @@ constexpr wchar_t kLeftovers[] = L"已清理上次运行遗留的系统代理旁
 constexpr std::wstring_view kSeparator = L";";
 constexpr std::uint32_t kMaxPrefix = 32;
 
-// Decimal digits alone, at most 32.
+// Only decimal digits, at most 32.
 std::optional<std::uint32_t> ParsePrefix(std::wstring_view digits) {
   if (digits.empty()) return std::nullopt;
   std::uint32_t prefix = 0;
@@ -32,7 +32,7 @@ std::optional<std::uint32_t> ParsePrefix(std::wstring_view digits) {
   return prefix;
 }
 
-// The first `count` octets with a point behind each, then "*".
+// The first `count` octets, each followed by a dot, and "*".
 std::wstring WholeOctets(const std::wstring& address, int count) {
   std::size_t end = 0;
   for (int i = 0; i < count; ++i) end = address.find(L'.', end) + 1;
@@ -62,7 +62,7 @@ Entries Split(std::wstring_view list) {
   return entries;
 }
 
-// Whether the list was written.
+// True if the list was written.
 bool AddTo(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) {
   const platform::MutexLock held(note.lock);
   const std::optional<std::wstring> text = store.read();
@@ -71,13 +71,14 @@ bool AddTo(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) 
   Entries added = entries;
   std::erase_if(added, [&](const std::wstring& entry) { return Has(list, entry); });
   if (added.empty()) return false;
+  // Before the write: a crash in between leaves a note too many, never an unnoted entry.
   note.Remember(store.user, added);
   list.insert(list.end(), added.begin(), added.end());
   store.write(text::Join(list, kSeparator));
   return true;
 }
 
-// Whether the list was written.
+// True if the list was written.
 bool RemoveFrom(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) {
   const platform::MutexLock held(note.lock);
   const std::optional<std::wstring> text = store.read();
@@ -85,29 +86,31 @@ bool RemoveFrom(const ProxyListDeps& store, const Entries& entries, ProxyNote& n
   Entries list = Split(*text);
   const bool changed =
       std::erase_if(list, [&](const std::wstring& entry) { return Has(entries, entry); }) > 0;
-  const bool isGone = !changed || store.write(text::Join(list, kSeparator));
-  if (isGone) note.Forget(store.user, entries);
+  const bool isRemoved = !changed || store.write(text::Join(list, kSeparator));
+  // Entries that could not be removed stay noted for the next start.
+  if (isRemoved) note.Forget(store.user, entries);
   return changed;
 }
 
-// The entries that were taken off, one copy of each: the last, as new ones are appended.
-Entries TakeOff(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) {
+// Removes the last copy of each entry, because the program appends its own, and returns those that
+// it removed.
+Entries RemoveLast(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) {
   const platform::MutexLock held(note.lock);
   const std::optional<std::wstring> text = store.read();
   if (!text) return {};
   Entries list = Split(*text);
-  Entries takenOff;
+  Entries removed;
   for (const std::wstring& entry : entries) {
     const auto last = std::find_if(list.rbegin(), list.rend(), [&](const std::wstring& other) {
       return text::EqualsIgnoreCase(other, entry);
     });
     if (last == list.rend()) continue;
     list.erase(std::next(last).base());
-    takenOff.push_back(entry);
+    removed.push_back(entry);
   }
-  if (!takenOff.empty() && !store.write(text::Join(list, kSeparator))) return {};
+  if (!removed.empty() && !store.write(text::Join(list, kSeparator))) return {};
   note.Forget(store.user, entries);
-  return takenOff;
+  return removed;
 }
 
 void Add(const Entries& entries, const ProxyListDeps& store, ProxyNote& note) {
@@ -115,7 +118,7 @@ void Add(const Entries& entries, const ProxyListDeps& store, ProxyNote& note) {
   for (const ProxyListDeps& other : store.others) Add(entries, other, note);
 }
 
-// Whether a list has changed.
+// True if a list has changed.
 bool Remove(const Entries& entries, const ProxyListDeps& store, ProxyNote& note) {
   bool changed = RemoveFrom(store, entries, note);
   if (changed) store.announce();
@@ -160,6 +163,7 @@ std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes, const Pr
 
 std::wstring TakeOffLeftovers(
     ProxyNote& note, const std::function<ProxyListDeps(const std::wstring& user)>& listOf) {
+  // The lock is not held while programs are notified, which may take seconds.
   std::vector<NotedList> lists;
   {
     const platform::MutexLock held(note.lock);
@@ -168,10 +172,10 @@ std::wstring TakeOffLeftovers(
   Entries all;
   for (const NotedList& noted : lists) {
     const ProxyListDeps store = listOf(noted.user);
-    const Entries takenOff = TakeOff(store, noted.entries, note);
-    if (takenOff.empty()) continue;
+    const Entries removed = RemoveLast(store, noted.entries, note);
+    if (removed.empty()) continue;
     store.announce();
-    std::ranges::copy_if(takenOff, std::back_inserter(all),
+    std::ranges::copy_if(removed, std::back_inserter(all),
                          [&](const std::wstring& entry) { return !Has(all, entry); });
   }
   return all.empty() ? std::wstring() : kLeftovers + text::Join(all, kSeparator);

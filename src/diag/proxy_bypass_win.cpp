@@ -22,16 +22,16 @@ bool IsText(DWORD type) {
   return type == REG_SZ || type == REG_EXPAND_SZ;
 }
 
-// `text` without what lies behind its first `sizeBytes`, nor the zeros at its end.
+// The first `sizeBytes` of `text`, without zeros at the end: values may be stored with none or
+// many.
 std::wstring Trimmed(std::wstring text, DWORD sizeBytes) {
   text.resize(sizeBytes / sizeof(wchar_t));
   text.resize(text.find_last_not_of(L'\0') + 1);
   return text;
 }
 
-// Another program may write a longer value between the question for its size and the reading, which
-// then has too little room: it is read once more. Empty for no value and for one that is no string;
-// nothing when it cannot be read.
+// Empty text without a string value; empty optional when the value cannot be read. Reads again if
+// another program wrote a longer value after the query for its size.
 std::optional<std::wstring> ReadText(HKEY key) {
   constexpr int kTries = 5;
   DWORD type = 0;
@@ -39,7 +39,7 @@ std::optional<std::wstring> ReadText(HKEY key) {
   LSTATUS status = ::RegQueryValueExW(key, kValue, nullptr, &type, nullptr, &sizeBytes);
   for (int i = 0; i < kTries && (status == ERROR_SUCCESS || status == ERROR_MORE_DATA); ++i) {
     if (!IsText(type) || sizeBytes == 0) return L"";
-    // One more for a value whose size is no whole number of units; the rest of it is no character.
+    // One unit more, for a size that is not a multiple of a unit; half a unit is not a character.
     std::wstring text(sizeBytes / sizeof(wchar_t) + 1, L'\0');
     status = ::RegQueryValueExW(key, kValue, nullptr, &type,
                                 static_cast<BYTE*>(static_cast<void*>(text.data())), &sizeBytes);
@@ -58,7 +58,7 @@ std::optional<std::wstring> ReadProxyOverride(HKEY root) {
   return ReadText(key.Get());
 }
 
-// Running programs read the list anew when they are told.
+// Makes running programs reload the list. Gives up on a program that hangs.
 void AnnounceChange() {
   ::SendMessageTimeoutW(HWND_BROADCAST, WM_SETTINGCHANGE, 0, reinterpret_cast<LPARAM>(kKey),
                         SMTO_ABORTIFHUNG, kAnnounceMs, nullptr);
@@ -77,7 +77,7 @@ bool WriteProxyOverride(HKEY root, const std::wstring& text) {
                           sizeBytes) == ERROR_SUCCESS;
 }
 
-// The part of the registry that is the user's own; empty while he is not signed in.
+// The user's part of the registry; loaded only while he is signed in, otherwise empty.
 platform::RegistryKey RootOf(const std::wstring& sid) {
   HKEY opened = nullptr;
   const LSTATUS status =
@@ -125,13 +125,13 @@ ProxyListDeps LeftoverProxyOverride(const std::wstring& user) {
   store.announce = [] {
     try {
       platform::StartDetached(AnnounceChange);
-    } catch (const std::system_error&) {  // no thread: programs read the list when they start
+    } catch (const std::system_error&) {  // no thread; programs still read the list at their start
     }
   };
   return store;
 }
 
-// Never destroyed: the end of the session may still be at it when the process ends.
+// Never destroyed: the end of the Windows session may still use it when the process exits.
 ProxyNote& RealProxyNote() {
   static ProxyNote& note =
       *new ProxyNote(platform::JoinPath(platform::ParentFolder(settings::SettingsFilePath()),

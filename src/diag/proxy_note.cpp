@@ -81,7 +81,7 @@ void ProxyNote::Forget(const std::wstring& user, const Entries& entries) {
 
 void ProxyNote::Write(const std::vector<NotedList>& lists) {
   if (lists.empty()) return files_.Delete(path_);
-  // A note that cannot be written is not worth stopping for.
+  // Without its note an entry may be left over, but the connection works.
   static_cast<void>(files_.Write(path_, text::ToUtf8(WriteLists(lists))));
 }
 

@@ -9,21 +9,21 @@
 
 namespace diag {
 
-// What the program has added to one user's list, and not taken off again.
+// The entries that the program has added to one user's list and not removed yet.
 struct NotedList {
-  std::wstring user;  // his SID; empty: the one as whom the program runs
+  std::wstring user;  // SID; empty for the user as whom the program runs
   std::vector<std::wstring> entries;
 
   friend bool operator==(const NotedList&, const NotedList&) = default;
 };
 
-// The program's own note of the entries that it has put on proxy lists. It is written before a list
-// is changed and goes when the entries have gone, so that a start after a sudden end knows which
-// entries nobody took off, and which of the same networks the user had there himself.
+// Records the entries that the program has added to proxy lists. Written before a list changes and
+// cleared when the entries are removed, so that the start after a crash knows which entries are
+// left over and which the user had there before.
 //
-// Threads: any, under `lock`, which is held from a list's reading to its writing, too.
-// Errors:  none but exhausted memory. What cannot be read, or is cut short, is an empty note; one
-//          that cannot be written is one less after a sudden end.
+// Threads: any, under `lock`, which also covers each list from reading to writing it.
+// Errors:  throws only std::bad_alloc. A note that cannot be read, or is cut short, is empty; after
+//          a failed write, a crash leaves entries behind.
 class ProxyNote {
  public:
   // `files` must outlive the note.
@@ -42,7 +42,7 @@ class ProxyNote {
   platform::FileDeps& files_;
 };
 
-// The one note of the process, "Client.proxy.json" beside the settings file. Windows only.
+// The process's only note, "Client.proxy.json" beside the settings file. Windows only.
 ProxyNote& RealProxyNote();
 
 }  // namespace diag

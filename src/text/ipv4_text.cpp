@@ -7,7 +7,7 @@ bool IsDigit(wchar_t unit) noexcept {
   return unit >= L'0' && unit <= L'9';
 }
 
-// The octet at the start of `text`, which is cut off it.
+// Removes and returns the octet at the front of `text`.
 std::optional<std::uint32_t> TakeOctet(std::wstring_view& text) noexcept {
   std::uint32_t value = 0;
   std::size_t digits = 0;

@@ -5,13 +5,12 @@
 #include <string>
 #include <string_view>
 
-// IPv4 addresses as text; as numbers they are in host order, the first octet the most significant
-// byte.
+// Converts IPv4 addresses between text and numbers in host order: the first octet is the most
+// significant byte.
 namespace text {
 
-// A strict dotted quad, as inet_pton takes it: four decimal octets of one to three digits, none
-// above 255, none with a leading zero, nothing around them. Own code, so that every platform
-// agrees.
+// Accepts a strict dotted quad, like inet_pton: four decimal octets of one to three digits, up to
+// 255, without leading zeros or surrounding text. Not the system's, which differs by platform.
 std::optional<std::uint32_t> ParseIpv4(std::wstring_view value);
 
 // "192.168.1.20".

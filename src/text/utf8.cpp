@@ -8,12 +8,12 @@ namespace {
 
 constexpr std::uint32_t kReplacement = 0xFFFD;
 
-// What a lead byte promises: how many bytes follow and the range of the first of them. The
-// narrowed ranges shut out overlong forms, surrogates and what lies past U+10FFFF (RFC 3629,
-// section 4), so that every byte after the first two is any of 80..BF.
+// The sequence that a lead byte starts: its length and the range of its second byte. The narrower
+// ranges exclude overlong forms, surrogates and code points past U+10FFFF (RFC 3629, section 4).
+// Every later byte may be any of 80..BF.
 struct LeadByte {
   std::uint32_t bits = 0;  // the lead byte's own part of the code point
-  int following = 0;       // 0 = no lead byte
+  int following = 0;       // bytes after the lead byte; 0: not a lead byte
   std::uint8_t lowest = 0x80;
   std::uint8_t highest = 0xBF;
 };
@@ -29,8 +29,8 @@ LeadByte ClassifyLead(std::uint8_t byte) {
   return {};
 }
 
-// Decodes the sequence at `position` and moves past it: past the whole character, or past the
-// longest beginning that could have become one.
+// Decodes the sequence at `position` and moves past it, or past the longest beginning of a valid
+// one, so that each maximal invalid sequence becomes one replacement character.
 std::uint32_t DecodeOne(std::string_view bytes, std::size_t& position) {
   const auto first = static_cast<std::uint8_t>(bytes[position++]);
   if (first < 0x80) return first;
@@ -65,7 +65,7 @@ std::uint32_t UnitAt(std::wstring_view units, std::size_t index) {
   return static_cast<std::uint32_t>(units[index]) & 0xFFFF;
 }
 
-// The code point at `position`, a lone surrogate as U+FFFD; moves past it.
+// Returns the code point at `position`, U+FFFD for a lone surrogate, and moves past it.
 std::uint32_t TakeCodePoint(std::wstring_view units, std::size_t& position) {
   const std::uint32_t unit = UnitAt(units, position++);
   if (unit < 0xD800 || unit > 0xDFFF) return unit;
@@ -97,7 +97,7 @@ void AppendBytes(std::uint32_t codePoint, std::string& out) {
   }
 }
 
-// `high` is the index of the more significant byte in each pair.
+// `high`: the index of the more significant byte in each pair.
 std::wstring FromUtf16Bytes(std::string_view bytes, std::size_t high) {
   const auto byteAt = [bytes](std::size_t index) {
     return static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[index]));

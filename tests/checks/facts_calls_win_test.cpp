@@ -241,7 +241,7 @@ TEST(ProxyCalls, ReadBothAndFreeTheirTexts) {
   const ProxyFacts facts = ReadProxyFacts();
   EXPECT_EQ(facts.systemProxy + L" " + facts.systemBypass, L"sys:1 <local>");
   EXPECT_EQ(facts.script + L" " + facts.userProxy, L"http://pac user:2");
-  EXPECT_TRUE(facts.findsItself);
+  EXPECT_TRUE(facts.isAutoDetected);
   EXPECT_TRUE(calls.WereAmong(
       {Api::WinHttpGetDefaultProxyConfiguration, Api::WinHttpGetIEProxyConfigForCurrentUser},
       {Said<Api::WinHttpGetDefaultProxyConfiguration>(Some{}),
