@@ -66,6 +66,7 @@ Outcome RunOne(const Check& check) {
 }
 
 void Start(const Check& check, const std::shared_ptr<Board>& board, std::size_t index) {
+  // Detached: a call into a hanging driver or service cannot be cancelled.
   try {
     platform::StartDetached([check, board, index] { board->Put(index, RunOne(check)); });
   } catch (const std::system_error& error) {
@@ -96,7 +97,7 @@ void RunStage(const std::vector<Check>& checks, int stage, std::chrono::millisec
 
 std::vector<Finding> RunChecks(const std::vector<Check>& checks, std::chrono::milliseconds limit) {
   std::vector<Finding> findings;
-  std::set<int> stages;
+  std::set<int> stages;  // ascending
   for (const Check& check : checks) {
     findings.push_back({check.id, check.title, check.english, {}});
     stages.insert(check.stage);

@@ -50,6 +50,7 @@ Outcome JudgeSettings(const SettingsFacts& facts, bool isClientRunning) {
         L"档案都在的话可以删除它们；文件里有密钥，不要发给别人。");
     for (const std::wstring& name : facts.damagedFiles) outcome.Line(name);
   }
+  // While a client runs, its connection and its bypass entries are as they should be.
   if (facts.remembersConnection && !isClientRunning) {
     outcome.Note(L"上次的连接没有正常断开，下次连接前会先向服务报告它已结束");
   }
@@ -74,6 +75,7 @@ std::vector<std::wstring> DamagedSettings(const std::vector<std::wstring>& names
 
 Outcome JudgeWebView(const std::vector<webview::ListedRuntime>& runtimes) {
   Outcome outcome;
+  // In the order of the search at start-up, so the first usable one is the one that is used.
   const auto chosen = std::ranges::find(runtimes, true, &webview::ListedRuntime::isUsable);
   if (chosen == runtimes.end()) {
     outcome.Fault(L"没有可用的 WebView2 运行时，界面打不开",

@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::uint32_t kOldestMajor = 10;
 constexpr std::uint64_t kMegabyte = 1 << 20;
+// An update needs the program twice for a moment, and logs and settings some room.
 constexpr std::uint64_t kNeededBytes = 20 * kMegabyte;
 constexpr std::uint64_t kComfortableBytes = 500 * kMegabyte;
 
@@ -49,6 +50,7 @@ void JudgeFolder(const FolderFacts& folder, Outcome& outcome) {
 std::wstring Minutes(const std::optional<std::uint32_t>& seconds) {
   if (!seconds) return L"未知";
   if (*seconds == 0) return L"从不";
+  // Rounded up: half a minute must not read as 0.
   return std::to_wstring((*seconds + 59) / 60) + L" 分钟后";
 }
 
@@ -82,11 +84,13 @@ Outcome JudgeProgram(const ProgramFacts& facts) {
   if (facts.sha256.empty()) {
     outcome.Fault(L"读不出程序自己的文件", L"检查安全软件，或重新下载本程序。");
   }
+  // A build without a pinned signer does not check signatures, so there is nothing to compare.
   if (facts.signerPin.empty()) {
     outcome.Line(L"更新签名：这个版本没有指定签名者，更新不核对签名");
     return outcome;
   }
   outcome.Line(L"更新签名：只接受此密钥签名的更新，SHA-256 " + text::FromUtf8(facts.signerPin));
+  // An accepted signature of another signer is a fault, too: the key decides, not Windows' trust.
   if (facts.signerKeySha256 == facts.signerPin) {
     outcome.Line(L"本程序的文件由同一密钥签名");
   } else {
@@ -103,9 +107,11 @@ Outcome JudgeSystem(const SystemFacts& facts) {
                L"，内部版本 " + std::to_wstring(facts.build));
   outcome.Line(facts.isArm64 ? L"处理器：ARM64" : L"处理器：x64");
   if (facts.dpi != 0) {
+    // Rounded: 96 dots per inch are 100 %.
     outcome.Line(L"显示缩放：" + std::to_wstring((facts.dpi * 100 + 48) / 96) + L" %");
   }
   if (facts.build == 0) outcome.Note(L"系统没有说出它的版本");
+  // An unknown version is only a note: it would be wrong to send the engineer to another computer.
   if (facts.build != 0 && facts.major < kOldestMajor) {
     outcome.Fault(L"Windows 版本太旧：需要 Windows 10 或更新", L"换一台 Windows 10 或 11 的电脑。");
   }
@@ -151,6 +157,7 @@ Outcome JudgePower(const PowerFacts& facts) {
   outcome.Line(L"Wi-Fi 节能（0 为关，3 为最省电）：" +
                Text(facts.wifiSaving, Level, facts.hasBattery));
   outcome.Line(facts.hasModernStandby ? L"新式待机：有" : L"新式待机：没有");
+  // Without a battery its settings exist but never apply.
   const bool sleepsOnBattery = facts.hasBattery && IsSet(facts.sleepSeconds.onBattery);
   if (IsSet(facts.sleepSeconds.onMains) || sleepsOnBattery) {
     outcome.Note(L"没人操作时电脑会睡眠（" + Text(facts.sleepSeconds, Minutes, facts.hasBattery) +

@@ -120,6 +120,7 @@ ProgramFacts ReadProgramFacts(const std::wstring& version, const std::string& si
   facts.version = version;
   facts.signerPin = signerPin;
   facts.path = platform::ProgramPath();
+  // Held, so that sum and signature are of the same bytes.
   const platform::HeldFile file = platform::HoldFile(facts.path);
   if (!file.result.succeeded) return facts;
   facts.sizeBytes = file.bytes.size();
@@ -162,6 +163,7 @@ FolderFacts ProbeFolder(const std::wstring& name, const std::wstring& path) {
   facts.name = name;
   facts.path = path;
   facts.probed = path;
+  // The report must not create folders, so a missing one is judged by its parent.
   while (!IsThere(facts.probed)) {
     const std::wstring parent = platform::ParentFolder(facts.probed);
     if (parent.empty()) break;

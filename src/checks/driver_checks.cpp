@@ -51,6 +51,7 @@ ChecksumProbe MakeProbe(const wchar_t* name, std::uint8_t protocol, std::size_t 
   ChecksumProbe probe{name, std::vector<std::byte>(kHeaderBytes + transportBytes),
                       kHeaderBytes + sumOffset, protocol != tunnel::kProtocolIcmp};
   const std::span<std::byte> packet(probe.packet);
+  // Varied bytes, so that a function that skips or swaps some does not get the sum right.
   for (std::size_t i = kHeaderBytes; i < packet.size(); ++i) packet[i] = std::byte(i * 37 & 0xFF);
   packet[0] = std::byte{0x45};
   tunnel::WriteU16Be(packet, 2, static_cast<std::uint16_t>(packet.size()));
@@ -100,9 +101,11 @@ void OpenAndClose(tunnel::Driver& driver, const DriverDeps& deps, Outcome& outco
 
 void Explain(const tunnel::DriverError& error, Outcome& outcome) {
   const std::wstring what = text::FromUtf8(error.what());
+  // The filter of 124 networks would fill a page of the report.
   const std::wstring first = what.substr(0, what.find(L" for filter"));
   const std::wstring reason = error.Code() == 0 ? first.substr(0, first.find(L'\r'))
                                                 : tunnel::DescribeDriverError(error.Code());
+  // A connection repairs these by itself, so they do not keep the program from working.
   if (tunnel::IsDriverLeftover(error.Code())) {
     outcome.Note(L"驱动现在打不开：" + reason, L"连接时程序会自动停止旧的驱动服务并再试一次。");
   } else {
@@ -111,6 +114,7 @@ void Explain(const tunnel::DriverError& error, Outcome& outcome) {
   }
 }
 
+// Not a comparison of beginnings: registered paths start with "\\??\\".
 bool IsIn(const std::wstring& path, const std::wstring& folder) {
   return text::FoldCase(path).find(text::FoldCase(folder)) != std::wstring::npos;
 }
@@ -141,6 +145,7 @@ Outcome JudgeDriverFiles(const std::vector<DriverFile>& files) {
       outcome.Fault(L"缺少驱动文件 " + file.path, kWhitelist);
       continue;
     }
+    // Two sums that could not be computed are equal, too.
     const bool isOwn = !file.sha256.empty() && file.sha256 == file.carriedSha256;
     outcome.Line(file.path + L"，" + std::to_wstring(*file.sizeBytes) + L" 字节，" +
                  (isOwn ? L"与自带的相同" : L"与自带的不同"));
@@ -221,6 +226,7 @@ std::vector<ChecksumProbe> MakeChecksumProbes() {
   ChecksumProbe icmp = MakeProbe(L"ICMP", tunnel::kProtocolIcmp, 40, 2);
   icmp.packet[kHeaderBytes] = std::byte{8};      // echo request
   icmp.packet[kHeaderBytes + 1] = std::byte{0};  // its only code
+  // An odd length: its last byte is padded with a zero for the sum.
   ChecksumProbe tcp = MakeProbe(L"TCP", tunnel::kProtocolTcp, 61, 16);
   tcp.packet[kHeaderBytes + 12] = std::byte{0x50};  // five words of header
   ChecksumProbe udp = MakeProbe(L"UDP", tunnel::kProtocolUdp, 48, 6);
@@ -232,6 +238,7 @@ std::wstring FindWrongSums(const ChecksumProbe& probe,
                            const std::function<void(std::span<std::byte> packet)>& recalculate) {
   const std::size_t sizeBytes = probe.packet.size();
   std::vector<std::byte> bytes = probe.packet;
+  // The driver's function may read past the packet's end.
   bytes.resize(sizeBytes + tunnel::kReadableBehindPacket);
   const std::span<std::byte> packet = std::span(bytes).first(sizeBytes);
   try {

@@ -86,6 +86,8 @@ void JudgeRoutes(const NetworkFacts& facts, Outcome& outcome) {
   }
 }
 
+// Overlaps are expected (many sites use 192.168.1.0/24) and solved by substitutes; hence only
+// notes.
 void JudgeSites(const NetworkFacts& facts, Outcome& outcome) {
   std::vector<tunnel::AdapterAddress> addresses;
   for (const tunnel::NetworkAdapter& adapter : facts.adapters.adapters) {
@@ -116,6 +118,7 @@ Outcome JudgeNetworks(const NetworkFacts& facts) {
   }
   bool hasNetwork = false;
   for (const tunnel::NetworkAdapter& adapter : facts.adapters.adapters) {
+    // 127.0.0.0/8 overlaps no site and says nothing about the network.
     if (adapter.type == kTypeLoopback) continue;
     DescribeAdapter(adapter, outcome);
     JudgeAdapterNetworks(adapter, outcome);
@@ -142,6 +145,7 @@ Outcome JudgeProxies(const ProxyFacts& facts) {
                      L"：取网段、连接请求和更新都经过它，中继和 UDP 不经过",
                  L"连不上中心服务时，用管理员命令行运行 netsh winhttp reset proxy，或让代理放行。");
   }
+  // ERROR_FILE_NOT_FOUND (2): the user has no proxy settings.
   if (facts.userError != 0 && facts.userError != 2) {
     outcome.Note(L"读不出用户代理：错误 " + std::to_wstring(facts.userError));
   }

@@ -217,7 +217,8 @@ class ReportFiles final : public platform::ComputerFiles {
 }  // namespace
 
 ReportDeps RealReportDeps(const ReportRequest& request) {
-  static ReportFiles files;
+  // Never destroyed: the report's detached thread may outlive main().
+  static ReportFiles& files = *new ReportFiles;
   const auto shared = std::make_shared<const ReportRequest>(request);
   ReportDeps deps;
   deps.version = request.self.version;

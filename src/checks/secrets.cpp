@@ -14,6 +14,7 @@ constexpr std::wstring_view kSecretMembers[] = {
     L"accessPassword", L"connectionId", L"deviceNumber",          L"deviceSecret",
     L"engineerId",     L"rustDeskId",   L"rustDeskAccessPassword"};
 constexpr std::wstring_view kShapes[] = {L"key-", L"dev-", L"conn-", L"eng-"};
+// Shorter values, such as a device named "1", also occur inside other words and numbers.
 constexpr std::size_t kShortUnits = 6;
 
 bool IsLetterOrDigit(wchar_t unit) {
@@ -59,7 +60,7 @@ void Hide(Hidden& hidden, std::size_t at, std::size_t length) {
 
 void HideValue(std::wstring_view folded, std::wstring_view value, Hidden& hidden) {
   for (std::size_t at = folded.find(value); at != std::wstring_view::npos;
-       at = folded.find(value, at + 1)) {
+       at = folded.find(value, at + 1)) {  // occurrences may overlap
     if (value.size() < kShortUnits && !StandsAlone(folded, at, value.size())) continue;
     Hide(hidden, at, value.size());
   }
@@ -90,6 +91,7 @@ void HideSignOns(std::wstring_view text, Hidden& hidden) {
 
 void Secrets::LearnFrom(std::wstring_view settingsText) {
   for (const std::wstring_view member : kSecretMembers) {
+    // A text search instead of the JSON reader: a damaged file has secrets, too.
     const std::wstring name = L"\"" + std::wstring(member) + L"\"";
     for (std::size_t at = settingsText.find(name); at != std::wstring_view::npos;
          at = settingsText.find(name, at + 1)) {
@@ -101,6 +103,7 @@ void Secrets::LearnFrom(std::wstring_view settingsText) {
 void Secrets::Add(std::wstring_view value) {
   const std::wstring trimmed = text::Trim(value);
   if (trimmed.empty()) return;
+  // Texts may quote addresses (percent-encoded) and JSON (escaped).
   for (const std::wstring& form :
        {trimmed, text::PercentEncode(trimmed), settings::EscapeJsonString(trimmed)}) {
     values_.insert(text::FoldCase(form));

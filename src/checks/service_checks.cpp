@@ -18,11 +18,13 @@
 namespace checks {
 namespace {
 
+// Short enough to report the reason before kCheckLimit ends the check.
 constexpr std::chrono::seconds kConnectLimit{4};
 constexpr std::chrono::milliseconds kHelloWait{1500};
 constexpr int kHellos = 2;
 // As connection and engineer; the relay knows neither.
 constexpr std::wstring_view kUnknownId = L"VELMARINE-CHECK";
+// Five minutes: far less than breaks https certificates, far more than a reply takes.
 constexpr std::int64_t kMaxSecondsOff = 300;
 constexpr wchar_t kTcpCure[] =
     L"核对服务地址；让公司防火墙和安全软件放行到这个地址和端口的 TCP；问服务管理员服务是否在运行。";
@@ -44,6 +46,7 @@ bool ConnectToOne(const std::vector<platform::SocketAddress>& addresses, Outcome
     const auto socket =
         platform::Socket::Create(platform::SocketKind::Tcp, address.Family(), error);
     const Clock::time_point start = Clock::now();
+    // A socket per address: one that failed to connect cannot try again on every system.
     if (socket) error = socket->Connect(address, kConnectLimit);
     if (error == 0) {
       outcome.Line(L"TCP 连接成功，用时 " + MillisecondsSince(start) + L" ms");
@@ -165,6 +168,7 @@ Outcome JudgeReply(const HttpAnswer& answer) {
   }
   outcome.Line(L"HTTP 状态 " + std::to_wstring(answer.status));
   if (!IsServiceReply(answer.body)) {
+    // The sign-in page of a hotel or airport network is the usual cause.
     const bool isPage = text::Trim(answer.body).starts_with(L'<');
     outcome.Fault(isPage ? L"回答的是一个网页，不是中心服务" : L"回答的不是中心服务的格式",
                   kReplyCure);
@@ -172,6 +176,7 @@ Outcome JudgeReply(const HttpAnswer& answer) {
   }
   const service::ApiEnvelope envelope = service::ParseApiEnvelope(answer.body);
   outcome.Line(L"回答的是中心服务");
+  // A refusal proves that the service is reachable, which is the question here.
   if (!envelope.success) outcome.Note(L"中心服务拒绝了版本询问：" + envelope.message);
   return outcome;
 }

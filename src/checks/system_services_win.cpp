@@ -30,6 +30,7 @@ bool IsMarkedForDeletion(const std::wstring& name) {
 
 // Adds the service's configuration.
 void AddConfiguration(SC_HANDLE manager, ServiceFacts& service) {
+  // The manager does not report the mark; it keeps it in the registry.
   service.isMarkedForDeletion = IsMarkedForDeletion(service.name);
   const ServiceHandle opened(::OpenServiceW(manager, service.name.c_str(), SERVICE_QUERY_CONFIG));
   if (!opened) return;
@@ -79,6 +80,7 @@ DriverList EnumerateDrivers(SC_HANDLE manager) {
 
 ServiceList ListDrivers() {
   ServiceList result;
+  // Enumerating requires no administrator rights, so the report also works without them.
   const ServiceHandle manager(
       ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
   const DWORD openError = ::GetLastError();

@@ -40,6 +40,7 @@ std::wstring WholeOctets(const std::wstring& address, int count) {
 }
 
 std::wstring EntryFor(std::uint32_t address, std::uint32_t prefix) {
+  // Less than a whole byte would have to be "*": all addresses, past the user's proxy.
   if (prefix < 8) return {};
   std::wstring network = text::FormatIpv4(address & ~std::uint32_t{0} << (kMaxPrefix - prefix));
   if (prefix == kMaxPrefix) return network;
@@ -70,6 +71,7 @@ bool AddTo(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) 
   Entries list = Split(*text);
   Entries added = entries;
   std::erase_if(added, [&](const std::wstring& entry) { return Has(list, entry); });
+  // The user's own entries are neither added again nor noted.
   if (added.empty()) return false;
   // Before the write: a crash in between leaves a note too many, never an unnoted entry.
   note.Remember(store.user, added);

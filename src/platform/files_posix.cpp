@@ -41,7 +41,7 @@ SystemResult WriteOver(const std::wstring& path, std::string_view bytes, bool fl
   const Descriptor file(
       ::open(NativePath(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kEveryoneReads));
   if (!file) return LastFailure();
-  while (!bytes.empty()) {
+  while (!bytes.empty()) {  // write() may take less than asked
     const ssize_t takenBytes = ::write(file.Get(), bytes.data(), bytes.size());
     if (takenBytes < 0) return LastFailure();
     bytes.remove_prefix(static_cast<std::size_t>(takenBytes));

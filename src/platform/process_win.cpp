@@ -94,6 +94,7 @@ void EndProcessAtOnce(int exitCode) noexcept {
 }
 
 void LimitLibrarySearch() noexcept {
+  // The delay-load helper calls LoadLibrary with a bare name; the hook replaces that call.
   __pfnDliNotifyHook2 = &LoadFromSystemFolder;
   ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32 | LOAD_LIBRARY_SEARCH_USER_DIRS);
 }

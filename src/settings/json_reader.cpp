@@ -214,6 +214,7 @@ JsonValue Reader::ReadValue() {
   const wchar_t next = AtEnd() ? L'\0' : text_[position_];
   if (next == L'"') return JsonValue(ReadString());
   if (next != L'{' && next != L'[') return JsonValue(ReadNumber());
+  // Each level takes stack; a service's reply must not be able to overflow it.
   if (depth_ == kMaxJsonDepth) Fail();
   ++depth_;  // a failure ends the reader, so only success needs to count back
   JsonValue value = next == L'{' ? ReadObject() : ReadArray();

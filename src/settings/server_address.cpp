@@ -13,6 +13,7 @@ std::wstring DefaultServerUrl() {
 std::wstring NormaliseServerUrl(std::wstring_view typed) {
   std::wstring url = text::Trim(typed);
   if (url.empty()) return DefaultServerUrl();
+  // Engineers paste addresses with Windows' slashes.
   std::replace(url.begin(), url.end(), L'\\', L'/');
   if (url.find(L"://") == std::wstring::npos) url.insert(0, L"http://");
   url.erase(url.find_last_not_of(L'/') + 1);

@@ -86,6 +86,7 @@ std::wstring SettingsFile::LoadUntrusted(const platform::FileContent& content,
     ReadSettingsDocument(*last, settings);
     return empty ? kRestoredFromEmpty : kRestored;
   }
+  // Nothing was saved before, so there is nothing to report.
   if (empty) return {};
   try {
     ReadSettingsText(text::FromMarkedBytes(content.bytes.value_or("")), settings);
@@ -109,6 +110,7 @@ SettingsFile::Saved SettingsFile::Save(const Settings& settings) {
   const platform::FileContent before = files_.Read(path_);
   // Before the settings, which refer to it: they must never name a missing grant.
   const std::wstring grantFailure = SaveGrant(settings);
+  // Skips identical contents: every write is a moment in which a crash costs a restore.
   if (before.bytes != bytes || unconfirmed_.contains(path_)) {
     SecureWhatIsThere(before, bytes, saved);
     if (saved.failure.empty()) saved.failure = WriteFile(path_, bytes);
@@ -143,6 +145,7 @@ void SettingsFile::SetAside(const std::string& bytes, Saved& saved) {
   if (!keptPath_.empty() && files_.Read(keptPath_).bytes == bytes) return;
   const std::wstring base = L".damaged-" + time_();
   std::wstring kept = Beside(path_, base);
+  // Several within a second, or a clock that was set back.
   for (int number = 2; files_.Read(kept).exists; ++number) {
     kept = Beside(path_, base + L"-" + std::to_wstring(number));
   }

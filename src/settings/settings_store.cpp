@@ -78,6 +78,7 @@ void SettingsStore::SaveMerged() {
     return;
   }
   unsaved_ = kNotSaved + saved.failure;
+  // A retried connection saves every few seconds; the same line each time would flood the log.
   if (reportedFailures_.insert(std::move(saved.failure)).second) reports_.push_back(unsaved_);
 }
 

@@ -68,6 +68,7 @@ std::vector<SiteProfile> ReadSiteProfiles(const JsonValue& document) {
   for (const JsonValue& member : *members) {
     if (member.AsObject() == nullptr) continue;
     SiteProfile profile = ReadProfile(member);
+    // Profiles are chosen by name; one without could never be loaded or replaced.
     if (!profile.name.empty()) profiles.push_back(std::move(profile));
   }
   return profiles;
