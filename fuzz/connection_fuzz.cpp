@@ -81,7 +81,7 @@ class World {
       proxyList_ = list;
       return true;
     };
-    store.tell = [] {};
+    store.announce = [] {};
     return store;
   }
 

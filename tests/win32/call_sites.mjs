@@ -1,9 +1,9 @@
-// Which calls of Windows functions in src the tests under Wine have looked at: with the arguments
-// compared, or made to fail. Reads what the test programs' last runs noted (tests/win32/calls.h).
+// Determines which calls of Windows functions in src the tests under Wine have checked, by comparing
+// their arguments or making them fail. Reads the records of the last test runs (tests/win32/calls.h).
 // Usage: node tests/win32/call_sites.mjs BUILD LEAST_PERCENT [FOLDER...]
 // Without folders: all of src.
-// Prints each call that none has looked at. Exit code 1 below that share of the folders' calls, or
-// when a record is older than its program.
+// Prints each unchecked call. Exit code 1 below that share of the folders' calls, or if a record is
+// older than its program.
 import { execFileSync } from 'node:child_process';
 import { existsSync, readdirSync, readFileSync, statSync } from 'node:fs';
 import path from 'node:path';
@@ -43,7 +43,7 @@ function sitesOf(file) {
     file, name: found[1], first: lineOf(code, statementAt(code, found.index)),
     last: lineOf(code, code.indexOf(';', found.index)), looked: false,
   }));
-  // A deleter is named twice: for its type, and as the one that runs.
+  // A deleter is named twice: for its type, and as the function that runs.
   const handed = [...code.matchAll(/(?<!decltype\()&::(\w+)/g)].map((found) => ({
     file, name: found[1], first: lineOf(code, found.index), last: Infinity, looked: false,
   }));

@@ -8,7 +8,7 @@
 namespace win32 {
 namespace {
 
-// Which calls give something out that `api` takes back.
+// The calls whose results `api` releases.
 std::vector<Api> TakenBackBy(Api api) {
   switch (api) {
     case Api::CloseHandle:
@@ -125,14 +125,14 @@ void Calls::Transfer(Api by, std::uintptr_t value) {
   TakeBack(by, value);
 }
 
-// The lock is held.
+// Requires the lock.
 void Calls::TakeBack(Api by, std::uintptr_t value) {
   const std::vector<Api> takes = TakenBackBy(by);
   if (takes.empty() || value == 0) return;
   const auto isMeant = [&](const Gift& given) {
     return given.value == value && std::ranges::find(takes, given.by) != takes.end();
   };
-  // What was given before the recording began is none of its business.
+  // A handle from before the recording is ignored.
   const auto last = std::find_if(given_.rbegin(), given_.rend(), isMeant);
   if (last == given_.rend()) return;
   if (!last->isOpen) wronglyClosed_.push_back(last->name + " twice");
@@ -238,7 +238,7 @@ std::string EachFailure(const std::function<std::string()>& operation, DWORD err
   {
     Calls calls;
     prepare(calls);
-    text = "all well: " + operation() + "\n";  // also takes what is loaded once
+    text = "all well: " + operation() + "\n";  // also absorbs one-time allocations
   }
   int runs = 0;
   {

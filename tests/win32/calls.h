@@ -15,29 +15,29 @@
 
 namespace win32 {
 
-// One call that came by.
+// A recorded call.
 struct Call {
   Api api{};
-  std::string text;  // as Said() writes it
+  std::string text;  // in the form of Said()
   void* returnsTo = nullptr;
   bool failed = false;    // made to fail
-  bool asserted = false;  // its text was compared
+  bool asserted = false;  // its text was compared by a test
 };
 
-// How the call that the program begins is to go on.
+// The treatment of the program's next call.
 struct Order {
   bool fails = false;
   DWORD error = 0;
 };
 
-// Records the Windows calls of this program while it lives: it puts its own functions into the
-// program's import table. Each call can be made to fail, or be answered by the test.
+// Records the Windows calls of this program during its lifetime, by putting its own functions into
+// the program's import table. A test can make each call fail, or answer it.
 //
-// Threads: records those of the thread that made it, or of all. All others must have left the
-//          program's code when it is destroyed.
-// Owns:    nothing of the program's. At most one lives at a time.
-// At its end it notes in the file <program>.exe.calls which calls were asserted or made to fail,
-// for call_sites.mjs to count.
+// Threads: records the calls of the thread that created it, or of all threads. Other threads must
+//          have left the program's code before it is destroyed.
+// Owns:    nothing of the program's. Only one may exist at a time.
+// Its destructor writes to the file <program>.exe.calls which calls were asserted or made to fail,
+// for call_sites.mjs.
 class Calls {
  public:
   enum class Threads { Own, All };
@@ -47,34 +47,34 @@ class Calls {
   Calls(const Calls&) = delete;
   Calls& operator=(const Calls&) = delete;
 
-  // Makes the `nth` call of a function from now on fail with `error`, each call with nth = 0.
+  // Makes the `nth` call of a function from now on fail with `error`; every call for nth = 0.
   void Fail(Api api, DWORD error, int nth = 1);
-  // Makes the `nth` of all calls that can fail do so.
+  // Makes the `nth` of all calls that can fail return a failure.
   void FailAny(DWORD error, int nth);
-  // Has `answer`, of the function's own type, called instead of it. It may set the last error, and
-  // call Real<api>().
+  // Calls `answer`, which has the function's type, instead of the function. It may set the last
+  // error and call Real<api>().
   template <Api api, typename Answer>
   void AnswerWith(Answer answer);
 
-  // True when the calls are these, one Said() each; only then they count as asserted.
+  // True when these are the calls, one Said() each; only then do they count as asserted.
   testing::AssertionResult Were(const std::vector<std::string>& expected);
-  // True when the calls of the named functions, and no others looked at, are these.
+  // The same for the calls of the named functions only.
   testing::AssertionResult WereAmong(const std::set<Api>& looked,
                                      const std::vector<std::string>& expected);
-  // True when there were calls of `api` and each was `expected`.
+  // True when `api` was called and every call of it was `expected`.
   testing::AssertionResult EachWas(Api api, const std::string& expected);
-  // True when at least one call was `expected`; only such calls then count as asserted. For
-  // functions that the run-time library calls too.
+  // True when at least one call was `expected`; only those count as asserted. For functions that
+  // the run-time library calls, too.
   testing::AssertionResult Had(const std::string& expected);
-  // Leaves calls with this text out of every comparison, such as the run-time library's own.
+  // Excludes calls with this text from every comparison, such as the run-time library's own.
   void Ignore(const std::string& text);
-  // The name ("h3") of what the first successful call of `api` gave.
+  // The name ("h3") of the first result of a successful call of `api`.
   [[nodiscard]] std::string Given(Api api) const;
   [[nodiscard]] int Count(Api api) const;
   [[nodiscard]] int CountThatCanFail() const;
   // The name of the function that was made to fail; empty when none was.
   [[nodiscard]] std::string Failed() const;
-  // What was given out and not given back, or given back twice, such as "h2 of CreateFileW".
+  // Handles that were not closed, or closed twice, such as "h2 of CreateFileW".
   [[nodiscard]] std::string Unbalanced() const;
 
  private:
@@ -99,7 +99,7 @@ class Calls {
   Order Enter(Api api, void* returnsTo, std::string text, std::uintptr_t firstArgument);
   void Give(Api by, std::uintptr_t value);
   void TakeBack(Api by, std::uintptr_t value);
-  // The system's from here on, as the call has succeeded.
+  // The call has succeeded, so the memory belongs to the system now.
   void Transfer(Api by, std::uintptr_t value);
   void Note() const;
 
@@ -114,7 +114,7 @@ class Calls {
   Names names_;
 };
 
-// The function itself, which the hooks stand in front of.
+// The real function behind the hook.
 void* RealAddress(Api api);
 template <Api api>
 Pointer<api> Real() {
@@ -137,23 +137,23 @@ void Calls::AnswerWith(Answer answer) {
 
 std::string JoinCall(Api api, const std::vector<std::string>& arguments);
 
-// An expected call, with every argument: constants as the code names them, Handle{1}, Ref{0},
-// Some{}, nullptr; a std::string for bytes, whose length follows.
+// An expected call with all its arguments: constants as in the code, Handle{1}, Ref{0}, Some{},
+// nullptr; a std::string for bytes, followed by their length.
 template <Api api, typename... Arguments>
 std::string Said(const Arguments&... arguments) {
   static_assert(sizeof...(Arguments) == Parts<Pointer<api>>::kArguments);
   return JoinCall(api, {Print(arguments, Names())...});
 }
 
-// Runs `operation` once as it is, then once for each of its calls that can fail, with that call
-// failing with `error`. Returns a line for each run: "CreateFileW: " and what the operation
-// returned, "LEAKED" with it where a handle of the process stayed open. The first line is "all
-// well: ...". `prepare` may have the calls of a run answered.
+// Runs `operation` once unchanged, then once for each of its calls that can fail, with that call
+// failing with `error`. Returns a line for each run: "CreateFileW: " and the operation's result,
+// with "LEAKED" if the process has more open handles than before. The first line is "all well:
+// ...". `prepare` may set answers for a run.
 std::string EachFailure(
     const std::function<std::string()>& operation, DWORD error = ERROR_NO_SYSTEM_RESOURCES,
     const std::function<void(Calls& calls)>& prepare = [](Calls&) {});
 
-// How many kernel handles this process has open.
+// The number of open kernel handles of this process.
 std::size_t OpenHandles();
 
 }  // namespace win32

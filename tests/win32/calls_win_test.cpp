@@ -48,8 +48,8 @@ TEST(Calls, ShowWhichSocketsAndHowLongASelectWaits) {
       calls.Were({Said<Api::select>(0, Text{"{77}"}, nullptr, nullptr, Text{"{1 s 20 us}"})}));
 }
 
-// What the clipboard does not take stays the caller's.
-TEST(Calls, CountMemoryAsTheClipboardsOnceItHasTakenIt) {
+// Memory that the clipboard does not accept remains the caller's.
+TEST(Calls, AttributeMemoryToTheClipboardOnceAccepted) {
   for (const bool taken : {true, false}) {
     Calls calls;
     calls.AnswerWith<Api::SetClipboardData>(
@@ -62,7 +62,7 @@ TEST(Calls, CountMemoryAsTheClipboardsOnceItHasTakenIt) {
   }
 }
 
-TEST(Calls, AreThoseOfTheOwnThreadUnlessAllAreWanted) {
+TEST(Calls, AreThoseOfTheOwnThreadUnlessAllAreRequested) {
   const auto countWith = [](Calls::Threads threads) {
     const Calls calls(threads);
     std::thread([] { ::GetCurrentProcessId(); }).join();
@@ -72,7 +72,7 @@ TEST(Calls, AreThoseOfTheOwnThreadUnlessAllAreWanted) {
   EXPECT_EQ(countWith(Calls::Threads::All), 1);
 }
 
-TEST(Calls, FailAsTheFunctionDoesWithTheErrorAskedFor) {
+TEST(Calls, FailLikeTheFunctionWithTheGivenError) {
   Calls calls;
   for (const Api api : {Api::CreateFileW, Api::OpenProcess, Api::RegOpenKeyExW,
                         Api::GetFileAttributesW, Api::CoInitializeEx}) {
@@ -87,7 +87,7 @@ TEST(Calls, FailAsTheFunctionDoesWithTheErrorAskedFor) {
   EXPECT_EQ(::CoInitializeEx(nullptr, 0), E_ACCESSDENIED);
 }
 
-TEST(Calls, FailOnceAndCloseAllTheSame) {
+TEST(Calls, FailOnceButStillClose) {
   Calls calls;
   calls.Fail(Api::CloseHandle, 6, 2);
   for (const bool closed : {true, false, true}) {
@@ -104,7 +104,7 @@ TEST(Calls, AreAnsweredByTheTest) {
   EXPECT_EQ(::GetCurrentProcessId(), Real<Api::GetCurrentProcessId>()() + 1);
 }
 
-TEST(Calls, LeaveTheLastErrorAlone) {
+TEST(Calls, PreserveTheLastError) {
   ::SetLastError(4711);
   {
     const Calls calls;
@@ -116,7 +116,7 @@ TEST(Calls, LeaveTheLastErrorAlone) {
   }
 }
 
-TEST(Calls, TellWhatIsStillOpenAndWhatWasClosedTwice) {
+TEST(Calls, ReportOpenAndTwiceClosedHandles) {
   Calls calls;
   const HANDLE open = MakeFile();
   EXPECT_EQ(calls.Unbalanced(), "h1 of CreateFileW");
@@ -136,7 +136,7 @@ TEST(Calls, AreNoLongerRecordedAfterwards) {
   ::CloseHandle(file);
 }
 
-TEST(EachFailure, RunsOnceForEachCallAndSeesWhatLeaks) {
+TEST(EachFailure, RunsOnceForEachCallAndDetectsLeaks) {
   std::vector<HANDLE> leaked;
   const auto leakAfterAFailure = [&leaked] {
     const HANDLE file = MakeFile();

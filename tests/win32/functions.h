@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/windows_sdk.h"
-// After the SDK, which they need; icmpapi.h and netioapi.h need iphlpapi.h.
+// Require the SDK header above; icmpapi.h and netioapi.h require iphlpapi.h.
 // clang-format off
 #include <bcrypt.h>
 #include <commctrl.h>
@@ -28,16 +28,16 @@
 namespace win32 {
 
 enum class FailsAs {
-  Never,         // it cannot fail, or nobody could tell
-  Zero,          // FALSE, null or 0, and the last error
-  MinusOne,      // INVALID_HANDLE_VALUE, SOCKET_ERROR, WAIT_FAILED ..., and the last error
+  Never,         // cannot fail, or not detectably
+  Zero,          // FALSE, null or 0, with the last error
+  MinusOne,      // INVALID_HANDLE_VALUE, SOCKET_ERROR, WAIT_FAILED ..., with the last error
   Error,         // returns the error
   HResult,       // returns the error as an HRESULT
-  Close,         // as Zero, but a handle that is to be closed is closed all the same
-  CloseToError,  // as Error, likewise
+  Close,         // like Zero, but closes the handle nevertheless
+  CloseToError,  // like Error, likewise
 };
 
-// X(function, how it fails, the index of a parameter that points to bytes that it only reads and
+// X(function, form of its failure, index of a parameter that points to bytes that it only reads and
 // whose length is the next parameter; -1 = none).
 #define WIN32_FUNCTIONS(X)                                          \
   X(AppendMenuW, Zero, -1)                                          \
@@ -292,7 +292,7 @@ constexpr const Function& Of(Api api) {
   return kFunctions[static_cast<std::size_t>(api)];
 }
 
-// A function's type without what its header says to the compiler beside it.
+// A function's type without its header's attributes.
 template <typename R, typename... A>
 auto Plain(R (*)(A...)) -> R (*)(A...);
 

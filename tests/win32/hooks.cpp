@@ -15,7 +15,7 @@ namespace {
 SRWLOCK recordLock = SRWLOCK_INIT;
 std::atomic<Calls*> current{nullptr};
 
-// A pointer's or a number's bits; 0 of anything else.
+// The bits of a pointer or number; 0 for anything else.
 template <typename T>
 std::uintptr_t AsNumber(const T& value) {
   if constexpr (std::is_pointer_v<T>) {
@@ -34,8 +34,8 @@ Calls* CallsOfThisThread();
 template <Api api, typename Signature>
 struct Hook;
 
-// What the program's call reaches. The last error is the caller's business: it is kept as the
-// caller left it until the real function runs, and as that left it afterwards.
+// The target of the program's call. Preserves the last error: until the real function runs, as the
+// caller left it; afterwards, as that function left it.
 template <Api api, typename R, typename... A>
 struct Hook<api, R (*)(A...)> {
   static R WINAPI Run(A... arguments) {
@@ -113,11 +113,11 @@ struct Hook<api, R (*)(A...)> {
       texts[1] = text(std::get<1>(all));
       if constexpr (api == Api::getaddrinfo) texts[0] = text(std::get<0>(all));
     }
-    if constexpr (api == Api::EnumWindows) {  // what the caller's function is handed
+    if constexpr (api == Api::EnumWindows) {  // the argument of the caller's function
       const auto all = std::forward_as_tuple(arguments...);
       texts[1] = PrintPointer(reinterpret_cast<const void*>(std::get<1>(all)), Names());
     }
-    if constexpr (api == Api::SendMessageTimeoutW) {  // what has changed, by its name
+    if constexpr (api == Api::SendMessageTimeoutW) {  // the name of the changed setting
       const auto all = std::forward_as_tuple(arguments...);
       if (std::get<1>(all) == WM_SETTINGCHANGE) {
         texts[3] = Print(reinterpret_cast<const wchar_t*>(std::get<3>(all)));
@@ -133,8 +133,8 @@ struct Hook<api, R (*)(A...)> {
     return texts;
   }
 
-  // What a call gives: its result, if that is a pointer or a socket, or what it puts where a
-  // parameter points.
+  // The value that a call returns: its result, if that is a pointer or a socket, or the value
+  // stored through a parameter.
   template <typename Result>
   static void NoteGiven(Calls& calls, Result result, A... arguments) {
     const auto all = std::forward_as_tuple(arguments...);
@@ -189,7 +189,7 @@ struct Slot {
   std::vector<void**> places;
 };
 
-// The program's import table, taken once, before anything is put into it.
+// The program's import table, read once, before it is changed.
 struct Table {
   Table() {
     const ImportTable imports = ReadImportTable();
@@ -313,7 +313,7 @@ struct OpenHandle {
 
 }  // namespace
 
-// Wine's GetProcessHandleCount says 0, so the system's list of handles is counted.
+// Wine's GetProcessHandleCount returns 0, so the system's list of handles is counted.
 std::size_t OpenHandles() {
   using Query = LONG(WINAPI*)(ULONG, void*, ULONG, ULONG*);
   constexpr ULONG kExtendedHandles = 64;

@@ -9,11 +9,11 @@ namespace win32 {
 
 class Calls;
 
-// The functions in the program's import table that hand each call to the Calls of the moment.
-// Everything here, and what it calls, uses the real functions only.
+// The functions in the program's import table, which pass each call to the current Calls.
+// Everything here, and everything that it calls, uses only the real functions.
 class Hooks {
  public:
-  // Guards all that is recorded. Not recursive.
+  // Guards the records. Not recursive.
   class Lock {
    public:
     Lock() noexcept;
@@ -22,16 +22,16 @@ class Hooks {
     Lock& operator=(const Lock&) = delete;
   };
 
-  static void Attach(Calls* calls);  // puts the hooks in
-  static void Detach();              // and takes them out
+  static void Attach(Calls* calls);  // installs the hooks
+  static void Detach();              // and removes them
   static Calls* Current() noexcept;
 
   static DWORD ThreadId() noexcept;
   static DWORD LastError() noexcept;
   static void SetLastError(DWORD error) noexcept;
-  // From the start of the program's module, wherever that was loaded.
+  // Relative to the program's module, which may be loaded anywhere.
   static unsigned long long OffsetInProgram(const void* address);
-  // The file <program>.exe.calls, which is begun anew by each run.
+  // The file <program>.exe.calls, which each run starts anew.
   static void AppendToRecord(const std::vector<std::string>& lines);
 };
 

@@ -6,12 +6,12 @@
 
 namespace win32 {
 
-// Where this program's calls of other modules' functions find their addresses: one place for each
-// function and module, by the function's name. Valid as long as the program runs.
+// The slots that hold the addresses of this program's imported functions, by function name; one
+// slot per function and module. Valid until the program ends.
 using ImportTable = std::multimap<std::string, void**>;
 ImportTable ReadImportTable();
 
-// Puts `value` into such a place, which the system keeps read-only. False when it refuses.
+// Writes `value` into a slot, which is read-only otherwise. False when the system refuses.
 bool SetImport(void** place, void* value);
 
 }  // namespace win32

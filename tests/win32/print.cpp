@@ -8,7 +8,7 @@
 namespace win32 {
 namespace {
 
-constexpr std::uintptr_t kFirstAddress = 0x10000;  // below it are the numbers of resources
+constexpr std::uintptr_t kFirstAddress = 0x10000;  // smaller values are resource numbers
 
 template <typename... Parts>
 std::string Join(const Parts&... parts) {
@@ -128,7 +128,7 @@ std::string PrintPointer(const volatile void* pointer, const Names& names) {
   if (const auto found = names.find(address); found != names.end()) return found->second;
   if (address == 0) return "null";
   if (address > ~std::uintptr_t{kFirstAddress}) return "-" + std::to_string(~address + 1);
-  // The system's own registry keys, and a class's background of a system colour.
+  // The predefined registry keys, and system colours as a window class's background.
   if (address < kFirstAddress) return "#" + std::to_string(address);
   if (pointer == HKEY_CURRENT_USER) return "HKEY_CURRENT_USER";
   if (pointer == HKEY_LOCAL_MACHINE) return "HKEY_LOCAL_MACHINE";

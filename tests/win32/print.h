@@ -8,21 +8,21 @@
 
 #include "win32/functions.h"
 
-// The arguments of a call as readable text: the same for what was recorded and what is expected.
+// The arguments of a call as readable text, identical for recorded and expected calls.
 namespace win32 {
 
-// "h1", "h2" ... for the handles and other pointers that the recorded calls gave out.
+// "h1", "h2" ... for the handles and other pointers returned by recorded calls.
 using Names = std::map<std::uintptr_t, std::string>;
 
-// Stand for what the test cannot know.
-struct Handle {  // the `number`-th that was given, from 1
+// Placeholders for values that the test cannot know.
+struct Handle {  // the `number`-th that was returned, from 1
   int number;
 };
-struct Some {};  // a pointer that is not null, to anything
+struct Some {};  // any pointer except null
 struct Ref {     // a pointer to this number
   std::uint64_t number;
 };
-struct Text {  // as it stands
+struct Text {  // printed unchanged
   std::string text;
 };
 
@@ -35,7 +35,7 @@ std::string Print(const RECT* area);
 std::string Print(const sockaddr* address);  // "127.0.0.1:80"
 std::string Print(const addrinfo* hints);
 std::string Print(const INITCOMMONCONTROLSEX* controls);
-std::string Print(const INPUT* input);  // the first; of the keyboard
+std::string Print(const INPUT* input);  // the first one, a keyboard input
 std::string Print(const SHELLEXECUTEINFOW* start);
 std::string Print(const timeval* time);                        // "{0 s 20000 us}"
 std::string Print(const fd_set* sockets, const Names& names);  // "{h1}"
