@@ -99,13 +99,12 @@ TEST_F(PasteDeskCalls, QueryEachWindowAndTheProcessesOfMatchingOnes) {
               {wanted, kId, true, nullptr, 8}};
   images_ = {{8, L"d:\\REMOTE.exe"}};
   EXPECT_EQ(Find(), wanted);
-  // Once a call has returned an owner, it is printed by its name.
   EXPECT_TRUE(calls_.Were({
       Said<Api::EnumWindows>(Text{"function"}, Some{}),
       Said<Api::IsWindowVisible>(hidden),
       Said<Api::IsWindowVisible>(owned),
       Said<Api::GetWindow>(owned, GW_OWNER),
-      Said<Api::IsWindowVisible>(Handle{1}),
+      Said<Api::IsWindowVisible>(Handle{1}),  // the owner, which is printed by number from now on
       Said<Api::GetWindow>(Handle{1}, GW_OWNER),
       Said<Api::GetWindowTextLengthW>(Handle{1}),
       Said<Api::IsWindowVisible>(other),

@@ -34,7 +34,7 @@ void StandIn(Calls& calls) {
       [](DWORD, BOOL, DWORD) { return ::CreateMutexW(nullptr, FALSE, nullptr); });
 }
 
-TEST(UpdatePortsCalls, KnowTheProgramItsProcessAndTheDownload) {
+TEST(UpdateDepsCalls, KnowTheProgramItsProcessAndTheDownload) {
   Calls calls;
   const RealUpdateDeps deps({L"1.0"});
   EXPECT_EQ(deps.processId, Real<Api::GetCurrentProcessId>()());
@@ -45,7 +45,7 @@ TEST(UpdatePortsCalls, KnowTheProgramItsProcessAndTheDownload) {
                           Said<Api::GetCurrentProcessId>(), Said<Api::GetTempPathW>(260, L"")}));
 }
 
-TEST(UpdatePortsCalls, HaveNoDownloadAndNoLogWithoutATemporaryFolder) {
+TEST(UpdateDepsCalls, HaveNoDownloadAndNoLogWithoutATemporaryFolder) {
   Calls calls;
   calls.Fail(Api::GetTempPathW, 1450, 0);
   EXPECT_EQ(RealUpdateDeps({L"1.0"}).downloadTarget, L"");
@@ -53,7 +53,7 @@ TEST(UpdatePortsCalls, HaveNoDownloadAndNoLogWithoutATemporaryFolder) {
   EXPECT_EQ(calls.Count(Api::CreateFileW), 0);
 }
 
-TEST(UpdatePortsCalls, StartTheUpdaterHidden) {
+TEST(UpdateDepsCalls, StartTheUpdaterHidden) {
   Calls calls;
   StandIn(calls);
   RealUpdateDeps deps({});
@@ -64,7 +64,7 @@ TEST(UpdatePortsCalls, StartTheUpdaterHidden) {
   EXPECT_TRUE(calls.WereAmong({Api::CreateProcessW}, {start, start}));
 }
 
-TEST(UpdatePortsCalls, SwapTheFilesAndStartTheNewProgram) {
+TEST(UpdateDepsCalls, SwapTheFilesAndStartTheNewProgram) {
   Calls calls;
   StandIn(calls);
   RealUpdateDeps deps({});
@@ -84,7 +84,7 @@ TEST(UpdatePortsCalls, SwapTheFilesAndStartTheNewProgram) {
                               }));
 }
 
-TEST(UpdatePortsCalls, PauseForTheGivenTime) {
+TEST(UpdateDepsCalls, PauseForTheGivenTime) {
   RealUpdateDeps deps({});
   const auto before = std::chrono::steady_clock::now();
   deps.Pause(std::chrono::milliseconds(60));
@@ -97,7 +97,7 @@ DWORD WINAPI EndProcess(void*) {
   return 1;
 }
 
-TEST(UpdatePortsCalls, EndTheProgramWithCodeZero) {
+TEST(UpdateDepsCalls, EndTheProgramWithCodeZero) {
   Calls calls(Calls::Threads::All);
   calls.AnswerWith<Api::TerminateProcess>([](HANDLE, UINT) -> BOOL {
     ::ExitThread(0);
@@ -108,7 +108,7 @@ TEST(UpdatePortsCalls, EndTheProgramWithCodeZero) {
   EXPECT_TRUE(calls.WereAmong({Api::TerminateProcess}, {"TerminateProcess(-1, 0)"}));
 }
 
-TEST(UpdatePortsCalls, WriteALineToTheLog) {
+TEST(UpdateDepsCalls, WriteALineToTheLog) {
   const std::wstring path = platform::TemporaryFolder() + kUpdateLogName;
   Calls calls;
   calls.AnswerWith<Api::GetLocalTime>(
