@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "page/actions.h"
 #include "page/messages.h"
 #include "settings/json.h"
 #include "settings/settings.h"

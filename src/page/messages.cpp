@@ -1,6 +1,7 @@
 #include "page/messages.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <vector>
 
 #include "settings/json.h"
@@ -16,7 +17,7 @@ std::wstring_view Boolean(bool value) noexcept {
   return value ? L"true" : L"false";
 }
 
-// `items`, each written by `write`, as the inside of an array.
+// Joins `items`, each written by `write`, with commas.
 template <typename Items, typename Write>
 std::wstring JoinItems(const Items& items, Write write) {
   std::wstring joined;
@@ -62,13 +63,62 @@ std::wstring WriteLogLine(const LogLine& line) {
          WriteClass(line.text) + L"]";
 }
 
-// `key` of `changed` as a member; empty when it is no string.
+// Writes member `key` of `changed`; empty when it is not a string.
 std::wstring WriteChangedText(const settings::JsonValue& changed, const std::wstring& key) {
   const std::wstring* text = settings::FindJsonString(changed, key);
   return text == nullptr ? std::wstring() : L"\"" + key + L"\":" + QuoteJsonString(*text);
 }
 
+std::wstring TakeText(const settings::JsonValue& form, std::wstring_view key) {
+  return text::Trim(settings::JsonStringOrEmpty(form, key));
+}
+
+std::optional<settings::JsonValue> ParseDocument(std::wstring_view json) {
+  try {
+    return settings::ReadJsonDocument(json);
+  } catch (const std::runtime_error&) {
+    return std::nullopt;  // any script in the page may post; other texts are ignored
+  }
+}
+
 }  // namespace
+
+std::optional<PageMessage> ParsePageMessage(std::wstring_view json) {
+  const std::optional<settings::JsonValue> document = ParseDocument(json);
+  if (!document) return std::nullopt;
+  const std::wstring* name = settings::FindJsonString(*document, L"action");
+  if (name == nullptr) return std::nullopt;
+
+  PageMessage message{*name, std::nullopt};
+  const settings::JsonValue* form = settings::FindJsonMember(*document, L"f");
+  if (form != nullptr && form->AsObject() != nullptr) message.form = *form;
+  return message;
+}
+
+void TakeFields(const settings::JsonValue& form, settings::Settings& settings) {
+  settings.deviceSecret = TakeText(form, L"secret");
+  settings.targetNetwork = TakeText(form, L"target");
+  if (settings.targetNetwork.empty() || settings.targetNetwork == kAutomaticTarget) {
+    settings.targetNetwork = settings::kAllNetworks;
+  }
+  settings.testIp = TakeText(form, L"testip");
+  settings.profileName = TakeText(form, L"profileName");
+  const settings::JsonValue* discovery = settings::FindJsonMember(form, L"discovery");
+  const bool* enabled = discovery == nullptr ? nullptr : discovery->AsBoolean();
+  settings.discoveryModeEnabled = enabled != nullptr && *enabled;
+}
+
+settings::JsonValue FormOf(const settings::Settings& settings) {
+  using settings::JsonValue;
+  return JsonValue(settings::JsonObject{
+      {L"secret", JsonValue(settings.deviceSecret)},
+      {L"target", JsonValue(ShownTarget(settings.targetNetwork))},
+      {L"testip", JsonValue(settings.testIp)},
+      {L"profileName", JsonValue(settings.profileName)},
+      {L"profileSel", JsonValue(settings.profileName)},
+      {L"discovery", JsonValue(settings.discoveryModeEnabled)},
+  });
+}
 
 std::wstring BuildStateMessage(const settings::Settings& settings, const TunnelStatus& tunnel,
                                std::wstring_view statusLine) {
@@ -117,7 +167,7 @@ std::wstring BuildFormMessage(const settings::JsonValue& changed) {
 }
 
 std::wstring WithoutControlCharacters(std::wstring_view json) {
-  // UTF-8 has no lone surrogates: they come back as U+FFFD.
+  // UTF-8 cannot hold lone surrogates, so this turns them into U+FFFD.
   std::wstring clean = text::FromUtf8(text::ToUtf8(json));
   std::ranges::replace_if(
       clean, [](wchar_t unit) { return unit < L' '; }, L'\xFFFD');

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -8,16 +9,35 @@
 #include "settings/json.h"
 #include "settings/settings.h"
 
-// The JSON texts that the program sends to its page: no blanks, members in a fixed order. Only
-// tab, CR, LF, quote and backslash are escaped in them. Pure; any thread.
+// The messages between program and page. Pure; any thread.
 namespace page {
+
+// ---- from the page: an action with a snapshot of the page's form
+
+struct PageMessage {
+  std::wstring action;                      // as sent, known or not
+  std::optional<settings::JsonValue> form;  // the member "f", if it is an object
+};
+
+// Nothing for a text that is not JSON or has no string member "action".
+std::optional<PageMessage> ParsePageMessage(std::wstring_view json);
+
+// Copies the form's five fields into `settings`, texts trimmed. A missing member, or one of the
+// wrong type, clears its field. An empty or automatic target becomes "ALL".
+void TakeFields(const settings::JsonValue& form, settings::Settings& settings);
+
+// The form for `settings`; TakeFields() of it changes nothing that came from a form.
+settings::JsonValue FormOf(const settings::Settings& settings);
+
+// ---- to the page: JSON without blanks, members in a fixed order, only tab, CR, LF, quote and
+// backslash escaped
 
 // The side panel and the status line.
 std::wstring BuildStateMessage(const settings::Settings& settings, const TunnelStatus& tunnel,
                                std::wstring_view statusLine);
 
-// The form's values. The page keeps what the engineer has typed until the values agree with it, but
-// shows all others, so this goes out only where the program itself has changed them.
+// The form's values. The page keeps the engineer's edits until the values agree with them, but
+// shows all others, so this is sent only after the program itself has changed them.
 std::wstring BuildApplyMessage(const settings::Settings& settings);
 
 // Local time of day.
@@ -36,17 +56,15 @@ struct LogLine {
   std::wstring text;
 };
 
-// All lines that a page is to show, in the place of those that it shows: for a page that stands in
-// for another one.
+// Replaces all lines that the page shows; for a page that replaces another one.
 std::wstring BuildLogsMessage(const std::deque<LogLine>& lines);
 
-// The fields that the engineer has changed and no action has carried yet, for a page that stands in
-// for another one: of the form's five fields those that `changed`, an object, has. The page treats
-// them as typed again.
+// Fields that the engineer has changed since the last action: those of the form's five that
+// `changed`, an object, has. A page that replaces another one treats them as edited.
 std::wstring BuildFormMessage(const settings::JsonValue& changed);
 
-// A message above in a form that the page takes whatever its texts hold: each control character
-// (below U+0020; there are none between the members) and each lone surrogate is U+FFFD instead.
+// Makes any message above acceptable to the page: replaces each control character (below U+0020;
+// there are none between members) and each lone surrogate by U+FFFD.
 std::wstring WithoutControlCharacters(std::wstring_view json);
 
 }  // namespace page

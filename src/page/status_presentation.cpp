@@ -22,7 +22,7 @@ bool ContainsAny(std::wstring_view text, std::span<const std::wstring_view> word
   });
 }
 
-// A card that is grey and shows `placeholder` while it has no value.
+// Grey with `placeholder` while there is no value.
 Card ValueCard(const wchar_t* key, const std::wstring& value, const wchar_t* placeholder,
                StatusClass whenSet) {
   if (value.empty()) return {key, placeholder, StatusClass::Off};

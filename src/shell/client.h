@@ -11,7 +11,6 @@
 #include <string_view>
 #include <vector>
 
-#include "page/actions.h"
 #include "page/messages.h"
 #include "settings/json.h"
 #include "settings/settings_file.h"

@@ -90,7 +90,7 @@ constexpr Hint kRequests[] = {
      L"点“断开”之前就没有隧道在运行，现在也没有。不用管。"},
 };
 
-// The tunnel. The driver's own texts have cause and cure.
+// The tunnel. The driver's texts name cause and cure themselves.
 constexpr Hint kTunnel[] = {
     {L"assigned", HintAt::Failure, 0, L"Invalid assigned tunnel address.", kDeviceConfig},
     {L"routes", HintAt::Failure, 0, L"No valid target routes were configured.",
@@ -201,7 +201,7 @@ constexpr Hint kOthers[] = {
     {L"settings.damaged", HintAt::Start, 0, L"警告：设置文件", L""},
     {L"page", HintAt::Start, 0, L"界面加载失败。",
      L"WebView2 没有打开界面，隧道不受影响。关闭程序再打开；再出现就修复 WebView2 运行时。"},
-    // The reason is the next line, and the hint comes behind that.
+    // The reason is the next line, and the hint follows that one.
     {L"page.control", HintAt::Start, 0, L"WebView2 控制器创建失败。", L""},
     {L"page.made", HintAt::Start, 0, L"错误 0x",
      L"界面没有打开。关闭程序再打开；再出现就重启电脑，或修复 WebView2 运行时。"},

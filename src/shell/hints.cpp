@@ -22,24 +22,24 @@ constexpr std::wstring_view kUnsaved = L"警告：设置未能保存：";
 constexpr std::wstring_view kNotInstalled = L"强制更新未安装 ";
 constexpr std::wstring_view kHttpCall = L"WinHttp";
 
-// What is left of `text` behind `prefix`.
+// The rest of `text` after `prefix`.
 std::optional<std::wstring_view> After(std::wstring_view prefix, std::wstring_view text) {
   if (!text.starts_with(prefix)) return std::nullopt;
   return text.substr(prefix.size());
 }
 
-// What one of the program's own parts has reported as failed.
+// The failure that a part of the program itself has reported.
 std::optional<std::wstring_view> OwnFailure(std::wstring_view line, const HintFacts& facts) {
   for (const std::wstring_view prefix : {kJobFailed, kCheckFailed}) {
     if (const auto failure = After(prefix, line)) return failure;
   }
-  // Of a desktop the service's reasons stand behind the same words.
+  // The service's reasons follow the same words.
   if (facts.requestFailed && line.starts_with(kDesktopFailed)) return After(kDesktopFailed, line);
   if (!line.ends_with(kReconnectEnd)) return std::nullopt;
   return After(kReconnectFailed, line.substr(0, line.size() - kReconnectEnd.size()));
 }
 
-// The decimal number that `text` ends with.
+// The decimal number at the end of `text`.
 std::optional<std::uint32_t> EndingNumber(std::wstring_view text) {
   const std::size_t last = text.find_last_not_of(L"0123456789");
   const std::string digits = text::ToUtf8(text.substr(last + 1));
@@ -55,7 +55,7 @@ bool FitsFailure(const Hint& hint, std::wstring_view line, const HintFacts& fact
   return hint.code == 0 || EndingNumber(*failure) == hint.code;
 }
 
-// The transport's texts have no number: the system's text stands for it.
+// The transport's texts contain the system's text instead of a number.
 bool FitsHttpCode(const Hint& hint, std::wstring_view line, const HintFacts& facts) {
   constexpr std::wstring_view kColon = L": ";
   const auto failure = OwnFailure(line, facts);
@@ -65,15 +65,15 @@ bool FitsHttpCode(const Hint& hint, std::wstring_view line, const HintFacts& fac
   return text::Trim(failure->substr(colon + kColon.size())) == platform::ErrorReason(hint.code);
 }
 
-// A connection's result begins with a line break and what became of the one before.
+// A connection's result starts with a line break and the end of the previous connection.
 bool FitsRefusal(const Hint& hint, std::wstring_view line, const HintFacts& facts) {
   const bool isRefusal =
       line.starts_with(text::kLineBreak) && line.find(kNotAuthorized) != std::wstring_view::npos;
   return isRefusal && text::EqualsIgnoreCase(facts.refusalCode, hint.pattern);
 }
 
-// The first time that the words stand in a connection's result they are the program's own, or the
-// result is not at its end there.
+// The first occurrence of the words in a connection's result is the program's own, unless more text
+// follows it.
 bool FitsNoReason(const Hint& hint, std::wstring_view line) {
   if (!line.starts_with(text::kLineBreak)) return line == hint.pattern;
   const std::size_t first = line.find(kNotAuthorized);
@@ -86,7 +86,7 @@ bool FitsUnsaved(const Hint& hint, std::wstring_view line) {
   return reason && reason->starts_with(platform::ErrorReason(hint.code) + L"（");
 }
 
-// The version between is the service's word.
+// The version in between comes from the service.
 bool FitsUntrusted(const Hint& hint, std::wstring_view line) {
   const std::size_t colon = line.rfind(L'：');
   return line.starts_with(kNotInstalled) && colon != std::wstring_view::npos &&

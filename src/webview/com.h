@@ -6,7 +6,7 @@
 
 #include "webview/webview2.h"
 
-// The two COM tools the host needs: an owning pointer and a callback object.
+// COM for the host: an owning pointer and a callback object.
 namespace webview {
 
 // Holds one reference to a COM object. Threads: as the object itself.
@@ -14,7 +14,7 @@ template <typename Interface>
 class ComPtr {
  public:
   ComPtr() noexcept = default;
-  // Takes over a reference that the caller owns.
+  // Takes ownership of the caller's reference.
   explicit ComPtr(Interface* owned) noexcept : object_(owned) {}
   ComPtr(ComPtr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   ComPtr& operator=(ComPtr&& other) noexcept {
@@ -25,7 +25,7 @@ class ComPtr {
   ComPtr& operator=(const ComPtr&) = delete;
   ~ComPtr() { Reset(); }
 
-  // A new reference to a borrowed object.
+  // Adds a reference to a borrowed object.
   static ComPtr Share(Interface* borrowed) noexcept {
     if (borrowed != nullptr) borrowed->AddRef();
     return ComPtr(borrowed);
@@ -34,7 +34,7 @@ class ComPtr {
   explicit operator bool() const noexcept { return object_ != nullptr; }
   Interface* operator->() const noexcept { return object_; }
   [[nodiscard]] Interface* Get() const noexcept { return object_; }
-  // For calls that hand out a reference; releases the one held.
+  // For calls that return a reference through a pointer; releases the present one.
   Interface** Receive() noexcept {
     Reset();
     return &object_;
@@ -51,9 +51,8 @@ class ComPtr {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"  // as in webview2.h
 
-// A handler with the one method Invoke(First, Second), made with one reference. It answers for
-// IUnknown and its own id only. A door of the program: what the function throws ends here as
-// E_FAIL.
+// A handler with the one method Invoke(First, Second), created with one reference. Supports
+// IUnknown and its own id only. The system enters the program here: exceptions become E_FAIL.
 template <typename Interface, typename First, typename Second>
 class Callback final : public Interface {
  public:

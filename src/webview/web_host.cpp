@@ -8,7 +8,6 @@
 #include "platform/system_error.h"
 #include "text/utf8.h"
 #include "webview/com.h"
-#include "webview/page_source.h"
 #include "webview/web_create.h"
 
 namespace webview {

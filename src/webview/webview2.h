@@ -8,14 +8,14 @@
 
 #include "webview/browser_failures.h"
 
-// The part of WebView2's binary interface that the program uses, in our own words: interface ids,
-// and methods in the order of the function tables. A method we do not call is a numbered
-// placeholder that only keeps its slot (slots 0-2 are IUnknown's); an interface ends at the last
-// method we call. Methods come with COM's usual contract: HRESULTs, borrowed arguments, AddRef'd
-// results, everything on the one thread that made the environment.
+// The part of WebView2's binary interface that the program uses: interface ids, and methods in the
+// order of the function tables. A numbered placeholder keeps the slot of a method that is not
+// called (slots 0-2 are IUnknown's); each interface ends at the last method called. COM's usual
+// contract applies: HRESULTs, borrowed arguments, AddRef'd results, everything on the thread that
+// created the environment.
 //
-// -Wnon-virtual-dtor: a COM interface ends its objects through Release and has no destructor in its
-// function table; a virtual one would move the slots.
+// -Wnon-virtual-dtor: COM objects are destroyed through Release. A virtual destructor would add a
+// slot to the function table and move the others.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
@@ -48,10 +48,10 @@ inline constexpr GUID kIidWebMessageReceivedHandler = {
 inline constexpr GUID kIidProcessFailedHandler = {
     0x79e0aea4, 0x990b, 0x42d9, {0xaa, 0x1d, 0x0f, 0xcc, 0x2e, 0x5b, 0xc7, 0xf1}};
 
-// What a control answers whose browser has exited, whose window has gone, or which was closed.
+// Returned by a control whose browser has exited, whose window is gone, or which was closed.
 inline constexpr HRESULT kControlGone = static_cast<HRESULT>(0x8007139F);
 
-// The program's own objects, called by the runtime. On failure the second argument is null.
+// Implemented by the program, called by the runtime. On failure the second argument is null.
 struct ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE Invoke(HRESULT result,
                                            ICoreWebView2Environment* environment) = 0;
@@ -78,7 +78,7 @@ struct ICoreWebView2ProcessFailedEventArgs : IUnknown {
 struct ICoreWebView2WebMessageReceivedEventArgs : IUnknown {
   WEBVIEW2_UNUSED_SLOT(3);
   WEBVIEW2_UNUSED_SLOT(4);
-  // Fails with E_INVALIDARG for a message that is no string; CoTaskMemFree the text.
+  // Fails with E_INVALIDARG for a message that is not a string. Free the text with CoTaskMemFree.
   virtual HRESULT STDMETHODCALLTYPE TryGetWebMessageAsString(LPWSTR* text) = 0;
 };
 

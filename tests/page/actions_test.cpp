@@ -1,4 +1,4 @@
-#include "page/actions.h"
+#include "page/messages.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "webview/page_source.h"
+#include "webview/web_host.h"
 
 #include <gtest/gtest.h>
 
