@@ -74,7 +74,7 @@ TEST_F(Reports, GoToTheFirstFolderThatTakesThem) {
   EXPECT_EQ(opened_, (std::vector<std::wstring>{desktop, temp}));
 }
 
-TEST_F(Reports, ThatNobodyTakesSayWhy) {
+TEST_F(Reports, ThatCannotBeWrittenSayWhy) {
   refused_[L"D:\\a.txt"] = L"磁盘空间不足。";
   const WrittenReport written = WriteCheckReport(L"D:\\a.txt", deps_);
   EXPECT_EQ(written.path, L"");

@@ -46,7 +46,7 @@ class DriverChecks : public testing::Test {
   DriverDeps deps_;
 };
 
-TEST_F(DriverChecks, OpenWithTheMostRoutesThatNobodyUses) {
+TEST_F(DriverChecks, OpenWithTheMaximumOfUnusedRoutes) {
   EXPECT_EQ(ProblemsOf(CheckDriverOpens(deps_)), Texts{});
   const auto opened = driver_.Opened();
   ASSERT_EQ(opened.size(), 2u);
@@ -63,7 +63,7 @@ TEST_F(DriverChecks, OpenWithTheMostRoutesThatNobodyUses) {
   EXPECT_EQ(opened[1].filter, "false");
 }
 
-TEST_F(DriverChecks, TakeAServiceAwayThatWasNotThere) {
+TEST_F(DriverChecks, RemoveAServiceThatTheyCreated) {
   CheckDriverOpens(deps_);
   EXPECT_EQ(commands_, (Texts{L"sc stop WinDivert64", L"sc delete WinDivert64",
                               L"sc stop WinDivert", L"sc delete WinDivert"}));
@@ -164,7 +164,7 @@ struct ServiceRow {
   Texts problems;
 };
 
-TEST(DriverServiceCheck, TellsWhatIsInTheWay) {
+TEST(DriverServiceCheck, ReportsTheObstacles) {
   const std::wstring own = L"\\??\\C:\\Runtime\\WinDivert64.sys";
   const ServiceRow rows[] = {
       {{L"disk", L"", true, true, true, L""}, false, {}},

@@ -85,7 +85,7 @@ TEST_F(UdpCheck, TakesAnAcknowledgement) {
   EXPECT_TRUE(socket_->isClosed);
 }
 
-TEST_F(UdpCheck, SaysHelloTwiceForNobodysConnection) {
+TEST_F(UdpCheck, SaysHelloTwiceForAnUnknownConnection) {
   EXPECT_EQ(SaidOf(Run()), L"UDP 没有回答");
   ASSERT_EQ(socket_->sent.size(), 2u);
   std::string text;
@@ -129,7 +129,7 @@ TEST_F(TcpCheck, TellsHowLongAConnectionTook) {
   EXPECT_TRUE(outcome.lines.back().starts_with(L"TCP 连接成功，用时 "));
 }
 
-// Nobody listens at the bound port.
+// No server listens on the bound port.
 TEST_F(TcpCheck, FaultsARefusal) {
   EXPECT_TRUE(SaidOf(CheckServiceTcp(url_)).starts_with(L"TCP 连不上中心服务：错误 "));
 }

@@ -30,7 +30,7 @@ struct MemoryNote : platform::FileDeps {
   std::vector<std::wstring> ListFiles(const std::wstring&) override { return {}; }
 };
 
-// A list of some user, and how often it was written, and programs were told.
+// A user's list, counting its writes and announcements.
 struct FakeList {
   std::wstring list;
   int writes = 0;

@@ -46,7 +46,7 @@ TEST_F(ProxyNoteTest, HoldsTheEntriesOfEachUser) {
   EXPECT_EQ(Read(), (Lists{{L"", {L"10.1.*", L"10.2.*"}}, {kOtherUser, {L"10.1.*"}}}));
 }
 
-TEST_F(ProxyNoteTest, IsNoFileOnceAllIsForgotten) {
+TEST_F(ProxyNoteTest, IsDeletedOnceItIsEmpty) {
   memory_.bytes = kNoteOfTwo;
   Forget(L"", {L"10.1.*", L"10.9.*"});
   EXPECT_EQ(Read(), (Lists{{L"", {L"10.2.*"}}, {kOtherUser, {L"10.1.*"}}}));
@@ -124,7 +124,7 @@ TEST_F(ProxyLeftovers, AreNoneAfterADisconnect) {
   EXPECT_EQ(own_.list, L"192.168.5.*");
 }
 
-TEST_F(ProxyLeftovers, AreNotSaidWhereTheUserHasTakenThemOff) {
+TEST_F(ProxyLeftovers, AreNotReportedWhereTheUserRemovedThem) {
   Connect(kLeftRoutes);
   own_.list = L"localhost";
   desktop_.list = L"";
@@ -182,7 +182,7 @@ struct EndedHere {};
 
 // At whatever step of an edit the process ends, the user's own entries are there after the next
 // start, and the program's are not.
-TEST_F(ProxyLeftovers, AreGoneWhicheverStepTheProgramWasKilledBefore) {
+TEST_F(ProxyLeftovers, AreRemovedWhereverTheProgramWasKilled) {
   for (int steps = 0; steps < 8; ++steps) {
     own_ = {L"localhost;10.1.*"};
     memory_.bytes.reset();

@@ -142,7 +142,7 @@ TEST_F(ProxyOverrideCalls, WriteTheListOfAnotherUser) {
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-// What a failure leaves unknown, nobody may take for an empty list.
+// A list that cannot be read must not count as empty.
 std::string ReadOf(const ProxyListDeps& store) {
   const std::optional<std::wstring> list = store.read();
   return list ? "\"" + text::ToUtf8(*list) + "\"" : "unknown";

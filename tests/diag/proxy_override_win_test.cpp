@@ -232,7 +232,7 @@ class Listener {
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
 
-  // What it was told; to be asked once it has been.
+  // The message it received; valid once it has arrived.
   [[nodiscard]] int Count() const { return count_; }
   [[nodiscard]] std::wstring Area() const { return area_; }
   [[nodiscard]] WPARAM Word() const { return word_; }
@@ -285,7 +285,7 @@ TEST_F(ProxyOverride, TellsEveryTopLevelWindowOnceItIsWritten) {
   }
 }
 
-TEST_F(ProxyOverride, TellsNobodyWhenNothingIsWritten) {
+TEST_F(ProxyOverride, AnnouncesNothingWhenNothingIsWritten) {
   store_.write(L"10.1.*");
   const Listener listener;
   store_.read();
@@ -305,7 +305,7 @@ TEST_F(ProxyOverride, DoesNotWaitForEverForAWindowThatHangs) {
   }
 }
 
-TEST_F(ProxyOverride, OfALeftoverTellsAsideAndWaitsForNobody) {
+TEST_F(ProxyOverride, OfALeftoverIsAnnouncedOnAnotherThread) {
   std::promise<void> answer;
   const Listener hung(answer.get_future().share());
   const auto begin = std::chrono::steady_clock::now();

@@ -38,7 +38,7 @@ TEST(DesktopUserEdge, FindsTheUserOfAProcessAndHisFolder) {
   EXPECT_EQ(DesktopLocalAppData(shell, OwnSid()), LocalAppDataFolder()) << "by its token";
 }
 
-TEST(DesktopUserEdge, AsksTheSessionAndTheRegistryWithoutAShell) {
+TEST(DesktopUserEdge, UsesTheSessionAndTheRegistryWithoutAShell) {
   const std::wstring sid = DesktopSid(0);
   EXPECT_TRUE(sid.empty() || sid == OwnSid()) << "the session is this user's";
   EXPECT_EQ(DesktopLocalAppData(0, L"S-1-5-21-0-0-0-12345"), L"");

@@ -36,7 +36,7 @@ std::vector<Damage> Damages() {
   return rows;
 }
 
-TEST_F(SettingsFileTest, DamagedFileIsReplacedByTheSecondCopyAndToldInOneLine) {
+TEST_F(SettingsFileTest, DamagedFileIsReplacedByTheSecondCopyAndReportedInOneLine) {
   for (const Damage& row : Damages()) {
     disk_.files[kLastPath] = FileBytes(Worked());
     EXPECT_EQ(FileBytes(LoadBytes(row.bytes)), FileBytes(Worked())) << row.name;
