@@ -6,6 +6,8 @@ namespace tunnel {
 namespace {
 
 bool IsIgnored(std::uint32_t address) noexcept {
+  // Loopback (RFC 1122, section 3.2.1.3) and link-local addresses (RFC 3927) are not routed, so
+  // they cannot hide a site.
   return address >> 24 == 127 || address >> 16 == 0xA9FE;  // 127/8, 169.254/16
 }
 
@@ -32,6 +34,7 @@ SystemList ReadSystemList(
     list.error = read(list.bytes.data(), sizeBytes);
   }
   if (list.error != 0) list.bytes.clear();
+  // A computer without addresses has an empty list; that is not a failure.
   if (list.error == kNothingToList) list.error = 0;
   return list;
 }

@@ -45,6 +45,7 @@ Session::~Session() {
 TunnelStarted Session::Start(const TunnelRequest& request) {
   const platform::MutexLock held(threadLock_);
   if (IsRunning()) {
+    // A second start replaces the running tunnel.
     TearDown();
     RemoveDriverService();
   }
@@ -94,6 +95,7 @@ std::vector<RouteMapping> Session::BuildMappings(const TunnelRequest& request) {
 }
 
 void Session::Prepare(const TunnelRequest& request) {
+  // Everything that an earlier tunnel may have left is reset before a thread can see it.
   driver_.Load(deps_.loadDriver());
   link_.ClearConnected();
   link_.SetLastError({});
@@ -112,6 +114,8 @@ void Session::Open() {
   ThrowIfStopped();
   udp_->StartUdpRelay(plan_.udpRequest);
   ThrowIfStopped();
+  // The capture opens after the relay: from then on packets for the site no longer take their usual
+  // way.
   OpenDriver();
   StartThreads();
   // A stop may have closed its handles just before they were opened; the caller closes them again.
@@ -172,11 +176,13 @@ void Session::OnUdpChanged(bool ready) {
 }
 
 void Session::OnLinkChanged(bool connected) {
+  // A hurry from the attempt that has just succeeded must not shorten the next outage's first wait.
   if (connected) signal_.ForgetHurry();
   {
     const platform::MutexLock held(observerLock_);
     observer_.linkChanged(connected);
   }
+  // After the report and outside the observer lock, which its own notice takes.
   SwitchDiscovery(connected);
 }
 
@@ -229,6 +235,7 @@ std::wstring Session::Stop() {
   const platform::MutexLock held(threadLock_);
   TearDown();
   signal_.Settle();
+  // After the teardown: a service stopped while handles are open refuses the next with error 1058.
   RemoveDriverService();
   return wasRunning ? kStoppedText : kWasNotRunningText;
 }
@@ -260,10 +267,12 @@ void Session::EndThreads() noexcept {
 }
 
 void Session::TearDown() noexcept {
+  // A failed start comes here without a stop; its threads must end all the same.
   signal_.Request();
   InterruptAll();
   EndThreads();
   link_.Release();
+  // Only now: until the threads have ended, they may call into the library.
   driver_.Unload();
   link_.ClearConnected();
   path_.ClearFlows();

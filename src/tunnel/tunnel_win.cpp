@@ -49,6 +49,7 @@ NetworkAdapter ReadAdapter(const IP_ADAPTER_ADDRESSES& record) {
 
 AdapterList ListAdapters() {
   const SystemList list = ReadAdapterList();
+  // Either failed or without any address; `error` distinguishes the two.
   if (list.bytes.empty()) return {{}, list.error};
   AdapterList found;
   const auto* record = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(list.bytes.data());

@@ -26,6 +26,7 @@ CaptureEnd EndAfterChecksumError(std::span<const std::byte> packet,
 
 std::wstring RouteClause(const RouteMapping& mapping) {
   const Ipv4Network mapped = mapping.Mapped();
+  // The filter language knows no prefixes, and compares only dotted numbers as addresses.
   return L"(ip.DstAddr >= " + text::FormatIpv4(FirstAddress(mapped)) + L" and ip.DstAddr <= " +
          text::FormatIpv4(LastAddress(mapped)) + L")";
 }
@@ -33,6 +34,8 @@ std::wstring RouteClause(const RouteMapping& mapping) {
 std::wstring BuildCaptureFilter(std::span<const RouteMapping> mappings, bool discoveryMode) {
   std::vector<std::wstring> clauses;
   for (const RouteMapping& mapping : mappings) clauses.push_back(RouteClause(mapping));
+  // The driver accepts 255 tests in one filter: six of ours, two more for discovery, two per route.
+  // A later fragment has no transport header and does not match; the first one ends the capture.
   const std::wstring routed = L"(icmp or tcp or udp) and (" + text::Join(clauses, L" or ") + L")";
   // Without !impostor two drivers could capture and inject one packet in turns for ever.
   const std::wstring outbound = L"outbound and ip and !impostor and ";
@@ -43,6 +46,7 @@ std::wstring BuildCaptureFilter(std::span<const RouteMapping> mappings, bool dis
 CaptureEnd CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& path) noexcept {
   std::vector<std::byte> buffer;
   try {
+    // Inside the try: lack of memory ends the capture, not the program.
     buffer.resize(kMaxPacketBytes + kReadableBehindPacket);
     while (flags.KeepGoing()) {
       WinDivertAddress address;
@@ -53,6 +57,7 @@ CaptureEnd CaptureLoop(const TunnelFlags& flags, Driver& driver, PacketPath& pat
         continue;
       }
       const std::span<std::byte> captured = std::span(buffer).first(*length);
+      // The filter also matches packets that the tunnel cannot carry. They continue as captured.
       if (!path.HandleOutbound(captured, address)) driver.Inject(captured, address);
     }
     return CaptureEnd::Stopped;

@@ -10,6 +10,7 @@
 namespace tunnel {
 namespace {
 
+// The driver shows an injected packet only to handles of lower priority than the sender's.
 constexpr std::int16_t kCapturePriority = -300;
 constexpr std::int16_t kInjectPriority = -301;
 
@@ -30,6 +31,7 @@ void Driver::OpenCapture(const std::wstring& filter) {
     const platform::MutexLock lock(driverLock_);
     gate.swap(capture_);
   }
+  // Hidden first, so that no receive enters the handle that closes.
   CloseCapture(gate);
   gate = Open(filter, kCapturePriority, 0);
   const platform::MutexLock lock(driverLock_);
@@ -43,6 +45,7 @@ bool Driver::ReplaceCapture(const std::wstring& filter) {
     old = capture_;
   }
   if (old == nullptr) return false;
+  // If this throws, the old filter stays in force.
   GatePointer gate = Open(filter, kCapturePriority, 0);
   bool isReplaced = false;
   {
@@ -63,6 +66,7 @@ void Driver::OpenInject() {
     canInject_ = false;
   }
   CloseInject(gate);
+  // Captures nothing, and therefore costs other packets nothing.
   gate = Open(L"false", kInjectPriority, kFlagSendOnly);
   const platform::MutexLock lock(driverLock_);
   inject_ = gate;
@@ -76,6 +80,7 @@ Driver::GatePointer Driver::Open(const std::wstring& filter, std::int16_t priori
   std::uint32_t error = 0;
   if (api_) {
     gate->handle = api_->open(narrow.c_str(), kLayerNetwork, priority, flags);
+    // At once: any later call may change the code.
     error = api_->lastError();
     if (IsValidDriverHandle(gate->handle)) return gate;
   }
@@ -106,6 +111,7 @@ std::optional<std::size_t> Driver::Receive(std::span<std::byte> buffer, WinDiver
   const int received = api_->recv(gate->handle, buffer.data(), sizeBytes, &receivedBytes, &address);
   Leave(*gate);
   if (received == 0) return std::nullopt;
+  // A length that a faulty driver reports must not lead past the buffer.
   return std::min<std::size_t>(receivedBytes, buffer.size());
 }
 
@@ -126,6 +132,8 @@ void Driver::Inject(std::span<const std::byte> packet, const WinDivertAddress& a
 }
 
 void Driver::RecalculateChecksums(std::span<std::byte> packet) const {
+  // Flags 0 mean all sums. The driver itself would complete IP, TCP and UDP sums of an injected
+  // packet, but never ICMP.
   if (!api_ ||
       !api_->calcChecksums(packet.data(), static_cast<std::uint32_t>(packet.size()), nullptr, 0)) {
     throw ChecksumError();
@@ -173,6 +181,8 @@ void Driver::EndClosing() noexcept {
 void Driver::CloseHandles() noexcept {
   GatePointer capture;
   GatePointer inject;
+  // Counted before the handles are hidden: a second caller finds none left and has to wait for this
+  // one.
   BeginClosing();
   {
     const platform::MutexLock lock(driverLock_);
@@ -183,6 +193,7 @@ void Driver::CloseHandles() noexcept {
   CloseCapture(capture);
   CloseInject(inject);
   EndClosing();
+  // Another thread may still be closing; the library must not be unloaded underneath it.
   const platform::MutexLock lock(driverLock_);
   while (closing_ > 0) left_.Wait(driverLock_);
 }

@@ -42,6 +42,7 @@ void PacketPath::Configure(std::uint32_t tunnelAddress, std::vector<RouteMapping
   tunnelAddress_ = tunnelAddress;
   routes_ = RouteIndex(std::move(mappings));
   discoveryMode_ = discoveryMode;
+  // Flows of the earlier tunnel would restore addresses that no longer apply.
   tables_.Clear();
 }
 
@@ -51,6 +52,7 @@ bool PacketPath::HandleOutbound(std::span<std::byte> packet,
   if (!view) return false;
 
   const platform::MutexLock lock(packetLock_);
+  // With discovery off, a route of everything takes 255.255.255.255 like any other address.
   if (discoveryMode_ && view->Is(kProtocolUdp) && view->DestinationAddress() == kLimitedBroadcast) {
     BroadcastToRoutes(*view, driverAddress);
   } else {
@@ -63,6 +65,7 @@ void PacketPath::SendToRoute(const PacketView& packet, const WinDivertAddress& d
   const std::uint32_t addressed = packet.DestinationAddress();
   const RouteMapping* route = routes_.Find(addressed);
   if (route == nullptr) return;
+  // Before the rewrite, which overwrites both addresses.
   const FlowEntry entry{packet.SourceAddress(), addressed, driverAddress.interfaceIndex,
                         driverAddress.subInterfaceIndex};
   packet.SetDestinationAddress(RealDestination(*route, addressed));
@@ -72,6 +75,7 @@ void PacketPath::SendToRoute(const PacketView& packet, const WinDivertAddress& d
   driver_.RecalculateChecksums(packet.Bytes());
 
   tables_.RecordFlow(FlowKeyOf(packet), entry);
+  // Every device may answer a directed broadcast, from its own address; no flow has that address.
   if (packet.Is(kProtocolUdp) && LooksLikeBroadcast(packet.DestinationAddress())) {
     tables_.RecordBroadcast(BroadcastKeyOf(packet, *route), entry);
   }
@@ -82,11 +86,13 @@ void PacketPath::BroadcastToRoutes(const PacketView& packet,
                                    const WinDivertAddress& driverAddress) {
   const std::uint32_t localSource = packet.SourceAddress();
   packet.SetSourceAddress(tunnelAddress_);
+  // One buffer serves all copies: the queue copies each before the next rewrite.
   for (const RouteMapping& route : routes_.Mappings()) {
     if (route.realPrefix >= 31) continue;  // such a network has no broadcast address
     packet.SetDestinationAddress(LastAddress(route.Real()));
     driver_.RecalculateChecksums(packet.Bytes());
 
+    // Answers appear to come from the mapped broadcast address, whichever device sends them.
     const FlowEntry entry{localSource, LastAddress(route.Mapped()), driverAddress.interfaceIndex,
                           driverAddress.subInterfaceIndex};
     tables_.RecordFlow(FlowKeyOf(packet), entry);
@@ -101,6 +107,7 @@ void PacketPath::HandleInbound(std::span<std::byte> packet) {
   if (!view) return;
 
   const platform::MutexLock lock(packetLock_);
+  // Points into the tables; the lock keeps it valid until the packet is injected.
   const FlowEntry* entry = FindReturn(*view);
   if (entry == nullptr) return;
   view->SetDestinationAddress(entry->localSource);

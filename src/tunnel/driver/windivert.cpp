@@ -53,7 +53,8 @@ std::string WithCode(const std::string& text, std::uint32_t code) {
   return code == 0 ? text : text + "\r\n" + text::ToUtf8(DescribeDriverError(code));
 }
 
-// Version 2.x of the driver names its kernel service WinDivert64, older versions WinDivert.
+// Version 2.x of the driver names its kernel service WinDivert, repackaged builds also WinDivert64.
+// Each is stopped before it is deleted: deleting only marks a running service.
 constexpr const wchar_t* kServiceCommands[] = {L"sc stop WinDivert64", L"sc delete WinDivert64",
                                                L"sc stop WinDivert", L"sc delete WinDivert"};
 constexpr std::chrono::milliseconds kCommandWait{5000};
@@ -69,6 +70,7 @@ std::wstring DescribeDriverError(std::uint32_t code) {
       kKnownErrors, [code](const KnownError& one) { return one.code == code; });
   if (known != std::end(kKnownErrors)) return number + L"：" + known->meaning;
   const std::wstring reason = platform::ErrorReason(code);
+  // Without a text of the system the reason is the number itself, which must not appear twice.
   return (reason == number ? number : number + L"：" + reason) + kOtherwise;
 }
 

@@ -89,8 +89,8 @@ bool IsDriverLeftover(std::uint32_t code) noexcept;
 using HiddenRunner =
     std::function<bool(const std::wstring& commandLine, std::chrono::milliseconds wait)>;
 
-// Stops and deletes the packet driver's kernel service, under the names of version 2.x and of older
-// ones. Ignores failures. Any thread.
+// Stops and deletes the packet driver's kernel service, under the name of version 2.x and under
+// that of repackaged builds. Ignores failures. Any thread.
 void RemoveDriverService(const HiddenRunner& runHidden) noexcept;
 
 }  // namespace tunnel

@@ -13,6 +13,7 @@ std::unique_ptr<WinDivertApi> LoadWinDivert() {
   const DWORD error = ::GetLastError();
   if (!module) throw DriverError("WinDivert.dll was not found in the runtime cache.", error);
   const HMODULE library = module.Get();
+  // Owned by the record before anything is bound, so that a missing export frees the library.
   api->module = std::make_shared<platform::Module>(std::move(module));
 
   const auto bind = [library](auto& function, const char* name) {

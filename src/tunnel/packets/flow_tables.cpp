@@ -11,6 +11,7 @@ constexpr std::uint16_t kMaxPort = std::numeric_limits<std::uint16_t>::max();
 }  // namespace
 
 FlowTree::Packed::Packed(const FlowKey& key) noexcept
+    // The fields in their order of comparison, most significant first.
     : high(std::uint64_t{key.protocol} << 48 | std::uint64_t{key.source} << 16 | key.sourcePort),
       low(std::uint64_t{key.destination} << 16 | key.destinationPort) {}
 
@@ -40,6 +41,7 @@ FlowTree::Leaf* FlowTree::FindLeaf(const Packed& key) const noexcept {
   Node* node = root_;
   for (std::size_t level = height_; level > 0; --level) {
     const Inner& inner = static_cast<const Inner&>(*node);
+    // A key equal to a separator belongs to the right child, hence `orEqual`.
     node = inner.children[CountBelow(inner.keys, key, true)];
   }
   return static_cast<Leaf*>(node);
@@ -50,11 +52,14 @@ const FlowEntry* FlowTree::Find(const FlowKey& key) const noexcept {
   const Packed packed(key);
   const Leaf& leaf = *FindLeaf(packed);
   const std::size_t at = CountBelow(leaf.keys, packed, false);
+  // `at` is past the last place if every key of a full leaf is below.
   return at < leaf.count && leaf.keys[at] == packed ? &leaf.entries[at] : nullptr;
 }
 
 void FlowTree::Set(const FlowKey& key, const FlowEntry& entry) {
+  // A known key must not reach MakeRoom(), which would split full nodes for it.
   if (const FlowEntry* const found = Find(key)) {
+    // Find() is const for readers; the entry belongs to this tree, which is not.
     *const_cast<FlowEntry*>(found) = entry;
     return;
   }
@@ -73,6 +78,7 @@ void FlowTree::Set(const FlowKey& key, const FlowEntry& entry) {
 // split never propagates upwards.
 FlowTree::Leaf& FlowTree::MakeRoom(const Packed& key) {
   if (root_ == nullptr) root_ = NewLeaf();
+  // Only here does the tree grow in height: above a full root, which the loop then splits.
   if (root_->count == (height_ > 0 ? Inner::kCapacity : Leaf::kCapacity)) {
     Inner* const root = NewInner();
     root->children[0] = root_;
@@ -83,6 +89,7 @@ FlowTree::Leaf& FlowTree::MakeRoom(const Packed& key) {
   for (std::size_t level = height_; level > 0; --level) {
     Inner& inner = static_cast<Inner&>(*node);
     node = inner.children[CountBelow(inner.keys, key, true)];
+    // Before the descent, so that `inner` always has a place for the separator.
     const Split split = SplitIfFull(*node, level - 1, key);
     if (split.right == nullptr) continue;
     InsertChild(inner, split);
@@ -107,6 +114,7 @@ FlowTree::Split FlowTree::SplitLeaf(Leaf& leaf, const Packed& key) {
   right->count = leaf.count - half;
   std::copy_n(&leaf.keys[half], right->count, right->keys.begin());
   std::copy_n(&leaf.entries[half], right->count, right->entries.begin());
+  // CountBelow() reads all places: those left must hold the greatest value again.
   std::fill_n(&leaf.keys[half], right->count, Packed());
   leaf.count = half;
   return {right->keys[0], right};
@@ -163,6 +171,7 @@ const BroadcastEntry* FlowTables::FindBroadcast(std::uint32_t source, std::uint1
       const auto found = broadcasts_.find({network, prefix, sourcePort, destinationPort});
       if (found != broadcasts_.end()) return &found->second;
     }
+    // Past the last possible record of this network.
     record = broadcasts_.upper_bound({network, prefix, kMaxPort, kMaxPort});
   }
   return nullptr;

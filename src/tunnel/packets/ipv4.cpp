@@ -17,6 +17,7 @@ std::wstring FormatNetwork(const Ipv4Network& network) {
 }
 
 std::optional<std::uint32_t> ParseTunnelAddress(std::wstring_view value) {
+  // Without a slash find() returns npos, and substr() the whole text.
   return text::ParseIpv4(value.substr(0, value.find(L'/')));
 }
 
@@ -41,6 +42,7 @@ void AddressRanges::Add(const Ipv4Network& network) {
 
 std::optional<std::uint32_t> AddressRanges::FindTaken(const Ipv4Network& network) const {
   const std::uint32_t first = FirstAddress(network);
+  // Ranges are merged, so only one can reach into the network from below.
   auto range = lastByFirst_.upper_bound(first);
   if (range != lastByFirst_.begin() && std::prev(range)->second >= first) range = std::prev(range);
   if (range == lastByFirst_.end() || range->first > LastAddress(network)) return std::nullopt;

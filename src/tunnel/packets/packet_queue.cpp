@@ -25,6 +25,7 @@ void PacketQueue::Start() {
 
 void PacketQueue::Stop() {
   {
+    // Under the lock: a consumer that has just checked the flag already receives the notification.
     const platform::MutexLock lock(queueLock_);
     isStopped_ = true;
   }
@@ -35,6 +36,7 @@ void PacketQueue::EnqueueOutbound(std::span<const std::byte> packet) {
   bool isAwaited = false;
   {
     const platform::MutexLock lock(queueLock_);
+    // The capture thread must never wait: the stalest packet makes room.
     if (size_ == kCapacity) {
       Recycle(std::move(At(0)));
       oldest_ = (oldest_ + 1) % kCapacity;
@@ -50,11 +52,13 @@ void PacketQueue::EnqueueOutbound(std::span<const std::byte> packet) {
     ++size_;
     isAwaited = waiting_ > 0;
   }
+  // After the lock is released, or the woken consumer would wait for it.
   if (isAwaited) changed_.NotifyOne();
 }
 
 bool PacketQueue::Take(std::vector<Packet>& batch) {
   const platform::MutexLock lock(queueLock_);
+  // Memory returns to the producer here, so that a steady stream allocates nothing.
   for (Packet& packet : batch) Recycle(std::move(packet));
   batch.clear();
   ++waiting_;
@@ -64,6 +68,7 @@ bool PacketQueue::Take(std::vector<Packet>& batch) {
   std::size_t room = kBatchBytes;
   while (size_ > 0) {
     const std::size_t bytes = At(0).size() + kFrameHeaderBytes;
+    // A packet over the limit is taken alone; otherwise it would block the queue for ever.
     if (bytes > room && !batch.empty()) break;
     room -= std::min(bytes, room);
     batch.push_back(std::move(At(0)));

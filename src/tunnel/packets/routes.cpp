@@ -24,8 +24,10 @@ std::optional<std::uint32_t> ParsePrefix(std::wstring_view text) {
   std::uint32_t value = 0;
   for (; at < text.size() && text[at] >= L'0' && text[at] <= L'9'; ++at) {
     value = value * 10 + static_cast<std::uint32_t>(text[at] - L'0');
+    // At once, before many digits overflow the number.
     if (value > 32) return std::nullopt;
   }
+  // "-0" is a prefix length of 0.
   if (isNegative && value != 0) return std::nullopt;
   return value;
 }
@@ -52,6 +54,7 @@ Ipv4Network AllocateSubstitute(std::uint32_t prefix, const AddressRanges& taken)
       if (*lastTaken >= LastAddress(kNatSpace)) break;
       // Continue with the block after the one that contains the last taken address.
       const std::uint32_t lastOfBlock = *lastTaken | ~MaskOf(prefix);
+      // The next block would lie behind the space.
       if (lastOfBlock >= LastAddress(kNatSpace)) break;
       block.network = lastOfBlock + 1;
     }
@@ -74,6 +77,7 @@ std::vector<RouteMapping> BuildRouteMappings(std::span<const Ipv4Network> routes
   AddressRanges taken;
   for (const Ipv4Network& local : localNetworks) taken.Add(local);
   std::vector<Ipv4Network> sorted(routes.begin(), routes.end());
+  // Sorted, so that the order of the service's list changes no mapping.
   std::ranges::sort(sorted, [](const Ipv4Network& a, const Ipv4Network& b) {
     return a.network != b.network ? a.network < b.network : a.prefix < b.prefix;
   });
@@ -82,6 +86,7 @@ std::vector<RouteMapping> BuildRouteMappings(std::span<const Ipv4Network> routes
   for (const Ipv4Network& route : sorted) {
     const bool isNat = taken.FindTaken(route).has_value();
     const Ipv4Network mapped = isNat ? AllocateSubstitute(route.prefix, taken) : route;
+    // Later routes must not overlap this one, whether substitute or not.
     taken.Add(mapped);
     mappings.push_back({route.network, route.prefix, mapped.network, mapped.prefix, isNat});
   }
@@ -111,6 +116,7 @@ std::wstring DescribeRoutes(std::span<const RouteMapping> mappings) {
 }
 
 RouteIndex::RouteIndex(std::vector<RouteMapping> mappings) : mappings_(std::move(mappings)) {
+  // Longest prefix first, so that the first hit of Find() is the most specific.
   for (std::uint32_t prefix = 33; prefix-- > 0;) {
     const auto count = static_cast<std::size_t>(std::ranges::count(
         mappings_, prefix, [](const RouteMapping& mapping) { return mapping.mappedPrefix; }));
@@ -133,6 +139,7 @@ std::size_t RouteIndex::PlaceOf(const Group& group, std::uint32_t network) const
   // Fibonacci hashing: networks differ in their upper bits; the multiplication mixes them
   // downwards.
   std::size_t at = (std::uint64_t{network} * 0x9E3779B97F4A7C15U) >> 40 & last;
+  // Ends, because at least half of the places are free.
   while (group.places[at] != kNone &&
          FirstAddress(mappings_[group.places[at]].Mapped()) != network) {
     at = (at + 1) & last;

@@ -32,6 +32,7 @@ RelayLink::RelayPointer RelayLink::Current() const {
 void RelayLink::Drop(const RelayPointer& relay) {
   {
     const platform::MutexLock held(relayLock_);
+    // The caller may hold an older connection; a newer one stays.
     if (relay_ == relay) relay_.reset();
   }
   relay->Close();
@@ -43,6 +44,7 @@ void RelayLink::Close() noexcept {
 }
 
 void RelayLink::Release() noexcept {
+  // Declared before the lock: the last reference closes the socket, outside the lock.
   RelayPointer old;
   const platform::MutexLock held(relayLock_);
   relay_.swap(old);

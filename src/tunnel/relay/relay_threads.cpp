@@ -19,6 +19,7 @@ using Payloads = std::vector<std::span<const std::byte>>;
 void SendFrames(const Payloads& payloads, RelayLink& link) {
   const RelayLink::RelayPointer relay = link.Current();
   if (relay == nullptr || !relay->IsConnected()) return;
+  // Part of a frame may be on its way, so the stream cannot be continued.
   if (!relay->SendFrames(kOpcodeBinary, payloads)) link.Drop(relay);
 }
 
@@ -26,6 +27,7 @@ void SendFrames(const Payloads& payloads, RelayLink& link) {
 // earlier frame; there is no order between the two paths anyway.
 void SendDatagrams(std::span<const Packet> batch, UdpRelay& udp, Payloads& rest) {
   rest.clear();
+  // Once per batch: a path that closes in between refuses each packet itself.
   const bool isReady = udp.IsReady();
   for (const Packet& packet : batch) {
     const bool usesUdp = isReady && packet.size() <= kMaxUdpPacketBytes;
@@ -64,6 +66,7 @@ bool RelayWorker::Reconnect() {
   if (link_.ClearConnected()) host_.OnLinkChanged(false);
   host_.Pause(reconnectDelay_);
   if (!host_.KeepGoing()) return false;
+  // After the pause: while the WebSocket is away, the UDP path continues to carry small packets.
   udp_.Close();
   udp_.Join();
   try {
@@ -76,8 +79,10 @@ bool RelayWorker::Reconnect() {
     reconnectDelay_ = std::min(reconnectDelay_ * 2, kLongestDelay);
     return false;
   }
+  // The next outage reports its reasons anew.
   reportedReason_.clear();
   reconnectDelay_ = kFirstDelay;
+  // Last: an attempt whose UDP path fails still belongs to the same loss.
   host_.OnLinkChanged(true);
   return true;
 }
@@ -102,6 +107,7 @@ void SenderLoop(const TunnelFlags& flags, PacketQueue& queue, RelayLink& link,
   Payloads frames;
   while (flags.KeepGoing()) {
     try {
+      // Inside the loop, so that a failed allocation is tried again.
       batch.reserve(PacketQueue::kBatchPackets);
       frames.reserve(PacketQueue::kBatchPackets);
       if (!queue.Take(batch)) return;
@@ -166,12 +172,14 @@ void RelayWatch::CheckRelay() {
 // when the watch is stopped.
 bool RelayWatch::Answers(WebSocketRelay& relay) {
   if (!relay.IsBeingRead()) return true;
+  // Any byte proves that the relay is alive, not only the pong.
   const std::uint64_t before = relay.ReceivedBytes();
   if (!relay.SendFrame(kOpcodePing, {})) return false;
   const auto end = std::chrono::steady_clock::now() + kAnswerTime;
   const platform::MutexLock held(lock_);
   while (!isStopped_ && relay.ReceivedBytes() == before) {
     if (!relay.IsConnected() || std::chrono::steady_clock::now() >= end) return false;
+    // The receiving thread only counts bytes and wakes nobody, hence the short waits.
     changed_.WaitFor(lock_, kPollInterval);
   }
   return true;

@@ -18,6 +18,7 @@ bool IsWebSocketUrl(std::wstring_view url) {
 // Also accepts ws:// and wss://, which CrackUrl() refuses. They differ from http:// and https://
 // only in name (RFC 6455, section 3).
 bool CrackAnyUrl(const std::wstring& url, platform::UrlParts& parts) {
+  // "ws" becomes "http", and "wss" therefore "https".
   return platform::CrackUrl(IsWebSocketUrl(url) ? L"http" + url.substr(2) : url, parts);
 }
 
@@ -26,6 +27,7 @@ platform::UrlParts CrackServiceUrl(std::wstring_view serverUrl, std::wstring_vie
   std::wstring url = text::Trim(serverUrl);
   if (url.empty()) url = settings::DefaultServerUrl();
   if (url.find(L"://") == std::wstring::npos) url.insert(0, L"http://");
+  // `path` brings its own slash.
   while (!url.empty() && url.back() == L'/') url.pop_back();
   url += path;
   platform::UrlParts parts;
@@ -43,6 +45,7 @@ ServiceEndpoint ParseServiceEndpoint(std::wstring_view serverUrl) {
 }
 
 std::wstring BuildRelayPath(std::wstring_view connectionId, std::wstring_view engineerId) {
+  // Encoded, so that no id can end the path or add a parameter.
   return L"/api/relay/client/" + text::PercentEncode(connectionId) + L"?engineerId=" +
          text::PercentEncode(engineerId);
 }

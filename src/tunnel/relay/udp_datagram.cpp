@@ -14,6 +14,7 @@
 namespace tunnel {
 namespace {
 
+// The layout is described in docs/service-contract.md, section "Relay: UDP".
 constexpr std::uint32_t kMagic = 0x544E5231;  // "TNR1"
 constexpr std::uint8_t kAcknowledgement = 3;
 constexpr std::uint8_t kPacket = 4;
@@ -33,6 +34,7 @@ void WriteStart(std::span<std::byte> datagram, std::uint8_t type) {
 
 void AppendText(std::vector<std::byte>& datagram, std::wstring_view value) {
   const std::string utf8 = text::ToUtf8(text::Trim(value));
+  // The length field has 16 bits.
   const auto bytes = std::as_bytes(std::span(utf8)).first(std::min(utf8.size(), kMaxTextBytes));
   const std::size_t at = datagram.size();
   datagram.resize(at + 2);
@@ -53,6 +55,7 @@ std::vector<std::byte> BuildHello(std::wstring_view connectionId, std::wstring_v
 }
 
 std::optional<std::uint64_t> ParseAcknowledgement(std::span<const std::byte> datagram) {
+  // First the length: the reads below do not check it.
   if (datagram.size() != kAcknowledgementBytes) return std::nullopt;
   if (!IsOfType(datagram, kAcknowledgement)) return std::nullopt;
   if (ReadU8(datagram, kStartBytes) != kRelayModeHello) return std::nullopt;
@@ -66,6 +69,7 @@ std::optional<std::span<std::byte>> ParseUdpPacket(std::span<std::byte> datagram
   if (datagram.size() <= kUdpHeaderBytes) return std::nullopt;
   if (datagram.size() > kMaxUdpDatagramBytes) return std::nullopt;
   if (!IsOfType(datagram, kPacket)) return std::nullopt;
+  // 0 is "no token yet": before the first acknowledgement no datagram may pass, not even with 0.
   if (token == 0 || ReadU64Be(datagram, kStartBytes) != token) return std::nullopt;
   return datagram.subspan(kUdpHeaderBytes);
 }
@@ -85,6 +89,7 @@ RelayDatagramSocket::RelayDatagramSocket(const std::wstring& serverUrl,
     : sendTimeout_(timeout) {
   const ServiceEndpoint endpoint = ParseServiceEndpoint(serverUrl);
   std::vector<platform::SocketAddress> addresses;
+  // A failed start leaves no addresses and so has the same text as a failed look-up.
   if (library_.Start() == 0) {
     addresses = platform::ResolveHost(text::ToUtf8(endpoint.host), endpoint.port,
                                       platform::SocketKind::UdpIpv4, isCancelled);
@@ -108,6 +113,7 @@ platform::SocketResult RelayDatagramSocket::Send(std::span<const std::byte> data
 
 platform::SocketResult RelayDatagramSocket::Receive(std::span<std::byte> buffer) noexcept {
   platform::SocketAddress from;
+  // The sender is ignored; the token alone keeps strangers out.
   return socket_->ReceiveFrom(buffer, from);
 }
 

@@ -65,7 +65,9 @@ void SocketUdpRelay::StartUdpRelay(const UdpRelayRequest& request) {
   socket->SetReceiveTimeout(kReceiveTimeout);
   token_ = token.value_or(0);
   lastAcknowledgement_ = network_.Now();
+  // During a stop nothing is reported: the path is closed anyway.
   if (host_.KeepGoing()) SetReady(token.has_value());
+  // Also without an answer: a later acknowledgement still makes the path ready.
   threads_.emplace_back([this, socket]() noexcept { ReceiveLoop(*socket); });
   threads_.emplace_back([this]() noexcept { KeepAliveLoop(); });
 }
@@ -90,6 +92,7 @@ std::optional<std::uint64_t> SocketUdpRelay::AwaitAcknowledgement(DatagramSocket
   const milliseconds end = network_.Now() + kAttemptTime;
   std::array<std::byte, kMaxUdpDatagramBytes> buffer;
   for (milliseconds left = kAttemptTime; left.count() > 0; left = end - network_.Now()) {
+    // The remaining time only: a datagram that does not count must not start the wait anew.
     socket.SetReceiveTimeout(left);
     const platform::SocketResult received = socket.Receive(buffer);
     if (platform::IsSocketClosed(received.error) || !host_.KeepGoing()) return std::nullopt;
@@ -121,6 +124,7 @@ void SocketUdpRelay::Join() noexcept {
 }
 
 bool SocketUdpRelay::IsReady() const noexcept {
+  // The keep-alive checks only every 15 s; a silent path counts as lost at once.
   return ready_ && HasRecentAcknowledgement();
 }
 
@@ -138,6 +142,7 @@ bool SocketUdpRelay::SendUdpPacket(std::span<const std::byte> packet) {
 }
 
 void SocketUdpRelay::ReceiveLoop(DatagramSocket& socket) noexcept {
+  // Initialised, because the checksum function may read behind the packet.
   std::array<std::byte, kMaxUdpDatagramBytes + kReadableBehindPacket> buffer{};
   while (host_.KeepGoing()) {
     const platform::SocketResult received =
@@ -159,6 +164,7 @@ void SocketUdpRelay::HandleDatagram(std::span<std::byte> datagram) {
 }
 
 void SocketUdpRelay::Acknowledge(std::uint64_t token) {
+  // The newest token applies both ways; the relay may change it at any time.
   token_ = token;
   lastAcknowledgement_ = network_.Now();
   SetReady(true);
@@ -166,6 +172,7 @@ void SocketUdpRelay::Acknowledge(std::uint64_t token) {
 
 void SocketUdpRelay::KeepAliveLoop() noexcept {
   while (SleepUnlessClosed(kKeepAlivePeriod) && host_.KeepGoing()) {
+    // A hello that cannot be sent shows a dead network sooner than 45 s of silence.
     if (!SendHello()) {
       SetReady(false);
     } else {
@@ -216,6 +223,7 @@ bool SocketUdpRelay::HasRecentAcknowledgement() const {
 bool SocketUdpRelay::SleepUnlessClosed(milliseconds time) {
   const milliseconds end = network_.Now() + time;
   const platform::MutexLock held(udpLock_);
+  // In a loop: a wake-up before the time must not bring the next hello forward.
   while (socket_ != nullptr) {
     const milliseconds left = end - network_.Now();
     if (left.count() <= 0) return true;

@@ -12,6 +12,7 @@
 namespace tunnel {
 namespace {
 
+// RFC 6455, section 5.2.
 constexpr std::uint8_t kFinal = 0x80;
 constexpr std::uint8_t kMasked = 0x80;
 constexpr std::uint8_t kLength16 = 126;
@@ -77,6 +78,7 @@ std::size_t Mask4(std::byte* to, const std::byte* from, std::size_t at, std::siz
 }  // namespace
 
 std::uint32_t MakeMaskKey(std::uint32_t framesSent, std::uint32_t tickMs) noexcept {
+  // An odd multiplier: consecutive frames differ in many bits of their key.
   return (framesSent + 1) * 0x9E3779B9U ^ tickMs;
 }
 
@@ -126,6 +128,7 @@ FrameReader::Header::Header(std::span<const std::byte> bytes) noexcept {
   isFinal = (first & kFinal) != 0;
   payloadBytes = lengthField;
   if (lengthField == kLength16) payloadBytes = ReadU16Be(bytes, 2);
+  // The reserved top bit needs no check: with it, the length is over every limit.
   if (lengthField == kLength64) payloadBytes = ReadU64Be(bytes, 2);
   if (isMasked) key = ReadU32Be(bytes, keyAt);
   sizeBytes = headerBytes;
@@ -138,6 +141,7 @@ FrameReader::Result FrameReader::Feed(std::span<std::byte> bytes) {
     const std::span<std::byte> rest = bytes.subspan(taken);
     const Header header(rest);
     if (header.sizeBytes == 0) return {FrameEvent::NeedMore, taken};
+    // Before the payload arrives: a declared length must not make the receive buffer grow.
     if (IsTooLong(header)) break;
     if (header.payloadBytes > rest.size() - header.sizeBytes) return {FrameEvent::NeedMore, taken};
     const auto payloadBytes = static_cast<std::size_t>(header.payloadBytes);
@@ -151,6 +155,7 @@ FrameReader::Result FrameReader::Feed(std::span<std::byte> bytes) {
 
 // Skipped frames and pings do not count towards the message being assembled.
 bool FrameReader::IsTooLong(const Header& header) const noexcept {
+  // `held` never exceeds the limit, so the subtraction cannot wrap.
   const std::size_t held = header.IsData() && isGathering_ ? fragments_.size() : 0;
   return header.payloadBytes > kMaxMessageBytes - held;
 }
@@ -160,7 +165,9 @@ FrameEvent FrameReader::TakeFrame(const Header& header, std::span<std::byte> pay
     hasEnded_ = true;
     return FrameEvent::Ended;
   }
+  // The relay's text frames, pongs and unknown types are skipped.
   if (!header.IsData() && header.opcode != kOpcodePing) return FrameEvent::NeedMore;
+  // RFC 6455, section 5.1, forbids a server to mask; ours may.
   if (header.isMasked) CopyMasked(payload, payload, header.key);
   if (header.IsData()) return TakeData(header.isFinal, payload);
   payload_ = payload;
@@ -168,6 +175,7 @@ FrameEvent FrameReader::TakeFrame(const Header& header, std::span<std::byte> pay
 }
 
 FrameEvent FrameReader::TakeData(bool isFinal, std::span<std::byte> payload) {
+  // The usual case: one frame is one packet and stays in the receive buffer.
   if (!isGathering_ && isFinal) {
     payload_ = payload;
     return FrameEvent::Message;
@@ -184,6 +192,8 @@ FrameEvent FrameReader::TakeData(bool isFinal, std::span<std::byte> payload) {
 }
 
 std::string BuildHandshakeRequest(std::wstring_view pathAndQuery, std::wstring_view host) {
+  // The key is the example of RFC 6455, section 1.3. It may be constant because the accept value is
+  // not checked.
   return "GET " + text::ToUtf8(pathAndQuery) + " HTTP/1.1\r\nHost: " + text::ToUtf8(host) +
          "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n";
@@ -196,6 +206,7 @@ HandshakeReader::Result HandshakeReader::Feed(std::span<const std::byte> bytes) 
       state_ = HandshakeState::TooLarge;
       break;
     }
+    // Byte by byte, so that frames behind the header remain for the FrameReader.
     header_.push_back(std::to_integer<char>(bytes[taken++]));
     if (header_.ends_with(kEndOfHeader)) state_ = HandshakeState::Done;
   }
@@ -214,6 +225,7 @@ int HandshakeReader::Status() const noexcept {
 void CopyMasked(std::span<std::byte> to, std::span<const std::byte> from,
                 std::uint32_t key) noexcept {
   assert(to.size() >= from.size());
+  // The key's first byte must be the lowest in memory; x86 stores the lowest byte first.
   const std::uint32_t keyInMemory = __builtin_bswap32(key);
   std::size_t at = 0;
   if (kHasAvx2) at = Mask32(to.data(), from.data(), at, from.size(), keyInMemory);

@@ -50,6 +50,7 @@ std::optional<int> SendAll(
     std::span<const std::byte> bytes, std::size_t sliceBytes) {
   while (!bytes.empty()) {
     const platform::SocketResult sent = send(bytes.first(std::min(bytes.size(), sliceBytes)));
+    // Even with code 0: repeating a send that moves nothing would never end.
     if (sent.bytes == 0) return sent.error;
     bytes = bytes.subspan(sent.bytes);
   }
@@ -88,6 +89,7 @@ void WebSocketRelay::Connect(std::wstring_view relayUrl, const std::function<boo
     socket->SetBufferBytes(kSocketBufferBytes, kSocketBufferBytes);
     ShakeHands(*socket, *endpoint);
     const platform::MutexLock held(stateLock_);
+    // Close() may have come at the very end of the handshake.
     if (socket_ != socket) throw std::runtime_error("The relay connection was closed.");
     connected_ = true;
   } catch (...) {
@@ -114,6 +116,8 @@ WebSocketRelay::SocketPointer WebSocketRelay::ConnectSocket(
     socket->SetTimeouts(kNetworkTimeout, kNetworkTimeout);
     error = socket->Connect(address, kNetworkTimeout);
     if (error == 0) return socket;
+    // A closed attempt fails like any other; without this check it would continue with the next
+    // address.
     ThrowIfCancelled(isCancelled);
     socket->Close();
   }
@@ -175,6 +179,7 @@ bool WebSocketRelay::SendFrames(std::uint8_t opcode,
   const platform::MutexLock held(sendLock_);
   const SocketPointer socket = ConnectedSocket();
   if (socket == nullptr) return false;
+  // One reading for the batch; the counter still gives each frame its own key.
   const std::uint32_t tickMs = tickMs_();
   std::size_t bytes = 0;
   for (const auto payload : payloads) bytes += FrameBytes(payload.size());
@@ -211,6 +216,7 @@ bool WebSocketRelay::ReceiveMore(platform::Socket& socket, int& error) {
 bool WebSocketRelay::ReadMessage(std::span<std::byte>& message) {
   const SocketPointer socket = ConnectedSocket();
   if (socket == nullptr) return false;
+  // From here on received bytes are counted, so RelayWatch may judge by them.
   isBeingRead_ = true;
   for (;;) {
     const FrameReader::Result result = reader_->Feed(received_.Unread());
@@ -242,6 +248,7 @@ void WebSocketRelay::Close() noexcept {
     socket.swap(socket_);
     library.swap(library_);
   }
+  // Outside the lock: closing waits for calls on the socket, and their threads may need the lock.
   if (socket != nullptr) socket->Close();
 }
 
@@ -262,6 +269,7 @@ std::span<std::byte> ReceiveBuffer::Room(std::size_t bytes) {
   } else if (unread + bytes > capacity_) {
     Resize(std::max(2 * capacity_, unread + bytes));
   } else if (bytes > capacity_ - end_ || unread == 0) {
+    // With nothing unread the move costs nothing and regains all of the room.
     std::memmove(bytes_.get(), bytes_.get() + begin_, unread);
     begin_ = 0;
     end_ = unread;
