@@ -17,15 +17,13 @@ using fuzz::Require;
 constexpr std::string_view kBetween = "\n====\n";
 constexpr int kSteps = 16;
 
-MemoryDisk DiskWith(std::string bytes) {
-  MemoryDisk disk;
+void Fill(MemoryDisk& disk, std::string bytes) {
   for (const wchar_t* const path : {kPath, kLastPath, kGrantPath}) {
     const std::size_t end = std::min(bytes.find(kBetween), bytes.size());
     const std::string file = bytes.substr(0, end);
     if (file != "-") disk.files[path] = file;
     bytes.erase(0, end + kBetween.size());
   }
-  return disk;
 }
 
 // As they are compared: an engineer id that is made anew at each start is left out.
@@ -65,7 +63,8 @@ bool IsSaved(MemoryDisk& disk, const Settings& settings, int steps) {
 void Run(fuzz::Input input) {
   const std::string choices = input.Line();
   const int steps = choices.empty() ? -1 : choices[0] % kSteps;
-  MemoryDisk disk = DiskWith(input.Rest());
+  MemoryDisk disk;
+  Fill(disk, input.Rest());
   const Settings old = disk.Load();
   // Of an empty file, which has none, or of one without any, a start may make one.
   const bool hasOwnId = !old.engineerId.empty() && disk.Load().engineerId == old.engineerId;
