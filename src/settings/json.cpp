@@ -37,6 +37,8 @@ std::vector<std::wstring> JsonStringsOf(const JsonValue& value, std::wstring_vie
 std::wstring EscapeJsonString(std::wstring_view value) {
   std::wstring escaped;
   escaped.reserve(value.size());
+  // Other control characters stay as they are, though RFC 8259, section 7, escapes them; our reader
+  // takes every unit of a string.
   for (const wchar_t unit : value) {
     switch (unit) {
       case L'\t':

@@ -37,6 +37,7 @@ std::string TakeNumber(std::wstring_view run) {
     digits += fraction;
     length += 1 + fraction;
   }
+  // "5." and ".5" are numbers, as for the C library; a lone point is not.
   if (digits == 0) return {};
   length += CountExponent(run.substr(length));
   std::string number;
@@ -103,10 +104,12 @@ class Reader {
 }
 
 void Reader::SkipSpace() {
+  // Accepts more white space than RFC 8259, section 2.
   while (!AtEnd() && text::IsSpace(text_[position_])) ++position_;
 }
 
 bool Reader::TakeWord(std::wstring_view word) {
+  // The word need not end here: inside an object or array, any rest fails at the next comma.
   if (!text_.substr(position_).starts_with(word)) return false;
   position_ += word.size();
   return true;
@@ -153,6 +156,7 @@ void Reader::ReadEscape(std::wstring& string) {
       position_ += 4;
       break;
     default:
+      // Quote, backslash and slash; an unknown escape is the unit itself.
       string.push_back(escaped);
   }
 }
@@ -172,6 +176,7 @@ std::wstring Reader::ReadString() {
 }
 
 double Reader::ReadNumber() {
+  // First the whole run of such characters: the cursor passes it even if the number ends earlier.
   const std::size_t first = position_;
   while (!AtEnd() &&
          std::wstring_view(L"0123456789+-.Ee").find(text_[position_]) != std::wstring_view::npos) {
@@ -225,6 +230,7 @@ JsonValue Reader::ReadValue() {
 }  // namespace
 
 double ParseJsonNumber(std::wstring_view run) {
+  // from_chars takes no plus sign, so both signs are handled here.
   const bool negative = !run.empty() && run[0] == L'-';
   if (negative || (!run.empty() && run[0] == L'+')) run.remove_prefix(1);
   const std::string number = TakeNumber(run);
@@ -249,6 +255,7 @@ wchar_t ParseHexUnit(std::wstring_view fourUnits) {
     if (digit < 0) break;
     value = value << 4 | static_cast<std::uint32_t>(digit);
   }
+  // A negative number wraps, as with wcstoul.
   return static_cast<wchar_t>((negative ? 0 - value : value) & 0xFFFF);
 }
 

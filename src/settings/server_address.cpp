@@ -25,6 +25,7 @@ std::wstring AbsoluteUrl(std::wstring_view address, std::wstring_view serverUrl)
     return std::wstring(address);
   }
   std::wstring url = NormaliseServerUrl(serverUrl);
+  // The normalised address ends without a slash.
   if (address.front() != L'/') url += L'/';
   return url.append(address);
 }

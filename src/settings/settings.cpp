@@ -65,6 +65,7 @@ std::wstring WriteValue(bool value) {
 }
 
 void TakeValue(const JsonValue& value, std::wstring& field) {
+  // A value of another kind keeps the default: people edit the file by hand.
   if (value.AsString() != nullptr) field = *value.AsString();
 }
 void TakeValue(const JsonValue& value, bool& field) {
@@ -77,6 +78,7 @@ void TakeMembers(const JsonValue& document, Settings& settings) {
     if (value == nullptr) continue;
     std::visit([&](auto field) { TakeValue(*value, settings.*field); }, member.field);
   }
+  // The file may hold an address as an engineer typed it.
   settings.serverUrl = NormaliseServerUrl(settings.serverUrl);
   settings.siteProfiles = ReadSiteProfiles(document);
 }
@@ -86,6 +88,7 @@ void TakeMembers(const JsonValue& document, Settings& settings) {
 Settings::Settings() : serverUrl(DefaultServerUrl()) {}
 
 GrantedConnection ConnectionInForce(const Settings& settings) {
+  // A file of an earlier version has no grant, and the grant of another connection does not count.
   if (!settings.connectionId.empty() && settings.granted.connectionId == settings.connectionId) {
     return settings.granted;
   }
@@ -117,6 +120,7 @@ Settings MergeSettings(const Settings& base, const Settings& window, const Setti
   const bool anotherKey = window.deviceSecret != base.deviceSecret;
   Settings merged = window;
   for (const SettingsMember& member : kSettingsMembers) {
+    // `merged` then keeps the window's value.
     if (member.winner == Winner::Site && anotherKey) continue;
     std::visit(
         [&](auto field) {

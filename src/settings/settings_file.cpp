@@ -43,6 +43,8 @@ std::optional<JsonValue> ReadWhole(const platform::FileContent& content) {
     if (document.AsObject() == nullptr) return std::nullopt;
     const bool isAll =
         std::all_of(text.begin() + static_cast<std::ptrdiff_t>(end), text.end(), text::IsSpace);
+    // With a list of profiles it is the whole record, whatever an editor left behind it; a profile
+    // has no such list.
     if (!isAll && FindJsonMember(document, L"siteProfiles") == nullptr) return std::nullopt;
     return document;
   } catch (const std::runtime_error&) {
@@ -65,6 +67,7 @@ SettingsFile::SettingsFile(std::wstring path, platform::FileDeps& files, std::ws
 
 std::wstring SettingsFile::Load(Settings& settings) const {
   const platform::FileContent content = files_.Read(path_);
+  // A first start, even beside a second copy.
   if (!content.exists) {
     settings.engineerId = MakeEngineerId();
     return {};
@@ -75,6 +78,7 @@ std::wstring SettingsFile::Load(Settings& settings) const {
   } else {
     report = LoadUntrusted(content, settings);
   }
+  // Last, because it depends on the connection in the settings.
   LoadGrant(settings);
   return report;
 }
@@ -118,6 +122,7 @@ SettingsFile::Saved SettingsFile::Save(const Settings& settings) {
   }
   // On failure, the next save writes the copy before it touches the file.
   WriteIfOther(lastPath_, bytes);
+  // A grant that cannot be written holds nothing back; the settings are saved by now.
   saved.failure = grantFailure;
   return saved;
 }
@@ -127,6 +132,7 @@ void SettingsFile::SecureWhatIsThere(const platform::FileContent& content, const
                                      Saved& saved) {
   if (!content.exists) return;
   if (!content.bytes) {
+    // Writing would destroy what could not be copied.
     saved.failure = kUnreadable + path_;
   } else if (ReadWhole(content)) {
     saved.failure = WriteIfOther(lastPath_, *content.bytes);
@@ -160,11 +166,13 @@ void SettingsFile::SetAside(const std::string& bytes, Saved& saved) {
 
 std::wstring SettingsFile::SaveGrant(const Settings& settings) {
   const GrantedConnection& granted = settings.granted;
+  // The grant of an earlier connection must not replace the one on the disk.
   if (granted.connectionId.empty() || granted.connectionId != settings.connectionId) return {};
   return WriteIfOther(grantPath_, text::ToUtf8(WriteGrantedConnection(granted)));
 }
 
 std::wstring SettingsFile::WriteIfOther(const std::wstring& path, const std::string& bytes) {
+  // Most saves change only one of the files.
   if (!unconfirmed_.contains(path) && files_.Read(path).bytes == bytes) return {};
   return WriteFile(path, bytes);
 }

@@ -22,11 +22,13 @@ void SettingsStore::Load() {
 
 Settings SettingsStore::Read() const {
   const MutexLock held(lock_);
+  // What a job has saved half-way counts at once.
   return Merged();
 }
 
 void SettingsStore::Edit(const std::function<void(Settings& settings)>& change) {
   const MutexLock held(lock_);
+  // Without the job's share: merged in here, it would count as the window's own change.
   change(record_);
 }
 
@@ -47,6 +49,7 @@ std::wstring SettingsStore::Unsaved() const {
 
 Settings SettingsStore::BeginJob() {
   const MutexLock held(lock_);
+  // Both start from the same record, so a job that changes nothing merges nothing.
   job_ = RunningJob{record_, record_};
   return record_;
 }
@@ -60,6 +63,7 @@ void SettingsStore::SaveFromJob(const Settings& copy) {
 void SettingsStore::EndJob(const Settings& copy) {
   const MutexLock held(lock_);
   job_->saved = copy;
+  // From here on every edit of the window counts as later than the job.
   record_ = Merged();
   job_.reset();  // before the save, which would merge the job once more
   SaveMerged();
@@ -74,6 +78,7 @@ void SettingsStore::SaveMerged() {
   if (!saved.report.empty()) reports_.push_back(std::move(saved.report));
   if (saved.failure.empty()) {
     unsaved_.clear();
+    // After a success the same cause is reported again.
     reportedFailures_.clear();
     return;
   }

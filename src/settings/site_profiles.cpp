@@ -11,6 +11,7 @@ namespace {
 
 SiteProfile ReadProfile(const JsonValue& object) {
   SiteProfile profile;
+  // Defaults first: members that the file lacks or has of another kind leave them.
   profile.serverUrl = DefaultServerUrl();
   profile.targetNetwork = kAllNetworks;
   TakeJsonString(object, L"name", profile.name);
@@ -44,6 +45,7 @@ std::wstring OrAll(const std::wstring& targetNetwork) {
 }
 
 bool IsSameSite(const SiteProfile& one, const SiteProfile& other) {
+  // Either alone identifies a site, so that none is listed twice.
   return text::EqualsIgnoreCase(one.name, other.name) ||
          text::EqualsIgnoreCase(one.deviceSecret, other.deviceSecret);
 }
@@ -51,10 +53,12 @@ bool IsSameSite(const SiteProfile& one, const SiteProfile& other) {
 void Apply(const SiteProfile& profile, Settings& settings) {
   settings.profileName = profile.name;
   settings.deviceName = profile.name;
+  // A profile edited by hand may lack the address.
   settings.serverUrl = profile.serverUrl.empty() ? DefaultServerUrl() : profile.serverUrl;
   settings.deviceNumber = profile.deviceNumber;
   settings.deviceSecret = profile.deviceSecret;
   settings.targetNetwork = OrAll(profile.targetNetwork);
+  // For the form only: a connection in force keeps the networks of its grant.
   settings.routesText = text::Join(profile.sharedNetworks, text::kLineBreak);
 }
 
@@ -104,6 +108,7 @@ ProfileOutcome SaveSiteProfile(Settings& settings) {
   // The same secret under a new name is a renamed site, not a second one.
   std::vector<SiteProfile>& profiles = settings.siteProfiles;
   std::erase_if(profiles, [&](const SiteProfile& other) { return IsSameSite(other, profile); });
+  // At the front: the page lists the newest first.
   profiles.insert(profiles.begin(), std::move(profile));
   return {kSaved, true};
 }
