@@ -35,12 +35,14 @@ class Board {
   std::vector<std::optional<Outcome>> Await(std::chrono::steady_clock::time_point deadline)
       EXCLUDES(lock_) {
     const platform::MutexLock held(lock_);
+    // In a loop: each result that arrives wakes the wait.
     while (missing_ > 0) {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
           deadline - std::chrono::steady_clock::now());
       if (left.count() <= 0) break;
       changed_.WaitFor(lock_, left);
     }
+    // A copy: a check that ends too late still writes to the board.
     return outcomes_;
   }
 
@@ -59,6 +61,7 @@ Outcome NotDone(const std::wstring& text, const wchar_t* cure) {
 
 Outcome RunOne(const Check& check) {
   try {
+    // A check that throws is a finding of its own; the others are not affected.
     return check.run();
   } catch (const std::exception& error) {
     return NotDone(kFailed + text::FromUtf8(error.what()), kFailedCure);
@@ -99,9 +102,11 @@ std::vector<Finding> RunChecks(const std::vector<Check>& checks, std::chrono::mi
   std::vector<Finding> findings;
   std::set<int> stages;  // ascending
   for (const Check& check : checks) {
+    // In the order of the checks, whichever ends first.
     findings.push_back({check.id, check.title, check.english, {}});
     stages.insert(check.stage);
   }
+  // One stage after the other: opening the driver changes what the checks before it look at.
   for (const int stage : stages) RunStage(checks, stage, limit, findings);
   return findings;
 }

@@ -32,6 +32,7 @@ struct LogName {
 
 void AddLogsOf(const std::wstring& root, platform::FileDeps& files, std::vector<LogName>& found) {
   for (const std::wstring& month : files.ListFolders(root)) {
+    // A folder for each month, such as "202603".
     if (month.size() != 6 || !IsDigits(month)) continue;
     const std::wstring folder = platform::JoinPath(root, month);
     for (const std::wstring& name : files.ListFiles(folder)) {
@@ -44,13 +45,16 @@ Secrets FindSecrets(const ReportDeps& deps) {
   Secrets secrets;
   for (const std::wstring& name : deps.files->ListFiles(deps.settingsFolder)) {
     const auto bytes = deps.files->Read(platform::JoinPath(deps.settingsFolder, name)).bytes;
+    // Every file of the folder: those set aside as damaged hold the same keys.
     if (bytes) secrets.LearnFrom(text::FromMarkedBytes(*bytes));
   }
+  // A running client's record may hold a key that no file has yet.
   for (const std::wstring& text : deps.secretTexts) secrets.LearnFrom(text);
   return secrets;
 }
 
 LogTail ReadLog(const ReportDeps& deps) {
+  // A running client knows its own log; only otherwise are the newest files searched.
   if (deps.logPath) return ReadLogTail({*deps.logPath}, *deps.files);
   return ReadLogTail(FindLogFiles(deps.logFolders, *deps.files), *deps.files);
 }
@@ -79,6 +83,7 @@ WrittenReport WriteCheckReport(const std::optional<std::wstring>& file, const Re
   const std::string bytes = std::string(kUtf8Mark) + text::ToUtf8(BlackedOutReport(deps));
   WrittenReport written;
   for (const std::wstring& path : ReportPaths(file, deps)) {
+    // The first folder that accepts the report gets it; the failures before are not reported then.
     const std::wstring reason = deps.files->Write(path, bytes);
     if (reason.empty()) {
       deps.open(path);
@@ -100,6 +105,7 @@ std::vector<std::wstring> FindLogFiles(const std::vector<std::wstring>& folders,
   std::ranges::stable_sort(found, std::ranges::greater(), &LogName::name);
   std::vector<std::wstring> paths;
   for (const LogName& log : found) {
+    // Working folder and program folder may be the same, and their logs then appear twice.
     if (paths.size() < kMaxLogFiles && std::ranges::find(paths, log.path) == paths.end()) {
       paths.push_back(log.path);
     }
@@ -116,6 +122,7 @@ LogTail ReadLogTail(const std::vector<std::wstring>& paths, platform::FileDeps& 
     tail.paths.push_back(path);
     const std::vector<std::wstring> lines = text::SplitLines(text::FromMarkedBytes(*bytes));
     const std::size_t count = std::min(lines.size(), kLogLines - tail.lines.size());
+    // The files come newest first, the lines of the report oldest first.
     tail.lines.insert(tail.lines.begin(), lines.end() - static_cast<std::ptrdiff_t>(count),
                       lines.end());
   }

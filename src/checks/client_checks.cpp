@@ -15,6 +15,7 @@ std::wstring VersionText(const webview::RuntimeVersion& version) {
 
 std::wstring Describe(const webview::ListedRuntime& runtime) {
   const auto version = webview::ParseRuntimeVersion(runtime.folder);
+  // The folder's name is the runtime's version.
   return (version ? VersionText(*version) : L"版本不明") + L"，" +
          (runtime.root == webview::RuntimeRoot::AllUsers ? L"为所有用户安装" : L"为当前用户安装") +
          L"，" + runtime.channel + L"，" + runtime.folder;

@@ -27,6 +27,7 @@ std::wstring HexCode(std::uint32_t code) {
 
 void JudgeFolder(const FolderFacts& folder, Outcome& outcome) {
   std::wstring line = folder.name + L"：" + folder.path;
+  // A folder that does not exist yet was judged by its parent.
   if (folder.probed != folder.path) line += L"（还没有，试的是上级 " + folder.probed + L"）";
   line += folder.error == 0 ? L" 可写" : L" 不可写";
   if (folder.freeBytes) line += L"，可用空间 " + Megabytes(*folder.freeBytes);
@@ -38,6 +39,7 @@ void JudgeFolder(const FolderFacts& folder, Outcome& outcome) {
         L"检查该文件夹的权限、只读属性、磁盘空间和安全软件的“受控文件夹访问”。程序文件夹不能"
         L"写入时，把程序移到 C:\\Program Files 下的新文件夹。");
   }
+  // An unknown free space gives no verdict.
   if (folder.freeBytes && *folder.freeBytes < kNeededBytes) {
     outcome.Fault(folder.name + L"所在的磁盘几乎满了：只剩 " + Megabytes(*folder.freeBytes),
                   L"清理磁盘。");
@@ -55,6 +57,7 @@ std::wstring Minutes(const std::optional<std::uint32_t>& seconds) {
 }
 
 std::wstring LidAction(const std::optional<std::uint32_t>& action) {
+  // In the order of Windows' values, from 0.
   constexpr const wchar_t* kActions[] = {L"不做任何事", L"睡眠", L"休眠", L"关机"};
   return action && *action < std::size(kActions) ? kActions[*action] : L"未知";
 }
@@ -81,6 +84,7 @@ Outcome JudgeProgram(const ProgramFacts& facts) {
   outcome.Line(L"版本：" + facts.version);
   outcome.Line(L"文件：" + facts.path + L"，" + std::to_wstring(facts.sizeBytes) + L" 字节");
   outcome.Line(L"SHA-256：" + text::FromUtf8(facts.sha256));
+  // The sum is computed over the whole file, so without it nothing could be read.
   if (facts.sha256.empty()) {
     outcome.Fault(L"读不出程序自己的文件", L"检查安全软件，或重新下载本程序。");
   }
@@ -125,6 +129,7 @@ Outcome JudgeSystem(const SystemFacts& facts) {
 Outcome JudgeRights(const RightsFacts& facts) {
   Outcome outcome;
   if (!facts.isElevated) {
+    // Unknown is not "no": the client may still work.
     outcome.Note(L"系统没有说出本程序的权限");
   } else if (*facts.isElevated) {
     outcome.Line(L"以管理员权限运行");
@@ -148,6 +153,7 @@ Outcome JudgeFolders(const std::vector<FolderFacts>& folders) {
 Outcome JudgePower(const PowerFacts& facts) {
   Outcome outcome;
   if (facts.error != 0) {
+    // No fault: power settings do not keep the program from connecting.
     outcome.Note(L"系统没有说出电源设置：错误 " + std::to_wstring(facts.error));
     return outcome;
   }

@@ -40,10 +40,12 @@ bool IsThere(const std::wstring& folder) {
 DWORD WriteProbe(const std::wstring& folder) {
   const std::wstring path = platform::JoinPath(folder, kProbeName);
   const platform::FileHandle probe(
+      // CREATE_NEW: an existing file of that name would be deleted with the handle.
       ::CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
                     FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
   const DWORD createError = ::GetLastError();
   if (!probe) return createError;
+  // With contents: a full disk may still take an empty file.
   const std::array<char, kProbeBytes> bytes{};
   DWORD writtenBytes = 0;
   const bool isWritten =
@@ -126,6 +128,7 @@ ProgramFacts ReadProgramFacts(const std::wstring& version, const std::string& si
   facts.sizeBytes = file.bytes.size();
   facts.sha256 =
       platform::Sha256Hex(std::as_bytes(std::span(file.bytes.data(), file.bytes.size())));
+  // Such a build accepts any update, so there is nothing to compare.
   if (signerPin.empty()) return facts;
   const platform::Signature signature = platform::VerifySignature(file, facts.path);
   facts.trustError = signature.trustError;
@@ -166,11 +169,13 @@ FolderFacts ProbeFolder(const std::wstring& name, const std::wstring& path) {
   // The report must not create folders, so a missing one is judged by its parent.
   while (!IsThere(facts.probed)) {
     const std::wstring parent = platform::ParentFolder(facts.probed);
+    // The drive itself is missing; the probe then reports why.
     if (parent.empty()) break;
     facts.probed = parent;
   }
   facts.error = WriteProbe(facts.probed);
   ULARGE_INTEGER freeBytes{};
+  // The caller's share, which a quota may limit.
   if (::GetDiskFreeSpaceExW(facts.probed.c_str(), &freeBytes, nullptr, nullptr) != FALSE) {
     facts.freeBytes = freeBytes.QuadPart;
   }
@@ -185,11 +190,13 @@ PowerFacts ReadPowerFacts() {
     return facts;
   }
   SYSTEM_POWER_CAPABILITIES capabilities{};
+  // Without this answer the computer counts as one without a battery.
   if (library.getCapabilities != nullptr && library.getCapabilities(&capabilities) != FALSE) {
     facts.hasBattery = capabilities.SystemBatteriesPresent != FALSE;
     facts.hasModernStandby = capabilities.spare2[2] != 0;  // AoAc, which this header lacks
   }
   GUID* allocated = nullptr;
+  // The settings belong to a plan; only those of the active one apply.
   facts.error = library.getActiveScheme(nullptr, &allocated);
   if (facts.error != 0 || allocated == nullptr) return facts;
   const GUID plan = *allocated;

@@ -18,8 +18,9 @@ namespace {
 constexpr std::size_t kHeaderBytes = 20;
 constexpr std::size_t kIpSumOffset = 10;
 constexpr std::size_t kAddressesOffset = 12;  // source, then destination
-constexpr std::uint32_t kFrom = 0xC6336401;   // 198.51.100.1
-constexpr std::uint32_t kTo = 0xCB007101;     // 203.0.113.1
+// Documentation networks (RFC 5737): nothing answers there.
+constexpr std::uint32_t kFrom = 0xC6336401;  // 198.51.100.1
+constexpr std::uint32_t kTo = 0xCB007101;    // 203.0.113.1
 
 // Adds the 16-bit words to `sum`, an odd last byte as the high one (RFC 1071), without complement.
 std::uint32_t AddWords(std::span<const std::byte> bytes, std::uint32_t sum) {
@@ -31,6 +32,7 @@ std::uint32_t AddWords(std::span<const std::byte> bytes, std::uint32_t sum) {
 }
 
 std::uint16_t Complement(std::uint32_t sum) {
+  // The carries are added at the low end (RFC 1071).
   while (sum > 0xFFFF) sum = (sum >> 16) + (sum & 0xFFFF);
   return static_cast<std::uint16_t>(~sum);
 }
@@ -38,6 +40,8 @@ std::uint16_t Complement(std::uint32_t sum) {
 std::uint16_t RightSum(const ChecksumProbe& probe) {
   const std::span<const std::byte> packet(probe.packet);
   std::uint32_t sum = AddWords(packet.subspan(kHeaderBytes), 0);
+  // TCP and UDP sums cover addresses, protocol and length (RFC 9293, section 3.1; RFC 768); ICMP's
+  // does not.
   if (probe.hasPseudoHeader) {
     sum = AddWords(packet.subspan(kAddressesOffset, 8), sum);
     sum += std::to_integer<std::uint32_t>(packet[9]);
@@ -53,6 +57,7 @@ ChecksumProbe MakeProbe(const wchar_t* name, std::uint8_t protocol, std::size_t 
   const std::span<std::byte> packet(probe.packet);
   // Varied bytes, so that a function that skips or swaps some does not get the sum right.
   for (std::size_t i = kHeaderBytes; i < packet.size(); ++i) packet[i] = std::byte(i * 37 & 0xFF);
+  // Version 4 and a header of five words.
   packet[0] = std::byte{0x45};
   tunnel::WriteU16Be(packet, 2, static_cast<std::uint16_t>(packet.size()));
   packet[8] = std::byte{64};
@@ -78,6 +83,7 @@ constexpr wchar_t kStartFirst[] =
 
 // The documentation networks of RFC 5737 as /30s: real packets never match the filter.
 std::vector<tunnel::RouteMapping> UnusedNetworks() {
+  // A /24 holds 64 networks of this size, hence two of them.
   constexpr std::uint32_t kFirst = 0xC6336400;   // 198.51.100.0
   constexpr std::uint32_t kSecond = 0xCB007100;  // 203.0.113.0
   constexpr std::uint32_t kPrefix = 30;
@@ -93,6 +99,7 @@ std::vector<tunnel::RouteMapping> UnusedNetworks() {
 void OpenAndClose(tunnel::Driver& driver, const DriverDeps& deps, Outcome& outcome) {
   driver.Load(deps.load());
   outcome.Line(L"WinDivert.dll 已加载");
+  // With as many routes as a connection may have: a driver with a lower limit fails here.
   driver.OpenCapture(tunnel::BuildCaptureFilter(UnusedNetworks(), false));
   outcome.Line(L"截取句柄已打开（" + std::to_wstring(kMaxRoutes) + L" 个网段）");
   driver.OpenInject();
@@ -121,6 +128,7 @@ bool IsIn(const std::wstring& path, const std::wstring& folder) {
 
 void JudgeService(const ServiceFacts& service, bool isOurs, bool isClientRunning,
                   Outcome& outcome) {
+  // In order of weight: each service gets one verdict at most.
   if (service.isDisabled) {
     outcome.Fault(
         L"驱动服务 " + service.name + L" 被停用（错误 1058）",
@@ -166,6 +174,7 @@ Outcome JudgeDriverServices(const ServiceList& list, const std::wstring& runtime
     return outcome;
   }
   for (const ServiceFacts& service : list.drivers) {
+    // Other drivers are the subject of another check.
     if (!IsWinDivertService(service.name)) continue;
     std::wstring line = service.name + (service.isRunning ? L"：正在运行" : L"：已停止");
     if (service.isDisabled) line += L"，已停用";
@@ -179,6 +188,7 @@ Outcome JudgeDriverServices(const ServiceList& list, const std::wstring& runtime
 
 Outcome CheckDriverOpens(const DriverDeps& deps) {
   Outcome outcome;
+  // A foreign library would run with an administrator's rights.
   if (!deps.heldFiles) {
     outcome.Note(kNotTried, kStartFirst);
     return outcome;
@@ -186,6 +196,7 @@ Outcome CheckDriverOpens(const DriverDeps& deps) {
   try {
     tunnel::Driver driver;
     OpenAndClose(driver, deps, outcome);
+    // Before the line that reports it, and before the service may be removed.
     driver.Unload();
     outcome.Line(L"两个句柄都已关闭");
   } catch (const tunnel::DriverError& error) {

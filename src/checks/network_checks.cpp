@@ -10,7 +10,9 @@
 namespace checks {
 namespace {
 
+// Where the tunnel takes the substitutes for overlapping routes.
 constexpr tunnel::Ipv4Network kSubstitutes{0xAC1F0000, 16};
+// IANA's ifType values.
 constexpr std::uint32_t kTypePpp = 23;
 constexpr std::uint32_t kTypeLoopback = 24;
 constexpr std::uint32_t kTypeVirtual = 53;
@@ -30,6 +32,7 @@ constexpr KnownDriver kKnownDrivers[] = {
 };
 
 bool IsUp(const tunnel::NetworkAdapter& adapter) {
+  // The state is stored with each address; an adapter without one counts as down.
   return std::ranges::any_of(adapter.addresses, &tunnel::AdapterAddress::isAdapterUp);
 }
 
@@ -58,6 +61,7 @@ void DescribeAdapter(const tunnel::NetworkAdapter& adapter, Outcome& outcome) {
 }
 
 void JudgeAdapterNetworks(const tunnel::NetworkAdapter& adapter, Outcome& outcome) {
+  // Only adapters that are up: the others occupy no addresses.
   for (const tunnel::Ipv4Network& network : tunnel::SelectLocalNetworks(adapter.addresses)) {
     if (!tunnel::Overlaps(network, kSubstitutes)) continue;
     outcome.Fault(L"网卡“" + adapter.name + L"”的网段 " + tunnel::FormatNetwork(network) +
@@ -153,6 +157,7 @@ Outcome JudgeProxies(const ProxyFacts& facts) {
                (facts.isAutoDetected ? L"；自动检测已开" : L""));
   if (!facts.script.empty()) outcome.Line(L"自动配置脚本（PAC）：" + facts.script);
   outcome.Line(L"代理旁路名单：" + (facts.userBypass.empty() ? L"空" : facts.userBypass));
+  // With a script the bypass list has no effect, so the proxy itself needs no note.
   if (!facts.script.empty()) {
     outcome.Note(L"用户代理由自动配置脚本决定，程序加的旁路名单对它不起作用",
                  L"浏览器打不开现场设备的网页时，在系统的代理设置里关闭自动配置脚本再试。");
@@ -188,6 +193,7 @@ Outcome JudgeNeighbours(const ServiceList& services, const tunnel::AdapterList& 
 
 bool IsWinDivertService(const std::wstring& name) {
   constexpr std::wstring_view kName = L"windivert";
+  // Version 1 has its number in the name, repackaged builds have other suffixes.
   return text::FoldCase(name).starts_with(kName);
 }
 

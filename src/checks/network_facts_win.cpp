@@ -41,6 +41,7 @@ std::wstring Take(wchar_t* allocated) {
 void ReadRoutes(NetworkFacts& facts) {
   MIB_IPFORWARD_TABLE2* allocated = nullptr;
   facts.routesError = ::GetIpForwardTable2(AF_INET, &allocated);
+  // After an error there is no table to free.
   const MibTable table(facts.routesError == NO_ERROR ? allocated : nullptr);
   if (!table) return;
   for (ULONG i = 0; i < table.Get()->NumEntries; ++i) {
@@ -72,6 +73,7 @@ ProxyFacts ReadProxyFacts() {
   if (!knowsUsers) facts.userError = ::GetLastError();
   if (knowsUsers) {
     facts.isAutoDetected = user.fAutoDetect != FALSE;
+    // WinHTTP allocates these texts for the caller; Take() frees them.
     facts.script = Take(user.lpszAutoConfigUrl);
     facts.userProxy = Take(user.lpszProxy);
     Take(user.lpszProxyBypass);  // only freed; the whole list is read below
@@ -81,6 +83,7 @@ ProxyFacts ReadProxyFacts() {
 }
 
 HttpAnswer Fetch(const std::wstring& url) {
+  // Below kCheckLimit, so that the reason is reported before the check is abandoned.
   constexpr std::chrono::seconds kReceiveLimit{8};
   constexpr std::size_t kMostBytes = 1 << 16;
   HttpAnswer answer;
@@ -97,6 +100,7 @@ HttpAnswer Fetch(const std::wstring& url) {
     }
     answer.body = text::FromUtf8(body);
   } catch (const std::exception& error) {
+    // Nothing of a reply that broke off may be judged.
     answer = {};
     answer.failure = text::FromUtf8(error.what());
   }
@@ -108,6 +112,7 @@ std::wstring TimeZoneLine() {
   const DWORD kind = ::GetTimeZoneInformation(&zone);
   if (kind == TIME_ZONE_ID_INVALID) return L"时区：系统没有说";
   const bool isSummer = kind == TIME_ZONE_ID_DAYLIGHT;
+  // Windows counts minutes from local time to UTC, so west is positive.
   const LONG minutes = -(zone.Bias + (isSummer ? zone.DaylightBias : zone.StandardBias));
   std::array<wchar_t, 32> offset{};
   std::swprintf(offset.data(), offset.size(), L"UTC%c%02ld:%02ld", minutes < 0 ? L'-' : L'+',

@@ -44,6 +44,7 @@ settings::Settings ReadSettings(std::wstring* complaint = nullptr) {
 }
 
 std::wstring ServerUrl(const ReportRequest& request) {
+  // Inside a client its own record counts, which the file may not have yet.
   return request.client ? request.client->serverUrl : ReadSettings().serverUrl;
 }
 
@@ -87,6 +88,7 @@ bool IsDriverServiceThere() {
 }
 
 DriverDeps RealDriverDeps(const ReportRequest& request) {
+  // In this order: held before anything is loaded, the service looked up before it may be created.
   return {HoldDriverFiles(request), IsDriverServiceThere(), tunnel::LoadWinDivert,
           request.isClientRunning, platform::RunHidden};
 }
@@ -219,6 +221,7 @@ class ReportFiles final : public platform::ComputerFiles {
 ReportDeps RealReportDeps(const ReportRequest& request) {
   // Never destroyed: the report's detached thread may outlive main().
   static ReportFiles& files = *new ReportFiles;
+  // Shared, because a check that is abandoned may still read it.
   const auto shared = std::make_shared<const ReportRequest>(request);
   ReportDeps deps;
   deps.version = request.self.version;
@@ -233,6 +236,7 @@ ReportDeps RealReportDeps(const ReportRequest& request) {
     deps.logPath = request.client->logPath;
   }
   deps.logFolders = {request.workingFolder, platform::ProgramFolder()};
+  // The desktop first, where the engineer finds it.
   deps.folders = {platform::DesktopFolder(), platform::TemporaryFolder()};
   deps.files = &files;
   deps.open = ShowFile;

@@ -62,6 +62,7 @@ void AddSummary(const std::vector<Finding>& findings, Lines& report) {
           std::wstring(WordsOf(verdict).chinese) + L" " + Id(finding) + finding.title;
       const auto& problems = finding.outcome.problems;
       const auto first = std::ranges::find(problems, verdict, &Problem::verdict);
+      // Only the first problem of the worst kind: the summary has one line per check.
       if (first != problems.end()) line += L"：" + first->text;
       report.Add(line);
     }

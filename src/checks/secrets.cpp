@@ -32,6 +32,7 @@ std::wstring ValueBehind(std::wstring_view text, std::size_t position) {
     while (position < text.size() && text::IsSpace(text[position])) ++position;
   };
   skipSpaces();
+  // The name may also occur inside a text.
   if (position >= text.size() || text[position] != L':') return {};
   ++position;
   skipSpaces();
@@ -49,6 +50,7 @@ std::wstring ValueBehind(std::wstring_view text, std::size_t position) {
 using Hidden = std::vector<bool>;  // by unit
 
 bool StandsAlone(std::wstring_view text, std::size_t at, std::size_t length) {
+  // A short value inside a longer word or number is another thing.
   const bool touchesBefore = at > 0 && IsLetterOrDigit(text[at - 1]);
   const bool touchesBehind = at + length < text.size() && IsLetterOrDigit(text[at + length]);
   return !touchesBefore && !touchesBehind;
@@ -69,9 +71,11 @@ void HideValue(std::wstring_view folded, std::wstring_view value, Hidden& hidden
 void HideShape(std::wstring_view folded, std::wstring_view prefix, Hidden& hidden) {
   for (std::size_t at = folded.find(prefix); at != std::wstring_view::npos;
        at = folded.find(prefix, at + 1)) {
+    // Inside a word, as in "monkey-", it is not an id.
     if (at > 0 && IsLetterOrDigit(folded[at - 1])) continue;
     std::size_t end = at + prefix.size();
     while (end < folded.size() && IsIdUnit(folded[end])) ++end;
+    // A prefix alone is text about ids.
     if (end > at + prefix.size()) Hide(hidden, at, end - at);
   }
 }
@@ -83,6 +87,7 @@ void HideSignOns(std::wstring_view text, Hidden& hidden) {
        at = text.find(kMark, at + 1)) {
     const std::size_t start = at + kMark.size();
     const std::size_t end = text.find_first_of(L"@/?# \t\r\n", start);
+    // An "@" behind the host belongs to the path.
     if (end != std::wstring_view::npos && text[end] == L'@') Hide(hidden, start, end - start);
   }
 }
@@ -102,6 +107,7 @@ void Secrets::LearnFrom(std::wstring_view settingsText) {
 
 void Secrets::Add(std::wstring_view value) {
   const std::wstring trimmed = text::Trim(value);
+  // An empty value would be found everywhere.
   if (trimmed.empty()) return;
   // Texts may quote addresses (percent-encoded) and JSON (escaped).
   for (const std::wstring& form :

@@ -91,6 +91,7 @@ bool HasSuccess(const std::wstring& body) {
 // Every reply of the service has this member; a web page or another server's reply does not.
 bool IsServiceReply(const std::wstring& body) {
   try {
+    // Some servers write a byte-order mark, which the reader does not skip.
     return HasSuccess(body.starts_with(L'\xFEFF') ? body.substr(1) : body);
   } catch (const std::runtime_error&) {
     return false;
@@ -101,6 +102,7 @@ std::optional<int> Number(std::wstring_view digits) {
   int number = 0;
   for (const wchar_t unit : digits) {
     if (unit < L'0' || unit > L'9') return std::nullopt;
+    // At most four digits, so it cannot overflow.
     number = number * 10 + (unit - L'0');
   }
   return number;
@@ -138,6 +140,7 @@ Outcome CheckServiceUdp(const std::wstring& serverUrl,
       L"也可能是这个服务不理会没有连接的询问；被拒绝说明那个端口上没有 UDP 中继。");
   const tunnel::DatagramSocketPointer socket =
       openSocket(serverUrl, kHelloWait, [] { return false; });
+  // Only notes: without UDP everything takes the WebSocket.
   switch (SayHello(*socket)) {
     case HelloEnd::Acknowledged:
       outcome.Line(L"收到中继的确认：UDP 通");
@@ -185,6 +188,7 @@ Outcome JudgeClock(const HttpAnswer& answer, std::int64_t nowSeconds, const std:
   Outcome outcome;
   outcome.Line(zone);
   if (!answer.failure.empty()) {
+    // Only a note: another check reports that the service does not answer.
     outcome.Note(L"服务没有回答，时钟没有对过：" + text::Trim(answer.failure));
     return outcome;
   }
@@ -209,6 +213,7 @@ Outcome JudgeClock(const HttpAnswer& answer, std::int64_t nowSeconds, const std:
 std::optional<std::int64_t> ParseHttpDate(std::wstring_view text) {
   constexpr std::wstring_view kMonths = L"JanFebMarAprMayJunJulAugSepOctNovDec";
   // "Sun, 06 Nov 1994 08:49:37 GMT"
+  // is the form that servers must send (RFC 9110, section 5.6.7). The day's name is not checked.
   if (text.size() != 29 || text.substr(25) != L" GMT") return std::nullopt;
   const std::size_t month = kMonths.find(text.substr(8, 3));
   const auto day = Number(text.substr(5, 2));
@@ -216,6 +221,7 @@ std::optional<std::int64_t> ParseHttpDate(std::wstring_view text) {
   const auto hour = Number(text.substr(17, 2));
   const auto minute = Number(text.substr(20, 2));
   const auto second = Number(text.substr(23, 2));
+  // A match between two months, such as "anF", is not a month.
   if (month == std::wstring_view::npos || month % 3 != 0 || !day || !year || !hour || !minute ||
       !second) {
     return std::nullopt;

@@ -33,8 +33,10 @@ void AddConfiguration(SC_HANDLE manager, ServiceFacts& service) {
   // The manager does not report the mark; it keeps it in the registry.
   service.isMarkedForDeletion = IsMarkedForDeletion(service.name);
   const ServiceHandle opened(::OpenServiceW(manager, service.name.c_str(), SERVICE_QUERY_CONFIG));
+  // Without the right to ask, the service is still listed by its name.
   if (!opened) return;
   DWORD neededBytes = 0;
+  // Fails, and returns the required size.
   ::QueryServiceConfigW(opened.Get(), nullptr, 0, &neededBytes);
   // operator new[] aligns for any record.
   const auto buffer = std::make_unique<std::byte[]>(neededBytes);
@@ -68,6 +70,7 @@ DriverList EnumerateDrivers(SC_HANDLE manager) {
                                 &missingBytes, &list.count, &resume, nullptr);
     if (isWhole != FALSE) return list;
     list.error = ::GetLastError();
+    // A partial list would look complete.
     list.count = 0;
     if (list.error != ERROR_MORE_DATA) return list;
     sizeBytes += missingBytes;
@@ -97,6 +100,7 @@ ServiceList ListDrivers() {
     service.name = records[i].lpServiceName;
     service.displayName = records[i].lpDisplayName;
     service.isRunning = records[i].ServiceStatusProcess.dwCurrentState == SERVICE_RUNNING;
+    // The check needs the names of all drivers, but the configuration of these only.
     if (IsWinDivertService(service.name)) AddConfiguration(manager.Get(), service);
     result.drivers.push_back(std::move(service));
   }
