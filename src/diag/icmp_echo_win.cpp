@@ -32,6 +32,7 @@ using IcmpHandle = platform::UniqueHandle<IcmpHandleTraits>;
 }  // namespace
 
 Echo SendEcho(std::uint32_t address) {
+  // The system writes a record to the start of the buffer.
   alignas(ICMP_ECHO_REPLY) std::array<std::byte, kReplyBytes> buffer{};
   DWORD replies = 0;
   {
@@ -45,6 +46,7 @@ Echo SendEcho(std::uint32_t address) {
   }
   if (replies == 0) return {EchoOutcome::Silence};
   const auto* const first = static_cast<const ICMP_ECHO_REPLY*>(static_cast<void*>(buffer.data()));
+  // An ICMP error, such as "unreachable", is a reply, too.
   if (first->Status != IP_SUCCESS) return {EchoOutcome::Refused};
   return {EchoOutcome::Answered, first->RoundTripTime};
 }

@@ -27,6 +27,7 @@ std::optional<std::uint32_t> ParsePrefix(std::wstring_view digits) {
   for (const wchar_t digit : digits) {
     if (digit < L'0' || digit > L'9') return std::nullopt;
     prefix = prefix * 10 + static_cast<std::uint32_t>(digit - L'0');
+    // At once, before many digits overflow the number.
     if (prefix > kMaxPrefix) return std::nullopt;
   }
   return prefix;
@@ -43,6 +44,7 @@ std::wstring EntryFor(std::uint32_t address, std::uint32_t prefix) {
   // Less than a whole byte would have to be "*": all addresses, past the user's proxy.
   if (prefix < 8) return {};
   std::wstring network = text::FormatIpv4(address & ~std::uint32_t{0} << (kMaxPrefix - prefix));
+  // A single host needs no "*".
   if (prefix == kMaxPrefix) return network;
   return WholeOctets(network, static_cast<int>(prefix / 8));
 }
@@ -67,6 +69,7 @@ Entries Split(std::wstring_view list) {
 bool AddTo(const ProxyListDeps& store, const Entries& entries, ProxyNote& note) {
   const platform::MutexLock held(note.lock);
   const std::optional<std::wstring> text = store.read();
+  // Unreadable is not empty: writing would replace the user's own entries.
   if (!text) return false;
   Entries list = Split(*text);
   Entries added = entries;
@@ -110,12 +113,14 @@ Entries RemoveLast(const ProxyListDeps& store, const Entries& entries, ProxyNote
     list.erase(std::next(last).base());
     removed.push_back(entry);
   }
+  // A list that could not be written keeps its note for the next start.
   if (!removed.empty() && !store.write(text::Join(list, kSeparator))) return {};
   note.Forget(store.user, entries);
   return removed;
 }
 
 void Add(const Entries& entries, const ProxyListDeps& store, ProxyNote& note) {
+  // After AddTo() has released the lock, because announcing may take seconds.
   if (AddTo(store, entries, note)) store.announce();
   for (const ProxyListDeps& other : store.others) Add(entries, other, note);
 }

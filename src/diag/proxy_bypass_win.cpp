@@ -52,6 +52,7 @@ std::optional<std::wstring> ReadText(HKEY key) {
 std::optional<std::wstring> ReadProxyOverride(HKEY root) {
   HKEY opened = nullptr;
   const LSTATUS status = ::RegOpenKeyExW(root, kKey, 0, KEY_QUERY_VALUE, &opened);
+  // No list yet; that is not a failure.
   if (status == ERROR_FILE_NOT_FOUND) return L"";
   if (status != ERROR_SUCCESS) return std::nullopt;
   const platform::RegistryKey key(opened);
@@ -71,6 +72,7 @@ bool WriteProxyOverride(HKEY root, const std::wstring& text) {
     return false;
   }
   const platform::RegistryKey key(opened);
+  // A registry text is stored with its zero.
   const auto sizeBytes = static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
   return ::RegSetValueExW(key.Get(), kValue, 0, REG_SZ,
                           static_cast<const BYTE*>(static_cast<const void*>(text.c_str())),

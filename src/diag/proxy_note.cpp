@@ -54,6 +54,7 @@ std::vector<NotedList> ProxyNote::Read() const {
   try {
     return ReadLists(settings::ReadJsonDocument(text::FromUtf8(*bytes)));
   } catch (const std::runtime_error&) {
+    // Damaged or cut short: no entry in it can be trusted.
     return {};
   }
 }
@@ -76,6 +77,7 @@ void ProxyNote::Forget(const std::wstring& user, const Entries& entries) {
     std::erase_if(list.entries, [&](const std::wstring& one) { return IsNoted(entries, one); });
   }
   std::erase_if(lists, [](const NotedList& list) { return list.entries.empty(); });
+  // Without a change the disk is not touched.
   if (lists != before) Write(lists);
 }
 

@@ -37,6 +37,7 @@ std::wstring WriteCard(const Card& card) {
 std::wstring WriteSidePanel(const settings::Settings& settings, const TunnelStatus& tunnel) {
   const SidePanel side = DescribeTunnel(settings, tunnel);
   std::wstring json = L"{\"logo\":\"Velmarine.Client\",\"sub\":\"工程师远程调试\",\"on\":";
+  // The members "err" and "foot" belong to the message's form; this program never fills them.
   json.append(Boolean(side.online)).append(L",\"err\":false,\"state\":");
   json.append(QuoteJsonString(side.state)).append(L",\"detail\":");
   json.append(QuoteJsonString(side.detail)).append(L",\"foot\":\"\",\"cards\":[");
@@ -44,6 +45,7 @@ std::wstring WriteSidePanel(const settings::Settings& settings, const TunnelStat
 }
 
 std::wstring TwoDigits(int number) {
+  // Always two units, whatever the number.
   return {static_cast<wchar_t>(L'0' + number / 10 % 10), static_cast<wchar_t>(L'0' + number % 10)};
 }
 
@@ -59,6 +61,7 @@ std::wstring WriteClass(std::wstring_view text) {
 }
 
 std::wstring WriteLogLine(const LogLine& line) {
+  // An array without names: up to 500 of these lines are sent at once.
   return L"[" + WriteTime(line.time) + L"," + QuoteJsonString(line.text) + L"," +
          WriteClass(line.text) + L"]";
 }
@@ -91,6 +94,7 @@ std::optional<PageMessage> ParsePageMessage(std::wstring_view json) {
 
   PageMessage message{*name, std::nullopt};
   const settings::JsonValue* form = settings::FindJsonMember(*document, L"f");
+  // An action without a form leaves the fields as they are.
   if (form != nullptr && form->AsObject() != nullptr) message.form = *form;
   return message;
 }
@@ -98,6 +102,7 @@ std::optional<PageMessage> ParsePageMessage(std::wstring_view json) {
 void TakeFields(const settings::JsonValue& form, settings::Settings& settings) {
   settings.deviceSecret = TakeText(form, L"secret");
   settings.targetNetwork = TakeText(form, L"target");
+  // The page shows its own word for every network; the settings and the service have "ALL".
   if (settings.targetNetwork.empty() || settings.targetNetwork == kAutomaticTarget) {
     settings.targetNetwork = settings::kAllNetworks;
   }
@@ -115,6 +120,7 @@ settings::JsonValue FormOf(const settings::Settings& settings) {
       {L"target", JsonValue(ShownTarget(settings.targetNetwork))},
       {L"testip", JsonValue(settings.testIp)},
       {L"profileName", JsonValue(settings.profileName)},
+      // The list of profiles has no selection of its own in the settings.
       {L"profileSel", JsonValue(settings.profileName)},
       {L"discovery", JsonValue(settings.discoveryModeEnabled)},
   });
@@ -156,6 +162,7 @@ std::wstring BuildLogsMessage(const std::deque<LogLine>& lines) {
 std::wstring BuildFormMessage(const settings::JsonValue& changed) {
   std::vector<std::wstring> members;
   for (const wchar_t* key : {L"secret", L"target", L"testip", L"profileName"}) {
+    // A field that the engineer has not changed must not count as edited.
     std::wstring member = WriteChangedText(changed, key);
     if (!member.empty()) members.push_back(std::move(member));
   }
@@ -169,6 +176,7 @@ std::wstring BuildFormMessage(const settings::JsonValue& changed) {
 std::wstring WithoutControlCharacters(std::wstring_view json) {
   // UTF-8 cannot hold lone surrogates, so this turns them into U+FFFD.
   std::wstring clean = text::FromUtf8(text::ToUtf8(json));
+  // Quoting escapes only some of them; the others would reach the page as they are.
   std::ranges::replace_if(
       clean, [](wchar_t unit) { return unit < L' '; }, L'\xFFFD');
   return clean;

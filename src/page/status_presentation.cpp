@@ -10,6 +10,7 @@
 namespace page {
 namespace {
 
+// The colours follow from the words of the log (docs/decisions.md, "The page").
 constexpr std::wstring_view kErrorStart = L"Error";
 constexpr std::wstring_view kErrorWords[] = {L"失败", L"错误", L"异常", L"未接受"};
 constexpr std::wstring_view kWarningWords[] = {L"警告", L"忽略", L"重试", L"待"};
@@ -46,6 +47,7 @@ std::wstring_view ClassName(StatusClass statusClass) noexcept {
     case StatusClass::Off:
       return L"off";
     case StatusClass::Plain:
+      // No class: the page's ordinary colour.
       break;
   }
   return L"";
@@ -53,6 +55,7 @@ std::wstring_view ClassName(StatusClass statusClass) noexcept {
 
 StatusClass ClassifyStatus(std::wstring_view text) {
   if (text.starts_with(kErrorStart)) return StatusClass::Error;
+  // Failure first: a line may name a failure and a success.
   if (ContainsAny(text, kErrorWords)) return StatusClass::Error;
   if (ContainsAny(text, kWarningWords)) return StatusClass::Warning;
   if (ContainsAny(text, kSuccessWords)) return StatusClass::Ok;
@@ -60,6 +63,7 @@ StatusClass ClassifyStatus(std::wstring_view text) {
 }
 
 std::wstring AccessText(const settings::Settings& settings) {
+  // The best known form first: the mappings show the addresses that the engineer has to enter.
   if (!settings.routeMappingsText.empty()) return settings.routeMappingsText;
   if (!settings.accessRoutesText.empty()) return settings.accessRoutesText;
   return settings.routesText;
@@ -80,6 +84,7 @@ std::vector<Card> StatusCards(const settings::Settings& settings) {
 SidePanel DescribeTunnel(const settings::Settings& settings, const TunnelStatus& tunnel) {
   if (tunnel.running && tunnel.relayConnected) {
     std::wstring access = AccessText(settings);
+    // A connection without routes in the settings still has its target.
     if (access.empty()) access = settings.targetNetwork;
     return {true, L"在线", L"访问网段 " + access};
   }
@@ -87,12 +92,14 @@ SidePanel DescribeTunnel(const settings::Settings& settings, const TunnelStatus&
 }
 
 std::vector<std::wstring> TargetList(const settings::Settings& settings) {
+  // Without granted networks, the target is the only one known.
   const std::wstring& source =
       settings.routesText.empty() ? settings.targetNetwork : settings.routesText;
   std::vector<std::wstring> targets{std::wstring(kAutomaticTarget)};
   for (auto at = source.begin(); at != source.end();) {
     const auto end = std::find_if(at, source.end(), IsTargetSeparator);
     std::wstring entry(at, end);
+    // "ALL" is already the automatic choice at the front.
     if (!entry.empty() && entry != settings::kAllNetworks) targets.push_back(std::move(entry));
     at = end == source.end() ? end : std::next(end);
   }

@@ -36,6 +36,7 @@ std::optional<std::wstring> MessageOf(const std::exception_ptr& failure) {
   } catch (const std::exception& error) {
     return text::FromUtf8(error.what());
   } catch (...) {
+    // Not a standard exception, so it carries no text.
     return std::nullopt;
   }
 }
@@ -69,6 +70,7 @@ std::wstring AuthorizationUrl(std::wstring_view serverUrl) {
 }
 
 std::wstring DisconnectUrl(std::wstring_view serverUrl, std::wstring_view connectionId) {
+  // The id as the service sent it, without encoding; the contract limits its characters.
   return settings::NormaliseServerUrl(serverUrl) + L"/api/connections/" +
          std::wstring(connectionId) + L"/disconnect";
 }
@@ -91,6 +93,7 @@ ConnectionGrant ReadConnectionGrant(const settings::JsonValue& data) {
   grant.connectionId = settings::JsonStringOrEmpty(data, L"connectionId");
   grant.assignedAddress = settings::JsonStringOrEmpty(data, L"assignedAddress");
   grant.routes = settings::JsonStringsOf(data, L"routes");
+  // All three are needed to start the tunnel and to end the connection.
   if (grant.connectionId.empty() || grant.assignedAddress.empty() || grant.routes.empty()) {
     throw std::runtime_error(kIncompleteGrant);
   }

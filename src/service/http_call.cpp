@@ -34,11 +34,13 @@ std::optional<CallResult> CallWait::Await(std::chrono::milliseconds limit,
   // Polls instead of using a std::stop_callback: destroying one while another thread runs it waits
   // for that thread, and mingw-w64's library was seen to wait for ever.
   while (!result_ && !stop.stop_requested()) {
+    // Rounded up: the last fraction of a millisecond would otherwise be a busy loop.
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     if (left.count() <= 0) return std::nullopt;
     changed_.WaitFor(lock_, std::min(left, kStopCheckInterval));
   }
+  // A stop takes precedence over a result that arrives with it.
   return stop.stop_requested() ? std::nullopt : result_;
 }
 
@@ -57,6 +59,7 @@ std::optional<std::uint64_t> ParseContentLength(std::wstring_view value) {
   for (const wchar_t unit : digits) {
     if (unit < L'0' || unit > L'9') return std::nullopt;
     const auto digit = static_cast<std::uint64_t>(unit - L'0');
+    // Checked before the multiplication, which would wrap.
     if (lengthBytes > (kMax - digit) / 10) return std::nullopt;
     lengthBytes = lengthBytes * 10 + digit;
   }

@@ -61,6 +61,7 @@ using HandleShare = std::shared_ptr<HttpCall>;
 void CALLBACK OnReport(HINTERNET, DWORD_PTR context, DWORD status, void* information,
                        DWORD informationBytes) noexcept {
   auto* const share = reinterpret_cast<HandleShare*>(context);
+  // Reports that precede the context have none.
   if (share == nullptr) return;
   HttpCall& call = **share;
   switch (status) {
@@ -75,6 +76,7 @@ void CALLBACK OnReport(HINTERNET, DWORD_PTR context, DWORD status, void* informa
       return call.Finish({0, informationBytes});
     case WINHTTP_CALLBACK_STATUS_REQUEST_ERROR:
       return call.Finish({static_cast<const WINHTTP_ASYNC_RESULT*>(information)->dwError, 0});
+    // The handle's last report: no buffer is in use any more.
     case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING:
       delete share;
       return;
@@ -96,6 +98,7 @@ std::uintptr_t ReportTo(const std::shared_ptr<HttpCall>& call, HINTERNET request
       FALSE) {
     ThrowFailure("WinHttpSetOption", ::GetLastError());
   }
+  // From here on the closing handle's report deletes it.
   return reinterpret_cast<std::uintptr_t>(share.release());
 }
 
@@ -137,6 +140,7 @@ HttpExchange::HttpExchange(const std::wstring& method, const std::wstring& url,
 template <typename Call>
 void HttpExchange::Begin(const char* function, const Call& call) {
   if (stop_.stop_requested()) throw std::runtime_error(kCancelled);
+  // Before the call, which may report its end before it returns.
   call_->sent.Begin();
   call_->wait.Begin();
   if (call() == FALSE) ThrowFailure(function, ::GetLastError());
@@ -146,6 +150,7 @@ void HttpExchange::Begin(const char* function, const Call& call) {
 std::uint32_t HttpExchange::Await(const char* function, CallWait& wait,
                                   std::chrono::milliseconds limit) {
   const std::optional<CallResult> result = wait.Await(limit, stop_);
+  // A stop also explains a missing result, so it is tested first.
   if (stop_.stop_requested()) throw std::runtime_error(kCancelled);
   if (!result) ThrowFailure(function, ERROR_WINHTTP_TIMEOUT);
   if (result->error != 0) ThrowFailure(function, result->error);
@@ -154,6 +159,8 @@ std::uint32_t HttpExchange::Await(const char* function, CallWait& wait,
 
 void HttpExchange::Run(std::string body) {
   constexpr char kName[] = "WinHttpReceiveResponse";  // for both calls
+  // In the call, because the system reads it until the request is sent, even after this object is
+  // gone.
   call_->body = std::move(body);
   std::string& sent = call_->body;
   Begin(kName, [&] {
@@ -212,6 +219,7 @@ std::string HttpExchange::ReadChunk() {
   chunk.assign(availableBytes, '\0');
   Begin(kRead,
         [&] { return ::WinHttpReadData(request_.Get(), chunk.data(), availableBytes, nullptr); });
+  // A read may end with fewer bytes than were available.
   chunk.resize(Await(kRead, call_->wait, receiveLimit_));
   return std::move(chunk);
 }

@@ -44,6 +44,7 @@ class PartialFile {
   [[nodiscard]] HANDLE Handle() const { return file_.Get(); }
 
   [[nodiscard]] bool MoveOntoTarget() {
+    // First: a marked file would disappear when its handle closes.
     DeleteWithHandle(false);
     file_.Reset();
     const bool moved = ::MoveFileExW(path_.c_str(), targetPath_.c_str(),
@@ -82,6 +83,7 @@ bool Download(const FileWriter& write, const std::wstring& url, const std::wstri
               const std::stop_token& stop) {
   HttpExchange exchange(L"GET", url, kDownloadLimit, stop);
   exchange.Run({});
+  // Before any file exists: an error page must not replace an earlier download.
   if (!IsHttpSuccess(exchange.Status())) return false;
 
   platform::CreateFolders(platform::ParentFolder(targetPath));
@@ -123,6 +125,7 @@ HttpResponse SendJsonRequest(const std::wstring& method, const std::wstring& url
   for (std::string chunk = exchange.ReadChunk(); !chunk.empty(); chunk = exchange.ReadChunk()) {
     bytes += chunk;
   }
+  // Decoded as a whole, because a character may be cut between two pieces.
   response.body = text::FromUtf8(bytes);
   return response;
 }

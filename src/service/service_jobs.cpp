@@ -56,6 +56,7 @@ void StoreGrant(Settings& settings, const ConnectionGrant& grant, const settings
 
   settings::TakeJsonString(data, L"deviceNumber", settings.deviceNumber);
   settings::TakeJsonString(data, L"targetNetwork", settings.targetNetwork);
+  // An earlier refusal no longer applies and must not cause a retry.
   settings.heartbeatMessage.clear();
 }
 
@@ -93,6 +94,7 @@ void IgnoringFailure(Action action) noexcept {
 
 void TakeNetworks(const settings::JsonValue& data, Settings& settings) {
   const std::vector<std::wstring> networks = settings::JsonStringsOf(data, L"sharedNetworks");
+  // The previous networks are better than none.
   if (networks.empty()) return;
   settings.routesText = text::Join(networks, text::kLineBreak);
   settings.targetNetwork = networks.front();
@@ -132,6 +134,7 @@ std::wstring ConnectionJobs::Authorize(settings::JobSettings& job) const {
       sendJsonRequest_(L"POST", AuthorizationUrl(settings.serverUrl), AuthorizationBody(settings));
   const ApiEnvelope envelope = ParseApiEnvelope(response.body);
   if (!envelope.success) {
+    // The window decides by this code whether to ask again.
     settings.heartbeatMessage = envelope.code;
     return std::wstring(kRefusedPrefix) + envelope.message;
   }
@@ -165,6 +168,7 @@ std::wstring ConnectionJobs::DisconnectAndConnect(settings::JobSettings& job,
                                                   tunnel::Tunnel& tunnel) const {
   std::wstring text = Disconnect(job);
   text.append(text::kLineBreak).append(Authorize(job));
+  // Refused; the text has the reason.
   if (job.record.connectionId.empty()) return text;
   return text.append(text::kLineBreak).append(StartTunnel(job.record, tunnel));
 }
@@ -189,6 +193,7 @@ std::wstring ConnectionJobs::Connect(settings::JobSettings& job, tunnel::Tunnel&
   try {
     return DisconnectAndConnect(job, tunnel);
   } catch (...) {
+    // Kept, so that the clean-up runs outside the handler and cannot replace it.
     failure = std::current_exception();
   }
   GiveUpConnection(job.record);
@@ -196,6 +201,7 @@ std::wstring ConnectionJobs::Connect(settings::JobSettings& job, tunnel::Tunnel&
 }
 
 std::wstring ConnectionJobs::Stop(settings::JobSettings& job, tunnel::Tunnel& tunnel) const {
+  // The tunnel first: the service expects the report after the relay connection has ended.
   const std::wstring stopped = tunnel.Stop();
   return stopped + Disconnect(job);
 }
