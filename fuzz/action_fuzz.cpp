@@ -8,8 +8,8 @@
 #include "settings/settings.h"
 #include "text/utf8.h"
 
-// What a page may post: it never throws, and whatever fields it sets, the program's own messages
-// stay whole JSON documents.
+// Any message that a page may post: handling it never throws, and whatever fields it sets, the
+// program's own messages remain complete JSON documents.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   const auto message = page::ParsePageMessage(text::FromUtf8(bytes));

@@ -1,6 +1,6 @@
-// Four lines: a secret, a damaged settings text, a service's date, a report or a service's reply.
-// A secret that a settings file holds is nowhere in a blacked-out text, as it is or encoded, and a
-// date that is read lies between the years 0 and 9999.
+// Input: four lines with a secret, a damaged settings text, a service's date, and a report or a
+// service's reply. A redacted text contains no secret of the settings file, plain or encoded, and
+// the year of every parsed date is between 0 and 9999.
 
 #include <string>
 
@@ -26,7 +26,7 @@ void Run(fuzz::Input input) {
   secrets.LearnFrom(L"{\"deviceSecret\":" + settings::QuoteJsonString(secret) + L"}");
   const std::wstring shown =
       secrets.BlackOut(report + secret + date + text::PercentEncode(secret) + damaged);
-  // Shorter ones stay inside words; one of the marker's own letters is in the marker.
+  // Shorter secrets are kept inside words; one made of the marker's letters occurs in the marker.
   if (secret.size() >= 6 && secret.find_first_of(kHidden) == std::wstring::npos) {
     Require(text::FoldCase(shown).find(text::FoldCase(secret)) == std::wstring::npos);
   }

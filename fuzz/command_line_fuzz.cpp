@@ -25,10 +25,9 @@ std::wstring TakeProgram(std::wstring_view& rest) {
   return program;
 }
 
-// Every other argument, as documented for CommandLineToArgvW: 2n backslashes before a quote stand
-// for n, and the quote begins or ends a quoted part; 2n+1 stand for n, and the quote is a
-// character. All other backslashes are characters. A quote right after one that ends a quoted part
-// is a character.
+// Every other argument, as documented for CommandLineToArgvW: 2n backslashes before a quote yield
+// n, and the quote begins or ends a quoted part; 2n+1 yield n and a literal quote. All other
+// backslashes are literal. A quote right after one that ends a quoted part is literal, too.
 std::wstring TakeArgument(std::wstring_view& rest) {
   std::wstring argument;
   bool isQuoted = false;

@@ -1,7 +1,7 @@
-// Input: a line of options (h: a connection is held, o: it comes from an old version's file, d:
+// Input: a line of options (h: a connection exists, o: it comes from an old version's file, d:
 // discovery is on, f: the tunnel fails), then the service's replies, one per line ("-" for none).
 // Whatever the service grants, a failed or ended connection is removed from the disk and the proxy
-// list, and a standing one is the one that was granted.
+// list, and an active connection is the one that was granted.
 
 #include <optional>
 #include <stdexcept>
@@ -57,13 +57,13 @@ class World {
     try {
       fake_.RunJob(settings_, [this](auto& job) { return fake_.Jobs().Stop(job, fake_); });
     } catch (const std::runtime_error&) {
-      // No usable reply; the connection is forgotten nevertheless.
+      // Without a usable reply, the connection must still be forgotten.
     }
     CheckForgotten();
   }
 
  private:
-  // From an earlier run. An old version saved no grant beside the settings.
+  // A connection of an earlier run. Old versions did not save the grant in its own file.
   void HoldConnection(bool isOld) {
     settings_.connectionId = L"held";
     settings_.assignedAddress = L"10.8.0.9";

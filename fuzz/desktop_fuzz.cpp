@@ -18,7 +18,7 @@ using fuzz::Require;
 
 constexpr std::uint64_t kWholeProgram = 20'000'000;
 
-// The job's surroundings, and the reply as the target reads it.
+// The job's dependencies. Also parses the reply, to know which actions it allows.
 class Desk : RemoteDesktopDeps {
  public:
   explicit Desk(fuzz::Input& input) {

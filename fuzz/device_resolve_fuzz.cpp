@@ -15,17 +15,17 @@ namespace {
 using fuzz::Require;
 using settings::Settings;
 
-// One member of the data, if it is a text.
-std::wstring Said(const settings::JsonValue& data, const std::wstring& key,
-                  const std::wstring& otherwise) {
-  if (data.AsObject() == nullptr) return otherwise;
+// The member's text; `fallback` if it is missing or not a string.
+std::wstring StringMember(const settings::JsonValue& data, const std::wstring& key,
+                          const std::wstring& fallback) {
+  if (data.AsObject() == nullptr) return fallback;
   for (const auto& [name, value] : *data.AsObject()) {
     if (name == key && value.AsString() != nullptr) return *value.AsString();
   }
-  return otherwise;
+  return fallback;
 }
 
-std::vector<std::wstring> SaidNetworks(const settings::JsonValue& data) {
+std::vector<std::wstring> NetworksOf(const settings::JsonValue& data) {
   std::vector<std::wstring> networks;
   if (data.AsObject() == nullptr) return networks;
   for (const auto& [name, value] : *data.AsObject()) {
@@ -38,11 +38,11 @@ std::vector<std::wstring> SaidNetworks(const settings::JsonValue& data) {
 }
 
 Settings Expected(Settings settings, const settings::JsonValue& data) {
-  settings.deviceNumber = Said(data, L"deviceNumber", settings.deviceNumber);
-  settings.deviceName = Said(data, L"deviceName", settings.deviceName);
+  settings.deviceNumber = StringMember(data, L"deviceNumber", settings.deviceNumber);
+  settings.deviceName = StringMember(data, L"deviceName", settings.deviceName);
   if (settings.profileName.empty()) settings.profileName = settings.deviceName;
   if (settings.profileName.empty()) settings.profileName = settings.deviceNumber;
-  const std::vector<std::wstring> networks = SaidNetworks(data);
+  const std::vector<std::wstring> networks = NetworksOf(data);
   if (networks.empty()) return settings;
   settings.targetNetwork = networks.front();
   settings.routesText.clear();

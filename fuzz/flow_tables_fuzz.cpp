@@ -1,5 +1,5 @@
-// Flows and broadcasts, recorded one by one and in long rows: what is found must be what plain maps
-// hold.
+// Records flows and broadcasts, singly and in long runs. Every look-up must return the same as one
+// in plain maps.
 
 #include <map>
 
@@ -33,7 +33,7 @@ class Tables {
         return Record(Key());
       case 1:
       case 2:
-        return RecordRow(kind == 1);
+        return RecordRun(kind == 1);
       case 3:
         return RecordBroadcast();
       case 4:
@@ -48,7 +48,7 @@ class Tables {
 
   std::uint32_t Number() {
     const std::uint32_t high = input_.Byte();
-    return high << 24 | input_.Byte();  // few numbers, far apart
+    return high << 24 | input_.Byte();  // few distinct values, far apart
   }
   std::uint16_t Port() { return static_cast<std::uint16_t>(input_.Byte() * 257); }
 
@@ -70,15 +70,15 @@ class Tables {
     Find(key);
   }
 
-  // Keys one behind the other, upwards or downwards, as a scan of ports or hosts makes them.
-  void RecordRow(bool isUpwards) {
+  // Consecutive keys, ascending or descending, like a scan of ports or hosts.
+  void RecordRun(bool isUpwards) {
     FlowKey key = Key();
     const std::size_t count = std::size_t{input_.Byte()} * 4;
     const std::uint32_t step = input_.Byte();
-    const bool isOfPorts = input_.Byte() % 2 == 0;
+    const bool stepsPorts = input_.Byte() % 2 == 0;
     for (std::size_t i = 0; i < count; ++i) {
       Record(key);
-      if (isOfPorts) {
+      if (stepsPorts) {
         key.sourcePort =
             static_cast<std::uint16_t>(isUpwards ? key.sourcePort + step : key.sourcePort - step);
       } else {
@@ -102,16 +102,16 @@ class Tables {
     broadcasts_[key] = entry;
   }
 
-  // The first in table order that an answer from there may belong to.
+  // Requires the first match in table order.
   void FindBroadcast() {
     const std::uint32_t source = Number();
     const std::uint16_t sourcePort = Port();
     const std::uint16_t destinationPort = Port();
     const BroadcastEntry* wanted = nullptr;
     for (const auto& [key, entry] : broadcasts_) {
-      const bool fits = Contains({key.realNetwork, key.realPrefix}, source) &&
-                        key.destinationPort == sourcePort && key.sourcePort == destinationPort;
-      if (fits && wanted == nullptr) wanted = &entry;
+      const bool matches = Contains({key.realNetwork, key.realPrefix}, source) &&
+                           key.destinationPort == sourcePort && key.sourcePort == destinationPort;
+      if (matches && wanted == nullptr) wanted = &entry;
     }
     const BroadcastEntry* const found = tables_.FindBroadcast(source, sourcePort, destinationPort);
     Require((found != nullptr) == (wanted != nullptr));

@@ -1,6 +1,6 @@
-// The handshake reader over any bytes in any chunks. The first byte of the input picks the chunk
-// sizes; state, status and the bytes left over must not depend on them, and are those that a plain
-// second implementation finds.
+// Feeds any bytes to the handshake reader in any chunks. The first byte of the input picks the
+// chunk size. State, status and remaining bytes must not depend on it and must match a simple
+// second implementation.
 
 #include <algorithm>
 #include <cstdlib>
@@ -28,8 +28,7 @@ Outcome ReadAll(std::span<const std::byte> response, std::size_t chunk) {
   return {result.state, isDone ? reader.Status() : 0, taken};
 }
 
-// The status only where it is three digits behind one blank; what else may stand there is the
-// reader's affair.
+// Checks the status only if it is three digits after one blank; the reader may accept other forms.
 void CheckPlainly(std::span<const std::byte> response, const Outcome& outcome) {
   std::string text(response.size(), '\0');
   std::ranges::transform(response, text.begin(),

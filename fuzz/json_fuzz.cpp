@@ -1,5 +1,5 @@
-// Any bytes as a JSON document: a value or one of the two errors, and strings that survive being
-// written and read again.
+// Parses any bytes as JSON. The result is a value or one of the two errors, and every string in it
+// survives writing and reading.
 
 #include <cstdint>
 #include <stdexcept>
@@ -21,7 +21,7 @@ void RequireRoundTrip(const std::wstring& string) {
   Require(read.AsString() != nullptr && *read.AsString() == string);
 }
 
-// As deep as the reader allows.
+// Recurses as deep as the reader allows.
 void CheckStrings(const JsonValue& value) {
   if (value.AsString() != nullptr) RequireRoundTrip(*value.AsString());
   if (value.AsArray() != nullptr) {

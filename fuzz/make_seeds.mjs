@@ -1,5 +1,5 @@
-// Writes the seeds that are no text: node fuzz/make_seeds.mjs. Packets bear no checksums, which no
-// target looks at.
+// Writes the binary seeds: node fuzz/make_seeds.mjs. The packets have no checksums, because no
+// target checks them.
 import { mkdirSync, writeFileSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -30,8 +30,8 @@ const syn = (source, destination, from, to) =>
 const here = '192.168.1.50';
 const tunnel = '10.99.0.7';
 
-// packet: whether discovery is on; then each packet behind its direction (odd: from the relay) and
-// length.
+// packet: whether discovery is on; then the packets, each after a byte for its direction (odd: from
+// the relay) and length.
 const outbound = (packet) => [packet.length * 2, ...packet];
 const inbound = (packet) => [packet.length * 2 + 1, ...packet];
 write('packet', 'ping.bin', [0], outbound(ping(here, '172.31.0.20')), inbound(ping('192.168.1.20', tunnel, 0)));
@@ -42,7 +42,7 @@ write('packet', 'discovery.bin', [1], outbound(udp(here, '255.255.255.255', 3000
   inbound(udp('192.168.1.77', tunnel, 34964, 30000)));
 write('packet', 'fragment.bin', [0], outbound(udp(here, '172.31.0.20', 1, 2).fill(0x20, 6, 7)));
 
-// websocket_frame: the size of the chunks less one, then the stream.
+// websocket_frame: the chunk size minus one, then the stream.
 const frame = (first, payload) => payload.length < 126
   ? [first, payload.length, ...payload] : [first, 126, ...u16(payload.length), ...payload];
 write('websocket_frame', 'messages.bin', [6], frame(0x82, [1, 2, 3]), frame(0x82, new Array(200).fill(7)), frame(0x88, []));
@@ -51,15 +51,15 @@ write('websocket_frame', 'masked.bin', [255], [0x82, 0x83, 1, 2, 3, 4, 5, 6, 7],
 write('websocket_frame', 'long_form.bin', [9], [0x82, 127, 0, 0, 0, 0, 0, 0, 0, 2, 5, 6], [0x82, 126, 0, 1, 7]);
 write('websocket_frame', 'too_long.bin', [9], [0x82, 127, 0, 0, 0, 0, 0, 0x40, 0, 1]);
 
-// udp_datagram: the token that is known, then the datagram.
+// udp_datagram: the expected token, then the datagram.
 const token = [0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88];
 write('udp_datagram', 'acknowledgement.bin', token, 'TNR1', [3, 2], token);
 write('udp_datagram', 'packet.bin', token, 'TNR1', [4], token, ping('192.168.1.20', tunnel, 0));
 write('udp_datagram', 'zero_token.bin', new Array(8).fill(0), 'TNR1', [3, 2], new Array(8).fill(0));
 write('udp_datagram', 'other_type.bin', token, 'TNR1', [2, 0, 1, 65, 0, 0]);
 
-// relay_session: choices; then for each connection whether it comes about and how the UDP relay
-// starts, and the steps as Script::Step() numbers them.
+// relay_session: choices; then for each connection whether it succeeds, how the UDP relay starts,
+// and the steps as Script::Step() numbers them.
 const counted = (bytes) => [bytes.length, ...bytes];
 const steps = {
   raw: (bytes) => [0, ...counted(bytes)],

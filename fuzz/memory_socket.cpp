@@ -65,7 +65,7 @@ Socket::Options Socket::ReadOptions() noexcept {
   return {};
 }
 
-// A call during which the socket is closed, as by a stop, still returns the peer's result.
+// If a stop closes the socket during a call, the call still returns the peer's result.
 int Socket::Connect(const SocketAddress&, std::chrono::milliseconds) noexcept {
   return fuzz::streamPeer->Connect();
 }

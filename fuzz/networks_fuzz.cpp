@@ -1,6 +1,6 @@
-// Adapters ("+192.168.1.5/24", or "-" when it is down) and routes, a line each: which networks are
-// this computer's, under which the routes are reached, which addresses are captured and which route
-// a packet takes, each against a search through the whole list.
+// Input: adapters ("+192.168.1.5/24"; "-" instead of "+" if it is down) and routes, one per line.
+// Compares this computer's networks, the routes' mapped networks, the captured addresses and the
+// route of each packet with a linear search.
 
 #include <stdexcept>
 #include <vector>
@@ -19,7 +19,7 @@ namespace {
 using fuzz::Require;
 using Networks = std::vector<Ipv4Network>;
 
-constexpr std::size_t kMaxLines = 64;  // the searches take the square of their number
+constexpr std::size_t kMaxLines = 64;  // the searches are quadratic
 constexpr Ipv4Network kNatSpace{0xAC1F0000, 16};
 
 bool IsTaken(const Networks& taken, const Ipv4Network& network) {
@@ -39,7 +39,7 @@ Networks PlainLocals(const std::vector<AdapterAddress>& adapters) {
   return locals;
 }
 
-// Nothing when no block of the size is free.
+// Empty if no block of that size is free.
 std::optional<Ipv4Network> PlainSubstitute(const Networks& taken, std::uint32_t prefix) {
   if (prefix < kNatSpace.prefix) return std::nullopt;
   const std::uint32_t step = ~MaskOf(prefix) + 1;
@@ -74,7 +74,7 @@ const RouteMapping* PlainFind(const std::vector<RouteMapping>& mappings, std::ui
   return best;
 }
 
-// Each network's borders and their neighbours; past the highest address comes the lowest.
+// Each network's first and last addresses and their neighbours; the highest address wraps to 0.
 std::vector<std::uint32_t> AddressesAround(const Networks& networks) {
   std::vector<std::uint32_t> addresses = {0, 0x7F000001, 0xAC1F0000, 0xAC1FFFFF, 0xFFFFFFFF};
   for (const Ipv4Network& network : networks) {
@@ -96,9 +96,9 @@ void CheckIndex(const std::vector<RouteMapping>& mappings, const Networks& aroun
   }
 }
 
-// The last address of the run that begins at the first taken one in `network`.
+// The last address of the first run of taken addresses in `network`.
 std::optional<std::uint32_t> PlainFindTaken(const Networks& taken, const Ipv4Network& network) {
-  std::uint64_t end = std::uint64_t{LastAddress(network)} + 1;  // behind what is looked at
+  std::uint64_t end = std::uint64_t{LastAddress(network)} + 1;  // one past the network
   std::uint64_t at = end;
   for (const Ipv4Network& other : taken) {
     if (!IsTaken({other}, network)) continue;
@@ -130,7 +130,7 @@ void CheckRanges(const Networks& networks) {
   }
 }
 
-// The ranges that the filter names, as they stand in it.
+// The filter's address ranges, in its order.
 std::vector<std::pair<std::uint32_t, std::uint32_t>> RangesIn(std::wstring_view filter) {
   constexpr std::wstring_view kFrom = L"(ip.DstAddr >= ";
   constexpr std::wstring_view kTo = L" and ip.DstAddr <= ";
@@ -194,7 +194,7 @@ void CheckMappings(const Networks& routes, const Networks& locals, const Network
   DescribeRoutes(*mappings);
 }
 
-// An adapter's line behind its sign.
+// `line` without its sign.
 AdapterAddress ReadAdapter(std::wstring_view line, bool isUp) {
   const std::size_t slash = std::min(line.find(L'/'), line.size());
   AdapterAddress adapter{isUp, text::ParseIpv4(line.substr(0, slash)).value_or(0), 0};
@@ -226,7 +226,7 @@ void Run(fuzz::Input input) {
   Networks all = locals;
   all.insert(all.end(), routes.begin(), routes.end());
   CheckRanges(all);
-  // As no tunnel has them: overlapping, repeated, in any order.
+  // Unlike a tunnel's mappings, these may overlap, repeat and have any order.
   std::vector<RouteMapping> mappings;
   for (const Ipv4Network& network : all) {
     mappings.push_back({network.network, network.prefix, network.network, network.prefix, false});

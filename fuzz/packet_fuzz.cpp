@@ -9,14 +9,14 @@
 namespace tunnel {
 namespace {
 
-// A network of each kind, small enough that random addresses meet them.
+// A network of each kind; half of all addresses match, so that random packets often do.
 const std::vector<RouteMapping> kMappings = {
     {0, 1, 0, 1, false},
     {0xC0A80100, 24, 0xAC1F0000, 24, true},
     {0xFFFFFFFF, 32, 0xFFFFFFFF, 32, false},
 };
 
-// Whatever leaves for the relay is a whole packet from the tunnel address.
+// Every packet for the relay must be complete and come from the tunnel address.
 void CheckQueue(PacketQueue& queue, std::uint32_t tunnelAddress) {
   std::vector<Packet> batch;
   while (queue.Size() > 0) {
@@ -29,7 +29,7 @@ void CheckQueue(PacketQueue& queue, std::uint32_t tunnelAddress) {
   }
 }
 
-// The input is cut into packets: one byte that says which way and how long, then the bytes.
+// Splits the input into packets: one byte for direction and length, then the packet's bytes.
 void Run(std::span<const std::byte> input) {
   constexpr std::uint32_t kTunnelAddress = 0x0A630007;
   Driver driver;

@@ -1,5 +1,4 @@
-// Any bytes as a downloaded program: the answer about its version must not depend on the memory
-// after its end.
+// Any bytes as a downloaded program: its version must not depend on the memory after its end.
 
 #include <span>
 #include <vector>

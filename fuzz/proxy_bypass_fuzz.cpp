@@ -1,5 +1,5 @@
-// Two users' proxy lists, a line each, and routes, a line each: adding and removing the routes'
-// entries does to any list what a plain second implementation says.
+// Input: two users' proxy lists, then routes, one per line. Adding and removing the routes' entries
+// must change the lists exactly as a simple second implementation does.
 
 #include <vector>
 
@@ -15,7 +15,7 @@ namespace {
 using fuzz::Require;
 using Entries = std::vector<std::wstring>;
 
-// Octet by octet, where the program cuts a text.
+// Builds the entry octet by octet; the program truncates the address text instead.
 std::wstring PlainEntry(const std::wstring& route) {
   const std::size_t slash = route.find(L'/');
   if (slash == std::wstring::npos) return {};
@@ -51,7 +51,7 @@ Entries PlainSplit(const std::wstring& list) {
   return entries;
 }
 
-// Entries for routes have no letters, so that letter case plays no part in finding them.
+// Entries for routes contain no letters, so letter case does not matter.
 bool Has(const Entries& entries, const std::wstring& entry) {
   return std::ranges::find(entries, entry) != entries.end();
 }
@@ -82,7 +82,7 @@ struct List {
     return store;
   }
 
-  // That the list, which was `before`, is now what `wanted` says, and was left alone if it was so.
+  // Requires the list to be `wanted` now, and not to have been written if it was so `before`.
   void Check(const std::wstring& before, const Entries& wanted) {
     const bool isChanged = wanted != PlainSplit(before);
     Require(writes == (isChanged ? 1 : 0));

@@ -1,12 +1,12 @@
-// One tunnel from its handshake to its end, as a script of steps: what the relay sends, frame by
-// frame or cut anywhere, its datagrams, captured packets, errors, reconnects and the passing of
-// time. All parts that a session joins run here joined as it joins them, on one thread: the relay
-// thread's body and the sender's, the link, the packet path, the queue, the driver's binding. Only
-// the UDP relay keeps its two threads, which run while the script waits for them; the session's own
-// threads and real sockets would make the same input do different things.
+// One tunnel from its handshake to its end, as a script of steps: the relay's frames, whole or cut
+// anywhere, its datagrams, captured packets, errors, reconnects and the passing of time. The parts
+// of a session are connected as in the program but run on one thread: the bodies of the relay and
+// sender threads, the link, the packet path, the queue and the driver's binding. Only the UDP relay
+// keeps its two threads, which run while the script waits for them. The session's own threads and
+// real sockets would make results differ between runs of one input.
 //
-// Whatever happens, the relay gets nothing but whole frames and datagrams, each with a packet from
-// the tunnel address, and the computer nothing but answers to what was asked.
+// Whatever happens, the relay receives only whole frames and datagrams, each with a packet from the
+// tunnel address, and this computer receives only answers to its own packets.
 
 #include <cerrno>
 #include <stdexcept>
@@ -55,7 +55,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
       udp_.StartUdpRelay({});
       Work();
     } catch (const std::runtime_error&) {
-      // No relay, no tunnel.
+      // Without a relay there is no tunnel.
     }
     End();
   }
@@ -73,7 +73,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     return {moved, 0};
   }
 
-  // Goes on in the script until a step brings something for the stream.
+  // Continues the script until a step produces bytes for the stream.
   SocketResult Receive(std::span<std::byte> buffer) override {
     while (!input_.IsEmpty() && flags_.KeepGoing()) {
       const fuzz::Bytes bytes = Step();
@@ -92,8 +92,8 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
   }
 
  private:
-  // The UDP relay, unless the script starts without one. The sender asks it once for each batch, at
-  // which its loop is told to end.
+  // The UDP relay, unless the script starts without one. The sender loop calls IsReady() once per
+  // batch, which ends the loop after that batch.
   class UdpPath final : public UdpRelay {
    public:
     explicit UdpPath(Script& script) : script_(script) {}
@@ -117,7 +117,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     Require(!flags_.KeepGoing());
   }
 
-  // With discovery, broadcasts are captured only while the relay is there.
+  // In discovery mode, broadcasts are captured only while the relay is connected.
   void OnLinkChanged(bool isConnected) override {
     Require(isConnected != isConnected_);
     isConnected_ = isConnected;
@@ -125,7 +125,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     try {
       driver_.ReplaceCapture(isConnected ? L"true" : L"tcp");
     } catch (const std::runtime_error&) {
-      // It captures as before.
+      // The capture continues with the old filter.
     }
   }
 
@@ -138,7 +138,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     if (input_.IsEmpty() || connects_ == kMaxConnects) Stop();
   }
 
-  // As Session stops.
+  // In the order of Session's stop.
   void Stop() {
     flags_.stopping = true;
     flags_.running = false;
@@ -158,7 +158,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     queue_.Clear();
   }
 
-  // 0: none; 1: a relay that answers; 2: one that does not; 3: the network refuses.
+  // 1: the relay answers; 2: it does not; 3: sending fails; 4: the start fails; others: no UDP.
   void StartUdp(const UdpRelayRequest& request) {
     const int kind = input_.Byte() % 8;
     if (kind == 0 || kind > 4) return;
@@ -173,7 +173,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     try {
       path_.HandleInbound(packet);
     } catch (const std::runtime_error&) {
-      // The driver refused it.
+      // The driver refused to inject it.
     }
   }
 
@@ -182,7 +182,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     return {bytes.begin(), bytes.end()};
   }
 
-  // One step; what it brings for the stream.
+  // Runs one step; returns its bytes for the stream.
   fuzz::Bytes Step() {
     switch (input_.Byte() % 16) {
       case 0:
@@ -246,7 +246,8 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     sendAtMost_ = how / 32 == 0 ? SIZE_MAX : std::size_t{how} / 32 * 50;  // bytes
   }
 
-  // What the driver hands over, with what must be readable behind it, and the sender's next turn.
+  // Passes a captured packet to the path `times` times, with the readable bytes that must follow
+  // it, then runs the sender.
   void Capture(Packet packet, int times) {
     captured_ = packet;
     if (const auto view = ValidatePacket(packet)) {
@@ -270,7 +271,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     }
   }
 
-  // The last one, longer, and some times before the sender has its turn.
+  // The last packet again, longer and several times before the sender runs.
   void CaptureAgain() {
     Packet packet = captured_;
     if (packet.size() < 20) return;
@@ -280,7 +281,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
     Capture(packet, how % 8 + 1);
   }
 
-  // The site's answer to the packet that left last: addresses and ports the other way round.
+  // The site's answer to the last packet sent: addresses and ports swapped.
   fuzz::Bytes LastAnswer() {
     fuzz::Bytes packet = left_;
     const auto view = ValidatePacket(packet);

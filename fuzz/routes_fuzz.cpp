@@ -1,5 +1,5 @@
-// The service's routes, a line each: read as a plain second reader does, and mapped so that no two
-// networks that this computer uses overlap.
+// Input: the service's routes, one per line. They are parsed as by a simple second parser, and
+// mapped so that no two networks that this computer uses overlap.
 
 #include <arpa/inet.h>
 
@@ -17,7 +17,7 @@
 namespace tunnel {
 namespace {
 
-// With the system's own readers of addresses and numbers, which stop at a zero.
+// Uses the system's parsers of addresses and numbers, which stop at a zero.
 std::vector<Ipv4Network> ReadPlainly(const std::vector<std::wstring>& lines) {
   std::vector<Ipv4Network> routes;
   for (const std::wstring& line : lines) {
@@ -48,7 +48,7 @@ void CheckMappings(const std::vector<RouteMapping>& mappings) {
   }
 }
 
-// Every line is a route; every other one also one of the computer's own networks.
+// Every line is a route; every second one is also one of this computer's networks.
 void Run(std::string_view bytes) {
   const std::vector<std::wstring> lines = text::SplitLines(text::FromUtf8(bytes));
   const std::vector<Ipv4Network> routes = ParseRoutes(lines);

@@ -1,6 +1,6 @@
-// What is registered as WebView2 runtimes, a line each ("-" for nothing, "!" in front where the
-// library is missing), for one channel after the other, all users' before the own: the runtime that
-// is taken is the first that a plain second reader would take.
+// Input: the registered WebView2 runtimes, one per line ("-": none, leading "!": the library is
+// missing), channel by channel, all users' before the current user's. The search must return the
+// first usable runtime, as a simple second search does.
 
 #include <vector>
 
@@ -14,7 +14,7 @@ using fuzz::Require;
 
 constexpr std::size_t kPlaces = 10;  // five channels under two roots
 
-// The four numbers that the last part of a path consists of, one to nine digits each.
+// The version in the last part of a path: four numbers of one to nine digits.
 std::optional<RuntimeVersion> PlainVersion(std::wstring folder) {
   while (!folder.empty() && (folder.back() == L'\\' || folder.back() == L'/')) folder.pop_back();
   const std::size_t slash = folder.find_last_of(L"\\/");
@@ -32,7 +32,7 @@ std::optional<RuntimeVersion> PlainVersion(std::wstring folder) {
 }
 
 struct Place {
-  std::wstring channel;  // filled in when it is first asked for
+  std::wstring channel;  // set when it is first looked up
   RuntimeRoot root = RuntimeRoot::AllUsers;
   std::optional<std::wstring> folder;
   bool hasLibrary = true;
@@ -42,7 +42,7 @@ std::optional<std::wstring> PlainFind(const std::vector<Place>& places) {
   for (const Place& place : places) {
     const auto version = PlainVersion(place.folder.value_or(L""));
     if (!version || *version < RuntimeVersion{86, 0, 616, 0}) continue;
-    // Another place may name the same folder; the library is there or not for both.
+    // Several places may name one folder; the library is missing for all of them or for none.
     const bool isMissing = std::ranges::any_of(places, [&](const Place& other) {
       return !other.hasLibrary && other.folder &&
              RuntimeLibraryPath(*other.folder) == RuntimeLibraryPath(*place.folder);

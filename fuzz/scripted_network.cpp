@@ -31,7 +31,7 @@ bool IsHello(std::span<const std::byte> datagram) {
   return datagram.size() > 4 && datagram[4] == std::byte{2};
 }
 
-// Any token except zero.
+// An acknowledgement with any token except zero.
 bool IsAcknowledgement(std::span<const std::byte> datagram) {
   const Bytes start = ScriptedNetwork::Acknowledgement();
   if (datagram.size() != start.size()) return false;

@@ -34,7 +34,7 @@ class ScriptedNetwork final : public tunnel::UdpNetwork {
   void Wait(platform::Condition& condition, platform::Mutex& mutex,
             std::chrono::milliseconds time) override REQUIRES(mutex) EXCLUDES(lock_);
 
-  // Whether hellos are acknowledged, and whether sending fails, from now on.
+  // Whether later hellos are acknowledged, and whether later sends fail.
   void SetAnswering(bool isAnswering) { isAnswering_ = isAnswering; }
   void SetFailing(bool isFailing) { isFailing_ = isFailing; }
 

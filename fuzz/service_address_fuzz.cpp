@@ -1,6 +1,6 @@
-// What the engineer typed as the service's address, a connection id, an engineer id and an address
-// from a reply, a line each: the addresses made of them can be taken apart again and give back what
-// went in.
+// Input: a service address as typed by the engineer, a connection id, an engineer id and an address
+// from a reply, one per line. The URLs built from them can be parsed again and yield the same
+// parts.
 
 #include <stdexcept>
 #include <string_view>
@@ -21,7 +21,7 @@ bool HasScheme(std::wstring_view address) {
   return address.find(L"://") != std::wstring_view::npos;
 }
 
-// What percent-encoding stands for (RFC 3986, section 2.1).
+// Percent-decoding (RFC 3986, section 2.1).
 std::string Decode(std::wstring_view encoded) {
   constexpr std::wstring_view kDigits = L"0123456789ABCDEF";
   std::string bytes;
@@ -57,10 +57,10 @@ void CheckNormalised(const std::wstring& typed, const std::wstring& reply) {
   Require(!url.empty() && url.find(L'\\') == std::wstring::npos && !url.ends_with(L'/'));
   const std::wstring absolute = settings::AbsoluteUrl(reply, typed);
   Require(absolute.empty() == reply.empty() && absolute.ends_with(reply));
-  // A scheme alone loses its slashes and with them what makes it one.
+  // A scheme alone loses its slashes, so it is not a scheme any more.
   if (!HasScheme(url)) return;
   Require(reply.empty() || HasScheme(absolute));
-  // White space before the slashes that were cut is cut the next time.
+  // Spaces before the removed slashes are trimmed only by the next call.
   if (text::Trim(url) == url) Require(settings::NormaliseServerUrl(url) == url);
 }
 

@@ -26,7 +26,7 @@ using Answers = std::set<std::pair<std::uint32_t, std::uint32_t>>;
 std::unique_ptr<tunnel::WinDivertApi> CheckingDriver(const Answers& answers);
 // The number of its open handles.
 std::size_t OpenDriverHandles();
-// Whether it refuses to inject packets and to open further handles from now on.
+// Makes the driver refuse to inject packets and to open further handles.
 void SetDriverFailing(bool isFailing);
 
 // Requires a whole packet for the relay and returns a copy.

@@ -1,7 +1,7 @@
-// The three files of the settings, behind a line that chooses where the program is killed: the
-// settings themselves, the last good text, the connection in force, with a line "====" between; "-"
-// stands for a file that is not there. Whatever lies there is read without complaint, and at
-// whatever step of a save the program ends, the next start finds the old settings or the new ones.
+// Input: a line that picks the step of a save at which the program is killed, then the three
+// settings files, separated by "====" lines: the settings, their last good copy, and the granted
+// connection ("-" for a missing file). Any files load without an exception, and whenever the
+// program is killed, the next start finds the old settings or the new ones.
 
 #include <map>
 
@@ -26,25 +26,25 @@ void Fill(MemoryDisk& disk, std::string bytes) {
   }
 }
 
-// As they are compared: an engineer id that is made anew at each start is left out.
+// The text to compare. Leaves out an engineer id that every start generates again.
 std::string Text(Settings settings, bool hasOwnId) {
   if (!hasOwnId) settings.engineerId.clear();
   return FileBytes(settings);
 }
 
 Settings Changed(Settings settings, const std::string& choices) {
-  // One of slashes and blanks only changes each time it is normalised.
+  // An address of only slashes and blanks changes each time it is normalised.
   settings.serverUrl = DefaultServerUrl();
   settings.engineerId = L"ENG-12345678";
   settings.deviceName += L"x";
-  if (settings.profileName.empty()) settings.profileName = L"p";  // or a start would name it
+  if (settings.profileName.empty()) settings.profileName = L"p";  // otherwise a start would name it
   if (choices.find('c') == std::string::npos) return settings;
   settings.connectionId = L"c2";
   settings.granted = {L"c2", L"http://h", L"ENG-12345678", {L"10.0.0.0/8"}};
   return settings;
 }
 
-// The settings are saved; the program may be killed on the way.
+// Saves the settings; false if the program was killed before the end.
 bool IsSaved(MemoryDisk& disk, const Settings& settings, int steps) {
   disk.stepsToLive = steps;
   try {
@@ -66,7 +66,7 @@ void Run(fuzz::Input input) {
   MemoryDisk disk;
   Fill(disk, input.Rest());
   const Settings old = disk.Load();
-  // Of an empty file, which has none, or of one without any, a start may make one.
+  // A start may generate an id if the file is empty or contains none.
   const bool hasOwnId = !old.engineerId.empty() && disk.Load().engineerId == old.engineerId;
   const bool isDamaged = !disk.loadReport.empty() && !disk.files[kPath].empty();
   const std::map<std::wstring, std::string> before = disk.files;
@@ -82,7 +82,7 @@ void Run(fuzz::Input input) {
     Require(ConnectionInForce(next) == ConnectionInForce(fresh) || fresh.connectionId != L"c2");
   }
   if (!isDamaged) return;
-  // Still there, whatever was written over it.
+  // The damaged text must still exist in some file.
   const std::string damaged = before.find(kPath)->second;
   Require(
       std::ranges::any_of(disk.files, [&](const auto& kept) { return kept.second == damaged; }));

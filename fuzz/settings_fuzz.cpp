@@ -1,5 +1,5 @@
-// Any bytes as the settings file's text: taken or refused, and what was taken is written so that
-// reading it again gives the same.
+// Any bytes as the settings file's text, which is accepted or refused. Accepted settings survive
+// writing and reading.
 
 #include <cstdint>
 #include <stdexcept>
@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   Require(!taken.engineerId.empty());
-  // An address of slashes and blanks only changes each time it is normalised; any other settles.
+  // Only an address of nothing but slashes and blanks changes each time it is normalised.
   taken.serverUrl = settings::DefaultServerUrl();
   const std::wstring written = settings::WriteSettingsText(taken);
   settings::Settings again;

@@ -1,5 +1,5 @@
-// The text functions over any bytes: UTF-8 both ways, dotted addresses, cutting, trimming and
-// folding, each compared with the system's or a plain second implementation.
+// The text functions with any bytes: UTF-8 both ways, dotted addresses, splitting, trimming and
+// case folding, each compared with the system or a simple second implementation.
 
 #include <arpa/inet.h>
 
@@ -83,7 +83,7 @@ void CheckUnits(const std::string& bytes) {
   Require(EqualsIgnoreCase(units, FoldCase(units)) && FoldCase(FoldCase(units)) == FoldCase(units));
 }
 
-// Without zeros, which end the system function's input.
+// Skips texts with zeros, which would end the system function's input.
 void CheckAddress(const std::string& bytes) {
   if (bytes.find('\0') != std::string::npos) return;
   in_addr system{};

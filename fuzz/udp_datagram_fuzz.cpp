@@ -9,7 +9,7 @@
 namespace tunnel {
 namespace {
 
-// Eight bytes for the token that the program holds, then one datagram.
+// Input: eight bytes for the program's token, then one datagram.
 void Run(std::span<const std::byte> input) {
   if (input.size() < 8) return;
   const std::uint64_t token = ReadU64Be(input, 0);
@@ -21,7 +21,7 @@ void Run(std::span<const std::byte> input) {
   if (acknowledged || token == 0 || packet->empty()) std::abort();
   std::vector<std::byte> room(kUdpHeaderBytes + packet->size());
   const auto written = WriteUdpPacket(room, token, *packet);
-  // What was understood is what would be sent.
+  // The same packet, written again, must yield the same datagram.
   if (!std::equal(written.begin(), written.end(), datagram.begin(), datagram.end())) std::abort();
 }
 

@@ -1,6 +1,6 @@
-// The frame reader over any bytes in any chunks. The first byte of the input picks the chunk sizes.
-// Whatever the chunks, the events and payloads must be the same as for the whole input at once, and
-// the same that a plain second reader finds.
+// Feeds any bytes to the frame reader in any chunks. The first byte of the input picks the chunk
+// size. Events and payloads must be the same as for the whole input at once, and the same as those
+// of a simple second reader.
 
 #include <algorithm>
 #include <cstdlib>
@@ -11,12 +11,12 @@
 
 namespace {
 
-// Everything the reader makes of `stream`, as one text; event names cannot be mistaken for bytes,
-// as each payload goes with its length.
+// All events and payloads of `stream` as one text. Each payload is preceded by its length, so that
+// its bytes cannot be mistaken for an event.
 std::string ReadAll(std::span<const std::byte> stream, std::size_t chunk) {
   tunnel::FrameReader reader;
   tunnel::ReceiveBuffer buffer;
-  std::string seen;
+  std::string events;
   while (!stream.empty()) {
     const std::span<const std::byte> piece = stream.first(std::min(chunk, stream.size()));
     stream = stream.subspan(piece.size());
@@ -27,22 +27,22 @@ std::string ReadAll(std::span<const std::byte> stream, std::size_t chunk) {
       if (result.takenBytes > buffer.Unread().size()) std::abort();
       buffer.Take(result.takenBytes);
       if (result.event == tunnel::FrameEvent::NeedMore) break;
-      if (result.event == tunnel::FrameEvent::Ended) return seen + "ended";
+      if (result.event == tunnel::FrameEvent::Ended) return events + "ended";
       const std::span<const std::byte> payload = reader.Payload();
       if (payload.size() > tunnel::kMaxMessageBytes) std::abort();
-      seen += result.event == tunnel::FrameEvent::Message ? "message " : "ping ";
-      seen += std::to_string(payload.size()) + ":";
-      for (const std::byte byte : payload) seen += std::to_integer<char>(byte);
+      events += result.event == tunnel::FrameEvent::Message ? "message " : "ping ";
+      events += std::to_string(payload.size()) + ":";
+      for (const std::byte byte : payload) events += std::to_integer<char>(byte);
     }
   }
-  return seen;
+  return events;
 }
 
 // Frame by frame over the whole stream (RFC 6455, section 5.2), as one text like the one above.
 std::string ReadPlainly(std::span<const std::byte> stream) {
-  std::string seen;
+  std::string events;
   std::string message;
-  bool isGathering = false;
+  bool inMessage = false;
   while (stream.size() >= 2) {
     const auto byte = [&](std::size_t at) { return std::to_integer<std::uint64_t>(stream[at]); };
     const std::uint64_t opcode = byte(0) & 15;
@@ -50,13 +50,13 @@ std::string ReadPlainly(std::span<const std::byte> stream) {
     const std::size_t lengthBytes = length == 126 ? 2 : length == 127 ? 8 : 0;
     const bool isMasked = byte(1) >= 128;
     const std::size_t header = 2 + lengthBytes + (isMasked ? 4 : 0);
-    if (stream.size() < header) return seen;
+    if (stream.size() < header) return events;
     if (lengthBytes > 0) length = 0;
     for (std::size_t i = 0; i < lengthBytes; ++i) length = length << 8 | byte(2 + i);
     const bool isData = opcode == 0 || opcode == 2;
-    const std::size_t held = isData && isGathering ? message.size() : 0;
-    if (length > tunnel::kMaxMessageBytes - held) return seen + "ended";
-    if (length > stream.size() - header) return seen;
+    const std::size_t held = isData && inMessage ? message.size() : 0;
+    if (length > tunnel::kMaxMessageBytes - held) return events + "ended";
+    if (length > stream.size() - header) return events;
     std::string payload;
     for (std::size_t i = 0; i < length; ++i) {
       const std::uint64_t key = isMasked ? byte(header - 4 + i % 4) : 0;
@@ -64,14 +64,14 @@ std::string ReadPlainly(std::span<const std::byte> stream) {
     }
     const bool isFinal = byte(0) >= 128;
     stream = stream.subspan(header + payload.size());
-    if (opcode == 8) return seen + "ended";
-    if (opcode == 9) seen += "ping " + std::to_string(payload.size()) + ":" + payload;
+    if (opcode == 8) return events + "ended";
+    if (opcode == 9) events += "ping " + std::to_string(payload.size()) + ":" + payload;
     if (!isData) continue;
-    message = isGathering ? message + payload : payload;
-    isGathering = !isFinal;
-    if (isFinal) seen += "message " + std::to_string(message.size()) + ":" + message;
+    message = inMessage ? message + payload : payload;
+    inMessage = !isFinal;
+    if (isFinal) events += "message " + std::to_string(message.size()) + ":" + message;
   }
-  return seen;
+  return events;
 }
 
 }  // namespace
