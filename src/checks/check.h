@@ -46,7 +46,7 @@ struct Check {
   std::string id;       // permanent, such as "driver-open"
   std::wstring title;   // Chinese
   std::string english;  // one sentence that is true when all is well
-  // Runs on a thread of its own, which may be left behind, so it must own all that it uses. An
+  // Runs on a thread of its own, which may be abandoned, so it must own all that it uses. An
   // exception becomes a problem.
   std::function<Outcome()> run;
   // Checks of one stage run at the same time; the next stage starts after them.
@@ -63,7 +63,7 @@ struct Finding {
 inline constexpr std::chrono::seconds kCheckLimit{10};
 
 // Runs the checks stage by stage and returns their findings in the same order. A check that has not
-// ended `limit` after its stage started is reported as a fault; its thread is left behind and its
+// ended `limit` after its stage started is reported as a fault; its thread is abandoned and its
 // late outcome is dropped. Blocks for at most `limit` a stage; any thread.
 std::vector<Finding> RunChecks(const std::vector<Check>& checks, std::chrono::milliseconds limit);
 

@@ -32,8 +32,8 @@ struct ProxyListDeps {
 // only.
 ProxyListDeps RealProxyOverride();
 
-// The list of the user with that SID; unreadable and read-only unless he is signed in. Windows
-// only.
+// The list of the user with that SID; cannot be read or written unless that user is signed in.
+// Windows only.
 ProxyListDeps ProxyOverrideOf(const std::wstring& sid);
 
 // The list of `user`, as in NotedList, announced on a detached thread. Windows only.

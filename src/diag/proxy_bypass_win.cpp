@@ -41,6 +41,7 @@ std::optional<std::wstring> ReadText(HKEY key) {
     if (!IsText(type) || sizeBytes == 0) return L"";
     // One unit more, for a size that is not a multiple of a unit; half a unit is not a character.
     std::wstring text(sizeBytes / sizeof(wchar_t) + 1, L'\0');
+    // The type may change between the two calls as well.
     status = ::RegQueryValueExW(key, kValue, nullptr, &type,
                                 static_cast<BYTE*>(static_cast<void*>(text.data())), &sizeBytes);
     if (status == ERROR_SUCCESS) return IsText(type) ? Trimmed(std::move(text), sizeBytes) : L"";
@@ -79,7 +80,7 @@ bool WriteProxyOverride(HKEY root, const std::wstring& text) {
                           sizeBytes) == ERROR_SUCCESS;
 }
 
-// The user's part of the registry; loaded only while he is signed in, otherwise empty.
+// The user's part of the registry; loaded only while that user is signed in, otherwise empty.
 platform::RegistryKey RootOf(const std::wstring& sid) {
   HKEY opened = nullptr;
   const LSTATUS status =

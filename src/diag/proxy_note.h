@@ -19,7 +19,7 @@ struct NotedList {
 
 // Records the entries that the program has added to proxy lists. Written before a list changes and
 // cleared when the entries are removed, so that the start after a crash knows which entries are
-// left over and which the user had there before.
+// left over and which are the user's own.
 //
 // Threads: any, under `lock`, which also covers each list from reading to writing it.
 // Errors:  throws only std::bad_alloc. A note that cannot be read, or is cut short, is empty; after

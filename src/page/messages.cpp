@@ -45,7 +45,7 @@ std::wstring WriteSidePanel(const settings::Settings& settings, const TunnelStat
 }
 
 std::wstring TwoDigits(int number) {
-  // Always two units, whatever the number.
+  // Always two units, even for a number out of range.
   return {static_cast<wchar_t>(L'0' + number / 10 % 10), static_cast<wchar_t>(L'0' + number % 10)};
 }
 

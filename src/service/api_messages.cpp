@@ -45,7 +45,7 @@ std::optional<std::wstring> MessageOf(const std::exception_ptr& failure) {
 
 ApiEnvelope ParseApiEnvelope(std::wstring_view body) {
   constexpr wchar_t kByteOrderMark = 0xFEFF;
-  // Some servers write one. The JSON reader would not take the text behind it for JSON.
+  // Some servers write one. The JSON reader does not skip it.
   if (body.starts_with(kByteOrderMark)) body.remove_prefix(1);
   const settings::JsonValue reply = settings::ReadJsonDocument(body);
 

@@ -54,7 +54,7 @@ Ipv4Network AllocateSubstitute(std::uint32_t prefix, const AddressRanges& taken)
       if (*lastTaken >= LastAddress(kNatSpace)) break;
       // Continue with the block after the one that contains the last taken address.
       const std::uint32_t lastOfBlock = *lastTaken | ~MaskOf(prefix);
-      // The next block would lie behind the space.
+      // The next block would be outside the space.
       if (lastOfBlock >= LastAddress(kNatSpace)) break;
       block.network = lastOfBlock + 1;
     }

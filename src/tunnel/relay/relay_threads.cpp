@@ -24,7 +24,7 @@ void SendFrames(const Payloads& payloads, RelayLink& link) {
 }
 
 // Sends by UDP as much as possible and leaves the rest in `rest`. A datagram may overtake an
-// earlier frame; there is no order between the two paths anyway.
+// earlier frame; the two paths have no common order anyway.
 void SendDatagrams(std::span<const Packet> batch, UdpRelay& udp, Payloads& rest) {
   rest.clear();
   // Once per batch: a path that closes in between refuses each packet itself.
@@ -179,7 +179,7 @@ bool RelayWatch::Answers(WebSocketRelay& relay) {
   const platform::MutexLock held(lock_);
   while (!isStopped_ && relay.ReceivedBytes() == before) {
     if (!relay.IsConnected() || std::chrono::steady_clock::now() >= end) return false;
-    // The receiving thread only counts bytes and wakes nobody, hence the short waits.
+    // The receiving thread only counts bytes, without waking anyone; hence the short waits.
     changed_.WaitFor(lock_, kPollInterval);
   }
   return true;

@@ -85,7 +85,7 @@ class UdpNetwork {
 UdpNetwork& RealUdpNetwork();
 
 // The UDP path over a datagram socket. A start sends up to four hellos and waits 900 ms for each
-// answer; afterwards a hello goes out every 15 s. Each acknowledgement carries the token for all
+// answer; afterwards it sends a hello every 15 s. Each acknowledgement carries the token for all
 // packets and makes the path ready. After 45 s without one, or when a hello cannot be sent, the
 // path is not ready until the next acknowledgement.
 //
