@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/socket.h"
+#include "platform/system_error.h"
 #include "service/api_messages.h"
 #include "settings/json.h"
 #include "text/strings.h"

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace checks {
 namespace {
@@ -51,7 +52,7 @@ void AddConfiguration(SC_HANDLE manager, ServiceFacts& service) {
 
 // The records and, in the same buffer, their texts.
 struct DriverList {
-  std::unique_ptr<std::byte[]> buffer;
+  std::vector<std::byte> buffer;
   DWORD count = 0;
   DWORD error = 0;
 };
@@ -66,7 +67,7 @@ DriverList EnumerateDrivers(SC_HANDLE manager) {
     list.error = 0;
     const BOOL isWhole =
         ::EnumServicesStatusExW(manager, SC_ENUM_PROCESS_INFO, SERVICE_DRIVER, SERVICE_STATE_ALL,
-                                reinterpret_cast<BYTE*>(list.buffer.get()), sizeBytes,
+                                reinterpret_cast<BYTE*>(list.buffer.data()), sizeBytes,
                                 &missingBytes, &list.count, &resume, nullptr);
     if (isWhole != FALSE) return list;
     list.error = ::GetLastError();
@@ -74,7 +75,7 @@ DriverList EnumerateDrivers(SC_HANDLE manager) {
     list.count = 0;
     if (list.error != ERROR_MORE_DATA) return list;
     sizeBytes += missingBytes;
-    list.buffer = std::make_unique<std::byte[]>(sizeBytes);
+    list.buffer.resize(sizeBytes);
   }
   return list;
 }
@@ -94,7 +95,7 @@ ServiceList ListDrivers() {
   const DriverList list = EnumerateDrivers(manager.Get());
   result.error = list.error;
   const auto* const records =
-      reinterpret_cast<const ENUM_SERVICE_STATUS_PROCESSW*>(list.buffer.get());
+      reinterpret_cast<const ENUM_SERVICE_STATUS_PROCESSW*>(list.buffer.data());
   for (DWORD i = 0; i < list.count; ++i) {
     ServiceFacts service;
     service.name = records[i].lpServiceName;

@@ -93,7 +93,7 @@ std::uintptr_t ReportTo(const std::shared_ptr<HttpCall>& call, HINTERNET request
     ThrowFailure("WinHttpSetStatusCallback", ::GetLastError());
   }
   auto share = std::make_unique<HandleShare>(call);
-  auto* context = share.get();
+  auto context = reinterpret_cast<DWORD_PTR>(share.get());
   if (::WinHttpSetOption(request, WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context)) ==
       FALSE) {
     ThrowFailure("WinHttpSetOption", ::GetLastError());

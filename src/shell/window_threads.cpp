@@ -55,8 +55,8 @@ void MainWindow::Work(HWND window, JobKind job,
                      [window](const std::wstring& line) { PostText(window, kNotice, line); },
                      &client_.RequestFailed()};
   std::wstring text = RunJob(
-      [this, job](settings::JobSettings& given, tunnel::Tunnel& tunnel, const JobLink& given_link) {
-        return deps_->RunJob(job, given, tunnel, given_link);
+      [this, job](settings::JobSettings& given, tunnel::Tunnel& tunnel, const JobLink& jobLink) {
+        return deps_->RunJob(job, given, tunnel, jobLink);
       },
       *settings, client_.Tunnel(), link);
   settings.reset();  // merges the job's changes before the window reads its result
