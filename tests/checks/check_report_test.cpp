@@ -23,7 +23,7 @@ Outcome Broken() {
   return outcome;
 }
 
-// Refuses reports at some paths and collects the others.
+// Fails to write at some paths and stores all other files.
 class ReportFiles : public platform::MemoryFiles {
  public:
   std::wstring Write(const std::wstring& path, const std::string& bytes) override {
@@ -59,13 +59,13 @@ class Reports : public testing::Test {
   std::vector<std::wstring> opened_;
 };
 
-TEST_F(Reports, GoWhereTheyAreAskedTo) {
+TEST_F(Reports, AreWrittenToTheGivenPath) {
   EXPECT_EQ(WriteCheckReport(L"D:\\a.txt", deps_).path, L"D:\\a.txt");
   EXPECT_EQ(written_.size(), 1u);
   EXPECT_EQ(opened_, std::vector<std::wstring>{L"D:\\a.txt"});
 }
 
-TEST_F(Reports, GoToTheFirstFolderThatTakesThem) {
+TEST_F(Reports, AreWrittenToTheFirstWritableFolder) {
   const std::wstring desktop = std::wstring(L"C:\\Desktop\\") + kName;
   const std::wstring temp = std::wstring(L"C:\\Temp\\") + kName;
   EXPECT_EQ(WriteCheckReport(std::nullopt, deps_).path, desktop);
@@ -74,7 +74,7 @@ TEST_F(Reports, GoToTheFirstFolderThatTakesThem) {
   EXPECT_EQ(opened_, (std::vector<std::wstring>{desktop, temp}));
 }
 
-TEST_F(Reports, ThatCannotBeWrittenSayWhy) {
+TEST_F(Reports, StateWhyTheyCannotBeWritten) {
   refused_[L"D:\\a.txt"] = L"磁盘空间不足。";
   const WrittenReport written = WriteCheckReport(L"D:\\a.txt", deps_);
   EXPECT_EQ(written.path, L"");
@@ -82,7 +82,7 @@ TEST_F(Reports, ThatCannotBeWrittenSayWhy) {
   EXPECT_TRUE(opened_.empty());
 }
 
-TEST_F(Reports, SayEverythingAndNoSecret) {
+TEST_F(Reports, ContainEverythingButSecrets) {
   WriteCheckReport(L"r", deps_);
   const std::string& bytes = written_[L"r"];
   ASSERT_TRUE(bytes.starts_with("\xEF\xBB\xBF"));
@@ -136,7 +136,7 @@ std::string NumberedLines(int first, int count) {
   return text;
 }
 
-TEST(LogTails, HoldTheLastLinesOfTheNewestAndThenOfOlderOnes) {
+TEST(LogTails, ContainTheLastLinesOfTheNewestThenOfOlderFiles) {
   platform::MemoryFiles files;
   files.files = {{L"new", NumberedLines(1000, 250)},
                  {L"old", NumberedLines(0, 400)},

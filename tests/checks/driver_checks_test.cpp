@@ -63,13 +63,13 @@ TEST_F(DriverChecks, OpenWithTheMaximumOfUnusedRoutes) {
   EXPECT_EQ(opened[1].filter, "false");
 }
 
-TEST_F(DriverChecks, RemoveAServiceThatTheyCreated) {
+TEST_F(DriverChecks, RemoveTheServiceThatTheyCreated) {
   CheckDriverOpens(deps_);
   EXPECT_EQ(commands_, (Texts{L"sc stop WinDivert64", L"sc delete WinDivert64",
                               L"sc stop WinDivert", L"sc delete WinDivert"}));
 }
 
-TEST_F(DriverChecks, LeaveAServiceThatWasThereOrThatAClientUses) {
+TEST_F(DriverChecks, KeepAServiceThatExistedOrThatAClientUses) {
   deps_.wasServiceThere = true;
   CheckDriverOpens(deps_);
   deps_.wasServiceThere = false;
@@ -97,8 +97,8 @@ TEST_F(DriverChecks, ExplainWhyItDoesNotOpen) {
   EXPECT_EQ(commands_.size(), 4u);
 }
 
-// A connection stops such a service and tries again.
-TEST_F(DriverChecks, OnlyNoteWhatAConnectionCures) {
+// Connecting stops such a service and tries again.
+TEST_F(DriverChecks, OnlyNoteProblemsThatAConnectionSolves) {
   driver_.FailNth(Call::Open, 2);
   driver_.SetOpenError(1058);
   EXPECT_EQ(CheckDriverOpens(deps_).WorstVerdict(), Verdict::Note);
@@ -113,8 +113,8 @@ TEST_F(DriverChecks, ExplainALibraryThatDoesNotLoad) {
   EXPECT_EQ(ProblemsOf(CheckDriverSums(deps_)), fault);
 }
 
-// The fake computes them by itself.
-TEST_F(DriverChecks, TakeRightSums) {
+// The fake driver computes them without the program's code.
+TEST_F(DriverChecks, AcceptCorrectChecksums) {
   const Outcome outcome = CheckDriverSums(deps_);
   EXPECT_EQ(ProblemsOf(outcome), Texts{});
   EXPECT_EQ(outcome.lines, (Texts{L"ICMP：正确", L"TCP：正确", L"UDP：正确"}));
@@ -122,7 +122,7 @@ TEST_F(DriverChecks, TakeRightSums) {
 
 int (*theCalculation)(void*, std::uint32_t, tunnel::WinDivertAddress*, std::uint64_t) = nullptr;
 
-TEST_F(DriverChecks, FaultEachWrongSum) {
+TEST_F(DriverChecks, FaultEachWrongChecksum) {
   deps_.load = [this] {
     auto api = driver_.Api();
     theCalculation = api->calcChecksums;

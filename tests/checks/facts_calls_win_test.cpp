@@ -1,4 +1,4 @@
-// What the checks ask of Windows: every call with its arguments, and what comes of a failure.
+// Every Windows call of the checks: its arguments, and the effect of its failure.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -20,7 +20,7 @@ namespace {
 
 using namespace win32;
 
-TEST(FolderCalls, WriteAFileThatGoesWithItsHandle) {
+TEST(FolderCalls, WriteAFileThatIsDeletedWithItsHandle) {
   const platform::ScratchFolder scratch;
   const std::wstring folder = scratch.Folder();
   const std::wstring probe = scratch.Path(L"Velmarine.Check.probe");
@@ -95,10 +95,11 @@ TEST(ProgramCalls, ReadTheOwnFile) {
 
 constexpr wchar_t kPath[] = L"\\??\\C:\\R\\WinDivert64.sys";
 
-// A manager with one ordinary driver and WinDivert's, which is disabled and half deleted.
+// Simulates a service manager with an ordinary driver and WinDivert's, which is disabled and marked
+// for deletion.
 void AnswerServices(Calls& calls) {
   constexpr DWORD kListBytes = 2 * sizeof(ENUM_SERVICE_STATUS_PROCESSW);
-  // A handle that can be closed.
+  // Any handle; CloseServiceHandle() accepts it.
   calls.AnswerWith<Api::OpenServiceW>([](SC_HANDLE, const wchar_t*, DWORD) {
     return Real<Api::OpenSCManagerW>()(nullptr, nullptr, SC_MANAGER_CONNECT);
   });
@@ -147,7 +148,7 @@ std::string Described(const ServiceList& list) {
   return text;
 }
 
-TEST(ServiceCalls, AskTheManagerForDriversAndForWinDivertsMore) {
+TEST(ServiceCalls, QueryAllDriversAndTheDetailsOfWinDiverts) {
   Calls calls;
   AnswerServices(calls);
   EXPECT_EQ(Described(ListDrivers()),
@@ -176,7 +177,7 @@ TEST(ServiceCalls, AskTheManagerForDriversAndForWinDivertsMore) {
   EXPECT_EQ(calls.Unbalanced(), "");
 }
 
-TEST(ServiceCalls, DoWithoutWhatFails) {
+TEST(ServiceCalls, ContinueAfterAFailure) {
   const std::string all = "0 disk running WinDivert disabled marked\\??\\C:\\R\\WinDivert64.sys";
   EXPECT_EQ(
       EachFailure([] { return Described(ListDrivers()); }, ERROR_ACCESS_DENIED, AnswerServices),
@@ -262,9 +263,9 @@ TEST(ProxyCalls, KeepTheCodeOfAFailure) {
   EXPECT_TRUE(calls.Had(Said<Api::GetLastError>()));
 }
 
-// ---- time, power, the file's program
+// ---- time, power, opening a file
 
-TEST(TimeZoneCalls, NameTheZoneAndItsDistance) {
+TEST(TimeZoneCalls, ReturnTheZonesNameAndOffset) {
   Calls calls;
   DWORD kind = TIME_ZONE_ID_STANDARD;
   calls.AnswerWith<Api::GetTimeZoneInformation>([&kind](TIME_ZONE_INFORMATION* zone) {
@@ -284,9 +285,9 @@ TEST(TimeZoneCalls, NameTheZoneAndItsDistance) {
   EXPECT_EQ(TimeZoneLine(), L"时区：系统没有说");
 }
 
-TEST(PowerCalls, TakeTheSystemsLibrary) {
+TEST(PowerCalls, LoadTheSystemsLibrary) {
   Calls calls;
-  ReadPowerFacts();  // whatever this system says
+  ReadPowerFacts();  // the result depends on this system
   EXPECT_TRUE(
       calls.Had(Said<Api::LoadLibraryExW>(L"powrprof.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)));
   calls.Fail(Api::LoadLibraryExW, ERROR_MOD_NOT_FOUND);

@@ -1,4 +1,4 @@
-// What each judging check says of which facts.
+// The verdicts of the checks that judge facts.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,7 +11,7 @@
 namespace checks {
 namespace {
 
-// "正常", or each problem's kind and text, one a line.
+// "正常", or each problem's kind and text, one per line.
 std::wstring ProblemText(const Outcome& outcome) {
   std::wstring said;
   for (const Problem& problem : outcome.problems) {
@@ -61,7 +61,7 @@ TEST(RightsCheck, FaultsMissingRights) {
             L"提示 本程序以另一账户的权限运行：设置和档案存在那个账户下，代理旁路为两个用户维护\n");
 }
 
-TEST(FolderCheck, FaultsWhatCannotBeWrittenAndFullDisks) {
+TEST(FolderCheck, FaultsUnwritableFoldersAndFullDisks) {
   constexpr std::uint64_t kMany = 1ull << 40;
   EXPECT_EQ(ProblemText(JudgeFolders({{L"日志文件夹", L"C:\\a\\Log", L"C:\\a", 0, kMany}})),
             L"正常");
@@ -82,7 +82,7 @@ TEST(RunningCheck, NotesAnotherClient) {
             L"提示 客户端正在运行；一台电脑同时只能运行一个\n");
 }
 
-TEST(SettingsCheck, TellsWhatIsLeftOfASuddenEnd) {
+TEST(SettingsCheck, ReportsTheRemainsOfASuddenEnd) {
   SettingsFacts facts;
   facts.exists = true;
   facts.profiles = 3;
@@ -99,15 +99,15 @@ TEST(SettingsCheck, TellsWhatIsLeftOfASuddenEnd) {
             L"提示 上次运行在代理旁路名单里留下了 2 条\n");
 }
 
-// A running client has its connection and its entries.
-TEST(SettingsCheck, TakesWhatARunningClientHasForGranted) {
+// A running client has a connection and proxy entries.
+TEST(SettingsCheck, AcceptsTheTracesOfARunningClient) {
   SettingsFacts facts;
   facts.remembersConnection = true;
   facts.proxyNote = {{L"", {L"10.1.2.*"}}};
   EXPECT_EQ(ProblemText(JudgeSettings(facts, true)), L"正常");
 }
 
-TEST(SettingsCheck, KnowsDamagedFilesByTheirNames) {
+TEST(SettingsCheck, RecognisesDamagedFilesByTheirNames) {
   EXPECT_EQ(DamagedSettings({L"Client.settings.json", L"Client.settings.damaged-2.json", L"x"}),
             std::vector<std::wstring>{L"Client.settings.damaged-2.json"});
 }
@@ -124,7 +124,7 @@ TEST(WebViewCheck, NamesTheRuntimeThatIsUsed) {
   EXPECT_EQ(ProblemText(JudgeWebView({old})), L"异常 没有可用的 WebView2 运行时，界面打不开\n");
 }
 
-TEST(PowerCheck, NotesWhatEndsAConnection) {
+TEST(PowerCheck, NotesSettingsThatEndAConnection) {
   PowerFacts facts;
   facts.sleepSeconds = {0, 600};
   facts.lidAction = {1, 1};
@@ -160,7 +160,7 @@ class NetworkCheck : public testing::Test {
   NetworkFacts facts_;
 };
 
-TEST_F(NetworkCheck, IsContentWithAnOrdinaryNetwork) {
+TEST_F(NetworkCheck, AcceptsAnOrdinaryNetwork) {
   EXPECT_EQ(ProblemText(JudgeNetworks(facts_)), L"正常");
   EXPECT_TRUE(Has(JudgeNetworks(facts_).lines, L"以太网（driver）：192.168.1.10/24"));
 }
@@ -217,7 +217,7 @@ TEST(ProxyCheck, NotesProxiesAndScripts) {
   EXPECT_EQ(ProblemText(JudgeProxies(facts)), L"提示 读不出系统（WinHTTP）代理：错误 5\n");
 }
 
-TEST(NeighbourCheck, KnowsVpnsByTheirDriversAndAdapters) {
+TEST(NeighbourCheck, RecognisesVpnsByTheirDriversAndAdapters) {
   ServiceList services;
   services.drivers = {{L"NPCAP", L"", true, false, false, L""},
                       {L"disk", L"", true, false, false, L""}};

@@ -20,7 +20,7 @@ Outcome Seen(const wchar_t* line) {
   return outcome;
 }
 
-TEST(RunChecks, GivesAFindingForEachInTheirOrder) {
+TEST(RunChecks, ReturnsAFindingForEachCheckInOrder) {
   const auto findings = RunChecks({{"b", L"二", "Second.", [] { return Seen(L"2"); }, 1},
                                    {"a", L"一", "First.", [] { return Seen(L"1"); }, 0}},
                                   std::chrono::seconds(20));
@@ -32,7 +32,7 @@ TEST(RunChecks, GivesAFindingForEachInTheirOrder) {
   EXPECT_EQ(findings[1].outcome.WorstVerdict(), Verdict::Well);
 }
 
-TEST(RunChecks, BeginsAStageBehindTheOneBefore) {
+TEST(RunChecks, BeginsAStageAfterThePreviousOne) {
   const auto order = std::make_shared<std::string>();
   RunChecks({{"late", L"", "",
               [order] {
@@ -50,7 +50,7 @@ TEST(RunChecks, BeginsAStageBehindTheOneBefore) {
   EXPECT_EQ(*order, "12");
 }
 
-TEST(RunChecks, LeavesOneThatDoesNotEndBehind) {
+TEST(RunChecks, AbandonsACheckThatDoesNotEnd) {
   const auto release = std::make_shared<std::promise<void>>();
   const auto ended = std::make_shared<std::promise<void>>();
   const auto findings = RunChecks({{"slow", L"", "",
@@ -69,7 +69,7 @@ TEST(RunChecks, LeavesOneThatDoesNotEndBehind) {
   ended->get_future().wait();
 }
 
-TEST(RunChecks, MakesWhatACheckThrowsAFault) {
+TEST(RunChecks, ReportsAnExceptionAsAFault) {
   const auto findings =
       RunChecks({{"bad", L"", "", []() -> Outcome { throw std::runtime_error("no luck"); }}},
                 std::chrono::seconds(20));

@@ -18,7 +18,7 @@ std::wstring SaidOf(const Outcome& outcome) {
   return outcome.problems.empty() ? L"正常" : outcome.problems[0].text;
 }
 
-// Gives one scripted result after the other, and silence behind them.
+// Returns scripted results one by one, then only time-outs.
 class ScriptedSocket final : public tunnel::DatagramSocket {
  public:
   void SetReceiveTimeout(std::chrono::milliseconds) noexcept override {}
@@ -44,7 +44,7 @@ class ScriptedSocket final : public tunnel::DatagramSocket {
   std::vector<std::vector<std::byte>> sent;
 };
 
-// What this system says when nothing came in time.
+// The code of a receive time-out on this system.
 int ScriptedSocket::TimeoutCode() {
   platform::SocketLibrary library;
   EXPECT_EQ(library.Start(), 0);
@@ -78,7 +78,7 @@ std::vector<std::byte> Acknowledgement() {
   return bytes;
 }
 
-TEST_F(UdpCheck, TakesAnAcknowledgement) {
+TEST_F(UdpCheck, AcceptsAnAcknowledgement) {
   socket_->answers = {Acknowledgement()};
   EXPECT_EQ(SaidOf(Run()), L"正常");
   EXPECT_EQ(socket_->sent.size(), 1u);
@@ -122,7 +122,7 @@ class TcpCheck : public testing::Test {
   std::wstring url_;
 };
 
-TEST_F(TcpCheck, TellsHowLongAConnectionTook) {
+TEST_F(TcpCheck, ReportsTheTimeToConnect) {
   ASSERT_EQ(listener_->Listen(), 0);
   const Outcome outcome = CheckServiceTcp(url_);
   EXPECT_EQ(SaidOf(outcome), L"正常");
@@ -138,7 +138,7 @@ HttpAnswer Answered(const wchar_t* body, const wchar_t* date = L"Sun, 06 Nov 199
   return {200, date, body, L""};
 }
 
-TEST(ReplyCheck, KnowsTheServiceByItsForm) {
+TEST(ReplyCheck, RecognisesTheServiceByItsReply) {
   EXPECT_EQ(SaidOf(JudgeReply(Answered(LR"({"success":true,"data":{}})"))), L"正常");
   EXPECT_EQ(SaidOf(JudgeReply(Answered(LR"({"success":false,"message":"不行"})"))),
             L"中心服务拒绝了版本询问：不行");
@@ -152,7 +152,7 @@ TEST(ReplyCheck, KnowsTheServiceByItsForm) {
 }
 
 TEST(ClockCheck, FaultsMoreThanFiveMinutes) {
-  constexpr std::int64_t kThen = 784111777;  // of that date
+  constexpr std::int64_t kThen = 784111777;  // Answered()'s date
   const auto said = [](std::int64_t now) { return SaidOf(JudgeClock(Answered(L""), now, L"z")); };
   EXPECT_EQ(said(kThen + 300), L"正常");
   EXPECT_EQ(said(kThen - 300), L"正常");
@@ -164,7 +164,7 @@ TEST(ClockCheck, FaultsMoreThanFiveMinutes) {
             L"服务没有回答，时钟没有对过：no way");
 }
 
-TEST(HttpDate, IsReadInItsOneForm) {
+TEST(HttpDate, IsReadOnlyInItsStandardForm) {
   EXPECT_EQ(ParseHttpDate(L"Thu, 01 Jan 1970 00:00:00 GMT"), 0);
   EXPECT_EQ(ParseHttpDate(L"Thu, 29 Feb 2024 23:59:59 GMT"), 1709251199);
   for (const wchar_t* text :

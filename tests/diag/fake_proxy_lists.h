@@ -9,7 +9,7 @@
 
 namespace diag {
 
-// A note's file in memory, as a sudden end of the program would leave it.
+// A note's file in memory. Tests can end the program at any step by throwing from `onStep`.
 struct MemoryNote : platform::FileDeps {
   std::optional<std::string> bytes;
   bool writes = true;                    // false: writes are lost
@@ -30,7 +30,7 @@ struct MemoryNote : platform::FileDeps {
   std::vector<std::wstring> ListFiles(const std::wstring&) override { return {}; }
 };
 
-// A user's list, counting its writes and announcements.
+// A user's list; counts writes and notifications.
 struct FakeList {
   std::wstring list;
   int writes = 0;

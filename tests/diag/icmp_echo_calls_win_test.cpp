@@ -1,4 +1,4 @@
-// Every call of an echo request: its arguments, and what comes of its failure.
+// Every call of an echo request: its arguments, and the effect of its failure.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -12,7 +12,7 @@ namespace {
 
 using namespace win32;
 
-// Has the network answer with so many replies, the first of this status after 12 ms.
+// Makes the network return this many replies, the first with this status after 12 ms.
 void AnswerEchoes(Calls& calls, DWORD replies, ULONG status) {
   calls.AnswerWith<Api::IcmpSendEcho>([replies, status](HANDLE, IPAddr, void*, WORD,
                                                         IP_OPTION_INFORMATION*, void* buffer, DWORD,
@@ -25,7 +25,7 @@ void AnswerEchoes(Calls& calls, DWORD replies, ULONG status) {
   });
 }
 
-TEST(IcmpEchoCalls, SendNineLettersAndAZeroForASecond) {
+TEST(IcmpEchoCalls, SendNineLettersAndAZeroAndWaitOneSecond) {
   Calls calls;
   AnswerEchoes(calls, 1, IP_SUCCESS);
   const Echo echo = SendEcho(0x0A000001);
@@ -40,7 +40,7 @@ TEST(IcmpEchoCalls, SendNineLettersAndAZeroForASecond) {
   }));
 }
 
-TEST(IcmpEchoCalls, TellAnAnswerFromARefusalAndFromSilence) {
+TEST(IcmpEchoCalls, DistinguishAnswersRefusalsAndSilence) {
   const struct {
     DWORD replies;
     ULONG status;
@@ -58,7 +58,7 @@ TEST(IcmpEchoCalls, TellAnAnswerFromARefusalAndFromSilence) {
   }
 }
 
-TEST(IcmpEchoCalls, LeaveTheirTextWhenOneFails) {
+TEST(IcmpEchoCalls, MapEachFailureToItsText) {
   const auto test = []() -> std::string {
     settings::Settings settings;
     settings.testIp = L"127.0.0.1";

@@ -16,7 +16,7 @@ TEST(IcmpEcho, IsAnsweredByThisComputer) {
   }
 }
 
-TEST(IcmpEcho, MayBeAskedForByManyAtATimeAndManyTimes) {
+TEST(IcmpEcho, MayBeSentByManyThreadsManyTimes) {
   std::vector<std::future<int>> askers;
   for (int i = 0; i < 4; ++i) {
     askers.push_back(std::async(std::launch::async, [] {

@@ -30,7 +30,7 @@ TEST_F(LatencyTest, MeasuresTheRoundTrip) {
   EXPECT_EQ(asked_, std::vector<std::uint32_t>{0xC0A80114});
 }
 
-TEST_F(LatencyTest, MeasuresWithBlanksAroundTheAddressAndShowsItWithoutThem) {
+TEST_F(LatencyTest, TrimsTheAddress) {
   EXPECT_EQ(Run(L" \t192.168.1.20\r\n"), L"通讯延迟 12 ms：192.168.1.20");
   ExpectKept(L"12 ms");
   EXPECT_EQ(Run(L"\x3000"
@@ -42,7 +42,7 @@ TEST_F(LatencyTest, MeasuresWithBlanksAroundTheAddressAndShowsItWithoutThem) {
             L"10.0.0.1\x00A0");
 }
 
-TEST_F(LatencyTest, NothingEnteredIsSaidAndNotAsked) {
+TEST_F(LatencyTest, AnEmptyAddressIsReportedWithoutAnEcho) {
   for (const wchar_t* address : {L"", L" ", L"\t\r\n\x3000"}) {
     EXPECT_EQ(Run(address), L"通讯延迟：未填写测试 IP。");
     ExpectKept(L"未填写测试 IP");
@@ -50,7 +50,7 @@ TEST_F(LatencyTest, NothingEnteredIsSaidAndNotAsked) {
   EXPECT_TRUE(asked_.empty());
 }
 
-TEST_F(LatencyTest, WhatIsNoIpv4AddressIsSaidAndNotAsked) {
+TEST_F(LatencyTest, AnInvalidAddressIsReportedWithoutAnEcho) {
   for (const wchar_t* address :
        {L"256.1.1.1",       L"plc.local", L"localhost", L"::1",        L"fe80::1",
         L"::ffff:10.0.0.1", L"1.2.3",     L"1.2.3.4.5", L"1.2.3.4.",   L"1.2.3.4:80",
@@ -69,7 +69,7 @@ struct OutcomeRow {
   const wchar_t* kept;
 };
 
-TEST_F(LatencyTest, TellsEveryOutcomeAndKeepsIt) {
+TEST_F(LatencyTest, ReportsAndKeepsEveryOutcome) {
   const OutcomeRow rows[] = {
       {"no handle", {EchoOutcome::NoHandle, 5}, L"通讯延迟测试失败：无法创建 ICMP 句柄。", L"失败"},
       {"silence", {EchoOutcome::Silence, 5}, L"通讯延迟测试超时：10.0.0.1", L"超时"},
@@ -88,7 +88,7 @@ TEST_F(LatencyTest, TellsEveryOutcomeAndKeepsIt) {
   EXPECT_EQ(asked_, std::vector<std::uint32_t>(std::size(rows), 0x0A000001));
 }
 
-TEST_F(LatencyTest, AsksForEveryAddressThatCanBeWritten) {
+TEST_F(LatencyTest, AcceptsEveryAddress) {
   Run(L"0.0.0.0");
   Run(L"255.255.255.255");
   EXPECT_EQ(asked_, (std::vector<std::uint32_t>{0, 0xFFFFFFFF}));

@@ -40,7 +40,7 @@ TEST(RouteToBypassEntry, CoversTheNetworkWithWholeBytes) {
   for (const RouteRow& row : rows) EXPECT_EQ(RouteToBypassEntry(row.route), row.entry) << row.route;
 }
 
-TEST(RouteToBypassEntry, TakesBlanksAroundTheParts) {
+TEST(RouteToBypassEntry, AllowsBlanksAroundTheParts) {
   for (const wchar_t* route :
        {L" 10.1.2.0/24", L"10.1.2.0/24\r\n", L"10.1.2.0 / 24", L"\t10.1.2.0\t/\t24\t",
         L"\x3000"
@@ -50,13 +50,13 @@ TEST(RouteToBypassEntry, TakesBlanksAroundTheParts) {
   }
 }
 
-TEST(RouteToBypassEntry, TakesLeadingZerosOfThePrefixHoweverMany) {
+TEST(RouteToBypassEntry, AllowsAnyNumberOfLeadingZerosInThePrefix) {
   EXPECT_EQ(RouteToBypassEntry(L"10.1.2.0/024"), L"10.1.2.*");
   EXPECT_EQ(RouteToBypassEntry(L"10.1.2.0/" + std::wstring(5000, L'0') + L"24"), L"10.1.2.*");
   EXPECT_EQ(RouteToBypassEntry(L"10.1.2.0/" + std::wstring(5000, L'0')), L"");
 }
 
-TEST(RouteToBypassEntry, GivesNothingForWhatIsNoRoute) {
+TEST(RouteToBypassEntry, IsEmptyForInvalidRoutes) {
   for (const wchar_t* route : {L"",
                                L" ",
                                L"/",
@@ -89,14 +89,14 @@ TEST(RouteToBypassEntry, GivesNothingForWhatIsNoRoute) {
   }
 }
 
-TEST(RouteToBypassEntry, GivesNothingForAPrefixThatOverflows) {
-  // Each is some power of two and 24: what is left of it in 32 and in 64 bits.
+TEST(RouteToBypassEntry, IsEmptyForAPrefixThatOverflows) {
+  // The first two are 24 plus a power of two, which 32 or 64 bits would truncate to 24.
   EXPECT_EQ(RouteToBypassEntry(L"10.1.2.0/4294967320"), L"");
   EXPECT_EQ(RouteToBypassEntry(L"10.1.2.0/18446744073709551640"), L"");
   EXPECT_EQ(RouteToBypassEntry(L"10.1.2.0/" + std::wstring(5000, L'9')), L"");
 }
 
-// An entry covers every address of its route, whatever the route.
+// An entry covers every address of its route.
 TEST(RouteToBypassEntry, CoversEveryAddressOfRandomRoutes) {
   std::mt19937 engine(20260401);
   std::uniform_int_distribution<std::uint32_t> random;
@@ -117,7 +117,7 @@ TEST(RouteToBypassEntry, CoversEveryAddressOfRandomRoutes) {
   }
 }
 
-TEST(BypassEntriesForRoutes, KeepsTheOrderAndTheFirstOfEqualOnes) {
+TEST(BypassEntriesForRoutes, KeepsTheOrderAndDropsDuplicates) {
   EXPECT_EQ(BypassEntriesForRoutes({L"10.1.2.0/24", L"bad", L"10.1.2.128/25", L"10.1.2.9/32",
                                     L"0.0.0.0/0", L"10.1.0.0/16", L"10.1.2.0/24"}),
             (Entries{L"10.1.2.*", L"10.1.2.9", L"10.1.*"}));
@@ -147,14 +147,14 @@ class ProxyBypass : public testing::Test {
   ProxyNote note_{L"Client.proxy.json", memory_};
 };
 
-TEST_F(ProxyBypass, AddsWhatIsNotThereYetAndReportsAll) {
+TEST_F(ProxyBypass, AddsMissingEntriesAndReportsAll) {
   list_ = L"localhost;<local>;10.1.*";
   EXPECT_EQ(Add({L"10.1.0.0/16", L"192.168.5.0/24"}), L"已加入系统代理旁路：10.1.*;192.168.5.*");
   EXPECT_EQ(list_, L"localhost;<local>;10.1.*;192.168.5.*");
   EXPECT_EQ(writes_, 1);
 }
 
-TEST_F(ProxyBypass, RemovesItsEntriesAndThoseThatWereThereBefore) {
+TEST_F(ProxyBypass, RemovesItsEntriesEvenIfTheyExistedBefore) {
   list_ = L"localhost;<local>;10.1.*";
   Add({L"10.1.0.0/16", L"192.168.5.0/24"});
   EXPECT_EQ(Remove({L"10.1.0.0/16", L"192.168.5.0/24"}), L"已移除系统代理旁路：10.1.*;192.168.5.*");
@@ -170,27 +170,27 @@ TEST_F(ProxyBypass, StartsAndEndsWithAnEmptyList) {
   EXPECT_EQ(writes_, 2);
 }
 
-TEST_F(ProxyBypass, WritesNothingWhenAllIsThereAndReportsIt) {
+TEST_F(ProxyBypass, ReportsButDoesNotWriteWhenAllEntriesExist) {
   list_ = L" 10.1.2.* ;; x ";
   EXPECT_EQ(Add({L"10.1.2.0/24"}), L"已加入系统代理旁路：10.1.2.*");
   EXPECT_EQ(list_, L" 10.1.2.* ;; x ");
   EXPECT_EQ(writes_, 0);
 }
 
-TEST_F(ProxyBypass, WritesAndReportsNothingWhenNoneIsThereToRemove) {
+TEST_F(ProxyBypass, WritesAndReportsNothingWhenNoEntryExists) {
   list_ = L" x ;; y ";
   EXPECT_EQ(Remove({L"10.1.2.0/24"}), L"");
   EXPECT_EQ(list_, L" x ;; y ");
   EXPECT_EQ(writes_, 0);
 }
 
-TEST_F(ProxyBypass, ReportsAllEntriesWhenSomeWereThereToRemove) {
+TEST_F(ProxyBypass, ReportsAllEntriesWhenSomeAreRemoved) {
   list_ = L"10.1.2.*;x";
   EXPECT_EQ(Remove({L"10.9.0.0/16", L"10.1.2.0/24"}), L"已移除系统代理旁路：10.9.*;10.1.2.*");
   EXPECT_EQ(list_, L"x");
 }
 
-TEST_F(ProxyBypass, DoesNotLookAtTheListWithoutAnEntry) {
+TEST_F(ProxyBypass, DoesNotReadTheListWithoutAnEntry) {
   for (const Entries& routes : {Entries{}, Entries{L"10.1.2.3"}, Entries{L"1.0.0.0/7", L""}}) {
     EXPECT_EQ(Add(routes), L"");
     EXPECT_EQ(Remove(routes), L"");
@@ -199,7 +199,7 @@ TEST_F(ProxyBypass, DoesNotLookAtTheListWithoutAnEntry) {
   EXPECT_EQ(writes_, 0);
 }
 
-TEST_F(ProxyBypass, TrimsAndTidiesTheListWhenItIsWrittenBack) {
+TEST_F(ProxyBypass, TidiesTheListWhenItIsWritten) {
   list_ = L"; localhost ;\t<local>\r\n;; ;\x3000host name\x00A0;";
   Add({L"10.1.2.0/24"});
   EXPECT_EQ(list_, L"localhost;<local>;host name;10.1.2.*");
@@ -241,7 +241,7 @@ class ProxyBypassOfTwoUsers : public testing::Test {
   ProxyNote note_{L"Client.proxy.json", memory_};
 };
 
-TEST_F(ProxyBypassOfTwoUsers, EachListIsEditedByItself) {
+TEST_F(ProxyBypassOfTwoUsers, EachListIsEditedIndependently) {
   FakeList own{L"localhost"};
   FakeList desktop{L"10.1.*;intranet"};
   ProxyListDeps store = own.Store();
@@ -261,7 +261,7 @@ TEST_F(ProxyBypassOfTwoUsers, EachListIsEditedByItself) {
   EXPECT_EQ(desktop.writes, 2);
 }
 
-TEST_F(ProxyBypassOfTwoUsers, AListThatCannotBeReadIsLeftAloneAndTheOtherEdited) {
+TEST_F(ProxyBypassOfTwoUsers, AnUnreadableListIsLeftAloneAndTheOtherEdited) {
   FakeList own{L"localhost"};
   FakeList desktop{L"intranet"};
   ProxyListDeps store = own.Store();
@@ -285,7 +285,7 @@ TEST_F(ProxyBypassOfTwoUsers, AChangeOfTheOtherListAloneIsReported) {
   EXPECT_EQ(desktop.list, L"");
 }
 
-// Whatever is on the list and is none of the routes' stays, in its order, through both.
+// Adding and removing keep all other entries of the list in their order.
 TEST_F(ProxyBypass, LeavesEveryForeignEntryOfRandomLists) {
   std::mt19937 random(20260402);
   for (int round = 0; round < 2000; ++round) {

@@ -37,7 +37,7 @@ class ProxyNoteTest : public testing::Test {
   ProxyNote note_{L"Client.proxy.json", memory_};
 };
 
-TEST_F(ProxyNoteTest, HoldsTheEntriesOfEachUser) {
+TEST_F(ProxyNoteTest, ContainsTheEntriesOfEachUser) {
   EXPECT_EQ(Read(), Lists());
   Remember(L"", {L"10.1.*"});
   Remember(kOtherUser, {L"10.1.*"});
@@ -55,15 +55,15 @@ TEST_F(ProxyNoteTest, IsDeletedOnceItIsEmpty) {
   EXPECT_EQ(memory_.bytes, std::nullopt);
 }
 
-TEST_F(ProxyNoteTest, IsNotWrittenWhereNothingChanges) {
+TEST_F(ProxyNoteTest, IsNotWrittenWhenNothingChanges) {
   memory_.bytes = std::string(kNoteOfTwo) + " ";
   Forget(L"", {L"10.9.*"});
   Forget(L"S-1-5-21-9", {L"10.1.*"});
   EXPECT_EQ(memory_.bytes, std::string(kNoteOfTwo) + " ");
 }
 
-// A cut one is that of a run that ended while it wrote, before it changed the list.
-TEST_F(ProxyNoteTest, IsEmptyWhereItIsCutShortOrNotOurs) {
+// A truncated note is from a run that ended while writing it, before it changed the list.
+TEST_F(ProxyNoteTest, IsEmptyIfTruncatedOrForeign) {
   const std::string whole = kNoteOfTwo;
   for (std::size_t length = 0; length < whole.size() - 2; ++length) {
     memory_.bytes = whole.substr(0, length);
@@ -78,9 +78,9 @@ TEST_F(ProxyNoteTest, IsEmptyWhereItIsCutShortOrNotOurs) {
   }
 }
 
-// ---- what is noted while a list is edited
+// ---- notes made while a list is edited
 
-// Two users' lists, and the program's steps: the run that adds, the run after it.
+// Two users' lists, edited by one run of the program and cleaned up by the next.
 class ProxyLeftovers : public ProxyNoteTest {
  protected:
   ProxyLeftovers() { stores_.others.push_back(desktop_.Store(kOtherUser)); }
@@ -102,7 +102,7 @@ class ProxyLeftovers : public ProxyNoteTest {
 
 const Entries kLeftRoutes = {L"10.1.0.0/16", L"192.168.5.0/24"};
 
-TEST_F(ProxyLeftovers, AreTakenOffByTheNextStartButNotWhatTheUserHadThere) {
+TEST_F(ProxyLeftovers, AreRemovedByTheNextStartButNotTheUsersOwnEntries) {
   Connect(kLeftRoutes);
   ASSERT_EQ(own_.list, L"localhost;10.1.*;192.168.5.*");
   ASSERT_EQ(desktop_.list, L"intranet;10.1.*;192.168.5.*");
@@ -124,7 +124,7 @@ TEST_F(ProxyLeftovers, AreNoneAfterADisconnect) {
   EXPECT_EQ(own_.list, L"192.168.5.*");
 }
 
-TEST_F(ProxyLeftovers, AreNotReportedWhereTheUserRemovedThem) {
+TEST_F(ProxyLeftovers, AreNotReportedIfTheUserRemovedThem) {
   Connect(kLeftRoutes);
   own_.list = L"localhost";
   desktop_.list = L"";
@@ -133,7 +133,7 @@ TEST_F(ProxyLeftovers, AreNotReportedWhereTheUserRemovedThem) {
   EXPECT_EQ(memory_.bytes, std::nullopt);
 }
 
-TEST_F(ProxyLeftovers, AreOneCopyOfEachTheLast) {
+TEST_F(ProxyLeftovers, AreTheLastCopyOfEachEntry) {
   Connect({L"192.168.5.0/24"});
   own_.list = L"192.168.5.*; A ;192.168.5.*;b";
   Start();
@@ -153,7 +153,7 @@ TEST_F(ProxyLeftovers, StayNotedUntilTheirListCanBeEdited) {
   EXPECT_EQ(memory_.bytes, std::nullopt);
 }
 
-TEST_F(ProxyLeftovers, StayNotedWhereADisconnectCouldNotTakeThemOff) {
+TEST_F(ProxyLeftovers, StayNotedIfADisconnectCannotRemoveThem) {
   Connect({L"192.168.5.0/24"});
   own_.writable = false;
   desktop_.readable = false;
@@ -171,7 +171,7 @@ TEST_F(ProxyLeftovers, OfSeveralConnectionsAreAllNoted) {
   EXPECT_EQ(Read(), (Lists{{L"", {L"192.168.5.*"}}, {kOtherUser, {L"192.168.5.*"}}}));
 }
 
-TEST_F(ProxyLeftovers, AreNotHeldUpByADiskThatTakesNoNote) {
+TEST_F(ProxyLeftovers, AreAddedEvenIfTheNoteIsLost) {
   memory_.writes = false;
   Connect({L"192.168.5.0/24"});
   EXPECT_EQ(own_.list, L"localhost;10.1.*;192.168.5.*");
@@ -180,8 +180,8 @@ TEST_F(ProxyLeftovers, AreNotHeldUpByADiskThatTakesNoNote) {
 
 struct EndedHere {};
 
-// At whatever step of an edit the process ends, the user's own entries are there after the next
-// start, and the program's are not.
+// Whichever step of an edit the process ends at, after the next start the list contains all of the
+// user's entries and none of the program's.
 TEST_F(ProxyLeftovers, AreRemovedWhereverTheProgramWasKilled) {
   for (int steps = 0; steps < 8; ++steps) {
     own_ = {L"localhost;10.1.*"};

@@ -1,4 +1,4 @@
-// Every call about the proxy list: its arguments, and what comes of its failure.
+// Every call concerning the proxy list: its arguments, and the effect of its failure.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -23,11 +23,11 @@ HKEY Key(std::uintptr_t number) {
   return reinterpret_cast<HKEY>(number);
 }
 
-// L"a;b" with its zero.
+// The bytes of L"a;b" and its terminating zero.
 const std::string kListBytes("a\0;\0b\0\0\0", 8);
 
-// Has the calls answered by a registry in which every list is "a;b", and by programs that hear at
-// once that it has changed.
+// Simulates a registry in which every list is "a;b", and programs that handle the change
+// notification at once.
 void StandIn(Calls& calls, DWORD type) {
   calls.AnswerWith<Api::RegOpenKeyExW>([](HKEY, const wchar_t* name, DWORD, REGSAM, HKEY* opened) {
     *opened = Key(std::wstring_view(name) == kKey ? 0x102 : 0x101);
@@ -74,7 +74,7 @@ std::string SaidSet(const Handle& key) {
   return Said<Api::RegSetValueExW>(key, L"ProxyOverride", 0, REG_SZ, kListBytes, 8);
 }
 
-// To every top-level window, which has a second and a half unless it hangs.
+// The notification of every top-level window: 1.5 s for each, hung ones are skipped.
 std::string SaidTell() {
   return Said<Api::SendMessageTimeoutW>(HWND_BROADCAST, WM_SETTINGCHANGE, 0, kKey, SMTO_ABORTIFHUNG,
                                         1500, nullptr);
@@ -103,7 +103,7 @@ TEST_F(ProxyOverrideCalls, ReadTheUsersOwnList) {
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-TEST_F(ProxyOverrideCalls, WriteTheUsersOwnListAndTellEveryProgram) {
+TEST_F(ProxyOverrideCalls, WriteTheUsersOwnListAndNotifyEveryProgram) {
   EXPECT_TRUE(own_.write(L"a;b"));
   own_.announce();
   EXPECT_TRUE(calls_.Were({
@@ -142,7 +142,7 @@ TEST_F(ProxyOverrideCalls, WriteTheListOfAnotherUser) {
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-// A list that cannot be read must not count as empty.
+// Distinguishes a list that cannot be read from an empty one.
 std::string ReadOf(const ProxyListDeps& store) {
   const std::optional<std::wstring> list = store.read();
   return list ? "\"" + text::ToUtf8(*list) + "\"" : "unknown";
@@ -158,7 +158,7 @@ TEST(ProxyOverrideFailures, LeaveTheListUnknown) {
             "RegCloseKey: \"a;b\"\nRegCloseKey: \"a;b\"\n");
 }
 
-TEST(ProxyOverrideFailures, AreAnEmptyListWhereKeyOrValueIsMissing) {
+TEST(ProxyOverrideFailures, OfAMissingKeyOrValueYieldAnEmptyList) {
   const auto prepare = [](Calls& calls) { StandIn(calls, REG_SZ); };
   const ProxyListDeps own = RealProxyOverride();
   EXPECT_EQ(EachFailure([&own] { return ReadOf(own); }, ERROR_FILE_NOT_FOUND, prepare),
@@ -166,8 +166,7 @@ TEST(ProxyOverrideFailures, AreAnEmptyListWhereKeyOrValueIsMissing) {
             "RegQueryValueExW: \"\"\nRegQueryValueExW: \"\"\nRegCloseKey: \"a;b\"\n");
 }
 
-// Has the value grow by two units, once for each of so many readings: "a;b" at first, then
-// "a;bb;"...
+// Makes the value grow by two units at each of the first `times` reads: "a;b", then "a;bb;"...
 void Grow(Calls& calls, int times) {
   calls.AnswerWith<Api::RegQueryValueExW>(
       [times, list = std::wstring(L"a;b")](HKEY, const wchar_t*, DWORD*, DWORD* type, BYTE* bytes,
@@ -182,7 +181,7 @@ void Grow(Calls& calls, int times) {
       });
 }
 
-TEST_F(ProxyOverrideCalls, ReadAListAgainThatGrowsMeanwhile) {
+TEST_F(ProxyOverrideCalls, RereadAListThatGrows) {
   const struct {
     int times;
     const char* read;
@@ -201,7 +200,7 @@ TEST_F(ProxyOverrideCalls, ReadAListAgainThatGrowsMeanwhile) {
   }
 }
 
-TEST_F(ProxyOverrideCalls, WriteNothingOverAListThatCannotBeRead) {
+TEST_F(ProxyOverrideCalls, DoNotOverwriteAListThatCannotBeRead) {
   Grow(calls_, 1000);
   EXPECT_NE(AddProxyBypass({L"10.1.0.0/16"}, own_, note_), L"");
   EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, own_, note_), L"");
@@ -219,7 +218,7 @@ TEST_F(ProxyOverrideCalls, WriteNothingOverAListThatCannotBeRead) {
                                                    26)));
 }
 
-TEST(ProxyOverrideFailures, OfWritingAreToldByItsResult) {
+TEST(ProxyOverrideFailures, OfWritingAreReturned) {
   const auto prepare = [](Calls& calls) { StandIn(calls, REG_SZ); };
   const auto write = [](const ProxyListDeps& store) {
     return std::string(store.write(L"a;b") ? "written" : "not written");
@@ -230,7 +229,7 @@ TEST(ProxyOverrideFailures, OfWritingAreToldByItsResult) {
             "RegSetValueExW: not written\nRegCloseKey: written\nRegCloseKey: written\n");
 }
 
-TEST(ProxyOverrideFailures, OfTellingAreNotReported) {
+TEST(ProxyOverrideFailures, OfNotifyingAreNotReported) {
   Calls calls;
   StandIn(calls, REG_SZ);
   calls.Fail(Api::SendMessageTimeoutW, ERROR_TIMEOUT);
@@ -238,7 +237,7 @@ TEST(ProxyOverrideFailures, OfTellingAreNotReported) {
   EXPECT_TRUE(calls.EachWas(Api::SendMessageTimeoutW, SaidTell()));
 }
 
-TEST_F(ProxyOverrideCalls, OfALeftoverGoToTheListOfWhomItIs) {
+TEST_F(ProxyOverrideCalls, OfALeftoverUseItsOwnersList) {
   EXPECT_EQ(LeftoverProxyOverride(L"").read(), L"a;b");
   EXPECT_TRUE(LeftoverProxyOverride(kSid).write(L"a;b"));
   EXPECT_EQ(LeftoverProxyOverride(kSid).user, kSid);
@@ -250,7 +249,7 @@ TEST_F(ProxyOverrideCalls, OfALeftoverGoToTheListOfWhomItIs) {
                                   nullptr)}));
 }
 
-TEST(ProxyOverrideFailures, AreEveryOtherKindOfValue) {
+TEST(ProxyOverrideFailures, IncludeEveryOtherTypeOfValue) {
   for (const int type : {REG_DWORD, REG_BINARY, REG_MULTI_SZ}) {
     Calls calls;
     StandIn(calls, static_cast<DWORD>(type));

@@ -38,13 +38,13 @@ platform::RegistryKey OpenSettings() {
   return platform::RegistryKey(opened);
 }
 
-// The units of `text` as the registry holds them, no more.
+// The bytes of `text` in the registry, without a terminating zero.
 Bytes BytesOf(const std::wstring& text) {
   const auto* const first = static_cast<const BYTE*>(static_cast<const void*>(text.data()));
   return {first, first + text.size() * sizeof(wchar_t)};
 }
 
-// The current user's real value; what was there before the test is there again after it.
+// Works on the current user's real value and restores it after each test.
 class ProxyOverride : public testing::Test {
  protected:
   ProxyOverride() : key_(OpenSettings()), before_(Get()) {}
@@ -90,7 +90,7 @@ struct ValueRow {
 };
 
 TEST_F(ProxyOverride, ReadsStringsOfEveryForm) {
-  using std::literals::operator""s;  // counts zero units
+  using std::literals::operator""s;  // keeps embedded zeros
   const ValueRow rows[] = {
       {"a string", REG_SZ, BytesOf(L"a;b\0"s), L"a;b"},
       {"an expandable string", REG_EXPAND_SZ, BytesOf(L"a;%TEMP%\0"s), L"a;%TEMP%"},
@@ -139,7 +139,7 @@ TEST_F(ProxyOverride, WritesAPlainStringWithItsZero) {
   }
 }
 
-TEST_F(ProxyOverride, MakesTheValueWhereThereIsNone) {
+TEST_F(ProxyOverride, CreatesAMissingValue) {
   Delete();
   store_.write(L"10.1.*");
   EXPECT_EQ(store_.read(), L"10.1.*");
@@ -154,7 +154,7 @@ TEST_F(ProxyOverride, IsEditedInPlace) {
   EXPECT_EQ(store_.read(), L"localhost;<local>");
 }
 
-// Puts another key in the place of the current user's while it lives.
+// Redirects HKEY_CURRENT_USER to another key during its lifetime.
 class OtherUser {
  public:
   explicit OtherUser(DWORD options) {
@@ -178,7 +178,7 @@ class OtherUser {
   bool replaced_ = false;
 };
 
-TEST_F(ProxyOverride, MakesTheKeyWhereThereIsNone) {
+TEST_F(ProxyOverride, CreatesAMissingKey) {
   const OtherUser user(REG_OPTION_NON_VOLATILE);
   ASSERT_TRUE(user.IsInPlace());
   EXPECT_EQ(store_.read(), L"");
@@ -187,15 +187,15 @@ TEST_F(ProxyOverride, MakesTheKeyWhereThereIsNone) {
 }
 
 TEST_F(ProxyOverride, IsSilentWhenItCannotBeWritten) {
-  const OtherUser user(REG_OPTION_VOLATILE);  // no lasting key can be made below such a one
+  const OtherUser user(REG_OPTION_VOLATILE);  // only volatile keys can be created below it
   ASSERT_TRUE(user.IsInPlace());
   store_.write(L"10.1.*");
   EXPECT_EQ(store_.read(), L"");
   EXPECT_EQ(AddProxyBypass({L"10.1.0.0/16"}, store_, note_), L"已加入系统代理旁路：10.1.*");
 }
 
-// Reached by its user's id as it would be for the desktop's user: only one user is signed in here.
-TEST_F(ProxyOverride, OfAUserIsReachedByHisId) {
+// Only one user is signed in here, so the test uses his own id instead of the desktop user's.
+TEST_F(ProxyOverride, IsReachedByTheUsersId) {
   const ProxyListDeps his = ProxyOverrideOf(platform::OwnSid());
   store_.write(L"localhost");
   EXPECT_EQ(his.read(), L"localhost");
@@ -206,7 +206,7 @@ TEST_F(ProxyOverride, OfAUserIsReachedByHisId) {
   EXPECT_TRUE(store_.others.empty()) << "the desktop is the program's own user's";
 }
 
-TEST_F(ProxyOverride, OfAUserWhoIsNotSignedInIsNeitherReadNorMade) {
+TEST_F(ProxyOverride, OfAUserWhoIsNotSignedInIsNeitherReadNorCreated) {
   constexpr wchar_t kNobody[] = L"S-1-5-21-0-0-0-12345";
   const ProxyListDeps his = ProxyOverrideOf(kNobody);
   his.write(L"10.1.*");
@@ -215,10 +215,10 @@ TEST_F(ProxyOverride, OfAUserWhoIsNotSignedInIsNeitherReadNorMade) {
   EXPECT_NE(::RegOpenKeyExW(HKEY_USERS, kNobody, 0, KEY_READ, &key), ERROR_SUCCESS);
 }
 
-// A top-level window on a thread of its own, as another program has one.
+// A top-level window on its own thread, like that of another program.
 class Listener {
  public:
-  // Answers at once, or only when `answer` is ready.
+  // Handles messages at once, or only once `answer` is ready.
   explicit Listener(std::shared_future<void> answer = {}) : answer_(std::move(answer)) {
     std::promise<HWND> made;
     std::future<HWND> window = made.get_future();
@@ -232,7 +232,7 @@ class Listener {
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
 
-  // The message it received; valid once it has arrived.
+  // The number of notifications, and the arguments of the last. Read them after its arrival.
   [[nodiscard]] int Count() const { return count_; }
   [[nodiscard]] std::wstring Area() const { return area_; }
   [[nodiscard]] WPARAM Word() const { return word_; }
@@ -274,7 +274,7 @@ class Listener {
   std::thread thread_;
 };
 
-TEST_F(ProxyOverride, TellsEveryTopLevelWindowOnceItIsWritten) {
+TEST_F(ProxyOverride, NotifiesEveryTopLevelWindowAfterAWrite) {
   const Listener one;
   const Listener other;
   AddProxyBypass({L"10.1.0.0/16"}, store_, note_);
@@ -294,11 +294,11 @@ TEST_F(ProxyOverride, AnnouncesNothingWhenNothingIsWritten) {
   EXPECT_EQ(listener.Count(), 0);
 }
 
-TEST_F(ProxyOverride, DoesNotWaitForEverForAWindowThatHangs) {
+TEST_F(ProxyOverride, DoesNotWaitForeverForAHungWindow) {
   std::promise<void> answer;
   {
     const Listener hung(answer.get_future().share());
-    AddProxyBypass({L"10.1.0.0/16"}, store_, note_);  // or the test never ends
+    AddProxyBypass({L"10.1.0.0/16"}, store_, note_);  // must not block
     EXPECT_EQ(hung.Count(), 0);
     EXPECT_EQ(store_.read(), L"10.1.*");
     answer.set_value();
@@ -309,15 +309,14 @@ TEST_F(ProxyOverride, OfALeftoverIsAnnouncedOnAnotherThread) {
   std::promise<void> answer;
   const Listener hung(answer.get_future().share());
   const auto begin = std::chrono::steady_clock::now();
-  for (int i = 0; i < 4; ++i)
-    LeftoverProxyOverride(L"").announce();  // a second and a half for each
+  for (int i = 0; i < 4; ++i) LeftoverProxyOverride(L"").announce();  // 1.5 s each
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1500));
   answer.set_value();
   while (hung.Count() == 0) std::this_thread::yield();
 }
 
-// The program's own note: a file beside the settings, gone when there is nothing to note.
-TEST(ProxyNoteOfTheProgram, LiesBesideTheSettings) {
+// The program's real note: a file beside the settings, deleted when it becomes empty.
+TEST(ProxyNoteOfTheProgram, IsBesideTheSettings) {
   const std::wstring path = platform::JoinPath(platform::ParentFolder(settings::SettingsFilePath()),
                                                L"Client.proxy.json");
   ProxyNote& note = RealProxyNote();

@@ -12,9 +12,9 @@ namespace remote {
 
 using Events = std::vector<std::wstring>;
 
-// A computer whose files are names and sizes, with a network that offers one file. Records actions
-// in order: "mkdir <folder>", "delete <path>", "write <path>", "get <url> to <path>". Everything
-// but files succeeds and does nothing.
+// A computer whose files are names and sizes, with one file to download. Records actions in order:
+// "mkdir <folder>", "delete <path>", "write <path>", "get <url> to <path>". Calls that do not
+// concern files succeed without effect.
 class FakeComputer : public RemoteDesktopDeps {
  public:
   FakeComputer() {

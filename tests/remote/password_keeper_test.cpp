@@ -214,7 +214,7 @@ TEST_F(PasswordKeeperTest, RemovesItWhenTheProgramEnds) {
   EXPECT_EQ(desk_.takes, 1) << "once";
 }
 
-// Here its thread waits for an hour, or for ever.
+// Here the thread waits for an hour, or forever.
 TEST(PasswordKeeperEnd, DoesNotWaitForTheTenMinutes) {
   for (const bool isGone : {false, true}) {
     FakeClipboardDesk desk;

@@ -188,7 +188,7 @@ class WatchedDesk : public FakeDesk {
 };
 
 TEST(StartPasswordPaste, PastesOnItsOwnThreadAndReleasesTheDesktop) {
-  // Hands out its events when the thread releases it.
+  // Publishes its events when the thread releases it.
   struct RecordedDesk : FakeDesk {
     RecordedDesk() : FakeDesk(3) {}
     ~RecordedDesk() override { ended.set_value(events); }

@@ -219,7 +219,7 @@ TEST_F(PasteDeskCalls, ContinueWithTheKeysWhenOneIsRefused) {
   EXPECT_EQ(calls_.Count(Api::SendInput), 2);
 }
 
-// A pressed key is released nevertheless.
+// Pressed keys are still released.
 TEST_F(PasteDeskCalls, StopOnceThePasteIsOver) {
   const auto isOver = [this] {
     const int before = calls_.Count(Api::SendInput);

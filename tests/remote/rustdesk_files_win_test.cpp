@@ -142,7 +142,7 @@ TEST_F(RealConfigFiles, AreWrittenBesideAFolderOfTheSameName) {
   EXPECT_EQ(platform::ReadFileBytes(files_[2]), expected_);
 }
 
-TEST_F(RealFiles, AProgramIsAFileAndNoFolder) {
+TEST_F(RealFiles, AProgramIsAFileNotAFolder) {
   const std::wstring place = platform::JoinPath(folders_.program, L"Runtime\\rustdesk.exe");
   Keep(place);
   settings::Settings settings;

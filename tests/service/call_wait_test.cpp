@@ -70,7 +70,7 @@ TEST(CallWait, AStopTakesPrecedenceOverAResult) {
 }
 
 // The wait must end whenever the stop is requested; a lost wake-up would hang it.
-TEST(CallWait, MissesNoStop) {
+TEST(CallWait, NeverMissesAStop) {
   for (int round = 0; round < 100; ++round) {
     CallWait wait;
     std::stop_source stop;

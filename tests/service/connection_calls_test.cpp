@@ -9,7 +9,7 @@
 namespace service {
 namespace {
 
-// Authorising and disconnecting separately.
+// Authorising and disconnecting, each alone.
 class ConnectionCalls : public ConnectionTest {};
 
 TEST_F(ConnectionCalls, AuthorizingPostsTheRequestBody) {

@@ -31,7 +31,7 @@ RawReply Endless(const std::string& start, const std::string& piece) {
 struct Row {
   const char* name;
   RawReply reply;
-  const char* awaited;  // the call that waits in vain
+  const char* awaited;  // the call that waits when stopped
 };
 
 const Row kReplies[] = {

@@ -9,7 +9,7 @@
 namespace settings {
 namespace {
 
-// The identity drawn from a fixed list of numbers, and how many of them it took.
+// The id made from these random numbers, and how many of them were used.
 std::pair<std::wstring, std::size_t> Draw(std::deque<std::uint32_t> numbers) {
   const std::size_t given = numbers.size();
   std::wstring id = MakeEngineerId([&numbers] {
@@ -31,16 +31,16 @@ TEST(MakeEngineerId, KeepsTheUpperHalfOfTheProduct) {
   EXPECT_EQ(Draw({1}).first, L"ENG-10000000");
 }
 
-TEST(MakeEngineerId, DrawsAgainWhereNumbersWouldBeLikelier) {
+TEST(MakeEngineerId, RejectsDrawsThatWouldFavourSomeNumbers) {
   // 0 * 90000000 leaves a lower half of 0, under the limit of 64967296; 1 leaves 90000000.
   EXPECT_EQ(Draw({0, 0, 1}), std::pair(std::wstring(L"ENG-10000000"), std::size_t{3}));
   // 2^31 * 90000000 is a multiple of 2^32 as well.
   EXPECT_EQ(Draw({0x80000000, 1}).second, 2u);
 }
 
-// All products are multiples of 128, as 90000000 is, and the limit is one too. So the lower halves
-// nearest to it are the limit itself, which is taken, and 128 less, which is drawn again.
-TEST(MakeEngineerId, TakesTheLimitItselfAndNothingBelow) {
+// 90000000, and so every product, is a multiple of 128, and so is the limit. The lower halves
+// nearest to it are therefore the limit itself, which is accepted, and 128 less, which is rejected.
+TEST(MakeEngineerId, AcceptsTheLimitAndNothingBelow) {
   constexpr std::uint32_t kLimit = 64967296;
   const auto numberWithLowerHalf = [](std::uint32_t wanted) {
     // 90000000 = 2^7 * 703125; 15941821 is the inverse of the odd part modulo 2^25.
@@ -53,7 +53,7 @@ TEST(MakeEngineerId, TakesTheLimitItselfAndNothingBelow) {
   EXPECT_EQ(Draw({numberWithLowerHalf(kLimit - 128), 1}).second, 2u);
 }
 
-// The draw with the limit written out in full, over a generator with a fixed seed.
+// Compares with the rule written out in full, on a generator with a fixed seed.
 TEST(MakeEngineerId, FollowsTheGeneratorExactly) {
   std::mt19937 ours(5489);
   std::mt19937 theirs(5489);
@@ -67,14 +67,14 @@ TEST(MakeEngineerId, FollowsTheGeneratorExactly) {
   }
 }
 
-TEST(MakeEngineerId, GivesEightDigitsAndNewOnesEachTime) {
+TEST(MakeEngineerId, HasEightDigitsThatDifferEachTime) {
   std::set<std::wstring> seen;
   for (int i = 0; i < 50; ++i) {
     const std::wstring id = MakeEngineerId();
     EXPECT_TRUE(IsEngineerId(id)) << id;
     seen.insert(id);
   }
-  EXPECT_GT(seen.size(), 45u);  // fifty of ninety million hardly ever meet
+  EXPECT_GT(seen.size(), 45u);  // fifty of ninety million hardly ever collide
 }
 
 }  // namespace

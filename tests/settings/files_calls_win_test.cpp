@@ -1,11 +1,11 @@
-// Where the settings and the runtime files lie, by what Windows says.
+// The folders of the settings and the runtime files, as derived from Windows' known folders.
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
 #include "platform/scratch_folder.h"
 #include "settings/settings_file.h"
 #include "win32/calls.h"
-// After the SDK, which it needs.
+// Requires the SDK header above.
 #include <knownfolders.h>
 
 namespace settings {
@@ -13,7 +13,7 @@ namespace {
 
 using namespace win32;
 
-// Has the system name `folder` for every known folder.
+// Makes the system return `folder` for every known folder.
 void AnswerKnownFolders(Calls& calls, const std::wstring& folder) {
   calls.AnswerWith<Api::SHGetKnownFolderPath>(
       [folder](const KNOWNFOLDERID&, DWORD, HANDLE, wchar_t** path) {

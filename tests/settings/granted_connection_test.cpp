@@ -21,13 +21,13 @@ GrantedConnection ReadGrant(const std::wstring& text) {
   return ReadGrantedConnection(ReadJsonDocument(text));
 }
 
-TEST(ConnectionInForce, IsTheGrantWhateverTheOtherFieldsHold) {
+TEST(ConnectionInForce, IsTheGrantWhateverTheOtherFieldsContain) {
   Settings settings = Held();
   settings.granted = kGranted;
   EXPECT_EQ(ConnectionInForce(settings), kGranted);
 }
 
-TEST(ConnectionInForce, IsThatOfTheOtherFieldsWithoutItsGrant) {
+TEST(ConnectionInForce, ComesFromTheOtherFieldsWithoutItsGrant) {
   const GrantedConnection stored = {
       L"c1", L"http://loaded:1", L"ENG-2", {L"172.16.0.0/12", L"192.168.0.0/16"}};
   Settings settings = Held();
@@ -37,7 +37,7 @@ TEST(ConnectionInForce, IsThatOfTheOtherFieldsWithoutItsGrant) {
   EXPECT_EQ(ConnectionInForce(settings), stored) << "the grant of another connection";
 }
 
-TEST(ConnectionInForce, HasNoIdWhenNoneIsHeld) {
+TEST(ConnectionInForce, HasNoIdWithoutAConnection) {
   Settings settings = Held();
   settings.connectionId.clear();
   EXPECT_EQ(ConnectionInForce(settings).connectionId, L"");
@@ -60,7 +60,7 @@ TEST(GrantedConnectionText, IsOneLineThatReadsBack) {
   EXPECT_EQ(ReadGrant(WriteGrantedConnection(odd)), odd);
 }
 
-TEST(GrantedConnectionText, LeavesOutWhatIsOfAnotherKind) {
+TEST(GrantedConnectionText, IgnoresMembersOfOtherTypes) {
   EXPECT_EQ(ReadGrant(L"{\"connectionId\":5,\"routes\":[1,\"10.0.0.0/8\"]}"),
             (GrantedConnection{L"", L"", L"", {L"10.0.0.0/8"}}));
   EXPECT_EQ(ReadGrant(L"[]"), GrantedConnection());

@@ -62,7 +62,7 @@ constexpr NumberRun kRuns[] = {
     {L"1e-400", 0},
 };
 
-TEST(ParseJsonNumber, TakesTheLongestBeginningThatIsANumber) {
+TEST(ParseJsonNumber, TakesTheLongestPrefixThatIsANumber) {
   for (const NumberRun& row : kRuns) EXPECT_EQ(ParseJsonNumber(row.run), row.value) << row.run;
 }
 
@@ -72,7 +72,7 @@ TEST(ParseJsonNumber, KeepsTheSignOfZero) {
   EXPECT_FALSE(std::signbit(ParseJsonNumber(L"-")));
 }
 
-TEST(ParseJsonNumber, TellsTooLargeFromTooSmallByAllDigits) {
+TEST(ParseJsonNumber, DistinguishesTooLargeFromTooSmallByAllDigits) {
   const std::wstring zeros(400, L'0');
   EXPECT_EQ(ParseJsonNumber(L"1" + zeros), kInfinity);
   EXPECT_EQ(ParseJsonNumber(L"1" + zeros + L"e-400"), 1);
@@ -81,7 +81,7 @@ TEST(ParseJsonNumber, TellsTooLargeFromTooSmallByAllDigits) {
   EXPECT_EQ(ParseJsonNumber(zeros + L"1"), 1);
 }
 
-// The C library converts in the C locale, which a test program starts with.
+// The C library converts in the C locale, the initial locale of every program.
 TEST(ParseJsonNumber, AgreesWithTheCLibraryOnRandomRuns) {
   ASSERT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
   std::mt19937 random(3);
@@ -89,7 +89,7 @@ TEST(ParseJsonNumber, AgreesWithTheCLibraryOnRandomRuns) {
   for (int round = 0; round < 100000; ++round) {
     std::wstring run;
     for (auto i = random() % 10; i > 0; --i) run.push_back(kUnits[random() % kUnits.size()]);
-    // Signs and exponents in every place are mostly noise; digits first make numbers.
+    // Random characters are rarely numbers; leading digits make them so.
     if (random() % 2 == 0) run.insert(0, std::to_wstring(random()));
     ASSERT_EQ(ParseJsonNumber(run), std::wcstod(run.c_str(), nullptr)) << run;
   }

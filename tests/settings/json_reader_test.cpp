@@ -10,8 +10,8 @@
 namespace settings {
 namespace {
 
-// A value as compact text with its kinds visible, so that rows can be compared: numbers as "n",
-// strings in brackets.
+// A value as compact text that shows its types, so that rows can be compared: "n" for a number,
+// strings in angle brackets.
 std::wstring Show(const JsonValue& value) {
   if (value.IsNull()) return L"null";
   if (value.AsBoolean() != nullptr) return *value.AsBoolean() ? L"true" : L"false";
@@ -50,7 +50,7 @@ constexpr AcceptedText kAccepted[] = {
     {L"   ", L"0", 3},
     {L"x", L"0", 0},
     {L"]", L"0", 0},
-    {L"\xFF11", L"0", 0},  // a full-width digit is none
+    {L"\xFF11", L"0", 0},  // full-width digits do not count
     {L"-", L"0", 1},
     {L"12abc", L"12", 2},
     {L"1.2.3", L"1.2", 5},
@@ -89,7 +89,7 @@ constexpr AcceptedText kAccepted[] = {
     {L"\"\x5DE5\xD83D\xDE00\"", L"<\x5DE5\xD83D\xDE00>", 5},
 };
 
-TEST(ReadJsonValue, ReadsValuesAndLeavesTheCursorBehindThem) {
+TEST(ReadJsonValue, ReadsValuesAndLeavesTheCursorAfterThem) {
   for (const AcceptedText& row : kAccepted) {
     SCOPED_TRACE(testing::Message() << std::wstring(row.text));
     std::size_t position = 0;
@@ -98,16 +98,16 @@ TEST(ReadJsonValue, ReadsValuesAndLeavesTheCursorBehindThem) {
   }
 }
 
-// The four units behind \u are taken whatever they are, a quote too.
-TEST(ReadJsonValue, TakesFourUnitsBehindUEvenAQuote) {
+// The four units after \u are consumed, whatever they are.
+TEST(ReadJsonValue, TakesFourUnitsAfterUEvenAQuote) {
   std::size_t position = 0;
   EXPECT_EQ(Show(ReadJsonValue(L"\"\\u41\" \"", position)), L"<A>");
   EXPECT_EQ(position, 8u);
 }
 
-// Four units stand between the escape and the end of the text, or they do not: three read on as
-// plain text, and four that include the closing quote leave the string without one.
-TEST(ReadJsonValue, CountsTheUnitsBehindUToTheEndOfTheText) {
+// With fewer than four units left in the document, the rest is plain text. If the closing quote is
+// the fourth unit, it is consumed and the string does not end.
+TEST(ReadJsonValue, ReadsAnEscapeAsPlainTextIfTheDocumentEndsTooSoon) {
   for (const auto& [text, shown] : {
            std::pair<const wchar_t*, const wchar_t*>{L"\"\\u41\"", L"<41>"},
            {L"\"\\u4\"", L"<4>"},
@@ -167,7 +167,7 @@ TEST(ReadJsonValue, FailsAtEveryTruncationOfADocument) {
   }
 }
 
-TEST(ReadJsonValue, FollowsNestingToItsLimitAndNoFurther) {
+TEST(ReadJsonValue, AcceptsNestingUpToItsLimit) {
   const auto nested = [](std::size_t depth) {
     return std::wstring(depth, L'[') + std::wstring(depth, L']');
   };
@@ -176,7 +176,7 @@ TEST(ReadJsonValue, FollowsNestingToItsLimitAndNoFurther) {
   EXPECT_EQ(Failure(L"[" + nested(1) + L"," + nested(kMaxJsonDepth - 1) + L"]"), "none");
 }
 
-TEST(ReadJsonValue, RefusesAMillionOpeningBracketsWithoutFallingOver) {
+TEST(ReadJsonValue, RefusesAMillionOpeningBracketsWithoutCrashing) {
   EXPECT_EQ(Failure(std::wstring(1'000'000, L'[')), "Invalid JSON.");
   std::wstring objects;
   for (int i = 0; i < 1'000'000; ++i) objects += L"{\"\":";

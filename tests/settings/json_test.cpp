@@ -40,7 +40,7 @@ TEST(JsonValue, IsEmptyOfItsKindAfterAMove) {
   EXPECT_TRUE(array.AsArray() != nullptr && array.AsArray()->empty());
 }
 
-TEST(FindJsonMember, FindsMembersInWhateverOrderTheyStood) {
+TEST(FindJsonMember, FindsMembersInAnyOrder) {
   const JsonValue value = ReadJsonDocument(L"{\"z\":1,\"a\":2,\"m\":3,\"\x5DE5\":4}");
   for (const auto& [key, number] :
        {std::pair{L"z", 1.0}, {L"a", 2.0}, {L"m", 3.0}, {L"\x5DE5", 4.0}}) {
@@ -57,13 +57,13 @@ TEST(FindJsonMember, IsExact) {
   EXPECT_EQ(FindJsonMember(value, L"key "), nullptr);
 }
 
-TEST(FindJsonMember, FindsNothingInOtherKinds) {
+TEST(FindJsonMember, FindsNothingInValuesOfOtherTypes) {
   for (const wchar_t* text : {L"null", L"true", L"1", L"\"key\"", L"[\"key\"]"}) {
     EXPECT_EQ(FindJsonMember(ReadJsonDocument(text), L"key"), nullptr) << text;
   }
 }
 
-TEST(JsonStringOrEmpty, TakesStringsOnly) {
+TEST(JsonStringOrEmpty, ReturnsOnlyStrings) {
   const JsonValue value = ReadJsonDocument(L"{\"s\":\"text\",\"n\":1,\"z\":null}");
   EXPECT_EQ(JsonStringOrEmpty(value, L"s"), L"text");
   EXPECT_EQ(JsonStringOrEmpty(value, L"n"), L"");
@@ -72,7 +72,7 @@ TEST(JsonStringOrEmpty, TakesStringsOnly) {
   EXPECT_EQ(JsonStringOrEmpty(JsonValue(), L"s"), L"");
 }
 
-TEST(FindJsonString, TellsAnEmptyStringFromNone) {
+TEST(FindJsonString, DistinguishesEmptyFromMissing) {
   const JsonValue value = ReadJsonDocument(L"{\"s\":\"text\",\"e\":\"\",\"n\":1}");
   ASSERT_NE(FindJsonString(value, L"s"), nullptr);
   EXPECT_EQ(*FindJsonString(value, L"s"), L"text");
@@ -82,7 +82,7 @@ TEST(FindJsonString, TellsAnEmptyStringFromNone) {
   EXPECT_EQ(FindJsonString(ReadJsonDocument(L"[\"s\"]"), L"s"), nullptr);
 }
 
-TEST(JsonStringsOf, TakesTheStringsOfAnArrayInTheirOrder) {
+TEST(JsonStringsOf, ReturnsTheStringsOfAnArrayInOrder) {
   const JsonValue value = ReadJsonDocument(
       L"{\"a\":[\"z\",1,\"\",null,[\"x\"],\"b\"],\"s\":\"text\",\"o\":{\"0\":\"x\"}}");
   EXPECT_EQ(JsonStringsOf(value, L"a"), (std::vector<std::wstring>{L"z", L"", L"b"}));

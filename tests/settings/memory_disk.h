@@ -16,14 +16,14 @@ inline constexpr wchar_t kDamagedPath[] = L"V\\Client.settings.damaged-20260315_
 
 using platform::Killed;
 
-// The files of a computer in memory, with a settings file among them.
+// A computer's files in memory, including the settings file.
 class MemoryDisk : public platform::MemoryFiles {
  public:
   SettingsFile File() {
     return SettingsFile(kPath, *this, [] { return std::wstring(L"20260315_094102"); });
   }
 
-  // What a start would read.
+  // The settings that a start would load.
   Settings Load() {
     Settings settings;
     loadReport = File().Load(settings);
@@ -33,7 +33,7 @@ class MemoryDisk : public platform::MemoryFiles {
   std::wstring loadReport;
 };
 
-// The bytes of the file for these settings.
+// The bytes of a file with these settings.
 inline std::string FileBytes(const Settings& settings) {
   return text::ToUtf8(WriteSettingsText(settings));
 }

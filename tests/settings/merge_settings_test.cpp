@@ -10,7 +10,8 @@ namespace {
 
 enum class Wins { Window, Job, Site };
 
-// One field of the record, and how the test writes values into it.
+// A field of the settings, and whose change wins a conflict. Site: the window's if it also changed
+// the access key, otherwise the job's.
 struct Field {
   const char* name;
   std::variant<std::wstring Settings::*, bool Settings::*> member;
@@ -44,7 +45,7 @@ const std::vector<Field> kFields = {
     {"discoveryModeEnabled", &Settings::discoveryModeEnabled, Wins::Window},
 };
 
-// Every field with a value of its own.
+// Settings with a value in every field.
 Settings Base() {
   Settings settings;
   for (const Field& field : kFields) {
@@ -57,7 +58,7 @@ Settings Base() {
   return settings;
 }
 
-// `who` writes into the field. A switch has two values only: it flips, whoever does it.
+// Writes `who` into a text field and flips a boolean one.
 void Change(Settings& settings, const Field& field, const wchar_t* who) {
   if (const auto* text = std::get_if<std::wstring Settings::*>(&field.member)) {
     settings.*(*text) = who;
@@ -77,8 +78,8 @@ void ExpectSame(const Settings& merged, const Settings& wanted) {
   EXPECT_EQ(merged.granted, wanted.granted);
 }
 
-TEST(MergeSettings, KnowsEveryMemberOfTheFile) {
-  // Each table row changes one line of the file, and together they change all but the last three.
+TEST(MergeSettings, TestsEveryMemberOfTheFile) {
+  // Each row changes one line of the file, and together they change all but three.
   Settings changed = Base();
   for (const Field& field : kFields) Change(changed, field, L"changed");
   std::wstring before = WriteSettingsText(Base());
@@ -92,11 +93,11 @@ TEST(MergeSettings, KnowsEveryMemberOfTheFile) {
   EXPECT_EQ(same, 3) << "both braces and the profiles";
 }
 
-TEST(MergeSettings, NothingChangedIsTheRecord) {
+TEST(MergeSettings, ReturnsTheRecordWhenNothingChanged) {
   ExpectSame(MergeSettings(Base(), Base(), Base()), Base());
 }
 
-TEST(MergeSettings, WhatOneOfThemChangedIsTaken) {
+TEST(MergeSettings, TakesAChangeOfEitherSide) {
   for (const Field& field : kFields) {
     SCOPED_TRACE(field.name);
     Settings changed = Base();
@@ -106,7 +107,7 @@ TEST(MergeSettings, WhatOneOfThemChangedIsTaken) {
   }
 }
 
-TEST(MergeSettings, WhatBothChangedGoesToTheFieldsOwner) {
+TEST(MergeSettings, ResolvesConflictsByTheFieldsOwner) {
   for (const Field& field : kFields) {
     SCOPED_TRACE(field.name);
     Settings window = Base();
@@ -117,9 +118,9 @@ TEST(MergeSettings, WhatBothChangedGoesToTheFieldsOwner) {
   }
 }
 
-// Two fields at a time, each changed by window, by job, or by both: no field leads another astray,
-// but for the access key, whose change keeps the device's fields with the window.
-TEST(MergeSettings, EveryPairOfFieldsIsMergedFieldByField) {
+// Two fields at a time, each changed by the window, the job or both. Fields do not affect each
+// other, except that a new access key keeps the window's device fields.
+TEST(MergeSettings, MergesEveryPairOfFieldsIndependently) {
   constexpr int kWindow = 1;
   constexpr int kJob = 2;
   for (const Field& first : kFields) {
@@ -150,7 +151,7 @@ TEST(MergeSettings, EveryPairOfFieldsIsMergedFieldByField) {
   }
 }
 
-TEST(MergeSettings, ProfilesAreTheWindowsAndTheGrantIsTheJobs) {
+TEST(MergeSettings, TakesProfilesFromTheWindowAndTheGrantFromTheJob) {
   Settings window = Base();
   Settings job = Base();
   window.siteProfiles = {{L"window", L"", L"", L"", L"", {}}};
@@ -166,8 +167,8 @@ TEST(MergeSettings, ProfilesAreTheWindowsAndTheGrantIsTheJobs) {
   EXPECT_EQ(MergeSettings(Base(), Base(), job).granted, job.granted);
 }
 
-// The engineer loads another site's profile while 取网段 or 连接 is under way for the first.
-TEST(MergeSettings, AnotherKeyInTheFormKeepsItsOwnDevice) {
+// The engineer loads another site's profile while 取网段 or 连接 is running for the first.
+TEST(MergeSettings, KeepsTheDeviceOfANewKeyInTheForm) {
   Settings base;
   base.deviceSecret = L"first key";
   Settings window = base;

@@ -5,7 +5,7 @@
 namespace settings {
 namespace {
 
-TEST(RuntimeFolderBelow, LiesBelowTheLocalApplicationData) {
+TEST(RuntimeFolderBelow, IsBelowTheLocalApplicationData) {
   EXPECT_EQ(RuntimeFolderBelow(L"C:\\Users\\u\\AppData\\Local", L"C:\\Temp\\"),
             L"C:\\Users\\u\\AppData\\Local\\Velmarine\\Runtime");
   EXPECT_EQ(RuntimeFolderBelow(L"C:\\", L"C:\\Temp\\"), L"C:\\Velmarine\\Runtime");

@@ -47,9 +47,9 @@ TEST(NormaliseServerUrl, LeavesItsOwnResultAlone) {
   }
 }
 
-// The scheme is looked for before the trailing slashes go, and blanks are trimmed before either. An
-// address that is hardly more than its scheme is therefore another one the second time, as when a
-// loaded file is saved: it names no host in either form.
+// Blanks are trimmed first, then the scheme is searched, then trailing slashes are removed. An
+// address of little more than a scheme therefore changes again when it is normalised a second time,
+// for example when a loaded file is saved. Neither form names a host.
 TEST(NormaliseServerUrl, ChangesAnAddressWithoutAHostASecondTime) {
   const struct {
     const wchar_t* typed;
@@ -66,7 +66,7 @@ TEST(NormaliseServerUrl, ChangesAnAddressWithoutAHostASecondTime) {
   }
 }
 
-TEST(AbsoluteUrl, StaysOrLiesOnTheService) {
+TEST(AbsoluteUrl, IsKeptOrResolvedAgainstTheService) {
   const struct {
     const wchar_t* url;
     const wchar_t* wanted;

@@ -5,7 +5,7 @@
 
 #include "settings/settings_file_fixture.h"
 
-// Settings files that cannot be trusted: cut, overwritten, unreadable.
+// Damaged settings files: truncated, overwritten or unreadable.
 namespace settings {
 namespace {
 
@@ -44,7 +44,7 @@ TEST_F(SettingsFileTest, DamagedFileIsReplacedByTheSecondCopyAndReportedInOneLin
   }
 }
 
-TEST_F(SettingsFileTest, DamagedFileWithoutAGoodSecondCopyReadsAsFarAsItGoes) {
+TEST_F(SettingsFileTest, DamagedFileWithoutAGoodSecondCopyIsReadAsFarAsPossible) {
   for (const Damage& row : Damages()) {
     for (const std::string& last : {std::string("{"), std::string()}) {
       disk_.files[kLastPath] = last;
@@ -56,8 +56,8 @@ TEST_F(SettingsFileTest, DamagedFileWithoutAGoodSecondCopyReadsAsFarAsItGoes) {
   }
 }
 
-// An object with another text behind it, which no save leaves: what it says is better than nothing.
-TEST_F(SettingsFileTest, DamagedFileWithoutASecondCopyGivesWhatItsFirstObjectSays) {
+// No save leaves an object followed by other text, but reading it is better than nothing.
+TEST_F(SettingsFileTest, DamagedFileWithoutASecondCopyYieldsItsFirstObject) {
   constexpr wchar_t kText[] = L"{\"deviceName\":\"d\",\"engineerId\":\"ENG-12345678\"} \x6CF5";
   for (const std::string& bytes : {text::ToUtf8(kText), LittleEndian(kText), BigEndian(kText)}) {
     const Settings settings = LoadBytes(bytes);
@@ -67,7 +67,7 @@ TEST_F(SettingsFileTest, DamagedFileWithoutASecondCopyGivesWhatItsFirstObjectSay
   }
 }
 
-TEST_F(SettingsFileTest, DamagedFileThatYieldsNothingLeavesTheIdentityThatThereIs) {
+TEST_F(SettingsFileTest, DamagedFileThatYieldsNothingKeepsTheCurrentIdentity) {
   for (const Damage& row : Damages()) {
     disk_.files[kPath] = row.bytes;
     Settings settings;
@@ -77,7 +77,7 @@ TEST_F(SettingsFileTest, DamagedFileThatYieldsNothingLeavesTheIdentityThatThereI
   }
 }
 
-// What an editor has saved is copied as it is before it is overwritten for the first time.
+// A file saved by an editor is copied unchanged before it is overwritten for the first time.
 TEST_F(SettingsFileTest, SecondCopyAndConnectionAreReadInUtf16Too) {
   Settings held = Worked();
   held.connectionId = L"c1";
@@ -93,7 +93,7 @@ TEST_F(SettingsFileTest, SecondCopyAndConnectionAreReadInUtf16Too) {
   }
 }
 
-TEST_F(SettingsFileTest, TextBehindAWholeFileIsNoDamage) {
+TEST_F(SettingsFileTest, TextAfterACompleteFileIsNotDamage) {
   const std::string bytes = FileBytes(Worked()) + "// mine";
   EXPECT_EQ(FileBytes(LoadBytes(bytes)), FileBytes(Worked()));
   EXPECT_EQ(disk_.loadReport, L"");
@@ -132,13 +132,13 @@ TEST_F(SettingsFileTest, DamagedFileIsSetAsideBeforeItIsOverwritten) {
   }
 }
 
-TEST_F(SettingsFileTest, EmptyFileIsNotWorthSettingAside) {
+TEST_F(SettingsFileTest, EmptyFileIsNotSetAside) {
   disk_.files[kPath] = "";
   EXPECT_EQ(Save(Worked()).report, L"");
   EXPECT_EQ(disk_.written, (Paths{kPath, kLastPath}));
 }
 
-TEST_F(SettingsFileTest, FilesSetAsideInOneSecondHaveNumbers) {
+TEST_F(SettingsFileTest, FilesSetAsideInTheSameSecondAreNumbered) {
   for (const char* bytes : {"first", "second", "third"}) {
     disk_.files[kPath] = bytes;
     Save(Worked());
@@ -148,7 +148,7 @@ TEST_F(SettingsFileTest, FilesSetAsideInOneSecondHaveNumbers) {
   EXPECT_EQ(disk_.files[L"V\\Client.settings.damaged-20260315_094102-3.json"], "third");
 }
 
-TEST_F(SettingsFileTest, FileSetAsideThatAnotherProgramHoldsIsNotOverwritten) {
+TEST_F(SettingsFileTest, LockedFileSetAsideEarlierIsNotOverwritten) {
   disk_.files = {{kPath, "second"}, {kDamagedPath, "first"}};
   disk_.unreadable = kDamagedPath;
   EXPECT_EQ(Save(Worked()).failure, L"");
@@ -171,7 +171,7 @@ TEST_F(SettingsFileTest, DamagedFileThatCannotBeSetAsideStays) {
   EXPECT_EQ(disk_.files[kPath], FileBytes(Worked()));
 }
 
-// A save comes every few seconds while a connection is retried.
+// While a connection is retried, the settings are saved every few seconds.
 TEST_F(SettingsFileTest, DamagedFileThatCannotBeOverwrittenIsSetAsideOnce) {
   disk_.files[kPath] = "damaged";
   disk_.refuse = [](const std::wstring& path) {

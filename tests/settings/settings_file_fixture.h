@@ -24,14 +24,14 @@ inline bool IsNewEngineerId(const std::wstring& id) {
          id.find_first_not_of(L"0123456789", 4) == std::wstring::npos;
 }
 
-// All but the identity as in a fresh record.
+// Expects default values in all fields except the engineer id.
 inline void ExpectDefaults(Settings settings) {
   settings.engineerId.clear();
   EXPECT_EQ(WriteSettingsText(settings), WriteSettingsText(Settings()));
   EXPECT_EQ(settings.serverUrl, DefaultServerUrl());
 }
 
-// A record as an engineer has one who has worked for a while.
+// Settings as they look after some use.
 inline Settings Worked() {
   Settings settings;
   settings.engineerId = L"ENG-12345678";
@@ -44,7 +44,7 @@ inline Settings Worked() {
   return settings;
 }
 
-// `text` as editors write UTF-16, with its mark.
+// `text` in UTF-16 with a byte order mark, as editors write it.
 inline std::string LittleEndian(std::wstring_view text) {
   std::string bytes = "\xFF\xFE";
   for (const wchar_t unit : text) {

@@ -29,7 +29,7 @@ TEST_F(SettingsFileTest, MissingFileLeavesOtherFieldsAlone) {
   EXPECT_TRUE(IsNewEngineerId(settings.engineerId));
 }
 
-TEST_F(SettingsFileTest, MissingFileIsAFirstStartEvenBesideASecondCopy) {
+TEST_F(SettingsFileTest, MissingFileMeansAFirstStartEvenWithASecondCopy) {
   disk_.files[kLastPath] = FileBytes(Worked());
   ExpectDefaults(disk_.Load());
   EXPECT_EQ(disk_.loadReport, L"");
@@ -42,7 +42,7 @@ TEST_F(SettingsFileTest, EmptyFileChangesNothingAndMakesNoIdentity) {
   ExpectDefaults(settings);
 }
 
-TEST_F(SettingsFileTest, FileOfWrongKindsGivesDefaults) {
+TEST_F(SettingsFileTest, FileWithWrongTypesGivesDefaults) {
   const Settings settings = LoadBytes(
       "{\"serverUrl\":1,\"deviceSecret\":true,\"engineerId\":[],\"autoStartEnabled\":\"true\","
       "\"discoveryModeEnabled\":1,\"siteProfiles\":{\"name\":\"x\"}}");
@@ -51,14 +51,14 @@ TEST_F(SettingsFileTest, FileOfWrongKindsGivesDefaults) {
   ExpectDefaults(settings);
 }
 
-TEST_F(SettingsFileTest, NewIdentityReachesTheFileWithTheNextSaveOnly) {
+TEST_F(SettingsFileTest, NewIdentityIsWrittenOnlyByTheNextSave) {
   const Settings settings = LoadBytes("{\"deviceName\":\"d\"}");
   EXPECT_EQ(disk_.files[kPath], "{\"deviceName\":\"d\"}");
   Save(settings);
   EXPECT_EQ(disk_.Load().engineerId, settings.engineerId);
 }
 
-TEST_F(SettingsFileTest, ReadsEveryEncodingThatAnEditorSaves) {
+TEST_F(SettingsFileTest, ReadsEveryEncodingThatEditorsWrite) {
   using namespace std::string_view_literals;
   EXPECT_EQ(LoadBytes("{\"deviceName\":\"\xE6\xB3\xB5\xE7\xAB\x99\"}").deviceName, L"\x6CF5\x7AD9");
   EXPECT_EQ(LoadBytes("\xEF\xBB\xBF{\"deviceName\":\"d\"}").deviceName, L"d");
@@ -69,7 +69,7 @@ TEST_F(SettingsFileTest, ReadsEveryEncodingThatAnEditorSaves) {
   }
 }
 
-TEST_F(SettingsFileTest, TrustsWhatAnEditorLeavesAroundTheObject) {
+TEST_F(SettingsFileTest, AcceptsTextThatAnEditorLeavesAroundTheObject) {
   for (const char* bytes : {" \r\n{\"deviceName\":\"d\"}", "{\"deviceName\":\"d\"}\r\n\t ",
                             "{\"deviceName\":\"d\",\"siteProfiles\":[]} // mine"}) {
     EXPECT_EQ(LoadBytes(bytes).deviceName, L"d") << bytes;
@@ -119,14 +119,14 @@ TEST_F(SettingsFileTest, KeepsTheLastGoodTextBesideIt) {
   EXPECT_EQ(disk_.files[kLastPath], FileBytes(Worked()));
 }
 
-TEST_F(SettingsFileTest, SaveThatChangesNothingWritesNothing) {
+TEST_F(SettingsFileTest, UnchangedSettingsAreNotWritten) {
   Save(Worked());
   EXPECT_EQ(Save(Worked()).failure, L"");
   EXPECT_TRUE(disk_.written.empty());
 }
 
-// A file of an earlier version, or one that an editor has changed, has no second copy yet.
-TEST_F(SettingsFileTest, CopiesWhatIsThereBeforeTheFirstTruncation) {
+// A file of an earlier version or of an editor has no second copy yet.
+TEST_F(SettingsFileTest, CopiesTheExistingFileBeforeTheFirstTruncation) {
   disk_.files[kPath] = "{\"deviceName\":\"by hand\"}";
   Save(Worked());
   EXPECT_EQ(disk_.written, (Paths{kLastPath, kPath, kLastPath}));
@@ -138,7 +138,7 @@ TEST_F(SettingsFileTest, CopiesWhatIsThereBeforeTheFirstTruncation) {
   EXPECT_EQ(disk_.files[kPath], FileBytes(Worked())) << "not without a second copy";
 }
 
-TEST_F(SettingsFileTest, MakesUpForASecondCopyThatCouldNotBeWritten) {
+TEST_F(SettingsFileTest, WritesAFailedSecondCopyLater) {
   disk_.refuse = [](const std::wstring& path) {
     return std::wstring(path == kLastPath ? L"磁盘空间不足。" : L"");
   };
@@ -148,8 +148,8 @@ TEST_F(SettingsFileTest, MakesUpForASecondCopyThatCouldNotBeWritten) {
   EXPECT_EQ(disk_.files[kLastPath], FileBytes(Worked()));
 }
 
-// Every write is through and every one is refused at the end, where the disk is to have it.
-TEST_F(SettingsFileTest, WritesAgainWhatTheDiskHasNotConfirmed) {
+// Every write succeeds, but the final flush to the disk fails.
+TEST_F(SettingsFileTest, RewritesFilesThatWereNotFlushed) {
   SettingsFile file = disk_.File();
   disk_.doubt = [](const std::wstring&) { return std::wstring(L"设备未就绪。"); };
   const std::wstring failure = std::wstring(L"设备未就绪。（") + kPath + L"）";
@@ -166,7 +166,7 @@ TEST_F(SettingsFileTest, WritesAgainWhatTheDiskHasNotConfirmed) {
   EXPECT_TRUE(disk_.written.empty());
 }
 
-TEST_F(SettingsFileTest, SaysWhyItCouldNotBeWritten) {
+TEST_F(SettingsFileTest, ReportsWhyItCouldNotBeWritten) {
   disk_.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
   EXPECT_EQ(Save(Worked()).failure, std::wstring(L"拒绝访问。（") + kPath + L"）");
 }
@@ -188,7 +188,7 @@ TEST_F(SettingsFileTest, ConnectionInForceIsWrittenBeforeTheSettingsThatNameIt) 
   EXPECT_TRUE(disk_.written.empty());
 }
 
-TEST_F(SettingsFileTest, ConnectionOfAnotherTimeIsNotInForce) {
+TEST_F(SettingsFileTest, OutdatedConnectionIsNotInForce) {
   Save(Connected());
   Settings later = Connected();
   later.connectionId = L"c2";
@@ -210,7 +210,7 @@ TEST_F(SettingsFileTest, GrantOfAnotherConnectionIsNotWritten) {
   }
 }
 
-TEST_F(SettingsFileTest, ConnectionThatCannotBeWrittenIsToldButKeepsNothingBack) {
+TEST_F(SettingsFileTest, ConnectionThatCannotBeWrittenIsReportedAndTheRestIsSaved) {
   disk_.refuse = [](const std::wstring& path) {
     return std::wstring(path == kGrantPath ? L"拒绝访问。" : L"");
   };
@@ -236,7 +236,7 @@ TEST(SettingsOnDisk, AreSavedWithTheirFolderAndReadAgain) {
   EXPECT_NE(file.Save(loaded).report.find(L".damaged-now.json"), std::wstring::npos);
 }
 
-TEST(SettingsOnDisk, FolderInTheFilesPlaceReadsLikeAMissingFileAndTakesNoSave) {
+TEST(SettingsOnDisk, FolderOfTheSameNameReadsAsMissingAndFailsTheSave) {
   const platform::ScratchFolder scratch;
   SettingsFile file(scratch.Folder(), platform::RealFiles(), [] { return std::wstring(); });
   Settings settings;

@@ -12,7 +12,7 @@ namespace {
 
 class SettingsFileOnWindows : public testing::Test {
  protected:
-  // Holds the file open for reading, allowing others what `sharing` says.
+  // Opens the file for reading with this sharing mode.
   [[nodiscard]] platform::FileHandle Hold(DWORD sharing) const {
     return platform::FileHandle(::CreateFileW(path_.c_str(), GENERIC_READ, sharing, nullptr,
                                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -23,12 +23,12 @@ class SettingsFileOnWindows : public testing::Test {
   SettingsFile file_{path_, platform::RealFiles(), [] { return std::wstring(L"now"); }};
 };
 
-TEST_F(SettingsFileOnWindows, LiesInTheRoamingFolder) {
+TEST_F(SettingsFileOnWindows, IsInTheRoamingFolder) {
   EXPECT_EQ(SettingsFilePath(),
             platform::RoamingAppDataFolder() + L"\\Velmarine\\Client.settings.json");
 }
 
-TEST_F(SettingsFileOnWindows, HeldAgainstWritersItIsReadAndASaveSaysWhyItFailed) {
+TEST_F(SettingsFileOnWindows, LockedAgainstWritingItIsReadAndASaveReportsWhyItFailed) {
   Settings settings;
   settings.deviceName = L"first";
   ASSERT_EQ(file_.Save(settings).failure, L"");
@@ -44,8 +44,8 @@ TEST_F(SettingsFileOnWindows, HeldAgainstWritersItIsReadAndASaveSaysWhyItFailed)
   EXPECT_EQ(platform::ReadFileBytes(path_), before);
 }
 
-// A file that another program holds without letting it be renamed can still be copied.
-TEST_F(SettingsFileOnWindows, DamagedOneIsSetAsideWhileAnotherProgramHoldsIt) {
+// A file that cannot be renamed, because another program has it open, can still be copied.
+TEST_F(SettingsFileOnWindows, DamagedFileIsSetAsideWhileOpenElsewhere) {
   ASSERT_TRUE(platform::WriteFileBytes(path_, "damaged"));
   const platform::FileHandle holder = Hold(FILE_SHARE_READ | FILE_SHARE_WRITE);
   ASSERT_TRUE(holder);
@@ -56,7 +56,7 @@ TEST_F(SettingsFileOnWindows, DamagedOneIsSetAsideWhileAnotherProgramHoldsIt) {
   EXPECT_EQ(file_.Load(loaded), L"");
 }
 
-TEST_F(SettingsFileOnWindows, DamagedOneThatNobodyElseMayReadIsNotOverwritten) {
+TEST_F(SettingsFileOnWindows, DamagedFileLockedAgainstReadingIsNotOverwritten) {
   ASSERT_TRUE(platform::WriteFileBytes(path_, "damaged"));
   {
     const platform::FileHandle holder = Hold(0);

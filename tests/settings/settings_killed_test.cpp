@@ -2,8 +2,8 @@
 
 #include "settings/memory_disk.h"
 
-// A save that is cut short: the process is killed, or the power fails, before each of its steps.
-// Nothing that had been saved before may be lost, whatever the next start finds.
+// Interrupted saves: the process is killed, or the power fails, before each step. The next start
+// must not lose anything that was saved earlier.
 namespace settings {
 namespace {
 
@@ -22,10 +22,10 @@ Settings Record(const wchar_t* profile, const wchar_t* connectionId) {
 struct KilledSave {
   const char* name;
   std::map<std::wstring, std::string> before;  // the files
-  Settings known;                              // what a start makes of them
+  Settings known;                              // as loaded from them
 };
 
-// A file that cannot be trusted, but gives a start what it holds.
+// A damaged file whose first object can still be read.
 constexpr char kReadableInPart[] = R"({"engineerId":"ENG-12345678","deviceName":"name"}]})";
 
 std::vector<KilledSave> KilledSaves() {
@@ -52,7 +52,7 @@ std::vector<KilledSave> KilledSaves() {
   };
 }
 
-// Saves `next` over `before`, killed before step `step`; false when the save had no such step.
+// Saves `next` and is killed before step `step`; false if the save has fewer steps.
 bool SaveKilledAt(int step, const Settings& next, MemoryDisk& disk) {
   disk.stepsToLive = step;
   bool killed = false;
@@ -65,7 +65,7 @@ bool SaveKilledAt(int step, const Settings& next, MemoryDisk& disk) {
   return killed;
 }
 
-// A connection is granted where none is held, or a profile saved while one is.
+// Each save stores a new connection, or, if one already exists, a new profile.
 TEST(KilledSave, LeavesTheOldSettingsOrTheNew) {
   for (const KilledSave& row : KilledSaves()) {
     const bool held = !row.known.connectionId.empty();
@@ -90,7 +90,7 @@ TEST(KilledSave, LeavesTheOldSettingsOrTheNew) {
   }
 }
 
-TEST(KilledSave, LeavesADamagedFileInOnePlaceOrTheOther) {
+TEST(KilledSave, KeepsADamagedFileInOnePlaceOrTheOther) {
   const std::string good = FileBytes(Record(L"old", L""));
   for (int step = 0;; ++step) {
     MemoryDisk disk;
@@ -101,7 +101,7 @@ TEST(KilledSave, LeavesADamagedFileInOnePlaceOrTheOther) {
   }
 }
 
-// Killed over and over, it saves in the end, and never loses what it had.
+// After any number of kills, a save must succeed without losing the earlier settings.
 TEST(KilledSave, MayBeRepeated) {
   for (int step = 0; step < 12; ++step) {
     MemoryDisk disk;

@@ -11,7 +11,7 @@
 #include "settings/site_profiles.h"
 #include "text/strings.h"
 
-// Whatever the record holds: saved, loaded and saved again, the file is the same byte for byte.
+// Any settings, saved, loaded and saved again, yield the same file byte for byte.
 namespace settings {
 namespace {
 
@@ -34,7 +34,7 @@ class RandomSettings {
                                   &Settings::autoStartEnabled, &Settings::discoveryModeEnabled}) {
       made.*field = Pick(2) == 0;
     }
-    // Loading fills these in when they are empty, and makes addresses out of what is none.
+    // Loading replaces empty values of these three and normalises the address.
     made.profileName = L"p" + Text();
     made.engineerId = L"e" + Text();
     made.serverUrl = L"https://" + Text() + L"x";
@@ -42,7 +42,7 @@ class RandomSettings {
     return made;
   }
 
-  // Up to 12 units of any value, the telling ones often; pairs and lone surrogates among them.
+  // Up to 12 units of any value, often special ones; includes pairs and lone surrogates.
   std::wstring Text() {
     using std::literals::operator""sv;  // counts the zero unit
     constexpr std::wstring_view kTelling =
@@ -76,7 +76,7 @@ class RandomSettings {
   std::mt19937 random_;
 };
 
-// Saves `made`, loads it into `loaded` and saves that; the second file has to be the first.
+// Saves `made`, loads it into `loaded` and saves that; both files must be equal.
 void ExpectSameFileAgain(const platform::ScratchFolder& scratch, const Settings& made,
                          Settings& loaded) {
   const std::wstring first = scratch.Path(L"first.json");
@@ -90,7 +90,7 @@ void ExpectSameFileAgain(const platform::ScratchFolder& scratch, const Settings&
   const auto bytes = platform::ReadFileBytes(first);
   ASSERT_TRUE(bytes.has_value());
   ASSERT_GT(bytes->size(), 600u);
-  // Not by EXPECT_EQ, which would print a megabyte.
+  // EXPECT_EQ would print a megabyte.
   ASSERT_TRUE(bytes == platform::ReadFileBytes(second));
 }
 
@@ -118,8 +118,8 @@ TEST(SettingsRoundTrip, SavesAThousandProfilesByteForByte) {
   }
 }
 
-// What the engineer saves as a profile and loads again keeps that true.
-TEST(SettingsRoundTrip, SavesProfilesThatWereKeptAndLoadedByteForByte) {
+// The same must hold after the engineer has stored and loaded a profile.
+TEST(SettingsRoundTrip, SavesStoredAndLoadedProfilesByteForByte) {
   const platform::ScratchFolder scratch;
   RandomSettings random(20260317);
   for (int round = 0; round < 300; ++round) {
@@ -132,14 +132,14 @@ TEST(SettingsRoundTrip, SavesProfilesThatWereKeptAndLoadedByteForByte) {
     ASSERT_FALSE(loaded.siteProfiles.empty());
     const std::wstring name = loaded.siteProfiles.front().name;
     const bool named = LoadSiteProfile(loaded, name, ProfileChooser::Page).changed;
-    // A name that ends in white space, from a file edited by hand, is never chosen.
+    // A name that ends in white space, from a file edited by hand, is never found.
     ASSERT_EQ(named, text::Trim(name) == name);
     Settings again;
     ASSERT_NO_FATAL_FAILURE(ExpectSameFileAgain(scratch, loaded, again));
   }
 }
 
-// UTF-8 has no lone surrogate; the file has U+FFFD for it from the first save on.
+// UTF-8 cannot encode lone surrogates, so the first save writes U+FFFD instead.
 TEST(SettingsRoundTrip, SavesLoneSurrogatesAsReplacementCharacters) {
   const platform::ScratchFolder scratch;
   Settings made;
@@ -155,8 +155,8 @@ TEST(SettingsRoundTrip, SavesLoneSurrogatesAsReplacementCharacters) {
   EXPECT_EQ(loaded.siteProfiles[0].sharedNetworks, std::vector<std::wstring>{L"\xFFFDz"});
 }
 
-// An address that is none is not what it was once it has been made into one; it settles at once.
-TEST(SettingsRoundTrip, SettlesAnAddressThatIsNone) {
+// Normalising changes an invalid address, but only the first time.
+TEST(SettingsRoundTrip, NormalisesAnInvalidAddressOnlyOnce) {
   for (const wchar_t* typed : {L"/", L"://", L"a:///", L"host /", L"\\\\"}) {
     Settings made;
     made.engineerId = L"ENG-12345678";
@@ -170,7 +170,7 @@ TEST(SettingsRoundTrip, SettlesAnAddressThatIsNone) {
   }
 }
 
-// In memory nothing is lost at all, lone surrogates included.
+// Without UTF-8, even lone surrogates survive.
 TEST(SettingsRoundTrip, ReadsTextsBackUnchanged) {
   RandomSettings random(7);
   for (int round = 0; round < 300; ++round) {

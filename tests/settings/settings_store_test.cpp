@@ -56,7 +56,7 @@ TEST_F(SettingsStoreTest, ReportsADamagedFileAtItsLoadAndWhenItIsSetAside) {
   EXPECT_EQ(store_.TakeReports(), Lines{});
 }
 
-TEST_F(SettingsStoreTest, FailedSaveIsReportedOncePerCauseAndTheRecordStands) {
+TEST_F(SettingsStoreTest, FailedSaveIsReportedOncePerCauseAndKeepsTheRecord) {
   RefuseAll(L"拒绝访问。");
   Edit([](Settings& settings) { settings.connectionId = L"c1"; });
   store_.Save();
@@ -82,7 +82,7 @@ TEST_F(SettingsStoreTest, FailedSaveIsReportedOncePerCauseAndTheRecordStands) {
 
 // ---- a job beside the window
 
-TEST_F(SettingsStoreTest, JobWorksOnACopyThatCountsWhenItEnds) {
+TEST_F(SettingsStoreTest, JobWorksOnACopyThatIsMergedWhenItEnds) {
   Edit([](Settings& settings) { settings.testIp = L"1.2.3.4"; });
   {
     JobSettings job(store_);
@@ -95,7 +95,7 @@ TEST_F(SettingsStoreTest, JobWorksOnACopyThatCountsWhenItEnds) {
   EXPECT_EQ(disk_.Load().latencyText, L"12 ms");
 }
 
-TEST_F(SettingsStoreTest, WhatAJobSavesMeanwhileIsReadAndOutlivesTheWindowsSaves) {
+TEST_F(SettingsStoreTest, SaveDuringAJobIsReadAndSurvivesTheWindowsSaves) {
   JobSettings job(store_);
   job.record.connectionId = L"c1";
   job.Save();
@@ -110,7 +110,7 @@ TEST_F(SettingsStoreTest, WhatAJobSavesMeanwhileIsReadAndOutlivesTheWindowsSaves
   EXPECT_TRUE(disk_.Load().discoveryModeEnabled);
 }
 
-TEST_F(SettingsStoreTest, WhatTheWindowDoesWhileAJobRunsIsKept) {
+TEST_F(SettingsStoreTest, WindowEditsDuringAJobAreKept) {
   Edit([](Settings& settings) { settings.deviceSecret = L"first key"; });
   std::optional<JobSettings> job(std::in_place, store_);
   job->record.connectionId = L"c1";
@@ -131,7 +131,7 @@ TEST_F(SettingsStoreTest, WhatTheWindowDoesWhileAJobRunsIsKept) {
   }
 }
 
-TEST_F(SettingsStoreTest, WhatBothChangeGoesToItsOwner) {
+TEST_F(SettingsStoreTest, ConflictsAreResolvedByTheFieldsOwner) {
   std::optional<JobSettings> job(std::in_place, store_);
   job->record.targetNetwork = L"ALL";
   job->record.deviceNumber = L"job's";
@@ -149,8 +149,8 @@ TEST_F(SettingsStoreTest, WhatBothChangeGoesToItsOwner) {
   }
 }
 
-// A profile is loaded, or the form put back to what it was, after the job.
-TEST_F(SettingsStoreTest, JobThatHasEndedYieldsToEveryLaterEdit) {
+// After the job, the engineer loads a profile or restores the form's old values.
+TEST_F(SettingsStoreTest, EveryLaterEditOverridesAFinishedJob) {
   Edit([](Settings& settings) { settings.targetNetwork = L"10.1.0.0/16"; });
   {
     JobSettings job(store_);
@@ -168,8 +168,8 @@ TEST_F(SettingsStoreTest, JobThatHasEndedYieldsToEveryLaterEdit) {
   }
 }
 
-// The profile that is saved in mid-job describes what the form shows, not what the job has cleared.
-TEST_F(SettingsStoreTest, WindowsEditDoesNotSeeWhatTheJobHasCleared) {
+// A profile saved during a job describes the form, not the fields that the job has cleared.
+TEST_F(SettingsStoreTest, WindowEditDoesNotSeeFieldsClearedByTheJob) {
   Edit([](Settings& settings) { settings.routesText = L"10.1.0.0/16"; });
   JobSettings job(store_);
   job.record.routesText.clear();
@@ -180,7 +180,7 @@ TEST_F(SettingsStoreTest, WindowsEditDoesNotSeeWhatTheJobHasCleared) {
   EXPECT_EQ(store_.Read().routesText, L"");
 }
 
-TEST_F(SettingsStoreTest, NextJobStartsFromWhatTheFirstHasLeft) {
+TEST_F(SettingsStoreTest, NextJobStartsFromTheResultOfTheFirst) {
   {
     JobSettings first(store_);
     first.record.connectionId = L"c1";
@@ -189,7 +189,7 @@ TEST_F(SettingsStoreTest, NextJobStartsFromWhatTheFirstHasLeft) {
   EXPECT_EQ(second.record.connectionId, L"c1");
 }
 
-TEST_F(SettingsStoreTest, JobOnAFileThatTakesNothingStillCounts) {
+TEST_F(SettingsStoreTest, JobIsMergedEvenIfTheFileCannotBeWritten) {
   RefuseAll(L"拒绝访问。");
   {
     JobSettings job(store_);
@@ -213,7 +213,7 @@ TEST_F(SettingsStoreTest, RetriesThatChangeNothingWriteNothing) {
   EXPECT_EQ(disk_.written, (Lines{kPath, kLastPath})) << "the first refusal, and no other";
 }
 
-// Jobs one after another on one thread, the window on another, saves of both interleaved.
+// Consecutive jobs on one thread, the window on another, with interleaved saves.
 TEST_F(SettingsStoreTest, NothingIsLostBetweenTwoThreads) {
   constexpr int kRounds = 300;
   std::atomic<bool> done{false};
@@ -241,7 +241,7 @@ TEST_F(SettingsStoreTest, NothingIsLostBetweenTwoThreads) {
   }
 }
 
-// The window takes the lines while a job's saves fail and work in turns.
+// The window takes the reports while a job's saves alternately fail and succeed.
 TEST_F(SettingsStoreTest, ReportsAreTakenWhileAJobSaves) {
   constexpr int kRounds = 300;
   int saves = 0;  // the disk is used under the store's lock

@@ -87,8 +87,8 @@ TEST(SettingsText, StartsFromDefaults) {
   EXPECT_TRUE(fresh.siteProfiles.empty());
 }
 
-// Each key reaches exactly the field that is written under it.
-TEST(SettingsText, ReadsEachKeyByItself) {
+// Each key is read into exactly the field that is written under it.
+TEST(SettingsText, ReadsEachKeyAlone) {
   for (const wchar_t* key : kStrings) {
     const std::wstring line = L"  \"" + std::wstring(key) + L"\": \"http://text\",\n";
     const Settings settings = Read(L"{\"" + std::wstring(key) + L"\":\"http://text\"}");
@@ -101,7 +101,7 @@ TEST(SettingsText, ReadsEachKeyByItself) {
   }
 }
 
-TEST(SettingsText, IgnoresValuesOfTheWrongKindKeyByKey) {
+TEST(SettingsText, IgnoresEachValueOfTheWrongType) {
   for (const wchar_t* key : kStrings) {
     for (const wchar_t* value : {L"1", L"true", L"null", L"[]", L"{}"}) {
       Settings settings = Read(L"{\"deviceName\":\"n\",\"engineerId\":\"E\"}");
@@ -136,7 +136,7 @@ TEST(SettingsText, MakesAnIdentityOnlyWhenTheFileHasNone) {
   EXPECT_EQ(Read(L"{}").engineerId.size(), 12u);
 }
 
-TEST(SettingsText, ReplacesTheProfileListWhole) {
+TEST(SettingsText, ReplacesTheWholeProfileList) {
   Settings settings;
   settings.siteProfiles.push_back({L"old", L"", L"", L"", L"", {}});
   ReadSettingsText(L"{\"siteProfiles\":[{\"name\":\"new\"}]}", settings);
@@ -146,7 +146,7 @@ TEST(SettingsText, ReplacesTheProfileListWhole) {
   EXPECT_TRUE(settings.siteProfiles.empty());
 }
 
-TEST(SettingsText, TakesNothingFromADocumentThatIsNoObject) {
+TEST(SettingsText, IgnoresDocumentsOtherThanObjects) {
   for (const wchar_t* text : {L"[]", L"5", L"null", L"\"serverUrl\"", L"true", L"garbage", L" "}) {
     Settings settings;
     settings.deviceName = L"d";
@@ -159,7 +159,7 @@ TEST(SettingsText, TakesNothingFromADocumentThatIsNoObject) {
   }
 }
 
-TEST(SettingsText, ReadsAnyLayoutAndIgnoresUnknownKeysAndWhatFollows) {
+TEST(SettingsText, ReadsAnyLayoutAndIgnoresUnknownKeysAndTrailingText) {
   const Settings settings = Read(
       L" \r\n{\"unknown\":{\"deviceName\":\"no\"},\"testIp\" :\t\"10.1.1.1\",\"deviceName\":\"d\"} "
       L"x");
@@ -167,7 +167,7 @@ TEST(SettingsText, ReadsAnyLayoutAndIgnoresUnknownKeysAndWhatFollows) {
   EXPECT_EQ(settings.deviceName, L"d");
 }
 
-TEST(SettingsText, ChangesNothingWhenTheTextIsNoJson) {
+TEST(SettingsText, ChangesNothingForInvalidJson) {
   for (const wchar_t* text : {L"{\"deviceName\":\"new\"", L"{\"deviceName\":\"new\",}", L"{\"a"}) {
     Settings settings;
     settings.deviceName = L"old";

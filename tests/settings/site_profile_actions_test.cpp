@@ -24,7 +24,7 @@ SiteProfile ProfileOf(const std::wstring& name, const std::wstring& secret) {
   return {name, L"http://h", L"D", secret, L"ALL", {}};
 }
 
-// Saves under another name and secret on top of what `settings` already keeps.
+// Saves a further profile, with this name and secret.
 ProfileOutcome SaveAs(Settings& settings, const std::wstring& name, const std::wstring& secret) {
   settings.profileName = name;
   settings.deviceSecret = secret;
@@ -37,7 +37,7 @@ Lines NamesOf(const Settings& settings) {
   return names;
 }
 
-TEST(ProfileFromSettings, TakesTheFieldsThatAreTheSites) {
+TEST(ProfileFromSettings, TakesTheFieldsOfTheSite) {
   Settings settings = SettingsOf(L"Plant A", L"key");
   settings.serverUrl = L"http://192.0.2.10:31080";
   settings.deviceNumber = L"D-100";
@@ -63,7 +63,7 @@ struct NetworkRow {
   const wchar_t* kept;  // as the profile's target
 };
 
-TEST(ProfileFromSettings, TakesTheTargetForTheNetworksOnlyWhenThereAreNone) {
+TEST(ProfileFromSettings, UsesTheTargetOnlyWithoutNetworks) {
   const NetworkRow rows[] = {
       {"nothing known", L"", L"", {}, L"ALL"},
       {"all of nothing", L"", L"ALL", {}, L"ALL"},
@@ -93,7 +93,7 @@ TEST(SaveSiteProfile, IsRefusedWithoutANameOrASecretAndChangesNothing) {
   } rows[] = {{L"", L"key", kNoName}, {L"", L"", kNoName}, {L"Plant A", L"", kNoSecret}};
   for (const auto& row : rows) {
     Settings settings = SettingsOf(row.name, row.secret);
-    // Neither an equal name nor an equal secret is taken off the list.
+    // A refused save does not remove profiles of the same name or secret either.
     settings.siteProfiles = {ProfileOf(L"Plant A", L"key"), ProfileOf(L"Plant B", L"")};
     const std::wstring before = WriteSettingsText(settings);
     const ProfileOutcome outcome = SaveSiteProfile(settings);
@@ -103,7 +103,7 @@ TEST(SaveSiteProfile, IsRefusedWithoutANameOrASecretAndChangesNothing) {
   }
 }
 
-TEST(SaveSiteProfile, SaysThatItIsSaved) {
+TEST(SaveSiteProfile, ReportsThatItIsSaved) {
   Settings settings = SettingsOf(L"Plant A", L"key");
   const ProfileOutcome outcome = SaveSiteProfile(settings);
   EXPECT_EQ(outcome.logText, kSaved);
@@ -156,7 +156,7 @@ TEST(SaveSiteProfile, MatchesNamesOnlyWithNamesAndSecretsOnlyWithSecrets) {
   EXPECT_EQ(NamesOf(settings), (Lines{L"same", L"other", L"same ", L"sam"}));
 }
 
-// A profile without a secret, from a file edited by hand, is nobody's site.
+// A profile without a secret, from a file edited by hand, does not belong to any site.
 TEST(SaveSiteProfile, LeavesProfilesWithoutASecretAlone) {
   Settings settings = SettingsOf(L"A", L"key");
   settings.siteProfiles = {ProfileOf(L"B", L""), ProfileOf(L"C", L"")};
@@ -164,12 +164,12 @@ TEST(SaveSiteProfile, LeavesProfilesWithoutASecretAlone) {
   EXPECT_EQ(NamesOf(settings), (Lines{L"A", L"B", L"C"}));
 }
 
-TEST(SaveSiteProfile, KnowsNamesInOtherAlphabetsInAnyCase) {
+TEST(SaveSiteProfile, IgnoresTheCaseOfNamesInOtherAlphabets) {
   Settings settings;
   SaveAs(settings, L"\x041F\x043B\x0430\x043D", L"1");  // Cyrillic
   SaveAs(settings, L"\x043F\x041B\x0410\x041D", L"2");
   EXPECT_EQ(NamesOf(settings), Lines{L"\x043F\x041B\x0410\x041D"});
-  SaveAs(settings, L"\x0141\x00D3\x0179", L"2");  // Polish, with the key of the one before
+  SaveAs(settings, L"\x0141\x00D3\x0179", L"2");  // Polish, with the previous key
   SaveAs(settings, L"\x0142\x00F3\x017A", L"3");
   EXPECT_EQ(NamesOf(settings), Lines{L"\x0142\x00F3\x017A"});
   SaveAs(settings, L"泵站\xD83D\xDE00", L"4");
@@ -206,7 +206,7 @@ Settings WithPlant() {
   return settings;
 }
 
-TEST(LoadSiteProfile, PutsTheValuesBackIntoTheSettings) {
+TEST(LoadSiteProfile, CopiesItsValuesIntoTheSettings) {
   Settings settings = WithPlant();
   const ProfileOutcome outcome = LoadSiteProfile(settings, L"Plant A", ProfileChooser::Page);
   EXPECT_TRUE(outcome.changed);
@@ -220,7 +220,7 @@ TEST(LoadSiteProfile, PutsTheValuesBackIntoTheSettings) {
   EXPECT_EQ(settings.siteProfiles.size(), 3u);
 }
 
-TEST(LoadSiteProfile, FillsInWhatTheProfileDoesNotHave) {
+TEST(LoadSiteProfile, FillsInMissingValues) {
   Settings settings = WithPlant();
   settings.routesText = L"10.9.0.0/16";
   settings.targetNetwork = L"10.9.0.0/16";
@@ -233,7 +233,7 @@ TEST(LoadSiteProfile, FillsInWhatTheProfileDoesNotHave) {
   EXPECT_EQ(settings.routesText, L"");
 }
 
-TEST(LoadSiteProfile, TouchesNothingThatIsNotTheSites) {
+TEST(LoadSiteProfile, ChangesOnlyTheFieldsOfTheSite) {
   Settings settings = WithPlant();
   settings.connectionId = L"c1";
   settings.testIp = L"1.2.3.4";
@@ -248,14 +248,14 @@ TEST(LoadSiteProfile, TouchesNothingThatIsNotTheSites) {
   EXPECT_TRUE(settings.discoveryModeEnabled);
 }
 
-TEST(LoadSiteProfile, SaysItInTheWordsOfThePlaceWhereItWasChosen) {
+TEST(LoadSiteProfile, ReportsInTheWordsOfItsChooser) {
   Settings settings = WithPlant();
   EXPECT_EQ(LoadSiteProfile(settings, L"bare", ProfileChooser::Window).logText,
             L"已加载档案：Bare");
   EXPECT_EQ(LoadSiteProfile(settings, L"BARE", ProfileChooser::Page).logText, L"已载入档案：Bare");
 }
 
-TEST(LoadSiteProfile, FindsTheFirstOfThatNameInAnyCaseAndWithoutBlanks) {
+TEST(LoadSiteProfile, FindsTheFirstOfThatNameIgnoringCaseAndBlanks) {
   for (const wchar_t* name : {L"Plant A", L"PLANT A", L" \tplant a\r\n", L"\x3000Plant a\x00A0"}) {
     Settings settings = WithPlant();
     EXPECT_TRUE(LoadSiteProfile(settings, name, ProfileChooser::Page).changed) << name;
@@ -276,15 +276,15 @@ TEST(LoadSiteProfile, IsSilentForAnEmptyAndForAnUnknownName) {
   }
 }
 
-// The name may be one of the settings' own texts, which change under it.
-TEST(LoadSiteProfile, TakesItsNameFromTheSettingsThemselves) {
+// The name may be a view of a text in the settings, which loading changes.
+TEST(LoadSiteProfile, AcceptsANameOwnedByTheSettings) {
   Settings settings = WithPlant();
   settings.profileName = L"bare";
   EXPECT_EQ(LoadSiteProfile(settings, settings.profileName, ProfileChooser::Page).logText,
             L"已载入档案：Bare");
 }
 
-TEST(LoadSiteProfile, BringsBackWhatWasSaved) {
+TEST(LoadSiteProfile, RestoresASavedProfile) {
   Settings settings = SettingsOf(L"Plant A", L"key");
   settings.serverUrl = L"http://a:1";
   settings.deviceNumber = L"D-1";
@@ -303,9 +303,9 @@ TEST(LoadSiteProfile, BringsBackWhatWasSaved) {
   EXPECT_EQ(NamesOf(read), (Lines{L"Plant B", L"Plant A"}));
 }
 
-// A file without the address means the default; one with an empty address keeps the empty text,
-// and only loading the profile makes the default of it.
-TEST(LoadSiteProfile, TurnsAnEmptyAddressOfTheFileIntoTheDefault) {
+// A profile without an address gets the default when the file is read. An empty address stays empty
+// until the profile is loaded.
+TEST(LoadSiteProfile, ReplacesAnEmptyAddressOfTheFileWithTheDefault) {
   Settings settings;
   ReadSettingsText(L"{\"siteProfiles\":[{\"name\":\"A\"},{\"name\":\"B\",\"serverUrl\":\"\"}]}",
                    settings);

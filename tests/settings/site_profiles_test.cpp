@@ -39,7 +39,7 @@ TEST(ReadSiteProfiles, ReadsBackWhatWasWritten) {
   EXPECT_EQ(read[1].targetNetwork, L"ALL");
 }
 
-TEST(ReadSiteProfiles, FillsInWhatTheFileDoesNotSay) {
+TEST(ReadSiteProfiles, FillsInMissingMembers) {
   const auto read = ReadProfiles(
       L"[{\"name\":\"A\"},{\"name\":\"B\",\"serverUrl\":\"\",\"targetNetwork\":\"\"}]");
   ASSERT_EQ(read.size(), 2u);
@@ -52,7 +52,7 @@ TEST(ReadSiteProfiles, FillsInWhatTheFileDoesNotSay) {
   EXPECT_EQ(read[1].targetNetwork, L"");
 }
 
-TEST(ReadSiteProfiles, TakesMembersOfTheRightKindOnly) {
+TEST(ReadSiteProfiles, ReadsOnlyMembersOfTheRightType) {
   const auto read = ReadProfiles(
       L"[{\"name\":\"A\",\"serverUrl\":1,\"deviceNumber\":2,\"deviceSecret\":null,"
       L"\"targetNetwork\":[],\"sharedNetworks\":[\"x\",1,null,[\"y\"],\"z\"]},"

@@ -1,4 +1,4 @@
-// Holds the folding table against the C library's letters, which come from another source.
+// Compares the folding table with the C library's case tables, which come from another source.
 
 #include <gtest/gtest.h>
 #include <locale.h>
@@ -12,8 +12,8 @@
 namespace text {
 namespace {
 
-// The library knows no folding, but upper and lower case. Going up and down again brings together
-// all that a folding does: the micro sign and the letter mu have one upper case.
+// The C library has no case folding, but upper-casing and then lower-casing unifies the same
+// characters: the micro sign and the letter mu have the same upper case.
 class SystemCase {
  public:
   SystemCase() : locale_(::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {}
@@ -45,9 +45,9 @@ TEST(FoldCase, AgreesWithTheSystemOnEveryUnit) {
   int changed = 0;
   for (std::uint32_t unit = 0; unit <= 0xFFFF; ++unit) {
     std::uint32_t wanted = system.Upper(unit);
-    // Cherokee had upper-case letters long before lower-case ones, and folds to what was there.
+    // Cherokee folds to upper case, because its lower-case letters were added to Unicode later.
     if (!IsCherokee(unit)) wanted = system.Lower(wanted);
-    // Turkish pairs these two with the i and the I of all others.
+    // The Turkish dotted I and dotless i pair with ASCII letters, but do not fold.
     if (unit == 0x0130 || unit == 0x0131) wanted = unit;
     const std::wstring folded = FoldCase(std::wstring(1, static_cast<wchar_t>(unit)));
     ASSERT_EQ(folded.size(), 1u);

@@ -31,7 +31,7 @@ struct Pair {
   const wchar_t* folded;
 };
 
-TEST(FoldCase, KnowsTheLettersOfEveryAlphabet) {
+TEST(FoldCase, FoldsTheLettersOfEveryAlphabet) {
   const Pair rows[] = {
       {"Polish", L"\x0141\x017B", L"\x0142\x017C"},
       {"Czech", L"\x017D\x010C\x011A", L"\x017E\x010D\x011B"},
@@ -63,7 +63,7 @@ TEST(FoldCase, KnowsTheLettersOfEveryAlphabet) {
   }
 }
 
-TEST(FoldCase, LeavesAloneWhatHasNoPairOfOneUnit) {
+TEST(FoldCase, KeepsLettersWithoutAOneUnitCounterpart) {
   const struct {
     const char* name;
     const wchar_t* letters;

@@ -8,7 +8,7 @@
 namespace text {
 namespace {
 
-// Near misses of dotted quads, so that both answers come up often.
+// Near misses of dotted quads, so that both results are frequent.
 std::string RandomText(std::mt19937& random) {
   std::string value;
   for (int part = 0; part < 4; ++part) {

@@ -13,7 +13,7 @@ TEST(Ipv4Text, FormatsFourOctets) {
   EXPECT_EQ(FormatIpv4(0xFFFFFFFF), L"255.255.255.255");
 }
 
-TEST(Ipv4Text, TakesStrictDottedQuadsOnly) {
+TEST(Ipv4Text, AcceptsOnlyStrictDottedQuads) {
   EXPECT_EQ(ParseIpv4(L"0.0.0.0"), 0U);
   EXPECT_EQ(ParseIpv4(L"255.255.255.255"), 0xFFFFFFFFU);
   EXPECT_EQ(ParseIpv4(L"192.168.1.5"), 0xC0A80105U);

@@ -10,7 +10,7 @@
 namespace text {
 namespace {
 
-TEST(IsSpace, KnowsExactlyTheSpacesOfAsciiAndUnicode) {
+TEST(IsSpace, AcceptsExactlyTheSpacesOfAsciiAndUnicode) {
   const std::wstring spaces =
       L"\t\n\v\f\r \x0085\x00A0\x1680\x2000\x2001\x2002\x2003\x2004\x2005\x2006\x2007\x2008\x2009"
       L"\x200A\x2028\x2029\x202F\x205F\x3000";
@@ -20,7 +20,7 @@ TEST(IsSpace, KnowsExactlyTheSpacesOfAsciiAndUnicode) {
   }
 }
 
-TEST(Trim, TakesSpacesOffBothEndsOnly) {
+TEST(Trim, RemovesSpacesFromBothEndsOnly) {
   EXPECT_EQ(Trim(L""), L"");
   EXPECT_EQ(Trim(L" \t\r\n\x3000"), L"");
   EXPECT_EQ(Trim(L"key"), L"key");
@@ -37,7 +37,7 @@ TEST(EqualsIgnoreCase, ComparesWholeTexts) {
   EXPECT_FALSE(EqualsIgnoreCase(L"Plant A", L"Plant B"));
 }
 
-TEST(SplitLines, CutsAtEveryKindOfLineBreakAndDropsEmptyLines) {
+TEST(SplitLines, SplitsAtEveryKindOfLineBreakAndDropsEmptyLines) {
   using Lines = std::vector<std::wstring>;
   EXPECT_EQ(SplitLines(L""), Lines());
   EXPECT_EQ(SplitLines(L"\r\n\n\r"), Lines());
@@ -56,7 +56,7 @@ TEST(Join, PutsTheSeparatorBetweenParts) {
   EXPECT_EQ(Join(withEmpty, L"\r\n"), L"\r\nb\r\n");
 }
 
-TEST(PercentEncode, KeepsTheUnreservedCharactersAlone) {
+TEST(PercentEncode, LeavesTheUnreservedCharactersAlone) {
   const std::wstring kept = L"AZaz09-._~";
   for (std::uint32_t value = 0; value < 0x80; ++value) {
     const auto unit = static_cast<wchar_t>(value);

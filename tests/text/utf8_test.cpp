@@ -34,7 +34,7 @@ constexpr EncodedText kWellFormed[] = {
     {"last of all", "\xF4\x8F\xBF\xBF", L"\xDBFF\xDFFF"},
 };
 
-// Ill-formed bytes: one U+FFFD for each longest beginning of a character, and for each other byte.
+// Ill-formed bytes: one U+FFFD for each longest truncated character, and for each other byte.
 constexpr EncodedText kIllFormed[] = {
     {"lone continuation bytes", "\x80\xBF", L"\xFFFD\xFFFD"},
     {"overlong of two bytes", "\xC0\x80", L"\xFFFD\xFFFD"},
@@ -99,7 +99,7 @@ TEST(Utf8, RoundTripsEveryCharacter) {
   EXPECT_EQ(FromUtf8(ToUtf8(units)), units);
 }
 
-// Whatever the bytes: units only, and what was decoded once stays as it is.
+// Any bytes decode to UTF-16 units that survive encoding and decoding.
 TEST(Utf8, DecodesAnyBytesToTextThatRoundTrips) {
   std::mt19937 random(20260315);
   for (int round = 0; round < 20000; ++round) {
@@ -113,7 +113,7 @@ TEST(Utf8, DecodesAnyBytesToTextThatRoundTrips) {
   }
 }
 
-TEST(MarkedBytes, AreReadInTheEncodingThatTheirMarkNames) {
+TEST(MarkedBytes, AreDecodedByTheirByteOrderMark) {
   using namespace std::string_view_literals;
   constexpr EncodedText kMarked[] = {
       {"no mark", "a\xE6\xB3\xB5", L"a\x6CF5"},

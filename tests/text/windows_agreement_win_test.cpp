@@ -1,4 +1,4 @@
-// Holds our own conversions and tables against those of the system that runs the test.
+// Compares our conversions and tables with those of the system that runs the test.
 
 #include <gtest/gtest.h>
 
@@ -42,7 +42,7 @@ std::string Hex(const std::string& bytes) {
   return text;
 }
 
-// Bytes that are mostly near-characters: lead and continuation bytes in all mixtures.
+// Random bytes that resemble characters: lead and continuation bytes in all mixtures.
 std::string RandomBytes(std::mt19937& random) {
   constexpr std::uint8_t kTelling[] = {0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF,
                                        0xC0, 0xC1, 0xC2, 0xDF, 0xE0, 0xE1, 0xED, 0xEF,
@@ -55,9 +55,9 @@ std::string RandomBytes(std::mt19937& random) {
   return bytes;
 }
 
-// Where the system's decoder is known to go its own way (seen with Wine 8): it takes a second byte
-// that is a continuation byte but outside the lead's narrowed range (as in E0 80) into the same
-// U+FFFD, and a character cut off by the end of the text swallows all that is left.
+// Cases in which the system's decoder is known to differ (seen with Wine 8): it includes in one
+// U+FFFD a continuation byte outside the lead byte's narrowed range (as in E0 80), and the whole
+// rest of the text after a character that the end of the text cuts off.
 bool IsOutsideNarrowedRange(const std::string& bytes) {
   for (std::size_t i = 0; i + 1 < bytes.size(); ++i) {
     const auto lead = static_cast<std::uint8_t>(bytes[i]);
@@ -121,9 +121,9 @@ TEST(WindowsAgreement, ClassifiesSpacesAsTheSystem) {
   }
 }
 
-// The capital letters that names of sites are made of: ASCII, Latin-1, Greek, Cyrillic, full-width.
-// Elsewhere a system may go its own way: each version of Windows knows the letters of another
-// version of Unicode, and lower case is not folding.
+// The capital letters that are likely in site names: ASCII, Latin-1, Greek, Cyrillic, full-width.
+// Other letters may differ: each version of Windows implements another version of Unicode, and
+// lower-casing is not folding.
 TEST(WindowsAgreement, FoldsTheCommonCapitalsAsTheSystem) {
   constexpr std::pair<std::uint32_t, std::uint32_t> kBlocks[] = {
       {0x0041, 0x005A}, {0x00C0, 0x00DE}, {0x0386, 0x03AB}, {0x0400, 0x0522}, {0xFF21, 0xFF3A}};

@@ -80,7 +80,7 @@ TEST(SystemList, ReportsWhyItIsMissing) {
     EXPECT_TRUE(list.bytes.empty());
   }
   const SystemList nothing = ReadSystemList([](std::byte*, std::uint32_t&) { return 232U; });
-  EXPECT_EQ(nothing.error, 0U);  // a computer without an address has no list, and no fault
+  EXPECT_EQ(nothing.error, 0U);  // a computer without addresses has no list; that is not an error
   EXPECT_TRUE(nothing.bytes.empty());
   int calls = 0;
   const SystemList spoiled = ReadSystemList([&calls](std::byte*, std::uint32_t& sizeBytes) {

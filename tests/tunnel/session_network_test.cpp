@@ -156,10 +156,10 @@ TEST_F(SessionNetworkTest, ARelayThatNoLongerAnswersIsReplacedAtOnce) {
   // The watch ignores a connection that is not read yet; an answered ping proves that it is.
   ASSERT_TRUE(relay_.Push(ServerFrame(0x89, {})));
   ASSERT_TRUE(relay_.WaitForFrames(1));
-  world_.HoldPauses();  // none is released: the wait has to be cut short
+  world_.HoldPauses();  // never released, so the wait must be cut short
   session_->LookAtNetwork();
   ASSERT_TRUE(relay_.WaitForFrames(2));
-  EXPECT_EQ(relay_.Frames()[1].firstByte, 0x89);  // a ping
+  EXPECT_EQ(relay_.Frames()[1].firstByte, 0x89);  // ping
   EXPECT_TRUE(relay_.WaitForConnections(2));
   EXPECT_EQ(world_.Pauses(), std::vector<milliseconds>{milliseconds(1000)});
 }
@@ -175,7 +175,7 @@ TEST_F(SessionNetworkTest, ARelayThatAnswersIsKept) {
   session_->Start(request_);
   for (int looks = 0; looks < 3; ++looks) {
     session_->LookAtNetwork();
-    std::this_thread::sleep_for(milliseconds(700));  // longer, in all, than a silent relay is given
+    std::this_thread::sleep_for(milliseconds(700));  // in all, longer than a silent relay's limit
   }
   EXPECT_TRUE(session_->IsRelayConnected());
   EXPECT_EQ(relay_.Requests().size(), 1U);
@@ -191,7 +191,7 @@ TEST_F(SessionNetworkTest, AWaitBeforeAReconnectIsCutShort) {
   session_->LookAtNetwork();
   EXPECT_TRUE(relay_.WaitForConnections(2));
   ASSERT_TRUE(world_.WaitForUdpStarts(2));
-  // The reconnect has used up the hurry, so the next wait has its full length.
+  // The reconnect has consumed the hurry signal, so the next wait has its full length.
   relay_.CutConnection();
   ASSERT_TRUE(world_.WaitForPauses(3));
   EXPECT_EQ(relay_.Requests().size(), 2U);
@@ -251,7 +251,7 @@ TEST_F(SessionNetworkTest, ALeftoverDriverIsStoppedAndTheOpenRetriedOnce) {
   }
 }
 
-TEST_F(SessionNetworkTest, ADriverThatStaysShutFailsTheStartWithCodeAndCure) {
+TEST_F(SessionNetworkTest, ADriverThatCannotBeOpenedFailsTheStartWithCodeAndRemedy) {
   const auto failure = [this](std::uint32_t code, int opens) {
     driver_.SetOpenError(code);
     driver_.FailNth(FakeDriver::Call::Open, 1, opens);
@@ -285,7 +285,7 @@ TEST_F(SessionNetworkTest, StoppedForGoodItNeverStartsAgain) {
   session_->Stop();
   EXPECT_THROW(session_->Start(request_), std::runtime_error);
   EXPECT_EQ(relay_.Requests().size(), 1U);
-  EXPECT_EQ(world_.Commands().size(), commands + 4);  // of the stop alone
+  EXPECT_EQ(world_.Commands().size(), commands + 4);  // only those of the stop
 }
 
 }  // namespace

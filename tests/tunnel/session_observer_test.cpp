@@ -123,7 +123,7 @@ TEST_F(SessionObserverTest, AttemptsWhoseUdpPathFailsBelongToTheLossBefore) {
 }
 
 TEST_F(SessionObserverTest, TheUdpPathsReportsReachTheObserver) {
-  world_.UdpHooks().readyChanged(true);  // nobody listens yet
+  world_.UdpHooks().readyChanged(true);  // without an observer
   std::vector<bool> reports;
   TunnelObserver observer;
   observer.udpChanged = [&](bool ready) { reports.push_back(ready); };

@@ -35,7 +35,7 @@ TEST_F(SessionPosixTest, AThreadThatCannotBeMadeFailsTheStartAndLeavesNothing) {
     const NoNewThreads spoiled;
     EXPECT_THROW(session_->Start(request_), std::system_error);
   }
-  EXPECT_EQ(driver_.Opened().size(), 2U);  // it had come as far as the threads
+  EXPECT_EQ(driver_.Opened().size(), 2U);  // it failed only at the threads
   EXPECT_EQ(world_.Commands().size(), 4U);
   EXPECT_FALSE(session_->IsRelayConnected());
   ExpectNothingLeft();

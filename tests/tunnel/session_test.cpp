@@ -222,7 +222,7 @@ TEST_F(SessionTest, TheUdpPathGetsWhatItNeedsOfTheTunnel) {
   driver_.Capture(PacketOf(kPing), {});
   ASSERT_TRUE(relay_.WaitForFrames(1));
   driver_.FailNth(FakeDriver::Call::Send, 1);
-  for (int i = 0; i < 2; ++i) {  // the first costs itself only
+  for (int i = 0; i < 2; ++i) {  // only the first is lost
     Packet reply = PacketOf(kPingReply);
     EXPECT_NO_THROW(world_.UdpHooks().inbound(reply));
   }
@@ -250,7 +250,7 @@ TEST_F(SessionTest, FlowsOfAnEarlierTunnelAreForgotten) {
   ASSERT_TRUE(relay_.WaitForFrames(1));
   session_->Start(request_);
   ASSERT_TRUE(relay_.WaitForConnections(2));
-  ASSERT_TRUE(relay_.Push(ServerFrame(0x82, PacketOf(kPingReply))));  // answers nothing any more
+  ASSERT_TRUE(relay_.Push(ServerFrame(0x82, PacketOf(kPingReply))));  // does not match any flow
   driver_.Capture(PacketOf(kUdp), {});
   ASSERT_TRUE(relay_.WaitForFrames(2));
   ASSERT_TRUE(relay_.Push(ServerFrame(0x82, PacketOf(kUdpReply))));
@@ -284,7 +284,7 @@ TEST_F(SessionTest, WaitsDoubleUpToTenSecondsAndBeginAgainAfterASuccess) {
   relay_.SetBehaviour(TestRelay::Refuse());
   relay_.CutConnection();
   for (int i = 0; i < 6; ++i) world_.ReleasePause();
-  ASSERT_TRUE(world_.WaitForPauses(7));  // the seventh is being waited
+  ASSERT_TRUE(world_.WaitForPauses(7));  // the seventh is in progress
   EXPECT_FALSE(session_->IsRelayConnected());
   EXPECT_TRUE(session_->LastRelayError().starts_with("WebSocket handshake "))
       << session_->LastRelayError();
@@ -325,7 +325,7 @@ TEST_F(SessionTest, StopEndsTheWaitBeforeAReconnect) {
   EXPECT_EQ(session_->Stop(), kStopped);
   ExpectNothingLeft();
   EXPECT_EQ(relay_.Requests().size(), 1U);
-  EXPECT_EQ(session_->LastRelayError(), "");  // none was tried
+  EXPECT_EQ(session_->LastRelayError(), "");  // no attempt was made
 }
 
 TEST_F(SessionTest, StopEndsARelayThatStaysSilentInTheHandshake) {

@@ -70,7 +70,7 @@ TEST(AdapterCalls, KeepTheNetworksOfAdaptersThatAreUp) {
   adapters.emplace_back(IfOperStatusDown, "10.9.2.3", UINT8{24});
   adapters.emplace_back(IfOperStatusUp, "10.2.3.4", UINT8{16});
   adapters.emplace_back(IfOperStatusUp, "10.3.3.4", UINT8{16});
-  adapters[2].ipv4.sin_family = AF_INET6;  // not asked for, but given
+  adapters[2].ipv4.sin_family = AF_INET6;  // returned although not requested
   Calls calls;
   List(calls, adapters);
   const std::vector<Ipv4Network> networks = CollectLocalNetworks().networks;
@@ -117,7 +117,7 @@ TEST(AdapterCalls, ReturnNoNetworksWhenTheSystemListsNone) {
       calls.Fail(Api::GetAdaptersAddresses, error, nth);
       const LocalNetworks local = CollectLocalNetworks();
       EXPECT_TRUE(local.networks.empty()) << nth;
-      EXPECT_EQ(local.error, error == ERROR_NO_DATA ? 0 : error) << nth;  // none is no fault
+      EXPECT_EQ(local.error, error == ERROR_NO_DATA ? 0 : error) << nth;  // no list: no error
     }
   }
 }

@@ -15,8 +15,8 @@
 
 namespace tunnel {
 
-// A session's surroundings besides driver and relay. Records commands, UDP calls and pauses, and
-// makes them fail or block on demand. Pauses take no time by themselves.
+// A session's dependencies besides driver and relay. Records commands, UDP calls and pauses, and
+// makes them fail or block on demand. By default a pause ends at once.
 //
 // Threads: any. Waits end within ten seconds.
 class TestWorld {
@@ -24,7 +24,7 @@ class TestWorld {
   std::atomic<const char*> driverError{nullptr};  // what loading the driver throws
   std::atomic<const char*> udpError{nullptr};     // what starting the UDP path throws
   std::atomic<bool> failCommands{false};
-  std::atomic<int> udpStartEndsAfter{0};  // a start of the UDP path waits for so many closes
+  std::atomic<int> udpStartEndsAfter{0};  // a start of the UDP path waits for this many closes
 
   SessionDeps Deps(FakeDriver& driver);
 

@@ -135,7 +135,7 @@ TEST_F(ApplyUpdateTest, ADownloadThatCannotBeReadChangesNothing) {
   EXPECT_EQ(computer_.files, (Files{{kSource, kNew}, {kDestination, kOld}}));
 }
 
-TEST_F(ApplyUpdateTest, AProgramThatMayNotBeTrustedChangesNothingAndTheOldOneGoesOn) {
+TEST_F(ApplyUpdateTest, AnUntrustedProgramChangesNothingAndTheOldOneContinues) {
   computer_.distrust = L"新程序不是由指定的发布者签名。";
   EXPECT_EQ(Apply(), 5);
   EXPECT_EQ(computer_.log, (Texts{begun_, L"更新失败：新程序不是由指定的发布者签名。"}));
@@ -250,7 +250,7 @@ TEST_F(ApplyUpdateTest, QuotesTheProgramItStarts) {
   EXPECT_EQ(computer_.events.at(computer_.events.size() - 2), L"start \"D:\\a \\\"b\\\".exe\"");
 }
 
-// ---- the power fails between any two steps, or during the write
+// ---- power failures between any two steps, or during the write
 
 struct Cut {
   const char* before;

@@ -114,7 +114,7 @@ class FakeComputer : public IdleUpdateDeps {
 
   std::map<std::wstring, std::string> files;
   std::set<std::wstring> locked;   // cannot be deleted, moved, written or held
-  std::set<std::wstring> folders;  // a folder has the name
+  std::set<std::wstring> folders;  // names of folders
   std::wstring unmovable;          // moving this file fails with `moveFailure`, and is not recorded
   platform::SystemResult moveFailure;
   std::wstring undeletable;                       // removing this file is ignored, not recorded
@@ -122,7 +122,7 @@ class FakeComputer : public IdleUpdateDeps {
   bool isReadOnlyDisk = false;
   std::optional<std::size_t> freeBytes;  // on the disk; without a value it never fills
   std::optional<platform::SystemResult> writeFailure;
-  std::uint32_t flushError = 0;  // why the disk may not have a file that was written
+  std::uint32_t flushError = 0;  // the error code of flushing a written file
   std::wstring distrust;         // why the source is not trusted
   platform::SystemResult startResult{true, 0};
   std::uint32_t parentPid = 0;  // 0: no such process

@@ -7,7 +7,7 @@
 
 namespace update {
 
-// A computer on which everything succeeds and nothing happens. Tests override what they look at.
+// A computer on which every call succeeds without effect. Tests override the calls they check.
 class IdleUpdateDeps : public UpdateDeps {
  public:
   service::HttpResponse SendJsonRequest(const std::wstring&, const std::wstring&,

@@ -43,7 +43,7 @@ class TrustedUpdateOnWindows : public testing::Test {
 constexpr wchar_t kNoSignature[] = L"新程序没有有效的数字签名（错误码 0x800B0100）。";
 constexpr wchar_t kBadDigest[] = L"新程序没有有效的数字签名（错误码 0x80096010）。";
 
-TEST_F(TrustedUpdateOnWindows, TakesAHigherVersionOfThePinnedPublisher) {
+TEST_F(TrustedUpdateOnWindows, AcceptsAHigherVersionOfThePinnedPublisher) {
   EXPECT_EQ(self_.signerKeySha256.size(), 64u);
   EXPECT_EQ(WhyNot(LabFile(L"signed_next.exe"), self_), L"");
 }
@@ -80,8 +80,8 @@ TEST_F(TrustedUpdateOnWindows, RefusesTheSameAndOlderVersions) {
             L"新程序的版本 2.0.0.0 不高于当前版本 99.0。");
 }
 
-// Windows refuses it by itself; Wine does not check the authority, so the pin decides.
-TEST_F(TrustedUpdateOnWindows, RefusesAPublisherThatNobodyVouchesFor) {
+// Windows refuses the signature; Wine does not check its authority, so the pin decides.
+TEST_F(TrustedUpdateOnWindows, RefusesAPublisherWithoutATrustedAuthority) {
   EXPECT_NE(WhyNot(LabFile(L"unknown_next.exe"), self_), L"");
 }
 

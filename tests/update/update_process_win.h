@@ -29,7 +29,7 @@ class TestProcess {
   std::uint32_t id_ = 0;
 };
 
-// Changes the temporary folder of this process and of those that it starts.
+// Changes the temporary folder of this process and its children during its lifetime.
 class TemporaryFolderScope {
  public:
   explicit TemporaryFolderScope(const std::wstring& folder);

@@ -116,7 +116,7 @@ TEST_F(CaptureLoopTest, PausesAfterEachFailedReceive) {
   EXPECT_GE(fake_.Receives(), std::size_t{kFailures + 1});
 }
 
-TEST_F(CaptureLoopTest, TakesTheLargestPacketAndHasReadableBytesBehindIt) {
+TEST_F(CaptureLoopTest, AcceptsTheLargestPacketAndHasReadableBytesAfterIt) {
   fake_.ReadBehindPackets();
   Packet packet = PacketOf(kUdp);
   packet.resize(65535, std::byte{0x5A});

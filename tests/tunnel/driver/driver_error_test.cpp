@@ -8,7 +8,7 @@
 namespace tunnel {
 namespace {
 
-TEST(DriverError, EachCodeHasItsMeaningAndItsCure) {
+TEST(DriverError, EachCodeHasItsMeaningAndItsRemedy) {
   struct Row {
     std::uint32_t code;
     const wchar_t* meaning;

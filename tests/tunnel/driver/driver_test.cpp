@@ -309,7 +309,7 @@ TEST_F(HeldDriverTest, ACloseWaitsForCallsInProgress) {
       EXPECT_EQ(held_.injectCloses, 1);
     });
   }
-  while (held_.captureCloses == 0) std::this_thread::yield();  // what wakes a receive
+  while (held_.captureCloses == 0) std::this_thread::yield();  // the close that wakes the receive
   EXPECT_FALSE(driver_.CanInject());
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   EXPECT_EQ(held_.injectCloses, 0);  // the injection is still inside
@@ -332,7 +332,7 @@ TEST_F(HeldDriverTest, AFilterIsReplacedWhileAReceiveIsInside) {
   held_.receives.LetGo();
 }
 
-// The driver of benchmarks and fuzz targets; no other test uses it.
+// Only benchmarks and fuzz targets use this driver.
 TEST(SilentDriverTest, HasEveryFunctionUsedByTheDriver) {
   Driver driver;
   driver.Load(SilentDriver());

@@ -1,5 +1,5 @@
-// A running tunnel must allocate nothing for packets of known flows. A program of its own, because
-// it replaces the allocator.
+// A running tunnel must not allocate memory for packets of known flows. This is a separate program,
+// because it replaces the allocator.
 
 #include <gtest/gtest.h>
 
@@ -54,7 +54,7 @@ struct LoopDriver {
   std::size_t allowed GUARDED_BY(lock) = 0;
   std::size_t captured GUARDED_BY(lock) = 0;
   std::size_t injected GUARDED_BY(lock) = 0;
-  std::size_t heldUntil GUARDED_BY(lock) = 0;  // so many are captured before one is sent
+  std::size_t heldUntil GUARDED_BY(lock) = 0;  // packets to capture before the first is sent
   bool isClosed GUARDED_BY(lock) = false;
 };
 LoopDriver loop;
@@ -130,7 +130,7 @@ void AnswerFrames(TestPeer& peer) {
   }
 }
 
-// The UDP path's other end, on the same port number as the WebSocket's relay.
+// The UDP path's other end, on the same port number as the WebSocket relay.
 class DatagramAnswers {
  public:
   explicit DatagramAnswers(std::uint16_t port) {
@@ -264,7 +264,7 @@ class PacketAllocations : public testing::Test {
     session.Start(request);
     Exchange(packetBytes, 2000, 50);
     const std::size_t before = allocations;
-    EXPECT_GT(before, 0U);  // it does count: the tables and buffers of the first packets
+    EXPECT_GT(before, 0U);  // counting works: the first packets allocate tables and buffers
     Exchange(packetBytes, 3000, 25);
     EXPECT_EQ(allocations - before, 0U);
     session.Stop();

@@ -16,7 +16,7 @@ namespace {
 constexpr std::uint16_t kAskingPort = 40000;
 constexpr std::uint16_t kDevicePort = 34964;
 
-// kScan from another asker.
+// kScan from another source.
 Packet ScanFrom(std::uint32_t source, std::uint16_t sourcePort,
                 std::uint16_t destinationPort = kDevicePort) {
   Packet packet = PacketOf(kScan);
@@ -198,7 +198,7 @@ TEST_F(PacketPathDiscovery, ADeviceThatWasAddressedItselfKeepsItsAddress) {
   EXPECT_EQ(SeenFrom(0xC0A8014E), 0xAC1F00FFU);
 }
 
-TEST_F(PacketPathDiscovery, ForgetsQuestionsWhenClearedOrConfiguredAnew) {
+TEST_F(PacketPathDiscovery, ForgetsQuestionsWhenClearedOrReconfigured) {
   Outbound(PacketOf(kScan));
   path_.ClearFlows();
   EXPECT_EQ(SeenFrom(0xC0A8014D), 0U);
@@ -352,7 +352,7 @@ TEST_F(PacketPathDiscovery, LetsAnyHostAnswerADirectedBroadcastInEitherMode) {
 }
 
 // 10.0.0.63 is the last address of 10.0.0.0/26, but the address alone does not show it.
-TEST_F(PacketPathDiscovery, KnowsADirectedBroadcastByItsLastOctetOnly) {
+TEST_F(PacketPathDiscovery, RecognisesADirectedBroadcastOnlyByItsLastOctet) {
   path_.Configure(kTunnelAddress, {{0x0A000000, 26, 0x0A000000, 26, false}}, true);
   Outbound(WithDestination(PacketOf(kScan), 0x0A00003F));
   EXPECT_EQ(path_.BroadcastCount(), 0U);
@@ -362,7 +362,7 @@ TEST_F(PacketPathDiscovery, KnowsADirectedBroadcastByItsLastOctetOnly) {
 }
 
 // The address on site counts: the halves of a /24 may be mapped in the other order.
-TEST_F(PacketPathDiscovery, KnowsADirectedBroadcastByItsAddressOnSite) {
+TEST_F(PacketPathDiscovery, RecognisesADirectedBroadcastByItsAddressOnSite) {
   path_.Configure(kTunnelAddress,
                   {{0xC0A80100, 25, 0xAC1F0080, 25, true}, {0xC0A80180, 25, 0xAC1F0000, 25, true}},
                   true);
@@ -379,7 +379,7 @@ TEST_F(PacketPathDiscovery, RecordsBroadcastsOfUdpOnly) {
   EXPECT_EQ(path_.FlowCount(), 2U);
 }
 
-TEST_F(PacketPathDiscovery, RecordsALimitedBroadcastThatARouteOfEverythingTakes) {
+TEST_F(PacketPathDiscovery, RecordsALimitedBroadcastThatADefaultRouteMatches) {
   for (const bool discoveryMode : {false, true}) {
     path_.Configure(kTunnelAddress, {{0, 0, 0, 0, false}}, discoveryMode);
     const auto left = Outbound(PacketOf(kScan));

@@ -30,7 +30,7 @@ TEST_F(PacketPathTest, CarriesEachProtocolThereAndBackUnderNat) {
   EXPECT_EQ(path_.FlowCount(), 3U);
 }
 
-TEST_F(PacketPathTest, InjectsOnTheInterfaceThatTheRequestLeftBy) {
+TEST_F(PacketPathTest, InjectsOnTheInterfaceOfTheRequest) {
   Outbound(PacketOf(kUdp));
   Inbound(PacketOf(kUdpReply));
   const auto sent = fake_.SentPackets();
@@ -73,7 +73,7 @@ TEST_F(PacketPathTest, UsesTheMappedNetworksOfNestedRoutes) {
   EXPECT_EQ(SourceAddress(back[0]), 0xAC1F0001U);
 }
 
-TEST_F(PacketPathTest, DropsWhatNoRouteTakes) {
+TEST_F(PacketPathTest, DropsPacketsWithoutARoute) {
   EXPECT_TRUE(Outbound(WithDestination(PacketOf(kUdp), 0x08080808)).empty());
   EXPECT_TRUE(fake_.SentPackets().empty());
   EXPECT_EQ(path_.FlowCount(), 0U);
@@ -150,7 +150,7 @@ TEST_F(PacketPathTest, ReportsAFailingDriver) {
   EXPECT_EQ(Inbound(PacketOf(kUdpReply)), Packets{PacketOf(kUdpReplyAtHome)});
 }
 
-TEST_F(PacketPathTest, ForgetsFlowsWhenClearedOrConfiguredAnew) {
+TEST_F(PacketPathTest, ForgetsFlowsWhenClearedOrReconfigured) {
   Outbound(PacketOf(kUdp));
   path_.ClearFlows();
   EXPECT_TRUE(Inbound(PacketOf(kUdpReply)).empty());

@@ -25,7 +25,7 @@ TEST(Ipv4, NetworkEndsAreInclusive) {
   EXPECT_EQ(LastAddress({7, 32}), 7U);
 }
 
-TEST(Ipv4, OverlapIsSharingAnAddress) {
+TEST(Ipv4, OverlapMeansSharingAnAddress) {
   struct {
     const char* what;
     Ipv4Network a, b;
@@ -50,7 +50,7 @@ TEST(Ipv4, FormatsNetworkWithItsPrefix) {
   EXPECT_EQ(FormatNetwork({0, 0}), L"0.0.0.0/0");
 }
 
-TEST(Ipv4, TunnelAddressIsWhatStandsBeforeTheSlash) {
+TEST(Ipv4, TunnelAddressIsTheTextBeforeTheSlash) {
   EXPECT_EQ(ParseTunnelAddress(L"10.99.0.7"), 0x0A630007U);
   EXPECT_EQ(ParseTunnelAddress(L"10.99.0.7/24"), 0x0A630007U);
   EXPECT_EQ(ParseTunnelAddress(L"10.99.0.7/24/8"), 0x0A630007U);

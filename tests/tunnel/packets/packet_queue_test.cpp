@@ -85,7 +85,7 @@ TEST(PacketQueue, KeepsTheMemoryOfAFewLongPacketsOnly) {
   EXPECT_LT(kept, 5000000U);
 }
 
-TEST(PacketQueue, DropsTheFirstForThe4097th) {
+TEST(PacketQueue, DropsTheOldestForThe4097th) {
   PacketQueue queue;
   queue.Start();
   for (std::uint32_t number = 1; number <= 4096; ++number) queue.EnqueueOutbound(Numbered(number));

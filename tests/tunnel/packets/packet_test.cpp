@@ -77,7 +77,7 @@ TEST(ValidatePacket, RefusesEveryTruncation) {
   }
 }
 
-TEST(ValidatePacket, TakesMoreBytesThanTheHeaderSays) {
+TEST(ValidatePacket, AcceptsBytesAfterTheTotalLength) {
   Packet packet = PacketOf(kUdp);
   packet.resize(packet.size() + 9);
   const auto view = ValidatePacket(packet);
@@ -140,7 +140,7 @@ TEST(Packet, ReadsAndWritesAddresses) {
   EXPECT_EQ(view->DestinationAddress(), 0xFFFEFDFCU);
 }
 
-TEST(Packet, IdentifierStandsForThePortOfIcmp) {
+TEST(Packet, IcmpUsesItsIdentifierAsThePort) {
   Packet packet = PacketOf(kPing);
   const auto view = ValidatePacket(packet);
   ASSERT_TRUE(view);
@@ -149,7 +149,7 @@ TEST(Packet, IdentifierStandsForThePortOfIcmp) {
   EXPECT_EQ(view->IcmpIdentifier(), 0x1234);
 }
 
-TEST(Packet, AFirstFragmentHasMoreBehindItAndNothingBefore) {
+TEST(Packet, AFirstFragmentHasOffsetZeroAndMoreFragments) {
   struct Row {
     std::uint16_t field;  // flags and offset
     bool isFirst;

@@ -115,7 +115,7 @@ TEST(BuildRouteMappings, DoesNotDependOnInputOrder) {
   EXPECT_EQ(Mapped({L"10.1.0.0/16", L"10.1.0.0/24", L"10.1.2.0/24", L"10.2.0.0/16"}), expected);
 }
 
-TEST(BuildRouteMappings, GivesSixteenTheWholeSpaceAndNothingMore) {
+TEST(BuildRouteMappings, GivesASlash16TheWholeSpaceAndNothingMore) {
   EXPECT_EQ(Mapped({L"10.1.0.0/16"}, {L"10.1.2.0/24"}), (Texts{L"10.1.0.0/16 as 172.31.0.0/16"}));
   EXPECT_EQ(FailureOf({L"10.1.0.0/16", L"10.2.0.0/32"}, {L"10.1.2.0/24", L"10.2.0.0/24"}),
             kNoSpace);

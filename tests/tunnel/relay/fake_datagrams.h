@@ -58,7 +58,7 @@ class FakeDatagrams final : public UdpNetwork {
   [[nodiscard]] bool WaitForSent(std::size_t count) EXCLUDES(lock_);
   // True once every datagram has been received and the receiver waits again.
   [[nodiscard]] bool WaitForQuiet() EXCLUDES(lock_);
-  // True once the path has started `count` waits in total; each wait ends by itself soon.
+  // True once the path has started `count` waits in total; each ends soon without help.
   [[nodiscard]] bool WaitForWaits(std::size_t count) EXCLUDES(lock_);
   // True once the keep-alive waits for a future time.
   [[nodiscard]] bool WaitForSleeper() EXCLUDES(lock_);

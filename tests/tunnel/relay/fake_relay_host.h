@@ -7,8 +7,8 @@
 
 namespace tunnel {
 
-// A host that forwards each call to a function of the test. By default it keeps going and ignores
-// everything.
+// A host that forwards each call to a function of the test. By default it continues and ignores all
+// packets and reports.
 class FakeRelayHost : public RelayHost {
  public:
   std::function<void(std::span<std::byte>)> inbound = [](std::span<std::byte>) {};

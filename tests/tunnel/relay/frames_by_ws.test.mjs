@@ -1,6 +1,6 @@
-// Lets the `ws` library judge the frames of our relay client. As a server `ws` checks what RFC 6455
-// asks of a client: mask, reserved bits, opcodes, lengths, control frames. It ends a connection that
-// fails with an error, and these tests want none.
+// Checks our relay client's frames with the `ws` library. As a server, `ws` enforces what RFC 6455
+// requires of a client: mask, reserved bits, opcodes, lengths, control frames. It reports each
+// violation as an error, and these tests allow none.
 //
 // RELAY_CLIENT names the relay_client program.
 
@@ -15,7 +15,7 @@ const { WebSocketServer } = require("ws");
 
 const SIZES = [0, 1, 20, 125, 126, 127, 1330, 1331, 65535, 65536, 65537, 1000000, 4194304];
 
-// Runs `body` with a strict server on a loopback port; the upgrade requests that came.
+// Runs `body` with a strict server on a loopback port. Returns the upgrade requests received.
 async function withServer(onConnection, body) {
   const server = new WebSocketServer({
     host: "127.0.0.1", port: 0, perMessageDeflate: false, skipUTF8Validation: false,

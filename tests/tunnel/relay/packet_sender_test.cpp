@@ -173,7 +173,7 @@ TEST(StopSignal, WaitsUntilSetAndCountsItsRequests) {
   EXPECT_TRUE(signal.WaitFor(std::chrono::hours(1)));
   stopper.join();
   EXPECT_TRUE(flags.stopping);
-  EXPECT_FALSE(signal.TryClear());  // its stop is not done yet
+  EXPECT_FALSE(signal.TryClear());  // its stop has not finished
   EXPECT_TRUE(signal.IsSet());
   signal.Settle();
   EXPECT_TRUE(signal.IsSet());
@@ -194,7 +194,7 @@ TEST(StopSignal, HurryEndsOneWait) {
   signal.ForgetHurry();
   EXPECT_FALSE(signal.WaitFor(std::chrono::milliseconds(1)));
   signal.Hurry();
-  ASSERT_TRUE(signal.TryClear());  // a new start knows no hurry
+  ASSERT_TRUE(signal.TryClear());  // a new start clears the hurry signal
   EXPECT_FALSE(signal.WaitFor(std::chrono::milliseconds(1)));
 }
 

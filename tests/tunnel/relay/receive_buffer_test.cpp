@@ -48,7 +48,7 @@ TEST(ReceiveBuffer, TakenBytesStayUntilTheNextRoom) {
 }
 
 // The AddressSanitizer aborts if a byte lies outside the buffer.
-TEST(ReceiveBuffer, BytesBehindTheUnreadOnesAreReadable) {
+TEST(ReceiveBuffer, BytesAfterTheUnreadOnesAreReadable) {
   ReceiveBuffer buffer;
   for (int round = 0; round < 4; ++round) {
     const Bytes all = Pattern(buffer.Room(1).size());

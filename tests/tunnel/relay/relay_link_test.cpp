@@ -80,7 +80,7 @@ TEST_F(RelayLinkTest, AFailureLeavesNoRelay) {
   EXPECT_FALSE(old->IsConnected());
 }
 
-TEST_F(RelayLinkTest, DroppingClosesTheRelayAndLetsItGo) {
+TEST_F(RelayLinkTest, DroppingClosesAndReleasesTheRelay) {
   const RelayLink::RelayPointer relay = Connect();
   link_.Drop(relay);
   EXPECT_FALSE(relay->IsConnected());
@@ -142,7 +142,7 @@ TEST_F(RelayLinkTest, TheSenderLeavesARelayAloneThatIsStillConnecting) {
   for (int i = 0; i < 2; ++i) queue.EnqueueOutbound(Pattern(20));
   NoUdpRelay udp;
   std::thread sender([&]() { SenderLoop(flags_, queue, link_, udp); });
-  while (queue.Size() > 0) std::this_thread::yield();  // the first has been dealt with
+  while (queue.Size() > 0) std::this_thread::yield();  // the first has been handled
   go = true;
   connector.join();
   EXPECT_EQ(failure, "");

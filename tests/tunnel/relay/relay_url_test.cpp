@@ -94,7 +94,7 @@ TEST(RelayUrl, EmptyServiceAddressMeansTheDefaultService) {
 TEST(RelayUrl, NamesTheInvalidAddress) {
   const struct {
     const wchar_t* serverUrl;
-    const char* taken;  // what was to be taken apart, before the path
+    const char* taken;  // the rejected address, without the path
   } rows[] = {
       {L"ftp://relay.example", "ftp://relay.example"},
       {L" ftp://relay.example// ", "ftp://relay.example"},

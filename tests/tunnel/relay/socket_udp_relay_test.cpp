@@ -131,7 +131,7 @@ TEST_F(SocketUdpRelayTest, AStopEndsTheAttempts) {
   const milliseconds before = world_.Now();
   Start();
   EXPECT_EQ(hellos, 2);
-  EXPECT_EQ(world_.Now() - before, milliseconds(900));  // nothing of the second attempt's time
+  EXPECT_EQ(world_.Now() - before, milliseconds(900));  // the second attempt takes no time
   EXPECT_FALSE(relay_.IsReady());
   EXPECT_TRUE(Reports().empty());
 }

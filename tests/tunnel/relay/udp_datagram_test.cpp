@@ -18,7 +18,7 @@ Bytes Joined(std::initializer_list<Bytes> parts) {
   return all;
 }
 
-TEST(UdpHello, HoldsBothTextsWithTheirLengths) {
+TEST(UdpHello, ContainsBothTextsWithTheirLengths) {
   struct Row {
     const wchar_t* connectionId;
     const wchar_t* engineerId;
@@ -89,7 +89,7 @@ TEST(UdpAcknowledgement, AcceptsNothingElse) {
   for (const Row& row : rows) EXPECT_FALSE(ParseAcknowledgement(row.datagram)) << row.name;
 }
 
-TEST(UdpPacket, IsTakenFromItsDatagramUnderTheRightToken) {
+TEST(UdpPacket, IsReadFromADatagramWithTheRightToken) {
   for (const std::size_t size : {1U, 20U, 1330U, 1387U}) {
     Bytes datagram = PacketDatagram(kSomeToken, Pattern(size));
     const auto packet = ParseUdpPacket(datagram, kSomeToken);
@@ -124,7 +124,7 @@ TEST(UdpPacket, AcceptsNothingElse) {
   for (Row row : rows) EXPECT_FALSE(ParseUdpPacket(row.datagram, row.token)) << row.name;
 }
 
-TEST(UdpPacket, IsWrittenBehindItsHeader) {
+TEST(UdpPacket, IsWrittenAfterItsHeader) {
   for (const std::size_t size : {0U, 20U, 1330U}) {
     Bytes room(kUdpHeaderBytes + kMaxUdpPacketBytes);
     const auto datagram = WriteUdpPacket(room, kSomeToken, Pattern(size));

@@ -104,7 +104,7 @@ TEST_F(WebSocketRelayTest, ReportsWhereTheConnectFailed) {
   platform::SocketLibrary library;
   int error = library.Start();
   const auto taken = platform::Socket::Create(platform::SocketKind::Tcp, 2, error);
-  ASSERT_EQ(taken->Bind(platform::SocketAddress::Loopback(0)), 0);  // and never listens
+  ASSERT_EQ(taken->Bind(platform::SocketAddress::Loopback(0)), 0);  // bound, but does not listen
   const std::string port = std::to_string(taken->LocalAddress().Port());
   const std::string failure =
       FailureOf(L"ws://127.0.0.1:" + std::wstring(port.begin(), port.end()));
@@ -176,8 +176,8 @@ TEST_F(WebSocketRelayTest, KeepsTheBytesAfterTheHandshake) {
   EXPECT_EQ(MessagesOf(stream), (std::vector<Bytes>{BytesOf("first"), Pattern(70000)}));
 }
 
-// The AddressSanitizer aborts if they are not.
-TEST_F(WebSocketRelayTest, HasReadableBytesBehindAMessage) {
+// AddressSanitizer aborts if they are not readable.
+TEST_F(WebSocketRelayTest, HasReadableBytesAfterAMessage) {
   TestRelay server;
   relay_.Connect(server.RelayUrl());
   for (const std::size_t size : {20U, 65536U, 131072U - 10, 262144U - 10, 4194304U}) {
@@ -264,7 +264,7 @@ TEST_F(WebSocketRelayTest, SendsEachPacketAsOneMaskedFrame) {
 TEST_F(WebSocketRelayTest, SendsManyPacketsTogetherEachAsItsOwnFrame) {
   TestRelay server;
   relay_.Connect(server.RelayUrl());
-  // More than one send takes and more memory than is kept; then few again.
+  // First more than one send accepts, then more memory than is kept, then one byte.
   for (const std::size_t longest : {70000U, 2000000U, 1U}) {
     std::vector<Bytes> packets;
     for (std::size_t size = 1; size <= longest; size = size * 3 + 1) {
@@ -377,7 +377,7 @@ TEST_F(WebSocketRelayTest, CountsReceivedBytes) {
 TEST_F(WebSocketRelayTest, ConnectsAgainAfterClose) {
   TestRelay server;
   for (std::size_t round = 1; round <= 3; ++round) {
-    relay_.Connect(server.RelayUrl());  // from the second on, over the open one
+    relay_.Connect(server.RelayUrl());  // from the second on, replaces an open connection
     EXPECT_TRUE(server.WaitForConnections(round));
     ASSERT_TRUE(relay_.SendFrame(kOpcodeBinary, BytesOf("x")));
     EXPECT_TRUE(server.WaitForFrames(round));

@@ -25,7 +25,7 @@ TEST(WebSocketRelayOnWindows, ReleasesTheSocketLibraryOnEveryPath) {
     TestRelay server;
     relay.Connect(server.RelayUrl());
   }
-  EXPECT_EQ(SocketError(), 0);  // the relay's own start of it still counts
+  EXPECT_EQ(SocketError(), 0);  // the relay still holds its own reference
   relay.Close();
   relay.Close();
   EXPECT_EQ(SocketError(), kNotInitialised);
