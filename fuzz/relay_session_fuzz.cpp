@@ -55,7 +55,7 @@ class Script final : public fuzz::StreamPeer, private RelayHost {
       udp_.StartUdpRelay({});
       Work();
     } catch (const std::runtime_error&) {
-      // Without a relay there is no tunnel.
+      // Starting a tunnel requires a relay.
     }
     End();
   }

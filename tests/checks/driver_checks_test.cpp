@@ -120,15 +120,16 @@ TEST_F(DriverChecks, AcceptCorrectChecksums) {
   EXPECT_EQ(outcome.lines, (Texts{L"ICMP：正确", L"TCP：正确", L"UDP：正确"}));
 }
 
-int (*theCalculation)(void*, std::uint32_t, tunnel::WinDivertAddress*, std::uint64_t) = nullptr;
+int (*calcChecksumsOfFake)(void*, std::uint32_t, tunnel::WinDivertAddress*,
+                           std::uint64_t) = nullptr;
 
 TEST_F(DriverChecks, FaultEachWrongChecksum) {
   deps_.load = [this] {
     auto api = driver_.Api();
-    theCalculation = api->calcChecksums;
+    calcChecksumsOfFake = api->calcChecksums;
     api->calcChecksums = [](void* packet, std::uint32_t lengthBytes,
                             tunnel::WinDivertAddress* address, std::uint64_t flags) {
-      const int result = theCalculation(packet, lengthBytes, address, flags);
+      const int result = calcChecksumsOfFake(packet, lengthBytes, address, flags);
       auto* const bytes = static_cast<std::byte*>(packet);
       const bool isUdp = bytes[9] == std::byte{17};
       bytes[isUdp ? 26 : 10] ^= std::byte{1};

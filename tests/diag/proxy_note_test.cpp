@@ -178,7 +178,7 @@ TEST_F(ProxyLeftovers, AreAddedEvenIfTheNoteIsLost) {
   EXPECT_EQ(Start(), L"");
 }
 
-struct EndedHere {};
+struct ProgramEnded {};
 
 // Whichever step of an edit the process ends at, after the next start the list contains all of the
 // user's entries and none of the program's.
@@ -187,15 +187,15 @@ TEST_F(ProxyLeftovers, AreRemovedWhereverTheProgramWasKilled) {
     own_ = {L"localhost;10.1.*"};
     memory_.bytes.reset();
     int left = steps;
-    const auto live = [&left] {
-      if (left-- == 0) throw EndedHere();
+    const auto countStep = [&left] {
+      if (left-- == 0) throw ProgramEnded();
     };
-    memory_.onStep = live;
+    memory_.onStep = countStep;
     ProxyListDeps store = own_.Store();
-    store.write = [live, write = store.write](const std::wstring& list) {
-      live();
+    store.write = [countStep, write = store.write](const std::wstring& list) {
+      countStep();
       const bool written = write(list);
-      live();
+      countStep();
       return written;
     };
     ProxyNote note(L"Client.proxy.json", memory_);
@@ -203,7 +203,7 @@ TEST_F(ProxyLeftovers, AreRemovedWhereverTheProgramWasKilled) {
     try {
       AddProxyBypass({L"192.168.5.0/24"}, store, note);
       RemoveProxyBypass({L"192.168.5.0/24"}, store, note);
-    } catch (const EndedHere&) {
+    } catch (const ProgramEnded&) {
       wasKilled = true;
     }
     memory_.onStep = [] {};

@@ -28,7 +28,7 @@ const std::string kListBytes("a\0;\0b\0\0\0", 8);
 
 // Simulates a registry in which every list is "a;b", and programs that handle the change
 // notification at once.
-void StandIn(Calls& calls, DWORD type) {
+void SimulateRegistry(Calls& calls, DWORD type) {
   calls.AnswerWith<Api::RegOpenKeyExW>([](HKEY, const wchar_t* name, DWORD, REGSAM, HKEY* opened) {
     *opened = Key(std::wstring_view(name) == kKey ? 0x102 : 0x101);
     return LSTATUS{ERROR_SUCCESS};
@@ -39,8 +39,8 @@ void StandIn(Calls& calls, DWORD type) {
     return LSTATUS{ERROR_SUCCESS};
   });
   calls.AnswerWith<Api::RegQueryValueExW>(
-      [type](HKEY, const wchar_t*, DWORD*, DWORD* toldType, BYTE* bytes, DWORD* sizeBytes) {
-        if (toldType != nullptr) *toldType = type;
+      [type](HKEY, const wchar_t*, DWORD*, DWORD* valueType, BYTE* bytes, DWORD* sizeBytes) {
+        if (valueType != nullptr) *valueType = type;
         if (bytes != nullptr) std::memcpy(bytes, kListBytes.data(), kListBytes.size());
         *sizeBytes = static_cast<DWORD>(kListBytes.size());
         return LSTATUS{ERROR_SUCCESS};
@@ -55,7 +55,7 @@ void StandIn(Calls& calls, DWORD type) {
 
 class ProxyOverrideCalls : public testing::Test {
  protected:
-  ProxyOverrideCalls() { StandIn(calls_, REG_SZ); }
+  ProxyOverrideCalls() { SimulateRegistry(calls_, REG_SZ); }
 
   const ProxyListDeps own_ = RealProxyOverride();
   const ProxyListDeps his_ = ProxyOverrideOf(kSid);
@@ -149,7 +149,7 @@ std::string ReadOf(const ProxyListDeps& store) {
 }
 
 TEST(ProxyOverrideFailures, LeaveTheListUnknown) {
-  const auto prepare = [](Calls& calls) { StandIn(calls, REG_EXPAND_SZ); };
+  const auto prepare = [](Calls& calls) { SimulateRegistry(calls, REG_EXPAND_SZ); };
   const ProxyListDeps his = ProxyOverrideOf(kSid);
   EXPECT_EQ(EachFailure([&his] { return ReadOf(his); }, ERROR_ACCESS_DENIED, prepare),
             "all well: \"a;b\"\n"
@@ -159,7 +159,7 @@ TEST(ProxyOverrideFailures, LeaveTheListUnknown) {
 }
 
 TEST(ProxyOverrideFailures, OfAMissingKeyOrValueYieldAnEmptyList) {
-  const auto prepare = [](Calls& calls) { StandIn(calls, REG_SZ); };
+  const auto prepare = [](Calls& calls) { SimulateRegistry(calls, REG_SZ); };
   const ProxyListDeps own = RealProxyOverride();
   EXPECT_EQ(EachFailure([&own] { return ReadOf(own); }, ERROR_FILE_NOT_FOUND, prepare),
             "all well: \"a;b\"\nRegOpenKeyExW: \"\"\n"
@@ -167,7 +167,7 @@ TEST(ProxyOverrideFailures, OfAMissingKeyOrValueYieldAnEmptyList) {
 }
 
 // Makes the value grow by two units at each of the first `times` reads: "a;b", then "a;bb;"...
-void Grow(Calls& calls, int times) {
+void GrowAtEachRead(Calls& calls, int times) {
   calls.AnswerWith<Api::RegQueryValueExW>(
       [times, list = std::wstring(L"a;b")](HKEY, const wchar_t*, DWORD*, DWORD* type, BYTE* bytes,
                                            DWORD* sizeBytes) mutable {
@@ -193,7 +193,7 @@ TEST_F(ProxyOverrideCalls, RereadAListThatGrows) {
               {1000, "unknown", 6}};
   for (const auto& row : rows) {
     const int before = calls_.Count(Api::RegQueryValueExW);
-    Grow(calls_, row.times);
+    GrowAtEachRead(calls_, row.times);
     EXPECT_EQ(ReadOf(own_), row.read) << row.times;
     EXPECT_EQ(calls_.Count(Api::RegQueryValueExW) - before, row.queries) << row.times;
     EXPECT_EQ(calls_.Unbalanced(), "");
@@ -201,12 +201,12 @@ TEST_F(ProxyOverrideCalls, RereadAListThatGrows) {
 }
 
 TEST_F(ProxyOverrideCalls, DoNotOverwriteAListThatCannotBeRead) {
-  Grow(calls_, 1000);
+  GrowAtEachRead(calls_, 1000);
   EXPECT_NE(AddProxyBypass({L"10.1.0.0/16"}, own_, note_), L"");
   EXPECT_EQ(RemoveProxyBypass({L"10.1.0.0/16"}, own_, note_), L"");
   EXPECT_EQ(calls_.Count(Api::RegSetValueExW), 0);
   EXPECT_EQ(calls_.Count(Api::SendMessageTimeoutW), 0);
-  Grow(calls_, 1);
+  GrowAtEachRead(calls_, 1);
   AddProxyBypass({L"10.1.0.0/16"}, own_, note_);
   EXPECT_TRUE(calls_.Had(Said<Api::RegSetValueExW>(Text{calls_.Given(Api::RegCreateKeyExW)},
                                                    L"ProxyOverride", 0, REG_SZ,
@@ -219,7 +219,7 @@ TEST_F(ProxyOverrideCalls, DoNotOverwriteAListThatCannotBeRead) {
 }
 
 TEST(ProxyOverrideFailures, OfWritingAreReturned) {
-  const auto prepare = [](Calls& calls) { StandIn(calls, REG_SZ); };
+  const auto prepare = [](Calls& calls) { SimulateRegistry(calls, REG_SZ); };
   const auto write = [](const ProxyListDeps& store) {
     return std::string(store.write(L"a;b") ? "written" : "not written");
   };
@@ -231,7 +231,7 @@ TEST(ProxyOverrideFailures, OfWritingAreReturned) {
 
 TEST(ProxyOverrideFailures, OfNotifyingAreNotReported) {
   Calls calls;
-  StandIn(calls, REG_SZ);
+  SimulateRegistry(calls, REG_SZ);
   calls.Fail(Api::SendMessageTimeoutW, ERROR_TIMEOUT);
   RealProxyOverride().announce();
   EXPECT_TRUE(calls.EachWas(Api::SendMessageTimeoutW, SaidTell()));
@@ -252,7 +252,7 @@ TEST_F(ProxyOverrideCalls, OfALeftoverUseItsOwnersList) {
 TEST(ProxyOverrideFailures, IncludeEveryOtherTypeOfValue) {
   for (const int type : {REG_DWORD, REG_BINARY, REG_MULTI_SZ}) {
     Calls calls;
-    StandIn(calls, static_cast<DWORD>(type));
+    SimulateRegistry(calls, static_cast<DWORD>(type));
     EXPECT_EQ(ProxyOverrideOf(kSid).read(), L"") << type;
     EXPECT_EQ(calls.Unbalanced(), "");
   }

@@ -254,12 +254,12 @@ class Listener {
 
   static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     auto* const self = reinterpret_cast<Listener*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
-    if (message == WM_SETTINGCHANGE && self != nullptr) self->Hear(wParam, lParam);
+    if (message == WM_SETTINGCHANGE && self != nullptr) self->OnSettingChange(wParam, lParam);
     if (message == WM_DESTROY) ::PostQuitMessage(0);
     return ::DefWindowProcW(window, message, wParam, lParam);
   }
 
-  void Hear(WPARAM wParam, LPARAM lParam) {
+  void OnSettingChange(WPARAM wParam, LPARAM lParam) {
     if (answer_.valid()) answer_.wait();
     word_ = wParam;
     area_ = lParam == 0 ? L"(none)" : reinterpret_cast<const wchar_t*>(lParam);

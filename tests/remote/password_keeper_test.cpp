@@ -72,7 +72,7 @@ class PasswordKeeperTest : public testing::Test {
     while (!done()) std::this_thread::yield();  // a failure shows as a test that does not end
   }
   // Until the waiting thread has read the current time.
-  void AwaitLooks() {
+  void AwaitClockReads() {
     Await([this, wanted = desk_.looks + 2] { return desk_.looks >= wanted; });
   }
 
@@ -142,7 +142,7 @@ TEST_F(PasswordKeeperTest, RemovesThePasswordTenMinutesAfterItsLastCopy) {
   desk_.Pass(seconds(11));
   ASSERT_TRUE(keeper_.CopyPassword(session, L"pw")) << "when it is pasted";
   desk_.Pass(minutes(10) - milliseconds(1));
-  AwaitLooks();
+  AwaitClockReads();
   EXPECT_EQ(desk_.Text(), L"pw");
   EXPECT_EQ(desk_.takes, 0);
   desk_.Pass(milliseconds(1));
@@ -167,7 +167,7 @@ TEST_F(PasswordKeeperTest, RemovesTheNewerOfTwoSessionsPasswords) {
   desk_.Pass(minutes(6));
   ASSERT_TRUE(keeper_.CopyPassword(keeper_.Begin(), L"new"));
   desk_.Pass(minutes(6));
-  AwaitLooks();
+  AwaitClockReads();
   EXPECT_EQ(desk_.takes, 0);
   EXPECT_EQ(desk_.Text(), L"new");
   desk_.Pass(minutes(4));
@@ -194,9 +194,9 @@ TEST_F(PasswordKeeperTest, RetriesEveryFiveSecondsWhileTheClipboardIsHeld) {
   desk_.Pass(minutes(10));
   for (int takes = 1; takes <= 3; ++takes) {
     Await([&] { return desk_.takes == takes; });
-    AwaitLooks();  // until it has set the next due time
+    AwaitClockReads();  // until it has set the next due time
     desk_.Pass(milliseconds(4999));
-    AwaitLooks();
+    AwaitClockReads();
     EXPECT_EQ(desk_.takes, takes);
     desk_.isHeld = takes < 3;
     desk_.Pass(milliseconds(1));

@@ -13,7 +13,7 @@ namespace {
 
 constexpr wchar_t kDiscoveryOffText[] = L"\r\n局域网发现模式已关闭：只转发已知 IP 网段。";
 
-// A proxy list that fails unless there are no routes.
+// A proxy list edit that throws if there are routes.
 std::wstring ThrowForRoutes(const std::vector<std::wstring>& routes, const char* message) {
   if (!routes.empty()) throw std::runtime_error(message);
   return {};

@@ -38,20 +38,20 @@ class FakeHttp {
   int partings = 0;  // request handles that have reported their closing
 
  private:
-  static HINTERNET Made(std::uintptr_t number) { return reinterpret_cast<HINTERNET>(number); }
+  static HINTERNET MakeHandle(std::uintptr_t number) { return reinterpret_cast<HINTERNET>(number); }
   static constexpr std::uintptr_t kRequest = 0x103;
 
   void AnswerHandles(win32::Calls& calls) {
-    calls.AnswerWith<Api::WinHttpOpen>(
-        [](const wchar_t*, DWORD, const wchar_t*, const wchar_t*, DWORD) { return Made(0x101); });
+    calls.AnswerWith<Api::WinHttpOpen>([](const wchar_t*, DWORD, const wchar_t*, const wchar_t*,
+                                          DWORD) { return MakeHandle(0x101); });
     calls.AnswerWith<Api::WinHttpSetTimeouts>([](HINTERNET, int, int, int, int) { return TRUE; });
     calls.AnswerWith<Api::WinHttpConnect>(
-        [](HINTERNET, const wchar_t*, INTERNET_PORT, DWORD) { return Made(0x102); });
+        [](HINTERNET, const wchar_t*, INTERNET_PORT, DWORD) { return MakeHandle(0x102); });
     calls.AnswerWith<Api::WinHttpOpenRequest>([](HINTERNET, const wchar_t*, const wchar_t*,
                                                  const wchar_t*, const wchar_t*, const wchar_t**,
-                                                 DWORD) { return Made(kRequest); });
+                                                 DWORD) { return MakeHandle(kRequest); });
     calls.AnswerWith<Api::WinHttpCloseHandle>([this](HINTERNET handle) {
-      if (handle == Made(kRequest)) {
+      if (handle == MakeHandle(kRequest)) {
         Report(WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING, nullptr, 0);
         ++partings;
       }
@@ -86,7 +86,7 @@ class FakeHttp {
   void AnswerReply(win32::Calls& calls) {
     calls.AnswerWith<Api::WinHttpQueryHeaders>(
         [this](HINTERNET, DWORD what, const wchar_t*, void* value, DWORD* sizeBytes, DWORD*) {
-          return GiveHeader(what, value, *sizeBytes);
+          return WriteHeader(what, value, *sizeBytes);
         });
     calls.AnswerWith<Api::WinHttpQueryDataAvailable>([this](HINTERNET, DWORD*) {
       auto bytes = static_cast<DWORD>(pieces.empty() ? 0 : pieces.front().size());
@@ -102,7 +102,7 @@ class FakeHttp {
     });
   }
 
-  BOOL GiveHeader(DWORD what, void* value, DWORD sizeBytes) const {
+  BOOL WriteHeader(DWORD what, void* value, DWORD sizeBytes) const {
     if (what == (WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER)) {
       std::memcpy(value, &status, sizeof(status));
       return TRUE;
@@ -127,7 +127,7 @@ class FakeHttp {
 
   void Report(DWORD event, void* information, DWORD informationBytes) const {
     if (callback_ != nullptr) {
-      callback_(Made(kRequest), context_, event, information, informationBytes);
+      callback_(MakeHandle(kRequest), context_, event, information, informationBytes);
     }
   }
 

@@ -45,13 +45,13 @@ class RandomSettings {
   // Up to 12 units of any value, often special ones; includes pairs and lone surrogates.
   std::wstring Text() {
     using std::literals::operator""sv;  // counts the zero unit
-    constexpr std::wstring_view kTelling =
+    constexpr std::wstring_view kSpecial =
         L"\0\x0001\b\t\n\f\r\x001F\"\\/{}[]:, \x007F\x0085\xFEFF"sv;
     std::wstring text;
     for (auto i = Pick(13); i > 0; --i) {
       switch (Pick(4)) {
         case 0:
-          text.push_back(kTelling[Pick(kTelling.size())]);
+          text.push_back(kSpecial[Pick(kSpecial.size())]);
           break;
         case 1:
           text.push_back(static_cast<wchar_t>(0xD800 + Pick(0x400)));

@@ -44,13 +44,13 @@ std::string Hex(const std::string& bytes) {
 
 // Random bytes that resemble characters: lead and continuation bytes in all mixtures.
 std::string RandomBytes(std::mt19937& random) {
-  constexpr std::uint8_t kTelling[] = {0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF,
+  constexpr std::uint8_t kSpecial[] = {0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF,
                                        0xC0, 0xC1, 0xC2, 0xDF, 0xE0, 0xE1, 0xED, 0xEF,
                                        0xF0, 0xF1, 0xF4, 0xF5, 0xF7, 0xF8, 0xFC, 0xFF};
   std::string bytes;
   for (std::uint32_t i = 1 + random() % 8; i > 0; --i) {
-    const std::uint32_t pick = random() % (2 * std::size(kTelling));
-    bytes.push_back(static_cast<char>(pick < std::size(kTelling) ? kTelling[pick] : random()));
+    const std::uint32_t pick = random() % (2 * std::size(kSpecial));
+    bytes.push_back(static_cast<char>(pick < std::size(kSpecial) ? kSpecial[pick] : random()));
   }
   return bytes;
 }

@@ -140,7 +140,7 @@ TEST(AdapterCalls, IgnoreTheBufferOfAFailedCall) {
 // ---- the driver's library
 
 // A library with every function.
-void StandInForTheLibrary(Calls& calls) {
+void SimulateLibrary(Calls& calls) {
   calls.AnswerWith<Api::LoadLibraryW>(
       [](const wchar_t*) { return Real<Api::LoadLibraryW>()(L"version.dll"); });
   calls.AnswerWith<Api::GetProcAddress>([](HMODULE module, const char*) {
@@ -150,7 +150,7 @@ void StandInForTheLibrary(Calls& calls) {
 
 TEST(DriverLibraryCalls, LoadByTheBareNameBindFiveFunctionsAndFreeAtTheEnd) {
   Calls calls;
-  StandInForTheLibrary(calls);
+  SimulateLibrary(calls);
   LoadWinDivert();
   EXPECT_TRUE(calls.Were({
       Said<Api::LoadLibraryW>(L"WinDivert.dll"),
@@ -166,7 +166,7 @@ TEST(DriverLibraryCalls, LoadByTheBareNameBindFiveFunctionsAndFreeAtTheEnd) {
 
 TEST(DriverLibraryCalls, ForwardTheSystemsErrorOfTheLastCall) {
   Calls calls;
-  StandInForTheLibrary(calls);
+  SimulateLibrary(calls);
   const auto api = LoadWinDivert();
   calls.AnswerWith<Api::GetLastError>([] { return DWORD{ERROR_ACCESS_DENIED}; });
   const int before = calls.Count(Api::GetLastError);
@@ -181,7 +181,7 @@ TEST(DriverLibraryCalls, NameWhatIsMissingAndFreeTheLibrary) {
   const std::string noExport = "WinDivert.dll is missing required exports.";
   for (int nth = 1; nth <= 6; ++nth) {
     Calls calls;
-    StandInForTheLibrary(calls);
+    SimulateLibrary(calls);
     calls.FailAny(ERROR_PROC_NOT_FOUND, nth);
     try {
       LoadWinDivert();

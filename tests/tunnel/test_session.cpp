@@ -8,9 +8,9 @@ namespace tunnel {
 namespace {
 
 // A UDP path that only records its calls.
-class NotingUdpRelay : public UdpRelay {
+class RecordingUdpRelay : public UdpRelay {
  public:
-  NotingUdpRelay(TestWorld& world, FakeDriver& driver) : world_(world), driver_(driver) {}
+  RecordingUdpRelay(TestWorld& world, FakeDriver& driver) : world_(world), driver_(driver) {}
   void StartUdpRelay(const UdpRelayRequest& request) override {
     world_.StartUdp(request, Handles());
   }
@@ -44,7 +44,7 @@ SessionDeps TestWorld::Deps(FakeDriver& driver) {
     udpHooks_.inbound = [&host](std::span<std::byte> packet) { host.HandleInbound(packet); };
     udpHooks_.keepGoing = [&host]() { return host.KeepGoing(); };
     udpHooks_.readyChanged = [&host](bool ready) { host.OnUdpChanged(ready); };
-    return std::make_unique<NotingUdpRelay>(*this, driver);
+    return std::make_unique<RecordingUdpRelay>(*this, driver);
   };
   deps.runHidden = [this, &driver](const std::wstring& command, std::chrono::milliseconds wait) {
     EXPECT_EQ(wait, std::chrono::milliseconds(5000));

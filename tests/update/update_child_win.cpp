@@ -23,10 +23,10 @@ namespace update {
 namespace {
 
 // Its destructor must not run.
-struct Tidy {
-  ~Tidy() { platform::WriteFileBytes(platform::ProgramPath() + L".tidied", "x"); }
+struct ExitMarker {
+  ~ExitMarker() { platform::WriteFileBytes(platform::ProgramPath() + L".tidied", "x"); }
 };
-const Tidy tidy;
+const ExitMarker exitMarker;
 
 void RecordThisRun(int count, wchar_t** arguments) {
   STARTUPINFOW startup{};

@@ -20,7 +20,7 @@ std::string SaidCreateProcess(const wchar_t* commandLine, DWORD flags, const cha
 }
 
 // A disk and processes for which every call succeeds and does nothing.
-void StandIn(Calls& calls) {
+void SimulateSystem(Calls& calls) {
   calls.AnswerWith<Api::DeleteFileW>([](const wchar_t*) { return TRUE; });
   calls.AnswerWith<Api::MoveFileExW>([](const wchar_t*, const wchar_t*, DWORD) { return TRUE; });
   calls.AnswerWith<Api::CreateProcessW>([](const wchar_t*, wchar_t*, SECURITY_ATTRIBUTES*,
@@ -55,7 +55,7 @@ TEST(UpdateDepsCalls, HaveNoDownloadAndNoLogWithoutATemporaryFolder) {
 
 TEST(UpdateDepsCalls, StartTheUpdaterHidden) {
   Calls calls;
-  StandIn(calls);
+  SimulateSystem(calls);
   RealUpdateDeps deps({});
   EXPECT_TRUE(deps.StartHidden(L"\"b\" x").succeeded);
   calls.Fail(Api::CreateProcessW, 1450);
@@ -66,7 +66,7 @@ TEST(UpdateDepsCalls, StartTheUpdaterHidden) {
 
 TEST(UpdateDepsCalls, SwapTheFilesAndStartTheNewProgram) {
   Calls calls;
-  StandIn(calls);
+  SimulateSystem(calls);
   RealUpdateDeps deps({});
   deps.WaitForEnd(4711, std::chrono::milliseconds(60000));
   deps.Remove(L"bak");

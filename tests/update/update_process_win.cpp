@@ -65,12 +65,12 @@ std::wstring LabUpdateFolder() {
 }
 
 std::wstring TakeRunOf(const std::wstring& path) {
-  const std::wstring told = path + L".ran";
+  const std::wstring outputPath = path + L".ran";
   for (int i = 0; i < 300; ++i) {
-    const auto bytes = platform::ReadFileBytes(told);
+    const auto bytes = platform::ReadFileBytes(outputPath);
     if (bytes && !bytes->empty()) {
       ::Sleep(100);  // the process is about to end
-      platform::DeleteFileAt(told);
+      platform::DeleteFileAt(outputPath);
       return text::FromUtf8(*bytes);
     }
     ::Sleep(100);

@@ -61,7 +61,7 @@ class UpdaterOnDisk : public testing::Test {
     EXPECT_TRUE(platform::CopyFileOver(UpdateChildPath(), path).succeeded);
     return path;
   }
-  // What the replacement process for `self` must write.
+  // The text that the replacement process for `self` must write.
   [[nodiscard]] std::wstring Wanted(const std::wstring& self) const {
     return L"hidden\n--apply-update\n" + std::to_wstring(::GetCurrentProcessId()) + L"\n" +
            download_ + L"\n" + self + L"\n";

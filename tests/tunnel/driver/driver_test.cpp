@@ -237,7 +237,7 @@ class HeldDriver {
   }
 
   // For one call.
-  class Door {
+  class Gate {
    public:
     void Pass() {
       come_.set_value();
@@ -252,8 +252,8 @@ class HeldDriver {
     std::promise<void> come_;
     std::promise<void> let_;
   };
-  Door receives;
-  Door sends;
+  Gate receives;
+  Gate sends;
   std::atomic<int> captureCloses{0};
   std::atomic<int> injectCloses{0};
 

@@ -113,7 +113,7 @@ void BeforeSend() {
 }
 
 // Turns a packet into the site's answer.
-void TurnRound(std::span<std::byte> packet) {
+void TurnIntoAnswer(std::span<std::byte> packet) {
   const std::uint32_t source = SourceAddress(packet);
   SetSourceAddress(packet, DestinationAddress(packet));
   SetDestinationAddress(packet, source);
@@ -125,7 +125,7 @@ void TurnRound(std::span<std::byte> packet) {
 void AnswerFrames(TestPeer& peer) {
   if (peer.ReadRequest().empty() || !peer.AcceptUpgrade()) return;
   while (std::optional<TestPeer::Frame> frame = peer.ReadFrame()) {
-    TurnRound(frame->payload);
+    TurnIntoAnswer(frame->payload);
     peer.Send(ServerFrame(0x82, frame->payload));
   }
 }
@@ -161,7 +161,7 @@ class DatagramAnswers {
         WriteU64Be(buffer, 6, 77);
         datagram = std::span(buffer).first(14);
       } else if (got.bytes > kUdpHeaderBytes) {
-        TurnRound(datagram.subspan(kUdpHeaderBytes));
+        TurnIntoAnswer(datagram.subspan(kUdpHeaderBytes));
       }
       socket_->SendTo(datagram, from);
     }
@@ -173,9 +173,9 @@ class DatagramAnswers {
 };
 
 // The real datagram socket; marks the threads that use it.
-class CountedDatagrams final : public DatagramSocket {
+class CountedDatagramSocket final : public DatagramSocket {
  public:
-  explicit CountedDatagrams(const std::wstring& url) : socket_(url, std::chrono::seconds(1)) {}
+  explicit CountedDatagramSocket(const std::wstring& url) : socket_(url, std::chrono::seconds(1)) {}
   void SetReceiveTimeout(std::chrono::milliseconds timeout) noexcept override {
     socket_.SetReceiveTimeout(timeout);
   }
@@ -196,7 +196,7 @@ class CountedNetwork final : public UdpNetwork {
  public:
   DatagramSocketPointer OpenSocket(const std::wstring& url, std::chrono::milliseconds,
                                    const std::function<bool()>&) override {
-    return std::make_shared<CountedDatagrams>(url);
+    return std::make_shared<CountedDatagramSocket>(url);
   }
   [[nodiscard]] std::chrono::milliseconds Now() const override { return RealUdpNetwork().Now(); }
   void Wait(platform::Condition& condition, platform::Mutex& mutex,

@@ -33,7 +33,8 @@ TEST(RouteIndex, TheWidestAndTheNarrowestRouteAreFound) {
 }
 
 // A literal implementation of the rule.
-const RouteMapping* WalkOverAll(const std::vector<RouteMapping>& mappings, std::uint32_t address) {
+const RouteMapping* SearchLinearly(const std::vector<RouteMapping>& mappings,
+                                   std::uint32_t address) {
   const RouteMapping* best = nullptr;
   for (const RouteMapping& mapping : mappings) {
     if (!Contains(mapping.Mapped(), address)) continue;
@@ -56,7 +57,7 @@ TEST(RouteIndex, FindsTheSameAsALinearSearch) {
     ASSERT_EQ(index.Mappings(), mappings);
     for (int probe = 0; probe < 500; ++probe) {
       const std::uint32_t address = 0x0A000000 + random() % 9000;
-      const RouteMapping* const expected = WalkOverAll(index.Mappings(), address);
+      const RouteMapping* const expected = SearchLinearly(index.Mappings(), address);
       ASSERT_EQ(index.Find(address), expected);
     }
   }

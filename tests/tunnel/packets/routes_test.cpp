@@ -162,8 +162,8 @@ TEST(BuildRouteMappings, IsFastWithManyRoutes) {
 }
 
 // The reference allocation: tries every candidate in order.
-std::optional<Ipv4Network> WalkForSubstitute(std::uint32_t prefix,
-                                             const std::vector<Ipv4Network>& taken) {
+std::optional<Ipv4Network> SearchSubstitute(std::uint32_t prefix,
+                                            const std::vector<Ipv4Network>& taken) {
   if (prefix == 0) return std::nullopt;
   const std::uint64_t size = std::uint64_t{1} << (32 - prefix);
   for (std::uint64_t at = 0xAC1F0000; at <= 0xAC1FFFFF; at += size) {
@@ -187,7 +187,7 @@ std::optional<std::vector<RouteMapping>> WalkForMappings(std::vector<Ipv4Network
     const bool isNat =
         std::ranges::any_of(taken, [&](const auto& other) { return Overlaps(route, other); });
     if (isNat) {
-      const auto substitute = WalkForSubstitute(route.prefix, taken);
+      const auto substitute = SearchSubstitute(route.prefix, taken);
       if (!substitute) return std::nullopt;
       mapped = *substitute;
     }

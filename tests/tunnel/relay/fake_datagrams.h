@@ -36,9 +36,9 @@ class FakeDatagrams final : public UdpNetwork {
   void Deliver(Bytes datagram) EXCLUDES(lock_);
   // The next receive fails with this error.
   void FailReceive(int error) EXCLUDES(lock_);
-  // Every receive of a start's attempts fails with this error from now on.
+  // Makes every later receive of a start's attempts fail with this error.
   void FailAttempts(int error) EXCLUDES(lock_);
-  // Sends fail from now on.
+  // Makes later sends fail or succeed.
   void FailSends(bool fail) EXCLUDES(lock_);
   void Advance(std::chrono::milliseconds time) EXCLUDES(lock_);
 

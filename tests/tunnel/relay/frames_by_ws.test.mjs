@@ -84,7 +84,7 @@ test("a ping inside a fragmented message is answered with its payload", async ()
   await withServer((socket) => {
     pong = once(socket, "pong");
     socket.on("message", (data) => {
-      socket.send("not for us"); // text is passed over
+      socket.send("not for us"); // text frames are skipped
       socket.send(data.subarray(0, 5), { binary: true, fin: false });
       socket.ping("between");
       socket.send(data.subarray(5), { binary: true, fin: true });

@@ -47,7 +47,7 @@ TEST(ReceiveBuffer, TakenBytesStayUntilTheNextRoom) {
   EXPECT_EQ(buffer.Unread().data(), first.data() + 600);
 }
 
-// The AddressSanitizer aborts if a byte lies outside the buffer.
+// AddressSanitizer aborts if a byte is outside the buffer.
 TEST(ReceiveBuffer, BytesAfterTheUnreadOnesAreReadable) {
   ReceiveBuffer buffer;
   for (int round = 0; round < 4; ++round) {

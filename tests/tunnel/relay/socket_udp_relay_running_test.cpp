@@ -16,7 +16,7 @@ using std::chrono::seconds;
 class SocketUdpRelayRunning : public SocketUdpRelayFixture {
  protected:
   // Closes the path a hundred times around the moment of a hello.
-  void MeetTheClosing() {
+  void CloseAroundHellos() {
     for (int i = 0; i < 100; ++i) {
       Restart();
       EXPECT_TRUE(world_.WaitForSleeper());
@@ -125,7 +125,7 @@ TEST_F(SocketUdpRelayRunning, TwoThreadsReportInTurn) {
 }
 
 TEST_F(SocketUdpRelayRunning, AHelloMayCoincideWithTheClose) {
-  MeetTheClosing();
+  CloseAroundHellos();
 }
 
 TEST_F(SocketUdpRelayRunning, PacketsMayCoincideWithTheClose) {
@@ -136,7 +136,7 @@ TEST_F(SocketUdpRelayRunning, PacketsMayCoincideWithTheClose) {
       std::this_thread::yield();
     }
   });
-  MeetTheClosing();
+  CloseAroundHellos();
   isDone = true;
   sender.join();
 }

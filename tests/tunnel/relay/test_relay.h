@@ -60,7 +60,7 @@ class TestRelay {
   TestRelay& operator=(const TestRelay&) = delete;
 
   [[nodiscard]] std::wstring ServerUrl() const;  // "http://127.0.0.1:<port>"
-  [[nodiscard]] std::wstring RelayUrl() const;   // a ws:// address of it
+  [[nodiscard]] std::wstring RelayUrl() const;   // "ws://<host and port>/..."
   [[nodiscard]] std::string HostAndPort() const;
   [[nodiscard]] std::uint16_t Port() const { return listener_->LocalAddress().Port(); }
 
@@ -69,11 +69,11 @@ class TestRelay {
   Behaviour Serve();
   static Behaviour Refuse();  // ends every connection at once
 
-  // Sends on the current connection, once it is upgraded; false if there is none.
+  // Sends on the current connection, once it is upgraded; false without one.
   bool Push(std::span<const std::byte> bytes) EXCLUDES(lock_);
   void CutConnection() EXCLUDES(lock_);
 
-  [[nodiscard]] bool WaitForConnections(std::size_t count) EXCLUDES(lock_);  // upgraded, in all
+  [[nodiscard]] bool WaitForConnections(std::size_t count) EXCLUDES(lock_);  // upgraded, in total
   [[nodiscard]] bool WaitForRequests(std::size_t count) EXCLUDES(lock_);
   [[nodiscard]] bool WaitForFrames(std::size_t count) EXCLUDES(lock_);
   [[nodiscard]] std::vector<TestPeer::Frame> Frames() const EXCLUDES(lock_);

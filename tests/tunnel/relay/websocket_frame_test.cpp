@@ -78,7 +78,7 @@ TEST(FrameWriter, MixesTheFrameNumberIntoTheMaskingKey) {
 }
 
 TEST(FrameWriter, WritesTheExampleOfTheRfc) {
-  // RFC 6455, section 5.7: a masked "Hello", there as text.
+  // The masked text "Hello" of RFC 6455, section 5.7.
   EXPECT_EQ(ClientFrame(kOpcodeText, BytesOf("Hello"), 0x37FA213D),
             BytesOf({0x81, 0x85, 0x37, 0xFA, 0x21, 0x3D, 0x7F, 0x9F, 0x4D, 0x51, 0x58}));
 }
@@ -247,7 +247,7 @@ TEST(FrameReader, LengthOverTheLimitEndsAtTheHeader) {
       BytesOf({0x82, 127, 0, 0, 0, 1, 0, 0, 0, 0}),     // 4 GiB
       BytesOf({0x82, 127, 0x80, 0, 0, 0, 0, 0, 0, 0}),  // top bit
       BytesOf({0x82, 127, 255, 255, 255, 255, 255, 255, 255, 255}),
-      BytesOf({0x81, 127, 0, 0, 0, 0, 0, 0x40, 0, 1}),  // also where it would be passed over
+      BytesOf({0x81, 127, 0, 0, 0, 0, 0, 0x40, 0, 1}),  // even if the frame would be skipped
       BytesOf({0x89, 127, 0, 0, 0, 0, 0, 0x40, 0, 1}),
   };
   for (const Bytes& header : rows) {

@@ -187,7 +187,7 @@ TEST_F(WebSocketRelayTest, HasReadableBytesAfterAMessage) {
     ASSERT_EQ(message.size(), size);
     TouchEach({message.data() + size, kReadableBehindPacket});
   }
-  // A fragmented message lies in the reader's memory.
+  // A fragmented message is assembled in the reader's memory.
   Bytes fragments = ServerFrame(0x02, Pattern(1000));
   Append(fragments, ServerFrame(0x80, Pattern(24)));
   ASSERT_TRUE(server.Push(fragments));
