@@ -14,7 +14,7 @@ struct MalformedRow {
   std::wstring json;
 };
 
-TEST(ParsePageMessage, IgnoresWhatIsNoMessage) {
+TEST(ParsePageMessage, IgnoresInvalidMessages) {
   const MalformedRow rows[] = {
       {"empty", L""},
       {"no JSON", L"{\"action\":"},
@@ -35,7 +35,7 @@ TEST(ParsePageMessage, IgnoresWhatIsNoMessage) {
   }
 }
 
-TEST(ParsePageMessage, GivesTheActionAsSent) {
+TEST(ParsePageMessage, ReturnsTheActionAsSent) {
   for (const wchar_t* action : {L"ready", L"connect", L"Connect", L"", L" stop"}) {
     const auto message = ParsePageMessage(L"{\"action\":\"" + std::wstring(action) + L"\"}");
     ASSERT_TRUE(message);
@@ -44,7 +44,7 @@ TEST(ParsePageMessage, GivesTheActionAsSent) {
   }
 }
 
-TEST(ParsePageMessage, TakesTheFormOnlyWhenItIsAnObject) {
+TEST(ParsePageMessage, AcceptsTheFormOnlyIfItIsAnObject) {
   for (const wchar_t* form : {L"null", L"1", L"\"x\"", L"[]", L"true"}) {
     const auto message =
         ParsePageMessage(L"{\"action\":\"test\",\"f\":" + std::wstring(form) + L"}");
@@ -58,7 +58,7 @@ TEST(ParsePageMessage, TakesTheFormOnlyWhenItIsAnObject) {
   EXPECT_EQ(settings::JsonStringOrEmpty(*message->form, L"secret"), L"s");
 }
 
-TEST(ParsePageMessage, TakesTheLastOfTwoActions) {
+TEST(ParsePageMessage, UsesTheLastOfTwoActions) {
   const auto message = ParsePageMessage(L"{\"action\":\"stop\",\"action\":\"connect\"}");
   ASSERT_TRUE(message);
   EXPECT_EQ(message->action, L"connect");
@@ -93,7 +93,7 @@ struct FieldsRow {
   bool discovery;
 };
 
-TEST(TakeFields, TakesWhatIsThereAndClearsTheRest) {
+TEST(TakeFields, TakesPresentFieldsAndClearsTheRest) {
   const FieldsRow rows[] = {
       {"all",
        L"{\"secret\":\"s\",\"target\":\"10.0.0.0/"
@@ -130,8 +130,8 @@ TEST(TakeFields, TakesWhatIsThereAndClearsTheRest) {
   }
 }
 
-// A form of the settings themselves, with each of them in its place.
-TEST(FormOf, GivesBackWhatItIsTakenInto) {
+// Every setting must survive the round trip in its own field.
+TEST(FormOf, RoundTripsThroughTakeFields) {
   for (const wchar_t* target : {L"ALL", L"10.0.0.0/8", L"10.0.0.0/8, 10.1.0.0/16"}) {
     for (const bool discovery : {false, true}) {
       Settings settings = FilledSettings();
@@ -148,8 +148,8 @@ TEST(FormOf, GivesBackWhatItIsTakenInto) {
   }
 }
 
-// Pressed right behind a loaded profile, the page's 载入 asks for the same again.
-TEST(FormOf, ShowsTheTargetAsThePageDoesAndChoosesTheProfile) {
+// 载入 pressed again right after loading a profile must load the same one.
+TEST(FormOf, ShowsTheTargetAsThePageDoesAndSelectsTheProfile) {
   Settings settings = FilledSettings();
   settings.deviceName = L"not chosen";
   for (const wchar_t* target : {L"", L"ALL"}) {
@@ -161,7 +161,7 @@ TEST(FormOf, ShowsTheTargetAsThePageDoesAndChoosesTheProfile) {
   }
 }
 
-TEST(TakeFields, AutomaticTargetComesBackInTheNextApplyMessage) {
+TEST(TakeFields, AutomaticTargetReturnsInTheNextApplyMessage) {
   Settings settings;
   TakeFields(settings::ReadJsonDocument(L"{\"target\":\"自动\"}"), settings);
   EXPECT_EQ(settings.targetNetwork, L"ALL");

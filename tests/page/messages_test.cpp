@@ -45,7 +45,7 @@ TEST(BuildStateMessage, OfAConnectionIsExactlyThisText) {
       L"{\"k\":\"PLC发现模式\",\"v\":\"已关闭\",\"cls\":\"off\"}]},\"statusline\":\"a\\tb\\\\\"}");
 }
 
-TEST(BuildStateMessage, TellsOfAReconnectingTunnel) {
+TEST(BuildStateMessage, ReportsAReconnectingTunnel) {
   const std::wstring message = BuildStateMessage(ConnectedSettings(), {true, false}, L"");
   EXPECT_NE(message.find(L"\"on\":false,\"err\":false,\"state\":\"未连接\","
                          L"\"detail\":\"软件隧道正在自动重连\""),
@@ -134,7 +134,7 @@ TEST(BuildLogsMessage, HoldsEveryLineInOrderWithItsTimeAndClass) {
   EXPECT_EQ(BuildLogsMessage({}), L"{\"t\":\"logs\",\"lines\":[]}");
 }
 
-TEST(BuildFormMessage, HoldsTheChangedFieldsAndNoOthers) {
+TEST(BuildFormMessage, HoldsOnlyTheChangedFields) {
   const auto build = [](const wchar_t* json) {
     return BuildFormMessage(settings::ReadJsonDocument(json));
   };
@@ -148,7 +148,7 @@ TEST(BuildFormMessage, HoldsTheChangedFieldsAndNoOthers) {
   EXPECT_EQ(BuildFormMessage({}), L"{\"t\":\"form\",\"fields\":{}}");
 }
 
-TEST(WithoutControlCharacters, ReplacesWhatThePageRefusesAndNothingElse) {
+TEST(WithoutControlCharacters, ReplacesOnlyWhatThePageRefuses) {
   const ReplacedRow rows[] = {
       {"nothing", L"", L""},
       {"what JSON may hold", L"{\"a\":\"\\t\\n \x7f\x85\xFFFF中\"}",
@@ -173,7 +173,7 @@ TEST(WithoutControlCharacters, ReplacesWhatThePageRefusesAndNothingElse) {
   }
 }
 
-TEST(WithoutControlCharacters, KeepsTheLengthOfEveryUnitAlone) {
+TEST(WithoutControlCharacters, KeepsTheLengthOfEverySingleUnit) {
   for (wchar_t unit = 0; unit < 0xFFFF; ++unit) {
     const bool refused = unit < 0x20 || (unit >= 0xD800 && unit <= 0xDFFF);
     ASSERT_EQ(WithoutControlCharacters(std::wstring(1, unit)),
@@ -182,7 +182,7 @@ TEST(WithoutControlCharacters, KeepsTheLengthOfEveryUnitAlone) {
   }
 }
 
-TEST(Messages, AreReadBackByOurOwnReader) {
+TEST(Messages, CanBeReadByOurOwnReader) {
   const std::wstring messages[] = {BuildStateMessage(ConnectedSettings(), {true, true}, L"x\"\\"),
                                    BuildApplyMessage(ConnectedSettings()),
                                    BuildLogMessage({1, 2, 3}, L"\"\\\r\n\t")};

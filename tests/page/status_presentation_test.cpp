@@ -15,7 +15,7 @@ struct ClassRow {
   StatusClass wanted;
 };
 
-TEST(ClassifyStatus, TellsTheColourFromTheWords) {
+TEST(ClassifyStatus, ChoosesTheColourByTheText) {
   const ClassRow rows[] = {
       {"English error", L"Error: WinDivertSend failed.", StatusClass::Error},
       {"error in lower case", L"error: nothing", StatusClass::Plain},
@@ -50,7 +50,7 @@ TEST(ClassifyStatus, TellsTheColourFromTheWords) {
   }
 }
 
-TEST(ClassName, IsTheWordThatThePageStyles) {
+TEST(ClassName, IsTheClassThatThePageStyles) {
   EXPECT_EQ(ClassName(StatusClass::Plain), L"");
   EXPECT_EQ(ClassName(StatusClass::Ok), L"ok");
   EXPECT_EQ(ClassName(StatusClass::Warning), L"wn");

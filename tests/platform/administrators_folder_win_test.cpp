@@ -14,7 +14,7 @@ using namespace win32;
 constexpr SECURITY_INFORMATION kOwnerAndList =
     OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
 
-// What the calls ask for; what a user may do then has not been seen on Windows.
+// Checks the requested rights only; their effect on a user has not been tested on Windows.
 class AdministratorsFolder : public testing::Test {
  protected:
   FileHandle Take() const { return TakeFolderForAdministrators(folder_, {L"a.dll", L"b.sys"}); }
@@ -30,7 +30,7 @@ class AdministratorsFolder : public testing::Test {
   const std::wstring folder_ = scratch_.Path(L"Velmarine\\Runtime");
 };
 
-TEST_F(AdministratorsFolder, IsMadeForThemAlone) {
+TEST_F(AdministratorsFolder, IsCreatedForAdministratorsOnly) {
   Calls calls;
   const FileHandle held = Take();
   EXPECT_TRUE(held);
@@ -43,7 +43,7 @@ TEST_F(AdministratorsFolder, IsMadeForThemAlone) {
                        SaidOpen(folder_ + L"\\a.dll"), SaidOpen(folder_ + L"\\b.sys")}));
 }
 
-TEST_F(AdministratorsFolder, TakesWhatLiesInItToo) {
+TEST_F(AdministratorsFolder, IsTakenTogetherWithItsContents) {
   ASSERT_TRUE(CreateFolders(folder_));
   ASSERT_TRUE(WriteFileBytes(folder_ + L"\\b.sys", "a driver"));
   Calls calls;
@@ -62,7 +62,7 @@ TEST_F(AdministratorsFolder, CannotBeReplacedWhileItIsHeld) {
   EXPECT_TRUE(WriteFileBytes(folder_ + L"\\a.dll", "laid out")) << "but files go on being made";
 }
 
-TEST_F(AdministratorsFolder, LosesAFileWithASecondName) {
+TEST_F(AdministratorsFolder, LosesAFileWithASecondHardLink) {
   ASSERT_TRUE(CreateFolders(folder_));
   ASSERT_TRUE(WriteFileBytes(folder_ + L"\\a.dll", "somebody's"));
   ASSERT_TRUE(::CreateHardLinkW(scratch_.Path(L"other.dll").c_str(), (folder_ + L"\\a.dll").c_str(),
@@ -74,8 +74,8 @@ TEST_F(AdministratorsFolder, LosesAFileWithASecondName) {
   EXPECT_TRUE(IsFile(scratch_.Path(L"other.dll")));
 }
 
-// Somebody who may not give it away may still close it.
-TEST_F(AdministratorsFolder, IsClosedEvenWhereItKeepsItsOwner) {
+// A caller that may not change the owner may still change the access list.
+TEST_F(AdministratorsFolder, IsProtectedEvenIfItsOwnerStays) {
   Calls calls;
   calls.Fail(Api::SetKernelObjectSecurity, ERROR_INVALID_OWNER);
   EXPECT_TRUE(Take());
@@ -86,7 +86,7 @@ TEST_F(AdministratorsFolder, IsClosedEvenWhereItKeepsItsOwner) {
                            Handle{1}, SECURITY_INFORMATION{DACL_SECURITY_INFORMATION}, Some{})}));
 }
 
-TEST_F(AdministratorsFolder, TakesThePlaceOfALink) {
+TEST_F(AdministratorsFolder, ReplacesALink) {
   ASSERT_TRUE(CreateFolders(folder_));
   Calls calls;
   int asked = 0;
@@ -103,7 +103,7 @@ TEST_F(AdministratorsFolder, TakesThePlaceOfALink) {
        Said<Api::CreateDirectoryW>(folder_, Some{})}));
 }
 
-TEST_F(AdministratorsFolder, IsSaidNotToBeTheirsWhenItCouldNotBeMadeSo) {
+TEST_F(AdministratorsFolder, IsReportedIfItCouldNotBeProtected) {
   EXPECT_EQ(EachFailure([this] { return std::string(Take() ? "theirs" : "not theirs"); }),
             "all well: theirs\n"
             "ConvertStringSecurityDescriptorToSecurityDescriptorW: not theirs\n"

@@ -1,4 +1,4 @@
-// Every call of the clipboard's: its arguments, and what comes of its failure.
+// Every Windows call for the clipboard, with its arguments and its failure.
 #include <gtest/gtest.h>
 
 #include "platform/clipboard.h"
@@ -14,7 +14,7 @@ std::string Copy() {
 }
 
 TEST(ClipboardCalls, HandTheTextOverWithItsTerminatorAndAskTheHistoryToLeaveItOut) {
-  // By these names Windows' clipboard history and its cloud know what to leave out.
+  // Windows' clipboard history and cloud skip texts with these formats.
   const wchar_t* const formats[] = {L"ExcludeClipboardContentFromMonitorProcessing",
                                     L"CanIncludeInClipboardHistory", L"CanUploadToCloudClipboard"};
   std::vector<std::string> expected = {
@@ -42,7 +42,7 @@ TEST(ClipboardCalls, HandTheTextOverWithItsTerminatorAndAskTheHistoryToLeaveItOu
   EXPECT_EQ(calls.Unbalanced(), "");
 }
 
-TEST(ClipboardCalls, NeedTheTextOnTheClipboardAndNothingElse) {
+TEST(ClipboardCalls, RequireOnlyTheTextOnTheClipboard) {
   const std::string eachFormat =
       "GlobalAlloc: ok\nGlobalLock: ok\nGlobalUnlock: ok\nRegisterClipboardFormatW: ok\n"
       "SetClipboardData: ok\n";
@@ -52,7 +52,7 @@ TEST(ClipboardCalls, NeedTheTextOnTheClipboardAndNothingElse) {
                 eachFormat + eachFormat + eachFormat + "CloseClipboard: ok\n");
 }
 
-TEST(ClipboardCalls, FreeWhatWasNotTakenAndCloseAfterIt) {
+TEST(ClipboardCalls, FreeARefusedCopyAndThenClose) {
   for (const Api api : {Api::GlobalLock, Api::SetClipboardData}) {
     Calls calls;
     calls.Fail(api, 1450);
@@ -62,7 +62,7 @@ TEST(ClipboardCalls, FreeWhatWasNotTakenAndCloseAfterIt) {
   }
 }
 
-TEST(ClipboardCalls, TryFiveTimesWhileAnotherHoldsItAndLeaveItAlone) {
+TEST(ClipboardCalls, TryFiveTimesWhileItIsHeldAndLeaveItAlone) {
   const std::string open = Said<Api::OpenClipboard>(nullptr);
   const std::string pause = Said<Api::Sleep>(25);
   Calls calls;
@@ -72,7 +72,7 @@ TEST(ClipboardCalls, TryFiveTimesWhileAnotherHoldsItAndLeaveItAlone) {
   EXPECT_TRUE(calls.Were({open, pause, open, pause, open, pause, open, pause, open}));
 }
 
-TEST(ClipboardCalls, TakeItOnceTheOtherHasLetItGo) {
+TEST(ClipboardCalls, OpenItOnceTheOtherProgramHasClosedIt) {
   Calls calls;
   calls.Fail(Api::OpenClipboard, ERROR_ACCESS_DENIED, 1);
   calls.Fail(Api::OpenClipboard, ERROR_ACCESS_DENIED, 2);
@@ -82,9 +82,9 @@ TEST(ClipboardCalls, TakeItOnceTheOtherHasLetItGo) {
   EXPECT_EQ(calls.Count(Api::CloseClipboard), 1);
 }
 
-// ---- taking it off again
+// ---- removing the text
 
-// A clipboard with this text of nobody's, or of a program that hangs.
+// A clipboard with this text. Its owner responds or hangs.
 class FilledClipboard {
  public:
   explicit FilledClipboard(Calls& calls, bool ownerHangs = false) {
@@ -108,7 +108,7 @@ std::string TakeOff() {
   return TakeSecretOffClipboard(L"pw") ? "gone" : "perhaps there";
 }
 
-TEST(ClipboardCalls, TakeASecretOffWhereItIsTheText) {
+TEST(ClipboardCalls, RemoveTheSecretIfItIsTheText) {
   Calls calls;
   const FilledClipboard filled(calls);
   EXPECT_EQ(TakeOff(), "gone");
@@ -125,7 +125,7 @@ TEST(ClipboardCalls, TakeASecretOffWhereItIsTheText) {
   }));
 }
 
-TEST(ClipboardCalls, DoNotReadWhatAProgramThatHangsWouldHaveToRender) {
+TEST(ClipboardCalls, DoNotReadTextThatAHungProgramMustRender) {
   Calls calls;
   const FilledClipboard filled(calls, true);
   EXPECT_EQ(TakeOff(), "perhaps there");
@@ -134,12 +134,12 @@ TEST(ClipboardCalls, DoNotReadWhatAProgramThatHangsWouldHaveToRender) {
   EXPECT_EQ(calls.Count(Api::CloseClipboard), 1);
 }
 
-TEST(ClipboardCalls, SayWhereASecretMayStillBeThere) {
+TEST(ClipboardCalls, ReportASecretThatMayRemain) {
   const struct {
     Api api;
     const char* outcome;
   } rows[] = {
-      {Api::OpenClipboard, "perhaps there"},  {Api::GetClipboardData, "gone"},  // it holds no text
+      {Api::OpenClipboard, "perhaps there"},  {Api::GetClipboardData, "gone"},  // no text on it
       {Api::GlobalLock, "perhaps there"},     {Api::GlobalSize, "gone"},        // another text
       {Api::EmptyClipboard, "perhaps there"}, {Api::CloseClipboard, "gone"}};
   for (const auto& row : rows) {

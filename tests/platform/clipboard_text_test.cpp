@@ -24,7 +24,7 @@ struct CountingMemoryTraits {
   static void Close(Raw /*raw*/) noexcept { ++freed; }
 };
 
-// A clipboard that notes what is asked of it, and refuses or throws at the step named.
+// A clipboard that records its calls and fails or throws at the named step.
 class FakeClipboard {
  public:
   using Memory = UniqueHandle<CountingMemoryTraits>;
@@ -48,7 +48,7 @@ class FakeClipboard {
 
   Events events;
   std::wstring held;
-  int heldFor = 0;  // so many attempts to open it fail
+  int heldFor = 0;  // how many attempts to open it fail
   std::wstring refusesAt;
   std::wstring throwsAt;
 
@@ -83,7 +83,7 @@ TEST_F(PutTextOnTest, LeavesTheClipboardAloneForAnEmptyText) {
   EXPECT_EQ(clipboard_.events, Events{});
 }
 
-TEST_F(PutTextOnTest, ClosesWhatItOpenedAndFreesWhatWasNotTaken) {
+TEST_F(PutTextOnTest, ClosesTheClipboardAndFreesARefusedCopy) {
   const struct {
     const wchar_t* refusesAt;
     Events events;
@@ -102,7 +102,7 @@ TEST_F(PutTextOnTest, ClosesWhatItOpenedAndFreesWhatWasNotTaken) {
   }
 }
 
-TEST_F(PutTextOnTest, TriesFiveTimesToOpenOneThatIsHeld) {
+TEST_F(PutTextOnTest, TriesFiveTimesToOpenAHeldClipboard) {
   const Events open = {L"open", L"empty", L"copy", L"set", L"keep out", L"close"};
   for (const int heldFor : {1, 4, 5}) {
     FakeClipboard clipboard;
@@ -118,7 +118,7 @@ TEST_F(PutTextOnTest, TriesFiveTimesToOpenOneThatIsHeld) {
   }
 }
 
-TEST_F(PutTextOnTest, GoesOnWhereEmptyingOrKeepingOutFails) {
+TEST_F(PutTextOnTest, ContinuesWhenEmptyingOrExcludingFails) {
   for (const wchar_t* const step : {L"empty", L"keep out"}) {
     FakeClipboard clipboard;
     clipboard.refusesAt = step;
@@ -139,9 +139,9 @@ TEST_F(PutTextOnTest, ClosesAndFreesWhenAStepThrows) {
   }
 }
 
-// ---- taking it off again
+// ---- removing the text
 
-TEST(TakeTextOffTest, EmptiesAClipboardWithThisTextAlone) {
+TEST(TakeTextOffTest, EmptiesAClipboardOnlyOfThisText) {
   const struct {
     const wchar_t* held;
     bool empties;
@@ -156,7 +156,7 @@ TEST(TakeTextOffTest, EmptiesAClipboardWithThisTextAlone) {
   }
 }
 
-TEST(TakeTextOffTest, SaysWhereTheTextMayStillBeThere) {
+TEST(TakeTextOffTest, ReportsATextThatMayRemain) {
   const struct {
     const wchar_t* refusesAt;
     int heldFor;

@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-// What the clipboard holds as text; also shows that nobody has left it open.
+// Returns the clipboard's text. Fails if the clipboard was left open.
 std::wstring ClipboardText() {
   if (::OpenClipboard(nullptr) == FALSE) return L"(held)";
   std::wstring text = L"(none)";
@@ -21,7 +21,7 @@ std::wstring ClipboardText() {
   return text;
 }
 
-// Another program's window that holds the clipboard open while it lives.
+// Keeps the clipboard open from another window for its lifetime.
 class Holder {
  public:
   Holder() {
@@ -52,7 +52,7 @@ class Holder {
   std::thread thread_;
 };
 
-TEST(Clipboard, GivesBackEveryText) {
+TEST(Clipboard, ReturnsEveryTextUnchanged) {
   const std::wstring texts[] = {L"pw", L"密码 1", L"\xD83D\xDE00 astral \xD83D\xDE01",
                                 L"a\tb\r\nc\"'\\", std::wstring(100'000, L'钥')};
   for (const std::wstring& text : texts) {
@@ -83,7 +83,7 @@ TEST(Clipboard, AnEmptyTextChangesNothing) {
   EXPECT_EQ(ClipboardText(), L"before");
 }
 
-TEST(Clipboard, HeldByAnotherWindowIsAFailureThatPasses) {
+TEST(Clipboard, HeldByAnotherWindowFailsUntilReleased) {
   ASSERT_TRUE(CopySecretToClipboard(L"before"));
   {
     const Holder holder;
@@ -98,11 +98,11 @@ TEST(Clipboard, HeldByAnotherWindowIsAFailureThatPasses) {
 TEST(Clipboard, IsFreeForOthersAfterEachCopy) {
   for (const wchar_t* const text : {L"pw", L""}) {
     CopySecretToClipboard(text);
-    const Holder holder;  // could not open it otherwise
+    const Holder holder;  // opens only if the copy closed it
   }
 }
 
-TEST(Clipboard, TakesTheTextInAWindowsName) {
+TEST(Clipboard, TakesTheTextOnBehalfOfAWindow) {
   const HWND window = ::CreateWindowExW(0, L"STATIC", L"owner", WS_OVERLAPPED, 0, 0, 1, 1, nullptr,
                                         nullptr, nullptr, nullptr);
   EXPECT_TRUE(CopySecretToClipboard(L"owned", window));
@@ -111,7 +111,7 @@ TEST(Clipboard, TakesTheTextInAWindowsName) {
   ::DestroyWindow(window);
 }
 
-TEST(Clipboard, IsEmptiedOfASecretAndOfNothingElse) {
+TEST(Clipboard, IsEmptiedOnlyOfTheSecret) {
   for (const std::wstring& secret :
        {std::wstring(L"pw"), std::wstring(L"密码 \xD83D\xDE00"), std::wstring(100'000, L'钥')}) {
     ASSERT_TRUE(CopySecretToClipboard(secret));

@@ -1,4 +1,4 @@
-// Every call about the desktop's user: its arguments, and what comes of its failure.
+// Every Windows call about the desktop's user, with its arguments and its failure.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -7,7 +7,7 @@
 #include "platform/desktop_user.h"
 #include "text/utf8.h"
 #include "win32/calls.h"
-// After the SDK, which it needs.
+// Needs windows.h first.
 #include <knownfolders.h>
 
 namespace platform {
@@ -22,12 +22,12 @@ constexpr wchar_t kFolder[] = L"C:\\Users\\li";
 constexpr wchar_t kFolderInRegistry[] = L"D:\\li";
 constexpr wchar_t kFoldersKey[] =
     L"S-1-5-21-1-2-3\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders";
-// Structure and id, which lie in one buffer of the caller's.
+// The structure and the id share one buffer of the caller.
 constexpr DWORD kTokenUserBytes = sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE;
 
-// As the system holds them.
-BYTE theSid[] = {1, 4, 0, 0, 0, 0, 0, 5, 21, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0};
-BYTE theSessionsSid[] = {1, 4, 0, 0, 0, 0, 0, 5, 21, 0, 0, 0, 4, 0, 0, 0, 5, 0, 0, 0, 6, 0, 0, 0};
+// The id in its binary form.
+BYTE binarySid[] = {1, 4, 0, 0, 0, 0, 0, 5, 21, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0};
+BYTE binarySessionSid[] = {1, 4, 0, 0, 0, 0, 0, 5, 21, 0, 0, 0, 4, 0, 0, 0, 5, 0, 0, 0, 6, 0, 0, 0};
 
 wchar_t* LocalCopy(const std::wstring& text) {
   const std::size_t sizeBytes = (text.size() + 1) * sizeof(wchar_t);
@@ -40,7 +40,7 @@ wchar_t* TaskCopy(const std::wstring& text) {
   return static_cast<wchar_t*>(std::memcpy(::CoTaskMemAlloc(sizeBytes), text.c_str(), sizeBytes));
 }
 
-// A shell whose process, token and folder can be had.
+// A shell with an accessible process, token and folder.
 void AnswerToken(Calls& calls) {
   calls.AnswerWith<Api::OpenProcess>(
       [](DWORD, BOOL, DWORD) { return ::CreateMutexW(nullptr, FALSE, nullptr); });
@@ -52,7 +52,7 @@ void AnswerToken(Calls& calls) {
       [](HANDLE, TOKEN_INFORMATION_CLASS, void* buffer, DWORD sizeBytes, DWORD* neededBytes) {
         *neededBytes = kTokenUserBytes;
         if (sizeBytes < kTokenUserBytes) return FALSE;
-        static_cast<TOKEN_USER*>(buffer)->User.Sid = theSid;
+        static_cast<TOKEN_USER*>(buffer)->User.Sid = binarySid;
         return TRUE;
       });
   calls.AnswerWith<Api::SHGetKnownFolderPath>(
@@ -62,7 +62,7 @@ void AnswerToken(Calls& calls) {
       });
 }
 
-// A session and accounts that know the user, and a registry that has his folder.
+// A session and an account of the user, with his folder in the registry.
 void AnswerSession(Calls& calls, SID_NAME_USE use) {
   calls.AnswerWith<Api::WTSQuerySessionInformationW>(
       [](HANDLE, DWORD, WTS_INFO_CLASS what, wchar_t** text, DWORD* sizeBytes) {
@@ -74,8 +74,8 @@ void AnswerSession(Calls& calls, SID_NAME_USE use) {
   calls.AnswerWith<Api::LookupAccountNameW>([use](const wchar_t*, const wchar_t*, void* sid,
                                                   DWORD* sidBytes, wchar_t*, DWORD*,
                                                   SID_NAME_USE* toldUse) {
-    std::memcpy(sid, theSessionsSid, sizeof(theSessionsSid));
-    *sidBytes = sizeof(theSessionsSid);
+    std::memcpy(sid, binarySessionSid, sizeof(binarySessionSid));
+    *sidBytes = sizeof(binarySessionSid);
     *toldUse = use;
     return TRUE;
   });
@@ -146,7 +146,7 @@ TEST_F(DesktopUserCalls, TakeTheDesktopsUserFromTheShellsToken) {
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-// Without a shell the session and the accounts are asked.
+// Without a shell, the session and the accounts identify the user.
 TEST_F(DesktopUserCalls, TakeTheDesktopsUserFromTheSession) {
   EXPECT_EQ(DesktopSid(0), kSessionSid);
   const auto saidText = [](WTS_INFO_CLASS what) {
@@ -186,12 +186,12 @@ TEST_F(DesktopUserCalls, TakeHisFolderFromHisRegistry) {
                                            nullptr, Some{}, Ref{MAX_PATH * sizeof(wchar_t)})}));
 }
 
-TEST_F(DesktopUserCalls, AreNobodyForAnAccountThatIsNoUser) {
+TEST_F(DesktopUserCalls, FindNoUserForAnotherKindOfAccount) {
   AnswerSession(calls_, SidTypeGroup);
   EXPECT_EQ(DesktopSid(0), L"");
 }
 
-// No kernel handle is left open whatever fails.
+// Whatever fails, every kernel handle must be closed.
 TEST(DesktopUserFailures, LeaveTheOwnUserUnknown) {
   EXPECT_EQ(EachFailure([] { return text::ToUtf8(OwnSid()); }, ERROR_ACCESS_DENIED, AnswerToken),
             "all well: S-1-5-21-1-2-3\n"
@@ -202,7 +202,7 @@ TEST(DesktopUserFailures, LeaveTheOwnUserUnknown) {
             "CloseHandle: S-1-5-21-1-2-3\n");
 }
 
-TEST(DesktopUserFailures, TurnFromTheShellToTheSession) {
+TEST(DesktopUserFailures, FallBackFromTheShellToTheSession) {
   const auto find = [] { return text::ToUtf8(DesktopSid(kShell)); };
   EXPECT_EQ(EachFailure(find, ERROR_ACCESS_DENIED, AnswerAll),
             "all well: S-1-5-21-1-2-3\n"
@@ -224,7 +224,7 @@ TEST(DesktopUserFailures, LeaveTheSessionsUserUnknown) {
             "ConvertSidToStringSidW: \n");
 }
 
-TEST(DesktopUserFailures, TurnFromTheTokenToTheRegistry) {
+TEST(DesktopUserFailures, FallBackFromTheTokenToTheRegistry) {
   const auto find = [] { return text::ToUtf8(DesktopLocalAppData(kShell, kSid)); };
   EXPECT_EQ(EachFailure(find, ERROR_ACCESS_DENIED, AnswerAll),
             "all well: C:\\Users\\li\n"

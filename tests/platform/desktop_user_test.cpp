@@ -9,14 +9,14 @@ std::wstring FolderOf(const std::wstring& sid) {
   return L"C:\\Users\\" + sid;
 }
 
-TEST(DesktopUser, IsAnotherOneWhereTheIdsDiffer) {
+TEST(DesktopUser, IsAnotherUserIfTheIdsDiffer) {
   const auto user = FindOtherDesktopUser(L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-3-1001", FolderOf);
   ASSERT_TRUE(user.has_value());
   EXPECT_EQ(user->sid, L"S-1-5-21-1-2-3-1001");
   EXPECT_EQ(user->localAppData, L"C:\\Users\\S-1-5-21-1-2-3-1001");
 }
 
-TEST(DesktopUser, IsNobodyElseWhereTheIdsAreTheSameOrUnknown) {
+TEST(DesktopUser, IsNotAnotherUserIfTheIdsAreEqualOrUnknown) {
   const std::pair<const wchar_t*, const wchar_t*> rows[] = {
       {L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-3-500"},
       {L"S-1-5-21-1-2-3-500", L"s-1-5-21-1-2-3-500"},
@@ -30,7 +30,7 @@ TEST(DesktopUser, IsNobodyElseWhereTheIdsAreTheSameOrUnknown) {
   }
 }
 
-TEST(DesktopUser, MayBeOneWhoseFolderIsUnknown) {
+TEST(DesktopUser, MayHaveAnUnknownFolder) {
   const auto user = FindOtherDesktopUser(L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-3-1001",
                                          [](const std::wstring&) { return std::wstring(); });
   ASSERT_TRUE(user.has_value());

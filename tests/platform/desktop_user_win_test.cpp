@@ -5,13 +5,13 @@
 #include "platform/desktop_user.h"
 #include "platform/path.h"
 #include "platform/windows_sdk.h"
-// After the SDK, which it needs.
+// Needs windows.h first.
 #include <sddl.h>
 
 namespace platform {
 namespace {
 
-// The id that the system's accounts give for the name of the user who runs this.
+// Looks up the id of the current user by name.
 std::wstring SidByName() {
   wchar_t name[UNLEN + 1];
   DWORD nameUnits = UNLEN + 1;
@@ -50,7 +50,7 @@ TEST(DesktopUserEdge, UsesTheSessionAndTheRegistryWithoutAShell) {
   EXPECT_EQ(DesktopLocalAppData(0, OwnSid()), LocalAppDataFolder());
 }
 
-// There is only one user here, so the program's own is made up.
+// Wine has only one user, so the program's own user is fake.
 TEST(DesktopUserEdge, FindsAnotherUserByHisId) {
   const DWORD shell = ::GetCurrentProcessId();
   const auto folderOf = [shell](const std::wstring& sid) {

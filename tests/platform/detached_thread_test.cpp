@@ -17,7 +17,7 @@ TEST(DetachedThread, RunsBodiesThatEndAtOnce) {
   }
 }
 
-TEST(DetachedThread, LetsGoOfWhatTheBodyHeld) {
+TEST(DetachedThread, ReleasesTheCapturesOfTheBody) {
   struct Held {
     std::promise<void> released;
     ~Held() { released.set_value(); }

@@ -5,7 +5,7 @@
 namespace platform {
 namespace {
 
-// This program carries a message table of its own, with texts for 12002 and 5.
+// This program has its own message table with texts for 12002 and 5.
 HMODULE OwnMessages() {
   return ::GetModuleHandleW(nullptr);
 }
@@ -16,7 +16,7 @@ TEST(SystemErrorText, KeepsTheSystemsTextWithItsLineBreak) {
   EXPECT_TRUE(text.ends_with(L"\r\n"));
 }
 
-TEST(SystemErrorText, LeavesInsertsAsTheyStand) {
+TEST(SystemErrorText, KeepsInsertsUnexpanded) {
   EXPECT_NE(SystemErrorText(ERROR_BAD_EXE_FORMAT).find(L"%1"), std::wstring::npos);
   EXPECT_EQ(SystemErrorText(12002, OwnMessages()), L"The test table's timeout, %1 kept\r\n");
 }
@@ -31,7 +31,7 @@ TEST(SystemErrorText, LooksOtherCodesUpInTheSystemOnly) {
   EXPECT_EQ(SystemErrorText(5).find(L"Never"), std::wstring::npos);
 }
 
-TEST(SystemErrorText, IsEmptyWhereNobodyHasAText) {
+TEST(SystemErrorText, IsEmptyForAnUnknownCode) {
   EXPECT_EQ(SystemErrorText(0x2FFFFFFF), L"");
   EXPECT_EQ(SystemErrorText(12198, nullptr), L"");
 }

@@ -1,4 +1,4 @@
-// Every call of putting one file into the place of another, and what comes of each one's failure.
+// Every Windows call that replaces one file with another, and its failure.
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
@@ -24,7 +24,7 @@ class FileSwapCalls : public testing::Test {
   const std::wstring other_ = scratch_.Path(L"other");
 };
 
-TEST_F(FileSwapCalls, WriteANewFileAndHaveTheDiskTakeIt) {
+TEST_F(FileSwapCalls, WriteAndFlushANewFile) {
   const auto write = [this] { return Text(WriteNewFile(path_, "text")); };
   {
     Calls calls;
@@ -52,10 +52,10 @@ TEST_F(FileSwapCalls, WriteANewFileAndHaveTheDiskTakeIt) {
             "CloseHandle: ok 0\n");
 }
 
-TEST_F(FileSwapCalls, LeaveNoFileThatWasNotWrittenWhole) {
+TEST_F(FileSwapCalls, LeaveNoPartlyWrittenFile) {
   Calls calls;
   calls.AnswerWith<Api::WriteFile>([](HANDLE, const void*, DWORD, DWORD* taken, OVERLAPPED*) {
-    *taken = 3;  // a full disk need not call it an error
+    *taken = 3;  // a full disk may not be reported as an error
     return TRUE;
   });
   EXPECT_EQ(Text(WriteNewFile(path_, "text")), "failed 112");
@@ -65,7 +65,7 @@ TEST_F(FileSwapCalls, LeaveNoFileThatWasNotWrittenWhole) {
   EXPECT_FALSE(IsFile(path_));
 }
 
-TEST_F(FileSwapCalls, SayWhyTheDiskMayNotHaveANewFile) {
+TEST_F(FileSwapCalls, ReportWhyANewFileMayNotBeOnDisk) {
   Calls calls;
   calls.Fail(Api::FlushFileBuffers, 1450);
   EXPECT_EQ(Text(WriteNewFile(path_, "text")), "ok 1450");
@@ -74,7 +74,7 @@ TEST_F(FileSwapCalls, SayWhyTheDiskMayNotHaveANewFile) {
                                Said<Api::CloseHandle>(Handle{1})}));
 }
 
-TEST_F(FileSwapCalls, SayWhyAFileCannotBeHeld) {
+TEST_F(FileSwapCalls, ReportWhyAFileCannotBeHeld) {
   ASSERT_TRUE(WriteFileBytes(path_, "text"));
   for (const Api api : {Api::GetFileSizeEx, Api::ReadFile}) {
     Calls calls;
@@ -86,7 +86,7 @@ TEST_F(FileSwapCalls, SayWhyAFileCannotBeHeld) {
   }
 }
 
-TEST_F(FileSwapCalls, HoldAFileAgainstEverybodyElse) {
+TEST_F(FileSwapCalls, HoldAFileAgainstChanges) {
   ASSERT_TRUE(WriteFileBytes(path_, "text"));
   {
     Calls calls;
@@ -111,7 +111,7 @@ TEST_F(FileSwapCalls, HoldAFileAgainstEverybodyElse) {
             "CloseHandle: ok 0\n");
 }
 
-TEST_F(FileSwapCalls, HoldNoLinkAndNothingWithoutMeasure) {
+TEST_F(FileSwapCalls, HoldNoLinkAndNoOversizedOrTruncatedFile) {
   ASSERT_TRUE(WriteFileBytes(path_, "text"));
   {
     Calls calls;
@@ -136,7 +136,7 @@ TEST_F(FileSwapCalls, HoldNoLinkAndNothingWithoutMeasure) {
   }
 }
 
-TEST_F(FileSwapCalls, MoveAndHaveTheDiskTakeTheMove) {
+TEST_F(FileSwapCalls, MoveAndFlushTheMove) {
   constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
   Calls calls;
   calls.AnswerWith<Api::MoveFileExW>([](const wchar_t*, const wchar_t*, DWORD) { return TRUE; });
@@ -192,7 +192,7 @@ TEST_F(FileSwapCalls, ProbeWhetherAProgramCanBeReplaced) {
             "CloseHandle: ok 0\n");
 }
 
-TEST_F(FileSwapCalls, ProbeTheRoomOnTheDisk) {
+TEST_F(FileSwapCalls, ProbeTheFreeSpaceOnTheDisk) {
   ASSERT_TRUE(WriteFileBytes(path_, "program"));
   Calls calls;
   calls.AnswerWith<Api::GetDiskFreeSpaceExW>(

@@ -26,7 +26,7 @@ class FileSwap : public testing::Test {
   const std::wstring to_ = scratch_.Path(L"旧 文件.exe");
 };
 
-TEST_F(FileSwap, CopiesOverAFileThatIsThereOrNot) {
+TEST_F(FileSwap, CopiesOverAnExistingOrMissingFile) {
   for (const std::wstring& to : {to_, scratch_.Path(L"another")}) {
     const SystemResult result = CopyFileOver(from_, to);
     EXPECT_TRUE(result.succeeded);
@@ -53,7 +53,7 @@ TEST_F(FileSwap, ACopyThatCannotTakeItsPlaceLeavesNothingBehind) {
   EXPECT_FALSE(IsFile(folder + L".part"));
 }
 
-TEST_F(FileSwap, TellsWhyACopyFailed) {
+TEST_F(FileSwap, ReportsWhyACopyFailed) {
   const SystemResult missing = CopyFileOver(scratch_.Path(L"missing"), to_);
   EXPECT_FALSE(missing.succeeded);
   EXPECT_EQ(missing.errorCode, DWORD{ERROR_FILE_NOT_FOUND});
@@ -67,7 +67,7 @@ TEST_F(FileSwap, TellsWhyACopyFailed) {
   EXPECT_EQ(ReadFileBytes(to_), "what was there");
 }
 
-TEST_F(FileSwap, MovesOverAFileThatIsThereOrNot) {
+TEST_F(FileSwap, MovesOverAnExistingOrMissingFile) {
   EXPECT_TRUE(MoveFileOver(from_, to_).succeeded);
   EXPECT_EQ(ReadFileBytes(to_), "new");
   EXPECT_FALSE(IsFile(from_));
@@ -81,8 +81,8 @@ TEST_F(FileSwap, MovesOverAReadOnlyFile) {
   EXPECT_EQ(ReadFileBytes(to_), "new");
 }
 
-// A held file can be read by others, and nothing else.
-TEST_F(FileSwap, AHeldFileStaysWhatItIs) {
+// Others can read a held file but cannot write, move or delete it.
+TEST_F(FileSwap, AHeldFileCannotBeChanged) {
   HeldFile held = HoldFile(from_);
   ASSERT_TRUE(held.result.succeeded);
   EXPECT_EQ(ReadFileBytes(from_), "new");

@@ -1,4 +1,4 @@
-// Every call that platform's files make, with its arguments, and what comes of each one's failure.
+// Every Windows call of platform/files, with its arguments and its failure.
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
@@ -23,7 +23,7 @@ class FileCalls : public testing::Test {
     return bytes.value_or("nothing");
   }
 
-  // The call that empties or makes `path_`.
+  // The call that truncates or creates `path_`.
   [[nodiscard]] std::string SaidOpenForWriting() const {
     return Said<Api::CreateFileW>(path_, GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
                                   FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -80,7 +80,7 @@ TEST_F(FileCalls, WriteDurably) {
   }));
 }
 
-TEST_F(FileCalls, WriteOrSayWhyNot) {
+TEST_F(FileCalls, WriteOrReportTheFailure) {
   EXPECT_EQ(EachFailure([this] { return Text(WriteFileDurably(path_, "text")); }),
             "all well: ok 0\n"
             "CreateFileW: failed 1450\n"
@@ -94,7 +94,7 @@ TEST_F(FileCalls, WriteOrSayWhyNot) {
             "CloseHandle: true\n");
 }
 
-TEST_F(FileCalls, TryFiveTimesMoreToOpenAFileThatOthersHold) {
+TEST_F(FileCalls, RetryFiveTimesToOpenAHeldFile) {
   Calls calls;
   calls.Fail(Api::CreateFileW, ERROR_SHARING_VIOLATION, 0);
   calls.AnswerWith<Api::Sleep>([](DWORD) {});
@@ -109,7 +109,7 @@ TEST_F(FileCalls, TryFiveTimesMoreToOpenAFileThatOthersHold) {
   EXPECT_TRUE(calls.Were(expected));
 }
 
-TEST_F(FileCalls, TakeAShortWriteForAFullDisk) {
+TEST_F(FileCalls, TreatAShortWriteAsAFullDisk) {
   Calls calls;
   calls.AnswerWith<Api::WriteFile>([](HANDLE, const void*, DWORD, DWORD* taken, OVERLAPPED*) {
     *taken = 3;
@@ -119,7 +119,7 @@ TEST_F(FileCalls, TakeAShortWriteForAFullDisk) {
   EXPECT_EQ(calls.Unbalanced(), "");
 }
 
-TEST_F(FileCalls, AppendToAFileThatIsMadeOrThere) {
+TEST_F(FileCalls, AppendToANewOrExistingFile) {
   const std::string open = Said<Api::CreateFileW>(
       path_, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
       FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
@@ -140,7 +140,7 @@ TEST_F(FileCalls, AppendToAFileThatIsMadeOrThere) {
                               {Said<Api::WriteFile>(Handle{1}, "two", 3, Ref{0}, nullptr)}));
 }
 
-TEST_F(FileCalls, AskForAFile) {
+TEST_F(FileCalls, QueryAFile) {
   ASSERT_TRUE(WriteFileBytes(path_, "text"));
   {
     Calls calls;
@@ -176,8 +176,8 @@ TEST_F(FileCalls, ListFolders) {
             "FindNextFileW: 1\nFindClose: 1\n");
 }
 
-// The folder has the fixture's file and a folder.
-TEST_F(FileCalls, ListFilesThatAreNoFolders) {
+// The folder contains the fixture's file and a subfolder.
+TEST_F(FileCalls, ListFilesButNoFolders) {
   ASSERT_TRUE(CreateFolders(scratch_.Path(L"a")));
   ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"b.txt"), "x"));
   const std::vector<std::wstring> names = ListFiles(scratch_.Folder());

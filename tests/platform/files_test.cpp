@@ -50,7 +50,7 @@ TEST_F(FilesTest, WritesNothingWithoutItsFolder) {
   EXPECT_FALSE(WriteFileBytes(scratch_.Folder(), "x"));
 }
 
-TEST_F(FilesTest, WritesDurablyOrSaysWhyNot) {
+TEST_F(FilesTest, WritesDurablyOrReportsTheFailure) {
   const std::wstring path = scratch_.Path(L"a");
   for (const std::string& bytes : {std::string("a long text"), std::string("short"), std::string(),
                                    std::string((1 << 20) + 1, 'y')}) {
@@ -65,14 +65,14 @@ TEST_F(FilesTest, WritesDurablyOrSaysWhyNot) {
   }
 }
 
-TEST_F(FilesTest, KnowsFilesFromFolders) {
+TEST_F(FilesTest, DistinguishesFilesFromFolders) {
   ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"a"), ""));
   EXPECT_TRUE(IsFile(scratch_.Path(L"a")));
   EXPECT_FALSE(IsFile(scratch_.Folder()));
   EXPECT_FALSE(IsFile(scratch_.Path(L"missing")));
 }
 
-TEST_F(FilesTest, TellsTheSizeOfAFile) {
+TEST_F(FilesTest, ReportsTheSizeOfAFile) {
   for (const std::size_t sizeBytes : {std::size_t{0}, std::size_t{1}, std::size_t{1'048'577}}) {
     ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"a"), std::string(sizeBytes, 'x')));
     EXPECT_EQ(FileSizeBytes(scratch_.Path(L"a")), sizeBytes);
@@ -81,7 +81,7 @@ TEST_F(FilesTest, TellsTheSizeOfAFile) {
   EXPECT_EQ(FileSizeBytes(scratch_.Path(L"missing")), std::nullopt);
 }
 
-TEST_F(FilesTest, ListsFoldersAndNothingElse) {
+TEST_F(FilesTest, ListsOnlyFolders) {
   for (const wchar_t* const name : {L"b", L".hidden", L"\x674E \xD83D\xDE00", L"a"}) {
     ASSERT_TRUE(CreateFolders(scratch_.Path(name)));
   }
@@ -120,7 +120,7 @@ TEST_F(FilesTest, CreatesNoFolderInPlaceOfAFile) {
   EXPECT_FALSE(CreateFolders(L""));
 }
 
-TEST_F(FilesTest, AppendsAndBeginsANewFileWithItsMark) {
+TEST_F(FilesTest, AppendsAndStartsANewFileWithItsMark) {
   const std::wstring path = scratch_.Path(L"\x65E5\x5FD7.log");
   AppendToFile(path, 1, "mark ", "one\r\n");
   AppendToFile(path, 1, "mark ", "two\r\n");
@@ -129,13 +129,13 @@ TEST_F(FilesTest, AppendsAndBeginsANewFileWithItsMark) {
   EXPECT_EQ(ReadFileBytes(path), "mark one\r\ntwo\r\n" + std::string("\0\x1A", 2));
 }
 
-TEST_F(FilesTest, AppendsToAFileThatIsThereWithoutAMark) {
+TEST_F(FilesTest, AppendsToAnExistingFileWithoutAMark) {
   ASSERT_TRUE(WriteFileBytes(scratch_.Path(L"empty"), ""));
   AppendToFile(scratch_.Path(L"empty"), 1, "mark ", "one");
   EXPECT_EQ(ReadFileBytes(scratch_.Path(L"empty")), "one");
 }
 
-TEST_F(FilesTest, AppendsNothingWhereThereCanBeNoFile) {
+TEST_F(FilesTest, AppendsNothingWhereNoFileIsPossible) {
   AppendToFile(scratch_.Path(L"missing\\a"), 1, "mark ", "one");
   AppendToFile(scratch_.Folder(), 1, "mark ", "one");
   EXPECT_FALSE(IsFile(scratch_.Path(L"missing\\a")));

@@ -8,7 +8,7 @@
 namespace platform {
 namespace {
 
-// Under Wine the administrator of the host may write read-only files, so ask the system first.
+// Under Wine the host's root user can write read-only files, so probe first.
 TEST(FilesOnWindows, WritesAReadOnlyFileOnlyWhereTheSystemOpensOne) {
   const ScratchFolder scratch;
   const std::wstring path = scratch.Path(L"a");
@@ -32,7 +32,7 @@ TEST(FilesOnWindows, WritesNothingWhileOthersKeepWritersOut) {
   EXPECT_EQ(ReadFileBytes(path), "kept");
 }
 
-TEST(FilesOnWindows, DurableWriteWaitsForAFileThatIsHeldForAMoment) {
+TEST(FilesOnWindows, DurableWriteWaitsForABrieflyHeldFile) {
   const ScratchFolder scratch;
   const std::wstring path = scratch.Path(L"a");
   ASSERT_TRUE(WriteFileBytes(path, "kept"));
@@ -47,7 +47,7 @@ TEST(FilesOnWindows, DurableWriteWaitsForAFileThatIsHeldForAMoment) {
   EXPECT_EQ(ReadFileBytes(path), "written");
 }
 
-TEST(FilesOnWindows, ReadsNothingFromAFileHeldForItself) {
+TEST(FilesOnWindows, ReadsNothingFromAnExclusivelyOpenFile) {
   const ScratchFolder scratch;
   const std::wstring path = scratch.Path(L"a");
   ASSERT_TRUE(WriteFileBytes(path, "x"));
@@ -58,7 +58,7 @@ TEST(FilesOnWindows, ReadsNothingFromAFileHeldForItself) {
   EXPECT_FALSE(WriteFileBytes(path, "y"));
 }
 
-TEST(FilesOnWindows, TellsASizeBeyondFourGibibytes) {
+TEST(FilesOnWindows, ReportsASizeBeyondFourGibibytes) {
   const ScratchFolder scratch;
   const std::wstring path = scratch.Path(L"sparse");
   {

@@ -7,7 +7,7 @@
 namespace platform {
 namespace {
 
-TEST(Handles, TakeBothKindsOfNoFileForEmpty) {
+TEST(Handles, TreatBothInvalidFileHandlesAsEmpty) {
   EXPECT_FALSE(FileHandle());
   EXPECT_FALSE(FileHandle(nullptr));
   EXPECT_FALSE(FileHandle(INVALID_HANDLE_VALUE));

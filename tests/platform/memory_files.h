@@ -12,9 +12,9 @@ namespace platform {
 // Thrown where MemoryFiles pretends that the process was killed.
 struct Killed {};
 
-// Files in memory. A write takes three steps, as a real one may be cut short: the file is emptied,
-// half of it is written, all of it is. The process can be killed before any of them and before the
-// write returns.
+// Files in memory. A write takes three steps, because a real one may be cut short: truncate the
+// file, write half of it, write all of it. The process can be killed before each step and before
+// the write returns.
 class MemoryFiles : public FileDeps {
  public:
   FileContent Read(const std::wstring& path) override {
@@ -49,7 +49,7 @@ class MemoryFiles : public FileDeps {
   }
 
   std::map<std::wstring, std::string> files;
-  std::vector<std::wstring> written;  // the path of each write that began
+  std::vector<std::wstring> written;  // the path of each started write
   std::wstring unreadable;            // the path of a file that exists but cannot be read
   std::function<std::wstring(const std::wstring& path)> refuse;  // returns a reason, or nothing
   // Returns a reason after the whole write: the file reads well, but the disk may not have it.
@@ -58,7 +58,7 @@ class MemoryFiles : public FileDeps {
   int stepsToLive = -1;  // until the process is killed; negative: never
 
  private:
-  // In the order of the names, each once.
+  // Sorted by name, without duplicates.
   [[nodiscard]] std::vector<std::wstring> List(const std::wstring& folder,
                                                bool wantsFolders) const {
     const std::wstring start = folder + L"\\";

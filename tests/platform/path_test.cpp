@@ -18,7 +18,7 @@ TEST(JoinPath, LeavesTheRelativePartAloneWithoutABase) {
   EXPECT_EQ(JoinPath(L"", L""), L"");
 }
 
-TEST(ParentFolder, IsWhatStandsBeforeTheLastSlash) {
+TEST(ParentFolder, IsThePartBeforeTheLastSlash) {
   EXPECT_EQ(ParentFolder(L"C:\\Data\\a.json"), L"C:\\Data");
   EXPECT_EQ(ParentFolder(L"C:/Data/a.json"), L"C:/Data");
   EXPECT_EQ(ParentFolder(L"C:\\Data/x\\a"), L"C:\\Data/x");

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "win32/calls.h"
-// After the SDK, which it needs.
+// Needs windows.h first.
 #include <delayimp.h>
 
 namespace platform {
@@ -16,7 +16,7 @@ std::wstring Variable(const wchar_t* name) {
   return ::GetEnvironmentVariableW(name, value, 64) == 0 ? L"(none)" : value;
 }
 
-TEST(ProcessGuard, LoadsWhatIsImportedLateFromWindowsFolder) {
+TEST(ProcessGuard, LoadsDelayedImportsFromWindowsFolder) {
   Calls calls;
   calls.AnswerWith<Api::SetDefaultDllDirectories>([](DWORD) { return TRUE; });
   calls.AnswerWith<Api::LoadLibraryExA>(
@@ -32,7 +32,7 @@ TEST(ProcessGuard, LoadsWhatIsImportedLateFromWindowsFolder) {
       {Said<Api::LoadLibraryExA>(Some{}, nullptr, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32})}));
 }
 
-// The rest of the test program is to go on finding its libraries, so nothing real is switched on.
+// The call is faked: later tests must still find their libraries.
 TEST(ProcessGuard, LimitsTheSearchForLibraries) {
   Calls calls;
   calls.AnswerWith<Api::SetDefaultDllDirectories>([](DWORD) { return TRUE; });
@@ -41,7 +41,7 @@ TEST(ProcessGuard, LimitsTheSearchForLibraries) {
       DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32 | LOAD_LIBRARY_SEARCH_USER_DIRS})}));
 }
 
-TEST(ProcessGuard, RefusesLibrariesThatOthersBringIn) {
+TEST(ProcessGuard, RefusesForeignLibraries) {
   Calls calls;
   calls.AnswerWith<Api::SetProcessMitigationPolicy>(
       [](PROCESS_MITIGATION_POLICY, void*, SIZE_T) { return TRUE; });
@@ -51,7 +51,7 @@ TEST(ProcessGuard, RefusesLibrariesThatOthersBringIn) {
       // "Disable extension points" is bit 0 of policy 6.
       Said<Api::SetProcessMitigationPolicy>(static_cast<PROCESS_MITIGATION_POLICY>(6),
                                             std::string("\1\0\0\0", 4), 4),
-      // No remote images, no images of low integrity, the system's first: bits 0 to 2 of policy 10.
+      // No remote images, no low-integrity images, prefer system images: bits 0 to 2 of policy 10.
       Said<Api::SetProcessMitigationPolicy>(static_cast<PROCESS_MITIGATION_POLICY>(10),
                                             std::string("\7\0\0\0", 4), 4),
       // "Prohibit dynamic code" is bit 0 of policy 2.
@@ -60,7 +60,7 @@ TEST(ProcessGuard, RefusesLibrariesThatOthersBringIn) {
   }));
 }
 
-TEST(ProcessGuard, ForgetsTheVariablesOfANameInAnyLetterCase) {
+TEST(ProcessGuard, RemovesVariablesByPrefixInAnyLetterCase) {
   for (const wchar_t* name : {L"VELTEST2_A", L"velTest2_b", L"VELTEST_C", L"X_VELTEST2_D"}) {
     ::SetEnvironmentVariableW(name, L"set");
   }
@@ -79,7 +79,7 @@ TEST(ProcessGuard, ForgetsTheVariablesOfANameInAnyLetterCase) {
   }
 }
 
-TEST(ProcessGuard, GivesTheEnvironmentBack) {
+TEST(ProcessGuard, FreesTheEnvironmentStrings) {
   ::SetEnvironmentVariableW(L"VELTEST3_A", L"set");
   EXPECT_EQ(EachFailure([] {
               ForgetVariables(L"VELTEST3_");

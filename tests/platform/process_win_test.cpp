@@ -12,30 +12,30 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-TEST(RunHidden, WaitsUntilTheCommandHasDoneItsWork) {
+TEST(RunHidden, WaitsForTheCommandToFinish) {
   const ScratchFolder scratch;
   const std::wstring made = scratch.Path(L"made");
   EXPECT_TRUE(RunHidden(L"cmd.exe /c echo x> \"" + made + L"\"", seconds(30)));
   EXPECT_TRUE(IsFile(made));
 }
 
-TEST(RunHidden, DoesNotLookAtWhatTheCommandReturned) {
+TEST(RunHidden, IgnoresTheCommandsExitCode) {
   EXPECT_TRUE(RunHidden(L"cmd.exe /c exit 3", seconds(30)));
 }
 
-TEST(RunHidden, GivesUpWaitingButNotTheCommand) {
+TEST(RunHidden, StopsWaitingWithoutEndingTheCommand) {
   const auto before = std::chrono::steady_clock::now();
   EXPECT_TRUE(RunHidden(L"cmd.exe /c ping -n 4 127.0.0.1", milliseconds(1)));
   EXPECT_LT(std::chrono::steady_clock::now() - before, seconds(3));
 }
 
-TEST(RunHidden, SaysThatACommandCouldNotBeStarted) {
+TEST(RunHidden, ReportsACommandThatCouldNotBeStarted) {
   EXPECT_FALSE(RunHidden(L"velmarine-no-such-command.exe now", seconds(1)));
   EXPECT_FALSE(RunHidden(L"", seconds(1)));
 }
 
-// A command that makes the file `made` after about `seconds`.
-std::wstring MakesAfter(int waitedSeconds, const std::wstring& made) {
+// A command that creates the file `made` after about `waitedSeconds`.
+std::wstring DelayedFileCommand(int waitedSeconds, const std::wstring& made) {
   return L"cmd.exe /c ping -n " + std::to_wstring(waitedSeconds + 1) +
          L" 127.0.0.1 > nul & echo x> \"" + made + L"\"";
 }
@@ -53,7 +53,7 @@ TEST(StartProgram, ReturnsWhileTheProgramRuns) {
   } rows[] = {{L"shown", StartProgram}, {L"hidden", StartHiddenProgram}};
   for (const auto& row : rows) {
     const std::wstring made = scratch.Path(row.name);
-    const SystemResult result = row.start(MakesAfter(1, made));
+    const SystemResult result = row.start(DelayedFileCommand(1, made));
     EXPECT_TRUE(result.succeeded);
     EXPECT_EQ(result.errorCode, 0u);
     EXPECT_FALSE(IsFile(made)) << row.name;
@@ -61,7 +61,7 @@ TEST(StartProgram, ReturnsWhileTheProgramRuns) {
   }
 }
 
-TEST(StartProgram, TellsWhyAProgramCouldNotBeStarted) {
+TEST(StartProgram, ReportsWhyAProgramCouldNotBeStarted) {
   const ScratchFolder scratch;
   const std::wstring noProgram = scratch.Path(L"no program.exe");
   ASSERT_TRUE(WriteFileBytes(noProgram, "just a text"));
@@ -75,8 +75,8 @@ TEST(StartProgram, TellsWhyAProgramCouldNotBeStarted) {
   }
 }
 
-// This process, looked at from outside, lives on.
-TEST(WaitForProcessEnd, WaitsNoLongerThanItsLimitForOneThatLivesOn) {
+// Waits for this process, which does not end.
+TEST(WaitForProcessEnd, WaitsNoLongerThanItsLimit) {
   const auto before = std::chrono::steady_clock::now();
   WaitForProcessEnd(::GetCurrentProcessId(), milliseconds(300));
   const auto waited = std::chrono::steady_clock::now() - before;
@@ -84,7 +84,7 @@ TEST(WaitForProcessEnd, WaitsNoLongerThanItsLimitForOneThatLivesOn) {
   EXPECT_LT(waited, seconds(60));
 }
 
-TEST(WaitForProcessEnd, ReturnsAtOnceForOneThatIsNotThere) {
+TEST(WaitForProcessEnd, ReturnsAtOnceForAMissingProcess) {
   const auto before = std::chrono::steady_clock::now();
   WaitForProcessEnd(0, seconds(60));
   WaitForProcessEnd(0x7FFFFFFC, seconds(60));

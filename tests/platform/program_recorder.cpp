@@ -1,5 +1,5 @@
-// A program for tests to start: writes what it was started with beside its own file, as
-// "<its file>.txt" in UTF-8, a line each: its command line and its working folder.
+// A child program for tests: writes its command line and its working folder in UTF-8, one line
+// each, to "<its file>.txt".
 #include <array>
 
 #include "platform/files.h"
@@ -22,6 +22,6 @@ int wmain() {
   const std::wstring record = std::wstring(::GetCommandLineW()) + L"\n" + WorkingFolder() + L"\n";
   const std::wstring target = platform::ProgramPath() + L".txt";
   if (!platform::WriteFileBytes(target + L".new", text::ToUtf8(record))) return 1;
-  // There whole or not at all.
+  // Renamed so that a reader never sees half a file.
   return platform::MoveFileOver(target + L".new", target).succeeded ? 0 : 1;
 }

@@ -4,17 +4,17 @@
 
 namespace platform {
 
-// What program_recorder.exe tells of its start.
+// The start recorded by program_recorder.exe.
 struct RecordedStart {
   std::wstring commandLine;
   std::wstring workingFolder;
 };
 
-// Puts a copy of the recorder at `path`. False on failure.
+// Copies the recorder to `path`. Returns false on failure.
 bool PutRecorder(const std::wstring& path);
 
-// Waits for the copy at `path` to have been started and to have ended; removes it. Empty texts, and
-// a failure of the test, when that takes too long.
+// Waits until the copy at `path` has run and ended, then removes it. A timeout fails the test and
+// returns empty texts.
 RecordedStart AwaitStart(const std::wstring& path);
 
 }  // namespace platform

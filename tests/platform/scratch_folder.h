@@ -4,7 +4,7 @@
 
 namespace platform {
 
-// A new, empty folder of one test, removed with all it holds.
+// A new, empty folder for one test. Removed with its contents.
 class ScratchFolder {
  public:
   ScratchFolder();
@@ -12,7 +12,7 @@ class ScratchFolder {
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-  // The path of `name` inside it.
+  // Returns the path of `name` inside the folder.
   [[nodiscard]] std::wstring Path(const std::wstring& name) const { return folder_ + L'\\' + name; }
   [[nodiscard]] const std::wstring& Folder() const { return folder_; }
 

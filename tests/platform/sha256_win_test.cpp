@@ -16,14 +16,14 @@ std::string HexOf(std::string_view text) {
 }
 
 // The examples of FIPS 180-2.
-TEST(Sha256, IsAsPublished) {
+TEST(Sha256, MatchesThePublishedExamples) {
   EXPECT_EQ(HexOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
   EXPECT_EQ(HexOf("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   EXPECT_EQ(HexOf(std::string(1'000'000, 'a')),
             "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
 }
 
-TEST(Sha256, IsNothingWhenTheSystemCannotComputeIt) {
+TEST(Sha256, IsAbsentWhenTheSystemCannotComputeIt) {
   EXPECT_EQ(EachFailure([] { return HexOf("abc").substr(0, 4); }),
             "all well: ba78\n"
             "BCryptOpenAlgorithmProvider: \n"

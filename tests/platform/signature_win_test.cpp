@@ -1,4 +1,4 @@
-// The calls of a verification and what is taken from it; signed programs are tests/update's.
+// The calls of a verification and the signer read from it. tests/update has the signed programs.
 #include "platform/signature.h"
 
 #include <gtest/gtest.h>
@@ -14,8 +14,7 @@ namespace {
 
 using namespace win32;
 
-// What Windows keeps of a verification that it has accepted: one signer with one certificate, whose
-// key is a made-up one.
+// Windows' state of an accepted verification: one signer with one certificate and a made-up key.
 class VerifySignatureCalls : public testing::Test {
  protected:
   VerifySignatureCalls() {
@@ -62,7 +61,7 @@ class VerifySignatureCalls : public testing::Test {
   CRYPT_PROVIDER_DATA data_{};
 };
 
-TEST_F(VerifySignatureCalls, AskOnceForTheHeldFileWithoutAWindowAndLetGo) {
+TEST_F(VerifySignatureCalls, VerifyTheHeldFileOnceWithoutAWindowAndRelease) {
   Calls calls;
   Answer(calls);
   std::strcpy(algorithm_.data(), "1.2");
@@ -82,7 +81,7 @@ TEST_F(VerifySignatureCalls, AskOnceForTheHeldFileWithoutAWindowAndLetGo) {
                        Said<Api::WTHelperGetProvCertFromChain>(Handle{2}, 0), verify}));
 }
 
-TEST_F(VerifySignatureCalls, GiveNoSignerUnlessWindowsAccepts) {
+TEST_F(VerifySignatureCalls, ReturnNoSignerUnlessWindowsAccepts) {
   verdict_ = static_cast<LONG>(0x800B0100);
   Calls calls;
   Answer(calls);
@@ -91,8 +90,8 @@ TEST_F(VerifySignatureCalls, GiveNoSignerUnlessWindowsAccepts) {
   EXPECT_EQ(calls.Count(Api::WinVerifyTrust), 2) << "it is let go all the same";
 }
 
-// A signer that cannot be read is nobody's key, and equals no pin.
-TEST_F(VerifySignatureCalls, GiveNoSignerThatCannotBeRead) {
+// An unreadable signer yields no key, so it matches no pin.
+TEST_F(VerifySignatureCalls, ReturnNoUnreadableSigner) {
   std::strcpy(algorithm_.data(), "1.2");
   std::string whole;
   {

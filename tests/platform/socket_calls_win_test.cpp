@@ -1,4 +1,4 @@
-// Every Winsock call of platform's sockets: its arguments, and what comes of its failure.
+// Every Winsock call of platform's sockets, with its arguments and its failure.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -18,7 +18,7 @@ std::span<const std::byte> BytesOf(std::string_view text) {
   return std::as_bytes(std::span(text));
 }
 
-// A number as it lies in memory, for an option.
+// The bytes of a number, for an option.
 std::string Option(DWORD value) {
   return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
 }
@@ -129,7 +129,7 @@ TEST_F(SocketCalls, SetOptions) {
   EXPECT_TRUE(calls.WereAmong({Api::setsockopt}, expected));
 }
 
-TEST_F(SocketCalls, ReportEachOptionThatIsRefused) {
+TEST_F(SocketCalls, ReportEachRefusedOption) {
   const auto socket = Make(SocketKind::Tcp);
   EXPECT_EQ(
       EachFailure(
@@ -212,15 +212,15 @@ TEST_F(SocketCalls, ReportEachFailureOfAnExchange) {
             "shutdown: done\nclosesocket: done\n");
 }
 
-// ---- a connect with its limit
+// ---- a connect with a time limit
 
 constexpr long kBlocking = static_cast<long>(FIONBIO);
 
-// A connect that is under way until `select` says otherwise.
+// A connect that stays pending until `select` reports its end.
 class ConnectCalls : public SocketCalls {
  protected:
-  // `ended`: what select returns. `error`: what the socket then has to say.
-  void StandIn(int ended, int error) {
+  // `ended` is the result of select, `error` the socket's error afterwards.
+  void InstallFakes(int ended, int error) {
     calls_.AnswerWith<Api::connect>([](SOCKET, const sockaddr*, int) {
       ::WSASetLastError(WSAEWOULDBLOCK);
       return SOCKET_ERROR;
@@ -235,7 +235,7 @@ class ConnectCalls : public SocketCalls {
   int Connect(milliseconds limit = milliseconds(60000)) {
     return socket_->Connect(SocketAddress::Loopback(502), limit);
   }
-  // From here on the socket's calls wait again.
+  // The socket was made non-blocking and then blocking again.
   testing::AssertionResult TurnedBack() {
     return calls_.WereAmong({Api::ioctlsocket},
                             {Said<Api::ioctlsocket>(Handle{1}, kBlocking, Ref{1}),
@@ -274,15 +274,15 @@ TEST_F(ConnectCalls, WaitInSlicesForTheAnswer) {
        Said<Api::ioctlsocket>(Handle{1}, kBlocking, Ref{0})}));
 }
 
-TEST_F(ConnectCalls, SayWhatTheSocketHasToSay) {
+TEST_F(ConnectCalls, ReportTheSocketsError) {
   for (const int error : {0, WSAECONNREFUSED, WSAEHOSTUNREACH}) {
-    StandIn(1, error);
+    InstallFakes(1, error);
     EXPECT_EQ(Connect(), error);
   }
   EXPECT_EQ(calls_.Count(Api::ioctlsocket), 6);
 }
 
-TEST_F(ConnectCalls, EndAtOnceWhereThereIsNoWay) {
+TEST_F(ConnectCalls, FailAtOnceWithoutARoute) {
   calls_.Fail(Api::connect, WSAENETUNREACH);
   EXPECT_EQ(Connect(), WSAENETUNREACH);
   EXPECT_EQ(calls_.Count(Api::select), 0);
@@ -290,7 +290,7 @@ TEST_F(ConnectCalls, EndAtOnceWhereThereIsNoWay) {
 }
 
 TEST_F(ConnectCalls, GiveUpOnceTheLimitHasPassed) {
-  StandIn(0, 0);
+  InstallFakes(0, 0);
   const auto begin = std::chrono::steady_clock::now();
   const int error = Connect(milliseconds(50));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(50));
@@ -299,8 +299,8 @@ TEST_F(ConnectCalls, GiveUpOnceTheLimitHasPassed) {
   EXPECT_TRUE(TurnedBack());
 }
 
-TEST_F(ConnectCalls, NeverTakeAFailedWaitForAConnection) {
-  StandIn(1, 0);
+TEST_F(ConnectCalls, NeverMistakeAFailedWaitForAConnection) {
+  InstallFakes(1, 0);
   calls_.Fail(Api::select, WSAENOBUFS);
   EXPECT_EQ(Connect(), WSAENOBUFS);
   EXPECT_TRUE(TurnedBack());
@@ -309,25 +309,25 @@ TEST_F(ConnectCalls, NeverTakeAFailedWaitForAConnection) {
   EXPECT_EQ(calls_.Count(Api::ioctlsocket), 4);
 }
 
-TEST_F(ConnectCalls, DoNotBeginAConnectThatWouldWait) {
+TEST_F(ConnectCalls, DoNotStartABlockingConnect) {
   calls_.Fail(Api::ioctlsocket, WSAENOBUFS);
   EXPECT_EQ(Connect(), WSAENOBUFS);
   EXPECT_EQ(calls_.Count(Api::connect), 0);
   EXPECT_EQ(calls_.Count(Api::ioctlsocket), 1);
 }
 
-// Its receives would not wait.
-TEST_F(ConnectCalls, RefuseAConnectionThatCannotBeTurnedBack) {
-  StandIn(1, 0);
+// Receives on a non-blocking socket would not wait.
+TEST_F(ConnectCalls, FailIfBlockingModeCannotBeRestored) {
+  InstallFakes(1, 0);
   calls_.Fail(Api::ioctlsocket, WSAENOBUFS, 2);
   EXPECT_EQ(Connect(), WSAENOBUFS);
-  StandIn(1, WSAECONNREFUSED);
+  InstallFakes(1, WSAECONNREFUSED);
   calls_.Fail(Api::ioctlsocket, WSAENOBUFS, 2);
   EXPECT_EQ(Connect(), WSAECONNREFUSED) << "the first failure is the cause";
 }
 
-TEST_F(ConnectCalls, EndWhenTheSocketIsClosedMeanwhile) {
-  StandIn(0, 0);
+TEST_F(ConnectCalls, EndWhenTheSocketIsClosed) {
+  InstallFakes(0, 0);
   std::thread caller([this] { EXPECT_EQ(Connect(), SocketClosedError()); });
   while (calls_.Count(Api::select) == 0) std::this_thread::yield();
   socket_->Close();
@@ -353,7 +353,7 @@ TEST_F(SocketCalls, ResolveAnAddressInDigitsWithoutAThread) {
                        Said<Api::freeaddrinfo>(Handle{1})}));
 }
 
-TEST_F(SocketCalls, TakeTheErrorRightAfterTheCall) {
+TEST_F(SocketCalls, ReadTheErrorRightAfterTheCall) {
   Calls calls;
   calls.Fail(Api::socket, WSAENOBUFS);
   int error = 0;
@@ -363,7 +363,7 @@ TEST_F(SocketCalls, TakeTheErrorRightAfterTheCall) {
       {Said<Api::socket>(AF_INET, SOCK_STREAM, IPPROTO_TCP), Said<Api::WSAGetLastError>()}));
 }
 
-TEST_F(SocketCalls, CancelACallThatIsUnderWayAndCloseAfterIt) {
+TEST_F(SocketCalls, CancelAPendingCallAndThenClose) {
   Calls calls(Calls::Threads::All);
   const auto socket = Make(SocketKind::UdpIpv4);
   ASSERT_EQ(socket->Bind(SocketAddress::Loopback(0)), 0);

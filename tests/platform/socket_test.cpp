@@ -46,7 +46,7 @@ class SocketTest : public testing::Test {
     server_ = listener_->Accept(error);
     ASSERT_NE(server_, nullptr);
   }
-  // Closes `socket` from here while `call` waits on another thread; what the call returned.
+  // Closes `socket` while `call` waits on another thread. Returns the call's result.
   template <typename Call>
   static int CloseDuring(Socket& socket, Call call) {
     std::atomic<bool> entered{false};
@@ -56,8 +56,8 @@ class SocketTest : public testing::Test {
       error = call();
     });
     while (!entered) std::this_thread::yield();
-    // Nothing tells that the call has begun to wait, so it is given the time for it. On a machine
-    // too slow for that the close comes first, which must end the call as well.
+    // Nothing reports that the call has started to wait, so allow it some time. On a slow machine
+    // the close may come first, which must end the call as well.
     const auto until = std::chrono::steady_clock::now() + milliseconds(30);
     while (std::chrono::steady_clock::now() < until) std::this_thread::yield();
     socket.Close();
@@ -102,11 +102,11 @@ TEST_F(SocketTest, ResolvesAnIpv6AddressForTcpOnly) {
   EXPECT_TRUE(LookUpHost("::1", 80, SocketKind::UdpIpv4).empty());
 }
 
-TEST_F(SocketTest, FindsNothingForWhatIsNoHostName) {
+TEST_F(SocketTest, FindsNothingForAnInvalidHostName) {
   EXPECT_TRUE(LookUpHost("not a host", 80, SocketKind::Tcp).empty());
 }
 
-TEST_F(SocketTest, ResolvingGivesWhatTheLookUpFinds) {
+TEST_F(SocketTest, ResolvingReturnsTheResultOfTheLookUp) {
   std::string asked;
   const auto lookUp = [&asked](const std::string& host, std::uint16_t port, SocketKind) {
     asked = host + ":" + std::to_string(port);
@@ -121,7 +121,7 @@ TEST_F(SocketTest, ResolvingGivesWhatTheLookUpFinds) {
   EXPECT_FALSE(ResolveHost("localhost", 80, SocketKind::Tcp, {}).empty());
 }
 
-TEST_F(SocketTest, ResolvingEndsWhenCancelledHoweverLongTheResolverTakes) {
+TEST_F(SocketTest, ResolvingEndsWhenCancelledEvenIfTheResolverHangs) {
   std::promise<void> release;
   const std::shared_future<void> released = release.get_future().share();
   std::promise<void> asked;
@@ -160,7 +160,7 @@ TEST_F(SocketTest, CarriesBytesBothWays) {
   EXPECT_EQ(client_->Receive(buffer_).bytes, 2U);
 }
 
-TEST_F(SocketTest, TellsThatThePeerHasEnded) {
+TEST_F(SocketTest, ReportsThatThePeerHasClosed) {
   Connect();
   server_->Close();
   const SocketResult result = client_->Receive(buffer_);
@@ -206,7 +206,7 @@ TEST_F(SocketTest, CarriesDatagrams) {
   EXPECT_EQ(from.Port(), left->LocalAddress().Port());
 }
 
-TEST_F(SocketTest, ADatagramLongerThanTheBufferIsAnErrorAndGone) {
+TEST_F(SocketTest, ATooLongDatagramIsAnErrorAndIsDiscarded) {
   const std::shared_ptr<Socket> left = MakeBound(SocketKind::UdpIpv4);
   const std::shared_ptr<Socket> right = MakeBound(SocketKind::UdpIpv4);
   const std::array<std::byte, 65> bytes{};
@@ -259,7 +259,7 @@ TEST_F(SocketTest, CloseWakesABlockedSend) {
 }
 
 TEST_F(SocketTest, CloseWakesABlockedConnect) {
-  // A listener that accepts nobody: once its queue is full, the next connect waits.
+  // A listener that never accepts: once its queue is full, the next connect waits.
   listener_ = MakeBound(SocketKind::Tcp);
   ASSERT_EQ(listener_->Listen(), 0);
   std::vector<std::shared_ptr<Socket>> waiting;
@@ -288,8 +288,8 @@ TEST_F(SocketTest, ConnectGivesUpAfterItsLimit) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, limit);
 }
 
-// A connect that does not block must not leave such a socket behind.
-TEST_F(SocketTest, AConnectedSocketWaits) {
+// Connect() uses non-blocking mode internally and must restore blocking mode.
+TEST_F(SocketTest, AConnectedSocketBlocks) {
   Connect();
   const milliseconds wait(100);
   client_->SetTimeouts(wait, wait);
@@ -298,7 +298,7 @@ TEST_F(SocketTest, AConnectedSocketWaits) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, wait - milliseconds(10));
 }
 
-// Whatever moment the close hits: before, at or inside the call.
+// The close may come before, during or inside the call.
 TEST_F(SocketTest, CloseAtAnyMomentEndsTheReceive) {
   for (int round = 0; round < 100; ++round) {
     Connect();
@@ -318,7 +318,7 @@ TEST_F(SocketTest, CloseAtAnyMomentEndsTheReceive) {
   }
 }
 
-TEST_F(SocketTest, EveryCallOnAClosedSocketSaysSo) {
+TEST_F(SocketTest, EveryCallOnAClosedSocketReportsIt) {
   Connect();
   client_->Close();
   client_->Close();

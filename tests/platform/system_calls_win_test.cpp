@@ -1,5 +1,4 @@
-// Every call of platform's that is not about files or sockets: its arguments, and what comes of
-// its failure.
+// Every Windows call of platform outside files and sockets, with its arguments and its failure.
 #include <gtest/gtest.h>
 
 #include "platform/computer.h"
@@ -11,7 +10,7 @@
 #include "platform/url.h"
 #include "text/utf8.h"
 #include "win32/calls.h"
-// After the SDK, which it needs.
+// Needs windows.h first.
 #include <knownfolders.h>
 
 namespace platform {
@@ -22,8 +21,8 @@ using std::chrono::milliseconds;
 
 // ---- processes
 
-// A process that nobody starts: an event stands for each handle.
-void StandInForProcesses(Calls& calls) {
+// Fakes the start of a process; each of its handles is an event.
+void FakeProcessStart(Calls& calls) {
   calls.AnswerWith<Api::CreateProcessW>([](const wchar_t*, wchar_t*, SECURITY_ATTRIBUTES*,
                                            SECURITY_ATTRIBUTES*, BOOL, DWORD, void*, const wchar_t*,
                                            STARTUPINFOW*, PROCESS_INFORMATION* started) {
@@ -33,7 +32,7 @@ void StandInForProcesses(Calls& calls) {
   });
 }
 
-// Without any handle of ours.
+// The child inherits no handles.
 std::string SaidCreateProcess(const wchar_t* commandLine, DWORD flags, const std::string& startup) {
   return Said<Api::CreateProcessW>(nullptr, commandLine, nullptr, nullptr, FALSE, flags, nullptr,
                                    nullptr, Text{startup}, Some{});
@@ -44,7 +43,7 @@ const std::string kShown = "{104 flags 0 show 0}";
 
 TEST(ProcessCalls, RunACommandHiddenAndWaitForIt) {
   Calls calls;
-  StandInForProcesses(calls);
+  FakeProcessStart(calls);
   EXPECT_TRUE(RunHidden(L"sc.exe stop x", milliseconds(3000)));
   EXPECT_TRUE(calls.Were({
       SaidCreateProcess(L"sc.exe stop x", CREATE_NO_WINDOW, kHidden),
@@ -63,14 +62,14 @@ TEST(ProcessCalls, StartAProgramShownOrHidden) {
               {StartHiddenProgram, SaidCreateProcess(L"a b", CREATE_NO_WINDOW, kHidden)}};
   for (const auto& row : rows) {
     Calls calls;
-    StandInForProcesses(calls);
+    FakeProcessStart(calls);
     EXPECT_TRUE(row.start(L"a b").succeeded);
     EXPECT_TRUE(calls.Were(
         {row.said, Said<Api::CloseHandle>(Handle{2}), Said<Api::CloseHandle>(Handle{1})}));
   }
 }
 
-TEST(ProcessCalls, SayWhyNothingWasStarted) {
+TEST(ProcessCalls, ReportWhyNothingWasStarted) {
   for (const auto start : {StartProgram, StartHiddenProgram}) {
     Calls calls;
     calls.Fail(Api::CreateProcessW, 1450);
@@ -86,7 +85,7 @@ TEST(ProcessCalls, SayWhyNothingWasStarted) {
   EXPECT_EQ(calls.Count(Api::WaitForSingleObject), 0);
 }
 
-TEST(ProcessCalls, CountACommandThatCannotBeWaitedForAsRun) {
+TEST(ProcessCalls, TreatACommandThatCannotBeAwaitedAsRun) {
   EXPECT_EQ(EachFailure([] {
               return std::string(RunHidden(L"cmd.exe /c exit", milliseconds(30000)) ? "run" : "no");
             }),
@@ -117,12 +116,12 @@ TEST(ProcessCalls, WaitForTheEndOfAnotherProcess) {
   EXPECT_TRUE(calls.Were({Said<Api::OpenProcess>(SYNCHRONIZE, FALSE, self)}));
 }
 
-// The call does not return, so the thread that makes it ends inside it.
+// The call must not return, so the fake ends the calling thread.
 DWORD WINAPI EndWithSeven(void*) {
   EndProcessAtOnce(7);
 }
 
-TEST(ProcessCalls, EndThisProcessByItself) {
+TEST(ProcessCalls, EndThisProcess) {
   Calls calls(Calls::Threads::All);
   calls.AnswerWith<Api::TerminateProcess>([](HANDLE, UINT) -> BOOL {
     ::ExitThread(0);
@@ -134,7 +133,7 @@ TEST(ProcessCalls, EndThisProcessByItself) {
                               {Said<Api::GetCurrentProcess>(), "TerminateProcess(-1, 7)"}));
 }
 
-TEST(ProcessCalls, HaveNoSystemBoxAskForADisk) {
+TEST(ProcessCalls, SuppressSystemBoxesThatAskForADisk) {
   Calls calls;
   calls.AnswerWith<Api::SetErrorMode>([](UINT) { return UINT{0}; });
   RefuseSystemErrorBoxes();
@@ -144,7 +143,7 @@ TEST(ProcessCalls, HaveNoSystemBoxAskForADisk) {
 
 // ---- the machine
 
-// IsWow64Process2 of several computers; this program runs there under emulation or by itself.
+// IsWow64Process2 on various computers, where this program runs natively or under emulation.
 template <USHORT native, BOOL result>
 BOOL WINAPI TellMachine(HANDLE process, USHORT* processMachine, USHORT* nativeMachine) {
   EXPECT_EQ(process, Real<Api::GetCurrentProcess>()());
@@ -153,7 +152,7 @@ BOOL WINAPI TellMachine(HANDLE process, USHORT* processMachine, USHORT* nativeMa
   return result;
 }
 
-TEST(MachineCalls, KnowArm64ByTheNativeMachine) {
+TEST(MachineCalls, RecogniseArm64ByTheNativeMachine) {
   constexpr USHORT kArm64 = 0xAA64;
   constexpr USHORT kX64 = 0x8664;
   using Tell = BOOL(WINAPI*)(HANDLE, USHORT*, USHORT*);
@@ -178,7 +177,7 @@ TEST(MachineCalls, KnowArm64ByTheNativeMachine) {
   }
 }
 
-// ---- texts of errors
+// ---- error texts
 
 constexpr DWORD kFormat = FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_ALLOCATE_BUFFER;
 constexpr DWORD kUsersLanguage = 0x0400;
@@ -240,7 +239,7 @@ TEST(FolderCalls, AskForTheUsersAndTheComputersFolders) {
   }
 }
 
-TEST(FolderCalls, FreeAPathThatCameWithAFailure) {
+TEST(FolderCalls, FreeAPathReturnedWithAFailure) {
   Calls calls;
   calls.AnswerWith<Api::SHGetKnownFolderPath>(
       [](const KNOWNFOLDERID&, DWORD, HANDLE, wchar_t** path) {
@@ -262,8 +261,8 @@ TEST(FolderCalls, AskWithRoomFor259Characters) {
                   Said<Api::GetModuleFileNameW>(nullptr, L"", 260)}));
 }
 
-// What the calls return: a failure, all there is room for, the length that would be needed.
-TEST(FolderCalls, HaveNoFolderThatDoesNotFit) {
+// Returned lengths: a failure, a full buffer, and required lengths beyond the buffer.
+TEST(FolderCalls, ReturnNoFolderThatDoesNotFit) {
   for (const DWORD told : {0u, 259u, 260u, 261u}) {
     Calls calls;
     calls.AnswerWith<Api::GetWindowsDirectoryW>([told](wchar_t*, UINT) { return told; });

@@ -11,7 +11,7 @@ namespace {
 
 std::vector<int> closedHandles;
 
-// Handles are numbers; like kernel handles, two of them mean "none".
+// Handles are numbers. As with kernel handles, two values mean "none".
 struct CountingTraits {
   using Raw = int;
   static Raw Invalid() noexcept { return 0; }

@@ -1,4 +1,4 @@
-// Links are made up here: Wine follows Linux' links and has none of its own.
+// Links are faked: Wine follows Linux links and has no Windows ones.
 #include "platform/user_folders_win.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ class UnlinkedFiles : public testing::Test {
  protected:
   UnlinkedFiles() { EXPECT_TRUE(CreateFolders(scratch_.Path(L"用户\\Roaming\\config"))); }
 
-  // Writes with "用户" trusted.
+  // Writes with the folder "用户" trusted.
   [[nodiscard]] SystemResult Write(const std::string& bytes) const {
     return WriteUnlinkedFile(path_, 3, bytes);
   }
@@ -33,7 +33,7 @@ class UnlinkedFiles : public testing::Test {
     EXPECT_EQ(calls.Count(Api::WriteFile), 0);
     EXPECT_EQ(calls.Unbalanced(), "");
   }
-  // One of the paths is said to be a link.
+  // Reports the path `link` as a link.
   static void MakeLink(Calls& calls, const std::wstring& link) {
     calls.AnswerWith<Api::GetFileAttributesW>([link](const wchar_t* path) -> DWORD {
       const DWORD real = Real<Api::GetFileAttributesW>()(path);
@@ -54,8 +54,8 @@ TEST_F(UnlinkedFiles, AreReplacedWhole) {
   }
 }
 
-TEST_F(UnlinkedFiles, AreOpenedWithoutFollowingALinkAndCutOnlyOnceTheirPlaceIsKnown) {
-  // With the prefix of a real path and its end.
+TEST_F(UnlinkedFiles, AreOpenedWithoutFollowingALinkAndTruncatedOnceTheirPlaceIsKnown) {
+  // Includes the prefix of a real path and the terminator.
   const auto sizeUnits = [](const std::wstring& path) {
     return static_cast<DWORD>(path.size() + 5);
   };
@@ -113,8 +113,8 @@ TEST_F(UnlinkedFiles, AreLeftAloneWithASecondName) {
   EXPECT_TRUE(IsFile(path_)) << "it was there before";
 }
 
-// A link that was put there between the look at the folders and the opening.
-TEST_F(UnlinkedFiles, AreLeftAloneWhereTheyLieSomewhereElse) {
+// A link created between the check of the folders and the opening of the file.
+TEST_F(UnlinkedFiles, AreLeftAloneInAnotherPlace) {
   Calls calls;
   int asked = 0;
   calls.AnswerWith<Api::GetFinalPathNameByHandleW>(
@@ -131,13 +131,13 @@ TEST_F(UnlinkedFiles, AreLeftAloneWhereTheyLieSomewhereElse) {
   EXPECT_FALSE(IsFile(path_)) << "the empty file that opening made is gone";
 }
 
-TEST_F(UnlinkedFiles, AreWrittenWhereTheFileSystemCannotTellTheirPlace) {
+TEST_F(UnlinkedFiles, AreWrittenIfTheFileSystemDoesNotReportTheirPlace) {
   Calls calls;
   calls.Fail(Api::GetFinalPathNameByHandleW, ERROR_INVALID_FUNCTION, 0);
   EXPECT_TRUE(Write("text").succeeded);
 }
 
-TEST_F(UnlinkedFiles, TellWhatFailed) {
+TEST_F(UnlinkedFiles, ReportWhatFailed) {
   const auto write = [this] {
     const SystemResult result = Write("text");
     return (result.succeeded ? "ok " : "failed ") + std::to_string(result.errorCode);
@@ -169,7 +169,7 @@ TEST_F(UnlinkedFiles, KeepTheCodeOfAFailure) {
       {Said<Api::GetLastError>(), Said<Api::SetEndOfFile>(Handle{1}), Said<Api::GetLastError>()}));
 }
 
-TEST_F(UnlinkedFiles, HaveTheirFoldersMadeUnlessOneIsALink) {
+TEST_F(UnlinkedFiles, HaveTheirFoldersCreatedUnlessOneIsALink) {
   const std::wstring base = scratch_.Path(L"neu\\Roaming");
   const std::wstring folder = base + L"\\RustDesk\\config";
   EXPECT_TRUE(CreateUnlinkedFolders(folder, 2));

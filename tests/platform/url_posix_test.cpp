@@ -2,8 +2,8 @@
 
 #include "platform/url.h"
 
-// What Wine's splitter takes otherwise than Windows is said to, and so only the native one is held
-// to.
+// Wine's WinHttpCrackUrl differs from the documented one in these cases, so only the native parser
+// is tested.
 namespace platform {
 namespace {
 
@@ -17,7 +17,7 @@ TEST(NativeCrackUrl, KeepsAnIpv6HostInItsBrackets) {
   EXPECT_EQ(parts.port, 80);
 }
 
-TEST(NativeCrackUrl, RefusesAPortThatIsNoNumberAndAMissingHost) {
+TEST(NativeCrackUrl, RefusesANonNumericPortAndAMissingHost) {
   UrlParts parts;
   for (const wchar_t* url : {L"http://host:80x/", L"http://host:-1/", L"http://:80/", L"http://"}) {
     EXPECT_FALSE(CrackUrl(url, parts)) << url;

@@ -32,7 +32,7 @@ constexpr Row kAddresses[] = {
     {L"http://host:65535/", L"host", 65535, L"/", false},
 };
 
-TEST(CrackUrl, TakesAddressesApart) {
+TEST(CrackUrl, SplitsAddresses) {
   for (const Row& row : kAddresses) {
     SCOPED_TRACE(testing::Message() << row.url);
     UrlParts parts;
@@ -44,7 +44,7 @@ TEST(CrackUrl, TakesAddressesApart) {
   }
 }
 
-TEST(CrackUrl, RefusesWhatIsNoAbsoluteHttpAddress) {
+TEST(CrackUrl, RefusesAllButAbsoluteHttpAddresses) {
   for (const wchar_t* url : {L"", L"host", L"/path", L"ftp://host/", L"ws://host/", L"://host",
                              L"http:", L"http://host:65536/"}) {
     SCOPED_TRACE(testing::Message() << url);
@@ -53,7 +53,7 @@ TEST(CrackUrl, RefusesWhatIsNoAbsoluteHttpAddress) {
   }
 }
 
-TEST(CrackUrl, LooksNoFurtherThanTheGivenText) {
+TEST(CrackUrl, StaysWithinTheGivenText) {
   const std::wstring_view longer = L"http://host:8080/path";
   UrlParts parts;
   ASSERT_TRUE(CrackUrl(longer.substr(0, 14), parts));  // http://host:80
@@ -61,7 +61,7 @@ TEST(CrackUrl, LooksNoFurtherThanTheGivenText) {
   EXPECT_EQ(parts.path, L"/");
 }
 
-TEST(CrackUrl, LeavesThePartsAloneWhenItFails) {
+TEST(CrackUrl, LeavesThePartsUnchangedOnFailure) {
   UrlParts parts;
   ASSERT_TRUE(CrackUrl(L"https://host:1/x", parts));
   EXPECT_FALSE(CrackUrl(L"nonsense", parts));

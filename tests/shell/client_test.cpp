@@ -20,7 +20,7 @@ constexpr wchar_t kConnectBusy[] = L"正在请求连接授权...";
 constexpr wchar_t kRetryBusy[] = L"正在自动重试连接授权...";
 constexpr wchar_t kRetryLine[] = L"授权未恢复，将每 5 秒自动重试连接。";
 
-TEST(InitialSettings, AreEmptyButForFourTexts) {
+TEST(InitialSettings, AreEmptyExceptForFourTexts) {
   const settings::Settings settings = InitialSettings();
   EXPECT_EQ(settings.serverUrl, settings::DefaultServerUrl());
   EXPECT_EQ(settings.sharedNetworksText, L"192.168.1.0/24");
@@ -61,7 +61,7 @@ class FakePage final : public webview::WebHost {
   int made = 0;
 };
 
-// A client without a window: page messages wait in `queue`, jobs run when the test finishes them.
+// A client without a window. Page messages wait in `queue_`; a job runs when the test finishes it.
 class ClientTest : public testing::Test, public ClientDeps {
  protected:
   ClientTest() {
@@ -192,7 +192,7 @@ TEST_F(ClientTest, RepeatsARefusedRequestUntilItSucceeds) {
   ForgetRecords();
 
   client_->RetryConnect();
-  client_->RetryConnect();  // ignored: the first one runs
+  client_->RetryConnect();  // ignored: the first one is running
   EXPECT_EQ(jobs_, std::vector<JobKind>{JobKind::Connect});
   Finish(L"DEVICE_OFFLINE", L"");
   EXPECT_EQ(logged_, (Lines{kRetryBusy, L"结果"})) << "armed once";
@@ -221,7 +221,7 @@ TEST_F(ClientTest, FinishesAJobWhoseResultWasStranded) {
   EXPECT_EQ(jobs_.size(), 2u) << "no longer busy";
 }
 
-TEST_F(ClientTest, KeepsNothingForALostPageAndRestoresTheNextOne) {
+TEST_F(ClientTest, QueuesNothingForALostPageAndRestoresTheNext) {
   BringPageUp();
   PageSends(L"{\"action\":\"typed\",\"f\":{\"secret\":\"half\"}}");
   client_->OnBrowserFailed(Kind::BrowserExited);

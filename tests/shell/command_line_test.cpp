@@ -11,7 +11,7 @@ struct CommandLineRow {
   bool wanted;
 };
 
-TEST(ParseApplyUpdate, NeedsTheWordAndThreeArguments) {
+TEST(ParseApplyUpdate, RequiresTheSwitchAndThreeArguments) {
   const CommandLineRow rows[] = {
       {"nothing", {}, false},
       {"the program alone", {L"c.exe"}, false},
@@ -38,7 +38,7 @@ TEST(ParseApplyUpdate, TakesTheArguments) {
   EXPECT_EQ(request->destination, L"D:\\b");
 }
 
-TEST(ParseApplyUpdate, ReadsWhatIsNoNumberAsZero) {
+TEST(ParseApplyUpdate, ReadsANonNumberAsZero) {
   const auto request = ParseApplyUpdate({L"c.exe", L"--apply-update", L"x", L"a", L"b"});
   ASSERT_TRUE(request);
   EXPECT_EQ(request->parentPid, 0u);
@@ -50,13 +50,13 @@ std::optional<std::wstring> CheckedFile(const std::vector<std::wstring>& argumen
   return request->file;
 }
 
-TEST(CheckArguments, NameAFileOrLeaveItToTheProgram) {
+TEST(CheckArguments, NameAFileOrUseTheDefault) {
   EXPECT_EQ(CheckedFile({L"client.exe", L"--check"}), std::nullopt);
   EXPECT_EQ(CheckedFile({L"client.exe", L"--CHECK", L"D:\\a b.txt"}), L"D:\\a b.txt");
   EXPECT_EQ(CheckedFile({L"client.exe", L"--check", L""}), std::nullopt);
 }
 
-TEST(CheckArguments, AreNoneOnOtherCommandLines) {
+TEST(CheckArguments, AreAbsentFromOtherCommandLines) {
   EXPECT_EQ(CheckedFile({}), L"none");
   EXPECT_EQ(CheckedFile({L"--check"}), L"none") << "the program's own name";
   EXPECT_EQ(CheckedFile({L"client.exe", L"check"}), L"none");
@@ -70,7 +70,7 @@ TEST(DevelopmentTreeRoot, IsThePartBeforeTheSourceFolder) {
             L"D:");
 }
 
-TEST(DevelopmentTreeRoot, IsNoneOutsideASourceTree) {
+TEST(DevelopmentTreeRoot, IsAbsentOutsideASourceTree) {
   for (const wchar_t* path :
        {L"", L"C:\\Program Files\\client.exe", L"D:\\tree\\src\\VelmarineNative.exe",
         L"D:\\tree\\VelmarineNative\\client.exe", L"D:\\src\\VelmarineNativeX\\client.exe",

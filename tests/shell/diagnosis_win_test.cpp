@@ -1,4 +1,4 @@
-// The report for a question, from the window's system menu.
+// The diagnosis report, started from the window's system menu.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -71,7 +71,7 @@ TEST_F(Diagnosis, IsWrittenOneAtATime) {
   EXPECT_EQ(*runs, 2);
 }
 
-TEST_F(Diagnosis, ThatFailsForShortMemoryLetsTheNextOneBegin) {
+TEST_F(Diagnosis, AllowsTheNextReportAfterRunningOutOfMemory) {
   Open();
   *writeReport_ = [](const settings::Settings&) -> std::wstring {
     throw std::runtime_error("memory");
@@ -90,8 +90,8 @@ TEST_F(Diagnosis, LeavesOtherCommandsToTheSystem) {
                             Said<Api::DefWindowProcW>(Some{}, WM_SYSCOMMAND, SC_MINIMIZE, 5)));
 }
 
-// Of the command line: a report without a folder to go to.
-TEST(CheckCalls, LoadTheDriverFromTheRuntimeFolderAndCompleteTheFilesPath) {
+// A check from the command line: the report's path is relative.
+TEST(CheckCalls, LoadTheDriverFromTheRuntimeFolderAndMakeThePathAbsolute) {
   Calls calls;
   CheckArguments arguments;
   arguments.file = L"no such folder\\a.txt";

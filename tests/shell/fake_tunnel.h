@@ -7,7 +7,7 @@
 
 namespace shell {
 
-// A tunnel that only remembers what it was told.
+// A tunnel that only records its calls.
 class FakeTunnel final : public tunnel::Tunnel {
  public:
   tunnel::TunnelStarted Start(const tunnel::TunnelRequest&) override {

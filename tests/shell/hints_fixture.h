@@ -11,7 +11,7 @@
 
 namespace shell {
 
-// The cause that the catalogue finds in what the program's own parts say.
+// Finds the catalogue's cause for the texts of the program's own modules.
 class HintsTest : public testing::Test {
  protected:
   static std::wstring Cause(const std::wstring& line, const HintFacts& facts = {}) {
@@ -19,7 +19,7 @@ class HintsTest : public testing::Test {
     return hint == nullptr ? std::wstring() : std::wstring(hint->cause);
   }
 
-  // The result of connecting when `call` is what opening the tunnel does.
+  // Returns the result of connecting when opening the tunnel calls `call`.
   template <typename Call>
   static std::wstring ConnectWith(Call call) {
     service::FakeWorld world;
@@ -40,7 +40,7 @@ class HintsTest : public testing::Test {
     return text;
   }
 
-  static inline std::wstring refusalCode_;  // what the last Connect() has left
+  static inline std::wstring refusalCode_;  // left by the last Connect()
 };
 
 }  // namespace shell

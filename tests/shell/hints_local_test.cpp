@@ -18,7 +18,7 @@ constexpr wchar_t kOffer[] =
     LR"({"success":true,"data":{"updateAvailable":true,"version":"9.0","downloadUrl":"/x",)"
     LR"("force":true}})";
 
-// A computer on which a forced update succeeds up to the start of the replacement process.
+// A forced update that succeeds until the replacement process starts.
 struct FailingUpdate : update::IdleUpdateDeps {
   explicit FailingUpdate(std::wstring serviceReply) : reply(std::move(serviceReply)) {
     programPath = L"C:\\client.exe";
@@ -45,7 +45,7 @@ struct FailingUpdate : update::IdleUpdateDeps {
   std::wstring distrust;
 };
 
-// Of a tunnel that is never opened.
+// For a tunnel that is never opened.
 tunnel::SessionDeps IdleDeps() {
   tunnel::SessionDeps deps;
   deps.collectLocalNetworks = [] { return tunnel::LocalNetworks{}; };
@@ -69,7 +69,7 @@ std::wstring CheckWithReply(const std::wstring& reply) {
 
 class HintsLocalTest : public HintsTest {
  protected:
-  // The line of a desktop whose request gets `reply`, or fails with `failure`.
+  // Returns the line for a desktop whose request is answered with `reply` or fails with `failure`.
   std::wstring OpenDesktop(const std::wstring& reply, const std::string& failure = {}) {
     struct Computer : remote::FakeComputer {
       service::HttpResponse SendJsonRequest(const std::wstring&, const std::wstring&,
@@ -101,7 +101,7 @@ class HintsLocalTest : public HintsTest {
   HintFacts facts_;
 };
 
-TEST_F(HintsLocalTest, KnowWhyAnUpdateCheckCameToNothing) {
+TEST_F(HintsLocalTest, RecogniseWhyAnUpdateCheckFailed) {
   FailingUpdate deps(kOffer);
   EXPECT_EQ(Cause(Check(deps)), L"update.start");
   deps.downloads = false;
@@ -115,7 +115,7 @@ TEST_F(HintsLocalTest, KnowWhyAnUpdateCheckCameToNothing) {
   EXPECT_EQ(Cause(Check(deps)), L"http.name");
 }
 
-TEST_F(HintsLocalTest, KnowADownloadThatIsNotTrusted) {
+TEST_F(HintsLocalTest, RecogniseAnUntrustedDownload) {
   FailingUpdate deps(kOffer);
   const update::ProgramIdentity self{L"1.0.4", "ab"};
   for (const update::OfferedProgram& offered :
@@ -134,7 +134,7 @@ TEST_F(HintsLocalTest, KnowADownloadThatIsNotTrusted) {
   EXPECT_EQ(FindHint(Check(deps), {})->text, L"") << "the line has its cure";
 }
 
-TEST_F(HintsLocalTest, KnowWhyADesktopIsNotOpened) {
+TEST_F(HintsLocalTest, RecogniseWhyADesktopDidNotOpen) {
   EXPECT_EQ(Cause(OpenDesktop(LR"({"success":true,"data":{}})"), facts_), L"desktop.program");
   EXPECT_EQ(Cause(OpenDesktop(L"<html>"), facts_), L"noReason");
   const std::string failure =
@@ -143,7 +143,7 @@ TEST_F(HintsLocalTest, KnowWhyADesktopIsNotOpened) {
   EXPECT_EQ(Cause(OpenDesktop(L"{"), facts_), L"json");
 }
 
-TEST_F(HintsLocalTest, DoNotTakeTheServicesWordsOfADesktopForAFailure) {
+TEST_F(HintsLocalTest, DoNotMistakeTheServicesTextForADesktopFailure) {
   const std::wstring failure = L"WinHttpReceiveResponse: " + platform::ErrorReason(12029);
   for (const std::wstring& message : {failure, std::wstring(L"Invalid JSON.")}) {
     const std::wstring line = OpenDesktop(L"{\"success\":false,\"message\":\"" + message + L"\"}");
@@ -152,7 +152,7 @@ TEST_F(HintsLocalTest, DoNotTakeTheServicesWordsOfADesktopForAFailure) {
   }
 }
 
-TEST_F(HintsLocalTest, KnowWhatAPingHasMetWith) {
+TEST_F(HintsLocalTest, RecognisePingFailures) {
   using diag::EchoOutcome;
   EXPECT_EQ(Cause(Ping(L"10.0.0.1", EchoOutcome::Silence)), L"latency.silence");
   EXPECT_EQ(Cause(Ping(L"10.0.0.1", EchoOutcome::Refused)), L"latency.refused");
@@ -162,7 +162,7 @@ TEST_F(HintsLocalTest, KnowWhatAPingHasMetWith) {
   EXPECT_EQ(Cause(Ping(L"", EchoOutcome::Answered)), L"");
 }
 
-TEST_F(HintsLocalTest, KnowWhyTheSettingsAreNotSaved) {
+TEST_F(HintsLocalTest, RecogniseWhyTheSettingsWereNotSaved) {
   const struct {
     std::uint32_t code;
     const wchar_t* cause;
@@ -182,7 +182,7 @@ TEST_F(HintsLocalTest, KnowWhyTheSettingsAreNotSaved) {
   }
 }
 
-TEST_F(HintsLocalTest, KnowTheEndsOfAConnection) {
+TEST_F(HintsLocalTest, RecogniseHowAConnectionEnded) {
   const auto stop = [](const std::wstring& stopped, const std::wstring& reply) {
     service::FakeWorld world;
     world.stopText = stopped;
@@ -200,7 +200,7 @@ TEST_F(HintsLocalTest, KnowTheEndsOfAConnection) {
   EXPECT_EQ(Cause(stop(L"软件隧道已停止。", LR"({"success":true})")), L"");
 }
 
-TEST_F(HintsLocalTest, KnowAGrantThatCannotBeUsed) {
+TEST_F(HintsLocalTest, RecogniseAnUnusableGrant) {
   const auto start = [](const wchar_t* address, const wchar_t* route) {
     return ConnectWith([&] {
       tunnel::TunnelRequest request;
@@ -213,7 +213,7 @@ TEST_F(HintsLocalTest, KnowAGrantThatCannotBeUsed) {
   EXPECT_EQ(Cause(start(L"10.8.0.2", L"nonsense")), L"routes");
 }
 
-TEST_F(HintsLocalTest, KnowAPageThatIsGivenUpAndWhatNobodyExpected) {
+TEST_F(HintsLocalTest, RecogniseAnAbandonedPageAndUnexpectedErrors) {
   webview::PageFailures failures;
   std::wstring last;
   for (int i = 0; i < 4; ++i) {

@@ -18,7 +18,7 @@
 namespace shell {
 namespace {
 
-// The line of a connect to a relay that answers `response`, then waits or ends.
+// Returns the line for connecting to a relay that answers `response`, then waits or disconnects.
 std::wstring RelayAnswers(const std::string& response, bool ends = false) {
   tunnel::TestRelay server([&](tunnel::TestPeer& peer) {
     peer.ReadRequest();
@@ -42,7 +42,7 @@ std::wstring Resolve(const std::wstring& reply) {
   return text;
 }
 
-TEST_F(HintsTest, TellTheFailuresOfARequestApartByTheSystemsText) {
+TEST_F(HintsTest, DistinguishRequestFailuresByTheSystemsText) {
   std::set<std::uint32_t> codes;
   for (const auto part : HintCatalogue()) {
     for (const Hint& hint : part) {
@@ -60,7 +60,7 @@ TEST_F(HintsTest, TellTheFailuresOfARequestApartByTheSystemsText) {
   }
 }
 
-TEST_F(HintsTest, KnowTheOtherFailuresOfARequest) {
+TEST_F(HintsTest, RecogniseOtherRequestFailures) {
   const struct {
     std::string failure;
     const wchar_t* cause;
@@ -84,7 +84,7 @@ TEST_F(HintsTest, KnowTheOtherFailuresOfARequest) {
   EXPECT_EQ(Cause(Connect(world)), L"grant");
 }
 
-TEST_F(HintsTest, KnowEachRefusalByItsCode) {
+TEST_F(HintsTest, RecogniseEachRefusalByItsCode) {
   const struct {
     const wchar_t* code;
     const wchar_t* cause;
@@ -110,7 +110,7 @@ TEST_F(HintsTest, KnowEachRefusalByItsCode) {
   }
 }
 
-TEST_F(HintsTest, TakeARefusalWithoutAReasonForSomebodyElsesAnswer) {
+TEST_F(HintsTest, TreatARefusalWithoutAReasonAsAForeignAnswer) {
   for (const wchar_t* reply : {L"<html>Bad Gateway</html>", L"", L"{\"success\":false}"}) {
     for (const wchar_t* held : {L"", L"c0"}) {
       service::FakeWorld world;
@@ -123,9 +123,9 @@ TEST_F(HintsTest, TakeARefusalWithoutAReasonForSomebodyElsesAnswer) {
   }
 }
 
-// Everything that the catalogue looks for, and how the lines begin in which it stands, as a reason
-// of the service's.
-std::vector<std::wstring> OwnWords() {
+// Every pattern of the catalogue and the beginnings of the lines that contain one, to be sent as a
+// reason by the service.
+std::vector<std::wstring> CatalogueTexts() {
   std::vector<std::wstring> words = {L"12029", L"\r\n", L"警告：设置未能保存：磁盘已满（",
                                      L"WinHttpReceiveResponse: " + platform::ErrorReason(12029)};
   for (const auto part : HintCatalogue()) {
@@ -137,8 +137,8 @@ std::vector<std::wstring> OwnWords() {
   return words;
 }
 
-TEST_F(HintsTest, NeverGoByWhatTheServiceSays) {
-  for (const std::wstring& words : OwnWords()) {
+TEST_F(HintsTest, NeverMatchTextFromTheService) {
+  for (const std::wstring& words : CatalogueTexts()) {
     for (const wchar_t* before :
          {L"", L"Error: ", L"\r\nError: ", L"x\r\n", L"警告：自动重连未成功（"}) {
       if (words.empty() && *before == 0) continue;  // no reason at all
@@ -157,7 +157,7 @@ TEST_F(HintsTest, NeverGoByWhatTheServiceSays) {
   }
 }
 
-TEST_F(HintsTest, KnowWhatTheRelayAnswers) {
+TEST_F(HintsTest, RecogniseTheRelaysAnswers) {
   const struct {
     const char* response;
     const wchar_t* cause;
@@ -182,7 +182,7 @@ TEST_F(HintsTest, KnowWhatTheRelayAnswers) {
   EXPECT_EQ(Cause(RelayAnswers("", true)), L"handshake");
 }
 
-TEST_F(HintsTest, KnowWhyTheRelayCannotBeReached) {
+TEST_F(HintsTest, RecogniseWhyTheRelayIsUnreachable) {
   const auto cause = [](const std::wstring& url) {
     return Cause(ConnectWith([&] { tunnel::WebSocketRelay().Connect(url); }));
   };
@@ -192,7 +192,7 @@ TEST_F(HintsTest, KnowWhyTheRelayCannotBeReached) {
   platform::SocketLibrary library;
   int error = library.Start();
   const auto taken = platform::Socket::Create(platform::SocketKind::Tcp, 2, error);
-  ASSERT_EQ(taken->Bind(platform::SocketAddress::Loopback(0)), 0);  // and never listens
+  ASSERT_EQ(taken->Bind(platform::SocketAddress::Loopback(0)), 0);  // but does not listen
   const std::wstring refused =
       cause(L"ws://127.0.0.1:" + std::to_wstring(taken->LocalAddress().Port()) + L"/");
   EXPECT_TRUE(refused == L"relay.refused" || refused == L"relay") << "the second with POSIX codes";
@@ -209,7 +209,7 @@ TEST_F(HintsTest, KnowWhyTheRelayCannotBeReached) {
             L"address");
 }
 
-TEST_F(HintsTest, KnowNetworksThatCannotBeUsed) {
+TEST_F(HintsTest, RecogniseUnusableNetworks) {
   const auto networks = [](std::vector<std::wstring> texts) { return tunnel::ParseRoutes(texts); };
   EXPECT_EQ(Cause(ConnectWith([&] {
               tunnel::BuildRouteMappings(networks({L"10.0.0.0/8"}),
@@ -218,7 +218,7 @@ TEST_F(HintsTest, KnowNetworksThatCannotBeUsed) {
             L"nat");
 }
 
-TEST_F(HintsTest, LeaveTheDriversOwnCuresAlone) {
+TEST_F(HintsTest, AddNothingToTheDriversOwnAdvice) {
   for (const std::uint32_t code : {2u, 5u, 87u, 126u, 225u, 577u, 1058u, 1275u, 4711u}) {
     const std::wstring line = ConnectWith(
         [code] { throw tunnel::DriverError("WinDivertOpen failed for filter: x", code); });
@@ -228,7 +228,7 @@ TEST_F(HintsTest, LeaveTheDriversOwnCuresAlone) {
   }
 }
 
-TEST_F(HintsTest, TakeTheFirstOfThePatternsThatFit) {
+TEST_F(HintsTest, UseTheFirstMatchingPattern) {
   std::vector<const Hint*> earlier;
   for (const auto part : HintCatalogue()) {
     for (const Hint& hint : part) {
@@ -242,7 +242,7 @@ TEST_F(HintsTest, TakeTheFirstOfThePatternsThatFit) {
   }
 }
 
-TEST_F(HintsTest, SayTheSameOfOneCauseAndHaveTheColourOfPlainText) {
+TEST_F(HintsTest, UseOneTextPerCauseInTheColourOfPlainText) {
   std::map<std::wstring_view, std::wstring_view> texts;
   for (const auto part : HintCatalogue()) {
     for (const Hint& hint : part) {

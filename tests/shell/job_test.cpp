@@ -16,7 +16,7 @@ struct JobRow {
   const wchar_t* wanted;
 };
 
-TEST(RunJob, GivesTheJobsTextOrWhatItThrew) {
+TEST(RunJob, ReturnsTheJobsTextOrTheErrorText) {
   const JobRow rows[] = {
       {"text", [](auto&, auto&, auto&) { return std::wstring(L"好"); }, L"好"},
       {"exception",
@@ -57,7 +57,7 @@ TEST(RunJob, HandsOverSettingsTunnelAndLink) {
   EXPECT_EQ(tunnel.stops, 1);
 }
 
-// ---- a result on its way to the window
+// ---- delivery of a result
 
 struct Delivery {
   int attempts = 0;
@@ -72,7 +72,7 @@ struct Delivery {
   }
 };
 
-TEST(DeliverResult, PostsItOnceWhereItIsTaken) {
+TEST(DeliverResult, PostsOnceIfAccepted) {
   Delivery delivery;
   delivery.Run(0);
   EXPECT_EQ(delivery.attempts, 1);
@@ -88,7 +88,7 @@ TEST(DeliverResult, TriesAgainAfterAPause) {
   EXPECT_EQ(delivery.box.Take(), std::nullopt);
 }
 
-TEST(DeliverResult, LeavesWhatIsNeverTakenInTheBoxForOneTaker) {
+TEST(DeliverResult, KeepsAnUndeliveredResultForOneReader) {
   Delivery delivery;
   delivery.Run(1000);
   EXPECT_EQ(delivery.attempts, 5);
@@ -96,7 +96,7 @@ TEST(DeliverResult, LeavesWhatIsNeverTakenInTheBoxForOneTaker) {
   EXPECT_EQ(delivery.box.Take(), std::nullopt);
 }
 
-TEST(ResultBox, HoldsTheLatest) {
+TEST(ResultBox, KeepsTheLatestResult) {
   ResultBox box;
   EXPECT_EQ(box.Take(), std::nullopt);
   box.Put(L"earlier");
@@ -111,7 +111,7 @@ struct CheckRow {
   const wchar_t* wanted;
 };
 
-TEST(RunUpdateCheck, GivesTheNoticeOrWhatTheCheckThrew) {
+TEST(RunUpdateCheck, ReturnsTheNoticeOrTheErrorText) {
   const CheckRow rows[] = {
       {"nothing to say", [](auto&, auto&) { return std::wstring(); }, L""},
       {"notice", [](auto&, auto&) { return std::wstring(L"新版本"); }, L"新版本"},
@@ -140,7 +140,7 @@ struct RetryRow {
   RetryStep wanted;
 };
 
-TEST(DecideRetry, RetriesARefusedRequestUntilItNoLongerIs) {
+TEST(DecideRetry, RetriesOnlyWhileTheRequestIsRefused) {
   const RetryRow rows[] = {
       {"first refusal", L"", L"DEVICE_OFFLINE", false, RetryStep::Arm},
       {"further refusal", L"", L"DEVICE_OFFLINE", true, RetryStep::Keep},

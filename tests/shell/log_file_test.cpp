@@ -38,7 +38,7 @@ class LogFileTest : public testing::Test {
   std::function<void()> onAppend_;
 };
 
-TEST_F(LogFileTest, IsNamedAfterTheMomentOfItsStart) {
+TEST_F(LogFileTest, IsNamedAfterItsStartTime) {
   LogFile log(Now, Append());
   EXPECT_EQ(log.Path(), L"");
   Start(log);
@@ -48,7 +48,7 @@ TEST_F(LogFileTest, IsNamedAfterTheMomentOfItsStart) {
   EXPECT_TRUE(files_.empty()) << "no file before the first line";
 }
 
-TEST_F(LogFileTest, JoinsABaseThatEndsInASlash) {
+TEST_F(LogFileTest, AcceptsABaseFolderWithATrailingSlash) {
   for (const wchar_t* base : {L"D:\\", L"D:/"}) {
     base_ = base;
     LogFile log(Now, Append());
@@ -95,7 +95,7 @@ TEST_F(LogFileTest, DropsLinesBeforeItsStart) {
   EXPECT_TRUE(files_.empty());
 }
 
-TEST_F(LogFileTest, StaysWithItsFileAcrossMidnight) {
+TEST_F(LogFileTest, KeepsItsFileAcrossMidnight) {
   now_ = {2026, 12, 31, 23, 59, 59};
   LogFile log(Now, Append());
   Start(log);
@@ -131,7 +131,7 @@ TEST_F(LogFileTest, TwoStartsInTheSameSecondShareOneFileAndOneMark) {
   EXPECT_EQ(files_[first.Path()], std::string(kMark) + "[09:41:02] first\r\n[09:41:02] second\r\n");
 }
 
-TEST_F(LogFileTest, MayLogWhileItLogs) {
+TEST_F(LogFileTest, AllowsAWriteInsideAWrite) {
   LogFile log(Now, Append());
   Start(log);
   onAppend_ = [&] {

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
 
-// The system's files, but a clock and a folder of the test's own.
+// Real files, but a fake clock and a folder of the test.
 class LogOnDisk : public testing::Test {
  protected:
   static LocalTime Now() { return {2026, 3, 15, 9, 41, 2}; }
@@ -22,7 +22,7 @@ class LogOnDisk : public testing::Test {
   TestFolder folder_{L"log"};
 };
 
-TEST_F(LogOnDisk, MakesItsFolderAndBeginsItsFileWithOneMark) {
+TEST_F(LogOnDisk, CreatesItsFolderAndStartsItsFileWithOneMark) {
   LogFile log(Now, AppendToLog);
   Start(log);
   EXPECT_FALSE(platform::IsFile(log.Path()));
@@ -45,7 +45,7 @@ TEST_F(LogOnDisk, AppendsToTheFileOfAStartInTheSameSecond) {
             std::string(kUtf8Mark) + "[09:41:02] first\r\n[09:41:02] second\r\n");
 }
 
-TEST_F(LogOnDisk, CanBeReadWhileItGrowsAndBeginsAnewWhenRemoved) {
+TEST_F(LogOnDisk, CanBeReadWhileItGrowsAndIsRecreatedWhenRemoved) {
   LogFile log(Now, AppendToLog);
   Start(log);
   log.WriteLine(L"gone");
@@ -71,7 +71,7 @@ TEST_F(LogOnDisk, LosesLinesSilentlyWhileTheFileCannotBeOpened) {
             std::string(kUtf8Mark) + "[09:41:02] before\r\n[09:41:02] after\r\n");
 }
 
-TEST_F(LogOnDisk, IgnoresAFolderThatCannotBeMade) {
+TEST_F(LogOnDisk, IgnoresAFolderThatCannotBeCreated) {
   ASSERT_TRUE(platform::WriteFileBytes(folder_.Path(L"Log"), "a file"));
   LogFile log(Now, AppendToLog);
   Start(log);
@@ -81,7 +81,7 @@ TEST_F(LogOnDisk, IgnoresAFolderThatCannotBeMade) {
   EXPECT_EQ(platform::ReadFileBytes(folder_.Path(L"Log")), "a file");
 }
 
-TEST_F(LogOnDisk, TheProcessLogLiesBelowTheCurrentFolder) {
+TEST_F(LogOnDisk, TheProcessLogIsBelowTheCurrentFolder) {
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(folder_.Root());
   WriteLogLine(L"before the start");

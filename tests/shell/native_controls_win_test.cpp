@@ -1,4 +1,4 @@
-// Native controls: the calls that draw them, and the tab strip.
+// Native controls: their drawing calls and the tab strip.
 #include <gtest/gtest.h>
 
 #include "shell/native_controls.h"
@@ -12,9 +12,9 @@ using namespace win32;
 class GdiCalls : public testing::Test {
  protected:
   GdiCalls() { gdi_.Create(); }
-  // A device context that is never drawn on.
+  // A fake device context; nothing draws on it.
   static HDC Context() { return reinterpret_cast<HDC>(&contextBytes); }
-  static void StandIn(Calls& calls) {
+  static void InstallFakes(Calls& calls) {
     calls.AnswerWith<Api::SetBkMode>([](HDC, int) { return 1; });
     calls.AnswerWith<Api::SetBkColor>([](HDC, COLORREF) { return COLORREF{1}; });
     calls.AnswerWith<Api::SetTextColor>([](HDC, COLORREF) { return COLORREF{1}; });
@@ -56,7 +56,7 @@ TEST_F(GdiCalls, ColourControls) {
         Said<Api::SetTextColor>(Some{}, RGB(140, 168, 166))}}};
   for (const auto& row : rows) {
     Calls calls;
-    StandIn(calls);
+    InstallFakes(calls);
     ColourControl(gdi_, row.message, Context());
     EXPECT_TRUE(calls.Were(row.said));
   }
@@ -73,7 +73,7 @@ TEST_F(GdiCalls, PaintAButton) {
     item.hDC = Context();
     item.rcItem = {1, 2, 41, 22};
     Calls calls;
-    StandIn(calls);
+    InstallFakes(calls);
     PaintButton(gdi_, item);
     EXPECT_TRUE(calls.Were({
         Said<Api::FillRect>(Some{}, Text{"[1 2 41 22]"}, Some{}),
@@ -90,11 +90,11 @@ TEST_F(GdiCalls, PaintAButton) {
   }
 }
 
-TEST_F(GdiCalls, PutNoFontBackThatWasNotThere) {
+TEST_F(GdiCalls, RestoreNoFontThatWasNotSelected) {
   DRAWITEMSTRUCT item{};
   item.hDC = Context();
   Calls calls;
-  StandIn(calls);
+  InstallFakes(calls);
   calls.Fail(Api::SelectObject, 1450);
   PaintButton(gdi_, item);
   EXPECT_EQ(calls.Count(Api::SelectObject), 1);
@@ -121,7 +121,7 @@ struct TabRow {
   std::optional<int> wanted;
 };
 
-TEST(FindTabAt, KnowsTheTwoTabs) {
+TEST(FindTabAt, FindsTheTwoTabs) {
   const TabRow rows[] = {
       {360, 64, 0},  {430, 106, 0}, {400, 85, 0},  {448, 64, 1},  {520, 106, 1}, {500, 85, 1},
       {359, 85, {}}, {431, 85, {}}, {447, 85, {}}, {521, 85, {}}, {400, 63, {}}, {500, 107, {}},

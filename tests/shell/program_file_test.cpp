@@ -12,7 +12,7 @@
 namespace shell {
 namespace {
 
-// The program as it is handed out, which the build puts one folder above its tests.
+// The released program, which the build puts one folder above its tests.
 class ProgramFile : public testing::Test {
  protected:
   ProgramFile()
@@ -45,12 +45,12 @@ TEST_F(ProgramFile, CarriesTheDriverThePageAndTheIcon) {
   EXPECT_NE(::FindResourceW(module_.Get(), MAKEINTRESOURCEW(301), RT_GROUP_ICON), nullptr);
 }
 
-// NavigateToString takes no longer text.
-TEST_F(ProgramFile, CarriesAPageThatTheBrowserTakes) {
+// NavigateToString refuses a longer text.
+TEST_F(ProgramFile, CarriesAPageWithinTheBrowsersLimit) {
   EXPECT_LT(Data(210).size(), 1'500'000u);
 }
 
-TEST_F(ProgramFile, AsksForAdministratorRightsAndTodaysControls) {
+TEST_F(ProgramFile, RequestsAdministratorRightsAndCurrentControls) {
   for (const std::string_view wanted :
        {"level=\"requireAdministrator\"",
         "name=\"Microsoft.Windows.Common-Controls\" version=\"6.0.", "PerMonitorV2"}) {
@@ -58,7 +58,7 @@ TEST_F(ProgramFile, AsksForAdministratorRightsAndTodaysControls) {
   }
 }
 
-TEST_F(ProgramFile, TellsItsNameAndVersion) {
+TEST_F(ProgramFile, StatesItsNameAndVersion) {
   DWORD ignored = 0;
   std::vector<std::byte> block(::GetFileVersionInfoSizeW(path_.c_str(), &ignored));
   ASSERT_NE(::GetFileVersionInfoW(path_.c_str(), 0, static_cast<DWORD>(block.size()), block.data()),

@@ -14,7 +14,7 @@
 namespace shell {
 namespace {
 
-// What shell_test.rc embeds in this program.
+// The resources that shell_test.rc embeds in this program.
 constexpr char kLibraryBytes[] = "library bytes";
 constexpr char kDriverBytes[] = "driver bytes, a few more";
 
@@ -22,7 +22,7 @@ class RuntimeFiles : public testing::Test {
  protected:
   ~RuntimeFiles() override { ::SetDllDirectoryW(nullptr); }
 
-  // What a start of the program at `programPath` does.
+  // Lays out the files as the program at `programPath` does when it starts.
   void LayOut(const std::wstring& programPath = L"C:\\Tools\\client.exe") {
     LayOutRuntimeFilesFrom(::GetModuleHandleW(nullptr), Runtime(), programPath);
   }
@@ -30,7 +30,7 @@ class RuntimeFiles : public testing::Test {
   [[nodiscard]] std::wstring Library() const { return Runtime() + L"\\WinDivert.dll"; }
   [[nodiscard]] std::wstring Driver() const { return Runtime() + L"\\WinDivert64.sys"; }
 
-  // Puts a file there, and its folder.
+  // Writes a file, creating its folder.
   static void Put(const std::wstring& path, const std::string& bytes) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     ASSERT_TRUE(platform::WriteFileBytes(path, bytes));
@@ -46,15 +46,15 @@ class RuntimeFiles : public testing::Test {
   TestFolder folder_{L"runtime"};
 };
 
-TEST_F(RuntimeFiles, AreLaidOutAtTheFirstStart) {
+TEST_F(RuntimeFiles, AreWrittenAtTheFirstStart) {
   LayOut();
 
   EXPECT_EQ(platform::ReadFileBytes(Library()), kLibraryBytes);
   EXPECT_EQ(platform::ReadFileBytes(Driver()), kDriverBytes);
 }
 
-// It is used all the same: an engineer may have put another version there.
-TEST_F(RuntimeFiles, ALibraryThatIsNotTheCarriedOneIsNamedByItsHash) {
+// The library is used anyway: an engineer may have installed another version.
+TEST_F(RuntimeFiles, ReportAForeignLibraryByItsHash) {
   HMODULE self = ::GetModuleHandleW(nullptr);
   EXPECT_EQ(WhatIsForeignIn(self, Runtime()), L"") << "there is none";
   LayOut();
@@ -67,7 +67,7 @@ TEST_F(RuntimeFiles, ALibraryThatIsNotTheCarriedOneIsNamedByItsHash) {
             L"21f062d8ed679ab5b3e94b92378454d0eb2ce9ee7a232c80bfd1f3fc2d2bf8ef");
 }
 
-TEST_F(RuntimeFiles, LeadTheSearchForLibraries) {
+TEST_F(RuntimeFiles, ComeFirstInTheLibrarySearch) {
   LayOut();
 
   std::array<wchar_t, MAX_PATH> directory{};
@@ -102,7 +102,7 @@ TEST_F(RuntimeFiles, AreKeptWhenOnlyTheirContentsDiffer) {
   EXPECT_EQ(platform::ReadFileBytes(Library()), other);
 }
 
-TEST_F(RuntimeFiles, InUseStayAsTheyAre) {
+TEST_F(RuntimeFiles, StayUnchangedWhileInUse) {
   Put(Library(), "old");
   const platform::FileHandle lock(::CreateFileW(Library().c_str(), GENERIC_READ, FILE_SHARE_READ,
                                                 nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
@@ -121,7 +121,7 @@ TEST_F(RuntimeFiles, TouchNothingOutsideTheirFolder) {
   EXPECT_EQ(CountFiles(), 3u) << "the two runtime files and the one put there";
 }
 
-TEST_F(RuntimeFiles, FailSilentlyWhenTheirFolderCannotBeMade) {
+TEST_F(RuntimeFiles, FailSilentlyWhenTheirFolderCannotBeCreated) {
   Put(folder_.Path(L"Velmarine"), "a file, not a folder");
   LayOut();
 
@@ -151,7 +151,7 @@ TEST_F(RuntimeFiles, KeepASourceTreesFilesOfTheSameSize) {
   EXPECT_FALSE(platform::IsFile(embedded + L"WinDivert64.sys")) << "there is nothing to copy";
 }
 
-TEST_F(RuntimeFiles, FailWithoutTheirResourceOrWithNothingInIt) {
+TEST_F(RuntimeFiles, FailIfTheirResourceIsMissingOrEmpty) {
   constexpr WORD kEmpty = 203;
   constexpr WORD kMissing = 999;
   const std::wstring target = folder_.Path(L"new\\file.bin");
@@ -161,7 +161,7 @@ TEST_F(RuntimeFiles, FailWithoutTheirResourceOrWithNothingInIt) {
   }
 }
 
-TEST_F(RuntimeFiles, MakeEveryMissingFolder) {
+TEST_F(RuntimeFiles, CreateEveryMissingFolder) {
   const std::wstring target = folder_.Path(L"a\\b\\c\\file.bin");
 
   EXPECT_TRUE(ExtractResource(::GetModuleHandleW(nullptr), kDriverResource, target));
@@ -170,7 +170,7 @@ TEST_F(RuntimeFiles, MakeEveryMissingFolder) {
       << "a file of the right size is a success";
 }
 
-TEST(RuntimeFolder, LiesInTheUsersOwnData) {
+TEST(RuntimeFolder, IsInTheUsersOwnData) {
   const std::wstring folder = settings::RuntimeFolder();
   const std::wstring end = L"\\Velmarine\\Runtime";
   ASSERT_GT(folder.size(), end.size());

@@ -1,4 +1,4 @@
-// The mark of the one client and its window, call by call.
+// The Windows calls for the running client's mark and for its window.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -16,7 +16,7 @@ using namespace win32;
 constexpr wchar_t kMarkName[] = L"Global\\Velmarine.Client.Running";
 constexpr DWORD kSession = 7;
 
-// As it lies in the memory that all clients of one computer share, whatever their version.
+// The layout in memory that all clients on a computer share, whatever their version.
 struct Mark {
   DWORD isWritten;
   DWORD session;
@@ -27,11 +27,11 @@ static_assert(sizeof(Mark) == 520 && offsetof(Mark, user) == 8);
 class InstanceCalls : public testing::Test {
  protected:
   InstanceCalls() {
-    StandInForTheMark();
-    StandInForTheSession();
+    FakeTheMark();
+    FakeTheSession();
   }
 
-  void StandInForTheMark() {
+  void FakeTheMark() {
     calls_.AnswerWith<Api::CreateFileMappingW>(
         [this](HANDLE, SECURITY_ATTRIBUTES*, DWORD, DWORD, DWORD, const wchar_t*) {
           Real<Api::SetLastError>()(markError_);
@@ -44,7 +44,7 @@ class InstanceCalls : public testing::Test {
       return handle == &mappingByte ? TRUE : Real<Api::CloseHandle>()(handle);
     });
   }
-  void StandInForTheSession() {
+  void FakeTheSession() {
     calls_.AnswerWith<Api::ProcessIdToSessionId>([](DWORD, DWORD* session) {
       *session = kSession;
       return TRUE;
@@ -58,8 +58,8 @@ class InstanceCalls : public testing::Test {
     calls_.AnswerWith<Api::WTSFreeMemory>([](void*) {});
   }
 
-  // There is a mark of another process.
-  void LetAnotherHave(DWORD isWritten, DWORD session, const std::wstring& user) {
+  // Another process owns the mark.
+  void GiveMarkToAnother(DWORD isWritten, DWORD session, const std::wstring& user) {
     markError_ = ERROR_ALREADY_EXISTS;
     mark_ = {};
     mark_.isWritten = isWritten;
@@ -88,7 +88,7 @@ class InstanceCalls : public testing::Test {
   Calls calls_;
 };
 
-TEST_F(InstanceCalls, MakeTheMarkAndWriteWhoHasItIntoIt) {
+TEST_F(InstanceCalls, CreateTheMarkAndWriteItsOwner) {
   EXPECT_EQ(Claim(), "mine");
   EXPECT_TRUE(calls_.Were({
       SaidCreate(),
@@ -122,14 +122,14 @@ TEST_F(InstanceCalls, LookForTheMarkWithoutTakingIt) {
   EXPECT_TRUE(IsClientRunning()) << "somebody else's";
 }
 
-TEST_F(InstanceCalls, CutAUsersNameThatHasNoRoom) {
+TEST_F(InstanceCalls, TruncateALongUserName) {
   signedIn_ = std::wstring(300, L'x');
   std::memset(&mark_, 0, sizeof(mark_));
   EXPECT_EQ(Claim(), "mine");
   EXPECT_EQ(std::wstring(mark_.user), std::wstring(255, L'x'));
 }
 
-TEST_F(InstanceCalls, WriteTheMarkWithoutANameThatIsNotTold) {
+TEST_F(InstanceCalls, WriteTheMarkWithoutAnUnknownName) {
   signedIn_.clear();
   EXPECT_EQ(Claim(), "mine");
   EXPECT_STREQ(mark_.user, L"");
@@ -143,15 +143,15 @@ TEST_F(InstanceCalls, WriteTheMarkWithoutANameThatIsNotTold) {
   EXPECT_EQ(mark_.isWritten, 1u);
 }
 
-TEST_F(InstanceCalls, HaveTheMarkEvenWhereItCannotBeWritten) {
+TEST_F(InstanceCalls, OwnTheMarkEvenIfItCannotBeWritten) {
   calls_.Fail(Api::MapViewOfFile, 1450);
   EXPECT_EQ(Claim(), "mine");
   EXPECT_EQ(mark_.isWritten, 0u);
   EXPECT_EQ(calls_.Count(Api::UnmapViewOfFile), 0);
 }
 
-TEST_F(InstanceCalls, ReadWhoHasTheMarkAndLetGoOfIt) {
-  LetAnotherHave(1, kSession, L"李工");
+TEST_F(InstanceCalls, ReadTheMarksOwnerAndCloseIt) {
+  GiveMarkToAnother(1, kSession, L"李工");
   EXPECT_EQ(Claim(), "here 李工");
   EXPECT_TRUE(calls_.Were({
       SaidCreate(),
@@ -165,25 +165,25 @@ TEST_F(InstanceCalls, ReadWhoHasTheMarkAndLetGoOfIt) {
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-TEST_F(InstanceCalls, TellAnotherSessionAndAMarkThatIsBeingMade) {
-  LetAnotherHave(1, kSession + 1, L"李工");
+TEST_F(InstanceCalls, ReportAnotherSessionAndAnUnfinishedMark) {
+  GiveMarkToAnother(1, kSession + 1, L"李工");
   EXPECT_EQ(Claim(), "elsewhere 李工");
-  LetAnotherHave(1, kSession + 1, L"");
+  GiveMarkToAnother(1, kSession + 1, L"");
   EXPECT_EQ(Claim(), "elsewhere ");
-  LetAnotherHave(0, 0, L"");
+  GiveMarkToAnother(0, 0, L"");
   EXPECT_EQ(Claim(), "here ");
   calls_.Fail(Api::MapViewOfFile, 1450);
   EXPECT_EQ(Claim(), "elsewhere ") << "nobody can say where";
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-TEST_F(InstanceCalls, LeaveAMarkAloneThatIsNotForThisUser) {
+TEST_F(InstanceCalls, LeaveAMarkAloneThatThisUserMayNotOpen) {
   calls_.Fail(Api::CreateFileMappingW, ERROR_ACCESS_DENIED);
   EXPECT_EQ(Claim(), "elsewhere ");
   EXPECT_TRUE(calls_.Were({SaidCreate(), Said<Api::GetLastError>()}));
 }
 
-TEST_F(InstanceCalls, GoOnWhereTheSystemHasNoMarks) {
+TEST_F(InstanceCalls, ContinueWhereNoMarkCanBeCreated) {
   for (const DWORD error : {DWORD{ERROR_NO_SYSTEM_RESOURCES}, DWORD{ERROR_PRIVILEGE_NOT_HELD}}) {
     calls_.Fail(Api::CreateFileMappingW, error);
     EXPECT_EQ(Claim(), "mine") << error;
@@ -191,7 +191,7 @@ TEST_F(InstanceCalls, GoOnWhereTheSystemHasNoMarks) {
   EXPECT_EQ(calls_.Count(Api::MapViewOfFile), 0);
 }
 
-// ---- its window
+// ---- the running client's window
 
 class InstanceWindowCalls : public InstanceCalls {
  protected:
@@ -215,7 +215,7 @@ TEST_F(InstanceWindowCalls, BringAWindowToTheFront) {
       {find_, look_, Said<Api::IsIconic>(Handle{1}), Said<Api::SetForegroundWindow>(Handle{1})}));
 }
 
-TEST_F(InstanceWindowCalls, RestoreAMinimisedOneWithoutWaitingForIt) {
+TEST_F(InstanceWindowCalls, RestoreAMinimisedWindowWithoutWaiting) {
   isMinimised_ = TRUE;
   EXPECT_TRUE(BringToFront());
   EXPECT_TRUE(calls_.Were({find_, look_, Said<Api::IsIconic>(Handle{1}),
@@ -223,12 +223,12 @@ TEST_F(InstanceWindowCalls, RestoreAMinimisedOneWithoutWaitingForIt) {
                            Said<Api::SetForegroundWindow>(Handle{1})}));
 }
 
-TEST_F(InstanceWindowCalls, CountOneThatOnlyBlinksInTheTaskBar) {
+TEST_F(InstanceWindowCalls, AcceptAWindowThatOnlyFlashesInTheTaskBar) {
   calls_.Fail(Api::SetForegroundWindow, 1450);
   EXPECT_TRUE(BringToFront());
 }
 
-TEST_F(InstanceWindowCalls, FindNoneWhileItIsMissingOrHidden) {
+TEST_F(InstanceWindowCalls, FindNoMissingOrHiddenWindow) {
   calls_.Fail(Api::FindWindowW, 1450);
   EXPECT_FALSE(BringToFront());
   EXPECT_TRUE(calls_.Were({find_}));
@@ -237,7 +237,7 @@ TEST_F(InstanceWindowCalls, FindNoneWhileItIsMissingOrHidden) {
   EXPECT_TRUE(calls_.Were({find_, find_, look_}));
 }
 
-TEST_F(InstanceWindowCalls, SayWhyInABoxAndPause) {
+TEST_F(InstanceWindowCalls, ShowTheReasonInABoxAndPause) {
   calls_.AnswerWith<Api::MessageBoxW>([](HWND, const wchar_t*, const wchar_t*, UINT) { return 1; });
   InstanceSystem system(L"Class", L"Title");
   system.ShowMessage(L"正在使用");

@@ -12,12 +12,12 @@ namespace {
 const RunningClient kFree{true, true, {}};
 const RunningClient kHere{false, true, {}};
 
-// A start among other clients, and what came of it.
+// A start while other clients run, with records of its effects.
 struct Start {
   std::function<RunningClient(int look)> claim;
   std::function<bool(int look)> bringToFront = [](int) { return false; };
 
-  // As MayBecomeClient() asks the system.
+  // Called by MayBecomeClient().
   RunningClient Claim() { return claim(++looks); }
   bool BringToFront() { return bringToFront(looks); }
   void Pause(std::chrono::milliseconds time) { waited += time; }
@@ -44,27 +44,27 @@ TEST(SingleInstance, ASecondStartBringsTheFirstToTheFront) {
   EXPECT_TRUE(start.messages.empty());
 }
 
-TEST(SingleInstance, WaitsForAWindowThatIsStillComing) {
+TEST(SingleInstance, WaitsForAWindowThatIsStillStarting) {
   Start start{[](int) { return kHere; }, [](int look) { return look == 5; }};
   EXPECT_FALSE(start.Run());
   EXPECT_EQ(start.waited, std::chrono::milliseconds(400));
   EXPECT_TRUE(start.messages.empty());
 }
 
-TEST(SingleInstance, TakesTheSuccessionOfAClientThatEnds) {
+TEST(SingleInstance, TakesOverFromAClientThatEnds) {
   Start start{[](int look) { return look < 8 ? kHere : kFree; }};
   EXPECT_TRUE(start.Run());
   EXPECT_TRUE(start.messages.empty());
 }
 
-TEST(SingleInstance, OneThatNeitherShowsNorEndsIsToldAfterTenSeconds) {
+TEST(SingleInstance, AClientThatNeitherShowsNorEndsIsReportedAfterTenSeconds) {
   Start start{[](int) { return kHere; }};
   EXPECT_FALSE(start.Run());
   EXPECT_EQ(start.waited, std::chrono::seconds(10));
   EXPECT_EQ(start.messages, std::vector<std::wstring>{L"上一次运行的程序仍在退出，请稍后再启动。"});
 }
 
-TEST(SingleInstance, AnotherUsersClientIsToldWithHisName) {
+TEST(SingleInstance, AnotherUsersClientIsReportedByName) {
   Start named{[](int) { return RunningClient{false, false, L"张工"}; }, [](int) { return true; }};
   EXPECT_FALSE(named.Run());
   ASSERT_EQ(named.messages.size(), 1U);

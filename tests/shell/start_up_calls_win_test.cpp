@@ -1,4 +1,4 @@
-// The program's start: its steps in order, its Windows calls, and what comes of their failures.
+// The program's start: the order of its steps, its Windows calls and their failures.
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
@@ -31,17 +31,17 @@ class StartUp : public WindowTest {
     onOpenSettings_ = [this] { logged_.push_back(L"(state)"); };
   }
 
-  // Runs the client; its window is closed once it is to be shown.
+  // Runs the client and closes its window when it is first shown.
   int Run(Calls& calls) {
     calls.AnswerWith<Api::ShowWindow>(
         [](HWND window, int) { return ::PostMessageW(window, WM_CLOSE, 0, 0); });
     return RunClient(::GetModuleHandleW(nullptr), SW_SHOWMAXIMIZED, deps_);
   }
 
-  std::wstring foreign_;  // what laying out the runtime files has to say
+  std::wstring foreign_;  // the warning returned by laying out the runtime files
 };
 
-TEST_F(StartUp, GoesThroughItsStepsInOrder) {
+TEST_F(StartUp, RunsItsStepsInOrder) {
   Calls calls;
   EXPECT_EQ(Run(calls), 0);
   EXPECT_EQ(logged_,
@@ -49,14 +49,14 @@ TEST_F(StartUp, GoesThroughItsStepsInOrder) {
                    L"(runtime files)", L"(state)", L"客户端启动中"}));
 }
 
-TEST_F(StartUp, LogsWhatLayingOutTheRuntimeFilesHasToSay) {
+TEST_F(StartUp, LogsTheWarningAboutTheRuntimeFiles) {
   foreign_ = L"警告：…";
   Calls calls;
   EXPECT_EQ(Run(calls), 0);
   EXPECT_EQ(logged_.at(3), foreign_);
 }
 
-TEST_F(StartUp, MakesTheControlsTheClassTheWindowAndShowsItAsAsked) {
+TEST_F(StartUp, CreatesTheWindowAndShowsItAsRequested) {
   Calls calls;
   Run(calls);
   const Text window{calls.Given(Api::CreateWindowExW)};
@@ -68,7 +68,7 @@ TEST_F(StartUp, MakesTheControlsTheClassTheWindowAndShowsItAsAsked) {
   EXPECT_EQ(calls.Count(Api::CreateWindowExW), 1);
 }
 
-TEST_F(StartUp, EndsWithOneWhenThereIsNoWindow) {
+TEST_F(StartUp, ReturnsOneWithoutAWindow) {
   Calls calls;
   calls.Fail(Api::CreateWindowExW, 1450);
   EXPECT_EQ(Run(calls), 1);
@@ -76,7 +76,7 @@ TEST_F(StartUp, EndsWithOneWhenThereIsNoWindow) {
   EXPECT_EQ(calls.Count(Api::GetMessageW), 0);
 }
 
-TEST_F(StartUp, EndsWithWhatTheMessageLoopWasEndedWith) {
+TEST_F(StartUp, ReturnsTheExitCodeOfTheMessageLoop) {
   Calls calls;
   calls.AnswerWith<Api::GetMessageW>([](MSG* message, HWND window, UINT first, UINT last) -> BOOL {
     const BOOL found = Real<Api::GetMessageW>()(message, window, first, last);
@@ -86,7 +86,7 @@ TEST_F(StartUp, EndsWithWhatTheMessageLoopWasEndedWith) {
   EXPECT_EQ(Run(calls), 7);
 }
 
-TEST_F(StartUp, DispatchesEveryMessageAndEndsAtAFailureToGetOne) {
+TEST_F(StartUp, DispatchesEveryMessageAndEndsWhenGetMessageFails) {
   Calls calls;
   bool failed = false;
   bool askedAgain = false;
@@ -108,7 +108,7 @@ TEST_F(StartUp, DispatchesEveryMessageAndEndsAtAFailureToGetOne) {
   EXPECT_EQ(calls.Count(Api::DispatchMessageW), got - 1);
 }
 
-// ---- before it
+// ---- before the window
 
 HANDLE contextSet = nullptr;
 BOOL WINAPI TakeContext(HANDLE context) {
@@ -132,13 +132,13 @@ int DpiCalls(Calls& calls, BOOL(WINAPI* setContext)(HANDLE)) {
   return calls.Count(Api::SetProcessDPIAware);
 }
 
-TEST(DpiAwareness, IsThatOfEachMonitorWhereTheSystemKnowsIt) {
+TEST(DpiAwareness, IsPerMonitorWhereSupported) {
   Calls calls;
   EXPECT_EQ(DpiCalls(calls, TakeContext), 0);
   EXPECT_EQ(reinterpret_cast<INT_PTR>(contextSet), -4);  // ..._PER_MONITOR_AWARE_V2
 }
 
-TEST(DpiAwareness, IsTheOldOneWhereTheNewIsMissingOrRefused) {
+TEST(DpiAwareness, FallsBackToTheOldCall) {
   using Function = BOOL(WINAPI*)(HANDLE);
   for (const Function function : {Function{nullptr}, Function{RefuseContext}}) {
     Calls calls;
@@ -160,7 +160,7 @@ TEST(CommandLine, IsSplitByTheSystemAndFreed) {
 
 // ---- the log's folder
 
-TEST(LogFolder, IsTheCurrentOneUpTo259CharactersOrElseTheProgramsOwn) {
+TEST(LogFolder, IsTheCurrentFolderUpTo259CharactersElseTheProgramFolder) {
   for (const DWORD told : {0u, 1u, 259u, 260u, 300u}) {
     Calls calls;
     calls.AnswerWith<Api::GetCurrentDirectoryW>([told](DWORD room, wchar_t* path) {
@@ -183,7 +183,7 @@ class RuntimeFileCalls : public testing::Test {
   const std::wstring target_ = folder_.Path(L"new\\file.bin");
 };
 
-TEST_F(RuntimeFileCalls, WriteAResourceForNobodyElseToTouchMeanwhile) {
+TEST_F(RuntimeFileCalls, WriteAResourceWithExclusiveAccess) {
   Calls calls;
   EXPECT_TRUE(ExtractResource(::GetModuleHandleW(nullptr), kDriverLibraryResource, target_));
   const Text file{calls.Given(Api::CreateFileW)};
@@ -195,7 +195,7 @@ TEST_F(RuntimeFileCalls, WriteAResourceForNobodyElseToTouchMeanwhile) {
                              FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)));
 }
 
-TEST_F(RuntimeFileCalls, SayWhenAResourceWasNotWritten) {
+TEST_F(RuntimeFileCalls, ReportAResourceThatWasNotWritten) {
   const HMODULE program = ::GetModuleHandleW(nullptr);
   const auto extract = [&] {
     Real<Api::DeleteFileW>()(target_.c_str());
@@ -229,7 +229,7 @@ TEST_F(RuntimeFileCalls, CopyOverAFileOfAnotherSize) {
   EXPECT_EQ(platform::ReadFileBytes(target_), "text");
 }
 
-TEST_F(RuntimeFileCalls, LeadTheSearchForLibraries) {
+TEST_F(RuntimeFileCalls, PutTheirFolderFirstInTheLibrarySearch) {
   Calls calls;
   calls.AnswerWith<Api::SHGetKnownFolderPath>(
       [this](const KNOWNFOLDERID&, DWORD, HANDLE, wchar_t** path) {
@@ -248,9 +248,9 @@ TEST_F(RuntimeFileCalls, LeadTheSearchForLibraries) {
             "library bytes");
 }
 
-// ---- what the window acts through
+// ---- the window's dependencies
 
-TEST(RealWindowDeps, ShowAFailureInABoxWithTheProgramsName) {
+TEST(RealWindowDeps, ShowAFailureInABoxTitledWithTheProgramName) {
   Calls calls;
   calls.AnswerWith<Api::MessageBoxW>([](HWND, const wchar_t*, const wchar_t*, UINT) { return 1; });
   RealWindowDeps({L"1.0"})->ShowMessageBox(nullptr, L"坏");

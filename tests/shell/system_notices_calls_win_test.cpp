@@ -1,4 +1,4 @@
-// What the window asks the system to tell it, call by call.
+// The Windows calls that subscribe the window to system notices.
 #include <gtest/gtest.h>
 
 #include "shell/main_window.h"
@@ -17,17 +17,17 @@ class NoticeCalls : public testing::Test {
                                   nullptr, nullptr)) {}
   ~NoticeCalls() override { Real<Api::DestroyWindow>()(window_); }
 
-  // Functions of a system that takes everything and tells nothing by itself.
-  void StandIn() {
+  // Fakes that accept every subscription and never send a notice.
+  void InstallFakes() {
     calls_.AnswerWith<Api::RegisterSuspendResumeNotification>(
         [](HANDLE, DWORD) { return static_cast<HPOWERNOTIFY>(&powerNotice); });
     calls_.AnswerWith<Api::UnregisterSuspendResumeNotification>([](HPOWERNOTIFY) { return TRUE; });
     calls_.AnswerWith<Api::WTSRegisterSessionNotification>([](HWND, DWORD) { return TRUE; });
     calls_.AnswerWith<Api::WTSUnRegisterSessionNotification>([](HWND) { return TRUE; });
-    TellAddresses(NO_ERROR);
+    AnswerAddressSubscription(NO_ERROR);
     calls_.AnswerWith<Api::CancelMibChangeNotify2>([](HANDLE) { return DWORD{NO_ERROR}; });
   }
-  void TellAddresses(DWORD result) {
+  void AnswerAddressSubscription(DWORD result) {
     calls_.AnswerWith<Api::NotifyUnicastIpAddressChange>(
         [this, result](ADDRESS_FAMILY, PUNICAST_IPADDRESS_CHANGE_CALLBACK callback, void* context,
                        BOOLEAN, HANDLE* notice) {
@@ -37,7 +37,7 @@ class NoticeCalls : public testing::Test {
           return result;
         });
   }
-  void SubscribeAndLeave() { SubscribeToSystem(window_).reset(); }
+  void SubscribeAndUnsubscribe() { SubscribeToSystem(window_).reset(); }
 
   static inline int powerNotice = 0;
   static inline int addressNotice = 0;
@@ -47,8 +47,8 @@ class NoticeCalls : public testing::Test {
   void* context_ = nullptr;
 };
 
-TEST_F(NoticeCalls, AreAskedForInTheWindowsName) {
-  StandIn();
+TEST_F(NoticeCalls, SubscribeOnBehalfOfTheWindow) {
+  InstallFakes();
   const auto notices = SubscribeToSystem(window_);
   const std::set<Api> all = {
       Api::RegisterSuspendResumeNotification,   Api::WTSRegisterSessionNotification,
@@ -57,14 +57,14 @@ TEST_F(NoticeCalls, AreAskedForInTheWindowsName) {
   const std::vector<std::string> expected = {
       Said<Api::RegisterSuspendResumeNotification>(Handle{1}, DEVICE_NOTIFY_WINDOW_HANDLE),
       Said<Api::WTSRegisterSessionNotification>(Handle{1}, NOTIFY_FOR_THIS_SESSION),
-      // The first notice would be of no change: FALSE.
+      // FALSE: an initial notice would report no change.
       Said<Api::NotifyUnicastIpAddressChange>(AF_INET, Text{"function"}, Handle{1}, FALSE, Some{})};
   EXPECT_TRUE(calls_.WereAmong(all, expected));
 }
 
 TEST_F(NoticeCalls, EndWithTheSubscriptionInTheOppositeOrder) {
-  StandIn();
-  SubscribeAndLeave();
+  InstallFakes();
+  SubscribeAndUnsubscribe();
   EXPECT_TRUE(calls_.WereAmong({Api::WTSUnRegisterSessionNotification, Api::CancelMibChangeNotify2,
                                 Api::UnregisterSuspendResumeNotification},
                                {Said<Api::WTSUnRegisterSessionNotification>(Handle{1}),
@@ -72,19 +72,19 @@ TEST_F(NoticeCalls, EndWithTheSubscriptionInTheOppositeOrder) {
                                 Said<Api::UnregisterSuspendResumeNotification>(Handle{2})}));
 }
 
-TEST_F(NoticeCalls, DoWithoutWhatTheSystemRefuses) {
+TEST_F(NoticeCalls, ContinueWithoutRefusedNotices) {
   const struct {
     Api asks;
     Api ends;
   } rows[] = {{Api::RegisterSuspendResumeNotification, Api::UnregisterSuspendResumeNotification},
               {Api::WTSRegisterSessionNotification, Api::WTSUnRegisterSessionNotification},
               {Api::NotifyUnicastIpAddressChange, Api::CancelMibChangeNotify2}};
-  StandIn();
+  InstallFakes();
   for (const auto& refused : rows) {
     std::vector<int> before;
     for (const auto& row : rows) before.push_back(calls_.Count(row.ends));
     calls_.Fail(refused.asks, 1450);
-    SubscribeAndLeave();
+    SubscribeAndUnsubscribe();
     for (std::size_t i = 0; i < std::size(rows); ++i) {
       const int ended = rows[i].asks == refused.asks ? 0 : 1;
       EXPECT_EQ(calls_.Count(rows[i].ends) - before[i], ended) << Of(refused.asks).name;
@@ -92,15 +92,15 @@ TEST_F(NoticeCalls, DoWithoutWhatTheSystemRefuses) {
   }
 }
 
-TEST_F(NoticeCalls, TakeNoHandleThatCameWithAnError) {
-  StandIn();
-  TellAddresses(ERROR_NOT_SUPPORTED);
-  SubscribeAndLeave();
+TEST_F(NoticeCalls, IgnoreAHandleReturnedWithAnError) {
+  InstallFakes();
+  AnswerAddressSubscription(ERROR_NOT_SUPPORTED);
+  SubscribeAndUnsubscribe();
   EXPECT_EQ(calls_.Count(Api::CancelMibChangeNotify2), 0);
 }
 
-TEST_F(NoticeCalls, TellTheWindowOfAnAddressByMessage) {
-  StandIn();
+TEST_F(NoticeCalls, PostAddressChangesToTheWindow) {
+  InstallFakes();
   const auto notices = SubscribeToSystem(window_);
   ASSERT_NE(callback_, nullptr);
   EXPECT_EQ(context_, window_);
@@ -114,9 +114,9 @@ TEST_F(NoticeCalls, TellTheWindowOfAnAddressByMessage) {
   EXPECT_TRUE(calls_.WereAmong({Api::PostMessageW}, {said, said}));
 }
 
-// The system's own functions, as far as they are here.
-TEST_F(NoticeCalls, GiveBackWhatTheyGot) {
-  SubscribeAndLeave();
+// Calls the real functions.
+TEST_F(NoticeCalls, ReleaseEverything) {
+  SubscribeAndUnsubscribe();
   EXPECT_EQ(calls_.Unbalanced(), "h1 of CreateWindowExW");
 }
 

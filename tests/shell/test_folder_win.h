@@ -8,8 +8,7 @@
 
 namespace shell {
 
-// A folder of this test program's own below the temporary one (with a Chinese name), made empty
-// and removed with all it holds.
+// A folder with a Chinese name below the temporary folder. Starts empty; removed with its contents.
 class TestFolder {
  public:
   explicit TestFolder(const std::wstring& name)

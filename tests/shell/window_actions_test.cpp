@@ -41,7 +41,7 @@ TEST_F(WindowActions, ReadyTwiceSendsTheFormAgain) {
   EXPECT_EQ(PostedKinds(), (Names{"apply", "state", "state"}));
 }
 
-TEST_F(WindowActions, MessagesWaitWhileTheControlIsNotUp) {
+TEST_F(WindowActions, MessagesWaitUntilTheControlIsUp) {
   OpenWithReadyPage();
   page_.up = false;
   Log(L"later");
@@ -52,11 +52,11 @@ TEST_F(WindowActions, MessagesWaitWhileTheControlIsNotUp) {
 
 constexpr wchar_t kReplaced[] = L"警告：一条消息含有页面无法接受的字符，已替换后重新发送。";
 
-TEST_F(WindowActions, AResultThatThePageRefusesReachesItWithItsCharactersReplaced) {
+TEST_F(WindowActions, ARefusedResultIsSentWithItsCharactersReplaced) {
   OpenWithReadyPage();
   const std::wstring result(L"甲\x01乙\0丙", 5);
   jobBody_ = [&](settings::Settings&, tunnel::Tunnel&) { return result; };
-  for (const std::size_t warnings : {1u, 0u}) {  // one is enough for a run of the program
+  for (const std::size_t warnings : {1u, 0u}) {  // one warning per run of the program
     ForgetRecords();
     PageSends(L"{\"action\":\"test\",\"f\":{}}");
     FinishJob();
@@ -70,7 +70,7 @@ TEST_F(WindowActions, AResultThatThePageRefusesReachesItWithItsCharactersReplace
   }
 }
 
-TEST_F(WindowActions, AWaitingMessageThatIsRefusedKeepsItsPlace) {
+TEST_F(WindowActions, ARefusedQueuedMessageKeepsItsPlace) {
   Open();
   for (const wchar_t* json : {L"\"1\"", L"\"2\x1f\"", L"\"3\""}) PostToPage(json);
   Pump();
@@ -81,7 +81,7 @@ TEST_F(WindowActions, AWaitingMessageThatIsRefusedKeepsItsPlace) {
   EXPECT_EQ(first[2], L"\"3\"");
 }
 
-TEST_F(WindowActions, AMessageThatIsRefusedAgainIsDropped) {
+TEST_F(WindowActions, AMessageRefusedTwiceIsDropped) {
   OpenWithReadyPage();
   page_.refusesAll = true;
   PostToPage(L"\"fine\"");
@@ -110,7 +110,7 @@ TEST_F(WindowActions, MessagesWithoutAWindowAreDropped) {
   for (const std::wstring& json : state_->pageQueue) EXPECT_NE(json, L"{}");
 }
 
-TEST_F(WindowActions, WhatIsNoKnownActionIsIgnored) {
+TEST_F(WindowActions, UnknownActionsAreIgnored) {
   OpenWithReadyPage();
   for (const wchar_t* json :
        {L"", L"{", L"[]", L"7", L"{\"f\":{}}", L"{\"action\":5}", L"{\"action\":\"Connect\"}",
@@ -125,7 +125,7 @@ TEST_F(WindowActions, WhatIsNoKnownActionIsIgnored) {
   EXPECT_TRUE(jobsRun_.empty());
 }
 
-TEST_F(WindowActions, AnUnknownActionStillBringsItsForm) {
+TEST_F(WindowActions, AnUnknownActionStillUpdatesTheForm) {
   OpenWithReadyPage();
   PageSends(L"{\"action\":\"format\",\"f\":{\"secret\":\"x\"}}");
   PageSends(L"{\"action\":\"test\",\"f\":7}");
@@ -186,7 +186,7 @@ TEST_F(WindowActions, DiscoveryFollowsTheForm) {
   }
 }
 
-TEST_F(WindowActions, AutomaticTargetIsKeptAsAllAndComesBack) {
+TEST_F(WindowActions, AutomaticTargetIsStoredAsAllAndRestored) {
   OpenWithReadyPage();
   PageSends(L"{\"action\":\"test\",\"f\":{\"target\":\"自动\"}}");
   FinishJob();

@@ -1,4 +1,4 @@
-// The window's Windows calls with their arguments.
+// The window's Windows calls and their arguments.
 #include <gtest/gtest.h>
 
 #include "shell/main_window.h"
@@ -47,7 +47,7 @@ TEST_F(WindowCalls, RegisterTheClass) {
   EXPECT_FALSE(RegisterMainWindow(program_));
 }
 
-TEST_F(WindowCalls, MakeTheWindow) {
+TEST_F(WindowCalls, CreateTheWindow) {
   Calls calls;
   Open();
   EXPECT_TRUE(calls.WereAmong(
@@ -71,12 +71,12 @@ TEST_F(WindowCalls, MakeTheWindow) {
           Said<Api::CreateSolidBrush>(RGB(20, 27, 31)),
           Said<Api::CreateSolidBrush>(RGB(46, 196, 160)),
           Said<Api::CreateSolidBrush>(RGB(38, 52, 56)),
-          // The dark title bar: DWMWA_USE_IMMERSIVE_DARK_MODE, a BOOL that is TRUE.
+          // The dark title bar: DWMWA_USE_IMMERSIVE_DARK_MODE, a BOOL set to TRUE.
           Said<Api::DwmSetWindowAttribute>(Some{}, 20, std::string("\1\0\0\0", 4), 4),
       }));
 }
 
-TEST_F(WindowCalls, GiveEverythingBackAtTheEnd) {
+TEST_F(WindowCalls, ReleaseEverythingAtTheEnd) {
   Calls calls;
   Open();
   Close();
@@ -89,7 +89,7 @@ TEST_F(WindowCalls, GiveEverythingBackAtTheEnd) {
   EXPECT_TRUE(calls.WereAmong({Api::DestroyWindow}, {Said<Api::DestroyWindow>(window)}));
 }
 
-TEST_F(WindowCalls, LeaveAnApartmentAloneThatWasNotEntered) {
+TEST_F(WindowCalls, LeaveNoApartmentThatWasNotEntered) {
   Calls calls;
   calls.Fail(Api::CoInitializeEx, 1450);
   Open();
@@ -97,7 +97,7 @@ TEST_F(WindowCalls, LeaveAnApartmentAloneThatWasNotEntered) {
   EXPECT_EQ(calls.Count(Api::CoUninitialize), 0);
 }
 
-TEST_F(WindowCalls, GoOnWithoutADarkTitleBarFontsOrBrushes) {
+TEST_F(WindowCalls, ContinueWithoutADarkTitleBarFontsOrBrushes) {
   Calls calls;
   calls.Fail(Api::DwmSetWindowAttribute, 1450);
   calls.Fail(Api::CreateFontW, 1450, 0);
@@ -124,7 +124,7 @@ TEST_F(WindowCalls, ShowTheWindow) {
                           Said<Api::SetWindowPos>(Some{}, nullptr, 0, 0, 1220, 820,
                                                   SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE),
                           Said<Api::ShowWindow>(Some{}, SW_SHOWMINNOACTIVE),
-                          Said<Api::InvalidateRect>(Some{}, nullptr, TRUE),  // of the layout
+                          Said<Api::InvalidateRect>(Some{}, nullptr, TRUE),  // by the layout
                           Said<Api::InvalidateRect>(Some{}, nullptr, TRUE),
                           Said<Api::UpdateWindow>(Some{}),
                       }));
@@ -161,7 +161,7 @@ TEST_F(WindowCalls, LeaveOtherMessagesToTheSystem) {
   ::DestroyWindow(other);
 }
 
-// As those before WM_CREATE and after WM_NCDESTROY.
+// Such messages arrive before WM_CREATE and after WM_NCDESTROY.
 TEST_F(WindowCalls, LeaveMessagesWithoutAStateToTheSystem) {
   Open();
   const HWND window = state_->window;
@@ -178,7 +178,7 @@ TEST_F(WindowCalls, LeaveMessagesWithoutAStateToTheSystem) {
   ::SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(window_.get()));
 }
 
-TEST_F(WindowCalls, TakeTheStateOffAWindowThatGoes) {
+TEST_F(WindowCalls, DetachTheStateFromADestroyedWindow) {
   Open();
   const HWND window = state_->window;
   Calls calls;
@@ -241,20 +241,20 @@ TEST_F(WindowCalls, KeepTheResultAndRetryTimers) {
                               {setResult, killResult, setRetry, setResult, killResult, killRetry}));
 }
 
-TEST_F(WindowCalls, PauseBetweenTheTriesToPostAResult) {
+TEST_F(WindowCalls, PauseBetweenAttemptsToPostAResult) {
   OpenWithReadyPage();
   refusedResultPosts_ = 3;
   Calls calls(Calls::Threads::All);
   calls.AnswerWith<Api::Sleep>([](DWORD) {});
-  calls.Ignore(Said<Api::Sleep>(0));  // the lock's
+  calls.Ignore(Said<Api::Sleep>(0));  // by a contended lock
   PageSends(L"{\"action\":\"test\",\"f\":{}}");
   FinishJob();
   EXPECT_TRUE(calls.WereAmong({Api::Sleep}, Times(3, Said<Api::Sleep>(50))));
 }
 
-// ---- its messages
+// ---- the window's messages
 
-TEST_F(WindowCalls, ReportWhatTheTunnelTells) {
+TEST_F(WindowCalls, PostTheTunnelsReports) {
   Open();
   Calls calls;
   tunnel_->observer.linkChanged(true);
@@ -269,7 +269,7 @@ TEST_F(WindowCalls, ReportWhatTheTunnelTells) {
                                             said(WM_APP + 25, 1, 0), said(WM_APP + 25, 0, 0)}));
 }
 
-TEST_F(WindowCalls, PostWhatTheBrowserReports) {
+TEST_F(WindowCalls, PostTheBrowsersReports) {
   Open();
   Pump();
   Calls calls;
@@ -284,7 +284,7 @@ TEST_F(WindowCalls, PostWhatTheBrowserReports) {
   EXPECT_TRUE(page_.calls.empty());
 }
 
-TEST_F(WindowCalls, KeepATextThatTheQueueDoesNotTake) {
+TEST_F(WindowCalls, HandleATextThatTheQueueRefuses) {
   Open();
   Calls calls;
   calls.Fail(Api::PostMessageW, ERROR_NOT_ENOUGH_QUOTA, 0);
@@ -293,7 +293,7 @@ TEST_F(WindowCalls, KeepATextThatTheQueueDoesNotTake) {
   tunnel_->observer.udpChanged(true);
 }
 
-TEST_F(WindowCalls, TakeOnlyTheirOwnMessagesOutOfTheQueueAtTheEnd) {
+TEST_F(WindowCalls, RemoveOnlyTheirOwnMessagesFromTheQueueAtTheEnd) {
   Open();
   Pump();
   Calls calls;
@@ -302,7 +302,7 @@ TEST_F(WindowCalls, TakeOnlyTheirOwnMessagesOutOfTheQueueAtTheEnd) {
       calls.Were({Said<Api::PeekMessageW>(Some{}, Some{}, kJobFinished, kShowFailure, PM_REMOVE)}));
 }
 
-TEST_F(WindowCalls, HandOnAQuitThatComesMeanwhile) {
+TEST_F(WindowCalls, RepostAQuitMessageFoundWhileDroppingTexts) {
   Open();
   Pump();
   Calls calls;
@@ -328,7 +328,7 @@ TEST_F(WindowCalls, StampALogLineWithTheUsersClock) {
   EXPECT_TRUE(calls.EachWas(Api::GetLocalTime, Said<Api::GetLocalTime>(Some{})));
 }
 
-TEST_F(WindowCalls, NameTheSwitchOfDiscovery) {
+TEST_F(WindowCalls, LabelTheDiscoverySwitch) {
   OpenWithReadyPage();
   const HWND toggle = ::CreateWindowExW(0, L"STATIC", L"", WS_OVERLAPPED, 0, 0, 1, 1, nullptr,
                                         nullptr, nullptr, nullptr);

@@ -31,7 +31,7 @@ class FakeWebHost final : public webview::WebHost {
   void WindowMoved() override { record_.calls.push_back("moved"); }
   void Focus() override { record_.calls.push_back("focus"); }
   void ShowPage() override { record_.calls.push_back("show page"); }
-  // The new control is there at once; its page is ready when the test says so.
+  // The new control is up at once; the test decides when its page is ready.
   void MakeAnew() override {
     record_.calls.push_back("make anew");
     record_.up = true;
@@ -58,7 +58,7 @@ bool DispatchOne() {
 
 }  // namespace
 
-// The functions for detached threads use copies only: the object may outlive the test.
+// Detached threads use only the copied functions, because this object may outlive the test.
 class WindowTest::FakeDeps final : public WindowDeps {
  public:
   explicit FakeDeps(WindowTest& test)

@@ -13,17 +13,17 @@
 
 namespace shell {
 
-// A browser control that only remembers what it was told.
+// Records the calls to the browser control.
 struct PageRecord {
   bool up = true;
   bool refusesAll = false;
-  std::vector<std::wstring> posted;   // what the page took
-  std::vector<std::wstring> refused;  // with a control character, as the real page, or refusesAll
+  std::vector<std::wstring> posted;   // accepted by the page
+  std::vector<std::wstring> refused;  // control character, as in the real page, or refusesAll
   std::function<void()> duringPost;   // once
   std::vector<std::string> calls;
 };
 
-// What the browser control reports.
+// Raises the browser control's events.
 struct PageEvents {
   webview::WebEventHandler handler;
 
@@ -40,7 +40,7 @@ struct PageEvents {
   void otherFolderWanted() const { handler({webview::WebEvent::Kind::OtherFolderWanted, {}}); }
 };
 
-// The state of window and client, by name.
+// Names the private state of the window and its client.
 struct WindowState {
   explicit WindowState(MainWindow& main)
       : window(main.window_),
@@ -82,32 +82,32 @@ struct WindowState {
   const settings::JsonValue& form;
 };
 
-// The real main window, with its real procedure and message queue, among fakes.
+// The real main window, window procedure and message queue with fake dependencies.
 class WindowTest : public testing::Test {
  protected:
   WindowTest();
   ~WindowTest() override;
 
-  // Makes the window, not shown. Posted messages wait until they are pumped.
+  // Creates the window without showing it. Posted messages wait until they are pumped.
   void Open();
-  // Dispatches posted messages until there are none left.
+  // Dispatches posted messages until the queue is empty.
   void Pump();
-  // Dispatches messages until `done`, for at most some seconds.
+  // Dispatches messages until `done` returns true; fails after kPatienceMs.
   void PumpUntil(const std::function<bool()>& done);
-  // Pumps until the running job's result has been handled, and all that it posted.
+  // Pumps until the running job's result and all messages that it posted have been handled.
   void FinishJob();
-  // As Open and Pump, with the page ready and all records empty.
+  // Calls Open and Pump, makes the page ready and clears all records.
   void OpenWithReadyPage();
   // Destroys the window as its close button does.
   void Close();
 
-  // The page posts `json`; handled at once.
+  // Sends `json` from the page; returns once it has been handled.
   void PageSends(const std::wstring& json);
   void Log(const std::wstring& text) { state_->client.Log(text); }
-  // Through the window's queue, or at once.
+  // The first goes through the window's queue, the second delivers at once.
   void PostToPage(const std::wstring& json);
   void DeliverToPage(const std::wstring& json) { state_->client.DeliverToPage(json); }
-  // Posts one of the window's own messages with a text and handles it.
+  // Sends one of the window's own messages with a text.
   void SendText(UINT message, const std::wstring& text);
   LRESULT Send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0);
   // The engineer clicks 连接, and the job leaves `refusal` and `connectionId` in its settings.
@@ -117,45 +117,45 @@ class WindowTest : public testing::Test {
   // The members named t of the posted messages, in order: "state", "apply", "log".
   std::vector<std::string> PostedKinds() const;
 
-  // The record as the window shows it, and as the next start would find it.
+  // The settings in the window, and those that the next start would load.
   settings::Settings Record() const { return state_->settings.Read(); }
   settings::Settings OnDisk() { return disk_.Load(); }
-  // Puts a field of the window's record, without saving.
+  // Changes the window's settings without saving them.
   void Edit(const std::function<void(settings::Settings&)>& change) {
     state_->settings.Edit(change);
   }
-  // Changes what lies on the disk before the start.
+  // Replaces the settings file with the defaults plus `change`. Call it before Open().
   void PutOnDisk(const std::function<void(settings::Settings&)>& change);
-  // How often the settings file was written.
+  // Counts the writes of the settings file.
   int Saves() const;
 
-  // What the fakes do and what they saw.
+  // Controls and records of the fakes.
   settings::MemoryDisk disk_;
-  bool hostFails_ = false;      // making the browser control throws
-  int refusedResultPosts_ = 0;  // so many times the window does not take a job's result
+  bool hostFails_ = false;      // creating the browser control throws
+  int refusedResultPosts_ = 0;  // how many more job results the window refuses
   std::vector<std::string> jobsRun_;
   std::function<std::wstring(settings::Settings&, tunnel::Tunnel&)> jobBody_;
-  JobLink link_;  // what the last job was given
-  // Set before Open(). It outlives the window and is given nothing of the test's own.
+  JobLink link_;  // passed to the last job
+  // Set it before Open(). It may outlive the window and the test: capture nothing of theirs.
   const std::shared_ptr<UpdateCheck> checkForUpdate_ =
       std::make_shared<UpdateCheck>([](const settings::Settings& settings, const std::stop_token&) {
         return settings.deviceName;
       });
   std::vector<std::wstring> logged_;
-  HWND subscribed_ = nullptr;  // the window that gets the system's notices
+  HWND subscribed_ = nullptr;  // the window subscribed to the system's notices
   std::function<void(const std::vector<std::wstring>& routes)> onProxyRemoval_;
-  // On any thread, as the window goes at the latest. It outlives the window, too.
+  // Called on any thread, at the latest when the window is destroyed. May outlive the window, too.
   const std::shared_ptr<std::function<void()>> forgetPassword_ =
       std::make_shared<std::function<void()>>([] {});
-  std::wstring leftovers_;  // the line about what was left on the proxy list
+  std::wstring leftovers_;  // the line about leftover proxy entries
   std::wstring unsuitableComputer_;
-  // On a thread that may outlive the window, like the functions above.
+  // Called on a thread that may outlive the window, like the functions above.
   const std::shared_ptr<std::function<std::wstring(const settings::Settings&)>> writeReport_ =
       std::make_shared<std::function<std::wstring(const settings::Settings&)>>();
   std::vector<std::wstring> boxes_;
   PageRecord page_;
   PageEvents events_;
-  std::wstring environmentFailure_;  // when set, making the environment fails at once
+  std::wstring environmentFailure_;  // if set, creating the environment fails at once
   FakeTunnel* tunnel_ = nullptr;     // the window's
   // Steps of the start.
   std::function<std::wstring()> onStartLog_;

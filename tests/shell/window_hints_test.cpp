@@ -29,7 +29,7 @@ class WindowHints : public WindowTest {
     FinishJob();
   }
 
-  // The lines that the page was given, and their colours.
+  // Returns `member` of every line posted to the page: its text or its colour.
   Lines PageLines(const wchar_t* member) const {
     Lines lines;
     for (const std::wstring& json : page_.posted) {
@@ -41,7 +41,7 @@ class WindowHints : public WindowTest {
   }
 };
 
-TEST_F(WindowHints, FollowTheirLineInFileAndPageAndAreNoResult) {
+TEST_F(WindowHints, FollowTheirLineInFileAndPageButAreNotTheResult) {
   RunTest([]() -> std::wstring { throw std::runtime_error("Invalid JSON."); });
   ASSERT_EQ(logged_.size(), 3u);
   EXPECT_EQ(logged_[0], kTestBusy);
@@ -52,7 +52,7 @@ TEST_F(WindowHints, FollowTheirLineInFileAndPageAndAreNoResult) {
   EXPECT_EQ(state_->lastMessage, L"Error: Invalid JSON.");
 }
 
-TEST_F(WindowHints, ComeOnceForEachCause) {
+TEST_F(WindowHints, AppearOnceForEachCause) {
   for (int i = 0; i < 3; ++i) {
     tunnel_->running = true;
     Send(kUdpChanged, 0);
@@ -69,7 +69,7 @@ TEST_F(WindowHints, ComeOnceForEachCause) {
   EXPECT_EQ(PageLines(L"msg"), logged_);
 }
 
-TEST_F(WindowHints, GoByTheCodeOfARefusalAndStandBeforeTheRetry) {
+TEST_F(WindowHints, UseTheCodeOfARefusalAndPrecedeTheRetry) {
   jobBody_ = [](settings::Settings& settings, tunnel::Tunnel&) {
     settings.heartbeatMessage = L"DEVICE_OFFLINE";
     return std::wstring(L"\r\nConnection authorization failed: 原话");
@@ -84,7 +84,7 @@ TEST_F(WindowHints, GoByTheCodeOfARefusalAndStandBeforeTheRetry) {
   EXPECT_EQ(logged_.size(), 2u);
 }
 
-TEST_F(WindowHints, TellARequestThatFailedFromTheServicesWords) {
+TEST_F(WindowHints, DistinguishAFailedRequestFromTheServicesText) {
   RunTest([] { return std::wstring(L"远程桌面失败：Invalid JSON."); });
   EXPECT_EQ(logged_.size(), 2u);
   jobBody_ = nullptr;
@@ -99,7 +99,7 @@ TEST_F(WindowHints, TellARequestThatFailedFromTheServicesWords) {
   EXPECT_EQ(logged_.size(), 2u) << "the earlier job's failure";
 }
 
-TEST_F(WindowHints, ComeToAPageThatStandsInForAnother) {
+TEST_F(WindowHints, ReachAReplacementPage) {
   RunTest([]() -> std::wstring { throw std::runtime_error("Invalid JSON."); });
   Send(kBrowserFailed, static_cast<WPARAM>(webview::ProcessFailedKind::BrowserExited));
   ForgetRecords();
@@ -108,11 +108,11 @@ TEST_F(WindowHints, ComeToAPageThatStandsInForAnother) {
   EXPECT_NE(page_.posted.back().find(L"提示：中心服务的回答残缺"), std::wstring::npos);
 }
 
-TEST_F(WindowHints, KnowThePortThatNobodyHasOpen) {
+TEST_F(WindowHints, RecogniseAClosedPort) {
   platform::SocketLibrary library;
   int error = library.Start();
   const auto taken = platform::Socket::Create(platform::SocketKind::Tcp, 2, error);
-  ASSERT_EQ(taken->Bind(platform::SocketAddress::Loopback(0)), 0);  // and never listens
+  ASSERT_EQ(taken->Bind(platform::SocketAddress::Loopback(0)), 0);  // but does not listen
   const std::wstring url = L"http://127.0.0.1:" + std::to_wstring(taken->LocalAddress().Port());
   RunTest([&] { return service::SendJsonRequest(L"GET", url + L"/x", L"").body; });
   ASSERT_EQ(logged_.size(), 3u);

@@ -22,7 +22,7 @@ class WindowJobs : public WindowTest {
  protected:
   WindowJobs() { OpenWithReadyPage(); }
 
-  // True when the retry timer was set; it no longer is afterwards.
+  // Stops the retry timer. Returns whether it was running.
   bool TakeRetryTimer() { return ::KillTimer(state_->window, kRetryTimer) != FALSE; }
 
   std::wstring StatusLine(std::size_t message) const {
@@ -59,7 +59,7 @@ TEST_F(WindowJobs, WorkOnACopyOfTheSettingsWithTheFormsFields) {
   EXPECT_EQ(OnDisk().deviceNumber, L"D-1");
 }
 
-TEST_F(WindowJobs, ShowWhatTheyThrow) {
+TEST_F(WindowJobs, ShowTheirExceptions) {
   jobBody_ = [](settings::Settings&, tunnel::Tunnel&) -> std::wstring {
     throw std::runtime_error("out of order");
   };
@@ -70,7 +70,7 @@ TEST_F(WindowJobs, ShowWhatTheyThrow) {
   EXPECT_FALSE(state_->busy);
 }
 
-TEST_F(WindowJobs, AreDroppedWithoutATraceWhileOneRuns) {
+TEST_F(WindowJobs, AreDroppedSilentlyWhileOneRuns) {
   std::promise<void> begun;
   std::promise<void> gate;
   jobBody_ = [&begun, opened = gate.get_future().share()](settings::Settings&, tunnel::Tunnel&) {
@@ -96,15 +96,15 @@ TEST_F(WindowJobs, AreDroppedWithoutATraceWhileOneRuns) {
   EXPECT_EQ(logged_, Lines{L"完成"});
 }
 
-// The window's queue may be full for a while, or for good.
-TEST_F(WindowJobs, WhoseResultIsRefusedAtFirstTellItAgain) {
+// The window's queue may be full for a while or permanently.
+TEST_F(WindowJobs, PostARefusedResultAgain) {
   refusedResultPosts_ = 3;
   Connect(L"", L"c1");
   EXPECT_EQ(logged_, (Lines{kConnectBusy, L"结果"}));
   EXPECT_FALSE(state_->busy);
 }
 
-TEST_F(WindowJobs, WhoseResultIsNeverTakenAreFoundByTheTimer) {
+TEST_F(WindowJobs, WithAnUndeliveredResultAreFoundByTheTimer) {
   refusedResultPosts_ = 1000;
   Connect(L"DEVICE_OFFLINE", L"");
   EXPECT_EQ(logged_, (Lines{kConnectBusy, L"结果", kRetryLine}));
@@ -115,7 +115,7 @@ TEST_F(WindowJobs, WhoseResultIsNeverTakenAreFoundByTheTimer) {
   EXPECT_EQ(Record().connectionId, L"c1");
 }
 
-TEST_F(WindowJobs, ResultTimerFindsNothingWhereAllWentWell) {
+TEST_F(WindowJobs, ResultTimerFindsNothingAfterANormalResult) {
   Send(WM_TIMER, kResultTimer);
   EXPECT_TRUE(logged_.empty());
 }
@@ -125,7 +125,7 @@ TEST_F(WindowJobs, MayFollowOneAnother) {
   EXPECT_EQ(jobsRun_, (Names{"connect", "connect", "connect"}));
 }
 
-TEST_F(WindowJobs, RefusalArmsTheRetryOnceAndSaysSoOnce) {
+TEST_F(WindowJobs, RefusalArmsTheRetryOnceAndLogsItOnce) {
   Connect(L"DEVICE_OFFLINE", L"");
   EXPECT_EQ(logged_, (Lines{kConnectBusy, L"结果", kRetryLine}));
   EXPECT_TRUE(state_->retryArmed);
@@ -166,7 +166,7 @@ struct TimerRow {
   bool starts;
 };
 
-TEST_F(WindowJobs, RetryTimerAsksAgainOnlyWhileThatIsWanted) {
+TEST_F(WindowJobs, RetryTimerRepeatsTheRequestOnlyWhileNeeded) {
   const TimerRow rows[] = {
       {"refused", false, L"", L"DEVICE_OFFLINE", kRetryTimer, true},
       {"busy", true, L"", L"DEVICE_OFFLINE", kRetryTimer, false},
@@ -231,7 +231,7 @@ TEST_F(WindowJobs, RefusedHeartbeatStopsATunnelThatIsNoLongerAccepted) {
   }
 }
 
-TEST_F(WindowJobs, RefusedHeartbeatMayComeWithoutAText) {
+TEST_F(WindowJobs, RefusedHeartbeatMayHaveNoText) {
   tunnel_->running = true;
   Send(kHeartbeatRefused);
   EXPECT_EQ(logged_, Lines{L"\r\n中心服务未接受心跳，已停止本机软件隧道，避免显示假在线。\r\n"
@@ -269,8 +269,8 @@ TEST_F(WindowJobs, LostAndRegainedRelaysAreShownAndLogged) {
   EXPECT_EQ(logged_, Lines{});
 }
 
-// The window may come to the report of a return when the relay is already lost again.
-TEST_F(WindowJobs, AReturnAndALossThatWaitTogetherAreLoggedAsWhatTheyWere) {
+// The relay may be lost again before the window handles the report of its return.
+TEST_F(WindowJobs, AQueuedReturnAndLossAreLoggedAsTheyHappened) {
   tunnel_->running = true;
   tunnel_->relayConnected = true;
   tunnel_->observer.linkChanged(true);
@@ -288,7 +288,7 @@ TEST_F(WindowJobs, TheReasonOfAFailedReconnectIsLogged) {
   EXPECT_EQ(logged_, Lines{L"警告：自动重连未成功（out of order），将继续重试。"});
 }
 
-TEST_F(WindowJobs, TheWayOfSmallPacketsIsLogged) {
+TEST_F(WindowJobs, TheTransportOfSmallPacketsIsLogged) {
   tunnel_->running = true;
   tunnel_->observer.udpChanged(true);
   tunnel_->observer.udpChanged(false);

@@ -15,7 +15,7 @@ using Names = std::vector<std::string>;
 
 class WindowLife : public WindowTest {
  protected:
-  // The exit code that the message loop would end with, if it would.
+  // Returns the exit code of a pending WM_QUIT, if there is one.
   static int QuitCode() {
     MSG message{};
     if (::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE) == FALSE) return -1;
@@ -37,7 +37,7 @@ TEST_F(WindowLife, StartsWithTheSettingsFileAndOneLine) {
   EXPECT_TRUE(state_->pageQueue[2].starts_with(L"{\"t\":\"log\""));
 }
 
-TEST_F(WindowLife, WhatWasLeftOnTheProxyListIsOneLineAtTheStart) {
+TEST_F(WindowLife, LeftoverProxyEntriesAreOneLineAtTheStart) {
   leftovers_ = L"已清理";
   Open();
   EXPECT_EQ(logged_, (Lines{L"客户端启动中", L"已清理"}));
@@ -77,7 +77,7 @@ TEST_F(WindowLife, DamagedFileIsReplacedByTheSecondCopy) {
                    L"客户端启动中"}));
 }
 
-TEST_F(WindowLife, DamagedFileThatCannotBeSetAsideIsToldAndStays) {
+TEST_F(WindowLife, DamagedFileThatCannotBeSetAsideIsReportedAndKept) {
   disk_.files[settings::kPath] = "damaged";
   disk_.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
   Open();
@@ -89,7 +89,7 @@ TEST_F(WindowLife, DamagedFileThatCannotBeSetAsideIsToldAndStays) {
 }
 
 TEST_F(WindowLife, UpdateCheckRunsOnACopyOfTheLoadedSettingsAndPostsItsNotice) {
-  // What the fake check says.
+  // The fake check returns this text.
   PutOnDisk([](settings::Settings& settings) { settings.deviceName = L"新版本可用"; });
   Open();
   PumpUntil([this] { return logged_.size() == 2; });
@@ -97,7 +97,7 @@ TEST_F(WindowLife, UpdateCheckRunsOnACopyOfTheLoadedSettingsAndPostsItsNotice) {
 }
 
 TEST_F(WindowLife, UpdateCheckIsAskedToEndWhenTheWindowCloses) {
-  auto asked = std::make_shared<std::promise<void>>();  // the check's thread is not waited for
+  auto asked = std::make_shared<std::promise<void>>();  // nothing joins the check's thread
   std::future<void> ended = asked->get_future();
   *checkForUpdate_ = [asked](const settings::Settings&, const std::stop_token& closing) {
     while (!closing.stop_requested()) std::this_thread::yield();
@@ -119,7 +119,7 @@ TEST_F(WindowLife, MissingRuntimeIsShownOnceTheWindowRuns) {
   EXPECT_EQ(boxes_, Lines{environmentFailure_});
 }
 
-TEST_F(WindowLife, PageMessagesComeThroughTheQueue) {
+TEST_F(WindowLife, PageMessagesPassThroughTheQueue) {
   OpenWithReadyPage();
   events_.pageMessage(L"{\"action\":\"discovery\",\"f\":{}}");
   EXPECT_TRUE(logged_.empty());
@@ -142,7 +142,7 @@ TEST_F(WindowLife, ClosingStopsTheTunnelAndNotTheService) {
   EXPECT_EQ(QuitCode(), 0);
 }
 
-TEST_F(WindowLife, ClosingWaitsForTheJobThatRuns) {
+TEST_F(WindowLife, ClosingWaitsForTheRunningJob) {
   OpenWithReadyPage();
   std::promise<void> gate;
   std::atomic<bool> ended{false};
@@ -164,7 +164,7 @@ TEST_F(WindowLife, ClosingWaitsForTheJobThatRuns) {
   EXPECT_EQ(QuitCode(), 0);
 }
 
-// What the engineer did while the job ran, and what the job has brought, are both on the disk.
+// Both the engineer's changes during the job and the job's result must reach the disk.
 TEST_F(WindowLife, ClosingDuringAJobLosesNeitherItsResultNorAProfile) {
   OpenWithReadyPage();
   jobBody_ = [this](settings::Settings& settings, tunnel::Tunnel&) {
@@ -197,12 +197,12 @@ TEST_F(WindowLife, ClosingAsksTheJobToEndBeforeItStopsTheTunnelForGood) {
   EXPECT_EQ(OnDisk().latencyText, L"12 ms");
 }
 
-TEST_F(WindowLife, ClosingForgetsThePasswordOnceNoJobCanCopyOneAnyMore) {
+TEST_F(WindowLife, ClosingForgetsThePasswordAfterTheLastJob) {
   OpenWithReadyPage();
   auto done = std::make_shared<std::vector<std::string>>();
   *forgetPassword_ = [done] { done->emplace_back("forgotten"); };
   jobBody_ = [this, done](settings::Settings&, tunnel::Tunnel&) {
-    while (tunnel_->stops == 0) std::this_thread::yield();  // the window waits for this job now
+    while (tunnel_->stops == 0) std::this_thread::yield();  // the window now waits for this job
     done->emplace_back("copied");
     return std::wstring(L"完成");
   };
@@ -211,8 +211,8 @@ TEST_F(WindowLife, ClosingForgetsThePasswordOnceNoJobCanCopyOneAnyMore) {
   EXPECT_EQ(*done, (std::vector<std::string>{"copied", "forgotten"}));
 }
 
-// A clipboard that is emptied tells the window that has filled it, which may be this one.
-TEST_F(WindowLife, ClosingAnswersTheClipboardThatIsEmptied) {
+// EmptyClipboard() sends a message to the clipboard's owner, which may be this window.
+TEST_F(WindowLife, ClosingAnswersTheEmptiedClipboard) {
   OpenWithReadyPage();
   auto answered = std::make_shared<LRESULT>(0);
   *forgetPassword_ = [answered, window = state_->window] {
@@ -223,7 +223,7 @@ TEST_F(WindowLife, ClosingAnswersTheClipboardThatIsEmptied) {
   EXPECT_NE(*answered, 0);
 }
 
-TEST_F(WindowLife, ClosingDoesNotWaitForAClipboardThatNobodyGivesBack) {
+TEST_F(WindowLife, ClosingGivesUpOnABlockedClipboard) {
   OpenWithReadyPage();
   const auto release = std::make_shared<std::promise<void>>();
   *forgetPassword_ = [released = release->get_future().share()] { released.wait(); };
@@ -236,11 +236,11 @@ TEST_F(WindowLife, ClosingDoesNotWaitForAClipboardThatNobodyGivesBack) {
   release->set_value();
 }
 
-TEST_F(WindowLife, ClosingAnswersTheJobThatTellsAllWindowsOfASetting) {
+TEST_F(WindowLife, ClosingAnswersAJobThatBroadcastsASetting) {
   OpenWithReadyPage();
   LRESULT answered = 0;
   jobBody_ = [&](settings::Settings&, tunnel::Tunnel&) {
-    while (tunnel_->stops == 0) std::this_thread::yield();  // the window waits for this job now
+    while (tunnel_->stops == 0) std::this_thread::yield();  // the window now waits for this job
     constexpr UINT kPatienceMs = 20'000;
     answered = ::SendMessageTimeoutW(state_->window, WM_SETTINGCHANGE, 0, 0, SMTO_NORMAL,
                                      kPatienceMs, nullptr);
@@ -251,8 +251,8 @@ TEST_F(WindowLife, ClosingAnswersTheJobThatTellsAllWindowsOfASetting) {
   EXPECT_NE(answered, 0);
 }
 
-// Closing the page runs messages of its own; a click that comes with them is too late.
-TEST_F(WindowLife, OnceClosingNoJobBegins) {
+// Closing the page dispatches messages; a click among them comes too late.
+TEST_F(WindowLife, NoJobStartsOnceClosing) {
   OpenWithReadyPage();
   state_->closing.request_stop();
   PageSends(L"{\"action\":\"connect\",\"f\":{}}");
@@ -261,7 +261,7 @@ TEST_F(WindowLife, OnceClosingNoJobBegins) {
   EXPECT_TRUE(logged_.empty());
 }
 
-TEST_F(WindowLife, WhatAJobHasLeftRunningMayStillBeLogged) {
+TEST_F(WindowLife, NoticesAfterAJobAreLoggedUntilTheWindowCloses) {
   OpenWithReadyPage();
   PageSends(L"{\"action\":\"desktop\",\"f\":{}}");
   FinishJob();
@@ -273,7 +273,7 @@ TEST_F(WindowLife, WhatAJobHasLeftRunningMayStillBeLogged) {
   EXPECT_EQ(logged_.back(), L"提示");
 }
 
-TEST_F(WindowLife, ClosingTriesOnceMoreToSaveWhatCouldNotBeSaved) {
+TEST_F(WindowLife, ClosingRetriesAFailedSaveOnce) {
   OpenWithReadyPage();
   disk_.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
   PageSends(L"{\"action\":\"saveProfile\",\"f\":{\"secret\":\"mine\",\"profileName\":\"A\"}}");
@@ -291,7 +291,7 @@ TEST_F(WindowLife, ClosesEvenWhenTheTunnelsStopFails) {
   EXPECT_EQ(QuitCode(), 0);
 }
 
-TEST_F(WindowLife, LeavesNothingBehindWhenItCannotBeMade) {
+TEST_F(WindowLife, LeavesNothingBehindWhenItCannotBeCreated) {
   hostFails_ = true;
   EXPECT_EQ(CreateMainWindow(::GetModuleHandleW(nullptr), *window_), nullptr);
   EXPECT_EQ(state_->window, nullptr);
@@ -307,7 +307,7 @@ TEST_F(WindowLife, ClosingEndsTheRetry) {
   EXPECT_FALSE(state_->retryArmed);
 }
 
-TEST_F(WindowLife, DestroyedWithoutBeingClosedItClosesThePage) {
+TEST_F(WindowLife, ClosesThePageWhenDestroyedWithoutBeingClosed) {
   OpenWithReadyPage();
   ::DestroyWindow(state_->window);
   EXPECT_EQ(page_.calls, Names{"close"});
@@ -315,7 +315,7 @@ TEST_F(WindowLife, DestroyedWithoutBeingClosedItClosesThePage) {
   EXPECT_EQ(QuitCode(), 0);
 }
 
-TEST_F(WindowLife, TextsForAWindowThatIsGoneAreFreed) {
+TEST_F(WindowLife, TextsForADestroyedWindowAreFreed) {
   Open();
   const HWND window = state_->window;
   Log(L"still queued");
@@ -326,7 +326,7 @@ TEST_F(WindowLife, TextsForAWindowThatIsGoneAreFreed) {
   EXPECT_EQ(logged_.back(), L"after the end");
 }
 
-TEST_F(WindowLife, AnExceptionInsideIsLoggedAndTheWindowGoesOn) {
+TEST_F(WindowLife, AnExceptionIsLoggedAndTheWindowContinues) {
   OpenWithReadyPage();
   page_.duringPost = [] { throw std::runtime_error("page"); };
   PageSends(L"{\"action\":\"ready\",\"f\":{}}");

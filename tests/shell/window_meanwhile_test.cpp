@@ -7,11 +7,11 @@
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 
-// The engineer does something while a job runs, or between two: it stays done.
+// The engineer's changes during a job or between two jobs are kept.
 namespace shell {
 namespace {
 
-// A job that waits until the test lets it go on.
+// A job that waits until the test releases it.
 class WindowHeldJob : public WindowTest {
  protected:
   WindowHeldJob() {
@@ -23,12 +23,12 @@ class WindowHeldJob : public WindowTest {
       return std::wstring(L"结果");
     };
   }
-  void LetGo(std::function<void(settings::Settings&)> change) {
+  void ReleaseJob(std::function<void(settings::Settings&)> change) {
     change_ = std::move(change);
     gate_.set_value();
     FinishJob();
   }
-  // The last apply message's field.
+  // Returns a field of the last apply message.
   std::wstring Applied(const wchar_t* key) const {
     std::wstring value;
     for (const std::wstring& json : page_.posted) {
@@ -43,12 +43,12 @@ class WindowHeldJob : public WindowTest {
   std::function<void(settings::Settings&)> change_;
 };
 
-TEST_F(WindowHeldJob, WhatTheEngineerDoesMeanwhileStaysBesideTheResult) {
+TEST_F(WindowHeldJob, ChangesDuringAJobAreKeptBesideItsResult) {
   PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"mine\"}}");
   PageSends(
       L"{\"action\":\"saveProfile\",\"f\":{\"secret\":\"mine\",\"profileName\":\"A\",\"discovery\":"
       L"true}}");
-  LetGo([](settings::Settings& settings) { settings.latencyText = L"12 ms"; });
+  ReleaseJob([](settings::Settings& settings) { settings.latencyText = L"12 ms"; });
   for (const settings::Settings& settings : {OnDisk(), Record()}) {
     ASSERT_EQ(settings.siteProfiles.size(), 1u);
     EXPECT_EQ(settings.siteProfiles[0].name, L"A");
@@ -57,13 +57,13 @@ TEST_F(WindowHeldJob, WhatTheEngineerDoesMeanwhileStaysBesideTheResult) {
   }
 }
 
-TEST_F(WindowHeldJob, ProfileLoadedMeanwhileStaysInTheForm) {
+TEST_F(WindowHeldJob, ProfileLoadedDuringAJobStaysInTheForm) {
   Edit([](settings::Settings& settings) {
     settings.siteProfiles = {{L"B", L"http://b:1", L"D-2", L"key b", L"ALL", {L"10.2.0.0/16"}}};
   });
   PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"key a\"}}");
   PageSends(L"{\"action\":\"loadProfile\",\"f\":{\"secret\":\"key a\",\"profileSel\":\"B\"}}");
-  LetGo([](settings::Settings& settings) {
+  ReleaseJob([](settings::Settings& settings) {
     settings.connectionId = L"c1";
     settings.deviceNumber = L"D-1";
   });
@@ -73,14 +73,14 @@ TEST_F(WindowHeldJob, ProfileLoadedMeanwhileStaysInTheForm) {
   EXPECT_EQ(OnDisk().connectionId, L"c1");
 }
 
-// What happens between one job and the next.
+// Changes between one job and the next.
 class WindowMeanwhile : public WindowTest {
  protected:
   WindowMeanwhile() { OpenWithReadyPage(); }
 };
 
-// The tunnel is online before the job that has started it ends.
-TEST_F(WindowMeanwhile, OnlineIsShownWithTheConnectionThatTheJobHasBrought) {
+// The tunnel comes online before the job that started it ends.
+TEST_F(WindowMeanwhile, OnlineIsShownWithTheJobsConnection) {
   settings::JobSettings job(state_->settings);
   job.record.connectionId = L"c1";
   job.record.assignedAddress = L"10.8.0.2";
@@ -94,8 +94,8 @@ TEST_F(WindowMeanwhile, OnlineIsShownWithTheConnectionThatTheJobHasBrought) {
   EXPECT_EQ(OnDisk().connectionId, L"c1") << "the discovery switch has saved, too";
 }
 
-// The form as it was posted with the refused request is older than the profile.
-TEST_F(WindowMeanwhile, RetryAfterAProfileWasLoadedAsksWithItsKey) {
+// The form posted with the refused request is older than the profile.
+TEST_F(WindowMeanwhile, RetryAfterLoadingAProfileUsesItsKey) {
   Edit([](settings::Settings& settings) {
     settings.siteProfiles = {{L"B", L"http://b:1", L"D-2", L"key b", L"ALL", {}}};
   });
@@ -123,7 +123,7 @@ TEST_F(WindowMeanwhile, RefusedRetriesWriteNothing) {
   EXPECT_TRUE(disk_.written.empty());
 }
 
-TEST_F(WindowMeanwhile, FileDamagedMeanwhileIsSetAsideBeforeTheNextSave) {
+TEST_F(WindowMeanwhile, FileDamagedBetweenJobsIsSetAsideBeforeTheNextSave) {
   jobBody_ = [this](settings::Settings& settings, tunnel::Tunnel&) {
     disk_.files[settings::kPath] = "damaged";
     settings.latencyText = L"12 ms";

@@ -42,13 +42,13 @@ TEST_F(PostedTexts, ArriveAsTheyWere) {
   EXPECT_EQ(TakePostedText(0), nullptr);
 }
 
-TEST_F(PostedTexts, ThatWaitAreAllDroppedAndTheEndOfTheLoopIsKept) {
+TEST_F(PostedTexts, ThatWaitAreAllDroppedAndTheQuitMessageIsKept) {
   for (const UINT message :
        {kJobFinished, kHeartbeatRefused, kNotice, kFromPage, kToPage, kShowFailure}) {
     ASSERT_TRUE(PostText(window_, message, L"text"));
   }
-  ::PostMessageW(window_, kIgnored, 0, 1);      // no text, whatever it carries
-  ::PostMessageW(window_, kLinkChanged, 0, 1);  // no text either
+  ::PostMessageW(window_, kIgnored, 0, 1);      // carries no text, whatever lParam says
+  ::PostMessageW(window_, kLinkChanged, 0, 1);  // carries no text either
   ::PostMessageW(window_, WM_APP, 0, 0);
   ::PostQuitMessage(7);
   DropPostedTexts(window_);

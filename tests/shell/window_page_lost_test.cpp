@@ -7,7 +7,7 @@
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 
-// The page dies under the window, and another one stands in for it.
+// The window loses its page and gets a replacement.
 namespace shell {
 namespace {
 
@@ -22,17 +22,17 @@ class WindowPageLost : public WindowTest {
  protected:
   WindowPageLost() { OpenWithReadyPage(); }
 
-  // As the host reports it; with all that follows before a new page is ready.
+  // Reports a failed process and handles everything up to the new page's start.
   void Fail(Kind kind) {
     events_.processFailed(kind);
     Pump();
   }
-  // The page that stands in has loaded.
+  // The replacement page has loaded.
   void ComeBack() {
     PageSends(kReady);
     Pump();
   }
-  // The only message of that kind since the records were forgotten.
+  // Returns the only message of that kind since ForgetRecords().
   std::wstring Posted(const std::wstring& kind) const {
     Lines found;
     std::ranges::copy_if(page_.posted, std::back_inserter(found), [&](const std::wstring& json) {
@@ -51,7 +51,7 @@ class WindowPageLost : public WindowTest {
   }
 };
 
-TEST_F(WindowPageLost, IsMadeAnewOrShownAgainOrLeftAlone) {
+TEST_F(WindowPageLost, IsRecreatedReloadedOrLeftAlone) {
   events_.processFailed(Kind::BrowserExited);
   EXPECT_TRUE(page_.calls.empty()) << "not inside the browser's own call";
   Pump();
@@ -70,12 +70,12 @@ TEST_F(WindowPageLost, IsMadeAnewOrShownAgainOrLeftAlone) {
 TEST_F(WindowPageLost, TheNextPageGetsFormStateAndEveryLineOnce) {
   Log(L"一");
   Pump();
-  Log(L"在途");  // under way when the browser dies
+  Log(L"在途");  // still queued when the browser dies
   Fail(Kind::BrowserExited);
   Log(L"其间");
   Pump();
   ForgetRecords();
-  Log(L"又在途");  // under way when the next page is ready
+  Log(L"又在途");  // still queued when the next page is ready
   PageSends(kReady);
   Pump();
   EXPECT_EQ(PostedKinds(), (Names{"log", "apply", "state", "state", "form", "logs"}));
@@ -102,7 +102,7 @@ TEST_F(WindowPageLost, TheLast500LinesAreKept) {
   EXPECT_EQ(*(*lines.back().AsArray())[1].AsString(), L"行700。");
 }
 
-TEST_F(WindowPageLost, NothingPilesUpWhileThereIsNoPage) {
+TEST_F(WindowPageLost, NothingAccumulatesWithoutAPage) {
   Fail(Kind::BrowserExited);
   for (int i = 0; i < 100; ++i) Log(L"line");
   Pump();
@@ -114,13 +114,13 @@ TEST_F(WindowPageLost, APageThatDiesBeforeItWasReadyLosesNothing) {
   PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"mine\"}}");
   FinishJob();
   Fail(Kind::BrowserExited);
-  Fail(Kind::BrowserExited);  // the one that stands in, too
+  Fail(Kind::BrowserExited);  // the replacement fails, too
   ForgetRecords();
   ComeBack();
   EXPECT_EQ(PostedKinds(), (Names{"apply", "state", "state", "form", "logs"}));
 }
 
-TEST_F(WindowPageLost, WhatWasTypedComesBackAndIsUsedForNothingElse) {
+TEST_F(WindowPageLost, TypedTextIsRestoredAndNotUsedOtherwise) {
   PageSends(L"{\"action\":\"test\",\"f\":{\"secret\":\"posted\",\"testip\":\"10.0.0.1\"}}");
   FinishJob();
   PageSends(L"{\"action\":\"typed\",\"f\":{\"secret\":\"half a k\",\"profileName\":\"新站\"}}");
@@ -143,8 +143,8 @@ TEST_F(WindowPageLost, WhatWasTypedComesBackAndIsUsedForNothingElse) {
   EXPECT_EQ(asked, L"posted") << "a retry asks with what was posted, not with what is being typed";
 }
 
-// The last form that came with an action, also one that the window has dropped, is what a retry
-// asks with; neither the empty form of the page that stands in nor the record takes its place.
+// A retry sends the form of the last action, even of a dropped one. Neither the replacement page's
+// empty form nor the settings replace it.
 TEST_F(WindowPageLost, KeepsTheFormOfTheLastAction) {
   PageSends(L"{\"action\":\"connect\",\"f\":{\"secret\":\"mine\",\"testip\":\"10.0.0.1\"}}");
   FinishJob();
@@ -155,7 +155,7 @@ TEST_F(WindowPageLost, KeepsTheFormOfTheLastAction) {
   EXPECT_EQ(settings::JsonStringOrEmpty(state_->form, L"testip"), L"10.0.0.2");
 }
 
-TEST_F(WindowPageLost, ALoadedProfileReplacesWhatWasTyped) {
+TEST_F(WindowPageLost, ALoadedProfileReplacesTypedText) {
   Edit([](settings::Settings& settings) {
     settings.siteProfiles = {{L"B", L"http://b:1", L"D-2", L"key b", L"ALL", {}}};
   });
@@ -168,7 +168,7 @@ TEST_F(WindowPageLost, ALoadedProfileReplacesWhatWasTyped) {
   EXPECT_NE(Posted(L"apply").find(L"\"secret\":\"key b\""), std::wstring::npos);
 }
 
-TEST_F(WindowPageLost, AJobThatRunsIsShownAsRunning) {
+TEST_F(WindowPageLost, ARunningJobIsShownAsRunning) {
   std::promise<void> begun;
   std::promise<void> gate;
   jobBody_ = [&begun, opened = gate.get_future().share()](settings::Settings&, tunnel::Tunnel&) {
@@ -192,8 +192,8 @@ TEST_F(WindowPageLost, AJobThatRunsIsShownAsRunning) {
   EXPECT_NE(page_.posted.back().find(L"\"msg\":\"结果\""), std::wstring::npos);
 }
 
-// Posted by the old page and still in the window's queue when that page dies.
-TEST_F(WindowPageLost, AnActionThatWasUnderWayIsDone) {
+// The action is still in the window's queue when its page dies.
+TEST_F(WindowPageLost, AQueuedActionIsCarriedOut) {
   events_.processFailed(Kind::BrowserExited);
   events_.pageMessage(L"{\"action\":\"discovery\",\"f\":{\"discovery\":true}}");
   Pump();
@@ -205,7 +205,7 @@ TEST_F(WindowPageLost, AnActionThatWasUnderWayIsDone) {
   EXPECT_NE(Posted(L"apply").find(L"\"discovery\":true"), std::wstring::npos);
 }
 
-TEST_F(WindowPageLost, AMessageThatTheNextPageRefusesIsSentCleaned) {
+TEST_F(WindowPageLost, AMessageRefusedByTheNextPageIsSentCleaned) {
   Log(L"甲\x01乙");
   Pump();
   Fail(Kind::BrowserExited);
@@ -217,7 +217,7 @@ TEST_F(WindowPageLost, AMessageThatTheNextPageRefusesIsSentCleaned) {
   EXPECT_EQ(PostedKinds().back(), "logs") << "the warning was given before";
 }
 
-TEST_F(WindowPageLost, TheThirdTimeAMessageBoxSaysWhatToDo) {
+TEST_F(WindowPageLost, TheThirdLossShowsABoxWithAdvice) {
   tunnel_->Start({});
   for (int i = 0; i < 2; ++i) {
     Fail(Kind::BrowserExited);
@@ -235,7 +235,7 @@ TEST_F(WindowPageLost, TheThirdTimeAMessageBoxSaysWhatToDo) {
   EXPECT_EQ(tunnel_->stops, 0);
 }
 
-TEST_F(WindowPageLost, TheOtherFolderIsTriedByAMessageOfItsOwn) {
+TEST_F(WindowPageLost, TheOtherFolderIsTriedByASeparateMessage) {
   events_.otherFolderWanted();
   EXPECT_TRUE(page_.calls.empty());
   Pump();

@@ -1,4 +1,4 @@
-// How the window finds its place on a monitor, call by call.
+// The Windows calls that place the window on a monitor.
 #include <gtest/gtest.h>
 
 #include "shell/main_window.h"
@@ -13,12 +13,12 @@ using namespace win32;
 struct MonitorRow {
   const char* name;
   RECT workArea;
-  BOOL isTold;
+  BOOL isKnown;
   PixelSize smallest;
-  std::string place;  // how the window is then put there, from [26 26]
+  std::string place;  // the expected SetWindowPos call for a window at [26 26]
 };
 
-// Behind the window: where, its size, and what else.
+// The arguments after the window: its place, size and flags.
 std::string SaidPlace(int left, int top, int width, int height, UINT flags) {
   return Said<Api::SetWindowPos>(Some{}, nullptr, left, top, width, height, flags);
 }
@@ -48,12 +48,12 @@ const MonitorRow kMonitors[] = {
 
 class PlaceCalls : public WindowTest {
  protected:
-  static void StandIn(Calls& calls, const MonitorRow& row) {
+  static void InstallFakes(Calls& calls, const MonitorRow& row) {
     calls.AnswerWith<Api::GetMonitorInfoW>([&row](HMONITOR, MONITORINFO* monitor) {
       EXPECT_EQ(monitor->cbSize, sizeof(MONITORINFO));
-      monitor->rcMonitor = {-5000, -5000, 5000, 5000};  // with the task bar: not asked for
+      monitor->rcMonitor = {-5000, -5000, 5000, 5000};  // with the task bar; must not be used
       monitor->rcWork = row.workArea;
-      return row.isTold;
+      return row.isKnown;
     });
     calls.AnswerWith<Api::GetWindowRect>([](HWND, RECT* placed) {
       *placed = {26, 26, 1246, 846};
@@ -65,11 +65,11 @@ class PlaceCalls : public WindowTest {
   void Show() { ShowMainWindow(::GetModuleHandleW(nullptr), state_->window, SW_SHOWNORMAL); }
 };
 
-TEST_F(PlaceCalls, ComeUpWhollyOnTheNearestMonitor) {
+TEST_F(PlaceCalls, PutTheWindowWhollyOnTheNearestMonitor) {
   Open();
   for (const MonitorRow& row : kMonitors) {
     Calls calls;
-    StandIn(calls, row);
+    InstallFakes(calls, row);
     Show();
     const Text monitor{calls.Given(Api::MonitorFromWindow)};
     EXPECT_TRUE(calls.WereAmong(
@@ -81,13 +81,13 @@ TEST_F(PlaceCalls, ComeUpWhollyOnTheNearestMonitor) {
   }
 }
 
-TEST_F(PlaceCalls, HaveNoSmallestSizeAboveTheMonitors) {
+TEST_F(PlaceCalls, LimitTheSmallestSizeToTheMonitors) {
   Open();
   for (const MonitorRow& row : kMonitors) {
     MINMAXINFO limits{};
     limits.ptMaxTrackSize = {7, 8};
     Calls calls;
-    StandIn(calls, row);
+    InstallFakes(calls, row);
     EXPECT_EQ(OnMinMaxInfo(state_->window, reinterpret_cast<LPARAM>(&limits)), 0);
     EXPECT_EQ(limits.ptMinTrackSize.x, row.smallest.width) << row.name;
     EXPECT_EQ(limits.ptMinTrackSize.y, row.smallest.height) << row.name;
@@ -97,20 +97,20 @@ TEST_F(PlaceCalls, HaveNoSmallestSizeAboveTheMonitors) {
   }
 }
 
-TEST_F(PlaceCalls, StayWhereTheSystemDoesNotTellThePlace) {
+TEST_F(PlaceCalls, LeaveTheWindowInPlaceIfItsPlaceIsUnknown) {
   Open();
   Calls calls;
-  StandIn(calls, kMonitors[0]);
+  InstallFakes(calls, kMonitors[0]);
   calls.Fail(Api::GetWindowRect, 1450);
   Show();
   EXPECT_TRUE(calls.EachWas(
       Api::SetWindowPos, SaidPlace(0, 0, 1220, 820, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE)));
 }
 
-TEST_F(PlaceCalls, GoOnWithoutIconsOrAMonitor) {
+TEST_F(PlaceCalls, ContinueWithoutIconsOrAMonitor) {
   Open();
   Calls calls;
-  StandIn(calls, kMonitors[0]);
+  InstallFakes(calls, kMonitors[0]);
   calls.AnswerWith<Api::GetMonitorInfoW>([](HMONITOR monitor, MONITORINFO*) {
     EXPECT_EQ(monitor, nullptr);
     return FALSE;

@@ -16,7 +16,7 @@ constexpr wchar_t kNoSecret[] = L"档案未保存：接入密钥为空。";
 constexpr WPARAM kSaveCommand = 1012;
 constexpr WPARAM kSelectionChange = MAKEWPARAM(1022, 1);
 
-// Site profiles in the real window: from the page, and from the commands of native controls.
+// Site profiles in the real window, from the page and from commands of native controls.
 class WindowProfiles : public WindowTest {
  protected:
   WindowProfiles() {
@@ -33,7 +33,7 @@ class WindowProfiles : public WindowTest {
     PageSends(L"{\"action\":\"" + std::wstring(action) + L"\",\"f\":" + form + L"}");
     Pump();
   }
-  // The page's form is `form`, and a native control sends a command.
+  // Makes `form` the page's form, then sends a native control's command.
   void Command(WPARAM command, const std::wstring& form) {
     PageSends(L"{\"action\":\"none\",\"f\":" + form + L"}");
     ForgetRecords();
@@ -41,7 +41,7 @@ class WindowProfiles : public WindowTest {
     Pump();
   }
 
-  // The fields of the only posted apply message.
+  // Returns the fields of the only posted apply message.
   settings::JsonValue Applied() const {
     for (const std::wstring& json : page_.posted) {
       const settings::JsonValue message = settings::ReadJsonDocument(json);
@@ -117,7 +117,7 @@ TEST_F(WindowProfiles, AreNotSavedWithoutANameOrASecret) {
   }
 }
 
-TEST_F(WindowProfiles, AreSavedByTheirCommandAndTheWindowIsPaintedAnew) {
+TEST_F(WindowProfiles, AreSavedByTheirCommandAndTheWindowIsRepainted) {
   ::ShowWindow(state_->window, SW_SHOWNOACTIVATE);
   Pump();
   ::ValidateRect(state_->window, nullptr);
@@ -132,7 +132,7 @@ TEST_F(WindowProfiles, AreSavedByTheirCommandAndTheWindowIsPaintedAnew) {
   EXPECT_EQ(NamesIn(OnDisk()), (Lines{L"Plant C", L"Plant A", L"Plant B"}));
 }
 
-TEST_F(WindowProfiles, AreRefusedToTheirCommandInTheSameWords) {
+TEST_F(WindowProfiles, AreRefusedByTheirCommandWithTheSameText) {
   Command(kSaveCommand, L"{\"secret\":\"key c\"}");
   EXPECT_EQ(logged_, Lines{kNoName});
   Command(kSaveCommand, L"{\"profileName\":\"Plant C\"}");
@@ -175,7 +175,7 @@ TEST_F(WindowProfiles, AreLoadedByASelectionOnly) {
   EXPECT_EQ(OnDisk().deviceNumber, L"D-1");
 }
 
-TEST_F(WindowProfiles, ThatAreUnknownOrNotNamedAreNotLoadedAndNothingIsSaid) {
+TEST_F(WindowProfiles, UnknownOrUnnamedAreSilentlyNotLoaded) {
   for (const wchar_t* form :
        {L"{}", L"{\"profileSel\":\"\"}", L"{\"profileSel\":\" \\u3000\\t\"}",
         L"{\"profileSel\":\"Plant\"}", L"{\"profileSel\":7}", L"{\"profileName\":\"Plant A\"}"}) {
@@ -187,8 +187,8 @@ TEST_F(WindowProfiles, ThatAreUnknownOrNotNamedAreNotLoadedAndNothingIsSaid) {
   }
 }
 
-// Each time, not only when the cause is new: the line above calls the profile saved.
-TEST_F(WindowProfiles, ThatAreNotOnTheDiskAreFollowedByTheWarning) {
+// The warning repeats even for a known cause: the line above says that the profile is saved.
+TEST_F(WindowProfiles, NotSavedToDiskAreFollowedByTheWarning) {
   disk_.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
   const std::wstring warning =
       std::wstring(L"警告：设置未能保存：拒绝访问。（") + settings::kLastPath + L"）";

@@ -7,7 +7,7 @@ namespace {
 
 constexpr PixelSize kLaptop = {1366, 728};  // 1366 x 768 with a task bar
 
-TEST(WindowSize, NeverExceedsTheMonitorsRoom) {
+TEST(WindowSize, NeverExceedsTheWorkArea) {
   EXPECT_EQ(FitInto(kFirstSize, {1920, 1040}), kFirstSize);
   EXPECT_EQ(FitInto(kSmallestSize, {1920, 1040}), kSmallestSize);
   EXPECT_EQ(FitInto(kFirstSize, kLaptop), (PixelSize{1220, 728}));
@@ -16,13 +16,13 @@ TEST(WindowSize, NeverExceedsTheMonitorsRoom) {
   EXPECT_EQ(FitInto(kSmallestSize, {0, 0}), kSmallestSize);
 }
 
-TEST(WindowSize, ComesUpWhollyOnItsMonitor) {
+TEST(WindowSize, FitsWhollyOnItsMonitor) {
   const PixelArea laptop = {0, 0, kLaptop};
   const PixelSize size = FitInto(kFirstSize, kLaptop);
   EXPECT_EQ(MoveInto({26, 26, size}, laptop), (PixelArea{26, 0, size}));
   EXPECT_EQ(MoveInto({200, 0, size}, laptop), (PixelArea{146, 0, size}));
   EXPECT_EQ(MoveInto({-30, -30, size}, laptop), (PixelArea{0, 0, size}));
-  // A task bar at the left, on a monitor left of the first.
+  // A task bar on the left, on a monitor to the left of the first.
   const PixelArea other = {-1860, 40, {1860, 1040}};
   EXPECT_EQ(MoveInto({-1900, 60, kFirstSize}, other), (PixelArea{-1860, 60, kFirstSize}));
   EXPECT_EQ(MoveInto({100, 500, kFirstSize}, other), (PixelArea{-1220, 260, kFirstSize}));

@@ -7,10 +7,10 @@
 #include "shell/window_fixture.h"
 #include "shell/window_messages.h"
 #include "win32/calls.h"
-// After the SDK, which it needs.
+// Needs windows.h first.
 #include <wtsapi32.h>
 
-// What the window makes of the computer around it: sleep, another network, the end of the session.
+// The window's reactions to sleep, network changes and the end of the session.
 namespace shell {
 namespace {
 
@@ -27,7 +27,7 @@ class WindowSystem : public WindowTest {
   }
 };
 
-TEST_F(WindowSystem, GetsTheSystemsNoticesWhileItIsThere) {
+TEST_F(WindowSystem, GetsTheSystemsNoticesWhileItExists) {
   Open();
   EXPECT_EQ(subscribed_, state_->window);
   Close();
@@ -38,13 +38,13 @@ TEST_F(WindowSystem, SleepAndWakeAreOneLineEach) {
   OpenWithReadyPage();
   EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_APMSUSPEND), TRUE);
   EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC), TRUE);
-  EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_APMRESUMESUSPEND), TRUE);      // behind the one above
+  EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_APMRESUMESUSPEND), TRUE);      // repeats the wake above
   EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_APMPOWERSTATUSCHANGE), TRUE);  // the battery
   EXPECT_EQ(logged_, (Lines{L"电脑即将睡眠。", L"电脑已唤醒。"}));
   EXPECT_EQ(tunnel_->looks, 0);
 }
 
-TEST_F(WindowSystem, WhatIsToldTwiceIsOneSleepAndOneWake) {
+TEST_F(WindowSystem, DuplicateNoticesAreOneSleepAndOneWake) {
   OpenOnline();
   for (int twice = 0; twice < 2; ++twice) Send(WM_POWERBROADCAST, PBT_APMSUSPEND);
   for (int twice = 0; twice < 2; ++twice) Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC);
@@ -56,8 +56,8 @@ TEST_F(WindowSystem, WhatIsToldTwiceIsOneSleepAndOneWake) {
   EXPECT_EQ(tunnel_->looks, 2);
 }
 
-// Five seconds after the last, a wake that no sleep was told before is another one.
-TEST_F(WindowSystem, AWakeToldAgainIsAnotherOneAfterFiveSeconds) {
+// A wake without a reported sleep counts as new five seconds after the previous one.
+TEST_F(WindowSystem, ARepeatedWakeCountsAgainAfterFiveSeconds) {
   OpenOnline();
   ULONGLONG nowMs = 1'000'000;
   win32::Calls calls;
@@ -72,14 +72,14 @@ TEST_F(WindowSystem, AWakeToldAgainIsAnotherOneAfterFiveSeconds) {
   EXPECT_TRUE(calls.EachWas(win32::Api::GetTickCount64, win32::Said<win32::Api::GetTickCount64>()));
 }
 
-TEST_F(WindowSystem, AWakeWithoutASleepToldBeforeCounts) {
+TEST_F(WindowSystem, AWakeWithoutASleepCounts) {
   OpenOnline();
   Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC);
   EXPECT_EQ(logged_, Lines{L"电脑已唤醒，正在检查中继连接。"});
   EXPECT_EQ(tunnel_->looks, 1);
 }
 
-TEST_F(WindowSystem, ARunningTunnelLooksAtTheNetworkAfterAWake) {
+TEST_F(WindowSystem, ARunningTunnelChecksTheNetworkAfterAWake) {
   OpenOnline();
   Send(WM_POWERBROADCAST, PBT_APMSUSPEND);
   EXPECT_EQ(tunnel_->looks, 0);
@@ -101,17 +101,17 @@ TEST_F(WindowSystem, EachChangeOfTheSessionIsOneLine) {
              L"用户已登录。", L"用户正在注销。", L"电脑已锁定，软件继续运行。", L"电脑已解锁。"}));
 }
 
-TEST_F(WindowSystem, ABurstOfAddressChangesIsOneLineAndOneLook) {
+TEST_F(WindowSystem, ABurstOfAddressChangesIsOneLineAndOneCheck) {
   OpenOnline();
   for (int i = 0; i < 5; ++i) Send(kAddressesChanged);
   EXPECT_TRUE(logged_.empty());
   PumpUntil([this] { return !logged_.empty(); });
   EXPECT_EQ(logged_, Lines{L"本机网络地址已变化，正在检查中继连接。"});
   EXPECT_EQ(tunnel_->looks, 1);
-  EXPECT_EQ(::KillTimer(state_->window, kAddressTimer), FALSE);  // it does not run on
+  EXPECT_EQ(::KillTimer(state_->window, kAddressTimer), FALSE);  // no longer runs
 }
 
-TEST_F(WindowSystem, WithoutATunnelAnAddressChangeIsALineOnly) {
+TEST_F(WindowSystem, WithoutATunnelAnAddressChangeIsOnlyLogged) {
   OpenWithReadyPage();
   Send(WM_TIMER, kAddressTimer);
   EXPECT_EQ(logged_, Lines{L"本机网络地址已变化。"});
@@ -125,7 +125,7 @@ TEST_F(WindowSystem, LinesOfTheTunnelReachTheLog) {
   EXPECT_EQ(logged_, Lines{L"局域网发现已恢复。"});
 }
 
-TEST_F(WindowSystem, AnUnsuitableComputerIsToldInTheLogAndInABox) {
+TEST_F(WindowSystem, AnUnsuitableComputerIsReportedInTheLogAndInABox) {
   unsuitableComputer_ = L"警告：ARM64";
   Open();
   Pump();
@@ -133,7 +133,7 @@ TEST_F(WindowSystem, AnUnsuitableComputerIsToldInTheLogAndInABox) {
   EXPECT_EQ(boxes_, Lines{L"警告：ARM64"});
 }
 
-TEST_F(WindowSystem, TheEndOfTheSessionIsAgreedToAndMayBeCalledOff) {
+TEST_F(WindowSystem, TheEndOfTheSessionIsAcceptedAndMayBeCancelled) {
   OpenOnline();
   EXPECT_EQ(Send(WM_QUERYENDSESSION), TRUE);
   EXPECT_EQ(Send(WM_ENDSESSION, FALSE), 0);
@@ -146,7 +146,7 @@ TEST_F(WindowSystem, TheEndOfTheSessionStopsTheTunnelAndClearsTheProxyList) {
   std::vector<std::wstring> removed;
   onProxyRemoval_ = [&](const std::vector<std::wstring>& routes) {
     removed = routes;
-    // What a real removal does: it tells every window, this one included, and waits for each.
+    // A real removal broadcasts to every window, including this one, and waits for each.
     ::SendMessageTimeoutW(state_->window, WM_SETTINGCHANGE, 0, 0, SMTO_NORMAL, 10'000, nullptr);
   };
   OpenOnline();
@@ -162,7 +162,7 @@ TEST_F(WindowSystem, TheEndOfTheSessionStopsTheTunnelAndClearsTheProxyList) {
   EXPECT_TRUE(state_->closing.stop_requested());
   EXPECT_EQ(logged_, (Lines{L"Windows 正在结束会话：停止软件隧道，移除系统代理旁路。",
                             L"软件隧道已停止，设置已保存。"}));
-  // The window stays until the system ends the process; nothing more can be started in it.
+  // The window stays until the system ends the process, but starts no more jobs.
   PageSends(L"{\"action\":\"connect\",\"f\":{}}");
   EXPECT_TRUE(jobsRun_.empty());
 }
@@ -207,7 +207,7 @@ TEST_F(WindowSystem, TheEndOfTheSessionDoesNotWaitLongerThanTheSystem) {
   release.set_value();
 }
 
-TEST_F(WindowSystem, TheEndOfTheSessionSavesWhatIsNotOnTheDisk) {
+TEST_F(WindowSystem, TheEndOfTheSessionSavesUnsavedSettings) {
   OpenWithReadyPage();
   disk_.refuse = [](const std::wstring&) { return std::wstring(L"拒绝访问。"); };
   PageSends(L"{\"action\":\"discovery\",\"f\":{\"discovery\":true}}");

@@ -29,7 +29,7 @@ TEST_F(WindowView, HasItsTitleStyleAndSmallestSize) {
   EXPECT_EQ(limits.ptMinTrackSize.y, smallest.height);
 }
 
-TEST_F(WindowView, ComesUpInsideTheMonitorsRoom) {
+TEST_F(WindowView, OpensInsideTheWorkArea) {
   Open();
   ShowMainWindow(::GetModuleHandleW(nullptr), state_->window, SW_SHOWNOACTIVATE);
   MONITORINFO monitor{};
@@ -88,7 +88,7 @@ TEST_F(WindowView, AChangeOfScaleTakesTheSuggestedPlace) {
   EXPECT_EQ(page_.calls.back(), "fit");
 }
 
-TEST_F(WindowView, SizeMessagesBeforeThereIsAPageAreHarmless) {
+TEST_F(WindowView, SizeMessagesBeforeThePageExistsAreHarmless) {
   Open();
   state_->web.reset();
   Send(WM_SIZE, SIZE_RESTORED, MAKELPARAM(1300, 900));
@@ -152,7 +152,7 @@ TEST_F(WindowView, PaintsOwnerDrawnButtons) {
   ::ReleaseDC(nullptr, screen);
 }
 
-TEST_F(WindowView, ItsClassHasAnIconAnArrowAndADarkGround) {
+TEST_F(WindowView, ItsClassHasAnIconAnArrowAndADarkBackground) {
   Open();
   const HWND window = state_->window;
   LOGBRUSH brush{};
@@ -168,7 +168,7 @@ TEST_F(WindowView, ItsClassHasAnIconAnArrowAndADarkGround) {
   EXPECT_EQ(::GetMenu(window), nullptr);
 }
 
-// What windows are asked to take up, recorded below the procedure of the one under test.
+// The places requested from windows, recorded in a subclass of the tested one.
 struct PlaceRequest {
   WNDPROC procedure = nullptr;
   std::vector<WINDOWPOS> seen;
@@ -215,7 +215,7 @@ struct RepaintRow {
   LPARAM lParam;
 };
 
-TEST_F(WindowView, IsDrawnAgainAfterWhatConcernsIt) {
+TEST_F(WindowView, IsRepaintedAfterRelevantMessages) {
   const RepaintRow rows[] = {
       {"job's result", kJobFinished, 0, 0},
       {"refused heartbeat", kHeartbeatRefused, 0, 0},

@@ -1,4 +1,4 @@
-// The events and waits of the window's worker and of the session's end, call by call.
+// The Windows calls for the events and waits of the window's worker and of the session's end.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -20,7 +20,7 @@ const std::string kLookForSent =
 class WorkerCalls : public WindowTest {
  protected:
   void SetUp() override { OpenWithReadyPage(); }
-  // The fixture's own calls while it waits for a job.
+  // Ignores the fixture's own calls while it waits for a job.
   static void IgnorePump(Calls& calls) {
     calls.Ignore(Said<Api::MsgWaitForMultipleObjects>(0, nullptr, FALSE, 100, QS_ALLINPUT));
     calls.Ignore(Said<Api::PeekMessageW>(Some{}, nullptr, 0, 0, PM_REMOVE));
@@ -33,7 +33,7 @@ class WorkerCalls : public WindowTest {
   }
 };
 
-TEST_F(WorkerCalls, TellTheEndByAnEventOfEachJob) {
+TEST_F(WorkerCalls, SignalTheEndOfEachJobByAnEvent) {
   Calls calls(Calls::Threads::All);
   for (int job = 0; job < 2; ++job) {
     PageSends(kTest);
@@ -47,13 +47,13 @@ TEST_F(WorkerCalls, TellTheEndByAnEventOfEachJob) {
   EXPECT_EQ(state_->worker.joinable(), false);
 }
 
-TEST_F(WorkerCalls, AnswerWhatIsSentWhileTheyWaitForAJob) {
+TEST_F(WorkerCalls, AnswerSentMessagesWhileWaitingForAJob) {
   Calls calls;
   IgnorePump(calls);
   int waits = 0;
   calls.AnswerWith<Api::MsgWaitForMultipleObjects>(
       [&waits](DWORD count, const HANDLE* handles, BOOL all, DWORD ms, DWORD wake) -> DWORD {
-        if (count == 1 && ++waits <= 2) return WAIT_OBJECT_0 + 1;  // something was sent
+        if (count == 1 && ++waits <= 2) return WAIT_OBJECT_0 + 1;  // a sent message waits
         return Real<Api::MsgWaitForMultipleObjects>()(count, handles, all, ms, wake);
       });
   PageSends(kTest);
@@ -64,7 +64,7 @@ TEST_F(WorkerCalls, AnswerWhatIsSentWhileTheyWaitForAJob) {
   EXPECT_TRUE(IsLogged(L"完成"));
 }
 
-TEST_F(WorkerCalls, WaitForTheThreadItselfWhereTheEventDoesNotHelp) {
+TEST_F(WorkerCalls, WaitForTheThreadItselfIfTheEventFails) {
   for (const Api api : {Api::CreateEventW, Api::MsgWaitForMultipleObjects}) {
     logged_.clear();
     Calls calls;
@@ -88,7 +88,7 @@ TEST_F(WorkerCalls, WaitForTheThreadItselfWhereTheEventDoesNotHelp) {
   }
 }
 
-TEST_F(WorkerCalls, SurviveAnEndThatIsNotTold) {
+TEST_F(WorkerCalls, SurviveAnEndThatIsNotSignalled) {
   Calls calls(Calls::Threads::All);
   calls.AnswerWith<Api::MsgWaitForMultipleObjects>(
       [](DWORD count, const HANDLE* handles, BOOL all, DWORD ms, DWORD wake) -> DWORD {
@@ -116,7 +116,7 @@ TEST_F(WorkerCalls, LookForAStrandedResultWhileAJobRunsEvenWithoutATimer) {
 
 // ---- the end of the session
 
-TEST_F(WorkerCalls, LookEvery20MillisecondsForTheSessionsEndings) {
+TEST_F(WorkerCalls, PollEvery20MillisecondsAtTheSessionsEnd) {
   std::atomic<bool> mayEnd{false};
   onProxyRemoval_ = [&mayEnd](const std::vector<std::wstring>&) {
     while (!mayEnd) std::this_thread::yield();
@@ -135,7 +135,7 @@ TEST_F(WorkerCalls, LookEvery20MillisecondsForTheSessionsEndings) {
   EXPECT_TRUE(IsLogged(L"软件隧道已停止，设置已保存。"));
 }
 
-TEST_F(WorkerCalls, AskTheWorkersEventAtTheSessionsEnd) {
+TEST_F(WorkerCalls, CheckTheWorkersEventAtTheSessionsEnd) {
   std::atomic<bool> mayEnd{false};
   jobBody_ = [&mayEnd](settings::Settings&, tunnel::Tunnel&) {
     while (!mayEnd) std::this_thread::yield();
@@ -155,9 +155,9 @@ TEST_F(WorkerCalls, AskTheWorkersEventAtTheSessionsEnd) {
   EXPECT_TRUE(IsLogged(L"软件隧道已停止，设置已保存。"));
 }
 
-// ---- a change of address
+// ---- an address change
 
-TEST_F(WorkerCalls, WaitHalfASecondForFurtherChangesOfAddress) {
+TEST_F(WorkerCalls, WaitHalfASecondForFurtherAddressChanges) {
   Calls calls;
   Send(kAddressesChanged);
   Send(kAddressesChanged);

@@ -26,7 +26,7 @@ TEST(FailureText, NamesTheCodeAndTheUsualCausesInItsOwnWords) {
   }
 }
 
-TEST(FailureText, TakesTheSystemsWordsForOtherCodes) {
+TEST(FailureText, UsesTheSystemsTextForOtherCodes) {
   std::uint32_t asked = 0;
   const auto text = [&asked](std::uint32_t code) {
     asked = code;
@@ -39,11 +39,11 @@ TEST(FailureText, TakesTheSystemsWordsForOtherCodes) {
   EXPECT_EQ(FailureCause(0x80070ABC, NoText), L"错误 0x80070ABC：系统未给出说明。");
 }
 
-TEST(FailureText, SaysThatASuccessCameWithNothing) {
+TEST(FailureText, ReportsASuccessWithoutAnObject) {
   EXPECT_EQ(FailureCause(0, NoText), L"错误 0x00000000：运行时没有给出结果。");
 }
 
-TEST(FailureText, AnotherFolderHelpsNeitherAMissingRuntimeNorAClosedWindow) {
+TEST(FailureText, NoOtherFolderHelpsAMissingRuntimeOrAClosedWindow) {
   for (const std::uint32_t result : {0x80070002u, 0x8007007Eu, 0x8007064Eu, 0x80004004u}) {
     EXPECT_FALSE(MayBeTheFolder(result)) << result;
   }
@@ -65,8 +65,8 @@ class PageFailuresTest : public testing::Test {
     text_ = response.text;
     return response.recovery;
   }
-  // The page is back and some time goes by.
-  void Later(std::chrono::milliseconds passed) {
+  // The page loads again and `passed` elapses.
+  void AdvanceAfterReload(std::chrono::milliseconds passed) {
     failures_.OnPageAlive();
     now_ += passed;
   }
@@ -76,15 +76,15 @@ class PageFailuresTest : public testing::Test {
   std::wstring text_;
 };
 
-TEST_F(PageFailuresTest, ADeadBrowserIsMadeAnewAndADeadRendererShownAgain) {
+TEST_F(PageFailuresTest, ADeadBrowserIsRecreatedAndADeadRendererReloaded) {
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::MakeAnew);
   EXPECT_EQ(text_, L"警告：浏览器进程已退出，正在重新打开界面；连接不受影响。");
-  Later(60s);
+  AdvanceAfterReload(60s);
   EXPECT_EQ(Fail(Kind::RendererExited), PageRecovery::ShowPage);
   EXPECT_EQ(text_, L"警告：页面进程已退出，正在重新载入界面；连接不受影响。");
 }
 
-TEST_F(PageFailuresTest, HelperProcessesAreLoggedAndNothingElse) {
+TEST_F(PageFailuresTest, HelperProcessesAreOnlyLogged) {
   const std::pair<Kind, const wchar_t*> rows[] = {
       {Kind::FrameRendererExited, L"框架"},
       {Kind::UtilityExited, L"工具"},
@@ -103,31 +103,31 @@ TEST_F(PageFailuresTest, HelperProcessesAreLoggedAndNothingElse) {
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::MakeAnew) << "they count for nothing";
 }
 
-TEST_F(PageFailuresTest, TheThirdLossWithinAMinuteEndsIt) {
+TEST_F(PageFailuresTest, TheThirdLossWithinAMinuteEndsRecovery) {
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::MakeAnew);
-  Later(30s);
+  AdvanceAfterReload(30s);
   EXPECT_EQ(Fail(Kind::RendererExited), PageRecovery::ShowPage);
-  Later(29'999ms);
+  AdvanceAfterReload(29'999ms);
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::GiveUp);
   EXPECT_EQ(text_, L"界面恢复失败：一分钟内三次失效，已停止自动恢复；连接不受影响。");
-  Later(3600s);
+  AdvanceAfterReload(3600s);
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::None);
   EXPECT_EQ(text_, L"");
 }
 
-TEST_F(PageFailuresTest, LossesAMinuteApartNeverEndIt) {
+TEST_F(PageFailuresTest, LossesAMinuteApartNeverEndRecovery) {
   for (int i = 0; i < 20; ++i) {
     EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::MakeAnew);
-    Later(30s);
+    AdvanceAfterReload(30s);
   }
 }
 
-TEST_F(PageFailuresTest, ABrowserThatTakesItsRendererAlongIsOneLoss) {
+TEST_F(PageFailuresTest, ABrowserThatDiesWithItsRendererIsOneLoss) {
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(Fail(Kind::RendererExited), PageRecovery::ShowPage);
     EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::MakeAnew);
     EXPECT_EQ(text_, L"") << "told already";
-    Later(1s);
+    AdvanceAfterReload(1s);
   }
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::GiveUp);
 }
@@ -138,7 +138,7 @@ TEST_F(PageFailuresTest, ABrowserThatDiesBeforeThePageIsBackIsAnotherLoss) {
   EXPECT_EQ(Fail(Kind::BrowserExited), PageRecovery::GiveUp);
 }
 
-TEST_F(PageFailuresTest, AHangingPageIsToldAndMadeAnewWhenItHangsOn) {
+TEST_F(PageFailuresTest, AHangingPageIsReportedAndRecreatedIfItKeepsHanging) {
   EXPECT_EQ(Fail(Kind::RendererUnresponsive), PageRecovery::None);
   EXPECT_EQ(text_, L"警告：界面暂时没有响应；连接不受影响。");
   now_ += 15s;
@@ -149,7 +149,7 @@ TEST_F(PageFailuresTest, AHangingPageIsToldAndMadeAnewWhenItHangsOn) {
 TEST_F(PageFailuresTest, APageThatAnswersInBetweenIsGivenMoreTime) {
   for (int i = 0; i < 5; ++i) {
     EXPECT_EQ(Fail(Kind::RendererUnresponsive), PageRecovery::None);
-    Later(5s);
+    AdvanceAfterReload(5s);
   }
   EXPECT_EQ(Fail(Kind::RendererUnresponsive), PageRecovery::None);
   now_ += 61s;

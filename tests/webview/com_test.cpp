@@ -10,7 +10,7 @@
 namespace webview {
 namespace {
 
-TEST(ComPtr, HoldsOneReferenceAndGivesItBack) {
+TEST(ComPtr, HoldsAndReleasesOneReference) {
   RawObject object;
   {
     const auto shared = ComPtr<IUnknown>::Share(object.As<IUnknown>());
@@ -37,7 +37,7 @@ EnvironmentCompleted* MakeHandler(EnvironmentCompleted::Function function) {
   return new EnvironmentCompleted(kIidEnvironmentCompletedHandler, std::move(function));
 }
 
-TEST(Callback, AnswersForItsOwnIdAndIUnknownOnly) {
+TEST(Callback, SupportsOnlyItsOwnIdAndIUnknown) {
   const ComPtr<EnvironmentCompleted> handler(MakeHandler([](auto, auto) {}));
   void* object = nullptr;
   EXPECT_EQ(handler->QueryInterface(kIidEnvironmentCompletedHandler, &object), S_OK);
@@ -51,7 +51,7 @@ TEST(Callback, AnswersForItsOwnIdAndIUnknownOnly) {
   EXPECT_EQ(handler->Release(), 1u);
 }
 
-TEST(Callback, GoesWithItsLastReference) {
+TEST(Callback, IsDestroyedWithItsLastReference) {
   const auto witness = std::make_shared<int>(0);
   EnvironmentCompleted* handler = MakeHandler([witness](auto, auto) {});
   EXPECT_EQ(handler->AddRef(), 2u);

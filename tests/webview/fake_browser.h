@@ -12,17 +12,16 @@
 #include "webview/com.h"
 #include "webview/raw_object.h"
 
-// The runtime's side of the binary interface, as far as the host uses it.
+// Fakes of the runtime's COM objects, limited to the methods that the host uses.
 namespace webview {
 
 inline constexpr LONGLONG kToken = 0x1122334455667788;
 inline constexpr LONGLONG kFailureToken = 0x2233445566778899;
 
-// What the host did to the browser, in order.
+// The host's calls to the browser, in order.
 using Calls = std::vector<std::string>;
 
-// What the thread does inside one of the browser's calls, as when the runtime dispatches a message
-// there; once.
+// Runs once inside one of the browser's calls, as when the runtime dispatches a message there.
 struct Interruption {
   std::string call;
   std::function<void()> action;
@@ -195,7 +194,7 @@ class FakeEnvironment : public RawObject {
   Interruption& interruption_;
 };
 
-// A posted message: `text` is what TryGetWebMessageAsString gives, nothing = E_INVALIDARG.
+// A posted message. TryGetWebMessageAsString returns `text`, or E_INVALIDARG if it is empty.
 class FakeMessage : public RawObject {
  public:
   explicit FakeMessage(std::optional<std::wstring> text) : text_(std::move(text)) {
@@ -215,7 +214,7 @@ class FakeMessage : public RawObject {
   const std::optional<std::wstring> text_;
 };
 
-// A failed process: `kind` as the runtime numbers it, nothing = the call fails.
+// A failed process. `kind` is the runtime's number; nullopt makes the call fail.
 class FakeFailure : public RawObject {
  public:
   explicit FakeFailure(std::optional<int> kind) : kind_(kind) { Put(3, &GetKind); }

@@ -5,7 +5,7 @@
 namespace webview {
 namespace {
 
-// webview_test.rc embeds the text in UTF-8, with one byte that belongs to no character.
+// webview_test.rc embeds UTF-8 text with one invalid byte.
 TEST(PageFromResources, DecodesThePageThatTheProgramCarries) {
   EXPECT_EQ(PageFromResources(), L"<p>维马林 \xFFFD</p>");
 }

@@ -16,7 +16,7 @@ TEST(PageFileUrl, IsTheFileBesideTheProgram) {
   EXPECT_EQ(asked, L"D:\\Tools\\维马林\\app.html");
 }
 
-TEST(PageFileUrl, PointsIntoTheSourceTreeOtherwiseWithoutLooking) {
+TEST(PageFileUrl, OtherwisePointsIntoTheSourceTreeUnchecked) {
   int asked = 0;
   const auto exists = [&asked](const std::wstring&) {
     ++asked;

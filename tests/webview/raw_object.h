@@ -8,10 +8,9 @@
 
 namespace webview {
 
-// A COM object laid out by hand, as another compiler would: a pointer to a table of functions, each
-// taking the object first. Tests put functions into numbered slots and so check our declarations
-// from the other side of the binary interface. A slot without a function fails with E_NOTIMPL and
-// remembers nothing.
+// A COM object laid out by hand, as another compiler would lay it out: a pointer to a table of
+// functions that take the object first. Tests put functions into numbered slots, which checks our
+// declarations from the other side of the binary interface. An empty slot returns E_NOTIMPL.
 class RawObject {
  public:
   static constexpr std::size_t kSlots = 80;
@@ -30,7 +29,7 @@ class RawObject {
     slots_[slot] = reinterpret_cast<void*>(function);
   }
 
-  // Not looked into by the compiler: it must take the object for what a foreign library gives.
+  // The cast must stay opaque: the compiler must treat the object like a foreign library's.
   template <typename Interface>
   [[gnu::noipa]] Interface* As() {
     return reinterpret_cast<Interface*>(this);
@@ -43,9 +42,9 @@ class RawObject {
   static ULONG AddRef(RawObject* self) { return static_cast<ULONG>(++self->references_); }
   static ULONG Release(RawObject* self) { return static_cast<ULONG>(--self->references_); }
 
-  void** table_ = slots_.data();  // first: it is all that a caller knows of the object
+  void** table_ = slots_.data();  // must be first: callers find the table here
   std::array<void*, kSlots> slots_{};
-  int references_ = 1;  // the test's own
+  int references_ = 1;  // held by the test
 };
 
 }  // namespace webview

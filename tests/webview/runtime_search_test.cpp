@@ -48,7 +48,7 @@ std::wstring Library(const std::wstring& folder) {
   return folder + L"\\EBWebView\\x64\\EmbeddedBrowserWebView.dll";
 }
 
-// A computer with some registered runtimes and some files.
+// A fake registry and file system for the search.
 class FindInstalledRuntimeTest : public testing::Test {
  protected:
   void Register(RuntimeRoot root, const std::wstring& channel, const std::wstring& folder,
@@ -74,7 +74,7 @@ class FindInstalledRuntimeTest : public testing::Test {
   std::vector<Place> asked_;
 };
 
-TEST_F(FindInstalledRuntimeTest, LooksAtAllUsersChannelsBeforeTheUsersOwn) {
+TEST_F(FindInstalledRuntimeTest, ChecksAllUsersChannelsBeforeTheUsersOwn) {
   EXPECT_FALSE(Find());
   const std::vector<Place> wanted = {
       {RuntimeRoot::AllUsers, kStable},    {RuntimeRoot::AllUsers, kBeta},
@@ -85,7 +85,7 @@ TEST_F(FindInstalledRuntimeTest, LooksAtAllUsersChannelsBeforeTheUsersOwn) {
   EXPECT_EQ(asked_, wanted);
 }
 
-TEST_F(FindInstalledRuntimeTest, TakesTheFirstThatIsThere) {
+TEST_F(FindInstalledRuntimeTest, TakesTheFirstExistingRuntime) {
   Register(RuntimeRoot::CurrentUser, kStable, L"C:\\mine\\120.0.0.0");
   EXPECT_EQ(Find(), Library(L"C:\\mine\\120.0.0.0"));
   Register(RuntimeRoot::AllUsers, kBeta, L"C:\\beta\\130.0.0.0");
@@ -94,7 +94,7 @@ TEST_F(FindInstalledRuntimeTest, TakesTheFirstThatIsThere) {
   EXPECT_EQ(Find(), Library(L"C:\\all\\119.0.0.0"));
 }
 
-TEST_F(FindInstalledRuntimeTest, PassesOverTheTooOldAndTheBroken) {
+TEST_F(FindInstalledRuntimeTest, SkipsOutdatedAndBrokenRuntimes) {
   Register(RuntimeRoot::AllUsers, kStable, L"C:\\old\\86.0.615.99");
   Register(RuntimeRoot::CurrentUser, kStable, L"C:\\odd\\newest");
   Register(RuntimeRoot::AllUsers, kBeta, L"C:\\empty\\130.0.0.0", false);

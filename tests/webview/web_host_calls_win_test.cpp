@@ -1,4 +1,4 @@
-// Every Windows call of the host's: its arguments, and what comes of its failure.
+// Every Windows call of the host, with its arguments and its failure.
 #include <algorithm>
 
 #include "webview/web_host_fixture.h"
@@ -15,7 +15,7 @@ using win32::Text;
 
 class WebHostCalls : public WebHostTest {
  protected:
-  void ComeUp() {
+  void CreateAndComplete() {
     Create();
     CompleteEnvironment();
     CompleteController();
@@ -25,9 +25,9 @@ class WebHostCalls : public WebHostTest {
   }
 };
 
-TEST_F(WebHostCalls, AskForTheWindowsAreaStateAndFocus) {
+TEST_F(WebHostCalls, QueryTheWindowsAreaStateAndFocus) {
   win32::Calls windows;
-  ComeUp();
+  CreateAndComplete();
   EXPECT_TRUE(windows.WereAmong(
       {Api::GetClientRect, Api::IsIconic, Api::GetForegroundWindow, Api::GetFocus},
       {
@@ -40,7 +40,7 @@ TEST_F(WebHostCalls, AskForTheWindowsAreaStateAndFocus) {
 TEST_F(WebHostCalls, CoverNothingWithoutAnArea) {
   win32::Calls windows;
   windows.Fail(Api::GetClientRect, ERROR_INVALID_WINDOW_HANDLE);
-  ComeUp();
+  CreateAndComplete();
   EXPECT_TRUE(host_->IsUp());
   EXPECT_FALSE(Did("put_Bounds"));
 }
@@ -48,21 +48,21 @@ TEST_F(WebHostCalls, CoverNothingWithoutAnArea) {
 TEST_F(WebHostCalls, HideThePageOfAMinimisedWindow) {
   win32::Calls windows;
   windows.AnswerWith<Api::IsIconic>([](HWND) { return TRUE; });
-  ComeUp();
+  CreateAndComplete();
   EXPECT_TRUE(Did("hide"));
   EXPECT_FALSE(Did("MoveFocus"));
 }
 
-TEST_F(WebHostCalls, HandOnTheKeyboardThatTheWindowHas) {
+TEST_F(WebHostCalls, PassOnTheWindowsKeyboard) {
   win32::Calls windows;
   windows.AnswerWith<Api::GetFocus>([this] { return window_; });
-  ComeUp();
+  CreateAndComplete();
   EXPECT_TRUE(Did("MoveFocus"));
   EXPECT_FALSE(Did("hide"));
 }
 
-// The keyboard was the control's that has gone: nobody has it.
-TEST_F(WebHostCalls, HandOnTheKeyboardOfAControlThatHasGone) {
+// The destroyed control had the keyboard, so no window has it now.
+TEST_F(WebHostCalls, PassOnTheKeyboardOfADestroyedControl) {
   BringUp();
   for (const bool isActive : {true, false}) {
     win32::Calls windows;

@@ -13,21 +13,21 @@
 
 namespace webview {
 
-// A host in a window of its own, with a browser that does what the test makes it do.
+// A host in its own window with a fake browser that the test controls.
 class WebHostTest : public testing::Test {
  protected:
   WebHostTest();
   ~WebHostTest() override;
 
   void Create();
-  // The last environment or controller asked for comes.
+  // Complete the last requested environment or controller.
   void CompleteEnvironment();
   void CompleteController();
-  // All of that, with the calls forgotten.
+  // Creates the host, completes both and clears the recorded calls.
   void BringUp();
-  // The page posts `text`, or something that is no string.
+  // Posts `text` from the page, or a value that is not a string.
   void Post(std::optional<std::wstring> text);
-  // A process of the browser fails; nothing = the runtime does not tell which.
+  // Fails a process of the browser; nullopt: the runtime does not report which one.
   void FailProcess(std::optional<int> kind);
 
   Calls calls_;
@@ -40,8 +40,8 @@ class WebHostTest : public testing::Test {
   bool failAtOnce_ = false;
   HRESULT createResult_ = S_OK;
   std::wstring page_;                  // in the resources
-  std::wstring otherFolder_;           // empty: there is none
-  std::vector<std::wstring> folders_;  // asked for, in order
+  std::wstring otherFolder_;           // empty if there is none
+  std::vector<std::wstring> folders_;  // requested, in order
   std::vector<std::wstring> logged_;
   std::vector<std::wstring> messages_;
   std::vector<std::wstring> failures_;

@@ -5,7 +5,7 @@
 
 #include "webview/web_host_fixture.h"
 
-// What the host does once its browser has failed.
+// The host's recovery after its browser has failed.
 namespace webview {
 namespace {
 
@@ -13,7 +13,7 @@ using Lines = std::vector<std::wstring>;
 
 class WebHostRecovery : public WebHostTest {};
 
-TEST_F(WebHostRecovery, TellsEachKindOfFailedProcess) {
+TEST_F(WebHostRecovery, ReportsEachKindOfFailedProcess) {
   BringUp();
   for (int kind = 0; kind <= 9; ++kind) FailProcess(kind);
   FailProcess(std::nullopt);
@@ -45,7 +45,7 @@ TEST_F(WebHostRecovery, LoadsThePageAgain) {
   EXPECT_TRUE(calls_.empty());
 }
 
-TEST_F(WebHostRecovery, MakesAnotherControlFromTheEnvironmentUp) {
+TEST_F(WebHostRecovery, RecreatesTheControlFromTheEnvironmentUp) {
   BringUp();
   const auto oldMessages =
       ComPtr<ICoreWebView2WebMessageReceivedEventHandler>::Share(webView_.handler.Get());
@@ -77,7 +77,7 @@ TEST_F(WebHostRecovery, MakesAnotherControlFromTheEnvironmentUp) {
   EXPECT_EQ(secondController.References(), 1);
 }
 
-TEST_F(WebHostRecovery, TheControlThatStandsInGetsTheKeyboardOfTheActiveWindow) {
+TEST_F(WebHostRecovery, TheReplacementControlGetsTheKeyboardOfTheActiveWindow) {
   ::ShowWindow(window_, SW_SHOW);
   ::SetForegroundWindow(window_);
   ::SetFocus(nullptr);  // the old control's window had it
@@ -89,7 +89,7 @@ TEST_F(WebHostRecovery, TheControlThatStandsInGetsTheKeyboardOfTheActiveWindow) 
   EXPECT_EQ(calls_.back(), "MoveFocus");
 }
 
-TEST_F(WebHostRecovery, TellsOfFailuresToComeBackAsOfTheFirstOnes) {
+TEST_F(WebHostRecovery, ReportsFailedRecoveriesLikeFirstFailures) {
   BringUp();
   createResult_ = E_FAIL;
   host_->MakeAnew();
@@ -108,14 +108,14 @@ TEST_F(WebHostRecovery, TellsOfFailuresToComeBackAsOfTheFirstOnes) {
                             L"错误 0x80070005：拒绝访问，无法写入界面数据文件夹。"}));
 }
 
-TEST_F(WebHostRecovery, MakesNothingAnewOnceItIsClosed) {
+TEST_F(WebHostRecovery, RecreatesNothingOnceItIsClosed) {
   BringUp();
   host_->Close();
   host_->MakeAnew();
   EXPECT_EQ(folders_.size(), 1u);
 }
 
-TEST_F(WebHostRecovery, GoesInsideTheCallsThatMakeItAnew) {
+TEST_F(WebHostRecovery, CanBeDestroyedInsideTheCallsThatRecreateIt) {
   for (const char* call : {"remove_WebMessageReceived", "remove_ProcessFailed", "Close"}) {
     SCOPED_TRACE(call);
     folders_.clear();
@@ -131,7 +131,7 @@ TEST_F(WebHostRecovery, GoesInsideTheCallsThatMakeItAnew) {
   }
 }
 
-TEST_F(WebHostRecovery, ATextForABrowserThatHasGoneIsNotRefused) {
+TEST_F(WebHostRecovery, ATextForADeadBrowserIsNotRefused) {
   BringUp();
   webView_.postResult = kControlGone;
   EXPECT_TRUE(host_->PostJson(L"{\x01}"));
@@ -144,7 +144,7 @@ TEST_F(WebHostRecovery, ATextForABrowserThatHasGoneIsNotRefused) {
 constexpr wchar_t kOtherFolder[] =
     L"提示：界面数据文件夹不可用，改用桌面用户的文件夹：C:\\Users\\desk\\data";
 
-TEST_F(WebHostRecovery, TriesTheOtherFolderOnceWhereTheUsualOneFails) {
+TEST_F(WebHostRecovery, TriesTheOtherFolderOnceIfTheUsualOneFails) {
   otherFolder_ = L"C:\\Users\\desk\\data";
   createResult_ = E_ACCESSDENIED;
   Create();
@@ -159,7 +159,7 @@ TEST_F(WebHostRecovery, TriesTheOtherFolderOnceWhereTheUsualOneFails) {
   EXPECT_EQ(failures_.size(), 1u);
 }
 
-TEST_F(WebHostRecovery, StaysWithTheOtherFolderOnceItServes) {
+TEST_F(WebHostRecovery, KeepsTheOtherFolderOnceItWorks) {
   otherFolder_ = L"C:\\Users\\desk\\data";
   Create();
   CompleteEnvironment();

@@ -25,7 +25,7 @@ constexpr wchar_t kNoStart[] = L"错误 0x80004005：浏览器进程无法启动
 constexpr wchar_t kNothing[] = L"错误 0x00000000：运行时没有给出结果。";
 constexpr wchar_t kAborted[] = L"错误 0x80004004：窗口在界面创建完成之前已关闭。";
 
-// Both lines of a failed environment, as the message box shows them.
+// Both lines of the message box about a failed environment.
 Lines Box(const wchar_t* cause) {
   return {std::wstring(kEnvironmentFailed) + L"\r\n" + cause};
 }
@@ -40,7 +40,7 @@ TEST_F(WebHostTest, ComesUpStepByStep) {
   EXPECT_EQ(environment_.parent, window_);
   EXPECT_FALSE(host_->IsUp());
   CompleteController();
-  // No app.html lies beside the test program.
+  // There is no app.html beside the test program.
   EXPECT_EQ(calls_, (Calls{"CreateController", "put_Bounds", "add_WebMessageReceived",
                            "add_ProcessFailed", "Navigate"}));
   EXPECT_TRUE(host_->IsUp());
@@ -66,7 +66,7 @@ TEST_F(WebHostTest, ShowsTheFileInTheSourceTreeWithoutAPageInTheResources) {
   EXPECT_TRUE(logged_.empty());
 }
 
-TEST_F(WebHostTest, ShowsThePageInTheResourcesAndLooksForNoFile) {
+TEST_F(WebHostTest, ShowsThePageInTheResourcesWithoutLookingForAFile) {
   page_ = L"<p>维马林</p>";
   Create();
   CompleteEnvironment();
@@ -96,7 +96,7 @@ TEST_F(WebHostTest, LogsAMissingRuntimeOnce) {
   EXPECT_FALSE(host_->IsUp());
 }
 
-TEST_F(WebHostTest, LogsAFailureThatComesBothWaysOnce) {
+TEST_F(WebHostTest, LogsAFailureReportedBothWaysOnce) {
   createResult_ = E_FAIL;
   failAtOnce_ = true;
   Create();
@@ -112,7 +112,7 @@ TEST_F(WebHostTest, LogsAnEnvironmentThatFailsLater) {
   EXPECT_TRUE(calls_.empty());
 }
 
-TEST_F(WebHostTest, LogsAnEnvironmentThatIsMissingInASuccess) {
+TEST_F(WebHostTest, LogsASuccessWithoutAnEnvironment) {
   Create();
   environmentHandler_->Invoke(S_OK, nullptr);
   EXPECT_EQ(logged_, (Lines{kEnvironmentFailed, kNothing}));
@@ -127,7 +127,7 @@ TEST_F(WebHostTest, LogsAControllerThatFailsLater) {
   EXPECT_FALSE(host_->IsUp());
 }
 
-TEST_F(WebHostTest, LogsAControllerThatIsMissingInASuccess) {
+TEST_F(WebHostTest, LogsASuccessWithoutAController) {
   Create();
   CompleteEnvironment();
   environment_.handler->Invoke(S_OK, nullptr);
@@ -148,7 +148,7 @@ TEST_F(WebHostTest, LogsAControllerWithoutAWebView) {
   EXPECT_FALSE(host_->IsUp());
 }
 
-TEST_F(WebHostTest, PassesOnStringsAndNothingElse) {
+TEST_F(WebHostTest, ForwardsOnlyStrings) {
   BringUp();
   Post(L"{\"action\":\"ready\"}");
   Post(std::nullopt);
@@ -157,7 +157,7 @@ TEST_F(WebHostTest, PassesOnStringsAndNothingElse) {
   EXPECT_EQ(messages_, (std::vector<std::wstring>{L"{\"action\":\"ready\"}", L""}));
 }
 
-TEST_F(WebHostTest, TellsTheControlOfTheWindow) {
+TEST_F(WebHostTest, ForwardsTheWindowsChangesToTheControl) {
   BringUp();
   host_->FitToWindow();
   host_->SetVisible(false);
@@ -169,13 +169,13 @@ TEST_F(WebHostTest, TellsTheControlOfTheWindow) {
   EXPECT_EQ(webView_.posted, std::vector<std::wstring>{L"{}"});
 }
 
-TEST_F(WebHostTest, TellsWhichMessagesThePageRefuses) {
+TEST_F(WebHostTest, ReportsWhichMessagesThePageRefuses) {
   BringUp();
   EXPECT_TRUE(host_->PostJson(L"{}"));
   webView_.postResult = E_INVALIDARG;
   EXPECT_FALSE(host_->PostJson(L"{\x01}"));
   EXPECT_EQ(webView_.posted.size(), 2u);
-  // The runtime takes texts that end at the first U+0000 and would show a part for the whole.
+  // The runtime's texts end at the first U+0000, so it would silently show only a part.
   webView_.postResult = S_OK;
   EXPECT_FALSE(host_->PostJson(std::wstring(L"1\0002", 3)));
   EXPECT_EQ(webView_.posted.size(), 2u);
@@ -205,7 +205,7 @@ TEST_F(WebHostTest, GivesThePageTheKeyboardThatTheWindowAlreadyHas) {
   EXPECT_EQ(calls_.back(), "MoveFocus");
 }
 
-TEST_F(WebHostTest, ClosesInTheOrderOfTheRuntimeAndKeepsNothing) {
+TEST_F(WebHostTest, ClosesInTheRuntimesOrderAndKeepsNothing) {
   BringUp();
   host_->Close();
   EXPECT_EQ(calls_, (Calls{"remove_WebMessageReceived", "remove_ProcessFailed", "Close"}));
@@ -222,7 +222,7 @@ TEST_F(WebHostTest, ClosesInTheOrderOfTheRuntimeAndKeepsNothing) {
   EXPECT_EQ(environment_.References(), 1);
 }
 
-TEST_F(WebHostTest, GoesWithoutBeingClosed) {
+TEST_F(WebHostTest, CanBeDestroyedWithoutBeingClosed) {
   BringUp();
   host_.reset();
   EXPECT_EQ(calls_, (Calls{"remove_WebMessageReceived", "remove_ProcessFailed", "Close"}));
@@ -231,7 +231,7 @@ TEST_F(WebHostTest, GoesWithoutBeingClosed) {
   EXPECT_TRUE(messages_.empty());
 }
 
-TEST_F(WebHostTest, ClosesAControllerThatComesTooLate) {
+TEST_F(WebHostTest, ClosesALateController) {
   Create();
   CompleteEnvironment();
   host_->Close();
@@ -246,7 +246,7 @@ TEST_F(WebHostTest, ClosesAControllerThatComesTooLate) {
   EXPECT_TRUE(logged_.empty());
 }
 
-TEST_F(WebHostTest, IgnoresAnEnvironmentThatComesTooLate) {
+TEST_F(WebHostTest, IgnoresALateEnvironment) {
   Create();
   host_->Close();
   CompleteEnvironment();
@@ -255,7 +255,7 @@ TEST_F(WebHostTest, IgnoresAnEnvironmentThatComesTooLate) {
   EXPECT_TRUE(logged_.empty());
 }
 
-TEST_F(WebHostTest, StopsWhereItIsClosedInsideACallThatBringsItUp) {
+TEST_F(WebHostTest, StopsWhenClosedInsideACallThatBringsItUp) {
   const Calls bringingUp = {"CreateCoreWebView2Controller",
                             "get_CoreWebView2",
                             "put_Bounds",
@@ -269,7 +269,7 @@ TEST_F(WebHostTest, StopsWhereItIsClosedInsideACallThatBringsItUp) {
     for (const bool destroyed : {false, true}) {
       SCOPED_TRACE(call + (destroyed ? ", destroyed" : ", closed"));
       page_ = call == "Navigate" ? L"" : L"<p></p>";
-      // What a closed control answers; none of it is a failure that the engineer needs to know.
+      // A closed control returns these codes; the engineer does not need to see them.
       webView_.navigateResult = call.starts_with("Navigate") ? E_ABORT : S_OK;
       environment_.createResult = call.starts_with("Create") ? E_ABORT : S_OK;
       Calls before;
@@ -298,7 +298,7 @@ TEST_F(WebHostTest, StopsWhereItIsClosedInsideACallThatBringsItUp) {
   }
 }
 
-TEST_F(WebHostTest, GoesInsideEveryCallThatTheOwnerMakes) {
+TEST_F(WebHostTest, CanBeDestroyedInsideEveryCallOfItsOwner) {
   const std::pair<const char*, std::function<void(WebHost&)>> rows[] = {
       {"put_Bounds", [](WebHost& host) { host.FitToWindow(); }},
       {"put_IsVisible", [](WebHost& host) { host.SetVisible(true); }},
@@ -325,7 +325,7 @@ TEST_F(WebHostTest, GoesInsideEveryCallThatTheOwnerMakes) {
   }
 }
 
-TEST_F(WebHostTest, IgnoresACancelledControllerWhileTheWindowGoes) {
+TEST_F(WebHostTest, IgnoresACancelledControllerWhileTheWindowCloses) {
   Create();
   CompleteEnvironment();
   host_->Close();

@@ -1,4 +1,4 @@
-// Every call of the loader's: its arguments, and what comes of its failure.
+// Every Windows call of the loader, with its arguments and its failure.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -20,7 +20,7 @@ constexpr char kExport[] = "CreateWebViewEnvironmentWithOptionsInternal";
 constexpr DWORD kSearch = LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32;
 constexpr wchar_t kDataFolder[] = L"C:\\data";
 
-// How the library's export was called.
+// The arguments of the call to the library's export.
 struct Created {
   int count = 0;
   bool checksRunning = false;
@@ -38,7 +38,7 @@ Create(bool checksRunning, int type, PCWSTR folder, IUnknown* options,
   return 0x1234;
 }
 
-// A runtime that is registered for all users, and whose library is there.
+// A runtime registered for all users, with its library.
 class FakeRuntime {
  public:
   void Answer(win32::Calls& calls) const {
@@ -103,7 +103,7 @@ class LoaderCalls : public testing::Test {
   win32::Calls calls_;
 };
 
-TEST_F(LoaderCalls, TakeTheRegisteredRuntimeAndKeepItsLibrary) {
+TEST_F(LoaderCalls, UseTheRegisteredRuntimeAndKeepItsLibrary) {
   EXPECT_EQ(Load(), 0x1234);
   EXPECT_TRUE(calls_.Were({
       Said<Api::RegOpenKeyExW>(HKEY_LOCAL_MACHINE, kStable, 0, KEY_READ | KEY_WOW64_32KEY, Some{}),
@@ -135,7 +135,7 @@ TEST_F(LoaderCalls, ReadARegisteredFolderOfAnyLength) {
   EXPECT_TRUE(calls_.WereAmong({Api::RegQueryValueExW}, {saidRead(520), saidRead(neededBytes)}));
 }
 
-TEST_F(LoaderCalls, AskForTheUsersOwnRuntimeWhenTheComputerHasNone) {
+TEST_F(LoaderCalls, TryTheUsersOwnRuntimeWhenTheComputerHasNone) {
   constexpr int kChannels = 5;
   for (int nth = 1; nth <= kChannels; ++nth) {
     calls_.Fail(Api::RegOpenKeyExW, ERROR_FILE_NOT_FOUND, nth);
@@ -146,7 +146,7 @@ TEST_F(LoaderCalls, AskForTheUsersOwnRuntimeWhenTheComputerHasNone) {
       Said<Api::RegOpenKeyExW>(HKEY_CURRENT_USER, kStable, 0, KEY_READ | KEY_WOW64_32KEY, Some{})));
 }
 
-TEST_F(LoaderCalls, PassOverWhatIsNoString) {
+TEST_F(LoaderCalls, SkipNonStringValues) {
   for (const int type : {REG_EXPAND_SZ, REG_BINARY, REG_MULTI_SZ}) {
     runtime_.type = static_cast<DWORD>(type);
     EXPECT_EQ(Load(), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)) << type;
@@ -154,7 +154,7 @@ TEST_F(LoaderCalls, PassOverWhatIsNoString) {
   EXPECT_EQ(calls_.Unbalanced(), "");
 }
 
-TEST(LoaderFailures, AreToldAndLeaveNothingOpen) {
+TEST(LoaderFailures, AreReportedAndLeaveNothingOpen) {
   const struct {
     Api api;
     DWORD error;

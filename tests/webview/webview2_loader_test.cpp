@@ -14,8 +14,8 @@ namespace {
 constexpr wchar_t kInternalChannel[] =
     L"Software\\Microsoft\\EdgeUpdate\\ClientState\\{BE59E8FD-089A-411B-A3B0-051D9E417818}";
 
-// A runtime folder of the test's own, registered for this user under the channel that comes last.
-// The computer that the tests run on has no other runtime.
+// A temporary runtime folder, registered for this user under the channel searched last. The
+// computer must have no other runtime.
 class Loader : public testing::Test {
  protected:
   Loader()
@@ -47,16 +47,16 @@ class Loader : public testing::Test {
   HKEY key_ = nullptr;
 };
 
-TEST_F(Loader, SaysThatThereIsNoRuntime) {
+TEST_F(Loader, ReportsAMissingRuntime) {
   EXPECT_EQ(Create(), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
 }
 
-TEST_F(Loader, SaysThatALibraryCannotBeLoaded) {
+TEST_F(Loader, ReportsALibraryThatCannotBeLoaded) {
   std::ofstream(Library(), std::ios::binary) << "no library";
   EXPECT_EQ(Create(), HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT));
 }
 
-TEST_F(Loader, SaysThatALibraryIsNoRuntime) {
+TEST_F(Loader, ReportsALibraryThatIsNotARuntime) {
   wchar_t system[MAX_PATH] = {};
   ::GetSystemDirectoryW(system, MAX_PATH);
   std::filesystem::copy_file(std::filesystem::path(system) / L"version.dll", Library());

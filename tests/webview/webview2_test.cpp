@@ -10,7 +10,7 @@
 namespace webview {
 namespace {
 
-// Every slot answers with its own number, so a call tells which slot it went through.
+// Every slot returns its own number, which identifies the slot that a call used.
 constexpr HRESULT kFirstAnswer = 0x2000;
 
 template <std::size_t slot>
@@ -35,7 +35,7 @@ struct SlotRow {
   HRESULT (*call)(NumberedObject& object);
 };
 
-// The slot numbers are those of the published tables, typed again here.
+// The published slot numbers, written down independently of our declarations.
 const SlotRow kSlotRows[] = {
     {"Environment.CreateCoreWebView2Controller", 3,
      [](NumberedObject& o) {
