@@ -98,13 +98,13 @@ class WindowTest : public testing::Test {
   void FinishJob();
   // Calls Open and Pump, makes the page ready and clears all records.
   void OpenWithReadyPage();
-  // Destroys the window as its close button does.
+  // Closes the window as its close button does.
   void Close();
 
   // Sends `json` from the page; returns once it has been handled.
   void PageSends(const std::wstring& json);
   void Log(const std::wstring& text) { state_->client.Log(text); }
-  // The first goes through the window's queue, the second delivers at once.
+  // PostToPage uses the window's queue; DeliverToPage delivers at once.
   void PostToPage(const std::wstring& json);
   void DeliverToPage(const std::wstring& json) { state_->client.DeliverToPage(json); }
   // Sends one of the window's own messages with a text.
