@@ -168,8 +168,8 @@ std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes, const Pr
   return kRemoved + text::Join(entries, kSeparator);
 }
 
-std::wstring TakeOffLeftovers(
-    ProxyNote& note, const std::function<ProxyListDeps(const std::wstring& user)>& listOf) {
+std::wstring RemoveLeftovers(ProxyNote& note,
+                             const std::function<ProxyListDeps(const std::wstring& user)>& listOf) {
   // The lock is not held while programs are notified, which may take seconds.
   std::vector<NotedList> lists;
   {

@@ -62,7 +62,7 @@ std::wstring RemoveProxyBypass(const std::vector<std::wstring>& routes, const Pr
 // Entries that were on the list before the program added its own are not noted and stay. Keeps the
 // note of a list that cannot be edited now. Returns the log line with the removed entries, empty
 // without any.
-std::wstring TakeOffLeftovers(ProxyNote& note,
-                              const std::function<ProxyListDeps(const std::wstring& user)>& listOf);
+std::wstring RemoveLeftovers(ProxyNote& note,
+                             const std::function<ProxyListDeps(const std::wstring& user)>& listOf);
 
 }  // namespace diag

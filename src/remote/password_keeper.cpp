@@ -76,7 +76,7 @@ void PasswordKeeper::RemoveWhenDue() {
 void PasswordKeeper::TryToRemove() {
   if (!copied_) return;
   // Runs under the lock, so that a newer password cannot be removed in place of this one.
-  if (takeOff_(copied_->password)) {
+  if (clear_(copied_->password)) {
     copied_.reset();
   } else {
     copied_->due = now_() + kRetryInterval;

@@ -27,15 +27,15 @@ class PasswordKeeper {
 
   using Clock = std::function<std::chrono::steady_clock::time_point()>;
 
-  // `copy` puts a text on the clipboard; `takeOff` empties the clipboard if it holds that text and
+  // `copy` puts a text on the clipboard; `clear` empties the clipboard if it holds that text and
   // returns false when the text may still be there. `longestWait` bounds the time between two looks
   // at the clock, because waiting does not count the time that a computer sleeps.
   PasswordKeeper(std::function<bool(const std::wstring& text)> copy,
-                 std::function<bool(const std::wstring& text)> takeOff,
+                 std::function<bool(const std::wstring& text)> clear,
                  Clock now = std::chrono::steady_clock::now,
                  std::chrono::milliseconds longestWait = std::chrono::seconds(30))
       : copy_(std::move(copy)),
-        takeOff_(std::move(takeOff)),
+        clear_(std::move(clear)),
         now_(std::move(now)),
         longestWait_(longestWait) {}
   ~PasswordKeeper() { End(); }
@@ -71,7 +71,7 @@ class PasswordKeeper {
   void TryToRemove() REQUIRES(lock_);
 
   const std::function<bool(const std::wstring& text)> copy_;
-  const std::function<bool(const std::wstring& text)> takeOff_;
+  const std::function<bool(const std::wstring& text)> clear_;
   const Clock now_;
   const std::chrono::milliseconds longestWait_;
   mutable platform::Mutex lock_;

@@ -72,8 +72,8 @@ class RealDeps final : public WindowDeps {
   std::wstring LayOutRuntimeFiles() override { return shell::LayOutRuntimeFiles(folderHold_); }
   settings::SettingsFile OpenSettings() override { return settings::RealSettingsFile(); }
   std::unique_ptr<tunnel::Tunnel> MakeTunnel() override { return tunnel::MakeRealTunnel(); }
-  std::wstring TakeOffLeftovers() override {
-    return diag::TakeOffLeftovers(diag::RealProxyNote(), diag::LeftoverProxyOverride);
+  std::wstring RemoveLeftovers() override {
+    return diag::RemoveLeftovers(diag::RealProxyNote(), diag::LeftoverProxyOverride);
   }
   std::wstring UnsuitableComputer() override {
     return platform::IsArm64Windows() ? std::wstring(kArm64) : std::wstring();

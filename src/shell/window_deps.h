@@ -35,7 +35,7 @@ class WindowDeps {
   virtual std::unique_ptr<tunnel::Tunnel> MakeTunnel() = 0;
   // Before any job: removes proxy entries that an earlier run left behind. Returns a line, or
   // nothing.
-  virtual std::wstring TakeOffLeftovers() = 0;
+  virtual std::wstring RemoveLeftovers() = 0;
   // Returns a warning when the program cannot fully work on this computer.
   virtual std::wstring UnsuitableComputer() = 0;
 

@@ -42,7 +42,7 @@ void MainWindow::Create() {
   LayOut(window_);
   client_.Start();
   // Before any job of this run adds proxy entries of its own.
-  const std::wstring leftovers = deps_->TakeOffLeftovers();
+  const std::wstring leftovers = deps_->RemoveLeftovers();
   if (!leftovers.empty()) client_.Log(leftovers);
   client_.Warn(deps_->UnsuitableComputer());
   StartUpdateCheck();

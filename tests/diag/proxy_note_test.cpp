@@ -90,7 +90,7 @@ class ProxyLeftovers : public ProxyNoteTest {
     return RemoveProxyBypass(routes, stores_, note_);
   }
   std::wstring Start() {
-    return TakeOffLeftovers(note_, [this](const std::wstring& user) {
+    return RemoveLeftovers(note_, [this](const std::wstring& user) {
       return user.empty() ? own_.Store() : desktop_.Store(user);
     });
   }

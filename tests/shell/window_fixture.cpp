@@ -78,7 +78,7 @@ class WindowTest::FakeDeps final : public WindowDeps {
     test_.tunnel_ = tunnel.get();
     return tunnel;
   }
-  std::wstring TakeOffLeftovers() override { return test_.leftovers_; }
+  std::wstring RemoveLeftovers() override { return test_.leftovers_; }
   std::wstring UnsuitableComputer() override { return test_.unsuitableComputer_; }
 
   void WriteLogLine(const std::wstring& text) override { test_.logged_.push_back(text); }
