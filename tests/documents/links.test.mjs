@@ -79,6 +79,15 @@ test('every file or folder in backticks exists', () => {
   assert.deepEqual(named.filter((one) => !isThere(one)), []);
 });
 
+test('every test or function named behind its file exists, an ellipsis standing for the rest of its name', () => {
+  const named = kDocuments.flatMap((document) =>
+    [...read(document).matchAll(/`([a-z_]+(?:\/[a-z0-9_]+)+)` ([A-Z]\w+)(…?)/g)].map(([, file, name, rest]) => ({ document, file, name, rest })));
+  assert.ok(named.length > 15);
+  const isThere = ({ file, name, rest }) => [`tests/${file}_test.cpp`, `tests/${file}_win_test.cpp`, `src/${file}.cpp`]
+    .some((place) => isFile(place) && new RegExp(`\\b${name}${rest ? '' : '\\b'}`).test(read(place)));
+  assert.deepEqual(named.filter((one) => !isThere(one)), []);
+});
+
 test('the page for the first day names only checks of the report', () => {
   const checks = [...read('src/checks/real_checks_win.cpp').matchAll(/\{"([a-z0-9-]+)",/g)].map(([, name]) => name);
   const named = rows(read('docs/first-day-on-windows.md')).flatMap(([, , see]) => quoted(see ?? ''))
