@@ -89,6 +89,7 @@ bool CopySecretToClipboard(const std::wstring& text, void* ownerWindow) {
 }
 
 bool TakeSecretOffClipboard(const std::wstring& text) {
+  // No owner is needed, because nothing is put on the clipboard.
   SystemClipboard clipboard(nullptr);
   return TakeTextOff(clipboard, text, Pause);
 }

@@ -36,7 +36,7 @@ inline std::optional<DesktopUser> FindOtherDesktopUser(
 // The process that owns the desktop: the shell's; 0 without one.
 std::uint32_t ShellProcess();
 
-// The user as whom the program runs; empty when unknown.
+// The account under which the program runs; empty when unknown.
 std::wstring OwnSid();
 
 // The user of the process `shellProcess`; of the session when that process denies access. Empty

@@ -25,6 +25,7 @@ TokenHandle TokenOf(HANDLE process, DWORD access) {
 // Empty without a process, and when it denies access.
 TokenHandle TokenOfProcess(std::uint32_t id, DWORD access) {
   if (id == 0) return TokenHandle();
+  // The least right with which OpenProcessToken works.
   const ProcessHandle process(::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
   return process ? TokenOf(process.Get(), access) : TokenHandle();
 }
@@ -49,7 +50,7 @@ std::wstring SidOfToken(const TokenHandle& token) {
   return SidText(static_cast<const TOKEN_USER*>(static_cast<void*>(buffer.data()))->User.Sid);
 }
 
-// The session's user is the desktop's: his name, or that of his computer or domain.
+// The session's user is the desktop's. Returns his name, or that of his computer or domain.
 std::wstring SessionText(WTS_INFO_CLASS what) {
   wchar_t* text = nullptr;
   DWORD sizeBytes = 0;
@@ -64,6 +65,7 @@ std::wstring SessionText(WTS_INFO_CLASS what) {
 std::wstring SidOfSession() {
   const std::wstring name = SessionText(WTSUserName);
   if (name.empty()) return {};
+  // With the domain, because a local account may have the same name.
   const std::wstring account = SessionText(WTSDomainName) + L"\\" + name;
   std::vector<std::byte> sid(SECURITY_MAX_SID_SIZE);
   std::wstring domain(MAX_PATH, L'\0');
@@ -98,7 +100,7 @@ std::wstring FolderInRegistry(const std::wstring& sid) {
                      &sizeBytes) != ERROR_SUCCESS) {
     return {};
   }
-  return path.c_str();
+  return path.c_str();  // up to the terminator; the buffer is longer
 }
 
 }  // namespace
@@ -120,6 +122,7 @@ std::wstring DesktopSid(std::uint32_t shellProcess) {
 }
 
 std::wstring DesktopLocalAppData(std::uint32_t shellProcess, const std::wstring& sid) {
+  // SHGetKnownFolderPath requires both rights to the token of another user.
   const std::wstring folder =
       FolderOfToken(TokenOfProcess(shellProcess, TOKEN_QUERY | TOKEN_IMPERSONATE));
   return folder.empty() ? FolderInRegistry(sid) : folder;
@@ -129,6 +132,7 @@ std::optional<DesktopUser> OtherDesktopUser() {
   static Mutex lock;
   static std::optional<DesktopUser> found;
   const MutexLock held(lock);
+  // Kept once found, so that a shell that restarts changes nothing.
   if (!found) {
     const std::uint32_t shell = ShellProcess();
     const std::wstring own = OwnSid();

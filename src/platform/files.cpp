@@ -8,11 +8,13 @@ namespace platform {
 
 FileContent ComputerFiles::Read(const std::wstring& path) {
   std::optional<std::string> bytes = ReadFileBytes(path);
+  // A file that exists but cannot be read must not pass for a missing one.
   const bool exists = bytes || IsFile(path);
   return {exists, std::move(bytes)};
 }
 
 std::wstring ComputerFiles::Write(const std::wstring& path, const std::string& bytes) {
+  // Not checked: without the folder the write fails, with the system's reason.
   CreateFolders(ParentFolder(path));
   return FailureReason(WriteFileDurably(path, bytes));
 }

@@ -54,8 +54,9 @@ std::vector<std::wstring> ListNames(const std::wstring& folder, bool wantsFolder
   std::vector<std::wstring> names;
   std::error_code error;
   std::filesystem::directory_iterator entry(NativePath(folder), error);
+  // By error code, because nothing here throws: a folder that cannot be read has no names.
   for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-    std::error_code unknown;
+    std::error_code unknown;  // an entry of unknown kind counts as a file
     if (entry->is_directory(unknown) != wantsFolders) continue;
     names.push_back(text::FromUtf8(entry->path().filename().string()));
   }
@@ -117,6 +118,7 @@ bool DeleteFileAt(const std::wstring& path) {
 bool CreateFolders(const std::wstring& path) {
   std::error_code error;
   const std::filesystem::path folder(NativePath(path));
+  // Its result is false for an existing folder, so the state afterwards decides.
   std::filesystem::create_directories(folder, error);
   return std::filesystem::is_directory(folder, error);
 }

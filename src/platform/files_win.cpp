@@ -47,6 +47,7 @@ FileHandle OpenForWriting(const std::wstring& path) {
   for (int attempt = 1;; ++attempt) {
     FileHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                   CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    // Other failures do not pass with time.
     if (file || ::GetLastError() != ERROR_SHARING_VIOLATION || attempt == kAttempts) return file;
     ::Sleep(kPauseMs);
   }
@@ -65,6 +66,7 @@ SystemResult WriteOver(const std::wstring& path, std::string_view bytes, bool fl
     if (takenBytes != chunkBytes) return {false, ERROR_DISK_FULL};
     bytes.remove_prefix(chunkBytes);
   }
+  // Without the flush a power cut may leave a short file or one full of zeros.
   if (flush && !::FlushFileBuffers(file.Get())) return LastFailure();
   return {true, 0};
 }
@@ -86,10 +88,12 @@ std::vector<std::wstring> ListNames(const std::wstring& folder, bool wantsFolder
 }  // namespace
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path) {
+  // Shares everything: reading must not keep another program from its file.
   const FileHandle file(::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
                                       FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return std::nullopt;
   std::string bytes;
+  // Up to the end, not to a size asked for before: another program may be writing.
   for (;;) {
     const std::size_t before = bytes.size();
     bytes.resize(before + kChunkBytes);
@@ -112,6 +116,7 @@ SystemResult WriteFileDurably(const std::wstring& path, const std::string& bytes
 
 void AppendToFile(const std::wstring& path, int ownParts, std::string_view mark,
                   std::string_view bytes) {
+  // With the right to append alone, Windows puts every write at the end of the file.
   const UnlinkedFile file = OpenUnlinked(path, ownParts, FILE_APPEND_DATA, FILE_SHARE_READ);
   if (!file.handle) return;
   for (const std::string_view part : {file.isNew ? mark : std::string_view(), bytes}) {

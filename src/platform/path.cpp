@@ -30,6 +30,7 @@ std::wstring ExtendedPath(std::wstring_view path) {
   // Short paths stay plain: the prefix turns off the interpretation of "/", "." and relative paths.
   if (path.size() <= kLongestPlainPath) return std::wstring(path);
   const bool onDrive = path[1] == L':' && IsSlash(path[2]);
+  // After two slashes, "?" or "." marks a form that must not get another prefix.
   const bool onServer = IsSlash(path[0]) && IsSlash(path[1]) && path[2] != L'?' && path[2] != L'.';
   if (!onDrive && !onServer) return std::wstring(path);
   std::wstring extended = onDrive ? L"\\\\?\\" : L"\\\\?\\UNC\\";
@@ -39,6 +40,7 @@ std::wstring ExtendedPath(std::wstring_view path) {
 }
 
 std::wstring PathFromBuffer(std::span<const wchar_t> buffer, std::size_t lengthUnits) {
+  // A path that did not fit: the calls then return the needed size, or the buffer's own.
   if (lengthUnits >= buffer.size()) return {};
   return std::wstring(buffer.data(), lengthUnits);
 }

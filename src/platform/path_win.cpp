@@ -62,6 +62,7 @@ std::wstring TemporaryFolder() {
 }
 
 std::wstring ProgramPath() {
+  // Enough: Windows starts no program from a path of more than 259 characters.
   std::array<wchar_t, MAX_PATH> buffer{};
   const DWORD lengthUnits =
       ::GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));

@@ -24,6 +24,7 @@ StartedProcess Create(const std::wstring& commandLine, DWORD flags, STARTUPINFOW
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION started{};
   StartedProcess result;
+  // No handles are inherited: the child would keep our files and sockets open.
   if (!::CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE, flags, nullptr, nullptr,
                         &startup, &started)) {
     result.errorCode = ::GetLastError();
@@ -51,6 +52,7 @@ using Environment = UniqueHandle<EnvironmentTraits>;
 
 // The hook for libraries that are imported late (cmake/delayed_imports.cmake); called at each step.
 FARPROC WINAPI LoadFromSystemFolder(unsigned step, DelayLoadInfo* info) {
+  // nullptr leaves the step to the helper.
   if (step != dliNotePreLoadLibrary) return nullptr;
   return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(
       ::LoadLibraryExA(info->szDll, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)));
@@ -58,6 +60,7 @@ FARPROC WINAPI LoadFromSystemFolder(unsigned step, DelayLoadInfo* info) {
 
 // Passes the flags as one DWORD, the documented size: some of mingw-w64's structures are longer.
 void SetPolicy(PROCESS_MITIGATION_POLICY kind, DWORD flags) noexcept {
+  // Failures are ignored: older versions of Windows lack some of the policies.
   ::SetProcessMitigationPolicy(kind, &flags, sizeof(flags));
 }
 
@@ -66,7 +69,7 @@ void SetPolicy(PROCESS_MITIGATION_POLICY kind, DWORD flags) noexcept {
 bool RunHidden(const std::wstring& commandLine, std::chrono::milliseconds wait) {
   const StartedProcess started = CreateHidden(commandLine);
   if (!started.process) return false;
-  // A command that hangs must not hang the program; it is left to itself.
+  // A command that hangs must not hang the program; after the wait it keeps running.
   ::WaitForSingleObject(started.process.Get(), static_cast<DWORD>(wait.count()));
   return true;
 }
@@ -85,6 +88,7 @@ void WaitForProcessEnd(std::uint32_t processId, std::chrono::milliseconds limit)
 }
 
 void RefuseSystemErrorBoxes() noexcept {
+  // An empty drive D:, where RustDesk is looked for, could block the thread with a "no disk" box.
   ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
 }
 
@@ -122,6 +126,7 @@ void ForgetVariables(std::wstring_view prefix) {
   std::vector<std::wstring> names;
   for (std::wstring_view entry = block.Get(); !entry.empty();
        entry = std::wstring_view(entry.data() + entry.size() + 1)) {
+    // The working folder of a drive ("=C:=C:\tools") has an empty name here and stays.
     const std::wstring name(entry.substr(0, entry.find(L'=')));
     if (text::FoldCase(name).starts_with(wanted)) names.push_back(name);
   }

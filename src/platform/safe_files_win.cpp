@@ -84,6 +84,7 @@ SystemResult WriteAll(HANDLE file, const std::string& bytes) {
 }  // namespace
 
 HeldFile HoldFile(const std::wstring& path) {
+  // Shares reading alone: until the handle is closed, no one can write, rename or delete the file.
   FileHandle file(::CreateFileW(ExtendedPath(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT,
                                 nullptr));
@@ -128,12 +129,14 @@ SystemResult CopyFileOver(const std::wstring& from, const std::wstring& to) {
   const SystemResult written = WriteNewFile(part, held.bytes);
   if (!written.succeeded) return written;
   const SystemResult moved = MoveFileOver(part, to);
+  // `written`, not `moved`: it carries the code if the disk has not confirmed the bytes.
   if (moved.succeeded) return written;
   DeleteAnyFile(part);
   return moved;
 }
 
 SystemResult MoveFileOver(const std::wstring& from, const std::wstring& to) {
+  // On the disk before the next step. A move to another volume fails: a copy is not one step.
   constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
   const std::wstring extendedTo = ExtendedPath(to);
   AllowReplacing(extendedTo);
@@ -160,7 +163,7 @@ SystemResult ProbeReplacement(const std::wstring& path, std::uint64_t sizeBytes)
       CreateFresh(ExtendedPath(probePath), GENERIC_WRITE | DELETE, FILE_FLAG_DELETE_ON_CLOSE);
   if (!probe) return Failure();
 
-  // An unknown amount is no obstacle: the write itself will show.
+  // If the free space is unknown, the write itself shows whether it suffices.
   ULARGE_INTEGER freeBytes{};
   const bool isKnown =
       ::GetDiskFreeSpaceExW(ParentFolder(path).c_str(), &freeBytes, nullptr, nullptr) != FALSE;

@@ -35,6 +35,7 @@ constexpr DWORD kDisableMd2Md4 = 0x2000;
 
 std::string KeySha256(const CERT_CONTEXT& certificate) {
   constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+  // The key and not the certificate, because it survives a renewal.
   CERT_PUBLIC_KEY_INFO& key = certificate.pCertInfo->SubjectPublicKeyInfo;
   DWORD sizeBytes = 0;
   if (!::CryptEncodeObject(kEncoding, X509_PUBLIC_KEY_INFO, &key, nullptr, &sizeBytes)) return {};
@@ -91,9 +92,11 @@ Signature VerifySignature(const HeldFile& file, const std::wstring& path) {
   WINTRUST_DATA data{};
   data.cbStruct = sizeof(data);
   data.dwUIChoice = WTD_UI_NONE;
+  // Revocation is not checked: that needs a network, which may not be there.
   data.fdwRevocationChecks = WTD_REVOKE_NONE;
   data.dwUnionChoice = WTD_CHOICE_FILE;
   data.pFile = &subject;
+  // Keeps the state of the verification, from which the signer is read below.
   data.dwStateAction = WTD_STATEACTION_VERIFY;
   data.dwProvFlags = WTD_REVOCATION_CHECK_NONE | kDisableMd2Md4;
 

@@ -65,6 +65,7 @@ int SocketLibrary::Start() noexcept {
   if (started_) return 0;
 #ifdef _WIN32
   WSADATA data{};
+  // Winsock counts these calls, and each needs its own WSACleanup.
   const int error = ::WSAStartup(MAKEWORD(2, 2), &data);
   if (error != 0) return error;
 #endif
@@ -76,12 +77,14 @@ bool IsSocketTimeout(int error) noexcept {
 #ifdef _WIN32
   return error == WSAETIMEDOUT;
 #else
+  // EAGAIN after a socket's own time-out (socket(7)), ETIMEDOUT after a connect.
   return error == EAGAIN || error == EWOULDBLOCK || error == ETIMEDOUT;
 #endif
 }
 
 bool IsSocketClosed(int error) noexcept {
 #ifdef _WIN32
+  // From CancelIoEx, by which Close() wakes a blocked call here.
   if (error == ERROR_OPERATION_ABORTED) return true;
 #endif
   return error == kClosed;
@@ -105,6 +108,7 @@ class Socket::Call {
     if (!entered_) return;
     const MutexLock held(socket_.lock_);
     --socket_.callsInside_;
+    // Under the lock: once that is released, Close() may return and the socket be destroyed.
     socket_.left_.NotifyAll();
   }
   Call(const Call&) = delete;
@@ -118,6 +122,7 @@ class Socket::Call {
     return socket_.closed_ ? kClosed : error;
   }
   [[nodiscard]] SocketResult Judge(SocketResult result) const noexcept {
+    // Bytes that moved just before Close() do not count: every caller sees the closed code.
     const int error = Judge(result.error);
     return error == 0 ? result : SocketResult{0, error};
   }
@@ -152,6 +157,7 @@ int Socket::SetTimeouts(std::chrono::milliseconds receive,
                         std::chrono::milliseconds send) noexcept {
   const TimeValue receiveValue = ToTimeValue(receive);
   const TimeValue sendValue = ToTimeValue(send);
+  // Both are set, even if one is refused; the first error is reported.
   const int error = SetOption(SOL_SOCKET, SO_RCVTIMEO, &receiveValue, sizeof(receiveValue));
   const int second = SetOption(SOL_SOCKET, SO_SNDTIMEO, &sendValue, sizeof(sendValue));
   return error != 0 ? error : second;
@@ -191,6 +197,7 @@ int Socket::ConnectUnblocked(const Call& call, const SocketAddress& address,
   const Raw raw = call.Handle();
   const int failed = ::connect(raw, System(address), static_cast<socklen_t>(address.SizeBytes()));
   const int error = failed == 0 ? 0 : LastError();
+  // Ended at once: connected, or failed because there is no route.
   if (error != kConnecting) return call.Judge(error);
 
   const auto end = std::chrono::steady_clock::now() + limit;
@@ -199,14 +206,17 @@ int Socket::ConnectUnblocked(const Call& call, const SocketAddress& address,
     if (call.Judge(0) != 0) return kClosed;
     if (std::chrono::steady_clock::now() >= end) return kTimedOut;
   }
+  // The wait ends after a failed connect, too; the socket's own error distinguishes them.
   return call.Judge(ended < 0 ? LastError() : ConnectError(raw));
 }
 
 int Socket::Connect(const SocketAddress& address, std::chrono::milliseconds limit) noexcept {
   const Call call(*this);
   if (!call.Entered()) return kClosed;
+  // A blocking connect ignores SO_SNDTIMEO and takes about 21 s for a dead address.
   if (const int error = SetBlocking(call.Handle(), false)) return error;
   const int error = ConnectUnblocked(call, address, limit);
+  // After a failure as well: a receive on a non-blocking socket would not wait.
   const int notBack = SetBlocking(call.Handle(), true);
   return error != 0 ? error : notBack;
 }
@@ -232,6 +242,7 @@ std::shared_ptr<Socket> Socket::Accept(int& error) {
   const Raw raw = ::accept(call.Handle(), nullptr, nullptr);
   error = call.Judge(IsValid(raw) ? 0 : LastError());
   if (error == 0) return std::shared_ptr<Socket>(new Socket(static_cast<std::uintptr_t>(raw)));
+  // Accepted while Close() was called: no one takes the connection.
   if (IsValid(raw)) CloseRaw(raw);
   return nullptr;
 }
@@ -286,6 +297,7 @@ SocketResult Socket::ReceiveFrom(std::span<std::byte> buffer, SocketAddress& fro
 void Socket::Close() noexcept {
   const MutexLock held(lock_);
   if (closed_) return;
+  // First, so that no further call enters and each one that is woken reports the closed code.
   closed_ = true;
   const Raw raw = static_cast<Raw>(raw_);
   ShutDown(raw);

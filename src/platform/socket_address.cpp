@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookEvery{20};
 
-// Passes addresses from the lookup thread to the caller, who may have left. Any thread.
+// Passes addresses from the lookup thread to the caller, which may have left. Any thread.
 class Answer {
  public:
   void Put(std::vector<SocketAddress> addresses) {
@@ -105,6 +105,7 @@ std::vector<SocketAddress> ResolveHost(const std::string& host, std::uint16_t po
   // An address in digits needs neither resolver nor thread.
   std::vector<SocketAddress> plain = GetAddresses(host, port, kind, AI_NUMERICHOST);
   if (!plain.empty()) return plain;
+  // Shared, because a cancelled caller leaves while the resolver still runs.
   const auto answer = std::make_shared<Answer>();
   StartDetached([answer, host, port, kind, lookUp] {
     std::vector<SocketAddress> addresses;

@@ -44,13 +44,15 @@ std::wstring ErrorReason(std::uint32_t code) {
 }
 
 bool CrackUrl(std::wstring_view url, UrlParts& parts) {
-  UrlParts found;
+  UrlParts found;  // `parts` stays unchanged on failure
   if (!TakeScheme(url, found)) return false;
+  // The authority ends at the first of these (RFC 3986, section 3.2).
   const std::size_t authorityEnd = std::min(url.find_first_of(L"/?#"), url.size());
   std::wstring_view authority = url.substr(0, authorityEnd);
   found.path = url.substr(authorityEnd);
   if (found.path.empty()) found.path = L"/";
 
+  // User information is dropped (RFC 3986, section 3.2.1).
   const std::size_t at = authority.rfind(L'@');
   if (at != std::wstring_view::npos) authority.remove_prefix(at + 1);
   // A colon inside brackets belongs to an IPv6 address.

@@ -32,6 +32,7 @@ std::wstring RealPath(HANDLE file) {
 }
 
 std::wstring RealFolder(const std::wstring& folder) {
+  // With a backslash, because "C:" alone names the working folder of the drive.
   const FileHandle handle(::CreateFileW((folder + L'\\').c_str(), 0, kShareAll, nullptr,
                                         OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   return handle ? RealPath(handle.Get()) : std::wstring();
@@ -54,6 +55,7 @@ bool LiesAt(HANDLE file, const std::wstring& path, OwnParts parts) {
 
 SystemResult WriteContents(HANDLE file, const std::string& bytes) {
   DWORD takenBytes = 0;
+  // Truncated only here: the file is known to be in its place.
   if (!::SetEndOfFile(file) ||
       !::WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &takenBytes, nullptr)) {
     const DWORD error = ::GetLastError();
@@ -82,7 +84,7 @@ LocalMemory Owners() {
   return LocalMemory(descriptor);
 }
 
-// Does not follow a link. Nobody can rename or delete the file while this handle is open.
+// Does not follow a link. While this handle is open, the file cannot be renamed or deleted.
 FileHandle OpenForOwners(const std::wstring& path) {
   // Without one of the rights to read, write or delete, Windows ignores the share mode.
   constexpr DWORD kAccess = FILE_READ_DATA | READ_CONTROL | WRITE_DAC | WRITE_OWNER;
@@ -111,6 +113,7 @@ void TakeFile(const std::wstring& path, void* owners) {
     SetOwners(file.Get(), owners);
     return;
   }
+  // The open handle would prevent the deletion, which leaves a target or second name alone.
   file.Reset();
   ::DeleteFileW(path.c_str());
 }

@@ -48,8 +48,8 @@ bool CreateUnlinkedFolders(const std::wstring& folder, OwnParts parts);
 // may write there; other users may read and run the files. A link in place of the folder is
 // removed, never its target, and so is a file among `files` with a second name elsewhere.
 //
-// Returns the folder's handle: while it is open, nobody can rename the folder and put another in
-// its place. Empty on failure; the folder is then unchanged or only partly protected. A process
+// Returns the folder's handle: while it is open, the folder cannot be renamed and replaced by
+// another. Empty on failure; the folder is then unchanged or only partly protected. A process
 // that already had one of the files open for writing can still write to it.
 FileHandle TakeFolderForAdministrators(const std::wstring& folder,
                                        const std::vector<std::wstring>& files);

@@ -19,6 +19,7 @@ std::wstring_view SuffixFor(PasswordCopy copy) {
 }  // namespace
 
 std::wstring DesktopSessionUrl(const settings::Settings& settings) {
+  // Encoded, so that a slash in the number cannot name another path.
   return settings::NormaliseServerUrl(settings.serverUrl) + L"/api/devices/" +
          text::PercentEncode(settings.deviceNumber) + L"/remote-desktop/session";
 }
@@ -46,6 +47,7 @@ DesktopSession ReadDesktopSession(const settings::JsonValue& data) {
   session.rustDeskId = settings::JsonStringOrEmpty(data, L"rustDeskId");
   session.accessPassword = settings::JsonStringOrEmpty(data, L"accessPassword");
   const settings::JsonValue* const server = settings::FindJsonMember(data, L"server");
+  // Without an object the service names no servers: RustDesk is neither configured nor downloaded.
   if (server != nullptr && server->AsObject() != nullptr) {
     session.server = ReadRustDeskServer(*server);
   }

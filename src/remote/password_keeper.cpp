@@ -15,6 +15,7 @@ constexpr milliseconds kRetryInterval = std::chrono::seconds(5);
 
 PasswordKeeper::Session PasswordKeeper::Begin() {
   const platform::MutexLock held(lock_);
+  // Ends every earlier session: its number is no longer the newest.
   return ++newest_;
 }
 
@@ -23,6 +24,7 @@ void PasswordKeeper::End() {
   {
     const platform::MutexLock held(lock_);
     hasEnded_ = true;
+    // One attempt: the end must not wait for a program that holds the clipboard.
     TryToRemove();
     waiting = std::exchange(waiting_, std::thread());
   }
@@ -49,6 +51,7 @@ bool PasswordKeeper::CopyPassword(Session session, const std::wstring& password)
   if (!IsCurrent(session)) return false;
   // Before the copy: without this thread nothing would remove the password.
   if (!waiting_.joinable()) waiting_ = std::thread([this]() noexcept { RemoveWhenDue(); });
+  // Made before the copy, too: a lack of memory afterwards would leave the password unrecorded.
   Copied copied{password, now_() + kOnClipboard};
   // If copying fails, an earlier password may still be there, and its own time applies.
   if (!copy_(password)) return false;
@@ -64,8 +67,10 @@ void PasswordKeeper::RemoveWhenDue() {
       changed_.Wait(lock_);
       continue;
     }
+    // Rounded up, so that the password is never removed before its time.
     const auto left = std::chrono::ceil<milliseconds>(copied_->due - now_());
     if (left.count() > 0) {
+      // In slices, because waiting does not count the time that the computer sleeps.
       changed_.WaitFor(lock_, std::min(left, longestWait_));
     } else {
       TryToRemove();

@@ -31,12 +31,15 @@ void Type(PasteDeps& deps) {
 void PastePassword(const std::wstring& password, const std::wstring& rustDeskId, PasteDeps& deps) {
   bool wasThere = false;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    // Before the first look as well: RustDesk has only just been started.
     if (!deps.Sleep(kBetweenLooks)) return;
     void* const window = deps.FindWindowFor(rustDeskId);
     if (window == nullptr) continue;
+    // Only when the window appears: until it is in front, the clipboard is left to the engineer.
     if (!wasThere) deps.CopyToClipboard(password);
     if (!deps.BringToFront(window)) return;
     if (!deps.Sleep(kAfterFront)) return;
+    // Windows may have refused the foreground; the keys would then reach another program.
     if (deps.IsInFront(window)) {
       // The engineer may have copied something else since.
       if (wasThere) deps.CopyToClipboard(password);

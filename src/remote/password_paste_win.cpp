@@ -23,13 +23,14 @@ std::wstring TitleOf(HWND window) {
   if (lengthUnits <= 0) return {};
   std::wstring title(static_cast<std::size_t>(lengthUnits), L'\0');
   const int takenUnits = ::GetWindowTextW(window, title.data(), lengthUnits + 1);
+  // The title may have become shorter between the two calls.
   title.resize(static_cast<std::size_t>(takenUnits));
   return title;
 }
 
 // Empty for a process that has ended or that this program may not query.
 std::wstring ImageOf(HWND window) {
-  DWORD id = 0;
+  DWORD id = 0;  // stays 0 if the window has been destroyed meanwhile
   ::GetWindowThreadProcessId(window, &id);
   const platform::ProcessHandle process(
       id == 0 ? nullptr : ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
@@ -43,6 +44,7 @@ std::wstring ImageOf(HWND window) {
 // Always returns TRUE: FALSE would end the enumeration.
 BOOL CALLBACK LookAtWindow(HWND window, LPARAM lParam) noexcept {
   auto& search = *reinterpret_cast<WindowSearch*>(lParam);
+  // No exception may pass through EnumWindows, the caller.
   try {
     if (!::IsWindowVisible(window) || ::GetWindow(window, GW_OWNER) != nullptr) return TRUE;
     std::wstring title = TitleOf(window);
@@ -59,6 +61,7 @@ void SendKey(std::uint16_t virtualKey, bool isDown) {
   input.type = INPUT_KEYBOARD;
   input.ki.wVk = virtualKey;
   input.ki.dwFlags = isDown ? 0 : KEYEVENTF_KEYUP;
+  // The result is ignored: on a locked desktop the call fails; the password is on the clipboard.
   ::SendInput(1, &input, sizeof(input));
 }
 
@@ -68,6 +71,7 @@ RealPasteDeps::RealPasteDeps(PasteTurn turn, std::wstring startedPath, PasteNoti
     : turn_(std::move(turn)), startedPath_(std::move(startedPath)), notice_(std::move(notice)) {}
 
 bool RealPasteDeps::MayGoOn() const {
+  // Both, because a closing window requests the stop first and ends the keeper after its jobs.
   return !turn_.closing.stop_requested() && turn_.keeper->MayGoOn(turn_.session);
 }
 
@@ -97,6 +101,7 @@ void RealPasteDeps::CopyToClipboard(const std::wstring& text) {
 
 bool RealPasteDeps::BringToFront(void* window) {
   if (turn_.closing.stop_requested()) return false;
+  // Windows may refuse; IsInFront() finds out.
   return turn_.keeper->Do(turn_.session,
                           [window] { ::SetForegroundWindow(static_cast<HWND>(window)); });
 }
@@ -112,10 +117,12 @@ bool RealPasteDeps::IsInFront(void* window) {
 
 bool RealPasteDeps::PressKey(std::uint16_t virtualKey) {
   if (turn_.closing.stop_requested()) return false;
+  // Under the keeper's lock: no newer session can begin between the check and the key.
   return turn_.keeper->Do(turn_.session, [virtualKey] { SendKey(virtualKey, true); });
 }
 
 void RealPasteDeps::ReleaseKey(std::uint16_t virtualKey) {
+  // Even once the paste is over: a key that was pressed must not stay down.
   SendKey(virtualKey, false);
 }
 

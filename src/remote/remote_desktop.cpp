@@ -46,6 +46,7 @@ std::wstring OpenDesktop(const DesktopSession& session, settings::Settings& sett
   if (copy == PasswordCopy::Done) {
     deps.StartPasswordPaste(session.accessPassword, session.rustDeskId, exePath);
   }
+  // Saved whether or not RustDesk's window appears.
   settings.rustDeskPath = exePath;
   return DesktopOpenedText(session.rustDeskId, copy);
 }

@@ -33,11 +33,13 @@ void LaunchProgram(const std::wstring& exePath, std::span<const std::wstring> ar
   info.lpFile = exePath.c_str();
   info.lpParameters = parameters.empty() ? nullptr : parameters.c_str();
   info.nShow = SW_SHOWNORMAL;
+  // The result is ignored: the engineer sees whether a window appears.
   ::ShellExecuteExW(&info);
   const platform::ProcessHandle closedAtOnce(info.hProcess);  // the shell leaves closing it to us
 }
 
 std::shared_ptr<PasswordKeeper> MakePasswordKeeper() {
+  // For no window: with an owner, only that window's own thread could copy.
   const auto copy = [](const std::wstring& text) { return platform::CopySecretToClipboard(text); };
   return std::make_shared<PasswordKeeper>(copy, platform::TakeSecretOffClipboard);
 }
@@ -95,6 +97,7 @@ bool RealRemoteDesktopDeps::CopyPassword(const std::wstring& password) {
 void RealRemoteDesktopDeps::StartPasswordPaste(const std::wstring& password,
                                                const std::wstring& rustDeskId,
                                                const std::wstring& startedPath) {
+  // Shares the keeper: the detached thread may outlive this object.
   remote::StartPasswordPaste(password, rustDeskId,
                              std::make_shared<RealPasteDeps>(turn_, startedPath, notice_));
 }

@@ -18,6 +18,7 @@ constexpr std::wstring_view kUsersPrograms[] = {L"Programs\\RustDesk\\rustdesk.e
 constexpr std::wstring_view kBesideProgram = L"Runtime\\rustdesk.exe";
 constexpr std::wstring_view kDownloaded = L"rustdesk.exe";
 
+// Used where the system does not name its folder.
 constexpr std::wstring_view kDefaultWindows = L"C:\\Windows";
 constexpr std::wstring_view kDefaultDrive = L"C:\\";
 constexpr std::wstring_view kRoaming = L"AppData\\Roaming";
@@ -33,6 +34,7 @@ std::wstring WindowsFolderOrDefault(const RustDeskFolders& folders) {
 void AddConfigFile(std::vector<std::wstring>& files, const std::wstring& roaming) {
   if (roaming.empty()) return;
   std::wstring file = JoinPath(JoinPath(roaming, L"RustDesk"), L"config\\RustDesk2.toml");
+  // This program's own user is among the users' folders again, perhaps in another letter case.
   const auto isSame = [&](const std::wstring& other) {
     return text::EqualsIgnoreCase(other, file);
   };
@@ -44,6 +46,7 @@ std::wstring Line(std::wstring_view name, std::wstring_view value) {
   std::wstring line(name);
   line += L" = '";
   for (const wchar_t unit : value) {
+    // Single quotes would keep both as they are, but deployments rely on the backslashes.
     if (unit == L'\\' || unit == L'\'') line += L'\\';
     line += unit;
   }
@@ -71,11 +74,13 @@ std::wstring RustDeskDownloadTarget(const RustDeskFolders& folders) {
 
 bool LiesInRuntimeFolder(std::wstring_view path, const RustDeskFolders& folders) {
   if (folders.runtime.empty()) return false;
+  // Anywhere in the path: one that begins with "\\?\" names the same folder.
   return text::FoldCase(path).find(text::FoldCase(folders.runtime)) != std::wstring::npos;
 }
 
 std::wstring UsersFolder(const RustDeskFolders& folders) {
   const std::wstring windows = WindowsFolderOrDefault(folders);
+  // Neither a network path nor a bare "D:" names the root of a drive.
   const bool hasDrive = windows.size() >= 3 && windows[1] == L':';
   return JoinPath(hasDrive ? windows.substr(0, 3) : std::wstring(kDefaultDrive), L"Users");
 }
@@ -99,6 +104,7 @@ int ConfigPartsOfUsers(std::wstring_view path, const RustDeskFolders& folders) {
   constexpr int kBelowRoaming = 2;  // "RustDesk", "config"
   constexpr int kRoamingParts = 2;  // "AppData", "Roaming"
   const bool isFile = text::FoldCase(path).ends_with(L".toml");
+  // This user's roaming folder is trusted, even where a link has moved it.
   const std::wstring own = text::FoldCase(JoinPath(folders.roamingAppData, L"RustDesk\\"));
   const bool isOwn = !folders.roamingAppData.empty() && text::FoldCase(path).starts_with(own);
   return kBelowRoaming + (isFile ? 1 : 0) + (isOwn ? 0 : kRoamingParts);

@@ -33,6 +33,7 @@ std::wstring_view FileName(std::wstring_view path) {
 std::wstring FindRustDesk(settings::Settings& settings, const RustDeskServer* server,
                           RemoteDesktopDeps& deps) {
   const std::wstring& saved = settings.rustDeskPath;
+  // In the runtime folder it is an earlier download, and an installed program precedes that.
   if (IsFile(saved, deps) && !LiesInRuntimeFolder(saved, deps.folders)) return saved;
   for (const std::wstring& candidate : RustDeskCandidates(deps.folders)) {
     if (IsFile(candidate, deps)) return candidate;
@@ -45,6 +46,7 @@ std::wstring DownloadRustDesk(settings::Settings& settings, const RustDeskServer
   std::wstring target = RustDeskDownloadTarget(deps.folders);
   deps.CreateFolders(deps.folders.runtime);
   deps.Delete(target + L".download");
+  // The earlier download, which FindRustDesk() passed over in favour of an installed program.
   if (IsWhole(settings.rustDeskPath, deps)) return settings.rustDeskPath;
   if (server == nullptr) return {};
   const std::wstring url = settings::AbsoluteUrl(server->windowsDownloadUrl, settings.serverUrl);
@@ -63,6 +65,7 @@ std::vector<std::wstring> ListRustDeskConfigFiles(RemoteDesktopDeps& deps) {
 void ConfigureRustDesk(const RustDeskServer& server, RemoteDesktopDeps& deps) {
   const std::optional<std::wstring> config = ComposeRustDeskConfig(server);
   if (!config) return;
+  // The old files are replaced unread: any user of this computer may have written to them.
   const std::string bytes = text::ToUtf8(*config);
   for (const std::wstring& path : ListRustDeskConfigFiles(deps)) {
     try {
@@ -77,12 +80,14 @@ std::wstring JoinArguments(std::span<const std::wstring> arguments) {
   std::wstring joined;
   for (const std::wstring& argument : arguments) {
     if (!joined.empty()) joined += L' ';
+    // Not escaped: an ID with a quote adds arguments, which docs/security.md lists as open.
     joined += L'"' + argument + L'"';
   }
   return joined;
 }
 
 bool IsRustDeskTitle(std::wstring_view title, std::wstring_view rustDeskId) {
+  // An empty ID would be found in every title.
   if (!rustDeskId.empty() && title.find(rustDeskId) != std::wstring_view::npos) return true;
   return text::FoldCase(title).find(kProgramInTitle) != std::wstring::npos;
 }
@@ -99,6 +104,7 @@ void* ChooseRustDeskWindow(std::span<const DeskWindow> windows, std::wstring_vie
   for (const DeskWindow& window : windows) {
     if (!IsRustDeskTitle(window.title, rustDeskId)) continue;
     if (IsRustDeskImage(window.imagePath, startedPath)) return window.handle;
+    // Used only if no window belongs to RustDesk, or no process could be queried.
     if (first == nullptr) first = window.handle;
   }
   return first;

@@ -12,8 +12,9 @@ std::optional<std::uint32_t> TakeOctet(std::wstring_view& text) noexcept {
   std::uint32_t value = 0;
   std::size_t digits = 0;
   while (digits < text.size() && IsDigit(text[digits])) {
-    if (digits > 0 && value == 0) return std::nullopt;  // a leading zero
+    if (digits > 0 && value == 0) return std::nullopt;  // leading zero: octal to inet_aton
     value = value * 10 + static_cast<std::uint32_t>(text[digits] - L'0');
+    // At each digit, so that no run of digits overflows.
     if (value > 255) return std::nullopt;
     ++digits;
   }

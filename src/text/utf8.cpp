@@ -42,6 +42,7 @@ std::uint32_t DecodeOne(std::string_view bytes, std::size_t& position) {
   for (int i = 0; i < lead.following; ++i) {
     if (position == bytes.size()) return kReplacement;
     const auto next = static_cast<std::uint8_t>(bytes[position]);
+    // Not consumed: the byte may start a character of its own.
     if (next < lowest || next > highest) return kReplacement;
     codePoint = codePoint << 6 | (next & 0x3Fu);
     ++position;
@@ -56,12 +57,14 @@ void AppendUnits(std::uint32_t codePoint, std::wstring& out) {
     out.push_back(static_cast<wchar_t>(codePoint));
     return;
   }
+  // A surrogate pair (RFC 2781, section 2.1).
   const std::uint32_t offset = codePoint - 0x10000;
   out.push_back(static_cast<wchar_t>(0xD800 | offset >> 10));
   out.push_back(static_cast<wchar_t>(0xDC00 | (offset & 0x3FF)));
 }
 
 std::uint32_t UnitAt(std::wstring_view units, std::size_t index) {
+  // wchar_t has 32 bits natively and may be signed; an element is one unit all the same.
   return static_cast<std::uint32_t>(units[index]) & 0xFFFF;
 }
 
@@ -77,6 +80,7 @@ std::uint32_t TakeCodePoint(std::wstring_view units, std::size_t& position) {
 }
 
 void AppendBytes(std::uint32_t codePoint, std::string& out) {
+  // Six bits for each byte after the first (RFC 3629, section 3).
   const auto trailing = [codePoint](int shift) {
     return static_cast<char>(0x80 | (codePoint >> shift & 0x3F));
   };

@@ -51,9 +51,12 @@ SystemResult Place(const std::wstring& fresh, const std::wstring& destination,
                    const std::wstring& backup, UpdateDeps& deps) {
   deps.Remove(backup);
   const bool hadProgram = deps.IsFile(destination);
+  // After a power cut between the two moves, the backup alone is a whole program.
   const SystemResult aside = deps.MoveOver(destination, backup);
+  // Even if the old program is still there: the move then replaces it in one step.
   const SystemResult placed = deps.MoveOver(fresh, destination);
   if (placed.succeeded) return placed;
+  // Only a backup made above: any other is older than the program it would replace.
   if (aside.succeeded) deps.MoveOver(backup, destination);
   // A program that cannot be renamed cannot be replaced either; the first code is the cause.
   return hadProgram && !aside.succeeded ? aside : placed;
@@ -63,6 +66,7 @@ SystemResult Swap(const std::string& program, const std::wstring& source,
                   const std::wstring& destination, UpdateDeps& deps) {
   const std::wstring backup = destination + kBackupSuffix;
   const std::wstring fresh = destination + kNewSuffix;
+  // Written whole before the old program is touched: a full disk changes nothing.
   const SystemResult written = deps.WriteNew(fresh, program);
   if (!written.succeeded) return written;
   const SystemResult placed = Place(fresh, destination, backup, deps);
@@ -98,6 +102,7 @@ bool StartUpdater(const std::wstring& downloadedPath, UpdateDeps& deps) {
   const std::wstring& self = deps.programPath;
   if (self.empty()) return false;
   const std::wstring copy = self + kCopySuffix;
+  // May fail; then the copy of an earlier update, or the program itself, does the work.
   deps.CopyOver(self, copy);
   const std::wstring& updater = deps.IsFile(copy) ? copy : self;
   return deps.StartHidden(UpdaterCommandLine(updater, deps.processId, downloadedPath, self))
@@ -108,16 +113,19 @@ int ApplyUpdate(std::uint32_t parentPid, const std::wstring& source,
                 const std::wstring& destination, UpdateDeps& deps) {
   deps.PrepareLogFiles();
   deps.WriteLog(kBegun + source + kBegunTo + destination + kBegunFor + std::to_wstring(parentPid));
+  // Before the wait: without a download nothing is worth waiting for.
   if (source.empty() || !deps.IsFile(source)) {
     deps.WriteLog(kSourceMissing);
     return kNoSource;
   }
+  // After the limit the swap is tried too: it fails if the program still runs and holds its file.
   deps.WaitForEnd(parentPid, kLongestWait);
   deps.Pause(kPause);
 
   platform::HeldFile held = deps.Hold(source);
   SystemResult swapped = held.result;
   if (swapped.succeeded) {
+    // The running program checked the path; the file there may have been exchanged since.
     const std::wstring why = deps.WhyNotTrusted(source, &held);
     if (!why.empty()) return Refuse(why, destination, deps);
     // Released, because Swap() deletes the file. The checked bytes are in memory.

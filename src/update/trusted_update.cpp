@@ -16,6 +16,7 @@ constexpr wchar_t kNotHigherThan[] = L" 不高于当前版本 ";
 
 std::wstring WhyNotTrusted(const OfferedProgram& offered, const ProgramIdentity& self) {
   if (self.signerKeySha256.empty()) return {};
+  // First, because without a valid signature neither key nor version proves anything.
   if (offered.trustError != 0) {
     std::array<wchar_t, 16> code{};
     std::swprintf(code.data(), code.size(), L"0x%08X", offered.trustError);
@@ -23,6 +24,7 @@ std::wstring WhyNotTrusted(const OfferedProgram& offered, const ProgramIdentity&
   }
   if (offered.signerKeySha256 != self.signerKeySha256) return kOtherSigner;
   if (offered.version.empty()) return kNoVersion;
+  // An old program that was signed once must not return.
   if (!offered.isHigherVersion) {
     return kNotHigher + offered.version + kNotHigherThan + self.version + L"。";
   }

@@ -55,6 +55,7 @@ std::wstring NotReplaceable(const std::wstring& version, std::uint32_t errorCode
 // Why the program must not end for the file at `target`, as a line for the log; empty when it may.
 std::wstring WhyNotInstalled(const std::wstring& target, const std::wstring& version,
                              UpdateDeps& deps) {
+  // Once more, now that the size is known.
   const platform::SystemResult replaceable = deps.ProbeReplacement(target);
   if (!replaceable.succeeded) return NotReplaceable(version, replaceable.errorCode);
   const std::wstring distrust = deps.WhyNotTrusted(target, nullptr);
@@ -65,6 +66,7 @@ std::wstring WhyNotInstalled(const std::wstring& target, const std::wstring& ver
 std::wstring InstallDownload(const std::wstring& version, UpdateDeps& deps) {
   const std::wstring& target = deps.downloadTarget;
   std::wstring why = WhyNotInstalled(target, version, deps);
+  // A closing program must not be replaced: the replacement process would start it again.
   if (!why.empty() || deps.closing.stop_requested()) {
     deps.Remove(target);
     return why;
@@ -80,7 +82,7 @@ std::wstring InstallDownload(const std::wstring& version, UpdateDeps& deps) {
     return kUpdaterNotStarted + version;
   }
   deps.EndProcess();
-  return {};
+  return {};  // reached with a fake only
 }
 
 std::wstring Install(const std::wstring& url, const std::wstring& version, UpdateDeps& deps) {
@@ -121,6 +123,7 @@ std::wstring CheckForUpdate(const settings::Settings& settings, UpdateDeps& deps
   const UpdateOffer offer = ReadUpdateOffer(envelope.data);
   if (!offer.isAvailable) return kUpToDate + current;
   const std::wstring url = settings::AbsoluteUrl(offer.downloadUrl, settings.serverUrl);
+  // Compared here too: the service might offer the version that is running.
   if (url.empty() || offer.version.empty() || CompareVersions(offer.version, current) <= 0) {
     return kUselessOffer;
   }

@@ -15,6 +15,7 @@
 namespace update {
 namespace {
 
+// Only a whole download bears this name: until then the file ends in ".download".
 constexpr wchar_t kDownloadName[] = L"Velmarine.Client.update.exe";
 constexpr wchar_t kUnreadable[] = L"无法读取下载的新程序（错误码 ";
 constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
@@ -39,6 +40,7 @@ std::wstring WhyNotTrusted(const platform::HeldFile& file, const std::wstring& p
   OfferedProgram offered;
   offered.trustError = signature.trustError;
   offered.signerKeySha256 = signature.signerKeySha256;
+  // From the bytes held in memory, not from the path: these are the ones to be installed.
   if (const auto version = ReadFileVersion(std::as_bytes(std::span(file.bytes)))) {
     offered.version = FileVersionText(*version);
     offered.isHigherVersion = IsHigher(*version, self.version);
@@ -99,6 +101,7 @@ void RealUpdateDeps::Remove(const std::wstring& path) {
 }
 
 platform::SystemResult RealUpdateDeps::ProbeReplacement(const std::wstring& replacement) {
+  // Before the download there is no file, and its size counts as 0.
   const std::uint64_t sizeBytes =
       replacement.empty() ? 0 : platform::FileSizeBytes(replacement).value_or(0);
   return platform::ProbeReplacement(platform::ProgramPath(), sizeBytes);
@@ -107,6 +110,7 @@ platform::SystemResult RealUpdateDeps::ProbeReplacement(const std::wstring& repl
 std::wstring RealUpdateDeps::WhyNotTrusted(const std::wstring& path,
                                            const platform::HeldFile* held) {
   if (self_.signerKeySha256.empty()) return {};  // spares reading the whole file
+  // Held by the replacement process, which installs the bytes; the running program only checks.
   if (held != nullptr) return update::WhyNotTrusted(*held, path, self_);
   const platform::HeldFile file = platform::HoldFile(path);
   if (!file.result.succeeded) return kUnreadable + std::to_wstring(file.result.errorCode) + L"）。";
@@ -120,12 +124,14 @@ std::optional<UpdateTry> RealUpdateDeps::LastTry() {
 
 bool RealUpdateDeps::KeepTry(const UpdateTry& record) {
   const std::wstring path = TryPath();
+  // Durably: the record must outlast a power cut during the update that it announces.
   return platform::CreateFolders(platform::ParentFolder(path)) &&
          platform::WriteFileDurably(path, text::ToUtf8(UpdateTryText(record))).succeeded;
 }
 
 std::int64_t RealUpdateDeps::NowSeconds() {
   using std::chrono::system_clock;
+  // C++20 fixes the epoch of this clock at 1970, UTC.
   return std::chrono::duration_cast<std::chrono::seconds>(system_clock::now().time_since_epoch())
       .count();
 }

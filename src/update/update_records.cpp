@@ -39,6 +39,7 @@ std::optional<UpdateTry> ParseUpdateTry(std::wstring_view text) {
 
 bool WasTriedWithinADay(const std::optional<UpdateTry>& last, std::wstring_view version,
                         std::int64_t nowSeconds) {
+  // A time ahead of the clock was recorded while the clock was wrong and must not block the update.
   return last && last->version == version && last->atSeconds <= nowSeconds &&
          nowSeconds - last->atSeconds < kSecondsBetweenTries;
 }
@@ -47,6 +48,7 @@ std::wstring UpdateLogLine(const platform::LocalTime& time, std::wstring_view me
   std::array<wchar_t, 96> prefix{};
   std::swprintf(prefix.data(), prefix.size(), L"[%04d-%02d-%02d %02d:%02d:%02d] ", time.year,
                 time.month, time.day, time.hour, time.minute, time.second);
+  // Appended outside the buffer, because a message may have any length.
   return std::wstring(prefix.data()).append(message).append(L"\r\n");
 }
 

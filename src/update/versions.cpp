@@ -77,6 +77,7 @@ std::optional<Headers> ReadHeaders(Bytes program) {
   const std::uint32_t magic = U16(program, optional);
   if (magic != 0x10B && magic != 0x20B) return std::nullopt;  // 32 and 64 bits
   const std::size_t directories = optional + (magic == 0x20B ? 112 : 96);
+  // The number of data directories precedes the first of them.
   if (U32(program, directories - 4) <= kResourceDirectory) return std::nullopt;
 
   Headers headers;
@@ -103,6 +104,7 @@ Bytes AtAddress(Bytes program, const Headers& headers, std::uint32_t address) {
 // id. Empty when there is no such entry.
 std::optional<std::uint32_t> FindEntry(Bytes resources, std::uint32_t folder,
                                        std::optional<std::uint32_t> id) {
+  // Entries with a name and entries with an id are counted separately.
   const std::size_t count = std::size_t{U16(resources, std::size_t{folder} + 12)} +
                             U16(resources, std::size_t{folder} + 14);
   const Bytes entries = Part(resources, std::size_t{folder} + 16, count * 8);
@@ -116,6 +118,7 @@ std::optional<std::uint32_t> FindEntry(Bytes resources, std::uint32_t folder,
 Bytes VersionResource(Bytes program, const Headers& headers) {
   const Bytes resources = AtAddress(program, headers, headers.resourceAddress);
   std::optional<std::uint32_t> found = FindEntry(resources, 0, kVersionType);
+  // A fixed depth, so that a folder which contains itself cannot keep the search going.
   for (int level = 0; level < 2; ++level) {
     if (!found || (*found & kIsFolder) == 0) return {};
     found = FindEntry(resources, *found & ~kIsFolder, std::nullopt);
