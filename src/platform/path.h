@@ -17,8 +17,7 @@ std::wstring ParentFolder(std::wstring_view path);
 
 // `path` in the form that Windows accepts at any length, for calls on the file itself. An absolute
 // path too long for the plain form gets the prefix "\\\\?\\" (or "\\\\?\\UNC\\") and must not
-// contain
-// "." or ".." parts; slashes become backslashes. Any other text is returned unchanged.
+// contain "." or ".." parts; slashes become backslashes. Any other text is returned unchanged.
 std::wstring ExtendedPath(std::wstring_view path);
 
 // The path that the system wrote into `buffer`, returning its length without terminator as

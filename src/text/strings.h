@@ -28,9 +28,8 @@ std::vector<std::wstring> SplitLines(std::wstring_view value);
 
 std::wstring Join(std::span<const std::wstring> parts, std::wstring_view separator);
 
-// Percent-encodes the UTF-8 form of one URL component: every byte except A-Z a-z 0-9 - . _ ~
-// becomes
-// "%" and two upper-case hexadecimal digits (RFC 3986, section 2.3).
+// Percent-encodes the UTF-8 form of one URL component (RFC 3986, section 2.3): every byte except
+// A-Z a-z 0-9 - . _ ~ becomes "%" and two upper-case hexadecimal digits.
 std::wstring PercentEncode(std::wstring_view component);
 
 }  // namespace text
