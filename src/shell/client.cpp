@@ -26,8 +26,10 @@ Client::Client(ClientDeps& deps, settings::SettingsFile file,
     : deps_(deps), settings_(std::move(file), InitialSettings()), tunnel_(std::move(tunnel)) {}
 
 void Client::Start() {
+  // The first form must already show the file, so it is read before any message is posted.
   settings_.Load();
   LogSettingsReports();
+  // There is no page yet: the messages wait in its queue.
   PostApplyMessage();
   PostStateMessage();
   Log(kStarting);
@@ -51,6 +53,7 @@ void Client::Notice(const std::wstring& text) {
 void Client::Warn(const std::wstring& text) {
   if (text.empty()) return;
   Log(text);
+  // After the current message: the start calls this while the window is being created.
   deps_.PostFailure(text);
 }
 
@@ -60,6 +63,7 @@ void Client::LogSettingsReports() {
 
 void Client::LogLine(const std::wstring& text) {
   const page::TimeOfDay now = deps_.Now();
+  // Kept while there is no page too: one that replaces a lost page shows all of them.
   if (page_.loggedLines.size() == kMaxLoggedLines) page_.loggedLines.pop_front();
   page_.loggedLines.push_back({now, text});
   deps_.PostToPage(page::BuildLogMessage(now, text));
@@ -71,6 +75,8 @@ void Client::LogLine(const std::wstring& text) {
 void Client::LogHint(const std::wstring& text) {
   const HintFacts facts{settings_.Read().heartbeatMessage, requestFailed_};
   const Hint* const hint = FindHint(text, facts);
+  // An entry without a text stands for a line that names its own cure, and keeps general entries
+  // from matching it.
   if (hint == nullptr || hint->text.empty()) return;
   if (hintedCauses_.insert(hint->cause).second) LogLine(HintLine(*hint));
 }

@@ -28,7 +28,7 @@ enum class ClientTimer {
   StrandedResult  // repeats while a job runs: looks for a result that could not be posted
 };
 
-// What the client asks of its window. Window's thread.
+// The window's services for the client. Window's thread.
 class ClientDeps {
  public:
   ClientDeps() = default;
@@ -57,8 +57,8 @@ class ClientDeps {
 settings::Settings InitialSettings();
 
 // Everything that the program decides while its window is open: which job runs, when the connection
-// request is repeated, what the page is sent, what the log says. The window translates messages to
-// calls and does what ClientDeps asks for.
+// request is repeated, the messages for the page, the lines of the log. The window translates
+// messages to calls and provides the services of ClientDeps.
 //
 // Threads: the window's, except Closing(), Tunnel(), RequestFailed() and Stranded(), which the
 //          worker uses too.
@@ -142,11 +142,11 @@ class Client {
  private:
   friend struct WindowState;  // lets tests look inside
 
-  // What the page shows and what waits for it.
+  // The page's contents, and the messages that wait for it.
   struct PageState {
     bool ready = false;
-    // A ready page has gone and the next one replaces it. Nothing is queued until then: the new
-    // page gets everything there is to show.
+    // A ready page was lost; the next one replaces it. Nothing is queued until then: the new page
+    // receives all contents.
     bool lost = false;
     std::vector<std::wstring> queue;        // JSON texts that wait for the first page
     std::deque<page::LogLine> loggedLines;  // for a page that replaces another one

@@ -10,6 +10,7 @@ namespace {
 
 constexpr wchar_t kDiscoveryOn[] = L"局域网发现模式已开启：支持 PLC 广播扫描。";
 constexpr wchar_t kDiscoveryOff[] = L"局域网发现模式已关闭：仅支持已知 IP 访问。";
+// None of these contains the key: engineers send the log to others.
 constexpr wchar_t kSecretCopied[] = L"接入密钥已复制。";
 constexpr wchar_t kNoSecret[] = L"当前没有可复制的密钥。";
 constexpr wchar_t kCopyFailed[] = L"接入密钥复制失败：剪贴板不可用。";
@@ -29,6 +30,7 @@ void Client::Act(std::wstring_view action) {
     page_.changedFields = {};
     LoadProfile(settings::ProfileChooser::Page);
   }
+  // Any other action is ignored: a page can ask for no more than its buttons do.
 }
 
 void Client::Connect() {
@@ -56,6 +58,7 @@ void Client::TakeFields() {
 }
 
 void Client::TakeDiscovery() {
+  // The switch arrives as one of the form's fields.
   TakeFields();
   settings_.Save();
   LogDiscovery();
@@ -81,6 +84,7 @@ void Client::SaveProfile() {
   TakeFields();
   settings::ProfileOutcome outcome;
   settings_.Edit([&](settings::Settings& settings) { outcome = SaveSiteProfile(settings); });
+  // Outside Edit(), which holds the store's lock while its function runs.
   if (outcome.changed) settings_.Save();
   Log(outcome.logText);
   if (outcome.changed) LogUnsaved();
@@ -91,6 +95,7 @@ void Client::SaveProfile() {
 // The line before this one calls the profile saved. The warning must follow it whenever that is not
 // true of the disk, even if the cause has been logged before.
 void Client::LogUnsaved() {
+  // TakeReports() returns each cause once; Unsaved() returns it as long as it lasts.
   const std::vector<std::wstring> reports = settings_.TakeReports();
   for (const std::wstring& report : reports) Log(report);
   const std::wstring unsaved = settings_.Unsaved();
@@ -98,6 +103,7 @@ void Client::LogUnsaved() {
 }
 
 void Client::LoadProfile(settings::ProfileChooser chooser) {
+  // The profile replaces only its own fields; the others keep what was posted with the action.
   TakeFields();
   const std::wstring name = settings::JsonStringOrEmpty(page_.form, L"profileSel");
   settings::ProfileOutcome outcome;

@@ -47,8 +47,10 @@ class BusyGuard {
 // Dropped without a trace while another job runs: the page disables its buttons, so such a click is
 // a leftover in the queue.
 void Client::StartJob(JobKind job, const std::wstring& busyText) {
+  // Closing the browser control dispatches messages; a click among them comes too late.
   if (closing_.stop_requested() || busy_.exchange(true)) return;
   BusyGuard unlessStarted(busy_);
+  // Assigning to a std::thread that is still joinable would end the program.
   deps_.JoinWorker();
   TakeFields();
   settings_.Save();
@@ -56,6 +58,7 @@ void Client::StartJob(JobKind job, const std::wstring& busyText) {
   page_.lastMessage = busyText;
   PostStateMessage();
   Log(busyText);
+  // The message queue may be full when the job ends; then this timer finds the result.
   deps_.StartTimer(ClientTimer::StrandedResult);
   // Copied here, not on the worker: changes made in the window from now on count as later ones.
   deps_.StartWorker(job, std::make_unique<settings::JobSettings>(settings_));
@@ -63,6 +66,7 @@ void Client::StartJob(JobKind job, const std::wstring& busyText) {
 }
 
 void Client::FinishJob(const std::wstring& text) {
+  // The worker posts its result shortly before it ends.
   deps_.JoinWorker();
   deps_.StopTimer(ClientTimer::StrandedResult);
   {
@@ -76,6 +80,7 @@ void Client::FinishJob(const std::wstring& text) {
   Log(text);
   deps_.Repaint();
 
+  // After Log(): the refusal and its hint stand above the line about the retry.
   switch (DecideRetry(settings_.Read(), retryArmed_)) {
     case RetryStep::Arm:
       return ArmRetry();
@@ -91,6 +96,7 @@ void Client::TakeStrandedResult() {
 }
 
 void Client::RetryConnect() {
+  // The timer keeps running during jobs, one of which may have ended the refusal.
   if (busy_ || !CallsForRetry(settings_.Read())) return;
   StartJob(JobKind::Connect, text::kRetryBusy);
 }
@@ -121,12 +127,14 @@ void Client::OnHeartbeatRefused(std::wstring text) {
 }
 
 void Client::OnLinkChanged(bool connected) {
+  // The report was posted by a tunnel thread; the tunnel may have been stopped since.
   if (!tunnel_->IsRunning()) return;
   PostStateMessage();
   Log(connected ? kLinkFound : kLinkLost);
 }
 
 void Client::OnUdpChanged(bool ready) {
+  // As above. The page does not show the path of small packets.
   if (tunnel_->IsRunning()) Log(ready ? kUdpReady : kUdpNotReady);
 }
 

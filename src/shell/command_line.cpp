@@ -7,9 +7,11 @@
 namespace shell {
 
 std::optional<ApplyUpdateArguments> ParseApplyUpdate(const std::vector<std::wstring>& arguments) {
+  // The first argument is the program's own name.
   if (arguments.size() < 5 || !text::EqualsIgnoreCase(arguments[1], L"--apply-update")) {
     return std::nullopt;
   }
+  // wcstoul() returns 0 without a leading number.
   const auto pid = static_cast<std::uint32_t>(std::wcstoul(arguments[2].c_str(), nullptr, 10));
   return ApplyUpdateArguments{pid, arguments[3], arguments[4]};
 }

@@ -31,6 +31,7 @@ checks::ReportRequest MakeRequest(const update::ProgramIdentity& self) {
 // Returns `path` unchanged when the system cannot complete it.
 std::wstring FullPath(const std::wstring& path) {
   const DWORD neededUnits = ::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+  // The first call counts the terminator, the second one does not.
   std::wstring full(neededUnits, L'\0');
   const DWORD lengthUnits = ::GetFullPathNameW(path.c_str(), neededUnits, full.data(), nullptr);
   if (lengthUnits == 0 || lengthUnits >= neededUnits) return path;
@@ -54,6 +55,7 @@ int RunCheck(const CheckArguments& arguments, const update::ProgramIdentity& sel
 
 std::wstring WriteReport(const update::ProgramIdentity& self, const settings::Settings& settings) {
   checks::ReportRequest request = MakeRequest(self);
+  // This text holds the keys and ids that the report must black out.
   request.client = {LogPath(),
                     settings::WriteSettingsText(settings) + L"\n" +
                         settings::WriteGrantedConnection(settings.granted),

@@ -26,7 +26,7 @@ constexpr wchar_t kDistrusted[] =
 constexpr wchar_t kNotReported[] =
     L"本机已经断开，只是中心服务没有记下这次断开；原因是它的原话。不用管。";
 
-// The calls to the central service.
+// The calls to the central service. Codes from 12000 are ERROR_WINHTTP_ values (winhttp.h).
 constexpr Hint kRequests[] = {
     {L"address", HintAt::Failure, 0, L"WinHttpCrackUrl", kAddress},
     {L"http.timeout", HintAt::HttpCode, 12002, L"",
@@ -46,6 +46,7 @@ constexpr Hint kRequests[] = {
      L"在服务端口上回答的不是中心服务：地址或端口写错，或中间有设备改动了连接。核对设置里的服务地址"
      L"，"
      L"或换个网络。"},
+    // Certificate faults with a cure of their own.
     {L"http.certificate.date", HintAt::HttpCode, 12037, L"",
      L"证书的日期不对，密钥没有发出去。先核对电脑的日期和时间；都对就是证书过期，问服务管理员。"},
     {L"http.certificate.name", HintAt::HttpCode, 12038, L"",
@@ -53,6 +54,7 @@ constexpr Hint kRequests[] = {
      L"员。"},
     {L"http.certificate.client", HintAt::HttpCode, 12044, L"",
      L"对方要求这台电脑出示证书，本程序没有。多半是中间的代理：换个网络，或问服务管理员。"},
+    // The others share one cure: authority, revocation, validity, intended use.
     {L"http.certificate", HintAt::HttpCode, 12045, L"", kCertificate},
     {L"http.certificate", HintAt::HttpCode, 12057, L"", kCertificate},
     {L"http.certificate", HintAt::HttpCode, 12157, L"", kCertificate},
@@ -60,6 +62,7 @@ constexpr Hint kRequests[] = {
     {L"http.certificate", HintAt::HttpCode, 12170, L"", kCertificate},
     {L"http.certificate", HintAt::HttpCode, 12175, L"", kCertificate},
     {L"http.certificate", HintAt::HttpCode, 12179, L"", kCertificate},
+    // Any other failed call.
     {L"http", HintAt::Failure, 0, L"WinHttp",
      L"连不上中心服务。先看能不能打开别的网站，再检查 TCP 31080 和 WinHTTP 代理（命令行 netsh "
      L"winhttp show proxy）；服务地址是 https 时，也核对电脑的日期和时间。"},
@@ -67,6 +70,7 @@ constexpr Hint kRequests[] = {
      L"中心服务的回答残缺，多半是半路断开或被代理改动。再点一次；总是这样就换个网络，或告诉服务管理"
      L"员。"},
     {L"grant", HintAt::Failure, 0, L"Connection authorization response is missing", kDeviceConfig},
+    // The five temporary refusals: the program asks again until they end.
     {L"refusal.unbound", HintAt::Refusal, 0, L"DEVICE_NOT_BOUND",
      L"这台设备还没有绑定，或密钥不是它的。核对密钥；密钥没错就请发密钥的人绑定设备，绑好以后程序自"
      L"己连上"
@@ -80,6 +84,7 @@ constexpr Hint kRequests[] = {
     {L"refusal.relay", HintAt::Refusal, 0, L"DEVICE_RELAY_OFFLINE",
      L"现场设备开着，但没有连到中继。请现场的人检查设备能不能上网，或重启设备；它连上以后程序自己连"
      L"上。"},
+    // Without a reason, the reply is probably not the service's.
     {L"noReason", HintAt::NoReason, 0, L"Connection authorization failed: ", kNoReason},
     {L"noReason", HintAt::NoReason, 0, L"Resolve failed: ", kNoReason},
     {L"noReason", HintAt::NoReason, 0, L"远程桌面失败：", kNoReason},
@@ -90,7 +95,7 @@ constexpr Hint kRequests[] = {
      L"点“断开”之前就没有隧道在运行，现在也没有。不用管。"},
 };
 
-// The tunnel. The driver's texts name cause and cure themselves.
+// The tunnel. The driver's texts name cause and cure themselves. Codes from 10000 are Winsock's.
 constexpr Hint kTunnel[] = {
     {L"assigned", HintAt::Failure, 0, L"Invalid assigned tunnel address.", kDeviceConfig},
     {L"routes", HintAt::Failure, 0, L"No valid target routes were configured.",
@@ -118,6 +123,7 @@ constexpr Hint kTunnel[] = {
      L"这台电脑现在没有通往中继的网络。检查网线、Wi-Fi 和 VPN。"},
     {L"relay.forbidden", HintAt::Failure, 10013, L"Relay TCP connect failed to ",
      L"这台电脑上的防火墙或安全软件不让本程序上网。在里面放行 Velmarine.Client.exe。"},
+    // Any other code.
     {L"relay", HintAt::Failure, 0, L"Relay TCP connect failed to ",
      L"连不上中继。检查网络，请网络管理员放行 TCP 31080，或换个网络（如手机热点）。"},
     {L"handshake", HintAt::Failure, 0, L"WebSocket handshake ", kHandshake},
@@ -141,6 +147,7 @@ constexpr Hint kTunnel[] = {
      kServiceDown},
     {L"upgrade.down", HintAt::Failure, 504, L"WebSocket HTTP upgrade failed, status ",
      kServiceDown},
+    // Any other status.
     {L"upgrade", HintAt::Failure, 0, L"WebSocket HTTP upgrade failed, status ",
      L"中继没有同意，或回答的不是中继。点“断开”再点“连接”；还不行就换个网络，或问服务管理员。"},
     {L"relay.closed", HintAt::Failure, 0, L"The relay connection was closed.", L""},
@@ -148,6 +155,7 @@ constexpr Hint kTunnel[] = {
     {L"exports", HintAt::Failure, 0, L"WinDivert.dll is missing required exports.",
      L"运行目录里的 WinDivert.dll 不是本程序自带的。关闭程序，删掉 "
      L"%LOCALAPPDATA%\\Velmarine\\Runtime 里的这个文件，再打开程序。"},
+    // After "exports", which starts with the same word and needs a hint.
     {L"driver", HintAt::Failure, 0, L"WinDivert", L""},
     {L"udp.blocked", HintAt::Start, 0, L"提示：UDP 通道不可用",
      L"多半是防火墙拦了 UDP 31080。能用，不用管；想更快就请网络管理员放行它。"},
@@ -186,6 +194,7 @@ constexpr Hint kOthers[] = {
     {L"latency.silence", HintAt::Start, 0, L"通讯延迟测试超时：",
      L"1 秒内没有回答：没有连接、设备断电、地址不对，或设备不回 ping（很多 PLC "
      L"都不回）。先测现场的网关，或直接用编程软件试。"},
+    // System codes: access denied, sharing violation, and two for a full disk.
     {L"unsaved.denied", HintAt::Unsaved, 5, L"",
      L"文件只读，或安全软件不让写。去掉文件的“只读”，在安全软件里放行；再做任何一步操作，改动就会补"
      L"存。"},

@@ -42,9 +42,11 @@ std::optional<std::wstring_view> OwnFailure(std::wstring_view line, const HintFa
 // The decimal number at the end of `text`.
 std::optional<std::uint32_t> EndingNumber(std::wstring_view text) {
   const std::size_t last = text.find_last_not_of(L"0123456789");
+  // npos + 1 is 0: the whole text may consist of digits.
   const std::string digits = text::ToUtf8(text.substr(last + 1));
   std::uint32_t number = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  // No digits at all, or more than fit 32 bits.
   if (error != std::errc()) return std::nullopt;
   return number;
 }
@@ -69,6 +71,7 @@ bool FitsHttpCode(const Hint& hint, std::wstring_view line, const HintFacts& fac
 bool FitsRefusal(const Hint& hint, std::wstring_view line, const HintFacts& facts) {
   const bool isRefusal =
       line.starts_with(text::kLineBreak) && line.find(kNotAuthorized) != std::wstring_view::npos;
+  // The code of an earlier refusal remains in the settings, so it counts for such a line only.
   return isRefusal && text::EqualsIgnoreCase(facts.refusalCode, hint.pattern);
 }
 
@@ -83,10 +86,11 @@ bool FitsNoReason(const Hint& hint, std::wstring_view line) {
 
 bool FitsUnsaved(const Hint& hint, std::wstring_view line) {
   const auto reason = After(kUnsaved, line);
+  // The bracket ends the system's text, which may be the beginning of another one.
   return reason && reason->starts_with(platform::ErrorReason(hint.code) + L"（");
 }
 
-// The version in between comes from the service.
+// The version in between comes from the service and may contain any text, so the last colon counts.
 bool FitsUntrusted(const Hint& hint, std::wstring_view line) {
   const std::size_t colon = line.rfind(L'：');
   return line.starts_with(kNotInstalled) && colon != std::wstring_view::npos &&
@@ -120,6 +124,7 @@ bool Fits(const Hint& hint, std::wstring_view line, const HintFacts& facts) {
 const Hint* FindHint(std::wstring_view line, const HintFacts& facts) {
   for (const std::span<const Hint> part : HintCatalogue()) {
     for (const Hint& hint : part) {
+      // The first match counts: the catalogue lists special entries before general ones.
       if (Fits(hint, line, facts)) return &hint;
     }
   }

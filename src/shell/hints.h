@@ -9,7 +9,7 @@
 // cure. Pure; any thread.
 namespace shell {
 
-// How an entry's pattern is matched. Always from the start of the line: what follows may be the
+// How an entry's pattern is matched. Always from the start of the line: the rest may be the
 // service's words, which can be anything.
 enum class HintAt {
   Start,     // the line starts with it

@@ -26,6 +26,7 @@ std::wstring RunJob(const Job& job, settings::JobSettings& settings, tunnel::Tun
   try {
     return job(settings, tunnel, link);
   } catch (...) {
+    // The worker calls this; an exception that left its thread would end the program.
     return service::JobFailureLine(std::current_exception());
   }
 }
@@ -42,6 +43,7 @@ std::optional<std::wstring> ResultBox::Take() {
 
 void DeliverResult(std::wstring text, const std::function<bool(const std::wstring&)>& post,
                    const std::function<void()>& pause, ResultBox& box) {
+  // The window's queue may be full for a moment or for good.
   constexpr int kAttempts = 5;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     if (post(text)) return;
@@ -53,10 +55,13 @@ void DeliverResult(std::wstring text, const std::function<bool(const std::wstrin
 std::wstring RunUpdateCheck(const UpdateCheck& check, const settings::Settings& settings,
                             const std::stop_token& closing) {
   std::wstring notice = Noticed(check, settings, closing);
+  // A closing window has cut the check short; its failure would be no news.
   return closing.stop_requested() ? std::wstring() : notice;
 }
 
 bool CallsForRetry(const settings::Settings& settings) {
+  // The code stays until the service answers a connection request again, so 断开 does not end the
+  // retry.
   return settings.connectionId.empty() && service::IsServiceRefusalCode(settings.heartbeatMessage);
 }
 

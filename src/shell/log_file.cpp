@@ -13,6 +13,7 @@ constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 template <typename... Numbers>
 std::wstring Format(const wchar_t* format, Numbers... numbers) {
+  // The longest text is the file's name with 19 units.
   std::array<wchar_t, 64> buffer{};
   const int lengthUnits = std::swprintf(buffer.data(), buffer.size(), format, numbers...);
   return lengthUnits > 0 ? std::wstring(buffer.data()) : std::wstring();
@@ -28,6 +29,7 @@ void LogFile::Start(const std::wstring& base,
   const LocalTime now = now_();
   std::wstring folder = platform::JoinPath(base, L"Log");
   folder = platform::JoinPath(folder, Format(L"%04d%02d", now.year, now.month));
+  // Without the folder, lines are lost silently and the program runs all the same.
   createFolders(folder);
   path_ = folder + L"\\" +
           Format(L"%04d%02d%02d_%02d%02d%02d.log", now.year, now.month, now.day, now.hour,
@@ -40,6 +42,7 @@ void LogFile::WriteLine(std::wstring_view text) {
 
   const LocalTime now = now_();
   std::wstring line = Format(L"[%02d:%02d:%02d] ", now.hour, now.minute, now.second);
+  // A text's own line breaks stay: its further lines have no time.
   line.append(text).append(L"\r\n");
   append_(path_, kUtf8Mark, text::ToUtf8(line));
 }

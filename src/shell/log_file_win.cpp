@@ -25,6 +25,7 @@ std::wstring LogBaseFolder() {
   std::array<wchar_t, MAX_PATH> buffer{};
   const DWORD lengthUnits =
       ::GetCurrentDirectoryW(static_cast<DWORD>(buffer.size()), buffer.data());
+  // For a longer path Windows returns the size that it needs.
   if (lengthUnits == 0 || lengthUnits >= buffer.size()) return platform::ProgramFolder();
   return std::wstring(buffer.data(), lengthUnits);
 }

@@ -20,19 +20,23 @@ MainWindow* Of(HWND window) {
 LRESULT CreateFor(HWND window, LPARAM lParam) noexcept {
   const auto* creation = reinterpret_cast<const CREATESTRUCTW*>(lParam);
   auto* main = static_cast<MainWindow*>(creation->lpCreateParams);
+  // Before OnCreate(), whose calls may send messages to this window.
   ::SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(main));
   return main->OnCreate(window);
 }
 
 LRESULT CALLBACK MainWindowProcedure(HWND window, UINT message, WPARAM wParam,
                                      LPARAM lParam) noexcept {
+  // Comes before WM_CREATE too, when the window has no object yet.
   if (message == WM_GETMINMAXINFO) return OnMinMaxInfo(window, lParam);
   if (message == WM_CREATE) return CreateFor(window, lParam);
   MainWindow* const main = Of(window);
+  // Before WM_CREATE and after WM_NCDESTROY.
   if (main == nullptr) return ::DefWindowProcW(window, message, wParam, lParam);
   try {
     return main->Handle(message, wParam, lParam);
   } catch (...) {
+    // An exception must not unwind through Windows' frames. The window continues.
     main->Report(service::JobFailureLine(std::current_exception()));
   }
   return 0;
@@ -43,7 +47,7 @@ bool MayHaveSaved(UINT message) {
   return CarriesText(message) || message == WM_COMMAND || message == WM_TIMER;
 }
 
-// Keeps the place that the system chose, unless the window would stick out there.
+// Keeps the place that the system chose, unless part of the window would lie outside the screen.
 void TakeFirstSize(HWND window) {
   const PixelArea room = WorkAreaOf(window);
   RECT placed{};
@@ -74,6 +78,8 @@ LRESULT MainWindow::Default(UINT message, WPARAM wParam, LPARAM lParam) const {
 LRESULT MainWindow::Handle(UINT message, WPARAM wParam, LPARAM lParam) {
   LRESULT result = 0;
   if (CarriesText(message)) {
+    // Owned before it is handled, so that an exception does not leak it. Other programs may post
+    // the number without a text.
     const std::unique_ptr<std::wstring> text = TakePostedText(lParam);
     HandleText(message, text ? std::move(*text) : std::wstring());
   } else {
@@ -89,6 +95,7 @@ void MainWindow::HandleText(UINT message, std::wstring text) {
     case kJobFinished:
       return client_.FinishJob(text);
     case kHeartbeatRefused:
+      // Nothing in the program sends this one today.
       return client_.OnHeartbeatRefused(std::move(text));
     case kNotice:
       return client_.Notice(text);
@@ -117,7 +124,7 @@ LRESULT MainWindow::HandleWindow(UINT message, WPARAM wParam, LPARAM lParam) {
       client_.OnBrowserFailed(static_cast<webview::ProcessFailedKind>(wParam));
       return 0;
     case kMakePageAnew:
-      if (web_) web_->MakeAnew();
+      if (web_) web_->MakeAnew();  // posted: must not run inside a callback of WebView2
       return 0;
     case kAddressesChanged:
       return OnAddressesChanged();
@@ -167,6 +174,7 @@ LRESULT MainWindow::HandleView(UINT message, WPARAM wParam, LPARAM lParam) {
 
 LRESULT MainWindow::OnTimer(WPARAM wParam, LPARAM lParam) {
   switch (wParam) {
+    // Never started, and therefore ignored.
     case kUnusedTimer:
       return 0;
     case kRetryTimer:
@@ -176,6 +184,7 @@ LRESULT MainWindow::OnTimer(WPARAM wParam, LPARAM lParam) {
       client_.TakeStrandedResult();
       return 0;
     case kAddressTimer:
+      // A timer repeats until it is stopped.
       ::KillTimer(window_, kAddressTimer);
       client_.OnAddressesChanged();
       return 0;
@@ -185,6 +194,7 @@ LRESULT MainWindow::OnTimer(WPARAM wParam, LPARAM lParam) {
 }
 
 void MainWindow::PostToPage(std::wstring json) {
+  // Without a window, PostMessage() would post to the thread, where no procedure frees the text.
   if (window_ != nullptr) PostText(window_, kToPage, std::move(json));
 }
 
@@ -227,6 +237,8 @@ bool RegisterMainWindow(HINSTANCE instance) {
 }
 
 HWND CreateMainWindow(HINSTANCE instance, MainWindow& window) {
+  // Without WS_VISIBLE: the monitor is known only once the window exists, and ShowMainWindow() then
+  // corrects its place and size.
   return ::CreateWindowExW(0, kWindowClass, kWindowTitle, WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
                            CW_USEDEFAULT, CW_USEDEFAULT, kFirstSize.width, kFirstSize.height,
                            nullptr, nullptr, instance, &window);
@@ -236,6 +248,7 @@ void ShowMainWindow(HINSTANCE instance, HWND window, int showCommand) {
   const auto icon = reinterpret_cast<LPARAM>(::LoadIconW(instance, MAKEINTRESOURCEW(kIcon)));
   ::SendMessageW(window, WM_SETICON, ICON_BIG, icon);
   ::SendMessageW(window, WM_SETICON, ICON_SMALL, icon);
+  // Before the first show: a title bar outside the screen cannot be grabbed.
   TakeFirstSize(window);
   ::ShowWindow(window, showCommand);
   LayOut(window);

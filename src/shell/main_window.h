@@ -39,8 +39,8 @@ class ComApartment {
   const bool entered_;
 };
 
-// The program's one window. It turns messages into calls of the client, and owns what needs
-// Windows: the browser control, timers, the worker and the other threads.
+// The program's one window. It turns messages into calls of the client, and owns everything that
+// needs Windows: the browser control, timers, the worker and the other threads.
 //
 // Threads: the one that creates the window. Owned by the start; outlives the window.
 class MainWindow final : public ClientDeps {
@@ -71,7 +71,7 @@ class MainWindow final : public ClientDeps {
   LRESULT OnAddressesChanged();
   // Agrees to the end of the session.
   LRESULT OnQueryEndSession();
-  // Ends the session when `ends`, or learns that it goes on. Returns within three seconds, even if
+  // Cleans up when `ends`; otherwise the end was cancelled. Returns within three seconds, even if
   // stopping and cleaning up take longer.
   LRESULT OnEndSession(bool ends);
 

@@ -10,7 +10,8 @@
 namespace shell {
 namespace {
 
-// Identifiers of WM_COMMAND.
+// Identifiers of WM_COMMAND. Other programs find the controls by these numbers, so all of them
+// stay, the unused ones too.
 enum Command : int {
   Connect = 1009,
   ResolveDevice = 1010,
@@ -51,12 +52,14 @@ constexpr COLORREF kBrushes[] = {kWindowColour, RGB(13, 18, 21), kEditColour, RG
                                  RGB(38, 52, 56)};
 
 HFONT MakeFont(const FontLook& look) {
+  // A negative height is that of the characters, without the space above them.
   return ::CreateFontW(-look.heightPixels, 0, 0, 0, look.weight, FALSE, FALSE, FALSE,
                        DEFAULT_CHARSET, OUT_DEFAULT_PRECIS, CLIP_DEFAULT_PRECIS, CLEARTYPE_QUALITY,
                        DEFAULT_PITCH | FF_DONTCARE, look.face);
 }
 
 std::wstring Caption(HWND control) {
+  // One unit more for the terminator, which the length does not count.
   std::wstring caption(static_cast<std::size_t>(::GetWindowTextLengthW(control)) + 1, L'\0');
   const int lengthUnits =
       ::GetWindowTextW(control, caption.data(), static_cast<int>(caption.size()));
@@ -71,6 +74,7 @@ void CopySecretOf(Client& client, HWND window) {
 
 void ToggleDiscoveryOf(Client& client, HWND toggle) {
   const bool enabled = client.ToggleDiscovery();
+  // A command from another program may name no control.
   if (toggle != nullptr) {
     ::SetWindowTextW(toggle, enabled ? kDiscoveryOnCaption : kDiscoveryOffCaption);
   }
@@ -99,6 +103,7 @@ bool HandleCommand(Client& client, HWND window, int id, int notification, HWND c
       CopySecretOf(client, window);
       return true;
     case Command::ProfileList:
+      // The list reports its focus by the same command.
       if (notification == kSelectionChanged) client.LoadProfile(settings::ProfileChooser::Window);
       return true;
     case Command::TestLatency:
@@ -163,10 +168,12 @@ void PaintButton(const GdiObjects& gdi, const DRAWITEMSTRUCT& item) {
   ::SetBkMode(item.hDC, TRANSPARENT);
   ::SetTextColor(item.hDC, disabled ? kButtonTextColour : kTextColour);
   ::DrawTextW(item.hDC, caption.c_str(), -1, &area, DT_CENTER | DT_VCENTER | DT_SINGLELINE);
+  // The control's context must be returned as it was. A missing font was never selected.
   if (oldFont != nullptr) ::SelectObject(item.hDC, oldFont);
 }
 
 std::optional<int> FindTabAt(int x, int y) {
+  // Where the old window drew its two tabs.
   if (y < 64 || y > 106) return std::nullopt;
   const bool first = x >= 360 && x <= 430;
   const bool second = x >= 448 && x <= 520;

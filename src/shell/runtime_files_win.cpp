@@ -42,8 +42,12 @@ bool ExtractResource(HMODULE module, WORD id, const std::wstring& targetPath) {
   if (bytes.empty()) return false;
 
   platform::CreateUnlinkedFolders(platform::ParentFolder(targetPath), kOwnParts - 1);
+  // By size alone: a driver in use cannot be replaced anyway, and its licence lets users put in
+  // their own build.
   if (platform::FileSizeBytes(targetPath) == bytes.size()) return true;
   const auto* text = reinterpret_cast<const char*>(bytes.data());
+  // Not through links: one placed by a user would redirect this write, which has an administrator's
+  // rights.
   return platform::WriteUnlinkedFile(targetPath, kOwnParts, std::string(text, bytes.size()))
       .succeeded;
 }
@@ -59,6 +63,7 @@ std::wstring WhatIsForeignIn(HMODULE module, const std::wstring& folder) {
   const std::optional<std::string> found =
       platform::ReadFileBytes(platform::JoinPath(folder, kDriverFiles[0]));
   const auto carried = platform::FindResourceBytes(module, kDriverLibraryResource);
+  // Loading the driver reports a missing library.
   if (!found || carried.empty()) return {};
   const auto foundBytes = std::as_bytes(std::span(found->data(), found->size()));
   if (std::ranges::equal(foundBytes, carried)) return {};
@@ -67,6 +72,7 @@ std::wstring WhatIsForeignIn(HMODULE module, const std::wstring& folder) {
 
 std::wstring LayOutRuntimeFiles(platform::FileHandle& folderHold) {
   const std::wstring folder = settings::RuntimeFolder();
+  // Before the files are written: from here on only administrators can replace them.
   folderHold = platform::TakeFolderForAdministrators(
       folder, {kDriverFiles[0], kDriverFiles[1], kDownloadedRustDesk});
   HMODULE self = ::GetModuleHandleW(nullptr);
@@ -76,8 +82,10 @@ std::wstring LayOutRuntimeFiles(platform::FileHandle& folderHold) {
 
 void LayOutRuntimeFilesFrom(HMODULE module, const std::wstring& folder,
                             const std::wstring& programPath) {
+  // Each on its own: one that is in use does not keep the other from being written.
   ExtractResource(module, kDriverLibraryResource, platform::JoinPath(folder, kDriverFiles[0]));
   ExtractResource(module, kDriverResource, platform::JoinPath(folder, kDriverFiles[1]));
+  // The tunnel loads the library by its name.
   ::SetDllDirectoryW(folder.c_str());
   if (const auto root = DevelopmentTreeRoot(programPath)) RefreshDevelopmentTree(*root);
 }

@@ -6,7 +6,7 @@
 // One client per computer: two would compete for the driver, the settings and the same networks.
 namespace shell {
 
-// Who runs the client, as far as a start can tell.
+// The running client, as far as a start can find out.
 struct RunningClient {
   bool isMine = false;           // this process has become the client
   bool isInThisSession = false;  // otherwise: on the same desktop
@@ -45,7 +45,7 @@ inline std::wstring HeldByText(const std::wstring& user) {
          L"”在这台电脑的另一个会话中使用，同一时间只能运行一个。请让该用户退出程序后再启动。";
 }
 
-// True when this start becomes the client. Otherwise the engineer has seen why: the running
+// True when this start becomes the client. Otherwise the engineer has seen the reason: the running
 // client's window is in front, or a message names its user. Waits up to ten seconds for a client
 // that is starting or ending. An unknown state counts as free. `System` is InstanceSystem, or a
 // fake in tests.

@@ -52,7 +52,9 @@ void WriteMark(HANDLE mapping) {
   if (!view) return;
   auto& mark = *static_cast<Mark*>(view.Get());
   mark.session = OwnSession();
+  // The section starts as zeros, so a name that is cut short is terminated.
   UserOfSession().copy(mark.user, std::size(mark.user) - 1);
+  // Last: another start may be reading.
   mark.isWritten = 1;
 }
 
@@ -89,7 +91,9 @@ bool InstanceSystem::BringToFront() {
   const HWND window = ::FindWindowW(windowClass_, nullptr);
   // A window is hidden before it is destroyed.
   if (window == nullptr || ::IsWindowVisible(window) == FALSE) return false;
+  // Async: a window that hangs must not hang this start.
   if (::IsIconic(window) != FALSE) ::ShowWindowAsync(window, SW_RESTORE);
+  // Windows may refuse and only flash the task bar; the engineer sees that too.
   ::SetForegroundWindow(window);
   return true;
 }

@@ -17,6 +17,8 @@ void InitialiseCommonControls() {
 
 int RunMessageLoop() {
   MSG message{};
+  // For all windows: with a filter, WebView2's callbacks would not arrive. -1 is a failure and
+  // ends the loop too.
   while (::GetMessageW(&message, nullptr, 0, 0) > 0) {
     ::TranslateMessage(&message);
     ::DispatchMessageW(&message);
@@ -28,6 +30,7 @@ int RunMessageLoop() {
 
 void BecomeDpiAware() {
   using SetContext = BOOL(WINAPI*)(HANDLE context);
+  // DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2. The call is missing before Windows 10 version 1703.
   const HANDLE perMonitorV2 = reinterpret_cast<HANDLE>(static_cast<INT_PTR>(-4));
   const auto setContext = platform::GetProcAddressAs<SetContext>(::GetModuleHandleW(L"user32.dll"),
                                                                  "SetProcessDpiAwarenessContext");
@@ -49,6 +52,7 @@ int RunClient(HINSTANCE instance, int showCommand, const std::shared_ptr<WindowD
   // Before the window: the tunnel loads the driver's library from where these files lie.
   const std::wstring foreign = deps->LayOutRuntimeFiles();
   if (!foreign.empty()) deps->WriteLogLine(foreign);
+  // Declared here to outlive the window and its messages.
   MainWindow main(deps);
   RegisterMainWindow(instance);
   const HWND window = CreateMainWindow(instance, main);

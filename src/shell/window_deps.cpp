@@ -37,6 +37,7 @@ class DesktopDeps final : public remote::RealRemoteDesktopDeps {
       : RealRemoteDesktopDeps(passwords, link.closing, link.notice),
         requestFailed_(*link.requestFailed) {}
 
+  // The line then holds the program's own words, not the service's, and may get a hint.
   void OnRequestFailed() override { requestFailed_ = true; }
 
  private:
@@ -105,6 +106,7 @@ class RealDeps final : public WindowDeps {
  private:
   const update::ProgramIdentity self_;
   const std::shared_ptr<remote::PasswordKeeper> passwords_;
+  // Open until the process ends: meanwhile no other folder can take the runtime folder's place.
   platform::FileHandle folderHold_;
 };
 
@@ -115,6 +117,7 @@ std::unique_ptr<webview::WebHost> RealDeps::CreateWebHost(HWND window,
   webview::DataFolders folders{platform::TemporaryFolder() + kUserDataFolder, {}};
   if (const auto user = platform::OtherDesktopUser()) {
     onEvent({webview::WebEvent::Kind::Log, kOtherUser});
+    // An unknown folder leaves only the usual one to try.
     if (!user->localAppData.empty()) {
       folders.other = platform::JoinPath(user->localAppData, kUserDataFolder);
     }
@@ -132,6 +135,7 @@ std::wstring RealDeps::RunJob(JobKind job, settings::JobSettings& settings, tunn
     case JobKind::Stop:
       return service::RealConnectionJobs(link.closing).Stop(settings, tunnel);
     case JobKind::TestLatency:
+      // Waits for one second at most, so it needs no token.
       return diag::RunLatencyTest(settings.record, diag::SendEcho);
     case JobKind::OpenRemoteDesktop: {
       DesktopDeps deps(passwords_, link);
@@ -139,6 +143,7 @@ std::wstring RealDeps::RunJob(JobKind job, settings::JobSettings& settings, tunn
     }
     case JobKind::ResolveDevice: {
       std::wstring text;
+      // The text is the line either way.
       service::ResolveDevice(settings.record, service::RealJsonRequester(link.closing), text);
       return text;
     }

@@ -32,6 +32,7 @@ LRESULT MainWindow::OnCreate(HWND window) noexcept {
 }
 
 void MainWindow::Create() {
+  // WebView2 requires a single-threaded apartment before its first call.
   apartment_ = std::make_unique<ComApartment>();
   controls_.gdi.Create();
   ObserveTunnel();
@@ -45,10 +46,12 @@ void MainWindow::Create() {
   const std::wstring leftovers = deps_->RemoveLeftovers();
   if (!leftovers.empty()) client_.Log(leftovers);
   client_.Warn(deps_->UnsuitableComputer());
+  // It needs the settings that Start() has loaded: they name the service.
   StartUpdateCheck();
 }
 
-// The tunnel reports on its own threads.
+// The tunnel reports on its own threads, so the callbacks only post. They copy the window, because
+// window_ belongs to the window's thread.
 void MainWindow::ObserveTunnel() {
   const HWND window = window_;
   tunnel::TunnelObserver observer;
@@ -92,6 +95,8 @@ void MainWindow::OnWebEvent(webview::WebEvent event) {
 
 LRESULT MainWindow::OnClose() {
   client_.RequestEnd();
+  // While its parent is whole: a control whose parent is destroyed first calls its handlers once
+  // more, with null.
   if (web_) web_->Close();
   ::DestroyWindow(window_);
   return 0;
@@ -99,6 +104,7 @@ LRESULT MainWindow::OnClose() {
 
 // First end everything the worker could be waiting for, then join it, then save its results.
 LRESULT MainWindow::OnDestroy() {
+  // Once more, for a window that is destroyed without WM_CLOSE.
   client_.RequestEnd();
   if (web_) web_->Close();
   client_.DisarmRetry();
@@ -109,6 +115,7 @@ LRESULT MainWindow::OnDestroy() {
   ForgetPassword();  // the worker may have copied it until now
   client_.SaveUnsaved();
   controls_.gdi.Delete();
+  // Texts in the queue have no other owner.
   DropPostedTexts(window_);
   ::PostQuitMessage(0);
   return 0;
@@ -123,7 +130,9 @@ void MainWindow::StopTunnel() noexcept {
 
 LRESULT MainWindow::OnNcDestroy(WPARAM wParam, LPARAM lParam) {
   const HWND window = std::exchange(window_, nullptr);
+  // Any later message finds no object and is left to the system.
   ::SetWindowLongPtrW(window, GWLP_USERDATA, 0);
+  // It holds COM objects, which must not outlive the apartment.
   web_.reset();
   apartment_.reset();
   return ::DefWindowProcW(window, WM_NCDESTROY, wParam, lParam);

@@ -35,6 +35,7 @@ std::unique_ptr<std::wstring> TakePostedText(LPARAM lParam) noexcept {
 void DropPostedTexts(HWND window) noexcept {
   MSG message{};
   while (::PeekMessageW(&message, window, kJobFinished, kShowFailure, PM_REMOVE) != FALSE) {
+    // Returned whatever the filter is, once nothing else waits.
     if (message.message == WM_QUIT) return ::PostQuitMessage(static_cast<int>(message.wParam));
     if (CarriesText(message.message)) TakePostedText(message.lParam);
   }

@@ -69,6 +69,8 @@ class Subscription {
       : window_(window),
         power_(::RegisterSuspendResumeNotification(window, DEVICE_NOTIFY_WINDOW_HANDLE)),
         hasSession_(::WTSRegisterSessionNotification(window, NOTIFY_FOR_THIS_SESSION) != FALSE) {
+    // AF_INET: the tunnel carries IPv4 only. FALSE: a first notice would report no change. A handle
+    // that comes with an error is not ours to close.
     HANDLE notice = nullptr;
     if (::NotifyUnicastIpAddressChange(AF_INET, OnAddressChange, window, FALSE, &notice) ==
         NO_ERROR) {
@@ -101,6 +103,7 @@ bool AnswerUntil(const std::function<bool()>& haveEnded) {
   while (!haveEnded()) {
     if (std::chrono::steady_clock::now() >= end) return false;
     ::MsgWaitForMultipleObjects(0, nullptr, FALSE, kPollMs, QS_SENDMESSAGE);
+    // Answers sent messages. Posted ones stay queued, so that no click or timer runs in between.
     MSG message{};
     ::PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
   }
@@ -109,6 +112,7 @@ bool AnswerUntil(const std::function<bool()>& haveEnded) {
 
 LRESULT MainWindow::OnPowerBroadcast(WPARAM event) {
   if (event == PBT_APMSUSPEND) client_.OnSleep();
+  // Sent for every wake; PBT_APMRESUMESUSPEND follows only if a user is present.
   if (event == PBT_APMRESUMEAUTOMATIC) client_.OnWake(::GetTickCount64());
   return TRUE;
 }
@@ -128,6 +132,7 @@ LRESULT MainWindow::OnAddressesChanged() {
 
 LRESULT MainWindow::OnQueryEndSession() {
   client_.Log(kMayEnd);
+  // Nothing is cleaned up before WM_ENDSESSION: the end may still be cancelled.
   return TRUE;
 }
 
@@ -137,6 +142,7 @@ LRESULT MainWindow::OnEndSession(bool ends) {
     return 0;
   }
   client_.Log(kEnding);
+  // The window stays until the system ends the process, but starts no more jobs.
   client_.RequestEnd();
   client_.DisarmRetry();
   StartEndings();

@@ -41,6 +41,7 @@ void WriteReport(HWND window, WindowDeps& deps, const settings::Settings& settin
 }  // namespace
 
 void MainWindow::StartWorker(JobKind job, std::unique_ptr<settings::JobSettings> settings) {
+  // Manual reset: both HasWorkerEnded() and JoinWorker() look at it.
   workerEnded_.Reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
   worker_ = StartThread([this, window = window_, job, given = std::move(settings)]() mutable {
     Work(window, job, std::move(given));
@@ -64,7 +65,7 @@ void MainWindow::Work(HWND window, JobKind job,
       std::move(text),
       [&](const std::wstring& result) { return deps_->PostJobResult(window, result); },
       [] { ::Sleep(kPauseMs); }, client_.Stranded());
-  ::SetEvent(workerEnded_.Get());
+  ::SetEvent(workerEnded_.Get());  // last: JoinWorker() returns soon after
 }
 
 // Answers messages that other threads send meanwhile: the job may itself announce a changed setting
@@ -72,6 +73,7 @@ void MainWindow::Work(HWND window, JobKind job,
 void MainWindow::JoinWorker() noexcept {
   if (!worker_.joinable()) return;
   const HANDLE ended = workerEnded_.Get();
+  // Without an event, or when the wait fails, only join() waits.
   while (ended != nullptr && ::MsgWaitForMultipleObjects(1, &ended, FALSE, INFINITE,
                                                          QS_SENDMESSAGE) == WAIT_OBJECT_0 + 1) {
     MSG unused{};
@@ -95,6 +97,7 @@ void MainWindow::StartUpdateCheck() noexcept {
 // ending.
 void MainWindow::ForgetPassword() noexcept {
   try {
+    // Shared: the thread may outlive this wait.
     const auto done = std::make_shared<std::promise<void>>();
     const std::future<void> ended = done->get_future();
     platform::StartDetached([done, deps = deps_] {
@@ -115,7 +118,7 @@ void AddReportItem(HWND window) {
 }
 
 LRESULT MainWindow::OnSystemCommand(WPARAM wParam, LPARAM lParam) {
-  constexpr WPARAM kItemBits = 0xFFF0;
+  constexpr WPARAM kItemBits = 0xFFF0;  // the system uses the low four bits itself
   if ((wParam & kItemBits) != kReportItem) return Default(WM_SYSCOMMAND, wParam, lParam);
   StartReport();
   return 0;

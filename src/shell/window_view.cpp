@@ -40,6 +40,7 @@ LRESULT OnMinMaxInfo(HWND window, LPARAM lParam) noexcept {
 
 // The page stops drawing while the window is minimised; the control cannot see that by itself.
 LRESULT MainWindow::OnSize(WPARAM wParam) {
+  // Size messages may come before there is a page.
   if (!web_) return 0;
   web_->FitToWindow();
   web_->SetVisible(wParam != SIZE_MINIMIZED);
@@ -47,6 +48,7 @@ LRESULT MainWindow::OnSize(WPARAM wParam) {
 }
 
 LRESULT MainWindow::OnMoved(UINT message, WPARAM wParam, LPARAM lParam) {
+  // Otherwise the page's drop-down lists open where the window was before.
   if (web_) web_->WindowMoved();
   return Default(message, wParam, lParam);
 }
@@ -61,6 +63,7 @@ LRESULT MainWindow::OnActivate(WPARAM wParam, LPARAM lParam) {
   const LRESULT result = Default(WM_ACTIVATE, wParam, lParam);
   const bool active = LOWORD(wParam) != WA_INACTIVE;
   const bool minimised = HIWORD(wParam) != 0;
+  // MoveFocus() fails while the window is minimised.
   if (active && !minimised && web_) web_->Focus();
   return result;
 }
@@ -69,6 +72,7 @@ LRESULT MainWindow::OnDpiChanged(LPARAM lParam) {
   const auto& suggested = *reinterpret_cast<const RECT*>(lParam);
   ::SetWindowPos(window_, nullptr, suggested.left, suggested.top, suggested.right - suggested.left,
                  suggested.bottom - suggested.top, SWP_NOZORDER | SWP_NOACTIVATE);
+  // The control follows the monitor's scale by itself, but not the window's new size.
   if (web_) web_->FitToWindow();
   return 0;
 }
@@ -77,6 +81,7 @@ LRESULT MainWindow::OnPaint() {
   const PaintScope paint(window_);
   RECT area{};
   ::GetClientRect(window_, &area);
+  // Visible until the page covers the window.
   ::FillRect(paint.Context(), &area, static_cast<HBRUSH>(::GetStockObject(BLACK_BRUSH)));
   return 0;
 }

@@ -48,6 +48,7 @@ std::uint32_t SystemCode(std::uint32_t result) noexcept {
 
 std::wstring CauseOf(std::uint32_t result,
                      const std::function<std::wstring(std::uint32_t code)>& systemText) {
+  // A success without an object is reported as a failure too.
   if (!IsFailure(result)) return kNothingGiven;
   for (const KnownCause& known : kKnownCauses) {
     if (known.result == result) return std::wstring(known.text);
@@ -106,6 +107,7 @@ bool MayBeTheFolder(std::uint32_t result) noexcept {
 }
 
 PageFailureResponse PageFailures::OnFailure(ProcessFailedKind kind, Time now) {
+  // The control is closed and the engineer informed; late reports change nothing.
   if (givenUp_) return {};
   switch (kind) {
     case ProcessFailedKind::BrowserExited:
@@ -114,10 +116,12 @@ PageFailureResponse PageFailures::OnFailure(ProcessFailedKind kind, Time now) {
       return Lose(PageRecovery::MakeAnew, kBrowserGone, now);
     case ProcessFailedKind::RendererExited:
       rendererJustLost_ = true;
+      // The control shows an error page until it is navigated again.
       return Lose(PageRecovery::ShowPage, kRendererGone, now);
     case ProcessFailedKind::RendererUnresponsive:
       return OnUnresponsive(now);
     default:
+      // The browser restarts these by itself. Numbers of newer runtimes count as such helpers.
       return {PageRecovery::None, std::wstring(kHelperGone) + HelperName(kind) + kHelperEnd};
   }
 }
@@ -128,8 +132,8 @@ void PageFailures::OnPageAlive() noexcept {
 }
 
 // The runtime repeats the report every few seconds while the page hangs. The second report means
-// that the page is lost; a report long after the last one starts a new count. The control is
-// created anew, because a page loaded into the hanging process might hang too.
+// that the page is lost; a report long after the last one starts a new count. A new control is
+// created, because a page loaded into the hanging process might hang too.
 PageFailureResponse PageFailures::OnUnresponsive(Time now) {
   const std::optional<Time> last = std::exchange(unresponsive_, now);
   if (!last || now - *last > kMinute) return {PageRecovery::None, kHangs};
@@ -138,6 +142,7 @@ PageFailureResponse PageFailures::OnUnresponsive(Time now) {
 }
 
 PageFailureResponse PageFailures::Lose(PageRecovery recovery, const wchar_t* text, Time now) {
+  // The oldest of three losses may be just under a minute old.
   std::erase_if(losses_, [now](Time loss) { return now - loss >= kMinute; });
   losses_.push_back(now);
   if (losses_.size() < kMaxLosses) return {recovery, text};

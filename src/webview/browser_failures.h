@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-// Failures of the browser: why the control could not be created, and what to do when one of its
-// processes dies or hangs. Pure.
+// Failures of the browser: the cause when the control could not be created, and the response when
+// one of its processes dies or hangs. Pure.
 namespace webview {
 
 // Describes `result`, an HRESULT, in one line: "错误 0x80070005：" and the cause. Usual failures

@@ -9,6 +9,7 @@ struct Channel {
   std::wstring_view id;
   const wchar_t* name;
 };
+// The channels' GUIDs below EdgeUpdate\ClientState, the most stable one first.
 constexpr Channel kChannels[] = {
     {L"{F3017226-FE2A-4295-8BDF-00C3A9A7E4C5}", L"stable"},
     {L"{2CD8A007-E189-409D-A2C8-9AF4EF3C72AA}", L"beta"},
@@ -25,6 +26,7 @@ std::optional<std::uint32_t> TakeNumber(std::wstring_view& text) {
   const auto isDigit = [](wchar_t unit) { return unit >= L'0' && unit <= L'9'; };
   std::uint32_t number = 0;
   std::size_t digits = 0;
+  // Nine digits always fit 32 bits; a tenth makes the version unreadable.
   while (digits < text.size() && digits < 9 && isDigit(text[digits])) {
     number = number * 10 + static_cast<std::uint32_t>(text[digits] - L'0');
     ++digits;
@@ -35,6 +37,7 @@ std::optional<std::uint32_t> TakeNumber(std::wstring_view& text) {
 }
 
 std::wstring_view LastPart(std::wstring_view path) {
+  // The registered path may end in a separator.
   while (!path.empty() && (path.back() == L'\\' || path.back() == L'/')) path.remove_suffix(1);
   const std::size_t slash = path.find_last_of(L"\\/");
   return slash == std::wstring_view::npos ? path : path.substr(slash + 1);
@@ -69,9 +72,12 @@ std::wstring RuntimeLibraryPath(std::wstring_view runtimeFolder) {
 
 std::optional<std::wstring> FindInstalledRuntime(const RegisteredRuntime& registered,
                                                  const FileExists& fileExists) {
+  // All channels of one root before the other root: a user could otherwise put a runtime ahead of
+  // one that an administrator has installed.
   for (const RuntimeRoot root : {RuntimeRoot::AllUsers, RuntimeRoot::CurrentUser}) {
     for (const Channel& channel : kChannels) {
       const std::optional<std::wstring> folder = registered(root, channel.id);
+      // A half-removed or outdated runtime may still be registered; the search continues.
       if (!folder || !IsUsable(*folder)) continue;
       std::wstring library = RuntimeLibraryPath(*folder);
       if (fileExists(library)) return library;

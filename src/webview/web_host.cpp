@@ -99,6 +99,7 @@ void Control::Start() {
         if (const auto self = weak.lock()) self->OnEnvironment(result, environment);
       }));
   const HRESULT result = setup_->create(setup_->folders.usual, handler.Get());
+  // After a failure the handler may never be called, or may have reported it already.
   if (FAILED(result)) ReportEnvironmentFailure(result);
 }
 
@@ -106,6 +107,7 @@ void Control::OnEnvironment(HRESULT result, ICoreWebView2Environment* environmen
   if (closed_) return;
   if (FAILED(result) || environment == nullptr) return ReportEnvironmentFailure(result);
   environment_ = ComPtr<ICoreWebView2Environment>::Share(environment);
+  // Close() inside the call below would release environment_.
   const auto kept = ComPtr<ICoreWebView2Environment>::Share(environment);
   const ComPtr<ControllerCompleted> handler(new ControllerCompleted(
       kIidControllerCompletedHandler,
@@ -122,6 +124,7 @@ void Control::OnEnvironment(HRESULT result, ICoreWebView2Environment* environmen
 
 void Control::OnController(HRESULT result, ICoreWebView2Controller* given) {
   if (closed_) {
+    // The runtime delivers a controller that was cancelled in the meantime all the same.
     if (given != nullptr) given->Close();
     return;
   }
@@ -130,6 +133,7 @@ void Control::OnController(HRESULT result, ICoreWebView2Controller* given) {
   const auto controller = Controller();
   ComPtr<ICoreWebView2> webView;
   const HRESULT got = controller->get_CoreWebView2(webView.Receive());
+  // A view that comes with an error does not count.
   if (FAILED(got)) webView.Reset();
   if (closed_) return;
   webView_ = ComPtr<ICoreWebView2>::Share(webView.Get());
@@ -167,6 +171,8 @@ void Control::ShowPage() {
   const auto webView = WebView();
   if (!webView) return;
   const std::wstring page = setup_->readPage();
+  // NavigateToString() refuses long texts, by measurement from 1.5 MB; a test of the released
+  // program keeps its page below that.
   const HRESULT result =
       page.empty()
           ? webView->Navigate(PageFileUrl(platform::ProgramPath(), platform::IsFile).c_str())
@@ -187,6 +193,7 @@ void Control::AdoptWindowState(ICoreWebView2Controller& controller) {
 void Control::OnPageMessage(ICoreWebView2WebMessageReceivedEventArgs* args) {
   if (closed_ || args == nullptr) return;
   LPWSTR text = nullptr;
+  // Fails for anything but a string; the built-in page posts only strings.
   if (FAILED(args->TryGetWebMessageAsString(&text)) || text == nullptr) return;
   const std::unique_ptr<wchar_t, decltype(&::CoTaskMemFree)> owned(text, &::CoTaskMemFree);
   setup_->onEvent({WebEvent::Kind::PageMessage, owned.get()});
@@ -208,6 +215,7 @@ void Control::FitToWindow() {
 bool Control::TryOtherFolder(HRESULT result) {
   if (!setup_->TakeOtherFolder(result)) return false;
   setup_->Log(kOtherFolder + setup_->folders.usual);
+  // Only asks for it: WebView2 gives no callbacks for objects created inside a callback.
   if (!closed_) setup_->onEvent({WebEvent::Kind::OtherFolderWanted, {}});
   return true;
 }
@@ -234,6 +242,7 @@ void Control::ReportControllerFailure(HRESULT result) {
 // closed.
 void Control::Close() {
   if (std::exchange(closed_, true)) return;
+  // On return these are released in reverse order, the environment last.
   const auto environment = std::move(environment_);
   const auto controller = std::move(controller_);
   const auto webView = std::move(webView_);
@@ -276,7 +285,7 @@ class WebView2Host final : public WebHost {
     }
   }
   void ShowPage() override { Keep()->ShowPage(); }
-  // The new control replaces the old one before that is closed: code that runs inside Close() must
+  // The new control is in place before the old one is closed: code that runs inside Close() must
   // not find the old one.
   void MakeAnew() override {
     if (closed_) return;
@@ -292,7 +301,7 @@ class WebView2Host final : public WebHost {
  private:
   // Keeps the control alive during a call that may destroy the host.
   [[nodiscard]] std::shared_ptr<Control> Keep() const { return control_; }
-  // A missing browser is no reason to call the text wrong.
+  // A control whose browser is gone refuses every text; that does not make this one invalid.
   static bool Takes(HRESULT result) { return SUCCEEDED(result) || result == kControlGone; }
 
   const std::shared_ptr<Setup> setup_;
