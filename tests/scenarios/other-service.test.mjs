@@ -12,7 +12,7 @@ const kHome = `${kCloud}:${kServicePort}`;
 const kOther = `${kCloudToSite}:${kServicePort}`;  // the same service at its other address
 const kBefore = 'localhost;10.60.*';
 const kGranted = '192.168.77.*;10.10.0.*';
-const kStopping = '正在停止软件隧道...';
+const kStopping = '正在停止软件隧道';
 
 const kSettings = {
   siteProfiles: [
@@ -33,7 +33,8 @@ const load = (program, name) =>
   logsAfter(program, `已载入档案：${name}`, () => program.choose('#c-profiles', name));
 
 async function disconnect(program) {
-  await logsAfter(program, kStopping, () => program.click('#c-stop'));
+  // From the log, because the result of a connection that replaced another one contains these words too.
+  await logsAfter(program, new RegExp(`${kStopping}[^]*远程调试会话已断开。`), () => program.click('#c-stop'));
   await program.waitForText('#c-statusline', /远程调试会话已断开。/);
 }
 

@@ -5,6 +5,7 @@ import path from 'node:path';
 
 import { kServiceUrl } from '../../lab/harness/lab.mjs';
 import { run, runOrFail } from '../../lab/harness/processes.mjs';
+import { waitUntil } from '../../lab/harness/program.mjs';
 import { Random } from '../../lab/harness/random.mjs';
 import { damagedCopies, logsAfter, occurrences, saveSettings, scenario } from './scenario.mjs';
 
@@ -67,6 +68,8 @@ async function keepsAside(lab, program, bytes) {
   assert.deepEqual(more, []);
   assert.match(copy, /^Client\.settings\.damaged-\d{8}_\d{6}\.json$/);
   assert.deepEqual(await readFile(path.join(lab.prefix.roaming, copy)), bytes);
+  // Logged right after the line that saveSettings waited for.
+  await waitUntil('the line about the copy', async () => (await program.log()).includes(kKept));
   const log = await program.log();
   assert.equal(occurrences(log, kKept), 1, log);
   assert.match(log, new RegExp(`${kKept}.*\\\\${copy}\r\n`));
