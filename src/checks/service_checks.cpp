@@ -39,8 +39,8 @@ std::wstring MillisecondsSince(Clock::time_point start) {
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
 }
 
-// Tries the addresses in turn, like a connection. True when one accepts.
-bool ConnectToOne(const std::vector<platform::SocketAddress>& addresses, Outcome& outcome) {
+// Tries the addresses in turn, like a connection, until one accepts.
+void ConnectToOne(const std::vector<platform::SocketAddress>& addresses, Outcome& outcome) {
   std::wstring reason;
   for (const platform::SocketAddress& address : addresses) {
     int error = 0;
@@ -51,7 +51,7 @@ bool ConnectToOne(const std::vector<platform::SocketAddress>& addresses, Outcome
     if (socket) error = socket->Connect(address, kConnectLimit);
     if (error == 0) {
       outcome.Line(L"TCP 连接成功，用时 " + MillisecondsSince(start) + L" ms");
-      return true;
+      return;
     }
     reason = platform::IsSocketTimeout(error)
                  ? L"4 秒内没有回应"
@@ -59,7 +59,6 @@ bool ConnectToOne(const std::vector<platform::SocketAddress>& addresses, Outcome
                        platform::ErrorReason(static_cast<std::uint32_t>(error));
   }
   outcome.Fault(L"TCP 连不上中心服务：" + reason, kTcpCure);
-  return false;
 }
 
 enum class HelloEnd { Silence, Acknowledged, Foreign, Refused };
